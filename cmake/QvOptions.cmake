@@ -1,0 +1,56 @@
+# What a builder may choose, and the compiler settings that every target shares.
+
+option(QV_TESTS "Build the tests" ON)
+option(QV_BENCH "Build the benchmarks" OFF)
+option(QV_FUZZ "Build the fuzz targets (Clang only)" OFF)
+set(QV_SANITIZE "" CACHE STRING "Sanitizers for every target, as -fsanitize= takes them")
+set(QV_ANCHOR_DIR "/etc/qvcatalog/anchors.d" CACHE PATH
+    "Folder of the trust anchors; fixed at build time, never at run time")
+option(QV_DEVELOPMENT "A developer's build: trusts the development authority of the build tree" OFF)
+if(QV_DEVELOPMENT)
+  set(QV_ANCHOR_DIR "${CMAKE_BINARY_DIR}/identity/anchors.d")
+endif()
+
+if(NOT CMAKE_BUILD_TYPE)
+  set(CMAKE_BUILD_TYPE RelWithDebInfo)
+endif()
+
+find_program(QV_CCACHE ccache)
+if(QV_CCACHE)
+  set(CMAKE_C_COMPILER_LAUNCHER "${QV_CCACHE}")
+  set(CMAKE_CXX_COMPILER_LAUNCHER "${QV_CCACHE}")
+endif()
+
+add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion
+                    -Wcast-qual -Wformat=2 -Wundef -fvisibility=hidden)
+add_compile_options($<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor>
+                    $<$<COMPILE_LANGUAGE:CXX>:-Woverloaded-virtual>
+                    $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast>
+                    $<$<COMPILE_LANGUAGE:CXX>:-fvisibility-inlines-hidden>)
+option(QV_WERROR "Treat warnings as errors" ON)
+if(QV_WERROR)
+  add_compile_options(-Werror)
+endif()
+
+# Hardening of everything that may run as root.
+add_compile_options(-fstack-protector-strong -fstack-clash-protection -fcf-protection)
+if(NOT CMAKE_BUILD_TYPE STREQUAL "Debug" AND NOT QV_SANITIZE)
+  add_compile_options(-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
+endif()
+add_compile_definitions(_GLIBCXX_ASSERTIONS)
+add_link_options(-Wl,-z,relro,-z,now,-z,noexecstack)
+
+if(QV_SANITIZE)
+  add_compile_options(-fsanitize=${QV_SANITIZE} -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${QV_SANITIZE})
+  if(QV_SANITIZE MATCHES "undefined")
+    add_compile_options(-fno-sanitize-recover=undefined)
+  endif()
+endif()
+
+find_package(PkgConfig REQUIRED)
+pkg_check_modules(SYSTEMD REQUIRED IMPORTED_TARGET libsystemd)
+pkg_check_modules(EXPAT REQUIRED IMPORTED_TARGET expat)
+find_package(OpenSSL 3 REQUIRED COMPONENTS Crypto)
+find_package(fmt REQUIRED)
+find_package(tl-expected REQUIRED)

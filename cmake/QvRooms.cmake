@@ -1,0 +1,56 @@
+# A room is one folder of src/ built as a static library. It sees its own headers and those of the
+# rooms it names, and nothing else: its only include directory is a folder of the build tree that
+# holds a single symbolic link to it. PRIVATE unless a header of the room needs the other one.
+#
+#   qv_room(script SOURCES a.cpp b.cpp PUBLIC platform/foundation/values PRIVATE rules LIBRARIES fmt::fmt)
+function(qv_room path)
+  cmake_parse_arguments(ROOM "" "" "SOURCES;PUBLIC;PRIVATE;LIBRARIES" ${ARGN})
+  string(REPLACE "/" "_" name "qv_${path}")
+  set(view "${CMAKE_BINARY_DIR}/rooms/${name}")
+  get_filename_component(parent "${view}/${path}" DIRECTORY)
+  file(MAKE_DIRECTORY "${parent}")
+  file(CREATE_LINK "${CMAKE_SOURCE_DIR}/src/${path}" "${view}/${path}" SYMBOLIC)
+  list(TRANSFORM ROOM_SOURCES PREPEND "${CMAKE_SOURCE_DIR}/src/${path}/")
+  add_library(${name} STATIC ${ROOM_SOURCES})
+  target_include_directories(${name} PUBLIC "${view}")
+  foreach(kind PUBLIC PRIVATE)
+    foreach(room IN LISTS ROOM_${kind})
+      string(REPLACE "/" "_" dependency "qv_${room}")
+      target_link_libraries(${name} ${kind} ${dependency})
+    endforeach()
+  endforeach()
+  target_link_libraries(${name} PRIVATE ${ROOM_LIBRARIES})
+endfunction()
+
+# Links rooms (given by path) into a program, test, benchmark or fuzz target.
+function(qv_use_rooms target)
+  foreach(room IN LISTS ARGN)
+    string(REPLACE "/" "_" dependency "qv_${room}")
+    target_link_libraries(${target} PRIVATE ${dependency})
+  endforeach()
+endfunction()
+
+# One test program of a room: qv_test(name SOURCES ... ROOMS ... [LIBRARIES ...] [LABELS root]).
+# Label "root": needs root and says so when it skips. Label "live": starts the real service.
+function(qv_test name)
+  cmake_parse_arguments(TEST "" "" "SOURCES;ROOMS;LIBRARIES;LABELS;DEPENDS" ${ARGN})
+  add_executable(${name} ${TEST_SOURCES})
+  qv_use_rooms(${name} ${TEST_ROOMS})
+  target_include_directories(${name} PRIVATE "${CMAKE_SOURCE_DIR}/tests")
+  target_link_libraries(${name} PRIVATE qv_test_support GTest::gmock GTest::gtest_main
+                                        ${TEST_LIBRARIES})
+  add_test(NAME ${name} COMMAND ${name})
+  set_tests_properties(${name} PROPERTIES LABELS "${TEST_LABELS}" TIMEOUT 300)
+  if(TEST_DEPENDS)
+    add_dependencies(${name} ${TEST_DEPENDS})
+  endif()
+endfunction()
+
+# One fuzz target: qv_fuzz(name SOURCES ... ROOMS ...), seeds in fuzz/<name>/corpus.
+function(qv_fuzz name)
+  cmake_parse_arguments(FUZZ "" "" "SOURCES;ROOMS;LIBRARIES" ${ARGN})
+  add_executable(fuzz_${name} ${FUZZ_SOURCES})
+  qv_use_rooms(fuzz_${name} ${FUZZ_ROOMS})
+  target_link_libraries(fuzz_${name} PRIVATE ${FUZZ_LIBRARIES})
+  target_link_options(fuzz_${name} PRIVATE -fsanitize=fuzzer)
+endfunction()

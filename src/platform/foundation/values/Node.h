@@ -1,0 +1,47 @@
+#pragma once
+
+#include "platform/foundation/values/Value.h"
+
+#include <atomic>
+#include <cstdint>
+
+namespace qv {
+
+/// What a Value points to. `length` bytes or slots follow the fixed part:
+///   string, data      `length` bytes
+///   array, set        `length` Values
+///   dictionary        a KeyList, then `length` Values
+///   error             the code (8 bytes), then 2 Values: domain and user information
+///   url               1 Value: the text
+///   other kinds       8 bytes of payload
+struct Node {
+    std::atomic<std::uint32_t> references;
+    Value::Kind kind;
+    std::uint64_t length;
+
+    template <typename T> [[nodiscard]] const T* payload(std::size_t offset = 0) const noexcept {
+        return reinterpret_cast<const T*>(reinterpret_cast<const char*>(this + 1) + offset);
+    }
+    template <typename T> [[nodiscard]] T* payload(std::size_t offset = 0) noexcept {
+        return reinterpret_cast<T*>(reinterpret_cast<char*>(this + 1) + offset);
+    }
+    [[nodiscard]] static bool hasSlots(Value::Kind kind) noexcept;
+    /// Bytes between the fixed part and the slots.
+    [[nodiscard]] static std::size_t slotOffset(Value::Kind kind) noexcept;
+    [[nodiscard]] std::span<const Value> slots() const noexcept {
+        return {payload<Value>(slotOffset(kind)), length};
+    }
+    [[nodiscard]] Value* slot(std::size_t index) noexcept {
+        return payload<Value>(slotOffset(kind)) + index;
+    }
+
+    static Node* allocate(Value::Kind kind, std::uint64_t length, std::size_t payloadBytes);
+    /// Frees a node whose last reference is gone, and all that goes with it.
+    static void destroy(Node* node) noexcept;
+
+private:
+    static void freeOne(Node* node) noexcept;
+    static Node* lastReference(Value& slot) noexcept;
+};
+
+} // namespace qv

@@ -1,0 +1,202 @@
+#include "platform/foundation/values/URL.h"
+
+#include "platform/foundation/values/UTF8.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace qv {
+
+namespace {
+
+constexpr std::string_view kNeverInURL = " \"<>\\^`{|}";
+constexpr std::string_view kEncodedInPath = " \"#%;<>?[\\]^`{|}";
+
+int hexDigit(char c) {
+    if (c >= '0' && c <= '9') {
+        return c - '0';
+    }
+    if (c >= 'a' && c <= 'f') {
+        return c - 'a' + 10;
+    }
+    return c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
+}
+
+bool isEscape(std::string_view text, std::size_t index) {
+    return index + 2 < text.size() && hexDigit(text[index + 1]) >= 0 &&
+           hexDigit(text[index + 2]) >= 0;
+}
+
+bool isOutsideASCII(char c) {
+    const auto byte = static_cast<unsigned char>(c);
+    return byte <= 0x20 || byte >= 0x7F;
+}
+
+void appendEncoded(std::string& out, std::string_view text) {
+    for (const char c : text) {
+        if (isOutsideASCII(c) || kEncodedInPath.find(c) != std::string_view::npos) {
+            fmt::format_to(std::back_inserter(out), "%{:02X}", static_cast<unsigned char>(c));
+        } else {
+            out += c;
+        }
+    }
+}
+
+bool isFolder(const std::string& path) {
+    struct stat info{};
+    return ::stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+}
+
+// Where the path begins and ends in a URL's text.
+std::pair<std::size_t, std::size_t> pathBounds(std::string_view text, std::size_t schemeLength) {
+    std::size_t begin = schemeLength == 0 ? 0 : schemeLength + 1;
+    const std::size_t end = std::min(text.find_first_of("?#", begin), text.size());
+    if (text.substr(begin, 2) == "//") {
+        begin = std::min(text.find('/', begin + 2), end);
+    }
+    return {begin, end};
+}
+
+} // namespace
+
+std::string percentDecoded(std::string_view text) {
+    std::string bytes;
+    bytes.reserve(text.size());
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text[i] == '%' && isEscape(text, i)) {
+            bytes += static_cast<char>(hexDigit(text[i + 1]) * 16 + hexDigit(text[i + 2]));
+            i += 2;
+        } else {
+            bytes += text[i];
+        }
+    }
+    return bytes;
+}
+
+std::optional<URL> URL::URLWithString(std::string_view text) {
+    bool fragment = false;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        const bool secondFragment = c == '#' && fragment;
+        fragment = fragment || c == '#';
+        if (isOutsideASCII(c) || kNeverInURL.find(c) != std::string_view::npos || secondFragment ||
+            (c == '%' && !isEscape(text, i))) {
+            return std::nullopt;
+        }
+    }
+    std::string kept(text);
+    URL url(std::move(kept));
+    const auto [begin, end] = pathBounds(url.text_, url.scheme().size());
+    for (std::size_t i = end; i-- > begin;) { // brackets belong to hosts only
+        if (url.text_[i] == '[' || url.text_[i] == ']') {
+            url.text_.replace(i, 1, url.text_[i] == '[' ? "%5B" : "%5D");
+        }
+    }
+    return url;
+}
+
+URL URL::fileURLWithPath(std::string_view path) {
+    std::string absolute(path);
+    if (!absolute.starts_with('/')) {
+        std::error_code status;
+        absolute = std::filesystem::current_path(status).string() + "/" + absolute;
+    }
+    std::string text = "file://";
+    appendEncoded(text, absolute);
+    if (!text.ends_with('/') && isFolder(absolute)) {
+        text += '/';
+    }
+    return URL(std::move(text));
+}
+
+std::string_view URL::scheme() const noexcept {
+    const std::string_view text = text_;
+    const std::size_t colon = text.find(':');
+    if (colon == std::string_view::npos || colon == 0) {
+        return {};
+    }
+    const auto letter = [](char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); };
+    const auto inScheme = [&](char c) {
+        return letter(c) || (c >= '0' && c <= '9') || c == '+' || c == '-' || c == '.';
+    };
+    const std::string_view name = text.substr(0, colon);
+    return letter(name.front()) && std::ranges::all_of(name, inScheme) ? name : std::string_view();
+}
+
+bool URL::isFileURL() const noexcept {
+    return std::ranges::equal(scheme(), std::string_view("file"),
+                              [](char a, char b) { return (a | 0x20) == b; });
+}
+
+std::string_view URL::encodedPath() const noexcept {
+    const auto [begin, end] = pathBounds(text_, scheme().size());
+    return std::string_view(text_).substr(begin, end - begin);
+}
+
+std::optional<std::string> URL::path() const {
+    std::string decoded = percentDecoded(encodedPath());
+    if (!isUTF8(decoded)) {
+        return std::nullopt;
+    }
+    if (decoded.size() > 1 && decoded.ends_with('/')) {
+        decoded.pop_back();
+    }
+    return decoded;
+}
+
+std::string URL::lastPathComponent() const {
+    std::string_view encoded = encodedPath();
+    while (encoded.size() > 1 && encoded.ends_with('/')) {
+        encoded.remove_suffix(1);
+    }
+    const std::size_t slash = encoded.rfind('/');
+    const bool root = encoded == "/";
+    return percentDecoded(root || slash == std::string_view::npos ? encoded
+                                                                  : encoded.substr(slash + 1));
+}
+
+std::string URL::pathExtension() const {
+    const std::string name = lastPathComponent();
+    const std::size_t dot = name.rfind('.');
+    if (dot == std::string::npos || dot == 0 || dot + 1 == name.size() ||
+        name.find(' ', dot) != std::string::npos) {
+        return {};
+    }
+    return name.substr(dot + 1);
+}
+
+URL URL::URLByDeletingLastPathComponent() const {
+    const auto [begin, end] = pathBounds(text_, scheme().size());
+    std::string_view path = std::string_view(text_).substr(begin, end - begin);
+    std::string parent;
+    if (path == "/") {
+        parent = "/../";
+    } else {
+        while (path.size() > 1 && path.ends_with('/')) {
+            path.remove_suffix(1);
+        }
+        const std::size_t slash = path.rfind('/');
+        parent = slash == std::string_view::npos ? "./" : std::string(path.substr(0, slash + 1));
+    }
+    return URL(text_.substr(0, begin) + parent + text_.substr(end));
+}
+
+URL URL::URLByAppendingPathComponent(std::string_view component) const {
+    const auto [begin, end] = pathBounds(text_, scheme().size());
+    std::string text = text_.substr(0, end);
+    if (!text.ends_with('/')) {
+        text += '/';
+    }
+    appendEncoded(text, component);
+    if (isFileURL() && !text.ends_with('/') && isFolder(percentDecoded(text.substr(begin)))) {
+        text += '/';
+    }
+    return URL(text + text_.substr(end));
+}
+
+} // namespace qv

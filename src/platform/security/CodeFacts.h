@@ -1,0 +1,43 @@
+#pragma once
+
+#include "platform/foundation/values/Value.h"
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace qv {
+
+/// What a requirement can ask about one certificate. Plain data: whoever built and checked the
+/// chain fills it in, the requirement language only reads it.
+struct CertificateFacts {
+    std::array<std::uint8_t, 20> sha1{};   ///< of the DER form
+    std::array<std::uint8_t, 32> sha256{}; ///< of the DER form
+    /// Subject components in their order: short name as the requirement language spells it (CN, OU,
+    /// O, C, L, ST, STREET, D, UID, and for the rest the dotted OID), value as UTF-8.
+    std::vector<std::pair<std::string, std::string>> subject;
+    std::vector<std::string> extensionOIDs; ///< dotted
+    std::vector<std::string> policyOIDs;    ///< dotted, from the certificate-policies extension
+    /// Extensions whose value is a UTCTime or GeneralizedTime: dotted OID and the instant.
+    std::vector<std::pair<std::string, Date>> timestamps;
+    bool vendorRoot = false;   ///< an anchor that satisfies `anchor apple generic`
+    bool platformRoot = false; ///< an anchor whose code may satisfy `anchor apple`
+    bool trusted = false;      ///< marked trusted by the administrator
+    bool revoked = false;
+};
+
+/// What a signature says about a program, once it has been found good.
+struct CodeFacts {
+    std::string identifier;
+    std::string team;
+    std::array<std::uint8_t, 20> cdhash{};
+    std::uint32_t platform = 0;
+    Value info = Value::dictionary({});         ///< dictionary
+    Value entitlements = Value::dictionary({}); ///< dictionary
+    std::vector<CertificateFacts> chain;        ///< leaf first, anchor last
+};
+
+} // namespace qv

@@ -1,0 +1,36 @@
+#include "support/TemporaryDirectory.h"
+
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+
+namespace qv::test {
+
+TemporaryDirectory::TemporaryDirectory() {
+    std::string name = std::filesystem::temp_directory_path() / "qvtest.XXXXXX";
+    if (::mkdtemp(name.data()) == nullptr) {
+        throw std::runtime_error("no temporary directory");
+    }
+    path_ = name;
+}
+
+TemporaryDirectory::~TemporaryDirectory() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+}
+
+std::filesystem::path TemporaryDirectory::write(std::string_view name,
+                                                std::string_view content) const {
+    const std::filesystem::path file = path_ / name;
+    std::filesystem::create_directories(file.parent_path());
+    std::ofstream(file, std::ios::binary) << content;
+    return file;
+}
+
+std::string contentOf(const std::filesystem::path& file) {
+    std::ifstream stream(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+} // namespace qv::test

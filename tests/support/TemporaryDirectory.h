@@ -1,0 +1,35 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <string_view>
+
+namespace qv::test {
+
+/// A fresh folder that goes away with its owner.
+class TemporaryDirectory {
+public:
+    TemporaryDirectory();
+    ~TemporaryDirectory();
+    TemporaryDirectory(const TemporaryDirectory&) = delete;
+    TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
+    TemporaryDirectory(TemporaryDirectory&&) = delete;
+    TemporaryDirectory& operator=(TemporaryDirectory&&) = delete;
+
+    [[nodiscard]] const std::filesystem::path& path() const { return path_; }
+    [[nodiscard]] std::filesystem::path operator/(std::string_view name) const {
+        return path_ / name;
+    }
+    /// Writes a file below the folder, making the folders on the way, and gives its path.
+    std::filesystem::path
+    write(std::string_view name,
+          std::string_view content) const; // NOLINT(modernize-use-nodiscard): the write counts
+
+private:
+    std::filesystem::path path_;
+};
+
+/// The whole content of a file; empty when it cannot be read.
+[[nodiscard]] std::string contentOf(const std::filesystem::path& file);
+
+} // namespace qv::test
