@@ -1,0 +1,69 @@
+#pragma once
+
+#include "platform/foundation/files/UniqueFd.h"
+#include "platform/foundation/values/Error.h"
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace qv {
+
+enum class EntryType : std::uint8_t { file, directory, symbolicLink, other };
+
+/// One item below the root of a walk. All of it is valid during `visit` only.
+struct TreeEntry {
+    int parentFd;     ///< the open folder that holds the item; use it with `name` in the *at calls
+    const char* name; ///< one path component
+    EntryType type;   ///< of the item itself, as it was when its folder was read
+    std::string_view parentPath; ///< without a trailing slash; empty for the file system's root
+
+    /// For messages. Opening it would resolve the whole path anew, through whatever stands there by
+    /// then: act on `parentFd` and `name` instead.
+    [[nodiscard]] std::string path() const;
+};
+
+class TreeVisitor {
+public:
+    TreeVisitor() = default;
+    TreeVisitor(const TreeVisitor&) = delete;
+    TreeVisitor& operator=(const TreeVisitor&) = delete;
+    TreeVisitor(TreeVisitor&&) = delete;
+    TreeVisitor& operator=(TreeVisitor&&) = delete;
+    virtual ~TreeVisitor() = default;
+
+    /// Called once for every item, for a folder before it is opened and its content visited.
+    virtual void visit(const TreeEntry& entry) = 0;
+    /// An item that could not be examined, or a folder whose content could not be read, or not all
+    /// of it; NSPOSIXErrorDomain. The walk goes on with what is next to it.
+    virtual void failed(const std::string& path, const Error& error) = 0;
+};
+
+/// What a walk does when the root path itself names a symbolic link.
+enum class RootLink : std::uint8_t {
+    follow,   ///< walk the folder that it leads to
+    visitNone ///< treat it like any item that is no folder
+};
+
+/// Visits every item below a folder once, parents before their content, the root itself not.
+///
+/// Safe against a tree that somebody changes meanwhile: below the root nothing is reached by path
+/// but only from an open folder, one component at a time, never through a symbolic link. Items that
+/// vanish are passed over; a folder that was moved elsewhere while the walk was inside it, so that
+/// there is no way back to the rest of it, is reported.
+///
+/// With more than one thread the visitor is called from all of them at once; a folder's content
+/// comes after the folder itself still, but siblings in any order. The threads end with the walk.
+///
+/// A thread holds at most 18 descriptors, 64 KiB for each, and the names of the folders it is in;
+/// several threads have 16 descriptors more between them. However large the tree.
+///
+/// A root that is no folder has nothing below it: success. The error (NSPOSIXErrorDomain) only when
+/// the root cannot be opened. What the visitor throws ends the walk.
+[[nodiscard]] Error walkTree(std::string_view rootPath, RootLink rootLink, TreeVisitor& visitor,
+                             unsigned threads = 1);
+
+/// The same below a folder that is open for reading already; `path` is for messages only.
+void walkTree(UniqueFd folder, std::string path, TreeVisitor& visitor, unsigned threads = 1);
+
+} // namespace qv

@@ -1,0 +1,320 @@
+#include "platform/foundation/files/TreeWalk.h"
+
+#include "platform/foundation/files/CollectingVisitor.h"
+#include "platform/foundation/files/UniqueFd.h"
+#include "support/TemporaryDirectory.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <dirent.h>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+#include <string>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Pair;
+
+namespace {
+std::atomic<bool> hideTypes{false}; // NOLINT(*-avoid-non-const-global-variables): see below
+} // namespace
+
+// Stands before the C library's, so that a file system without entry types can be had anywhere.
+extern "C" ssize_t getdents64(int fd, void* buffer, size_t length) noexcept {
+    const ssize_t count = ::syscall(SYS_getdents64, fd, buffer, length);
+    for (ssize_t at = 0; hideTypes && at < count;) {
+        auto* entry = reinterpret_cast<dirent64*>(static_cast<char*>(buffer) + at);
+        entry->d_type = DT_UNKNOWN;
+        at += entry->d_reclen;
+    }
+    return count;
+}
+
+namespace qv {
+namespace {
+
+using test::CollectingVisitor;
+using test::TemporaryDirectory;
+
+Error walk(const fs::path& root, CollectingVisitor& visitor, RootLink link = RootLink::visitNone,
+           unsigned threads = 1) {
+    visitor.root = root;
+    return walkTree(root.string(), link, visitor, threads);
+}
+
+/// A chain of folders "d" that begins below `root`, `files` files "f0"... in each. Freed without
+/// a path that grows with it, and without help from what is tested.
+class DeepTree {
+public:
+    DeepTree(const fs::path& root, int depth, int files) : root_(root) {
+        UniqueFd folder(::open(root.c_str(), O_DIRECTORY | O_CLOEXEC));
+        for (int level = 0; level < depth; ++level) {
+            if (!folder || ::mkdirat(folder.get(), "d", 0755) != 0) {
+                throw std::runtime_error("mkdirat");
+            }
+            folder = UniqueFd(::openat(folder.get(), "d", O_DIRECTORY | O_CLOEXEC));
+            for (int file = 0; file < files; ++file) {
+                const std::string name = "f" + std::to_string(file);
+                if (::mknodat(folder.get(), name.c_str(), S_IFREG | 0644, 0) != 0) {
+                    throw std::runtime_error("mknodat");
+                }
+            }
+        }
+    }
+    ~DeepTree() {
+        std::error_code none;
+        for (fs::rename(root_ / "d", root_ / "top", none); !none;
+             fs::rename(root_ / "next", root_ / "top", none)) {
+            fs::rename(root_ / "top" / "d", root_ / "next", none);
+            fs::remove_all(root_ / "top");
+        }
+    }
+    DeepTree(const DeepTree&) = delete;
+    DeepTree& operator=(const DeepTree&) = delete;
+    DeepTree(DeepTree&&) = delete;
+    DeepTree& operator=(DeepTree&&) = delete;
+
+private:
+    fs::path root_;
+};
+
+void makeSampleTree(const TemporaryDirectory& top) {
+    static_cast<void>(top.write("root/folder/inner/file", "x"));
+    static_cast<void>(top.write("root/.hidden", "x"));
+    static_cast<void>(top.write("outside/secret", "x"));
+    fs::create_directory_symlink(top / "outside", top / "root/folder/link");
+    fs::create_symlink("nowhere", top / "root/dangling");
+    ASSERT_EQ(::mkfifo((top / "root/pipe").c_str(), 0600), 0);
+}
+
+TEST(TreeWalk, VisitsEveryItemOnceWithItsTypeAndNothingBehindLinks) {
+    const TemporaryDirectory top;
+    makeSampleTree(top);
+    const std::string root = top / "root";
+    for (const bool hidden : {false, true}) {
+        SCOPED_TRACE(hidden ? "types asked for" : "types from the folder");
+        hideTypes = hidden;
+        CollectingVisitor visitor;
+        EXPECT_FALSE(walk(root, visitor));
+        hideTypes = false;
+        EXPECT_THAT(visitor.types, ElementsAre(Pair(root + "/.hidden", EntryType::file),
+                                               Pair(root + "/dangling", EntryType::symbolicLink),
+                                               Pair(root + "/folder", EntryType::directory),
+                                               Pair(root + "/folder/inner", EntryType::directory),
+                                               Pair(root + "/folder/inner/file", EntryType::file),
+                                               Pair(root + "/folder/link", EntryType::symbolicLink),
+                                               Pair(root + "/pipe", EntryType::other)));
+        EXPECT_TRUE(visitor.visitedEachOnce());
+        EXPECT_EQ(visitor.orphans, 0U);
+        EXPECT_THAT(visitor.failures, IsEmpty());
+    }
+}
+
+TEST(TreeWalk, RootsThatAreNoFolders) {
+    const TemporaryDirectory top;
+    static_cast<void>(top.write("folder/file", "x"));
+    fs::create_directory_symlink("folder", top / "link");
+    struct Case {
+        std::string path;
+        RootLink link;
+        int errorNumber;
+        std::size_t visits;
+    };
+    const std::string base = top.path();
+    const Case cases[] = {
+        // NOLINT(modernize-avoid-c-arrays): a table that counts itself
+        {base + "/folder/file", RootLink::visitNone, 0, 0},
+        {base + "/link", RootLink::visitNone, 0, 0},
+        {base + "/link//", RootLink::visitNone, 0, 0},
+        {base + "/link", RootLink::follow, 0, 1},
+        {base + "/folder//", RootLink::visitNone, 0, 1},
+        {base + "/missing", RootLink::follow, ENOENT, 0},
+        {base + "/folder/file/below", RootLink::follow, ENOTDIR, 0},
+        {"", RootLink::follow, ENOENT, 0},
+    };
+    for (const Case& row : cases) {
+        SCOPED_TRACE(row.path);
+        CollectingVisitor visitor;
+        EXPECT_EQ(walk(row.path, visitor, row.link),
+                  row.errorNumber == 0 ? Error() : Error::posix(row.errorNumber));
+        EXPECT_EQ(visitor.visits.size(), row.visits);
+        EXPECT_THAT(visitor.failures, IsEmpty());
+    }
+}
+
+TEST(TreeWalk, WhatTheVisitorThrowsEndsTheWalk) {
+    for (const unsigned threads : {1U, 3U}) {
+        CollectingVisitor visitor;
+        visitor.onVisit = [](const TreeEntry& entry) { throw std::runtime_error(entry.path()); };
+        try {
+            static_cast<void>(walkTree("/", RootLink::visitNone, visitor, threads));
+            FAIL() << "nothing below /";
+        } catch (const std::runtime_error& error) {
+            EXPECT_EQ(std::string(error.what()).rfind('/'), 0U) << error.what();
+        }
+        EXPECT_EQ(visitor.visits.size(), 1U);
+    }
+}
+
+TEST(TreeWalk, SeveralThreadsVisitEveryItemOnceBetweenThem) {
+    const TemporaryDirectory top;
+    for (int folder = 0; folder < 200; ++folder) {
+        const std::string name = "folder" + std::to_string(folder);
+        static_cast<void>(top.write(name + "/inner/file", "x"));
+        static_cast<void>(top.write(name + "/file", "x"));
+    }
+    const DeepTree tree(top.path(), 60, 3);
+    CollectingVisitor visitor;
+    EXPECT_FALSE(walk(top.path(), visitor, RootLink::visitNone, 4));
+    EXPECT_EQ(visitor.visits.size(), 200U * 4U + 60U * 4U);
+    EXPECT_TRUE(visitor.visitedEachOnce());
+    EXPECT_EQ(visitor.orphans, 0U);
+    EXPECT_THAT(visitor.failures, IsEmpty());
+}
+
+TEST(TreeWalk, TenThousandLevelsNeedFewDescriptors) {
+    const TemporaryDirectory top;
+    const DeepTree tree(top.path(), 10'000, 1);
+    struct Counter : TreeVisitor {
+        void visit(const TreeEntry& entry) override {
+            ++count;
+            highestFd = std::max(highestFd, entry.parentFd);
+        }
+        void failed(const std::string& path, const Error& error) override {
+            ADD_FAILURE() << path.size() << " " << error.description();
+        }
+        std::size_t count = 0;
+        int highestFd = 0;
+    } visitor;
+    const UniqueFd lowestFree(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+    EXPECT_FALSE(walkTree(top.path().string(), RootLink::visitNone, visitor));
+    EXPECT_EQ(visitor.count, 20'000U);
+    EXPECT_LE(visitor.highestFd, lowestFree.get() + 64);
+}
+
+TEST(TreeWalk, FindsItsPlaceAgainInFoldersItHadToClose) {
+    const TemporaryDirectory top;
+    const DeepTree tree(top.path(), 100, 50); // entries before and behind the folder to go down to
+    CollectingVisitor visitor;
+    EXPECT_FALSE(walk(top.path(), visitor));
+    EXPECT_EQ(visitor.visits.size(), 100U * 51U);
+    EXPECT_TRUE(visitor.visitedEachOnce());
+    EXPECT_THAT(visitor.failures, IsEmpty());
+}
+
+TEST(TreeWalk, MakesDoWithTheDescriptorsThereAre) {
+    const TemporaryDirectory top;
+    const DeepTree tree(top.path(), 100, 1);
+    const UniqueFd lowestFree(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+    rlimit before{};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+    rlimit few = before;
+    few.rlim_cur = static_cast<rlim_t>(lowestFree.get()) + 5;
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &few), 0);
+    CollectingVisitor visitor;
+    const Error error = walk(top.path(), visitor);
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
+    EXPECT_FALSE(error) << error.description();
+    EXPECT_EQ(visitor.visits.size(), 200U);
+    EXPECT_THAT(visitor.failures, IsEmpty());
+}
+
+std::size_t residentBytes() {
+    std::ifstream file("/proc/self/statm");
+    std::size_t total = 0;
+    std::size_t resident = 0;
+    file >> total >> resident;
+    return resident * static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+}
+
+TEST(TreeWalk, AHugeFolderIsStreamed) {
+    const TemporaryDirectory top;
+    const UniqueFd folder(::open(top.path().c_str(), O_DIRECTORY | O_CLOEXEC));
+    ASSERT_TRUE(folder);
+    constexpr std::size_t kFiles = 100'000;
+    for (std::size_t i = 0; i < kFiles; ++i) {
+        const std::string name = "a-name-of-some-length-" + std::to_string(i);
+        ASSERT_EQ(::mknodat(folder.get(), name.c_str(), S_IFREG | 0644, 0), 0);
+    }
+    struct Sampler : TreeVisitor {
+        void visit(const TreeEntry&) override {
+            if (++count == kFiles) {
+                bytes = residentBytes();
+            }
+        }
+        void failed(const std::string& path, const Error& error) override {
+            ADD_FAILURE() << path << " " << error.description();
+        }
+        std::size_t count = 0;
+        std::size_t bytes = 0;
+    } visitor;
+    const std::size_t before = residentBytes();
+    EXPECT_FALSE(walkTree(top.path().string(), RootLink::visitNone, visitor));
+    EXPECT_EQ(visitor.count, kFiles);
+    EXPECT_LT(visitor.bytes, before + std::size_t{2} * 1024 * 1024);
+}
+
+// Walks as a user without privileges and shows the failures as "path errno" lines.
+std::string failuresOfNobody(const fs::path& root) {
+    std::array<int, 2> ends{};
+    if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
+        return "no pipe";
+    }
+    const UniqueFd reader(ends[0]);
+    UniqueFd writer(ends[1]);
+    const pid_t child = ::fork();
+    if (child == 0) {
+        constexpr uid_t kNobody = 65534;
+        if (::getuid() == 0 && (::setresgid(kNobody, kNobody, kNobody) != 0 ||
+                                ::setresuid(kNobody, kNobody, kNobody) != 0)) {
+            ::_exit(2);
+        }
+        CollectingVisitor visitor;
+        const Error error = walk(root, visitor);
+        std::string text = error ? error.description() + "\n" : std::string();
+        for (const auto& [path, code] : visitor.failures) {
+            text += path + " " + std::to_string(code) + "\n";
+        }
+        text += visitor.visits.contains(root / "z/file") ? "" : "the walk did not go on\n";
+        const bool written =
+            ::write(writer.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
+        ::_exit(written ? 0 : 3);
+    }
+    writer.reset();
+    std::string text;
+    std::array<char, 4096> chunk{};
+    for (ssize_t n = 0; (n = ::read(reader.get(), chunk.data(), chunk.size())) > 0;) {
+        text.append(chunk.data(), static_cast<std::size_t>(n));
+    }
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    return status == 0 ? text : "the child failed";
+}
+
+TEST(TreeWalk, AnUnreadableFolderIsReportedAndTheWalkGoesOn) {
+    const TemporaryDirectory top;
+    fs::permissions(top.path(), fs::perms::others_read | fs::perms::others_exec,
+                    fs::perm_options::add);
+    for (const char* name : {"root/a/file", "root/locked/file", "root/z/file"}) {
+        static_cast<void>(top.write(name, "x"));
+    }
+    fs::permissions(top / "root/locked", fs::perms::none);
+    EXPECT_EQ(failuresOfNobody(top / "root"),
+              (top / "root/locked").string() + " " + std::to_string(EACCES) + "\n");
+    fs::permissions(top / "root/locked", fs::perms::owner_all);
+}
+
+} // namespace
+} // namespace qv
