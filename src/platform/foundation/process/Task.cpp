@@ -1,0 +1,318 @@
+#include "platform/foundation/process/Task.h"
+
+#include "platform/foundation/values/Exception.h"
+
+#include <fmt/format.h>
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstddef>
+#include <cstring>
+#include <fcntl.h>
+#include <memory>
+#include <optional>
+#include <pwd.h>
+#include <spawn.h>
+#include <string_view>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <utility>
+
+extern "C" { // the header of glibc 2.36 has no C++ linkage
+#include <sys/pidfd.h>
+}
+
+namespace qv {
+
+namespace {
+
+constexpr int kFirstPrivateFd = 3;
+
+[[noreturn]] void refuse(std::string reason) {
+    throw Exception(std::string(exception_name::kInvalidArgument), std::move(reason));
+}
+
+[[noreturn]] void refuseLaunch(const std::string& path, int errorNumber) {
+    refuse(fmt::format("launch path not accessible: {}: {}", path, strerrordesc_np(errorNumber)));
+}
+
+// What a look at the file can tell beforehand, in words of its own.
+void checkLaunchPath(const std::string& path) {
+    if (path.empty()) {
+        refuse("launch path not set");
+    }
+    if (!path.starts_with('/')) {
+        refuse(fmt::format("launch path not absolute: {}", path));
+    }
+    struct stat info{};
+    if (::stat(path.c_str(), &info) != 0) {
+        refuseLaunch(path, errno);
+    }
+    if (S_ISDIR(info.st_mode)) {
+        refuseLaunch(path, EISDIR);
+    }
+    if (!S_ISREG(info.st_mode)) {
+        refuse(fmt::format("launch path not accessible: {}: Not a regular file", path));
+    }
+    if (::faccessat(AT_FDCWD, path.c_str(), X_OK, AT_EACCESS) != 0) {
+        refuseLaunch(path, errno);
+    }
+}
+
+void refuseNUL(std::string_view text, std::string_view what) {
+    if (text.find('\0') != std::string_view::npos) {
+        refuse(fmt::format("{} holds a NUL byte", what));
+    }
+}
+
+struct User {
+    std::string name;
+    std::string home;
+};
+
+User effectiveUser() {
+    const uid_t uid = ::geteuid();
+    passwd record{};
+    passwd* found = nullptr;
+    std::vector<char> buffer(1024);
+    int status = ERANGE;
+    while ((status = ::getpwuid_r(uid, &record, buffer.data(), buffer.size(), &found)) == ERANGE) {
+        buffer.resize(buffer.size() * 2);
+    }
+    if (status != 0 || found == nullptr) {
+        return {fmt::format("{}", uid), "/"}; // a user without an entry is one nevertheless
+    }
+    return {found->pw_name, found->pw_dir};
+}
+
+// Fixed, because what this process inherited is whoever started it talking to our tools.
+std::vector<std::string> toolEnvironment() {
+    const User user = effectiveUser();
+    return {
+        "PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin",
+        "LANG=C.UTF-8",
+        "HOME=" + user.home,
+        "USER=" + user.name,
+        "LOGNAME=" + user.name,
+        "SHELL=/bin/sh",
+    };
+}
+
+std::vector<char*> pointers(std::vector<std::string>& texts) {
+    std::vector<char*> list;
+    list.reserve(texts.size() + 1);
+    for (std::string& text : texts) {
+        list.push_back(text.data());
+    }
+    list.push_back(nullptr);
+    return list;
+}
+
+// What preparing a spawn answers: a descriptor may lie above the limit of open files.
+void check(int status) {
+    if (status != 0) {
+        refuse(fmt::format("launch cannot be prepared: {}", strerrordesc_np(status)));
+    }
+}
+
+class SpawnActions {
+public:
+    SpawnActions() { check(::posix_spawn_file_actions_init(&actions_)); }
+    SpawnActions(const SpawnActions&) = delete;
+    SpawnActions& operator=(const SpawnActions&) = delete;
+    SpawnActions(SpawnActions&&) = delete;
+    SpawnActions& operator=(SpawnActions&&) = delete;
+    ~SpawnActions() { ::posix_spawn_file_actions_destroy(&actions_); }
+    [[nodiscard]] posix_spawn_file_actions_t* get() { return &actions_; }
+
+private:
+    posix_spawn_file_actions_t actions_{};
+};
+
+class SpawnAttributes {
+public:
+    SpawnAttributes() { check(::posix_spawnattr_init(&attributes_)); }
+    SpawnAttributes(const SpawnAttributes&) = delete;
+    SpawnAttributes& operator=(const SpawnAttributes&) = delete;
+    SpawnAttributes(SpawnAttributes&&) = delete;
+    SpawnAttributes& operator=(SpawnAttributes&&) = delete;
+    ~SpawnAttributes() { ::posix_spawnattr_destroy(&attributes_); }
+    [[nodiscard]] posix_spawnattr_t* get() { return &attributes_; }
+
+private:
+    posix_spawnattr_t attributes_{};
+};
+
+void setDefaults(SpawnAttributes& attributes) {
+    sigset_t set{};
+    ::sigemptyset(&set);
+    check(::posix_spawnattr_setsigmask(attributes.get(), &set));
+    // Really all: sigfillset leaves out the C library's own two, which a spawn leaves ignored then.
+    std::memset(&set, 0xFF, sizeof(set));
+    check(::posix_spawnattr_setsigdefault(attributes.get(), &set));
+    check(::posix_spawnattr_setpgroup(attributes.get(), 0));
+    check(::posix_spawnattr_setflags(
+        attributes.get(), POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP));
+}
+
+// Out of the way of 0, 1 and 2, which are filled one after the other.
+UniqueFd aboveStandard(UniqueFd fd) {
+    if (!fd || fd.get() >= kFirstPrivateFd) {
+        return fd;
+    }
+    UniqueFd moved(::fcntl(fd.get(), F_DUPFD_CLOEXEC, kFirstPrivateFd));
+    if (!moved) {
+        refuse(fmt::format("descriptor {} cannot be given to a tool: {}", fd.get(),
+                           strerrordesc_np(errno)));
+    }
+    return moved;
+}
+
+} // namespace
+
+tl::expected<Pipe, Error> Pipe::pipe() {
+    std::array<int, 2> ends{};
+    if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
+        return tl::unexpected(Error::posix(errno));
+    }
+    return Pipe{UniqueFd(ends[0]), UniqueFd(ends[1])};
+}
+
+Task::~Task() {
+    if (state_ == State::running && isUnreaped()) {
+        ::kill(-pid_, SIGKILL);
+        static_cast<void>(reap()); // nobody is left to be told of a failure
+    }
+}
+
+void Task::setLaunchPath(std::string path) {
+    refuseNUL(path, "launch path");
+    launchPath_ = std::move(path);
+}
+
+void Task::setArguments(std::vector<std::string> arguments) {
+    for (std::size_t i = 0; i < arguments.size(); ++i) {
+        refuseNUL(arguments[i], fmt::format("argument {}", i));
+    }
+    arguments_ = std::move(arguments);
+}
+
+void Task::setStandardInput(UniqueFd fd) { standard_[0] = aboveStandard(std::move(fd)); }
+void Task::setStandardOutput(UniqueFd fd) { standard_[1] = aboveStandard(std::move(fd)); }
+void Task::setStandardError(UniqueFd fd) { standard_[2] = aboveStandard(std::move(fd)); }
+
+void Task::launch() {
+    if (state_ != State::notLaunched) {
+        refuse("task already launched");
+    }
+    checkLaunchPath(launchPath_);
+    spawn();
+    state_ = State::running;
+    pidfd_ = UniqueFd(::pidfd_open(pid_, 0));
+    for (UniqueFd& fd : standard_) {
+        fd.reset();
+    }
+}
+
+void Task::spawn() {
+    SpawnActions actions;
+    for (std::size_t i = 0; i < standard_.size(); ++i) {
+        if (standard_[i]) {
+            check(::posix_spawn_file_actions_adddup2(actions.get(), standard_[i].get(),
+                                                     static_cast<int>(i)));
+        }
+    }
+    check(::posix_spawn_file_actions_addclosefrom_np(actions.get(), kFirstPrivateFd));
+    check(::posix_spawn_file_actions_addchdir_np(actions.get(), "/"));
+    SpawnAttributes attributes;
+    setDefaults(attributes);
+
+    std::vector<std::string> words = arguments_;
+    words.insert(words.begin(), launchPath_);
+    std::vector<std::string> environment = toolEnvironment();
+    pid_t pid = 0;
+    const int status = ::posix_spawn(&pid, launchPath_.c_str(), actions.get(), attributes.get(),
+                                     pointers(words).data(), pointers(environment).data());
+    if (status == ENOENT) { // the file itself has just been seen
+        refuse(fmt::format("launch path not accessible: {}: its interpreter: {}", launchPath_,
+                           strerrordesc_np(status)));
+    }
+    if (status != 0) {
+        refuseLaunch(launchPath_, status);
+    }
+    pid_ = pid;
+}
+
+// 0 or the errno.
+int Task::wait(int options, siginfo_t& info) const noexcept {
+    const idtype_t type = pidfd_ ? P_PIDFD : P_PID;
+    const auto id = static_cast<id_t>(pidfd_ ? pidfd_.get() : pid_);
+    while (::waitid(type, id, &info, WEXITED | options) != 0) {
+        if (errno != EINTR) {
+            return errno;
+        }
+    }
+    return 0;
+}
+
+// False when the process ID may be another's by now.
+bool Task::isUnreaped() const noexcept {
+    siginfo_t info{};
+    return wait(WNOHANG | WNOWAIT, info) == 0;
+}
+
+// Waits and takes the status; 0 or the errno.
+int Task::reap() noexcept {
+    siginfo_t info{};
+    if (const int failure = wait(0, info); failure != 0) {
+        state_ = State::lost;
+        return failure;
+    }
+    reason_ =
+        info.si_code == CLD_EXITED ? TerminationReason::exit : TerminationReason::uncaughtSignal;
+    status_ = info.si_status;
+    state_ = State::ended;
+    pidfd_.reset();
+    return 0;
+}
+
+void Task::waitUntilExit() {
+    if (state_ == State::notLaunched) {
+        refuse("task not launched");
+    }
+    if (state_ != State::running) {
+        return;
+    }
+    if (const int status = reap(); status != 0) {
+        throw Exception("NSInternalInconsistencyException",
+                        fmt::format("the exit status of {} (process {}) is lost: {}", launchPath_,
+                                    pid_, strerrordesc_np(status)));
+    }
+}
+
+void Task::requireEnded() const {
+    switch (state_) {
+    case State::notLaunched:
+        refuse("task not launched");
+    case State::running:
+        refuse("task still running");
+    case State::lost:
+        refuse("the task's exit status is lost");
+    case State::ended:
+        return;
+    }
+}
+
+TerminationReason Task::terminationReason() const {
+    requireEnded();
+    return reason_;
+}
+
+int Task::terminationStatus() const {
+    requireEnded();
+    return status_;
+}
+
+} // namespace qv

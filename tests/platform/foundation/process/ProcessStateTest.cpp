@@ -1,0 +1,59 @@
+#include "platform/foundation/process/ProcessState.h"
+
+#include "platform/foundation/process/Support.h"
+
+#include <fmt/format.h>
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <fcntl.h>
+#include <filesystem>
+#include <string>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace qv {
+namespace {
+
+bool isNullDevice(int fd) {
+    struct stat info{};
+    struct stat null{};
+    return ::fstat(fd, &info) == 0 && ::stat("/dev/null", &null) == 0 &&
+           info.st_rdev == null.st_rdev && ::fcntl(fd, F_GETFD) == 0;
+}
+
+std::string disposition(int number) {
+    struct sigaction action{};
+    ::sigaction(number, nullptr, &action);
+    return action.sa_handler == SIG_DFL   ? "default"
+           : action.sa_handler == SIG_IGN ? "ignored"
+                                          : "handled";
+}
+
+TEST(ProcessState, PutsRightWhatAHostileParentLeft) {
+    const std::string text = test::inChild([] {
+        static_cast<void>(::chdir("/tmp"));
+        ::umask(0);
+        static_cast<void>(std::signal(SIGCHLD, SIG_IGN));
+        static_cast<void>(std::signal(SIGTERM, SIG_IGN));
+        static_cast<void>(std::signal(SIGHUP, [](int) {}));
+        sigset_t all{};
+        ::sigfillset(&all);
+        ::sigprocmask(SIG_SETMASK, &all, nullptr);
+        const UniqueFd handedOver(::fcntl(1, F_DUPFD, 7));
+        ::close(0);
+        ::close(2);
+        sanitizeProcess();
+        sigset_t mask{};
+        ::sigprocmask(SIG_SETMASK, nullptr, &mask);
+        return fmt::format(
+            "{} {:03o} {} {} {} {} {} {} {} {} {}", std::filesystem::current_path().string(),
+            ::umask(0), disposition(SIGCHLD), disposition(SIGTERM), disposition(SIGHUP),
+            disposition(SIGPIPE), ::sigismember(&mask, SIGTERM), isNullDevice(0), isNullDevice(1),
+            isNullDevice(2), ::fcntl(handedOver.get(), F_GETFD) == 0);
+    });
+    EXPECT_EQ(text, "/ 022 default default default ignored 0 true false true true");
+}
+
+} // namespace
+} // namespace qv
