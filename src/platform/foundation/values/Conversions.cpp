@@ -2,8 +2,8 @@
 
 #include "platform/foundation/values/Exception.h"
 
+#include <algorithm>
 #include <charconv>
-#include <cmath>
 #include <limits>
 
 namespace qv {
@@ -65,6 +65,39 @@ std::int64_t wide(const Value* value, std::string_view selector) {
         refuse(*value, selector);
     }
     return numberBits(*value);
+}
+
+bool isDigit(char c) { return c >= '0' && c <= '9'; }
+
+// Whether an unsigned decimal literal is above 1, told from its digits alone.
+bool isAboveOne(std::string_view literal) {
+    constexpr std::int64_t kFarOut = std::int64_t{1} << 40;
+    const std::size_t e = std::min(literal.find_first_of("eE"), literal.size());
+    const std::string_view mantissa = literal.substr(0, e);
+    const std::int64_t exponent =
+        e < literal.size() ? integerValue(literal.substr(e + 1), -kFarOut, kFarOut) : 0;
+    const std::size_t point = std::min(mantissa.find('.'), mantissa.size());
+    const std::size_t first = std::min(mantissa.find_first_of("123456789"), mantissa.size());
+    return static_cast<std::int64_t>(point) - static_cast<std::int64_t>(first) + exponent > 0;
+}
+
+double doubleOf(std::string_view text) {
+    text = withoutLeadingBlanks(text);
+    const bool negative = text.starts_with('-');
+    if (negative || text.starts_with('+')) {
+        text.remove_prefix(1);
+    }
+    if (text.empty() || (text.front() != '.' && !isDigit(text.front()))) {
+        return 0; // from_chars would read "inf" and "nan" here, and a second sign
+    }
+    double number = 0;
+    const char* const begin = text.data();
+    const auto [end, status] = std::from_chars(begin, begin + text.size(), number);
+    if (status == std::errc::result_out_of_range) {
+        const std::string_view literal = text.substr(0, static_cast<std::size_t>(end - begin));
+        number = isAboveOne(literal) ? std::numeric_limits<double>::infinity() : 0;
+    }
+    return negative ? -number : number;
 }
 
 } // namespace
@@ -145,24 +178,8 @@ double doubleValue(const Value* value) {
     case Kind::boolean:
     case Kind::integer:
         return static_cast<double>(numberBits(*value));
-    case Kind::string: {
-        std::string_view text = withoutLeadingBlanks(value->asString());
-        const bool positive = text.starts_with('+');
-        text.remove_prefix(positive ? 1 : 0);
-        const std::size_t digit = !positive && text.starts_with('-') ? 1 : 0;
-        if (digit >= text.size() ||
-            (text[digit] != '.' && (text[digit] < '0' || text[digit] > '9'))) {
-            return 0; // no "inf" and "nan" here
-        }
-        double number = 0;
-        const auto result = std::from_chars(text.data(), text.data() + text.size(), number);
-        if (result.ec == std::errc::result_out_of_range) {
-            const bool tiny =
-                std::string_view(text.data(), result.ptr).find("e-") != std::string_view::npos;
-            return tiny ? 0 : (digit == 1 ? -HUGE_VAL : HUGE_VAL);
-        }
-        return number;
-    }
+    case Kind::string:
+        return doubleOf(value->asString());
     default:
         refuse(*value, "doubleValue");
     }

@@ -1,16 +1,14 @@
 #include "platform/foundation/values/Description.h"
 
-#include "platform/foundation/values/Error.h"
+#include "platform/foundation/values/ErrorText.h"
 #include "platform/foundation/values/URL.h"
 #include "platform/foundation/values/UTF8.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
 #include <chrono>
 #include <cmath>
-#include <cstring>
 
 namespace qv {
 
@@ -18,12 +16,14 @@ namespace {
 
 using Kind = Value::Kind;
 constexpr int kDeepest = 512;
+// Objects that are shared, and indentation, can make a text of any length out of a short list.
+constexpr std::size_t kLongestText = std::size_t{1} << 20U;
 
 std::string dateText(Date date) {
     using namespace std::chrono;
     constexpr std::int64_t kReference = 978307200; // 2001-01-01 in Unix time
-    constexpr double kLargest = 8e12;              // well inside what year_month_day holds
-    if (!(std::abs(date.secondsSinceReference) < kLargest / 10)) {
+    constexpr double kLargest = 8e11;              // well inside what year_month_day holds
+    if (!(std::abs(date.secondsSinceReference) < kLargest)) {
         return fmt::format("{} seconds since 2001", date.secondsSinceReference);
     }
     const sys_seconds instant{
@@ -63,163 +63,183 @@ bool isBareWord(std::string_view text) {
     return !text.empty() && std::ranges::all_of(text, plain);
 }
 
-void appendUnit(std::string& out, char32_t unit) {
-    fmt::format_to(std::back_inserter(out), "\\U{:04x}", static_cast<unsigned>(unit));
+std::string unitEscape(char32_t unit) {
+    return fmt::format("\\U{:04x}", static_cast<unsigned>(unit));
 }
 
-void appendQuoted(std::string& out, std::string_view text) {
-    if (isBareWord(text)) {
-        out += text;
-        return;
+// One character as it stands between double quotes.
+std::string escaped(char32_t point) {
+    if (point == U'"' || point == U'\\') {
+        return {'\\', static_cast<char>(point)};
     }
-    out += '"';
-    for (std::size_t index = 0; index < text.size();) {
-        const char32_t point = decodeUTF8(text, index);
-        if (point == U'"' || point == U'\\') {
-            out += '\\';
-            out += static_cast<char>(point);
-        } else if (point == U'\n') {
-            out += "\\n";
-        } else if (point >= 0x10000) {
-            appendUnit(out, 0xD800 + ((point - 0x10000) >> 10U));
-            appendUnit(out, 0xDC00 + ((point - 0x10000) & 0x3FFU));
-        } else if (point >= 0x80 || point < 0x20) {
-            appendUnit(out, point);
-        } else {
-            out += static_cast<char>(point);
-        }
+    if (point == U'\n') {
+        return "\\n";
     }
-    out += '"';
+    if (point >= 0x10000) {
+        return unitEscape(0xD800 + ((point - 0x10000) >> 10U)) +
+               unitEscape(0xDC00 + ((point - 0x10000) & 0x3FFU));
+    }
+    if (point >= 0x7F || point < 0x20) {
+        return unitEscape(point);
+    }
+    return {static_cast<char>(point)};
 }
 
 class Writer {
 public:
-    std::string text;
-
-    void append(const Value& value, int depth, bool quoted) {
-        if (depth > kDeepest) {
-            text += "...";
+    void append(const Value& value, int indent, bool quoted) {
+        if (depth_ == kDeepest) {
+            put("...");
             return;
         }
+        ++depth_;
         switch (value.kind()) {
         case Kind::string:
-            quoted ? appendQuoted(text, value.asString()) : void(text += value.asString());
+            if (quoted) {
+                putQuoted(value.asString());
+            } else {
+                put(value.asString());
+            }
             break;
         case Kind::array:
         case Kind::set:
-            appendArray(value, depth);
+            appendArray(value.asArray(), indent);
             break;
         case Kind::dictionary:
-            appendDictionary(value.asDictionary(), depth);
+            appendDictionary(value.asDictionary(), indent);
             break;
         case Kind::error:
-            appendError(value.asError(), depth);
+            appendError(value.asError());
             break;
         default:
-            appendScalar(value);
+            put(scalarText(value));
         }
+        --depth_;
     }
+
+    [[nodiscard]] std::string take() { return std::move(text_); }
 
 private:
-    void appendScalar(const Value& value) {
-        auto out = std::back_inserter(text);
+    // The only way into the text; once it is full nothing more comes in.
+    void put(std::string_view piece) {
+        if (full_) {
+            return;
+        }
+        const std::size_t room = kLongestText - text_.size();
+        if (piece.size() <= room) {
+            text_ += piece;
+            return;
+        }
+        text_ += piece.substr(0, validUTF8Length(piece.substr(0, room)));
+        text_ += "...";
+        full_ = true;
+    }
+
+    void putQuoted(std::string_view text) {
+        if (isBareWord(text)) {
+            put(text);
+            return;
+        }
+        put("\"");
+        for (std::size_t index = 0; index < text.size() && !full_;) {
+            put(escaped(decodeUTF8(text, index)));
+        }
+        put("\"");
+    }
+
+    void putIndent(int indent) { put(std::string(static_cast<std::size_t>(indent) * 4, ' ')); }
+
+    static std::string scalarText(const Value& value) {
         switch (value.kind()) {
         case Kind::boolean:
-            text += value.asBoolean() ? '1' : '0';
-            break;
+            return value.asBoolean() ? "1" : "0";
         case Kind::integer:
-            fmt::format_to(out, "{}", value.asInteger());
-            break;
+            return fmt::format("{}", value.asInteger());
         case Kind::unsignedInteger:
-            fmt::format_to(out, "{}", value.asUnsignedInteger());
-            break;
+            return fmt::format("{}", value.asUnsignedInteger());
         case Kind::real:
-            fmt::format_to(out, "{:.16g}", value.asReal());
-            break;
+            return fmt::format("{:.16g}", value.asReal());
         case Kind::data:
-            text += dataText(value.asData());
-            break;
+            return dataText(value.asData());
         case Kind::date:
-            text += dateText(value.asDate());
-            break;
+            return dateText(value.asDate());
         case Kind::uid:
-            fmt::format_to(out, "{{value = {}}}", value.asUID().index);
-            break;
+            return fmt::format("{{value = {}}}", value.asUID().index);
         case Kind::url:
-            text += value.asURL().absoluteString();
-            break;
+            return value.asURL().absoluteString();
         default:
-            text += "<null>";
+            return "<null>";
         }
     }
 
-    void indent(int depth) { text.append(static_cast<std::size_t>(depth) * 4, ' '); }
-
-    void appendArray(const Value& value, int depth) {
-        text += "(\n";
-        const std::span<const Value> elements = value.asArray();
-        for (std::size_t i = 0; i < elements.size(); ++i) {
-            indent(depth + 1);
-            append(elements[i], depth + 1, true);
-            text += i + 1 < elements.size() ? ",\n" : "\n";
+    void appendArray(std::span<const Value> elements, int indent) {
+        put("(\n");
+        for (std::size_t i = 0; i < elements.size() && !full_; ++i) {
+            putIndent(indent + 1);
+            append(elements[i], indent + 1, true);
+            put(i + 1 < elements.size() ? ",\n" : "\n");
         }
-        indent(depth);
-        text += ')';
+        putIndent(indent);
+        put(")");
     }
 
-    void appendDictionary(DictionaryView pairs, int depth) {
-        text += "{\n";
-        for (std::size_t i = 0; i < pairs.size(); ++i) {
-            indent(depth + 1);
-            appendQuoted(text, pairs.key(i));
-            text += " = ";
-            append(pairs.value(i), depth + 1, true);
-            text += ";\n";
+    void appendDictionary(DictionaryView pairs, int indent) {
+        put("{\n");
+        for (std::size_t i = 0; i < pairs.size() && !full_; ++i) {
+            putIndent(indent + 1);
+            putQuoted(pairs.key(i));
+            put(" = ");
+            append(pairs.value(i), indent + 1, true);
+            put(";\n");
         }
-        indent(depth);
-        text += '}';
+        putIndent(indent);
+        put("}");
     }
 
-    void appendError(const Error& error, int depth) {
+    // The values of the user information are whole texts of their own, so they begin at the margin.
+    void appendError(const Error& error) {
         const Value info = error.userInfo();
-        fmt::format_to(std::back_inserter(text), "Error Domain={} Code={} \"", error.domain(),
-                       error.code());
-        appendErrorText(error, info, depth);
-        text += '"';
+        put(fmt::format("Error Domain={} Code={} \"", error.domain(), error.code()));
+        appendErrorText(error, info);
+        put("\"");
         const DictionaryView pairs = info.asDictionary();
         if (pairs.empty()) {
             return;
         }
-        text += " UserInfo={";
-        for (std::size_t i = 0; i < pairs.size(); ++i) {
-            text += i == 0 ? "" : ", ";
-            text += pairs.key(i);
-            text += '=';
+        put(" UserInfo={");
+        for (std::size_t i = 0; i < pairs.size() && !full_; ++i) {
+            put(i == 0 ? "" : ", ");
+            put(pairs.key(i));
+            put("=");
             const bool underlying =
                 pairs.key(i) == error_key::kUnderlyingError && pairs.value(i).is(Kind::error);
-            text += underlying ? "{" : "";
-            append(pairs.value(i), depth + 1, false);
-            text += underlying ? "}" : "";
+            put(underlying ? "{" : "");
+            append(pairs.value(i), 0, false);
+            put(underlying ? "}" : "");
         }
-        text += '}';
+        put("}");
     }
 
-    void appendErrorText(const Error& error, const Value& info, int depth) {
+    void appendErrorText(const Error& error, const Value& info) {
         for (const std::string_view key :
              {error_key::kLocalizedDescription, error_key::kLocalizedFailureReason}) {
             if (const Value* value = info.find(key)) {
-                return append(*value, depth + 1, false);
+                append(*value, 0, false);
+                return;
             }
         }
-        if (error.domain() == error_domain::kPOSIX) {
-            const char* known = strerrordesc_np(static_cast<int>(error.code()));
-            text += known == nullptr ? "Unknown error" : known;
-        } else if (const Value* value = info.find(error_key::kDebugDescription)) {
-            append(*value, depth + 1, false);
+        const std::string own = systemText(error) + fileErrorSentence(error);
+        const Value* debug = info.find(error_key::kDebugDescription);
+        if (own.empty() && debug != nullptr) {
+            append(*debug, 0, false);
         } else {
-            text += "(null)";
+            put(own.empty() ? "(null)" : own);
         }
     }
+
+    std::string text_;
+    int depth_ = 0;
+    bool full_ = false;
 };
 
 } // namespace
@@ -228,9 +248,12 @@ std::string description(const Value* value) {
     if (value == nullptr) {
         return "(null)";
     }
+    if (value->is(Kind::string)) {
+        return std::string(value->asString());
+    }
     Writer writer;
     writer.append(*value, 0, false);
-    return std::move(writer.text);
+    return writer.take();
 }
 
 } // namespace qv

@@ -7,7 +7,8 @@
 namespace qv {
 
 /// The text that `%@` shows for a value; "(null)" for a null pointer. Containers span lines.
-/// Trees deeper than 512 are cut with "...".
+/// Dictionaries and user information keep the order of their pairs. A string is given whole; what
+/// is nested deeper than 512, and any other text after 1 MiB, is cut with "...".
 [[nodiscard]] std::string description(const Value* value);
 [[nodiscard]] inline std::string description(const Value& value) { return description(&value); }
 

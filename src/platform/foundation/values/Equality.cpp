@@ -1,7 +1,10 @@
 #include "platform/foundation/values/Node.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
+#include <map>
+#include <unordered_map>
 #include <vector>
 
 namespace qv {
@@ -9,127 +12,276 @@ namespace qv {
 namespace {
 
 using Kind = Value::Kind;
-using Pending = std::vector<std::pair<const Value*, const Value*>>;
 
-// Exact, without a detour through double where that would round.
-bool equalsReal(std::int64_t integer, double real) {
-    constexpr double kLimit = 9223372036854775808.0; // 2^63
-    return real >= -kLimit && real < kLimit && std::trunc(real) == real &&
-           static_cast<std::int64_t>(real) == integer;
-}
+constexpr double kTwoTo63 = 9223372036854775808.0;
+constexpr double kTwoTo64 = 18446744073709551616.0;
 
-bool equalNumbers(const Value& left, const Value& right) {
-    if (left.is(Kind::real) && right.is(Kind::real)) {
-        return left.asReal() == right.asReal();
-    }
-    if (left.is(Kind::real) || right.is(Kind::real)) {
-        const Value& real = left.is(Kind::real) ? left : right;
-        const Value& other = left.is(Kind::real) ? right : left;
-        if (other.is(Kind::unsignedInteger)) {
-            constexpr double kLimit = 18446744073709551616.0; // 2^64
-            const double number = real.asReal();
-            return number >= 0 && number < kLimit && std::trunc(number) == number &&
-                   static_cast<std::uint64_t>(number) == other.asUnsignedInteger();
+// A number in the one form that all equal numbers share: an integer where it is one, exactly.
+struct PlainNumber {
+    Kind kind = Kind::integer;
+    std::uint64_t bits = 0;
+    friend bool operator==(const PlainNumber&, const PlainNumber&) = default;
+};
+
+PlainNumber plainReal(double real) {
+    if (std::trunc(real) == real) { // the test of the range comes before the cast
+        if (real >= -kTwoTo63 && real < kTwoTo63) {
+            return {Kind::integer, static_cast<std::uint64_t>(static_cast<std::int64_t>(real))};
         }
-        return equalsReal(other.is(Kind::boolean) ? int{other.asBoolean()} : other.asInteger(),
-                          real.asReal());
+        if (real > 0 && real < kTwoTo64) {
+            return {Kind::unsignedInteger, static_cast<std::uint64_t>(real)};
+        }
     }
-    if (left.is(Kind::unsignedInteger) || right.is(Kind::unsignedInteger)) {
-        return left.kind() == right.kind() && left.asUnsignedInteger() == right.asUnsignedInteger();
-    }
-    const auto integer = [](const Value& value) -> std::int64_t {
-        return value.is(Kind::boolean) ? int{value.asBoolean()} : value.asInteger();
-    };
-    return integer(left) == integer(right);
+    return {Kind::real, std::bit_cast<std::uint64_t>(real)};
 }
 
-bool equalSets(const Value& left, const Value& right) {
-    const auto within = [](const Value& inner, const Value& outer) {
-        return std::ranges::all_of(inner.asArray(), [&](const Value& element) {
-            return std::ranges::find(outer.asArray(), element) != outer.asArray().end();
-        });
-    };
-    return within(left, right) && within(right, left);
+PlainNumber plainNumber(const Value& number) {
+    switch (number.kind()) {
+    case Kind::boolean:
+        return {Kind::integer, number.asBoolean() ? 1U : 0U};
+    case Kind::integer:
+        return {Kind::integer, static_cast<std::uint64_t>(number.asInteger())};
+    case Kind::unsignedInteger:
+        return {Kind::unsignedInteger, number.asUnsignedInteger()};
+    default:
+        return plainReal(number.asReal());
+    }
 }
 
-bool queueDictionary(const Value& left, const Value& right, Pending& pending) {
-    const DictionaryView a = left.asDictionary();
-    const DictionaryView b = right.asDictionary();
-    if (a.size() != b.size()) {
+bool isNotANumber(const Value& value) {
+    return (value.is(Kind::real) && std::isnan(value.asReal())) ||
+           (value.is(Kind::date) && std::isnan(value.asDate().secondsSinceReference));
+}
+
+bool isContainer(const Value& value) {
+    switch (value.kind()) {
+    case Kind::array:
+    case Kind::set:
+    case Kind::dictionary:
+    case Kind::url:
+    case Kind::error:
+        return true;
+    default:
         return false;
     }
-    for (std::size_t i = 0; i < a.size(); ++i) {
-        const Value* other = b.find(a.key(i));
-        if (other == nullptr) {
-            return false;
-        }
-        pending.emplace_back(&a.value(i), other);
-    }
-    return true;
 }
 
-bool queueSlots(std::span<const Value> left, std::span<const Value> right, Pending& pending) {
-    if (left.size() != right.size()) {
+bool equalScalars(const Value& left, const Value& right) {
+    if (isNotANumber(left) || isNotANumber(right)) {
         return false;
     }
-    for (std::size_t i = 0; i < left.size(); ++i) {
-        pending.emplace_back(&left[i], &right[i]);
+    if (left.isNumber() && right.isNumber()) {
+        return plainNumber(left) == plainNumber(right);
     }
-    return true;
+    if (left.kind() != right.kind()) {
+        return false;
+    }
+    switch (left.kind()) {
+    case Kind::string:
+        return left.asString() == right.asString();
+    case Kind::data:
+        return left.asData() == right.asData();
+    case Kind::date:
+        return left.asDate() == right.asDate();
+    case Kind::uid:
+        return left.asUID() == right.asUID();
+    default:
+        return true; // two null objects
+    }
 }
+
+// Numbers values so that equal ones, and no others, have the same number. Each object is looked at
+// once however often it is shared, and no stack grows with the depth.
+class Numbering {
+public:
+    std::uint32_t numberOf(const Value& root) {
+        std::vector<Visit> pending{{&root, false}};
+        while (!pending.empty()) {
+            auto& [value, entered] = pending.back();
+            if (!isContainer(*value) || containers_.contains(value->identity())) {
+                pending.pop_back();
+            } else if (entered) {
+                containers_.emplace(value->identity(), numberOfContainer(*value));
+                pending.pop_back();
+            } else {
+                entered = true;
+                for (const Value& slot : Node::slotsOf(*value)) {
+                    pending.emplace_back(&slot, false);
+                }
+            }
+        }
+        return known(root);
+    }
+
+private:
+    using Visit = std::pair<const Value*, bool>;
+    using Key = std::vector<std::uint32_t>;
+
+    // The number of a scalar, or of a container that has one already.
+    std::uint32_t known(const Value& value) {
+        if (isContainer(value)) {
+            return containers_.at(value.identity());
+        }
+        if (isNotANumber(value)) {
+            return next_++; // equal to nothing
+        }
+        if (value.is(Kind::string)) {
+            return numberIn(texts_, value.asString());
+        }
+        if (value.is(Kind::data)) {
+            return numberIn(data_, value.asData());
+        }
+        PlainNumber plain{value.kind(), 0};
+        if (value.isNumber()) {
+            plain = plainNumber(value);
+        } else if (value.is(Kind::date)) { // plus 0 makes both zeros one
+            plain.bits = std::bit_cast<std::uint64_t>(value.asDate().secondsSinceReference + 0.0);
+        } else if (value.is(Kind::uid)) {
+            plain.bits = value.asUID().index;
+        }
+        return numberIn(keys_, keyWith(plain.kind, plain.bits));
+    }
+
+    std::uint32_t numberOfContainer(const Value& value) {
+        Key key = value.is(Kind::error)
+                      ? keyWith(Kind::error, static_cast<std::uint64_t>(Node::errorCode(value)))
+                      : Key{static_cast<std::uint32_t>(value.kind())};
+        if (value.is(Kind::dictionary)) {
+            appendPairs(key, value.asDictionary());
+        } else {
+            for (const Value& slot : Node::slotsOf(value)) {
+                key.push_back(known(slot));
+            }
+        }
+        if (value.is(Kind::set)) {
+            std::ranges::sort(key.begin() + 1, key.end());
+            const auto repeats = std::ranges::unique(key.begin() + 1, key.end());
+            key.erase(repeats.begin(), repeats.end());
+        }
+        return numberIn(keys_, std::move(key));
+    }
+
+    void appendPairs(Key& key, const DictionaryView& pairs) {
+        std::vector<std::pair<std::uint32_t, std::uint32_t>> numbers;
+        numbers.reserve(pairs.size());
+        for (std::size_t i = 0; i < pairs.size(); ++i) {
+            numbers.emplace_back(numberIn(texts_, pairs.key(i)), known(pairs.value(i)));
+        }
+        std::ranges::sort(numbers);
+        for (const auto& [name, value] : numbers) {
+            key.insert(key.end(), {name, value});
+        }
+    }
+
+    static Key keyWith(Kind kind, std::uint64_t bits) {
+        return {static_cast<std::uint32_t>(kind), static_cast<std::uint32_t>(bits),
+                static_cast<std::uint32_t>(bits >> 32U)};
+    }
+
+    template <typename Map> std::uint32_t numberIn(Map& map, typename Map::key_type key) {
+        const auto [place, isNew] = map.try_emplace(std::move(key), next_);
+        next_ += isNew ? 1 : 0;
+        return place->second;
+    }
+
+    std::uint32_t next_ = 0;
+    // Ordered maps: no choice of content makes them slow.
+    std::map<std::string_view, std::uint32_t> texts_;
+    std::map<std::string_view, std::uint32_t> data_;
+    std::map<Key, std::uint32_t> keys_;
+    std::unordered_map<std::uintptr_t, std::uint32_t> containers_;
+};
+
+// Walks two trees in step, which is quick, needs no look at all of them to find a difference, and
+// serves all but sets (where an element's partner is not known) and trees that share so much that
+// a walk would not end (an array of one array ten times, twenty levels deep).
+class Walk {
+public:
+    enum class Outcome : std::uint8_t { equal, different, undecided };
+
+    Outcome compare(const Value& leftRoot, const Value& rightRoot) {
+        queue(leftRoot, rightRoot);
+        while (!pending_.empty()) {
+            const auto [left, right] = pending_.back();
+            pending_.pop_back();
+            const Outcome outcome = compareOne(*left, *right);
+            if (outcome != Outcome::equal) {
+                return outcome;
+            }
+        }
+        return Outcome::equal;
+    }
+
+private:
+    static constexpr std::size_t kMostPairs = std::size_t{1} << 20U;
+
+    void queue(const Value& left, const Value& right) { pending_.emplace_back(&left, &right); }
+
+    static Outcome decided(bool equal) { return equal ? Outcome::equal : Outcome::different; }
+
+    // Equal so far: what is below waits in the queue.
+    Outcome compareOne(const Value& left, const Value& right) {
+        if (!isContainer(left) || !isContainer(right)) {
+            return decided(equalScalars(left, right));
+        }
+        if (left.sameAs(right)) {
+            return Outcome::equal;
+        }
+        const std::span<const Value> slots = Node::slotsOf(left);
+        if (left.kind() != right.kind()) {
+            return Outcome::different;
+        }
+        if (left.is(Kind::set)) {
+            return Outcome::undecided;
+        }
+        if (slots.size() != Node::slotsOf(right).size() ||
+            (left.is(Kind::error) && Node::errorCode(left) != Node::errorCode(right))) {
+            return Outcome::different;
+        }
+        if (slots.size() > kMostPairs - pairs_) {
+            return Outcome::undecided;
+        }
+        pairs_ += slots.size();
+        if (left.is(Kind::dictionary)) {
+            return queueValues(left.asDictionary(), right.asDictionary());
+        }
+        for (std::size_t i = 0; i < slots.size(); ++i) {
+            queue(slots[i], Node::slotsOf(right)[i]);
+        }
+        return Outcome::equal;
+    }
+
+    Outcome queueValues(const DictionaryView& left, const DictionaryView& right) {
+        for (std::size_t i = 0; i < left.size(); ++i) {
+            const Value* other = right.find(left.key(i));
+            if (other == nullptr) {
+                return Outcome::different;
+            }
+            queue(left.value(i), *other);
+        }
+        return Outcome::equal;
+    }
+
+    std::vector<std::pair<const Value*, const Value*>> pending_;
+    std::size_t pairs_ = 0;
+};
 
 } // namespace
 
-bool operator==(const Value& leftRoot, const Value& rightRoot) {
-    Pending pending{{&leftRoot, &rightRoot}};
-    while (!pending.empty()) {
-        const Value& left = *pending.back().first;
-        const Value& right = *pending.back().second;
-        pending.pop_back();
-        if (left.sameAs(right) && !left.is(Kind::real)) {
-            continue;
-        }
-        if (left.isNumber() && right.isNumber()) {
-            if (!equalNumbers(left, right)) {
-                return false;
-            }
-            continue;
-        }
-        if (left.kind() != right.kind()) {
-            return false;
-        }
-        bool same = true;
-        switch (left.kind()) {
-        case Kind::string:
-            same = left.asString() == right.asString();
-            break;
-        case Kind::data:
-            same = left.asData() == right.asData();
-            break;
-        case Kind::date:
-            same = left.asDate() == right.asDate();
-            break;
-        case Kind::uid:
-            same = left.asUID() == right.asUID();
-            break;
-        case Kind::set:
-            same = left.asArray().size() == right.asArray().size() && equalSets(left, right);
-            break;
-        case Kind::dictionary:
-            same = queueDictionary(left, right, pending);
-            break;
-        case Kind::error:
-            same = *left.node()->payload<std::int64_t>() == *right.node()->payload<std::int64_t>();
-            [[fallthrough]];
-        default:
-            same = same && (left.isNull() ||
-                            queueSlots(left.node()->slots(), right.node()->slots(), pending));
-        }
-        if (!same) {
-            return false;
-        }
+bool operator==(const Value& left, const Value& right) {
+    if (!isContainer(left) || !isContainer(right)) {
+        return equalScalars(left, right);
     }
-    return true;
+    switch (Walk().compare(left, right)) {
+    case Walk::Outcome::equal:
+        return true;
+    case Walk::Outcome::different:
+        return false;
+    case Walk::Outcome::undecided:
+        break;
+    }
+    Numbering numbering;
+    return numbering.numberOf(left) == numbering.numberOf(right);
 }
 
 } // namespace qv

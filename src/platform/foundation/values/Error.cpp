@@ -1,37 +1,32 @@
 #include "platform/foundation/values/Error.h"
 
 #include "platform/foundation/values/Description.h"
+#include "platform/foundation/values/ErrorText.h"
 #include "platform/foundation/values/Node.h"
 
 #include <fmt/format.h>
 
-#include <cassert>
-#include <cstring>
-
 namespace qv {
 
 namespace {
-
-// The domain's own text for a code, where it has one.
-std::string systemText(const Error& error) {
-    if (error.domain() != error_domain::kPOSIX) {
-        return {};
-    }
-    const char* text = strerrordesc_np(static_cast<int>(error.code()));
-    return text == nullptr ? fmt::format("Unknown error: {}", error.code()) : std::string(text);
-}
 
 std::string textUnder(const Value& userInfo, std::string_view key) {
     const Value* value = userInfo.find(key);
     return value == nullptr ? std::string() : description(*value);
 }
 
+// What a sentence begins with that can say no more about what was tried.
+std::string_view opening(const Error& error) {
+    return error.domain() == error_domain::kCocoa &&
+                   error.code() == cocoa_error::kPropertyListReadCorrupt
+               ? "The data couldn’t be read because it isn’t in the correct format."
+               : "The operation couldn’t be completed.";
+}
+
 } // namespace
 
 Error::Error(std::string_view domain, std::int64_t code, const Value& userInfo)
-    : value_(Value::errorNode(domain, code, userInfo)) {
-    assert(userInfo.isNull() || userInfo.is(Value::Kind::dictionary));
-}
+    : value_(Value::errorNode(domain, code, userInfo)) {}
 
 Error Error::withDescription(std::string_view domain, std::int64_t code, std::string_view text) {
     return {domain, code,
@@ -59,15 +54,19 @@ std::string Error::localizedDescription() const {
     }
     std::string reason = textUnder(info, error_key::kLocalizedFailureReason);
     if (reason.empty()) {
+        std::string sentence = fileErrorSentence(*this);
+        if (!sentence.empty()) {
+            return sentence;
+        }
         reason = systemText(*this);
     }
-    if (reason.empty()) {
+    if (reason.empty()) { // better than a bare number: it names the place of the fault
         reason = textUnder(info, error_key::kDebugDescription);
     }
-    if (!reason.empty()) {
-        return fmt::format("The operation couldn’t be completed. {}", reason);
+    if (reason.empty()) {
+        reason = fmt::format("({} error {}.)", domain(), code());
     }
-    return fmt::format("The operation couldn’t be completed. ({} error {}.)", domain(), code());
+    return fmt::format("{} {}", opening(*this), reason);
 }
 
 } // namespace qv

@@ -13,7 +13,7 @@ namespace qv {
 class [[nodiscard]] Error {
 public:
     Error() noexcept = default; ///< success
-    /// `userInfo`: a dictionary, or the null object for none.
+    /// `userInfo`: a dictionary, or the null object for none. Anything else throws an Exception.
     Error(std::string_view domain, std::int64_t code, const Value& userInfo = {});
 
     /// An error whose only user information is a localized description.
@@ -29,9 +29,12 @@ public:
     [[nodiscard]] std::int64_t code() const noexcept;
     [[nodiscard]] Value userInfo() const; ///< an empty dictionary when there is none
 
-    /// `Error Domain=D Code=C "TEXT" UserInfo={k=v, k2=v2}`, for logs.
+    /// `Error Domain=D Code=C "TEXT" UserInfo={k=v, k2=v2}`, for logs. Differs from the platform in
+    /// one thing: no address stands before an underlying error's brace, since the texts of a root
+    /// service leave it.
     [[nodiscard]] std::string description() const;
-    /// A sentence for people.
+    /// A sentence for people: the localized description, else one made of the failure reason, of
+    /// the domain's own text, of the debug description, or of domain and code.
     [[nodiscard]] std::string localizedDescription() const;
 
     friend bool operator==(const Error& left, const Error& right) {
@@ -57,6 +60,10 @@ inline constexpr std::string_view kUnderlyingError = "NSUnderlyingError";
 inline constexpr std::string_view kDebugDescription = "NSDebugDescription";
 inline constexpr std::string_view kFilePath = "NSFilePath";
 inline constexpr std::string_view kURL = "NSURL";
+inline constexpr std::string_view kSourceFilePath = "NSSourceFilePathErrorKey";
+inline constexpr std::string_view kDestinationFilePath = "NSDestinationFilePath";
+/// An array of one word: Remove, Copy, Move, Link, Folder.
+inline constexpr std::string_view kUserStringVariant = "NSUserStringVariant";
 } // namespace error_key
 
 /// Codes of NSCocoaErrorDomain that this system makes.

@@ -72,8 +72,8 @@ KeyList::KeyList(std::span<const Value> keys) {
     if (unique.size() > kLinearSearchLimit) {
         sorted = sortedIndex(unique);
     }
-    shape_ = new Shape{1, std::move(unique),
-                       std::move(sorted)}; // NOLINT(cppcoreguidelines-owning-memory): counted
+    // NOLINTNEXTLINE(cppcoreguidelines-owning-memory): counted
+    shape_ = new Shape{1, std::move(unique), std::move(sorted)};
 }
 
 KeyList::KeyList(const KeyList& other) noexcept : shape_(other.shape_) {
@@ -82,7 +82,13 @@ KeyList::KeyList(const KeyList& other) noexcept : shape_(other.shape_) {
     }
 }
 
-KeyList& KeyList::operator=(KeyList other) noexcept {
+KeyList& KeyList::operator=(const KeyList& other) noexcept {
+    KeyList copy(other);
+    std::swap(shape_, copy.shape_);
+    return *this;
+}
+
+KeyList& KeyList::operator=(KeyList&& other) noexcept {
     std::swap(shape_, other.shape_);
     return *this;
 }

@@ -1,7 +1,6 @@
 #include "platform/foundation/values/Node.h"
 
-#include "platform/foundation/values/Exception.h"
-
+#include <bit>
 #include <limits>
 #include <new>
 
@@ -35,6 +34,7 @@ Node* Node::allocate(Value::Kind kind, std::uint64_t length, std::size_t payload
     if (payloadBytes > std::numeric_limits<std::size_t>::max() / 2) {
         throw std::bad_alloc();
     }
+    // NOLINTNEXTLINE(cppcoreguidelines-owning-memory): counted; `destroy` is its end
     return new (::operator new(sizeof(Node) + payloadBytes)) Node{1, kind, length};
 }
 
@@ -52,7 +52,7 @@ Node* Node::lastReference(Value& slot) noexcept {
     if (bits == 0 || (bits & 3U) != 0) {
         return nullptr;
     }
-    auto* node = reinterpret_cast<Node*>(bits);
+    auto* node = std::bit_cast<Node*>(bits);
     if (node->references.fetch_sub(1, std::memory_order_acq_rel) != 1) {
         return nullptr;
     }
@@ -85,7 +85,7 @@ void Node::destroy(Node* node) noexcept {
         node = parent;
         if (parent != nullptr) {
             Value* wayBack = parent->slot(parent->length);
-            parent = reinterpret_cast<Node*>(std::exchange(wayBack->bits_, 0));
+            parent = std::bit_cast<Node*>(std::exchange(wayBack->bits_, 0));
         }
     }
 }

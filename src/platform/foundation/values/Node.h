@@ -35,6 +35,14 @@ struct Node {
         return payload<Value>(slotOffset(kind)) + index;
     }
 
+    /// The values inside a container (no scalar): of a dictionary its values, of a URL its text.
+    [[nodiscard]] static std::span<const Value> slotsOf(const Value& container) noexcept {
+        return container.node()->slots();
+    }
+    [[nodiscard]] static std::int64_t errorCode(const Value& error) noexcept {
+        return *error.node()->payload<std::int64_t>();
+    }
+
     static Node* allocate(Value::Kind kind, std::uint64_t length, std::size_t payloadBytes);
     /// Frees a node whose last reference is gone, and all that goes with it.
     static void destroy(Node* node) noexcept;

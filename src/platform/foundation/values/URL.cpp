@@ -2,13 +2,9 @@
 
 #include "platform/foundation/values/UTF8.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
-#include <cstdlib>
 #include <filesystem>
 #include <sys/stat.h>
-#include <unistd.h>
 
 namespace qv {
 
@@ -37,19 +33,34 @@ bool isOutsideASCII(char c) {
     return byte <= 0x20 || byte >= 0x7F;
 }
 
+void appendEncodedIf(bool encode, std::string& out, char c) {
+    constexpr std::string_view kDigits = "0123456789ABCDEF";
+    if (encode) {
+        const auto byte = static_cast<unsigned char>(c);
+        out += {'%', kDigits[byte >> 4U], kDigits[byte & 0xFU]};
+    } else {
+        out += c;
+    }
+}
+
 void appendEncoded(std::string& out, std::string_view text) {
     for (const char c : text) {
-        if (isOutsideASCII(c) || kEncodedInPath.find(c) != std::string_view::npos) {
-            fmt::format_to(std::back_inserter(out), "%{:02X}", static_cast<unsigned char>(c));
-        } else {
-            out += c;
-        }
+        appendEncodedIf(isOutsideASCII(c) || kEncodedInPath.find(c) != std::string_view::npos, out,
+                        c);
     }
 }
 
 bool isFolder(const std::string& path) {
     struct stat info{};
-    return ::stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+    return path.find('\0') == std::string::npos && ::stat(path.c_str(), &info) == 0 &&
+           S_ISDIR(info.st_mode);
+}
+
+std::string_view withoutTrailingSlashes(std::string_view path) {
+    while (path.size() > 1 && path.ends_with('/')) {
+        path.remove_suffix(1);
+    }
+    return path;
 }
 
 // Where the path begins and ends in a URL's text.
@@ -89,26 +100,28 @@ std::optional<URL> URL::URLWithString(std::string_view text) {
             return std::nullopt;
         }
     }
-    std::string kept(text);
-    URL url(std::move(kept));
-    const auto [begin, end] = pathBounds(url.text_, url.scheme().size());
-    for (std::size_t i = end; i-- > begin;) { // brackets belong to hosts only
-        if (url.text_[i] == '[' || url.text_[i] == ']') {
-            url.text_.replace(i, 1, url.text_[i] == '[' ? "%5B" : "%5D");
+    URL url{std::string(text)};
+    const auto [begin, end] = pathBounds(text, url.scheme().size());
+    const std::string_view path = text.substr(begin, end - begin);
+    if (path.find_first_of("[]") != std::string_view::npos) { // they belong to hosts only
+        url.text_.resize(begin);
+        for (const char c : path) {
+            appendEncodedIf(c == '[' || c == ']', url.text_, c);
         }
+        url.text_ += text.substr(end);
     }
     return url;
 }
 
 URL URL::fileURLWithPath(std::string_view path) {
-    std::string absolute(path);
-    if (!absolute.starts_with('/')) {
-        std::error_code status;
-        absolute = std::filesystem::current_path(status).string() + "/" + absolute;
+    std::error_code status;
+    std::filesystem::path absolute(path);
+    if (absolute.is_relative()) {
+        absolute = std::filesystem::current_path(status) / absolute;
     }
-    std::string text = "file://";
-    appendEncoded(text, absolute);
-    if (!text.ends_with('/') && isFolder(absolute)) {
+    std::string text = status ? "./" : "file://";
+    appendEncoded(text, status ? path : absolute.native());
+    if (!status && !text.ends_with('/') && isFolder(absolute.native())) {
         text += '/';
     }
     return URL(std::move(text));
@@ -150,36 +163,38 @@ std::optional<std::string> URL::path() const {
 }
 
 std::string URL::lastPathComponent() const {
-    std::string_view encoded = encodedPath();
-    while (encoded.size() > 1 && encoded.ends_with('/')) {
-        encoded.remove_suffix(1);
+    std::string_view encoded = withoutTrailingSlashes(encodedPath());
+    if (encoded != "/") {
+        encoded = encoded.substr(encoded.rfind('/') + 1);
     }
-    const std::size_t slash = encoded.rfind('/');
-    const bool root = encoded == "/";
-    return percentDecoded(root || slash == std::string_view::npos ? encoded
-                                                                  : encoded.substr(slash + 1));
+    std::string decoded = percentDecoded(encoded);
+    return isUTF8(decoded) ? decoded : std::string(encoded);
 }
 
 std::string URL::pathExtension() const {
     const std::string name = lastPathComponent();
     const std::size_t dot = name.rfind('.');
     if (dot == std::string::npos || dot == 0 || dot + 1 == name.size() ||
-        name.find(' ', dot) != std::string::npos) {
+        name.find_first_of(" /", dot) != std::string::npos) {
         return {};
     }
     return name.substr(dot + 1);
 }
 
 URL URL::URLByDeletingLastPathComponent() const {
-    const auto [begin, end] = pathBounds(text_, scheme().size());
-    std::string_view path = std::string_view(text_).substr(begin, end - begin);
+    const std::size_t schemeLength = scheme().size();
+    const auto [begin, end] = pathBounds(text_, schemeLength);
+    const std::string_view path =
+        withoutTrailingSlashes(std::string_view(text_).substr(begin, end - begin));
+    const bool hasAuthority = begin > schemeLength + 1;
     std::string parent;
-    if (path == "/") {
+    if (path == "/" || (path.empty() && hasAuthority)) {
         parent = "/../";
+    } else if (path.empty()) {
+        parent = "../";
+    } else if (path == ".." || path.ends_with("/..")) { // to cut it would lead down, not up
+        parent = std::string(path) + "/../";
     } else {
-        while (path.size() > 1 && path.ends_with('/')) {
-            path.remove_suffix(1);
-        }
         const std::size_t slash = path.rfind('/');
         parent = slash == std::string_view::npos ? "./" : std::string(path.substr(0, slash + 1));
     }
@@ -189,9 +204,10 @@ URL URL::URLByDeletingLastPathComponent() const {
 URL URL::URLByAppendingPathComponent(std::string_view component) const {
     const auto [begin, end] = pathBounds(text_, scheme().size());
     std::string text = text_.substr(0, end);
-    if (!text.ends_with('/')) {
+    if (begin == end || !text.ends_with('/')) {
         text += '/';
     }
+    component.remove_prefix(std::min(component.find_first_not_of('/'), component.size()));
     appendEncoded(text, component);
     if (isFileURL() && !text.ends_with('/') && isFolder(percentDecoded(text.substr(begin)))) {
         text += '/';

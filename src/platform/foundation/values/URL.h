@@ -11,10 +11,11 @@ class URL {
 public:
     /// None for a text with characters that a URL cannot hold (blanks, controls, non-ASCII,
     /// `"<>\^`{|}`), a `%` without two hexadecimal digits, or a second `#`. The empty text is a
-    /// URL.
+    /// URL. Brackets in the path are percent-encoded; all else stays as it is given.
     static std::optional<URL> URLWithString(std::string_view text);
-    /// A file URL of a path in bytes; a relative path stays relative to the current directory. A
-    /// slash is added for an existing folder.
+    /// A file URL of a path in bytes; a relative path is based on the current directory (where that
+    /// is gone, the result is a relative URL, no file URL). A slash is added for an existing
+    /// folder.
     static URL fileURLWithPath(std::string_view path);
 
     [[nodiscard]] const std::string& absoluteString() const noexcept { return text_; }
@@ -26,10 +27,15 @@ public:
     /// are not UTF-8. An encoded slash is a slash here: code that opens files uses
     /// `fileSystemPath` (files/FileSystemPath.h), which refuses it.
     [[nodiscard]] std::optional<std::string> path() const;
+    /// The decoded last component; "/" for the root. Where that is not UTF-8, its encoded form.
     [[nodiscard]] std::string lastPathComponent() const;
+    /// Behind the last dot of the last component; empty when that begins with its only dot or ends
+    /// in a dot, or when a blank or slash follows the dot.
     [[nodiscard]] std::string pathExtension() const;
+    /// The root gives "/../". Query and fragment stay.
     [[nodiscard]] URL URLByDeletingLastPathComponent() const;
-    /// Adds a slash when needed and the percent-encoded text; its inner slashes stay slashes.
+    /// Adds a slash when needed and the percent-encoded text; its inner slashes stay slashes, those
+    /// at its begin count as the one that is needed. A slash is added for an existing folder.
     [[nodiscard]] URL URLByAppendingPathComponent(std::string_view component) const;
 
     friend bool operator==(const URL&, const URL&) = default;

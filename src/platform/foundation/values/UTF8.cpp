@@ -15,7 +15,10 @@ std::size_t sequenceLength(unsigned char lead) {
     if (lead < 0xC2 || lead > 0xF4) {
         return 0;
     }
-    return lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+    if (lead < 0xE0) {
+        return 2;
+    }
+    return lead < 0xF0 ? 3 : 4;
 }
 
 unsigned char byteAt(std::string_view text, std::size_t index) {

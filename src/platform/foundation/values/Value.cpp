@@ -6,6 +6,7 @@
 #include "platform/foundation/values/URL.h"
 
 #include <algorithm>
+#include <bit>
 #include <cassert>
 #include <cstring>
 #include <limits>
@@ -21,7 +22,7 @@ constexpr std::uintptr_t kTagMask = 3;
 constexpr std::int64_t kLargestTagged = (std::int64_t{1} << 61) - 1;
 constexpr std::int64_t kSmallestTagged = -(std::int64_t{1} << 61);
 
-std::uintptr_t bitsOf(Node* node) { return reinterpret_cast<std::uintptr_t>(node); }
+std::uintptr_t bitsOf(Node* node) { return std::bit_cast<std::uintptr_t>(node); }
 
 template <typename T> Node* scalar(Value::Kind kind, T payload) {
     static_assert(sizeof(T) <= 8);
@@ -36,7 +37,7 @@ template <typename T> T readScalar(const Node* node) noexcept {
     return value;
 }
 
-Node* bytes(Value::Kind kind, std::string_view content) {
+Node* text(Value::Kind kind, std::string_view content) {
     Node* node = Node::allocate(kind, content.size(), content.size());
     if (!content.empty()) {
         std::memcpy(node->payload<char>(), content.data(), content.size());
@@ -48,7 +49,7 @@ Node* bytes(Value::Kind kind, std::string_view content) {
 
 Value::Value(const Value& other) noexcept : bits_(other.bits_) {
     if (bits_ != 0 && (bits_ & kTagMask) == 0) {
-        reinterpret_cast<Node*>(bits_)->references.fetch_add(1, std::memory_order_relaxed);
+        std::bit_cast<Node*>(bits_)->references.fetch_add(1, std::memory_order_relaxed);
     }
 }
 
@@ -65,11 +66,11 @@ Value& Value::operator=(Value&& other) noexcept {
 
 Value::~Value() { release(); }
 
-void Value::release() noexcept {
+void Value::release() const noexcept {
     if (bits_ == 0 || (bits_ & kTagMask) != 0) {
         return;
     }
-    auto* node = reinterpret_cast<Node*>(bits_);
+    auto* node = std::bit_cast<Node*>(bits_);
     if (node->references.fetch_sub(1, std::memory_order_acq_rel) == 1) {
         Node::destroy(node);
     }
@@ -77,7 +78,7 @@ void Value::release() noexcept {
 
 const Node* Value::node() const noexcept {
     assert(bits_ != 0 && (bits_ & kTagMask) == 0);
-    return reinterpret_cast<const Node*>(bits_);
+    return std::bit_cast<const Node*>(bits_);
 }
 
 Value Value::boolean(bool value) noexcept {
@@ -99,14 +100,14 @@ Value Value::unsignedInteger(std::uint64_t value) {
 }
 
 Value Value::real(double value) { return Value(bitsOf(scalar(Kind::real, value))); }
-Value Value::string(std::string_view utf8) { return Value(bitsOf(bytes(Kind::string, utf8))); }
-Value Value::data(std::string_view content) { return Value(bitsOf(bytes(Kind::data, content))); }
+Value Value::string(std::string_view utf8) { return Value(bitsOf(text(Kind::string, utf8))); }
+Value Value::data(std::string_view bytes) { return Value(bitsOf(text(Kind::data, bytes))); }
 Value Value::date(Date date) { return Value(bitsOf(scalar(Kind::date, date))); }
 Value Value::uid(UID uid) { return Value(bitsOf(scalar(Kind::uid, uid))); }
 
 Value Value::url(const URL& url) {
-    std::vector<Value> text{string(url.absoluteString())};
-    return container(Kind::url, text);
+    std::vector<Value> slot{string(url.absoluteString())};
+    return container(Kind::url, slot);
 }
 
 Value Value::error(const Error& error) {
@@ -119,7 +120,7 @@ Value Value::container(Kind kind, std::span<Value> elements) {
         throw std::bad_alloc();
     }
     Node* node = Node::allocate(kind, elements.size(), elements.size_bytes());
-    std::uninitialized_move(elements.begin(), elements.end(), node->payload<Value>());
+    std::ranges::uninitialized_move(elements, std::span(node->slot(0), elements.size()));
     return Value(bitsOf(node));
 }
 
@@ -127,11 +128,17 @@ Value Value::array(std::vector<Value> elements) { return container(Kind::array, 
 Value Value::set(std::vector<Value> elements) { return container(Kind::set, elements); }
 
 Value Value::errorNode(std::string_view domain, std::int64_t code, const Value& userInfo) {
+    if (!userInfo.isNull() && !userInfo.is(Kind::dictionary)) {
+        throw Exception(std::string(exception_name::kInvalidArgument),
+                        "the user information of an error must be a dictionary");
+    }
+    // None and an empty one are the same, so they are kept as the same.
+    const bool hasInfo = !userInfo.isNull() && !userInfo.asDictionary().empty();
     const Value domainValue = string(domain);
     Node* node = Node::allocate(Kind::error, 2, sizeof(code) + 2 * sizeof(Value));
     std::memcpy(node->payload<char>(), &code, sizeof(code));
     new (node->slot(0)) Value(domainValue);
-    new (node->slot(1)) Value(userInfo);
+    new (node->slot(1)) Value(hasInfo ? userInfo : Value());
     return Value(bitsOf(node));
 }
 
@@ -140,7 +147,7 @@ Value Value::dictionary(const KeyList& keys, std::span<const Value> values) {
     Node* node =
         Node::allocate(Kind::dictionary, values.size(), sizeof(KeyList) + values.size_bytes());
     new (node->payload<KeyList>()) KeyList(keys);
-    std::uninitialized_copy(values.begin(), values.end(), node->slot(0));
+    std::ranges::uninitialized_copy(values, std::span(node->slot(0), values.size()));
     return Value(bitsOf(node));
 }
 

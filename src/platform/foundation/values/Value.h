@@ -28,7 +28,8 @@ public:
     explicit KeyList(std::span<const class Value> keys);
     KeyList(const KeyList& other) noexcept;
     KeyList(KeyList&& other) noexcept : shape_(std::exchange(other.shape_, nullptr)) {}
-    KeyList& operator=(KeyList other) noexcept;
+    KeyList& operator=(const KeyList& other) noexcept;
+    KeyList& operator=(KeyList&& other) noexcept;
     ~KeyList();
 
     [[nodiscard]] std::size_t size() const noexcept;
@@ -142,7 +143,9 @@ public:
     [[nodiscard]] std::uintptr_t identity() const noexcept { return bits_; }
 
     /// Equality of the platform: numbers by value whatever their kind (booleans are 1 and 0),
-    /// strings by bytes, containers by elements, sets without order.
+    /// strings by bytes, containers by elements, sets without order and with repeated elements
+    /// counted once. Not-a-number equals nothing. The time is linear in the objects that there are
+    /// (times a logarithm), however often they are shared and whatever they nest.
     friend bool operator==(const Value& left, const Value& right);
 
 private:
@@ -153,7 +156,7 @@ private:
     [[nodiscard]] const Node* node() const noexcept;
     static Value container(Kind kind, std::span<Value> elements);
     static Value errorNode(std::string_view domain, std::int64_t code, const Value& userInfo);
-    void release() noexcept;
+    void release() const noexcept;
 
     // 0: the null object. Low bits 01: an integer of 62 bits. Low bits 10: a boolean. 00: a Node.
     std::uintptr_t bits_ = 0;

@@ -1,0 +1,153 @@
+#include "platform/foundation/values/Value.h"
+
+#include "platform/foundation/values/Error.h"
+#include "platform/foundation/values/URL.h"
+
+#include <gtest/gtest.h>
+
+#include <limits>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace qv {
+namespace {
+
+using namespace std::string_view_literals;
+using Kind = Value::Kind;
+
+constexpr std::int64_t kMost = std::numeric_limits<std::int64_t>::max();
+constexpr std::int64_t kLeast = std::numeric_limits<std::int64_t>::min();
+
+// 62 bits stand in the pointer itself, wider ones on the heap: the borders are where bits get lost.
+TEST(Value, IntegersOfEveryWidthComeBack) {
+    for (const std::int64_t border :
+         {std::int64_t{0}, std::int64_t{1} << 61, std::int64_t{1} << 62, kMost, kLeast,
+          -(std::int64_t{1} << 61), -(std::int64_t{1} << 62)}) {
+        for (const std::int64_t step : {-2, -1, 0, 1, 2}) {
+            const auto number = static_cast<std::int64_t>(static_cast<std::uint64_t>(border) +
+                                                          static_cast<std::uint64_t>(step));
+            const Value value = Value::integer(number);
+            EXPECT_TRUE(value.is(Kind::integer));
+            EXPECT_EQ(value.asInteger(), number);
+            EXPECT_EQ(Value(value).asInteger(), number);
+            EXPECT_EQ(value, Value::integer(number));
+            EXPECT_FALSE(value.isNull());
+        }
+    }
+    const Value fits = Value::unsignedInteger(static_cast<std::uint64_t>(kMost));
+    EXPECT_TRUE(fits.is(Kind::integer));
+    EXPECT_EQ(fits.asInteger(), kMost);
+    for (const std::uint64_t number : {std::uint64_t{1} << 63U, ~std::uint64_t{0}}) {
+        const Value value = Value::unsignedInteger(number);
+        EXPECT_TRUE(value.is(Kind::unsignedInteger));
+        EXPECT_EQ(value.asUnsignedInteger(), number);
+    }
+}
+
+TEST(Value, EveryKindGivesBackWhatWentIn) {
+    EXPECT_TRUE(Value().isNull());
+    EXPECT_TRUE(Value().is(Kind::null));
+    EXPECT_FALSE(Value::boolean(false).isNull());
+    EXPECT_TRUE(Value::boolean(true).asBoolean());
+    EXPECT_FALSE(Value::boolean(false).asBoolean());
+    EXPECT_EQ(Value::real(-0.5).asReal(), -0.5);
+    EXPECT_EQ(Value::string("").asString(), "");
+    EXPECT_EQ(Value::string("a\0b"sv).asString(), "a\0b"sv);
+    EXPECT_EQ(Value::data("\0\xff"sv).asData(), "\0\xff"sv);
+    EXPECT_EQ(Value::date({1.5}).asDate(), Date{1.5});
+    EXPECT_EQ(Value::uid({4294967295U}).asUID().index, 4294967295U);
+    EXPECT_EQ(Value::url(URL::fileURLWithPath("/a[")).asURL(), URL::fileURLWithPath("/a["));
+    EXPECT_EQ(Value::error(Error("D", kLeast)).asError().code(), kLeast);
+    EXPECT_EQ(Value::error(Error("D", 1)).asError().domain(), "D");
+    EXPECT_EQ(Value::array({Value::integer(1), Value()}).asArray().size(), 2U);
+    for (const Value& number : {Value::boolean(true), Value::integer(1), Value::real(1),
+                                Value::unsignedInteger(~std::uint64_t{0})}) {
+        EXPECT_TRUE(number.isNumber());
+        EXPECT_EQ(className(number.kind()), "NSNumber");
+    }
+    EXPECT_FALSE(Value::string("1").isNumber());
+    EXPECT_FALSE(Value().isNumber());
+}
+
+// A failing step is found among its equals by identity.
+TEST(Value, CopiesAreIdenticalAndEqualOnesAreNot) {
+    const auto step = [] { return Value::dictionary({{"operation", Value::integer(2)}}); };
+    const Value first = step();
+    const Value second = step();
+    const Value list = Value::array({second, first, first});
+    EXPECT_EQ(first, second);
+    EXPECT_FALSE(first.sameAs(second));
+    EXPECT_TRUE(list.asArray()[1].sameAs(first));
+    EXPECT_TRUE(list.asArray()[2].sameAs(list.asArray()[1]));
+    EXPECT_FALSE(list.asArray()[0].sameAs(first));
+    EXPECT_EQ(Value(first).identity(), first.identity());
+}
+
+TEST(Value, AssignmentKeepsTheValueThatItIsMadeOf) {
+    Value value = Value::array({Value::string("inner")});
+    const Value& self = value;
+    value = self;
+    EXPECT_EQ(value.asArray().size(), 1U);
+    value = value.asArray()[0]; // the old tree goes while its child stays
+    EXPECT_EQ(value.asString(), "inner");
+    Value moved = std::move(value);
+    EXPECT_EQ(moved.asString(), "inner");
+    moved = Value();
+    EXPECT_TRUE(moved.isNull());
+}
+
+template <typename Wrap> Value nested(std::size_t depth, Wrap wrap) {
+    Value value = Value::string("leaf");
+    for (std::size_t i = 0; i < depth; ++i) {
+        value = wrap(std::move(value));
+    }
+    return value;
+}
+
+// Recursion would end the process here.
+TEST(Value, MillionLevelsAreComparedAndFreed) {
+    constexpr std::size_t kDepth = 1'000'000;
+    const auto inArray = [](Value value) { return Value::array({std::move(value)}); };
+    const auto inDictionary = [](Value value) {
+        return Value::dictionary({{"k", std::move(value)}, {"l", Value()}});
+    };
+    const auto inSet = [](Value value) { return Value::set({std::move(value)}); };
+    const auto inError = [](Value value) {
+        return Value::error(Error("D", 1, Value::dictionary({{"k", std::move(value)}})));
+    };
+    EXPECT_TRUE(nested(kDepth, inArray) == nested(kDepth, inArray));
+    EXPECT_FALSE(nested(kDepth, inArray) == nested(kDepth - 1, inArray));
+    EXPECT_TRUE(nested(kDepth / 10, inDictionary) == nested(kDepth / 10, inDictionary));
+    EXPECT_TRUE(nested(kDepth / 10, inError) == nested(kDepth / 10, inError));
+    EXPECT_TRUE(nested(kDepth / 10, inSet) == nested(kDepth / 10, inSet));
+    EXPECT_FALSE(nested(kDepth / 10, inSet) == nested(kDepth / 10 + 1, inSet));
+}
+
+// The thread sanitizer's test: many owners of the same nodes, the last one frees them.
+TEST(Value, ThreadsCopyReadAndDropOneValue) {
+    auto keep = std::make_unique<Value>(
+        Value::dictionary({{"list", Value::array({Value::string("shared"), Value::real(1.5)})},
+                           {"error", Value::error(Error::withDescription("D", 1, "text"))}}));
+    const KeyList keys = keep->asDictionary().keys();
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 8; ++i) {
+        threads.emplace_back([copy = *keep, keys] {
+            for (int turn = 0; turn < 2000; ++turn) {
+                const Value mine = copy;
+                const KeyList names = keys;
+                const Value element = mine.find("list")->asArray()[0];
+                EXPECT_EQ(element.asString(), "shared");
+                EXPECT_EQ(mine.find("error")->asError().localizedDescription(), "text");
+                EXPECT_EQ(Value::dictionary(names, mine.asDictionary().values()), copy);
+            }
+        });
+    }
+    keep.reset(); // the threads are the last owners
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+}
+
+} // namespace
+} // namespace qv
