@@ -5,7 +5,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cstdlib>
 #include <sys/stat.h>
 #include <sys/uio.h>
@@ -17,6 +16,7 @@ namespace qv::log {
 namespace {
 
 constexpr std::size_t kLongestRecord = 2048;
+constexpr std::size_t kLongestSequence = 4; // of UTF-8
 
 struct State {
     std::string programName;
@@ -44,8 +44,26 @@ void writeStandardError(std::string_view text) {
     std::string line = state().programName.empty() ? std::string() : state().programName + ": ";
     line += text;
     line += '\n';
-    // Nothing can be done about a failure to report.
-    static_cast<void>(!::write(STDERR_FILENO, line.data(), line.size()));
+    [[maybe_unused]] const ssize_t written = // nothing can be done about a failure to report
+        ::write(STDERR_FILENO, line.data(), line.size());
+}
+
+// Not what ends a line, moves the cursor or turns the direction of the text around it.
+bool isPrintable(char32_t point) {
+    const bool control = point < 0x20 || (point >= 0x7F && point < 0xA0);
+    const bool lineEnd = point == 0x2028 || point == 0x2029;
+    const bool direction = point == 0x200E || point == 0x200F || point == 0x061C ||
+                           (point >= 0x202A && point <= 0x202E) ||
+                           (point >= 0x2066 && point <= 0x2069);
+    return !control && !lineEnd && !direction;
+}
+
+std::string escapedBytes(std::string_view bytes) {
+    std::string text;
+    for (const char byte : bytes) {
+        fmt::format_to(std::back_inserter(text), "\\x{:02x}", static_cast<unsigned char>(byte));
+    }
+    return text;
 }
 
 } // namespace
@@ -76,23 +94,19 @@ std::string foreign(std::string_view text, std::size_t most) {
     std::string shown;
     shown.reserve(std::min(text.size(), most) + 16);
     for (std::size_t index = 0; index < text.size();) {
-        if (shown.size() >= most) {
+        const std::size_t begin = index;
+        // An invalid byte is as unfit to be shown as a control character.
+        const bool valid = validUTF8Length(text.substr(index, kLongestSequence)) > 0;
+        const char32_t point = valid ? decodeUTF8(text, index) : U'\0';
+        index += valid ? 0 : 1;
+        std::string piece(text.substr(begin, index - begin));
+        if (!isPrintable(point)) {
+            piece = escapedBytes(piece);
+        }
+        if (shown.size() + piece.size() > most) {
             return shown + "...";
         }
-        const std::size_t valid = validUTF8Length(text.substr(index, 4));
-        const auto byte = static_cast<unsigned char>(text[index]);
-        if (valid == 0 || byte < 0x20 || byte == 0x7F) {
-            fmt::format_to(std::back_inserter(shown), "\\x{:02x}", byte);
-            ++index;
-            continue;
-        }
-        const std::size_t begin = index;
-        const char32_t point = decodeUTF8(text, index);
-        if (point >= 0x80 && point < 0xA0) { // the control characters above ASCII
-            fmt::format_to(std::back_inserter(shown), "\\x{:02x}", static_cast<unsigned>(point));
-        } else {
-            shown += text.substr(begin, index - begin);
-        }
+        shown += piece;
     }
     return shown;
 }
