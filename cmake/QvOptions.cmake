@@ -6,9 +6,13 @@ option(QV_FUZZ "Build the fuzz targets (Clang only)" OFF)
 set(QV_SANITIZE "" CACHE STRING "Sanitizers for every target, as -fsanitize= takes them")
 set(QV_ANCHOR_DIR "/etc/qvcatalog/anchors.d" CACHE PATH
     "Folder of the trust anchors; fixed at build time, never at run time")
-option(QV_DEVELOPMENT "A developer's build: trusts the development authority of the build tree" OFF)
+set(QV_SOCKET_PATH "/run/com.larkwen.qvcatalog.helper.sock" CACHE PATH
+    "Where the service listens and clients look for it")
+option(QV_DEVELOPMENT
+  "A developer's build: its own socket, and the development authority of the build tree as anchor" OFF)
 if(QV_DEVELOPMENT)
   set(QV_ANCHOR_DIR "${CMAKE_BINARY_DIR}/identity/anchors.d")
+  set(QV_SOCKET_PATH "${CMAKE_BINARY_DIR}/run/helper.sock")
 endif()
 
 if(NOT CMAKE_BUILD_TYPE)

@@ -1,0 +1,114 @@
+#include "client/QVCatalogHelperClient.h"
+
+#include "platform/foundation/archive/KeyedUnarchiver.h"
+#include "platform/foundation/plist/PropertyList.h"
+#include "platform/foundation/values/Conversions.h"
+#include "platform/foundation/values/Exception.h"
+#include "platform/xpc/ClientConnection.h"
+
+#include <fmt/format.h>
+
+#include <optional>
+#include <utility>
+
+namespace qv {
+
+struct QVCatalogHelperClient::State {
+    xpc::ClientConnection connection;
+};
+
+namespace {
+
+Error noReply(std::string_view why) {
+    return Error::withDescription(kClientErrorDomain,
+                                  static_cast<std::int64_t>(ClientErrorCode::protocol),
+                                  fmt::format("The service's reply cannot be read: {}", why));
+}
+
+} // namespace
+
+std::string QVCatalogHelperClient::defaultSocketPath() { return QV_SOCKET_PATH; }
+
+QVCatalogHelperClient::QVCatalogHelperClient(std::unique_ptr<State> state)
+    : state_(std::move(state)) {}
+QVCatalogHelperClient::QVCatalogHelperClient(QVCatalogHelperClient&&) noexcept = default;
+QVCatalogHelperClient& QVCatalogHelperClient::operator=(QVCatalogHelperClient&&) noexcept = default;
+QVCatalogHelperClient::~QVCatalogHelperClient() = default;
+
+tl::expected<QVCatalogHelperClient, Error>
+QVCatalogHelperClient::connect(const std::string& socketPath) {
+    auto connection = xpc::ClientConnection::connect(socketPath);
+    if (!connection) {
+        return tl::unexpected(connection.error());
+    }
+    return QVCatalogHelperClient(std::make_unique<State>(State{std::move(*connection)}));
+}
+
+tl::expected<ScriptOutcome, Error> QVCatalogHelperClient::executeScript(const Value& steps) {
+    const auto list = PropertyList::dataWithPropertyList(steps, PropertyListFormat::binary);
+    if (!list) {
+        return tl::unexpected(list.error());
+    }
+    return executeScriptData(*list);
+}
+
+tl::expected<ScriptOutcome, Error>
+QVCatalogHelperClient::executeScriptData(std::string_view propertyList) {
+    const auto reply = state_->connection.sendMessageWithReply(Value::dictionary(
+        {{"type", Value::string("executeQVCatalogScript")}, {"data", Value::data(propertyList)}}));
+    if (!reply) {
+        return tl::unexpected(reply.error());
+    }
+    const Value* archive = reply->find("replyData");
+    if (archive == nullptr || !archive->is(Value::Kind::data)) {
+        return tl::unexpected(noReply("there is no \"replyData\" in it"));
+    }
+    return decodeReply(archive->asData());
+}
+
+QVCatalogScript::PriviledgedExecutionBlock
+QVCatalogHelperClient::priviledgedExecutionBlock(std::string socketPath) {
+    auto client = std::make_shared<std::optional<QVCatalogHelperClient>>();
+    return [client, path = std::move(socketPath)](QVCatalogScript& /*script*/, const Value& steps,
+                                                  Error* error, const Value** errorScriptStep) {
+        if (!*client) {
+            auto fresh = connect(path);
+            if (!fresh) {
+                *error = fresh.error();
+                return;
+            }
+            client->emplace(std::move(*fresh));
+        }
+        const auto outcome = (*client)->executeScript(steps);
+        if (!outcome) {
+            client->reset();
+            *error = outcome.error();
+            return;
+        }
+        *error = outcome->error;
+        const auto index = static_cast<std::size_t>(outcome->errorScriptStepIndex);
+        if (errorScriptStep != nullptr && index < steps.asArray().size()) {
+            *errorScriptStep = &steps.asArray()[index];
+        }
+    };
+}
+
+tl::expected<ScriptOutcome, Error> decodeReply(std::string_view archive) {
+    const auto root = KeyedUnarchiver::unarchiveObjectWithData(archive);
+    if (!root) {
+        return tl::unexpected(noReply(root.error().localizedDescription()));
+    }
+    const Value* success = root->find("success");
+    const Value* index = root->find("errorScriptStepIndex");
+    const Value* error = root->find("error");
+    if (success == nullptr || !success->isNumber() || index == nullptr || !index->isNumber() ||
+        (error != nullptr && !error->is(Value::Kind::error))) {
+        return tl::unexpected(
+            noReply("\"success\", \"errorScriptStepIndex\" or \"error\" is missing "
+                    "or of the wrong class"));
+    }
+    return ScriptOutcome{boolValue(success), integerValue(index),
+                         error == nullptr ? Error() : error->asError()};
+}
+
+} // namespace qv

@@ -1,0 +1,173 @@
+#include "script/OperationTable.h"
+
+#include "platform/foundation/values/Conversions.h"
+#include "platform/foundation/values/Exception.h"
+#include "script/QVCatalogScript.h"
+
+#include <fmt/format.h>
+
+#include <array>
+#include <cassert>
+
+namespace qv {
+
+namespace {
+
+using Script = QVCatalogScript;
+using Fields = StepFields;
+using enum StepKey;
+
+constexpr std::array kURL = {URL};
+constexpr std::array kArg1 = {arg1};
+constexpr std::array kArg1To2 = {arg1, arg2};
+constexpr std::array kArg1To3 = {arg1, arg2, arg3};
+constexpr std::array kArg1To5 = {arg1, arg2, arg3, arg4, arg5};
+constexpr std::array kFromTo1To2 = {fromURL, toURL, arg1, arg2};
+constexpr std::array kFromTo1 = {fromURL, toURL, arg1};
+constexpr std::array kFrom1 = {fromURL, arg1};
+constexpr std::array kTo1To2 = {toURL, arg1, arg2};
+constexpr std::array kURL1To3 = {URL, arg1, arg2, arg3};
+constexpr std::array kURL1To2 = {URL, arg1, arg2};
+constexpr std::span<const StepKey> kNothing;
+
+constexpr std::uint8_t kAdminAndRetry = kPriviledgedWithAdminRights | kRetryPriviledged;
+
+std::uint32_t bitsOfInt(const Value* value) { return static_cast<std::uint32_t>(intValue(value)); }
+
+Error replayTool(Script& script, const Fields& step) {
+    return script.executeTool(step.object(arg1), step.object(arg2), step.object(arg3));
+}
+
+Error replaySaveOwner(Script& script, const Fields& step) {
+    return script.saveOwnerAndGroupOfURL(step.url(fromURL), step.object(arg1));
+}
+
+Error replayApplyOwner(Script& script, const Fields& step) {
+    return script.applyOwnerAndGroupOfURL(step.url(toURL), boolValue(step[arg1]),
+                                          step.object(arg2));
+}
+
+Error replayChangeOwnership(Script& script, const Fields& step) {
+    return script.changeOwnershipOfItem(step.url(URL), bitsOfInt(step[arg1]), bitsOfInt(step[arg2]),
+                                        boolValue(step[arg3]));
+}
+
+Error replayChangeMode(Script& script, const Fields& step) {
+    return script.changeModeOfItem(step.url(URL),
+                                   static_cast<std::uint16_t>(bitsOfInt(step[arg1]) & 0xFFFFU),
+                                   boolValue(step[arg2]));
+}
+
+Error replayProgress(Script& script, const Fields& step) {
+    script.updateProgressField(bitsOfInt(step[arg1]), step.object(arg2));
+    return {};
+}
+
+Error replayElse(Script& script, const Fields& /*step*/) {
+    script.beginElseBlock();
+    return {};
+}
+
+Error replayEndIf(Script& script, const Fields& /*step*/) {
+    script.endIfBlock();
+    return {};
+}
+
+Error replayErrorBehaviour(Script& script, const Fields& step) {
+    script.setErrorHandlingBehaviour(intValue(step[arg1]));
+    return {};
+}
+
+// Only the low 8 bits count, so 256 means no.
+Error replayAdminRights(Script& script, const Fields& step) {
+    script.setExecuteWithAdminRights((bitsOfInt(step[arg1]) & 0xFFU) != 0);
+    return {};
+}
+
+Error replayStorage(Script& script, const Fields& step) {
+    script.setKeyValueStorage(step.object(arg1));
+    return {};
+}
+
+using enum OperationCode;
+
+constexpr std::array<Operation, kOperationCount> kTable = {{
+    {waitForQuitOfApplicationWithPID, "waitForQuitOfApplicationWithPID:", kArg1, kNoOptions, true,
+     nullptr},
+    {launchApplicationAtURL, "launchApplicationAtURL:", kURL, kNoOptions, true, nullptr},
+    {removeItemAtURL, "removeItemAtURL:", kURL, kAdminAndRetry, true, nullptr},
+    {trashItemAtURL, "trashItemAtURL:", kURL, kAdminAndRetry, true, nullptr},
+    {moveItemFromURL, "moveItemFromURL:toURL:adaptOwnershipToParent:atomic:", kFromTo1To2,
+     kAdminAndRetry, true, nullptr},
+    {copyItemFromURL, "copyItemFromURL:toURL:adaptOwnershipToParent:atomic:", kFromTo1To2,
+     kAdminAndRetry, true, nullptr},
+    {replaceItemAtURL, "replaceItemAtURL:withItemAtURL:adaptOwnershipToParent:", kFromTo1,
+     kAdminAndRetry, true, nullptr},
+    {touchItemAtURL, "touchItemAtURL:", kURL, kAdminAndRetry, true, nullptr},
+    {executeTool, "executeTool:arguments:successReturnCodes:", kArg1To3,
+     kPriviledgedWithAdminRights, true, replayTool},
+    {setPreferencesForApplicationID, "setPreferencesForApplicationID:key:value:userName:hostName:",
+     kArg1To5, kAdminAndRetry, true, nullptr},
+    {saveOwnerAndGroupOfURL, "saveOwnerAndGroupOfURL:toID:", kFrom1, kNoOptions, true,
+     replaySaveOwner},
+    {applyOwnerAndGroupOfURL, "applyOwnerAndGroupOfURL:recursive:fromID:", kTo1To2, kAdminAndRetry,
+     true, replayApplyOwner},
+    {changeOwnershipOfItem, "changeOwnershipOfItem:userID:groupID:recursive:", kURL1To3,
+     kAdminAndRetry, true, replayChangeOwnership},
+    {changeModeOfItem, "changeModeOfItem:toMode:recursive:", kURL1To2, kAdminAndRetry, true,
+     replayChangeMode},
+    {makeProcessAXTrusted, "makeProcessAXTrusted:", kURL,
+     kPriviledgedWithAdminRights | kAlwaysPriviledged, true, nullptr},
+    {executeAppleScript, "executeAppleScript:", kArg1, kNoOptions, true, nullptr},
+    {updateProgressField, "updateProgressField:withValue:", kArg1To2, kNoOptions, false,
+     replayProgress},
+    {beginIfBlock, "beginIfBlock:", kArg1, kNoOptions, false, nullptr},
+    {beginElseBlock, "beginElseBlock", kNothing, kNoOptions, false, replayElse},
+    {endIfBlock, "endIfBlock", kNothing, kNoOptions, false, replayEndIf},
+    {setErrorHandlingBehaviour, "setErrorHandlingBehaviour:", kArg1, kNoOptions, false,
+     replayErrorBehaviour},
+    {setExecuteWithAdminRights, "setExecuteWithAdminRights:", kArg1, kNoOptions, false,
+     replayAdminRights},
+    {setKeyValueStorage, "setKeyValueStorage:", kArg1, kNoOptions, false, replayStorage},
+}};
+
+constexpr bool codesAreIndexes() {
+    for (std::size_t i = 0; i < kTable.size(); ++i) {
+        if (static_cast<std::size_t>(kTable[i].code) != i) {
+            return false;
+        }
+    }
+    return true;
+}
+static_assert(codesAreIndexes(), "a row stands at the place that its code numbers");
+
+} // namespace
+
+const Operation* operationForCode(std::uint64_t code) noexcept {
+    return code < kTable.size() ? &kTable[code] : nullptr;
+}
+
+const Operation& operationRow(OperationCode code) noexcept {
+    return kTable[static_cast<std::size_t>(code)];
+}
+
+std::span<const Operation> allOperations() noexcept { return kTable; }
+
+Value stepRecord(const Operation& operation, const StepValues& values) {
+    assert(values.size() == operation.keys.size());
+    std::vector<std::pair<Value, Value>> pairs;
+    pairs.emplace_back(Value::string(stepKeyName(StepKey::operation)),
+                       Value::integer(static_cast<std::int64_t>(operation.code)));
+    for (std::size_t i = 0; i < values.size(); ++i) {
+        if (values[i]) {
+            pairs.emplace_back(Value::string(stepKeyName(operation.keys[i])), *values[i]);
+        } else if (operation.code != setPreferencesForApplicationID) {
+            throw Exception(std::string(exception_name::kInvalidArgument),
+                            fmt::format("{} cannot be recorded without \"{}\"", operation.selector,
+                                        stepKeyName(operation.keys[i])));
+        }
+    }
+    return Value::dictionary(std::move(pairs));
+}
+
+} // namespace qv

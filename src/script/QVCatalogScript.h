@@ -1,0 +1,146 @@
+#pragma once
+
+#include "platform/foundation/values/Error.h"
+#include "platform/foundation/values/URL.h"
+#include "platform/foundation/values/Value.h"
+#include "script/FunctionView.h"
+#include "script/KeyValueStorage.h"
+#include "script/OperationTable.h"
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string_view>
+#include <vector>
+
+namespace qv {
+
+/// The domain of the engine's own errors; their code is 0 unless an operation says otherwise.
+inline constexpr std::string_view kCatalogScriptErrorDomain = "QVCatalogScriptErrorDomain";
+
+/// Recorder and executor of scripts. A script is an array of step records (dictionaries of
+/// property-list values; `OperationTable` lists them). On the side without rights an operation acts
+/// directly, or is recorded and handed to `priviledgedExecutionBlock`; on the privileged side
+/// `executeRecording` replays the array and each operation acts itself.
+///
+/// Every operation returns an error, empty for success. A caller's fault (a step of the wrong
+/// class, a tool that cannot be launched) is an Exception. One script is driven by one thread at a
+/// time.
+class QVCatalogScript {
+public:
+    /// Has recorded steps run on the privileged side. Leaves its outcome in `error`, which comes in
+    /// empty. `errorScriptStep` may be null.
+    using PriviledgedExecutionBlock = std::function<void(
+        QVCatalogScript& script, const Value& steps, Error* error, const Value** errorScriptStep)>;
+    using UpdateProgressBlock = std::function<void(QVCatalogScript& script, std::uint32_t field,
+                                                   const std::optional<Value>& value)>;
+    using RecordingBlock = FunctionView<std::optional<Value>()>;
+    using ExecutionBlock = FunctionView<Error()>;
+    using OperationsBlock = FunctionView<void()>;
+
+    QVCatalogScript() = default;
+    /// A fresh script for a single operation.
+    static std::unique_ptr<QVCatalogScript> oneLineScript();
+
+    // Properties.
+    [[nodiscard]] bool isPriviledged() const noexcept { return isPriviledged_; }
+    void setIsPriviledged(bool isPriviledged) noexcept { isPriviledged_ = isPriviledged; }
+    [[nodiscard]] std::int32_t errorHandlingBehaviour() const noexcept {
+        return errorHandlingBehaviour_;
+    }
+    [[nodiscard]] const Error& executeRecordingLastStatementError() const noexcept {
+        return executeRecordingLastStatementError_;
+    }
+    [[nodiscard]] bool executeWithAdminRights() const noexcept { return executeWithAdminRights_; }
+    /// None only when a replayed step took the storage away.
+    [[nodiscard]] std::optional<Value> keyValueStorage() const { return keyValueStorage_.value(); }
+    [[nodiscard]] const PriviledgedExecutionBlock& priviledgedExecutionBlock() const noexcept {
+        return priviledgedExecutionBlock_;
+    }
+    void setPriviledgedExecutionBlock(PriviledgedExecutionBlock block) {
+        priviledgedExecutionBlock_ = std::move(block);
+    }
+    [[nodiscard]] const UpdateProgressBlock& updateProgressBlock() const noexcept {
+        return updateProgressBlock_;
+    }
+    void setUpdateProgressBlock(UpdateProgressBlock block) {
+        updateProgressBlock_ = std::move(block);
+    }
+
+    // Recording and replay (QVCatalogScript.cpp, QVCatalogScriptReplay.cpp).
+
+    /// False when already recording. Records the current settings first: admin rights, error
+    /// behaviour, key-value storage.
+    bool beginRecording();
+    /// The recorded steps, an array; none when not recording.
+    std::optional<Value> endRecording();
+    /// Replays an array of step records in order. False when a step's error stopped it; `error` and
+    /// `errorScriptStep` (the record's very object, alive as long as `steps`) then tell which.
+    /// Either pointer may be null; both are reset first.
+    bool executeRecording(const Value& steps, Error* error, const Value** errorScriptStep);
+    /// The step that a replay is at, or was at when an exception left it; else a null pointer.
+    [[nodiscard]] const Value* currentStep() const noexcept { return currentStep_; }
+
+    /// The decision inside every operation: skip, record, act, or hand to the privileged side.
+    Error _recordOrExecuteWithRecordingBlock(RecordingBlock recordingBlock,
+                                             ExecutionBlock executionBlock,
+                                             OperationsBlock priviledgedExecutionBlock,
+                                             unsigned options);
+    Error _recordAndPerformOperationInPriviledgedBlock(OperationsBlock block);
+
+    // Ownership and permissions (QVCatalogScriptOwnership.cpp). Links are followed as `stat`,
+    // `chown` and `chmod` follow them. Recursive changes go on after a failing descendant and do
+    // not report it.
+
+    Error saveOwnerAndGroupOfURL(const std::optional<URL>& url, const std::optional<Value>& toID);
+    Error applyOwnerAndGroupOfURL(const std::optional<URL>& url, bool recursive,
+                                  const std::optional<Value>& fromID);
+    /// A query, not a step. Either pointer may be null; written on success only.
+    static Error readOwnershipOfItem(const std::optional<URL>& url, std::uint32_t* userID,
+                                     std::uint32_t* groupID);
+    Error changeOwnershipOfItem(const std::optional<URL>& url, std::uint32_t userID,
+                                std::uint32_t groupID, bool recursive);
+    /// A query, not a step; the mode includes the file-type bits.
+    static Error readModeOfItem(const std::optional<URL>& url, std::uint16_t* mode);
+    Error changeModeOfItem(const std::optional<URL>& url, std::uint16_t toMode, bool recursive);
+
+    // Tools (QVCatalogScriptTool.cpp).
+
+    /// Runs a program and waits for it. `arguments`: an array of strings; the null object or none
+    /// for no arguments. Only exit status 0 is success: the success codes are carried, not
+    /// consulted. Throws an Exception when the program cannot be started.
+    Error executeTool(const std::optional<Value>& tool, const std::optional<Value>& arguments,
+                      const std::optional<Value>& successReturnCodes);
+
+    // Control steps (QVCatalogScriptControl.cpp).
+
+    void updateProgressField(std::uint32_t field, const std::optional<Value>& withValue);
+    void beginElseBlock();
+    void endIfBlock();
+    void setErrorHandlingBehaviour(std::int32_t behaviour);
+    void setExecuteWithAdminRights(bool flag);
+    void setKeyValueStorage(const std::optional<Value>& storage);
+
+private:
+    /// Records `values` under the keys of the operation's row of the table, or acts.
+    Error perform(OperationCode code, FunctionView<StepValues()> values,
+                  ExecutionBlock executionBlock);
+    void recordControlStep(OperationCode code, const StepValues& values);
+    Error replayStep(const Operation& operation, const StepFields& fields);
+
+    bool isRecording = false;
+    std::vector<Value> recordedSteps;
+    std::int32_t errorHandlingBehaviour_ = 0;
+    Error executeRecordingLastStatementError_;
+    bool executeWithAdminRights_ = false;
+    bool executeScript = true;
+    std::int64_t ignoreIfBlocksCount = 0;
+    bool isPriviledged_ = false;
+    PriviledgedExecutionBlock priviledgedExecutionBlock_;
+    UpdateProgressBlock updateProgressBlock_;
+    KeyValueStorage keyValueStorage_;
+    const Value* currentStep_ = nullptr;
+};
+
+} // namespace qv

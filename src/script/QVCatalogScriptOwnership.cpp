@@ -1,0 +1,250 @@
+#include "platform/foundation/files/FileSystemPath.h"
+#include "platform/foundation/files/TreeWalk.h"
+#include "platform/foundation/files/UniqueFd.h"
+#include "platform/foundation/log/Log.h"
+#include "platform/foundation/values/Conversions.h"
+#include "platform/foundation/values/Exception.h"
+#include "script/QVCatalogScript.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <thread>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace qv {
+
+namespace {
+
+/// One kind of change, applied to an item by path, by descriptor, or by name below a folder.
+class Change {
+public:
+    Change() = default;
+    Change(const Change&) = delete;
+    Change& operator=(const Change&) = delete;
+    Change(Change&&) = delete;
+    Change& operator=(Change&&) = delete;
+    virtual ~Change() = default;
+
+    [[nodiscard]] virtual std::string_view name() const = 0;
+    // Each answers like the system call behind it. Links are followed.
+    virtual int apply(const char* path) const = 0;
+    virtual int apply(int fd) const = 0;
+    virtual int apply(int parentFd, const char* item, bool isLink) const = 0;
+    /// The same change to one descendant as an operation of its own.
+    virtual Error asOperation(QVCatalogScript& script, const URL& item) const = 0;
+};
+
+class OwnershipChange final : public Change {
+public:
+    OwnershipChange(std::uint32_t userID, std::uint32_t groupID)
+        : userID_(userID), groupID_(groupID) {}
+
+    [[nodiscard]] std::string_view name() const override { return "chown"; }
+    int apply(const char* path) const override { return ::chown(path, userID_, groupID_); }
+    int apply(int fd) const override { return ::fchown(fd, userID_, groupID_); }
+    int apply(int parentFd, const char* item, bool isLink) const override {
+        // What was no link when it was listed is not followed if it has become one since.
+        return ::fchownat(parentFd, item, userID_, groupID_, isLink ? 0 : AT_SYMLINK_NOFOLLOW);
+    }
+    Error asOperation(QVCatalogScript& script, const URL& item) const override {
+        return script.changeOwnershipOfItem(item, userID_, groupID_, false);
+    }
+
+private:
+    uid_t userID_;
+    gid_t groupID_;
+};
+
+class ModeChange final : public Change {
+public:
+    explicit ModeChange(std::uint16_t mode) : mode_(mode) {}
+
+    [[nodiscard]] std::string_view name() const override { return "chmod"; }
+    int apply(const char* path) const override { return ::chmod(path, mode_); }
+    int apply(int fd) const override { return ::fchmod(fd, mode_); }
+    int apply(int parentFd, const char* item, bool /*isLink*/) const override {
+        return ::fchmodat(parentFd, item, mode_, 0);
+    }
+    Error asOperation(QVCatalogScript& script, const URL& item) const override {
+        return script.changeModeOfItem(item, mode_, false);
+    }
+
+private:
+    std::uint16_t mode_;
+};
+
+/// Applies a change to every descendant. Their errors are not reported.
+class ChangeVisitor final : public TreeVisitor {
+public:
+    ChangeVisitor(QVCatalogScript& script, const Change& change)
+        : script_(script), change_(change) {}
+
+    void visit(const TreeEntry& entry) override {
+        const bool isLink = entry.type == EntryType::symbolicLink;
+        if (change_.apply(entry.parentFd, entry.name, isLink) != 0 && !script_.isPriviledged()) {
+            // As an operation of its own it may still succeed on the privileged side.
+            static_cast<void>(change_.asOperation(script_, URL::fileURLWithPath(entry.path())));
+        }
+    }
+
+    void failed(const std::string& path, const Error& error) override {
+        log::NSLog(fmt::format("Error enumerating({}) {}: {} .. continuing..", change_.name(), path,
+                               error.description()));
+    }
+
+private:
+    QVCatalogScript& script_;
+    const Change& change_;
+};
+
+// More than a few would only wait for each other in the file system. Without rights the visitor
+// may come back to the script, which one thread drives at a time.
+unsigned walkingThreads() {
+    constexpr unsigned kMost = 4;
+    return std::clamp(std::thread::hardware_concurrency(), 1U, kMost);
+}
+
+Error lastPosixError() { return Error::posix(errno); }
+
+Error changeTree(QVCatalogScript& script, const std::string& path, const Change& change) {
+    // Held from here on, so that the walk is in the folder that was changed, whatever the path
+    // names by then.
+    UniqueFd folder(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const int openError = errno;
+    if ((folder ? change.apply(folder.get()) : change.apply(path.c_str())) != 0) {
+        return lastPosixError();
+    }
+    if (!folder && openError == ENOTDIR) {
+        return {};
+    }
+    if (!folder) {
+        return Error::withDescription(kCatalogScriptErrorDomain, 0,
+                                      fmt::format("{}: can't enumerate {}", change.name(), path));
+    }
+    ChangeVisitor visitor(script, change);
+    walkTree(std::move(folder), path, visitor, script.isPriviledged() ? walkingThreads() : 1);
+    return {};
+}
+
+Error changeItem(QVCatalogScript& script, const std::optional<URL>& url, const Change& change,
+                 bool recursive) {
+    const tl::expected<std::string, Error> path = fileSystemPath(url);
+    if (!path) {
+        return path.error();
+    }
+    if (recursive) {
+        return changeTree(script, *path, change);
+    }
+    return change.apply(path->c_str()) == 0 ? Error() : lastPosixError();
+}
+
+Error statItem(const std::optional<URL>& url, struct stat& info) {
+    const tl::expected<std::string, Error> path = fileSystemPath(url);
+    if (!path) {
+        return path.error();
+    }
+    return ::stat(path->c_str(), &info) == 0 ? Error() : lastPosixError();
+}
+
+std::optional<Value> urlText(const std::optional<URL>& url) {
+    return url ? std::optional(Value::string(url->absoluteString())) : std::nullopt;
+}
+
+std::string_view storageKey(const std::optional<Value>& identifier) {
+    if (!identifier || !identifier->is(Value::Kind::string)) {
+        throw Exception(std::string(exception_name::kInvalidArgument),
+                        fmt::format("the identifier of a saved owner must be a string, not {}",
+                                    identifier ? className(identifier->kind()) : "nil"));
+    }
+    return identifier->asString();
+}
+
+} // namespace
+
+Error QVCatalogScript::readOwnershipOfItem(const std::optional<URL>& url, std::uint32_t* userID,
+                                           std::uint32_t* groupID) {
+    struct stat info{};
+    if (Error error = statItem(url, info)) {
+        return error;
+    }
+    if (userID != nullptr) {
+        *userID = info.st_uid;
+    }
+    if (groupID != nullptr) {
+        *groupID = info.st_gid;
+    }
+    return {};
+}
+
+Error QVCatalogScript::readModeOfItem(const std::optional<URL>& url, std::uint16_t* mode) {
+    struct stat info{};
+    if (Error error = statItem(url, info)) {
+        return error;
+    }
+    if (mode != nullptr) {
+        *mode = static_cast<std::uint16_t>(info.st_mode);
+    }
+    return {};
+}
+
+Error QVCatalogScript::saveOwnerAndGroupOfURL(const std::optional<URL>& url,
+                                              const std::optional<Value>& toID) {
+    return perform(
+        OperationCode::saveOwnerAndGroupOfURL, [&] { return StepValues{urlText(url), toID}; },
+        [&] {
+            std::uint32_t userID = 0;
+            std::uint32_t groupID = 0;
+            if (Error error = readOwnershipOfItem(url, &userID, &groupID)) {
+                return error;
+            }
+            const Value saved = Value::dictionary(
+                {{"uid", Value::integer(userID)}, {"gid", Value::integer(groupID)}});
+            keyValueStorage_.setObject(saved, storageKey(toID));
+            return Error();
+        });
+}
+
+Error QVCatalogScript::applyOwnerAndGroupOfURL(const std::optional<URL>& url, bool recursive,
+                                               const std::optional<Value>& fromID) {
+    return perform(
+        OperationCode::applyOwnerAndGroupOfURL,
+        [&] { return StepValues{urlText(url), Value::boolean(recursive), fromID}; },
+        [&] {
+            const bool named = fromID && fromID->is(Value::Kind::string);
+            const Value* saved =
+                named ? keyValueStorage_.objectForKey(fromID->asString()) : nullptr;
+            if (saved == nullptr) {
+                return Error::withDescription(kCatalogScriptErrorDomain, 0, "saveID doesn't exist");
+            }
+            if (!saved->is(Value::Kind::dictionary)) {
+                raiseUnrecognizedSelector(className(saved->kind()), "objectForKey:");
+            }
+            return changeOwnershipOfItem(url, unsignedIntValue(saved->find("uid")),
+                                         unsignedIntValue(saved->find("gid")), recursive);
+        });
+}
+
+Error QVCatalogScript::changeOwnershipOfItem(const std::optional<URL>& url, std::uint32_t userID,
+                                             std::uint32_t groupID, bool recursive) {
+    return perform(
+        OperationCode::changeOwnershipOfItem,
+        [&] {
+            return StepValues{urlText(url), Value::integer(userID), Value::integer(groupID),
+                              Value::boolean(recursive)};
+        },
+        [&] { return changeItem(*this, url, OwnershipChange(userID, groupID), recursive); });
+}
+
+Error QVCatalogScript::changeModeOfItem(const std::optional<URL>& url, std::uint16_t toMode,
+                                        bool recursive) {
+    return perform(
+        OperationCode::changeModeOfItem,
+        [&] { return StepValues{urlText(url), Value::integer(toMode), Value::boolean(recursive)}; },
+        [&] { return changeItem(*this, url, ModeChange(toMode), recursive); });
+}
+
+} // namespace qv

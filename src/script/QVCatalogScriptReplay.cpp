@@ -1,0 +1,63 @@
+#include "platform/foundation/values/Conversions.h"
+#include "platform/foundation/values/Exception.h"
+#include "script/QVCatalogScript.h"
+
+#include <fmt/format.h>
+
+namespace qv {
+
+bool QVCatalogScript::executeRecording(const Value& steps, Error* error,
+                                       const Value** errorScriptStep) {
+    if (error != nullptr) {
+        *error = {};
+    }
+    if (errorScriptStep != nullptr) {
+        *errorScriptStep = nullptr;
+    }
+    executeRecordingLastStatementError_ = {};
+    currentStep_ = nullptr;
+    if (!steps.is(Value::Kind::array)) {
+        throw Exception(std::string(exception_name::kInvalidArgument),
+                        fmt::format("a script must be an array of steps, this one is of class {}",
+                                    className(steps.kind())));
+    }
+    StepReader reader;
+    for (const Value& step : steps.asArray()) {
+        currentStep_ = &step;
+        const StepFields fields = reader.read(step);
+        const auto code = static_cast<std::uint64_t>(integerValue(fields[StepKey::operation]));
+        const Operation* operation = operationForCode(code);
+        if (operation == nullptr) {
+            executeRecordingLastStatementError_ = {};
+            continue;
+        }
+        executeRecordingLastStatementError_ = replayStep(*operation, fields);
+        if (executeRecordingLastStatementError_ && errorHandlingBehaviour_ == 0) {
+            if (error != nullptr) {
+                *error = executeRecordingLastStatementError_;
+            }
+            if (errorScriptStep != nullptr) {
+                *errorScriptStep = &step;
+            }
+            currentStep_ = nullptr;
+            return false;
+        }
+    }
+    currentStep_ = nullptr;
+    return true;
+}
+
+Error QVCatalogScript::replayStep(const Operation& operation, const StepFields& fields) {
+    if (operation.replay != nullptr) {
+        return operation.replay(*this, fields);
+    }
+    const auto refuse = [&] {
+        return Error::withDescription(
+            kCatalogScriptErrorDomain, 0,
+            fmt::format("Operation {} ({}) is not available in this version",
+                        static_cast<int>(operation.code), operation.selector));
+    };
+    return _recordOrExecuteWithRecordingBlock(nullptr, refuse, nullptr, kNoOptions);
+}
+
+} // namespace qv

@@ -1,0 +1,86 @@
+#include "platform/foundation/process/Task.h"
+#include "platform/foundation/values/Description.h"
+#include "platform/foundation/values/Exception.h"
+#include "script/QVCatalogScript.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <string>
+
+namespace qv {
+
+namespace {
+
+[[noreturn]] void refuseClass(std::string_view what, std::string_view wanted, const Value& found) {
+    throw Exception(
+        std::string(exception_name::kInvalidArgument),
+        fmt::format("{} must be {}, not of class {}", what, wanted, className(found.kind())));
+}
+
+std::string launchPath(const std::optional<Value>& tool) {
+    if (!tool) {
+        throw Exception(std::string(exception_name::kInvalidArgument),
+                        "there is no tool to execute");
+    }
+    if (!tool->is(Value::Kind::string)) {
+        refuseClass("the tool to execute", "a string", *tool);
+    }
+    return std::string(tool->asString());
+}
+
+std::vector<std::string> argumentList(const std::optional<Value>& arguments) {
+    std::vector<std::string> list;
+    if (!arguments || arguments->isNull()) {
+        return list;
+    }
+    if (!arguments->is(Value::Kind::array)) {
+        refuseClass("the arguments of a tool", "an array of strings", *arguments);
+    }
+    for (const Value& argument : arguments->asArray()) {
+        if (!argument.is(Value::Kind::string)) {
+            refuseClass("an argument of a tool", "a string", argument);
+        }
+        list.emplace_back(argument.asString());
+    }
+    return list;
+}
+
+Error runTool(const std::optional<Value>& tool, const std::optional<Value>& arguments) {
+    const auto shown = [](const std::optional<Value>& value) {
+        return description(value ? &*value : nullptr);
+    };
+    Task task;
+    task.setLaunchPath(launchPath(tool));
+    task.setArguments(argumentList(arguments));
+    task.launch();
+    task.waitUntilExit();
+    const int status = task.terminationStatus();
+    switch (task.terminationReason()) {
+    case TerminationReason::uncaughtSignal:
+        return Error::withDescription(
+            kCatalogScriptErrorDomain, 0,
+            fmt::format("Uncaught signal executing {} {}", shown(tool), shown(arguments)));
+    case TerminationReason::exit:
+        if (status != 0) {
+            return Error::withDescription(kCatalogScriptErrorDomain, status,
+                                          fmt::format("Tool exited with code {}: {} {}", status,
+                                                      shown(tool), shown(arguments)));
+        }
+        break;
+    }
+    return {};
+}
+
+} // namespace
+
+Error QVCatalogScript::executeTool(const std::optional<Value>& tool,
+                                   const std::optional<Value>& arguments,
+                                   const std::optional<Value>& successReturnCodes) {
+    return perform(
+        OperationCode::executeTool,
+        [&] { return StepValues{tool, arguments.value_or(Value()), successReturnCodes}; },
+        [&] { return runTool(tool, arguments); });
+}
+
+} // namespace qv

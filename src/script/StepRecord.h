@@ -1,0 +1,58 @@
+#pragma once
+
+#include "platform/foundation/values/URL.h"
+#include "platform/foundation/values/Value.h"
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string_view>
+
+namespace qv {
+
+/// The keys of a step record. "operation" is an integer; the URLs are absolute URL strings; the
+/// arguments are any property-list value.
+enum class StepKey : std::uint8_t { fromURL, toURL, URL, arg1, arg2, arg3, arg4, arg5, operation };
+inline constexpr std::size_t kStepKeyCount = 9;
+[[nodiscard]] std::string_view stepKeyName(StepKey key) noexcept;
+
+/// nil for no text, else what the text says; none for a text that is no URL.
+[[nodiscard]] std::optional<URL> urlFromString(const Value* text);
+
+/// The fields of one step record, looked at in place. Lives as long as the record.
+class StepFields {
+public:
+    /// The value under a key; null pointer when it is missing.
+    [[nodiscard]] const Value* operator[](StepKey key) const noexcept {
+        return fields_[static_cast<std::size_t>(key)];
+    }
+    /// The value as an optional object ("O" in the table of operations).
+    [[nodiscard]] std::optional<Value> object(StepKey key) const;
+    [[nodiscard]] std::optional<qv::URL> url(StepKey key) const {
+        return urlFromString((*this)[key]);
+    }
+
+private:
+    friend class StepReader;
+    std::array<const Value*, kStepKeyCount> fields_{};
+};
+
+/// Reads step records. Remembers where a list of keys holds the fields, so that a record with the
+/// same keys as an earlier one costs no search.
+class StepReader {
+public:
+    /// Throws an Exception for a step that is no dictionary and for a URL that is no string.
+    [[nodiscard]] StepFields read(const Value& step);
+
+private:
+    struct Layout {
+        KeyList keys; // held, so that its identity stays its own
+        std::array<std::int32_t, kStepKeyCount> index{};
+        bool filled = false;
+    };
+    const Layout& layoutOf(const KeyList& keys);
+    std::array<Layout, 16> layouts_;
+};
+
+} // namespace qv

@@ -1,0 +1,57 @@
+#pragma once
+
+#include "codesign/ClientVerification.h"
+#include "platform/foundation/values/Value.h"
+#include "platform/xpc/Connection.h"
+#include "platform/xpc/MainQueue.h"
+#include "platform/xpc/ProcessSource.h"
+#include "platform/xpc/RateLimiter.h"
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string_view>
+#include <unordered_map>
+
+namespace qv {
+
+/// The one request that the service understands.
+inline constexpr std::string_view kExecuteScriptType = "executeQVCatalogScript";
+
+/// Accepts clients, executes their scripts one at a time, answers, and ends the loop with status 0
+/// when the last client that sent a script has ended. Everything runs on the main queue.
+class HelperService {
+public:
+    /// `infoDictionary` says, under "SMAuthorizedClients", what clients must satisfy. Queue and
+    /// verification must live as long.
+    HelperService(xpc::MainQueue& queue, ClientVerification& verification, Value infoDictionary);
+
+    /// The listener's event handler.
+    void handleConnection(const std::shared_ptr<xpc::Connection>& connection);
+
+    [[nodiscard]] std::int64_t activeClients() const noexcept { return activeClientCount; }
+
+private:
+    bool accepts(const xpc::PeerCredentials& peer);
+    void handleEvent(const std::shared_ptr<xpc::Connection>& connection, const xpc::Event& event);
+    void handleMessage(const std::shared_ptr<xpc::Connection>& connection,
+                       const xpc::Message& message);
+    void watchExit(const xpc::Connection& connection);
+    void handleExit(std::uint64_t watch);
+
+    xpc::MainQueue& queue_;
+    ClientVerification& verification_;
+    Value infoDictionary_;
+    xpc::RateLimiter rejections_;
+    std::unordered_map<std::uint64_t, std::unique_ptr<xpc::ProcessSource>> exitWatches_;
+    std::uint64_t nextWatch_ = 0;
+
+    std::recursive_mutex clientCountLock; // guards activeClientCount
+    std::int64_t activeClientCount = 0;   // counted messages whose sender has not been seen to end
+};
+
+/// Parses and replays a request's "data"; what it gives is what "replyData" archives. Takes any
+/// bytes; never throws.
+[[nodiscard]] Value executeScriptData(std::string_view data);
+
+} // namespace qv

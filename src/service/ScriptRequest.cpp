@@ -1,0 +1,70 @@
+#include "platform/foundation/log/Log.h"
+#include "platform/foundation/plist/PropertyList.h"
+#include "script/QVCatalogScript.h"
+#include "service/HelperService.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace qv {
+
+namespace {
+
+struct Outcome {
+    bool success = false;
+    std::int64_t errorScriptStepIndex = -1;
+    Error error;
+};
+
+// By identity: a list may hold equal steps.
+std::int64_t indexOfStep(const Value& steps, const Value* step) {
+    if (step == nullptr || !steps.is(Value::Kind::array)) {
+        return -1;
+    }
+    const std::span<const Value> list = steps.asArray();
+    const auto place =
+        std::ranges::find_if(list, [&](const Value& each) { return each.sameAs(*step); });
+    return place == list.end() ? -1 : place - list.begin();
+}
+
+// The one place in the service that catches: a script that raises is answered like one that fails.
+void replay(const Value& steps, Outcome& outcome) {
+    QVCatalogScript script;
+    script.setIsPriviledged(true);
+    const Value* failedStep = nullptr;
+    try {
+        outcome.success = script.executeRecording(steps, &outcome.error, &failedStep);
+    } catch (const std::exception& exception) {
+        failedStep = script.currentStep();
+        outcome.error = Error::withDescription(kCatalogScriptErrorDomain, 0, exception.what());
+        log::write(log::Priority::error,
+                   fmt::format("script raised an exception: {}", log::foreign(exception.what())));
+    }
+    if (!outcome.success) {
+        outcome.errorScriptStepIndex = indexOfStep(steps, failedStep);
+    }
+}
+
+} // namespace
+
+Value executeScriptData(std::string_view data) {
+    Outcome outcome;
+    if (!data.empty()) {
+        const auto list = PropertyList::propertyListWithData(data);
+        if (list) {
+            replay(list->root, outcome);
+        } else {
+            outcome.error = list.error();
+        }
+    }
+    std::vector<std::pair<Value, Value>> result = {
+        {Value::string("success"), Value::boolean(outcome.success)},
+        {Value::string("errorScriptStepIndex"), Value::integer(outcome.errorScriptStepIndex)}};
+    if (outcome.error) {
+        result.emplace_back(Value::string("error"), Value::error(outcome.error));
+    }
+    return Value::dictionary(std::move(result));
+}
+
+} // namespace qv

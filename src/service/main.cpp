@@ -1,0 +1,46 @@
+#include "codesign/ClientVerification.h"
+#include "platform/foundation/log/Log.h"
+#include "platform/foundation/process/ProcessState.h"
+#include "platform/xpc/Listener.h"
+#include "platform/xpc/MainQueue.h"
+#include "service/EmbeddedLists.h"
+#include "service/HelperService.h"
+
+#include <cstdlib>
+
+namespace {
+
+constexpr const char* kServiceName = "com.larkwen.qvcatalog.helper";
+
+int failToListen() {
+    qv::log::write(qv::log::Priority::error,
+                   "QVCatalogHelperXPC failed to create XPC mach service");
+    return EXIT_FAILURE;
+}
+
+} // namespace
+
+// No arguments, no environment, no configuration: everything comes from the client's script.
+int main() {
+    qv::sanitizeProcess();
+    qv::log::open("QVCatalogHelperXPC", qv::log::Destination::systemLog);
+    qv::log::write(qv::log::Priority::notice, "QVCatalogHelperXPC launched");
+    auto queue = qv::xpc::MainQueue::create();
+    if (!queue) {
+        return failToListen();
+    }
+    auto listener = qv::xpc::Listener::createMachService(kServiceName, **queue);
+    if (!listener) {
+        return failToListen();
+    }
+    qv::ClientVerification verification;
+    for (const std::string& warning : verification.warnings()) {
+        qv::log::write(qv::log::Priority::notice, warning);
+    }
+    qv::HelperService service(**queue, verification, qv::infoDictionary());
+    (*listener)->setEventHandler([&](const std::shared_ptr<qv::xpc::Connection>& connection) {
+        service.handleConnection(connection);
+    });
+    (*listener)->resume();
+    return (*queue)->run();
+}

@@ -1,0 +1,61 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace qv::tools {
+
+/// What `qvcatalog` answers to its caller. Codes 0 to 3 mean the same for every command.
+enum class ExitStatus : std::uint8_t {
+    success = 0,
+    failed = 1,  ///< the script failed, the signature is not good, the text does not compile
+    usage = 2,   ///< wrong arguments, or a file that cannot be read
+    refused = 3, ///< the service refuses this client or cannot be reached
+};
+
+struct RunOptions {
+    std::string file; ///< "-" for standard input
+    std::string socketPath;
+    bool json = false;
+};
+ExitStatus run(const RunOptions& options);
+
+struct SignOptions {
+    std::string file;
+    std::string identifier;
+    std::string team;
+    std::string certificate;
+    std::string key;
+    std::vector<std::string> intermediates;
+    std::vector<std::string> flags; ///< hard, kill, runtime, restrict, library-validation, expires
+    std::string entitlements;       ///< property-list file
+    std::string info;               ///< property-list file
+    std::uint32_t platform = 0;
+};
+ExitStatus sign(const SignOptions& options);
+
+struct VerifyOptions {
+    std::string file;
+    std::optional<int> pid;
+    std::string requirement; ///< empty: the one that the service demands
+    bool json = false;
+};
+ExitStatus verify(const VerifyOptions& options);
+
+struct PlistOptions {
+    std::string file;
+    std::string to; ///< xml, binary or json; empty: only validate
+    std::string output;
+    bool archive = false;
+};
+ExitStatus plist(const PlistOptions& options);
+
+struct RequirementOptions {
+    std::string text;
+    bool json = false;
+};
+ExitStatus requirement(const RequirementOptions& options);
+
+} // namespace qv::tools

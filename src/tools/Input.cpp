@@ -1,0 +1,110 @@
+#include "tools/Input.h"
+
+#include "platform/foundation/files/UniqueFd.h"
+#include "platform/foundation/plist/PropertyList.h"
+#include "tools/Terminal.h"
+
+#include <fmt/format.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace qv::tools {
+
+namespace {
+
+constexpr std::size_t kMost = std::size_t{1} << 30U;
+
+Error writeAll(int descriptor, std::string_view content) {
+    while (!content.empty()) {
+        const ssize_t written = ::write(descriptor, content.data(), content.size());
+        if (written < 0 && errno == EINTR) {
+            continue;
+        }
+        if (written < 0) {
+            return Error::posix(errno);
+        }
+        content.remove_prefix(static_cast<std::size_t>(written));
+    }
+    return {};
+}
+
+} // namespace
+
+tl::expected<std::string, Error> readInput(const std::string& file) {
+    UniqueFd opened;
+    if (file != "-") {
+        opened = UniqueFd(::open(file.c_str(), O_RDONLY | O_CLOEXEC));
+        if (!opened) {
+            return tl::unexpected(Error::posix(errno));
+        }
+    }
+    const int descriptor = opened ? opened.get() : STDIN_FILENO;
+    std::string content;
+    constexpr std::size_t kPiece = std::size_t{1} << 16U;
+    while (true) {
+        const std::size_t length = content.size();
+        if (length > kMost) {
+            return tl::unexpected(Error::posix(EFBIG));
+        }
+        content.resize(length + kPiece);
+        const ssize_t got = ::read(descriptor, content.data() + length, kPiece);
+        if (got < 0 && errno != EINTR) {
+            return tl::unexpected(Error::posix(errno));
+        }
+        content.resize(length + static_cast<std::size_t>(got < 0 ? 0 : got));
+        if (got == 0) {
+            return content;
+        }
+    }
+}
+
+Error writeOutput(const std::string& file, std::string_view content) {
+    if (file == "-") {
+        return writeAll(STDOUT_FILENO, content);
+    }
+    std::string temporary = file + ".XXXXXX";
+    const UniqueFd descriptor(::mkostemp(temporary.data(), O_CLOEXEC));
+    if (!descriptor) {
+        return Error::posix(errno);
+    }
+    constexpr mode_t kMode = 0644;
+    Error error = writeAll(descriptor.get(), content);
+    if (!error && (::fchmod(descriptor.get(), kMode) != 0 || ::fsync(descriptor.get()) != 0 ||
+                   ::rename(temporary.c_str(), file.c_str()) != 0)) {
+        error = Error::posix(errno);
+    }
+    if (error) {
+        ::unlink(temporary.c_str());
+    }
+    return error;
+}
+
+std::optional<Value> readList(const std::string& file) {
+    const auto content = readInput(file);
+    if (!content) {
+        complainAboutFile(file, content.error());
+        return std::nullopt;
+    }
+    const auto list = PropertyList::propertyListWithData(*content);
+    if (!list) {
+        complainAboutFile(file, list.error());
+        return std::nullopt;
+    }
+    return list->root;
+}
+
+void complainAboutFile(const std::string& file, const Error& error) {
+    const Value info = error.userInfo();
+    const Value* detail = info.find(error_key::kDebugDescription);
+    const std::string why = detail != nullptr && detail->is(Value::Kind::string)
+                                ? std::string(detail->asString())
+                                : std::string(error.localizedDescription());
+    complain(fmt::format("{}: {}", file == "-" ? "standard input" : file, why));
+}
+
+} // namespace qv::tools

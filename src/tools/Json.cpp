@@ -1,0 +1,99 @@
+#include "tools/Json.h"
+
+#include "platform/foundation/values/Description.h"
+#include "platform/foundation/values/Error.h"
+#include "platform/foundation/values/URL.h"
+
+#include <nlohmann/json.hpp>
+
+#include <cmath>
+
+namespace qv::tools {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+using Kind = Value::Kind;
+
+std::string base64(std::string_view bytes) {
+    constexpr std::string_view kAlphabet =
+        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    std::string text;
+    for (std::size_t i = 0; i < bytes.size(); i += 3) {
+        const auto byte = [&](std::size_t index) -> unsigned {
+            return index < bytes.size() ? static_cast<unsigned char>(bytes[index]) : 0;
+        };
+        const unsigned group = (byte(i) << 16U) | (byte(i + 1) << 8U) | byte(i + 2);
+        text += kAlphabet[(group >> 18U) & 63U];
+        text += kAlphabet[(group >> 12U) & 63U];
+        text += i + 1 < bytes.size() ? kAlphabet[(group >> 6U) & 63U] : '=';
+        text += i + 2 < bytes.size() ? kAlphabet[group & 63U] : '=';
+    }
+    return text;
+}
+
+Json toJson(const Value& value);
+
+Json errorToJson(const Error& error) {
+    return {{"$error",
+             {{"domain", error.domain()},
+              {"code", error.code()},
+              {"description", error.localizedDescription()},
+              {"userInfo", toJson(error.userInfo())}}}};
+}
+
+Json containerToJson(const Value& value) {
+    Json json = value.is(Kind::dictionary) ? Json::object() : Json::array();
+    if (value.is(Kind::dictionary)) {
+        const DictionaryView pairs = value.asDictionary();
+        for (std::size_t i = 0; i < pairs.size(); ++i) {
+            json[std::string(pairs.key(i))] = toJson(pairs.value(i));
+        }
+        return json;
+    }
+    for (const Value& element : value.asArray()) {
+        json.push_back(toJson(element));
+    }
+    return value.is(Kind::set) ? Json{{"$set", json}} : json;
+}
+
+// The property-list and archive readers bound the depth of what comes here.
+Json toJson(const Value& value) {
+    switch (value.kind()) {
+    case Kind::null:
+        return nullptr;
+    case Kind::boolean:
+        return value.asBoolean();
+    case Kind::integer:
+        return value.asInteger();
+    case Kind::unsignedInteger:
+        return value.asUnsignedInteger();
+    case Kind::real:
+        return std::isfinite(value.asReal()) ? Json(value.asReal()) : Json(description(value));
+    case Kind::string:
+        return std::string(value.asString());
+    case Kind::data:
+        return {{"$data", base64(value.asData())}};
+    case Kind::date:
+        return {{"$date", description(value)}};
+    case Kind::uid:
+        return {{"$uid", value.asUID().index}};
+    case Kind::url:
+        return {{"$url", value.asURL().absoluteString()}};
+    case Kind::error:
+        return errorToJson(value.asError());
+    case Kind::array:
+    case Kind::set:
+    case Kind::dictionary:
+        return containerToJson(value);
+    }
+    return nullptr;
+}
+
+} // namespace
+
+std::string jsonText(const Value& value) {
+    return toJson(value).dump(2, ' ', false, Json::error_handler_t::replace);
+}
+
+} // namespace qv::tools

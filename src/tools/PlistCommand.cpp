@@ -1,0 +1,77 @@
+#include "platform/foundation/archive/KeyedUnarchiver.h"
+#include "platform/foundation/plist/PropertyList.h"
+#include "tools/Commands.h"
+#include "tools/Input.h"
+#include "tools/Json.h"
+#include "tools/Terminal.h"
+
+#include <fmt/format.h>
+
+namespace qv::tools {
+
+namespace {
+
+std::string_view formatName(PropertyListFormat format) {
+    switch (format) {
+    case PropertyListFormat::oldStyle:
+        return "old-style text";
+    case PropertyListFormat::xml:
+        return "XML";
+    case PropertyListFormat::binary:
+        return "binary";
+    }
+    return "unknown";
+}
+
+tl::expected<std::string, Error> convert(const Value& root, const std::string& to) {
+    if (to == "json") {
+        return jsonText(root) + "\n";
+    }
+    return PropertyList::dataWithPropertyList(root, to == "binary" ? PropertyListFormat::binary
+                                                                   : PropertyListFormat::xml);
+}
+
+ExitStatus complainAndFail(const std::string& file, const Error& error) {
+    complainAboutFile(file, error);
+    return ExitStatus::failed;
+}
+
+} // namespace
+
+ExitStatus plist(const PlistOptions& options) {
+    const auto content = readInput(options.file);
+    if (!content) {
+        complainAboutFile(options.file, content.error());
+        return ExitStatus::usage;
+    }
+    const auto list = PropertyList::propertyListWithData(*content);
+    if (!list) {
+        return complainAndFail(options.file, list.error());
+    }
+    Value root = list->root;
+    if (options.archive) {
+        const auto object = KeyedUnarchiver::unarchiveObjectWithData(*content);
+        if (!object) {
+            return complainAndFail(options.file, object.error());
+        }
+        root = *object;
+    }
+    if (options.to.empty() && !options.archive) {
+        Terminal::standardOutput().line(
+            fmt::format("{}: OK, {}", options.file == "-" ? "standard input" : options.file,
+                        formatName(list->format)));
+        return ExitStatus::success;
+    }
+    const auto converted = convert(root, options.to.empty() ? "json" : options.to);
+    if (!converted) {
+        return complainAndFail(options.file, converted.error());
+    }
+    const std::string output = options.output.empty() ? "-" : options.output;
+    if (const Error error = writeOutput(output, *converted)) {
+        complainAboutFile(output, error);
+        return ExitStatus::usage;
+    }
+    return ExitStatus::success;
+}
+
+} // namespace qv::tools

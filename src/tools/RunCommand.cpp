@@ -1,0 +1,131 @@
+#include "client/QVCatalogHelperClient.h"
+#include "platform/foundation/plist/PropertyList.h"
+#include "platform/foundation/values/Conversions.h"
+#include "platform/foundation/values/Description.h"
+#include "script/OperationTable.h"
+#include "tools/Commands.h"
+#include "tools/Input.h"
+#include "tools/Json.h"
+#include "tools/Terminal.h"
+
+#include <fmt/format.h>
+
+#include <unistd.h>
+
+namespace qv::tools {
+
+namespace {
+
+using Style = Terminal::Style;
+
+// Whoever may use this program may have anything done as root, so in an installed system only root
+// may. A developer's build talks to the developer's own service.
+bool mayRun() { return QV_DEVELOPMENT_BUILD || ::geteuid() == 0; }
+
+// "executeTool /bin/true" and the like; only for showing, so it takes anything.
+std::string stepSummary(const Value& step) {
+    const Value* code = step.find("operation");
+    const Operation* operation = nullptr;
+    if (code == nullptr || code->isNumber() || code->is(Value::Kind::string)) {
+        operation = operationForCode(static_cast<std::uint64_t>(integerValue(code)));
+    }
+    std::string summary =
+        operation == nullptr
+            ? "unknown operation"
+            : std::string(operation->selector.substr(0, operation->selector.find(':')));
+    for (const std::string_view key : {"fromURL", "toURL", "URL", "arg1"}) {
+        const Value* field = step.find(key);
+        if (field != nullptr && field->is(Value::Kind::string)) {
+            summary += fmt::format(" {}", field->asString());
+        }
+    }
+    return summary;
+}
+
+Value outcomeAsValue(const ScriptOutcome& outcome) {
+    std::vector<std::pair<Value, Value>> pairs = {
+        {Value::string("success"), Value::boolean(outcome.success)},
+        {Value::string("errorScriptStepIndex"), Value::integer(outcome.errorScriptStepIndex)}};
+    if (outcome.error) {
+        pairs.emplace_back(Value::string("error"), Value::error(outcome.error));
+    }
+    return Value::dictionary(std::move(pairs));
+}
+
+std::string errorText(const Error& error) {
+    const Value info = error.userInfo();
+    const Value* text = info.find(error_key::kLocalizedDescription);
+    if (text == nullptr) {
+        text = info.find(error_key::kDebugDescription);
+    }
+    return fmt::format("{} ({} {})",
+                       text == nullptr ? error.localizedDescription() : description(*text),
+                       error.domain(), error.code());
+}
+
+void showOutcome(const ScriptOutcome& outcome, const Value& steps) {
+    const Terminal& out = Terminal::standardOutput();
+    const std::size_t count = steps.is(Value::Kind::array) ? steps.asArray().size() : 0;
+    if (outcome.success) {
+        out.line(
+            out.styled(fmt::format("The script ran to its end: {} steps.", count), Style::good));
+        return;
+    }
+    const auto index = static_cast<std::size_t>(outcome.errorScriptStepIndex);
+    out.line(out.styled(
+        index < count
+            ? fmt::format("The script failed at step {} of {} (index {}).", index + 1, count, index)
+            : std::string("The script failed."),
+        Style::bad));
+    if (index < count) {
+        out.line(fmt::format("  step:  {}",
+                             out.styled(stepSummary(steps.asArray()[index]), Style::strong)));
+    }
+    if (outcome.error) {
+        out.line(fmt::format("  error: {}", out.styled(errorText(outcome.error), Style::plain)));
+    }
+}
+
+ExitStatus complainAboutService(const Error& error) {
+    complain(error.localizedDescription());
+    return ExitStatus::refused;
+}
+
+} // namespace
+
+ExitStatus run(const RunOptions& options) {
+    if (!mayRun()) {
+        complain("only root may run scripts with this program");
+        return ExitStatus::refused;
+    }
+    const auto script = readInput(options.file);
+    if (!script) {
+        complainAboutFile(options.file, script.error());
+        return ExitStatus::usage;
+    }
+    const auto list = PropertyList::propertyListWithData(*script);
+    if (!list) {
+        complainAboutFile(options.file, list.error());
+        return ExitStatus::usage;
+    }
+    auto client = QVCatalogHelperClient::connect(options.socketPath);
+    if (!client) {
+        return complainAboutService(client.error());
+    }
+    tl::expected<ScriptOutcome, Error> outcome;
+    {
+        const Progress progress("running the script");
+        outcome = client->executeScriptData(*script);
+    }
+    if (!outcome) {
+        return complainAboutService(outcome.error());
+    }
+    if (options.json) {
+        Terminal::standardOutput().line(jsonText(outcomeAsValue(*outcome)));
+    } else {
+        showOutcome(*outcome, list->root);
+    }
+    return outcome->success ? ExitStatus::success : ExitStatus::failed;
+}
+
+} // namespace qv::tools

@@ -1,0 +1,85 @@
+#include "platform/security/CodeSigner.h"
+#include "platform/security/CodeSigningStatus.h"
+#include "tools/Commands.h"
+#include "tools/Input.h"
+#include "tools/Terminal.h"
+
+#include <fmt/format.h>
+
+#include <array>
+#include <utility>
+
+namespace qv::tools {
+
+namespace {
+
+constexpr std::array<std::pair<std::string_view, std::uint32_t>, 6> kFlagNames = {{
+    {"hard", code_flags::kHard},
+    {"kill", code_flags::kKill},
+    {"runtime", code_flags::kRuntime},
+    {"restrict", code_flags::kRestrict},
+    {"library-validation", code_flags::kRequireLibraryValidation},
+    {"expires", code_flags::kCheckExpiration},
+}};
+
+std::optional<std::uint32_t> flagBits(const std::vector<std::string>& names) {
+    std::uint32_t bits = 0;
+    for (const std::string& name : names) {
+        std::uint32_t bit = 0;
+        for (const auto& [known, value] : kFlagNames) {
+            bit = known == name ? value : bit;
+        }
+        if (bit == 0) {
+            complain(fmt::format("unknown flag \"{}\"; known: hard, kill, runtime, restrict, "
+                                 "library-validation, expires",
+                                 name));
+            return std::nullopt;
+        }
+        bits |= bit;
+    }
+    return bits;
+}
+
+// The dictionary in a file; empty when no file is named.
+std::optional<Value> dictionaryOf(const std::string& file) {
+    if (file.empty()) {
+        return Value::dictionary({});
+    }
+    std::optional<Value> value = readList(file);
+    if (value && !value->is(Value::Kind::dictionary)) {
+        complain(fmt::format("{}: a dictionary is wanted here", file));
+        return std::nullopt;
+    }
+    return value;
+}
+
+} // namespace
+
+ExitStatus sign(const SignOptions& options) {
+    const std::optional<std::uint32_t> flags = flagBits(options.flags);
+    const std::optional<Value> info = dictionaryOf(options.info);
+    const std::optional<Value> entitlements = dictionaryOf(options.entitlements);
+    if (!flags || !info || !entitlements) {
+        return ExitStatus::usage;
+    }
+    SigningRequest request;
+    request.identifier = options.identifier;
+    request.team = options.team;
+    request.flags = *flags;
+    request.platform = options.platform;
+    request.info = *info;
+    request.entitlements = *entitlements;
+    request.certificatePath = options.certificate;
+    request.keyPath = options.key;
+    request.intermediatePaths = options.intermediates;
+    request.allowDebuggableDistribution = QV_DEVELOPMENT_BUILD;
+    if (const auto done = CodeSigner::sign(options.file, request); !done) {
+        complainAboutFile(options.file, done.error());
+        return ExitStatus::failed;
+    }
+    Terminal::standardOutput().line(
+        fmt::format("{}: signed as {}", options.file, options.identifier));
+    return ExitStatus::success;
+}
+
+} // namespace qv::tools

@@ -1,0 +1,104 @@
+#include "tools/Terminal.h"
+
+#include "platform/foundation/log/Log.h"
+
+#include <fmt/format.h>
+
+#include <array>
+#include <chrono>
+#include <cstdlib>
+#include <unistd.h>
+
+namespace qv::tools {
+
+namespace {
+
+constexpr std::size_t kLongestLine = 4096;
+
+// Asked once, before any thread is started.
+bool hasVariable(const char* name) {
+    const char* value = std::getenv(name); // NOLINT(concurrency-mt-unsafe): single-threaded here
+    return value != nullptr && *value != '\0';
+}
+
+bool isDumb() {
+    const char* term = std::getenv("TERM"); // NOLINT(concurrency-mt-unsafe): single-threaded here
+    return term == nullptr || std::string_view(term) == "dumb";
+}
+
+void writeAll(int descriptor, std::string_view text) {
+    while (!text.empty()) {
+        const ssize_t written = ::write(descriptor, text.data(), text.size());
+        if (written <= 0) {
+            return; // the reader has gone; the exit status still tells how it went
+        }
+        text.remove_prefix(static_cast<std::size_t>(written));
+    }
+}
+
+} // namespace
+
+Terminal::Terminal(int descriptor)
+    : descriptor_(descriptor), interactive_(::isatty(descriptor) == 1 && !isDumb()),
+      colours_(interactive_ && !hasVariable("NO_COLOR")) {}
+
+Terminal& Terminal::standardOutput() {
+    static Terminal terminal(STDOUT_FILENO);
+    return terminal;
+}
+
+Terminal& Terminal::standardError() {
+    static Terminal terminal(STDERR_FILENO);
+    return terminal;
+}
+
+std::string Terminal::styled(std::string_view text, Style style) const {
+    std::string shown = log::foreign(text, kLongestLine);
+    if (!colours_ || style == Style::plain) {
+        return shown;
+    }
+    constexpr std::array<std::string_view, 5> kCodes = {"0", "32", "31", "2", "1"};
+    return fmt::format("\x1b[{}m{}\x1b[0m", kCodes[static_cast<std::size_t>(style)], shown);
+}
+
+void Terminal::line(std::string_view text) const {
+    writeAll(descriptor_, std::string(text) + "\n");
+}
+
+Progress::Progress(std::string what) : what_(std::move(what)) {
+    if (Terminal::standardError().isInteractive()) {
+        thread_ = std::thread([this] { animate(); });
+    }
+}
+
+Progress::~Progress() {
+    done_ = true;
+    done_.notify_all();
+    if (thread_.joinable()) {
+        thread_.join();
+        writeAll(STDERR_FILENO, "\r\x1b[K");
+    }
+}
+
+void Progress::animate() const {
+    constexpr std::array<std::string_view, 4> kTurns = {"|", "/", "-", "\\"};
+    constexpr auto kFrame = std::chrono::milliseconds(100);
+    const auto begin = std::chrono::steady_clock::now();
+    const Terminal& terminal = Terminal::standardError();
+    for (std::size_t turn = 0; !done_; ++turn) {
+        const auto elapsed = std::chrono::steady_clock::now() - begin;
+        const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(elapsed).count();
+        writeAll(
+            terminal.descriptor(),
+            fmt::format("\r\x1b[K{} {} {}", kTurns[turn % kTurns.size()], what_,
+                        terminal.styled(fmt::format("{} s", seconds), Terminal::Style::faint)));
+        std::this_thread::sleep_for(kFrame);
+    }
+}
+
+void complain(std::string_view text) {
+    Terminal::standardError().line(fmt::format(
+        "qvcatalog: {}", Terminal::standardError().styled(text, Terminal::Style::plain)));
+}
+
+} // namespace qv::tools

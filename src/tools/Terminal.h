@@ -1,0 +1,54 @@
+#pragma once
+
+#include <atomic>
+#include <string>
+#include <string_view>
+#include <thread>
+
+namespace qv::tools {
+
+/// What a person sees: colours and moving progress on a terminal, plain lines elsewhere. Honours
+/// NO_COLOR and TERM=dumb.
+class Terminal {
+public:
+    enum class Style : unsigned char { plain, good, bad, faint, strong };
+    static Terminal& standardOutput();
+    static Terminal& standardError();
+
+    /// A text in a style, or as it is where there are no colours. Control characters are shown as
+    /// \xNN, so that nothing foreign steers the terminal.
+    [[nodiscard]] std::string styled(std::string_view text, Style style) const;
+    /// One line.
+    void line(std::string_view text) const;
+    [[nodiscard]] bool isInteractive() const noexcept { return interactive_; }
+    [[nodiscard]] int descriptor() const noexcept { return descriptor_; }
+
+private:
+    explicit Terminal(int descriptor);
+    int descriptor_;
+    bool interactive_;
+    bool colours_;
+};
+
+/// A line that tells, while it lives, what is waited for and how long already. Shows nothing unless
+/// standard error is a terminal.
+class Progress {
+public:
+    explicit Progress(std::string what);
+    ~Progress();
+    Progress(const Progress&) = delete;
+    Progress& operator=(const Progress&) = delete;
+    Progress(Progress&&) = delete;
+    Progress& operator=(Progress&&) = delete;
+
+private:
+    void animate() const;
+    std::string what_;
+    std::atomic<bool> done_ = false;
+    std::thread thread_;
+};
+
+/// One line on standard error: "qvcatalog: TEXT".
+void complain(std::string_view text);
+
+} // namespace qv::tools

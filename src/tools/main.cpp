@@ -1,0 +1,139 @@
+#include "client/QVCatalogHelperClient.h"
+#include "platform/foundation/log/Log.h"
+#include "tools/Commands.h"
+#include "tools/Terminal.h"
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <csignal>
+#include <exception>
+#include <functional>
+
+namespace {
+
+using namespace qv::tools; // NOLINT(google-build-using-namespace): the commands are all that is
+                           // here
+
+using Command = std::function<ExitStatus()>;
+
+void addRun(CLI::App& app, Command& chosen) {
+    auto options = std::make_shared<RunOptions>();
+    options->socketPath = qv::QVCatalogHelperClient::defaultSocketPath();
+    CLI::App* command =
+        app.add_subcommand("run", "Send a script to the service and show how it went");
+    command
+        ->add_option("FILE", options->file,
+                     "the script, a property list in any encoding; - for standard input")
+        ->required();
+    command->add_option("--socket", options->socketPath, "where the service listens")
+        ->capture_default_str();
+    command->add_flag("--json", options->json, "print the outcome as JSON");
+    command->callback([&chosen, options] { chosen = [options] { return run(*options); }; });
+}
+
+void addSign(CLI::App& app, Command& chosen) {
+    auto options = std::make_shared<SignOptions>();
+    CLI::App* command =
+        app.add_subcommand("sign", "Sign a program, replacing the signature that it has");
+    command->add_option("FILE", options->file, "the program, an ELF file")->required();
+    command
+        ->add_option("--identifier", options->identifier,
+                     "signing identifier, e.g. com.example.Tool")
+        ->required();
+    command->add_option("--certificate", options->certificate, "the signer's certificate, PEM")
+        ->required();
+    command->add_option("--key", options->key, "its private key, PEM, readable by its owner only")
+        ->required();
+    command->add_option("--intermediate", options->intermediates,
+                        "certificates between it and the anchor, PEM");
+    command
+        ->add_option("--team", options->team,
+                     "team identifier, the organisational unit of the certificate")
+        ->required();
+    command
+        ->add_option("--flags", options->flags,
+                     "hard, kill, runtime, restrict, library-validation, expires")
+        ->delimiter(',');
+    command->add_option("--entitlements", options->entitlements,
+                        "property list with the entitlements");
+    command->add_option("--info", options->info, "property list with the information dictionary");
+    command->add_option("--platform", options->platform, "platform number");
+    command->callback([&chosen, options] { chosen = [options] { return sign(*options); }; });
+}
+
+void addVerify(CLI::App& app, Command& chosen) {
+    auto options = std::make_shared<VerifyOptions>();
+    CLI::App* command = app.add_subcommand(
+        "verify", "Tell whether the service would accept a program, and why not");
+    auto* file = command->add_option("FILE", options->file, "a program on disk");
+    auto* pid = command->add_option("--pid", options->pid, "a running process instead");
+    file->excludes(pid);
+    command->add_option("--requirement", options->requirement,
+                        "instead of the one that the service demands");
+    command->add_flag("--json", options->json, "print the findings as JSON");
+    command->callback([&chosen, options] { chosen = [options] { return verify(*options); }; });
+}
+
+void addPlist(CLI::App& app, Command& chosen) {
+    auto options = std::make_shared<PlistOptions>();
+    CLI::App* command = app.add_subcommand("plist", "Validate a property list, or convert it");
+    command
+        ->add_option("FILE", options->file, "a property list in any encoding; - for standard input")
+        ->required();
+    command->add_option("--to", options->to, "xml, binary or json")
+        ->check(CLI::IsMember({"xml", "binary", "json"}));
+    command->add_option("-o,--output", options->output,
+                        "where to write; standard output when left out");
+    command->add_flag("--archive", options->archive,
+                      "decode a keyed archive; shown as JSON unless --to says otherwise");
+    command->callback([&chosen, options] { chosen = [options] { return plist(*options); }; });
+}
+
+void addRequirement(CLI::App& app, Command& chosen) {
+    auto options = std::make_shared<RequirementOptions>();
+    CLI::App* command = app.add_subcommand(
+        "requirement", "Compile a code requirement and print its canonical text and tree");
+    command->add_option("TEXT", options->text, "the requirement")->required();
+    command->add_flag("--json", options->json, "print as JSON");
+    command->callback([&chosen, options] { chosen = [options] { return requirement(*options); }; });
+}
+
+int parseAndRun(int count, const char* const* arguments) {
+    CLI::App app(
+        "Works with QVCatalogHelperXPC, the service that carries out installation scripts.",
+        "qvcatalog");
+    app.set_version_flag("--version", QV_VERSION);
+    app.require_subcommand(1);
+    app.footer(
+        "Exit status: 0 success, 1 failed, 2 usage, 3 refused by or no connection to the service.");
+    Command chosen;
+    addRun(app, chosen);
+    addSign(app, chosen);
+    addVerify(app, chosen);
+    addPlist(app, chosen);
+    addRequirement(app, chosen);
+    try {
+        app.parse(count, arguments);
+    } catch (const CLI::Success& success) {
+        return app.exit(success); // --help, --version
+    } catch (const CLI::ParseError& error) {
+        complain(error.what());
+        return static_cast<int>(ExitStatus::usage);
+    }
+    return static_cast<int>(chosen());
+}
+
+} // namespace
+
+int main(int count, char** arguments) {
+    std::signal(SIGPIPE, SIG_IGN); // NOLINT(cert-err33-c): cannot fail for this signal
+    qv::log::open("qvcatalog", qv::log::Destination::standardError);
+    try {
+        return parseAndRun(count, arguments);
+    } catch (const std::exception& exception) {
+        complain(exception.what());
+        return static_cast<int>(ExitStatus::failed);
+    }
+}

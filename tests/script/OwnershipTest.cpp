@@ -1,0 +1,137 @@
+#include "script/Steps.h"
+#include "support/TemporaryDirectory.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace qv {
+namespace {
+
+using test::text;
+
+std::optional<URL> urlOf(const std::filesystem::path& path) {
+    return URL::fileURLWithPath(path.string());
+}
+
+struct stat statusOf(const std::filesystem::path& path) {
+    struct stat info{};
+    EXPECT_EQ(::lstat(path.c_str(), &info), 0) << path;
+    return info;
+}
+
+unsigned modeOf(const std::filesystem::path& path) { return statusOf(path).st_mode & 07777U; }
+
+class Ownership : public testing::Test {
+protected:
+    Ownership() { script.setIsPriviledged(true); }
+    test::TemporaryDirectory folder;
+    QVCatalogScript script;
+};
+
+TEST_F(Ownership, ChangesModesOfAWholeTreeThroughLinksButNotBelowThem) {
+    const auto outside = folder.write("outside/file", "");
+    folder.write("outside/folder/inner", "");
+    folder.write("tree/sub/deep/file", "");
+    folder.write("tree/.hidden", "");
+    create_symlink(outside, folder / "tree/link");
+    create_symlink(folder / "outside/folder", folder / "tree/folderlink");
+    ASSERT_FALSE(script.changeModeOfItem(urlOf(folder / "tree"), 0711, true));
+    for (const char* name : {"tree", "tree/sub", "tree/sub/deep", "tree/sub/deep/file",
+                             "tree/.hidden", "outside/file", "outside/folder"}) {
+        EXPECT_EQ(modeOf(folder / name), 0711U) << name;
+    }
+    EXPECT_NE(modeOf(folder / "outside/folder/inner"), 0711U) << "links are not walked through";
+}
+
+TEST_F(Ownership, FailuresBelowTheTopAreNotReported) {
+    folder.write("tree/file", "");
+    create_symlink("/nonexistent/target", folder / "tree/dangling");
+    EXPECT_FALSE(script.changeModeOfItem(urlOf(folder / "tree"), 0700, true));
+    EXPECT_EQ(modeOf(folder / "tree/file"), 0700U);
+    EXPECT_EQ(script.changeModeOfItem(urlOf(folder / "missing"), 0700, true), Error::posix(ENOENT));
+    EXPECT_EQ(script.changeModeOfItem(urlOf(folder / "missing"), 0700, false),
+              Error::posix(ENOENT));
+    EXPECT_FALSE(script.changeModeOfItem(urlOf(folder / "tree/file"), 0600, true))
+        << "a file has nothing below it";
+    EXPECT_EQ(modeOf(folder / "tree/file"), 0600U);
+}
+
+TEST_F(Ownership, ReadsOwnerAndMode) {
+    const auto file = folder.write("file", "");
+    std::filesystem::permissions(file, std::filesystem::perms(0640));
+    std::uint32_t user = 12345;
+    std::uint32_t group = 12345;
+    std::uint16_t mode = 0;
+    EXPECT_FALSE(QVCatalogScript::readOwnershipOfItem(urlOf(file), &user, &group));
+    EXPECT_EQ(user, ::geteuid());
+    EXPECT_EQ(group, statusOf(file).st_gid);
+    EXPECT_FALSE(QVCatalogScript::readOwnershipOfItem(urlOf(file), nullptr, nullptr));
+    EXPECT_FALSE(QVCatalogScript::readModeOfItem(urlOf(file), &mode));
+    EXPECT_EQ(mode, S_IFREG | 0640U) << "file-type bits included";
+    EXPECT_EQ(QVCatalogScript::readOwnershipOfItem(urlOf(folder / "none"), &user, &group),
+              Error::posix(ENOENT));
+    EXPECT_EQ(user, ::geteuid()) << "nothing is written on failure";
+}
+
+// Odd URLs reach no system call.
+TEST_F(Ownership, RefusesURLsThatAreNoPaths) {
+    const auto codeOf = [&](std::optional<URL> url) {
+        const Error error = script.changeModeOfItem(url, 0700, false);
+        return error && error.domain() == error_domain::kCocoa ? error.code() : -1;
+    };
+    EXPECT_EQ(codeOf(std::nullopt), 4);
+    EXPECT_EQ(codeOf(URL::URLWithString("http://host/x")), 262);
+    EXPECT_EQ(codeOf(URL::URLWithString("/tmp/x")), 262);
+    EXPECT_EQ(codeOf(URL::URLWithString("file:///tmp%2Fx")), 258);
+    EXPECT_EQ(codeOf(URL::URLWithString("file:///tmp/x%00y")), 258);
+    EXPECT_EQ(codeOf(URL::URLWithString("file:tmp/x")), 258);
+}
+
+TEST_F(Ownership, AppliesASavedOwnerRecursively) {
+    if (::geteuid() != 0) {
+        GTEST_SKIP() << "changing owners needs root";
+    }
+    const auto model = folder.write("model", "");
+    const auto other = folder.write("other", "");
+    const auto outside = folder.write("outside", "");
+    folder.write("tree/sub/file", "");
+    create_symlink(outside, folder / "tree/link");
+    ASSERT_EQ(::chown(model.c_str(), 65534, 65533), 0);
+    EXPECT_EQ(script.applyOwnerAndGroupOfURL(urlOf(folder / "tree"), true, text("m")),
+              Error::withDescription(kCatalogScriptErrorDomain, 0, "saveID doesn't exist"));
+    ASSERT_FALSE(script.saveOwnerAndGroupOfURL(urlOf(other), text("m")));
+    ASSERT_FALSE(script.saveOwnerAndGroupOfURL(urlOf(model), text("m"))) << "the second save wins";
+    ASSERT_FALSE(script.applyOwnerAndGroupOfURL(urlOf(folder / "tree"), true, text("m")));
+    for (const char* name : {"tree", "tree/sub", "tree/sub/file", "outside"}) {
+        EXPECT_EQ(statusOf(folder / name).st_uid, 65534U) << name;
+        EXPECT_EQ(statusOf(folder / name).st_gid, 65533U) << name;
+    }
+    EXPECT_EQ(statusOf(folder / "tree/link").st_uid, 0U) << "the link's target, not the link";
+    ASSERT_FALSE(script.changeOwnershipOfItem(urlOf(folder / "tree"), 0, 0, false));
+    EXPECT_EQ(statusOf(folder / "tree").st_uid, 0U);
+    EXPECT_EQ(statusOf(folder / "tree/sub").st_uid, 65534U) << "not recursive";
+}
+
+// Without rights every descendant that fails is tried again as an operation of its own.
+TEST_F(Ownership, DescendantsOfAnUnprivilegedScriptAreRetriedOneByOne) {
+    if (::geteuid() == 0) {
+        create_symlink("/nonexistent/target", folder / "dangling");
+    } else {
+        create_symlink("/", folder / "dangling");
+    }
+    QVCatalogScript direct;
+    std::vector<Value> handedOver;
+    direct.setPriviledgedExecutionBlock([&](QVCatalogScript&, const Value& steps, Error*,
+                                            const Value**) { handedOver.push_back(steps); });
+    ASSERT_FALSE(direct.changeModeOfItem(urlOf(folder.path()), 0700, true));
+    ASSERT_EQ(handedOver.size(), 1U);
+    const Value& step = handedOver[0].asArray()[3];
+    EXPECT_EQ(step.find("URL")->asString(), urlOf(folder / "dangling")->absoluteString());
+    EXPECT_EQ(*step.find("arg2"), Value::boolean(false));
+}
+
+} // namespace
+} // namespace qv

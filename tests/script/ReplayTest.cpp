@@ -1,0 +1,165 @@
+#include "platform/foundation/values/Description.h"
+#include "platform/foundation/values/Exception.h"
+#include "script/Steps.h"
+#include "support/TemporaryDirectory.h"
+
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+
+namespace qv {
+namespace {
+
+using test::number;
+using test::replay;
+using test::text;
+using test::toolStep;
+
+Value control(int code) { return Value::dictionary({{"operation", number(code)}}); }
+Value control(int code, const Value& argument) {
+    return Value::dictionary({{"operation", number(code)}, {"arg1", argument}});
+}
+
+/// Steps that leave a trace: each creates a file of its name.
+class Replay : public testing::Test {
+protected:
+    [[nodiscard]] Value mark(std::string_view name) const {
+        return toolStep("/usr/bin/touch", {(folder / name).string()});
+    }
+    [[nodiscard]] bool ran(std::string_view name) const { return exists(folder / name); }
+    test::TemporaryDirectory folder;
+    const Value fail = toolStep("/bin/false", {});
+};
+
+TEST_F(Replay, StopsAtTheFirstErrorAndNamesTheVeryStep) {
+    const Value steps = Value::array({mark("a"), fail, mark("c"), fail});
+    const test::Replayed result = replay(steps);
+    EXPECT_FALSE(result.success);
+    EXPECT_EQ(result.failedStep, &steps.asArray()[1]);
+    EXPECT_EQ(result.error.code(), 1);
+    EXPECT_TRUE(ran("a"));
+    EXPECT_FALSE(ran("c"));
+}
+
+TEST_F(Replay, GoesOnWhenTheErrorBehaviourSaysSo) {
+    QVCatalogScript script;
+    const test::Replayed result =
+        replay(script, Value::array({control(20, number(1)), mark("a"), fail, mark("c"), fail}));
+    EXPECT_TRUE(result.success);
+    EXPECT_FALSE(result.error);
+    EXPECT_EQ(result.failedStep, nullptr);
+    EXPECT_TRUE(ran("c"));
+    EXPECT_TRUE(script.executeRecordingLastStatementError())
+        << "the last step's result stays visible";
+}
+
+TEST_F(Replay, SkipsUnknownCodesAndTakesTextForNumbers) {
+    const Value steps = Value::array({control(23), control(99), control(-1),
+                                      Value::dictionary({{"operation", text("99")}}), mark("a")});
+    EXPECT_TRUE(replay(steps).success);
+    EXPECT_TRUE(ran("a"));
+    EXPECT_TRUE(replay(Value::array({})).success);
+}
+
+TEST_F(Replay, ControlStepsSwitchExecution) {
+    // An else with no open block turns everything off until an end if.
+    QVCatalogScript script;
+    EXPECT_TRUE(
+        replay(script, Value::array({control(18), mark("skipped"), fail, control(20, number(5)),
+                                     control(21, number(1)), control(19), mark("run")}))
+            .success);
+    EXPECT_FALSE(ran("skipped"));
+    EXPECT_TRUE(ran("run"));
+    EXPECT_EQ(script.errorHandlingBehaviour(), 0) << "setters inside a skipped branch do nothing";
+    EXPECT_FALSE(script.executeWithAdminRights());
+    EXPECT_TRUE(
+        replay(Value::array({control(18), control(18), mark("again"), control(19)})).success);
+    EXPECT_TRUE(ran("again"));
+}
+
+TEST_F(Replay, ConvertsArgumentsAsTheTableSays) {
+    QVCatalogScript script;
+    ASSERT_TRUE(replay(script, Value::array({control(21, number(256))})).success);
+    EXPECT_FALSE(script.executeWithAdminRights()) << "only the low 8 bits count";
+    ASSERT_TRUE(replay(script, Value::array({control(21, number(257))})).success);
+    EXPECT_TRUE(script.executeWithAdminRights());
+
+    const std::string file = folder.write("file", "");
+    const Value steps = Value::array({Value::dictionary(
+        {{"operation", number(13)}, {"URL", test::fileURL(file)}, {"arg1", number(66029)}})});
+    ASSERT_TRUE(replay(steps).success);
+    struct stat info{};
+    ASSERT_EQ(::stat(file.c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 07777U, 0755U) << "the low 16 bits of 0x101ED";
+}
+
+TEST_F(Replay, CallersFaultsRaiseAndTellTheStep) {
+    const Value notSteps = Value::array({mark("a"), text("no step"), mark("c")});
+    QVCatalogScript script;
+    EXPECT_THROW(replay(script, notSteps), Exception);
+    EXPECT_EQ(script.currentStep(), &notSteps.asArray()[1]);
+    EXPECT_TRUE(ran("a"));
+    EXPECT_FALSE(ran("c"));
+
+    for (const Value& root : {text("x"), Value::dictionary({}), number(3), Value(),
+                              Value::data("x"), Value::set({}), Value::boolean(true)}) {
+        EXPECT_THROW(replay(root), Exception) << static_cast<int>(root.kind());
+    }
+    const std::vector<Value> bad = {
+        Value::dictionary({{"operation", Value::array({})}}),
+        Value::dictionary({{"operation", Value()}}),
+        Value::dictionary({{"operation", number(13)}, {"URL", number(5)}}),
+        Value::dictionary({{"operation", number(99)}, {"toURL", number(5)}}),
+        Value::dictionary({{"operation", number(12)}, {"arg1", Value::date({1})}}),
+        Value::dictionary({{"operation", number(8)}}),
+        Value::dictionary({{"operation", number(8)}, {"arg1", number(1)}}),
+        Value::dictionary(
+            {{"operation", number(8)}, {"arg1", text("/bin/true")}, {"arg2", text("x")}}),
+        Value::dictionary({{"operation", number(8)},
+                           {"arg1", text("/bin/true")},
+                           {"arg2", Value::array({number(1)})}}),
+        Value::dictionary({{"operation", number(8)}, {"arg1", text("/nonexistent/tool")}}),
+        Value::dictionary({{"operation", number(10)}, {"fromURL", text("file:///")}}),
+    };
+    for (const Value& step : bad) {
+        EXPECT_THROW(replay(Value::array({step})), Exception) << description(step);
+    }
+}
+
+// Shared steps of a binary list are one object: the failed step is found by identity.
+TEST_F(Replay, StorageIsCopiedOnTheFirstWriteOnly) {
+    const Value given =
+        Value::dictionary({{"old", Value::dictionary({{"uid", number(1)}, {"gid", number(2)}})}});
+    const Value steps =
+        Value::array({control(22, given), Value::dictionary({{"operation", number(10)},
+                                                             {"fromURL", text("file:///")},
+                                                             {"arg1", text("new")}})});
+    QVCatalogScript script;
+    ASSERT_TRUE(replay(script, Value::array({steps.asArray()[0]})).success);
+    EXPECT_TRUE(script.keyValueStorage()->sameAs(given)) << "kept as it stands";
+    ASSERT_TRUE(replay(script, steps).success);
+    EXPECT_NE(script.keyValueStorage()->find("new"), nullptr);
+    EXPECT_NE(script.keyValueStorage()->find("old"), nullptr);
+    EXPECT_EQ(given.find("new"), nullptr) << "the dictionary that was handed in stays as it was";
+    // A storage that is no dictionary is held, and raises when it is used.
+    EXPECT_THROW(replay(Value::array({control(22, text("x")), steps.asArray()[1]})), Exception);
+}
+
+TEST_F(Replay, ProgressGoesToTheBlockOfADirectScript) {
+    QVCatalogScript script;
+    std::vector<std::pair<std::uint32_t, Value>> seen;
+    script.setUpdateProgressBlock(
+        [&](QVCatalogScript&, std::uint32_t field, const std::optional<Value>& value) {
+            seen.emplace_back(field, value.value_or(text("none")));
+        });
+    ASSERT_TRUE(replay(script, Value::array({Value::dictionary({{"operation", number(16)},
+                                                                {"arg1", number(3)},
+                                                                {"arg2", text("x")}}),
+                                             control(18), control(16), control(19)}))
+                    .success);
+    ASSERT_EQ(seen.size(), 1U);
+    EXPECT_EQ(seen[0], std::pair(3U, text("x")));
+}
+
+} // namespace
+} // namespace qv
