@@ -26,11 +26,10 @@ if(QV_CCACHE)
 endif()
 
 add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion
-                    -Wcast-qual -Wformat=2 -Wundef -fvisibility=hidden)
+                    -Wcast-qual -Wformat=2 -Wundef)
 add_compile_options($<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor>
                     $<$<COMPILE_LANGUAGE:CXX>:-Woverloaded-virtual>
-                    $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast>
-                    $<$<COMPILE_LANGUAGE:CXX>:-fvisibility-inlines-hidden>)
+                    $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast>)
 option(QV_WERROR "Treat warnings as errors" ON)
 if(QV_WERROR)
   add_compile_options(-Werror)
