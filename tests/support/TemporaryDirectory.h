@@ -21,9 +21,8 @@ public:
         return path_ / name;
     }
     /// Writes a file below the folder, making the folders on the way, and gives its path.
-    std::filesystem::path
-    write(std::string_view name,
-          std::string_view content) const; // NOLINT(modernize-use-nodiscard): the write counts
+    // NOLINTNEXTLINE(modernize-use-nodiscard): the write counts
+    std::filesystem::path write(std::string_view name, std::string_view content) const;
 
 private:
     std::filesystem::path path_;

@@ -1,5 +1,7 @@
 #include "platform/foundation/values/Node.h"
 
+#include "platform/foundation/values/ValueArena.h"
+
 #include <bit>
 #include <limits>
 #include <new>
@@ -35,12 +37,16 @@ Node* Node::allocate(Value::Kind kind, std::uint64_t length, std::size_t payload
         throw std::bad_alloc();
     }
     // NOLINTNEXTLINE(cppcoreguidelines-owning-memory): counted; `destroy` is its end
-    return new (::operator new(sizeof(Node) + payloadBytes)) Node{1, kind, length};
+    return new (::operator new(sizeof(Node) + payloadBytes)) Node{1, kind, 0, length};
 }
 
 void Node::freeOne(Node* node) noexcept {
     if (node->kind == Value::Kind::dictionary) {
         node->payload<KeyList>()->~KeyList();
+    }
+    if (node->blockSteps != 0) {
+        ValueArena::free(node);
+        return;
     }
     node->~Node();
     ::operator delete(node);

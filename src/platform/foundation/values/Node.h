@@ -17,6 +17,7 @@ namespace qv {
 struct Node {
     std::atomic<std::uint32_t> references;
     Value::Kind kind;
+    std::uint32_t blockSteps : 24; // how far back a ValueArena's block begins; 0: not in one
     std::uint64_t length;
 
     template <typename T> [[nodiscard]] const T* payload(std::size_t offset = 0) const noexcept {
@@ -44,6 +45,10 @@ struct Node {
     }
 
     static Node* allocate(Value::Kind kind, std::uint64_t length, std::size_t payloadBytes);
+    /// The first reference to a new node.
+    [[nodiscard]] static Value valueOf(Node* node) noexcept {
+        return Value(reinterpret_cast<std::uintptr_t>(node));
+    }
     /// Frees a node whose last reference is gone, and all that goes with it.
     static void destroy(Node* node) noexcept;
 

@@ -168,7 +168,10 @@ std::string URL::lastPathComponent() const {
         encoded = encoded.substr(encoded.rfind('/') + 1);
     }
     std::string decoded = percentDecoded(encoded);
-    return isUTF8(decoded) ? decoded : std::string(encoded);
+    if (!isUTF8(decoded)) {
+        decoded = encoded;
+    }
+    return decoded;
 }
 
 std::string URL::pathExtension() const {

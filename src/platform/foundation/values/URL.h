@@ -41,6 +41,7 @@ public:
     friend bool operator==(const URL&, const URL&) = default;
 
 private:
+    friend class Value; // keeps the text
     explicit URL(std::string text) : text_(std::move(text)) {}
     std::string text_;
 };

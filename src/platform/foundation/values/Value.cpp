@@ -250,7 +250,7 @@ UID Value::asUID() const noexcept {
 
 URL Value::asURL() const {
     assert(is(Kind::url));
-    return *URL::URLWithString(node()->slots()[0].asString());
+    return URL(std::string(node()->slots()[0].asString()));
 }
 
 Error Value::asError() const {

@@ -97,7 +97,7 @@ Value setOfSets(int depth, int seed) {
     for (int i = 0; i < depth; ++i) {
         std::vector<Value> elements = {value, Value::integer(i), Value::array({value}),
                                        Value::set({Value::string("x"), value})};
-        std::ranges::rotate(elements, elements.begin() + i % 4 * (seed % 2));
+        std::ranges::rotate(elements, elements.begin() + (seed % 2 == 0 ? 0 : i % 4));
         value = Value::set(elements);
     }
     return value;

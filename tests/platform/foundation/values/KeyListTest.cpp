@@ -11,6 +11,7 @@ namespace {
 
 std::vector<Value> names(std::size_t count) {
     std::vector<Value> list;
+    list.reserve(count);
     for (std::size_t i = 0; i < count; ++i) {
         list.push_back(Value::string("key" + std::to_string(i * 7 % count)));
     }
@@ -69,6 +70,7 @@ TEST(KeyList, LaterPairReplacesAnEarlierOneOfTheSameKey) {
     EXPECT_EQ(*few.find("b"), Value::integer(2));
 
     std::vector<std::pair<Value, Value>> pairs;
+    pairs.reserve(100);
     for (int i = 0; i < 100; ++i) {
         pairs.emplace_back(Value::string(std::to_string(i % 40)), Value::integer(i));
     }

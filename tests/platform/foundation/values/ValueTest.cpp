@@ -131,15 +131,16 @@ TEST(Value, ThreadsCopyReadAndDropOneValue) {
                            {"error", Value::error(Error::withDescription("D", 1, "text"))}}));
     const KeyList keys = keep->asDictionary().keys();
     std::vector<std::thread> threads;
+    threads.reserve(8);
     for (int i = 0; i < 8; ++i) {
         threads.emplace_back([copy = *keep, keys] {
             for (int turn = 0; turn < 2000; ++turn) {
-                const Value mine = copy;
-                const KeyList names = keys;
+                Value mine = copy;
                 const Value element = mine.find("list")->asArray()[0];
+                mine = Value::dictionary(KeyList(keys), mine.asDictionary().values());
                 EXPECT_EQ(element.asString(), "shared");
                 EXPECT_EQ(mine.find("error")->asError().localizedDescription(), "text");
-                EXPECT_EQ(Value::dictionary(names, mine.asDictionary().values()), copy);
+                EXPECT_EQ(mine, copy);
             }
         });
     }
