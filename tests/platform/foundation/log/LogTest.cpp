@@ -25,8 +25,8 @@ TEST(Log, ForeignTextShowsTheBytesOfWhatIsNoPlainText) {
         {"\xff\xc3\xa9\xc3", R"(\xffé\xc3)"},
         {"\xe2\x82", R"(\xe2\x82)"},
         {"\xed\xa0\x80", R"(\xed\xa0\x80)"},
-        {"a\u2028b\u2029c", R"(a\xe2\x80\xa8b\xe2\x80\xa9c)"}, // line ends
-        {"\u202egnp.exe", R"(\xe2\x80\xaegnp.exe)"},           // written backwards
+        {"a\u2028b\u2029c", R"(a\xe2\x80\xa8b\xe2\x80\xa9c)"},         // line ends
+        {"\u202egnp\u202c.exe", R"(\xe2\x80\xaegnp\xe2\x80\xac.exe)"}, // written backwards
     };
     for (const auto& [text, shown] : rows) {
         EXPECT_EQ(log::foreign(text), shown);

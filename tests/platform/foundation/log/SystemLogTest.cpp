@@ -29,10 +29,12 @@ int privateSystemLog() {
         return -1;
     }
     const int listener = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    if (listener < 0) {
+        return -1;
+    }
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     std::string_view("/dev/log").copy(&address.sun_path[0], sizeof(address.sun_path) - 1);
-    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast): the socket interface's way
     const auto* generic = reinterpret_cast<const sockaddr*>(&address);
     return ::bind(listener, generic, sizeof(address)) == 0 ? listener : -1;
 }
@@ -51,10 +53,11 @@ std::vector<std::string> datagrams(int listener) {
 int journalAsStandardError() {
     const int stream = ::memfd_create("stderr", MFD_CLOEXEC);
     struct stat info{};
-    if (::fstat(stream, &info) != 0 || ::dup2(stream, STDERR_FILENO) < 0) {
+    if (stream < 0 || ::fstat(stream, &info) != 0 || ::dup2(stream, STDERR_FILENO) < 0) {
         return -1;
     }
     const std::string name = std::to_string(info.st_dev) + ":" + std::to_string(info.st_ino);
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): the child has one thread
     return ::setenv("JOURNAL_STREAM", name.c_str(), 1) == 0 ? stream : -1;
 }
 
@@ -65,6 +68,9 @@ int checkRecords() {
         return kNoNamespace;
     }
     const int stream = journalAsStandardError();
+    if (stream < 0) {
+        return 6;
+    }
     log::open("demo", log::Destination::systemLog);
     log::write(log::Priority::error, "%s%n%s%n");
     log::NSLog("forged\n<0>Jan  1 00:00:00 root: all is well\x1b[2J");
