@@ -1,0 +1,124 @@
+#include "platform/foundation/values/ValueArena.h"
+
+#include "platform/foundation/values/Node.h"
+
+#include <algorithm>
+#include <atomic>
+#include <bit>
+#include <cassert>
+#include <memory>
+#include <new>
+#include <sys/mman.h>
+#include <utility>
+
+namespace qv {
+
+namespace {
+
+constexpr std::size_t kLargestBlock = std::size_t{2} << 20U;   // a huge page, where there are any
+constexpr std::size_t kLargestInBlock = std::size_t{1} << 10U; // well below any block
+constexpr std::size_t kStep = alignof(std::uint64_t);
+
+std::size_t roundedUp(std::size_t bytes) { return (bytes + kStep - 1) / kStep * kStep; }
+
+// Pages of a huge page's size and place, so that one fault brings them all.
+void* mapBlock() {
+    char* map = static_cast<char*>(::mmap(nullptr, 2 * kLargestBlock, PROT_READ | PROT_WRITE,
+                                          MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    if (map == MAP_FAILED) {
+        throw std::bad_alloc();
+    }
+    const std::size_t before = (0 - std::bit_cast<std::uintptr_t>(map)) % kLargestBlock;
+    if (before != 0) {
+        ::munmap(map, before);
+    }
+    ::munmap(map + before + kLargestBlock, kLargestBlock - before);
+    ::madvise(map + before, kLargestBlock, MADV_HUGEPAGE);
+    return map + before;
+}
+
+} // namespace
+
+// Its nodes follow it and know how far back it is. While the arena fills it, `live` is too large by
+// kFilling less the nodes made so far: making a value touches no counter.
+struct ValueArena::Block {
+    static constexpr std::size_t kFilling = std::size_t{1} << 32U;
+    std::atomic<std::size_t> live;
+    std::size_t size;
+
+    void drop(std::size_t count) noexcept {
+        if (live.fetch_sub(count, std::memory_order_acq_rel) != count) {
+            return;
+        }
+        const std::size_t bytes = size;
+        std::destroy_at(this);
+        if (bytes == kLargestBlock) {
+            ::munmap(this, bytes);
+        } else {
+            ::operator delete(this);
+        }
+    }
+};
+
+ValueArena::~ValueArena() { finishBlock(); }
+
+void ValueArena::finishBlock() noexcept {
+    if (block_ != nullptr) {
+        std::exchange(block_, nullptr)->drop(Block::kFilling - nodes_);
+    }
+}
+
+void ValueArena::startBlock() {
+    finishBlock();
+    void* memory = nextSize_ == kLargestBlock ? mapBlock() : ::operator new(nextSize_);
+    block_ = new (memory) Block{Block::kFilling, nextSize_};
+    used_ = sizeof(Block);
+    nodes_ = 0;
+    nextSize_ = std::min(2 * nextSize_, kLargestBlock);
+}
+
+Node* ValueArena::allocate(Value::Kind kind, std::size_t length, std::size_t payloadBytes) {
+    if (payloadBytes > kLargestInBlock) {
+        return Node::allocate(kind, length, payloadBytes);
+    }
+    const std::size_t bytes = roundedUp(sizeof(Node) + payloadBytes);
+    if (block_ == nullptr || bytes > block_->size - used_) {
+        startBlock();
+    }
+    void* place = reinterpret_cast<char*>(block_) + used_;
+    Node* node =
+        new (place) Node{1, kind, static_cast<std::uint32_t>(used_ / kStep) & 0xFFFFFFU, length};
+    used_ += bytes;
+    ++nodes_;
+    return node;
+}
+
+void ValueArena::free(Node* node) noexcept {
+    auto* block =
+        reinterpret_cast<Block*>(reinterpret_cast<char*>(node) - node->blockSteps * kStep);
+    std::destroy_at(node);
+    block->drop(1);
+}
+
+Value ValueArena::string(std::string_view utf8) {
+    Node* node = allocate(Value::Kind::string, utf8.size(), utf8.size());
+    std::ranges::copy(utf8, node->payload<char>());
+    return Node::valueOf(node);
+}
+
+Value ValueArena::array(std::span<Value> elements) {
+    Node* node = allocate(Value::Kind::array, elements.size(), elements.size_bytes());
+    std::uninitialized_move(elements.begin(), elements.end(), node->payload<Value>());
+    return Node::valueOf(node);
+}
+
+Value ValueArena::dictionary(const KeyList& keys, std::span<Value> values) {
+    assert(keys.size() == values.size());
+    Node* node =
+        allocate(Value::Kind::dictionary, values.size(), sizeof(KeyList) + values.size_bytes());
+    new (node->payload<KeyList>()) KeyList(keys);
+    std::uninitialized_move(values.begin(), values.end(), node->slot(0));
+    return Node::valueOf(node);
+}
+
+} // namespace qv
