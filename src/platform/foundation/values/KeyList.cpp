@@ -24,7 +24,7 @@ std::vector<std::uint32_t> sortedIndex(std::span<const Value> keys) {
     for (std::uint32_t i = 0; i < order.size(); ++i) {
         order[i] = i;
     }
-    std::ranges::stable_sort(order, {}, [&](std::uint32_t i) { return keys[i].asString(); });
+    std::ranges::sort(order, {}, [&](std::uint32_t i) { return std::pair(keys[i].asString(), i); });
     return order;
 }
 
