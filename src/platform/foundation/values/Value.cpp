@@ -59,17 +59,7 @@ Value& Value::operator=(const Value& other) noexcept {
     return *this;
 }
 
-Value& Value::operator=(Value&& other) noexcept {
-    std::swap(bits_, other.bits_);
-    return *this;
-}
-
-Value::~Value() { release(); }
-
 void Value::release() const noexcept {
-    if (bits_ == 0 || (bits_ & kTagMask) != 0) {
-        return;
-    }
     auto* node = std::bit_cast<Node*>(bits_);
     if (node->references.fetch_sub(1, std::memory_order_acq_rel) == 1) {
         Node::destroy(node);

@@ -93,8 +93,15 @@ public:
     Value(const Value& other) noexcept;
     Value(Value&& other) noexcept : bits_(std::exchange(other.bits_, 0)) {}
     Value& operator=(const Value& other) noexcept;
-    Value& operator=(Value&& other) noexcept;
-    ~Value();
+    Value& operator=(Value&& other) noexcept {
+        std::swap(bits_, other.bits_);
+        return *this;
+    }
+    ~Value() {
+        if (isCounted()) {
+            release();
+        }
+    }
 
     static Value boolean(bool value) noexcept;
     static Value integer(std::int64_t value);
@@ -156,6 +163,8 @@ private:
     [[nodiscard]] const Node* node() const noexcept;
     static Value container(Kind kind, std::span<Value> elements);
     static Value errorNode(std::string_view domain, std::int64_t code, const Value& userInfo);
+    /// Whether it points to a Node.
+    [[nodiscard]] bool isCounted() const noexcept { return bits_ != 0 && (bits_ & 3U) == 0; }
     void release() const noexcept;
 
     // 0: the null object. Low bits 01: an integer of 62 bits. Low bits 10: a boolean. 00: a Node.

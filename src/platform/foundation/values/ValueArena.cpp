@@ -6,6 +6,7 @@
 #include <atomic>
 #include <bit>
 #include <cassert>
+#include <cstring>
 #include <memory>
 #include <new>
 #include <sys/mman.h>
@@ -102,7 +103,9 @@ void ValueArena::free(Node* node) noexcept {
 
 Value ValueArena::string(std::string_view utf8) {
     Node* node = allocate(Value::Kind::string, utf8.size(), utf8.size());
-    std::ranges::copy(utf8, node->payload<char>());
+    if (!utf8.empty()) {
+        std::memcpy(node->payload<char>(), utf8.data(), utf8.size());
+    }
     return Node::valueOf(node);
 }
 

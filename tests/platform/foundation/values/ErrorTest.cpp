@@ -135,7 +135,7 @@ TEST(Error, EmptyMeansSuccessAndUserInformationIsNeverMissing) {
     EXPECT_FALSE(Error("D", 1) == Error("E", 1));
     EXPECT_FALSE(Error("D", 1) == Error("D", 1, info({{"a", "b"}})));
     EXPECT_FALSE(Error("D", 0) == Error());
-    EXPECT_THROW(Error("D", 1, Value::array({})), Exception);
+    EXPECT_THROW(static_cast<void>(Error("D", 1, Value::array({}))), Exception);
 }
 
 } // namespace
