@@ -11,7 +11,7 @@ public:
     explicit UniqueFd(int fd) noexcept : fd_(fd) {}
     UniqueFd(UniqueFd&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
     UniqueFd& operator=(UniqueFd&& other) noexcept {
-        UniqueFd old(std::exchange(fd_, std::exchange(other.fd_, -1)));
+        const UniqueFd old(std::exchange(fd_, std::exchange(other.fd_, -1)));
         return *this;
     }
     UniqueFd(const UniqueFd&) = delete;
