@@ -16,9 +16,8 @@ public:
     template <typename Callable>
         requires(!std::is_same_v<std::remove_cvref_t<Callable>, FunctionView> &&
                  std::is_invocable_r_v<Result, Callable&, Arguments...>)
-    FunctionView(
-        Callable&&
-            callable) noexcept // NOLINT(google-explicit-constructor,bugprone-forwarding-reference-overload)
+    // NOLINTNEXTLINE(google-explicit-constructor): a block is passed as it is
+    FunctionView(Callable&& callable) noexcept
         : object_(const_cast<void*>(static_cast<const void*>(std::addressof(callable)))),
           call_([](void* object, Arguments... arguments) -> Result {
               return (*static_cast<std::remove_reference_t<Callable>*>(object))(

@@ -159,8 +159,9 @@ Value stepRecord(const Operation& operation, const StepValues& values) {
     pairs.emplace_back(Value::string(stepKeyName(StepKey::operation)),
                        Value::integer(static_cast<std::int64_t>(operation.code)));
     for (std::size_t i = 0; i < values.size(); ++i) {
-        if (values[i]) {
-            pairs.emplace_back(Value::string(stepKeyName(operation.keys[i])), *values[i]);
+        const std::optional<Value>& value = values[i];
+        if (value) {
+            pairs.emplace_back(Value::string(stepKeyName(operation.keys[i])), *value);
         } else if (operation.code != setPreferencesForApplicationID) {
             throw Exception(std::string(exception_name::kInvalidArgument),
                             fmt::format("{} cannot be recorded without \"{}\"", operation.selector,

@@ -10,9 +10,9 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <thread>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
 
 namespace qv {
@@ -31,9 +31,9 @@ public:
 
     [[nodiscard]] virtual std::string_view name() const = 0;
     // Each answers like the system call behind it. Links are followed.
-    virtual int apply(const char* path) const = 0;
-    virtual int apply(int fd) const = 0;
-    virtual int apply(int parentFd, const char* item, bool isLink) const = 0;
+    [[nodiscard]] virtual int apply(const char* path) const = 0;
+    [[nodiscard]] virtual int apply(int fd) const = 0;
+    [[nodiscard]] virtual int apply(int parentFd, const char* item, bool isLink) const = 0;
     /// The same change to one descendant as an operation of its own.
     virtual Error asOperation(QVCatalogScript& script, const URL& item) const = 0;
 };
@@ -44,9 +44,11 @@ public:
         : userID_(userID), groupID_(groupID) {}
 
     [[nodiscard]] std::string_view name() const override { return "chown"; }
-    int apply(const char* path) const override { return ::chown(path, userID_, groupID_); }
-    int apply(int fd) const override { return ::fchown(fd, userID_, groupID_); }
-    int apply(int parentFd, const char* item, bool isLink) const override {
+    [[nodiscard]] int apply(const char* path) const override {
+        return ::chown(path, userID_, groupID_);
+    }
+    [[nodiscard]] int apply(int fd) const override { return ::fchown(fd, userID_, groupID_); }
+    [[nodiscard]] int apply(int parentFd, const char* item, bool isLink) const override {
         // What was no link when it was listed is not followed if it has become one since.
         return ::fchownat(parentFd, item, userID_, groupID_, isLink ? 0 : AT_SYMLINK_NOFOLLOW);
     }
@@ -64,9 +66,9 @@ public:
     explicit ModeChange(std::uint16_t mode) : mode_(mode) {}
 
     [[nodiscard]] std::string_view name() const override { return "chmod"; }
-    int apply(const char* path) const override { return ::chmod(path, mode_); }
-    int apply(int fd) const override { return ::fchmod(fd, mode_); }
-    int apply(int parentFd, const char* item, bool /*isLink*/) const override {
+    [[nodiscard]] int apply(const char* path) const override { return ::chmod(path, mode_); }
+    [[nodiscard]] int apply(int fd) const override { return ::fchmod(fd, mode_); }
+    [[nodiscard]] int apply(int parentFd, const char* item, bool /*isLink*/) const override {
         return ::fchmodat(parentFd, item, mode_, 0);
     }
     Error asOperation(QVCatalogScript& script, const URL& item) const override {
