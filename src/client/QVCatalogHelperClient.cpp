@@ -20,8 +20,8 @@ struct QVCatalogHelperClient::State {
 namespace {
 
 Error noReply(std::string_view why) {
-    return Error::withDescription(kClientErrorDomain,
-                                  static_cast<std::int64_t>(ClientErrorCode::protocol),
+    return Error::withDescription(xpc::kClientErrorDomain,
+                                  static_cast<std::int64_t>(xpc::ClientErrorCode::protocol),
                                   fmt::format("The service's reply cannot be read: {}", why));
 }
 

@@ -6,6 +6,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <chrono>
 #include <new>
 
@@ -106,23 +107,32 @@ void HelperService::handleMessage(const std::shared_ptr<xpc::Connection>& connec
         connection->send(*reply, archive ? Value::dictionary({{"replyData", Value::data(*archive)}})
                                          : Value::dictionary({}));
     }
-    watchExit(*connection);
+    watchExit(connection->peer());
 }
 
-void HelperService::watchExit(const xpc::Connection& connection) {
-    const std::uint64_t watch = nextWatch_++;
-    auto source = xpc::ProcessSource::create(queue_, connection.peer().pidfd,
-                                             [this, watch] { handleExit(watch); });
-    if (!source) {
-        return; // the count is never taken back; the service stays up
+void HelperService::watchExit(const xpc::PeerCredentials& peer) {
+    // While the watched process lives, nobody else can have its number.
+    const auto known = std::ranges::find_if(exitWatches_, [&](const ExitWatch& watch) {
+        return watch.pid == peer.pid && !watch.source->hasEnded();
+    });
+    if (known != exitWatches_.end()) {
+        ++known->messages;
+        return;
     }
-    (*source)->resume();
-    exitWatches_.emplace(watch, std::move(*source));
+    const auto watch = exitWatches_.insert(exitWatches_.end(), ExitWatch{peer.pid, 1, nullptr});
+    auto source =
+        xpc::ProcessSource::create(queue_, peer.pidfd, [this, watch] { handleExit(watch); });
+    if (!source) {
+        exitWatches_.erase(watch); // the count is never taken back; the service stays up
+        return;
+    }
+    watch->source = std::move(*source);
+    watch->source->resume();
 }
 
-void HelperService::handleExit(std::uint64_t watch) {
+void HelperService::handleExit(std::list<ExitWatch>::iterator watch) {
     const std::scoped_lock lock(clientCountLock);
-    --activeClientCount;
+    activeClientCount -= watch->messages;
     if (activeClientCount == 0) {
         queue_.exit(0);
         return;

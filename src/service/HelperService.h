@@ -8,10 +8,10 @@
 #include "platform/xpc/RateLimiter.h"
 
 #include <cstdint>
+#include <list>
 #include <memory>
 #include <mutex>
 #include <string_view>
-#include <unordered_map>
 
 namespace qv {
 
@@ -32,19 +32,26 @@ public:
     [[nodiscard]] std::int64_t activeClients() const noexcept { return activeClientCount; }
 
 private:
+    /// Waits for the end of one process; takes back as many counts as it sent messages. One
+    /// descriptor a process, however often it asks.
+    struct ExitWatch {
+        pid_t pid;
+        std::int64_t messages;
+        std::unique_ptr<xpc::ProcessSource> source;
+    };
+
     bool accepts(const xpc::PeerCredentials& peer);
     void handleEvent(const std::shared_ptr<xpc::Connection>& connection, const xpc::Event& event);
     void handleMessage(const std::shared_ptr<xpc::Connection>& connection,
                        const xpc::Message& message);
-    void watchExit(const xpc::Connection& connection);
-    void handleExit(std::uint64_t watch);
+    void watchExit(const xpc::PeerCredentials& peer);
+    void handleExit(std::list<ExitWatch>::iterator watch);
 
     xpc::MainQueue& queue_;
     ClientVerification& verification_;
     Value infoDictionary_;
     xpc::RateLimiter rejections_;
-    std::unordered_map<std::uint64_t, std::unique_ptr<xpc::ProcessSource>> exitWatches_;
-    std::uint64_t nextWatch_ = 0;
+    std::list<ExitWatch> exitWatches_;
 
     std::recursive_mutex clientCountLock; // guards activeClientCount
     std::int64_t activeClientCount = 0;   // counted messages whose sender has not been seen to end

@@ -1,0 +1,182 @@
+// The real service against a bare socket. Run as a signed client of a running service:
+//     packaging/development/service BUILD BUILD/bin/bench_connect
+// 1. Connect, verification, first reply, close, with a warm cache, over connecting to a bare echo
+//    socket and exchanging the same bytes. Goal: at most 2 ms more.
+// 2. An empty script over a connection that stands, request to reply, over the bare echo of the
+// same
+//    bytes. Goal: at most 3 times.
+// Both take turns with their peer; medians.
+
+#include "client/QVCatalogHelperClient.h"
+#include "platform/foundation/files/UniqueFd.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <stdexcept>
+#include <string>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+using qv::QVCatalogHelperClient;
+using qv::UniqueFd;
+using Clock = std::chrono::steady_clock;
+
+constexpr std::string_view kEmptyScript = "()";
+constexpr std::size_t kRequestBytes = 200; // about what the request and the reply take on the wire
+constexpr std::size_t kReplyBytes = 420;
+constexpr int kConnects = 60;
+constexpr int kRoundTrips = 3000;
+
+double median(std::vector<double> values) {
+    std::ranges::nth_element(values,
+                             values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2));
+    return values[values.size() / 2];
+}
+
+template <typename Work> double microseconds(const Work& work) {
+    const auto begin = Clock::now();
+    work();
+    return std::chrono::duration<double, std::micro>(Clock::now() - begin).count();
+}
+
+void require(bool condition, const char* what) {
+    if (!condition) {
+        throw std::runtime_error(what);
+    }
+}
+
+// A process that answers kRequestBytes with kReplyBytes, one connection after the other.
+class EchoServer {
+public:
+    EchoServer() {
+        address_.sun_family = AF_UNIX;
+        const UniqueFd listener(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        // The kernel chooses an abstract name.
+        require(::bind(listener.get(), asAddress(), sizeof(sa_family_t)) == 0, "bind");
+        length_ = sizeof(address_);
+        require(::getsockname(listener.get(), asAddress(), &length_) == 0, "getsockname");
+        require(::listen(listener.get(), 8) == 0, "listen");
+        server_ = ::fork();
+        require(server_ >= 0, "fork");
+        if (server_ == 0) {
+            serve(listener);
+        }
+    }
+    ~EchoServer() {
+        ::kill(server_, SIGKILL);
+        ::waitpid(server_, nullptr, 0);
+    }
+    EchoServer(const EchoServer&) = delete;
+    EchoServer& operator=(const EchoServer&) = delete;
+    EchoServer(EchoServer&&) = delete;
+    EchoServer& operator=(EchoServer&&) = delete;
+
+    [[nodiscard]] UniqueFd connect() {
+        UniqueFd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        require(::connect(socket.get(), asAddress(), length_) == 0, "connect");
+        return socket;
+    }
+
+    static bool move(int socket, std::size_t outgoing, std::size_t incoming) {
+        std::string buffer(std::max(outgoing, incoming), 'x');
+        if (::send(socket, buffer.data(), outgoing, MSG_NOSIGNAL) !=
+            static_cast<ssize_t>(outgoing)) {
+            return false;
+        }
+        return ::recv(socket, buffer.data(), incoming, MSG_WAITALL) ==
+               static_cast<ssize_t>(incoming);
+    }
+
+private:
+    sockaddr* asAddress() { return reinterpret_cast<sockaddr*>(&address_); }
+
+    [[noreturn]] static void serve(const UniqueFd& listener) {
+        std::string buffer(kReplyBytes, 'y');
+        while (true) {
+            const UniqueFd peer(::accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
+            while (::recv(peer.get(), buffer.data(), kRequestBytes, MSG_WAITALL) ==
+                   static_cast<ssize_t>(kRequestBytes)) {
+                static_cast<void>(::send(peer.get(), buffer.data(), kReplyBytes, MSG_NOSIGNAL));
+            }
+        }
+    }
+
+    sockaddr_un address_{};
+    socklen_t length_ = 0;
+    pid_t server_ = -1;
+};
+
+QVCatalogHelperClient connectToService() {
+    auto client = QVCatalogHelperClient::connect();
+    if (!client) {
+        throw std::runtime_error(client.error().localizedDescription());
+    }
+    return std::move(*client);
+}
+
+void executeEmpty(QVCatalogHelperClient& client) {
+    const auto outcome = client.executeScriptData(kEmptyScript);
+    require(outcome && outcome->success, "the empty script failed");
+}
+
+void measureConnects(EchoServer& echo) {
+    { // Fills the caches of the service.
+        QVCatalogHelperClient first = connectToService();
+        executeEmpty(first);
+    }
+    std::vector<double> ours;
+    std::vector<double> bare;
+    for (int i = 0; i < kConnects; ++i) {
+        ours.push_back(microseconds([] {
+            QVCatalogHelperClient client = connectToService();
+            executeEmpty(client);
+        }));
+        bare.push_back(microseconds([&] {
+            const UniqueFd socket = echo.connect();
+            require(EchoServer::move(socket.get(), kRequestBytes, kReplyBytes), "echo");
+        }));
+    }
+    const double more = median(ours) - median(bare);
+    fmt::print("connect, verify, first reply: {:.0f} us, bare socket {:.0f} us: {:.2f} ms more; "
+               "goal 2 ms: {}\n",
+               median(ours), median(bare), more / 1000, more <= 2000 ? "goal met" : "goal missed");
+}
+
+void measureRoundTrips(EchoServer& echo) {
+    QVCatalogHelperClient client = connectToService();
+    const UniqueFd socket = echo.connect();
+    std::vector<double> ours;
+    std::vector<double> bare;
+    for (int i = 0; i < kRoundTrips; ++i) {
+        ours.push_back(microseconds([&] { executeEmpty(client); }));
+        bare.push_back(microseconds(
+            [&] { require(EchoServer::move(socket.get(), kRequestBytes, kReplyBytes), "echo"); }));
+    }
+    const double ratio = median(ours) / median(bare);
+    fmt::print("empty script, request to reply: {:.1f} us, bare socket {:.1f} us: ratio {:.2f}; "
+               "goal 3: {}\n",
+               median(ours), median(bare), ratio, ratio <= 3 ? "goal met" : "goal missed");
+}
+
+} // namespace
+
+int main() {
+    try {
+        EchoServer echo;
+        measureConnects(echo);
+        measureRoundTrips(echo);
+    } catch (const std::exception& exception) {
+        fmt::print(stderr, "bench_connect: {}\n", exception.what());
+        return EXIT_FAILURE;
+    }
+    return EXIT_SUCCESS;
+}
