@@ -67,20 +67,14 @@ std::size_t wordLength(std::string_view text) {
     return length;
 }
 
-std::optional<unsigned> hexDigit(char c) {
+bool isHexDigit(char c) { return isDigit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'); }
+
+unsigned hexDigitValue(char c) {
     if (isDigit(c)) {
         return static_cast<unsigned>(c - '0');
     }
-    if (c >= 'a' && c <= 'f') {
-        return static_cast<unsigned>(c - 'a' + 10);
-    }
-    if (c >= 'A' && c <= 'F') {
-        return static_cast<unsigned>(c - 'A' + 10);
-    }
-    return std::nullopt;
+    return static_cast<unsigned>(c >= 'a' ? c - 'a' : c - 'A') + 10;
 }
-
-bool isHexDigit(char c) { return hexDigit(c).has_value(); }
 
 bool isKeyword(std::string_view word) { return std::ranges::binary_search(kKeywords, word); }
 static_assert(std::ranges::is_sorted(kKeywords));
@@ -219,7 +213,8 @@ RequirementToken RequirementLexer::hexadecimal(Kind kind, std::size_t prefix, st
     }
     std::string bytes;
     for (std::size_t at = 0; at < digits.size(); at += 2) {
-        bytes += static_cast<char>((*hexDigit(digits[at]) << 4U) | *hexDigit(digits[at + 1]));
+        bytes +=
+            static_cast<char>((hexDigitValue(digits[at]) << 4U) | hexDigitValue(digits[at + 1]));
     }
     return take(kind, length, std::move(bytes));
 }

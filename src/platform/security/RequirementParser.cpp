@@ -30,11 +30,11 @@ RequirementParser::RequirementParser(std::string_view text, const CertificateHas
 tl::expected<RequirementTree, RequirementFault> RequirementParser::parse() {
     do {
         if (!readOperand() || !readClosings()) {
-            return tl::unexpected(*std::move(fault_));
+            return tl::unexpected(std::move(fault_));
         }
     } while (readOperator());
     if (!finish()) {
-        return tl::unexpected(*std::move(fault_));
+        return tl::unexpected(std::move(fault_));
     }
     tree_.depth = operands_.back().depth;
     return std::move(tree_);

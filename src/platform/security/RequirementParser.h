@@ -37,12 +37,12 @@ public:
 private:
     enum class Waiting : std::uint8_t { parenthesis, disjunction, conjunction, negation };
     struct Pending {
-        Waiting kind;
+        Waiting kind = Waiting::parenthesis;
         RequirementToken token;
     };
     struct Operand {
-        std::uint32_t node;
-        std::size_t depth;
+        std::uint32_t node = 0;
+        std::size_t depth = 0;
     };
 
     // Tokens.
@@ -98,7 +98,7 @@ private:
     std::vector<Operand> operands_;
     std::size_t nesting_ = 0;
     RequirementTree tree_;
-    std::optional<RequirementFault> fault_;
+    RequirementFault fault_; ///< once a reader gave nothing
 };
 
 } // namespace qv

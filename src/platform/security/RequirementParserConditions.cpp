@@ -358,10 +358,10 @@ std::optional<Match> RequirementParser::match() {
         return std::nullopt;
     }
     const bool openEnd = take("*");
-    if (openBegin || openEnd) {
-        wanted->op = !openBegin ? Operator::beginsWith
-                     : openEnd  ? Operator::contains
-                                : Operator::endsWith;
+    if (openBegin) {
+        wanted->op = openEnd ? Operator::contains : Operator::endsWith;
+    } else if (openEnd) {
+        wanted->op = Operator::beginsWith;
     }
     return wanted;
 }
@@ -388,7 +388,8 @@ std::optional<Match> RequirementParser::instantMatch(Operator op) {
         return fail(token_, "an instant is written YYYYMMDDhhmmssZ");
     }
     advance();
-    return Match{op, *instant};
+    // In its place: GCC 12 takes a moved operand for an uninitialised string.
+    return std::optional<Match>(std::in_place, op, *instant);
 }
 
 } // namespace qv

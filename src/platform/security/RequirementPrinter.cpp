@@ -95,9 +95,10 @@ std::string matchText(const Match& match) {
 }
 
 std::string slotText(std::int32_t slot) {
-    return slot == 0    ? "certificate leaf"
-           : slot == -1 ? "certificate root"
-                        : fmt::format("certificate {}", slot);
+    if (slot == 0) {
+        return "certificate leaf";
+    }
+    return slot == -1 ? "certificate root" : fmt::format("certificate {}", slot);
 }
 
 // In the order of the enumerations.
