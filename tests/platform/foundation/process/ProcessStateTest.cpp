@@ -32,7 +32,7 @@ std::string disposition(int number) {
 
 TEST(ProcessState, PutsRightWhatAHostileParentLeft) {
     const std::string text = test::inChild([] {
-        static_cast<void>(::chdir("/tmp"));
+        std::filesystem::current_path("/tmp");
         ::umask(0);
         static_cast<void>(std::signal(SIGCHLD, SIG_IGN));
         static_cast<void>(std::signal(SIGTERM, SIG_IGN));
