@@ -90,6 +90,9 @@ void HelperService::handleEvent(const std::shared_ptr<xpc::Connection>& connecti
 
 void HelperService::handleMessage(const std::shared_ptr<xpc::Connection>& connection,
                                   const xpc::Message& message) {
+    if (message.remoteConnection() == nullptr) {
+        return; // nobody waits for an answer
+    }
     const Value* type = message.dictionary().find("type");
     if (type == nullptr || !type->is(Value::Kind::string) ||
         type->asString() != kExecuteScriptType) {

@@ -16,12 +16,6 @@ namespace qv {
 
 namespace {
 
-constexpr std::uintptr_t kIntegerTag = 1;
-constexpr std::uintptr_t kBooleanTag = 2;
-constexpr std::uintptr_t kTagMask = 3;
-constexpr std::int64_t kLargestTagged = (std::int64_t{1} << 61) - 1;
-constexpr std::int64_t kSmallestTagged = -(std::int64_t{1} << 61);
-
 std::uintptr_t bitsOf(Node* node) { return std::bit_cast<std::uintptr_t>(node); }
 
 template <typename T> Node* scalar(Value::Kind kind, T payload) {
@@ -71,14 +65,7 @@ const Node* Value::node() const noexcept {
     return std::bit_cast<const Node*>(bits_);
 }
 
-Value Value::boolean(bool value) noexcept {
-    return Value((value ? std::uintptr_t{4} : 0) | kBooleanTag);
-}
-
-Value Value::integer(std::int64_t value) {
-    if (value >= kSmallestTagged && value <= kLargestTagged) {
-        return Value((static_cast<std::uintptr_t>(value) << 2U) | kIntegerTag);
-    }
+Value Value::largeInteger(std::int64_t value) {
     return Value(bitsOf(scalar(Kind::integer, value)));
 }
 

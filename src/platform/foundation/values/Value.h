@@ -103,8 +103,15 @@ public:
         }
     }
 
-    static Value boolean(bool value) noexcept;
-    static Value integer(std::int64_t value);
+    static Value boolean(bool value) noexcept {
+        return Value((value ? std::uintptr_t{4} : 0) | kBooleanTag);
+    }
+    static Value integer(std::int64_t value) {
+        if (value >= kSmallestTagged && value <= kLargestTagged) {
+            return Value((static_cast<std::uintptr_t>(value) << 2U) | kIntegerTag);
+        }
+        return largeInteger(value);
+    }
     static Value unsignedInteger(std::uint64_t value); ///< `integer` kind where it fits
     static Value real(double value);
     static Value string(std::string_view utf8); ///< the caller answers for valid UTF-8
@@ -159,12 +166,19 @@ private:
     friend struct Node;
     friend class KeyList;
     friend class Error;
+    static constexpr std::uintptr_t kIntegerTag = 1;
+    static constexpr std::uintptr_t kBooleanTag = 2;
+    static constexpr std::uintptr_t kTagMask = 3;
+    static constexpr std::int64_t kLargestTagged = (std::int64_t{1} << 61) - 1;
+    static constexpr std::int64_t kSmallestTagged = -(std::int64_t{1} << 61);
+
+    static Value largeInteger(std::int64_t value);
     explicit Value(std::uintptr_t bits) noexcept : bits_(bits) {}
     [[nodiscard]] const Node* node() const noexcept;
     static Value container(Kind kind, std::span<Value> elements);
     static Value errorNode(std::string_view domain, std::int64_t code, const Value& userInfo);
     /// Whether it points to a Node.
-    [[nodiscard]] bool isCounted() const noexcept { return bits_ != 0 && (bits_ & 3U) == 0; }
+    [[nodiscard]] bool isCounted() const noexcept { return bits_ != 0 && (bits_ & kTagMask) == 0; }
     void release() const noexcept;
 
     // 0: the null object. Low bits 01: an integer of 62 bits. Low bits 10: a boolean. 00: a Node.

@@ -16,7 +16,8 @@ namespace qv {
 
 namespace {
 
-constexpr std::size_t kLargestBlock = std::size_t{2} << 20U;   // a huge page, where there are any
+constexpr std::size_t kLargestBlock = std::size_t{2} << 20U; // a huge page, where there are any
+constexpr std::size_t kSmallestBlock = std::size_t{4} << 10U;
 constexpr std::size_t kLargestInBlock = std::size_t{1} << 10U; // well below any block
 constexpr std::size_t kStep = alignof(std::uint64_t);
 
@@ -60,6 +61,9 @@ struct ValueArena::Block {
         }
     }
 };
+
+ValueArena::ValueArena(std::size_t expected) noexcept
+    : nextSize_(expected >= kLargestBlock ? kLargestBlock : kSmallestBlock) {}
 
 ValueArena::~ValueArena() { finishBlock(); }
 

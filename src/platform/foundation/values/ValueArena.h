@@ -17,7 +17,9 @@ namespace qv {
 /// One thread at a time may use an arena.
 class ValueArena {
 public:
-    ValueArena() noexcept = default;
+    /// `expected`: about how many bytes of values are to come; only the first block's size depends
+    /// on it.
+    explicit ValueArena(std::size_t expected = 0) noexcept;
     ValueArena(const ValueArena&) = delete;
     ValueArena(ValueArena&&) = delete;
     ValueArena& operator=(const ValueArena&) = delete;
@@ -40,7 +42,7 @@ private:
     Block* block_ = nullptr; // being filled
     std::size_t used_ = 0;   // bytes of it
     std::size_t nodes_ = 0;  // made in it
-    std::size_t nextSize_ = std::size_t{4} << 10U;
+    std::size_t nextSize_;
 };
 
 } // namespace qv

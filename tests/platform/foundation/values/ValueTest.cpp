@@ -116,12 +116,14 @@ TEST(Value, MillionLevelsAreComparedAndFreed) {
     const auto inError = [](Value value) {
         return Value::error(Error("D", 1, Value::dictionary({{"k", std::move(value)}})));
     };
-    EXPECT_TRUE(nested(kDepth, inArray) == nested(kDepth, inArray));
-    EXPECT_FALSE(nested(kDepth, inArray) == nested(kDepth - 1, inArray));
-    EXPECT_TRUE(nested(kDepth / 10, inDictionary) == nested(kDepth / 10, inDictionary));
-    EXPECT_TRUE(nested(kDepth / 10, inError) == nested(kDepth / 10, inError));
-    EXPECT_TRUE(nested(kDepth / 10, inSet) == nested(kDepth / 10, inSet));
-    EXPECT_FALSE(nested(kDepth / 10, inSet) == nested(kDepth / 10 + 1, inSet));
+    const Value arrays = nested(kDepth, inArray);
+    EXPECT_TRUE(arrays == nested(kDepth, inArray));
+    EXPECT_FALSE(arrays == arrays.asArray()[0]);
+    EXPECT_TRUE(nested(kDepth / 20, inDictionary) == nested(kDepth / 20, inDictionary));
+    EXPECT_TRUE(nested(kDepth / 20, inError) == nested(kDepth / 20, inError));
+    const Value sets = nested(kDepth / 20, inSet);
+    EXPECT_TRUE(sets == nested(kDepth / 20, inSet));
+    EXPECT_FALSE(sets == sets.asArray()[0]);
 }
 
 // The thread sanitizer's test: many owners of the same nodes, the last one frees them.

@@ -1,0 +1,44 @@
+// Arbitrary text as each of the process files: what is taken from it stands in it, and a refusal
+// tells why.
+
+#include "platform/security/CodeSigningStatus.h"
+#include "platform/security/guest/ProcessText.h"
+
+#include <cstdlib>
+#include <tuple>
+
+namespace {
+
+constexpr std::size_t kLongest = 65536;
+
+void require(bool fact) {
+    if (!fact) {
+        std::abort();
+    }
+}
+
+template <typename T> bool isRead(const tl::expected<T, qv::Error>& result) {
+    require(result || (result.error().code() == qv::codesign_status::kInternalError &&
+                       result.error().userInfo().find("NSDebugDescription") != nullptr));
+    return result.has_value();
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size) {
+    if (size > kLongest) {
+        return 0;
+    }
+    const std::string text(data, data + size);
+    if (const auto mappings = qv::parseExecutableMappings(text); isRead(mappings)) {
+        for (const qv::ExecutableMapping& mapping : *mappings) {
+            require(mapping.start < mapping.end && text.find(mapping.name) != std::string::npos);
+        }
+    }
+    std::ignore = isRead(qv::parseProcessStatus(text));
+    std::ignore = isRead(qv::parseDescriptorInfo(text));
+    if (const auto type = qv::fileSystemTypeOfMount(text, 27); isRead(type) && *type) {
+        require(!(*type)->empty() && text.find(" " + **type) != std::string::npos);
+    }
+    return 0;
+}

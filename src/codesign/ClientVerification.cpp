@@ -1,0 +1,103 @@
+#include "codesign/ClientVerification.h"
+
+#include "platform/security/GuestServices.h"
+
+#include <fmt/format.h>
+#include <tl/expected.hpp>
+
+#include <cerrno>
+#include <cstring>
+#include <grp.h>
+#include <utility>
+
+namespace qv {
+
+namespace {
+
+constexpr const char* kClientGroup = "_qvclient";
+
+/// The group's number; none and errno 0 when there is no such group.
+tl::expected<gid_t, int> groupNamed(const char* name) {
+    constexpr std::size_t kLargestRecord = std::size_t{1} << 20U;
+    std::vector<char> buffer(4096);
+    while (true) {
+        group record{};
+        group* found = nullptr;
+        const int failure = ::getgrnam_r(name, &record, buffer.data(), buffer.size(), &found);
+        if (failure == ERANGE && buffer.size() < kLargestRecord) {
+            buffer.resize(buffer.size() * 2);
+            continue;
+        }
+        if (failure == EINTR) {
+            continue;
+        }
+        if (failure != 0 || found == nullptr) {
+            return tl::unexpected(failure);
+        }
+        return record.gr_gid;
+    }
+}
+
+CodeSigningConfiguration configurationWith(const tl::expected<gid_t, int>& group) {
+    return {.anchorsDirectory = QV_ANCHOR_DIR,
+            .anchorOwner = QV_ANCHOR_OWNER,
+            .clientGroup = group ? std::optional(*group) : std::nullopt,
+            .allowTemporaryFileSystems = QV_DEVELOPMENT_BUILD};
+}
+
+} // namespace
+
+struct ClientVerification::Peer::Registration {
+    RegisteredPeer registered;
+};
+
+ClientVerification::Peer::Peer(std::unique_ptr<Registration> registration) noexcept
+    : registration_(std::move(registration)) {}
+ClientVerification::Peer::Peer(Peer&&) noexcept = default;
+ClientVerification::Peer::~Peer() = default;
+
+struct ClientVerification::Parts {
+    explicit Parts(tl::expected<gid_t, int> group)
+        : clientGroup(group), services(configurationWith(group)) {}
+
+    tl::expected<gid_t, int> clientGroup;
+    GuestServices services;
+};
+
+ClientVerification::ClientVerification()
+    : parts_(std::make_unique<Parts>(groupNamed(kClientGroup))) {}
+ClientVerification::~ClientVerification() = default;
+
+CodeSigningServices& ClientVerification::services() noexcept { return parts_->services; }
+
+ClientVerification::Peer ClientVerification::registerPeer(pid_t pid, int pidfd, uid_t uid,
+                                                          gid_t gid) {
+    return Peer(std::make_unique<Peer::Registration>(Peer::Registration{
+        .registered = parts_->services.registerPeer(ConnectedPeer(pid, pidfd, uid, gid))}));
+}
+
+CodeSigningConfiguration ClientVerification::configuration() {
+    return configurationWith(groupNamed(kClientGroup));
+}
+
+std::string_view ClientVerification::anchorsDirectory() noexcept { return QV_ANCHOR_DIR; }
+
+std::optional<gid_t> ClientVerification::clientGroup() const noexcept {
+    return parts_->clientGroup ? std::optional(*parts_->clientGroup) : std::nullopt;
+}
+
+std::vector<std::string> ClientVerification::warnings() const {
+    std::vector<std::string> lines;
+    if (!parts_->clientGroup) {
+        const int failure = parts_->clientGroup.error();
+        const char* text = failure == 0 ? "there is no such group" : strerrordesc_np(failure);
+        lines.push_back(fmt::format("no client can be marked at launch: group {}: {}", kClientGroup,
+                                    text == nullptr ? "unknown error" : text));
+    }
+    if (std::string reason = parts_->services.anchorsReason(); !reason.empty()) {
+        lines.push_back(fmt::format("no client can be trusted: {}", reason));
+    }
+    return lines;
+}
+
+} // namespace qv

@@ -1,0 +1,66 @@
+#pragma once
+
+#include "platform/foundation/values/Error.h"
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <sys/types.h>
+#include <vector>
+
+namespace qv {
+
+class CodeSigningServices;
+struct CodeSigningConfiguration;
+
+/// The code-signing services as this build configures them: the anchors of QV_ANCHOR_DIR, owned by
+/// root; the client group is `_qvclient`. Nothing of it can be chosen at run time. For one thread.
+class ClientVerification {
+public:
+    /// A peer that is being verified. While it lives, a verifier that is made for its process
+    /// number judges this peer, not whatever holds the number by then.
+    class Peer {
+    public:
+        Peer(Peer&&) noexcept;
+        Peer& operator=(Peer&&) = delete;
+        Peer(const Peer&) = delete;
+        Peer& operator=(const Peer&) = delete;
+        ~Peer();
+
+    private:
+        friend class ClientVerification;
+        struct Registration;
+        explicit Peer(std::unique_ptr<Registration> registration) noexcept;
+        std::unique_ptr<Registration> registration_;
+    };
+
+    ClientVerification();
+    ClientVerification(const ClientVerification&) = delete;
+    ClientVerification& operator=(const ClientVerification&) = delete;
+    ClientVerification(ClientVerification&&) = delete;
+    ClientVerification& operator=(ClientVerification&&) = delete;
+    ~ClientVerification();
+
+    /// What a QVCodeSignatureVerifier is given; lives as long as this object.
+    [[nodiscard]] CodeSigningServices& services() noexcept;
+
+    /// `pidfd` (SO_PEERPIDFD) is borrowed and must live as long as the result; the others are
+    /// SO_PEERCRED.
+    [[nodiscard]] Peer registerPeer(pid_t pid, int pidfd, uid_t uid, gid_t gid);
+
+    /// The same choices for a program that asks the services itself.
+    [[nodiscard]] static CodeSigningConfiguration configuration();
+    [[nodiscard]] static std::string_view anchorsDirectory() noexcept;
+    /// None when the machine has no such group, or it could not be looked up: then no client is
+    /// marked, and none passes on the strength of its mark.
+    [[nodiscard]] std::optional<gid_t> clientGroup() const noexcept;
+    /// What will keep good clients out, a line each; for the log, once.
+    [[nodiscard]] std::vector<std::string> warnings() const;
+
+private:
+    struct Parts;
+    std::unique_ptr<Parts> parts_;
+};
+
+} // namespace qv

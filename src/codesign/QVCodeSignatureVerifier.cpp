@@ -1,0 +1,134 @@
+#include "codesign/QVCodeSignatureVerifier.h"
+
+#include "platform/foundation/log/Log.h"
+#include "platform/foundation/values/Conversions.h"
+#include "platform/security/CodeSigningStatus.h"
+#include "platform/security/SecCode.h"
+#include "platform/security/guest/GuestAttributes.h"
+
+#include <fmt/format.h>
+
+#include <initializer_list>
+#include <vector>
+
+namespace qv {
+
+namespace {
+
+constexpr std::string_view kInitOrigin =
+    "-[QVCodeSignatureVerifier initWithAttributes:teamID:requiredCodeSignatureAttributes:]";
+constexpr std::string_view kVerifyOrigin = "-[QVCodeSignatureVerifier verifyRequirements]";
+
+Error makeError(std::string_view domain, std::int32_t code, std::string_view origin,
+                std::initializer_list<std::pair<std::string_view, Value>> more = {}) {
+    std::vector<std::pair<Value, Value>> userInfo{
+        {Value::string("origin"), Value::string(origin)},
+        {Value::string("src"), Value::string("QVCodeSignatureVerifier")}};
+    for (const auto& [key, value] : more) {
+        userInfo.emplace_back(Value::string(key), value);
+    }
+    return {domain, code, Value::dictionary(std::move(userInfo))};
+}
+
+Error statusError(std::int32_t status, std::string_view origin) {
+    return makeError(error_domain::kOSStatus, status, origin);
+}
+
+} // namespace
+
+std::string QVCodeSignatureVerifier::codeSignatureRequirementWithTeamID(std::string_view teamID) {
+    return fmt::format("anchor apple generic and certificate leaf[subject.OU] = \"{}\"", teamID);
+}
+
+QVCodeSignatureVerifier::QVCodeSignatureVerifier(const Value& attributes, std::string_view teamID,
+                                                 std::uint32_t requiredCodeSignatureAttributes,
+                                                 CodeSigningServices& services)
+    : _requiredCodeSignatureAttributes(requiredCodeSignatureAttributes),
+      // Every system of today is as new as the one that brought the hardened runtime.
+      _requiredCodeSignatureAttributesAlternative(code_flags::kValid | code_flags::kRuntime),
+      _codeSignatureRequirement(codeSignatureRequirementWithTeamID(teamID)), services_(services) {
+    const std::int32_t status = services_.copyGuestWithAttributes(attributes, &_code);
+    if (status != codesign_status::kSuccess) {
+        _error = statusError(status, kInitOrigin);
+    }
+}
+
+QVCodeSignatureVerifier::QVCodeSignatureVerifier(pid_t pid, std::string_view teamID,
+                                                 std::uint32_t requiredCodeSignatureAttributes,
+                                                 CodeSigningServices& services)
+    : QVCodeSignatureVerifier(Value::dictionary({{kSecGuestAttributePid, Value::integer(pid)}}),
+                              teamID, requiredCodeSignatureAttributes, services) {}
+
+QVCodeSignatureVerifier::QVCodeSignatureVerifier(const AuditToken& auditToken,
+                                                 std::string_view teamID,
+                                                 std::uint32_t requiredCodeSignatureAttributes,
+                                                 CodeSigningServices& services)
+    : QVCodeSignatureVerifier(Value::dictionary({{kSecGuestAttributeAudit, auditToken.data()}}),
+                              teamID, requiredCodeSignatureAttributes, services) {}
+
+Error QVCodeSignatureVerifier::verifyRequirements() const {
+    if (_error) {
+        return _error;
+    }
+    if (!_code) { // a look-up that succeeded without a result has not succeeded
+        return statusError(codesign_status::kObjectRequired, kVerifyOrigin);
+    }
+    // The flags first: a process with the wrong ones does not get its signature looked at.
+    Error failure = checkFlags();
+    return failure ? failure : checkSignature();
+}
+
+bool QVCodeSignatureVerifier::fulfilsFlags(std::uint32_t status) const noexcept {
+    const std::uint32_t required = _requiredCodeSignatureAttributes;
+    const std::uint32_t alternative = _requiredCodeSignatureAttributesAlternative;
+    return (status & code_flags::kGetTaskAllow) != 0 || (status & required) == required ||
+           (alternative != 0 && (status & alternative) == alternative);
+}
+
+Error QVCodeSignatureVerifier::checkFlags() const {
+    Value information;
+    const std::int32_t result =
+        _code->copySigningInformation(kSecCSDynamicInformation, &information);
+    if (result != codesign_status::kSuccess) {
+        return statusError(result, kVerifyOrigin);
+    }
+    const Value* number = information.find(kSecCodeInfoStatus);
+    const std::uint32_t status =
+        number != nullptr && number->isNumber() ? unsignedIntValue(number) : 0;
+    log::write(log::Priority::notice,
+               fmt::format("csFlags={:x} | {:x} | {:x}", status, _requiredCodeSignatureAttributes,
+                           _requiredCodeSignatureAttributesAlternative));
+    if (fulfilsFlags(status)) {
+        return {};
+    }
+    return makeError(
+        "QVCodeSignatureVerifierDomain", 1, kVerifyOrigin,
+        {{error_key::kLocalizedDescription,
+          Value::string(fmt::format(
+              "Codesigning flags requirements not fulfilled: actual={:x}, required={:x}", status,
+              _requiredCodeSignatureAttributes))}});
+}
+
+Error QVCodeSignatureVerifier::checkSignature() const {
+    std::shared_ptr<const Requirement> requirement;
+    std::int32_t status =
+        services_.createRequirementWithString(_codeSignatureRequirement, &requirement);
+    if (status == codesign_status::kSuccess && !requirement) {
+        status = codesign_status::kObjectRequired; // no requirement would mean: any signature
+    }
+    if (status != codesign_status::kSuccess) {
+        return statusError(status, kVerifyOrigin);
+    }
+    Error platformError;
+    status = _code->checkValidityWithErrors(requirement.get(), &platformError);
+    if (status == codesign_status::kSuccess) {
+        return {};
+    }
+    log::NSLog(fmt::format("SecCodeCheckValidityWithErrors() failed with status={}, error={}",
+                           status, platformError ? platformError.description() : "(null)"));
+    return platformError ? makeError(error_domain::kOSStatus, status, kVerifyOrigin,
+                                     {{error_key::kUnderlyingError, Value::error(platformError)}})
+                         : statusError(status, kVerifyOrigin);
+}
+
+} // namespace qv

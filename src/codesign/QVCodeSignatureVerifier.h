@@ -1,0 +1,76 @@
+#pragma once
+
+#include "platform/foundation/values/Error.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <sys/types.h>
+#include <utility>
+
+namespace qv {
+
+struct AuditToken;
+class CodeSigningServices;
+class SecCode;
+
+/// Decides whether a running process is acceptable: its dynamic status flags must satisfy a rule,
+/// then its signature a requirement. Made for one verification, asked once; the services must live
+/// as long. Never raises; every failure is an Error whose user information tells the method under
+/// "origin" and the class under "src".
+class QVCodeSignatureVerifier {
+public:
+    /// The requirement that any program of a team satisfies. `teamID` is not escaped.
+    [[nodiscard]] static std::string codeSignatureRequirementWithTeamID(std::string_view teamID);
+
+    /// `attributes`: a guest attribute dictionary. Looks the process up; a failure of that is told
+    /// by `verifyRequirements`.
+    QVCodeSignatureVerifier(const Value& attributes, std::string_view teamID,
+                            std::uint32_t requiredCodeSignatureAttributes,
+                            CodeSigningServices& services);
+    QVCodeSignatureVerifier(pid_t pid, std::string_view teamID,
+                            std::uint32_t requiredCodeSignatureAttributes,
+                            CodeSigningServices& services);
+    QVCodeSignatureVerifier(const AuditToken& auditToken, std::string_view teamID,
+                            std::uint32_t requiredCodeSignatureAttributes,
+                            CodeSigningServices& services);
+
+    /// Success: the process is acceptable. Else NSOSStatusErrorDomain with a status of the
+    /// code-signing services, or "QVCodeSignatureVerifierDomain" 1: the flags are not enough.
+    Error verifyRequirements() const;
+
+    [[nodiscard]] const std::string& codeSignatureRequirement() const noexcept {
+        return _codeSignatureRequirement;
+    }
+    void setCodeSignatureRequirement(std::string codeSignatureRequirement) {
+        _codeSignatureRequirement = std::move(codeSignatureRequirement);
+    }
+    [[nodiscard]] std::uint32_t requiredCodeSignatureAttributes() const noexcept {
+        return _requiredCodeSignatureAttributes;
+    }
+    void setRequiredCodeSignatureAttributes(std::uint32_t attributes) noexcept {
+        _requiredCodeSignatureAttributes = attributes;
+    }
+    /// Flags that do as well; 0: there are none.
+    [[nodiscard]] std::uint32_t requiredCodeSignatureAttributesAlternative() const noexcept {
+        return _requiredCodeSignatureAttributesAlternative;
+    }
+    void setRequiredCodeSignatureAttributesAlternative(std::uint32_t attributes) noexcept {
+        _requiredCodeSignatureAttributesAlternative = attributes;
+    }
+
+private:
+    [[nodiscard]] bool fulfilsFlags(std::uint32_t status) const noexcept;
+    [[nodiscard]] Error checkFlags() const;
+    [[nodiscard]] Error checkSignature() const;
+
+    std::shared_ptr<const SecCode> _code;
+    Error _error;
+    std::uint32_t _requiredCodeSignatureAttributes;
+    std::uint32_t _requiredCodeSignatureAttributesAlternative;
+    std::string _codeSignatureRequirement;
+    CodeSigningServices& services_;
+};
+
+} // namespace qv

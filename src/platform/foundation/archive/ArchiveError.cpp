@@ -1,0 +1,16 @@
+#include "platform/foundation/archive/ArchiveError.h"
+
+#include <fmt/format.h>
+
+namespace qv {
+
+Error archiveError(std::string_view what) {
+    return {error_domain::kCocoa, cocoa_error::kCoderReadCorrupt,
+            Value::dictionary({{error_key::kDebugDescription, Value::string(what)}})};
+}
+
+Error archiveError(std::uint32_t object, std::string_view what) {
+    return archiveError(fmt::format("object {}: {}", object, what));
+}
+
+} // namespace qv

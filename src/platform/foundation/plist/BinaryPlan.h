@@ -1,0 +1,65 @@
+#pragma once
+
+#include "platform/foundation/plist/WriteRefusal.h"
+#include "platform/foundation/values/Error.h"
+#include "platform/foundation/values/Value.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+namespace qv::plist {
+
+/// Which objects a binary list will have, and which objects each container refers to.
+class BinaryPlan {
+public:
+    struct Object {
+        Value value;
+        std::size_t firstReference = 0; // containers: in the plan's references
+    };
+
+    /// Lays out a whole tree; the root becomes object 0.
+    [[nodiscard]] Error layOut(const Value& root);
+
+    [[nodiscard]] std::span<const Object> objects() const noexcept { return objects_; }
+    /// A dictionary's keys come before its values.
+    [[nodiscard]] std::span<const std::uint32_t> references(const Object& container) const;
+
+private:
+    struct LeafKey {
+        Value::Kind kind;
+        std::uint64_t bits;     // numbers, dates, UIDs
+        std::string_view bytes; // strings, data
+        friend bool operator==(const LeafKey&, const LeafKey&) = default;
+    };
+    struct LeafHash {
+        std::size_t operator()(const LeafKey& key) const noexcept;
+    };
+    struct Container {
+        std::uint32_t number;
+        std::size_t height; // containers on the longest way down, itself included
+    };
+
+    [[nodiscard]] static LeafKey keyOf(const Value& leaf);
+    std::uint32_t addObject(const Value& value);
+    std::uint32_t addLeaf(const Value& leaf);
+    [[nodiscard]] bool add(const Value& value);
+    void open(const Value& container);
+    void close();
+    void addKeys(const Value& dictionary);
+    [[nodiscard]] bool noteHeight(std::size_t height);
+
+    std::vector<Object> objects_;
+    std::vector<std::uint32_t> references_;
+    std::unordered_map<LeafKey, std::uint32_t, LeafHash> leaves_; // views into values of objects_
+    std::unordered_map<std::uintptr_t, Container> containers_;
+    std::unordered_map<const void*, std::vector<std::uint32_t>> keyLists_;
+    std::vector<WriteFrame> frames_;
+    std::vector<std::uint32_t> open_; // references of the open containers, innermost last
+    Error error_;
+};
+
+} // namespace qv::plist

@@ -1,0 +1,152 @@
+#include "platform/security/StaticCode.h"
+
+#include "platform/security/DigestCache.h"
+#include "platform/security/TrustAnchors.h"
+#include "platform/security/signature/FileBytes.h"
+#include "platform/security/signature/SignatureTrailer.h"
+#include "platform/security/signature/SignatureVerdict.h"
+
+#include <fmt/format.h>
+
+#include <array>
+#include <cerrno>
+#include <sys/stat.h>
+
+namespace qv {
+
+namespace {
+
+bool isELF(int fd) {
+    std::array<char, 4> head{};
+    return readExactly(fd, 0, head) == 0 && SignatureTrailer::isELF({head.data(), head.size()});
+}
+
+// All bytes that decide a verdict. The length keeps directory and CMS apart: otherwise the same
+// bytes, divided elsewhere, would pass for the same signature.
+SHA256Digest keyOf(const SignatureTrailer& trailer) {
+    SHA256 running;
+    running.update(fmt::format("{}:", trailer.directory.size()));
+    running.update(trailer.directory);
+    running.update(trailer.cms);
+    return running.finish();
+}
+
+} // namespace
+
+/// Fills a StaticCode, one step after the other. Each step gives what it finds wrong; facts are
+/// gathered also after a first fault, because the flags of a process are told before its status.
+class StaticCodeExaminer {
+public:
+    StaticCodeExaminer(int fd, const Examination& examination, DigestCache& cache)
+        : fd_(fd), examination_(examination), cache_(cache) {}
+
+    StaticCode examined() {
+        code_.status_ = codesign_status::kSuccess;
+        if (auto fine = readTrailer(); !fine) {
+            note(fine.error());
+        } else {
+            judgeSignature();
+        }
+        return std::move(code_);
+    }
+
+private:
+    using Outcome = tl::expected<void, SignatureFailure>;
+
+    void note(const SignatureFailure& failure) { // the first one counts
+        if (code_.status_ == codesign_status::kSuccess) {
+            code_.status_ = failure.status;
+            code_.reason_ = failure.reason;
+        }
+    }
+
+    Outcome readTrailer() {
+        struct stat info{};
+        if (::fstat(fd_, &info) != 0) {
+            return signatureFailure(codesign_status::kErrnoBase + errno,
+                                    fmt::format("the program: {}", errnoText(errno)));
+        }
+        if (!S_ISREG(info.st_mode)) {
+            return signatureFailure(codesign_status::kRegularFile, "no regular file");
+        }
+        auto trailer = SignatureTrailer::read(fd_, static_cast<std::uint64_t>(info.st_size));
+        if (!trailer) {
+            const bool isUnsigned = trailer.error().status == codesign_status::kUnsigned;
+            code_.hasTrailer_ = !isUnsigned;
+            if (isUnsigned && !isELF(fd_)) {
+                return signatureFailure(codesign_status::kBadObjectFormat, "no ELF file");
+            }
+            return tl::unexpected(trailer.error());
+        }
+        code_.hasTrailer_ = true;
+        trailer_ = std::move(*trailer);
+        if (std::chrono::steady_clock::now() >= examination_.deadline) {
+            return signatureFailure(codesign_status::kCancelled,
+                                    "no time left to look at the signature");
+        }
+        return {};
+    }
+
+    void judgeSignature() {
+        const auto anchors = examination_.anchors.current();
+        cache_.useAnchors(*anchors);
+        const auto verdict = cache_.verdict(fd_, keyOf(trailer_), [&] {
+            return SignatureVerdict::judge(trailer_.directory, trailer_.cms, *anchors);
+        });
+        code_.signatureIntact_ = verdict->intact;
+        code_.facts_.cdhash = verdict->cdhash;
+        code_.facts_.chain = verdict->chain;
+        if (verdict->status != codesign_status::kSuccess) {
+            note({verdict->status, verdict->reason});
+        }
+        if (verdict->directory) {
+            takeOver(*verdict->directory);
+            if (auto fine = compareDigest(*verdict->directory); !fine) {
+                note(fine.error());
+            }
+        }
+    }
+
+    void takeOver(const CodeDirectory& directory) {
+        code_.directoryFlags_ = directory.flags;
+        code_.getTaskAllow_ = directory.getTaskAllow();
+        code_.facts_.identifier = directory.identifier;
+        code_.facts_.team = directory.team;
+        code_.facts_.platform = directory.platform;
+        code_.facts_.info = directory.info;
+        code_.facts_.entitlements = directory.entitlements;
+    }
+
+    Outcome compareDigest(const CodeDirectory& directory) {
+        if (directory.coveredLength != trailer_.covered) {
+            return signatureFailure(codesign_status::kSignatureInvalid,
+                                    fmt::format("code directory of {} bytes, program of {}",
+                                                directory.coveredLength, trailer_.covered));
+        }
+        const auto digest = cache_.digest(fd_, trailer_.covered, examination_.deadline);
+        if (!digest) {
+            return tl::unexpected(digest.error());
+        }
+        code_.digestMatches_ = *digest == directory.digest;
+        if (!code_.digestMatches_) {
+            return signatureFailure(codesign_status::kSignatureFailed,
+                                    "the program was changed after it was signed");
+        }
+        return {};
+    }
+
+    int fd_;
+    const Examination& examination_;
+    DigestCache& cache_;
+    SignatureTrailer trailer_;
+    StaticCode code_;
+};
+
+StaticCode StaticCode::examine(int fd, const Examination& examination) {
+    DigestCache none;
+    return StaticCodeExaminer(fd, examination,
+                              examination.digestCache == nullptr ? none : *examination.digestCache)
+        .examined();
+}
+
+} // namespace qv

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <sys/types.h>
+
+namespace qv {
+
+/// What a program that uses the code-signing services decides; nothing of it comes from outside.
+struct CodeSigningConfiguration {
+    std::string anchorsDirectory;
+    uid_t anchorOwner = 0;
+    /// The group that marks a clean start: executables that root owns and that are set-group-id to
+    /// it. None: no process is marked, so none is hard, killed on invalidation, or hardened.
+    std::optional<gid_t> clientGroup;
+    /// Lets executables stand on tmpfs and ramfs, as in some containers.
+    bool allowTemporaryFileSystems = false;
+    /// How long one look-up may take (codesign_status::kCancelled afterwards).
+    std::chrono::milliseconds lookupTime{2000};
+};
+
+} // namespace qv

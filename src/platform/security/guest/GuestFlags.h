@@ -1,0 +1,49 @@
+#pragma once
+
+#include "platform/security/StaticCode.h"
+#include "platform/security/guest/GuestObservation.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <sys/types.h>
+#include <vector>
+
+namespace qv {
+
+/// What the dynamic flags need to know about the signature.
+struct SignatureFacts {
+    bool present = false;       ///< there is one, whatever it is worth
+    bool intact = false;        ///< mathematically good; the rest is empty without it
+    bool digestMatches = false; ///< the bytes on disk are the signed ones
+    std::uint32_t directoryFlags = 0;
+    bool getTaskAllow = false;
+    bool platformRoot = false; ///< the chain ends in an anchor for platform code
+};
+
+[[nodiscard]] SignatureFacts signatureFacts(const StaticCode& code);
+
+/// Why one flag is set or not, in words.
+struct FlagFinding {
+    std::string_view name;
+    std::uint32_t bit = 0;
+    bool set = false;
+    std::string why;
+};
+
+struct GuestVerdict {
+    std::uint32_t flags = 0; ///< code_flags
+    /// What the running image adds to the judgement of the signature: 0, kGuestInvalid or
+    /// kStaticCodeChanged.
+    std::int32_t imageStatus = codesign_status::kGuestInvalid;
+    std::string imageReason;
+    std::vector<FlagFinding> findings; ///< one for each flag that can be
+};
+
+/// Judges facts; asks nobody anything. Without an intact signature every flag is off.
+[[nodiscard]] GuestVerdict judgeGuest(const GuestObservation& observation,
+                                      const SignatureFacts& signature,
+                                      std::optional<gid_t> clientGroup);
+
+} // namespace qv

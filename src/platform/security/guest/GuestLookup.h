@@ -1,0 +1,79 @@
+#pragma once
+
+#include "platform/foundation/files/UniqueFd.h"
+#include "platform/security/StaticCode.h"
+#include "platform/security/guest/GuestAttributes.h"
+#include "platform/security/guest/GuestConfiguration.h"
+#include "platform/security/guest/GuestObservation.h"
+#include "platform/security/guest/GuestPeers.h"
+#include "platform/security/guest/ProcessReader.h"
+
+#include <tl/expected.hpp>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace qv {
+
+/// The descriptors that bind a look-up to one image of one process.
+struct GuestHandles {
+    UniqueFd process;   ///< pidfd
+    UniqueFd directory; ///< of the process in procfs; answers ESRCH once the process is gone
+    UniqueFd image;     ///< its `maps`: reads nothing once the process has executed something else
+};
+
+struct GuestRecord {
+    GuestHandles handles;
+    GuestObservation observation;
+    StaticCode code;
+};
+
+/// One look-up of a running process. Everything goes through descriptors that are known to be the
+/// process's own; no path that a process could choose is ever opened by its text, and no file of a
+/// file system that could hang or lie is touched.
+class GuestLookup {
+public:
+    /// `examination` carries the deadline of the whole look-up.
+    GuestLookup(ProcessFileSystem& system, const CodeSigningConfiguration& configuration,
+                const Examination& examination);
+
+    /// Errors are those of codeSigningError: a status and the reason in words.
+    tl::expected<GuestRecord, Error> run(const GuestSelector& selector, const ConnectedPeer* peer);
+
+private:
+    // The steps, in their order; each gives success or why there is no guest.
+    Error bindProcess();
+    Error openImage();
+    Error compareUserNamespaces();
+    Error openExecutable();
+    Error readStatus();
+    Error readMappings();
+    Error examineSignature();
+    Error compareAgain();
+
+    Error checkToken();
+    Error requireAlive();
+    [[nodiscard]] bool hasEnded();
+    [[nodiscard]] bool isAllowed(const std::string& fileSystem) const;
+    tl::expected<std::vector<ExecutableMapping>, Error> executableMappings(int maps);
+    tl::expected<MappedCode, Error> classify(const ExecutableMapping& mapping);
+    Error compareMappings();
+    Error compareExecutable();
+    void noteChange(std::string_view what);
+
+    const CodeSigningConfiguration& configuration_;
+    Examination examination_;
+    ProcessReader reader_;
+    GuestSelector selector_;
+    const ConnectedPeer* peer_ = nullptr;
+    GuestHandles handles_;
+    GuestObservation observation_;
+    UniqueFd executable_;
+    std::uint64_t executableMount_ = 0;
+    std::unique_ptr<StaticCode> code_; // once it has been examined
+};
+
+} // namespace qv

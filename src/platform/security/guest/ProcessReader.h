@@ -1,0 +1,60 @@
+#pragma once
+
+#include "platform/foundation/files/UniqueFd.h"
+#include "platform/security/guest/ProcessFileSystem.h"
+#include "platform/security/guest/ProcessText.h"
+
+#include <tl/expected.hpp>
+
+#include <chrono>
+#include <cstdint>
+#include <map>
+#include <string>
+#include <string_view>
+
+namespace qv {
+
+/// What a link of a process's folder leads to, found without asking its file system anything.
+struct LocatedFile {
+    UniqueFd fd; ///< O_PATH
+    std::uint64_t mount = 0;
+    std::string fileSystem; ///< type; empty when the process's mounts do not list it
+};
+
+/// Reads process files within a deadline. Errors carry a status (codeSigningError); a system call
+/// that failed is 100000 + errno and names the file.
+class ProcessReader {
+public:
+    static constexpr std::size_t kLongestText = std::size_t{16} << 20U;
+
+    ProcessReader(ProcessFileSystem& system, std::chrono::steady_clock::time_point deadline)
+        : system_(system), deadline_(deadline) {}
+
+    [[nodiscard]] ProcessFileSystem& system() noexcept { return system_; }
+
+    /// kCancelled once the deadline has passed.
+    [[nodiscard]] Error overdue() const;
+
+    /// A whole process file of at most kLongestText bytes; `name` for the error.
+    tl::expected<std::string, Error> text(int fd, std::string_view name);
+    tl::expected<std::string, Error> textAt(int directory, const std::string& path);
+
+    /// Of a descriptor of our own.
+    tl::expected<DescriptorInfo, Error> descriptorInfo(int fd);
+    tl::expected<UniqueFd, Error> openAt(int directory, const std::string& path, int flags);
+    tl::expected<struct stat, Error> status(int fd, std::string_view name);
+    tl::expected<struct stat, Error> statusAt(int directory, const std::string& path);
+
+    /// Follows a link of a process's folder (`exe`, `map_files/...`) to the file, whatever the
+    /// link's text says, and finds the type of the file system in the process's list of mounts.
+    tl::expected<LocatedFile, Error> locate(int directory, const std::string& path);
+
+private:
+    tl::expected<std::string, Error> fileSystemOf(std::uint64_t mount, int directory);
+
+    ProcessFileSystem& system_;
+    std::chrono::steady_clock::time_point deadline_;
+    std::map<std::uint64_t, std::string> fileSystems_; // by mount, each of which an open file holds
+};
+
+} // namespace qv

@@ -1,0 +1,61 @@
+#pragma once
+
+#include "platform/foundation/values/Error.h"
+
+#include <tl/expected.hpp>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <sys/types.h>
+#include <vector>
+
+namespace qv {
+
+// Readers of the kernel's process files (proc(5)), as pure functions over their text. The process
+// that a text is about is hostile and chooses parts of it: its name, the paths of what it maps, the
+// names of its mount points. A text that does not read from its first to its last byte is refused
+// (NSOSStatusErrorDomain, codesign_status::kInternalError, the line and the cause in words).
+
+/// One executable range of a process's address space. Equality is what "nothing moved" means.
+struct ExecutableMapping {
+    std::uint64_t start = 0;
+    std::uint64_t end = 0;
+    bool writable = false;
+    bool shared = false;
+    std::uint64_t offset = 0;
+    std::uint32_t major = 0;
+    std::uint32_t minor = 0;
+    std::uint64_t inode = 0;
+    std::string name; ///< as shown; good for nothing but showing where `inode` is not 0
+    friend bool operator==(const ExecutableMapping&, const ExecutableMapping&) = default;
+};
+
+/// The executable ranges out of `maps`.
+[[nodiscard]] tl::expected<std::vector<ExecutableMapping>, Error>
+parseExecutableMappings(std::string_view maps);
+
+struct ProcessStatus {
+    pid_t tracer = 0; ///< 0: none
+    uid_t effectiveUser = 0;
+    gid_t effectiveGroup = 0;
+    std::optional<int> seccomp; ///< mode; none: the kernel does not tell
+};
+
+/// Out of `status`. A field that comes twice is refused, so that no process name can add one.
+[[nodiscard]] tl::expected<ProcessStatus, Error> parseProcessStatus(std::string_view status);
+
+struct DescriptorInfo {
+    std::optional<std::uint64_t> mount; ///< `mnt_id`
+    std::optional<pid_t> process;       ///< `Pid` of a pidfd: -1 once it has ended
+};
+
+/// Out of `fdinfo/N`.
+[[nodiscard]] tl::expected<DescriptorInfo, Error> parseDescriptorInfo(std::string_view fdinfo);
+
+/// The file-system type of a mount out of `mountinfo`; none when it is not listed there.
+[[nodiscard]] tl::expected<std::optional<std::string>, Error>
+fileSystemTypeOfMount(std::string_view mountinfo, std::uint64_t mount);
+
+} // namespace qv

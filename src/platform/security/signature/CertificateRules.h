@@ -1,0 +1,29 @@
+#pragma once
+
+#include "platform/security/signature/OpenSSLHandles.h"
+
+#include <string>
+
+namespace qv {
+
+// What a certificate of a code signature must be, beyond what the library checks. Each function
+// gives what is wrong, in words; empty when nothing is.
+
+/// The key: RSA of 2048 to 8192 bits, or on one of the named curves P-256 and P-384.
+[[nodiscard]] std::string keyFault(const X509& certificate);
+/// Every critical extension is one that is checked, or one of the marker extensions that
+/// requirements ask about and that checking means nothing for.
+[[nodiscard]] std::string criticalExtensionFault(const X509& certificate);
+/// A signer: no authority, for digital signatures, for code signing.
+[[nodiscard]] std::string signerFault(X509& certificate);
+/// An issuer: an authority that may sign certificates, and whose purposes, when it names any,
+/// include code signing.
+[[nodiscard]] std::string issuerFault(X509& certificate);
+
+/// Certificates that mark the distribution of a program carry one of these extensions.
+[[nodiscard]] bool hasDistributionMarker(const X509& certificate);
+
+/// The common name for a reason: escaped, in quotes; "certificate without a name" for none.
+[[nodiscard]] std::string shownName(const X509& certificate);
+
+} // namespace qv

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+
+namespace qv {
+
+/// Fills `into` from an absolute offset of a file, whatever its own offset is. Gives 0 or the
+/// errno; a file that ends before is ENODATA.
+[[nodiscard]] int readExactly(int fd, std::uint64_t offset, std::span<char> into) noexcept;
+
+/// The text of an errno.
+[[nodiscard]] std::string errnoText(int errorNumber);
+
+} // namespace qv

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+namespace qv::xpc {
+
+/// Errors of a client's connection; NSUnderlyingError holds the cause where there is one.
+inline constexpr std::string_view kClientErrorDomain = "QVCatalogClientErrorDomain";
+
+enum class ClientErrorCode : std::uint8_t {
+    unreachable = 1, ///< nobody listens at the socket, or it may not be used
+    rejected = 2,    ///< closed before the greeting: the service does not accept this process
+    interrupted = 3, ///< closed before the reply; whether the request was obeyed is not known
+    protocol = 4,    ///< what came is no message of this service, or the request is none
+    timedOut = 5,    ///< the caller's deadline passed; the connection is of no more use
+};
+
+} // namespace qv::xpc

@@ -1,0 +1,68 @@
+#pragma once
+
+#include "platform/foundation/values/Error.h"
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <utility>
+
+struct sd_event_source;
+
+namespace qv::xpc {
+
+class MainQueue;
+
+/// One registration in a MainQueue, of a descriptor or of a timer; its end unregisters, also from
+/// inside its own handler. Used on the queue only.
+class EventSource {
+public:
+    EventSource() noexcept = default; ///< registers nothing
+    EventSource(EventSource&& other) noexcept = default;
+    EventSource& operator=(EventSource&& other) noexcept;
+    EventSource(const EventSource&) = delete;
+    EventSource& operator=(const EventSource&) = delete;
+    ~EventSource() { reset(); }
+
+    explicit operator bool() const noexcept { return registration_ != nullptr; }
+    void reset() noexcept;
+
+    /// What to wait for on the descriptor, as epoll numbers it; the end of the other side is always
+    /// reported.
+    [[nodiscard]] Error setEvents(std::uint32_t events);
+    /// Arms the timer, once, for a moment of MainQueue::now().
+    [[nodiscard]] Error setDeadline(std::chrono::steady_clock::time_point deadline);
+    /// Stops reporting until the next set function.
+    void disable() noexcept;
+
+private:
+    friend class MainQueue;
+    struct SourceDeleter {
+        void operator()(sd_event_source* source) const noexcept;
+    };
+    // What the loop's callback is given. Kept alive by the callback while the handler runs.
+    struct Registration : std::enable_shared_from_this<Registration> {
+        Registration(MainQueue& owner, std::function<void(std::uint32_t)> work) noexcept
+            : queue(owner), handler(std::move(work)) {}
+        MainQueue& queue;
+        std::function<void(std::uint32_t)> handler;
+        Registration(const Registration&) = delete;
+        Registration& operator=(const Registration&) = delete;
+        Registration(Registration&&) = delete;
+        Registration& operator=(Registration&&) = delete;
+        ~Registration() { end(); }
+        void end() noexcept; ///< takes it off the loop; nothing more comes
+        // Either a source of the loop's own, or a descriptor in the queue's order of arrival.
+        std::chrono::steady_clock::time_point deadline;
+        std::unique_ptr<sd_event_source, SourceDeleter> source;
+        int descriptor = -1;
+        bool listed = false;
+    };
+    explicit EventSource(std::shared_ptr<Registration> registration) noexcept
+        : registration_(std::move(registration)) {}
+
+    std::shared_ptr<Registration> registration_;
+};
+
+} // namespace qv::xpc

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+
+namespace qv::xpc {
+
+/// What a peer may take. The defaults are the service's; tests take smaller ones.
+struct Limits {
+    std::size_t connections = 64;
+    std::size_t connectionsPerUser = 8;
+    std::size_t unverified = 4;          ///< neither resumed nor cancelled yet
+    std::uint32_t body = 64U << 20;      ///< bytes of a request's body
+    std::size_t replyQueue = 16UL << 20; ///< bytes that wait to be sent on one connection
+    unsigned refusalsLogged = 10;        ///< in a second
+
+    // Counted in MainQueue::now().
+    std::chrono::milliseconds verification{2'000};   ///< from accept to resume
+    std::chrono::milliseconds firstFrame{30'000};    ///< from resume to the first byte
+    std::chrono::milliseconds frame{10'000};         ///< from a frame's first byte to its last
+    std::chrono::milliseconds replyProgress{10'000}; ///< between two bytes that the peer takes
+};
+
+} // namespace qv::xpc

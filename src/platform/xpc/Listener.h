@@ -1,0 +1,59 @@
+#pragma once
+
+#include "platform/xpc/Connection.h"
+#include "platform/xpc/RateLimiter.h"
+
+#include <vector>
+
+namespace qv::xpc {
+
+/// Accepts clients of one socket. Finds out who each is before anyone sees it, keeps the limits on
+/// their number, and owns the connections until they are closed. A peer that cannot be admitted is
+/// closed without a byte read, and a record is logged.
+class Listener {
+public:
+    using EventHandler = std::function<void(std::shared_ptr<Connection>)>;
+
+    /// The listening stream socket of the local domain that the service manager handed over under
+    /// `name` (sd_listen_fds(3)); an error when there is none or it is of another kind. Takes every
+    /// descriptor handed over and unsets the variables that told of them.
+    [[nodiscard]] static tl::expected<std::unique_ptr<Listener>, Error>
+    createMachService(const std::string& name, MainQueue& queue, const Limits& limits = {});
+    /// The same from a socket that listens already.
+    [[nodiscard]] static tl::expected<std::unique_ptr<Listener>, Error>
+    withSocket(UniqueFd socket, MainQueue& queue, const Limits& limits = {});
+
+    Listener(const Listener&) = delete;
+    Listener& operator=(const Listener&) = delete;
+    Listener(Listener&&) = delete;
+    Listener& operator=(Listener&&) = delete;
+    ~Listener(); ///< cancels its connections
+
+    /// Gets each new connection, suspended. It resumes or cancels it, or keeps it to do so in time;
+    /// one that it forgets, or throws on, is cancelled.
+    void setEventHandler(EventHandler handler);
+    void resume();
+
+private:
+    Listener(UniqueFd socket, MainQueue& queue, const Limits& limits);
+
+    void onReady();
+    void shedNewest();
+    void admit(UniqueFd socket);
+    [[nodiscard]] tl::expected<Peer, Error> identify(const UniqueFd& socket);
+    void present(const std::shared_ptr<Connection>& connection);
+    void pause(std::string_view reason);
+
+    MainQueue& queue_;
+    Limits limits_;
+    UniqueFd socket_;
+    UniqueFd spare_; // given up for a moment to shed a client when no descriptor is left
+    EventSource source_;
+    EventSource pauseTimer_;
+    EventHandler handler_;
+    std::vector<std::shared_ptr<Connection>> connections_;
+    RateLimiter refusals_;
+    bool weakIdentityLogged_ = false;
+};
+
+} // namespace qv::xpc

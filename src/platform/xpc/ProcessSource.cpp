@@ -1,0 +1,66 @@
+#include "platform/xpc/ProcessSource.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/epoll.h>
+#include <utility>
+
+namespace qv::xpc {
+
+ProcessSource::ProcessSource(MainQueue& queue, UniqueFd pidfd, MainQueue::Work handler)
+    : queue_(queue), pidfd_(std::move(pidfd)),
+      handler_(std::make_shared<MainQueue::Work>(std::move(handler))) {}
+
+ProcessSource::~ProcessSource() = default;
+
+tl::expected<std::unique_ptr<ProcessSource>, Error>
+ProcessSource::create(MainQueue& queue, int pidfd, MainQueue::Work handler) {
+    UniqueFd own(::fcntl(pidfd, F_DUPFD_CLOEXEC, 3));
+    if (!own) {
+        return tl::unexpected(Error::posix(errno));
+    }
+    std::unique_ptr<ProcessSource> source(
+        new ProcessSource(queue, std::move(own), std::move(handler)));
+    // Registered here, so that resume() has nothing left that could fail.
+    auto watch = queue.watch(
+        source->pidfd_.get(), EPOLLIN,
+        [self = source.get()](std::uint32_t) { self->processEnded(); }, MainQueue::Order::last);
+    if (!watch) {
+        return tl::unexpected(watch.error());
+    }
+    source->source_ = std::move(*watch);
+    return source;
+}
+
+void ProcessSource::resume() {
+    resumed_ = true;
+    if (ended_) {
+        queue_.async([waiting = std::weak_ptr(handler_)] {
+            if (const auto handler = waiting.lock()) {
+                (*handler)();
+            }
+        });
+    }
+}
+
+void ProcessSource::cancel() noexcept {
+    source_.reset();
+    handler_.reset();
+}
+
+bool ProcessSource::hasEnded() const noexcept {
+    pollfd entry{.fd = pidfd_.get(), .events = POLLIN, .revents = 0};
+    return ended_ || ::poll(&entry, 1, 0) == 1;
+}
+
+void ProcessSource::processEnded() {
+    source_.disable();
+    ended_ = true;
+    if (resumed_ && handler_ != nullptr) {
+        const auto handler = std::move(handler_);
+        (*handler)(); // may destroy this object
+    }
+}
+
+} // namespace qv::xpc

@@ -1,0 +1,41 @@
+#pragma once
+
+#include "platform/foundation/files/UniqueFd.h"
+#include "platform/xpc/MainQueue.h"
+
+namespace qv::xpc {
+
+/// Watches for the end of one process. The handler runs once: when the process has ended, at once
+/// if it already has. It may destroy its own source. Among sources that are ready these come last,
+/// so that requests which have already arrived are served before an exit is acted upon.
+class ProcessSource {
+public:
+    /// `pidfd` is borrowed for the call only.
+    [[nodiscard]] static tl::expected<std::unique_ptr<ProcessSource>, Error>
+    create(MainQueue& queue, int pidfd, MainQueue::Work handler);
+    ProcessSource(const ProcessSource&) = delete;
+    ProcessSource& operator=(const ProcessSource&) = delete;
+    ProcessSource(ProcessSource&&) = delete;
+    ProcessSource& operator=(ProcessSource&&) = delete;
+    ~ProcessSource();
+
+    /// Before this the handler does not run; an end in the meantime is kept.
+    void resume();
+    /// The handler runs no more.
+    void cancel() noexcept;
+    /// The process has ended, whether or not the handler has run.
+    [[nodiscard]] bool hasEnded() const noexcept;
+
+private:
+    ProcessSource(MainQueue& queue, UniqueFd pidfd, MainQueue::Work handler);
+    void processEnded();
+
+    MainQueue& queue_;
+    UniqueFd pidfd_;
+    EventSource source_; // after pidfd_: gone before it
+    std::shared_ptr<MainQueue::Work> handler_;
+    bool resumed_ = false;
+    bool ended_ = false;
+};
+
+} // namespace qv::xpc

@@ -1,0 +1,126 @@
+#include "codesign/ClientVerification.h"
+#include "codesign/QVCodeSignatureVerifier.h"
+#include "platform/security/CodeSigningStatus.h"
+#include "platform/security/GuestServices.h"
+#include "support/ClientProcess.h"
+#include "support/InstalledPrograms.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <grp.h>
+#include <unistd.h>
+
+namespace qv::test {
+namespace {
+
+using testing::Contains;
+using testing::HasSubstr;
+
+constexpr std::uint32_t kRequired = 768;
+constexpr std::int32_t kNoProcess = codesign_status::kErrnoBase + ESRCH;
+
+/// The verifier over the real services and real processes, called as the service calls it.
+class LiveVerification : public testing::Test {
+protected:
+    void SetUp() override {
+        if (::geteuid() != 0) {
+            GTEST_SKIP() << "needs root: looks into processes of other users";
+        }
+        programs_.emplace();
+        if (programs_->ignoresSetGroup()) {
+            GTEST_SKIP() << "needs a temporary folder whose mount is not nosuid";
+        }
+        services_.emplace(programs_->configuration());
+    }
+    Error verify(const std::filesystem::path& program) {
+        return verify(ClientProcess({.program = program, .user = kNobody, .group = kNobody}));
+    }
+    Error verify(const ClientProcess& client) {
+        const RegisteredPeer peer = services_->registerPeer(ConnectedPeer(
+            client.pid(), client.pidfd(), client.connectedUser(), client.connectedGroup()));
+        const QVCodeSignatureVerifier verifier(client.pid(), kTeam, kRequired, *services_);
+        return verifier.verifyRequirements();
+    }
+    std::optional<InstalledPrograms> programs_;
+    std::optional<GuestServices> services_;
+};
+
+TEST_F(LiveVerification, AcceptsMarkedAndDebuggableClients) {
+    EXPECT_FALSE(verify(programs_->debuggableClient("debuggable")));
+    EXPECT_FALSE(verify(programs_->markedClient("hard", 0x300)));
+    EXPECT_FALSE(verify(programs_->markedClient("hardened", 0x10000)));
+}
+
+TEST_F(LiveVerification, RefusesOthersInTheGivenOrder) {
+    const auto flagsError = [](const Error& error) {
+        return error.domain() == "QVCodeSignatureVerifierDomain" ? error.localizedDescription()
+                                                                 : error.description();
+    };
+    EXPECT_EQ(flagsError(verify(programs_->unsignedClient("unsigned"))),
+              "Codesigning flags requirements not fulfilled: actual=0, required=300");
+    EXPECT_EQ(flagsError(verify(programs_->signedClient("unmarked", 0x10300))),
+              "Codesigning flags requirements not fulfilled: actual=20000001, required=300");
+
+    const auto marked = [this](const std::filesystem::path& program) {
+        install(program, 0, kClientGroup, 02755);
+        return verify(program);
+    };
+    const Error stranger = marked(programs_->strangersClient("stranger", 0x300));
+    ASSERT_TRUE(stranger);
+    EXPECT_EQ(stranger.code(), codesign_status::kReqFailed);
+    EXPECT_THAT(stranger.userInfo().find("NSUnderlyingError")->asError().description(),
+                HasSubstr("anchor apple generic"));
+
+    const std::filesystem::path changed = programs_->markedClient("changed", 0x300);
+    changeOneByte(changed);
+    const Error tampered = marked(changed);
+    ASSERT_TRUE(tampered);
+    EXPECT_EQ(tampered.code(), codesign_status::kSignatureFailed);
+}
+
+TEST_F(LiveVerification, RefusesAClientThatIsGone) {
+    ClientProcess client(
+        {.program = programs_->debuggableClient("gone"), .user = kNobody, .group = kNobody});
+    client.kill();
+    testing::internal::CaptureStderr();
+    const Error error = verify(client);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error.code(), kNoProcess);
+}
+
+TEST_F(LiveVerification, TheServicesOfThisBuildJudgeTheRegisteredPeer) {
+    ClientVerification verification;
+    ClientProcess client(
+        {.program = programs_->unsignedClient("client"), .user = kNobody, .group = kNobody});
+    const auto codeOf = [&] {
+        const Error error =
+            QVCodeSignatureVerifier(client.pid(), kTeam, kRequired, verification.services())
+                .verifyRequirements();
+        return error ? error.code() : 0;
+    };
+    EXPECT_EQ(codeOf(), 1);
+    ClientProcess other({.program = *programs_ / "client", .user = kNobody, .group = kNobody});
+    {
+        const ClientVerification::Peer peer =
+            verification.registerPeer(client.pid(), other.pidfd(), kNobody, kNobody);
+        EXPECT_EQ(codeOf(), codesign_status::kNoSuchCode);
+    }
+    EXPECT_EQ(codeOf(), 1);
+}
+
+TEST(ClientVerification, WarnsOfWhatKeepsEveryClientOut) {
+    const ClientVerification verification;
+    const group* named = ::getgrnam("_qvclient"); // NOLINT(concurrency-mt-unsafe): one thread
+    EXPECT_EQ(verification.clientGroup().has_value(), named != nullptr);
+    const auto ofGroup = Contains(HasSubstr("group _qvclient"));
+    EXPECT_EQ(testing::Matches(ofGroup)(verification.warnings()), named == nullptr);
+    const auto ofAnchors = Contains(HasSubstr("no client can be trusted"));
+    if (!std::filesystem::exists(ClientVerification::anchorsDirectory())) {
+        EXPECT_THAT(verification.warnings(), ofAnchors);
+    }
+}
+
+} // namespace
+} // namespace qv::test

@@ -1,0 +1,32 @@
+#pragma once
+
+#include "platform/foundation/values/Value.h"
+
+#include <cstdint>
+#include <initializer_list>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace qv::test {
+
+/// A property list on one line, kinds told apart: `{ NS.keys: [UID 2], NSCode: 0 }`, `false`,
+/// `1.0`,
+/// `<6162>`. Dictionaries in the order of their keys.
+[[nodiscard]] std::string listText(const Value& value);
+
+/// `listText` of every element of an archive's `$objects`.
+[[nodiscard]] std::vector<std::string> objectTexts(std::string_view archive);
+
+/// The NSDebugDescription with which reading fails, after a check of domain and code; "no error".
+[[nodiscard]] std::string refusalOf(std::string_view archive);
+
+/// A binary archive of these elements behind "$null", the root being number 1.
+[[nodiscard]] std::string archiveOf(std::vector<Value> elements);
+
+/// Elements to build such archives from.
+[[nodiscard]] Value uid(std::uint32_t index);
+[[nodiscard]] Value uids(std::initializer_list<std::uint32_t> indexes);
+[[nodiscard]] Value classRecord(std::string_view name);
+
+} // namespace qv::test

@@ -1,0 +1,176 @@
+#include "platform/security/CodeSigningStatus.h"
+#include "platform/security/GuestTest.h"
+#include "platform/security/guest/ProcessFileSystem.h"
+
+#include <cerrno>
+#include <functional>
+
+namespace qv::test {
+namespace {
+
+/// Answers like the kernel but for one call, or lets something happen right before one.
+class FaultySystem final : public ProcessFileSystem {
+public:
+    static constexpr int kNothingRead = 0; ///< in place of an errno: a read gives the end
+
+    void failCall(int number, int errorNumber) {
+        calls_ = 0;
+        failing_ = number;
+        errorNumber_ = errorNumber;
+        failed_ = false;
+    }
+    void beforeCall(int number, std::function<void()> event) {
+        failCall(0, 0);
+        eventful_ = number;
+        event_ = std::move(event);
+    }
+    [[nodiscard]] int calls() const { return calls_; }
+    [[nodiscard]] bool hasFailed() const { return failed_; }
+
+    Result<UniqueFd> openProcess(pid_t pid) override {
+        return answer([&] { return kernel_.openProcess(pid); });
+    }
+    Result<UniqueFd> duplicate(int fd) override {
+        return answer([&] { return kernel_.duplicate(fd); });
+    }
+    Result<UniqueFd> open(int directory, const std::string& path, int flags) override {
+        return answer([&] { return kernel_.open(directory, path, flags); });
+    }
+    Result<struct stat> status(int fd) override {
+        return answer([&] { return kernel_.status(fd); });
+    }
+    Result<struct stat> statusAt(int directory, const std::string& path) override {
+        return answer([&] { return kernel_.statusAt(directory, path); });
+    }
+    Result<std::uint64_t> fileSystemMagic(int fd) override {
+        return answer([&] { return kernel_.fileSystemMagic(fd); });
+    }
+    Result<std::size_t> read(int fd, std::uint64_t offset, std::span<char> buffer) override {
+        auto bytes = answer([&] { return kernel_.read(fd, offset, buffer); });
+        if (calls_ == failing_ && errorNumber_ == kNothingRead && bytes && *bytes > 0) {
+            failed_ = true; // at the end of a file nothing is no fault
+            return 0;
+        }
+        return bytes;
+    }
+    Result<bool> hasEnded(int pidfd) override {
+        return answer([&] { return kernel_.hasEnded(pidfd); });
+    }
+
+private:
+    template <typename Call> auto answer(Call call) -> decltype(call()) {
+        ++calls_;
+        if (calls_ == eventful_) {
+            event_();
+        }
+        if (calls_ != failing_ || errorNumber_ == kNothingRead) {
+            return call();
+        }
+        failed_ = true;
+        return tl::unexpected(errorNumber_);
+    }
+
+    KernelProcessFileSystem kernel_;
+    int calls_ = 0;
+    int failing_ = 0;
+    int errorNumber_ = 0;
+    bool failed_ = false;
+    int eventful_ = 0;
+    std::function<void()> event_;
+};
+
+class GuestFaults : public GuestTest {
+protected:
+    /// Lets something happen to a client before each call of its look-up, and judges each outcome.
+    static void disturb(const ClientProcess::Options& options,
+                        const std::function<void(ClientProcess&)>& event,
+                        const std::function<void(const GuestOutcome&)>& expect) {
+        auto system = std::make_shared<FaultySystem>();
+        GuestServices services(programs()->configuration(), system);
+        int calls = 0;
+        for (int number = 0; number <= calls; ++number) {
+            ClientProcess client(options);
+            system->beforeCall(number, [&] { event(client); });
+            const GuestOutcome outcome = judgePeer(services, client);
+            if (number == 0) {
+                ASSERT_TRUE(outcome.isAccepted()) << outcome.reason;
+                calls = system->calls();
+            } else if (number <= system->calls()) {
+                SCOPED_TRACE("call " + std::to_string(number) + " of " + std::to_string(calls));
+                expect(outcome);
+            }
+        }
+    }
+
+    /// Fails every call of a look-up that would succeed, one after the other.
+    static void sweep(const ClientProcess& client) {
+        auto system = std::make_shared<FaultySystem>();
+        GuestServices services(programs()->configuration(), system);
+        const auto run = [&] { return judgePeer(services, client); };
+        const GuestOutcome good = run();
+        ASSERT_TRUE(good.isAccepted()) << good.lookup << " " << good.reason;
+        const int calls = system->calls();
+        ASSERT_GT(calls, 30);
+        int failures = 0;
+        for (const int errorNumber : {EPERM, ENOENT, ESRCH, EIO, EACCES, EMFILE, EINVAL, ENOSYS,
+                                      FaultySystem::kNothingRead}) {
+            for (int number = 1; number <= calls; ++number) {
+                system->failCall(number, errorNumber);
+                const GuestOutcome outcome = run();
+                if (system->hasFailed()) {
+                    ++failures;
+                    EXPECT_FALSE(outcome.isAccepted())
+                        << "call " << number << " of " << calls << ", errno " << errorNumber;
+                }
+            }
+        }
+        // Mounts come and go, so that a list of them takes a call more or less to read.
+        EXPECT_GT(failures, calls * 7);
+        EXPECT_TRUE(run().isAccepted()); // nothing of it stays
+    }
+};
+
+TEST_F(GuestFaults, NoFailedCallMakesAMarkedClientAcceptable) {
+    const ClientProcess client(asNobody(programs()->markedClient("marked", 0x10300)));
+    sweep(client);
+}
+
+TEST_F(GuestFaults, NoFailedCallMakesADebuggableClientAcceptable) {
+    const ClientProcess client(asNobody(programs()->debuggableClient("debuggable")));
+    sweep(client);
+}
+
+TEST_F(GuestFaults, AClientThatEndsMeanwhileHasEnded) {
+    disturb(
+        asNobody(programs()->markedClient("ends", 0x10300)),
+        [](ClientProcess& client) { client.kill(); },
+        [](const GuestOutcome& outcome) {
+            if (outcome.lookup != 0) {
+                EXPECT_EQ(outcome.lookup, codesign_status::kErrnoBase + ESRCH);
+            } else {
+                EXPECT_EQ(outcome.validity, codesign_status::kNoSuchCode);
+            }
+        });
+}
+
+TEST_F(GuestFaults, AClientThatExecutesSomethingElseMeanwhileIsRefused) {
+    ClientProcess::Options options = asNobody(programs()->markedClient("executes", 0x10300));
+    options.file = programs()->unsignedClient("something-else");
+    disturb(
+        options, [](ClientProcess& client) { client.command('x'); },
+        [](const GuestOutcome& outcome) { EXPECT_FALSE(outcome.isAccepted()); });
+    // The other way round, no moment turns what connected into what it executed.
+    options.program = options.file;
+    options.file = *programs() / "executes";
+    auto system = std::make_shared<FaultySystem>();
+    GuestServices services(programs()->configuration(), system);
+    for (int number = 1, calls = 1; number <= calls; ++number) {
+        const ClientProcess client(options);
+        system->beforeCall(number, [&] { client.command('x'); });
+        EXPECT_FALSE(judgePeer(services, client).isAccepted()) << number;
+        calls = system->calls();
+    }
+}
+
+} // namespace
+} // namespace qv::test

@@ -1,0 +1,219 @@
+#include "platform/security/CodeSigningStatus.h"
+#include "platform/security/GuestTest.h"
+#include "platform/security/guest/GuestAttributes.h"
+
+#include <gmock/gmock.h>
+
+#include <fcntl.h>
+#include <limits>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/vfs.h>
+#include <thread>
+
+namespace qv::test {
+namespace {
+
+constexpr std::int32_t kNoProcess = codesign_status::kErrnoBase + ESRCH;
+
+std::int32_t lookUp(GuestServices& services, const Value& attributes) {
+    return judge(services, attributes).lookup;
+}
+
+AuditToken tokenOf(const ClientProcess& client) {
+    struct stat info{};
+    EXPECT_EQ(::fstat(client.pidfd(), &info), 0);
+    AuditToken token;
+    token.words = {0,
+                   client.connectedUser(),
+                   client.connectedGroup(),
+                   client.connectedUser(),
+                   client.connectedGroup(),
+                   static_cast<std::uint32_t>(client.pid()),
+                   static_cast<std::uint32_t>(info.st_ino >> 32U),
+                   static_cast<std::uint32_t>(info.st_ino)};
+    return token;
+}
+
+Value auditAttribute(const AuditToken& token) {
+    return Value::dictionary({{kSecGuestAttributeAudit, token.data()}});
+}
+
+bool numbersProcessesForGood(const ClientProcess& client) {
+    struct statfs info{};
+    return ::fstatfs(client.pidfd(), &info) == 0 && info.f_type == 0x50494446;
+}
+
+TEST(GuestAttributes, MustNameAProcessInOneOfTwoWays) {
+    GuestServices services({});
+    EXPECT_EQ(lookUp(services, Value::dictionary({})),
+              codesign_status::kUnsupportedGuestAttributes);
+    EXPECT_EQ(lookUp(services, Value()), codesign_status::kUnsupportedGuestAttributes);
+    for (const auto& [key, value] : {std::pair{kSecGuestAttributePid, Value::string("1")},
+                                     {kSecGuestAttributePid, Value::boolean(true)},
+                                     {kSecGuestAttributeAudit, Value::data(std::string(31, '\1'))},
+                                     {kSecGuestAttributeAudit, Value::data(std::string(33, '\1'))},
+                                     {kSecGuestAttributeAudit, Value::integer(1)}}) {
+        EXPECT_EQ(lookUp(services, Value::dictionary({{key, value}})),
+                  codesign_status::kInvalidAttributeValues);
+    }
+    std::shared_ptr<const SecCode> code;
+    EXPECT_EQ(services.copyGuestWithAttributes(pidAttribute(::getpid()), nullptr),
+              codesign_status::kObjectRequired);
+}
+
+TEST(GuestAttributes, NumbersThatCanBeNoProcessNameNone) {
+    GuestServices services({});
+    constexpr std::int64_t kLarge = std::int64_t{1} << 32U;
+    for (const std::int64_t number : {std::int64_t{0}, std::int64_t{-1}, kLarge + ::getpid(),
+                                      std::numeric_limits<std::int64_t>::min()}) {
+        EXPECT_EQ(
+            lookUp(services, Value::dictionary({{kSecGuestAttributePid, Value::integer(number)}})),
+            kNoProcess)
+            << number;
+    }
+    std::thread([&] { EXPECT_EQ(lookUp(services, pidAttribute(::gettid())), kNoProcess); }).join();
+    AuditToken token;
+    EXPECT_EQ(lookUp(services, auditAttribute(token)), kNoProcess);
+}
+
+TEST(GuestPeers, TheLatestLivingRegistrationCounts) {
+    ConnectedPeers peers;
+    std::optional<RegisteredPeer> first = peers.add(ConnectedPeer(7, 1, 1000, 1));
+    std::optional<RegisteredPeer> second = peers.add(ConnectedPeer(7, 2, 1000, 2));
+    const RegisteredPeer other = peers.add(ConnectedPeer(8, 3, 1000, 3));
+    EXPECT_EQ(peers.find(7)->pidfd, 2);
+    RegisteredPeer moved(std::move(*second));
+    second.reset();
+    EXPECT_EQ(peers.find(7)->pidfd, 2);
+    first.reset();
+    EXPECT_EQ(peers.find(7)->pidfd, 2);
+    {
+        const RegisteredPeer last(std::move(moved));
+    }
+    EXPECT_EQ(peers.find(7), nullptr);
+    EXPECT_EQ(peers.find(8)->pidfd, 3);
+}
+
+class GuestLookupLive : public GuestTest {
+protected:
+    void SetUp() override {
+        GuestTest::SetUp();
+        if (!IsSkipped()) {
+            services_.emplace(programs()->configuration());
+            program_ = *programs() / "client";
+            if (!std::filesystem::exists(program_)) {
+                programs()->debuggableClient("client");
+            }
+        }
+    }
+    std::optional<GuestServices> services_;
+    std::filesystem::path program_;
+};
+
+TEST_F(GuestLookupLive, NeitherAZombieNorAGoneProcessIsFound) {
+    ClientProcess client(asNobody(program_));
+    ASSERT_TRUE(judgePeer(*services_, client).isAccepted());
+    client.kill();
+    EXPECT_EQ(judgePeer(*services_, client).lookup, kNoProcess);
+    EXPECT_EQ(lookUp(*services_, pidAttribute(client.pid())), kNoProcess);
+    client.reap();
+    EXPECT_EQ(judgePeer(*services_, client).lookup, kNoProcess);
+    EXPECT_EQ(lookUp(*services_, pidAttribute(client.pid())), kNoProcess);
+}
+
+TEST_F(GuestLookupLive, ACodeIsOfOneImageOfOneProcess) {
+    ClientProcess::Options options = asNobody(program_);
+    options.file = program_; // the same program, and yet another image
+    for (const bool executes : {true, false}) {
+        ClientProcess client(options);
+        std::shared_ptr<const SecCode> code;
+        ASSERT_EQ(services_->copyGuestWithAttributes(pidAttribute(client.pid()), &code), 0);
+        ASSERT_EQ(code->checkValidityWithErrors(nullptr, nullptr), 0);
+        if (executes) {
+            client.command('x');
+        } else {
+            client.kill();
+        }
+        Value information;
+        EXPECT_EQ(code->copySigningInformation(kSecCSDynamicInformation, &information),
+                  codesign_status::kNoSuchCode);
+        EXPECT_TRUE(information.isNull());
+        EXPECT_EQ(code->checkValidityWithErrors(nullptr, nullptr), codesign_status::kNoSuchCode);
+        // What the signature says does not depend on the process.
+        EXPECT_EQ(code->copySigningInformation(0, &information), 0);
+        EXPECT_EQ(information.find(kSecCodeInfoTeamIdentifier)->asString(), kTeam);
+        EXPECT_EQ(information.find(kSecCodeInfoStatus), nullptr);
+    }
+}
+
+TEST_F(GuestLookupLive, AReusedNumberIsNotThePeer) {
+    ClientProcess first(asNobody(program_));
+    const AuditToken token = tokenOf(first);
+    const bool numbered = numbersProcessesForGood(first);
+    if (numbered) {
+        ASSERT_TRUE(judge(*services_, auditAttribute(token)).isAccepted());
+    }
+    first.kill();
+    first.reap();
+    ClientProcess::Options options = asNobody(program_);
+    options.pid = first.pid();
+    const ClientProcess second(options);
+    ASSERT_EQ(second.pid(), first.pid());
+    EXPECT_EQ(judgePeer(*services_, first).lookup, kNoProcess);
+    EXPECT_EQ(lookUp(*services_, auditAttribute(token)), codesign_status::kNoSuchCode);
+    EXPECT_TRUE(judgePeer(*services_, second).isAccepted());
+    if (numbered) {
+        EXPECT_TRUE(judge(*services_, auditAttribute(tokenOf(second))).isAccepted());
+    }
+}
+
+TEST_F(GuestLookupLive, APeerWhoseDescriptorIsNotItsOwnIsRefused) {
+    const ClientProcess client(asNobody(program_));
+    const ClientProcess other(asNobody(program_));
+    for (const auto& [descriptor, status] : {std::pair{other.pidfd(), codesign_status::kNoSuchCode},
+                                             {-1, codesign_status::kErrnoBase + EBADF},
+                                             {STDIN_FILENO, codesign_status::kNoSuchCode}}) {
+        const RegisteredPeer peer =
+            services_->registerPeer(ConnectedPeer(client.pid(), descriptor, kNobody, kNobody));
+        EXPECT_EQ(lookUp(*services_, pidAttribute(client.pid())), status);
+    }
+}
+
+TEST_F(GuestLookupLive, OnlyProgramsOfLocalFileSystemsAreRead) {
+    constexpr unsigned kKeepsDescriptor = 0;
+    const UniqueFd memory(::memfd_create("client", kKeepsDescriptor));
+    const std::string content = contentOf(program_);
+    ASSERT_EQ(::write(memory.get(), content.data(), content.size()),
+              static_cast<ssize_t>(content.size()));
+    const UniqueFd readable(::open(("/proc/self/fd/" + std::to_string(memory.get())).c_str(),
+                                   O_RDONLY)); // NOLINT(android-cloexec-open): handed on
+    ClientProcess::Options options = asNobody("/proc/self/fd/" + std::to_string(readable.get()));
+    const ClientProcess client(options);
+    EXPECT_EQ(judgePeer(*services_, client).lookup, codesign_status::kSignatureNotVerifiable);
+}
+
+TEST_F(GuestLookupLive, AProcessInAUserNamespaceOfItsOwnIsRefused) {
+    ClientProcess::Options options = asNobody(program_);
+    options.userNamespace = true;
+    const ClientProcess client(options);
+    EXPECT_EQ(judgePeer(*services_, client).lookup, codesign_status::kNoSuchCode);
+}
+
+TEST_F(GuestLookupLive, TheLookUpEndsAtItsDeadline) {
+    CodeSigningConfiguration configuration = programs()->configuration();
+    configuration.lookupTime = std::chrono::milliseconds(0);
+    GuestServices hurried(configuration);
+    const ClientProcess client(asNobody(program_));
+    EXPECT_EQ(judgePeer(hurried, client).lookup, codesign_status::kCancelled);
+}
+
+TEST_F(GuestLookupLive, ThreadsOfTheKernelAreNoCode) {
+    if (contentOf("/proc/2/status").find("\nKthread:\t1\n") == std::string::npos) {
+        GTEST_SKIP() << "process 2 is no thread of the kernel here";
+    }
+    EXPECT_EQ(lookUp(*services_, pidAttribute(2)), codesign_status::kNoSuchCode);
+}
+
+} // namespace
+} // namespace qv::test

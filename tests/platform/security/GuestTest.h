@@ -1,0 +1,99 @@
+#pragma once
+
+#include "platform/security/GuestServices.h"
+#include "platform/security/SecCode.h"
+#include "support/ClientProcess.h"
+#include "support/InstalledPrograms.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unistd.h>
+
+namespace qv::test {
+
+inline constexpr std::string_view kTeamRequirement =
+    "anchor apple generic and certificate leaf[subject.OU] = T4KQ8ZP3WM";
+
+[[nodiscard]] inline Value pidAttribute(pid_t pid) {
+    return Value::dictionary({{kSecGuestAttributePid, Value::integer(pid)}});
+}
+
+/// What a verifier would see, call by call; a call that is not reached has no status.
+struct GuestOutcome {
+    std::int32_t lookup = 0;
+    std::optional<std::int32_t> information = std::nullopt;
+    std::uint32_t flags = 0;
+    std::optional<std::int32_t> validity = std::nullopt;
+    std::string reason; ///< of the validity check
+
+    /// The rule of the service: the flags, then the validity.
+    [[nodiscard]] bool isAccepted() const {
+        const bool enough =
+            (flags & 0x4U) != 0 || (flags & 0x300U) == 0x300U || (flags & 0x10001U) == 0x10001U;
+        return lookup == 0 && information == 0 && enough && validity == 0;
+    }
+};
+
+[[nodiscard]] inline GuestOutcome judge(CodeSigningServices& services, const Value& attributes) {
+    GuestOutcome outcome;
+    std::shared_ptr<const SecCode> code;
+    outcome.lookup = services.copyGuestWithAttributes(attributes, &code);
+    if (outcome.lookup != 0) {
+        return outcome;
+    }
+    Value information;
+    outcome.information = code->copySigningInformation(kSecCSDynamicInformation, &information);
+    if (outcome.information == 0) {
+        outcome.flags =
+            static_cast<std::uint32_t>(information.find(kSecCodeInfoStatus)->asInteger());
+    }
+    std::shared_ptr<const Requirement> requirement;
+    EXPECT_EQ(services.createRequirementWithString(kTeamRequirement, &requirement), 0);
+    Error error;
+    outcome.validity = code->checkValidityWithErrors(requirement.get(), &error);
+    if (error) {
+        EXPECT_EQ(error.domain(), error_domain::kOSStatus);
+        EXPECT_EQ(error.code(), outcome.validity);
+        outcome.reason = error.userInfo().find(error_key::kDebugDescription)->asString();
+    }
+    return outcome;
+}
+
+/// Judges a client as a connection layer would: as the peer that connected.
+[[nodiscard]] inline GuestOutcome judgePeer(GuestServices& services, const ClientProcess& client) {
+    const RegisteredPeer peer = services.registerPeer(ConnectedPeer(
+        client.pid(), client.pidfd(), client.connectedUser(), client.connectedGroup()));
+    return judge(services, pidAttribute(client.pid()));
+}
+
+/// Programs that are installed once for all tests of a suite.
+class GuestTest : public testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        if (::geteuid() == 0) {
+            programs() = std::make_unique<InstalledPrograms>();
+        }
+    }
+    static void TearDownTestSuite() { programs().reset(); }
+    void SetUp() override {
+        if (!programs()) {
+            GTEST_SKIP() << "needs root: looks into processes of other users";
+        }
+        if (programs()->ignoresSetGroup()) {
+            GTEST_SKIP() << "needs a temporary folder whose mount is not nosuid";
+        }
+    }
+    static std::unique_ptr<InstalledPrograms>& programs() {
+        static std::unique_ptr<InstalledPrograms> instance;
+        return instance;
+    }
+    [[nodiscard]] static ClientProcess::Options asNobody(const std::filesystem::path& program) {
+        return {.program = program, .user = kNobody, .group = kNobody};
+    }
+};
+
+} // namespace qv::test

@@ -1,0 +1,180 @@
+#include "platform/security/guest/ProcessText.h"
+
+#include "platform/foundation/files/UniqueFd.h"
+#include "platform/security/CodeSigningStatus.h"
+#include "support/TemporaryDirectory.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <sys/mman.h>
+#include <sys/prctl.h>
+
+namespace qv {
+namespace {
+
+using testing::ElementsAre;
+using testing::Field;
+using testing::SizeIs;
+
+constexpr std::string_view kStatus = "Name:\tclient\n"
+                                     "State:\tS (sleeping)\n"
+                                     "TracerPid:\t0\n"
+                                     "Uid:\t1000\t1001\t1002\t1003\n"
+                                     "Gid:\t100\t101\t102\t103\n"
+                                     "Seccomp:\t2\n"
+                                     "Seccomp_filters:\t1\n";
+
+std::string with(std::string_view text, std::string_view old, std::string_view replacement) {
+    std::string result(text);
+    return result.replace(result.find(old), old.size(), replacement);
+}
+
+template <typename T> std::string reasonOf(const tl::expected<T, Error>& result) {
+    if (result) {
+        return "(accepted)";
+    }
+    EXPECT_EQ(result.error().code(), codesign_status::kInternalError);
+    const Value userInfo = result.error().userInfo();
+    return std::string(userInfo.find(error_key::kDebugDescription)->asString());
+}
+
+TEST(ProcessTextMaps, KeepsWhatIsExecutableWhateverItIsCalled) {
+    const auto mappings = parseExecutableMappings(
+        "55979696b000-55979696c000 r--p 00000000 fe:00 18624     /usr/bin/client\n"
+        "55979696c000-55979696d000 r-xp 00001000 fe:00 18624     /usr/bin/client (deleted)\n"
+        "5597d34cd000-5597d367d000 rwxs 00000000 00:00 0         [heap]\n"
+        "7f10ca18e000-7f10ca192000 r-xp 00000000 103:2f1 99      /a b\\012c  d\n"
+        "7f10ca200000-7f10ca201000 --xp 00000000 00:00 0 \n"
+        "ffffffffff600000-ffffffffff601000 --xp 00000000 00:00 0                  [vsyscall]\n");
+    ASSERT_TRUE(mappings);
+    ASSERT_THAT(*mappings, SizeIs(5));
+    EXPECT_EQ(mappings->at(0), (ExecutableMapping{.start = 0x55979696c000,
+                                                  .end = 0x55979696d000,
+                                                  .offset = 0x1000,
+                                                  .major = 0xfe,
+                                                  .inode = 18624,
+                                                  .name = "/usr/bin/client (deleted)"}));
+    EXPECT_TRUE(mappings->at(1).writable);
+    EXPECT_TRUE(mappings->at(1).shared);
+    EXPECT_EQ(mappings->at(2).minor, 0x2f1U);
+    EXPECT_EQ(mappings->at(2).name, "/a b\\012c  d");
+    EXPECT_EQ(mappings->at(3).name, "");
+    EXPECT_EQ(mappings->at(4).end, 0xffffffffff601000U);
+}
+
+TEST(ProcessTextMaps, RefusesWhatDoesNotReadToItsEnd) {
+    EXPECT_TRUE(parseExecutableMappings("")->empty());
+    constexpr std::string_view kLine = "1000-2000 r-xp 00000000 fe:00 7 /a";
+    EXPECT_EQ(reasonOf(parseExecutableMappings(kLine)), "maps, line 1: the line is cut off");
+    const std::string good = std::string(kLine) + "\n";
+    ASSERT_TRUE(parseExecutableMappings(good));
+    for (const auto& [old, replacement] : {std::pair{"1000-", "1000"},
+                                           {"1000-2000", "2000-2000"},
+                                           {"2000", "fffffffffffffffff"},
+                                           {"r-xp", "r-x"},
+                                           {"r-xp", "rx-p"},
+                                           {"r-xp", "r-xq"},
+                                           {"fe:00", "fe"},
+                                           {" 7", " x"},
+                                           {" 7", " -7"},
+                                           {" 7 ", " 7x"},
+                                           {"1000", " 1000"},
+                                           {"00000000", ""}}) {
+        EXPECT_EQ(reasonOf(parseExecutableMappings(good + with(good, old, replacement))),
+                  "maps, line 2: the mapping does not read")
+            << replacement;
+    }
+}
+
+TEST(ProcessTextStatus, TakesTheEffectiveIdsAndTheTracer) {
+    auto status = parseProcessStatus(kStatus);
+    ASSERT_TRUE(status);
+    EXPECT_EQ(status->tracer, 0);
+    EXPECT_EQ(status->effectiveUser, 1001U);
+    EXPECT_EQ(status->effectiveGroup, 101U);
+    EXPECT_EQ(status->seccomp, 2);
+    status = parseProcessStatus(with(with(kStatus, "Seccomp:\t2\n", ""), "Pid:\t0", "Pid:\t17"));
+    ASSERT_TRUE(status);
+    EXPECT_EQ(status->tracer, 17);
+    EXPECT_EQ(status->seccomp, std::nullopt);
+}
+
+TEST(ProcessTextStatus, NoProcessNameAddsOrHidesAField) {
+    const std::string named = with(kStatus, "client", "x) S 1 TracerPid:\\nUid:\t0\t0\t0\t0");
+    EXPECT_EQ(parseProcessStatus(named)->effectiveUser, 1001U);
+    EXPECT_EQ(reasonOf(parseProcessStatus(with(kStatus, "client", "x\nTracerPid:\t0"))),
+              "status, line 4: TracerPid comes twice");
+    EXPECT_EQ(reasonOf(parseProcessStatus(with(kStatus, "\t101", "\tx"))),
+              "status, line 5: Gid does not read");
+    EXPECT_EQ(reasonOf(parseProcessStatus(with(kStatus, "\t1003", ""))),
+              "status, line 4: Uid does not read");
+    EXPECT_EQ(reasonOf(parseProcessStatus(with(kStatus, "Pid:\t0", "Pid:\t0 1"))),
+              "status, line 3: TracerPid does not read");
+    EXPECT_EQ(reasonOf(parseProcessStatus(with(kStatus, "TracerPid", "Tracer"))),
+              "status, line 7: there is no TracerPid");
+    EXPECT_EQ(reasonOf(parseProcessStatus(kStatus.substr(0, kStatus.size() - 1))),
+              "status, line 7: the line is cut off");
+}
+
+TEST(ProcessTextDescriptors, TellsMountAndProcess) {
+    auto info = parseDescriptorInfo("pos:\t0\nflags:\t02000002\nmnt_id:\t27\nino:\t18\n");
+    ASSERT_TRUE(info);
+    EXPECT_EQ(info->mount, 27U);
+    EXPECT_EQ(info->process, std::nullopt);
+    info = parseDescriptorInfo("mnt_id:\t15\nPid:\t-1\nNSpid:\t-1\n");
+    ASSERT_TRUE(info);
+    EXPECT_EQ(info->process, -1);
+    EXPECT_EQ(reasonOf(parseDescriptorInfo("Pid:\t99999999999999\n")),
+              "fdinfo, line 1: Pid does not read");
+}
+
+TEST(ProcessTextMounts, FindsTheTypeBehindAnyNumberOfTags) {
+    constexpr std::string_view kMounts = "27 1 254:0 / / rw,relatime - ext4 /dev/vda rw,discard\n"
+                                         "28 27 0:25 / /mnt/a\\040-\\040ext4\\012b rw shared:1 "
+                                         "master:2 - fuse.sshfs x:\\040-\\040ext4 rw\n"
+                                         "29 27 0:25 - - - - tmpfs - rw\n"
+                                         "30 27 0:25 / /mnt rw shared:1\n";
+    EXPECT_EQ(fileSystemTypeOfMount(kMounts, 27)->value(), "ext4");
+    EXPECT_EQ(fileSystemTypeOfMount(kMounts, 28)->value(), "fuse.sshfs");
+    EXPECT_EQ(fileSystemTypeOfMount(kMounts, 29)->value(), "tmpfs");
+    EXPECT_EQ(*fileSystemTypeOfMount(kMounts, 2), std::nullopt);
+    EXPECT_EQ(reasonOf(fileSystemTypeOfMount(kMounts, 30)),
+              "mountinfo, line 4: the mount has no type");
+    EXPECT_EQ(
+        reasonOf(fileSystemTypeOfMount(std::string(kMounts) + "27 1 0:1 / / rw - xfs a b\n", 27)),
+        "mountinfo, line 5: the mount comes twice");
+    EXPECT_EQ(reasonOf(fileSystemTypeOfMount("x 1\n", 27)),
+              "mountinfo, line 1: the mount does not read");
+    EXPECT_EQ(reasonOf(fileSystemTypeOfMount("28 1", 27)),
+              "mountinfo, line 1: the line is cut off");
+}
+
+// The kernel's own texts, with a name of a process and of a file that try to look like a line.
+TEST(ProcessTextKernel, ReadsTheFilesOfAHostilelyNamedProcess) {
+    constexpr const char* kFile = "x\n1000-2000 r-xp 00000000 fe:00 7 /a";
+    const UniqueFd memory(::memfd_create(kFile, MFD_CLOEXEC));
+    ASSERT_TRUE(memory);
+    ASSERT_EQ(::ftruncate(memory.get(), 4096), 0);
+    void* mapped = ::mmap(nullptr, 4096, PROT_READ | PROT_EXEC, MAP_PRIVATE, memory.get(), 0);
+    ASSERT_NE(mapped, MAP_FAILED);
+    const auto mappings = parseExecutableMappings(test::contentOf("/proc/self/maps"));
+    ::munmap(mapped, 4096);
+    ASSERT_TRUE(mappings) << mappings.error().description();
+    EXPECT_THAT(*mappings, testing::Contains(Field(&ExecutableMapping::start,
+                                                   reinterpret_cast<std::uintptr_t>(mapped))));
+    EXPECT_THAT(*mappings,
+                testing::Not(testing::Contains(Field(&ExecutableMapping::start, 0x1000U))));
+
+    std::array<char, 16> name{};
+    ASSERT_EQ(::prctl(PR_GET_NAME, name.data()), 0);
+    ASSERT_EQ(::prctl(PR_SET_NAME, "x\nUid:\t0\t0\t0"), 0);
+    const auto status = parseProcessStatus(test::contentOf("/proc/thread-self/status"));
+    ASSERT_EQ(::prctl(PR_SET_NAME, name.data()), 0);
+    ASSERT_TRUE(status) << status.error().description();
+    EXPECT_EQ(status->effectiveUser, ::geteuid());
+    EXPECT_EQ(status->effectiveGroup, ::getegid());
+}
+
+} // namespace
+} // namespace qv

@@ -1,0 +1,306 @@
+#include "platform/foundation/files/UniqueFd.h"
+#include "platform/security/DigestCache.h"
+#include "platform/security/signature/SignatureTrailer.h"
+
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "SignatureFixture.h"
+#include <fcntl.h>
+#include <set>
+#include <unistd.h>
+
+namespace qv::test {
+namespace {
+
+using namespace codesign_status;
+using std::chrono::steady_clock;
+
+const TestAuthority& authority() {
+    static const TestAuthority kAuthority;
+    return kAuthority;
+}
+
+// Replaces the trailer of a program by one of other parts.
+void writeTrailer(const SignedProgram& program, const std::string& directory,
+                  const std::string& cms) {
+    SignatureTrailer trailer;
+    trailer.directory = directory;
+    trailer.cms = cms;
+    program.folder().write("program", contentOf("/bin/true") + trailer.encoded());
+}
+
+// The same with a directory that the authority's leaf really signed.
+void signDirectory(const SignedProgram& program, const CodeDirectory& directory,
+                   const TestIdentity& signer = authority().leaf) {
+    const std::string bytes = directory.encoded().value();
+    writeTrailer(program, bytes,
+                 cmsOver(bytes, {.signers = {&signer}, .others = {&authority().intermediate}}));
+}
+
+std::string revoking(std::span<const std::uint8_t> digest) {
+    return fmt::format("{:02x}\n", fmt::join(digest, ""));
+}
+
+TEST(StaticCode, TellsTheFactsOfAGoodSignature) {
+    SignedProgram program(authority());
+    const auto outcome = program.sign([](SigningRequest& request) {
+        request.platform = 7;
+        request.info = Value::dictionary({{"CFBundleVersion", Value::string("1.0.3")}});
+        request.entitlements = Value::dictionary({{"com.example.right", Value::boolean(true)}});
+    });
+    ASSERT_TRUE(outcome) << outcome.error().description();
+    const StaticCode code = program.examined();
+    EXPECT_EQ(code.status(), kSuccess) << code.reason();
+    EXPECT_EQ(code.reason(), "");
+    EXPECT_TRUE(code.hasTrailer() && code.signatureIntact() && code.digestMatches());
+    EXPECT_FALSE(code.getTaskAllow());
+    EXPECT_EQ(code.directoryFlags(), 0x300U);
+    EXPECT_EQ(code.facts().identifier, "com.larkwen.QVCatalogHelper");
+    EXPECT_EQ(code.facts().team, kTeam);
+    EXPECT_EQ(code.facts().platform, 7U);
+    EXPECT_EQ(code.facts().info.find("CFBundleVersion")->asString(), "1.0.3");
+    EXPECT_TRUE(code.facts().entitlements.find("com.example.right")->asBoolean());
+    ASSERT_EQ(code.facts().chain.size(), 3U);
+    EXPECT_TRUE(code.facts().chain.back().vendorRoot);
+}
+
+TEST(StaticCode, UnsignedIsNotTheSameAsUnknown) {
+    SignedProgram program(authority());
+    const StaticCode plain = program.examined();
+    EXPECT_EQ(plain.status(), kUnsigned);
+    EXPECT_FALSE(plain.hasTrailer() || plain.signatureIntact() || plain.digestMatches());
+    program.folder().write("program", "#!/bin/sh\n");
+    EXPECT_EQ(program.examined().status(), kBadObjectFormat);
+    const UniqueFd folder(::open(program.folder().path().c_str(), O_RDONLY | O_CLOEXEC));
+    EXPECT_EQ(StaticCode::examine(folder.get(), {.anchors = program.anchors()}).status(),
+              kRegularFile);
+    EXPECT_EQ(StaticCode::examine(-1, {.anchors = program.anchors()}).status(), kErrnoBase + EBADF);
+}
+
+TEST(StaticCode, ReportsTheFirstFaultInItsOrder) {
+    const std::string bytes = contentOf("/bin/true");
+    SignedProgram program(authority());
+    const CodeDirectory good = directoryFor(bytes);
+
+    CodeDirectory shorter = good;
+    --shorter.coveredLength;
+    signDirectory(program, shorter);
+    EXPECT_EQ(program.examined().status(), kSignatureInvalid);
+    EXPECT_FALSE(program.examined().digestMatches());
+
+    CodeDirectory otherTeam = good;
+    otherTeam.team = "ANOTHERTEAM\n";
+    otherTeam.digest.fill(0);
+    signDirectory(program, otherTeam);
+    const StaticCode code = program.examined();
+    EXPECT_EQ(code.status(), kBadTeamIdentifier) << "the digest is wrong, too";
+    EXPECT_TRUE(code.signatureIntact());
+    EXPECT_FALSE(code.digestMatches());
+    EXPECT_THAT(code.reason(), testing::HasSubstr("ANOTHERTEAM\\x0a"));
+
+    writeTrailer(program, "no list", cmsOver("no list", {.signers = {&authority().leaf}}));
+    EXPECT_EQ(program.examined().status(), kBadDictionaryFormat);
+    EXPECT_TRUE(program.examined().signatureIntact());
+
+    writeTrailer(program, "no list", cmsOver("other", {.signers = {&authority().leaf}}));
+    EXPECT_EQ(program.examined().status(), kSignatureFailed)
+        << "an unsigned list must not even be read";
+    EXPECT_FALSE(program.examined().signatureIntact());
+    EXPECT_EQ(program.examined().facts().identifier, "");
+
+    const std::string directory = good.encoded().value();
+    writeTrailer(program, directory, "no CMS");
+    EXPECT_EQ(program.examined().status(), kSignatureInvalid);
+}
+
+TEST(StaticCode, TeamMustBeTheOnlyUnitOfTheSigner) {
+    SignedProgram program(authority());
+    const CodeDirectory directory = directoryFor(contentOf("/bin/true"));
+    for (const std::vector<std::string>& units :
+         {std::vector<std::string>{}, {std::string(kTeam), "OTHER"}, {"t4kq8zp3wm"}}) {
+        CertificateSpec spec = CertificateSpec::leaf();
+        spec.units = units;
+        signDirectory(program, directory, authority().intermediate.issue(spec));
+        EXPECT_EQ(program.examined().status(), kBadTeamIdentifier) << units.size();
+    }
+    signDirectory(program, directory);
+    EXPECT_EQ(program.examined().status(), kSuccess);
+}
+
+TEST(StaticCode, ExpiryCountsWhereTheDirectoryAsksForIt) {
+    CertificateSpec spec = CertificateSpec::leaf();
+    spec.validFromDays = -20;
+    spec.validToDays = -10;
+    const TestIdentity expired = authority().intermediate.issue(spec);
+    SignedProgram program(authority());
+    CodeDirectory directory = directoryFor(contentOf("/bin/true"));
+    signDirectory(program, directory, expired);
+    EXPECT_EQ(program.examined().status(), kSuccess) << program.examined().reason();
+    directory.flags |= code_flags::kCheckExpiration;
+    signDirectory(program, directory, expired);
+    const StaticCode code = program.examined();
+    EXPECT_EQ(code.status(), kCertificateExpired);
+    EXPECT_TRUE(code.signatureIntact() && code.digestMatches())
+        << "flags are told before the status";
+    signDirectory(program, directory);
+    EXPECT_EQ(program.examined().status(), kSuccess);
+}
+
+TEST(StaticCode, RevocationTakesEffectWithAWarmCache) {
+    SignedProgram program(authority());
+    ASSERT_TRUE(program.sign());
+    DigestCache cache(::geteuid(),
+                      [] { return std::chrono::system_clock::now() + std::chrono::hours(1); });
+    const Examination examination{.anchors = program.anchors(), .digestCache = &cache};
+    const StaticCode good = program.examinedUnder(examination);
+    ASSERT_EQ(good.status(), kSuccess) << good.reason();
+    const auto revoked = program.anchorFolder() / "revoked";
+    writeWithMode(revoked, revoking(good.facts().cdhash), 0644);
+    EXPECT_EQ(program.examinedUnder(examination).status(), kCertificateRevoked);
+    writeWithMode(revoked, revoking(good.facts().chain[1].sha256), 0644);
+    EXPECT_EQ(program.examinedUnder(examination).status(), kCertificateRevoked);
+    std::filesystem::remove(revoked);
+    EXPECT_EQ(program.examinedUnder(examination).status(), kSuccess);
+}
+
+TEST(StaticCode, WithoutAnchorsNothingIsAnchored) {
+    SignedProgram program(authority());
+    ASSERT_TRUE(program.sign());
+    std::filesystem::remove_all(program.anchorFolder());
+    const StaticCode code = program.examined();
+    EXPECT_EQ(code.status(), kSuccess) << "good, but of nobody in particular";
+    for (const CertificateFacts& certificate : code.facts().chain) {
+        EXPECT_FALSE(certificate.vendorRoot || certificate.platformRoot || certificate.trusted);
+    }
+}
+
+TEST(StaticCode, UnchangedProgramIsNotReadAgain) {
+    SignedProgram program(authority());
+    ASSERT_TRUE(program.sign());
+    DigestCache cache(::geteuid(),
+                      [] { return std::chrono::system_clock::now() + std::chrono::hours(1); });
+    const Examination examination{.anchors = program.anchors(), .digestCache = &cache};
+    ASSERT_EQ(program.examinedUnder(examination).status(), kSuccess);
+    const std::uint64_t hashed = cache.hashedBytes();
+    EXPECT_EQ(program.examinedUnder(examination).status(), kSuccess);
+    EXPECT_EQ(cache.hashedBytes(), hashed);
+    const UniqueFd file(::open(program.path().c_str(), O_RDWR | O_CLOEXEC));
+    ASSERT_EQ(::pwrite(file.get(), "x", 1, 4096), 1);
+    EXPECT_EQ(program.examinedUnder(examination).status(), kSignatureFailed);
+    EXPECT_GT(cache.hashedBytes(), hashed);
+}
+
+TEST(StaticCode, HugeAndLateProgramsAreNotRead) {
+    SignedProgram program(authority());
+    ASSERT_TRUE(program.sign());
+    const Examination late{.anchors = program.anchors(), .deadline = steady_clock::now()};
+    EXPECT_EQ(program.examinedUnder(late).status(), kCancelled);
+
+    CodeDirectory directory = directoryFor(contentOf("/bin/true"));
+    directory.coveredLength = std::uint64_t{1} << 40U;
+    SignatureTrailer trailer;
+    trailer.directory = directory.encoded().value();
+    trailer.cms = cmsOver(trailer.directory,
+                          {.signers = {&authority().leaf}, .others = {&authority().intermediate}});
+    const std::string end = trailer.encoded();
+    const UniqueFd file(::open(program.path().c_str(), O_RDWR | O_CLOEXEC));
+    ASSERT_EQ(::pwrite(file.get(), end.data(), end.size(), 1LL << 40),
+              static_cast<ssize_t>(end.size())); // sparse
+    EXPECT_EQ(program.examined().status(), kSignatureNotVerifiable);
+}
+
+// Flips bits of a signed file in place; what came of each.
+class Mutations {
+public:
+    explicit Mutations(const SignedProgram& program)
+        : program_(program), file_(::open(program.path().c_str(), O_RDWR | O_CLOEXEC)),
+          bytes_(contentOf(program.path())) {}
+
+    [[nodiscard]] std::uint64_t size() const { return bytes_.size(); }
+    StaticCode flipped(std::uint64_t byte, unsigned bit) const {
+        const char changed = static_cast<char>(bytes_[byte] ^ (1 << bit));
+        write(byte, changed);
+        StaticCode code = program_.examinedUnder({.anchors = anchors_});
+        write(byte, bytes_[byte]);
+        return code;
+    }
+
+private:
+    void write(std::uint64_t byte, char value) const {
+        ASSERT_EQ(::pwrite(file_.get(), &value, 1, static_cast<off_t>(byte)), 1);
+    }
+    const SignedProgram& program_;
+    // Nothing happens to the anchors: a clock that runs ahead spares reading them every time.
+    TrustAnchors anchors_{program_.anchorFolder(), ::geteuid(),
+                          [] { return std::chrono::system_clock::now() + std::chrono::hours(1); }};
+    UniqueFd file_;
+    std::string bytes_;
+};
+
+const std::set<std::int32_t> kRefusals = {kSignatureInvalid, kSignatureUnsupported,
+                                          kSignatureFailed,  kBadDictionaryFormat,
+                                          kUnsigned,         kUnsupportedDigestAlgorithm};
+
+TEST(StaticCode, NoFlippedBitIsAccepted) {
+    SignedProgram program(authority());
+    const auto root = program.folder().write("root.pem", authority().root.certificatePEM());
+    ASSERT_TRUE(
+        program.sign([&](SigningRequest& request) { request.intermediatePaths.push_back(root); }));
+    const Mutations mutations(program);
+    ASSERT_EQ(program.examined().status(), kSuccess) << program.examined().reason();
+    const std::uint64_t covered = contentOf("/bin/true").size();
+    std::map<std::int32_t, int> seen;
+    for (std::uint64_t byte = covered; byte < mutations.size(); ++byte) {
+        for (unsigned bit = 0; bit < 8; ++bit) {
+            const StaticCode code = mutations.flipped(byte, bit);
+            ++seen[code.status()];
+            ASSERT_TRUE(kRefusals.contains(code.status()))
+                << "byte " << byte - covered << " behind the program, bit " << bit << ": "
+                << code.status() << " " << code.reason();
+        }
+    }
+    for (std::uint64_t byte = 0; byte < covered; byte += byte < 64 ? 1 : 997) {
+        const StaticCode code = mutations.flipped(byte, static_cast<unsigned>(byte % 8));
+        ASSERT_TRUE(kRefusals.contains(code.status())) << "byte " << byte << code.status();
+    }
+    EXPECT_GT(seen[kSignatureFailed], 0);
+    EXPECT_GT(seen[kSignatureInvalid], 0);
+    EXPECT_GT(seen[kSignatureUnsupported], 0);
+    EXPECT_GT(seen[kUnsigned], 0);
+}
+
+TEST(StaticCode, WithoutTheRootAFlippedBitMayOnlyCostTheAnchor) {
+    // An issuer's own name for its issuer is vouched for by nobody once it names a stranger.
+    SignedProgram program(authority());
+    ASSERT_TRUE(program.sign());
+    const Mutations mutations(program);
+    const std::uint64_t covered = contentOf("/bin/true").size();
+    for (std::uint64_t byte = covered; byte < mutations.size(); ++byte) {
+        const StaticCode code = mutations.flipped(byte, static_cast<unsigned>(byte % 8));
+        if (code.status() == kSuccess) {
+            ASSERT_EQ(code.facts().chain.size(), 2U);
+            EXPECT_FALSE(code.facts().chain.back().vendorRoot);
+        } else {
+            ASSERT_TRUE(kRefusals.contains(code.status())) << code.status() << code.reason();
+        }
+    }
+}
+
+TEST(StaticCode, CutFilesAreRefused) {
+    SignedProgram program(authority());
+    ASSERT_TRUE(program.sign());
+    const std::string whole = contentOf(program.path());
+    const std::uint64_t covered = contentOf("/bin/true").size();
+    for (std::uint64_t size = 0; size < whole.size(); size += size + 3000 < covered ? 2999 : 13) {
+        program.folder().write("program", whole.substr(0, size));
+        const std::int32_t status = program.examined().status();
+        ASSERT_TRUE(status == kUnsigned || status == kBadObjectFormat) << size << ": " << status;
+    }
+    program.folder().write("program", whole + "x");
+    EXPECT_EQ(program.examined().status(), kUnsigned);
+}
+
+} // namespace
+} // namespace qv::test

@@ -1,0 +1,207 @@
+#include "platform/xpc/wire/WireError.h"
+
+#include <gtest/gtest.h>
+
+#include "RawClient.h"
+#include "ServiceThread.h"
+#include <future>
+#include <stdexcept>
+#include <sys/socket.h>
+
+namespace qv::xpc {
+namespace {
+
+using test::RawClient;
+using test::ServiceThread;
+using namespace std::chrono_literals;
+using Kind = ConnectionError::Kind;
+
+std::string textOf(const Message& message) {
+    const Value* text = message.dictionary().find("text");
+    return text == nullptr ? std::string() : std::string(text->asString());
+}
+
+TEST(Connection, GreetsEachPeerWithANonceOfItsOwn) {
+    ServiceThread service;
+    RawClient first(service.path());
+    RawClient second(service.path());
+    const auto greeting = first.readFrame();
+    ASSERT_TRUE(greeting);
+    EXPECT_EQ(greeting->kind, FrameKind::greeting);
+    EXPECT_EQ(greeting->sequence, 0U);
+    const auto dictionary = dictionaryOfBody(greeting->body);
+    ASSERT_TRUE(dictionary);
+    EXPECT_EQ(dictionary->find("nonce")->asData().size(), 32U);
+    EXPECT_NE(dictionary->find("nonce")->asData(), second.greet());
+}
+
+TEST(Connection, AnswersUnderTheSequenceOfTheRequest) {
+    ServiceThread service;
+    RawClient client(service.path());
+    client.greet();
+    for (const std::uint64_t sequence : {0ULL, 7ULL, 7ULL, ~0ULL}) {
+        ASSERT_TRUE(client.send(client.request("hello", sequence)));
+        const auto reply = client.readFrame();
+        ASSERT_TRUE(reply);
+        EXPECT_EQ(reply->sequence, sequence);
+        EXPECT_EQ(dictionaryOfBody(reply->body)->find("text")->asString(), "hello");
+    }
+}
+
+// A reply may be made once and only where one is awaited; a message that is passed over in silence
+// must not block the next one.
+TEST(Connection, MakesAReplyOnceAndOnlyForThoseWhoWait) {
+    std::vector<std::string> seen;
+    ServiceThread service({.onMessage = [&](ServiceThread&, const Message& message) {
+        seen.push_back(textOf(message));
+        const auto connection = message.remoteConnection();
+        if (textOf(message) == "no reply wanted") {
+            EXPECT_EQ(connection, nullptr);
+        } else if (textOf(message) == "answered") {
+            const auto reply = connection->createReply(message);
+            ASSERT_TRUE(reply);
+            EXPECT_FALSE(connection->createReply(message));
+            connection->send(*reply, Value::dictionary({}));
+            connection->send(*reply, Value::dictionary({})); // dropped
+        }
+    }});
+    RawClient client(service.path());
+    client.greet();
+    ASSERT_TRUE(client.send(client.request("no reply wanted", 1, false) +
+                            client.request("passed over", 2) + client.request("answered", 3)));
+    const auto reply = client.readFrame();
+    ASSERT_TRUE(reply);
+    EXPECT_EQ(reply->sequence, 3U);
+    ASSERT_TRUE(client.send(client.request("answered", 4)));
+    EXPECT_EQ(client.readFrame()->sequence, 4U);
+    EXPECT_EQ(seen,
+              (std::vector<std::string>{"no reply wanted", "passed over", "answered", "answered"}));
+}
+
+// A client may have one request at hand; the next stays in its socket until that one is answered.
+TEST(Connection, ReadsNoFurtherRequestWhileOneIsAtHand) {
+    std::vector<Message> held;
+    ServiceThread service(
+        {.onMessage = [&](ServiceThread&, const Message& message) { held.push_back(message); }});
+    RawClient client(service.path());
+    client.greet();
+    ASSERT_TRUE(client.send(client.request("one", 1) + client.request("two", 2)));
+    service.waitForMessages(1);
+    RawClient other(service.path());
+    other.greet();
+    ASSERT_TRUE(other.send(other.request("three", 3)));
+    EXPECT_EQ(service.waitForMessages(2), 2U); // the other client's
+    service.perform([&] {
+        ASSERT_EQ(held.size(), 2U);
+        EXPECT_EQ(textOf(held[1]), "three");
+        ServiceThread::echo(held[0]);
+        held.clear();
+    });
+    EXPECT_EQ(client.readFrame()->sequence, 1U);
+    EXPECT_EQ(service.waitForMessages(3), 3U);
+    service.perform([&] {
+        EXPECT_EQ(textOf(held.at(0)), "two");
+        held.clear();
+    });
+}
+
+TEST(Connection, EndsAloneWhenItsHandlerThrows) {
+    ServiceThread service({.onMessage = [](ServiceThread&, const Message& message) {
+        if (textOf(message) == "throw") {
+            throw std::runtime_error("fault");
+        }
+        ServiceThread::echo(message);
+    }});
+    RawClient bystander(service.path());
+    bystander.greet();
+    RawClient client(service.path());
+    client.greet();
+    ASSERT_TRUE(client.send(client.request("throw")));
+    EXPECT_TRUE(client.isClosed());
+    const auto errors = service.waitForErrors(1);
+    ASSERT_EQ(errors.size(), 1U);
+    EXPECT_EQ(errors[0].cause.code(), static_cast<int>(WireErrorCode::handlerFailed));
+    EXPECT_TRUE(bystander.isServed());
+}
+
+TEST(Connection, MayBeCancelledInsideItsHandlerAndHearsOfItAfterwards) {
+    bool inside = false;
+    ServiceThread service({.onMessage = [&](ServiceThread& self, const Message& message) {
+        inside = true;
+        const auto connection = message.remoteConnection();
+        const auto reply = connection->createReply(message);
+        connection->cancel();
+        connection->send(*reply, Value::dictionary({})); // dropped
+        EXPECT_TRUE(self.waitForErrors(0).empty());
+        inside = false;
+    }});
+    RawClient client(service.path());
+    client.greet();
+    ASSERT_TRUE(client.send(client.request("cancel") + client.request("never read")));
+    EXPECT_TRUE(client.isClosed());
+    const auto errors = service.waitForErrors(1);
+    ASSERT_EQ(errors.size(), 1U);
+    EXPECT_EQ(errors[0].kind, Kind::invalidated);
+    EXPECT_FALSE(inside);
+    EXPECT_EQ(service.waitForMessages(1), 1U);
+}
+
+// A client that closes its sending side has said all it wants, but still waits for the answer.
+TEST(Connection, AnswersAClientThatSendsNoMore) {
+    ServiceThread service;
+    RawClient client(service.path());
+    client.greet();
+    ASSERT_TRUE(client.send(client.request("last", 5)));
+    ASSERT_EQ(::shutdown(client.fd(), SHUT_WR), 0);
+    const auto reply = client.readFrame();
+    ASSERT_TRUE(reply);
+    EXPECT_EQ(reply->sequence, 5U);
+    EXPECT_TRUE(client.isClosed());
+    EXPECT_EQ(service.waitForErrors(1).at(0).kind, Kind::invalidated);
+}
+
+TEST(Connection, CarriesLongMessagesWhole) {
+    ServiceThread service;
+    RawClient client(service.path());
+    client.greet();
+    const std::string text(3'000'000, 't');
+    ASSERT_TRUE(client.send(client.request(text)));
+    const auto reply = client.readFrame();
+    ASSERT_TRUE(reply);
+    EXPECT_EQ(dictionaryOfBody(reply->body)->find("text")->asString(), text);
+}
+
+// A peer cannot be blamed for time in which nobody listened to it: half a frame, then a handler
+// that blocks the loop beyond the deadline, then the rest.
+TEST(Connection, CountsNoTimeInWhichTheLoopWasBusyElsewhere) {
+    std::promise<void> blocking;
+    std::promise<void> restSent;
+    Limits limits;
+    limits.frame = 150ms;
+    ServiceThread service(
+        {.limits = limits, .onMessage = [&](ServiceThread&, const Message& message) {
+             if (textOf(message) == "block") {
+                 blocking.set_value();
+                 restSent.get_future().wait();
+                 std::promise<void> never;
+                 never.get_future().wait_for(200ms); // a long script
+             }
+             ServiceThread::echo(message);
+         }});
+    RawClient slow(service.path());
+    RawClient busy(service.path());
+    slow.greet();
+    busy.greet();
+    const std::string request = slow.request("slow", 9);
+    ASSERT_TRUE(slow.send(request.substr(0, 30)));
+    ASSERT_TRUE(busy.send(busy.request("block")));
+    blocking.get_future().wait();
+    ASSERT_TRUE(slow.send(request.substr(30)));
+    restSent.set_value();
+    const auto reply = slow.readFrame();
+    ASSERT_TRUE(reply);
+    EXPECT_EQ(reply->sequence, 9U);
+}
+
+} // namespace
+} // namespace qv::xpc

@@ -1,0 +1,231 @@
+#include "platform/xpc/ProcessSource.h"
+#include "platform/xpc/RateLimiter.h"
+
+#include <gtest/gtest.h>
+
+#include "RawClient.h"
+#include <future>
+#include <stdexcept>
+#include <string>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+#include <vector>
+
+namespace qv::xpc {
+namespace {
+
+using test::ChildProcess;
+using namespace std::chrono_literals;
+
+class QueueTest : public testing::Test {
+protected:
+    // Fails a test that would otherwise wait forever.
+    QueueTest() { EXPECT_FALSE(guard_.setDeadline(queue_->now() + 10s)); }
+    std::unique_ptr<MainQueue> queue_ = MainQueue::create().value();
+    EventSource guard_ = queue_->addTimer([this] { queue_->exit(99); }).value();
+};
+
+UniqueFd pidfdOf(int pid) { return UniqueFd(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0))); }
+
+// A process that waits to be killed.
+int waitForever() {
+    for (;;) {
+        ::pause();
+    }
+}
+
+using MainQueueTest = QueueTest;
+
+TEST_F(MainQueueTest, RunsDeferredWorkInOrderAndGivesTheExitCode) {
+    std::string order;
+    queue_->async([&] {
+        order += 'a';
+        queue_->async([&] {
+            order += 'd';
+            queue_->exit(7);
+            queue_->async([&] { order += 'x'; }); // abandoned
+        });
+        order += 'b';
+    });
+    queue_->async([&] { order += 'c'; });
+    EXPECT_EQ(queue_->run(), 7);
+    EXPECT_EQ(order, "abcd");
+}
+
+// An exception through a C frame would be the end of the process; one handler's fault must end no
+// other.
+TEST_F(MainQueueTest, OutlivesHandlersThatThrow) {
+    const UniqueFd event(::eventfd(1, EFD_CLOEXEC));
+    int calls = 0;
+    const EventSource source = queue_
+                                   ->watch(event.get(), EPOLLIN,
+                                           [&](std::uint32_t) {
+                                               ++calls;
+                                               throw std::runtime_error("watch");
+                                           })
+                                   .value();
+    EventSource timer = queue_->addTimer([] { throw 1; }).value();
+    ASSERT_FALSE(timer.setDeadline(queue_->now()));
+    queue_->async([] { throw std::runtime_error("work"); });
+    EventSource last = queue_->addTimer([&] { queue_->exit(3); }).value();
+    ASSERT_FALSE(last.setDeadline(queue_->now() + 30ms));
+    EXPECT_EQ(queue_->run(), 3);
+    EXPECT_EQ(calls, 1) << "the source is ready still, but its registration has ended";
+}
+
+TEST_F(MainQueueTest, LetsAHandlerEndItsOwnRegistration) {
+    const UniqueFd event(::eventfd(1, EFD_CLOEXEC));
+    EventSource source;
+    auto witness = std::make_shared<int>(1);
+    source = queue_
+                 ->watch(event.get(), EPOLLIN,
+                         [&, witness](std::uint32_t) {
+                             source.reset();
+                             queue_->exit(*witness); // what the handler holds is still there
+                         })
+                 .value();
+    EXPECT_EQ(queue_->run(), 1);
+    EXPECT_EQ(witness.use_count(), 1);
+}
+
+// A long handler must not use up the time of those who wait; a short one must count, or a stream
+// of them would stop the clock.
+TEST_F(MainQueueTest, LeavesLongHandlersOutOfItsTime) {
+    const auto begin = queue_->now();
+    queue_->async([&] {
+        const auto inside = queue_->now();
+        std::promise<void> never;
+        never.get_future().wait_for(150ms);
+        EXPECT_EQ(queue_->now(), inside);
+    });
+    queue_->async([&] {
+        std::promise<void> never;
+        never.get_future().wait_for(20ms);
+    });
+    queue_->async([&] {
+        EXPECT_GE(queue_->now() - begin, 20ms);
+        EXPECT_LT(queue_->now() - begin, 150ms);
+    });
+    // Due in the midst of the long handler; its time has not come when that one ends.
+    EventSource timer = queue_
+                            ->addTimer([&] {
+                                EXPECT_GE(queue_->now() - begin, 60ms);
+                                queue_->exit(0);
+                            })
+                            .value();
+    ASSERT_FALSE(timer.setDeadline(begin + 60ms));
+    EXPECT_EQ(queue_->run(), 0);
+}
+
+using ProcessSourceTest = QueueTest;
+
+TEST_F(ProcessSourceTest, FiresOnceWhenTheProcessEnds) {
+    const ChildProcess child(waitForever);
+    const UniqueFd pidfd = pidfdOf(child.pid());
+    int calls = 0;
+    const auto source = ProcessSource::create(*queue_, pidfd.get(), [&] {
+                            ++calls;
+                            queue_->async([&] { queue_->async([&] { queue_->exit(0); }); });
+                        }).value();
+    source->resume();
+    queue_->async([&] {
+        EXPECT_EQ(calls, 0);
+        child.kill();
+    });
+    EXPECT_EQ(queue_->run(), 0);
+    EXPECT_EQ(calls, 1);
+}
+
+TEST_F(ProcessSourceTest, FiresForAProcessThatHasEndedBeforeButNotBeforeResume) {
+    ChildProcess child([] { return 0; });
+    const UniqueFd pidfd = pidfdOf(child.pid());
+    child.wait();
+    bool resumed = false;
+    std::unique_ptr<ProcessSource> late;
+    const auto prompt = ProcessSource::create(*queue_, pidfd.get(), [&] {
+                            EXPECT_FALSE(resumed);
+                            resumed = true;
+                            late->resume();
+                        }).value();
+    late = ProcessSource::create(*queue_, pidfd.get(), [&] {
+               EXPECT_TRUE(resumed);
+               late.reset(); // its own end, from inside
+               queue_->exit(0);
+           }).value();
+    prompt->resume();
+    EXPECT_EQ(queue_->run(), 0);
+}
+
+TEST_F(ProcessSourceTest, StaysSilentWhenCancelled) {
+    ChildProcess child([] { return 0; });
+    const UniqueFd pidfd = pidfdOf(child.pid());
+    child.wait();
+    const auto fail = [] { FAIL() << "a cancelled source fired"; };
+    const auto cancelled = ProcessSource::create(*queue_, pidfd.get(), fail).value();
+    cancelled->resume();
+    cancelled->cancel();
+    auto destroyed = ProcessSource::create(*queue_, pidfd.get(), fail).value();
+    destroyed->resume();
+    destroyed.reset();
+    const auto witness =
+        ProcessSource::create(*queue_, pidfd.get(), [&] { queue_->exit(0); }).value();
+    witness->resume();
+    EXPECT_EQ(queue_->run(), 0);
+}
+
+// What is ready together with an exit goes first: a request that has arrived is served before the
+// last client's end stops the service.
+TEST_F(ProcessSourceTest, ComesAfterOtherEvents) {
+    ChildProcess child([] { return 0; });
+    const UniqueFd pidfd = pidfdOf(child.pid());
+    child.wait();
+    std::string order;
+    const auto source = ProcessSource::create(*queue_, pidfd.get(), [&] {
+                            order += 'p';
+                            queue_->exit(0);
+                        }).value();
+    source->resume();
+    const UniqueFd event(::eventfd(3, EFD_CLOEXEC | EFD_SEMAPHORE));
+    const EventSource other = queue_
+                                  ->watch(event.get(), EPOLLIN,
+                                          [&](std::uint32_t) {
+                                              eventfd_t value = 0;
+                                              ::eventfd_read(event.get(), &value);
+                                              order += 'e';
+                                          })
+                                  .value();
+    EXPECT_EQ(queue_->run(), 0);
+    EXPECT_EQ(order, "eeep");
+}
+
+TEST_F(ProcessSourceTest, CannotBeMadeOfNothing) {
+    EXPECT_FALSE(ProcessSource::create(*queue_, -1, [] {}));
+}
+
+using RateLimiterTest = QueueTest;
+
+// A flood must not fill the log, and what was left out must be told, also when nothing follows.
+TEST_F(RateLimiterTest, PassesSoManyInAnIntervalAndCountsTheRest) {
+    std::vector<std::string> records;
+    RateLimiter limiter(*queue_, 2, 50ms, [&](std::string_view record) {
+        records.emplace_back(record);
+        if (records.size() == 3) {
+            queue_->exit(0);
+        }
+    });
+    queue_->async([&] {
+        for (int i = 0; i < 5; ++i) {
+            limiter.log("refused");
+        }
+        EXPECT_EQ(records.size(), 2U);
+    });
+    EXPECT_EQ(queue_->run(), 0);
+    EXPECT_EQ(records.back(), "3 further records of this kind in the last 50 ms are not shown");
+    limiter.log("again");
+    EXPECT_EQ(records.back(), "again");
+}
+
+} // namespace
+} // namespace qv::xpc

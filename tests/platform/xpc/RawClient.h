@@ -1,0 +1,75 @@
+#pragma once
+
+#include "platform/foundation/files/UniqueFd.h"
+#include "platform/xpc/wire/Frame.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace qv::xpc::test {
+
+/// The bytes of a frame.
+std::string frameBytes(FrameKind kind, std::string_view body, std::uint64_t sequence = 1,
+                       bool replyExpected = true);
+
+/// A client that does as it likes, with plain system calls. Waits at most ten seconds for anything.
+class RawClient {
+public:
+    explicit RawClient(const std::string& path);
+
+    [[nodiscard]] int fd() const { return socket_.get(); }
+    void close() { socket_.reset(); }
+
+    /// False when the service has closed.
+    [[nodiscard]] bool send(std::string_view bytes) const;
+    /// All of `count` bytes, or what came before the end.
+    [[nodiscard]] std::string receive(std::size_t count) const;
+    [[nodiscard]] std::optional<Frame> readFrame() const;
+
+    /// How the service ended the connection; reads away what it sent before.
+    enum class End : std::uint8_t { none, orderly, reset };
+    [[nodiscard]] End end() const;
+    [[nodiscard]] bool isClosed() const { return end() != End::none; }
+
+    /// Reads the greeting; its nonce, empty when there was none.
+    std::string greet();
+    /// A request's bytes with this connection's nonce, once greeted.
+    [[nodiscard]] std::string request(std::string_view text, std::uint64_t sequence = 1,
+                                      bool replyExpected = true) const;
+    /// Sends such a request and tells whether the echo came back.
+    [[nodiscard]] bool isServed(std::uint64_t sequence = 1) const;
+
+private:
+    UniqueFd socket_;
+    std::string nonce_;
+};
+
+/// A process that runs `body` and exits; killed and reaped at the latest with its owner.
+class ChildProcess {
+public:
+    template <typename Body> explicit ChildProcess(const Body& body) : pid_(begin()) {
+        if (pid_ == 0) {
+            finish(body());
+        }
+    }
+    ~ChildProcess();
+    ChildProcess(const ChildProcess&) = delete;
+    ChildProcess& operator=(const ChildProcess&) = delete;
+    ChildProcess(ChildProcess&&) = delete;
+    ChildProcess& operator=(ChildProcess&&) = delete;
+
+    [[nodiscard]] int pid() const { return pid_; }
+    void kill() const;
+    /// Reaps it; its exit status, -1 when it was killed.
+    int wait();
+
+private:
+    static int begin();
+    [[noreturn]] static void finish(int status);
+    int pid_;
+    bool reaped_ = false;
+};
+
+} // namespace qv::xpc::test

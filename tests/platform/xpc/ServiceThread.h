@@ -1,0 +1,81 @@
+#pragma once
+
+#include "platform/xpc/Listener.h"
+#include "platform/xpc/MainQueue.h"
+#include "support/TemporaryDirectory.h"
+
+#include <condition_variable>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace qv::xpc::test {
+
+/// A listening stream socket at `path`.
+UniqueFd listeningSocket(const std::string& path);
+
+/// A service on a thread of its own: real loop, real listener, socket in a temporary folder. Unless
+/// told otherwise it accepts everybody and answers each message with its own dictionary.
+class ServiceThread {
+public:
+    struct Behaviour {
+        Limits limits = {};
+        /// In place of installing handlers and resuming.
+        std::function<void(ServiceThread&, const std::shared_ptr<Connection>&)> onConnection =
+            nullptr;
+        /// In place of the echo.
+        std::function<void(ServiceThread&, const Message&)> onMessage = nullptr;
+        /// Runs when the socket listens, but before there is a Listener.
+        std::function<void(const std::string& path)> beforeStart = nullptr;
+        bool accepting = true; ///< else the listener waits for startAccepting()
+    };
+
+    explicit ServiceThread(Behaviour behaviour);
+    ServiceThread() : ServiceThread(Behaviour{}) {}
+    ~ServiceThread();
+    ServiceThread(const ServiceThread&) = delete;
+    ServiceThread& operator=(const ServiceThread&) = delete;
+    ServiceThread(ServiceThread&&) = delete;
+    ServiceThread& operator=(ServiceThread&&) = delete;
+
+    [[nodiscard]] std::string path() const { return directory_ / "service.sock"; }
+
+    /// Runs `work` on the queue and waits for it.
+    void perform(const std::function<void()>& work);
+    void startAccepting();
+    /// For onConnection: the usual handler, and on with it.
+    void acceptAndServe(const std::shared_ptr<Connection>& connection);
+    static void echo(const Message& message);
+
+    /// Waits, at most ten seconds, until so many have come; gives them.
+    std::vector<ConnectionError> waitForErrors(std::size_t count);
+    std::size_t waitForMessages(std::size_t count);
+    std::size_t waitForConnections(std::size_t count);
+
+private:
+    void run();
+    void obey();
+    void record(const Event& event);
+    template <typename Condition> void waitUntil(const Condition& condition);
+
+    Behaviour behaviour_;
+    qv::test::TemporaryDirectory directory_;
+    UniqueFd wake_;
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::vector<std::function<void()>> orders_;
+    std::vector<ConnectionError> errors_;
+    std::size_t messages_ = 0;
+    std::size_t connections_ = 0;
+    std::unique_ptr<MainQueue> queue_;
+    std::unique_ptr<Listener> listener_;
+    std::thread thread_;
+};
+
+/// How many descriptors this process has.
+std::size_t descriptorCount();
+
+} // namespace qv::xpc::test

@@ -1,0 +1,135 @@
+#include "platform/xpc/Peer.h"
+#include "platform/xpc/wire/SocketIO.h"
+#include "platform/xpc/wire/WireError.h"
+
+#include <gtest/gtest.h>
+
+#include "RawClient.h"
+#include "ServiceThread.h"
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace qv::xpc {
+namespace {
+
+using test::ChildProcess;
+using test::descriptorCount;
+using test::RawClient;
+
+struct Pair {
+    UniqueFd ours;
+    UniqueFd theirs;
+};
+
+Pair socketPair() {
+    std::array<int, 2> fds{};
+    EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds.data()), 0);
+    const int on = 1;
+    ::setsockopt(fds[0], SOL_SOCKET, SO_PASSCRED, &on, sizeof on);
+    return {UniqueFd(fds[0]), UniqueFd(fds[1])};
+}
+
+void sendDescriptors(int socket, std::size_t count) {
+    constexpr std::size_t kMost = 16;
+    alignas(cmsghdr) std::array<char, CMSG_SPACE(kMost * sizeof(int))> control{};
+    char byte = 'x';
+    iovec piece{&byte, 1};
+    msghdr message{};
+    message.msg_iov = &piece;
+    message.msg_iovlen = 1;
+    message.msg_control = control.data();
+    message.msg_controllen = CMSG_SPACE(count * sizeof(int));
+    cmsghdr* header = CMSG_FIRSTHDR(&message);
+    header->cmsg_level = SOL_SOCKET;
+    header->cmsg_type = SCM_RIGHTS;
+    header->cmsg_len = CMSG_LEN(count * sizeof(int));
+    const std::array<int, kMost> fds{};
+    std::memcpy(CMSG_DATA(header), fds.data(), count * sizeof(int));
+    ASSERT_EQ(::sendmsg(socket, &message, 0), 1);
+}
+
+// A descriptor that stays behind is a leak that a client causes at will; more than fit must not
+// slip through either.
+TEST(SocketIO, RefusesAndClosesDescriptors) {
+    const Pair pair = socketPair();
+    const std::size_t before = descriptorCount();
+    for (const std::size_t count : {1U, 4U, 16U}) {
+        sendDescriptors(pair.theirs.get(), count);
+        std::array<char, 8> space{};
+        const auto piece = receive(pair.ours.get(), space);
+        ASSERT_FALSE(piece) << count;
+        EXPECT_EQ(piece.error().code(), static_cast<int>(WireErrorCode::descriptors));
+        EXPECT_EQ(descriptorCount(), before);
+    }
+}
+
+TEST(SocketIO, TellsWhoWroteEachPiece) {
+    const Pair pair = socketPair();
+    ASSERT_EQ(::write(pair.theirs.get(), "us", 2), 2);
+    ChildProcess child([&] { return ::write(pair.theirs.get(), "child", 5) == 5 ? 0 : 1; });
+    ASSERT_EQ(child.wait(), 0);
+    std::array<char, 64> space{};
+    const auto ours = receive(pair.ours.get(), space);
+    ASSERT_TRUE(ours);
+    EXPECT_EQ(ours->count, 2U);
+    EXPECT_EQ(ours->sender, ::getpid());
+    const auto theirs = receive(pair.ours.get(), space);
+    ASSERT_TRUE(theirs);
+    EXPECT_EQ(theirs->count, 5U);
+    EXPECT_EQ(theirs->sender, child.pid());
+    EXPECT_EQ(receive(pair.ours.get(), space)->outcome, Received::Outcome::wouldBlock);
+}
+
+TEST(SocketIO, ReportsAClosedPeerWithoutASignal) {
+    Pair pair = socketPair();
+    pair.theirs.reset();
+    std::array<char, 8> space{};
+    EXPECT_EQ(receive(pair.ours.get(), space)->outcome, Received::Outcome::ended);
+    const auto sent = send(pair.ours.get(), "x");
+    ASSERT_FALSE(sent);
+    EXPECT_EQ(sent.error(), Error::posix(EPIPE));
+}
+
+// Both ways of finding the peer must name the process that connected, and neither may find one
+// that has gone: the default would be user 0.
+TEST(Peer, NamesTheProcessThatConnectedOrFails) {
+    const qv::test::TemporaryDirectory directory;
+    const std::string path = directory / "socket";
+    const UniqueFd listener = test::listeningSocket(path);
+    {
+        ChildProcess child([&] {
+            const RawClient client(path);
+            return static_cast<int>(client.receive(1).size());
+        });
+        const UniqueFd socket(::accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
+        for (const auto& peer : {Peer::ofSocket(socket.get()), Peer::ofProcess(socket.get())}) {
+            ASSERT_TRUE(peer);
+            EXPECT_EQ(peer->credentials().pid, child.pid());
+            EXPECT_EQ(peer->credentials().uid, ::geteuid());
+            EXPECT_EQ(peer->credentials().gid, ::getegid());
+            EXPECT_TRUE(peer->isAlive());
+            EXPECT_NE(::fcntl(peer->credentials().pidfd, F_GETFD) & FD_CLOEXEC, 0);
+        }
+        const auto peer = Peer::ofSocket(socket.get());
+        child.kill();
+        child.wait();
+        EXPECT_FALSE(peer->isAlive());
+    }
+    ChildProcess gone([&] {
+        const RawClient client(path);
+        return 0;
+    });
+    gone.wait();
+    const UniqueFd socket(::accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
+    EXPECT_FALSE(Peer::ofSocket(socket.get()));
+    EXPECT_FALSE(Peer::ofProcess(socket.get()));
+    const UniqueFd noSocket(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+    EXPECT_FALSE(Peer::ofSocket(noSocket.get()));
+}
+
+} // namespace
+} // namespace qv::xpc

@@ -1,0 +1,191 @@
+#include "service/Puppet.h"
+
+#include "platform/foundation/plist/PropertyList.h"
+
+#include <fmt/format.h>
+
+#include <array>
+#include <poll.h>
+#include <stdexcept>
+#include <sys/socket.h>
+
+namespace qv::test {
+
+namespace {
+
+constexpr std::size_t kLongestLine = 4096; // longer sendings go through a file
+
+std::string hexOf(std::string_view bytes) {
+    std::string hex;
+    for (const char byte : bytes) {
+        fmt::format_to(std::back_inserter(hex), "{:02x}", static_cast<unsigned char>(byte));
+    }
+    return hex;
+}
+
+std::string bytesOf(std::string_view hex) {
+    std::string bytes;
+    for (; hex.size() > 1; hex.remove_prefix(2)) {
+        bytes += static_cast<char>(std::stoi(std::string(hex.substr(0, 2)), nullptr, 16));
+    }
+    return bytes;
+}
+
+} // namespace
+
+std::filesystem::path Puppet::signedProgram() { return QV_LIVE_PROGRAMS "/wire_puppet"; }
+std::filesystem::path Puppet::unsignedProgram() { return QV_WIRE_PUPPET; }
+
+Puppet::Puppet(const std::filesystem::path& program) {
+    std::array<int, 2> ends{};
+    if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0) {
+        throw std::runtime_error("no strings for the puppet");
+    }
+    strings_ = UniqueFd(ends[0]);
+    const UniqueFd itsEnd(ends[1]);
+    process_ = std::make_unique<StartedProgram>(ProgramStart{
+        .command = {program}, .standard = {itsEnd.get(), itsEnd.get(), itsEnd.get()}});
+}
+
+void Puppet::begin(std::string_view command) {
+    std::string line = std::string(command) + "\n";
+    for (std::string_view rest = line; !rest.empty();) {
+        const ssize_t count = ::send(strings_.get(), rest.data(), rest.size(), MSG_NOSIGNAL);
+        if (count <= 0) {
+            throw std::runtime_error("the puppet has ended");
+        }
+        rest.remove_prefix(static_cast<std::size_t>(count));
+    }
+}
+
+std::string Puppet::answer() {
+    for (;;) {
+        if (const std::size_t end = unread_.find('\n'); end != std::string::npos) {
+            std::string line = unread_.substr(0, end);
+            unread_.erase(0, end + 1);
+            return line;
+        }
+        // A little more than the puppet's own patience.
+        constexpr auto kMost = std::chrono::milliseconds(kPatience + std::chrono::seconds(10));
+        pollfd entry{.fd = strings_.get(), .events = POLLIN, .revents = 0};
+        std::array<char, 65536> piece{};
+        const ssize_t count = ::poll(&entry, 1, static_cast<int>(kMost.count())) == 1
+                                  ? ::recv(strings_.get(), piece.data(), piece.size(), 0)
+                                  : 0;
+        if (count <= 0) {
+            throw std::runtime_error("the puppet does not answer");
+        }
+        unread_.append(piece.data(), static_cast<std::size_t>(count));
+    }
+}
+
+std::string Puppet::order(std::string_view command) {
+    begin(command);
+    return answer();
+}
+
+bool Puppet::connect(const std::string& socketPath) {
+    if (const std::string result = order("connect " + socketPath); result != "connected") {
+        throw std::runtime_error("no connection: " + result);
+    }
+    return greet();
+}
+
+bool Puppet::greet() {
+    const std::optional<xpc::Frame> greeting = frame();
+    if (!greeting || greeting->kind != xpc::FrameKind::greeting) {
+        return false;
+    }
+    nonce_ = xpc::dictionaryOfBody(greeting->body).value().find("nonce")->asData();
+    return true;
+}
+
+bool Puppet::send(std::string_view bytes) {
+    return (bytes.size() < kLongestLine
+                ? order("send " + hexOf(bytes))
+                : order("sendfile " + folder_.write("sending", bytes).string())) == "sent";
+}
+
+std::optional<xpc::Frame> Puppet::frame() {
+    const std::string line = order("frame");
+    constexpr std::string_view kLabel = "frame ";
+    if (!line.starts_with(kLabel)) {
+        return std::nullopt;
+    }
+    const std::string bytes = bytesOf(std::string_view(line).substr(kLabel.size()));
+    const auto header =
+        xpc::decodeFrameHeader(std::span(bytes).first<xpc::kFrameHeaderSize>()).value();
+    return xpc::Frame{header.kind, header.replyExpected, header.sequence,
+                      bytes.substr(xpc::kFrameHeaderSize)};
+}
+
+std::string binary(const Value& script) {
+    return PropertyList::dataWithPropertyList(script, PropertyListFormat::binary).value();
+}
+
+std::string requestFrame(std::string_view body, std::uint64_t sequence, bool replyExpected) {
+    const xpc::FrameHeaderBytes header =
+        xpc::encodeFrameHeader({xpc::FrameKind::request, replyExpected, sequence,
+                                static_cast<std::uint32_t>(body.size())});
+    return std::string(header.data(), header.size()).append(body);
+}
+
+std::string Puppet::request(const Value& dictionary, std::uint64_t sequence,
+                            bool replyExpected) const {
+    std::vector<std::pair<Value, Value>> pairs;
+    const DictionaryView given = dictionary.asDictionary();
+    for (std::size_t i = 0; i < given.size(); ++i) {
+        pairs.emplace_back(given.keys()[i], given.value(i));
+    }
+    pairs.emplace_back(Value::string("nonce"), Value::data(nonce_));
+    return requestFrame(xpc::bodyOfDictionary(Value::dictionary(std::move(pairs))).value(),
+                        sequence, replyExpected);
+}
+
+std::string Puppet::scriptRequest(std::string_view script, std::uint64_t sequence) const {
+    return request(Value::dictionary({{"type", Value::string("executeQVCatalogScript")},
+                                      {"data", Value::data(script)}}),
+                   sequence);
+}
+
+std::optional<std::string> Puppet::replyData() {
+    const std::optional<xpc::Frame> reply = frame();
+    if (!reply || reply->kind != xpc::FrameKind::reply) {
+        return std::nullopt;
+    }
+    const Value dictionary = xpc::dictionaryOfBody(reply->body).value();
+    return std::string(dictionary.find("replyData")->asData());
+}
+
+std::optional<ScriptOutcome> Puppet::outcome() {
+    const std::optional<std::string> archive = replyData();
+    if (!archive) {
+        return std::nullopt;
+    }
+    return decodeReply(*archive).value();
+}
+
+std::optional<ScriptOutcome> Puppet::executeData(std::string_view script) {
+    if (!send(scriptRequest(script))) {
+        return std::nullopt;
+    }
+    return outcome();
+}
+
+std::optional<ScriptOutcome> Puppet::execute(const Value& steps) {
+    return executeData(binary(steps));
+}
+
+void Puppet::finish() {
+    strings_.reset();
+    if (process_->wait() != 0) {
+        throw std::runtime_error("the puppet did not end well");
+    }
+}
+
+void Puppet::kill() {
+    process_->kill();
+    static_cast<void>(process_->wait());
+}
+
+} // namespace qv::test

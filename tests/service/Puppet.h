@@ -1,0 +1,73 @@
+#pragma once
+
+#include "client/QVCatalogHelperClient.h"
+#include "platform/xpc/wire/Frame.h"
+#include "support/StartedProgram.h"
+#include "support/TemporaryDirectory.h"
+
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace qv::test {
+
+/// A client of the service that a test leads by the hand: wire_puppet, signed as a good client
+/// unless another copy of it is named.
+class Puppet {
+public:
+    explicit Puppet(const std::filesystem::path& program = signedProgram());
+    [[nodiscard]] static std::filesystem::path signedProgram();
+    [[nodiscard]] static std::filesystem::path unsignedProgram();
+
+    /// Gives a command and waits for its answer.
+    std::string order(std::string_view command);
+    /// The same in two halves.
+    void begin(std::string_view command);
+    std::string answer();
+
+    /// Connects and reads the greeting; false when the service closed instead.
+    bool connect(const std::string& socketPath);
+    /// The second half of that.
+    bool greet();
+    /// Sends bytes; false when the service has closed.
+    bool send(std::string_view bytes);
+    /// None when the service closed instead.
+    std::optional<xpc::Frame> frame();
+
+    /// A request with this connection's nonce added to `dictionary`.
+    [[nodiscard]] std::string request(const Value& dictionary, std::uint64_t sequence = 1,
+                                      bool replyExpected = true) const;
+    /// A request that has this property list carried out.
+    [[nodiscard]] std::string scriptRequest(std::string_view script,
+                                            std::uint64_t sequence = 1) const;
+    /// The archive in the next frame.
+    std::optional<std::string> replyData();
+    std::optional<ScriptOutcome> outcome();
+    std::optional<ScriptOutcome> executeData(std::string_view script);
+    std::optional<ScriptOutcome> execute(const Value& steps);
+
+    /// Ends in an orderly way, or not; the process is gone for good afterwards.
+    void finish();
+    void kill();
+    [[nodiscard]] StartedProgram& process() { return *process_; }
+    [[nodiscard]] pid_t pid() const { return process_->pid(); }
+    [[nodiscard]] const std::string& nonce() const { return nonce_; }
+
+private:
+    TemporaryDirectory folder_;
+    UniqueFd strings_;
+    std::unique_ptr<StartedProgram> process_;
+    std::string unread_;
+    std::string nonce_;
+};
+
+/// A script as its sender would encode it.
+[[nodiscard]] std::string binary(const Value& script);
+
+/// The bytes of a request frame with this body.
+[[nodiscard]] std::string requestFrame(std::string_view body, std::uint64_t sequence = 1,
+                                       bool replyExpected = true);
+
+} // namespace qv::test

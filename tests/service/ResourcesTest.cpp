@@ -1,0 +1,62 @@
+// What the service holds after many clients must be what it held before.
+
+#include "service/ServiceTest.h"
+
+namespace qv::test {
+namespace {
+
+constexpr int kMany = 200;
+constexpr int kWarmingUp = 20;
+constexpr std::size_t kTolerance = QV_SANITIZED ? 16'000 : 1000; // kilobytes
+
+class Resources : public ServiceTest {
+protected:
+    // Waits until the service holds no more descriptors than that. A served request lets whatever
+    // is ready in the service go first.
+    bool fallsTo(std::size_t descriptors) {
+        const auto end = std::chrono::steady_clock::now() + kPatience;
+        while (service_->descriptors() > descriptors) {
+            if (std::chrono::steady_clock::now() > end || !client_->execute(Value::array({}))) {
+                return false;
+            }
+        }
+        return true;
+    }
+    template <typename Round> void expectNothingKept(const Round& round) {
+        ASSERT_TRUE(client_->execute(Value::array({}))) << "counted, so that the service stays";
+        const std::size_t descriptors = service_->descriptors();
+        for (int i = 0; i < kWarmingUp; ++i) {
+            ASSERT_NO_FATAL_FAILURE(round());
+        }
+        EXPECT_TRUE(fallsTo(descriptors)) << service_->descriptors() << " from " << descriptors;
+        const std::size_t memory = service_->residentKilobytes();
+        for (int i = 0; i < kMany; ++i) {
+            ASSERT_NO_FATAL_FAILURE(round());
+        }
+        EXPECT_TRUE(fallsTo(descriptors)) << service_->descriptors() << " from " << descriptors;
+        EXPECT_LT(service_->residentKilobytes(), memory + kTolerance);
+    }
+};
+
+TEST_F(Resources, AreGivenBackAfterRejectedClients) {
+    Puppet stranger(Puppet::unsignedProgram());
+    expectNothingKept([&] { ASSERT_FALSE(stranger.connect(service_->socketPath())); });
+}
+
+TEST_F(Resources, AreGivenBackAfterServedConnections) {
+    Puppet other;
+    const auto round = [&] {
+        ASSERT_TRUE(other.connect(service_->socketPath()));
+        ASSERT_TRUE(other.executeData("({ operation = 8; arg1 = /bin/false; })"));
+    };
+    ASSERT_NO_FATAL_FAILURE(round()); // its end is watched from here on
+    expectNothingKept(round);
+}
+
+TEST_F(Resources, AreGivenBackAfterServedProcesses) {
+    ASSERT_TRUE(servesOthers()); // what the loop makes on first use, it keeps
+    expectNothingKept([&] { ASSERT_TRUE(servesOthers()); });
+}
+
+} // namespace
+} // namespace qv::test

@@ -1,0 +1,90 @@
+#pragma once
+
+#include "script/Steps.h"
+#include "service/Puppet.h"
+#include "support/LiveService.h"
+
+#include <fmt/format.h>
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <memory>
+#include <optional>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace qv::test {
+
+/// A service that runs and a good client that it has accepted.
+class ServiceTest : public testing::Test {
+protected:
+    void SetUp() override {
+        if (::geteuid() != 0) {
+            GTEST_SKIP() << "needs root: the service verifies its clients and acts as root";
+        }
+        service_ = std::make_unique<LiveService>();
+        ASSERT_TRUE(service_->waitForLog("QVCatalogHelperXPC launched"));
+        client_ = connected();
+        ASSERT_NE(client_, nullptr);
+    }
+
+    void TearDown() override {
+        if (HasFailure() && service_ != nullptr) {
+            std::cerr << "what the service said:\n" << service_->log();
+        }
+    }
+
+    /// A further good client; null when the service does not accept it.
+    [[nodiscard]] std::unique_ptr<Puppet> connected() const {
+        auto client = std::make_unique<Puppet>();
+        return client->connect(service_->socketPath()) ? std::move(client) : nullptr;
+    }
+
+    /// Whether a good client that comes now is served. Ends the service when nobody else is counted.
+    [[nodiscard]] bool servesOthers() const {
+        const auto other = connected();
+        const auto outcome = other == nullptr ? std::nullopt : other->execute(Value::array({}));
+        return outcome && outcome->success;
+    }
+
+    /// Has the service count a client that stays, so that it does not end during the test.
+    void keepServing() {
+        keeper_ = connected();
+        ASSERT_NE(keeper_, nullptr);
+        ASSERT_TRUE(keeper_->execute(Value::array({}))->success);
+    }
+
+    std::unique_ptr<LiveService> service_;
+    std::unique_ptr<Puppet> client_;
+    std::unique_ptr<Puppet> keeper_;
+    TemporaryDirectory folder_;
+};
+
+/// A step that keeps the service busy until the test opens the gate, or ends.
+class Gate {
+public:
+    Gate() {
+        if (::mkfifo(path_.c_str(), 0600) != 0) {
+            throw std::runtime_error("no gate");
+        }
+        writer_ = UniqueFd(::open(path_.c_str(), O_RDWR | O_CLOEXEC));
+    }
+    [[nodiscard]] Value step() const {
+        return toolStep("/bin/sh",
+                        {"-c", "exec <\"$1\"; echo At the gate; exec cat", "sh", path_.native()});
+    }
+    /// To be called when "At the gate" has been printed.
+    void open() { writer_.reset(); }
+
+private:
+    TemporaryDirectory folder_;
+    std::filesystem::path path_ = folder_ / "gate";
+    UniqueFd writer_;
+};
+
+/// A step that leaves a line in a file.
+inline Value noteStep(const std::filesystem::path& file, std::string_view line) {
+    return toolStep("/bin/sh", {"-c", R"(echo "$1" >>"$2")", "sh", line, file.native()});
+}
+
+} // namespace qv::test

@@ -1,0 +1,54 @@
+#pragma once
+
+#include "platform/foundation/files/UniqueFd.h"
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+namespace qv::test {
+
+/// A SampleClient that runs, connected to us, until its owner ends. What fails throws
+/// std::runtime_error.
+class ClientProcess {
+public:
+    struct Options {
+        std::filesystem::path program;
+        std::string file = {}; ///< what the commands 'f' and 'x' mean
+        std::vector<std::string> environment = {};
+        uid_t user = 0;
+        gid_t group = 0;
+        std::optional<pid_t> pid = {}; ///< wanted; must be free
+        bool userNamespace = false;    ///< starts it in one of its own
+    };
+
+    explicit ClientProcess(const Options& options);
+    ClientProcess(const ClientProcess&) = delete;
+    ClientProcess& operator=(const ClientProcess&) = delete;
+    ClientProcess(ClientProcess&&) = delete;
+    ClientProcess& operator=(ClientProcess&&) = delete;
+    ~ClientProcess();
+
+    [[nodiscard]] pid_t pid() const { return pid_; }
+    [[nodiscard]] int pidfd() const { return pidfd_.get(); } ///< SO_PEERPIDFD
+    [[nodiscard]] uid_t connectedUser() const { return user_; }
+    [[nodiscard]] gid_t connectedGroup() const { return group_; }
+
+    /// Gives a command and waits until it is done.
+    void command(char letter) const;
+    /// Kills it and waits for its end; a zombie stays when it is not reaped.
+    void kill();
+    void reap();
+
+private:
+    UniqueFd connection_;
+    UniqueFd pidfd_;
+    pid_t pid_ = -1;
+    uid_t user_ = 0;
+    gid_t group_ = 0;
+    bool reaped_ = false;
+};
+
+} // namespace qv::test

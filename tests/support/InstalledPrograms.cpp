@@ -1,0 +1,96 @@
+#include "support/InstalledPrograms.h"
+
+#include <fstream>
+#include <linux/magic.h>
+#include <stdexcept>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <sys/vfs.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace qv::test {
+
+InstalledPrograms::InstalledPrograms() {
+    install(folder_.path(), 0, 0, 0755);
+    authority_.anchorIn(folder_ / "anchors");
+}
+
+CodeSigningConfiguration InstalledPrograms::configuration() const {
+    struct statfs info{};
+    if (::statfs(folder_.path().c_str(), &info) != 0) {
+        throw std::system_error(errno, std::generic_category(), "statfs");
+    }
+    return {.anchorsDirectory = folder_ / "anchors",
+            .clientGroup = kClientGroup,
+            .allowTemporaryFileSystems = info.f_type == TMPFS_MAGIC,
+            .lookupTime = std::chrono::minutes(1)};
+}
+
+std::filesystem::path InstalledPrograms::unsignedClient(std::string_view name) {
+    const std::filesystem::path program = folder_ / name;
+    std::filesystem::copy_file(QV_SAMPLE_CLIENT, program);
+    install(program, 0, 0, 0755);
+    return program;
+}
+
+std::filesystem::path InstalledPrograms::signedClient(std::string_view name, std::uint32_t flags) {
+    const std::filesystem::path program = unsignedClient(name);
+    SigningRequest request = authority_.requestIn(folder_ / "keys");
+    request.flags = flags;
+    sign(program, request);
+    return program;
+}
+
+std::filesystem::path InstalledPrograms::markedClient(std::string_view name, std::uint32_t flags) {
+    const std::filesystem::path program = signedClient(name, flags);
+    install(program, 0, kClientGroup, 02755);
+    return program;
+}
+
+std::filesystem::path InstalledPrograms::debuggableClient(std::string_view name) {
+    const std::filesystem::path program = unsignedClient(name);
+    SigningRequest request = authority_.requestIn(folder_ / "keys");
+    request.flags = 0;
+    request.entitlements =
+        Value::dictionary({{"com.apple.security.get-task-allow", Value::boolean(true)}});
+    request.allowDebuggableDistribution = true;
+    sign(program, request);
+    return program;
+}
+
+std::filesystem::path InstalledPrograms::strangersClient(std::string_view name,
+                                                         std::uint32_t flags) {
+    const std::filesystem::path program = unsignedClient(name);
+    SigningRequest request = stranger_.requestIn(folder_ / "strangers-keys");
+    request.flags = flags;
+    sign(program, request);
+    return program;
+}
+
+bool InstalledPrograms::ignoresSetGroup() const {
+    struct statvfs info{};
+    return ::statvfs(folder_.path().c_str(), &info) != 0 || (info.f_flag & ST_NOSUID) != 0;
+}
+
+void InstalledPrograms::sign(const std::filesystem::path& program, const SigningRequest& request) {
+    if (const auto done = CodeSigner::sign(program, request); !done) {
+        throw std::runtime_error(done.error().description());
+    }
+}
+
+void install(const std::filesystem::path& file, uid_t user, gid_t group, mode_t mode) {
+    // The mode last: a change of owner takes the set-group-id bit away.
+    if (::chown(file.c_str(), user, group) != 0 || ::chmod(file.c_str(), mode) != 0) {
+        throw std::system_error(errno, std::generic_category(), file);
+    }
+}
+
+void changeOneByte(const std::filesystem::path& program) {
+    constexpr std::string_view kText = "QVCHANGEABLE";
+    std::string content = contentOf(program);
+    content.at(content.find(kText)) = 'q';
+    std::ofstream(program, std::ios::binary | std::ios::in | std::ios::out) << content;
+}
+
+} // namespace qv::test

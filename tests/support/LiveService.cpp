@@ -1,0 +1,149 @@
+#include "support/LiveService.h"
+
+#include <array>
+#include <cerrno>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace qv::test {
+
+namespace {
+
+constexpr std::size_t kLongestLine = 8192;
+constexpr std::string_view kServiceName = "com.larkwen.qvcatalog.helper";
+
+void require(bool done, const char* what) {
+    if (!done) {
+        throw std::system_error(errno, std::generic_category(), what);
+    }
+}
+
+std::size_t linesWith(std::string_view log, std::string_view text) {
+    std::size_t count = 0;
+    for (std::size_t place = log.find(text); place != std::string_view::npos;
+         place = log.find(text, log.find('\n', place))) {
+        ++count;
+    }
+    return count;
+}
+
+} // namespace
+
+UniqueFd listenAt(const std::string& path) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    require(path.copy(static_cast<char*>(address.sun_path), sizeof address.sun_path - 1) ==
+                path.size(),
+            "socket path");
+    UniqueFd fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    require(
+        fd && ::bind(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
+            ::chmod(path.c_str(), 0666) == 0 && ::listen(fd.get(), SOMAXCONN) == 0,
+        "listener");
+    return fd;
+}
+
+LiveService::LiveService(Listener listener) {
+    UniqueFd socket = listener == Listener::notListening
+                          ? UniqueFd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0))
+                          : listenAt(socketPath());
+    const bool handedOver = listener != Listener::missing;
+    program_ = std::make_unique<StartedProgram>(ProgramStart{
+        .command = {QV_SERVICE_PROGRAM},
+        // A sanitizer that keeps freed memory would hide what the service itself holds.
+        .environment = {"ASAN_OPTIONS=quarantine_size_mb=1"},
+        .standard = {-1, printed_.write.get(), printed_.write.get()},
+        .listener = handedOver ? socket.get() : -1,
+        .listenerName =
+            std::string(listener == Listener::misnamed ? "another.service" : kServiceName)});
+    printed_.write.reset();
+    collector_ = std::thread([this] { collect(); });
+}
+
+LiveService::~LiveService() {
+    program_->kill();
+    stop_.write.reset();
+    collector_.join();
+}
+
+// Ends with the last writer, or with the owner: a tool may outlive the service.
+void LiveService::collect() {
+    for (;;) {
+        std::array<pollfd, 2> entries{
+            {{printed_.read.get(), POLLIN, 0}, {stop_.read.get(), POLLIN, 0}}};
+        if (::poll(entries.data(), entries.size(), -1) < 0 && errno != EINTR) {
+            return;
+        }
+        if (entries[0].revents == 0 && entries[1].revents != 0) {
+            return;
+        }
+        std::array<char, 65536> piece{};
+        const ssize_t count = ::read(printed_.read.get(), piece.data(), piece.size());
+        if (count <= 0) {
+            return;
+        }
+        take({piece.data(), static_cast<std::size_t>(count)});
+    }
+}
+
+void LiveService::take(std::string_view piece) {
+    {
+        const std::scoped_lock lock(mutex_);
+        bytes_ += piece.size();
+        for (std::size_t end = 0; !piece.empty(); piece.remove_prefix(end)) {
+            end = std::min(piece.find('\n'), piece.size() - 1) + 1;
+            if (line_.size() < kLongestLine) {
+                line_.append(piece.substr(0, end));
+            }
+            if (piece[end - 1] != '\n') {
+                continue;
+            }
+            log_ += line_.size() < kLongestLine ? line_ : "";
+            line_.clear();
+        }
+    }
+    changed_.notify_all();
+}
+
+template <typename Condition> bool LiveService::waitUntil(const Condition& condition) {
+    std::unique_lock lock(mutex_);
+    return changed_.wait_for(lock, kPatience, condition);
+}
+
+bool LiveService::waitForLog(std::string_view text, std::size_t lines) {
+    return waitUntil([&] { return linesWith(log_, text) >= lines; });
+}
+
+bool LiveService::waitForPrinted(std::uint64_t bytes) {
+    return waitUntil([&] { return bytes_ >= bytes; });
+}
+
+std::string LiveService::log() {
+    const std::scoped_lock lock(mutex_);
+    return log_;
+}
+
+std::size_t LiveService::descriptors() const {
+    const std::filesystem::directory_iterator list("/proc/" + std::to_string(pid()) + "/fd");
+    return static_cast<std::size_t>(std::distance(begin(list), end(list)));
+}
+
+std::size_t LiveService::residentKilobytes() const {
+    std::ifstream status("/proc/" + std::to_string(pid()) + "/status");
+    for (std::string word; status >> word;) {
+        std::size_t number = 0;
+        if (word == "VmRSS:" && status >> number) {
+            return number;
+        }
+    }
+    return 0;
+}
+
+} // namespace qv::test

@@ -1,0 +1,2 @@
+int qvSampleLibraryFunction(void);
+int qvSampleLibraryFunction(void) { return 1; }

@@ -1,0 +1,220 @@
+#include "support/StartedProgram.h"
+
+#include <cerrno>
+#include <charconv>
+#include <csignal>
+#include <fcntl.h>
+#include <poll.h>
+#include <stdexcept>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <system_error>
+#include <thread>
+#include <unistd.h>
+
+namespace qv::test {
+
+namespace {
+
+constexpr int kFirstHandedOver = 3;
+constexpr std::string_view kPidVariable = "LISTEN_PID=";
+constexpr std::size_t kLongestPid = 20;
+
+[[noreturn]] void fail(const char* what) {
+    throw std::system_error(errno, std::generic_category(), what);
+}
+
+// Everything that the child needs, made before the fork: it may not allocate.
+class ChildImage {
+public:
+    explicit ChildImage(const ProgramStart& start)
+        : words_(start.command), variables_(start.environment), standard_(start.standard),
+          listener_(start.listener), null_(::open("/dev/null", O_RDWR | O_CLOEXEC)) {
+        if (listener_ >= 0) {
+            variables_.emplace_back("LISTEN_FDS=1");
+            variables_.push_back("LISTEN_FDNAMES=" + start.listenerName);
+            variables_.push_back(std::string(kPidVariable).append(kLongestPid, '\0'));
+        }
+        for (int& fd : standard_) {
+            fd = fd < 0 ? null_.get() : fd;
+        }
+        for (std::string& word : words_) {
+            arguments_.push_back(word.data());
+        }
+        arguments_.push_back(nullptr);
+        for (std::string& variable : variables_) {
+            environment_.push_back(variable.data());
+        }
+        environment_.push_back(nullptr);
+    }
+
+    [[noreturn]] void become(pid_t parent) {
+        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+        bool ready = ::getppid() == parent;
+        for (int number = 0; number < kFirstHandedOver; ++number) {
+            ready = ready && place(standard_.at(static_cast<std::size_t>(number)), number);
+        }
+        if (listener_ >= 0) {
+            ready = ready && place(listener_, kFirstHandedOver);
+            char* digits = variables_.back().data() + kPidVariable.size();
+            std::to_chars(digits, digits + kLongestPid, ::getpid());
+        }
+        if (ready) {
+            ::execve(arguments_[0], arguments_.data(), environment_.data());
+        }
+        ::_exit(127);
+    }
+
+private:
+    // In ascending order: a source that a later place would overwrite has been placed by then.
+    static bool place(int fd, int number) {
+        return fd == number ? ::fcntl(fd, F_SETFD, 0) == 0 : ::dup2(fd, number) == number;
+    }
+
+    std::vector<std::string> words_;
+    std::vector<std::string> variables_;
+    std::array<int, 3> standard_;
+    int listener_;
+    UniqueFd null_;
+    std::vector<char*> arguments_;
+    std::vector<char*> environment_;
+};
+
+int statusOf(const siginfo_t& info) {
+    return info.si_code == CLD_EXITED ? info.si_status : -info.si_status;
+}
+
+} // namespace
+
+StartedProgram::StartedProgram(const ProgramStart& start) {
+    ChildImage image(start);
+    const pid_t parent = ::getpid();
+    pid_ = ::fork();
+    if (pid_ < 0) {
+        fail("fork");
+    }
+    if (pid_ == 0) {
+        image.become(parent);
+    }
+    pidfd_ = UniqueFd(static_cast<int>(::syscall(SYS_pidfd_open, pid_, 0)));
+    if (!pidfd_) {
+        fail("pidfd_open");
+    }
+}
+
+StartedProgram::~StartedProgram() {
+    if (!status_) {
+        kill();
+        siginfo_t info{};
+        ::waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED);
+    }
+}
+
+bool StartedProgram::isRunning() const {
+    pollfd entry{.fd = pidfd_.get(), .events = POLLIN, .revents = 0};
+    return ::poll(&entry, 1, 0) == 0;
+}
+
+void StartedProgram::kill() const {
+    if (!status_) {
+        ::kill(pid_, SIGKILL);
+    }
+}
+
+bool StartedProgram::waitForEnd() const {
+    pollfd entry{.fd = pidfd_.get(), .events = POLLIN, .revents = 0};
+    constexpr auto kMost = std::chrono::milliseconds(kPatience).count();
+    return ::poll(&entry, 1, static_cast<int>(kMost)) == 1;
+}
+
+std::optional<int> StartedProgram::wait() {
+    if (!status_ && waitForEnd()) {
+        siginfo_t info{};
+        if (::waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED) != 0) {
+            fail("waitid");
+        }
+        status_ = statusOf(info);
+    }
+    return status_;
+}
+
+PipeEnds makePipe() {
+    std::array<int, 2> ends{};
+    if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
+        fail("pipe");
+    }
+    return {.read = UniqueFd(ends[0]), .write = UniqueFd(ends[1])};
+}
+
+bool writeAll(int descriptor, std::string_view bytes) {
+    while (!bytes.empty()) {
+        const ssize_t count = ::write(descriptor, bytes.data(), bytes.size());
+        if (count < 0 && errno != EINTR) {
+            return false;
+        }
+        bytes.remove_prefix(count < 0 ? 0 : static_cast<std::size_t>(count));
+    }
+    return true;
+}
+
+namespace {
+
+// False at the end.
+bool readPiece(int descriptor, std::string& text) {
+    std::array<char, 65536> piece{};
+    const ssize_t count = ::read(descriptor, piece.data(), piece.size());
+    text.append(piece.data(), count > 0 ? static_cast<std::size_t>(count) : 0);
+    return count > 0;
+}
+
+void readBoth(UniqueFd& output, UniqueFd& errors, ProgramRun& run) {
+    while (output || errors) {
+        std::array<pollfd, 2> entries{{{output.get(), POLLIN, 0}, {errors.get(), POLLIN, 0}}};
+        constexpr auto kMost = std::chrono::milliseconds(kPatience).count();
+        if (::poll(entries.data(), entries.size(), static_cast<int>(kMost)) <= 0) {
+            return;
+        }
+        if (entries[0].revents != 0 && !readPiece(output.get(), run.output)) {
+            output.reset();
+        }
+        if (entries[1].revents != 0 && !readPiece(errors.get(), run.errors)) {
+            errors.reset();
+        }
+    }
+}
+
+} // namespace
+
+ProgramRun runProgram(const std::vector<std::string>& command, std::string_view input,
+                      std::vector<std::string> environment) {
+    PipeEnds in = makePipe();
+    PipeEnds out = makePipe();
+    PipeEnds err = makePipe();
+    environment.insert(environment.end(), {"ASAN_OPTIONS=exitcode=99", "UBSAN_OPTIONS=exitcode=99",
+                                           "LSAN_OPTIONS=exitcode=99"});
+    StartedProgram program({.command = command,
+                            .environment = std::move(environment),
+                            .standard = {in.read.get(), out.write.get(), err.write.get()}});
+    in.read.reset();
+    out.write.reset();
+    err.write.reset();
+    std::thread feeder([&] {
+        sigset_t broken{}; // for this thread only: a program may leave its input
+        ::sigemptyset(&broken);
+        ::sigaddset(&broken, SIGPIPE);
+        ::pthread_sigmask(SIG_BLOCK, &broken, nullptr);
+        static_cast<void>(writeAll(in.write.get(), input));
+        in.write.reset();
+    });
+    ProgramRun run;
+    readBoth(out.read, err.read, run);
+    run.status = program.wait().value_or(-SIGKILL);
+    if (run.status == -SIGKILL) {
+        program.kill(); // else the feeder might wait for ever
+    }
+    feeder.join();
+    return run;
+}
+
+} // namespace qv::test
