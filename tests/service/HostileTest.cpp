@@ -1,5 +1,5 @@
-// An accepted client that means harm: whatever it sends, it gets its answer or is closed, and others
-// are served.
+// An accepted client that means harm: whatever it sends, it gets its answer or is closed, and
+// others are served.
 
 #include "platform/foundation/plist/PropertyList.h"
 #include "service/RawList.h"

@@ -152,8 +152,10 @@ TEST_F(Lifecycle, StaysWhenAnExitCannotBeWatched) {
     ASSERT_EQ(::prlimit(service_->pid(), RLIMIT_NOFILE, nullptr, &usual), 0);
     none.rlim_max = usual.rlim_max;
     ASSERT_EQ(::prlimit(service_->pid(), RLIMIT_NOFILE, &none, nullptr), 0);
-    const auto outcome = client_->execute(Value::array({}));
-    EXPECT_TRUE(outcome && outcome->success);
+    for (int i = 0; i < 2; ++i) { // the second answer comes after the first attempt to watch
+        const auto outcome = client_->execute(Value::array({}));
+        EXPECT_TRUE(outcome && outcome->success);
+    }
     ASSERT_EQ(::prlimit(service_->pid(), RLIMIT_NOFILE, &usual, nullptr), 0);
     client_->finish();
     for (int i = 0; i < 3; ++i) {

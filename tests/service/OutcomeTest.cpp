@@ -102,9 +102,9 @@ TEST_F(Outcome, ARootThatIsNoArrayIsAnsweredWithTheReason) {
         EXPECT_FALSE(outcome->success) << script;
         EXPECT_EQ(outcome->errorScriptStepIndex, -1) << script;
         EXPECT_EQ(outcome->error.domain(), kScriptDomain) << script;
-        EXPECT_THAT(outcome->error.localizedDescription(),
-                    testing::AllOf(HasSubstr("a script must be an array of steps"),
-                                   HasSubstr(kind)));
+        EXPECT_THAT(
+            outcome->error.localizedDescription(),
+            testing::AllOf(HasSubstr("a script must be an array of steps"), HasSubstr(kind)));
     }
     EXPECT_TRUE(service_->waitForLog("script raised an exception", rows.size()));
 }

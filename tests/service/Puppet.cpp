@@ -43,8 +43,8 @@ Puppet::Puppet(const std::filesystem::path& program) {
     }
     strings_ = UniqueFd(ends[0]);
     const UniqueFd itsEnd(ends[1]);
-    process_ = std::make_unique<StartedProgram>(ProgramStart{
-        .command = {program}, .standard = {itsEnd.get(), itsEnd.get(), itsEnd.get()}});
+    process_ = std::make_unique<StartedProgram>(
+        ProgramStart{.command = {program}, .standard = {itsEnd.get(), itsEnd.get(), itsEnd.get()}});
 }
 
 void Puppet::begin(std::string_view command) {

@@ -29,9 +29,7 @@ public:
     static std::string text(std::string_view ascii) {
         return counted('\x50', ascii.size()).append(ascii);
     }
-    static std::string number(std::uint8_t value) {
-        return {'\x10', static_cast<char>(value)};
-    }
+    static std::string number(std::uint8_t value) { return {'\x10', static_cast<char>(value)}; }
 
     [[nodiscard]] std::string bytes() const {
         std::string list = "bplist00";

@@ -30,7 +30,10 @@ protected:
 
     void TearDown() override {
         if (HasFailure() && service_ != nullptr) {
-            std::cerr << "what the service said:\n" << service_->log();
+            constexpr std::size_t kMost = 8000;
+            const std::string log = service_->log();
+            std::cerr << "what the service said last:\n"
+                      << log.substr(log.size() - std::min(log.size(), kMost));
         }
     }
 
@@ -40,7 +43,8 @@ protected:
         return client->connect(service_->socketPath()) ? std::move(client) : nullptr;
     }
 
-    /// Whether a good client that comes now is served. Ends the service when nobody else is counted.
+    /// Whether a good client that comes now is served. Ends the service when nobody else is
+    /// counted.
     [[nodiscard]] bool servesOthers() const {
         const auto other = connected();
         const auto outcome = other == nullptr ? std::nullopt : other->execute(Value::array({}));

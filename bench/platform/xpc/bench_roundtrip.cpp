@@ -162,8 +162,10 @@ void measure(int rounds) {
     std::vector<double> connected;
     std::vector<double> bare;
     for (int round = -1; round < rounds; ++round) { // the first one warms up
-        const double one = microsecondsATrip(
-            [&] { const auto reply = connection->sendMessageWithReply(request); need(reply.has_value(), reply ? "" : reply.error().description()); });
+        const double one = microsecondsATrip([&] {
+            const auto reply = connection->sendMessageWithReply(request);
+            need(reply.has_value(), reply ? "" : reply.error().description());
+        });
         const double other = microsecondsATrip([&] {
             need(transferAll(ours.get(), bytes, true) && transferAll(ours.get(), bytes, false),
                  "an echo");

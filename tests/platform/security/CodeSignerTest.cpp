@@ -174,6 +174,8 @@ TEST(CodeSigner, RefusesWhatIsNoProgram) {
     trailer.directory = "d";
     trailer.cms = "c";
     const std::string end = trailer.encoded();
+    std::string otherVersion = end;
+    otherVersion[2] = '\2';
     struct Case {
         const char* fault;
         std::string bytes;
@@ -184,9 +186,7 @@ TEST(CodeSigner, RefusesWhatIsNoProgram) {
           Case{"header alone", elf.substr(0, 63), kBadObjectFormat},
           Case{"nothing", "", kBadObjectFormat},
           Case{"two trailers", elf + end + end, kSignatureInvalid},
-          Case{"damaged trailer", elf + "d" + end, kSuccess},
-          Case{"unknown version", elf + end.substr(0, 2) + '\2' + end.substr(3),
-               kSignatureUnsupported}}) {
+          Case{"unknown version", elf + otherVersion, kSignatureUnsupported}}) {
         program.folder().write("program", each.bytes);
         const auto outcome = program.sign();
         EXPECT_EQ(outcome ? kSuccess : outcome.error().code(), each.status) << each.fault;

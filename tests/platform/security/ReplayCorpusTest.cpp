@@ -17,9 +17,8 @@ TEST(ReplayCorpus, EveryStoredInputIsSurvived) {
     for (const auto& entry : std::filesystem::directory_iterator(QV_CORPUS)) {
         SCOPED_TRACE(entry.path());
         const std::string content = contentOf(entry.path());
-        EXPECT_EQ(LLVMFuzzerTestOneInput(
-                      static_cast<const unsigned char*>(static_cast<const void*>(content.data())),
-                      content.size()),
+        EXPECT_EQ(LLVMFuzzerTestOneInput(reinterpret_cast<const unsigned char*>(content.data()),
+                                         content.size()),
                   0);
         ++replayed;
     }

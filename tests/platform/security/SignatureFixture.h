@@ -35,7 +35,7 @@ public:
     explicit SignedProgram(const TestAuthority& authority);
 
     /// Signs the program with the authority's leaf after `change` had its way with the request.
-    template <typename Change> tl::expected<void, Error> sign(Change change) {
+    template <typename Change> tl::expected<void, Error> sign(const Change& change) {
         SigningRequest request = request_;
         change(request);
         return CodeSigner::sign(path(), request);

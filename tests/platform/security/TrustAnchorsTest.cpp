@@ -17,11 +17,10 @@ const TestAuthority& authority() {
     return kAuthority;
 }
 
-class TrustAnchorsTest : public testing::Test {
-protected:
+struct TrustAnchorsTest : testing::Test {
     TrustAnchorsTest() { authority().anchorIn(folder()); }
 
-    [[nodiscard]] fs::path folder() const { return temporary_ / "anchors.d"; }
+    [[nodiscard]] fs::path folder() const { return temporary / "anchors.d"; }
     [[nodiscard]] TrustAnchors anchors() const { return TrustAnchors(folder(), ::geteuid()); }
     void write(std::string_view name, std::string_view content, mode_t mode = 0644) const {
         writeWithMode(folder() / name, content, mode);
@@ -33,7 +32,7 @@ protected:
         return roles && roles->vendor;
     }
 
-    TemporaryDirectory temporary_;
+    TemporaryDirectory temporary;
 };
 
 TEST_F(TrustAnchorsTest, AcceptsAFolderInOrder) {
@@ -60,25 +59,25 @@ TEST_F(TrustAnchorsTest, AnyViolationAndNobodyIsTrusted) {
          "written by others"},
         {"sub-folder writable by group", [&] { ::chmod(root.parent_path().c_str(), 0775); },
          "vendor: can be written"},
-        {"parent writable by all", [&] { ::chmod(temporary_.path().c_str(), 0777); },
+        {"parent writable by all", [&] { ::chmod(temporary.path().c_str(), 0777); },
          "written by others"},
         {"file writable by group", [&] { ::chmod(root.c_str(), 0664); }, "root.pem: can be"},
         {"linked file",
          [&] {
-             fs::rename(root, temporary_ / "root.pem");
-             fs::create_symlink(temporary_ / "root.pem", root);
+             fs::rename(root, temporary / "root.pem");
+             fs::create_symlink(temporary / "root.pem", root);
          },
          "symbolic link"},
         {"linked sub-folder",
          [&] {
-             fs::rename(folder() / "vendor", temporary_ / "vendor");
-             fs::create_directory_symlink(temporary_ / "vendor", folder() / "vendor");
+             fs::rename(folder() / "vendor", temporary / "vendor");
+             fs::create_directory_symlink(temporary / "vendor", folder() / "vendor");
          },
          "no folder"},
         {"linked folder",
          [&] {
-             fs::rename(folder(), temporary_ / "elsewhere");
-             fs::create_directory_symlink(temporary_ / "elsewhere", folder());
+             fs::rename(folder(), temporary / "elsewhere");
+             fs::create_directory_symlink(temporary / "elsewhere", folder());
          },
          "no folder"},
         {"pipe", [&] { ::mkfifo((folder() / "vendor/pipe").c_str(), 0644); }, "no regular file"},
@@ -110,7 +109,7 @@ TEST_F(TrustAnchorsTest, AnyViolationAndNobodyIsTrusted) {
     };
     for (const Case& each : cases) {
         fs::remove_all(folder());
-        ::chmod(temporary_.path().c_str(), 0700);
+        ::chmod(temporary.path().c_str(), 0700);
         authority().anchorIn(folder());
         const TrustAnchors anchors = this->anchors();
         ASSERT_TRUE(accepts(anchors)) << anchors.reason();
@@ -130,7 +129,7 @@ TEST_F(TrustAnchorsTest, StrangersAnchorsAreRefused) {
     ASSERT_EQ(::chown(file.c_str(), kStranger, 0), 0);
     EXPECT_THAT(anchors().reason(), HasSubstr("belongs to user 12345"));
     EXPECT_TRUE(accepts(TrustAnchors(folder(), kStranger))) << "a developer's own build";
-    ASSERT_EQ(::chown(temporary_.path().c_str(), kStranger, 0), 0);
+    ASSERT_EQ(::chown(temporary.path().c_str(), kStranger, 0), 0);
     EXPECT_FALSE(accepts(anchors())) << "who owns a parent can replace all below";
 }
 
@@ -153,7 +152,7 @@ TEST_F(TrustAnchorsTest, AreReadAgainOnlyAfterAChange) {
     });
     const auto first = settled.current();
     EXPECT_EQ(settled.current(), first);
-    temporary_.write("beside", "the folder's business is not its neighbours'");
+    temporary.write("beside", "the folder's business is not its neighbours'");
     EXPECT_EQ(settled.current(), first);
     ::chmod((folder() / "vendor/root.pem").c_str(), 0600);
     EXPECT_NE(settled.current(), first);

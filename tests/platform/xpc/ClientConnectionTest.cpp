@@ -69,7 +69,7 @@ std::string replyBytes(std::uint64_t sequence) {
 }
 
 TEST(ClientConnection, ExchangesMessagesOfAnySizeAllowed) {
-    ServiceThread service;
+    const ServiceThread service;
     auto connection = ClientConnection::connect(service.path());
     ASSERT_TRUE(connection);
     EXPECT_NE(::fcntl(connection->socket(), F_GETFD) & FD_CLOEXEC, 0);
@@ -96,7 +96,7 @@ TEST(ClientConnection, TellsApartWhyThereIsNoConnection) {
     const std::string deserted = directory / "deserted.sock";
     test::listeningSocket(deserted).reset();
     EXPECT_EQ(codeOf(ClientConnection::connect(deserted)), numberOf(ClientErrorCode::unreachable));
-    ServiceThread rejecting(
+    const ServiceThread rejecting(
         {.onConnection = [](ServiceThread&, const auto& connection) { connection->cancel(); }});
     EXPECT_EQ(codeOf(ClientConnection::connect(rejecting.path())),
               numberOf(ClientErrorCode::rejected));
@@ -127,7 +127,7 @@ TEST(ClientConnection, RefusesGreetingsAndRepliesThatAreNone) {
 }
 
 TEST(ClientConnection, ReportsAServiceThatClosesInsteadOfAnswering) {
-    ServiceThread service({.onMessage = [](ServiceThread&, const Message& message) {
+    const ServiceThread service({.onMessage = [](ServiceThread&, const Message& message) {
         message.remoteConnection()->cancel();
     }});
     auto connection = ClientConnection::connect(service.path());
@@ -152,7 +152,7 @@ TEST(ClientConnection, GivesUpAtItsDeadline) {
     EXPECT_EQ(codeOf(connection->sendMessageWithReply(dictionaryOf("x"), soon())),
               numberOf(ClientErrorCode::timedOut));
     silent.perform([&] { held.clear(); });
-    ServiceThread idle({.accepting = false}); // connects, but nobody greets
+    const ServiceThread idle({.accepting = false}); // connects, but nobody greets
     EXPECT_EQ(codeOf(ClientConnection::connect(idle.path(), soon())),
               numberOf(ClientErrorCode::timedOut));
 }

@@ -17,15 +17,14 @@
 #include <ctime>
 #include <fstream>
 #include <functional>
+#include <malloc.h>
 #include <span>
 #include <string>
 #include <string_view>
-#include <vector>
-
-#include <malloc.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -128,13 +127,13 @@ bool make(List& list) {
 }
 
 Sample measure(const List& list, const Reading& reading) {
-    void* shared = ::mmap(nullptr, sizeof(Sample), PROT_READ | PROT_WRITE,
-                          MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    void* shared =
+        ::mmap(nullptr, sizeof(Sample), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     auto* sample = new (shared) Sample;
     (void)inChild([&] {
         std::string input(list.size, '\0');
-        const bool whole = ::pread(list.fd, input.data(), input.size(), 0) ==
-                           static_cast<ssize_t>(input.size());
+        const bool whole =
+            ::pread(list.fd, input.data(), input.size(), 0) == static_cast<ssize_t>(input.size());
         std::ofstream("/proc/self/clear_refs") << "5" << std::flush; // VmHWM starts anew
         const double resident = statusKilobytes("VmRSS:");
         const double start = processorMilliseconds();
@@ -217,7 +216,8 @@ int main() {
         return 1;
     }
     std::vector<Contender> ofBinary{{"ours", readOurs, {}}};
-    std::vector<Contender> ofXML{{"ours", readOurs, {}}, {"ours, expat alone", readWithExpatAlone, {}}};
+    std::vector<Contender> ofXML{{"ours", readOurs, {}},
+                                 {"ours, expat alone", readWithExpatAlone, {}}};
 #ifdef QV_HAVE_LIBPLIST
     ofBinary.push_back({"libplist", readTheirs, {}});
     ofXML.push_back({"libplist", readTheirs, {}});

@@ -32,6 +32,7 @@ inline constexpr std::uint8_t kNullMarker = 0x00;
 inline constexpr std::uint8_t kFalseMarker = 0x08;
 inline constexpr std::uint8_t kTrueMarker = 0x09;
 inline constexpr std::uint8_t kOneByteInteger = 0x10;
+inline constexpr std::uint8_t kTwoByteInteger = 0x11;
 inline constexpr std::uint8_t kFourByteInteger = 0x12;
 inline constexpr std::uint8_t kDateMarker = 0x33;
 inline constexpr std::uint8_t kLargestLowCount = 14; ///< a low half of 15: the count follows

@@ -27,10 +27,6 @@ bool reaches(std::size_t size, std::uint64_t value) {
 
 } // namespace
 
-bool BinaryNumbers::skippedAreZero(const char* place) const noexcept {
-    return std::all_of(place, place + skip_, [](char byte) { return byte == 0; });
-}
-
 BinaryLayout::BinaryLayout(std::string_view data) noexcept : data_(data) {
     const std::size_t trailer = data.size() - kTrailerSize;
     objectCount_ = number(trailer + kObjectCountPlace, 8);

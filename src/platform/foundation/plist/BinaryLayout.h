@@ -35,11 +35,12 @@ struct BinaryObject {
 /// count; whether the others are zero is to be checked once.
 class BinaryNumbers {
 public:
-    explicit BinaryNumbers(std::size_t size = 1) noexcept
-        : size_(size), skip_(size - std::min(size, kWord)),
-          shift_(static_cast<unsigned>(8 * (kWord - std::min(size, kWord)))) {}
+    explicit constexpr BinaryNumbers(std::size_t size = 1) noexcept
+        : size_(static_cast<std::uint32_t>(size)), skip_(size > kWord ? size_ - kWord : 0),
+          shift_(size < kWord ? 8 * (kWord - size_) : 0) {}
 
     [[nodiscard]] std::size_t size() const noexcept { return size_; }
+    [[nodiscard]] bool isWide() const noexcept { return skip_ != 0; }
     /// Reads 8 bytes whatever the size; a list's trailer follows all its numbers.
     [[nodiscard]] std::uint64_t at(const char* place) const noexcept {
         std::uint64_t word = 0;
@@ -50,15 +51,15 @@ public:
         return word >> shift_;
     }
     [[nodiscard]] bool fits(const char* place) const noexcept {
-        return skip_ == 0 || skippedAreZero(place);
+        return std::all_of(place, place + skip_, [](char byte) { return byte == 0; });
     }
 
 private:
-    static constexpr std::size_t kWord = sizeof(std::uint64_t);
-    [[nodiscard]] bool skippedAreZero(const char* place) const noexcept;
-    std::size_t size_;
-    std::size_t skip_;
-    unsigned shift_;
+    static constexpr std::uint32_t kWord = sizeof(std::uint64_t);
+    // Of 32 bits, so that the compiler sees that no Value overlaps them.
+    std::uint32_t size_;
+    std::uint32_t skip_;
+    std::uint32_t shift_;
 };
 
 /// Header, trailer and offset table of a binary list: finds objects and reads references. An

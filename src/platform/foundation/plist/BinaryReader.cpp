@@ -5,7 +5,6 @@
 #include "platform/foundation/plist/RecentKeyLists.h"
 #include "platform/foundation/plist/Refusal.h"
 #include "platform/foundation/plist/TextEncoding.h"
-#include "platform/foundation/plist/ValueStack.h"
 #include "platform/foundation/values/UTF8.h"
 #include "platform/foundation/values/ValueArena.h"
 
@@ -13,8 +12,10 @@
 #include <bit>
 #include <cmath>
 #include <cstring>
-#include <iterator>
+#include <deque>
 #include <limits>
+#include <memory>
+#include <string>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -28,19 +29,23 @@ bool isASCII(std::string_view bytes) {
     constexpr std::uint64_t kHighBits = 0x8080808080808080U;
     std::uint64_t word = 0;
     std::uint64_t all = 0;
-    std::size_t index = 0;
-    for (; index + sizeof(word) <= bytes.size(); index += sizeof(word)) {
-        std::memcpy(&word, bytes.data() + index, sizeof(word));
-        all |= word;
+    if (bytes.size() >= sizeof(word)) {
+        const char* last = bytes.data() + bytes.size() - sizeof(word);
+        for (const char* place = bytes.data(); place < last; place += sizeof(word)) {
+            std::memcpy(&word, place, sizeof(word));
+            all |= word;
+        }
+        std::memcpy(&word, last, sizeof(word));
+        return ((all | word) & kHighBits) == 0;
     }
-    for (; index < bytes.size(); ++index) {
-        all |= static_cast<unsigned char>(bytes[index]);
+    for (const char c : bytes) {
+        all |= static_cast<unsigned char>(c);
     }
     return (all & kHighBits) == 0;
 }
 
-// Makes the values of a list that was surveyed. The open containers stand on a stack of their own;
-// the values of their elements so far stand behind one another on a second one.
+// Makes the values of a list that was surveyed. The open containers stand on a stack of their own,
+// and are filled where they will stay.
 class BinaryReader {
 public:
     BinaryReader(const BinaryLayout& layout, const BinarySurvey& survey,
@@ -49,28 +54,37 @@ public:
           arena_(layout.tableOffset()), room_(2 * layout.tableOffset()) {}
 
     tl::expected<Value, Error> read() {
-        values_.makeRoom(1);
-        if (!readTop()) {
+        Value top;
+        const std::size_t index = survey_.canonical(layout_.topObject());
+        const std::size_t offset = layout_.offsetOf(index);
+        bool sound = layout_.isContainerAt(offset) ? readContainer(index, offset, top)
+                                                   : readLeaf(index, offset, top);
+        while (sound && !frames_.empty()) {
+            sound = readElements();
+        }
+        if (!sound) {
             return tl::unexpected(error_);
         }
-        return values_.pop();
+        return top;
     }
 
 private:
-    // An object that is referred to more than once.
+    // An object that is an element or value more than once.
     struct Shared {
         enum class State : std::uint8_t { unread, open, read };
         Value value;
         int height = 0; // containers on the longest way down, itself included
         State state = State::unread;
     };
+    // The elements of a container that are still to be read: references, and where values go.
+    struct Elements {
+        const char* place;
+        const char* end;
+        Value* value;
+    };
     struct Frame {
-        std::size_t place;      // of the reference to the next element
-        std::size_t end;        // of the references
-        std::size_t firstValue; // in values_
-        BinaryObject object;
+        Elements elements;
         Shared* shared; // null pointer for an object of one reference
-        KeyList keys;
         int height = 1; // so far
     };
 
@@ -83,34 +97,23 @@ private:
         return fail(offset, "Too many nested arrays or dictionaries");
     }
 
-    bool readTop() {
-        const std::size_t index = survey_.canonical(layout_.topObject());
-        const std::size_t offset = layout_.offsetOf(index);
-        if (!layout_.isContainerAt(offset)) {
-            return readLeaf(index, offset);
-        }
-        bool sound = openOrTake(index);
-        while (sound && !frames_.empty()) {
-            sound = readElements();
-        }
-        return sound;
-    }
-
     // Reads on in the innermost container until that is complete or another one is open in it.
     bool readElements() {
-        Frame& frame = frames_.back();
         const std::size_t depth = frames_.size();
         while (frames_.size() == depth) {
-            if (!readLeaves(frame.place, frame.end)) {
+            Elements& elements = frames_.back().elements;
+            if (!readLeaves(elements)) {
                 return false;
             }
-            if (frame.place == frame.end) {
-                finish();
+            if (elements.place == elements.end) {
+                const Frame frame = frames_.back();
+                frames_.pop_back();
+                finish(frame);
                 return true;
             }
-            const std::size_t index = objectAt(frame.place);
-            frame.place += layout_.references().size();
-            if (!openOrTake(index)) {
+            const std::size_t index = objectAt(elements.place);
+            elements.place += layout_.references().size();
+            if (!readContainer(index, layout_.offsetOf(index), *elements.value++)) {
                 return false;
             }
         }
@@ -118,62 +121,79 @@ private:
     }
 
     // The object that a reference names.
-    [[nodiscard]] std::size_t objectAt(std::size_t place) const noexcept {
-        return survey_.canonical(layout_.reference(place));
+    [[nodiscard]] std::size_t objectAt(const char* reference) const noexcept {
+        return survey_.canonical(layout_.references().at(reference));
     }
 
     Shared* sharedAt(std::size_t index) noexcept {
         return survey_.isShared(index) ? &shared_[survey_.sharedNumber(index)] : nullptr;
     }
 
-    // Puts the values of leaves behind the others, as far as the first container or the end.
-    bool readLeaves(std::size_t& next, std::size_t end) {
-        const BinaryNumbers references = layout_.references(); // here, as the compiler cannot know
-        const BinaryNumbers offsets = layout_.offsets();       // that values do not overwrite them
-        const char* list = layout_.place(0);
-        const char* table = layout_.place(layout_.tableOffset());
-        std::size_t place = next;
-        for (; place != end; place += references.size()) {
-            const std::size_t index = survey_.canonical(references.at(list + place));
-            const std::size_t offset = offsets.at(table + index * offsets.size());
-            const auto marker = static_cast<std::uint8_t>(list[offset]);
-            if (isSmall(marker)) {
-                values_.push(smallValue(marker, list + offset + 1));
-            } else if (layout_.isContainerAt(offset)) {
+    // Reads leaves as far as the first container or the end.
+    bool readLeaves(Elements& elements) {
+        Elements rest = elements;
+        for (; rest.place != rest.end; rest.place += layout_.references().size(), ++rest.value) {
+            const std::size_t index = objectAt(rest.place);
+            const std::size_t offset = layout_.offsetOf(index);
+            if (makeSmall(layout_.place(offset), *rest.value)) {
+                continue;
+            }
+            if (layout_.isContainerAt(offset)) {
                 break;
-            } else if (!readLeaf(index, offset)) {
+            }
+            if (!readLeaf(index, offset, *rest.value)) {
                 return false;
             }
         }
-        next = place;
+        elements = rest;
         return true;
     }
 
     // Singletons and integers of up to 4 bytes hold no memory: made anew for each reference, they
-    // are identical all the same.
-    static bool isSmall(std::uint8_t marker) noexcept {
-        return marker <= kFourByteInteger && kBinaryRules.data()[marker].size == BinarySize::fixed;
-    }
-    static Value smallValue(std::uint8_t marker, const char* content) {
-        switch (marker) {
+    // are identical all the same. `value` is the null object before.
+    static bool makeSmall(const char* object, Value& value) {
+        const auto integer = [&](std::size_t size) {
+            const std::uint64_t number = BinaryNumbers(size).at(object + 1);
+            std::construct_at(&value, Value::integer(static_cast<std::int64_t>(number)));
+            return true;
+        };
+        switch (static_cast<std::uint8_t>(*object)) {
         case kNullMarker:
-            return {};
+            return true;
         case kFalseMarker:
-            return Value::boolean(false);
+            std::construct_at(&value, Value::boolean(false));
+            return true;
         case kTrueMarker:
-            return Value::boolean(true);
+            std::construct_at(&value, Value::boolean(true));
+            return true;
+        case kOneByteInteger:
+            return integer(1);
+        case kTwoByteInteger:
+            return integer(2);
+        case kFourByteInteger:
+            return integer(4);
         default:
-            return Value::integer(static_cast<std::int64_t>(
-                BinaryNumbers(std::size_t{1} << (marker & 0xFU)).at(content)));
+            return false;
         }
     }
 
-    bool readLeaf(std::size_t index, std::size_t offset) {
+    bool readLeaf(std::size_t index, std::size_t offset, Value& value) {
         Shared* shared = sharedAt(index);
         if (shared != nullptr && shared->state == Shared::State::read) {
-            values_.push(shared->value);
+            value = shared->value;
             return true;
         }
+        if (!readLeafAt(offset, value)) {
+            return false;
+        }
+        if (shared != nullptr) {
+            shared->value = value;
+            shared->state = Shared::State::read;
+        }
+        return true;
+    }
+
+    bool readLeafAt(std::size_t offset, Value& value) {
         BinaryObject object; // NOLINT(cppcoreguidelines-pro-type-member-init): `measure` fills it
         if (const char* fault = layout_.measure(offset, object)) {
             return fail(offset, fault);
@@ -182,31 +202,22 @@ private:
             return fail(offset, "Objects overlap");
         }
         room_ -= object.contentSize;
-        if (!pushLeaf(object)) {
-            return false;
-        }
-        if (shared != nullptr) {
-            shared->value = values_.top();
-            shared->state = Shared::State::read;
-        }
-        return true;
+        return makeLeaf(object, value);
     }
 
-    // A container: its value when it was read before, else it is read or at least opened.
-    bool openOrTake(std::size_t index) {
-        BinaryObject object; // NOLINT(cppcoreguidelines-pro-type-member-init): `measure` fills it
-        (void)layout_.measure(layout_.offsetOf(index), object); // found sound in the survey
+    // A container that was read before is taken; else it is read, or at least opened.
+    bool readContainer(std::size_t index, std::size_t offset, Value& value) {
         Shared* shared = sharedAt(index);
         if (shared == nullptr || shared->state == Shared::State::unread) {
-            return open(object, shared);
+            return open(offset, shared, value);
         }
         if (shared->state == Shared::State::open) {
-            return fail(object.offset, "Container within itself");
+            return fail(offset, "Container within itself");
         }
         if (!noteHeight(shared->height)) {
-            return tooDeep(object.offset);
+            return tooDeep(offset);
         }
-        values_.push(shared->value);
+        value = shared->value;
         return true;
     }
 
@@ -219,85 +230,78 @@ private:
                                    limits_.depth);
     }
 
-    bool open(const BinaryObject& object, Shared* shared) {
+    bool open(std::size_t offset, Shared* shared, Value& value) {
         if (std::cmp_greater_equal(frames_.size(), limits_.depth)) {
-            return tooDeep(object.offset);
+            return tooDeep(offset);
         }
-        KeyList ownKeys;
-        const KeyList* keys = &ownKeys;
-        const std::size_t firstValue = values_.size();
-        values_.makeRoom(object.count + 1);
-        if (object.type == BinaryType::dictionary) {
-            keys = readKeys(object, ownKeys);
-            if (keys == nullptr) {
-                return false;
-            }
-        }
-        std::size_t place = object.elements();
-        if (!readLeaves(place, object.end())) {
+        BinaryObject object; // NOLINT(cppcoreguidelines-pro-type-member-init): `measure` fills it
+        (void)layout_.measure(offset, object); // it was found sound in the survey
+        KeyList own;
+        const KeyList* keys = object.type == BinaryType::dictionary ? readKeys(object, own) : &own;
+        if (keys == nullptr) {
             return false;
         }
-        if (place == object.end()) { // most hold leaves only, and need no place on the stack
-            close(object, *keys, firstValue, shared, 1);
-            return true;
+        const ValueArena::Unfilled made = unfilled(object, *keys);
+        Elements elements{layout_.place(object.elements()), layout_.place(object.end()),
+                          made.values.data()};
+        if (made.values.size() != object.count) {
+            dropRepeated(object, *keys, elements);
         }
+        value = made.container;
+        return fill(elements, shared, value);
+    }
+
+    ValueArena::Unfilled unfilled(const BinaryObject& object, const KeyList& keys) {
+        if (object.type == BinaryType::dictionary) {
+            return arena_.dictionary(keys);
+        }
+        return arena_.elements(
+            object.type == BinaryType::set ? Value::Kind::set : Value::Kind::array, object.count);
+    }
+
+    // Reads the elements of a new container, or as many as stand before the first container.
+    bool fill(Elements elements, Shared* shared, const Value& container) {
         if (shared != nullptr) {
-            shared->state = Shared::State::open;
+            *shared = {container, 1, Shared::State::open};
         }
-        frames_.push_back({place, object.end(), firstValue, object, shared, *keys});
+        if (!readLeaves(elements)) {
+            return false;
+        }
+        if (elements.place ==
+            elements.end) { // most hold leaves only, and need no place on the stack
+            finish({elements, shared});
+        } else {
+            frames_.push_back({elements, shared});
+        }
         return true;
     }
 
-    void finish() {
-        const Frame frame = std::move(frames_.back());
-        frames_.pop_back();
-        close(frame.object, frame.keys, frame.firstValue, frame.shared, frame.height);
+    void finish(const Frame& frame) {
+        if (frame.shared != nullptr) {
+            frame.shared->height = frame.height;
+            frame.shared->state = Shared::State::read;
+        }
+        (void)noteHeight(frame.height); // it was checked at the deepest container within
     }
 
-    // All elements are read: one value takes their place.
-    void close(const BinaryObject& object, const KeyList& keys, std::size_t firstValue,
-               Shared* shared, int height) {
-        if (object.type == BinaryType::dictionary && keys.size() != object.count) {
-            dropRepeated(object, keys, firstValue);
-        }
-        Value value = containerOf(object.type, keys, values_.from(firstValue));
-        values_.cut(firstValue);
-        if (shared != nullptr) {
-            *shared = {value, height, Shared::State::read};
-        }
-        (void)noteHeight(height); // it was checked at the deepest container within
-        values_.push(std::move(value));
-    }
-
-    Value containerOf(BinaryType type, const KeyList& keys, std::span<Value> elements) {
-        if (type == BinaryType::dictionary) {
-            return arena_.dictionary(keys, elements);
-        }
-        if (type == BinaryType::array) {
-            return arena_.array(elements);
-        }
-        return Value::set(
-            {std::move_iterator(elements.begin()), std::move_iterator(elements.end())});
-    }
-
-    // Of two pairs with one key the first counts.
-    void dropRepeated(const BinaryObject& object, const KeyList& keys, std::size_t firstValue) {
+    // Of two pairs with one key the first counts: the references of the others are left out.
+    void dropRepeated(const BinaryObject& dictionary, const KeyList& keys, Elements& elements) {
+        const std::size_t size = layout_.references().size();
+        std::string& kept = keptReferences_.emplace_back();
         std::vector<bool> met(keys.size());
-        std::size_t kept = 0;
-        for (std::uint64_t i = 0; i < object.count; ++i) {
-            const Value key = keyAt(object, i);
-            const std::size_t place = *keys.indexOf(key.asString());
+        for (std::uint64_t i = 0; i < dictionary.count; ++i) {
+            const std::size_t place = *keys.indexOf(keyAt(dictionary, i).asString());
             if (!met[place]) {
+                kept.append(elements.place + i * size, size);
                 met[place] = true;
-                const std::span<Value> values = values_.from(firstValue);
-                std::swap(values[kept++], values[i]);
             }
         }
-        values_.cut(firstValue + kept);
+        kept.reserve(kept.size() + sizeof(std::uint64_t)); // read with the last reference
+        elements.place = kept.data();
+        elements.end = kept.data() + kept.size();
     }
 
-    // The keys of a dictionary, among the recent ones or now the dictionary's own; a null pointer
-    // when refused.
+    // The keys of a dictionary, one of the recent lists or `own`; a null pointer when refused.
     const KeyList* readKeys(const BinaryObject& dictionary, KeyList& own) {
         const std::string_view signature(layout_.place(dictionary.content),
                                          dictionary.elements() - dictionary.content);
@@ -325,7 +329,7 @@ private:
     // The null object when the key is no string: that is refused.
     Value keyAt(const BinaryObject& dictionary, std::uint64_t number) {
         const std::size_t index =
-            objectAt(dictionary.content + number * layout_.references().size());
+            objectAt(layout_.place(dictionary.content) + number * layout_.references().size());
         const std::size_t offset = layout_.offsetOf(index);
         const auto type = static_cast<BinaryType>(layout_.markerAt(offset) >> 4U);
         if (type != BinaryType::ascii && type != BinaryType::utf16) {
@@ -333,62 +337,61 @@ private:
             return {};
         }
         const auto [known, isNew] = keys_.try_emplace(index);
-        if (isNew && readLeaf(index, offset)) {
-            known->second = values_.pop();
+        if (isNew) {
+            (void)readLeafAt(offset, known->second); // leaves it the null object when refused
         }
         return known->second;
     }
 
-    bool pushLeaf(const BinaryObject& object) {
+    bool makeLeaf(const BinaryObject& object, Value& value) {
         const std::string_view content(layout_.place(object.content), object.contentSize);
         switch (object.type) {
         case BinaryType::singleton:
-            values_.push(smallValue(object.marker, nullptr));
-            return true;
+            return makeSmall(layout_.place(object.offset), value);
         case BinaryType::ascii:
-            values_.push(isASCII(content) ? arena_.string(content) : latin1(content));
+            value = isASCII(content) ? arena_.string(content) : latin1(content);
             return true;
         case BinaryType::utf16:
-            return pushUTF16(object, content);
+            return makeUTF16(object, content, value);
         case BinaryType::data:
-            values_.push(Value::data(content));
+            value = Value::data(content);
             return true;
         case BinaryType::real:
-            values_.push(Value::real(realOf(object)));
+            value = Value::real(realOf(content));
             return true;
         case BinaryType::date:
-            values_.push(Value::date({realOf(object)}));
-            return std::isfinite(realOf(object)) || fail(object.offset, "Date is not a number");
+            value = Value::date({realOf(content)});
+            return std::isfinite(realOf(content)) || fail(object.offset, "Date is not a number");
         case BinaryType::uid:
-            return pushUID(object);
-        default: // integers
-            values_.push(integerOf(object));
+            return makeUID(object, value);
+        default:
+            value = integerOf(content);
             return true;
         }
     }
 
     // 8 bytes are signed; of 16 the low 8 count.
-    [[nodiscard]] Value integerOf(const BinaryObject& object) const {
-        const std::uint64_t bits = layout_.number(object.content, object.contentSize);
-        return object.contentSize == sizeof(bits) ? Value::integer(static_cast<std::int64_t>(bits))
-                                                  : Value::unsignedInteger(bits);
+    [[nodiscard]] static Value integerOf(std::string_view content) {
+        const std::uint64_t bits = BinaryNumbers(content.size()).at(content.data());
+        return content.size() == sizeof(bits) ? Value::integer(static_cast<std::int64_t>(bits))
+                                              : Value::unsignedInteger(bits);
     }
 
-    [[nodiscard]] double realOf(const BinaryObject& object) const {
-        const std::uint64_t bits = layout_.number(object.content, object.contentSize);
-        return object.contentSize == sizeof(float)
+    [[nodiscard]] static double realOf(std::string_view content) {
+        const std::uint64_t bits = BinaryNumbers(content.size()).at(content.data());
+        return content.size() == sizeof(float)
                    ? double{std::bit_cast<float>(static_cast<std::uint32_t>(bits))}
                    : std::bit_cast<double>(bits);
     }
 
-    bool pushUID(const BinaryObject& object) {
+    bool makeUID(const BinaryObject& object, Value& value) {
+        const char* place = layout_.place(object.content);
         const BinaryNumbers numbers(object.contentSize);
-        const std::uint64_t index = numbers.at(layout_.place(object.content));
-        if (index > std::numeric_limits<std::uint32_t>::max() ||
-            !numbers.fits(layout_.place(object.content))) {
+        const std::uint64_t index = numbers.at(place);
+        if (index > std::numeric_limits<std::uint32_t>::max() || !numbers.fits(place)) {
             return fail(object.offset, "UID out of range");
         }
-        values_.push(Value::uid({static_cast<std::uint32_t>(index)}));
+        value = Value::uid({static_cast<std::uint32_t>(index)});
         return true;
     }
 
@@ -401,13 +404,13 @@ private:
         return arena_.string(text);
     }
 
-    bool pushUTF16(const BinaryObject& object, std::string_view units) {
+    bool makeUTF16(const BinaryObject& object, std::string_view units, Value& value) {
         std::string text;
         const std::size_t read = appendUTF16(text, units, true);
         if (read != units.size()) {
             return fail(object.content + read, "Unpaired surrogate in a string");
         }
-        values_.push(arena_.string(text));
+        value = arena_.string(text);
         return true;
     }
 
@@ -415,9 +418,9 @@ private:
     const BinarySurvey& survey_;
     PropertyListLimits limits_;
     std::vector<Frame> frames_;
-    ValueStack values_;
     std::vector<Shared> shared_;
     std::unordered_map<std::size_t, Value> keys_; // met so far, by object
+    std::deque<std::string> keptReferences_;      // of dictionaries with repeated keys
     RecentKeyLists recent_;
     ValueArena arena_;
     std::size_t room_; // bytes that leaves may still have: each twice, as a value and as a key

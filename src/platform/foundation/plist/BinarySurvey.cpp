@@ -5,12 +5,20 @@
 #include <algorithm>
 #include <limits>
 #include <numeric>
+#include <utility>
 
 namespace qv::plist {
 
 tl::expected<BinarySurvey, Error> BinarySurvey::of(const BinaryLayout& layout) {
     BinarySurvey survey(layout);
-    if (!survey.checkOffsets() || !survey.checkContainers()) {
+    bool sound = survey.checkObjects();
+    if (!survey.inOrder_) { // then an object may be in the table twice: once more, by object
+        BinarySurvey again(layout);
+        again.findAliases();
+        sound = again.checkObjects();
+        survey = std::move(again);
+    }
+    if (!sound) {
         return tl::unexpected(survey.error_);
     }
     survey.numberShared();
@@ -22,42 +30,33 @@ bool BinarySurvey::fail(std::size_t offset, std::string_view wording) {
     return false;
 }
 
-bool BinarySurvey::checkOffsets() {
-    if (layout_.objectCount() > std::numeric_limits<std::uint32_t>::max()) {
-        return fail(layout_.tableOffset(), "Too many objects");
-    }
-    bool increasing = true;
-    std::uint64_t last = 0;
-    for (std::size_t i = 0; i < layout_.objectCount(); ++i) {
-        const std::uint64_t offset = layout_.offsetOf(i);
-        if (offset < kHeaderSize || offset >= layout_.tableOffset() ||
-            !layout_.offsets().fits(layout_.place(layout_.entryOffset(i)))) {
-            return fail(layout_.entryOffset(i), "Object offset out of range");
-        }
-        increasing = increasing && offset > last;
-        last = offset;
-    }
-    if (!increasing) { // as they are where a writer laid each object down once, in their order
-        findAliases();
-    }
-    return true;
-}
-
 void BinarySurvey::findAliases() {
     std::vector<std::uint32_t> order(layout_.objectCount());
     std::iota(order.begin(), order.end(), 0U);
-    std::ranges::stable_sort(order, {}, [&](std::uint32_t i) { return layout_.offsetOf(i); });
+    std::ranges::sort(order, {},
+                      [&](std::uint32_t i) { return std::pair(layout_.offsetOf(i), i); });
     canonical_.resize(order.size());
     for (std::size_t i = 0; i < order.size(); ++i) {
         const bool again = i > 0 && layout_.offsetOf(order[i - 1]) == layout_.offsetOf(order[i]);
         canonical_[order[i]] = again ? canonical_[order[i - 1]] : order[i];
     }
+    canonicalTable_ = canonical_.data();
 }
 
-bool BinarySurvey::checkContainers() {
-    groups_.resize((layout_.objectCount() + kGroup - 1) / kGroup);
+bool BinarySurvey::checkObjects() {
+    if (layout_.objectCount() > std::numeric_limits<std::uint32_t>::max()) {
+        return fail(layout_.tableOffset(), "Too many objects");
+    }
+    const BinaryNumbers& offsets = layout_.offsets();
+    std::uint64_t last = 0;
     for (std::size_t i = 0; i < layout_.objectCount(); ++i) {
-        const std::size_t offset = layout_.offsetOf(i);
+        const std::uint64_t offset = layout_.offsetOf(i);
+        if (offset < kHeaderSize || offset >= layout_.tableOffset() ||
+            (offsets.isWide() && !offsets.fits(layout_.place(layout_.entryOffset(i))))) {
+            return fail(layout_.entryOffset(i), "Object offset out of range");
+        }
+        inOrder_ = inOrder_ && offset > last;
+        last = offset;
         if (layout_.isContainerAt(offset) && canonical(i) == i && !checkContainer(offset)) {
             return false;
         }
@@ -75,20 +74,22 @@ bool BinarySurvey::checkContainer(std::size_t offset) {
         return fail(offset, "Objects overlap");
     }
     room_ -= object.contentSize;
-    const BinaryNumbers numbers = layout_.references();
-    const std::uint64_t count = layout_.objectCount();
-    const char* end = layout_.place(object.end());
-    // Keys are leaves; the reader remembers them by itself.
-    const char* values = layout_.place(object.elements());
+    const BinaryNumbers& numbers = layout_.references();
+    const char* const end = layout_.place(object.end());
+    std::uint64_t largest = 0;
     for (const char* place = layout_.place(object.content); place != end; place += numbers.size()) {
-        const std::uint64_t index = numbers.at(place);
-        if (index >= count || !numbers.fits(place)) {
-            return fail(static_cast<std::size_t>(place - layout_.place(0)),
-                        "Reference to an object beyond the last");
+        largest = std::max(largest, numbers.at(place));
+        if (numbers.isWide() && !numbers.fits(place)) {
+            largest = std::numeric_limits<std::uint64_t>::max();
         }
-        if (place >= values) {
-            note(canonical(index));
-        }
+    }
+    if (object.count > 0 && largest >= layout_.objectCount()) {
+        return fail(offset, "Container with a reference to no object");
+    }
+    // Keys are leaves; the reader remembers them by itself.
+    for (const char* place = layout_.place(object.elements()); place != end;
+         place += numbers.size()) {
+        note(canonical(numbers.at(place)));
     }
     return true;
 }

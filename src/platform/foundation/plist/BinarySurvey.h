@@ -23,7 +23,7 @@ public:
 
     /// Two entries of the offset table may name one object: the entry that stands for it.
     [[nodiscard]] std::size_t canonical(std::size_t index) const noexcept {
-        return canonical_.empty() ? index : canonical_.data()[index];
+        return canonicalTable_ == nullptr ? index : canonicalTable_[index];
     }
     [[nodiscard]] bool isShared(std::size_t index) const noexcept {
         return ((groups_.data()[index / kGroup].shared >> (index % kGroup)) & 1U) != 0;
@@ -44,11 +44,11 @@ private:
         std::size_t sharedBefore = 0; // in the groups before
     };
 
-    explicit BinarySurvey(const BinaryLayout& layout) noexcept
-        : layout_(layout), room_(layout.tableOffset() - kHeaderSize) {}
+    explicit BinarySurvey(const BinaryLayout& layout)
+        : layout_(layout), groups_((layout.objectCount() + kGroup - 1) / kGroup),
+          room_(layout.tableOffset() - kHeaderSize) {}
     bool fail(std::size_t offset, std::string_view wording);
-    [[nodiscard]] bool checkOffsets();
-    [[nodiscard]] bool checkContainers();
+    [[nodiscard]] bool checkObjects();
     [[nodiscard]] bool checkContainer(std::size_t offset);
     void findAliases();
     void note(std::size_t index) noexcept {
@@ -64,9 +64,11 @@ private:
 
     BinaryLayout layout_;
     std::vector<Group> groups_;
-    std::vector<std::uint32_t> canonical_; // only for tables that are out of order
-    std::size_t room_;                     // bytes that containers may still have
+    std::vector<std::uint32_t> canonical_;          // only for tables that are out of order
+    const std::uint32_t* canonicalTable_ = nullptr; // its data
+    std::size_t room_;                              // bytes that containers may still have
     std::size_t sharedCount_ = 0;
+    bool inOrder_ = true; // as objects are where a writer laid each down once
     Error error_;
 };
 

@@ -15,6 +15,8 @@ namespace qv {
 ///   url               1 Value: the text
 ///   other kinds       8 bytes of payload
 struct Node {
+    static constexpr std::uint32_t kBlockSteps = 0xFFFFFF;
+
     std::atomic<std::uint32_t> references;
     Value::Kind kind;
     std::uint32_t blockSteps : 24; // how far back a ValueArena's block begins; 0: not in one

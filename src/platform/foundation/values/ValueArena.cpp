@@ -16,14 +16,15 @@ namespace qv {
 
 namespace {
 
-constexpr std::size_t kLargestBlock = std::size_t{2} << 20U; // a huge page, where there are any
+constexpr std::size_t kLargestBlock = std::size_t{2} << 20U; // the size of a huge page
 constexpr std::size_t kSmallestBlock = std::size_t{4} << 10U;
 constexpr std::size_t kLargestInBlock = std::size_t{1} << 10U; // well below any block
 constexpr std::size_t kStep = alignof(std::uint64_t);
 
 std::size_t roundedUp(std::size_t bytes) { return (bytes + kStep - 1) / kStep * kStep; }
 
-// Pages of a huge page's size and place, so that one fault brings them all.
+// Where the system hands out huge pages by itself, one fault brings a whole block. They are not
+// asked for: the kernel may then compact memory for 50 ms before it gives one.
 void* mapBlock() {
     char* map = static_cast<char*>(::mmap(nullptr, 2 * kLargestBlock, PROT_READ | PROT_WRITE,
                                           MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
@@ -35,7 +36,6 @@ void* mapBlock() {
         ::munmap(map, before);
     }
     ::munmap(map + before + kLargestBlock, kLargestBlock - before);
-    ::madvise(map + before, kLargestBlock, MADV_HUGEPAGE);
     return map + before;
 }
 
@@ -77,7 +77,8 @@ void ValueArena::startBlock() {
     finishBlock();
     void* memory = nextSize_ == kLargestBlock ? mapBlock() : ::operator new(nextSize_);
     block_ = new (memory) Block{Block::kFilling, nextSize_};
-    used_ = sizeof(Block);
+    free_ = static_cast<char*>(memory) + sizeof(Block);
+    end_ = static_cast<char*>(memory) + nextSize_;
     nodes_ = 0;
     nextSize_ = std::min(2 * nextSize_, kLargestBlock);
 }
@@ -87,13 +88,13 @@ Node* ValueArena::allocate(Value::Kind kind, std::size_t length, std::size_t pay
         return Node::allocate(kind, length, payloadBytes);
     }
     const std::size_t bytes = roundedUp(sizeof(Node) + payloadBytes);
-    if (block_ == nullptr || bytes > block_->size - used_) {
+    if (std::cmp_greater(bytes, end_ - free_)) {
         startBlock();
     }
-    void* place = reinterpret_cast<char*>(block_) + used_;
+    const auto steps = static_cast<std::size_t>(free_ - reinterpret_cast<char*>(block_)) / kStep;
     Node* node =
-        new (place) Node{1, kind, static_cast<std::uint32_t>(used_ / kStep) & 0xFFFFFFU, length};
-    used_ += bytes;
+        new (free_) Node{1, kind, static_cast<std::uint32_t>(steps) & Node::kBlockSteps, length};
+    free_ += bytes;
     ++nodes_;
     return node;
 }
@@ -113,19 +114,21 @@ Value ValueArena::string(std::string_view utf8) {
     return Node::valueOf(node);
 }
 
-Value ValueArena::array(std::span<Value> elements) {
-    Node* node = allocate(Value::Kind::array, elements.size(), elements.size_bytes());
-    std::uninitialized_move(elements.begin(), elements.end(), node->payload<Value>());
-    return Node::valueOf(node);
+ValueArena::Unfilled ValueArena::elements(Value::Kind arrayOrSet, std::size_t count) {
+    assert(arrayOrSet == Value::Kind::array || arrayOrSet == Value::Kind::set);
+    Node* node = allocate(arrayOrSet, count, count * sizeof(Value));
+    auto* values = node->payload<Value>();
+    std::uninitialized_value_construct_n(values, count);
+    return {Node::valueOf(node), {values, count}};
 }
 
-Value ValueArena::dictionary(const KeyList& keys, std::span<Value> values) {
-    assert(keys.size() == values.size());
-    Node* node =
-        allocate(Value::Kind::dictionary, values.size(), sizeof(KeyList) + values.size_bytes());
-    new (node->payload<KeyList>()) KeyList(keys);
-    std::uninitialized_move(values.begin(), values.end(), node->slot(0));
-    return Node::valueOf(node);
+ValueArena::Unfilled ValueArena::dictionary(const KeyList& keys) {
+    const std::size_t count = keys.size();
+    Node* node = allocate(Value::Kind::dictionary, count, sizeof(KeyList) + count * sizeof(Value));
+    std::construct_at(node->payload<KeyList>(), keys);
+    auto* values = node->payload<Value>(sizeof(KeyList));
+    std::uninitialized_value_construct_n(values, count);
+    return {Node::valueOf(node), {values, count}};
 }
 
 } // namespace qv

@@ -26,10 +26,16 @@ public:
     ValueArena& operator=(ValueArena&&) = delete;
     ~ValueArena();
 
-    [[nodiscard]] Value string(std::string_view utf8);    ///< the caller answers for valid UTF-8
-    [[nodiscard]] Value array(std::span<Value> elements); ///< takes the elements out
-    /// As many values as keys, in the order of the keys; takes the values out.
-    [[nodiscard]] Value dictionary(const KeyList& keys, std::span<Value> values);
+    [[nodiscard]] Value string(std::string_view utf8); ///< the caller answers for valid UTF-8
+
+    /// A container whose values are the null object so far. They may be replaced until a copy of
+    /// the container is handed out.
+    struct Unfilled {
+        Value container;
+        std::span<Value> values;
+    };
+    [[nodiscard]] Unfilled elements(Value::Kind arrayOrSet, std::size_t count);
+    [[nodiscard]] Unfilled dictionary(const KeyList& keys); ///< values in the order of the keys
 
 private:
     friend struct Node;
@@ -40,7 +46,8 @@ private:
     static void free(Node* node) noexcept;
 
     Block* block_ = nullptr; // being filled
-    std::size_t used_ = 0;   // bytes of it
+    char* free_ = nullptr;   // where its next node goes
+    char* end_ = nullptr;    // of the block
     std::size_t nodes_ = 0;  // made in it
     std::size_t nextSize_;
 };

@@ -82,9 +82,10 @@ tl::expected<LocatedFile, Error> ProcessReader::locate(int directory, const std:
         return tl::unexpected(codeSigningError(codesign_status::kInternalError,
                                                "the kernel does not tell the mount of a file"));
     }
-    return fileSystemOf(*info->mount, directory).map([&](std::string fileSystem) {
+    const std::uint64_t mount = *info->mount;
+    return fileSystemOf(mount, directory).map([&](std::string fileSystem) {
         return LocatedFile{
-            .fd = std::move(*fd), .mount = *info->mount, .fileSystem = std::move(fileSystem)};
+            .fd = std::move(*fd), .mount = mount, .fileSystem = std::move(fileSystem)};
     });
 }
 

@@ -215,7 +215,7 @@ tl::expected<ProcessStatus, Error> parseProcessStatus(std::string_view status) {
                       Field{"Uid", effectiveInto(result.effectiveUser), true},
                       Field{"Gid", effectiveInto(result.effectiveGroup), true},
                       Field{"Seccomp", numberInto(result.seccomp), false}};
-    if (Error failure = parseFields("status", status, fields)) {
+    if (const Error failure = parseFields("status", status, fields)) {
         return tl::unexpected(failure);
     }
     return result;
@@ -225,7 +225,7 @@ tl::expected<DescriptorInfo, Error> parseDescriptorInfo(std::string_view fdinfo)
     DescriptorInfo result;
     std::array fields{Field{"mnt_id", numberInto(result.mount), false},
                       Field{"Pid", numberInto(result.process), false}};
-    if (Error failure = parseFields("fdinfo", fdinfo, fields)) {
+    if (const Error failure = parseFields("fdinfo", fdinfo, fields)) {
         return tl::unexpected(failure);
     }
     return result;

@@ -19,10 +19,13 @@ std::string text(std::size_t index) {
 }
 
 Value record(ValueArena& arena, const KeyList& keys, std::size_t index) {
-    std::vector<Value> pair = {arena.string(text(index)), Value::integer(7)};
-    const Value list = arena.array(pair);
-    std::vector<Value> values = {list, arena.string("")};
-    return arena.dictionary(keys, values);
+    auto list = arena.elements(Value::Kind::array, 2);
+    list.values[0] = arena.string(text(index));
+    list.values[1] = Value::integer(7);
+    auto pairs = arena.dictionary(keys);
+    pairs.values[0] = std::move(list.container);
+    pairs.values[1] = arena.string("");
+    return std::move(pairs.container);
 }
 
 KeyList twoKeys() {
