@@ -27,6 +27,15 @@ bool reaches(std::size_t size, std::uint64_t value) {
 
 } // namespace
 
+bool BinaryNumbers::wideFit(const char* place, const char* end) const noexcept {
+    for (; place != end; place += size_) {
+        if (std::any_of(place, place + skip_, [](char byte) { return byte != 0; })) {
+            return false;
+        }
+    }
+    return true;
+}
+
 BinaryLayout::BinaryLayout(std::string_view data) noexcept : data_(data) {
     const std::size_t trailer = data.size() - kTrailerSize;
     objectCount_ = number(trailer + kObjectCountPlace, 8);
@@ -120,9 +129,10 @@ const char* BinaryLayout::readCount(BinaryObject& object, const BinaryRule& rule
         return kPassesTable;
     }
     const BinaryNumbers numbers(countRule.bytes);
-    object.count = numbers.at(data_.data() + place);
+    object.count = numbers.at(this->place(place));
     object.content = place + countRule.bytes;
-    if (object.count > kLargestSigned || !numbers.fits(data_.data() + place)) {
+    if (object.count > kLargestSigned ||
+        !numbers.fit(this->place(place), this->place(object.content))) {
         return "Count out of range";
     }
     return object.count < tableOffset_ ? nullptr : kPassesTable;

@@ -40,7 +40,6 @@ public:
           shift_(size < kWord ? 8 * (kWord - size_) : 0) {}
 
     [[nodiscard]] std::size_t size() const noexcept { return size_; }
-    [[nodiscard]] bool isWide() const noexcept { return skip_ != 0; }
     /// Reads 8 bytes whatever the size; a list's trailer follows all its numbers.
     [[nodiscard]] std::uint64_t at(const char* place) const noexcept {
         std::uint64_t word = 0;
@@ -50,12 +49,16 @@ public:
         }
         return word >> shift_;
     }
-    [[nodiscard]] bool fits(const char* place) const noexcept {
-        return std::all_of(place, place + skip_, [](char byte) { return byte == 0; });
+    /// Whether 64 bits hold every number from one place to another.
+    [[nodiscard]] bool fit(const char* place, const char* end) const noexcept {
+        return !isWide() || wideFit(place, end);
     }
 
 private:
     static constexpr std::uint32_t kWord = sizeof(std::uint64_t);
+    [[nodiscard]] bool isWide() const noexcept { return skip_ != 0; }
+    [[nodiscard]] bool wideFit(const char* place, const char* end) const noexcept;
+
     // Of 32 bits, so that the compiler sees that no Value overlaps them.
     std::uint32_t size_;
     std::uint32_t skip_;

@@ -388,7 +388,8 @@ private:
         const char* place = layout_.place(object.content);
         const BinaryNumbers numbers(object.contentSize);
         const std::uint64_t index = numbers.at(place);
-        if (index > std::numeric_limits<std::uint32_t>::max() || !numbers.fits(place)) {
+        if (index > std::numeric_limits<std::uint32_t>::max() ||
+            !numbers.fit(place, place + numbers.size())) {
             return fail(object.offset, "UID out of range");
         }
         value = Value::uid({static_cast<std::uint32_t>(index)});

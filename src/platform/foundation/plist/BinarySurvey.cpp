@@ -50,9 +50,10 @@ bool BinarySurvey::checkObjects() {
     const BinaryNumbers& offsets = layout_.offsets();
     std::uint64_t last = 0;
     for (std::size_t i = 0; i < layout_.objectCount(); ++i) {
-        const std::uint64_t offset = layout_.offsetOf(i);
+        const char* entry = layout_.place(layout_.entryOffset(i));
+        const std::uint64_t offset = offsets.at(entry);
         if (offset < kHeaderSize || offset >= layout_.tableOffset() ||
-            (offsets.isWide() && !offsets.fits(layout_.place(layout_.entryOffset(i))))) {
+            !offsets.fit(entry, entry + offsets.size())) {
             return fail(layout_.entryOffset(i), "Object offset out of range");
         }
         inOrder_ = inOrder_ && offset > last;
@@ -75,20 +76,18 @@ bool BinarySurvey::checkContainer(std::size_t offset) {
     }
     room_ -= object.contentSize;
     const BinaryNumbers& numbers = layout_.references();
+    const std::size_t size = numbers.size();
+    const char* const first = layout_.place(object.content);
     const char* const end = layout_.place(object.end());
     std::uint64_t largest = 0;
-    for (const char* place = layout_.place(object.content); place != end; place += numbers.size()) {
+    for (const char* place = first; place != end; place += size) {
         largest = std::max(largest, numbers.at(place));
-        if (numbers.isWide() && !numbers.fits(place)) {
-            largest = std::numeric_limits<std::uint64_t>::max();
-        }
     }
-    if (object.count > 0 && largest >= layout_.objectCount()) {
+    if (first != end && (largest >= layout_.objectCount() || !numbers.fit(first, end))) {
         return fail(offset, "Container with a reference to no object");
     }
     // Keys are leaves; the reader remembers them by itself.
-    for (const char* place = layout_.place(object.elements()); place != end;
-         place += numbers.size()) {
+    for (const char* place = layout_.place(object.elements()); place != end; place += size) {
         note(canonical(numbers.at(place)));
     }
     return true;

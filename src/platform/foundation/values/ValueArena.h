@@ -49,7 +49,8 @@ private:
     char* free_ = nullptr;   // where its next node goes
     char* end_ = nullptr;    // of the block
     std::size_t nodes_ = 0;  // made in it
-    std::size_t nextSize_;
+    std::size_t nextSize_;   // of a block
+    bool hugePages_ = true;  // worth asking for
 };
 
 } // namespace qv
