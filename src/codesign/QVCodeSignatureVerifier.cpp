@@ -74,7 +74,7 @@ Error QVCodeSignatureVerifier::verifyRequirements() const {
         return statusError(codesign_status::kObjectRequired, kVerifyOrigin);
     }
     // The flags first: a process with the wrong ones does not get its signature looked at.
-    Error failure = checkFlags();
+    const Error failure = checkFlags();
     return failure ? failure : checkSignature();
 }
 

@@ -57,7 +57,7 @@ TEST_F(Resources, AreGivenBackAfterServedConnections) {
 
 TEST_F(Resources, AreGivenBackAfterServedProcesses) {
     ASSERT_TRUE(client_->execute(Value::array({}))); // counted, so that the service stays
-    ASSERT_TRUE(servesOthers()); // what the loop makes on first use, it keeps
+    ASSERT_TRUE(servesOthers());                     // what the loop makes on first use, it keeps
     expectNothingKept([&] { ASSERT_TRUE(servesOthers()); });
 }
 
