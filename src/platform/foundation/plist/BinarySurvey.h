@@ -20,11 +20,6 @@ namespace qv::plist {
 class BinarySurvey {
 public:
     [[nodiscard]] static tl::expected<BinarySurvey, Error> of(const BinaryLayout& layout);
-    BinarySurvey(BinarySurvey&&) noexcept = default;
-    BinarySurvey& operator=(BinarySurvey&&) noexcept = default;
-    BinarySurvey(const BinarySurvey&) = delete;
-    BinarySurvey& operator=(const BinarySurvey&) = delete;
-    ~BinarySurvey() = default;
 
     /// Two entries of the offset table may name one object: the entry that stands for it.
     [[nodiscard]] std::size_t canonical(std::size_t index) const noexcept {

@@ -76,7 +76,6 @@ ValueArena::~ValueArena() { finishBlock(); }
 void ValueArena::finishBlock() noexcept {
     if (block_ != nullptr) {
         std::exchange(block_, nullptr)->drop(Block::kFilling - nodes_);
-        free_ = end_ = nullptr;
     }
 }
 
