@@ -48,9 +48,12 @@ public:
         if (start_ == std::string_view::npos) {
             return refuse(text_.size(), kEndOfText);
         }
-        if (text_[start_] != '<') {
-            return refuse(start_, fmt::format("Unexpected character {} at line {{line}}",
-                                              shownCharacter(text_, start_)));
+        // After "<" a NUL would have expat take the text for UTF-16, which has a mark of its own.
+        const bool isTag = text_[start_] == '<';
+        if (!isTag || (start_ + 1 < text_.size() && text_[start_ + 1] == '\0')) {
+            const std::size_t place = start_ + (isTag ? 1 : 0);
+            return refuse(place, fmt::format("Unexpected character {} at line {{line}}",
+                                             shownCharacter(text_, place)));
         }
         if (text_.size() > kLargestText) {
             return refuse(0, "Encountered more than 1 GiB of text");

@@ -1,0 +1,305 @@
+#include <gmock/gmock.h>
+
+#include "PlistTestSupport.h"
+#include <algorithm>
+
+namespace qv::test {
+namespace {
+
+constexpr std::size_t kTrailer = 32;
+
+std::string one(const std::string& object) { return readDump(BinaryParts{{object}}.list()); }
+
+TEST(BinaryReader, ReadsEveryObject) {
+    struct Row {
+        std::string object;
+        std::string_view outcome;
+    };
+    const std::string nine(9, 'x');
+    for (const Row& row : std::initializer_list<Row>{
+             {bytes({0x00}), "null"},
+             {bytes({0x08}), "false"},
+             {bytes({0x09}), "true"},
+             {bytes({0x10, 0xFF}), "255"},
+             {bytes({0x11, 0xFF, 0xFE}), "65534"},
+             {bytes({0x12, 0xFF, 0, 0, 0}), "4278190080"},
+             {"\x13" + std::string(8, '\xFF'), "-1"},
+             {"\x14" + std::string(8, '\0') + std::string(8, '\xFF'), "18446744073709551615u"},
+             {"\x14" + std::string(15, '\0') + "\x07", "7"},
+             {bytes({0x22, 0x3F, 0, 0, 0}), "r0.5"},
+             {bytes({0x23, 0xBF, 0xE0, 0, 0, 0, 0, 0, 0}), "r-0.5"},
+             {bytes({0x33, 0x40, 0x4E, 0, 0, 0, 0, 0, 0}), "@60"},
+             {bytes({0x42, 0x0F, 0xA0}), "<0fa0>"},
+             {bytes({0x40}), "<>"},
+             {bytes({0x50}), "\"\""},
+             {bytes({0x52, 'a', 0xE9}), "\"aé\""},
+             {bytes({0x5F, 0x10, 9}) + nine, "\"xxxxxxxxx\""},
+             {bytes({0x5F, 0x12, 0, 0, 0, 9}) + nine, "\"xxxxxxxxx\""},
+             {bytes({0x62, 0x00, 0xE9, 0x20, 0xAC}), "\"é€\""},
+             {bytes({0x62, 0xD8, 0x3D, 0xDE, 0x00}), "\"😀\""},
+             {bytes({0x80, 5}), "uid(5)"},
+             {bytes({0x83, 0xFF, 0xFF, 0xFF, 0xFF}), "uid(4294967295)"},
+             {"\x8F" + std::string(15, '\0') + "\x05", "uid(5)"},
+             {bytes({0xA0}), "[]"},
+             {bytes({0xC0}), "()"},
+             {bytes({0xD0}), "{}"},
+             {bytes({0xAF, 0x10, 0}), "[]"},
+         }) {
+        EXPECT_EQ(one(row.object), row.outcome) << testing::PrintToString(row.object);
+    }
+    EXPECT_EQ(readDump(BinaryParts{{bytes({0xD2, 1, 2, 3, 4}),
+                                    "\x51"
+                                    "a",
+                                    "\x51"
+                                    "b",
+                                    bytes({0xC1, 4}), bytes({0x09})}}
+                           .list()),
+              "{a: (true), b: true}");
+}
+
+TEST(BinaryReader, RefusesBrokenObjectsAtTheirOffset) {
+    struct Row {
+        std::vector<std::string> objects;
+        std::string_view reason;
+    };
+    for (const Row& row : std::initializer_list<Row>{
+             {{bytes({0x0F})}, "Unknown object marker at byte offset 8"},
+             {{bytes({0xA1, 1}), bytes({0x01})}, "Unknown object marker at byte offset 10"},
+             {{bytes({0x15}) + std::string(32, 'x')}, "Unknown object marker at byte offset 8"},
+             {{bytes({0x21, 0, 0})}, "Unknown object marker at byte offset 8"},
+             {{bytes({0x32, 0, 0, 0, 0})}, "Unknown object marker at byte offset 8"},
+             {{bytes({0x70})}, "Unknown object marker at byte offset 8"},
+             {{bytes({0xB0})}, "Unknown object marker at byte offset 8"},
+             {{bytes({0xE0})}, "Unknown object marker at byte offset 8"},
+             {{bytes({0x13, 0, 0})}, "Object passes the offset table at byte offset 8"},
+             {{bytes({0x52, 'a'})}, "Object passes the offset table at byte offset 8"},
+             {{bytes({0x61, 0})}, "Object passes the offset table at byte offset 8"},
+             {{bytes({0xA2, 0})}, "Object passes the offset table at byte offset 8"},
+             {{bytes({0xD1, 0})}, "Object passes the offset table at byte offset 8"},
+             {{bytes({0x5F})}, "Object passes the offset table at byte offset 8"},
+             {{bytes({0x5F, 0x10})}, "Object passes the offset table at byte offset 8"},
+             {{bytes({0x5F, 0x50})}, "Count is not an integer at byte offset 8"},
+             {{bytes({0x5F, 0x13, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF})},
+              "Count out of range at byte offset 8"},
+             {{bytes({0xDF, 0x13, 0x7F, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF})},
+              "Object passes the offset table at byte offset 8"},
+             {{"\xAF\x14" + std::string(7, '\0') + "\x01" + std::string(8, '\0')},
+              "Count out of range at byte offset 8"},
+             {{bytes({0xA1, 2}), bytes({0x09})},
+              "Container with a reference to no object at byte offset 8"},
+             {{bytes({0xD1, 2, 1}), bytes({0x09})},
+              "Container with a reference to no object at byte offset 8"},
+             {{bytes({0xA1, 0})}, "Container within itself at byte offset 8"},
+             {{bytes({0xA1, 1}), bytes({0xC1, 0})}, "Container within itself at byte offset 8"},
+             {{bytes({0xA1, 1}), bytes({0xD1, 2, 1}),
+               "\x51"
+               "a"},
+              "Container within itself at byte offset 10"},
+             {{bytes({0xD1, 1, 1}), bytes({0x09})},
+              "Dictionary key is not a string at byte offset 11"},
+             {{bytes({0xD1, 1, 1}), bytes({0xA0})},
+              "Dictionary key is not a string at byte offset 11"},
+             {{bytes({0x62, 0, 'a', 0xDE, 0x00})},
+              "Unpaired surrogate in a string at byte offset 11"},
+             {{bytes({0x61, 0xD8, 0x00})}, "Unpaired surrogate in a string at byte offset 9"},
+             {{bytes({0x84, 1, 0, 0, 0, 0})}, "UID out of range at byte offset 8"},
+             {{"\x88\x01" + std::string(8, '\0')}, "UID out of range at byte offset 8"},
+             {{bytes({0x33, 0x7F, 0xF0, 0, 0, 0, 0, 0, 0})},
+              "Date is not a number at byte offset 8"},
+         }) {
+        EXPECT_EQ(readDump(BinaryParts{row.objects}.list()), "refused: " + std::string(row.reason))
+            << testing::PrintToString(row.objects);
+    }
+}
+
+TEST(BinaryReader, RefusesBrokenTrailersAtTheirOffset) {
+    struct Row {
+        std::size_t place; // in the trailer
+        std::string number;
+        std::string_view reason;
+    };
+    const std::string good = BinaryParts{{bytes({0xA1, 1}), bytes({0x09})}}.list();
+    ASSERT_EQ(readDump(good), "[true]");
+    const std::size_t trailer = good.size() - kTrailer; // 13
+    for (const Row& row : std::initializer_list<Row>{
+             {0, "sort v", ""},
+             {8, bigEndian(0, 8), "No objects at byte offset 21"},
+             {8, std::string(8, '\xFF'), "Number of objects out of range at byte offset 21"},
+             {8, bigEndian(3, 8),
+              "Offset table of as many objects does not end at the trailer at byte offset 21"},
+             {16, bigEndian(2, 8), "Top object is not among the objects at byte offset 29"},
+             {24, bigEndian(8, 8), "Offset of the offset table out of range at byte offset 37"},
+             {24, bigEndian(13, 8), "Offset of the offset table out of range at byte offset 37"},
+             {24, std::string(8, '\xFF'),
+              "Offset of the offset table out of range at byte offset 37"},
+             {24, bigEndian(10, 8),
+              "Offset table of as many objects does not end at the trailer at byte offset 21"},
+             {6, bigEndian(0, 1), "Offset size is zero at byte offset 19"},
+             {7, bigEndian(0, 1), "Reference size is zero at byte offset 20"},
+         }) {
+        std::string list = good;
+        list.replace(trailer + row.place, row.number.size(), row.number);
+        EXPECT_EQ(readDump(list),
+                  row.reason.empty() ? "[true]" : "refused: " + std::string(row.reason));
+    }
+    for (std::size_t size = 7; size < good.size(); ++size) {
+        EXPECT_THAT(readDump(good.substr(0, size)), testing::HasSubstr("at byte offset")) << size;
+    }
+    EXPECT_THAT(readDump(good + "x"), testing::HasSubstr("at byte offset"));
+}
+
+TEST(BinaryReader, RefusesOffsetsAndSizesThatCannotBe) {
+    BinaryParts parts{{bytes({0xA1, 1}), bytes({0x09})}};
+    parts.offsets = {7, 10};
+    EXPECT_EQ(readDump(parts.list()), "refused: Object offset out of range at byte offset 11");
+    parts.offsets = {8, 11};
+    EXPECT_EQ(readDump(parts.list()), "refused: Object offset out of range at byte offset 12");
+    // 300 objects need references of two bytes, objects behind byte 255 offsets of two.
+    BinaryParts many;
+    many.objects.assign(300, bytes({0x09}));
+    many.offsetSize = 2;
+    EXPECT_THAT(readDump(many.list()),
+                testing::HasSubstr("Reference size too small for the number of objects"));
+    BinaryParts large{{"\x4F\x11\x01\x2C" + std::string(300, 'x')}};
+    EXPECT_THAT(readDump(large.list()),
+                testing::HasSubstr("Offset size too small for the offset table's offset"));
+    BinaryParts aliases{{bytes({0x09}), "", ""}};
+    aliases.offsets = {8, 8, 8};
+    EXPECT_THAT(readDump(aliases.list()), testing::HasSubstr("More objects than bytes for them"));
+}
+
+TEST(BinaryReader, TakesNumbersOfAnySize) {
+    for (const std::size_t size : {1U, 2U, 3U, 5U, 8U, 9U, 16U, 255U}) {
+        BinaryParts parts{{"\xA2" + bigEndian(1, size) + bigEndian(2, size), bytes({0x09}),
+                           "\xD1" + bigEndian(3, size) + bigEndian(1, size),
+                           "\x51"
+                           "a"}};
+        parts.referenceSize = size;
+        parts.offsetSize = std::max<std::size_t>(size, 2);
+        EXPECT_EQ(readDump(parts.list()), "[true, {a: true}]") << size;
+    }
+    // Of a number wider than 64 bits the high bytes count too.
+    BinaryParts wide{{"\xA1" + bytes({1}) + bigEndian(0, 8)}};
+    wide.referenceSize = 9;
+    EXPECT_THAT(readDump(wide.list()), testing::HasSubstr("reference to no object"));
+}
+
+// A failing step is found by identity: what the list shares must be one object, what it merely
+// repeats must not.
+TEST(BinaryReader, KeepsIdentity) {
+    const auto elements = [](const BinaryParts& parts) {
+        const auto list = PropertyList::propertyListWithData(parts.list());
+        EXPECT_TRUE(list);
+        return list ? list->root : Value();
+    };
+    const Value shared = elements({{bytes({0xA4, 1, 1, 2, 2}), bytes({0xA0}), bytes({0x51, 'a'})}});
+    EXPECT_TRUE(shared.asArray()[0].sameAs(shared.asArray()[1]));
+    EXPECT_TRUE(shared.asArray()[2].sameAs(shared.asArray()[3]));
+    const Value apart = elements({{bytes({0xA2, 1, 2}), bytes({0xA0}), bytes({0xA0})}});
+    EXPECT_FALSE(apart.asArray()[0].sameAs(apart.asArray()[1]));
+    // Two entries of the table may name one object, and objects may stand in any order.
+    BinaryParts aliases{
+        {bytes({0x51, 'a'}), bytes({0xD1, 0, 1}), bytes({0xA0}), bytes({0xA2, 2, 3})}};
+    aliases.top = 3;
+    std::swap(aliases.objects[0], aliases.objects[1]); // now dictionary, string, array, root
+    aliases.objects = {bytes({0xA3, 1, 2, 3}), bytes({0x09}), bytes({0xA1, 4}), "", bytes({0xA0})};
+    aliases.top = 0;
+    aliases.offsets = {8, 12, 13, 13, 15};
+    const Value both = elements(aliases);
+    EXPECT_EQ(dump(both), "[true, [[]], [[]]]");
+    EXPECT_TRUE(both.asArray()[1].sameAs(both.asArray()[2]));
+}
+
+TEST(BinaryReader, TheFirstOfTwoEqualKeysCounts) {
+    const std::vector<std::string> objects{
+        bytes({0xD3, 1, 2, 3, 4, 5, 6}),
+        bytes({0x51, 'a'}),
+        bytes({0x51, 'b'}),
+        bytes({0x51, 'a'}),
+        bytes({0x10, 1}),
+        bytes({0xA1, 4}),
+        bytes({0x10, 3}),
+    };
+    EXPECT_EQ(readDump(BinaryParts{objects}.list()), "{a: 1, b: [1]}");
+    EXPECT_EQ(readDump(BinaryParts{objects}.list(), {.refuseDuplicateKeys = true}),
+              "refused: Duplicate key in dictionary at byte offset 8");
+}
+
+// Depth counts on the longest way down, also where that leads through an object met before.
+TEST(BinaryReader, CountsDepthThroughSharedObjects) {
+    const auto chain = [](std::size_t depth) {
+        BinaryParts parts{{}, 0, 2, 2, {}};
+        for (std::size_t i = 1; i < depth; ++i) {
+            parts.objects.push_back("\xA1" + bigEndian(i, 2));
+        }
+        parts.objects.push_back(bytes({0xA0}));
+        return parts;
+    };
+    EXPECT_THAT(readDump(chain(512).list()), testing::StartsWith("[[["));
+    EXPECT_THAT(readDump(chain(513).list()),
+                testing::HasSubstr("Too many nested arrays or dictionaries at byte offset"));
+    // The root refers to every level, deepest first: no level is read below another.
+    for (const std::size_t depth : {511U, 512U}) {
+        BinaryParts parts = chain(depth);
+        std::string root = "\xAF\x11" + bigEndian(depth, 2);
+        for (std::size_t i = depth; i > 0; --i) {
+            root += bigEndian(i - 1, 2);
+        }
+        parts.top = parts.objects.size();
+        parts.objects.push_back(root);
+        const auto list = PropertyList::propertyListWithData(parts.list());
+        EXPECT_EQ(list.has_value(), depth == 511) << depth;
+    }
+}
+
+// 10^60 elements when expanded, 1 MB of strings read a thousand times, or a million arrays that
+// are all the same bytes: none may take more than the list is long.
+TEST(BinaryReader, IsLinear) {
+    BinaryParts powers;
+    for (int level = 0; level < 60; ++level) {
+        powers.objects.push_back("\xAA" + std::string(10, static_cast<char>(level + 1)));
+    }
+    powers.objects.push_back(bytes({0xA0}));
+    powers.offsetSize = 2;
+    EXPECT_TRUE(PropertyList::propertyListWithData(powers.list()));
+
+    // Each claims nearly all that follows, and there every two bytes are a good reference.
+    constexpr std::size_t kArrays = 60'000;
+    BinaryParts overlapping{{}, 0, 4, 2, {}};
+    std::string area;
+    for (std::size_t i = 0; i < kArrays; ++i) {
+        overlapping.offsets.push_back(8 + area.size());
+        overlapping.objects.push_back("\xAF\x11" +
+                                      bigEndian(std::min((kArrays - i - 1) * 2, kArrays - 1), 2));
+        area += overlapping.objects.back();
+    }
+    EXPECT_THAT(readDump(overlapping.list()), testing::HasSubstr("Objects overlap"));
+
+    BinaryParts strings{{"\xAF\x12" + bigEndian(kArrays, 4)}, 0, 4, 4, {}};
+    for (std::size_t i = 1; i <= kArrays; ++i) {
+        strings.objects[0] += bigEndian(i, 4);
+    }
+    for (std::size_t i = 1; i <= kArrays; ++i) {
+        strings.objects.push_back("\x5F\x12" + bigEndian((kArrays - i) * 6, 4));
+    }
+    EXPECT_THAT(readDump(strings.list()), testing::HasSubstr("Objects overlap"));
+}
+
+TEST(BinaryReader, SurvivesEveryChangedByte) {
+    const std::string good = BinaryParts{
+        {bytes({0xD1, 1, 2}), bytes({0x51, 'a'}), bytes({0xA2, 3, 4}),
+         bytes({0x62, 0, 'b', 0, 'c'}),
+         bytes({0xC1, 1})}}.list();
+    ASSERT_EQ(readDump(good), "{a: [\"bc\", (\"a\")]}");
+    for (std::size_t place = 0; place < good.size(); ++place) {
+        for (int value = 0; value < 256; ++value) {
+            std::string changed = good;
+            changed[place] = static_cast<char>(value);
+            const auto list = PropertyList::propertyListWithData(changed);
+            EXPECT_TRUE(list || list.error().code() == 3840);
+        }
+    }
+}
+
+} // namespace
+} // namespace qv::test

@@ -1,0 +1,187 @@
+#include "platform/foundation/values/URL.h"
+
+#include <gmock/gmock.h>
+
+#include "PlistTestSupport.h"
+#include <cmath>
+#include <limits>
+
+namespace qv::test {
+namespace {
+
+constexpr PropertyListFormat kXML = PropertyListFormat::xml;
+constexpr PropertyListFormat kBinary = PropertyListFormat::binary;
+
+std::string refusal(const Value& root, PropertyListFormat format) {
+    const auto written = PropertyList::dataWithPropertyList(root, format);
+    if (written) {
+        return "written";
+    }
+    EXPECT_EQ(written.error().domain(), "NSCocoaErrorDomain");
+    EXPECT_EQ(written.error().code(), 3852);
+    return reasonOf(written.error());
+}
+
+std::string binary(const Value& root) {
+    const auto written = PropertyList::dataWithPropertyList(root, kBinary);
+    return written ? *written : refusal(root, kBinary);
+}
+
+Value nested(std::size_t depth, const Value& innermost = Value::array({})) {
+    Value value = innermost;
+    for (std::size_t i = 1; i < depth; ++i) {
+        value = Value::array({value});
+    }
+    return value;
+}
+
+TEST(XMLWriter, WritesEveryKind) {
+    const Value root = Value::dictionary(
+        {{"s", Value::string("a<b>&\"\r\n\té")},
+         {"n", Value::array({Value::integer(-5),
+                             Value::unsignedInteger(std::numeric_limits<std::uint64_t>::max()),
+                             Value::real(0.1), Value::boolean(true), Value::date({60.9}),
+                             Value::data("hello"), Value::uid({7})})},
+         {"e", Value::array({Value::array({}), Value::dictionary({}), Value()})}});
+    const auto written = PropertyList::dataWithPropertyList(root, kXML);
+    ASSERT_TRUE(written);
+    EXPECT_THAT(*written, testing::StartsWith("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+                                              "<!DOCTYPE plist PUBLIC "));
+    EXPECT_THAT(*written, testing::EndsWith(R"(<plist version="1.0">
+<dict>
+	<key>s</key>
+	<string>a&lt;b&gt;&amp;"&#13;
+	é</string>
+	<key>n</key>
+	<array>
+		<integer>-5</integer>
+		<integer>18446744073709551615</integer>
+		<real>0.1</real>
+		<true/>
+		<date>2001-01-01T00:01:00Z</date>
+		<data>aGVsbG8=</data>
+		<dict>
+			<key>CF$UID</key>
+			<integer>7</integer>
+		</dict>
+	</array>
+	<key>e</key>
+	<array>
+		<array/>
+		<dict/>
+		<array/>
+	</array>
+</dict>
+</plist>
+)"));
+}
+
+TEST(XMLWriter, RefusesWhatXMLCannotHold) {
+    const auto within = [](const Value& value) {
+        return Value::array({Value::boolean(true), Value::dictionary({{"key", value}})});
+    };
+    EXPECT_EQ(refusal(Value(), kXML), "XML cannot hold the null object at the root");
+    EXPECT_EQ(refusal(within(Value::set({})), kXML),
+              "XML cannot hold an object of class NSSet at [1].key");
+    EXPECT_EQ(refusal(within(Value::url(*URL::URLWithString("file:///a"))), kXML),
+              "XML cannot hold an object of class NSURL at [1].key");
+    EXPECT_EQ(refusal(within(Value::error(Error::posix(1))), kXML),
+              "XML cannot hold an object of class NSError at [1].key");
+    const std::string_view characters =
+        "XML cannot hold a control character or non-character at [1].key";
+    EXPECT_EQ(refusal(within(Value::string("a\x01")), kXML), characters);
+    EXPECT_EQ(refusal(within(Value::string("\xEF\xBF\xBE")), kXML), characters);
+    EXPECT_EQ(refusal(Value::dictionary({{std::string_view("\0", 1), Value::integer(1)}}), kXML),
+              std::string("XML cannot hold a control character or non-character at ") + '\0');
+    EXPECT_EQ(refusal(within(Value::date({1e15})), kXML),
+              "XML cannot hold a date outside the years 0 to 9999 at [1].key");
+    EXPECT_EQ(refusal(within(Value::date({std::nan("")})), kXML),
+              "XML cannot hold a date outside the years 0 to 9999 at [1].key");
+    EXPECT_EQ(refusal(Value::integer(1), PropertyListFormat::oldStyle),
+              "Old-style text is not written at the root");
+}
+
+TEST(Writers, BoundTheDepth) {
+    for (const PropertyListFormat format : {kXML, kBinary}) {
+        const auto written = PropertyList::dataWithPropertyList(nested(512), format);
+        ASSERT_TRUE(written);
+        EXPECT_TRUE(PropertyList::propertyListWithData(*written));
+        EXPECT_THAT(refusal(nested(513), format),
+                    testing::StartsWith("Too many nested arrays or dictionaries at [0][0]"));
+        EXPECT_THAT(refusal(nested(100'000), format), testing::HasSubstr("Too many nested"));
+    }
+    // What takes the place of a container in XML counts as one.
+    EXPECT_NE(refusal(nested(513, Value::uid({1})), kXML), "written");
+    EXPECT_NE(refusal(nested(513, Value()), kXML), "written");
+    // The depth of an object that was met before counts where it is met again.
+    const Value deep = nested(300);
+    EXPECT_EQ(refusal(Value::array({deep, nested(211, Value::array({deep}))}), kBinary), "written");
+    EXPECT_NE(refusal(Value::array({deep, nested(212, Value::array({deep}))}), kBinary), "written");
+}
+
+TEST(BinaryWriter, WritesTheSmallestSizes) {
+    const auto object = [](const Value& value) {
+        const std::string list = binary(value);
+        return list.substr(8, list.size() - 8 - 1 - 32);
+    };
+    EXPECT_EQ(object(Value()), bytes({0x00}));
+    EXPECT_EQ(object(Value::boolean(false)), bytes({0x08}));
+    EXPECT_EQ(object(Value::integer(255)), bytes({0x10, 255}));
+    EXPECT_EQ(object(Value::integer(256)), bytes({0x11, 1, 0}));
+    EXPECT_EQ(object(Value::integer(65536)), bytes({0x12, 0, 1, 0, 0}));
+    EXPECT_EQ(object(Value::integer(std::int64_t{1} << 32)), bytes({0x13, 0, 0, 0, 1, 0, 0, 0, 0}));
+    EXPECT_EQ(object(Value::integer(-1)), "\x13" + std::string(8, '\xFF'));
+    EXPECT_EQ(object(Value::unsignedInteger(std::uint64_t{1} << 63)),
+              "\x14" + std::string(8, '\0') + "\x80" + std::string(7, '\0'));
+    EXPECT_EQ(object(Value::uid({256})), bytes({0x81, 1, 0}));
+    EXPECT_EQ(object(Value::string(std::string(14, 'a'))), "\x5E" + std::string(14, 'a'));
+    EXPECT_EQ(object(Value::string(std::string(15, 'a'))), "\x5F\x10\x0F" + std::string(15, 'a'));
+    EXPECT_EQ(object(Value::string("é😀")), bytes({0x63, 0, 0xE9, 0xD8, 0x3D, 0xDE, 0}));
+    EXPECT_EQ(binary(Value::array({Value::integer(1)})),
+              (BinaryParts{{bytes({0xA1, 1}), bytes({0x10, 1})}}.list()));
+    const std::string large = binary(Value::data(std::string(70'000, 'x')));
+    EXPECT_EQ(large[large.size() - 26], 3) << "offsets of three bytes reach the table";
+}
+
+TEST(BinaryWriter, WritesEqualLeavesOnceAndContainersByIdentity) {
+    const Value pairs = Value::dictionary({{"a", Value::string("a")}});
+    const auto count = [](const Value& root) {
+        const std::string list = binary(root);
+        return static_cast<int>(list[list.size() - 17]); // low byte of the number of objects
+    };
+    EXPECT_EQ(count(Value::array({Value::string("x"), Value::string("x"), Value::data("x")})), 3);
+    EXPECT_EQ(count(Value::array({Value::integer(1), Value::real(1), Value::boolean(true),
+                                  Value::integer(1), Value::real(1), Value::uid({1})})),
+              5);
+    EXPECT_EQ(count(Value::array({Value::real(0.0), Value::real(-0.0), Value::date({0})})), 4);
+    EXPECT_EQ(count(Value::array({pairs, pairs})), 3);
+    EXPECT_EQ(count(Value::array({pairs, Value::dictionary({{"a", Value::string("a")}})})), 4);
+    const auto read =
+        PropertyList::propertyListWithData(binary(Value::array({pairs, Value(), pairs})));
+    ASSERT_TRUE(read);
+    EXPECT_TRUE(read->root.asArray()[0].sameAs(read->root.asArray()[2]));
+    EXPECT_EQ(dump(read->root), "[{a: \"a\"}, null, {a: \"a\"}]");
+}
+
+TEST(BinaryWriter, RefusesWhatNoListHolds) {
+    EXPECT_EQ(
+        refusal(Value::dictionary({{"a", Value::array({Value::error(Error::posix(1))})}}), kBinary),
+        "A binary list cannot hold an object of class NSError at a[0]");
+    EXPECT_EQ(refusal(Value::url(*URL::URLWithString("file:///a")), kBinary),
+              "A binary list cannot hold an object of class NSURL at the root");
+    EXPECT_EQ(refusal(Value::date({std::nan("")}), kBinary),
+              "A binary list cannot hold a date that is not a number at the root");
+}
+
+// Short as a binary list, 10^30 elements as text.
+TEST(XMLWriter, StopsBeforeTextGrowsWithoutBound) {
+    Value value = Value::string(std::string(100'000, 'x'));
+    for (int i = 0; i < 30; ++i) {
+        value = Value::array(std::vector<Value>(10, value));
+    }
+    EXPECT_EQ(refusal(value, kBinary), "written");
+    EXPECT_THAT(refusal(value, kXML), testing::StartsWith("The tree written out passes 1 GiB at"));
+}
+
+} // namespace
+} // namespace qv::test
