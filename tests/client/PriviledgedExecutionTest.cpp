@@ -1,0 +1,83 @@
+// An application's script object whose rights do not suffice, and the service that has them.
+
+#include "support/LiveService.h"
+
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace qv::test {
+namespace {
+
+using testing::HasSubstr;
+
+class PriviledgedExecution : public testing::Test {
+protected:
+    void SetUp() override {
+        if (::geteuid() != 0) {
+            GTEST_SKIP() << "needs root: the service acts as root, its client as another user";
+        }
+        std::filesystem::permissions(folder_.path(), std::filesystem::perms(0755));
+    }
+    std::string modeOf(const std::string& file) {
+        struct stat info{};
+        return ::stat(file.c_str(), &info) == 0 ? fmt::format("{:o}", info.st_mode & 07777U)
+                                                : "missing";
+    }
+    // What an application prints that runs as nobody.
+    ProgramRun change(const std::string& file, const std::string& manner,
+                      const std::string& socket) {
+        // Its leaks cannot be looked for: it is no longer what it was started as.
+        return runProgram({QV_LIVE_PROGRAMS "/script_client", socket, file, "65534", manner}, "",
+                          {"ASAN_OPTIONS=detect_leaks=0"});
+    }
+    TemporaryDirectory folder_;
+};
+
+TEST_F(PriviledgedExecution, CuresWhatTheUserMayNotDo) {
+    for (const char* manner : {"direct", "admin"}) {
+        LiveService service;
+        const std::string file = folder_.write(manner, "");
+        const ProgramRun run = change(file, manner, service.socketPath());
+        EXPECT_EQ(run.output, "done\ndone\n") << run.errors;
+        EXPECT_EQ(modeOf(file), "640") << manner;
+    }
+}
+
+TEST_F(PriviledgedExecution, EndsTheServiceWithItsApplication) {
+    LiveService service;
+    EXPECT_EQ(change(folder_.write("file", ""), "direct", service.socketPath()).output,
+              "done\ndone\n");
+    EXPECT_EQ(service.waitForExit(), 0);
+}
+
+// The first error is what the caller understands; the second only says that there was no cure.
+TEST_F(PriviledgedExecution, GivesTheFirstErrorWhenThereIsNoCure) {
+    LiveService service;
+    const std::string file = folder_.write("file", "");
+    const std::string nowhere = folder_ / "no.sock";
+    const std::string missing = folder_ / "missing";
+    constexpr std::string_view kNotPermitted = "NSPOSIXErrorDomain Code=1 ";
+    constexpr std::string_view kNoSuchFile = "NSPOSIXErrorDomain Code=2 ";
+    EXPECT_THAT(change(file, "alone", "").output, HasSubstr(kNotPermitted));
+    EXPECT_THAT(change(file, "stubborn", service.socketPath()).output, HasSubstr(kNotPermitted));
+    EXPECT_THAT(change(file, "direct", nowhere).output, HasSubstr(kNotPermitted));
+    EXPECT_THAT(change(missing, "direct", service.socketPath()).output, HasSubstr(kNoSuchFile));
+    EXPECT_EQ(modeOf(file), "644");
+}
+
+// With admin rights there is only the service's word.
+TEST_F(PriviledgedExecution, GivesTheServicesErrorWithAdminRights) {
+    LiveService service;
+    const std::string missing = folder_ / "missing";
+    EXPECT_THAT(change(missing, "admin", service.socketPath()).output,
+                HasSubstr("NSPOSIXErrorDomain Code=2 "));
+    EXPECT_THAT(change(missing, "admin", folder_ / "no.sock").output,
+                HasSubstr("The service cannot be reached"));
+}
+
+} // namespace
+} // namespace qv::test
