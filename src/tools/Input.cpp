@@ -1,7 +1,6 @@
 #include "tools/Input.h"
 
 #include "platform/foundation/files/UniqueFd.h"
-#include "platform/foundation/plist/PropertyList.h"
 #include "tools/Terminal.h"
 
 #include <fmt/format.h>
@@ -12,6 +11,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 namespace qv::tools {
 
@@ -31,6 +31,17 @@ Error writeAll(int descriptor, std::string_view content) {
         content.remove_prefix(static_cast<std::size_t>(written));
     }
     return {};
+}
+
+// A text that neither text reader takes has two errors. The old-style reader's tells more, unless
+// the text begins as XML does.
+Error likelierError(std::string_view content, const Error& error) {
+    const Value info = error.userInfo();
+    const Value* oldStyle = info.find("kCFPropertyListOldStyleParsingError");
+    const std::size_t begin = content.find_first_not_of(" \t\r\n");
+    return oldStyle != nullptr && begin != std::string_view::npos && content[begin] != '<'
+               ? oldStyle->asError()
+               : error;
 }
 
 } // namespace
@@ -84,18 +95,18 @@ Error writeOutput(const std::string& file, std::string_view content) {
     return error;
 }
 
-std::optional<Value> readList(const std::string& file) {
-    const auto content = readInput(file);
+tl::expected<ListInput, ExitStatus> readList(const std::string& file) {
+    auto content = readInput(file);
     if (!content) {
         complainAboutFile(file, content.error());
-        return std::nullopt;
+        return tl::unexpected(ExitStatus::usage);
     }
-    const auto list = PropertyList::propertyListWithData(*content);
+    auto list = PropertyList::propertyListWithData(*content);
     if (!list) {
-        complainAboutFile(file, list.error());
-        return std::nullopt;
+        complainAboutFile(file, likelierError(*content, list.error()));
+        return tl::unexpected(ExitStatus::failed);
     }
-    return list->root;
+    return ListInput{std::move(*content), std::move(*list)};
 }
 
 void complainAboutFile(const std::string& file, const Error& error) {

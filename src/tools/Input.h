@@ -1,7 +1,9 @@
 #pragma once
 
+#include "platform/foundation/plist/PropertyList.h"
 #include "platform/foundation/values/Error.h"
 #include "platform/foundation/values/Value.h"
+#include "tools/Commands.h"
 
 #include <tl/expected.hpp>
 
@@ -16,8 +18,14 @@ namespace qv::tools {
 /// standard output.
 Error writeOutput(const std::string& file, std::string_view content);
 
-/// The reading above and then a property list; complains and gives none when either fails.
-[[nodiscard]] std::optional<Value> readList(const std::string& file);
+struct ListInput {
+    std::string content;
+    PropertyListDocument document;
+};
+
+/// The reading above and then a property list. Complains when either fails: ExitStatus::usage for a
+/// file that cannot be read, ExitStatus::failed for one that is no list.
+[[nodiscard]] tl::expected<ListInput, ExitStatus> readList(const std::string& file);
 
 /// One line for a person: a file's name and why it cannot be used.
 void complainAboutFile(const std::string& file, const Error& error);

@@ -39,18 +39,13 @@ ExitStatus complainAndFail(const std::string& file, const Error& error) {
 } // namespace
 
 ExitStatus plist(const PlistOptions& options) {
-    const auto content = readInput(options.file);
-    if (!content) {
-        complainAboutFile(options.file, content.error());
-        return ExitStatus::usage;
-    }
-    const auto list = PropertyList::propertyListWithData(*content);
+    const auto list = readList(options.file);
     if (!list) {
-        return complainAndFail(options.file, list.error());
+        return list.error();
     }
-    Value root = list->root;
+    Value root = list->document.root;
     if (options.archive) {
-        const auto object = KeyedUnarchiver::unarchiveObjectWithData(*content);
+        const auto object = KeyedUnarchiver::unarchiveObjectWithData(list->content);
         if (!object) {
             return complainAndFail(options.file, object.error());
         }
@@ -59,7 +54,7 @@ ExitStatus plist(const PlistOptions& options) {
     if (options.to.empty() && !options.archive) {
         Terminal::standardOutput().line(
             fmt::format("{}: OK, {}", options.file == "-" ? "standard input" : options.file,
-                        formatName(list->format)));
+                        formatName(list->document.format)));
         return ExitStatus::success;
     }
     const auto converted = convert(root, options.to.empty() ? "json" : options.to);

@@ -111,14 +111,8 @@ ExitStatus run(const RunOptions& options) {
         complain("only root may run scripts with this program");
         return ExitStatus::refused;
     }
-    const auto script = readInput(options.file);
+    const auto script = readList(options.file);
     if (!script) {
-        complainAboutFile(options.file, script.error());
-        return ExitStatus::usage;
-    }
-    const auto list = PropertyList::propertyListWithData(*script);
-    if (!list) {
-        complainAboutFile(options.file, list.error());
         return ExitStatus::usage;
     }
     auto client = QVCatalogHelperClient::connect(options.socketPath);
@@ -128,7 +122,7 @@ ExitStatus run(const RunOptions& options) {
     tl::expected<ScriptOutcome, Error> outcome;
     {
         const Progress progress("running the script");
-        outcome = client->executeScriptData(*script);
+        outcome = client->executeScriptData(script->content);
     }
     if (!outcome) {
         return complainAboutService(outcome.error());
@@ -136,7 +130,7 @@ ExitStatus run(const RunOptions& options) {
     if (options.json) {
         Terminal::standardOutput().line(jsonText(outcomeAsValue(*outcome)));
     } else {
-        showOutcome(*outcome, list->root);
+        showOutcome(*outcome, script->document.root);
     }
     return outcome->success ? ExitStatus::success : ExitStatus::failed;
 }

@@ -45,12 +45,15 @@ std::optional<Value> dictionaryOf(const std::string& file) {
     if (file.empty()) {
         return Value::dictionary({});
     }
-    std::optional<Value> value = readList(file);
-    if (value && !value->is(Value::Kind::dictionary)) {
+    const auto list = readList(file);
+    if (!list) {
+        return std::nullopt;
+    }
+    if (!list->document.root.is(Value::Kind::dictionary)) {
         complain(fmt::format("{}: a dictionary is wanted here", file));
         return std::nullopt;
     }
-    return value;
+    return list->document.root;
 }
 
 } // namespace
@@ -74,7 +77,7 @@ ExitStatus sign(const SignOptions& options) {
     request.intermediatePaths = options.intermediates;
     request.allowDebuggableDistribution = QV_DEVELOPMENT_BUILD;
     if (const auto done = CodeSigner::sign(options.file, request); !done) {
-        complainAboutFile(options.file, done.error());
+        complain(done.error().localizedDescription()); // names the file that is at fault
         return ExitStatus::failed;
     }
     Terminal::standardOutput().line(

@@ -4,6 +4,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <cstdlib>
@@ -99,6 +100,32 @@ void Progress::animate() const {
 void complain(std::string_view text) {
     Terminal::standardError().line(fmt::format(
         "qvcatalog: {}", Terminal::standardError().styled(text, Terminal::Style::plain)));
+}
+
+void complainAtPlace(std::string_view text, std::size_t offset) {
+    constexpr std::size_t kAround = 50;
+    offset = std::min(offset, text.size());
+    const std::size_t begin = text.substr(0, offset).rfind('\n') + 1; // 0 when there is none
+    const std::size_t end = std::min(text.find('\n', offset), text.size());
+    const Terminal& terminal = Terminal::standardError();
+    const auto shown = [&](std::size_t from, std::size_t to) {
+        const auto isInside = [&](std::size_t place) { // a character of several bytes
+            return place < text.size() && (static_cast<unsigned char>(text[place]) & 0xC0U) == 0x80;
+        };
+        while (from > begin && isInside(from)) {
+            --from;
+        }
+        while (to < end && isInside(to)) {
+            ++to;
+        }
+        return terminal.styled(text.substr(from, to - from), Terminal::Style::plain);
+    };
+    const std::string before = shown(offset - std::min(kAround, offset - begin), offset);
+    const std::string after = shown(offset, offset + std::min(kAround, end - offset));
+    const auto width = std::ranges::count_if(
+        before, [](char c) { return (static_cast<unsigned char>(c) & 0xC0U) != 0x80; });
+    terminal.line(fmt::format("  {}{}", before, after));
+    terminal.line(fmt::format("  {:>{}}", "^", width + 1));
 }
 
 } // namespace qv::tools

@@ -119,7 +119,10 @@ int parseAndRun(int count, const char* const* arguments) {
     } catch (const CLI::Success& success) {
         return app.exit(success); // --help, --version
     } catch (const CLI::ParseError& error) {
-        complain(error.what());
+        const std::vector<std::string> unknown = app.remaining();
+        complain(app.get_subcommands().empty() && !unknown.empty()
+                     ? fmt::format("unknown command \"{}\"", unknown.front())
+                     : error.what());
         return static_cast<int>(ExitStatus::usage);
     }
     return static_cast<int>(chosen());
@@ -129,7 +132,7 @@ int parseAndRun(int count, const char* const* arguments) {
 
 int main(int count, char** arguments) {
     std::signal(SIGPIPE, SIG_IGN); // NOLINT(cert-err33-c): cannot fail for this signal
-    qv::log::open("qvcatalog", qv::log::Destination::standardError);
+    qv::log::open("qvcatalog", qv::log::Destination::nowhere);
     try {
         return parseAndRun(count, arguments);
     } catch (const std::exception& exception) {

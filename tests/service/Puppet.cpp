@@ -106,17 +106,24 @@ bool Puppet::send(std::string_view bytes) {
                 : order("sendfile " + folder_.write("sending", bytes).string())) == "sent";
 }
 
-std::optional<xpc::Frame> Puppet::frame() {
+std::optional<std::string> Puppet::frameBytes() {
     const std::string line = order("frame");
     constexpr std::string_view kLabel = "frame ";
     if (!line.starts_with(kLabel)) {
         return std::nullopt;
     }
-    const std::string bytes = bytesOf(std::string_view(line).substr(kLabel.size()));
+    return bytesOf(std::string_view(line).substr(kLabel.size()));
+}
+
+std::optional<xpc::Frame> Puppet::frame() {
+    const std::optional<std::string> bytes = frameBytes();
+    if (!bytes) {
+        return std::nullopt;
+    }
     const auto header =
-        xpc::decodeFrameHeader(std::span(bytes).first<xpc::kFrameHeaderSize>()).value();
+        xpc::decodeFrameHeader(std::span(*bytes).first<xpc::kFrameHeaderSize>()).value();
     return xpc::Frame{header.kind, header.replyExpected, header.sequence,
-                      bytes.substr(xpc::kFrameHeaderSize)};
+                      bytes->substr(xpc::kFrameHeaderSize)};
 }
 
 std::string binary(const Value& script) {

@@ -33,8 +33,9 @@ public:
     bool greet();
     /// Sends bytes; false when the service has closed.
     bool send(std::string_view bytes);
-    /// None when the service closed instead.
+    /// The next frame; none when the service closed instead.
     std::optional<xpc::Frame> frame();
+    std::optional<std::string> frameBytes();
 
     /// A request with this connection's nonce added to `dictionary`.
     [[nodiscard]] std::string request(const Value& dictionary, std::uint64_t sequence = 1,

@@ -72,7 +72,8 @@ void open(std::string_view programName, Destination destination) {
     State& current = state();
     current.programName = programName;
     current.destination = destination;
-    current.echo = destination == Destination::standardError || !standardErrorIsJournal();
+    current.echo = destination == Destination::standardError ||
+                   (destination == Destination::systemLog && !standardErrorIsJournal());
     if (destination == Destination::systemLog) {
         ::openlog(current.programName.c_str(), LOG_PID | LOG_NDELAY, LOG_DAEMON);
     }

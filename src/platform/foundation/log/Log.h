@@ -10,6 +10,7 @@ enum class Priority : std::uint8_t { error = 3, notice = 5 }; // as syslog numbe
 
 enum class Destination : std::uint8_t {
     standardError, ///< plain lines; what a program has that never calls `open`
+    nowhere,       ///< for a command whose own output tells what happened
     systemLog,     ///< syslog, and standard error as well unless that already is the journal
 };
 

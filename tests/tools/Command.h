@@ -1,0 +1,47 @@
+#pragma once
+
+#include "support/StartedProgram.h"
+#include "support/TemporaryDirectory.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace qv::test {
+
+/// Runs the command `qvcatalog` of this build, an unsigned one unless told otherwise.
+inline ProgramRun qvcatalog(std::vector<std::string> arguments, std::string_view input = {},
+                            const std::string& program = QV_COMMAND) {
+    arguments.insert(arguments.begin(), program);
+    return runProgram(arguments, input);
+}
+
+/// What a line of Python prints that is given `input` on its standard input.
+inline std::string python(const std::string& program, std::string_view input) {
+    const ProgramRun run = runProgram({QV_PYTHON, "-c", program}, input);
+    EXPECT_EQ(run.errors, "");
+    return run.output;
+}
+
+/// A failure as it should look to a person: nothing on standard output, one line that says why.
+MATCHER_P2(FailsWith, status, why,
+           "ends with status " + testing::PrintToString(status) + " and one line with \"" +
+               std::string(why) + "\"") {
+    *result_listener << "status " << arg.status << ", output \"" << arg.output << "\", errors \""
+                     << arg.errors << '"';
+    return arg.status == status && arg.output.empty() && arg.errors.starts_with("qvcatalog: ") &&
+           std::ranges::count(arg.errors, '\n') == 1 && arg.errors.ends_with('\n') &&
+           arg.errors.find(why) != std::string::npos;
+}
+
+/// Success without a word on standard error.
+MATCHER(Succeeds, "succeeds") {
+    *result_listener << "status " << arg.status << ", errors \"" << arg.errors << '"';
+    return arg.status == 0 && arg.errors.empty();
+}
+
+} // namespace qv::test

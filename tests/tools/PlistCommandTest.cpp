@@ -1,0 +1,194 @@
+// qvcatalog as a whole, and its commands that need no service.
+
+#include "tools/Command.h"
+
+namespace qv::test {
+namespace {
+
+using testing::HasSubstr;
+
+TEST(CommandLine, HelpAndVersionAreAnswered) {
+    const ProgramRun help = qvcatalog({"--help"});
+    EXPECT_THAT(help, Succeeds());
+    EXPECT_THAT(help.output, HasSubstr("Exit status: 0 success, 1 failed, 2 usage, 3 refused"));
+    for (const char* command : {"run", "sign", "verify", "plist", "requirement"}) {
+        EXPECT_THAT(help.output, HasSubstr(command));
+        const ProgramRun own = qvcatalog({command, "--help"});
+        EXPECT_THAT(own, Succeeds());
+        EXPECT_THAT(own.output, HasSubstr("Usage: qvcatalog " + std::string(command)));
+    }
+    const ProgramRun version = qvcatalog({"--version"});
+    EXPECT_THAT(version, Succeeds());
+    EXPECT_EQ(version.output, QV_VERSION "\n");
+}
+
+TEST(CommandLine, WrongArgumentsAreToldInOneLine) {
+    EXPECT_THAT(qvcatalog({}), FailsWith(2, "subcommand"));
+    EXPECT_THAT(qvcatalog({"fly"}), FailsWith(2, "fly"));
+    EXPECT_THAT(qvcatalog({"plist"}), FailsWith(2, "FILE"));
+    EXPECT_THAT(qvcatalog({"plist", "-", "--to", "yaml"}), FailsWith(2, "yaml"));
+    EXPECT_THAT(qvcatalog({"verify"}), FailsWith(2, "--pid"));
+    EXPECT_THAT(qvcatalog({"verify", "x", "--pid", "1"}), FailsWith(2, "excludes"));
+    EXPECT_THAT(qvcatalog({"verify", "--pid", "one"}), FailsWith(2, "--pid"));
+    EXPECT_THAT(qvcatalog({"run", "-", "--fast"}), FailsWith(2, "--fast"));
+}
+
+class PlistCommand : public testing::Test {
+protected:
+    std::string file(std::string_view content) {
+        return folder_.write("file" + std::to_string(++count_), content);
+    }
+    TemporaryDirectory folder_;
+    int count_ = 0;
+};
+
+TEST_F(PlistCommand, ToldEncodingsAreTheFilesOwn) {
+    const std::string xml = file("<plist><array><true/></array></plist>");
+    EXPECT_EQ(qvcatalog({"plist", xml}).output, xml + ": OK, XML\n");
+    const std::string text = file("( a, b )");
+    EXPECT_EQ(qvcatalog({"plist", text}).output, text + ": OK, old-style text\n");
+    const std::string binary = folder_ / "binary";
+    EXPECT_THAT(qvcatalog({"plist", xml, "--to", "binary", "-o", binary}), Succeeds());
+    EXPECT_EQ(qvcatalog({"plist", binary}).output, binary + ": OK, binary\n");
+    EXPECT_EQ(qvcatalog({"plist", "-"}, "{ a = b; }").output,
+              "standard input: OK, old-style text\n");
+}
+
+TEST_F(PlistCommand, ConversionsKeepWhatPythonReads) {
+    constexpr std::string_view kMixed =
+        "<plist><dict><key>text</key><string>Größe 𝄞 &lt;</string><key>number</key><integer>-5"
+        "</integer><key>large</key><integer>18446744073709551615</integer><key>real</key><real>0.1"
+        "</real><key>yes</key><true/><key>data</key><data>AAEC</data><key>date</key>"
+        "<date>2012-05-01T12:30:00Z</date><key>list</key><array><dict/></array></dict></plist>";
+    const std::string expected = python("import plistlib,sys\n"
+                                        "print(plistlib.loads(sys.stdin.buffer.read()))",
+                                        kMixed);
+    ASSERT_NE(expected, "");
+    for (const char* format : {"xml", "binary"}) {
+        const ProgramRun run = qvcatalog({"plist", "-", "--to", format}, kMixed);
+        EXPECT_THAT(run, Succeeds());
+        EXPECT_EQ(python("import plistlib,sys\nprint(plistlib.loads(sys.stdin.buffer.read()))",
+                         run.output),
+                  expected)
+            << format;
+    }
+    const ProgramRun json = qvcatalog({"plist", "-", "--to", "json"}, kMixed);
+    EXPECT_THAT(json, Succeeds());
+    EXPECT_EQ(python("import json,sys\nj=json.load(sys.stdin)\n"
+                     "print(j['text'],j['number'],j['large'],j['real'],j['yes'],j['data'],"
+                     "j['list'])",
+                     json.output),
+              "Größe 𝄞 < -5 18446744073709551615 0.1 True {'$data': 'AAEC'} [{}]\n");
+}
+
+TEST_F(PlistCommand, FaultsAreToldWithTheirPlace) {
+    EXPECT_THAT(qvcatalog({"plist", "-"}, "<plist>\n<array>\n<dict>"),
+                FailsWith(1, "standard input: "));
+    EXPECT_THAT(qvcatalog({"plist", "-"}, "<plist>\n<array>\n<dict>"), FailsWith(1, "line 3"));
+    EXPECT_THAT(qvcatalog({"plist", "-"}, "( a,\n b"), FailsWith(1, "line 2"));
+    EXPECT_THAT(qvcatalog({"plist", "-"}, "bplist00 and no more"), FailsWith(1, "offset"));
+    EXPECT_THAT(qvcatalog({"plist", "-"}, std::string(100'000, '(')), FailsWith(1, "line 1"));
+    EXPECT_THAT(qvcatalog({"plist", folder_ / "missing"}), FailsWith(2, "missing: "));
+    EXPECT_THAT(qvcatalog({"plist", folder_.path()}), FailsWith(2, "directory"));
+    const std::string url = file("<plist><dict><key>a\x1b[31m</key></dict></plist>");
+    EXPECT_EQ(qvcatalog({"plist", url}).errors.find('\x1b'), std::string::npos) << "reached us";
+}
+
+TEST_F(PlistCommand, AFileStaysWhenItsReplacementFails) {
+    const std::string kept = file("( kept )");
+    constexpr std::string_view kNullList = // XML has no null
+        "bplist00\0\x08\0\0\0\0\0\0\x01\x01\0\0\0\0\0\0\0\x01\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\x09";
+    EXPECT_THAT(
+        qvcatalog({"plist", "-", "--to", "xml", "-o", kept}, {kNullList.data(), 8 + 1 + 1 + 32}),
+        FailsWith(1, "null"));
+    EXPECT_EQ(contentOf(kept), "( kept )");
+    EXPECT_THAT(qvcatalog({"plist", kept, "--to", "xml", "-o", folder_ / "no/such/folder"}),
+                FailsWith(2, "no/such/folder: "));
+}
+
+TEST_F(PlistCommand, ArchivesAreDecodedAndUnknownClassesNamed) {
+    const std::string make = "import plistlib,sys\n"
+                             "U=plistlib.UID\n"
+                             "sys.stdout.buffer.write(plistlib.dumps({'$version':100000,"
+                             "'$archiver':'NSKeyedArchiver','$top':{'root':U(1)},'$objects':["
+                             "'$null',{'NS.string':'hello','$class':U(2)},"
+                             "{'$classname':'CLASS','$classes':['CLASS','NSObject']}]},"
+                             "fmt=plistlib.FMT_BINARY))";
+    const auto archive = [&](const std::string& name) {
+        std::string program = make;
+        for (std::size_t place = 0; (place = program.find("CLASS")) != std::string::npos;) {
+            program.replace(place, 5, name);
+        }
+        return python(program, "");
+    };
+    const ProgramRun good = qvcatalog({"plist", "-", "--archive"}, archive("NSMutableString"));
+    EXPECT_THAT(good, Succeeds());
+    EXPECT_EQ(good.output, "\"hello\"\n");
+    const ProgramRun xml =
+        qvcatalog({"plist", "-", "--archive", "--to", "xml"}, archive("NSMutableString"));
+    EXPECT_THAT(xml.output, HasSubstr("<string>hello</string>"));
+    EXPECT_THAT(qvcatalog({"plist", "-", "--archive"}, archive("NSColor")),
+                FailsWith(1, "NSColor"));
+    EXPECT_THAT(qvcatalog({"plist", "-", "--archive"}, "( no, archive )"),
+                FailsWith(1, "the archive is no dictionary"));
+}
+
+// Without a reader there is nobody to tell but the caller, by the status; a signal would tell
+// nothing.
+TEST_F(PlistCommand, AClosedPipeIsAFailureAndNoSignal) {
+    const std::string list = file("( " + std::string(200'000, 'x') + " )");
+    const auto statusOf = [](std::vector<std::string> command) {
+        command.insert(command.begin(), QV_COMMAND);
+        PipeEnds pipe = makePipe();
+        pipe.read.reset();
+        return StartedProgram({.command = command, .standard = {-1, pipe.write.get(), -1}}).wait();
+    };
+    EXPECT_EQ(statusOf({"plist", list, "--to", "xml"}), 2);
+    EXPECT_EQ(statusOf({"plist", list}), 0);
+    EXPECT_EQ(statusOf({"--help"}), 0);
+    EXPECT_EQ(statusOf({"plist", "/nowhere"}), 2);
+}
+
+class RequirementCommand : public testing::Test {};
+
+TEST_F(RequirementCommand, AGoodTextIsPrintedInItsCanonicalForm) {
+    const ProgramRun run = qvcatalog({"requirement", "( identifier a.b   and anchor apple )"});
+    EXPECT_THAT(run, Succeeds());
+    EXPECT_THAT(run.output, testing::StartsWith("identifier \"a.b\" and anchor apple\n"));
+    const ProgramRun json = qvcatalog({"requirement", "identifier a.b", "--json"});
+    EXPECT_THAT(json, Succeeds());
+    EXPECT_EQ(python("import json,sys\nj=json.load(sys.stdin)\nprint(j['compiles'],j['text'])",
+                     json.output),
+              "True identifier \"a.b\"\n");
+}
+
+// The mark must stand below the character that is meant, whatever stands before it.
+TEST_F(RequirementCommand, ABadTextIsShownWithItsPlace) {
+    const std::vector<std::pair<std::string, std::string>> rows = {
+        {"identifier a.b and nonsense x", "nonsense x"},
+        {"anchor apple or", ""},
+        {"identifier \"Größe 𝄞\" nonsense", "nonsense"},
+        {"identifier a\tand\tnonsense", "nonsense"},
+        {"identifier a.b and\n  nonsense\n or x", "nonsense"},
+        {"identifier \"" + std::string(300, 'a') + "\" nonsense", "nonsense"},
+    };
+    for (const auto& [text, piece] : rows) {
+        const ProgramRun run = qvcatalog({"requirement", text});
+        EXPECT_EQ(run.status, 1) << text;
+        EXPECT_EQ(run.output, "");
+        const std::string marked = python("import sys\n"
+                                          "lines=sys.stdin.read().split('\\n')\n"
+                                          "print(len(lines), lines[1][lines[2].index('^'):])",
+                                          run.errors);
+        EXPECT_EQ(marked, "4 " + piece + "\n") << run.errors;
+        const ProgramRun json = qvcatalog({"requirement", text, "--json"});
+        EXPECT_EQ(json.status, 1);
+        EXPECT_EQ(python("import json,sys\nj=json.load(sys.stdin)\n"
+                         "print(j['compiles'],'reason' in j)",
+                         json.output),
+                  "False True\n");
+    }
+}
+
+} // namespace
+} // namespace qv::test
