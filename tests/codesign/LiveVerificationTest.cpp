@@ -34,7 +34,7 @@ protected:
         services_.emplace(programs_->configuration());
     }
     Error verify(const std::filesystem::path& program) {
-        return verify(ClientProcess({.program = program, .user = kNobody, .group = kNobody}));
+        return verify(ClientProcess(ClientProcess::Options::asNobody(program)));
     }
     Error verify(const ClientProcess& client) {
         const RegisteredPeer peer = services_->registerPeer(ConnectedPeer(
@@ -80,8 +80,7 @@ TEST_F(LiveVerification, RefusesOthersInTheGivenOrder) {
 }
 
 TEST_F(LiveVerification, RefusesAClientThatIsGone) {
-    ClientProcess client(
-        {.program = programs_->debuggableClient("gone"), .user = kNobody, .group = kNobody});
+    ClientProcess client(ClientProcess::Options::asNobody(programs_->debuggableClient("gone")));
     client.kill();
     testing::internal::CaptureStderr();
     const Error error = verify(client);
@@ -92,8 +91,7 @@ TEST_F(LiveVerification, RefusesAClientThatIsGone) {
 
 TEST_F(LiveVerification, TheServicesOfThisBuildJudgeTheRegisteredPeer) {
     ClientVerification verification;
-    ClientProcess client(
-        {.program = programs_->unsignedClient("client"), .user = kNobody, .group = kNobody});
+    ClientProcess client(ClientProcess::Options::asNobody(programs_->unsignedClient("client")));
     const auto codeOf = [&] {
         const Error error =
             QVCodeSignatureVerifier(client.pid(), kTeam, kRequired, verification.services())
@@ -101,7 +99,7 @@ TEST_F(LiveVerification, TheServicesOfThisBuildJudgeTheRegisteredPeer) {
         return error ? error.code() : 0;
     };
     EXPECT_EQ(codeOf(), 1);
-    ClientProcess other({.program = *programs_ / "client", .user = kNobody, .group = kNobody});
+    ClientProcess other(ClientProcess::Options::asNobody(*programs_ / "client"));
     {
         const ClientVerification::Peer peer =
             verification.registerPeer(client.pid(), other.pidfd(), kNobody, kNobody);

@@ -28,10 +28,10 @@ struct Script {
     std::int32_t information = 0;
     Value status = Value::integer(0x301);
     std::int32_t validity = 0;
-    Error validityError = {};
+    Error validityError;
     bool withoutResults = false; ///< successes that give nothing
-    std::vector<std::string> calls = {};
-    Value attributes = {};
+    std::vector<std::string> calls;
+    Value attributes;
 };
 
 class ScriptedCode final : public SecCode {
@@ -158,7 +158,8 @@ TEST(QVCodeSignatureVerifier, AsksInTheGivenOrderAndAgainEachTime) {
 }
 
 TEST(QVCodeSignatureVerifier, AProcessThatIsNotFoundFailsWithoutALine) {
-    Script script{.lookup = 100003};
+    Script script;
+    script.lookup = 100003;
     const Verification verification(script);
     expectStatusError(verification.error, 100003, kInitOrigin);
     EXPECT_THAT(verification.log, IsEmpty());
@@ -166,7 +167,8 @@ TEST(QVCodeSignatureVerifier, AProcessThatIsNotFoundFailsWithoutALine) {
 }
 
 TEST(QVCodeSignatureVerifier, InformationThatIsNotReadableEndsIt) {
-    Script script{.information = codesign_status::kNoSuchCode};
+    Script script;
+    script.information = codesign_status::kNoSuchCode;
     const Verification verification(script);
     expectStatusError(verification.error, codesign_status::kNoSuchCode, kVerifyOrigin);
     EXPECT_THAT(verification.log, IsEmpty());
@@ -197,7 +199,8 @@ TEST(QVCodeSignatureVerifier, TheFlagsRule) {
                            {0, 0, 0x10001, true},
                            {0xfffffcfb, 0x300, 0, false},
                            {0x80000000, 0x80000000, 0, true}}) {
-        Script script{.status = Value::integer(row.status)};
+        Script script;
+        script.status = Value::integer(row.status);
         const Verification verification(script, row.required, std::nullopt, row.alternative);
         EXPECT_EQ(!verification.error, row.passes) << std::hex << row.status;
         // The requirement is not even compiled for a process with the wrong flags.
@@ -207,7 +210,8 @@ TEST(QVCodeSignatureVerifier, TheFlagsRule) {
 }
 
 TEST(QVCodeSignatureVerifier, WrongFlagsAreToldInHexadecimal) {
-    Script script{.status = Value::integer(0xAAC101)};
+    Script script;
+    script.status = Value::integer(0xAAC101);
     const Verification verification(script);
     ASSERT_TRUE(verification.error);
     EXPECT_EQ(verification.error.domain(), "QVCodeSignatureVerifierDomain");
@@ -236,7 +240,9 @@ TEST(QVCodeSignatureVerifier, ARequirementThatDoesNotCompileFailsWithItsStatus) 
 TEST(QVCodeSignatureVerifier, AnInvalidSignatureCarriesThePlatformsError) {
     const Error platformError(error_domain::kOSStatus, -67050,
                               Value::dictionary({{"NSDebugDescription", Value::string("why")}}));
-    Script script{.validity = -67050, .validityError = platformError};
+    Script script;
+    script.validity = -67050;
+    script.validityError = platformError;
     const Verification verification(script);
     ASSERT_TRUE(verification.error);
     EXPECT_EQ(verification.error.domain(), error_domain::kOSStatus);
@@ -252,16 +258,19 @@ TEST(QVCodeSignatureVerifier, AnInvalidSignatureCarriesThePlatformsError) {
 }
 
 TEST(QVCodeSignatureVerifier, AnInvalidSignatureWithoutAnErrorIsRefusedAllTheSame) {
-    Script script{.validity = -67061};
+    Script script;
+    script.validity = -67061;
     const Verification verification(script);
     expectStatusError(verification.error, -67061, kVerifyOrigin);
     EXPECT_THAT(verification.log, HasSubstr("status=-67061, error=(null)\n"));
 }
 
 TEST(QVCodeSignatureVerifier, SuccessesWithoutResultsAreNoSuccess) {
-    Script script{.withoutResults = true};
+    Script script;
+    script.withoutResults = true;
     expectStatusError(Verification(script).error, codesign_status::kObjectRequired, kVerifyOrigin);
-    Script noNumber{.status = Value::string("301")};
+    Script noNumber;
+    noNumber.status = Value::string("301");
     EXPECT_EQ(textOf(Verification(noNumber).error, "NSLocalizedDescription"),
               "Codesigning flags requirements not fulfilled: actual=0, required=300");
 }

@@ -73,6 +73,14 @@ pid_t forkAs(const ClientProcess::Options& options) {
 
 } // namespace
 
+ClientProcess::Options ClientProcess::Options::asNobody(const std::filesystem::path& program) {
+    Options options;
+    options.program = program;
+    options.user = kNobody;
+    options.group = kNobody;
+    return options;
+}
+
 ClientProcess::ClientProcess(const Options& options) {
     const TemporaryDirectory folder;
     require(::chmod(folder.path().c_str(), 0755) == 0, "folder");

@@ -10,18 +10,23 @@
 
 namespace qv::test {
 
+inline constexpr uid_t kNobody = 65534; ///< the group's number as well
+
 /// A SampleClient that runs, connected to us, until its owner ends. What fails throws
 /// std::runtime_error.
 class ClientProcess {
 public:
     struct Options {
         std::filesystem::path program;
-        std::string file = {}; ///< what the commands 'f' and 'x' mean
-        std::vector<std::string> environment = {};
+        std::string file; ///< what the commands 'f' and 'x' mean
+        std::vector<std::string> environment;
         uid_t user = 0;
         gid_t group = 0;
-        std::optional<pid_t> pid = {}; ///< wanted; must be free
-        bool userNamespace = false;    ///< starts it in one of its own
+        std::optional<pid_t> pid;   ///< wanted; must be free
+        bool userNamespace = false; ///< starts it in one of its own
+
+        /// A user and a group without rights.
+        static Options asNobody(const std::filesystem::path& program);
     };
 
     explicit ClientProcess(const Options& options);

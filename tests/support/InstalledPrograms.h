@@ -12,7 +12,6 @@
 namespace qv::test {
 
 inline constexpr gid_t kClientGroup = 47110; ///< no such group need exist
-inline constexpr uid_t kNobody = 65534;
 
 /// A folder of SampleClients in all conditions, and the anchors that vouch for one authority. Needs
 /// root.

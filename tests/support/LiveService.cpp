@@ -51,6 +51,7 @@ UniqueFd listenAt(const std::string& path) {
 }
 
 LiveService::LiveService(Listener listener) {
+    require(::chmod(folder_.path().c_str(), 0755) == 0, "folder"); // anybody may connect
     UniqueFd socket = listener == Listener::notListening
                           ? UniqueFd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0))
                           : listenAt(socketPath());

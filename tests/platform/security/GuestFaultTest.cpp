@@ -131,18 +131,20 @@ protected:
 };
 
 TEST_F(GuestFaults, NoFailedCallMakesAMarkedClientAcceptable) {
-    const ClientProcess client(asNobody(programs()->markedClient("marked", 0x10300)));
+    const ClientProcess client(
+        ClientProcess::Options::asNobody(programs()->markedClient("marked", 0x10300)));
     sweep(client);
 }
 
 TEST_F(GuestFaults, NoFailedCallMakesADebuggableClientAcceptable) {
-    const ClientProcess client(asNobody(programs()->debuggableClient("debuggable")));
+    const ClientProcess client(
+        ClientProcess::Options::asNobody(programs()->debuggableClient("debuggable")));
     sweep(client);
 }
 
 TEST_F(GuestFaults, AClientThatEndsMeanwhileHasEnded) {
     disturb(
-        asNobody(programs()->markedClient("ends", 0x10300)),
+        ClientProcess::Options::asNobody(programs()->markedClient("ends", 0x10300)),
         [](ClientProcess& client) { client.kill(); },
         [](const GuestOutcome& outcome) {
             if (outcome.lookup != 0) {
@@ -154,7 +156,8 @@ TEST_F(GuestFaults, AClientThatEndsMeanwhileHasEnded) {
 }
 
 TEST_F(GuestFaults, AClientThatExecutesSomethingElseMeanwhileIsRefused) {
-    ClientProcess::Options options = asNobody(programs()->markedClient("executes", 0x10300));
+    ClientProcess::Options options =
+        ClientProcess::Options::asNobody(programs()->markedClient("executes", 0x10300));
     options.file = programs()->unsignedClient("something-else");
     disturb(
         options, [](ClientProcess& client) { client.command('x'); },

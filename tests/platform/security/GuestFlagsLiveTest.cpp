@@ -28,14 +28,15 @@ protected:
         }
     }
     GuestOutcome judgeProgram(const std::filesystem::path& program) {
-        const ClientProcess client(asNobody(program));
+        const ClientProcess client(ClientProcess::Options::asNobody(program));
         return judgePeer(*services_, client);
     }
     std::optional<GuestServices> services_;
 };
 
 TEST_F(GuestFlagsLive, AMarkedClientKeepsItsFlagsAfterItDroppedTheGroup) {
-    const ClientProcess client(asNobody(programs()->markedClient("marked", kAsked)));
+    const ClientProcess client(
+        ClientProcess::Options::asNobody(programs()->markedClient("marked", kAsked)));
     ASSERT_EQ(client.connectedGroup(), kClientGroup);
     GuestOutcome outcome = judgePeer(*services_, client);
     EXPECT_EQ(outcome.flags, kPlain | kAsked);
@@ -52,7 +53,8 @@ TEST_F(GuestFlagsLive, WithoutAConfiguredGroupNobodyIsMarked) {
     CodeSigningConfiguration configuration = programs()->configuration();
     configuration.clientGroup.reset();
     GuestServices services(configuration);
-    const ClientProcess client(asNobody(programs()->markedClient("unconfigured", kAsked)));
+    const ClientProcess client(
+        ClientProcess::Options::asNobody(programs()->markedClient("unconfigured", kAsked)));
     EXPECT_EQ(judgePeer(services, client).flags, kPlain);
 }
 
@@ -62,7 +64,7 @@ TEST_F(GuestFlagsLive, APreloadedCopyOfTheUserIsNotMarked) {
     const std::filesystem::path library = *programs() / "library.so";
     std::filesystem::copy_file(QV_SAMPLE_LIBRARY, library);
     install(library, kNobody, kNobody, 0755);
-    ClientProcess::Options options = asNobody(program);
+    ClientProcess::Options options = ClientProcess::Options::asNobody(program);
     options.environment = {"LD_PRELOAD=" + library.string()};
     {
         const ClientProcess client(options);
@@ -79,7 +81,8 @@ TEST_F(GuestFlagsLive, APreloadedCopyOfTheUserIsNotMarked) {
 }
 
 TEST_F(GuestFlagsLive, TheMarkIsThatOfTheProgramThatConnected) {
-    ClientProcess::Options options = asNobody(programs()->unsignedClient("attacker"));
+    ClientProcess::Options options =
+        ClientProcess::Options::asNobody(programs()->unsignedClient("attacker"));
     options.file = programs()->markedClient("genuine", kAsked);
     const ClientProcess client(options);
     EXPECT_EQ(judgePeer(*services_, client).flags, 0U);
@@ -98,7 +101,7 @@ TEST_F(GuestFlagsLive, WhatAClientDoesToItselfCostsItsFlags) {
                                         {'f', hard},
                                         {'d', kKill | kRuntime},
                                         {'s', kRuntime}}) {
-        ClientProcess::Options options = asNobody(program);
+        ClientProcess::Options options = ClientProcess::Options::asNobody(program);
         options.file = library;
         const ClientProcess client(options);
         client.command(command);
@@ -110,9 +113,9 @@ TEST_F(GuestFlagsLive, WhatAClientDoesToItselfCostsItsFlags) {
 
 TEST_F(GuestFlagsLive, ATracerTakesValidityFromAllButDebuggablePrograms) {
     for (const bool debuggable : {false, true}) {
-        const ClientProcess client(asNobody(debuggable
-                                                ? programs()->debuggableClient("debuggable")
-                                                : programs()->markedClient("traced", kAsked)));
+        const ClientProcess client(ClientProcess::Options::asNobody(
+            debuggable ? programs()->debuggableClient("debuggable")
+                       : programs()->markedClient("traced", kAsked)));
         ASSERT_EQ(::ptrace(PTRACE_SEIZE, client.pid(), nullptr, nullptr), 0);
         const GuestOutcome outcome = judgePeer(*services_, client);
         EXPECT_EQ(outcome.flags, debuggable
@@ -144,7 +147,7 @@ TEST_F(GuestFlagsLive, TheSignatureDecidesWhereNoMarkIsNeeded) {
 
 TEST_F(GuestFlagsLive, ADeletedExecutableIsNotWhatIsOnDisk) {
     const std::filesystem::path program = programs()->markedClient("deleted", kAsked);
-    const ClientProcess client(asNobody(program));
+    const ClientProcess client(ClientProcess::Options::asNobody(program));
     std::filesystem::rename(programs()->unsignedClient("newer"), program);
     const GuestOutcome outcome = judgePeer(*services_, client);
     EXPECT_EQ(outcome.flags & kValid, 0U);
@@ -158,7 +161,8 @@ TEST_F(GuestFlagsLive, NoNameOfAnExecutableMatters) {
 }
 
 TEST_F(GuestFlagsLive, TheReportNamesWhatWithheldAFlag) {
-    const ClientProcess client(asNobody(programs()->signedClient("reported", kHard)));
+    const ClientProcess client(
+        ClientProcess::Options::asNobody(programs()->signedClient("reported", kHard)));
     const auto code = services_->lookUp(pidAttribute(client.pid()));
     ASSERT_TRUE(code) << code.error().description();
     std::shared_ptr<const Requirement> requirement;

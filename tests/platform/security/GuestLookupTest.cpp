@@ -112,7 +112,7 @@ protected:
 };
 
 TEST_F(GuestLookupLive, NeitherAZombieNorAGoneProcessIsFound) {
-    ClientProcess client(asNobody(program_));
+    ClientProcess client(ClientProcess::Options::asNobody(program_));
     ASSERT_TRUE(judgePeer(*services_, client).isAccepted());
     client.kill();
     EXPECT_EQ(judgePeer(*services_, client).lookup, kNoProcess);
@@ -123,7 +123,7 @@ TEST_F(GuestLookupLive, NeitherAZombieNorAGoneProcessIsFound) {
 }
 
 TEST_F(GuestLookupLive, ACodeIsOfOneImageOfOneProcess) {
-    ClientProcess::Options options = asNobody(program_);
+    ClientProcess::Options options = ClientProcess::Options::asNobody(program_);
     options.file = program_; // the same program, and yet another image
     for (const bool executes : {true, false}) {
         ClientProcess client(options);
@@ -148,7 +148,7 @@ TEST_F(GuestLookupLive, ACodeIsOfOneImageOfOneProcess) {
 }
 
 TEST_F(GuestLookupLive, AReusedNumberIsNotThePeer) {
-    ClientProcess first(asNobody(program_));
+    ClientProcess first(ClientProcess::Options::asNobody(program_));
     const AuditToken token = tokenOf(first);
     const bool numbered = numbersProcessesForGood(first);
     if (numbered) {
@@ -156,7 +156,7 @@ TEST_F(GuestLookupLive, AReusedNumberIsNotThePeer) {
     }
     first.kill();
     first.reap();
-    ClientProcess::Options options = asNobody(program_);
+    ClientProcess::Options options = ClientProcess::Options::asNobody(program_);
     options.pid = first.pid();
     const ClientProcess second(options);
     ASSERT_EQ(second.pid(), first.pid());
@@ -169,8 +169,8 @@ TEST_F(GuestLookupLive, AReusedNumberIsNotThePeer) {
 }
 
 TEST_F(GuestLookupLive, APeerWhoseDescriptorIsNotItsOwnIsRefused) {
-    const ClientProcess client(asNobody(program_));
-    const ClientProcess other(asNobody(program_));
+    const ClientProcess client(ClientProcess::Options::asNobody(program_));
+    const ClientProcess other(ClientProcess::Options::asNobody(program_));
     for (const auto& [descriptor, status] : {std::pair{other.pidfd(), codesign_status::kNoSuchCode},
                                              {-1, codesign_status::kErrnoBase + EBADF},
                                              {STDIN_FILENO, codesign_status::kNoSuchCode}}) {
@@ -188,13 +188,14 @@ TEST_F(GuestLookupLive, OnlyProgramsOfLocalFileSystemsAreRead) {
               static_cast<ssize_t>(content.size()));
     const UniqueFd readable(::open(("/proc/self/fd/" + std::to_string(memory.get())).c_str(),
                                    O_RDONLY)); // NOLINT(android-cloexec-open): handed on
-    ClientProcess::Options options = asNobody("/proc/self/fd/" + std::to_string(readable.get()));
+    ClientProcess::Options options =
+        ClientProcess::Options::asNobody("/proc/self/fd/" + std::to_string(readable.get()));
     const ClientProcess client(options);
     EXPECT_EQ(judgePeer(*services_, client).lookup, codesign_status::kSignatureNotVerifiable);
 }
 
 TEST_F(GuestLookupLive, AProcessInAUserNamespaceOfItsOwnIsRefused) {
-    ClientProcess::Options options = asNobody(program_);
+    ClientProcess::Options options = ClientProcess::Options::asNobody(program_);
     options.userNamespace = true;
     const ClientProcess client(options);
     EXPECT_EQ(judgePeer(*services_, client).lookup, codesign_status::kNoSuchCode);
@@ -204,7 +205,7 @@ TEST_F(GuestLookupLive, TheLookUpEndsAtItsDeadline) {
     CodeSigningConfiguration configuration = programs()->configuration();
     configuration.lookupTime = std::chrono::milliseconds(0);
     GuestServices hurried(configuration);
-    const ClientProcess client(asNobody(program_));
+    const ClientProcess client(ClientProcess::Options::asNobody(program_));
     EXPECT_EQ(judgePeer(hurried, client).lookup, codesign_status::kCancelled);
 }
 

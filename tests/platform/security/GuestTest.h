@@ -91,9 +91,6 @@ protected:
         static std::unique_ptr<InstalledPrograms> instance;
         return instance;
     }
-    [[nodiscard]] static ClientProcess::Options asNobody(const std::filesystem::path& program) {
-        return {.program = program, .user = kNobody, .group = kNobody};
-    }
 };
 
 } // namespace qv::test

@@ -25,11 +25,10 @@ TEST(Connection, GreetsEachPeerWithANonceOfItsOwn) {
     ServiceThread service;
     RawClient first(service.path());
     RawClient second(service.path());
-    const auto greeting = first.readFrame();
-    ASSERT_TRUE(greeting);
-    EXPECT_EQ(greeting->kind, FrameKind::greeting);
-    EXPECT_EQ(greeting->sequence, 0U);
-    const auto dictionary = dictionaryOfBody(greeting->body);
+    const Frame greeting = first.readFrame();
+    EXPECT_EQ(greeting.kind, FrameKind::greeting);
+    EXPECT_EQ(greeting.sequence, 0U);
+    const auto dictionary = dictionaryOfBody(greeting.body);
     ASSERT_TRUE(dictionary);
     EXPECT_EQ(dictionary->find("nonce")->asData().size(), 32U);
     EXPECT_NE(dictionary->find("nonce")->asData(), second.greet());
@@ -41,10 +40,9 @@ TEST(Connection, AnswersUnderTheSequenceOfTheRequest) {
     client.greet();
     for (const std::uint64_t sequence : {0ULL, 7ULL, 7ULL, ~0ULL}) {
         ASSERT_TRUE(client.send(client.request("hello", sequence)));
-        const auto reply = client.readFrame();
-        ASSERT_TRUE(reply);
-        EXPECT_EQ(reply->sequence, sequence);
-        EXPECT_EQ(dictionaryOfBody(reply->body)->find("text")->asString(), "hello");
+        const Frame reply = client.readFrame();
+        EXPECT_EQ(reply.sequence, sequence);
+        EXPECT_EQ(dictionaryOfBody(reply.body)->find("text")->asString(), "hello");
     }
 }
 
@@ -69,11 +67,10 @@ TEST(Connection, MakesAReplyOnceAndOnlyForThoseWhoWait) {
     client.greet();
     ASSERT_TRUE(client.send(client.request("no reply wanted", 1, false) +
                             client.request("passed over", 2) + client.request("answered", 3)));
-    const auto reply = client.readFrame();
-    ASSERT_TRUE(reply);
-    EXPECT_EQ(reply->sequence, 3U);
+    const Frame reply = client.readFrame();
+    EXPECT_EQ(reply.sequence, 3U);
     ASSERT_TRUE(client.send(client.request("answered", 4)));
-    EXPECT_EQ(client.readFrame()->sequence, 4U);
+    EXPECT_EQ(client.readFrame().sequence, 4U);
     EXPECT_EQ(seen,
               (std::vector<std::string>{"no reply wanted", "passed over", "answered", "answered"}));
 }
@@ -97,7 +94,7 @@ TEST(Connection, ReadsNoFurtherRequestWhileOneIsAtHand) {
         ServiceThread::echo(held[0]);
         held.clear();
     });
-    EXPECT_EQ(client.readFrame()->sequence, 1U);
+    EXPECT_EQ(client.readFrame().sequence, 1U);
     EXPECT_EQ(service.waitForMessages(3), 3U);
     service.perform([&] {
         EXPECT_EQ(textOf(held.at(0)), "two");
@@ -153,9 +150,8 @@ TEST(Connection, AnswersAClientThatSendsNoMore) {
     client.greet();
     ASSERT_TRUE(client.send(client.request("last", 5)));
     ASSERT_EQ(::shutdown(client.fd(), SHUT_WR), 0);
-    const auto reply = client.readFrame();
-    ASSERT_TRUE(reply);
-    EXPECT_EQ(reply->sequence, 5U);
+    const Frame reply = client.readFrame();
+    EXPECT_EQ(reply.sequence, 5U);
     EXPECT_TRUE(client.isClosed());
     EXPECT_EQ(service.waitForErrors(1).at(0).kind, Kind::invalidated);
 }
@@ -166,9 +162,8 @@ TEST(Connection, CarriesLongMessagesWhole) {
     client.greet();
     const std::string text(3'000'000, 't');
     ASSERT_TRUE(client.send(client.request(text)));
-    const auto reply = client.readFrame();
-    ASSERT_TRUE(reply);
-    EXPECT_EQ(dictionaryOfBody(reply->body)->find("text")->asString(), text);
+    const Frame reply = client.readFrame();
+    EXPECT_EQ(dictionaryOfBody(reply.body)->find("text")->asString(), text);
 }
 
 // A peer cannot be blamed for time in which nobody listened to it: half a frame, then a handler
@@ -177,14 +172,13 @@ TEST(Connection, CountsNoTimeInWhichTheLoopWasBusyElsewhere) {
     std::promise<void> blocking;
     std::promise<void> restSent;
     Limits limits;
-    limits.frame = 150ms;
+    limits.frame = 500ms;
     ServiceThread service(
         {.limits = limits, .onMessage = [&](ServiceThread&, const Message& message) {
              if (textOf(message) == "block") {
                  blocking.set_value();
                  restSent.get_future().wait();
-                 std::promise<void> never;
-                 never.get_future().wait_for(200ms); // a long script
+                 std::promise<void>().get_future().wait_for(700ms); // a long script
              }
              ServiceThread::echo(message);
          }});
@@ -198,9 +192,8 @@ TEST(Connection, CountsNoTimeInWhichTheLoopWasBusyElsewhere) {
     blocking.get_future().wait();
     ASSERT_TRUE(slow.send(request.substr(30)));
     restSent.set_value();
-    const auto reply = slow.readFrame();
-    ASSERT_TRUE(reply);
-    EXPECT_EQ(reply->sequence, 9U);
+    const Frame reply = slow.readFrame();
+    EXPECT_EQ(reply.sequence, 9U);
 }
 
 } // namespace

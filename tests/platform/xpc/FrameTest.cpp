@@ -27,12 +27,12 @@ tl::expected<std::vector<Frame>, Error> read(FrameReader& reader, std::string_vi
         const std::size_t count = std::min({space.size(), step, bytes.size()});
         std::ranges::copy(bytes.substr(0, count), space.begin());
         bytes.remove_prefix(count);
-        auto frame = reader.advance(count);
+        const auto frame = reader.advance(count);
         if (!frame) {
             return tl::unexpected(frame.error());
         }
         if (*frame) {
-            frames.push_back(std::move(**frame));
+            frames.push_back(**frame);
         }
     }
     return frames;

@@ -158,7 +158,7 @@ TEST(Listener, BoundsPeersThatWaitToBeJudgedAndTheirTime) {
     std::vector<std::shared_ptr<Connection>> waiting;
     Limits limits;
     limits.unverified = 2;
-    limits.verification = 100ms;
+    limits.verification = 500ms;
     ServiceThread service(
         {.limits = limits, .onConnection = [&](ServiceThread&, const auto& connection) {
              waiting.push_back(connection);

@@ -28,7 +28,7 @@ RawClient::RawClient(const std::string& path)
     if (::connect(fd(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
         throw std::runtime_error("no connection to " + path);
     }
-    const timeval patience{10, 0};
+    const timeval patience{60, 0};
     ::setsockopt(fd(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
     ::setsockopt(fd(), SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
 }
@@ -58,14 +58,13 @@ std::string RawClient::receive(std::size_t count) const {
     return bytes;
 }
 
-std::optional<Frame> RawClient::readFrame() const {
+Frame RawClient::readFrame() const {
     const std::string bytes = receive(kFrameHeaderSize);
     if (bytes.size() < kFrameHeaderSize) {
-        return std::nullopt;
+        throw std::runtime_error("the service closed instead of sending a frame");
     }
     const auto header = decodeFrameHeader(std::span(bytes).first<kFrameHeaderSize>());
-    return Frame{header->kind, header->replyExpected, header->sequence,
-                 receive(header->bodyLength)};
+    return {header->kind, header->replyExpected, header->sequence, receive(header->bodyLength)};
 }
 
 RawClient::End RawClient::end() const {
@@ -82,10 +81,8 @@ RawClient::End RawClient::end() const {
 }
 
 std::string RawClient::greet() {
-    const auto greeting = readFrame();
-    const auto dictionary = dictionaryOfBody(greeting ? greeting->body : std::string());
-    const Value* nonce = dictionary ? dictionary->find("nonce") : nullptr;
-    nonce_ = nonce == nullptr ? std::string() : std::string(nonce->asData());
+    const auto greeting = dictionaryOfBody(readFrame().body);
+    nonce_ = std::string(greeting.value().find("nonce")->asData());
     return nonce_;
 }
 
@@ -100,8 +97,8 @@ bool RawClient::isServed(std::uint64_t sequence) const {
     if (!send(request("ping", sequence))) {
         return false;
     }
-    const auto reply = readFrame();
-    return reply && reply->kind == FrameKind::reply && reply->sequence == sequence;
+    const Frame reply = readFrame();
+    return reply.kind == FrameKind::reply && reply.sequence == sequence;
 }
 
 int ChildProcess::begin() { return ::fork(); }

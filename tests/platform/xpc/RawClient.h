@@ -4,7 +4,6 @@
 #include "platform/xpc/wire/Frame.h"
 
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <string_view>
 
@@ -14,7 +13,7 @@ namespace qv::xpc::test {
 std::string frameBytes(FrameKind kind, std::string_view body, std::uint64_t sequence = 1,
                        bool replyExpected = true);
 
-/// A client that does as it likes, with plain system calls. Waits at most ten seconds for anything.
+/// A client that does as it likes, with plain system calls. Waits at most a minute for anything.
 class RawClient {
 public:
     explicit RawClient(const std::string& path);
@@ -26,14 +25,15 @@ public:
     [[nodiscard]] bool send(std::string_view bytes) const;
     /// All of `count` bytes, or what came before the end.
     [[nodiscard]] std::string receive(std::size_t count) const;
-    [[nodiscard]] std::optional<Frame> readFrame() const;
+    /// Throws when none comes.
+    [[nodiscard]] Frame readFrame() const;
 
     /// How the service ended the connection; reads away what it sent before.
     enum class End : std::uint8_t { none, orderly, reset };
     [[nodiscard]] End end() const;
     [[nodiscard]] bool isClosed() const { return end() != End::none; }
 
-    /// Reads the greeting; its nonce, empty when there was none.
+    /// Reads the greeting; gives its nonce. Throws when none comes.
     std::string greet();
     /// A request's bytes with this connection's nonce, once greeted.
     [[nodiscard]] std::string request(std::string_view text, std::uint64_t sequence = 1,

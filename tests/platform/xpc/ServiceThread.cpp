@@ -15,7 +15,7 @@
 namespace qv::xpc::test {
 
 namespace {
-constexpr std::chrono::seconds kPatience{10};
+constexpr std::chrono::seconds kPatience{60};
 }
 
 UniqueFd listeningSocket(const std::string& path) {

@@ -50,7 +50,7 @@ public:
     void acceptAndServe(const std::shared_ptr<Connection>& connection);
     static void echo(const Message& message);
 
-    /// Waits, at most ten seconds, until so many have come; gives them.
+    /// Waits, at most a minute, until so many have come; gives them.
     std::vector<ConnectionError> waitForErrors(std::size_t count);
     std::size_t waitForMessages(std::size_t count);
     std::size_t waitForConnections(std::size_t count);
