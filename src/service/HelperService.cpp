@@ -110,19 +110,23 @@ void HelperService::handleMessage(const std::shared_ptr<xpc::Connection>& connec
         connection->send(*reply, archive ? Value::dictionary({{"replyData", Value::data(*archive)}})
                                          : Value::dictionary({}));
     }
-    watchExit(connection->peer());
+    watchExit(connection);
 }
 
-void HelperService::watchExit(const xpc::PeerCredentials& peer) {
-    // While the watched process lives, nobody else can have its number.
+void HelperService::watchExit(const std::shared_ptr<xpc::Connection>& connection) {
+    const xpc::PeerCredentials& peer = connection->peer();
+    // A connection keeps its process; and while a watched one lives, no other can have its number.
     const auto known = std::ranges::find_if(exitWatches_, [&](const ExitWatch& watch) {
-        return watch.pid == peer.pid && !watch.source->hasEnded();
+        return watch.connection.lock() == connection ||
+               (watch.pid == peer.pid && !watch.source->hasEnded());
     });
     if (known != exitWatches_.end()) {
+        known->connection = connection;
         ++known->messages;
         return;
     }
-    const auto watch = exitWatches_.insert(exitWatches_.end(), ExitWatch{peer.pid, 1, nullptr});
+    const auto watch =
+        exitWatches_.insert(exitWatches_.end(), ExitWatch{peer.pid, connection, 1, nullptr});
     auto source =
         xpc::ProcessSource::create(queue_, peer.pidfd, [this, watch] { handleExit(watch); });
     if (!source) {

@@ -36,6 +36,7 @@ private:
     /// descriptor a process, however often it asks.
     struct ExitWatch {
         pid_t pid;
+        std::weak_ptr<xpc::Connection> connection; ///< the one it was last known by
         std::int64_t messages;
         std::unique_ptr<xpc::ProcessSource> source;
     };
@@ -44,7 +45,7 @@ private:
     void handleEvent(const std::shared_ptr<xpc::Connection>& connection, const xpc::Event& event);
     void handleMessage(const std::shared_ptr<xpc::Connection>& connection,
                        const xpc::Message& message);
-    void watchExit(const xpc::PeerCredentials& peer);
+    void watchExit(const std::shared_ptr<xpc::Connection>& connection);
     void handleExit(std::list<ExitWatch>::iterator watch);
 
     xpc::MainQueue& queue_;

@@ -196,8 +196,10 @@ Error ClientConnection::sendAll(std::string_view bytes, const Deadline& deadline
 
 tl::expected<Frame, Error> ClientConnection::receiveFrame(const Deadline& deadline,
                                                           ClientErrorCode whenClosed) {
+    // A reply takes as long as its script: without a deadline one call waits and receives.
+    const Waiting waiting = deadline ? Waiting::never : Waiting::forBytes;
     for (;;) {
-        const auto piece = receive(socket(), reader_.space());
+        const auto piece = receive(socket(), reader_.space(), waiting);
         if (!piece) {
             return tl::unexpected(closedByService(whenClosed, piece.error()));
         }

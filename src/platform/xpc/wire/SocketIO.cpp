@@ -53,7 +53,8 @@ Control examine(msghdr& message) {
 
 } // namespace
 
-tl::expected<Received, Error> receive(int socket, std::span<char> space) {
+tl::expected<Received, Error> receive(int socket, std::span<char> space, Waiting waiting) {
+    const int flags = MSG_CMSG_CLOEXEC | (waiting == Waiting::never ? MSG_DONTWAIT : 0);
     iovec piece{space.data(), space.size()};
     alignas(cmsghdr) std::array<char, kControlSize> controlBytes{};
     msghdr message{};
@@ -63,7 +64,7 @@ tl::expected<Received, Error> receive(int socket, std::span<char> space) {
     message.msg_controllen = controlBytes.size();
     ssize_t count = 0;
     do {
-        count = ::recvmsg(socket, &message, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
+        count = ::recvmsg(socket, &message, flags);
     } while (count < 0 && errno == EINTR);
     if (count < 0) {
         if (errno == EAGAIN) {

@@ -25,10 +25,13 @@ struct Received {
     std::optional<pid_t> sender; ///< who wrote these bytes, where the kernel said so
 };
 
-/// Receives without waiting. Needs SO_PASSCRED on the socket for `sender`; the kernel never merges
-/// bytes of two senders into one piece. Descriptors that come along are closed and the piece is
-/// refused; so is a piece whose control data did not fit.
-[[nodiscard]] tl::expected<Received, Error> receive(int socket, std::span<char> space);
+enum class Waiting : std::uint8_t { never, forBytes };
+
+/// Receives a piece. Needs SO_PASSCRED on the socket for `sender`; the kernel never merges bytes of
+/// two senders into one piece. Descriptors that come along are closed and the piece is refused; so
+/// is a piece whose control data did not fit. Waits, where allowed to, only on a blocking socket.
+[[nodiscard]] tl::expected<Received, Error> receive(int socket, std::span<char> space,
+                                                    Waiting waiting = Waiting::never);
 
 /// Sends without waiting and without SIGPIPE. How many bytes went; 0 when the socket is full.
 [[nodiscard]] tl::expected<std::size_t, Error> send(int socket, std::string_view bytes);
