@@ -1,3 +1,4 @@
+#include "platform/foundation/files/ChangeMode.h"
 #include "platform/foundation/files/FileSystemPath.h"
 #include "platform/foundation/files/TreeWalk.h"
 #include "platform/foundation/files/UniqueFd.h"
@@ -33,6 +34,7 @@ public:
     // Each answers like the system call behind it. Links are followed.
     [[nodiscard]] virtual int apply(const char* path) const = 0;
     [[nodiscard]] virtual int apply(int fd) const = 0;
+    /// What was no link when it was listed is not followed if it has become one since.
     [[nodiscard]] virtual int apply(int parentFd, const char* item, bool isLink) const = 0;
     /// The same change to one descendant as an operation of its own.
     virtual Error asOperation(QVCatalogScript& script, const URL& item) const = 0;
@@ -49,7 +51,6 @@ public:
     }
     [[nodiscard]] int apply(int fd) const override { return ::fchown(fd, userID_, groupID_); }
     [[nodiscard]] int apply(int parentFd, const char* item, bool isLink) const override {
-        // What was no link when it was listed is not followed if it has become one since.
         return ::fchownat(parentFd, item, userID_, groupID_, isLink ? 0 : AT_SYMLINK_NOFOLLOW);
     }
     Error asOperation(QVCatalogScript& script, const URL& item) const override {
@@ -68,8 +69,9 @@ public:
     [[nodiscard]] std::string_view name() const override { return "chmod"; }
     [[nodiscard]] int apply(const char* path) const override { return ::chmod(path, mode_); }
     [[nodiscard]] int apply(int fd) const override { return ::fchmod(fd, mode_); }
-    [[nodiscard]] int apply(int parentFd, const char* item, bool /*isLink*/) const override {
-        return ::fchmodat(parentFd, item, mode_, 0);
+    [[nodiscard]] int apply(int parentFd, const char* item, bool isLink) const override {
+        return isLink ? ::fchmodat(parentFd, item, mode_, 0)
+                      : changeModeNotFollowing(parentFd, item, mode_);
     }
     Error asOperation(QVCatalogScript& script, const URL& item) const override {
         return script.changeModeOfItem(item, mode_, false);

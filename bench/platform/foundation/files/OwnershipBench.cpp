@@ -3,6 +3,7 @@
 // of the peer's wall time and of its processor time. Each run is a process of its own, so that both
 // are charged alike.
 
+#include "platform/foundation/files/ChangeMode.h"
 #include "platform/foundation/files/TreeWalk.h"
 
 #include <fmt/format.h>
@@ -20,7 +21,6 @@
 #include <string>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
@@ -33,12 +33,6 @@ constexpr int kFolders = 1000;
 constexpr int kFilesInFolder = 100;
 constexpr int kRounds = 9;
 constexpr double kGoal = 0.8;
-
-#ifdef SYS_fchmodat2
-constexpr long kFchmodat2 = SYS_fchmodat2;
-#else
-constexpr long kFchmodat2 = 452; // Linux 6.6, younger than the headers
-#endif
 
 /// Applies one system call to every item.
 class Applying : public qv::TreeVisitor {
@@ -199,19 +193,11 @@ void run(const fs::path& root) {
     };
     hold(owners, root);
 
-    const bool hasFchmodat2 =
-        ::syscall(kFchmodat2, AT_FDCWD, root.c_str(), 0755, AT_SYMLINK_NOFOLLOW) == 0;
-    fmt::print("modes are set by {}\n", hasFchmodat2
-                                            ? "fchmodat2, which follows no link"
-                                            : "fchmodat, which may follow a link (old kernel)");
     const Contest modes{
         .name = "change mode (against chmod -R)",
         .ours =
-            [hasFchmodat2](const qv::TreeEntry& entry, int step) {
-                return hasFchmodat2
-                           ? static_cast<int>(::syscall(kFchmodat2, entry.parentFd, entry.name,
-                                                        mode(step), AT_SYMLINK_NOFOLLOW))
-                           : ::fchmodat(entry.parentFd, entry.name, mode(step), 0);
+            [](const qv::TreeEntry& entry, int step) {
+                return qv::changeModeNotFollowing(entry.parentFd, entry.name, mode(step));
             },
         .peer =
             [&](int step) {
