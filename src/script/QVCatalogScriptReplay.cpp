@@ -24,7 +24,10 @@ bool QVCatalogScript::executeRecording(const Value& steps, Error* error,
     StepReader reader;
     for (const Value& step : steps.asArray()) {
         currentStep_ = &step;
-        const StepFields fields = reader.read(step);
+        StepFields fields = reader.read(step);
+        if (!executeScript) {
+            fields.skip();
+        }
         const auto code = static_cast<std::uint64_t>(integerValue(fields[StepKey::operation]));
         const Operation* operation = operationForCode(code);
         if (operation == nullptr) {

@@ -30,12 +30,16 @@ public:
     /// The value as an optional object ("O" in the table of operations).
     [[nodiscard]] std::optional<Value> object(StepKey key) const;
     [[nodiscard]] std::optional<qv::URL> url(StepKey key) const {
-        return urlFromString((*this)[key]);
+        return skipped_ ? std::nullopt : urlFromString((*this)[key]);
     }
+    /// The step lies in a branch that is not taken: its URLs are of no use, and parsing them would
+    /// take most of the time.
+    void skip() noexcept { skipped_ = true; }
 
 private:
     friend class StepReader;
     std::array<const Value*, kStepKeyCount> fields_{};
+    bool skipped_ = false;
 };
 
 /// Reads step records. Remembers where a list of keys holds the fields, so that a record with the

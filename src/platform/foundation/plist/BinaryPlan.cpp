@@ -107,7 +107,7 @@ void BinaryPlan::open(const Value& container) {
 void BinaryPlan::addKeys(const Value& dictionary) {
     const KeyList& keys = dictionary.asDictionary().keys();
     const auto [place, isNew] = keyLists_.try_emplace(keys.identity());
-    std::vector<std::uint32_t>& numbers = place->second;
+    std::pmr::vector<std::uint32_t>& numbers = place->second;
     for (std::size_t i = 0; isNew && i < keys.size(); ++i) {
         numbers.push_back(addLeaf(keys[i]));
     }

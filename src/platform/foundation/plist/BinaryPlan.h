@@ -4,8 +4,10 @@
 #include "platform/foundation/values/Error.h"
 #include "platform/foundation/values/Value.h"
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
+#include <memory_resource>
 #include <span>
 #include <string_view>
 #include <unordered_map>
@@ -20,6 +22,13 @@ public:
         Value value;
         std::size_t firstReference = 0; // containers: in the plan's references
     };
+
+    BinaryPlan() = default;
+    BinaryPlan(const BinaryPlan&) = delete;
+    BinaryPlan& operator=(const BinaryPlan&) = delete;
+    BinaryPlan(BinaryPlan&&) = delete;
+    BinaryPlan& operator=(BinaryPlan&&) = delete;
+    ~BinaryPlan() = default;
 
     /// Lays out a whole tree; the root becomes object 0.
     [[nodiscard]] Error layOut(const Value& root);
@@ -52,13 +61,17 @@ private:
     void addKeys(const Value& dictionary);
     [[nodiscard]] bool noteHeight(std::size_t height);
 
-    std::vector<Object> objects_;
-    std::vector<std::uint32_t> references_;
-    std::unordered_map<LeafKey, std::uint32_t, LeafHash> leaves_; // views into values of objects_
-    std::unordered_map<std::uintptr_t, Container> containers_;
-    std::unordered_map<const void*, std::vector<std::uint32_t>> keyLists_;
-    std::vector<WriteFrame> frames_;
-    std::vector<std::uint32_t> open_; // references of the open containers, innermost last
+    // A message or a reply is so short that allocating would take most of its time.
+    std::array<std::byte, 6144> firstMemory_; // NOLINT(cppcoreguidelines-pro-type-member-init)
+    std::pmr::monotonic_buffer_resource memory_{firstMemory_.data(), firstMemory_.size()};
+    std::pmr::vector<Object> objects_{&memory_};
+    std::pmr::vector<std::uint32_t> references_{&memory_};
+    // Views into values of objects_.
+    std::pmr::unordered_map<LeafKey, std::uint32_t, LeafHash> leaves_{&memory_};
+    std::pmr::unordered_map<std::uintptr_t, Container> containers_{&memory_};
+    std::pmr::unordered_map<const void*, std::pmr::vector<std::uint32_t>> keyLists_{&memory_};
+    std::pmr::vector<WriteFrame> frames_{&memory_};
+    std::pmr::vector<std::uint32_t> open_{&memory_}; // of the open containers, innermost last
     Error error_;
 };
 

@@ -28,7 +28,9 @@ public:
     std::string write() {
         const std::span<const BinaryPlan::Object> objects = plan_.objects();
         referenceSize_ = bytesFor(objects.size());
-        out_ = kBinaryMagic;
+        constexpr std::size_t kShortObject = 16;
+        out_.reserve(objects.size() * kShortObject);
+        out_ += kBinaryMagic;
         out_ += '0';
         std::vector<std::uint64_t> offsets;
         offsets.reserve(objects.size());
