@@ -46,11 +46,21 @@ function(qv_test name)
   endif()
 endfunction()
 
-# One fuzz target: qv_fuzz(name SOURCES ... ROOMS ...), seeds in fuzz/<name>/corpus.
+# One fuzz target, its seeds in corpus/<name> beside its source: qv_fuzz(name SOURCES ... ROOMS ...).
+# Where tests are built it becomes a test too, which runs every stored input once.
 function(qv_fuzz name)
   cmake_parse_arguments(FUZZ "" "" "SOURCES;ROOMS;LIBRARIES" ${ARGN})
-  add_executable(fuzz_${name} ${FUZZ_SOURCES})
-  qv_use_rooms(fuzz_${name} ${FUZZ_ROOMS})
-  target_link_libraries(fuzz_${name} PRIVATE ${FUZZ_LIBRARIES})
-  target_link_options(fuzz_${name} PRIVATE -fsanitize=fuzzer)
+  if(QV_FUZZ)
+    add_executable(fuzz_${name} ${FUZZ_SOURCES})
+    qv_use_rooms(fuzz_${name} ${FUZZ_ROOMS})
+    target_link_libraries(fuzz_${name} PRIVATE ${FUZZ_LIBRARIES})
+    target_link_options(fuzz_${name} PRIVATE -fsanitize=fuzzer)
+  endif()
+  if(QV_TESTS)
+    qv_test(replay_${name}
+      SOURCES ${FUZZ_SOURCES} "${CMAKE_SOURCE_DIR}/tests/support/ReplayCorpusTest.cpp"
+      ROOMS ${FUZZ_ROOMS} LIBRARIES ${FUZZ_LIBRARIES})
+    target_compile_definitions(replay_${name} PRIVATE
+      QV_CORPUS="${CMAKE_CURRENT_SOURCE_DIR}/corpus/${name}")
+  endif()
 endfunction()
