@@ -31,7 +31,9 @@ function(qv_use_rooms target)
 endfunction()
 
 # One test program of a room: qv_test(name SOURCES ... ROOMS ... [LIBRARIES ...] [LABELS root]).
-# Label "root": needs root and says so when it skips. Label "live": starts the real service.
+# Label "root": needs root and says so when it skips. Label "live": starts the real service. Label
+# "threads": several threads at work, so that the thread sanitizer looks at it; the target "threads"
+# builds these alone.
 function(qv_test name)
   cmake_parse_arguments(TEST "" "" "SOURCES;ROOMS;LIBRARIES;LABELS;DEPENDS" ${ARGN})
   add_executable(${name} ${TEST_SOURCES})
@@ -41,6 +43,9 @@ function(qv_test name)
                                         ${TEST_LIBRARIES})
   add_test(NAME ${name} COMMAND ${name})
   set_tests_properties(${name} PROPERTIES LABELS "${TEST_LABELS}" TIMEOUT 300)
+  if("threads" IN_LIST TEST_LABELS)
+    add_dependencies(threads ${name})
+  endif()
   if(TEST_DEPENDS)
     add_dependencies(${name} ${TEST_DEPENDS})
   endif()
