@@ -39,6 +39,7 @@ function(qv_test name)
   add_executable(${name} ${TEST_SOURCES})
   qv_use_rooms(${name} ${TEST_ROOMS})
   target_include_directories(${name} PRIVATE "${CMAKE_SOURCE_DIR}/tests")
+  target_compile_options(${name} PRIVATE $<$<NOT:$<CONFIG:Debug>>:-O1>) # of what is tested, not of the test, speed counts
   target_link_libraries(${name} PRIVATE qv_test_support GTest::gmock GTest::gtest_main
                                         ${TEST_LIBRARIES})
   add_test(NAME ${name} COMMAND ${name})
