@@ -98,7 +98,7 @@ Value mode(Arguments arguments) {
     const std::span<const Value> elements = elementsOf(arguments[0], "mode");
     (void)realsOf(elements, "mode");
     std::vector<Value> sorted(elements.begin(), elements.end());
-    std::ranges::stable_sort(sorted, [](const Value& left, const Value& right) {
+    std::ranges::sort(sorted, [](const Value& left, const Value& right) {
         const bool noNumber = right.is(Kind::real) && std::isnan(right.asReal());
         return noNumber ? orderOfNumbers(left, left) == 0 : orderOfNumbers(left, right) < 0;
     });
