@@ -117,18 +117,27 @@ bool matchesPattern(Comparison comparison, const Value& left, const Value& right
 } // namespace
 
 bool isEqual(const Value& left, const Value& right, Modifiers modifiers) {
-    if (left.is(Kind::string) && right.is(Kind::string)) {
+    // What most rules compare comes first.
+    const Kind kind = left.kind();
+    if (kind == Kind::string && right.is(Kind::string)) {
         return textIsEqual(left.asString(), right.asString(), modifiers);
     }
-    return left == right;
+    const bool whole = kind == Kind::null || kind == Kind::boolean || kind == Kind::integer;
+    return (whole && left.sameAs(right)) || left == right;
 }
 
 std::partial_ordering order(const Value& left, const Value& right, Modifiers modifiers) {
+    const Kind kind = left.kind();
+    if (kind == right.kind()) {
+        if (kind == Kind::integer) {
+            return left.asInteger() <=> right.asInteger();
+        }
+        if (kind == Kind::string) {
+            return textOrder(left.asString(), right.asString(), modifiers);
+        }
+    }
     if (left.isNumber() && right.isNumber()) {
         return orderOfNumbers(left, right);
-    }
-    if (left.is(Kind::string) && right.is(Kind::string)) {
-        return textOrder(left.asString(), right.asString(), modifiers);
     }
     if (left.is(Kind::date) && right.is(Kind::date)) {
         return left.asDate().secondsSinceReference <=> right.asDate().secondsSinceReference;

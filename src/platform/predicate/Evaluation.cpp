@@ -134,6 +134,12 @@ const Value& Evaluation::valueOf(const Expression& expression, Value& scratch) {
         return tree_.value(expression);
     case Kind::variable:
         return variable(expression, scratch);
+    case Kind::keyPath:
+        if (entries_ != nullptr && expression.singleKey && expression.operandCount == 0) {
+            const Value* found = entries_->find(tree_.name(expression));
+            return found == nullptr ? scratch : *found;
+        }
+        break;
     case Kind::aggregate:
         if (expression.value != Expression::kNoValue) {
             return tree_.value(expression);

@@ -13,9 +13,11 @@ namespace qv::predicate {
 /// One evaluation of a tree. Its recursion is bounded by the depth of the tree.
 class Evaluation {
 public:
-    /// All three outlive this. `variables`: a dictionary, or the null object.
-    Evaluation(const Tree& tree, KeyValueCoding& object, const Value& variables) noexcept
-        : tree_(tree), object_(object), variables_(variables) {}
+    /// All outlive this. `variables`: a dictionary, or the null object. `entries`: where the object
+    /// is a dictionary and no more, that one.
+    Evaluation(const Tree& tree, KeyValueCoding& object, const Value& variables,
+               const Value* entries = nullptr) noexcept
+        : tree_(tree), object_(object), variables_(variables), entries_(entries) {}
 
     [[nodiscard]] bool holds(const Expression& predicate);
 
@@ -44,6 +46,7 @@ private:
     const Tree& tree_;
     KeyValueCoding& object_;
     const Value& variables_;
+    const Value* entries_; // answers single keys without a copy
     Budget budget_;
     std::vector<std::pair<std::string_view, Value>> locals_; // later ones hide earlier ones
 };

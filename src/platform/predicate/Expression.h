@@ -76,6 +76,7 @@ struct Expression {
 
     Kind kind = Kind::truth;
     bool truth = false;
+    bool singleKey = false; // a path without dots and operators
     Comparison comparison = Comparison::equal;
     Quantifier quantifier = Quantifier::single;
     Modifiers modifiers = {};

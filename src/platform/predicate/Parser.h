@@ -52,7 +52,7 @@ private:
     Index parenthesized();
     Index aggregate();
     Index pathOrFunction();
-    Index path(std::string path, const Index* of);
+    Index path(const std::string& path, const Index* of);
     void appendKeys(std::string& path);
     Index function(const Token& name);
     Index call(Symbol form);

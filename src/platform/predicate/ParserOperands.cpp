@@ -21,7 +21,7 @@ Parser::Index Parser::postfix() {
             const bool ofObject = tree_.nodes[index].kind == Kind::self;
             std::string keys;
             appendKeys(keys);
-            index = path(std::move(keys), ofObject ? nullptr : &index);
+            index = path(keys, ofObject ? nullptr : &index);
         }
     }
     return index;
@@ -149,7 +149,7 @@ Parser::Index Parser::pathOrFunction() {
     if (at(Symbol::dot)) {
         appendKeys(keys += '.');
     }
-    return path(std::move(keys), nullptr);
+    return path(keys, nullptr);
 }
 
 void Parser::appendKeys(std::string& path) {
@@ -167,9 +167,11 @@ void Parser::appendKeys(std::string& path) {
     }
 }
 
-Parser::Index Parser::path(std::string path, const Index* of) {
-    return addNamed(Kind::keyPath, path, token_.offset,
-                    of == nullptr ? std::span<const Index>{} : std::span(of, 1));
+Parser::Index Parser::path(const std::string& path, const Index* of) {
+    const Index index = addNamed(Kind::keyPath, path, token_.offset,
+                                 of == nullptr ? std::span<const Index>{} : std::span(of, 1));
+    tree_.nodes[index].singleKey = path.find_first_of(".@") == std::string::npos;
+    return index;
 }
 
 Parser::Index Parser::function(const Token& name) {

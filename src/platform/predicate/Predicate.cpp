@@ -47,8 +47,11 @@ bool Predicate::evaluateWithObject(KeyValueCoding& object,
 }
 
 bool Predicate::evaluateWithObject(const Value& object, const Value& substitutionVariables) const {
+    const predicate::Tree& tree = parsed_->tree;
     EvaluatedValue evaluated(object);
-    return evaluateWithObject(evaluated, substitutionVariables);
+    const Value* entries = object.is(Value::Kind::dictionary) ? &object : nullptr;
+    return predicate::Evaluation(tree, evaluated, substitutionVariables, entries)
+        .holds(tree.root());
 }
 
 std::string Predicate::predicateFormat() const { return predicate::formatOf(parsed_->tree); }

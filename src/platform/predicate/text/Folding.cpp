@@ -11,6 +11,7 @@
 #include <unicode/unistr.h>
 
 #include <algorithm>
+#include <cstring>
 
 namespace qv::predicate {
 
@@ -75,7 +76,16 @@ char asciiUpper(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a
 } // namespace
 
 bool isASCII(std::string_view text) noexcept {
-    return std::ranges::all_of(text, [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+    constexpr std::uint64_t kHighBits = 0x8080808080808080U;
+    std::size_t index = 0;
+    for (std::uint64_t word = 0; index + sizeof(word) <= text.size(); index += sizeof(word)) {
+        std::memcpy(&word, text.data() + index, sizeof(word));
+        if ((word & kHighBits) != 0) {
+            return false;
+        }
+    }
+    return std::ranges::all_of(text.substr(index),
+                               [](char c) { return static_cast<unsigned char>(c) < 0x80; });
 }
 
 std::string folded(std::string_view text, Modifiers modifiers) {

@@ -76,6 +76,10 @@ bool isFoundInComparable(std::string_view text, std::string_view wanted, Anchor 
     case Anchor::none:
         break;
     }
+    constexpr std::size_t kFewSteps = 4096;
+    if (!wholeCharacters && text.size() * wanted.size() < kFewSteps) {
+        return text.find(wanted) != std::string_view::npos; // quicker on short texts only
+    }
     std::size_t from = 0;
     while (true) { // memmem needs linear time, whatever is looked for
         const void* found =
@@ -105,7 +109,10 @@ std::strong_ordering textOrder(std::string_view left, std::string_view right, Mo
     if (modifiers.localeSensitive && !modifiers.normalized) {
         return orderOfCollation(left, right, modifiers);
     }
-    if (isPlain(left, right, modifiers)) {
+    if (!modifiers.fold() && isASCII(left) && isASCII(right)) {
+        return left.compare(right) <=> 0;
+    }
+    if (modifiers.normalized) {
         return orderOfUnits(left, right);
     }
     return orderOfUnits(folded(left, modifiers), folded(right, modifiers));
