@@ -1,0 +1,181 @@
+#include "platform/predicate/Comparing.h"
+
+#include "platform/foundation/values/Description.h"
+#include "platform/predicate/Arithmetic.h"
+#include "platform/predicate/Language.h"
+#include "platform/predicate/text/Matching.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+
+namespace qv::predicate {
+
+namespace {
+
+using Kind = Value::Kind;
+
+bool isCollection(const Value& value) { return value.is(Kind::array) || value.is(Kind::set); }
+
+// Two values of one class are ordered by a method that asks the other one for something; which
+// method is missing, and from whom, is what the platform tells.
+[[noreturn]] void raiseUnordered(const Value& left, const Value& right) {
+    const std::string_view missing = left.is(Kind::string) ? "length"
+                                     : left.isNumber()     ? "objCType"
+                                     : left.is(Kind::date) ? "timeIntervalSinceReferenceDate"
+                                                           : "compare:";
+    const Value& receiver = missing == "compare:" ? left : right;
+    raiseUnrecognizedSelector(className(receiver.kind()), missing);
+}
+
+bool holdsForOrder(Comparison comparison, std::partial_ordering order) {
+    switch (comparison) {
+    case Comparison::less:
+        return order < 0;
+    case Comparison::lessOrEqual:
+        return order <= 0;
+    case Comparison::greater:
+        return order > 0;
+    default:
+        return order >= 0;
+    }
+}
+
+bool isOrdered(Comparison comparison, const Value& left, const Value& right, Modifiers modifiers) {
+    if (left.isNull() || right.isNull()) {
+        return left.isNull() && right.isNull() && holdsForOrder(comparison, 0 <=> 0);
+    }
+    return holdsForOrder(comparison, order(left, right, modifiers));
+}
+
+bool isBetween(const Value& value, const Value& bounds) {
+    if (value.isNull() || bounds.isNull()) {
+        return false;
+    }
+    if (!bounds.is(Kind::array) || bounds.asArray().size() != 2) {
+        raiseInvalidArgument(
+            fmt::format("BETWEEN needs an array of two bounds, not {}", description(bounds)));
+    }
+    const std::span<const Value> both = bounds.asArray();
+    return isOrdered(Comparison::lessOrEqual, both[0], value, {}) &&
+           isOrdered(Comparison::lessOrEqual, value, both[1], {});
+}
+
+bool isMember(const Value& wanted, const Value& container, Modifiers modifiers, Budget& budget) {
+    if (wanted.isNull() || container.isNull()) {
+        return false;
+    }
+    if (container.is(Kind::string)) {
+        if (!wanted.is(Kind::string)) {
+            raiseInvalidArgument(
+                fmt::format("Can't look for value ({}) in string ({}); value is not a string",
+                            description(wanted), description(container)));
+        }
+        return textIsFound(container.asString(), wanted.asString(), Anchor::none, modifiers,
+                           budget);
+    }
+    if (!isCollection(container) && !container.is(Kind::dictionary)) {
+        raiseInvalidArgument(
+            fmt::format("Can't use in/contains operator with collection {} (not a collection)",
+                        description(container)));
+    }
+    const std::span<const Value> elements =
+        container.is(Kind::dictionary) ? container.asDictionary().values() : container.asArray();
+    budget.charge(elements.size());
+    return std::ranges::any_of(
+        elements, [&](const Value& element) { return isEqual(element, wanted, modifiers); });
+}
+
+bool isPartOf(Anchor anchor, const Value& left, const Value& right, Modifiers modifiers,
+              Budget& budget) {
+    if (left.isNull() || right.isNull()) {
+        return false;
+    }
+    if (!left.is(Kind::string) || !right.is(Kind::string)) {
+        raiseInvalidArgument(fmt::format("Can't do a substring operation with something that isn't "
+                                         "a string (lhs = {} rhs = {})",
+                                         description(left), description(right)));
+    }
+    return textIsFound(left.asString(), right.asString(), anchor, modifiers, budget);
+}
+
+bool matchesPattern(Comparison comparison, const Value& left, const Value& right,
+                    Modifiers modifiers, Budget& budget) {
+    if (left.isNull() || right.isNull()) {
+        return false;
+    }
+    if (!left.is(Kind::string) || !right.is(Kind::string)) {
+        raiseInvalidArgument(fmt::format("Can't do regex matching on object {}.",
+                                         description(left.is(Kind::string) ? right : left)));
+    }
+    return comparison == Comparison::like
+               ? textIsLike(left.asString(), right.asString(), modifiers, budget)
+               : textMatches(left.asString(), right.asString(), modifiers);
+}
+
+} // namespace
+
+bool isEqual(const Value& left, const Value& right, Modifiers modifiers) {
+    // What most rules compare comes first.
+    const Kind kind = left.kind();
+    if (kind == Kind::string && right.is(Kind::string)) {
+        return textIsEqual(left.asString(), right.asString(), modifiers);
+    }
+    const bool whole = kind == Kind::null || kind == Kind::boolean || kind == Kind::integer;
+    return (whole && left.sameAs(right)) || left == right;
+}
+
+std::partial_ordering order(const Value& left, const Value& right, Modifiers modifiers) {
+    const Kind kind = left.kind();
+    if (kind == right.kind()) {
+        if (kind == Kind::integer) {
+            return left.asInteger() <=> right.asInteger();
+        }
+        if (kind == Kind::string) {
+            return textOrder(left.asString(), right.asString(), modifiers);
+        }
+    }
+    if (left.isNumber() && right.isNumber()) {
+        return orderOfNumbers(left, right);
+    }
+    if (left.is(Kind::date) && right.is(Kind::date)) {
+        return left.asDate().secondsSinceReference <=> right.asDate().secondsSinceReference;
+    }
+    raiseUnordered(left, right);
+}
+
+bool compare(Comparison comparison, Modifiers modifiers, const Value& left, const Value& right,
+             Budget& budget) {
+    switch (comparison) {
+    case Comparison::equal:
+        return isEqual(left, right, modifiers);
+    case Comparison::notEqual:
+        return !isEqual(left, right, modifiers);
+    case Comparison::less:
+    case Comparison::lessOrEqual:
+    case Comparison::greater:
+    case Comparison::greaterOrEqual:
+        return isOrdered(comparison, left, right, modifiers);
+    case Comparison::between:
+        return isBetween(left, right);
+    case Comparison::in:
+        return isMember(left, right, modifiers, budget);
+    case Comparison::contains:
+        return isMember(right, left, modifiers, budget);
+    case Comparison::beginsWith:
+        return isPartOf(Anchor::begin, left, right, modifiers, budget);
+    case Comparison::endsWith:
+        return isPartOf(Anchor::end, left, right, modifiers, budget);
+    case Comparison::like:
+    case Comparison::matches:
+        return matchesPattern(comparison, left, right, modifiers, budget);
+    case Comparison::utiConformsTo:
+    case Comparison::utiEquals:
+        break;
+    }
+    raiseInvalidArgument(fmt::format("{} needs type identifiers, which this system does not have",
+                                     spelling(comparison)));
+}
+
+} // namespace qv::predicate

@@ -1,0 +1,54 @@
+#pragma once
+
+#include "platform/predicate/Budget.h"
+#include "platform/predicate/Expression.h"
+#include "platform/predicate/KeyValueCoding.h"
+
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace qv::predicate {
+
+/// One evaluation of a tree. Its recursion is bounded by the depth of the tree.
+class Evaluation {
+public:
+    /// All outlive this. `variables`: a dictionary, or the null object. `entries`: where the object
+    /// is a dictionary and no more, that one.
+    Evaluation(const Tree& tree, KeyValueCoding& object, const Value& variables,
+               const Value* entries = nullptr) noexcept
+        : tree_(tree), object_(object), variables_(variables), entries_(entries) {}
+
+    [[nodiscard]] bool holds(const Expression& predicate);
+
+private:
+    [[nodiscard]] bool compares(const Expression& comparison);
+    [[nodiscard]] bool quantified(const Expression& comparison, const Value& left,
+                                  const Value& right);
+
+    /// The value itself, or `scratch`, which then holds it.
+    [[nodiscard]] const Value& valueOf(const Expression& expression, Value& scratch);
+    [[nodiscard]] const Value& operandOf(const Expression& expression, std::size_t index,
+                                         Value& scratch) {
+        return valueOf(tree_.operand(expression, index), scratch);
+    }
+    // What `valueOf` makes anew:
+    [[nodiscard]] Value made(const Expression& expression);
+    [[nodiscard]] const Value& variable(const Expression& variable, Value& scratch) const;
+    [[nodiscard]] Value assigned(const Expression& assignment);
+    [[nodiscard]] Value aggregate(const Expression& aggregate);
+    [[nodiscard]] Value keyPath(const Expression& path);
+    [[nodiscard]] Value element(const Expression& element);
+    [[nodiscard]] Value called(const Expression& function);
+    [[nodiscard]] Value chosen(const Expression& ternary);
+    [[nodiscard]] Value subquery(const Expression& subquery);
+
+    const Tree& tree_;
+    KeyValueCoding& object_;
+    const Value& variables_;
+    const Value* entries_; // answers single keys without a copy
+    Budget budget_;
+    std::vector<std::pair<std::string_view, Value>> locals_; // later ones hide earlier ones
+};
+
+} // namespace qv::predicate

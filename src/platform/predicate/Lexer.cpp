@@ -1,0 +1,210 @@
+#include "platform/predicate/Lexer.h"
+
+#include "platform/foundation/values/UTF8.h"
+#include "platform/predicate/Predicate.h"
+
+#include <fmt/format.h>
+
+namespace qv::predicate {
+
+namespace {
+
+using Kind = Token::Kind;
+constexpr std::size_t kLongestText = std::size_t{1} << 20U;
+
+bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
+
+bool isDigitOf(char c, char radix) {
+    switch (radix) {
+    case 'x':
+    case 'X':
+        return isDigit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
+    case 'o':
+        return c >= '0' && c <= '7';
+    default:
+        return c == '0' || c == '1';
+    }
+}
+
+// Valid UTF-8, whatever the text holds; cut where no predicate is that long.
+std::string quotable(std::string_view text) {
+    const std::string_view end = text.size() > kLongestText ? "..." : "";
+    text = text.substr(0, kLongestText);
+    std::string result;
+    while (!text.empty()) {
+        const std::size_t valid = validUTF8Length(text);
+        result += text.substr(0, valid);
+        text.remove_prefix(valid);
+        if (!text.empty()) {
+            result += "\xEF\xBF\xBD"; // U+FFFD
+            text.remove_prefix(1);
+        }
+    }
+    return result.append(end);
+}
+
+} // namespace
+
+void failAt(std::string_view text, std::size_t offset, std::string cause) {
+    std::string reason = fmt::format("Unable to parse the format string \"{}\" at byte {}: {}",
+                                     quotable(text), offset, cause);
+    throw PredicateSyntaxError(std::move(reason), offset, std::move(cause));
+}
+
+Lexer::Lexer(std::string_view text) : text_(text) {
+    if (text.size() > kLongestText) {
+        failAt(text, kLongestText, fmt::format("it is longer than {} bytes", kLongestText));
+    }
+    if (const std::size_t valid = validUTF8Length(text); valid < text.size()) {
+        failAt(text, valid, "this byte is no UTF-8");
+    }
+    if (const std::size_t zero = text.find('\0'); zero != std::string_view::npos) {
+        failAt(text, zero, "a NUL byte stands here");
+    }
+}
+
+Token Lexer::next() {
+    while (isBlank(at(index_))) {
+        ++index_;
+    }
+    const char c = at(index_);
+    if (index_ == text_.size()) {
+        return take(Kind::symbol, 0, Symbol::end);
+    }
+    if (isWordStart(c)) {
+        return word();
+    }
+    if (isDigit(c) || (c == '.' && isDigit(at(index_ + 1)))) {
+        return number();
+    }
+    switch (c) {
+    case '\'':
+    case '"':
+        return string();
+    case '$':
+        return marked(Kind::variable);
+    case '@':
+        return marked(Kind::key);
+    case '#':
+        return marked(Kind::identifier);
+    default:
+        return sign();
+    }
+}
+
+Token Lexer::take(Token::Kind kind, std::size_t length, Symbol symbol) noexcept {
+    const Token token{kind, symbol, index_, text_.substr(index_, length)};
+    index_ += length;
+    return token;
+}
+
+std::size_t Lexer::endOfWord(std::size_t index) const noexcept {
+    while (isWordPart(at(index))) {
+        ++index;
+    }
+    return index;
+}
+
+Token Lexer::word() {
+    // The only reserved words with hyphens.
+    for (const std::string_view hyphenated : {"UTI-CONFORMS-TO", "UTI-EQUALS"}) {
+        const std::string_view here = text_.substr(index_, hyphenated.size());
+        const Symbol symbol = at(index_ + 3) == '-' ? reservedWord(here) : Symbol::none;
+        if (symbol != Symbol::none && !isWordPart(at(index_ + here.size()))) {
+            return take(Kind::symbol, here.size(), symbol);
+        }
+    }
+    std::size_t end = endOfWord(index_);
+    const auto colonFollows = [&] { return at(end) == ':' && at(end + 1) != '='; };
+    if (!colonFollows()) {
+        const Symbol symbol = reservedWord(text_.substr(index_, end - index_));
+        return take(symbol == Symbol::none ? Kind::identifier : Kind::symbol, end - index_, symbol);
+    }
+    while (colonFollows()) {
+        end = endOfWord(end + 1);
+    }
+    if (text_[end - 1] != ':') {
+        failAt(text_, end, "a function's name that holds ':' must end in one");
+    }
+    return take(Kind::selector, end - index_);
+}
+
+Token Lexer::marked(Token::Kind kind) {
+    const char mark = text_[index_];
+    // A variable may be reserved without a mark of its own, and with one as well.
+    const std::size_t markEnd = index_ + (kind == Kind::variable && at(index_ + 1) == '#' ? 2 : 1);
+    if (!isWordStart(at(markEnd))) {
+        failAt(text_, index_, fmt::format("a name should follow '{}'", mark));
+    }
+    const std::size_t end = endOfWord(markEnd);
+    Token token = take(kind, end - index_);
+    if (kind != Kind::key) {
+        token.text.remove_prefix(markEnd - token.offset);
+    }
+    return token;
+}
+
+Token Lexer::number() {
+    std::size_t end = index_;
+    const auto skipDigits = [&] {
+        while (isDigit(at(end))) {
+            ++end;
+        }
+    };
+    const char radix = at(index_) == '0' ? at(index_ + 1) : '\0';
+    if (radix == 'x' || radix == 'X' || radix == 'o' || radix == 'b') {
+        end += 2;
+        while (isDigitOf(at(end), radix)) {
+            ++end;
+        }
+        if (end == index_ + 2) {
+            failAt(text_, index_, "digits should follow the number's prefix");
+        }
+    } else {
+        skipDigits();
+        if (at(end) == '.') {
+            ++end;
+            skipDigits();
+        }
+        if (at(end) == 'e' || at(end) == 'E') {
+            end += at(end + 1) == '+' || at(end + 1) == '-' ? 2U : 1U;
+            const std::size_t exponent = end;
+            skipDigits();
+            if (end == exponent) {
+                failAt(text_, index_, "the number has no digits in its exponent");
+            }
+        }
+    }
+    if (isWordPart(at(end))) {
+        failAt(text_, end, "a number runs into this character");
+    }
+    return take(Kind::number, end - index_);
+}
+
+Token Lexer::string() {
+    const char quote = text_[index_];
+    std::size_t end = index_ + 1;
+    while (end < text_.size() && text_[end] != quote) {
+        end += text_[end] == '\\' ? 2U : 1U;
+    }
+    if (end >= text_.size()) {
+        failAt(text_, index_, "the string that begins here does not end");
+    }
+    return take(Kind::string, end + 1 - index_);
+}
+
+Token Lexer::sign() {
+    const std::string_view rest = text_.substr(index_);
+    const Sign sign = signAtStart(rest);
+    if (sign.symbol != Symbol::none) {
+        return take(Kind::symbol, sign.text.size(), sign.symbol);
+    }
+    if (rest.front() == '%') {
+        failAt(text_, index_, "'%' outside quotes asks for an argument, and there is none");
+    }
+    std::size_t length = 0;
+    (void)decodeUTF8(rest, length);
+    failAt(text_, index_, fmt::format("'{}' begins nothing here", rest.substr(0, length)));
+}
+
+} // namespace qv::predicate

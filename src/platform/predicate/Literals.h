@@ -1,0 +1,35 @@
+#pragma once
+
+#include "platform/foundation/values/Value.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace qv::predicate {
+
+/// A literal that stands for nothing.
+struct LiteralFault {
+    std::size_t offset; ///< in the literal
+    const char* cause;
+};
+
+/// What becomes of `\?` and `\*` in a string.
+enum class WildcardEscapes : std::uint8_t {
+    dropped, ///< as with any other character: without its backslash
+    kept,    ///< for a pattern of LIKE, to which they mean something
+};
+
+/// The text of a string literal, given with its quotes. Throws a LiteralFault.
+[[nodiscard]] std::string stringOfLiteral(std::string_view literal, WildcardEscapes wildcards);
+/// The literal, in double quotes, of a text.
+[[nodiscard]] std::string literalOfString(std::string_view text);
+
+/// The value of a number as the lexer cuts it: an integer where it has neither point nor exponent
+/// and fits 64 bits, else a real. Throws a LiteralFault.
+[[nodiscard]] Value numberOfLiteral(std::string_view literal);
+/// The literal of a number that is not negative; a real always has a point or an exponent.
+[[nodiscard]] std::string literalOfNumber(const Value& number);
+
+} // namespace qv::predicate

@@ -1,0 +1,62 @@
+#pragma once
+
+#include "platform/foundation/values/Exception.h"
+#include "platform/predicate/KeyValueCoding.h"
+
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace qv {
+
+/// A text that is no predicate. The reason quotes the text as it stands (bytes that are no UTF-8
+/// replaced, and cut after 1 MiB), and says where it fails and why.
+class PredicateSyntaxError : public Exception {
+public:
+    PredicateSyntaxError(std::string reason, std::size_t offset, std::string cause)
+        : Exception(std::string(exception_name::kInvalidArgument), std::move(reason)),
+          offset_(offset), cause_(std::move(cause)) {}
+    [[nodiscard]] std::size_t offset() const noexcept { return offset_; } ///< in bytes
+    [[nodiscard]] const std::string& cause() const noexcept { return cause_; }
+
+private:
+    std::size_t offset_;
+    std::string cause_;
+};
+
+/// A condition in the platform's predicate language, parsed. Immutable; copies share the tree, and
+/// threads may evaluate one predicate at the same time.
+///
+/// Beyond the published guides: NOT binds tighter than AND, AND tighter than OR; inside quotes `%%`
+/// is one percent sign, and outside of them a percent sign is refused, for there are no arguments;
+/// `[l]` orders by the root collation and changes nothing else; `/` of integers truncates, and an
+/// integer result beyond 64 bits raises; FUNCTION always raises when it is evaluated.
+///
+/// Bounds: a text of 1 MiB, 1000 levels, and per evaluation some 16 million elements looked at
+/// and a second for a regular expression. Beyond them an Exception is thrown.
+class Predicate {
+public:
+    /// Throws a PredicateSyntaxError.
+    static Predicate predicateWithFormat(std::string_view text);
+
+    /// `variables`: a dictionary of the `$name`s, or the null object for none. Throws an Exception
+    /// where the predicate asks for what does not exist or compares what cannot be compared; the
+    /// object's own exceptions pass through.
+    [[nodiscard]] bool evaluateWithObject(KeyValueCoding& object,
+                                          const Value& substitutionVariables = {}) const;
+    [[nodiscard]] bool evaluateWithObject(const Value& object,
+                                          const Value& substitutionVariables = {}) const;
+
+    /// The predicate in its language; that text parses to the same tree.
+    [[nodiscard]] std::string predicateFormat() const;
+    /// For people: one node a line, operands indented by two below.
+    [[nodiscard]] std::string tree() const;
+
+private:
+    struct Parsed;
+    explicit Predicate(std::shared_ptr<const Parsed> parsed) : parsed_(std::move(parsed)) {}
+    std::shared_ptr<const Parsed> parsed_;
+};
+
+} // namespace qv

@@ -1,0 +1,127 @@
+// A text that somebody else chose ends in an answer or an exception, soon.
+
+#include "platform/predicate/Outcome.h"
+
+#include <chrono>
+
+namespace qv::test {
+namespace {
+
+// Far above what any of these needs, far below what quadratic time would.
+constexpr std::chrono::seconds kPatience{20};
+
+struct Hostile {
+    std::string name;
+    std::string text;
+    std::string_view expected;
+};
+
+std::vector<Hostile> nested() {
+    constexpr std::size_t kDepth = 100'000;
+    const std::string_view deep = "levels are nested here";
+    return {
+        {"parentheses", repeated("(", kDepth) + "a == 1" + repeated(")", kDepth), deep},
+        {"open parentheses", repeated("(", kDepth), deep},
+        {"negations", repeated("NOT ", kDepth) + "a == 1", deep},
+        {"signs", repeated("-", kDepth) + "1 == 1", deep},
+        {"braces", repeated("{", kDepth) + repeated("}", kDepth) + " == a", deep},
+        {"subscripts", "a" + repeated("[0]", kDepth) + " == 1", deep},
+        {"indexes", repeated("a[", kDepth) + "0", deep},
+        {"sums", repeated("1 + ", kDepth) + "1 == 1", deep},
+        {"powers", repeated("1 ** (", kDepth), deep},
+        {"assignments", repeated("$a := ", kDepth) + "1 == 1", deep},
+        {"functions", repeated("abs(", kDepth) + "1" + repeated(")", kDepth) + " == 1", deep},
+        {"ternaries", repeated("TERNARY(", kDepth), deep},
+        {"paths behind paths", repeated("(", kDepth) + "a" + repeated(").b", kDepth) + " == 1",
+         deep},
+        {"subqueries", repeated("SUBQUERY(a, $x, NOT ", kDepth / 2), deep},
+    };
+}
+
+TEST(PredicateLimits, RefusesDeepNesting) {
+    for (const Hostile& row : nested()) {
+        SCOPED_TRACE(row.name);
+        const std::string actual = outcome(row.text, {}, {});
+        EXPECT_NE(actual.find(row.expected), std::string::npos) << actual.substr(0, 200);
+    }
+}
+
+TEST(PredicateLimits, TakesNestingUpToItsBound) {
+    const std::string text = repeated("NOT (", 300) + "a + 1 == 3" + repeated(")", 300);
+    const Predicate predicate = Predicate::predicateWithFormat(text);
+    EXPECT_TRUE(predicate.evaluateWithObject(Value::dictionary({{"a", Value::integer(2)}})));
+    EXPECT_EQ(Predicate::predicateWithFormat(predicate.predicateFormat()).tree(), predicate.tree());
+}
+
+TEST(PredicateLimits, AnswersLongTextsInTime) {
+    constexpr std::size_t kSize = std::size_t{64} << 20U;
+    const std::vector<Hostile> rows{
+        {"64 MiB of blanks", std::string(kSize, ' '), "longer than 1048576 bytes"},
+        {"64 MiB of parentheses", std::string(kSize, '('), "longer than 1048576 bytes"},
+        {"64 MiB without meaning", std::string(kSize, '\xFF'), "longer than 1048576 bytes"},
+        {"a long conjunction", repeated("1 == 1 AND ", 90'000) + "1 == 1", "yes"},
+        {"a long list", "9 IN {" + repeated("1,", 500'000) + "9}", "yes"},
+        {"a long string", "'" + std::string(1'000'000, 'x') + "' ENDSWITH 'x'", "yes"},
+        {"a long path", "a" + repeated(".a", 500'000) + " == NULL", "yes"},
+        {"a long number", repeated("9", 300) + " > 1", "yes"},
+        {"a longer number", repeated("9", 1'000'000) + " > 1", "too large"},
+    };
+    for (const Hostile& row : rows) {
+        SCOPED_TRACE(row.name);
+        const auto start = std::chrono::steady_clock::now();
+        const std::string actual = outcome(row.text, Value::dictionary({}), {});
+        EXPECT_LT(std::chrono::steady_clock::now() - start, kPatience);
+        EXPECT_TRUE(actual.ends_with(row.expected)) << actual.substr(actual.size() - 50);
+    }
+}
+
+TEST(PredicateLimits, GivesUpOnEvaluationsWithoutEnd) {
+    const std::string many = "{" + repeated("1,", 999) + "1}";
+    std::string query = "TRUEPREDICATE";
+    for (int i = 0; i < 6; ++i) {
+        query = "SUBQUERY(" + many + ", $x, " + query + ").@count > 0";
+    }
+    std::string doubling = "($a := {1, 2}) != 0";
+    for (int i = 0; i < 60; ++i) {
+        doubling += " AND ($a := {$a, $a}.@unionOfArrays.#self) != 0";
+    }
+    const std::string as(200'000, 'a');
+    const std::vector<Hostile> rows{
+        {"queries in queries", query, "too many steps"},
+        {"a collection that doubles", doubling, "too many steps"},
+        {"wildcards", "'" + as + "' LIKE '*" + std::string(100'000, 'a') + "b'", "too many steps"},
+        {"wildcards in plenty", "'" + as + "' LIKE '" + repeated("*a", 50'000) + "*b'", "no"},
+        {"letters with two accents",
+         "'" + repeated("e\u0301\u0301", 20'000) + "' CONTAINS '" +
+             repeated("e\u0301\u0301", 10'000) + "e\u0301'",
+         "too many steps"},
+        {"distinct objects", many + ".@distinctUnionOfObjects.#self[SIZE] == 1", "yes"},
+        {"a regular expression that explodes", "'" + std::string(40, 'a') + "' MATCHES '(a+)+b'",
+         "NSInternalInconsistencyException: Can't do regex matching, reason: U_REGEX_TIME_OUT"},
+        {"a regular expression that needs much memory",
+         "'" + std::string(900'000, 'a') + "' MATCHES '(a|b)*'",
+         "NSInternalInconsistencyException: Can't do regex matching, reason: "
+         "U_REGEX_STACK_OVERFLOW"},
+        {"a long regular expression", "'a' MATCHES '" + as + "'",
+         "the pattern is longer than 65536 bytes"},
+    };
+    for (const Hostile& row : rows) {
+        SCOPED_TRACE(row.name);
+        const auto start = std::chrono::steady_clock::now();
+        const std::string actual = outcome(row.text, {}, {});
+        EXPECT_LT(std::chrono::steady_clock::now() - start, kPatience);
+        EXPECT_NE(actual.find(row.expected), std::string::npos) << actual.substr(0, 200);
+    }
+}
+
+TEST(PredicateLimits, AsksDeepCollectionsOnlySoFar) {
+    Value list = Value::dictionary({{"b", Value::integer(1)}});
+    for (int i = 0; i < 100'000; ++i) {
+        list = Value::array({list});
+    }
+    EXPECT_NE(outcome("a.b == 1", Value::dictionary({{"a", list}}), {}).find("128 levels deep"),
+              std::string::npos);
+}
+
+} // namespace
+} // namespace qv::test
