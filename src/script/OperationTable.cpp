@@ -63,6 +63,11 @@ Error replayProgress(Script& script, const Fields& step) {
     return {};
 }
 
+Error replayIf(Script& script, const Fields& step) {
+    script.beginIfBlock(step.object(arg1));
+    return {};
+}
+
 Error replayElse(Script& script, const Fields& /*step*/) {
     script.beginElseBlock();
     return {};
@@ -121,7 +126,7 @@ constexpr std::array<Operation, kOperationCount> kTable = {{
     {executeAppleScript, "executeAppleScript:", kArg1, kNoOptions, true, nullptr},
     {updateProgressField, "updateProgressField:withValue:", kArg1To2, kNoOptions, false,
      replayProgress},
-    {beginIfBlock, "beginIfBlock:", kArg1, kNoOptions, false, nullptr},
+    {beginIfBlock, "beginIfBlock:", kArg1, kNoOptions, false, replayIf},
     {beginElseBlock, "beginElseBlock", kNothing, kNoOptions, false, replayElse},
     {endIfBlock, "endIfBlock", kNothing, kNoOptions, false, replayEndIf},
     {setErrorHandlingBehaviour, "setErrorHandlingBehaviour:", kArg1, kNoOptions, false,

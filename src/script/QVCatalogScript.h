@@ -116,6 +116,9 @@ public:
     // Control steps (QVCatalogScriptControl.cpp).
 
     void updateProgressField(std::uint32_t field, const std::optional<Value>& withValue);
+    /// Begins a block that is executed when the rule, a string, holds. Throws an Exception for a
+    /// rule of another class.
+    void beginIfBlock(const std::optional<Value>& rule);
     void beginElseBlock();
     void endIfBlock();
     void setErrorHandlingBehaviour(std::int32_t behaviour);

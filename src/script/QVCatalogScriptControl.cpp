@@ -1,3 +1,5 @@
+#include "platform/foundation/values/Exception.h"
+#include "rules/QVRuleChecker.h"
 #include "script/QVCatalogScript.h"
 
 namespace qv {
@@ -19,6 +21,23 @@ void QVCatalogScript::updateProgressField(std::uint32_t field,
 }
 
 // The markers of a block are never gated: they keep track of the nesting inside skipped branches.
+
+void QVCatalogScript::beginIfBlock(const std::optional<Value>& rule) {
+    if (isRecording) {
+        recordControlStep(OperationCode::beginIfBlock, {rule});
+        return;
+    }
+    if (!executeScript) {
+        ++ignoreIfBlocksCount;
+        return;
+    }
+    const auto checker = QVRuleChecker::ruleCheckerWithDefaultFunctions(true);
+    const bool failed = static_cast<bool>(executeRecordingLastStatementError_);
+    checker->setKvoValues(
+        Value::dictionary({{"lastStatementExecutionError", Value::integer(failed ? 1 : 0)}}));
+    std::optional<Exception> exception; // a rule that cannot be evaluated does not hold
+    executeScript = checker->runCheck(rule, &exception);
+}
 
 void QVCatalogScript::beginElseBlock() {
     if (isRecording) {

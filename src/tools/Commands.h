@@ -58,4 +58,14 @@ struct RequirementOptions {
 };
 ExitStatus requirement(const RequirementOptions& options);
 
+struct RuleOptions {
+    std::string rule;                  ///< "-" for standard input; empty when `value` is given
+    std::string value;                 ///< a single call or key path
+    std::vector<std::string> settings; ///< NAME=VALUE
+    bool explain = false;
+    bool json = false;
+};
+/// `failed` for a rule that does not hold, `usage` for one that cannot be evaluated.
+ExitStatus rule(const RuleOptions& options);
+
 } // namespace qv::tools

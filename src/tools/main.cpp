@@ -100,6 +100,23 @@ void addRequirement(CLI::App& app, Command& chosen) {
     command->callback([&chosen, options] { chosen = [options] { return requirement(*options); }; });
 }
 
+void addRule(CLI::App& app, Command& chosen) {
+    auto options = std::make_shared<RuleOptions>();
+    CLI::App* command = app.add_subcommand(
+        "rule", "Evaluate a rule of conditional blocks on this machine; status 1 when it is false, "
+                "2 when it has no value");
+    command->add_option("RULE", options->rule, "the rule; - for standard input");
+    command->add_option("--set", options->settings,
+                        "NAME=VALUE: a value that the rule may name; a number, true, false, or "
+                        "text, which may stand in double quotes");
+    command->add_option("--value", options->value,
+                        "print what a single call \"${...}\" or key path gives instead");
+    command->add_flag("--explain", options->explain,
+                      "print the calls, the text without them, and its tree");
+    command->add_flag("--json", options->json, "print as JSON");
+    command->callback([&chosen, options] { chosen = [options] { return rule(*options); }; });
+}
+
 int parseAndRun(int count, const char* const* arguments) {
     CLI::App app(
         "Works with QVCatalogHelperXPC, the service that carries out installation scripts.",
@@ -114,6 +131,7 @@ int parseAndRun(int count, const char* const* arguments) {
     addVerify(app, chosen);
     addPlist(app, chosen);
     addRequirement(app, chosen);
+    addRule(app, chosen);
     try {
         app.parse(count, arguments);
     } catch (const CLI::Success& success) {

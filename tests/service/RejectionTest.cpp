@@ -54,9 +54,9 @@ TEST_F(Rejection, MeetsAProgramSignedByAStranger) {
 TEST_F(Rejection, MeetsAProgramThatWasChangedAfterItWasSigned) {
     const auto program = copyOf(Puppet::signedProgram(), "changed");
     std::string content = contentOf(program);
-    constexpr std::string_view kText = "unknown command";
+    constexpr std::string_view kText = "this text may be changed";
     ASSERT_NE(content.find(kText), std::string::npos);
-    content[content.find(kText)] = 'U';
+    content[content.find(kText)] = 'T';
     std::ofstream(program, std::ios::binary) << content;
     expectRejected(program, "-67061");
 }

@@ -83,7 +83,7 @@ TEST_F(SignAndVerify, WhatIsWrongWithAProgramIsTold) {
     EXPECT_THAT(verdict(program_), HasSubstr("anchor apple generic")) << "a stranger";
     const std::string changed = folder_ / "changed";
     std::string content = contentOf(kGood);
-    content[content.find("unknown command")] = 'U';
+    content[content.find("this text may be changed")] = 'T';
     std::ofstream(changed, std::ios::binary) << content;
     EXPECT_THAT(verdict(changed), HasSubstr("refused: the program was changed after"));
     EXPECT_THAT(qvcatalog({"verify", folder_ / "missing"}), FailsWith(2, "missing: "));

@@ -1,0 +1,23 @@
+#include "rules/DefaultFunctions.h"
+
+namespace qv {
+
+QVRuleCheckerVersionFunction::QVRuleCheckerVersionFunction()
+    : QVRuleCheckerFunction("version", "version", nullptr) {}
+
+QVRuleCheckerSysCtlFunction::QVRuleCheckerSysCtlFunction()
+    : QVRuleCheckerFunction("sysctl", "sysctl", nullptr) {}
+
+QVRuleCheckerObjCFunction::QVRuleCheckerObjCFunction()
+    : QVRuleCheckerFunction("objc", std::nullopt, nullptr) {}
+
+QVRuleCheckerApplicationFunction::QVRuleCheckerApplicationFunction()
+    : QVRuleCheckerFunction("application", "application", nullptr) {}
+
+QVRuleCheckerFilesystemFunction::QVRuleCheckerFilesystemFunction()
+    : QVRuleCheckerFunction("filesystem", std::nullopt, nullptr) {}
+
+QVRuleCheckerIOKitFunction::QVRuleCheckerIOKitFunction()
+    : QVRuleCheckerFunction("iokit", std::nullopt, nullptr) {}
+
+} // namespace qv

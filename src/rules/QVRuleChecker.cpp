@@ -1,0 +1,170 @@
+#include "rules/QVRuleChecker.h"
+
+#include "platform/foundation/log/Log.h"
+#include "platform/predicate/Predicate.h"
+#include "rules/DefaultFunctions.h"
+#include "rules/RulePreprocessor.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <iterator>
+#include <utility>
+
+namespace qv {
+
+QVRuleChecker& QVRuleChecker::sharedChecker() {
+    static const std::unique_ptr<QVRuleChecker> shared = ruleCheckerWithDefaultFunctions(true);
+    return *shared;
+}
+
+std::unique_ptr<QVRuleChecker> QVRuleChecker::ruleCheckerWithDefaultFunctions(bool withDefaults) {
+    auto checker = std::make_unique<QVRuleChecker>();
+    if (withDefaults) {
+        checker->addFunctions(defaultFunctions());
+    }
+    return checker;
+}
+
+QVRuleChecker::Functions QVRuleChecker::defaultFunctions() {
+    Functions functions;
+    functions.push_back(std::make_unique<QVRuleCheckerVersionFunction>());
+    functions.push_back(std::make_unique<QVRuleCheckerSysCtlFunction>());
+    functions.push_back(std::make_unique<QVRuleCheckerObjCFunction>());
+    functions.push_back(std::make_unique<QVRuleCheckerApplicationFunction>());
+    functions.push_back(std::make_unique<QVRuleCheckerFilesystemFunction>());
+    functions.push_back(std::make_unique<QVRuleCheckerIOKitFunction>());
+    return functions;
+}
+
+void QVRuleChecker::addFunction(std::unique_ptr<QVRuleCheckerFunction> function) {
+    functions_.push_back(std::move(function));
+}
+
+void QVRuleChecker::addFunctions(Functions list) {
+    std::ranges::move(list, std::back_inserter(functions_));
+}
+
+QVRuleCheckerFunction*
+QVRuleChecker::functionForIdentifier(std::string_view identifier) const noexcept {
+    const auto found = std::ranges::find_if(
+        functions_, [&](const auto& function) { return function->functionID() == identifier; });
+    return found == functions_.end() ? nullptr : found->get();
+}
+
+std::string QVRuleChecker::preprocessCheckRule(std::string_view rule,
+                                               Value* substituteResultsWithVariables) {
+    const bool returnString = substituteResultsWithVariables == nullptr;
+    return replaceCalls(
+        rule, [&](const RuleCall& call) { return resultForCall(call, returnString); },
+        substituteResultsWithVariables);
+}
+
+bool QVRuleChecker::runCheck(const std::optional<Value>& rule,
+                             std::optional<Exception>* errorOccured) {
+    if (!rule) {
+        return false;
+    }
+    if (errorOccured != nullptr) {
+        errorOccured->reset();
+    }
+    if (!rule->is(Value::Kind::string)) {
+        raiseUnrecognizedSelector(className(rule->kind()), "rangeOfString:options:range:");
+    }
+    Value variables;
+    const std::string text = preprocessCheckRule(rule->asString(), &variables);
+    try {
+        return Predicate::predicateWithFormat(text).evaluateWithObject(*this, variables);
+    } catch (const Exception& exception) {
+        if (errorOccured != nullptr) {
+            errorOccured->emplace(exception);
+        }
+        log::NSLog(fmt::format("-[QVRuleChecker runCheck:errorOccured:]: caught exception: {}",
+                               exception.reason()));
+    } catch (...) { // NOLINT(bugprone-empty-catch): such a rule is false and no more is said of it
+    }
+    return false;
+}
+
+std::optional<Value> QVRuleChecker::computeFunction(std::string_view text) {
+    if (!text.starts_with('$')) {
+        Value value = valueForKeyPath(text);
+        return value.isNull() ? std::nullopt : std::optional(std::move(value));
+    }
+    Value variables;
+    static_cast<void>(preprocessCheckRule(text, &variables));
+    const DictionaryView results = variables.asDictionary();
+    if (results.size() > 1) {
+        log::NSLog(fmt::format("Error processing function (more than one result): {}", text));
+    }
+    return results.size() == 1 ? std::optional(results.value(0)) : std::nullopt;
+}
+
+std::optional<Value> QVRuleChecker::resultForCall(const RuleCall& call, bool returnString) {
+    if (QVRuleCheckerFunction* function = call.name ? functionForIdentifier(*call.name) : nullptr) {
+        return function->resultFor(call.parameter(), returnString);
+    }
+    const Value* fallback = call.arguments ? call.arguments->find("fallbackValue") : nullptr;
+    return fallback == nullptr ? std::nullopt : std::optional(*fallback);
+}
+
+const Value* QVRuleChecker::kvoValue(std::string_view key) const {
+    return kvoValues_ ? kvoValues_->find(key) : nullptr;
+}
+
+// The checker's own property, seen through key-value lookup.
+Value QVRuleChecker::functionList() const {
+    std::vector<Value> list;
+    for (const auto& function : functions_) {
+        std::vector<std::pair<Value, Value>> properties;
+        properties.emplace_back(Value::string("functionID"), Value::string(function->functionID()));
+        if (const auto& prefix = function->functionKeyPathPrefix()) {
+            properties.emplace_back(Value::string("functionKeyPathPrefix"), Value::string(*prefix));
+        }
+        list.push_back(Value::dictionary(std::move(properties)));
+    }
+    return Value::array(std::move(list));
+}
+
+std::optional<Value> QVRuleChecker::valueForKey(std::string_view key) {
+    if (const Value* value = kvoValue(key)) {
+        return *value;
+    }
+    if (key == "functions") {
+        return functionList();
+    }
+    if (key == "kvoValues") {
+        return kvoValues_.value_or(Value());
+    }
+    if (key == "locked") { // a flag that nothing sets
+        return Value::boolean(false);
+    }
+    if (key == "self") {
+        return self();
+    }
+    if (key == "description") {
+        return Value::string(description());
+    }
+    return std::nullopt;
+}
+
+Value QVRuleChecker::valueForKeyPath(std::string_view keyPath) {
+    const std::size_t dot = keyPath.find('.');
+    if (dot != std::string_view::npos) {
+        const std::string_view prefix = keyPath.substr(0, dot);
+        const auto found = std::ranges::find_if(functions_, [&](const auto& function) {
+            return function->functionKeyPathPrefix() == prefix;
+        });
+        if (found != functions_.end()) {
+            return (*found)
+                ->resultFor(Value::string(keyPath.substr(dot + 1)), false)
+                .value_or(Value());
+        }
+    }
+    if (const Value* value = kvoValue(keyPath)) {
+        return *value;
+    }
+    return KeyValueCoding::valueForKeyPath(keyPath);
+}
+
+} // namespace qv
