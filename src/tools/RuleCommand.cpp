@@ -89,7 +89,7 @@ Evaluation evaluate(const std::string& rule, QVRuleChecker& checker) {
             &variables);
         if (const std::size_t place = evaluation.text.find(kCallBegin);
             place != std::string::npos) {
-            evaluation.error = "Unterminated function";
+            evaluation.error = "the rule does not parse: a call without an end stands here";
             evaluation.errorOffset = place;
             return evaluation;
         }
@@ -97,16 +97,16 @@ Evaluation evaluate(const std::string& rule, QVRuleChecker& checker) {
         evaluation.tree = predicate.tree();
         evaluation.value = predicate.evaluateWithObject(checker, variables);
     } catch (const PredicateSyntaxError& error) {
-        evaluation.error = error.cause();
+        evaluation.error = fmt::format("the rule does not parse: {}", error.cause());
         evaluation.errorOffset = error.offset();
     } catch (const Exception& exception) {
-        evaluation.error = exception.reason();
+        evaluation.error = fmt::format("the rule has no value: {}", exception.reason());
     }
     return evaluation;
 }
 
 std::string shown(const std::optional<Value>& value) {
-    return value ? description(*value) : "no value";
+    return value ? onOneLine(description(*value)) : "no value";
 }
 
 Value asValue(const Evaluation& evaluation) {

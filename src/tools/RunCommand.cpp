@@ -52,18 +52,6 @@ Value outcomeAsValue(const ScriptOutcome& outcome) {
     return Value::dictionary(std::move(pairs));
 }
 
-// Descriptions of containers span lines; here they go into one.
-std::string onOneLine(std::string_view text) {
-    std::string line;
-    for (const char c : text) {
-        const bool blank = c == ' ' || c == '\n';
-        if (!blank || (!line.empty() && line.back() != ' ')) {
-            line += blank ? ' ' : c;
-        }
-    }
-    return line;
-}
-
 std::string errorText(const Error& error) {
     const Value info = error.userInfo();
     const Value* text = info.find(error_key::kLocalizedDescription);

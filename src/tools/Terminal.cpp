@@ -97,6 +97,17 @@ void Progress::animate() const {
     }
 }
 
+std::string onOneLine(std::string_view text) {
+    std::string line;
+    for (const char c : text) {
+        const bool blank = c == ' ' || c == '\n';
+        if (!blank || (!line.empty() && line.back() != ' ')) {
+            line += blank ? ' ' : c;
+        }
+    }
+    return line;
+}
+
 void complain(std::string_view text) {
     Terminal::standardError().line(fmt::format(
         "qvcatalog: {}", Terminal::standardError().styled(text, Terminal::Style::plain)));

@@ -48,6 +48,10 @@ private:
     std::thread thread_;
 };
 
+/// A text with its line ends and runs of blanks as single blanks: descriptions of containers span
+/// lines.
+[[nodiscard]] std::string onOneLine(std::string_view text);
+
 /// One line on standard error: "qvcatalog: TEXT".
 void complain(std::string_view text);
 
