@@ -47,10 +47,18 @@ TEST(PredicateLimits, RefusesDeepNesting) {
 }
 
 TEST(PredicateLimits, TakesNestingUpToItsBound) {
-    const std::string text = repeated("NOT (", 300) + "a + 1 == 3" + repeated(")", 300);
-    const Predicate predicate = Predicate::predicateWithFormat(text);
-    EXPECT_TRUE(predicate.evaluateWithObject(Value::dictionary({{"a", Value::integer(2)}})));
-    EXPECT_EQ(Predicate::predicateWithFormat(predicate.predicateFormat()).tree(), predicate.tree());
+    for (const std::string& text :
+         {repeated("NOT (", 300) + "a + 1 == 3" + repeated(")", 300),
+          repeated("(", 900) + "a" + repeated(")", 900) + " == 2",
+          repeated("1 + ", 900) + "a == 902", repeated("- ", 480) + "a == 2",
+          repeated("abs(", 900) + "a" + repeated(")", 900) + " == 2",
+          repeated("TERNARY(1 == 1, ", 900) + "a" + repeated(", 0)", 900) + " == 2"}) {
+        SCOPED_TRACE(text.substr(0, 20));
+        const Predicate predicate = Predicate::predicateWithFormat(text);
+        EXPECT_TRUE(predicate.evaluateWithObject(Value::dictionary({{"a", Value::integer(2)}})));
+        EXPECT_EQ(Predicate::predicateWithFormat(predicate.predicateFormat()).tree(),
+                  predicate.tree());
+    }
 }
 
 TEST(PredicateLimits, AnswersLongTextsInTime) {
