@@ -118,11 +118,14 @@ bool matchesPattern(Comparison comparison, const Value& left, const Value& right
 
 bool isEqual(const Value& left, const Value& right, Modifiers modifiers) {
     // What most rules compare comes first.
-    const Kind kind = left.kind();
-    if (kind == Kind::string && right.is(Kind::string)) {
-        return textIsEqual(left.asString(), right.asString(), modifiers);
+    if (left.isNull() || right.isNull()) {
+        return left.sameAs(right);
     }
-    const bool whole = kind == Kind::null || kind == Kind::boolean || kind == Kind::integer;
+    const Kind kind = left.kind();
+    if (kind == Kind::string) {
+        return right.is(Kind::string) && textIsEqual(left.asString(), right.asString(), modifiers);
+    }
+    const bool whole = kind == Kind::boolean || kind == Kind::integer;
     return (whole && left.sameAs(right)) || left == right;
 }
 

@@ -13,10 +13,6 @@ namespace qv::predicate {
 
 namespace {
 
-bool isPlain(std::string_view left, std::string_view right, Modifiers modifiers) {
-    return !modifiers.fold() && (modifiers.normalized || (isASCII(left) && isASCII(right)));
-}
-
 // By UTF-16 units: as bytes compare, but what lies above U+FFFF, which begins with F0 to F4 here
 // and with a surrogate there, comes before U+E000 to U+FFFF, which begin with EE and EF.
 std::strong_ordering orderOfUnits(std::string_view left, std::string_view right) {
@@ -123,12 +119,13 @@ bool textIsFound(std::string_view text, std::string_view wanted, Anchor anchor, 
     if (wanted.empty()) {
         return false;
     }
-    if (isPlain(text, wanted, modifiers)) {
+    const bool ascii = isASCII(text) && isASCII(wanted);
+    if (!modifiers.fold() && (modifiers.normalized || ascii)) {
         return isFoundInComparable(text, wanted, anchor, false, budget);
     }
     const std::string comparable = folded(wanted, modifiers);
     return !comparable.empty() &&
-           isFoundInComparable(folded(text, modifiers), comparable, anchor, true, budget);
+           isFoundInComparable(folded(text, modifiers), comparable, anchor, !ascii, budget);
 }
 
 } // namespace qv::predicate

@@ -1,6 +1,7 @@
 #include "platform/foundation/values/Exception.h"
 #include "platform/predicate/text/Folding.h"
 #include "platform/predicate/text/Matching.h"
+#include "platform/predicate/text/PlainExpression.h"
 
 #include <fmt/format.h>
 #include <unicode/regex.h>
@@ -45,6 +46,10 @@ icu::UnicodeString unitsOf(std::string_view text) {
 bool textMatches(std::string_view text, std::string_view pattern, Modifiers modifiers) {
     if (pattern.empty()) {
         return false;
+    }
+    const bool plain = !modifiers.fold() && isASCII(text);
+    if (const auto expression = plain ? PlainExpression::compile(pattern) : std::nullopt) {
+        return expression->matches(text);
     }
     const Failure failure(text, pattern, modifiers);
     if (pattern.size() > kLongestPattern) {
