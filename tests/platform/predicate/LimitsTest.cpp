@@ -104,15 +104,12 @@ TEST(PredicateLimits, GivesUpOnEvaluationsWithoutEnd) {
              repeated("e\u0301\u0301", 10'000) + "e\u0301'",
          "too many steps"},
         {"distinct objects", many + ".@distinctUnionOfObjects.#self[SIZE] == 1", "yes"},
-        {"a regular expression that explodes",
-         "'" + std::string(40, 'a') + "' MATCHES '((?:a)+)+?b'",
+        {"a regular expression that explodes", "'" + std::string(40, 'a') + "' MATCHES '(a+)+b'",
          "NSInternalInconsistencyException: Can't do regex matching, reason: U_REGEX_TIME_OUT"},
         {"a regular expression that needs much memory",
-         "'" + std::string(900'000, 'a') + "' MATCHES '(a|b){0,}'",
+         "'" + std::string(900'000, 'a') + "' MATCHES '(a|b)*'",
          "NSInternalInconsistencyException: Can't do regex matching, reason: "
          "U_REGEX_STACK_OVERFLOW"},
-        {"the same for an automaton",
-         "'" + as + "' MATCHES '(a+)+b' OR '" + as + "' MATCHES '(a|b|a)*c'", "no"},
         {"a long regular expression", "'a' MATCHES '" + as + "'",
          "the pattern is longer than 65536 bytes"},
     };
