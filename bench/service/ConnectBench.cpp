@@ -61,6 +61,7 @@ public:
         address_.sun_family = AF_UNIX;
         const UniqueFd listener(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
         // The kernel chooses an abstract name.
+        require(static_cast<bool>(listener), "socket");
         require(::bind(listener.get(), asAddress(), sizeof(sa_family_t)) == 0, "bind");
         length_ = sizeof(address_);
         require(::getsockname(listener.get(), asAddress(), &length_) == 0, "getsockname");

@@ -52,14 +52,14 @@ void digestOnCommandLine(std::string file) {
     std::string program = "openssl";
     std::string command = "dgst";
     std::string algorithm = "-sha256";
-    char* const arguments[] = {program.data(), command.data(), algorithm.data(), file.data(),
-                               nullptr};
+    const std::array<char*, 5> arguments = {program.data(), command.data(), algorithm.data(),
+                                            file.data(), nullptr};
     posix_spawn_file_actions_t actions{};
     ::posix_spawn_file_actions_init(&actions);
     ::posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
     pid_t child = 0;
     const int error =
-        ::posix_spawnp(&child, program.c_str(), &actions, nullptr, arguments, environ);
+        ::posix_spawnp(&child, program.c_str(), &actions, nullptr, arguments.data(), environ);
     ::posix_spawn_file_actions_destroy(&actions);
     int status = 0;
     need(error == 0 && ::waitpid(child, &status, 0) == child && status == 0, "openssl dgst");

@@ -41,14 +41,15 @@ public:
     explicit Applying(Call call) : call_(std::move(call)) {}
     void visit(const qv::TreeEntry& entry) override {
         if (call_(entry) != 0) {
-            ++failures;
+            ++failures_;
         }
     }
-    void failed(const std::string&, const qv::Error&) override { ++failures; }
-    std::atomic<long> failures = 0;
+    void failed(const std::string&, const qv::Error&) override { ++failures_; }
+    [[nodiscard]] long failures() const { return failures_; }
 
 private:
     Call call_;
+    std::atomic<long> failures_ = 0;
 };
 
 struct Cost {
@@ -84,11 +85,8 @@ template <typename Body> Cost measure(const Body& body) {
 }
 
 int runProgram(std::vector<std::string> words) {
-    std::vector<char*> arguments;
-    for (std::string& word : words) {
-        arguments.push_back(word.data());
-    }
-    arguments.push_back(nullptr);
+    std::vector<char*> arguments(words.size() + 1, nullptr);
+    std::ranges::transform(words, arguments.begin(), [](std::string& word) { return word.data(); });
     ::execv(arguments[0], arguments.data());
     return 127;
 }
@@ -137,7 +135,7 @@ int walkAndApply(const fs::path& root, const Applying::Call& call, unsigned thre
     const std::string parent = root.parent_path();
     visitor.visit({AT_FDCWD, root.c_str(), qv::EntryType::directory, parent});
     const qv::Error error = qv::walkTree(root.string(), qv::RootLink::visitNone, visitor, threads);
-    return error || visitor.failures != 0 ? 1 : 0;
+    return error || visitor.failures() != 0 ? 1 : 0;
 }
 
 int runOne(std::size_t contestant, const Contest& contest, const fs::path& root, int step) {
@@ -164,7 +162,7 @@ void hold(const Contest& contest, const fs::path& root) {
     }
     fmt::print("{}, {} files in {} folders, median of {} rounds\n", contest.name,
                kFolders * kFilesInFolder, kFolders, kRounds);
-    for (std::size_t ours : {1U, 2U}) {
+    for (const std::size_t ours : {1U, 2U}) {
         fmt::print(" {}\n", costs.at(ours).name);
         report("wall time", median(costs.at(ours).wall), median(costs[0].wall));
         report("processor time", median(costs.at(ours).processor), median(costs[0].processor));

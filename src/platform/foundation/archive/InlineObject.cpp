@@ -37,8 +37,7 @@ tl::expected<Value, Error> date(std::uint32_t index, const Value& element) {
 }
 
 tl::expected<Value, Error> uuid(std::uint32_t index, const Value& element) {
-    const tl::expected<Value, Error> bytes =
-        payload(index, element, archive_key::kUUIDBytes, Kind::data);
+    tl::expected<Value, Error> bytes = payload(index, element, archive_key::kUUIDBytes, Kind::data);
     if (!bytes) {
         return bytes;
     }

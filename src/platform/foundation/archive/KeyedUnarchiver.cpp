@@ -65,19 +65,19 @@ tl::expected<Value, Error> KeyedUnarchiver::unarchiveObjectWithData(std::string_
         return tl::unexpected(listError(list.error()));
     }
     const Value& archive = list->root;
-    if (Error error = checkFrame(archive)) {
+    if (const Error error = checkFrame(archive)) {
         return tl::unexpected(error);
     }
     ObjectTable table(archive.find(archive_key::kObjects)->asArray(), data.size());
-    tl::expected<std::optional<Value>, Error> root =
+    const tl::expected<std::optional<Value>, Error> root =
         table.object(archive.find(archive_key::kTop)->find(archive_key::kRoot)->asUID());
     if (!root) {
         return tl::unexpected(root.error());
     }
-    if (!*root) {
-        return tl::unexpected(archiveError("the root is no object (nil)"));
+    if (const std::optional<Value>& object = *root) {
+        return *object;
     }
-    return **root;
+    return tl::unexpected(archiveError("the root is no object (nil)"));
 }
 
 } // namespace qv

@@ -39,11 +39,11 @@ tl::expected<std::optional<Value>, Error> ObjectTable::object(UID uid) {
         return tl::unexpected(archiveError(
             fmt::format("the root refers to object {} of {}", uid.index, elements_.size())));
     }
-    if (Error error = begin(uid.index)) {
+    if (const Error error = begin(uid.index)) {
         return tl::unexpected(error);
     }
     while (!open_.empty()) {
-        if (Error error = step()) {
+        if (const Error error = step()) {
             return tl::unexpected(error);
         }
     }

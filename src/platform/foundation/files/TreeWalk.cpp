@@ -317,8 +317,7 @@ void workWithHelpers(FolderQueue& queue, TreeVisitor& visitor, unsigned helpers)
         for (unsigned i = 0; i < helpers; ++i) {
             crew.emplace_back([&] { work(queue, visitor); });
         }
-    } catch (const std::system_error&) {
-        // No thread to be had: those there are do it.
+    } catch (const std::system_error&) { // NOLINT(bugprone-empty-catch): those there are do it
     }
     work(queue, visitor);
 }

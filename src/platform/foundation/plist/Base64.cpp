@@ -14,8 +14,8 @@ constexpr std::uint8_t kNoDigit = 0xFF;
 constexpr std::array<std::uint8_t, 256> kDigits = [] {
     std::array<std::uint8_t, 256> digits{};
     digits.fill(kNoDigit);
-    for (std::uint8_t i = 0; i < kAlphabet.size(); ++i) {
-        digits[static_cast<unsigned char>(kAlphabet[i])] = i;
+    for (std::size_t i = 0; i < kAlphabet.size(); ++i) {
+        digits[static_cast<unsigned char>(kAlphabet[i])] = static_cast<std::uint8_t>(i);
     }
     return digits;
 }();

@@ -119,7 +119,7 @@ std::optional<std::string_view> declaredEncoding(std::string_view text) {
     if (!text.starts_with("<?xml")) {
         return std::nullopt;
     }
-    std::string_view declaration = text.substr(0, text.find("?>"));
+    const std::string_view declaration = text.substr(0, text.find("?>"));
     const std::size_t place = declaration.find("encoding");
     if (place == std::string_view::npos) {
         return std::nullopt;

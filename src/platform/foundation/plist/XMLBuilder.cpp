@@ -139,7 +139,7 @@ bool XMLBuilder::close(std::size_t offset) {
     return true;
 }
 
-tl::expected<Value, ContentFault> XMLBuilder::scalar(const XMLLeaf& leaf) const {
+tl::expected<Value, ContentFault> XMLBuilder::scalar(const XMLLeaf& leaf) {
     const auto refuse = [](std::string wording) {
         return tl::unexpected(ContentFault{std::move(wording), 0});
     };

@@ -75,7 +75,7 @@ private:
     [[nodiscard]] bool admits(XMLTag tag, std::size_t offset);
     void add(Value value);
     [[nodiscard]] bool closeDictionary(const Frame& frame, std::size_t offset, Value& result);
-    [[nodiscard]] tl::expected<Value, ContentFault> scalar(const XMLLeaf& leaf) const;
+    [[nodiscard]] static tl::expected<Value, ContentFault> scalar(const XMLLeaf& leaf);
 
     std::string_view text_;
     PropertyListLimits limits_;

@@ -145,6 +145,7 @@ std::optional<double> parseReal(std::string_view content) {
         value = *special;
     } else {
         const char* end = content.data() + content.size();
+        // NOLINTNEXTLINE(bugprone-suspicious-stringview-data-usage): its end is given
         const auto [stop, fault] = std::from_chars(content.data(), end, value);
         if (stop != end || fault == std::errc::invalid_argument) {
             return std::nullopt;
@@ -184,8 +185,8 @@ std::optional<Date> parseDate(std::string_view content) {
         year{negative ? -field(0, 4) : field(0, 4)} / January + months{monthIndex};
     const std::int64_t days =
         (sys_days{month / 1} + std::chrono::days{field(8, 2) - 1}).time_since_epoch().count();
-    const std::int64_t seconds =
-        days * 86400 + field(11, 2) * 3600 + field(14, 2) * 60 + field(17, 2);
+    const std::int64_t seconds = days * 86400 + std::int64_t{field(11, 2)} * 3600 +
+                                 std::int64_t{field(14, 2)} * 60 + field(17, 2);
     return Date{static_cast<double>(seconds - kReferenceInUnixTime)};
 }
 
@@ -194,7 +195,8 @@ std::optional<std::string> dateText(Date date) {
     constexpr double kYear0 = -63145526400; // 0000-01-01
     constexpr double kYear10000 = 252423993600;
     const double whole = std::floor(date.secondsSinceReference);
-    if (!(whole >= kYear0 && whole < kYear10000)) {
+    const bool inRange = whole >= kYear0 && whole < kYear10000; // which no NaN is
+    if (!inRange) {
         return std::nullopt;
     }
     const sys_seconds instant{seconds{static_cast<std::int64_t>(whole) + kReferenceInUnixTime}};

@@ -13,6 +13,7 @@ namespace {
 void resetSignals() {
     for (int number = 1; number < NSIG; ++number) {
         // SIGKILL, SIGSTOP and the C library's own signals refuse, and need no reset.
+        // NOLINTNEXTLINE(concurrency-mt-unsafe): at the start, before any thread
         static_cast<void>(std::signal(number, number == SIGPIPE ? SIG_IGN : SIG_DFL));
     }
     sigset_t none{};
