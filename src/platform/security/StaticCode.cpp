@@ -100,8 +100,8 @@ private:
             note({verdict->status, verdict->reason});
         }
         if (verdict->directory) {
-            takeOver(*verdict->directory);
-            if (auto fine = compareDigest(*verdict->directory); !fine) {
+            takeOver(verdict->directory.value());
+            if (auto fine = compareDigest(verdict->directory.value()); !fine) {
                 note(fine.error());
             }
         }

@@ -46,9 +46,9 @@ TrustAnchors::TrustAnchors(std::string folder, uid_t allowedOwner, Clock clock)
     : folder_(std::move(folder)), allowedOwner_(allowedOwner), clock_(std::move(clock)) {}
 
 bool TrustAnchors::isCurrent() const {
-    return set_ && settled_ &&
-           std::all_of(watched_.begin(), watched_.end(),
-                       [](const Watched& watched) { return watched.isUnchanged(); });
+    return set_ && settled_ && std::ranges::all_of(watched_, [](const Watched& watched) {
+               return watched.isUnchanged();
+           });
 }
 
 std::shared_ptr<const AnchorSet> TrustAnchors::current() const {

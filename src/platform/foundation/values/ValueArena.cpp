@@ -90,6 +90,7 @@ void ValueArena::startBlock() {
     // is in pieces the kernel first moves it about, for milliseconds: then small ones do.
     constexpr std::int64_t kTooSlow = 1'000'000;
     const std::int64_t start = huge ? threadNanoseconds() : 0;
+    // NOLINTNEXTLINE(cppcoreguidelines-owning-memory): placed in memory that is owned already
     block_ = new (memory) Block{Block::kFilling, nextSize_};
     hugePages_ = hugePages_ && (!huge || threadNanoseconds() - start < kTooSlow);
     free_ = static_cast<char*>(memory) + sizeof(Block);
@@ -107,6 +108,7 @@ Node* ValueArena::allocate(Value::Kind kind, std::size_t length, std::size_t pay
         startBlock();
     }
     const auto steps = static_cast<std::size_t>(free_ - reinterpret_cast<char*>(block_)) / kStep;
+    // NOLINTNEXTLINE(cppcoreguidelines-owning-memory): as above
     Node* node =
         new (free_) Node{1, kind, static_cast<std::uint32_t>(steps) & Node::kBlockSteps, length};
     free_ += bytes;

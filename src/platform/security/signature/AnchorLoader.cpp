@@ -62,7 +62,7 @@ tl::expected<std::vector<std::string>, int> namesIn(int folder, std::size_t most
             names.emplace_back(name);
         }
     }
-    std::sort(names.begin(), names.end());
+    std::ranges::sort(names);
     return names;
 }
 
@@ -116,7 +116,7 @@ AnchorLoader::AnchorLoader(std::string folder, uid_t allowedOwner)
     : folder_(std::move(folder)), allowedOwner_(allowedOwner) {}
 
 void AnchorLoader::makeEmptySet() {
-    set_.reset(new AnchorSet());
+    set_.reset(new AnchorSet()); // NOLINT(cppcoreguidelines-owning-memory): private constructor
     set_->store_.reset(X509_STORE_new());
     if (!set_->store_) {
         throw std::bad_alloc();
@@ -140,8 +140,7 @@ std::shared_ptr<const AnchorSet> AnchorLoader::load() {
 
 bool AnchorLoader::isSettledAt(std::chrono::system_clock::time_point now) const {
     const time_t latest = std::chrono::system_clock::to_time_t(now) - kSettlingSeconds;
-    return good_ &&
-           std::all_of(watched_.begin(), watched_.end(), [&](const TrustAnchors::Watched& watched) {
+    return good_ && std::ranges::all_of(watched_, [&](const TrustAnchors::Watched& watched) {
                return watched.found &&
                       (watched.isOnTheWay || watched.found->st_ctim.tv_sec < latest);
            });
@@ -157,8 +156,8 @@ AnchorLoader::Outcome AnchorLoader::readAll() {
         return fault(folder_, errnoText(names.error()));
     }
     for (const std::string& name : *names) {
-        const auto* known = std::find_if(kFolders.begin(), kFolders.end(),
-                                         [&](const Folder& each) { return each.name == name; });
+        const auto* known =
+            std::ranges::find_if(kFolders, [&](const Folder& each) { return each.name == name; });
         Outcome outcome;
         if (known != kFolders.end()) {
             outcome = readCertificates(folder->get(), name, known->role);
@@ -282,7 +281,7 @@ AnchorLoader::Outcome AnchorLoader::readCertificates(int parent, const std::stri
         return fault(path, errnoText(names.error()));
     }
     for (const std::string& file : *names) {
-        const std::string filePath = path + "/" + file;
+        const std::string filePath = fmt::format("{}/{}", path, file);
         const auto content = contentOf(folder->get(), file, filePath);
         if (!content) {
             return tl::unexpected(content.error());

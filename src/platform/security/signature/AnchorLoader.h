@@ -40,7 +40,7 @@ private:
                                                    const std::string& path, Place place);
     tl::expected<std::string, std::string> contentOf(int parent, const std::string& name,
                                                      const std::string& path);
-    Outcome judge(int fd, const std::string& path, Place place) const;
+    [[nodiscard]] Outcome judge(int fd, const std::string& path, Place place) const;
     void watch(const std::string& path, Place place);
     void makeEmptySet();
     void makeFingerprint();

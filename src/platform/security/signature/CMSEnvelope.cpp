@@ -247,7 +247,7 @@ bool EnvelopeReader::readAttributes(DERReader reader, const DigestAlgorithm& dig
         DERReader valueReader(values ? values->content : std::string_view());
         const auto value = valueReader.next();
         if (!type || !value || !inner.atEnd() || types.size() == kMostAttributes ||
-            std::find(types.begin(), types.end(), type->content) != types.end()) {
+            std::ranges::find(types, type->content) != types.end()) {
             return false;
         }
         types.push_back(type->content);

@@ -82,6 +82,7 @@ public:
     [[nodiscard]] std::vector<X509*> chain() const {
         const STACK_OF(X509)* built = X509_STORE_CTX_get0_chain(context_.get());
         std::vector<X509*> certificates;
+        certificates.reserve(static_cast<std::size_t>(std::max(0, sk_X509_num(built))));
         for (int index = 0; index < sk_X509_num(built); ++index) {
             certificates.push_back(sk_X509_value(built, index));
         }
@@ -123,7 +124,7 @@ X509* lastReachable(const std::vector<X509Handle>& certificates) {
     while (X509_self_signed(at, 0) != 1) {
         X509* next = nullptr;
         for (const X509Handle& candidate : certificates) {
-            if (std::find(seen.begin(), seen.end(), candidate.get()) == seen.end() &&
+            if (std::ranges::find(seen, candidate.get()) == seen.end() &&
                 X509_check_issued(candidate.get(), at) == X509_V_OK &&
                 (next == nullptr || X509_verify(at, X509_get0_pubkey(candidate.get())) == 1)) {
                 next = candidate.get();
@@ -157,9 +158,8 @@ tl::expected<void, SignatureFailure> judge(const std::vector<X509*>& chain,
     }
     // A certificate beside the chain is checked by nobody, so anybody could change it.
     for (const X509Handle& certificate : given) {
-        if (std::none_of(chain.begin(), chain.end(), [&](const X509* used) {
-                return X509_cmp(used, certificate.get()) == 0;
-            })) {
+        if (std::ranges::none_of(
+                chain, [&](const X509* used) { return X509_cmp(used, certificate.get()) == 0; })) {
             return invalid(fmt::format("{} is no part of the chain", shownName(*certificate)));
         }
     }

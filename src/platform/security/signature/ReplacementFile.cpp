@@ -20,7 +20,7 @@ constexpr std::size_t kPiece = std::size_t{1} << 20U;
 // Makes an entry of a folder durable.
 int syncFolderOf(const std::string& path) {
     const std::size_t slash = path.rfind('/');
-    std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+    const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
     const UniqueFd opened(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     return opened && ::fsync(opened.get()) == 0 ? 0 : errno;
 }
