@@ -1,0 +1,251 @@
+#include "platform/foundation/files/UniqueFd.h"
+#include "platform/workspace/TrashInfo.h"
+#include "platform/workspace/TrashService.h"
+#include "platform/workspace/Volume.h"
+
+#include <fmt/format.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <fcntl.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
+#include <vector>
+
+namespace qv {
+
+namespace {
+
+constexpr int kFolderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+constexpr mode_t kOwnerOnly = 0700;
+constexpr std::int64_t kNoSuchItem = 4;
+constexpr std::int64_t kNoTrash = 3328;
+
+Error trashError(const std::string& path, int errorNumber) {
+    std::int64_t code = 512;
+    switch (errorNumber) {
+    case ENOENT:
+        code = kNoSuchItem;
+        break;
+    case EXDEV:
+    case ENOTSUP:
+        code = kNoTrash;
+        break;
+    case EACCES:
+    case EPERM:
+        code = 513;
+        break;
+    case EROFS:
+        code = 642;
+        break;
+    case ENOSPC:
+    case EDQUOT:
+        code = 640;
+        break;
+    default:
+        break;
+    }
+    return {error_domain::kCocoa, code,
+            Value::dictionary(
+                {{"NSFilePath", Value::string(path)},
+                 {error_key::kUnderlyingError, Value::error(Error::posix(errorNumber))}})};
+}
+
+std::string homeOf(uid_t user) {
+    std::vector<char> buffer(16384);
+    passwd entry{};
+    passwd* found = nullptr;
+    if (::getpwuid_r(user, &entry, buffer.data(), buffer.size(), &found) != 0 || found == nullptr) {
+        return "/";
+    }
+    return entry.pw_dir;
+}
+
+enum class Missing : std::uint8_t { make, leave };
+
+// A folder in a folder, no link; made for its owner alone when it is missing and shall be.
+UniqueFd folderIn(int parent, const std::string& name, Missing missing) {
+    if (missing == Missing::make && ::mkdirat(parent, name.c_str(), kOwnerOnly) != 0 &&
+        errno != EEXIST) {
+        return {};
+    }
+    return UniqueFd(::openat(parent, name.c_str(), kFolderFlags));
+}
+
+UniqueFd ownFolderIn(int parent, const std::string& name, Missing missing, uid_t owner) {
+    UniqueFd folder = folderIn(parent, name, missing);
+    struct stat info{};
+    if (folder && (::fstat(folder.get(), &info) != 0 || info.st_uid != owner)) {
+        folder.reset();
+        errno = EPERM;
+    }
+    return folder;
+}
+
+/// A trash that is there, or was made.
+struct Trash {
+    UniqueFd folder;
+    std::string path;
+    std::string volumeRoot; ///< that origins are relative to; empty for the home trash
+};
+
+/// Finds the trash of one item.
+class TrashFinder {
+public:
+    TrashFinder(std::string home, uid_t user, Missing missing)
+        : home_(std::move(home)), user_(user), missing_(missing) {}
+
+    // None, and errno, when there is none.
+    [[nodiscard]] std::optional<Trash> homeTrash() const {
+        Trash trash{UniqueFd(::open(home_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)), home_, ""};
+        for (const char* name : {".local", "share", "Trash"}) {
+            if (!trash.folder) {
+                return std::nullopt;
+            }
+            trash.folder = ownFolderIn(trash.folder.get(), name, missing_, user_);
+            trash.path += std::string("/") + name;
+        }
+        return trash.folder ? std::optional(std::move(trash)) : std::nullopt;
+    }
+
+    [[nodiscard]] std::optional<Trash> ofItem(const std::string& path) const {
+        const std::optional<Volume> volume = volumeOf(path);
+        if (!volume) {
+            return std::nullopt;
+        }
+        const std::optional<Volume> atHome = volumeOf(home_);
+        if (atHome && atHome->mountID == volume->mountID) {
+            return homeTrash();
+        }
+        if (volume->isReadOnly || volume->isPseudo() || volume->forbidsTrash) {
+            errno = ENOTSUP;
+            return std::nullopt;
+        }
+        return ofVolume(volume->root);
+    }
+
+private:
+    [[nodiscard]] std::optional<Trash> ofVolume(const std::string& root) const {
+        const UniqueFd top(::open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        if (!top) {
+            return std::nullopt;
+        }
+        const std::string below = root == "/" ? "" : root;
+        const UniqueFd shared = folderIn(top.get(), ".Trash", Missing::leave);
+        struct stat info{};
+        if (shared && ::fstat(shared.get(), &info) == 0 && (info.st_mode & S_ISVTX) != 0) {
+            UniqueFd own = ownFolderIn(shared.get(), std::to_string(user_), missing_, user_);
+            if (own) {
+                return Trash{std::move(own), fmt::format("{}/.Trash/{}", below, user_), root};
+            }
+        }
+        const std::string name = fmt::format(".Trash-{}", user_);
+        UniqueFd own = ownFolderIn(top.get(), name, missing_, user_);
+        if (!own) {
+            errno = errno == EROFS ? EROFS : ENOTSUP;
+            return std::nullopt;
+        }
+        return Trash{std::move(own), below + "/" + name, root};
+    }
+
+    std::string home_;
+    uid_t user_;
+    Missing missing_;
+};
+
+std::string parentOf(const std::string& path) {
+    const std::size_t slash = path.rfind('/');
+    return slash == 0 || slash == std::string::npos ? "/" : path.substr(0, slash);
+}
+
+std::string nameOf(const std::string& path) { return path.substr(path.rfind('/') + 1); }
+
+// Moves an item into a trash under the first free name.
+TrashOutcome moveInto(const Trash& trash, const std::string& path) {
+    const auto failed = [&](int errorNumber) {
+        return TrashOutcome{TrashOutcome::Kind::failed, "", trashError(path, errorNumber)};
+    };
+    const UniqueFd parent(::open(parentOf(path).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    const UniqueFd files = folderIn(trash.folder.get(), "files", Missing::make);
+    const UniqueFd infos = files ? folderIn(trash.folder.get(), "info", Missing::make) : UniqueFd();
+    if (!parent || !files || !infos) {
+        return failed(errno);
+    }
+    const std::string name = nameOf(path);
+    const std::string text = trashInfoText(path, trash.volumeRoot);
+    for (int attempt = 1;; ++attempt) {
+        const std::string chosen = trashName(name, attempt);
+        const int reserved = writeTrashInfo(infos.get(), chosen, text);
+        if (reserved == EEXIST) {
+            continue;
+        }
+        if (reserved != 0) {
+            return failed(reserved);
+        }
+        if (::renameat2(parent.get(), name.c_str(), files.get(), chosen.c_str(),
+                        RENAME_NOREPLACE) == 0) {
+            // Once it is answered as done, a power cut shall not bring it back nor lose it.
+            static_cast<void>(::fsync(files.get()));
+            static_cast<void>(::fsync(infos.get()));
+            return {TrashOutcome::Kind::moved, trash.path + "/files/" + chosen, {}};
+        }
+        const int cause = errno;
+        removeTrashInfo(infos.get(), chosen);
+        if (cause != EEXIST) {
+            return failed(cause);
+        }
+    }
+}
+
+} // namespace
+
+FreedesktopTrash::FreedesktopTrash(std::optional<std::string> home)
+    : home_(home ? std::move(*home) : homeOf(::geteuid())), user_(::geteuid()) {}
+
+TrashOutcome FreedesktopTrash::trashItem(const std::string& path) {
+    struct stat info{};
+    const auto failed = [&](int errorNumber) {
+        return TrashOutcome{TrashOutcome::Kind::failed, "", trashError(path, errorNumber)};
+    };
+    if (::lstat(path.c_str(), &info) != 0) {
+        return failed(errno);
+    }
+    if (isVolumeRoot(path)) {
+        return failed(EBUSY);
+    }
+    const auto trash = TrashFinder(home_, user_, Missing::make).ofItem(path);
+    return trash ? moveInto(*trash, path) : failed(errno);
+}
+
+std::optional<TrashFolder> FreedesktopTrash::trashFolderFor(const std::string& path) {
+    const auto trash = TrashFinder(home_, user_, Missing::leave).ofItem(path);
+    if (!trash || !folderIn(trash->folder.get(), "files", Missing::leave)) {
+        return std::nullopt;
+    }
+    return TrashFolder{trash->path + "/files", true};
+}
+
+std::optional<std::string> FreedesktopTrash::homeTrashFolder() {
+    const auto trash = TrashFinder(home_, user_, Missing::leave).homeTrash();
+    if (!trash || !folderIn(trash->folder.get(), "files", Missing::leave)) {
+        return std::nullopt;
+    }
+    return trash->path + "/files";
+}
+
+void FreedesktopTrash::noteOrigin(const std::string& pathInTrash, const std::string& origin) {
+    const std::string trash = parentOf(parentOf(pathInTrash));
+    const UniqueFd folder(::open(trash.c_str(), kFolderFlags));
+    const UniqueFd infos = folder ? folderIn(folder.get(), "info", Missing::make) : UniqueFd();
+    const auto atHome = TrashFinder(home_, user_, Missing::leave).homeTrash();
+    const auto volume = volumeOf(trash);
+    if (infos && volume) {
+        const bool isHome = atHome && atHome->path == trash;
+        static_cast<void>(writeTrashInfo(infos.get(), nameOf(pathInTrash),
+                                         trashInfoText(origin, isHome ? "" : volume->root)));
+    }
+}
+
+} // namespace qv
