@@ -77,8 +77,8 @@ private:
 
     void commit() {
         hasArguments_ = true;
-        std::string token = std::exchange(token_, {});
-        std::optional<std::string> key = std::exchange(key_, std::nullopt);
+        const std::string token = std::exchange(token_, {});
+        const std::optional<std::string> key = std::exchange(key_, std::nullopt);
         if (key) {
             arguments_.emplace_back(Value::string(*key),
                                     token.empty() ? Value() : Value::string(token));

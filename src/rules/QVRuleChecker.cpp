@@ -100,7 +100,7 @@ std::optional<Value> QVRuleChecker::computeFunction(std::string_view text) {
     return results.size() == 1 ? std::optional(results.value(0)) : std::nullopt;
 }
 
-std::optional<Value> QVRuleChecker::resultForCall(const RuleCall& call, bool returnString) {
+std::optional<Value> QVRuleChecker::resultForCall(const RuleCall& call, bool returnString) const {
     if (QVRuleCheckerFunction* function = call.name ? functionForIdentifier(*call.name) : nullptr) {
         return function->resultFor(call.parameter(), returnString);
     }

@@ -55,7 +55,7 @@ public:
     [[nodiscard]] std::optional<Value> computeFunction(std::string_view text);
 
     /// The result of one call: its function's, or its "fallbackValue" where there is no function.
-    [[nodiscard]] std::optional<Value> resultForCall(const RuleCall& call, bool returnString);
+    [[nodiscard]] std::optional<Value> resultForCall(const RuleCall& call, bool returnString) const;
 
     std::optional<Value> valueForKey(std::string_view key) override;
     Value valueForKeyPath(std::string_view keyPath) override;

@@ -74,7 +74,7 @@ private:
     void replaceWith(const std::optional<Value>& result) {
         std::string replacement = "NULL";
         if (result && withVariables_) {
-            std::string name = fmt::format("fnc{}", count_);
+            const std::string name = fmt::format("fnc{}", count_);
             replacement = "$" + name;
             variables_.emplace_back(Value::string(name), *result);
         } else if (result) {

@@ -190,7 +190,11 @@ ExitStatus showValue(const RuleOptions& options, QVRuleChecker& checker) {
     }
     const Terminal& out = Terminal::standardOutput();
     if (options.json) {
-        out.line(jsonText(value ? Value::dictionary({{"value", *value}}) : Value::dictionary({})));
+        Pairs pairs;
+        if (value) {
+            pairs.emplace_back(Value::string("value"), *value);
+        }
+        out.line(jsonText(Value::dictionary(std::move(pairs))));
     } else {
         out.line(out.styled(shown(value), Terminal::Style::plain));
     }

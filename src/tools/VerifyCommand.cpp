@@ -97,6 +97,7 @@ void show(const Findings& findings, bool json) {
     const Terminal& out = Terminal::standardOutput();
     if (json) {
         std::vector<Value> lines;
+        lines.reserve(findings.lines.size());
         for (const std::string& line : findings.lines) {
             lines.push_back(Value::string(line));
         }

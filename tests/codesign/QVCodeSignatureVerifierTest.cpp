@@ -14,7 +14,6 @@ namespace {
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::Not;
 
 constexpr std::string_view kInitOrigin =
     "-[QVCodeSignatureVerifier initWithAttributes:teamID:requiredCodeSignatureAttributes:]";
