@@ -2,13 +2,15 @@
 
 #include "platform/predicate/Outcome.h"
 
-#include <chrono>
+#include <ctime>
 
 namespace qv::test {
 namespace {
 
-// Far above what any of these needs, far below what quadratic time would.
-constexpr std::chrono::seconds kPatience{60};
+// Far above what any of these needs, far below what quadratic time would. Of the processor: a busy
+// machine lets a test wait.
+constexpr double kPatience = 20;
+double processorSeconds() { return static_cast<double>(std::clock()) / CLOCKS_PER_SEC; }
 
 struct Hostile {
     std::string name;
@@ -76,9 +78,9 @@ TEST(PredicateLimits, AnswersLongTextsInTime) {
     };
     for (const Hostile& row : rows) {
         SCOPED_TRACE(row.name);
-        const auto start = std::chrono::steady_clock::now();
+        const double start = processorSeconds();
         const std::string actual = outcome(row.text, Value::dictionary({}), {});
-        EXPECT_LT(std::chrono::steady_clock::now() - start, kPatience);
+        EXPECT_LT(processorSeconds() - start, kPatience);
         EXPECT_TRUE(actual.ends_with(row.expected)) << actual.substr(actual.size() - 50);
     }
 }
@@ -118,9 +120,9 @@ TEST(PredicateLimits, GivesUpOnEvaluationsWithoutEnd) {
     };
     for (const Hostile& row : rows) {
         SCOPED_TRACE(row.name);
-        const auto start = std::chrono::steady_clock::now();
+        const double start = processorSeconds();
         const std::string actual = outcome(row.text, {}, {});
-        EXPECT_LT(std::chrono::steady_clock::now() - start, kPatience);
+        EXPECT_LT(processorSeconds() - start, kPatience);
         EXPECT_NE(actual.find(row.expected), std::string::npos) << actual.substr(0, 200);
     }
 }
