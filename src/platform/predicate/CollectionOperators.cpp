@@ -15,9 +15,9 @@ namespace {
 using Kind = Value::Kind;
 using Values = std::vector<Value>;
 
-Value sum(Values values, Budget&) { return sumOf(values); }
+Value sum(const Values& values, Budget&) { return sumOf(values); }
 
-Value average(Values values, Budget&) {
+Value average(const Values& values, Budget&) {
     return Value::real(values.empty() ? 0 : averageOf(values));
 }
 
@@ -33,10 +33,10 @@ Value extreme(const Values& values, bool largest) {
     }
     return best == nullptr ? Value() : *best;
 }
-Value least(Values values, Budget&) { return extreme(values, false); }
-Value largest(Values values, Budget&) { return extreme(values, true); }
+Value least(const Values& values, Budget&) { return extreme(values, false); }
+Value largest(const Values& values, Budget&) { return extreme(values, true); }
 
-Value united(Values values, Budget&) { return Value::array(std::move(values)); }
+Value united(const Values& values, Budget&) { return Value::array(values); }
 
 // Each once, in the order in which they come first.
 Values distinct(const Values& values, Budget& budget) {
@@ -49,7 +49,7 @@ Values distinct(const Values& values, Budget& budget) {
     }
     return found;
 }
-Value distinctUnited(Values values, Budget& budget) {
+Value distinctUnited(const Values& values, Budget& budget) {
     return Value::array(distinct(values, budget));
 }
 
@@ -65,19 +65,19 @@ Values flattened(const Values& collections, Budget& budget) {
     }
     return values;
 }
-Value arraysUnited(Values values, Budget& budget) {
+Value arraysUnited(const Values& values, Budget& budget) {
     return Value::array(flattened(values, budget));
 }
-Value distinctArraysUnited(Values values, Budget& budget) {
+Value distinctArraysUnited(const Values& values, Budget& budget) {
     return Value::array(distinct(flattened(values, budget), budget));
 }
-Value distinctSetsUnited(Values values, Budget& budget) {
+Value distinctSetsUnited(const Values& values, Budget& budget) {
     return Value::set(distinct(flattened(values, budget), budget));
 }
 
 struct Operator {
     std::string_view name;
-    Value (*apply)(Values values, Budget& budget);
+    Value (*apply)(const Values& values, Budget& budget);
 };
 
 constexpr std::array kOperators = std::to_array<Operator>({
@@ -107,7 +107,7 @@ std::optional<Value> collectionOperator(std::string_view name, const Value& coll
             values.push_back(std::move(value));
         }
     }
-    return found->apply(std::move(values), budget);
+    return found->apply(values, budget);
 }
 
 } // namespace qv::predicate

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <array>
+#include <ranges>
 
 namespace qv::predicate {
 
@@ -187,13 +188,20 @@ Value Evaluation::made(const Expression& expression) {
     }
 }
 
-const Value& Evaluation::variable(const Expression& variable, Value& scratch) const {
-    const std::string_view name = tree_.name(variable);
-    for (auto local = locals_.rbegin(); local != locals_.rend(); ++local) {
-        if (local->first == name) {
-            scratch = local->second; // the list may move while the value is used
-            return scratch;
+Value* Evaluation::local(std::string_view name) {
+    for (auto& [known, value] : std::views::reverse(locals_)) {
+        if (known == name) {
+            return &value;
         }
+    }
+    return nullptr;
+}
+
+const Value& Evaluation::variable(const Expression& variable, Value& scratch) {
+    const std::string_view name = tree_.name(variable);
+    if (const Value* bound = local(name)) {
+        scratch = *bound; // the list may move while the value is used
+        return scratch;
     }
     const Value* found = variables_.find(name);
     if (found == nullptr) {
@@ -207,13 +215,11 @@ Value Evaluation::assigned(const Expression& assignment) {
     Value scratch;
     const Value value = operandOf(assignment, 0, scratch);
     const std::string_view name = tree_.name(assignment);
-    for (auto local = locals_.rbegin(); local != locals_.rend(); ++local) {
-        if (local->first == name) {
-            local->second = value;
-            return value;
-        }
+    if (Value* bound = local(name)) {
+        *bound = value;
+    } else {
+        locals_.emplace_back(name, value);
     }
-    locals_.emplace_back(name, value);
     return value;
 }
 

@@ -32,9 +32,11 @@ private:
                                          Value& scratch) {
         return valueOf(tree_.operand(expression, index), scratch);
     }
+    /// The variable that the evaluation itself binds; a null pointer when there is none.
+    [[nodiscard]] Value* local(std::string_view name);
     // What `valueOf` makes anew:
     [[nodiscard]] Value made(const Expression& expression);
-    [[nodiscard]] const Value& variable(const Expression& variable, Value& scratch) const;
+    [[nodiscard]] const Value& variable(const Expression& variable, Value& scratch);
     [[nodiscard]] Value assigned(const Expression& assignment);
     [[nodiscard]] Value aggregate(const Expression& aggregate);
     [[nodiscard]] Value keyPath(const Expression& path);

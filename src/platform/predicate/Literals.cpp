@@ -26,7 +26,7 @@ public:
 
     std::string read() {
         const std::size_t special = literal_.find_first_of("\\%");
-        std::size_t plain = special < end_ ? special : end_;
+        const std::size_t plain = special < end_ ? special : end_;
         text_.assign(literal_.substr(1, plain - 1));
         for (index_ = plain; index_ < end_;) {
             const char c = literal_[index_];
@@ -61,14 +61,15 @@ private:
     }
 
     // The number that `count` digits behind the backslash spell.
-    char32_t digits(std::size_t skip, std::size_t count, int radix) const {
+    [[nodiscard]] char32_t digits(std::size_t skip, std::size_t count, int radix) const {
         std::uint32_t value = 0;
         const std::size_t begin = index_ + skip;
         const std::string_view wanted = literal_.substr(begin, std::min(count, end_ - begin));
-        const char* const last = wanted.data() + wanted.size();
-        const auto [stop, status] = std::from_chars(wanted.data(), last, value, radix);
+        const char* const first = wanted.data();
+        const char* const last = first + wanted.size();
+        const auto [stop, status] = std::from_chars(first, last, value, radix);
         if (status != std::errc{} || stop != last || wanted.size() < count) {
-            throw LiteralFault{index_, "this escape has too few digits"};
+            throw LiteralFault(index_, "this escape has too few digits");
         }
         return value;
     }
@@ -85,7 +86,7 @@ private:
             }
         }
         if (unit >= 0xD800 && unit < 0xE000) {
-            throw LiteralFault{index_, "this escape is half of a character"};
+            throw LiteralFault(index_, "this escape is half of a character");
         }
         put(unit, kLength);
     }
@@ -114,7 +115,7 @@ double wholeReal(std::string_view digits, int radix) {
 
 Value realOf(double value) {
     if (std::isinf(value)) {
-        throw LiteralFault{0, "this number is too large"};
+        throw LiteralFault(0, "this number is too large");
     }
     return Value::real(value);
 }
@@ -155,9 +156,10 @@ Value numberOfLiteral(std::string_view literal) {
         radix = letter == 'b' ? 2 : radix;
     }
     const std::string_view digits = literal.substr(prefixed ? 2 : 0);
-    const char* const end = digits.data() + digits.size();
+    const char* const first = digits.data();
+    const char* const end = first + digits.size();
     std::uint64_t whole = 0;
-    const auto [stop, status] = std::from_chars(digits.data(), end, whole, radix);
+    const auto [stop, status] = std::from_chars(first, end, whole, radix);
     if (stop == end && status == std::errc{}) {
         return Value::unsignedInteger(whole);
     }

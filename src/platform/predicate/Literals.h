@@ -4,15 +4,22 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <exception>
 #include <string>
 #include <string_view>
 
 namespace qv::predicate {
 
 /// A literal that stands for nothing.
-struct LiteralFault {
-    std::size_t offset; ///< in the literal
-    const char* cause;
+class LiteralFault : public std::exception {
+public:
+    LiteralFault(std::size_t offset, const char* cause) noexcept : offset_(offset), cause_(cause) {}
+    [[nodiscard]] std::size_t offset() const noexcept { return offset_; } ///< in the literal
+    [[nodiscard]] const char* what() const noexcept override { return cause_; }
+
+private:
+    std::size_t offset_;
+    const char* cause_;
 };
 
 /// What becomes of `\?` and `\*` in a string.

@@ -254,7 +254,7 @@ Parser::Index Parser::string() {
     try {
         return addConstant(Value::string(stringOfLiteral(token.text, wildcards)), token.offset);
     } catch (const LiteralFault& fault) {
-        failAt(text_, token.offset + fault.offset, fault.cause);
+        failAt(text_, token.offset + fault.offset(), fault.what());
     }
 }
 
@@ -264,7 +264,7 @@ Parser::Index Parser::number() {
     try {
         return addConstant(numberOfLiteral(token.text), token.offset);
     } catch (const LiteralFault& fault) {
-        failAt(text_, token.offset + fault.offset, fault.cause);
+        failAt(text_, token.offset + fault.offset(), fault.what());
     }
 }
 

@@ -81,6 +81,7 @@ constexpr std::array kProperties = std::to_array<Property>({
      [](const Value& dictionary) {
          const KeyList& keys = dictionary.asDictionary().keys();
          std::vector<Value> list;
+         list.reserve(keys.size());
          for (std::size_t i = 0; i < keys.size(); ++i) {
              list.push_back(keys[i]);
          }

@@ -24,7 +24,7 @@ icu::StringPiece piece(std::string_view text) {
 }
 
 void requireSuccess(UErrorCode status) {
-    if (U_FAILURE(status)) {
+    if (U_FAILURE(status) != 0) {
         throw Exception("NSInternalInconsistencyException",
                         fmt::format("Can't fold a text: {}", u_errorName(status)));
     }

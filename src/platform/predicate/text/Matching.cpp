@@ -35,7 +35,7 @@ std::strong_ordering orderOfCollation(std::string_view left, std::string_view ri
     UErrorCode status = U_ZERO_ERROR;
     const std::unique_ptr<icu::Collator> collator(
         icu::Collator::createInstance(icu::Locale::getRoot(), status));
-    if (U_FAILURE(status)) {
+    if (U_FAILURE(status) != 0) {
         throw Exception("NSInternalInconsistencyException",
                         std::string("Can't order texts: ") + u_errorName(status));
     }

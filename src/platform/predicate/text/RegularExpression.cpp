@@ -61,7 +61,7 @@ std::shared_ptr<const icu::RegexPattern> compiledPattern(const icu::UnicodeStrin
     UParseError place;
     std::shared_ptr<const icu::RegexPattern> compiled(
         icu::RegexPattern::compile(pattern, flags, place, status));
-    if (U_SUCCESS(status)) {
+    if (U_SUCCESS(status) != 0) {
         if (kept.size() == kKept) {
             kept.pop_back();
         }
@@ -91,18 +91,18 @@ bool textMatches(std::string_view text, std::string_view pattern, Modifiers modi
     UErrorCode status = U_ZERO_ERROR;
     const std::shared_ptr<const icu::RegexPattern> compiled = compiledPattern(
         comparable(pattern), foldsCase ? std::uint32_t{UREGEX_CASE_INSENSITIVE} : kNoFlags, status);
-    if (U_FAILURE(status)) {
+    if (U_FAILURE(status) != 0) {
         failure.raise(fmt::format("Can't open pattern {}", u_errorName(status)));
     }
     const icu::UnicodeString subject = comparable(text);
     const std::unique_ptr<icu::RegexMatcher> matcher(compiled->matcher(subject, status));
-    if (U_FAILURE(status)) {
+    if (U_FAILURE(status) != 0) {
         failure.raise(u_errorName(status));
     }
     matcher->setTimeLimit(kTimeLimit, status);
     matcher->setStackLimit(kStackLimit, status);
     const bool matches = matcher->matches(status) != 0;
-    if (U_FAILURE(status)) {
+    if (U_FAILURE(status) != 0) {
         failure.raise(u_errorName(status));
     }
     return matches;
