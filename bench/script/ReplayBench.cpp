@@ -19,8 +19,8 @@
 
 namespace {
 
-std::atomic<std::uint64_t> allocations =
-    0; // NOLINT(cppcoreguidelines-avoid-non-const-global-variables): operator new has no state
+// NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables): operator new has no state
+std::atomic<std::uint64_t> allocations = 0;
 
 } // namespace
 

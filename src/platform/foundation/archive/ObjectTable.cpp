@@ -225,17 +225,18 @@ Error ObjectTable::addChildren(OpenObject& object, const Value& element) {
     case ArchiveClass::dictionary:
         return addDictionary(object, element);
     case ArchiveClass::url: {
-        Error error = addReference(object, element.find(archive_key::kBase), archive_key::kBase);
-        return error ? error
-                     : addReference(object, element.find(archive_key::kRelative),
-                                    archive_key::kRelative);
+        if (Error error =
+                addReference(object, element.find(archive_key::kBase), archive_key::kBase)) {
+            return error;
+        }
+        return addReference(object, element.find(archive_key::kRelative), archive_key::kRelative);
     }
     case ArchiveClass::error: {
-        Error error =
-            addReference(object, element.find(archive_key::kDomain), archive_key::kDomain);
-        return error ? error
-                     : addReference(object, element.find(archive_key::kUserInfo),
-                                    archive_key::kUserInfo);
+        if (Error error =
+                addReference(object, element.find(archive_key::kDomain), archive_key::kDomain)) {
+            return error;
+        }
+        return addReference(object, element.find(archive_key::kUserInfo), archive_key::kUserInfo);
     }
     default:
         return addReferences(object, element, archive_key::kMembers);

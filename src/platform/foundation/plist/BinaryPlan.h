@@ -16,14 +16,14 @@
 namespace qv::plist {
 
 /// Which objects a binary list will have, and which objects each container refers to.
-class BinaryPlan {
+class BinaryPlan { // NOLINT(cppcoreguidelines-pro-type-member-init): firstMemory_, see below
 public:
     struct Object {
         Value value;
         std::size_t firstReference = 0; // containers: in the plan's references
     };
 
-    BinaryPlan() = default; // NOLINT(cppcoreguidelines-pro-type-member-init)
+    BinaryPlan() = default;
     BinaryPlan(const BinaryPlan&) = delete;
     BinaryPlan& operator=(const BinaryPlan&) = delete;
     BinaryPlan(BinaryPlan&&) = delete;
@@ -62,8 +62,7 @@ private:
     [[nodiscard]] bool noteHeight(std::size_t height);
 
     // A message or a reply is so short that allocating would take most of its time.
-    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): clearing it would cost more than it
-    // saves
+    // Never cleared: that would cost more than it saves.
     std::array<std::byte, 6144> firstMemory_;
     std::pmr::monotonic_buffer_resource memory_{firstMemory_.data(), firstMemory_.size()};
     std::pmr::vector<Object> objects_{&memory_};

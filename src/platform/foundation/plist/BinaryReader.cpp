@@ -290,8 +290,8 @@ private:
         std::string& kept = keptReferences_.emplace_back();
         std::vector<bool> met(keys.size());
         for (std::uint64_t i = 0; i < dictionary.count; ++i) {
-            // They were made of these very keys.
-            const std::size_t place = keys.indexOf(keyAt(dictionary, i).asString()).value();
+            // NOLINTNEXTLINE(bugprone-unchecked-optional-access): they were made of these very keys
+            const std::size_t place = *keys.indexOf(keyAt(dictionary, i).asString());
             if (!met[place]) {
                 kept.append(elements.place + i * size, size);
                 met[place] = true;

@@ -57,7 +57,7 @@ private:
 
     // What writers of lists begin with, to the letter but for the identifiers of the DOCTYPE.
     bool skipProlog() {
-        if (take("<?xml version=\"1.0\" encoding=\"") &&
+        if (take(R"(<?xml version="1.0" encoding=")") &&
             !(take("UTF-8\"?>") || take("utf-8\"?>"))) {
             return false;
         }

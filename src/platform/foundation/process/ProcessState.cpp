@@ -13,8 +13,8 @@ namespace {
 void resetSignals() {
     for (int number = 1; number < NSIG; ++number) {
         // SIGKILL, SIGSTOP and the C library's own signals refuse, and need no reset.
-        // NOLINTNEXTLINE(concurrency-mt-unsafe): at the start, before any thread
-        static_cast<void>(std::signal(number, number == SIGPIPE ? SIG_IGN : SIG_DFL));
+        auto* const handler = number == SIGPIPE ? SIG_IGN : SIG_DFL;
+        static_cast<void>(std::signal(number, handler)); // NOLINT: no other thread is there yet
     }
     sigset_t none{};
     ::sigemptyset(&none);
