@@ -99,9 +99,9 @@ private:
         if (verdict->status != codesign_status::kSuccess) {
             note({verdict->status, verdict->reason});
         }
-        if (verdict->directory) {
-            takeOver(verdict->directory.value());
-            if (auto fine = compareDigest(verdict->directory.value()); !fine) {
+        if (const auto& directory = verdict->directory) {
+            takeOver(*directory);
+            if (auto fine = compareDigest(*directory); !fine) {
                 note(fine.error());
             }
         }

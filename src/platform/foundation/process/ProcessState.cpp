@@ -18,6 +18,7 @@ void resetSignals() {
     }
     sigset_t none{};
     ::sigemptyset(&none);
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): as above
     if (::sigprocmask(SIG_SETMASK, &none, nullptr) != 0) {
         std::abort();
     }
