@@ -5,9 +5,9 @@
 #include <fmt/format.h>
 
 #include <cerrno>
+#include <climits>
 #include <ctime>
 #include <fcntl.h>
-#include <limits.h>
 #include <unistd.h>
 
 namespace qv {

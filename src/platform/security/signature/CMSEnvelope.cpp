@@ -66,19 +66,19 @@ struct Algorithm {
 class EnvelopeReader {
 public:
     bool readContentInfo(std::string_view der);
-    CMSEnvelope envelope;
-    std::string complaint;
+    [[nodiscard]] const std::string& complaint() const noexcept { return complaint_; }
+    [[nodiscard]] CMSEnvelope takeEnvelope() noexcept { return std::move(envelope_); }
 
 private:
     bool fail(std::string_view what) {
-        complaint = fmt::format("signature: {}", what);
+        complaint_ = fmt::format("signature: {}", what);
         return false;
     }
     bool readSignedData(DERReader reader);
     bool readCertificates(DERReader reader);
     bool readSigner(DERReader reader);
     bool readSignerName(std::string_view content);
-    bool readAttributes(DERReader reader, const DigestAlgorithm& digest);
+    [[nodiscard]] static bool readAttributes(DERReader reader, const DigestAlgorithm& digest);
     bool readSignatureAlgorithm(DERReader& reader, const DigestAlgorithm& digest);
     static bool isVersion1(DERReader& reader) {
         const auto version = reader.next(der::kInteger);
@@ -87,6 +87,8 @@ private:
     static std::optional<Algorithm> readAlgorithm(DERReader& reader);
     static std::optional<DigestAlgorithm> readDigest(DERReader& reader);
 
+    CMSEnvelope envelope_;
+    std::string complaint_;
     std::string_view declaredDigest_;
 };
 
@@ -109,10 +111,9 @@ std::optional<DigestAlgorithm> EnvelopeReader::readDigest(DERReader& reader) {
     if (!algorithm) {
         return std::nullopt;
     }
-    const auto* known =
-        std::find_if(kDigests.begin(), kDigests.end(), [&](const DigestAlgorithm& candidate) {
-            return candidate.oid == algorithm->oid;
-        });
+    const auto* known = std::ranges::find_if(kDigests, [&](const DigestAlgorithm& candidate) {
+        return candidate.oid == algorithm->oid;
+    });
     return known == kDigests.end() ? std::nullopt : std::optional(*known);
 }
 
@@ -179,7 +180,7 @@ bool EnvelopeReader::readSignedData(DERReader reader) {
 }
 
 bool EnvelopeReader::readCertificates(DERReader reader) {
-    auto& found = envelope.certificates;
+    auto& found = envelope_.certificates;
     while (!reader.atEnd()) {
         const auto certificate = reader.next(der::kSequence);
         if (!certificate) {
@@ -188,7 +189,7 @@ bool EnvelopeReader::readCertificates(DERReader reader) {
         if (found.size() == CMSEnvelope::kMostCertificates) {
             return fail(fmt::format("more than {} certificates", CMSEnvelope::kMostCertificates));
         }
-        if (std::find(found.begin(), found.end(), certificate->whole) != found.end()) {
+        if (std::ranges::find(found, certificate->whole) != found.end()) {
             return fail("the same certificate twice");
         }
         found.push_back(certificate->whole);
@@ -230,8 +231,8 @@ bool EnvelopeReader::readSignerName(std::string_view content) {
     if (!issuer || !serial || !reader.atEnd()) {
         return false;
     }
-    envelope.signerIssuer = issuer->whole;
-    envelope.signerSerial = serial->whole;
+    envelope_.signerIssuer = issuer->whole;
+    envelope_.signerSerial = serial->whole;
     return true;
 }
 
@@ -269,7 +270,7 @@ bool EnvelopeReader::readSignatureAlgorithm(DERReader& reader, const DigestAlgor
     }
     for (const SignatureAlgorithm& known : kSignatures) {
         if (known.oid == algorithm->oid && known.digest.value_or(digest.digest) == digest.digest) {
-            envelope.keyType = known.keyType;
+            envelope_.keyType = known.keyType;
             return algorithm->hasNull == (known.keyType == SignerKeyType::rsa);
         }
     }
@@ -281,9 +282,9 @@ bool EnvelopeReader::readSignatureAlgorithm(DERReader& reader, const DigestAlgor
 tl::expected<CMSEnvelope, SignatureFailure> CMSEnvelope::read(std::string_view der) {
     EnvelopeReader reader;
     if (!reader.readContentInfo(der)) {
-        return signatureFailure(codesign_status::kSignatureInvalid, std::move(reader.complaint));
+        return signatureFailure(codesign_status::kSignatureInvalid, reader.complaint());
     }
-    return std::move(reader.envelope);
+    return reader.takeEnvelope();
 }
 
 } // namespace qv

@@ -111,7 +111,7 @@ tl::expected<Value, SignatureFailure> parsed(std::string_view bytes) {
     const DictionaryView pairs = document->root.asDictionary();
     for (std::size_t index = 0; index < pairs.size(); ++index) {
         const std::string_view name = pairs.key(index);
-        if (std::find(key::kAll.begin(), key::kAll.end(), name) == key::kAll.end()) {
+        if (std::ranges::find(key::kAll, name) == key::kAll.end()) {
             return malformed(fmt::format("unknown key \"{}\"", log::foreign(name)));
         }
     }
@@ -159,7 +159,7 @@ tl::expected<CodeDirectory, SignatureFailure> CodeDirectory::decode(std::string_
     if (digest.size() != directory.digest.size()) {
         return malformed(fmt::format("\"digest\" has {} bytes", digest.size()));
     }
-    std::copy(digest.begin(), digest.end(), directory.digest.begin());
+    std::ranges::copy(digest, directory.digest.begin());
     return directory;
 }
 

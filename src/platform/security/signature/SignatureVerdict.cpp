@@ -15,10 +15,9 @@ namespace {
 // The signer's only organisational unit is the directory's team.
 tl::expected<void, SignatureFailure> judgeTeam(const CertificateFacts& signer,
                                                const std::string& team) {
-    const auto units = std::count_if(signer.subject.begin(), signer.subject.end(),
-                                     [](const auto& part) { return part.first == "OU"; });
-    const auto unit = std::find_if(signer.subject.begin(), signer.subject.end(),
-                                   [](const auto& part) { return part.first == "OU"; });
+    const auto isUnit = [](const auto& part) { return part.first == "OU"; };
+    const auto units = std::ranges::count_if(signer.subject, isUnit);
+    const auto unit = std::ranges::find_if(signer.subject, isUnit);
     if (units != 1) {
         return signatureFailure(
             codesign_status::kBadTeamIdentifier,
@@ -26,7 +25,7 @@ tl::expected<void, SignatureFailure> judgeTeam(const CertificateFacts& signer,
     }
     if (unit->second != team) {
         return signatureFailure(codesign_status::kBadTeamIdentifier,
-                                fmt::format("code directory of team \"{}\", signer of \"{}\"",
+                                fmt::format(R"(code directory of team "{}", signer of "{}")",
                                             log::foreign(team), log::foreign(unit->second)));
     }
     return {};
