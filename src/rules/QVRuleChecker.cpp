@@ -53,7 +53,7 @@ QVRuleChecker::functionForIdentifier(std::string_view identifier) const noexcept
 }
 
 std::string QVRuleChecker::preprocessCheckRule(std::string_view rule,
-                                               Value* substituteResultsWithVariables) {
+                                               Value* substituteResultsWithVariables) const {
     const bool returnString = substituteResultsWithVariables == nullptr;
     return replaceCalls(
         rule, [&](const RuleCall& call) { return resultForCall(call, returnString); },

@@ -41,7 +41,7 @@ public:
     /// The rule with every call replaced: by a variable of the dictionary that is stored through
     /// `substituteResultsWithVariables`, or, when that is a null pointer, by the result itself.
     [[nodiscard]] std::string preprocessCheckRule(std::string_view rule,
-                                                  Value* substituteResultsWithVariables);
+                                                  Value* substituteResultsWithVariables) const;
 
     /// The value of a rule, a string; false when it has none because parsing or evaluation raised.
     /// `errorOccured`, when given, receives the exception that did, or none. A missing rule is
