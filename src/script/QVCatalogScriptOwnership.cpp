@@ -1,7 +1,7 @@
 #include "platform/foundation/files/ChangeMode.h"
 #include "platform/foundation/files/FileSystemPath.h"
-#include "platform/foundation/files/TreeWalk.h"
 #include "platform/foundation/files/UniqueFd.h"
+#include "platform/foundation/files/walk/TreeWalk.h"
 #include "platform/foundation/log/Log.h"
 #include "platform/foundation/values/Conversions.h"
 #include "platform/foundation/values/Exception.h"
@@ -13,7 +13,6 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <thread>
 #include <unistd.h>
 
 namespace qv {
@@ -105,13 +104,6 @@ private:
     const Change& change_;
 };
 
-// More than a few would only wait for each other in the file system. Without rights the visitor
-// may come back to the script, which one thread drives at a time.
-unsigned walkingThreads() {
-    constexpr unsigned kMost = 4;
-    return std::clamp(std::thread::hardware_concurrency(), 1U, kMost);
-}
-
 Error lastPosixError() { return Error::posix(errno); }
 
 Error changeTree(QVCatalogScript& script, const std::string& path, const Change& change) {
@@ -130,6 +122,7 @@ Error changeTree(QVCatalogScript& script, const std::string& path, const Change&
                                       fmt::format("{}: can't enumerate {}", change.name(), path));
     }
     ChangeVisitor visitor(script, change);
+    // Without rights the visitor may come back to the script, which one thread drives at a time.
     walkTree(std::move(folder), path, visitor, script.isPriviledged() ? walkingThreads() : 1);
     return {};
 }

@@ -1,7 +1,10 @@
+#include "platform/foundation/files/FileErrors.h"
+#include "platform/foundation/files/ItemPlace.h"
+#include "platform/foundation/files/Sync.h"
 #include "platform/foundation/files/UniqueFd.h"
+#include "platform/foundation/files/Volume.h"
 #include "platform/workspace/TrashInfo.h"
 #include "platform/workspace/TrashService.h"
-#include "platform/workspace/Volume.h"
 
 #include <fmt/format.h>
 
@@ -20,36 +23,14 @@ namespace {
 
 constexpr int kFolderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 constexpr mode_t kOwnerOnly = 0700;
-constexpr std::int64_t kNoSuchItem = 4;
-constexpr std::int64_t kNoTrash = 3328;
 
 Error trashError(const std::string& path, int errorNumber) {
-    std::int64_t code = 512;
-    switch (errorNumber) {
-    case ENOENT:
-        code = kNoSuchItem;
-        break;
-    case EXDEV:
-    case ENOTSUP:
-        code = kNoTrash;
-        break;
-    case EACCES:
-    case EPERM:
-        code = 513;
-        break;
-    case EROFS:
-        code = 642;
-        break;
-    case ENOSPC:
-    case EDQUOT:
-        code = 640;
-        break;
-    default:
-        break;
-    }
-    return {error_domain::kCocoa, code,
+    const bool hasNoTrash = errorNumber == EXDEV || errorNumber == ENOTSUP;
+    return {error_domain::kCocoa,
+            hasNoTrash ? cocoa_error::kFeatureUnsupported
+                       : cocoaFileCode(FileAccess::write, errorNumber),
             Value::dictionary(
-                {{"NSFilePath", Value::string(path)},
+                {{error_key::kFilePath, pathText(path)},
                  {error_key::kUnderlyingError, Value::error(Error::posix(errorNumber))}})};
 }
 
@@ -167,16 +148,18 @@ TrashOutcome moveInto(const Trash& trash, const std::string& path) {
     const auto failed = [&](int errorNumber) {
         return TrashOutcome{TrashOutcome::Kind::failed, "", trashError(path, errorNumber)};
     };
-    const UniqueFd parent(::open(parentOf(path).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    const tl::expected<ItemPlace, int> item = placeOf(path);
+    if (!item) {
+        return failed(item.error());
+    }
     const UniqueFd files = folderIn(trash.folder.get(), "files", Missing::make);
     const UniqueFd infos = files ? folderIn(trash.folder.get(), "info", Missing::make) : UniqueFd();
-    if (!parent || !files || !infos) {
+    if (!files || !infos) {
         return failed(errno);
     }
-    const std::string name = nameOf(path);
     const std::string text = trashInfoText(path, trash.volumeRoot);
     for (int attempt = 1;; ++attempt) {
-        const std::string chosen = trashName(name, attempt);
+        const std::string chosen = trashName(item->name, attempt);
         const int reserved = writeTrashInfo(infos.get(), chosen, text);
         if (reserved == EEXIST) {
             continue;
@@ -184,11 +167,12 @@ TrashOutcome moveInto(const Trash& trash, const std::string& path) {
         if (reserved != 0) {
             return failed(reserved);
         }
-        if (::renameat2(parent.get(), name.c_str(), files.get(), chosen.c_str(),
+        if (::renameat2(item->parent.get(), item->name.c_str(), files.get(), chosen.c_str(),
                         RENAME_NOREPLACE) == 0) {
             // Once it is answered as done, a power cut shall not bring it back nor lose it.
-            static_cast<void>(::fsync(files.get()));
-            static_cast<void>(::fsync(infos.get()));
+            static_cast<void>(syncFolder(files.get()));
+            static_cast<void>(syncFolder(infos.get()));
+            static_cast<void>(syncFolder(item->parent.get()));
             return {TrashOutcome::Kind::moved, trash.path + "/files/" + chosen, {}};
         }
         const int cause = errno;

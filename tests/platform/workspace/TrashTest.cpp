@@ -1,6 +1,6 @@
+#include "platform/foundation/files/Volume.h"
 #include "platform/workspace/TrashInfo.h"
 #include "platform/workspace/TrashService.h"
-#include "platform/workspace/Volume.h"
 #include "support/TemporaryDirectory.h"
 
 #include <fmt/format.h>

@@ -1,10 +1,10 @@
 // Recursive change of owner and mode over 100,000 files in 1,000 folders, through walkTree and
 // through GNU chown -R and chmod -R, taking turns; with one thread and with two. Goal: at most 0.8
-// of the peer's wall time and of its processor time. Each run is a process of its own, so that both
-// are charged alike.
+// of the peer's wall time and of its processor time.
 
 #include "platform/foundation/files/ChangeMode.h"
-#include "platform/foundation/files/TreeWalk.h"
+#include "platform/foundation/files/walk/TreeWalk.h"
+#include "support/Contest.h"
 
 #include <fmt/format.h>
 
@@ -12,16 +12,13 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
-#include <chrono>
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
 #include <functional>
 #include <stdexcept>
 #include <string>
-#include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
 
@@ -52,11 +49,6 @@ private:
     std::atomic<long> failures_ = 0;
 };
 
-struct Cost {
-    double wall = 0;
-    double processor = 0;
-};
-
 struct Contest {
     std::string name;
     // Each gets the number of the round, so that every run has something to change.
@@ -64,32 +56,6 @@ struct Contest {
     std::function<std::vector<std::string>(int)> peer;
     std::function<bool(const struct stat&, int)> isDone;
 };
-
-double seconds(const timeval& time) {
-    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
-}
-
-template <typename Body> Cost measure(const Body& body) {
-    const auto begin = std::chrono::steady_clock::now();
-    const pid_t child = ::fork();
-    if (child == 0) {
-        ::_exit(body());
-    }
-    int status = 0;
-    rusage usage{};
-    if (child < 0 || ::wait4(child, &status, 0, &usage) != child || status != 0) {
-        throw std::runtime_error("a run failed");
-    }
-    const std::chrono::duration<double> wall = std::chrono::steady_clock::now() - begin;
-    return {wall.count(), seconds(usage.ru_utime) + seconds(usage.ru_stime)};
-}
-
-int runProgram(std::vector<std::string> words) {
-    std::vector<char*> arguments(words.size() + 1, nullptr);
-    std::ranges::transform(words, arguments.begin(), [](std::string& word) { return word.data(); });
-    ::execv(arguments[0], arguments.data());
-    return 127;
-}
 
 void makeTree(const fs::path& root) {
     for (int folder = 0; folder < kFolders; ++folder) {
@@ -113,23 +79,6 @@ bool isDoneEverywhere(const fs::path& root, const Contest& contest, int round) {
                                               [&](const auto& item) { return check(item.path()); });
 }
 
-double median(std::vector<double> values) {
-    std::ranges::sort(values);
-    return values[values.size() / 2];
-}
-
-struct Costs {
-    std::string name;
-    std::vector<double> wall;
-    std::vector<double> processor;
-};
-
-void report(std::string_view what, double ours, double peer) {
-    const double ratio = ours / peer;
-    fmt::print("  {:<16} {:7.1f} ms   peer {:7.1f} ms   ratio {:.2f}   goal {}\n", what, ours * 1e3,
-               peer * 1e3, ratio, ratio <= kGoal ? "met" : "missed");
-}
-
 int walkAndApply(const fs::path& root, const Applying::Call& call, unsigned threads) {
     Applying visitor(call);
     const std::string parent = root.parent_path();
@@ -140,32 +89,31 @@ int walkAndApply(const fs::path& root, const Applying::Call& call, unsigned thre
 
 int runOne(std::size_t contestant, const Contest& contest, const fs::path& root, int step) {
     if (contestant == 0) {
-        return runProgram(contest.peer(step));
+        return qv::bench::runProgram(contest.peer(step));
     }
     const auto call = [&](const qv::TreeEntry& entry) { return contest.ours(entry, step); };
     return walkAndApply(root, call, static_cast<unsigned>(contestant));
 }
 
 void hold(const Contest& contest, const fs::path& root) {
-    std::array<Costs, 3> costs{{{"peer", {}, {}}, {"one thread", {}, {}}, {"two threads", {}, {}}}};
+    std::array<qv::bench::Costs, 3> costs;
     int step = 0;
     for (std::size_t round = 0; round < kRounds; ++round) {
         for (std::size_t turn = 0; turn < costs.size(); ++turn, ++step) {
             const std::size_t contestant = (turn + round) % costs.size();
-            const Cost cost = measure([&] { return runOne(contestant, contest, root, step); });
+            const qv::bench::Cost cost =
+                qv::bench::measure([&] { return runOne(contestant, contest, root, step); });
             if (!isDoneEverywhere(root, contest, step)) {
                 throw std::runtime_error(contest.name + ": a run left something undone");
             }
-            costs.at(contestant).wall.push_back(cost.wall);
-            costs.at(contestant).processor.push_back(cost.processor);
+            costs.at(contestant).add(cost);
         }
     }
     fmt::print("{}, {} files in {} folders, median of {} rounds\n", contest.name,
                kFolders * kFilesInFolder, kFolders, kRounds);
-    for (const std::size_t ours : {1U, 2U}) {
-        fmt::print(" {}\n", costs.at(ours).name);
-        report("wall time", median(costs.at(ours).wall), median(costs[0].wall));
-        report("processor time", median(costs.at(ours).processor), median(costs[0].processor));
+    for (const std::size_t threads : {1U, 2U}) {
+        fmt::print(" {}\n", threads == 1 ? "one thread" : "two threads");
+        qv::bench::report(costs.at(threads), costs[0], kGoal);
     }
 }
 

@@ -1,7 +1,8 @@
-#include "platform/foundation/files/TreeWalk.h"
+#include "platform/foundation/files/walk/TreeWalk.h"
 
-#include "platform/foundation/files/FolderQueue.h"
 #include "platform/foundation/files/UniqueFd.h"
+#include "platform/foundation/files/walk/FolderQueue.h"
+#include "platform/foundation/files/walk/HeldFolder.h"
 
 #include <algorithm>
 #include <array>
@@ -25,27 +26,11 @@ namespace qv {
 namespace {
 
 constexpr std::size_t kOpenFolders = 16; // of each thread
-constexpr std::size_t kWaitingFolders = 16;
-constexpr int kFolderFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
 
 struct ReadBuffer {
     static constexpr std::size_t kBytes = std::size_t{64} * 1024;
     alignas(dirent64) std::array<char, kBytes> bytes;
 };
-
-struct Identity {
-    dev_t device = 0;
-    ino_t inode = 0;
-    friend bool operator==(const Identity&, const Identity&) = default;
-};
-
-std::optional<Identity> identityOf(int fd) {
-    struct stat info{};
-    if (::fstat(fd, &info) != 0) {
-        return std::nullopt;
-    }
-    return Identity{info.st_dev, info.st_ino};
-}
 
 EntryType typeOfMode(mode_t mode) {
     switch (mode & S_IFMT) {
@@ -66,10 +51,11 @@ bool isDotOrDotDot(const char* name) {
 
 /// A folder that the walk is in.
 struct Folder {
-    UniqueFd fd;                      // none while the walk is far below
-    std::optional<Identity> identity; // known from the moment fd was given up
-    std::size_t pathLength = 0;       // the part of Walk::path_ that names this folder
-    off64_t position = 0;             // behind the entry that was taken last
+    HeldFolder held; // open unless the walk is far below
+    HeldFolder mirror;
+    std::unique_ptr<FolderQueue::Errands> errands; // once some of the content was handed out
+    std::size_t pathLength = 0;                    // the part of Walk::path_ that names this folder
+    off64_t position = 0;                          // behind the entry that was taken last
     std::unique_ptr<ReadBuffer> buffer;
     std::size_t filled = 0;
     std::size_t taken = 0;
@@ -80,20 +66,29 @@ class Walk {
 public:
     Walk(std::string path, TreeVisitor& visitor, FolderQueue& queue)
         : visitor_(visitor), queue_(queue), path_(std::move(path)) {}
+    Walk(const Walk&) = delete;
+    Walk& operator=(const Walk&) = delete;
+    Walk(Walk&&) = delete;
+    Walk& operator=(Walk&&) = delete;
+    ~Walk(); // waits for what was handed out
 
-    void run(UniqueFd root);
+    void run(UniqueFd root, UniqueFd mirror);
 
 private:
+    [[nodiscard]] bool goesOn() const { return !queue_.isAbandoned() && !visitor_.hasStopped(); }
+    [[nodiscard]] TreeEntry entryOf(const char* name, EntryType type) const;
     const dirent64* nextEntry();
     ssize_t readMore(Folder& folder);
     std::optional<EntryType> typeOf(const dirent64& entry);
     void enter(const char* name);
+    bool handOut(const char* name, UniqueFd& fd, UniqueFd& mirror);
+    void joinErrands(Folder& folder);
     void leave();
-    void resume(const UniqueFd& below);
+    void resume(const Folder& below);
     void descendAgain();
     bool closeUppermost();
     UniqueFd openFolder(int parent, const char* name);
-    void push(UniqueFd fd);
+    void push(UniqueFd fd, UniqueFd mirror);
     void recycle(Folder& folder);
     void reportFolder(int errorNumber);
     void report(const char* name, int errorNumber);
@@ -107,10 +102,18 @@ private:
     std::vector<std::unique_ptr<ReadBuffer>> spareBuffers_;
 };
 
-void Walk::run(UniqueFd root) {
-    push(std::move(root));
-    while (!folders_.empty() && !queue_.isAbandoned()) {
-        const dirent64* entry = nextEntry();
+Walk::~Walk() {
+    for (const Folder& folder : folders_) {
+        if (folder.errands) {
+            queue_.join(*folder.errands);
+        }
+    }
+}
+
+void Walk::run(UniqueFd root, UniqueFd mirror) {
+    push(std::move(root), std::move(mirror));
+    while (!folders_.empty()) {
+        const dirent64* entry = goesOn() ? nextEntry() : nullptr;
         if (entry == nullptr) {
             leave();
             continue;
@@ -122,11 +125,16 @@ void Walk::run(UniqueFd root) {
         if (!type) {
             continue;
         }
-        visitor_.visit({folders_.back().fd.get(), entry->d_name, *type, path_});
-        if (*type == EntryType::directory) {
+        visitor_.visit(entryOf(entry->d_name, *type));
+        if (*type == EntryType::directory && goesOn()) {
             enter(entry->d_name);
         }
     }
+}
+
+TreeEntry Walk::entryOf(const char* name, EntryType type) const {
+    const Folder& folder = folders_.back();
+    return {folder.held.get(), name, type, path_, folder.mirror.get()};
 }
 
 // None at the folder's end. The entry is valid until the next call for the same folder.
@@ -134,7 +142,7 @@ const dirent64* Walk::nextEntry() {
     Folder& folder = folders_.back();
     if (folder.taken == folder.filled) {
         const ssize_t count = readMore(folder);
-        if (count < 0 && errno != ENOENT) { // ENOENT: it was removed meanwhile
+        if (count < 0) {
             reportFolder(errno);
         }
         if (count <= 0) {
@@ -160,11 +168,12 @@ ssize_t Walk::readMore(Folder& folder) {
         spareBuffers_.pop_back();
         // The folder may have been opened again. Its positions outlive the descriptor: they are
         // what a file server, too, gets from its clients.
-        if (folder.position != 0 && ::lseek64(folder.fd.get(), folder.position, SEEK_SET) < 0) {
+        if (folder.position != 0 && !visitor_.removesItems() &&
+            ::lseek64(folder.held.get(), folder.position, SEEK_SET) < 0) {
             return -1;
         }
     }
-    return ::getdents64(folder.fd.get(), folder.buffer->bytes.data(), ReadBuffer::kBytes);
+    return ::getdents64(folder.held.get(), folder.buffer->bytes.data(), ReadBuffer::kBytes);
 }
 
 std::optional<EntryType> Walk::typeOf(const dirent64& entry) {
@@ -172,36 +181,73 @@ std::optional<EntryType> Walk::typeOf(const dirent64& entry) {
         return typeOfMode(static_cast<mode_t>(DTTOIF(entry.d_type)));
     }
     struct stat info{};
-    if (::fstatat(folders_.back().fd.get(), entry.d_name, &info,
+    if (::fstatat(folders_.back().held.get(), entry.d_name, &info,
                   AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT) == 0) {
         return typeOfMode(info.st_mode);
     }
-    if (errno != ENOENT) {
-        report(entry.d_name, errno);
-    }
+    report(entry.d_name, errno);
     return std::nullopt;
 }
 
 void Walk::enter(const char* name) {
-    UniqueFd fd = openFolder(folders_.back().fd.get(), name);
+    UniqueFd fd = openFolder(folders_.back().held.get(), name);
     if (!fd) {
-        if (errno != ENOENT) {
-            report(name, errno);
+        report(name, errno);
+        return;
+    }
+    if (!visitor_.enter(entryOf(name, EntryType::directory), fd.get())) {
+        return;
+    }
+    UniqueFd mirror;
+    if (folders_.back().mirror.isOpen()) {
+        mirror = openFolder(folders_.back().mirror.get(), name);
+        if (!mirror) {
+            visitor_.failed(path_ + "/" + name, Error::posix(errno));
+            return;
         }
+    }
+    if (handOut(name, fd, mirror)) {
         return;
     }
     path_ += '/';
     path_ += name; // stays valid until here: the parent's buffer is not given up before push
-    if (queue_.offer(fd, path_)) {
-        path_.resize(folders_.back().pathLength);
-        return;
-    }
-    push(std::move(fd));
+    push(std::move(fd), std::move(mirror));
 }
 
-void Walk::push(UniqueFd fd) {
+bool Walk::handOut(const char* name, UniqueFd& fd, UniqueFd& mirror) {
+    if (!queue_.wantsJobs()) {
+        return false;
+    }
+    Folder& parent = folders_.back();
+    if (!parent.errands) {
+        parent.errands = std::make_unique<FolderQueue::Errands>();
+    }
+    FolderQueue::Job job{std::move(fd), std::move(mirror), path_ + "/" + name,
+                         parent.errands.get()};
+    if (queue_.offer(job)) {
+        parent.errands->names.emplace_back(name);
+        return true;
+    }
+    fd = std::move(job.folder);
+    mirror = std::move(job.mirror);
+    return false;
+}
+
+void Walk::joinErrands(Folder& folder) {
+    if (!folder.errands) {
+        return;
+    }
+    queue_.join(*folder.errands);
+    for (const std::string& name : folder.errands->names) {
+        visitor_.leave(entryOf(name.c_str(), EntryType::directory));
+    }
+    folder.errands.reset();
+}
+
+void Walk::push(UniqueFd fd, UniqueFd mirror) {
     Folder folder;
-    folder.fd = std::move(fd);
+    folder.held = HeldFolder(std::move(fd));
+    folder.mirror = HeldFolder(std::move(mirror));
     folder.pathLength = path_.size();
     folders_.push_back(std::move(folder));
     if (folders_.size() - firstOpen_ >= kOpenFolders) {
@@ -210,46 +256,58 @@ void Walk::push(UniqueFd fd) {
 }
 
 void Walk::leave() {
+    joinErrands(folders_.back());
+    visitor_.finish(folders_.back().held.get(), folders_.back().mirror.get(), path_);
     Folder left = std::move(folders_.back());
     folders_.pop_back();
     recycle(left);
     if (folders_.empty()) {
         return;
     }
-    path_.resize(folders_.back().pathLength);
-    if (!folders_.back().fd) {
-        resume(left.fd);
+    const std::size_t parentLength = folders_.back().pathLength;
+    const std::string name = path_.substr(parentLength + 1);
+    const std::size_t depth = folders_.size();
+    path_.resize(parentLength);
+    if (!folders_.back().held.isOpen()) {
+        resume(left);
+    }
+    if (folders_.size() == depth) {
+        visitor_.leave(entryOf(name.c_str(), EntryType::directory));
     }
 }
 
 // Opens the last folder again from one that was directly in it.
-void Walk::resume(const UniqueFd& below) {
+void Walk::resume(const Folder& below) {
     Folder& folder = folders_.back();
     firstOpen_ = folders_.size() - 1;
-    UniqueFd fd = openFolder(below.get(), "..");
-    if (!fd || !folder.identity || identityOf(fd.get()) != folder.identity) {
+    if (!folder.held.reopen(below.held.get(), "..") ||
+        (below.mirror.isOpen() && !folder.mirror.reopen(below.mirror.get(), ".."))) {
+        folder.held.giveUp();
         descendAgain();
-        return;
     }
-    folder.fd = std::move(fd);
 }
 
 // The last folder cannot be reached from below: goes down to it from the root, by name, and gives
 // up, with a report each, those that no longer stand where they stood.
 void Walk::descendAgain() {
+    const bool mirrored = folders_.front().mirror.isOpen();
     std::size_t reached = 0;
-    UniqueFd fd;
     int cause = 0;
     while (reached + 1 < folders_.size()) {
-        const Folder& wanted = folders_[reached + 1];
-        const std::size_t begin = folders_[reached].pathLength + 1;
+        const Folder& parent = folders_[reached];
+        Folder& wanted = folders_[reached + 1];
+        const std::size_t begin = parent.pathLength + 1;
         const std::string name = path_.substr(begin, wanted.pathLength - begin);
-        UniqueFd next = openFolder(fd ? fd.get() : folders_.front().fd.get(), name.c_str());
-        if (!next || !wanted.identity || identityOf(next.get()) != wanted.identity) {
-            cause = next ? ESTALE : errno;
+        if (!wanted.held.reopen(parent.held.get(), name.c_str()) ||
+            (mirrored && !wanted.mirror.reopen(parent.mirror.get(), name.c_str()))) {
+            cause = errno;
+            wanted.held.giveUp();
             break;
         }
-        fd = std::move(next);
+        if (reached > 0) {
+            folders_[reached].held.giveUp();
+            folders_[reached].mirror.giveUp();
+        }
         ++reached;
     }
     while (folders_.size() > reached + 1) {
@@ -258,28 +316,25 @@ void Walk::descendAgain() {
         path_.resize(folders_.back().pathLength);
     }
     firstOpen_ = std::max<std::size_t>(reached, 1);
-    if (fd) {
-        folders_.back().fd = std::move(fd);
-    }
 }
 
-// Gives up the descriptor of the open folder that is needed last; false when none can be spared.
+// Gives up the descriptors of the open folder that is needed last; false when none can be spared.
 bool Walk::closeUppermost() {
     if (firstOpen_ + 1 >= folders_.size()) {
         return false;
     }
     Folder& folder = folders_[firstOpen_];
-    folder.identity = identityOf(folder.fd.get());
-    folder.fd.reset();
+    folder.held.giveUp();
+    folder.mirror.giveUp();
     recycle(folder);
     ++firstOpen_;
     return true;
 }
 
 UniqueFd Walk::openFolder(int parent, const char* name) {
-    UniqueFd fd(::openat(parent, name, kFolderFlags | O_NOFOLLOW));
+    UniqueFd fd = openFolderIn(parent, name);
     while (!fd && (errno == EMFILE || errno == ENFILE) && closeUppermost()) {
-        fd = UniqueFd(::openat(parent, name, kFolderFlags | O_NOFOLLOW));
+        fd = openFolderIn(parent, name);
     }
     return fd;
 }
@@ -293,33 +348,37 @@ void Walk::recycle(Folder& folder) {
 }
 
 void Walk::reportFolder(int errorNumber) {
-    visitor_.failed(path_.empty() ? "/" : path_, Error::posix(errorNumber));
+    const std::string path = path_.empty() ? "/" : path_;
+    if (errorNumber == ENOENT) {
+        visitor_.vanished(path);
+    } else {
+        visitor_.failed(path, Error::posix(errorNumber));
+    }
 }
 
 void Walk::report(const char* name, int errorNumber) {
-    visitor_.failed(path_ + "/" + name, Error::posix(errorNumber));
-}
-
-void work(FolderQueue& queue, TreeVisitor& visitor) {
-    while (std::optional<FolderQueue::Job> job = queue.take()) {
-        try {
-            Walk(std::move(job->path), visitor, queue).run(std::move(job->folder));
-        } catch (...) { // whatever it is, it reaches the caller
-            queue.abandon(std::current_exception());
-        }
-        queue.finish();
+    const std::string path = path_ + "/" + name;
+    if (errorNumber == ENOENT) {
+        visitor_.vanished(path);
+    } else {
+        visitor_.failed(path, Error::posix(errorNumber));
     }
 }
 
-void workWithHelpers(FolderQueue& queue, TreeVisitor& visitor, unsigned helpers) {
-    std::vector<std::jthread> crew;
+void walk(FolderQueue& queue, TreeVisitor& visitor, FolderQueue::Job& job) {
     try {
-        for (unsigned i = 0; i < helpers; ++i) {
-            crew.emplace_back([&] { work(queue, visitor); });
-        }
-    } catch (const std::system_error&) { // NOLINT(bugprone-empty-catch): those there are do it
+        Walk(job.path == "/" ? "" : job.path, visitor, queue)
+            .run(std::move(job.folder), std::move(job.mirror));
+    } catch (...) { // whatever it is, it reaches the caller
+        queue.abandon(std::current_exception());
     }
-    work(queue, visitor);
+}
+
+void help(FolderQueue& queue, TreeVisitor& visitor) {
+    while (std::optional<FolderQueue::Job> job = queue.take()) {
+        walk(queue, visitor, *job);
+        queue.finish(*job);
+    }
 }
 
 } // namespace
@@ -338,7 +397,8 @@ Error walkTree(std::string_view rootPath, RootLink rootLink, TreeVisitor& visito
         path.pop_back(); // with a trailing slash the kernel would follow a link
     }
     const bool follow = rootLink == RootLink::follow;
-    UniqueFd root(::openat(AT_FDCWD, path.c_str(), kFolderFlags | (follow ? 0 : O_NOFOLLOW)));
+    UniqueFd root(::openat(AT_FDCWD, path.c_str(),
+                           O_RDONLY | O_DIRECTORY | O_CLOEXEC | (follow ? 0 : O_NOFOLLOW)));
     if (!root) {
         const int cause = errno;
         struct stat info{};
@@ -352,10 +412,30 @@ Error walkTree(std::string_view rootPath, RootLink rootLink, TreeVisitor& visito
 }
 
 void walkTree(UniqueFd folder, std::string path, TreeVisitor& visitor, unsigned threads) {
-    FolderQueue queue({std::move(folder), path == "/" ? std::string() : std::move(path)},
-                      threads > 1 ? kWaitingFolders : 0);
-    workWithHelpers(queue, visitor, threads > 1 ? threads - 1 : 0);
+    walkTrees(std::move(folder), UniqueFd(), std::move(path), visitor, threads);
+}
+
+void walkTrees(UniqueFd folder, UniqueFd mirror, std::string path, TreeVisitor& visitor,
+               unsigned threads) {
+    FolderQueue queue;
+    {
+        std::vector<std::jthread> crew;
+        try {
+            for (unsigned i = 1; i < threads; ++i) {
+                crew.emplace_back([&] { help(queue, visitor); });
+            }
+        } catch (const std::system_error&) { // NOLINT(bugprone-empty-catch): those there are do it
+        }
+        FolderQueue::Job root{std::move(folder), std::move(mirror), std::move(path)};
+        walk(queue, visitor, root);
+        queue.close();
+    }
     queue.rethrow();
+}
+
+unsigned walkingThreads() {
+    constexpr unsigned kMost = 4;
+    return std::clamp(std::thread::hardware_concurrency(), 1U, kMost);
 }
 
 } // namespace qv

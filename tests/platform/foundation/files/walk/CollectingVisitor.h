@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/foundation/files/TreeWalk.h"
+#include "platform/foundation/files/walk/TreeWalk.h"
 
 #include <algorithm>
 #include <cstddef>

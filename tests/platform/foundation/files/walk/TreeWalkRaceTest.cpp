@@ -1,5 +1,5 @@
-#include "platform/foundation/files/CollectingVisitor.h"
-#include "platform/foundation/files/TreeWalk.h"
+#include "platform/foundation/files/walk/CollectingVisitor.h"
+#include "platform/foundation/files/walk/TreeWalk.h"
 #include "support/TemporaryDirectory.h"
 
 #include <gmock/gmock.h>

@@ -1,4 +1,4 @@
-#include "platform/workspace/Volume.h"
+#include "platform/foundation/files/Volume.h"
 
 #include <algorithm>
 #include <array>
@@ -101,6 +101,12 @@ std::optional<Volume> volumeOf(const std::string& path) {
         }
     }
     return std::nullopt;
+}
+
+bool isMountPoint(int folder) noexcept {
+    struct statx info{};
+    return ::statx(folder, "", AT_EMPTY_PATH | AT_STATX_DONT_SYNC, 0, &info) == 0 &&
+           (info.stx_attributes & kMountRoot) != 0;
 }
 
 bool isVolumeRoot(const std::string& path) {

@@ -20,6 +20,9 @@ struct Volume {
 
 /// The volume of an item; a link is an item itself. None when it cannot be examined.
 [[nodiscard]] std::optional<Volume> volumeOf(const std::string& path);
+/// Whether an open folder is where something is mounted. Like all here it needs Linux 5.8; before,
+/// no folder is known to be one.
+[[nodiscard]] bool isMountPoint(int folder) noexcept;
 /// Whether a path names the root of a volume.
 [[nodiscard]] bool isVolumeRoot(const std::string& path);
 

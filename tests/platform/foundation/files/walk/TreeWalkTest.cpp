@@ -1,7 +1,7 @@
-#include "platform/foundation/files/TreeWalk.h"
+#include "platform/foundation/files/walk/TreeWalk.h"
 
-#include "platform/foundation/files/CollectingVisitor.h"
 #include "platform/foundation/files/UniqueFd.h"
+#include "platform/foundation/files/walk/CollectingVisitor.h"
 #include "support/TemporaryDirectory.h"
 
 #include <gmock/gmock.h>

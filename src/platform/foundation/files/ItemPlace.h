@@ -1,0 +1,32 @@
+#pragma once
+
+#include "platform/foundation/files/UniqueFd.h"
+
+#include <tl/expected.hpp>
+
+#include <string>
+
+namespace qv {
+
+/// An item as its folder, held open, and its name in there: what the *at calls want. From here on
+/// the item is not looked for by its path any more. A link is an item itself.
+struct ItemPlace {
+    UniqueFd parent; ///< for lookups only (O_PATH)
+    std::string name;
+    std::string path; ///< for messages
+};
+
+/// Finds the folder of an absolute path. Links on the way are followed, except that root does not
+/// let other users lead it: a link of theirs has to lead to a folder of the same owner. The error
+/// is an errno: EBUSY for the root, EINVAL when the path ends in "." or "..", ELOOP for a link that
+/// leads where it must not.
+[[nodiscard]] tl::expected<ItemPlace, int> placeOf(const std::string& path);
+
+/// An item beside another one.
+[[nodiscard]] tl::expected<ItemPlace, int> placeBeside(const ItemPlace& item,
+                                                       const std::string& name);
+
+/// Whether a folder is another one or lies below it.
+[[nodiscard]] bool isInside(int folder, int outer);
+
+} // namespace qv

@@ -1,0 +1,130 @@
+#include "platform/foundation/files/RemoveItem.h"
+
+#include "platform/foundation/files/FirstFailure.h"
+#include "platform/foundation/files/Volume.h"
+#include "platform/foundation/files/walk/HeldFolder.h"
+#include "platform/foundation/files/walk/TreeWalk.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace qv {
+
+namespace {
+
+// Whether an item is what was copied. Not all file systems keep dates as exactly as the others.
+bool isSameAsCopy(int parent, const char* name, int copyParent, const char* copyName) {
+    constexpr std::int64_t kCoarsest = 2; // seconds
+    struct stat item{};
+    struct stat copy{};
+    if (::fstatat(parent, name, &item, AT_SYMLINK_NOFOLLOW) != 0) {
+        return errno == ENOENT;
+    }
+    return ::fstatat(copyParent, copyName, &copy, AT_SYMLINK_NOFOLLOW) == 0 &&
+           (item.st_mode & S_IFMT) == (copy.st_mode & S_IFMT) && item.st_size == copy.st_size &&
+           std::abs(item.st_mtim.tv_sec - copy.st_mtim.tv_sec) < kCoarsest;
+}
+
+class RemovingVisitor final : public TreeVisitor {
+public:
+    void visit(const TreeEntry& entry) override {
+        if (entry.type == EntryType::directory) {
+            return;
+        }
+        if (entry.mirrorFd >= 0 &&
+            !isSameAsCopy(entry.parentFd, entry.name, entry.mirrorFd, entry.name)) {
+            fail(entry.path(), EBUSY);
+            return;
+        }
+        if (::unlinkat(entry.parentFd, entry.name, 0) != 0 && errno != ENOENT) {
+            fail(entry.path(), errno);
+        }
+    }
+
+    bool enter(const TreeEntry& folder, int folderFd) override {
+        if (isMountPoint(folderFd)) {
+            fail(folder.path(), EBUSY);
+            return false;
+        }
+        return true;
+    }
+
+    void leave(const TreeEntry& folder) override {
+        if (!hasStopped() && ::unlinkat(folder.parentFd, folder.name, AT_REMOVEDIR) != 0 &&
+            errno != ENOENT) {
+            fail(folder.path(), errno);
+        }
+    }
+
+    void failed(const std::string& path, const Error& error) override {
+        // A folder that the copy has not: it is new.
+        fail(path, error.code() == ENOENT ? EBUSY : static_cast<int>(error.code()));
+    }
+
+    [[nodiscard]] bool hasStopped() const override { return failure_.isSet(); }
+    [[nodiscard]] bool removesItems() const override { return true; }
+    [[nodiscard]] std::optional<FileFailure> failure() { return failure_.take(); }
+
+private:
+    void fail(std::string path, int errorNumber) {
+        // Somebody fills the folder again: whoever removes it has no say in that.
+        failure_.set({errorNumber == ENOTEMPTY ? EPERM : errorNumber, FileAccess::write,
+                      std::move(path), ""});
+    }
+
+    FirstFailure failure_;
+};
+
+std::optional<FileFailure> remove(const ItemPlace& item, const ItemPlace* copy) {
+    const auto failed = [&](int errorNumber) {
+        return FileFailure{errorNumber, FileAccess::write, item.path, ""};
+    };
+    struct stat info{};
+    if (::fstatat(item.parent.get(), item.name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) {
+        return failed(errno);
+    }
+    if (!S_ISDIR(info.st_mode)) {
+        if (copy != nullptr && !isSameAsCopy(item.parent.get(), item.name.c_str(),
+                                             copy->parent.get(), copy->name.c_str())) {
+            return failed(EBUSY);
+        }
+        const bool done = ::unlinkat(item.parent.get(), item.name.c_str(), 0) == 0;
+        return done ? std::nullopt : std::optional(failed(errno));
+    }
+    UniqueFd folder = openFolderIn(item.parent.get(), item.name.c_str());
+    if (!folder) {
+        return failed(errno);
+    }
+    if (isMountPoint(folder.get())) {
+        return failed(EBUSY);
+    }
+    UniqueFd mirror;
+    if (copy != nullptr) {
+        mirror = openFolderIn(copy->parent.get(), copy->name.c_str());
+        if (!mirror) {
+            return failed(errno);
+        }
+    }
+    RemovingVisitor visitor;
+    walkTrees(std::move(folder), std::move(mirror), item.path, visitor, walkingThreads());
+    if (std::optional<FileFailure> failure = visitor.failure()) {
+        return failure;
+    }
+    if (::unlinkat(item.parent.get(), item.name.c_str(), AT_REMOVEDIR) != 0) {
+        return failed(errno == ENOTEMPTY ? EPERM : errno);
+    }
+    return std::nullopt;
+}
+
+} // namespace
+
+std::optional<FileFailure> removeItem(const ItemPlace& item) { return remove(item, nullptr); }
+
+std::optional<FileFailure> removeCopiedItem(const ItemPlace& item, const ItemPlace& copy) {
+    return remove(item, &copy);
+}
+
+} // namespace qv

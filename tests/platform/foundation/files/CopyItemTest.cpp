@@ -1,0 +1,248 @@
+#include "platform/foundation/files/FileManager.h"
+#include "support/SmallFileSystem.h"
+#include "support/TemporaryDirectory.h"
+#include "support/TreeListing.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cerrno>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <sys/un.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+
+namespace qv {
+namespace {
+
+using test::listingOf;
+
+std::optional<URL> urlOf(const fs::path& path) { return URL::fileURLWithPath(path.native()); }
+
+// rwx for the owner, rx for user 4711, nothing else: an access list as the kernel stores it.
+constexpr std::string_view kAccessList{
+    "\2\0\0\0\1\0\7\0\377\377\377\377\2\0\5\0\147\22\0\0\4\0\0\0\377\377\377\377\20\0\5\0\377\377"
+    "\377\377\40\0\0\0\377\377\377\377",
+    44};
+
+bool setAttribute(const fs::path& path, const char* name, std::string_view value) {
+    return ::lsetxattr(path.c_str(), name, value.data(), value.size(), 0) == 0;
+}
+
+std::string attribute(const fs::path& path, const char* name) {
+    std::string value(65536, '\0');
+    const ssize_t size = ::lgetxattr(path.c_str(), name, value.data(), value.size());
+    value.resize(size > 0 ? static_cast<std::size_t>(size) : 0);
+    return value;
+}
+
+struct stat statusOf(const fs::path& path) {
+    struct stat info{};
+    EXPECT_EQ(::lstat(path.c_str(), &info), 0) << path;
+    return info;
+}
+
+class CopyItem : public testing::Test {
+protected:
+    [[nodiscard]] Error copy(std::string_view from, std::string_view to) const {
+        return FileManager::copyItemAtURL(urlOf(top / from), urlOf(top / to));
+    }
+    test::TemporaryDirectory top;
+};
+
+void makeSocket(const fs::path& path) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.native().copy(address.sun_path, sizeof address.sun_path - 1);
+    const int socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    ASSERT_EQ(::bind(socket, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    ::close(socket);
+}
+
+TEST_F(CopyItem, KeepsAllThatAnItemIs) {
+    top.write("tree/empty", "");
+    top.write("tree/inner/script", std::string(200'000, 's'));
+    top.write("tree/inner/read-only/file", "r");
+    fs::create_directory(top / "tree/nothing in it");
+    top.write("tree/" + std::string(255, 'n'), "long");
+    top.write("tree/not \xFF UTF-8", "bytes");
+    fs::create_symlink("../nowhere", top / "tree/dangling");
+    fs::create_symlink("inner", top / "tree/link");
+    ASSERT_EQ(::mkfifo((top / "tree/fifo").c_str(), 0640), 0);
+    makeSocket(top / "tree/socket");
+    fs::permissions(top / "tree/inner/script", fs::perms(04755));
+    fs::permissions(top / "tree/inner/read-only", fs::perms(0500));
+    fs::permissions(top / "tree/nothing in it", fs::perms(03711));
+    if (::geteuid() == 0) {
+        ASSERT_EQ(::mknod((top / "tree/null").c_str(), S_IFCHR | 0600, makedev(1, 3)), 0);
+        for (const char* name : {"tree/inner", "tree/link", "tree/fifo", "tree/empty"}) {
+            ASSERT_EQ(::lchown((top / name).c_str(), 4711, 4712), 0);
+        }
+    }
+    const std::array<timespec, 2> long_ago{timespec{1'000'000, 5},
+                                           timespec{2'000'000, 123'456'789}};
+    for (const char* name : {"tree/inner", "tree/link", "tree/fifo", "tree/empty", "tree"}) {
+        ASSERT_EQ(::utimensat(AT_FDCWD, (top / name).c_str(), long_ago.data(), AT_SYMLINK_NOFOLLOW),
+                  0);
+    }
+    const std::string before = listingOf(top / "tree");
+    ASSERT_FALSE(copy("tree", "copy"));
+    EXPECT_EQ(listingOf(top / "copy"), before);
+    EXPECT_EQ(listingOf(top / "tree"), before);
+    EXPECT_EQ(test::contentOf(top / "copy/inner/script"), std::string(200'000, 's'));
+    // Each kind by itself as well, as the top of what is copied.
+    for (const std::string name : {"empty", "link", "dangling", "fifo", "socket", "inner/script"}) {
+        ASSERT_FALSE(copy("tree/" + name, "single")) << name;
+        const struct stat from = statusOf(top / "tree" / name);
+        const struct stat to = statusOf(top / "single");
+        EXPECT_EQ(from.st_mode, to.st_mode) << name;
+        EXPECT_EQ(from.st_uid, to.st_uid) << name;
+        EXPECT_EQ(from.st_mtim.tv_nsec, to.st_mtim.tv_nsec) << name;
+        fs::remove(top / "single");
+    }
+}
+
+TEST_F(CopyItem, KeepsAttributesAndAccessListsAndTakesNoneFromItsParent) {
+    top.write("tree/file", "f");
+    top.write("tree/plain", "p");
+    fs::create_directory(top / "tree/folder");
+    if (!setAttribute(top / "tree/file", "user.note", "kept") ||
+        !setAttribute(top / "tree/file", "system.posix_acl_access", kAccessList)) {
+        GTEST_SKIP() << "this file system has no attributes or access lists";
+    }
+    const std::string large(3000, 'v');
+    ASSERT_TRUE(setAttribute(top / "tree", "user.large", large));
+    ASSERT_TRUE(setAttribute(top / "tree/folder", "system.posix_acl_default", kAccessList));
+    // What is made in the destination's folder would take after it.
+    fs::create_directory(top / "sticky");
+    ASSERT_TRUE(setAttribute(top / "sticky", "system.posix_acl_default", kAccessList));
+    fs::permissions(top / "sticky", fs::perms(02777));
+    if (::geteuid() == 0) {
+        ASSERT_EQ(::chown((top / "sticky").c_str(), 0, 4712), 0);
+        ASSERT_EQ(::chmod((top / "sticky").c_str(), 02777), 0);
+    }
+    const std::string before = listingOf(top / "tree");
+    ASSERT_FALSE(copy("tree", "sticky/tree"));
+    EXPECT_EQ(listingOf(top / "sticky/tree"), before);
+    EXPECT_EQ(attribute(top / "sticky/tree/file", "user.note"), "kept");
+    EXPECT_EQ(attribute(top / "sticky/tree", "user.large"), large);
+    EXPECT_EQ(attribute(top / "sticky/tree/file", "system.posix_acl_access"), kAccessList);
+    EXPECT_EQ(attribute(top / "sticky/tree/folder", "system.posix_acl_default"), kAccessList);
+    for (const char* name : {"tree", "tree/plain", "tree/folder"}) {
+        EXPECT_EQ(attribute(top / "sticky" / name, "system.posix_acl_access"), "") << name;
+    }
+    ASSERT_FALSE(copy("tree/plain", "sticky/plain"));
+    EXPECT_EQ(attribute(top / "sticky/plain", "system.posix_acl_access"), "");
+    EXPECT_EQ(statusOf(top / "sticky/plain").st_gid, statusOf(top / "tree/plain").st_gid);
+}
+
+TEST_F(CopyItem, KeepsHardLinksInsideTheTree) {
+    const fs::path first = top.write("tree/a/first", "shared");
+    fs::create_directories(top / "tree/b/c");
+    fs::create_hard_link(first, top / "tree/b/c/second");
+    fs::create_hard_link(first, top / "tree/third");
+    fs::create_hard_link(top.write("tree/lonely", "x"), top / "outside");
+    ASSERT_FALSE(copy("tree", "copy"));
+    const struct stat one = statusOf(top / "copy/a/first");
+    EXPECT_EQ(one.st_nlink, 3U);
+    EXPECT_EQ(one.st_ino, statusOf(top / "copy/b/c/second").st_ino);
+    EXPECT_EQ(one.st_ino, statusOf(top / "copy/third").st_ino);
+    EXPECT_NE(one.st_ino, statusOf(first).st_ino);
+    EXPECT_EQ(statusOf(top / "copy/lonely").st_nlink, 1U);
+    EXPECT_EQ(test::contentOf(top / "copy/third"), "shared");
+}
+
+TEST_F(CopyItem, KeepsHoles) {
+    constexpr off_t kSize = 64 << 20;
+    const fs::path sparse = top.write("sparse", "begin");
+    fs::resize_file(sparse, kSize);
+    std::fstream(sparse, std::ios::in | std::ios::out).seekp(kSize / 2).write("middle", 6);
+    ASSERT_FALSE(copy("sparse", "copy"));
+    EXPECT_LE(statusOf(top / "copy").st_blocks, statusOf(sparse).st_blocks);
+    EXPECT_EQ(test::contentOf(top / "copy"), test::contentOf(sparse));
+    fs::resize_file(top.write("hole", ""), kSize);
+    ASSERT_FALSE(copy("hole", "hole copy"));
+    EXPECT_EQ(statusOf(top / "hole copy").st_blocks, 0);
+    EXPECT_EQ(fs::file_size(top / "hole copy"), static_cast<std::uintmax_t>(kSize));
+}
+
+TEST_F(CopyItem, CopiesFilesWhoseSizeNobodyKnows) {
+    ASSERT_FALSE(FileManager::copyItemAtURL(urlOf("/proc/version"), urlOf(top / "version")));
+    EXPECT_EQ(test::contentOf(top / "version"), test::contentOf("/proc/version"));
+}
+
+// Nothing half stands under the destination's name, and what was there before is untouched.
+TEST_F(CopyItem, LeavesNothingWhenItFails) {
+    const test::SmallFileSystem small(top / "small");
+    if (!small.isMounted()) {
+        GTEST_SKIP() << "mounting needs root";
+    }
+    top.write("tree/a/small", "s");
+    top.write("tree/b/large", std::string(3 << 20, 'l'));
+    const Error full = copy("tree", "small/copy");
+    EXPECT_EQ(full.code(), 640);
+    EXPECT_EQ(*full.userInfo().find("NSFilePath"), Value::string((top / "tree/b/large").native()));
+    EXPECT_EQ(*full.userInfo().find("NSDestinationFilePath"),
+              Value::string((top / "small/copy/b/large").native()));
+    EXPECT_FALSE(fs::exists(top / "small/copy"));
+    EXPECT_EQ(copy("tree/b/large", "small/file").code(), 640);
+    EXPECT_FALSE(fs::exists(top / "small/file"));
+    EXPECT_TRUE(fs::is_empty(top / "small"));
+    EXPECT_FALSE(copy("tree/a", "small/a")) << "all of the room is there again";
+    ASSERT_EQ(::mount(nullptr, (top / "small").c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr),
+              0);
+    EXPECT_EQ(copy("tree/a", "small/b").code(), 642);
+}
+
+TEST_F(CopyItem, IsRefusedIntoItself) {
+    top.write("tree/inner/file", "");
+    for (const char* to : {"tree/copy", "tree/inner/copy"}) {
+        const Error error = copy("tree", to);
+        EXPECT_EQ(error.code(), 512);
+        EXPECT_EQ(error.userInfo().find("NSUnderlyingError")->asError().code(), EINVAL);
+        EXPECT_FALSE(fs::exists(top / to));
+    }
+    EXPECT_EQ(copy("tree/inner", "tree").code(), 516) << "the reverse";
+    EXPECT_FALSE(copy("tree/inner", "tree/sibling"));
+}
+
+// 10,000 folders below each other are neither too many descriptors nor too deep a stack.
+TEST_F(CopyItem, IsNotAfraidOfDepth) {
+    constexpr int kDepth = 10'000;
+    const test::SmallFileSystem quick(top / "memory", 256); // a folder of the disk without root
+    fs::create_directory(top / "memory/deep");
+    int folder = ::open((top / "memory/deep").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    for (int level = 0; level < kDepth; ++level) {
+        ASSERT_EQ(::mkdirat(folder, "d", 0700), 0);
+        const int file = ::openat(folder, "f", O_CREAT | O_WRONLY | O_CLOEXEC, 0600);
+        ::close(file);
+        const int next = ::openat(folder, "d", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        ::close(folder);
+        folder = next;
+    }
+    ::close(folder);
+    ASSERT_FALSE(copy("memory/deep", "memory/copy"));
+    int level = 0;
+    folder = ::open((top / "memory/copy").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    for (int next = folder; next >= 0; ++level) {
+        EXPECT_EQ(::faccessat(folder, "f", F_OK, 0), level < kDepth ? 0 : -1) << level;
+        next = ::openat(folder, "d", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        ::close(folder);
+        folder = next;
+    }
+    EXPECT_EQ(level, kDepth + 1);
+    EXPECT_FALSE(FileManager::removeItemAtURL(urlOf(top / "memory/copy")));
+    EXPECT_FALSE(FileManager::removeItemAtURL(urlOf(top / "memory/deep")));
+    EXPECT_TRUE(fs::is_empty(top / "memory"));
+}
+
+} // namespace
+} // namespace qv

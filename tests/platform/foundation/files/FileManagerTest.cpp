@@ -1,0 +1,292 @@
+#include "platform/foundation/files/FileManager.h"
+
+#include "platform/foundation/files/ItemPlace.h"
+#include "support/SmallFileSystem.h"
+#include "support/TemporaryDirectory.h"
+#include "support/TreeListing.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <string>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+
+namespace qv {
+namespace {
+
+std::optional<URL> urlOf(const fs::path& path) { return URL::fileURLWithPath(path.native()); }
+
+class FileManagerTest : public testing::Test {
+protected:
+    test::TemporaryDirectory top;
+};
+
+/// The four ways to touch an item.
+struct Operation {
+    const char* name;
+    Error (*call)(const std::optional<URL>& item, const std::optional<URL>& other);
+};
+constexpr Operation kOperations[] = {
+    {"remove", [](const auto& item, const auto&) { return FileManager::removeItemAtURL(item); }},
+    {"copy",
+     [](const auto& item, const auto& other) { return FileManager::copyItemAtURL(item, other); }},
+    {"move",
+     [](const auto& item, const auto& other) { return FileManager::moveItemAtURL(item, other); }},
+    {"copy to",
+     [](const auto& item, const auto& other) { return FileManager::copyItemAtURL(other, item); }},
+    {"move to",
+     [](const auto& item, const auto& other) { return FileManager::moveItemAtURL(other, item); }},
+};
+
+TEST_F(FileManagerTest, RefusesURLsThatNameNoItem) {
+    struct Case {
+        const char* text;
+        std::int64_t code;
+    };
+    const std::string base = "file://" + top.path().native();
+    const std::string encodedSlash = base + "%2Fcanary";
+    const std::string encodedNul = base + "/canary%00.txt";
+    const std::string climbing = base + "/folder/..";
+    const std::string here = base + "/folder/.";
+    const std::string longName = base + "/" + std::string(256, 'n');
+    const std::string longPath = base + "/" + std::string(2100, 'x').replace(0, 0, "") + "/" + [] {
+        std::string deep;
+        for (int i = 0; i < 2048; ++i) {
+            deep += "d/";
+        }
+        return deep;
+    }() + "x";
+    const Case cases[] = {
+        {"http://host/canary", 262},
+        {"canary", 262},
+        {"", 262},
+        {"/tmp/canary", 262},
+        {"file:", 4},
+        {"file:relative", 258},
+        {encodedSlash.c_str(), 258},
+        {encodedNul.c_str(), 258},
+        {"file:///", 512},
+        {climbing.c_str(), 512},
+        {here.c_str(), 512},
+        {longName.c_str(), 514},
+        {longPath.c_str(), 514},
+    };
+    top.write("canary", "alive");
+    top.write("folder/inner", "alive");
+    const std::string before = test::listingOf(top.path());
+    for (const Operation& operation : kOperations) {
+        for (const Case& test : cases) {
+            const Error error =
+                operation.call(URL::URLWithString(test.text), urlOf(top / "canary/x"));
+            ASSERT_TRUE(error) << operation.name << " " << test.text;
+            EXPECT_EQ(error.domain(), error_domain::kCocoa);
+            if (std::string_view(operation.name).ends_with(" to")) {
+                continue; // the other URL's fault may be found first
+            }
+            const bool reading = std::string_view(operation.name) == "copy";
+            const std::int64_t code =
+                !reading || test.code < 500 ? test.code : (test.code == 514 ? 258 : 256);
+            EXPECT_EQ(error.code(), code) << operation.name << " " << test.text;
+        }
+        const Error error = operation.call(std::nullopt, urlOf(top / "other"));
+        EXPECT_EQ(error.code(), 4) << operation.name;
+    }
+    EXPECT_EQ(test::listingOf(top.path()), before);
+}
+
+TEST_F(FileManagerTest, TellsWhatWentWrongAndWhere) {
+    top.write("file", "f");
+    top.write("folder/x", "x");
+    const auto url = [&](std::string_view name) { return urlOf(top / name); };
+    const std::string folder = top.path().filename();
+    struct Case {
+        Error error;
+        std::int64_t code;
+        std::int64_t cause;
+        std::string operation;
+        std::string text;
+    };
+    const Case cases[] = {
+        {FileManager::removeItemAtURL(url("none")), 4, ENOENT, "Remove",
+         "“none” couldn’t be removed."},
+        {FileManager::removeItemAtURL(url("file/x")), 512, ENOTDIR, "Remove", ""},
+        {FileManager::removeItemAtURL(urlOf("/proc/self")), 513, EPERM, "Remove",
+         "“self” couldn’t be removed because you don’t have permission to access it."},
+        {FileManager::copyItemAtURL(url("none"), url("to")), 260, ENOENT, "Copy",
+         "The file “none” couldn’t be opened because there is no such file."},
+        {FileManager::copyItemAtURL(url("file"), url("folder/x")), 516, EEXIST, "Copy",
+         "“file” couldn’t be copied to “folder” because an item with the same name already "
+         "exists."},
+        {FileManager::copyItemAtURL(url("file"), url("none/to")), 4, ENOENT, "Copy", ""},
+        {FileManager::copyItemAtURL(url("folder"), url("file/to")), 512, ENOTDIR, "Copy", ""},
+        {FileManager::moveItemAtURL(url("none"), url("to")), 4, ENOENT, "Move",
+         "“none” couldn’t be moved to “" + folder +
+             "” because either the former doesn’t exist, or the folder containing the latter "
+             "doesn’t "
+             "exist."},
+        {FileManager::moveItemAtURL(url("file"), url("none/to")), 4, ENOENT, "Move", ""},
+        {FileManager::moveItemAtURL(url("file"), url("folder")), 516, EEXIST, "Move", ""},
+        {FileManager::moveItemAtURL(url("file"), url(std::string(256, 'n'))), 514, ENAMETOOLONG,
+         "Move", ""},
+    };
+    for (const Case& test : cases) {
+        ASSERT_TRUE(test.error) << test.operation << " " << test.code;
+        EXPECT_EQ(test.error.domain(), error_domain::kCocoa);
+        EXPECT_EQ(test.error.code(), test.code) << test.error.description();
+        const Value info = test.error.userInfo();
+        EXPECT_EQ(info.find("NSUnderlyingError")->asError(),
+                  Error::posix(static_cast<int>(test.cause)));
+        EXPECT_EQ(*info.find("NSUserStringVariant"), Value::array({Value::string(test.operation)}));
+        EXPECT_TRUE(info.find("NSFilePath")->is(Value::Kind::string));
+        EXPECT_EQ(info.find("NSDestinationFilePath") != nullptr, test.operation != "Remove");
+        EXPECT_EQ(info.find("NSLocalizedDescription"), nullptr) << "made on demand";
+        if (!test.text.empty()) {
+            EXPECT_EQ(test.error.localizedDescription(), test.text);
+        }
+    }
+    const Error bytes = FileManager::removeItemAtURL(URL::URLWithString("file:///no/%FF"));
+    EXPECT_EQ(*bytes.userInfo().find("NSFilePath"), Value::string("/no/\uFFFD"));
+}
+
+TEST_F(FileManagerTest, RemovesItemsAndNothingElse) {
+    top.write("canary", "alive");
+    top.write("tree/a/b", "x");
+    top.write("tree/not \xFF UTF-8", "x");
+    fs::create_symlink(top / "canary", top / "tree/link");
+    fs::create_directory_symlink(top.path(), top / "tree/folder link");
+    fs::create_symlink(top / "canary", top / "link");
+    EXPECT_FALSE(FileManager::removeItemAtURL(urlOf(top / "link")));
+    EXPECT_FALSE(fs::is_symlink(top / "link"));
+    const test::SmallFileSystem mounted(top / "tree/mounted");
+    if (mounted.isMounted()) {
+        top.write("tree/mounted/kept", "alive");
+        const Error busy = FileManager::removeItemAtURL(urlOf(top / "tree"));
+        EXPECT_EQ(busy.code(), 512);
+        EXPECT_EQ(*busy.userInfo().find("NSFilePath"),
+                  Value::string((top / "tree/mounted").native()));
+        EXPECT_EQ(FileManager::removeItemAtURL(urlOf(top / "tree/mounted")).code(), 512);
+        EXPECT_EQ(test::contentOf(mounted / "kept"), "alive");
+        ASSERT_EQ(::umount((top / "tree/mounted").c_str()), 0);
+        EXPECT_FALSE(FileManager::removeItemAtURL(urlOf(top / "tree")));
+        ASSERT_FALSE(fs::exists(top / "tree"));
+        fs::create_directories(top / "tree/mounted");
+        ASSERT_EQ(::mount("tmpfs", (top / "tree/mounted").c_str(), "tmpfs", 0, "size=1m"), 0);
+    } else {
+        EXPECT_FALSE(FileManager::removeItemAtURL(urlOf(top / "tree")));
+    }
+    EXPECT_EQ(test::contentOf(top / "canary"), "alive");
+}
+
+TEST_F(FileManagerTest, CreatesFilesWholeOrNotAtAll) {
+    EXPECT_TRUE(FileManager::createFileAtPath(top / "new", "content"));
+    EXPECT_TRUE(FileManager::createFileAtPath(top / "new", "other"));
+    EXPECT_EQ(test::contentOf(top / "new"), "other");
+    fs::create_symlink(top / "new", top / "link");
+    EXPECT_TRUE(FileManager::createFileAtPath(top / "link", "replaces the link"));
+    EXPECT_EQ(test::contentOf(top / "new"), "other");
+    fs::create_directory(top / "folder");
+    EXPECT_FALSE(FileManager::createFileAtPath(top / "folder", "x"));
+    EXPECT_FALSE(FileManager::createFileAtPath(top / "none/x", "x"));
+    fs::create_symlink("nowhere", top / "dangling");
+    EXPECT_FALSE(FileManager::fileExistsAtPath(top / "dangling"));
+    EXPECT_TRUE(FileManager::fileExistsAtPath(top / "folder"));
+    EXPECT_EQ(std::distance(fs::directory_iterator(top.path()), fs::directory_iterator()), 4)
+        << "a temporary file was left";
+}
+
+// A thread exchanges a folder with a link to a canary tree while it is removed, copied from and
+// copied into.
+TEST_F(FileManagerTest, IsNotLedElsewhereByARace) {
+    const char* wanted = std::getenv("QV_TEST_SECONDS"); // NOLINT(concurrency-mt-unsafe)
+    const std::chrono::milliseconds duration(wanted != nullptr ? std::atoi(wanted) * 1000
+                                                               : 700); // NOLINT(cert-err34-c)
+    for (const std::string what : {"remove", "copy", "copy into"}) {
+        const test::TemporaryDirectory work;
+        work.write("outside/inner/canary", "alive");
+        fs::create_directory_symlink(work / "outside", work / "swap");
+        const fs::path folder = work / "tree/a";
+        std::atomic<long> swaps = 0;
+        std::jthread racer([&](const std::stop_token& stop) {
+            while (!stop.stop_requested()) {
+                swaps += ::renameat2(AT_FDCWD, folder.c_str(), AT_FDCWD, (work / "swap").c_str(),
+                                     RENAME_EXCHANGE) == 0;
+            }
+        });
+        const auto end = std::chrono::steady_clock::now() + duration;
+        long rounds = 0;
+        for (; std::chrono::steady_clock::now() < end; ++rounds) {
+            std::error_code ignored;
+            fs::create_directories(work / "tree/a/inner/deep", ignored);
+            if (what == "remove") {
+                static_cast<void>(FileManager::removeItemAtURL(urlOf(work / "tree")));
+            } else if (what == "copy") {
+                static_cast<void>(
+                    FileManager::copyItemAtURL(urlOf(work / "tree"), urlOf(work / "to")));
+                ASSERT_FALSE(!fs::is_symlink(work / "to/a") &&
+                             fs::exists(work / "to/a/inner/canary"))
+                    << "what is outside was copied";
+                static_cast<void>(FileManager::removeItemAtURL(urlOf(work / "to")));
+            } else {
+                static_cast<void>(FileManager::copyItemAtURL(
+                    urlOf(work / "outside/inner/canary"), urlOf(work / "tree/a/inner/deep/new")));
+            }
+            ASSERT_EQ(test::contentOf(work / "outside/inner/canary"), "alive") << what;
+        }
+        racer.request_stop();
+        racer.join();
+        EXPECT_GT(rounds, 10) << what;
+        EXPECT_GT(swaps, 10) << what;
+    }
+}
+
+TEST_F(FileManagerTest, RootFollowsNoLinksOfOthersToWhatIsNotTheirs) {
+    if (::geteuid() != 0) {
+        GTEST_SKIP() << "other users' links are for root to make";
+    }
+    constexpr uid_t kUser = 4711;
+    top.write("system/canary", "alive");
+    top.write("home/real/file", "f");
+    for (const char* name : {"home", "home/real", "home/real/file"}) {
+        ASSERT_EQ(::chown((top / name).c_str(), kUser, kUser), 0);
+    }
+    const auto link = [&](const fs::path& target, std::string_view name, uid_t owner) {
+        fs::create_symlink(target, top / name);
+        ASSERT_EQ(::lchown((top / name).c_str(), owner, owner), 0);
+    };
+    link(top / "system", "home/evil", kUser);
+    link("../system/.", "home/relative", kUser);
+    link("evil", "home/chained", kUser);
+    link("real", "home/own", kUser);
+    link(top / "system", "trusted", 0);
+    link("loop", "home/loop", kUser);
+    const auto remove = [&](std::string_view name) {
+        return FileManager::removeItemAtURL(urlOf(top / name));
+    };
+    for (const char* name :
+         {"home/evil/canary", "home/relative/canary", "home/chained/canary", "home/loop/canary"}) {
+        const Error refused = remove(name);
+        ASSERT_TRUE(refused) << name;
+        EXPECT_EQ(refused.userInfo().find("NSUnderlyingError")->asError(), Error::posix(ELOOP))
+            << name;
+        EXPECT_TRUE(FileManager::copyItemAtURL(urlOf(top / "home/real/file"), urlOf(top / name)));
+    }
+    EXPECT_EQ(test::contentOf(top / "system/canary"), "alive");
+    EXPECT_FALSE(remove("home/own/file"));
+    EXPECT_FALSE(fs::exists(top / "home/real/file"));
+    EXPECT_EQ(remove("trusted/none").code(), 4);
+    EXPECT_EQ(remove("system/canary/x").code(), 512);
+    EXPECT_FALSE(remove("trusted/../system/canary")) << "the way back from a link is its target's";
+}
+
+} // namespace
+} // namespace qv

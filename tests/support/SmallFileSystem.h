@@ -1,0 +1,39 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <sys/mount.h>
+
+namespace qv::test {
+
+/// A tmpfs of a few mebibytes at a folder, for as long as this lives. Needs root.
+class SmallFileSystem {
+public:
+    explicit SmallFileSystem(std::filesystem::path folder, int mebibytes = 1)
+        : folder_(std::move(folder)) {
+        std::filesystem::create_directory(folder_);
+        const std::string size = "size=" + std::to_string(mebibytes) + "m";
+        mounted_ = ::mount("tmpfs", folder_.c_str(), "tmpfs", 0, size.c_str()) == 0;
+    }
+    SmallFileSystem(const SmallFileSystem&) = delete;
+    SmallFileSystem& operator=(const SmallFileSystem&) = delete;
+    SmallFileSystem(SmallFileSystem&&) = delete;
+    SmallFileSystem& operator=(SmallFileSystem&&) = delete;
+    ~SmallFileSystem() {
+        if (mounted_) {
+            EXPECT_EQ(::umount2(folder_.c_str(), MNT_DETACH), 0);
+        }
+    }
+    [[nodiscard]] bool isMounted() const { return mounted_; }
+    [[nodiscard]] std::filesystem::path operator/(std::string_view name) const {
+        return folder_ / name;
+    }
+
+private:
+    std::filesystem::path folder_;
+    bool mounted_ = false;
+};
+
+} // namespace qv::test
