@@ -8,6 +8,8 @@ set(QV_ANCHOR_DIR "/etc/qvcatalog/anchors.d" CACHE PATH
     "Folder of the trust anchors; fixed at build time, never at run time")
 set(QV_SOCKET_PATH "/run/com.larkwen.qvcatalog.helper.sock" CACHE PATH
     "Where the service listens and clients look for it")
+set(QV_RESOURCE_DIR "${CMAKE_INSTALL_FULL_DATADIR}/qvcatalog" CACHE PATH
+    "Folder of the tables of localized strings")
 option(QV_DEVELOPMENT
   "A developer's build: its own socket, and the development authority of the build tree as anchor" OFF)
 if(QV_DEVELOPMENT)
