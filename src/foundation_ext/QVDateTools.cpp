@@ -1,6 +1,7 @@
 #include "foundation_ext/QVDateTools.h"
 
 #include "foundation_ext/IntervalWords.h"
+#include "platform/foundation/text/TimestampParser.h"
 #include "platform/foundation/text/UTF16.h"
 
 #include <fmt/format.h>

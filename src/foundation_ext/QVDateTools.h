@@ -46,7 +46,7 @@ localizedStringFormattedWithDateStyle(Date receiver, DateFormatterStyle dateStyl
 
 /// yyyy-MM-ddTHH:mm:ss.SSSZ, any number of digits of the fraction, cut to milliseconds.
 [[nodiscard]] std::optional<Date> dateFromISO8601DateString(std::optional<std::string_view> string);
-/// yyyy-MM-ddTHH:mm:ssZZZ, without a fraction.
+/// yyyy-MM-ddTHH:mm:ssZZZ, without a fraction. The offset's colons are taken out before it is read.
 [[nodiscard]] std::optional<Date> dateFromRFC3339DateString(std::optional<std::string_view> string);
 
 } // namespace QVDateTools

@@ -1,12 +1,10 @@
 #include "platform/foundation/text/DateText.h"
 
-#include "platform/foundation/text/UTF16.h"
+#include "platform/foundation/text/PlatformDate.h"
 
 #include <unicode/datefmt.h>
 #include <unicode/locid.h>
 #include <unicode/smpdtfmt.h>
-#include <unicode/timezone.h>
-#include <unicode/uchar.h>
 
 #include <cmath>
 
@@ -14,8 +12,6 @@ namespace qv {
 
 namespace {
 
-constexpr double kReferenceDate = 978307200; // 2001-01-01 in seconds since 1970
-constexpr std::size_t kLongestTimestamp = 256;
 constexpr const char* kMachineLocale = "en_US_POSIX";
 
 icu::DateFormat::EStyle libraryStyle(DateFormatterStyle style) {
@@ -38,7 +34,7 @@ std::optional<std::string> formatted(Date date, std::unique_ptr<icu::DateFormat>
         return std::nullopt;
     }
     icu::UnicodeString text;
-    format->format((date.secondsSinceReference + kReferenceDate) * 1000, text);
+    format->format(millisecondsOf(date), text);
     std::string result;
     text.toUTF8String(result);
     return result;
@@ -79,43 +75,5 @@ std::optional<std::string> localizedDate(Date date, DateFormatterStyle dateStyle
 }
 
 std::string currentLocaleIdentifier() { return icu::Locale::getDefault().getName(); }
-
-struct TimestampParser::Formatter {
-    icu::SimpleDateFormat format;
-};
-
-TimestampParser::TimestampParser(std::u16string_view pattern) {
-    UErrorCode status = U_ZERO_ERROR;
-    auto made = std::make_unique<Formatter>(Formatter{icu::SimpleDateFormat(
-        icu::UnicodeString(pattern.data(), static_cast<std::int32_t>(pattern.size())),
-        icu::Locale(kMachineLocale), status)});
-    if (U_FAILURE(status) != 0) {
-        return;
-    }
-    made->format.setTimeZone(*icu::TimeZone::getGMT());
-    made->format.setLenient(false); // else 2012-13-01 is a day of 2013
-    formatter_ = std::move(made);
-}
-
-TimestampParser::~TimestampParser() = default;
-
-std::optional<Date> TimestampParser::dateFromString(std::u16string_view text) {
-    if (!formatter_ || text.size() > kLongestTimestamp) {
-        return std::nullopt;
-    }
-    const icu::UnicodeString string(text.data(), static_cast<std::int32_t>(text.size()));
-    icu::ParsePosition position(0);
-    const std::scoped_lock lock(mutex_);
-    const UDate milliseconds = formatter_->format.parse(string, position);
-    if (position.getErrorIndex() >= 0 || position.getIndex() == 0) {
-        return std::nullopt;
-    }
-    for (std::int32_t index = position.getIndex(); index < string.length(); ++index) {
-        if (u_isUWhiteSpace(string.charAt(index)) == 0) {
-            return std::nullopt;
-        }
-    }
-    return Date{milliseconds / 1000 - kReferenceDate};
-}
 
 } // namespace qv
