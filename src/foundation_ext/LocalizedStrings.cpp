@@ -18,6 +18,9 @@ constexpr std::size_t kLongestTable = std::size_t{1} << 20;
 
 std::optional<Value> tableIn(const std::string& file) {
     std::ifstream stream(file, std::ios::binary);
+    if (!stream) {
+        return std::nullopt;
+    }
     std::string content(kLongestTable + 1, '\0');
     stream.read(content.data(), static_cast<std::streamsize>(content.size()));
     const auto length = static_cast<std::size_t>(stream.gcount());

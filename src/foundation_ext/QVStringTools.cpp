@@ -117,6 +117,11 @@ std::optional<std::string> QVStringTools::uuid() {
 }
 
 std::string QVStringTools::stringWithUniCodeChar(char16_t unit) {
+    constexpr char16_t kByteOrderMark = 0xFEFF;
+    constexpr char16_t kSwappedByteOrderMark = 0xFFFE;
+    if (unit == kByteOrderMark || unit == kSwappedByteOrderMark) {
+        return {};
+    }
     return utf8FromUTF16({&unit, 1});
 }
 

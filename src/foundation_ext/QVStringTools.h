@@ -17,7 +17,7 @@ class CharacterSet;
 
 /// Small services for strings; the first parameter is the string that is worked on. Strings are
 /// UTF-8, positions count UTF-16 code units. Nothing is told apart from an empty string as none.
-/// All may be called from several threads, none fails but by giving none.
+/// All may be called from several threads, and say by giving none that there is no answer.
 namespace QVStringTools {
 
 // Versions and names
@@ -85,7 +85,8 @@ stringWithAllCharactersStrippedNotInCharacterSet(std::string_view receiver,
 
 /// A random UUID in upper case. None when the system has no random numbers.
 [[nodiscard]] std::optional<std::string> uuid();
-/// One character. Half of a surrogate pair is U+FFFD.
+/// One character, read from the unit's two bytes, the high one first. Half of a surrogate pair is
+/// U+FFFD; U+FEFF and U+FFFE are read as the mark of a byte order, before an empty string.
 [[nodiscard]] std::string stringWithUniCodeChar(char16_t unit);
 /// Lower-case hexadecimal, two digits a byte. None for no data, and for data that points nowhere.
 [[nodiscard]] std::optional<std::string>

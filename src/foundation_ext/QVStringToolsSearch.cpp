@@ -24,15 +24,12 @@ Range occurrenceIn(std::u16string_view text, std::u16string_view string, Options
     TextSearch search(text, string, options);
     std::optional<Range> found = search.find(0, text.size());
     for (int count = 1; found && count < occurence; ++count) {
-        if (found->length == 0) {
+        if (backwards) {
+            found = found->location == 0 ? std::nullopt : search.find(0, found->location - 1);
+        } else if (found->length == 0) {
             break; // what is empty follows itself, again and again
-        }
-        if (!backwards) {
-            found = search.find(found->location + found->length, text.size());
-        } else if (found->location == 0) {
-            found.reset();
         } else {
-            found = search.find(0, found->location - 1);
+            found = search.find(found->location + found->length, text.size());
         }
     }
     return found.value_or(kNone);

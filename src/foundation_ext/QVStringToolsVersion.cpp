@@ -2,6 +2,7 @@
 #include "platform/foundation/text/Collation.h"
 #include "platform/foundation/values/Conversions.h"
 
+#include <algorithm>
 #include <limits>
 
 namespace qv {
@@ -52,10 +53,25 @@ ComparisonResult compareUnequalIntegers(std::string_view left, std::string_view 
                                                 : ComparisonResult::ascending;
 }
 
+// How long the components are that both texts begin with, separators included: comparing them
+// again one by one would take most of the time. A longer separator may overlap itself.
+std::size_t lengthOfSharedComponents(std::string_view left, std::string_view right,
+                                     std::string_view separator) noexcept {
+    if (separator.size() != 1) {
+        return 0;
+    }
+    const auto different = std::ranges::mismatch(left, right).in1 - left.begin();
+    const std::string_view shared = left.substr(0, static_cast<std::size_t>(different));
+    return shared.rfind(separator.front()) + 1; // 0 where there is none
+}
+
 template <typename CompareUnequal>
 ComparisonResult compareComponents(std::string_view left, std::string_view right,
                                    std::string_view separator,
                                    CompareUnequal compareUnequal) noexcept {
+    const std::size_t shared = lengthOfSharedComponents(left, right, separator);
+    left.remove_prefix(shared);
+    right.remove_prefix(shared);
     Components leftComponents(left, separator);
     Components rightComponents(right, separator);
     std::optional<std::string_view> a = leftComponents.next();
