@@ -20,9 +20,7 @@ public:
         if (!rest_) {
             return std::nullopt;
         }
-        const std::size_t length = separator_.empty()       ? std::string_view::npos
-                                   : separator_.size() == 1 ? rest_->find(separator_.front())
-                                                            : rest_->find(separator_);
+        const std::size_t length = lengthOfComponent();
         const std::string_view component = rest_->substr(0, length);
         if (length == std::string_view::npos) {
             rest_ = std::nullopt;
@@ -33,6 +31,16 @@ public:
     }
 
 private:
+    // A loop of its own is quicker than a search of the library, as components are short.
+    [[nodiscard]] std::size_t lengthOfComponent() const noexcept {
+        if (separator_.size() == 1) {
+            const auto found = std::ranges::find(*rest_, separator_.front());
+            return found == rest_->end() ? std::string_view::npos
+                                         : static_cast<std::size_t>(found - rest_->begin());
+        }
+        return separator_.empty() ? std::string_view::npos : rest_->find(separator_);
+    }
+
     std::optional<std::string_view> rest_;
     std::string_view separator_;
 };
@@ -53,25 +61,10 @@ ComparisonResult compareUnequalIntegers(std::string_view left, std::string_view 
                                                 : ComparisonResult::ascending;
 }
 
-// How long the components are that both texts begin with, separators included: comparing them
-// again one by one would take most of the time. A longer separator may overlap itself.
-std::size_t lengthOfSharedComponents(std::string_view left, std::string_view right,
-                                     std::string_view separator) noexcept {
-    if (separator.size() != 1) {
-        return 0;
-    }
-    const auto different = std::ranges::mismatch(left, right).in1 - left.begin();
-    const std::string_view shared = left.substr(0, static_cast<std::size_t>(different));
-    return shared.rfind(separator.front()) + 1; // 0 where there is none
-}
-
 template <typename CompareUnequal>
 ComparisonResult compareComponents(std::string_view left, std::string_view right,
                                    std::string_view separator,
                                    CompareUnequal compareUnequal) noexcept {
-    const std::size_t shared = lengthOfSharedComponents(left, right, separator);
-    left.remove_prefix(shared);
-    right.remove_prefix(shared);
     Components leftComponents(left, separator);
     Components rightComponents(right, separator);
     std::optional<std::string_view> a = leftComponents.next();
@@ -100,6 +93,14 @@ ComparisonResult compareWords(std::string_view left, std::string_view right) noe
     return compareComponents(left, right, " ", compareUnequalIntegers);
 }
 
+ComparisonResult compareUnequalWords(std::string_view left, std::string_view right) noexcept {
+    const auto isOneWord = [](std::string_view text) {
+        return std::ranges::find(text, ' ') == text.end();
+    };
+    return isOneWord(left) && isOneWord(right) ? compareUnequalIntegers(left, right)
+                                               : compareWords(left, right);
+}
+
 } // namespace
 
 ComparisonResult QVStringTools::compareVersionTo(std::optional<std::string_view> receiver,
@@ -113,8 +114,9 @@ ComparisonResult QVStringTools::compareVersionTo(std::optional<std::string_view>
     if (!receiver || !other) {
         return ComparisonResult::same;
     }
-    return withSeperator == " " ? compareWords(*receiver, *other)
-                                : compareComponents(*receiver, *other, withSeperator, compareWords);
+    return withSeperator == " "
+               ? compareWords(*receiver, *other)
+               : compareComponents(*receiver, *other, withSeperator, compareUnequalWords);
 }
 
 ComparisonResult QVStringTools::compareLikeFinder(std::string_view receiver,
