@@ -3,10 +3,10 @@
 #include "foundation_ext/QVStringTools.h"
 #include "platform/foundation/text/CharacterSet.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <initializer_list>
-#include <regex>
 #include <set>
 #include <utility>
 
@@ -106,11 +106,12 @@ TEST(Making, GivesHexadecimal) {
 }
 
 TEST(Making, GivesRandomUUIDs) {
-    const std::regex form("[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}");
+    const auto hasForm = testing::MatchesRegex(
+        "[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}");
     std::set<std::string> seen;
     for (int i = 0; i < 1000; ++i) {
         const std::string uuid = QVStringTools::uuid().value();
-        EXPECT_TRUE(std::regex_match(uuid, form)) << uuid;
+        EXPECT_THAT(uuid, hasForm);
         EXPECT_TRUE(seen.insert(uuid).second) << uuid;
     }
 }
