@@ -164,7 +164,7 @@ constexpr double kMoment = 1335867630; // 2012-05-01T10:20:30Z
 constexpr double kNone = -1e18;
 
 struct TimestampRow {
-    std::string_view text;
+    std::string text;
     double unixTime; ///< kNone where it is refused
 };
 
@@ -181,6 +181,12 @@ TEST(Timestamps, OfISO8601HaveAFraction) {
              {"2012-05-01T10:20:30.1+0000", kMoment + 0.1},
              {"2012-05-01T10:20:30.123456+0000", kMoment + 0.123},
              {"2012-05-01T10:20:30.999999+0000", kMoment + 0.999},
+             {"2012-05-01T10:20:30.123456789012+0000", kMoment + 0.123}, // more than 32 bits hold
+             {std::string("2012-05-01T10:20:30.") + std::string(35, '4') + "Z", kMoment + 0.444},
+             {"2012-05-01T10:20:30.𝟏𝟐𝟑𝟒Z", kMoment + 0.123}, // digits of two units each
+             {"2012-05-01T10:20:30. 5Z", kNone},
+             {"2012-05-01T10:20:30.-5Z", kNone},
+             {"2012-05-01T10:20:30.1E2Z", kNone},
              {"2012-05-01T10:20:30.123Z", kMoment + 0.123},
              {"2012-05-01T10:20:30.123GMT+02:00", kMoment - 7200 + 0.123},
              {"2012-05-01T10:20:30+0000", kNone},

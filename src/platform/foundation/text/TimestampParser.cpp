@@ -1,17 +1,45 @@
 #include "platform/foundation/text/TimestampParser.h"
 
 #include "platform/foundation/text/PlatformDate.h"
+#include "platform/foundation/text/UTF16.h"
 
 #include <unicode/locid.h>
 #include <unicode/smpdtfmt.h>
 #include <unicode/timezone.h>
 #include <unicode/uchar.h>
 
+#include <string>
+
 namespace qv {
 
 namespace {
 
 constexpr std::size_t kLongestTimestamp = 256;
+constexpr std::size_t kMillisecondDigits = 3;
+
+// Cuts a fraction of a second to milliseconds: the library raises ten to the power of its digits in
+// 32 bits, and divides by that. None for a point without a digit behind it.
+std::optional<std::u16string> withShortFraction(std::u16string_view text) {
+    std::u16string result(text);
+    const std::size_t point = text.find(u'.');
+    if (point == std::u16string_view::npos) {
+        return result;
+    }
+    std::size_t kept = point + 1;
+    std::size_t end = point + 1;
+    for (std::size_t count = 0, next = end; next < text.size(); end = next) {
+        if (u_isdigit(static_cast<UChar32>(decodeUTF16(text, next))) == 0) {
+            break;
+        }
+        if (++count <= kMillisecondDigits) {
+            kept = next;
+        }
+    }
+    if (kept == point + 1) {
+        return std::nullopt;
+    }
+    return result.erase(kept, end - kept);
+}
 
 } // namespace
 
@@ -38,7 +66,11 @@ std::optional<Date> TimestampParser::dateFromString(std::u16string_view text) {
     if (!formatter_ || text.size() > kLongestTimestamp) {
         return std::nullopt;
     }
-    const icu::UnicodeString string(text.data(), static_cast<std::int32_t>(text.size()));
+    const std::optional<std::u16string> readable = withShortFraction(text);
+    if (!readable) {
+        return std::nullopt;
+    }
+    const icu::UnicodeString string(readable->data(), static_cast<std::int32_t>(readable->size()));
     icu::ParsePosition position(0);
     const std::scoped_lock lock(mutex_);
     const UDate milliseconds = formatter_->format.parse(string, position);
