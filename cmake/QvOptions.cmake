@@ -8,6 +8,8 @@ set(QV_ANCHOR_DIR "/etc/qvcatalog/anchors.d" CACHE PATH
     "Folder of the trust anchors; fixed at build time, never at run time")
 set(QV_SOCKET_PATH "/run/com.larkwen.qvcatalog.helper.sock" CACHE PATH
     "Where the service listens and clients look for it")
+set(QV_RESOURCE_DIR "${CMAKE_INSTALL_FULL_DATADIR}/qvcatalog" CACHE PATH
+    "Folder of the tables of localized strings")
 option(QV_DEVELOPMENT
   "A developer's build: its own socket, and the development authority of the build tree as anchor" OFF)
 if(QV_DEVELOPMENT)
@@ -56,6 +58,7 @@ endif()
 find_package(PkgConfig REQUIRED)
 pkg_check_modules(SYSTEMD REQUIRED IMPORTED_TARGET libsystemd)
 pkg_check_modules(EXPAT REQUIRED IMPORTED_TARGET expat)
+pkg_check_modules(ICU REQUIRED IMPORTED_TARGET icu-i18n icu-uc)
 find_package(OpenSSL 3 REQUIRED COMPONENTS Crypto)
 find_package(fmt REQUIRED)
 find_package(tl-expected REQUIRED)

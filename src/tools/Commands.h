@@ -68,4 +68,11 @@ struct RuleOptions {
 /// `failed` for a rule that does not hold, `usage` for one that cannot be evaluated.
 ExitStatus rule(const RuleOptions& options);
 
+struct VersionOptions {
+    std::string version;
+    std::string other;
+};
+/// Prints -1, 0 or 1: the first version is the older one, the same, the newer one.
+ExitStatus version(const VersionOptions& options);
+
 } // namespace qv::tools

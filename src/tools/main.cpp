@@ -117,6 +117,15 @@ void addRule(CLI::App& app, Command& chosen) {
     command->callback([&chosen, options] { chosen = [options] { return rule(*options); }; });
 }
 
+void addVersion(CLI::App& app, Command& chosen) {
+    auto options = std::make_shared<VersionOptions>();
+    CLI::App* command = app.add_subcommand(
+        "version", "Compare two versions; -1: A is older than B, 0: the same, 1: newer");
+    command->add_option("A", options->version, "a version, e.g. 10.6.8")->required();
+    command->add_option("B", options->other, "another one")->required();
+    command->callback([&chosen, options] { chosen = [options] { return version(*options); }; });
+}
+
 int parseAndRun(int count, const char* const* arguments) {
     CLI::App app(
         "Works with QVCatalogHelperXPC, the service that carries out installation scripts.",
@@ -132,6 +141,7 @@ int parseAndRun(int count, const char* const* arguments) {
     addPlist(app, chosen);
     addRequirement(app, chosen);
     addRule(app, chosen);
+    addVersion(app, chosen);
     try {
         app.parse(count, arguments);
     } catch (const CLI::Success& success) {

@@ -1,0 +1,18 @@
+#pragma once
+
+#include "platform/foundation/values/Value.h"
+
+namespace qv {
+
+// Dates as ICU counts them: milliseconds since 1970.
+
+inline constexpr double kReferenceDate = 978307200; // 2001-01-01 in seconds since 1970
+
+[[nodiscard]] inline double millisecondsOf(Date date) {
+    return (date.secondsSinceReference + kReferenceDate) * 1000;
+}
+[[nodiscard]] inline Date dateOf(double milliseconds) {
+    return {milliseconds / 1000 - kReferenceDate};
+}
+
+} // namespace qv

@@ -1,0 +1,15 @@
+#include "foundation_ext/QVStringTools.h"
+#include "tools/Commands.h"
+#include "tools/Terminal.h"
+
+#include <fmt/format.h>
+
+namespace qv::tools {
+
+ExitStatus version(const VersionOptions& options) {
+    const ComparisonResult result = QVStringTools::compareVersionTo(options.version, options.other);
+    Terminal::standardOutput().line(fmt::format("{}", static_cast<int>(result)));
+    return ExitStatus::success;
+}
+
+} // namespace qv::tools
