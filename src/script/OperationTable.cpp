@@ -34,6 +34,32 @@ constexpr std::uint8_t kAdminAndRetry = kPriviledgedWithAdminRights | kRetryPriv
 
 std::uint32_t bitsOfInt(const Value* value) { return static_cast<std::uint32_t>(intValue(value)); }
 
+Error replayRemove(Script& script, const Fields& step) {
+    return script.removeItemAtURL(step.url(URL));
+}
+
+Error replayTrash(Script& script, const Fields& step) {
+    return script.trashItemAtURL(step.url(URL));
+}
+
+Error replayMove(Script& script, const Fields& step) {
+    return script.moveItemFromURL(step.url(fromURL), step.url(toURL), boolValue(step[arg1]),
+                                  boolValue(step[arg2]));
+}
+
+Error replayCopy(Script& script, const Fields& step) {
+    return script.copyItemFromURL(step.url(fromURL), step.url(toURL), boolValue(step[arg1]),
+                                  boolValue(step[arg2]));
+}
+
+Error replayReplace(Script& script, const Fields& step) {
+    return script.replaceItemAtURL(step.url(toURL), step.url(fromURL), boolValue(step[arg1]));
+}
+
+Error replayTouch(Script& script, const Fields& step) {
+    return script.touchItemAtURL(step.url(URL));
+}
+
 Error replayTool(Script& script, const Fields& step) {
     return script.executeTool(step.object(arg1), step.object(arg2), step.object(arg3));
 }
@@ -100,15 +126,15 @@ constexpr std::array<Operation, kOperationCount> kTable = {{
     {waitForQuitOfApplicationWithPID, "waitForQuitOfApplicationWithPID:", kArg1, kNoOptions, true,
      nullptr},
     {launchApplicationAtURL, "launchApplicationAtURL:", kURL, kNoOptions, true, nullptr},
-    {removeItemAtURL, "removeItemAtURL:", kURL, kAdminAndRetry, true, nullptr},
-    {trashItemAtURL, "trashItemAtURL:", kURL, kAdminAndRetry, true, nullptr},
+    {removeItemAtURL, "removeItemAtURL:", kURL, kAdminAndRetry, true, replayRemove},
+    {trashItemAtURL, "trashItemAtURL:", kURL, kAdminAndRetry, true, replayTrash},
     {moveItemFromURL, "moveItemFromURL:toURL:adaptOwnershipToParent:atomic:", kFromTo1To2,
-     kAdminAndRetry, true, nullptr},
+     kAdminAndRetry, true, replayMove},
     {copyItemFromURL, "copyItemFromURL:toURL:adaptOwnershipToParent:atomic:", kFromTo1To2,
-     kAdminAndRetry, true, nullptr},
+     kAdminAndRetry, true, replayCopy},
     {replaceItemAtURL, "replaceItemAtURL:withItemAtURL:adaptOwnershipToParent:", kFromTo1,
-     kAdminAndRetry, true, nullptr},
-    {touchItemAtURL, "touchItemAtURL:", kURL, kAdminAndRetry, true, nullptr},
+     kAdminAndRetry, true, replayReplace},
+    {touchItemAtURL, "touchItemAtURL:", kURL, kAdminAndRetry, true, replayTouch},
     {executeTool, "executeTool:arguments:successReturnCodes:", kArg1To3,
      kPriviledgedWithAdminRights, true, replayTool},
     {setPreferencesForApplicationID, "setPreferencesForApplicationID:key:value:userName:hostName:",

@@ -16,6 +16,8 @@
 
 namespace qv {
 
+class TrashService;
+
 /// The domain of the engine's own errors; their code is 0 unless an operation says otherwise.
 inline constexpr std::string_view kCatalogScriptErrorDomain = "QVCatalogScriptErrorDomain";
 
@@ -64,6 +66,8 @@ public:
     [[nodiscard]] const UpdateProgressBlock& updateProgressBlock() const noexcept {
         return updateProgressBlock_;
     }
+    /// What trashes items; that of the desktops (FreedesktopTrash) unless another one is set.
+    void setTrashService(std::shared_ptr<TrashService> trash) { trashService_ = std::move(trash); }
     void setUpdateProgressBlock(UpdateProgressBlock block) {
         updateProgressBlock_ = std::move(block);
     }
@@ -88,6 +92,41 @@ public:
                                              OperationsBlock priviledgedExecutionBlock,
                                              unsigned options);
     Error _recordAndPerformOperationInPriviledgedBlock(OperationsBlock block);
+
+    // Files (QVCatalogScriptFiles.cpp), with the file manager's errors. Nothing is overwritten but
+    // what is replaced. A success of a move, an atomic copy and a replace survives a power cut; so
+    // does trashing. A URL that is missing is code 4 of NSCocoaErrorDomain, one that is no file URL
+    // is 262.
+
+    Error removeItemAtURL(const std::optional<URL>& url);
+    /// Where the trash takes nothing, the item is moved into the trash folder that there is, under
+    /// an archive name and with the folder's owner; the trash's error is the result all the same.
+    Error trashItemAtURL(const std::optional<URL>& url);
+    /// With `adaptOwnershipToParent` the source, all of it, first gets the owner and group of the
+    /// folder that the destination lies in, and keeps them when the rest fails. `atomic` has no
+    /// effect here.
+    Error moveItemFromURL(const std::optional<URL>& fromURL, const std::optional<URL>& toURL,
+                          bool adaptOwnershipToParent, bool atomic);
+    /// An atomic copy stands under the name "._A_" and the destination's, in its folder, until it
+    /// is complete. One that stands there already fails the copy, and is removed like a failed
+    /// copy.
+    Error copyItemFromURL(const std::optional<URL>& fromURL, const std::optional<URL>& toURL,
+                          bool adaptOwnershipToParent, bool atomic);
+    /// Sets the old item aside under an archive name, copies the new one into its place, with the
+    /// owner of the folder whatever the flag says, and trashes the old one. When the copy fails,
+    /// the old one comes back.
+    Error replaceItemAtURL(const std::optional<URL>& url, const std::optional<URL>& withItemAtURL,
+                           bool adaptOwnershipToParent);
+    /// Sets the dates of an item to now; what is not there becomes an empty file. Follows links.
+    Error touchItemAtURL(const std::optional<URL>& url);
+    /// The trash folder for an item, no step: that of its own volume, as `volumeHasTrash` (may be
+    /// null) then tells, else the user's. None when there is none, or no such item.
+    static std::optional<URL> trashPathForURL(const std::optional<URL>& url, bool* volumeHasTrash,
+                                              TrashService& trash);
+    /// The first free name in a folder for an item that is set aside, no step: "Foo.app",
+    /// "Foo (2.1).app" with its version or else the day of its last change, "Foo (2.1 - 1).app" and
+    /// so on; without either "Foo (0).app", "Foo (1).app".
+    static URL _smartArchiveNameItem(const URL& item, const URL& atDirectory);
 
     // Ownership and permissions (QVCatalogScriptOwnership.cpp). Links are followed as `stat`,
     // `chown` and `chmod` follow them. Recursive changes go on after a failing descendant and do
@@ -130,6 +169,9 @@ private:
     Error perform(OperationCode code, FunctionView<StepValues()> values,
                   ExecutionBlock executionBlock);
     void recordControlStep(OperationCode code, const StepValues& values);
+    Error adaptOwnershipToParent(const std::optional<URL>& source,
+                                 const std::optional<URL>& destination);
+    TrashService& trashService();
     Error replayStep(const Operation& operation, const StepFields& fields);
 
     bool isRecording = false;
@@ -143,6 +185,7 @@ private:
     PriviledgedExecutionBlock priviledgedExecutionBlock_;
     UpdateProgressBlock updateProgressBlock_;
     KeyValueStorage keyValueStorage_;
+    std::shared_ptr<TrashService> trashService_;
     const Value* currentStep_ = nullptr;
 };
 

@@ -147,10 +147,6 @@ Error statItem(const std::optional<URL>& url, struct stat& info) {
     return ::stat(path->c_str(), &info) == 0 ? Error() : lastPosixError();
 }
 
-std::optional<Value> urlText(const std::optional<URL>& url) {
-    return url ? std::optional(Value::string(url->absoluteString())) : std::nullopt;
-}
-
 std::string_view storageKey(const std::optional<Value>& identifier) {
     if (!identifier || !identifier->is(Value::Kind::string)) {
         throw Exception(std::string(exception_name::kInvalidArgument),
@@ -191,7 +187,7 @@ Error QVCatalogScript::readModeOfItem(const std::optional<URL>& url, std::uint16
 Error QVCatalogScript::saveOwnerAndGroupOfURL(const std::optional<URL>& url,
                                               const std::optional<Value>& toID) {
     return perform(
-        OperationCode::saveOwnerAndGroupOfURL, [&] { return StepValues{urlText(url), toID}; },
+        OperationCode::saveOwnerAndGroupOfURL, [&] { return StepValues{stringFromURL(url), toID}; },
         [&] {
             std::uint32_t userID = 0;
             std::uint32_t groupID = 0;
@@ -209,7 +205,7 @@ Error QVCatalogScript::applyOwnerAndGroupOfURL(const std::optional<URL>& url, bo
                                                const std::optional<Value>& fromID) {
     return perform(
         OperationCode::applyOwnerAndGroupOfURL,
-        [&] { return StepValues{urlText(url), Value::boolean(recursive), fromID}; },
+        [&] { return StepValues{stringFromURL(url), Value::boolean(recursive), fromID}; },
         [&] {
             const bool named = fromID && fromID->is(Value::Kind::string);
             const Value* saved =
@@ -230,7 +226,7 @@ Error QVCatalogScript::changeOwnershipOfItem(const std::optional<URL>& url, std:
     return perform(
         OperationCode::changeOwnershipOfItem,
         [&] {
-            return StepValues{urlText(url), Value::integer(userID), Value::integer(groupID),
+            return StepValues{stringFromURL(url), Value::integer(userID), Value::integer(groupID),
                               Value::boolean(recursive)};
         },
         [&] { return changeItem(*this, url, OwnershipChange(userID, groupID), recursive); });
@@ -240,7 +236,10 @@ Error QVCatalogScript::changeModeOfItem(const std::optional<URL>& url, std::uint
                                         bool recursive) {
     return perform(
         OperationCode::changeModeOfItem,
-        [&] { return StepValues{urlText(url), Value::integer(toMode), Value::boolean(recursive)}; },
+        [&] {
+            return StepValues{stringFromURL(url), Value::integer(toMode),
+                              Value::boolean(recursive)};
+        },
         [&] { return changeItem(*this, url, ModeChange(toMode), recursive); });
 }
 

@@ -19,6 +19,10 @@ std::optional<URL> urlFromString(const Value* text) {
     return text == nullptr ? std::nullopt : URL::URLWithString(text->asString());
 }
 
+std::optional<Value> stringFromURL(const std::optional<URL>& url) {
+    return url ? std::optional(Value::string(url->absoluteString())) : std::nullopt;
+}
+
 std::optional<Value> StepFields::object(StepKey key) const {
     const Value* value = (*this)[key];
     return value == nullptr ? std::nullopt : std::optional<Value>(*value);

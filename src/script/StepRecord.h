@@ -20,6 +20,9 @@ inline constexpr std::size_t kStepKeyCount = 9;
 /// nil for no text, else what the text says; none for a text that is no URL.
 [[nodiscard]] std::optional<URL> urlFromString(const Value* text);
 
+/// The other way: the URL's absolute string; none for none.
+[[nodiscard]] std::optional<Value> stringFromURL(const std::optional<URL>& url);
+
 /// The fields of one step record, looked at in place. Lives as long as the record.
 class StepFields {
 public:

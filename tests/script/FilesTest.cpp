@@ -1,0 +1,238 @@
+#include "platform/workspace/TrashService.h"
+#include "script/Steps.h"
+#include "support/TemporaryDirectory.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace qv {
+namespace {
+
+namespace fs = std::filesystem;
+using Kind = TrashOutcome::Kind;
+
+std::optional<URL> urlOf(const fs::path& path) { return URL::fileURLWithPath(path.string()); }
+
+const Error kTrashError(error_domain::kCocoa, 3328, {});
+
+/// A trash that does what a test wants.
+class ScriptedTrash final : public TrashService {
+public:
+    TrashOutcome outcome{Kind::failed, "", kTrashError};
+    std::optional<std::string> own;  ///< what stands for the trash of the item's volume
+    std::optional<std::string> home; ///< and for the user's
+    std::string origin;              ///< of the last item noted
+
+    TrashOutcome trashItem(const std::string& path) override {
+        if (!fs::exists(path)) {
+            return {Kind::failed, "", kTrashError};
+        }
+        if (outcome.kind == Kind::moved) {
+            fs::rename(path, *own + "/" + fs::path(path).filename().native());
+        }
+        return outcome;
+    }
+    std::optional<TrashFolder> trashFolderFor(const std::string& /*path*/) override {
+        return own ? std::optional(TrashFolder{*own, true}) : std::nullopt;
+    }
+    std::optional<std::string> homeTrashFolder() override { return home; }
+    void noteOrigin(const std::string& /*pathInTrash*/, const std::string& from) override {
+        origin = from;
+    }
+};
+
+class Files : public testing::Test {
+protected:
+    Files() {
+        script.setIsPriviledged(true);
+        script.setTrashService(trash);
+        fs::create_directory(folder / "trash");
+    }
+    [[nodiscard]] std::string read(std::string_view name) const {
+        return fs::exists(folder / name) ? test::contentOf(folder / name) : "nothing";
+    }
+    [[nodiscard]] std::optional<URL> url(std::string_view name) const {
+        return urlOf(folder / name);
+    }
+    void app(std::string_view name, std::string_view version, std::string_view content) {
+        folder.write(std::string(name) + "/Contents/Info.plist",
+                     "{ CFBundleVersion = \"" + std::string(version) + "\"; }");
+        folder.write(std::string(name) + "/content", content);
+    }
+    test::TemporaryDirectory folder;
+    std::shared_ptr<ScriptedTrash> trash = std::make_shared<ScriptedTrash>();
+    QVCatalogScript script;
+};
+
+TEST_F(Files, AreRemovedMovedAndCopiedWithThePlatformsErrors) {
+    folder.write("a", "A");
+    EXPECT_FALSE(script.copyItemFromURL(url("a"), url("b"), false, false));
+    EXPECT_EQ(script.copyItemFromURL(url("a"), url("b"), false, false).code(), 516);
+    EXPECT_EQ(script.copyItemFromURL(url("none"), url("c"), false, false).code(), 260);
+    EXPECT_FALSE(script.moveItemFromURL(url("b"), url("c"), false, true));
+    EXPECT_EQ(read("c"), "A");
+    EXPECT_EQ(read("b"), "nothing");
+    EXPECT_EQ(script.moveItemFromURL(url("a"), url("c"), false, false).code(), 516);
+    EXPECT_FALSE(script.removeItemAtURL(url("c")));
+    EXPECT_EQ(script.removeItemAtURL(url("c")).code(), 4);
+    EXPECT_EQ(script.removeItemAtURL(std::nullopt).code(), 4);
+    EXPECT_EQ(script.removeItemAtURL(URL::URLWithString("http://x/a")).code(), 262);
+    EXPECT_EQ(read("a"), "A");
+}
+
+TEST_F(Files, AnAtomicCopyGoesByANameOfItsOwn) {
+    folder.write("a/inner", "A");
+    EXPECT_FALSE(script.copyItemFromURL(url("a"), url("b"), false, true));
+    EXPECT_EQ(read("b/inner"), "A");
+    EXPECT_FALSE(fs::exists(folder / "._A_b"));
+    // What stands under that name already makes the copy fail, and is removed then.
+    folder.write("._A_c", "in the way");
+    EXPECT_EQ(script.copyItemFromURL(url("a"), url("c"), false, true).code(), 516);
+    EXPECT_FALSE(fs::exists(folder / "._A_c"));
+    EXPECT_FALSE(fs::exists(folder / "c"));
+    // The copy stays when only the last move fails.
+    EXPECT_EQ(script.copyItemFromURL(url("a"), url("b"), false, true).code(), 516);
+    EXPECT_EQ(read("._A_b/inner"), "A");
+}
+
+TEST_F(Files, OwnershipIsAdaptedAtTheSource) {
+    if (::geteuid() != 0) {
+        GTEST_SKIP() << "changing owners needs root";
+    }
+    folder.write("a/inner", "");
+    folder.write("parent/x", "");
+    ASSERT_EQ(::chown((folder / "parent").c_str(), 4711, 4712), 0);
+    const auto owner = [&](std::string_view name) {
+        struct stat info{};
+        return ::lstat((folder / name).c_str(), &info) == 0 ? info.st_uid * 10'000 + info.st_gid
+                                                            : 0;
+    };
+    EXPECT_EQ(script.copyItemFromURL(url("a"), url("parent/x"), true, false).code(), 516);
+    EXPECT_EQ(owner("a/inner"), 47114712U) << "before the copy, which failed";
+    EXPECT_EQ(script.moveItemFromURL(url("a"), url("missing/x"), true, false),
+              Error::posix(ENOENT));
+    EXPECT_FALSE(script.moveItemFromURL(url("a"), url("parent/moved"), true, false));
+    EXPECT_EQ(owner("parent/moved"), 47114712U);
+}
+
+TEST_F(Files, ArchiveNamesTellVersionsThenDaysThenNumbers) {
+    const auto name = [&](std::string_view item) {
+        return QVCatalogScript::_smartArchiveNameItem(*url(item), *urlOf(folder.path()))
+            .lastPathComponent();
+    };
+    EXPECT_EQ(name("free.txt"), "free.txt");
+    app("Foo.app", "2.1", "");
+    EXPECT_EQ(name("Foo.app"), "Foo (2.1).app");
+    folder.write("Foo (2.1).app", "");
+    EXPECT_EQ(name("Foo.app"), "Foo (2.1 - 1).app");
+    folder.write("Foo (2.1 - 1).app", "");
+    EXPECT_EQ(name("Foo.app"), "Foo (2.1 - 2).app");
+    const auto dated = folder.write("notes", "");
+    const std::array<timeval, 2> day = {timeval{1335873600, 0}, timeval{1335873600, 0}};
+    ASSERT_EQ(::utimes(dated.c_str(), day.data()), 0); // 2012-05-01 12:00 UTC
+    EXPECT_EQ(name("notes"), "notes (2012-05-01)");
+    folder.write("notes (2012-05-01)", "");
+    EXPECT_EQ(name("notes"), "notes (2012-05-01 - 1)");
+    folder.write("other/gone", "");
+    folder.write("gone", "");
+    EXPECT_EQ(QVCatalogScript::_smartArchiveNameItem(*url("missing/gone"), *urlOf(folder.path()))
+                  .lastPathComponent(),
+              "gone (0)")
+        << "neither a version nor a date";
+}
+
+// Whoever made the item must not choose where root puts it.
+TEST_F(Files, AVersionLeadsNoArchiveElsewhere) {
+    app("user/Foo.app", "/../../elsewhere/x", "old");
+    app("new.app", "2", "new");
+    fs::create_directories(folder / "user/Foo (");
+    fs::create_directory(folder / "elsewhere");
+    const Error refused = script.replaceItemAtURL(url("user/Foo.app"), url("new.app"), false);
+    EXPECT_EQ(refused.code(), 4);
+    EXPECT_EQ(refused.userInfo().find("NSUnderlyingError")->asError(), Error::posix(ENOENT));
+    trash->home = folder / "user";
+    EXPECT_EQ(script.trashItemAtURL(url("user/Foo.app")).code(), 4);
+    EXPECT_EQ(read("user/Foo.app/content"), "old");
+    EXPECT_TRUE(fs::is_empty(folder / "elsewhere"));
+}
+
+TEST_F(Files, ReplacingSetsTheOldItemAsideFirst) {
+    trash->outcome = {Kind::moved, "", {}};
+    trash->own = folder / "trash";
+    app("Foo.app", "1", "old");
+    app("new/Foo.app", "2", "new");
+    EXPECT_FALSE(script.replaceItemAtURL(url("Foo.app"), url("new/Foo.app"), false));
+    EXPECT_EQ(read("Foo.app/content"), "new");
+    EXPECT_EQ(read("new/Foo.app/content"), "new") << "copied, not moved";
+    EXPECT_EQ(read("trash/Foo (1).app/content"), "old");
+    EXPECT_EQ(script.replaceItemAtURL(url("Foo.app"), url("none"), false), Error::posix(ENOENT))
+        << "there is nothing to re-own";
+    EXPECT_EQ(read("Foo.app/content"), "new") << "the old one is back";
+    EXPECT_EQ(script.replaceItemAtURL(url("missing"), url("new/Foo.app"), false).code(), 4);
+    EXPECT_FALSE(fs::exists(folder / "missing")) << "nothing changed";
+    trash->outcome = {Kind::failed, "", kTrashError};
+    trash->own.reset();
+    EXPECT_EQ(script.replaceItemAtURL(url("Foo.app"), url("new/Foo.app"), false), kTrashError);
+    EXPECT_EQ(read("Foo.app/content"), "new") << "in place, although the old one is no trash";
+}
+
+TEST_F(Files, TrashingFallsBackToMoving) {
+    folder.write("item", "kept");
+    EXPECT_EQ(script.trashItemAtURL(url("item")), kTrashError) << "there is no trash folder";
+    EXPECT_EQ(read("item"), "kept");
+    trash->home = folder / "trash";
+    folder.write("trash/item", "older");
+    EXPECT_EQ(script.trashItemAtURL(url("item")), kTrashError) << "it survives the fallback";
+    EXPECT_EQ(read("item"), "nothing");
+    EXPECT_EQ(read("trash/item"), "older");
+    EXPECT_EQ(trash->origin, (folder / "item").native());
+    folder.write("other", "left");
+    trash->outcome = {Kind::failedSilently, "", {}};
+    EXPECT_FALSE(script.trashItemAtURL(url("other")));
+    EXPECT_EQ(read("other"), "left") << "no fallback without an error";
+}
+
+TEST_F(Files, TheTrashFolderOfAnItemIsItsVolumesOrTheUsers) {
+    folder.write("item", "");
+    bool own = true;
+    EXPECT_FALSE(QVCatalogScript::trashPathForURL(url("item"), &own, *trash));
+    EXPECT_FALSE(own);
+    trash->home = "/home/trash";
+    EXPECT_EQ(QVCatalogScript::trashPathForURL(url("item"), &own, *trash)->path(), "/home/trash");
+    EXPECT_FALSE(own);
+    trash->own = "/own/trash";
+    EXPECT_EQ(QVCatalogScript::trashPathForURL(url("item"), &own, *trash)->path(), "/own/trash");
+    EXPECT_TRUE(own);
+    EXPECT_EQ(QVCatalogScript::trashPathForURL(url("item"), nullptr, *trash)->path(), "/own/trash");
+    EXPECT_FALSE(QVCatalogScript::trashPathForURL(url("missing"), &own, *trash))
+        << "its volume cannot be read";
+    EXPECT_FALSE(own);
+}
+
+TEST_F(Files, TouchingMakesAndDates) {
+    const auto times = [&](std::string_view name) {
+        struct stat info{};
+        EXPECT_EQ(::stat((folder / name).c_str(), &info), 0);
+        EXPECT_EQ(info.st_atim.tv_sec, info.st_mtim.tv_sec);
+        EXPECT_EQ(info.st_atim.tv_nsec, info.st_mtim.tv_nsec);
+        return info.st_mtim.tv_sec;
+    };
+    EXPECT_FALSE(script.touchItemAtURL(url("fresh")));
+    EXPECT_GT(times("fresh"), 1'600'000'000);
+    EXPECT_EQ(fs::file_size(folder / "fresh"), 0U);
+    folder.write("old", "content");
+    const std::array<timeval, 2> past = {timeval{1, 0}, timeval{2, 0}};
+    ASSERT_EQ(::utimes((folder / "old").c_str(), past.data()), 0);
+    EXPECT_FALSE(script.touchItemAtURL(url("old")));
+    EXPECT_GT(times("old"), 1'600'000'000);
+    EXPECT_EQ(read("old"), "content");
+    EXPECT_FALSE(script.touchItemAtURL(urlOf(folder.path())));
+    EXPECT_EQ(script.touchItemAtURL(url("no/such/folder")), Error::posix(ENOENT));
+}
+
+} // namespace
+} // namespace qv
