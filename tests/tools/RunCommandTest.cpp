@@ -170,7 +170,7 @@ protected:
             return;
         }
         const ProgramRun fetched =
-            runProgram({QV_EXAMPLES "/fetch-hello"}, "", {"PATH=/usr/sbin:/usr/bin:/sbin:/bin"});
+            runProgram({QV_EXAMPLES "/fetch", "hello"}, "", {"PATH=/usr/sbin:/usr/bin:/sbin:/bin"});
         if (fetched.status != 0) {
             GTEST_SKIP() << "needs a Debian package: " << fetched.errors;
         }

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstddef>
 #include <fcntl.h>
+#include <linux/xattr.h>
 #include <string>
 #include <string_view>
 #include <sys/xattr.h>
@@ -54,10 +55,12 @@ private:
     std::string path_;
 };
 
-// Labels of security modules and the like are the system's business where it does not let us.
+// Labels of security modules and the like are the system's business where it does not let us. But a
+// program without its capabilities is another program.
 bool mayBeMissing(std::string_view name, int errorNumber) {
+    const bool isSystems = !name.starts_with("user.") && name != XATTR_NAME_CAPS;
     return errorNumber == ENOTSUP || errorNumber == ENODATA ||
-           (errorNumber == EPERM && !name.starts_with("user."));
+           (errorNumber == EPERM && (isSystems || ::geteuid() != 0));
 }
 
 template <typename Item> int copyAttribute(const Item& from, const Item& to, const char* name) {
