@@ -3,6 +3,8 @@
 #include "platform/foundation/text/PlatformDate.h"
 #include "platform/foundation/text/UTF16.h"
 
+#include <unicode/dcfmtsym.h>
+#include <unicode/decimfmt.h>
 #include <unicode/locid.h>
 #include <unicode/smpdtfmt.h>
 #include <unicode/timezone.h>
@@ -15,7 +17,18 @@ namespace qv {
 namespace {
 
 constexpr std::size_t kLongestTimestamp = 256;
+constexpr const char* kMachineLocale = "en_US_POSIX";
 constexpr std::size_t kMillisecondDigits = 3;
+
+// The library's own would read "3e1" as 30.
+std::unique_ptr<icu::NumberFormat> numbersWithoutExponent(UErrorCode& status) {
+    auto numbers = std::make_unique<icu::DecimalFormat>(
+        u"0", icu::DecimalFormatSymbols(icu::Locale(kMachineLocale), status), status);
+    if (U_SUCCESS(status) != 0) {
+        numbers->setParseNoExponent(static_cast<UBool>(true));
+    }
+    return numbers;
+}
 
 // Cuts a fraction of a second to milliseconds: the library raises ten to the power of its digits in
 // 32 bits, and divides by that. None for a point without a digit behind it.
@@ -51,12 +64,14 @@ TimestampParser::TimestampParser(std::u16string_view pattern) {
     UErrorCode status = U_ZERO_ERROR;
     auto made = std::make_unique<Formatter>(Formatter{icu::SimpleDateFormat(
         icu::UnicodeString(pattern.data(), static_cast<std::int32_t>(pattern.size())),
-        icu::Locale("en_US_POSIX"), status)});
+        icu::Locale(kMachineLocale), status)});
+    std::unique_ptr<icu::NumberFormat> numbers = numbersWithoutExponent(status);
     if (U_FAILURE(status) != 0) {
         return;
     }
+    made->format.adoptNumberFormat(numbers.release());
     made->format.setTimeZone(*icu::TimeZone::getGMT());
-    made->format.setLenient(false); // else 2012-13-01 is a day of 2013
+    made->format.setLenient(static_cast<UBool>(false)); // else 2012-13-01 is a day of 2013
     formatter_ = std::move(made);
 }
 
