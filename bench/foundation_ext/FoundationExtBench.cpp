@@ -168,27 +168,26 @@ long residentKibibytes() {
     return usage.ru_maxrss;
 }
 
-void measureDigests(std::size_t mebibytes) {
+void measureDigest(const std::string& name, qv::DigestType type, const std::string& path) {
     constexpr double kGoal = 1.05;
+    std::string ours;
+    std::string peers;
+    const Medians medians = measuredInTurns(
+        [&] { ours = qv::QVTransforms::computeDigestStringOfFile(path, type, nullptr).value(); },
+        [&] { peers = digestOnCommandLine(name, path); });
+    need(ours == peers, "the digests differ");
+    const double ratio = medians.ours / medians.peers;
+    fmt::print("{}: {:.3f} s, {:.3f} of the {:.3f} s of openssl dgst; goal 1.05: {}\n", name,
+               medians.ours, ratio, medians.peers, ratio <= kGoal ? "goal met" : "goal missed");
+}
+
+void measureDigests(std::size_t mebibytes) {
     const qv::test::TemporaryDirectory folder;
     const std::string path = filledFile(folder, mebibytes);
     const long before = residentKibibytes();
-    for (const auto& [name, type] :
-         {std::pair("md5", qv::kSecDigestMD5), std::pair("sha1", qv::kSecDigestSHA1)}) {
-        std::string ours;
-        std::string peers;
-        const Medians medians = measuredInTurns(
-            [&] {
-                ours = qv::QVTransforms::computeDigestStringOfFile(path, type, nullptr).value();
-            },
-            [&] { peers = digestOnCommandLine(name, path); });
-        need(ours == peers, "the digests differ");
-        const double ratio = medians.ours / medians.peers;
-        fmt::print("{} of {} MiB: {:.3f} s, {:.3f} of the {:.3f} s of openssl dgst; goal 1.05: "
-                   "{}\n",
-                   name, mebibytes, medians.ours, ratio, medians.peers,
-                   ratio <= kGoal ? "goal met" : "goal missed");
-    }
+    fmt::print("digests of a file of {} MiB\n", mebibytes);
+    measureDigest("md5", qv::kSecDigestMD5, path);
+    measureDigest("sha1", qv::kSecDigestSHA1, path);
     fmt::print("memory that digesting added at its highest: {} KiB\n",
                residentKibibytes() - before);
 }

@@ -20,7 +20,7 @@ public:
         if (!rest_) {
             return std::nullopt;
         }
-        const std::size_t length = lengthOfComponent();
+        const std::size_t length = lengthOfComponent(*rest_);
         const std::string_view component = rest_->substr(0, length);
         if (length == std::string_view::npos) {
             rest_ = std::nullopt;
@@ -32,13 +32,13 @@ public:
 
 private:
     // A loop of its own is quicker than a search of the library, as components are short.
-    [[nodiscard]] std::size_t lengthOfComponent() const noexcept {
+    [[nodiscard]] std::size_t lengthOfComponent(std::string_view text) const noexcept {
         if (separator_.size() == 1) {
-            const auto found = std::ranges::find(*rest_, separator_.front());
-            return found == rest_->end() ? std::string_view::npos
-                                         : static_cast<std::size_t>(found - rest_->begin());
+            const auto found = std::ranges::find(text, separator_.front());
+            return found == text.end() ? std::string_view::npos
+                                       : static_cast<std::size_t>(found - text.begin());
         }
-        return separator_.empty() ? std::string_view::npos : rest_->find(separator_);
+        return separator_.empty() ? std::string_view::npos : text.find(separator_);
     }
 
     std::optional<std::string_view> rest_;

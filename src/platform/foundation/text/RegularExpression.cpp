@@ -54,8 +54,8 @@ std::optional<Range> RegularExpression::find(std::size_t from, std::size_t to) {
     icu::RegexMatcher& matcher = *matcher_->matcher;
     UErrorCode status = U_ZERO_ERROR;
     matcher.region(static_cast<std::int64_t>(from), static_cast<std::int64_t>(to), status);
-    matcher.useTransparentBounds(true);
-    matcher.useAnchoringBounds(false);
+    matcher.useTransparentBounds(static_cast<UBool>(true));
+    matcher.useAnchoringBounds(static_cast<UBool>(false));
     const bool found = (matcher_->anchored ? matcher.lookingAt(status) : matcher.find(status)) != 0;
     if (!found || U_FAILURE(status) != 0) {
         return std::nullopt;

@@ -5,7 +5,7 @@
 namespace qv {
 
 /// How strings are searched; the numbers are the platform's. Combine with `|`.
-enum class StringCompareOptions : std::uint32_t {
+enum class StringCompareOptions : std::uint16_t {
     none = 0, ///< what is canonically equivalent is the same, forwards
     caseInsensitive = 1,
     literal = 2,   ///< the very same code points
@@ -19,12 +19,13 @@ enum class StringCompareOptions : std::uint32_t {
 };
 
 constexpr StringCompareOptions operator|(StringCompareOptions left, StringCompareOptions right) {
-    return static_cast<StringCompareOptions>(static_cast<std::uint32_t>(left) |
-                                             static_cast<std::uint32_t>(right));
+    // NOLINTNEXTLINE(clang-analyzer-optin.core.EnumCastOutOfRange): several at once
+    return static_cast<StringCompareOptions>(static_cast<unsigned>(left) |
+                                             static_cast<unsigned>(right));
 }
 /// Whether one of `wanted` is among `options`.
 constexpr bool hasOption(StringCompareOptions options, StringCompareOptions wanted) {
-    return (static_cast<std::uint32_t>(options) & static_cast<std::uint32_t>(wanted)) != 0;
+    return (static_cast<unsigned>(options) & static_cast<unsigned>(wanted)) != 0;
 }
 
 } // namespace qv

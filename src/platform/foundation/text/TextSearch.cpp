@@ -29,7 +29,7 @@ std::vector<std::size_t> bordersOf(std::u16string_view wanted) {
 // Calls `found` with the count of units passed whenever `wanted` has just been passed, until it
 // answers true.
 template <typename Iterator, typename Found>
-void scan(Iterator at, Iterator end, std::u16string_view wanted,
+void scan(Iterator at, const Iterator& end, std::u16string_view wanted,
           const std::vector<std::size_t>& borders, Found found) {
     std::size_t matched = 0;
     for (std::size_t passed = 1; at != end; ++at, ++passed) {
