@@ -96,6 +96,7 @@ TEST(Search, FoldsAsTheOptionsAsk) {
         {"abcABC", "bc", anyCase | Options::backwards, 1, "4+2"},
         {"Maße", "SS", anyCase, 1, "2+1"},
         {"Maße", "s", anyCase, 1, "none"}, // half a letter
+        {"ßßs", "sss", anyCase, 1, "1+2"}, // not from the first one, which ends in the second
         {"ÀÉ", "é", anyCase, 1, "1+1"},
         {"Résumé", "resume", plain, 1, "0+6"},
         {"Re\u0301sume\u0301!", "RESUME", plain, 1, "0+8"},
