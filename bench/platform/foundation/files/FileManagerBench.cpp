@@ -112,7 +112,7 @@ void removing(const fs::path& root) {
     }
     hold({.name = "remove 100,000 files (rm -rf)",
           .wallGoal = 0.9,
-          .processorGoal = 0.9,
+          .processorGoal = 0, // it is one unlinkat a file for both
           .ours =
               [=](int run) {
                   return FileManager::removeItemAtURL(urlOf(numbered(root, run))) ? 1 : 0;
@@ -186,7 +186,8 @@ public:
         const fs::path image = folder / "image";
         std::ofstream(image).close();
         fs::resize_file(image, std::uintmax_t{24} << 30U);
-        must({"/sbin/mkfs.ext4", "-q", "-i", "8192", "-E", "lazy_itable_init=0,lazy_journal_init=0", image});
+        must({"/sbin/mkfs.ext4", "-q", "-i", "8192", "-E", "lazy_itable_init=0,lazy_journal_init=0",
+              image});
         must({"/bin/mount", "-o", "loop", image, disk()});
         must({"/bin/mount", "-t", "tmpfs", "-o", "size=3g", "tmpfs", memory()});
     }
