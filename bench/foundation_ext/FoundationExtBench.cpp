@@ -8,44 +8,24 @@
 #include "foundation_ext/QVStringTools.h"
 #include "foundation_ext/QVTransforms.h"
 #include "platform/foundation/files/UniqueFd.h"
+#include "support/CountedAllocations.h"
 #include "support/TemporaryDirectory.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <charconv>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
-#include <new>
 #include <stdexcept>
 #include <string>
 #include <sys/resource.h>
 #include <unistd.h>
 #include <vector>
-
-namespace {
-
-// NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables): operator new has no state
-std::atomic<std::uint64_t> allocations = 0;
-
-} // namespace
-
-// NOLINTBEGIN(cppcoreguidelines-no-malloc,cppcoreguidelines-owning-memory,misc-new-delete-overloads)
-void* operator new(std::size_t size) {
-    ++allocations;
-    if (void* memory = std::malloc(size)) {
-        return memory;
-    }
-    throw std::bad_alloc();
-}
-void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t /*size*/) noexcept { std::free(memory); }
-// NOLINTEND(cppcoreguidelines-no-malloc,cppcoreguidelines-owning-memory,misc-new-delete-overloads)
 
 namespace {
 
@@ -120,9 +100,9 @@ void measureVersions() {
             return static_cast<int>(qv::QVStringTools::compareVersionTo(left, right));
         });
     };
-    const std::uint64_t before = allocations;
+    const std::uint64_t before = qv::bench::allocations;
     ours();
-    const std::uint64_t allocated = allocations - before;
+    const std::uint64_t allocated = qv::bench::allocations - before;
     const Medians medians = measuredInTurns(ours, [&] {
         everyPair([](const std::string& left, const std::string& right) {
             return ::strverscmp(left.c_str(), right.c_str()) < 0 ? -1 : 2;

@@ -5,36 +5,16 @@
 #include "platform/foundation/plist/PropertyList.h"
 #include "platform/foundation/values/Value.h"
 #include "script/QVCatalogScript.h"
+#include "support/CountedAllocations.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
 #include <cstdlib>
-#include <new>
 #include <numeric>
 #include <stdexcept>
 #include <vector>
-
-namespace {
-
-// NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables): operator new has no state
-std::atomic<std::uint64_t> allocations = 0;
-
-} // namespace
-
-// NOLINTBEGIN(cppcoreguidelines-no-malloc,cppcoreguidelines-owning-memory,misc-new-delete-overloads)
-void* operator new(std::size_t size) {
-    ++allocations;
-    if (void* memory = std::malloc(size)) {
-        return memory;
-    }
-    throw std::bad_alloc();
-}
-void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t /*size*/) noexcept { std::free(memory); }
-// NOLINTEND(cppcoreguidelines-no-malloc,cppcoreguidelines-owning-memory,misc-new-delete-overloads)
 
 namespace {
 
@@ -92,11 +72,11 @@ void run() {
     const double replay = medianNanoseconds([&] {
         qv::QVCatalogScript script;
         script.setIsPriviledged(true);
-        const std::uint64_t before = allocations;
+        const std::uint64_t before = qv::bench::allocations;
         if (!script.executeRecording(steps, nullptr, nullptr)) {
             throw std::runtime_error("the replay failed");
         }
-        allocated = allocations - before;
+        allocated = qv::bench::allocations - before;
     });
     // The pointers of the steps and of their fields, followed once: what any reader must touch.
     std::uint64_t sum = 0;

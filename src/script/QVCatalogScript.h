@@ -169,8 +169,9 @@ private:
     Error perform(OperationCode code, FunctionView<StepValues()> values,
                   ExecutionBlock executionBlock);
     void recordControlStep(OperationCode code, const StepValues& values);
-    Error adaptOwnershipToParent(const std::optional<URL>& source,
-                                 const std::optional<URL>& destination);
+    Error performOnWay(OperationCode code, const std::optional<URL>& fromURL,
+                       const std::optional<URL>& toURL, bool adaptOwnershipToParent, bool atomic,
+                       ExecutionBlock executionBlock);
     TrashService& trashService();
     Error replayStep(const Operation& operation, const StepFields& fields);
 

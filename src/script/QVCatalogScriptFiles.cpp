@@ -50,6 +50,20 @@ Error checkedArchive(const URL& item, const URL& archive, const URL& folder) {
     return fileError(noSuchFolder, "Move");
 }
 
+Error copyAtomically(const std::optional<URL>& fromURL, const URL& toURL) {
+    const URL temporary = toURL.URLByDeletingLastPathComponent().URLByAppendingPathComponent(
+        fmt::format("._A_{}", toURL.lastPathComponent()));
+    Error error = FileManager::copyItemAtURL(fromURL, temporary);
+    if (!error) {
+        error = FileManager::syncItemAtURL(temporary);
+    }
+    if (error) {
+        static_cast<void>(FileManager::removeItemAtURL(temporary));
+        return error;
+    }
+    return FileManager::moveItemAtURL(temporary, toURL);
+}
+
 } // namespace
 
 TrashService& QVCatalogScript::trashService() {
@@ -65,71 +79,46 @@ Error QVCatalogScript::removeItemAtURL(const std::optional<URL>& url) {
         [&] { return FileManager::removeItemAtURL(url); });
 }
 
-// It is the source that is re-owned, before anything is moved or copied.
-Error QVCatalogScript::adaptOwnershipToParent(const std::optional<URL>& source,
-                                              const std::optional<URL>& destination) {
-    if (!destination) {
-        return {};
-    }
-    std::uint32_t userID = 0;
-    std::uint32_t groupID = 0;
-    if (Error error =
-            readOwnershipOfItem(destination->URLByDeletingLastPathComponent(), &userID, &groupID)) {
-        return error;
-    }
-    return changeOwnershipOfItem(source, userID, groupID, true);
+// What moving and copying share: the record, and that it is the source that is re-owned first.
+Error QVCatalogScript::performOnWay(OperationCode code, const std::optional<URL>& fromURL,
+                                    const std::optional<URL>& toURL, bool adaptOwnershipToParent,
+                                    bool atomic, ExecutionBlock executionBlock) {
+    return perform(
+        code,
+        [&] {
+            return StepValues{stringFromURL(fromURL), stringFromURL(toURL),
+                              Value::boolean(adaptOwnershipToParent), Value::boolean(atomic)};
+        },
+        [&] {
+            std::uint32_t userID = 0;
+            std::uint32_t groupID = 0;
+            Error error;
+            if (adaptOwnershipToParent && toURL) {
+                error =
+                    readOwnershipOfItem(toURL->URLByDeletingLastPathComponent(), &userID, &groupID);
+                if (!error) {
+                    error = changeOwnershipOfItem(fromURL, userID, groupID, true);
+                }
+            }
+            return error ? error : executionBlock();
+        });
 }
 
 Error QVCatalogScript::moveItemFromURL(const std::optional<URL>& fromURL,
                                        const std::optional<URL>& toURL, bool adaptOwnershipToParent,
                                        bool atomic) {
-    return perform(
-        OperationCode::moveItemFromURL,
-        [&] {
-            return StepValues{stringFromURL(fromURL), stringFromURL(toURL),
-                              Value::boolean(adaptOwnershipToParent), Value::boolean(atomic)};
-        },
-        [&] {
-            if (adaptOwnershipToParent) {
-                if (Error error = this->adaptOwnershipToParent(fromURL, toURL)) {
-                    return error;
-                }
-            }
-            return FileManager::moveItemAtURL(fromURL, toURL);
-        });
+    return performOnWay(OperationCode::moveItemFromURL, fromURL, toURL, adaptOwnershipToParent,
+                        atomic, [&] { return FileManager::moveItemAtURL(fromURL, toURL); });
 }
 
 Error QVCatalogScript::copyItemFromURL(const std::optional<URL>& fromURL,
                                        const std::optional<URL>& toURL, bool adaptOwnershipToParent,
                                        bool atomic) {
-    return perform(
-        OperationCode::copyItemFromURL,
-        [&] {
-            return StepValues{stringFromURL(fromURL), stringFromURL(toURL),
-                              Value::boolean(adaptOwnershipToParent), Value::boolean(atomic)};
-        },
-        [&] {
-            if (adaptOwnershipToParent) {
-                if (Error error = this->adaptOwnershipToParent(fromURL, toURL)) {
-                    return error;
-                }
-            }
-            if (!atomic || !toURL) {
-                return FileManager::copyItemAtURL(fromURL, toURL);
-            }
-            const URL temporary =
-                toURL->URLByDeletingLastPathComponent().URLByAppendingPathComponent(
-                    fmt::format("._A_{}", toURL->lastPathComponent()));
-            Error error = FileManager::copyItemAtURL(fromURL, temporary);
-            if (!error) {
-                error = FileManager::syncItemAtURL(temporary);
-            }
-            if (error) {
-                static_cast<void>(FileManager::removeItemAtURL(temporary));
-                return error;
-            }
-            return FileManager::moveItemAtURL(temporary, toURL);
-        });
+    return performOnWay(OperationCode::copyItemFromURL, fromURL, toURL, adaptOwnershipToParent,
+                        atomic, [&] {
+                            return atomic && toURL ? copyAtomically(fromURL, *toURL)
+                                                   : FileManager::copyItemAtURL(fromURL, toURL);
+                        });
 }
 
 Error QVCatalogScript::replaceItemAtURL(const std::optional<URL>& url,

@@ -13,9 +13,8 @@ namespace qv {
 namespace {
 
 namespace fs = std::filesystem;
+using test::urlOf;
 using Kind = TrashOutcome::Kind;
-
-std::optional<URL> urlOf(const fs::path& path) { return URL::fileURLWithPath(path.string()); }
 
 const Error kTrashError(error_domain::kCocoa, 3328, {});
 

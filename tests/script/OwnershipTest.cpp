@@ -11,10 +11,7 @@ namespace qv {
 namespace {
 
 using test::text;
-
-std::optional<URL> urlOf(const std::filesystem::path& path) {
-    return URL::fileURLWithPath(path.string());
-}
+using test::urlOf;
 
 struct stat statusOf(const std::filesystem::path& path) {
     struct stat info{};

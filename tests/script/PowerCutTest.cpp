@@ -16,8 +16,7 @@ namespace qv {
 namespace {
 
 namespace fs = std::filesystem;
-
-std::optional<URL> urlOf(const fs::path& path) { return URL::fileURLWithPath(path.native()); }
+using test::urlOf;
 
 bool run(const std::string& command) {
     // NOLINTNEXTLINE(cert-env33-c,concurrency-mt-unsafe): a fixed command on files of ours

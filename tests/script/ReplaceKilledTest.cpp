@@ -17,8 +17,7 @@ namespace qv {
 namespace {
 
 namespace fs = std::filesystem;
-
-std::optional<URL> urlOf(const fs::path& path) { return URL::fileURLWithPath(path.native()); }
+using test::urlOf;
 
 void makeApp(const test::TemporaryDirectory& folder, const std::string& name, int version) {
     const std::string number = std::to_string(version);

@@ -33,4 +33,8 @@ std::string contentOf(const std::filesystem::path& file) {
     return {std::istreambuf_iterator<char>(stream), {}};
 }
 
+std::optional<URL> urlOf(const std::filesystem::path& path) {
+    return URL::fileURLWithPath(path.native());
+}
+
 } // namespace qv::test

@@ -1,6 +1,9 @@
 #pragma once
 
+#include "platform/foundation/values/URL.h"
+
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -30,5 +33,7 @@ private:
 
 /// The whole content of a file; empty when it cannot be read.
 [[nodiscard]] std::string contentOf(const std::filesystem::path& file);
+
+[[nodiscard]] std::optional<URL> urlOf(const std::filesystem::path& path);
 
 } // namespace qv::test

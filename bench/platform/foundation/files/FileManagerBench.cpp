@@ -11,6 +11,7 @@
 
 #include "platform/foundation/files/FileManager.h"
 #include "support/Contest.h"
+#include "support/TemporaryDirectory.h"
 
 #include <algorithm>
 #include <cmath>
@@ -216,20 +217,14 @@ int main(int count, char** arguments) {
         fmt::print("skipped: mounting needs root\n");
         return 0;
     }
-    std::string name = fs::temp_directory_path() / "qvbench.XXXXXX";
-    if (::mkdtemp(name.data()) == nullptr) {
-        fmt::print(stderr, "no temporary directory\n");
-        return 1;
-    }
-    int status = 0;
     try {
-        const FileSystems systems{fs::path(name)};
+        const test::TemporaryDirectory folder;
+        const FileSystems systems(folder.path());
         run(systems.disk(), systems.memory(),
             count > 1 ? std::strtoull(arguments[1], nullptr, 10) : 1);
     } catch (const std::exception& problem) {
         fmt::print(stderr, "{}\n", problem.what());
-        status = 1;
+        return 1;
     }
-    fs::remove_all(name);
-    return status;
+    return 0;
 }

@@ -5,6 +5,7 @@
 #include "platform/foundation/files/ChangeMode.h"
 #include "platform/foundation/files/walk/TreeWalk.h"
 #include "support/Contest.h"
+#include "support/TemporaryDirectory.h"
 
 #include <fmt/format.h>
 
@@ -163,18 +164,12 @@ int main() {
         fmt::print("skipped: changing owners needs root\n");
         return 0;
     }
-    std::string name = fs::temp_directory_path() / "qvbench.XXXXXX";
-    if (::mkdtemp(name.data()) == nullptr) {
-        fmt::print(stderr, "no temporary directory\n");
-        return 1;
-    }
-    int status = 0;
     try {
-        run(name);
+        const qv::test::TemporaryDirectory folder;
+        run(folder.path());
     } catch (const std::exception& error) {
         fmt::print(stderr, "{}\n", error.what());
-        status = 1;
+        return 1;
     }
-    fs::remove_all(name);
-    return status;
+    return 0;
 }

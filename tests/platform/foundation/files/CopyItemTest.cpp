@@ -23,9 +23,9 @@ namespace fs = std::filesystem;
 namespace qv {
 namespace {
 
-using test::listingOf;
+using test::urlOf;
 
-std::optional<URL> urlOf(const fs::path& path) { return URL::fileURLWithPath(path.native()); }
+using test::listingOf;
 
 // rwx for the owner, rx for user 4711, nothing else: an access list as the kernel stores it.
 constexpr std::string_view kAccessList{

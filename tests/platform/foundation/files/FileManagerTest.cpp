@@ -24,7 +24,7 @@ namespace fs = std::filesystem;
 namespace qv {
 namespace {
 
-std::optional<URL> urlOf(const fs::path& path) { return URL::fileURLWithPath(path.native()); }
+using test::urlOf;
 
 class FileManagerTest : public testing::Test {
 protected:

@@ -23,7 +23,7 @@ namespace fs = std::filesystem;
 namespace qv {
 namespace {
 
-std::optional<URL> urlOf(const fs::path& path) { return URL::fileURLWithPath(path.native()); }
+using test::urlOf;
 
 std::int64_t cause(const Error& error) {
     return error.userInfo().find("NSUnderlyingError")->asError().code();

@@ -17,7 +17,7 @@ namespace fs = std::filesystem;
 namespace qv {
 namespace {
 
-std::optional<URL> urlOf(const fs::path& path) { return URL::fileURLWithPath(path.native()); }
+using test::urlOf;
 
 TEST(ResourceValuesTest, TellsOfTheItemItself) {
     const test::TemporaryDirectory top;
