@@ -7,6 +7,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -76,6 +77,27 @@ TEST_F(Trash, KeepsWhatItTakesAndWhereItWas) {
     ASSERT_TRUE(where);
     EXPECT_EQ(where->path, files_);
     EXPECT_TRUE(where->onOwnVolume);
+}
+
+// The desktops' own reader of trashes shows what is there, and brings it back.
+TEST_F(Trash, IsReadByOthers) {
+    if (::access("/usr/bin/trash-list", X_OK) != 0) {
+        GTEST_SKIP() << "trash-list of the package trash-cli is not installed";
+    }
+    const fs::path item = folder_.write("a b/über%.txt", "kept");
+    ASSERT_EQ(code(trash_.trashItem(item)), "moved");
+    const auto shell = [&](const std::string& command) {
+        const std::string line =
+            fmt::format("HOME='{0}' XDG_DATA_HOME='{0}/.local/share' {1} >'{2}' 2>&1",
+                        home_.native(), command, (folder_ / "out").native());
+        EXPECT_EQ(std::system(line.c_str()), 0)
+            << command; // NOLINT(cert-env33-c,concurrency-mt-unsafe)
+        return test::contentOf(folder_ / "out");
+    };
+    EXPECT_THAT(shell("trash-list"), HasSubstr(" " + item.native() + "\n"));
+    shell(fmt::format("sh -c \"echo 0 | trash-restore '{}'\"", item.parent_path().native()));
+    EXPECT_EQ(test::contentOf(item), "kept");
+    EXPECT_EQ(shell("trash-list"), "");
 }
 
 TEST_F(Trash, TakesLinksAndFoldersAsTheyAre) {
