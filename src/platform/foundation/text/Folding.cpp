@@ -1,5 +1,6 @@
 #include "platform/foundation/text/Folding.h"
 
+#include "platform/foundation/text/CharacterFolding.h"
 #include "platform/foundation/text/UTF16.h"
 
 #include <unicode/normalizer2.h>
@@ -18,54 +19,41 @@ using Options = StringCompareOptions;
 // Reordering marks takes time by the square of their number; the bound is that of stream-safe text.
 constexpr std::size_t kMostMarks = 30;
 
-const icu::Normalizer2& normalizer(const icu::Normalizer2* (*instance)(UErrorCode&)) {
-    UErrorCode status = U_ZERO_ERROR;
-    const icu::Normalizer2* found = instance(status);
-    if (found == nullptr) { // compiled into the library: for want of memory only
-        throw std::bad_alloc();
-    }
-    return *found;
-}
-
 icu::UnicodeString decomposed(const icu::UnicodeString& text) {
     UErrorCode status = U_ZERO_ERROR;
-    icu::UnicodeString result =
-        normalizer(icu::Normalizer2::getNFDInstance).normalize(text, status);
+    const icu::Normalizer2* normalizer = icu::Normalizer2::getNFDInstance(status);
+    icu::UnicodeString result;
+    if (normalizer != nullptr) { // compiled into the library: fails for want of memory only
+        result = normalizer->normalize(text, status);
+    }
     if (U_FAILURE(status) != 0) {
         throw std::bad_alloc();
     }
     return result;
 }
 
-// Half-width and full-width forms become the usual ones.
-icu::UnicodeString ofUsualWidth(const icu::UnicodeString& text) {
-    const icu::Normalizer2& compatible = normalizer(icu::Normalizer2::getNFKCInstance);
+// Every character of a text through a change, which may take it out.
+template <typename Change>
+icu::UnicodeString changed(const icu::UnicodeString& text, const Change& change) {
     icu::UnicodeString result;
     for (std::int32_t index = 0; index < text.length(); index = text.moveIndex32(index, 1)) {
-        const UChar32 point = text.char32At(index);
-        const int type = u_getIntPropertyValue(point, UCHAR_DECOMPOSITION_TYPE);
-        icu::UnicodeString usual;
-        if ((type == U_DT_WIDE || type == U_DT_NARROW) &&
-            compatible.getRawDecomposition(point, usual) != 0) {
-            result += usual;
-        } else {
-            result += point;
-        }
+        change(result, static_cast<char32_t>(text.char32At(index)));
     }
     return result;
 }
 
-// Accents, points and the like, but no voicing mark or virama, which make other letters.
+icu::UnicodeString ofUsualWidth(const icu::UnicodeString& text) {
+    return changed(text, [](icu::UnicodeString& result, char32_t character) {
+        result += static_cast<UChar32>(usualWidth(character));
+    });
+}
+
 icu::UnicodeString withoutDiacritics(const icu::UnicodeString& text) {
-    icu::UnicodeString result;
-    for (std::int32_t index = 0; index < text.length(); index = text.moveIndex32(index, 1)) {
-        const UChar32 point = text.char32At(index);
-        const std::uint8_t combiningClass = u_getCombiningClass(point);
-        if (combiningClass == 0 || (combiningClass >= 7 && combiningClass <= 9)) {
-            result += point;
+    return changed(text, [](icu::UnicodeString& result, char32_t character) {
+        if (!isDiacritic(character)) {
+            result += static_cast<UChar32>(character);
         }
-    }
-    return result;
+    });
 }
 
 char16_t foldedASCII(char16_t unit, Options options) {

@@ -1,5 +1,6 @@
 #include "platform/predicate/text/Folding.h"
 
+#include "platform/foundation/text/CharacterFolding.h"
 #include "platform/foundation/values/Exception.h"
 #include "platform/foundation/values/UTF8.h"
 
@@ -39,26 +40,6 @@ std::string decomposed(std::string_view text) {
     normalizer->normalizeUTF8(0, piece(text), sink, nullptr, status);
     requireSuccess(status);
     return result;
-}
-
-// Accents, points and the like, but no voicing mark or virama, which make other letters.
-bool isDiacritic(char32_t point) {
-    const std::uint8_t combiningClass = u_getCombiningClass(static_cast<UChar32>(point));
-    return combiningClass != 0 && (combiningClass < 7 || combiningClass > 9);
-}
-
-// Half-width and full-width forms become the usual ones.
-void appendOfUsualWidth(std::string& result, char32_t point) {
-    const auto character = static_cast<UChar32>(point);
-    const int type = u_getIntPropertyValue(character, UCHAR_DECOMPOSITION_TYPE);
-    icu::UnicodeString usual;
-    UErrorCode status = U_ZERO_ERROR;
-    if ((type == U_DT_WIDE || type == U_DT_NARROW) &&
-        icu::Normalizer2::getNFKCInstance(status)->getRawDecomposition(character, usual) != 0) {
-        usual.toUTF8String(result);
-    } else {
-        appendUTF8(result, point);
-    }
 }
 
 std::string caseFolded(std::string_view text) {
@@ -105,7 +86,7 @@ std::string folded(std::string_view text, Modifiers modifiers) {
     for (std::size_t index = 0; index < result.size();) {
         const char32_t point = decodeUTF8(result, index);
         if (!modifiers.diacriticInsensitive || !isDiacritic(point)) {
-            appendOfUsualWidth(usual, point);
+            appendUTF8(usual, usualWidth(point));
         }
     }
     return decomposed(modifiers.caseInsensitive ? caseFolded(usual) : usual);
