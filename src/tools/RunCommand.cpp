@@ -64,6 +64,24 @@ std::string errorText(const Error& error) {
         error.domain(), error.code());
 }
 
+// What an error says of the place and of the errors that it is made from, a line each.
+void showCauses(Error error) {
+    const Terminal& out = Terminal::standardOutput();
+    while (error) {
+        const Value info = error.userInfo();
+        const Value* path = info.find(error_key::kFilePath);
+        if (path != nullptr && path->is(Value::Kind::string)) {
+            out.line(fmt::format("  at:    {}", onOneLine(path->asString())));
+        }
+        const Value* underlying = info.find(error_key::kUnderlyingError);
+        error = underlying != nullptr && underlying->is(Value::Kind::error) ? underlying->asError()
+                                                                            : Error();
+        if (error) {
+            out.line(fmt::format("  cause: {}", errorText(error)));
+        }
+    }
+}
+
 void showOutcome(const ScriptOutcome& outcome, const Value& steps) {
     const Terminal& out = Terminal::standardOutput();
     const std::size_t count = steps.is(Value::Kind::array) ? steps.asArray().size() : 0;
@@ -84,6 +102,7 @@ void showOutcome(const ScriptOutcome& outcome, const Value& steps) {
     }
     if (outcome.error) {
         out.line(fmt::format("  error: {}", out.styled(errorText(outcome.error), Style::plain)));
+        showCauses(outcome.error);
     }
 }
 

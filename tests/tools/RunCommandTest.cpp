@@ -1,7 +1,9 @@
 // qvcatalog run, and the client in plain C, against the running service.
 
 #include "platform/foundation/plist/PropertyList.h"
+#include "platform/workspace/TrashService.h"
 #include "service/ServiceTest.h"
+#include "support/TemporaryDirectory.h"
 #include "support/TestAuthority.h"
 #include "tools/Command.h"
 
@@ -79,6 +81,16 @@ TEST_F(RunCommand, TellsWhichStepFailed) {
     const ProgramRun noList = runText("word");
     EXPECT_EQ(noList.status, 1);
     EXPECT_THAT(noList.output, HasSubstr("The script failed.\n  error: a script must be an array"));
+}
+
+TEST_F(RunCommand, TellsThePlaceAndTheCausesOfAFailure) {
+    const ProgramRun missing = runText("({ operation = 2; URL = \"file:///no/such/item\"; })");
+    EXPECT_EQ(missing.status, 1);
+    EXPECT_THAT(missing.output,
+                HasSubstr("error: “item” couldn’t be removed. (NSCocoaErrorDomain 4)\n"
+                          "  at:    /no/such/item\n"
+                          "  cause: The operation couldn’t be completed. No such file "
+                          "or directory (NSPOSIXErrorDomain 2)\n"));
 }
 
 // What a script says must not steer the terminal of who runs it.
@@ -160,7 +172,7 @@ TEST_F(RunCommand, PythonReadsTheReply) {
     EXPECT_THAT(run.output, HasSubstr("Tool exited with code 2: /bin/ls"));
 }
 
-/// The examples that install a real package; leaves the machine as it was.
+/// The examples that install real packages; leaves the machine as it was.
 class InstallExample : public RunCommand {
 protected:
     void SetUp() override {
@@ -170,7 +182,8 @@ protected:
             return;
         }
         const ProgramRun fetched =
-            runProgram({QV_EXAMPLES "/fetch", "hello"}, "", {"PATH=/usr/sbin:/usr/bin:/sbin:/bin"});
+            runProgram({QV_EXAMPLES "/fetch", "hello", "guile-2.2-libs", "guile-3.0-libs"}, "",
+                       {"PATH=/usr/sbin:/usr/bin:/sbin:/bin"});
         if (fetched.status != 0) {
             GTEST_SKIP() << "needs a Debian package: " << fetched.errors;
         }
@@ -185,6 +198,13 @@ protected:
     bool existed_ = true;
 };
 
+std::int64_t changeOf(const std::filesystem::path& item) {
+    struct stat info{};
+    return ::lstat(item.c_str(), &info) == 0
+               ? info.st_ctim.tv_sec * 1'000'000'000 + info.st_ctim.tv_nsec
+               : 0;
+}
+
 TEST_F(InstallExample, InstallsAPackageFromEitherText) {
     const auto hello = kFolder / "prefix/usr/bin/hello";
     for (const char* script : {"/install-hello.plist", "/install-hello-oldstyle.plist"}) {
@@ -197,6 +217,33 @@ TEST_F(InstallExample, InstallsAPackageFromEitherText) {
     }
     EXPECT_TRUE(service_->waitForLog("Hello from a script step.", 2));
     EXPECT_TRUE(service_->waitForLog("Installed, although /bin/false failed on the way.", 2));
+}
+
+TEST_F(InstallExample, InstallsUpgradesAndUninstallsAnApplication) {
+    FreedesktopTrash trash; // root's, as the service's
+    const bool hadTrash = trash.homeTrashFolder().has_value();
+    const ProgramRun outcome = run(QV_EXAMPLES "/application.plist");
+    EXPECT_THAT(outcome, Succeeds()) << outcome.output;
+    EXPECT_FALSE(std::filesystem::exists(kFolder / "Guile.app"));
+    EXPECT_FALSE(std::filesystem::exists(kFolder / "staging"));
+    const std::optional<TrashFolder> folder = trash.trashFolderFor(kFolder);
+    ASSERT_TRUE(folder);
+    const std::filesystem::path files = folder->path;
+    std::filesystem::path newest;
+    for (const auto& item : std::filesystem::directory_iterator(files)) {
+        const bool isOurs = item.path().filename().native().starts_with("Guile (2.");
+        if (isOurs && (newest.empty() || changeOf(item.path()) > changeOf(newest))) {
+            newest = item.path();
+        }
+    }
+    ASSERT_FALSE(newest.empty()) << "the old version is not in the trash";
+    EXPECT_EQ(contentOf(newest / "Info.plist"), contentOf(kFolder / "guile-2.2-libs.plist"));
+    std::filesystem::remove_all(newest);
+    std::filesystem::remove(files.parent_path() / "info" /
+                            (newest.filename().native() + ".trashinfo"));
+    if (!hadTrash) {
+        std::filesystem::remove_all(files.parent_path());
+    }
 }
 
 } // namespace
