@@ -75,7 +75,7 @@ TEST_F(Ownership, ReadsOwnerAndMode) {
 
 // Odd URLs reach no system call.
 TEST_F(Ownership, RefusesURLsThatAreNoPaths) {
-    const auto codeOf = [&](std::optional<URL> url) {
+    const auto codeOf = [&](const std::optional<URL>& url) {
         const Error error = script.changeModeOfItem(url, 0700, false);
         return error && error.domain() == error_domain::kCocoa ? error.code() : -1;
     };

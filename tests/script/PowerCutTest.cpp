@@ -23,7 +23,7 @@ bool run(const std::string& command) {
     return std::system((command + " >/dev/null 2>&1").c_str()) == 0;
 }
 
-/// An ext4 in a file, mounted; what a copy of the file holds is what a power cut would leave. It
+/// An ext4 in a file, mounted_; what a copy of the file holds is what a power cut would leave. It
 /// commits nothing by itself for minutes.
 class Disk : public testing::Test {
 protected:
@@ -35,7 +35,7 @@ protected:
         if (::geteuid() != 0 || !run("/sbin/mkfs.ext4 -q " + image) || !mount(image, disk)) {
             GTEST_SKIP() << "needs root and loop devices";
         }
-        mounted = true;
+        mounted_ = true;
         fs::create_directories(disk / "home");
         ::sync();
         script.setIsPriviledged(true);
@@ -43,7 +43,7 @@ protected:
         makeTree(folder / "new.app", 'n');
     }
     void TearDown() override {
-        if (mounted) {
+        if (mounted_) {
             EXPECT_EQ(::umount(disk.c_str()), 0);
         }
     }
@@ -82,7 +82,7 @@ private:
     static bool mount(const fs::path& file, const fs::path& at) {
         return run("/bin/mount -o loop,commit=600 " + file.native() + " " + at.native());
     }
-    bool mounted = false;
+    bool mounted_ = false;
 };
 
 TEST_F(Disk, KeepsWhatWasAnsweredAsDone) {

@@ -1,13 +1,13 @@
 #include "platform/foundation/files/FileManager.h"
 #include "platform/workspace/TrashService.h"
 #include "script/QVCatalogScript.h"
+#include "support/Effort.h"
 #include "support/TemporaryDirectory.h"
 #include "support/TreeListing.h"
 
 #include <gtest/gtest.h>
 
 #include <csignal>
-#include <cstdlib>
 #include <filesystem>
 #include <random>
 #include <sys/wait.h>
@@ -32,8 +32,7 @@ void makeApp(const test::TemporaryDirectory& folder, const std::string& name, in
 // or in the trash; and it is in the trash only when the new one is whole in its place.
 // QV_TEST_ROUNDS: how often.
 TEST(Replace, SurvivesBeingKilled) {
-    const char* wanted = std::getenv("QV_TEST_ROUNDS");            // NOLINT(concurrency-mt-unsafe)
-    const int rounds = wanted != nullptr ? std::atoi(wanted) : 40; // NOLINT(cert-err34-c)
+    const int rounds = test::effort("QV_TEST_ROUNDS", 40);
     const test::TemporaryDirectory folder;
     makeApp(folder, "old.app", 1);
     makeApp(folder, "new.app", 2);

@@ -27,6 +27,8 @@ inline std::string python(const std::string& program, std::string_view input) {
     return run.output;
 }
 
+// NOLINTBEGIN(readability-identifier-naming): matchers are named like types
+
 /// A failure as it should look to a person: nothing on standard output, one line that says why.
 MATCHER_P2(FailsWith, status, why,
            "ends with status " + testing::PrintToString(status) + " and one line with \"" +
@@ -43,5 +45,7 @@ MATCHER(Succeeds, "succeeds") {
     *result_listener << "status " << arg.status << ", errors \"" << arg.errors << '"';
     return arg.status == 0 && arg.errors.empty();
 }
+
+// NOLINTEND(readability-identifier-naming)
 
 } // namespace qv::test

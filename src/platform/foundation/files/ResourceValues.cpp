@@ -73,7 +73,7 @@ std::optional<Date> contentModificationDate(const std::optional<URL>& url) {
 
 std::optional<bool> isPackage(const std::optional<URL>& url) {
     const std::optional<Item> item = examined(url);
-    if (!item) {
+    if (!item || !url) {
         return std::nullopt;
     }
     return S_ISDIR(item->info.st_mode) && (isPackageExtension(url->pathExtension()) ||

@@ -63,6 +63,7 @@ void makeSocket(const fs::path& path) {
     address.sun_family = AF_UNIX;
     path.native().copy(address.sun_path, sizeof address.sun_path - 1);
     const int socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    ASSERT_GE(socket, 0);
     ASSERT_EQ(::bind(socket, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
     ::close(socket);
 }
@@ -87,10 +88,9 @@ TEST_F(CopyItem, KeepsAllThatAnItemIs) {
             ASSERT_EQ(::lchown((top / name).c_str(), 4711, 4712), 0);
         }
     }
-    const std::array<timespec, 2> long_ago{timespec{1'000'000, 5},
-                                           timespec{2'000'000, 123'456'789}};
+    const std::array<timespec, 2> longAgo{timespec{1'000'000, 5}, timespec{2'000'000, 123'456'789}};
     for (const char* name : {"tree/inner", "tree/link", "tree/fifo", "tree/empty", "tree"}) {
-        ASSERT_EQ(::utimensat(AT_FDCWD, (top / name).c_str(), long_ago.data(), AT_SYMLINK_NOFOLLOW),
+        ASSERT_EQ(::utimensat(AT_FDCWD, (top / name).c_str(), longAgo.data(), AT_SYMLINK_NOFOLLOW),
                   0);
     }
     const std::string before = listingOf(top / "tree");

@@ -1,6 +1,7 @@
 #include "platform/foundation/files/FileManager.h"
 
 #include "platform/foundation/files/ItemPlace.h"
+#include "support/Effort.h"
 #include "support/SmallFileSystem.h"
 #include "support/TemporaryDirectory.h"
 #include "support/TreeListing.h"
@@ -10,7 +11,6 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
-#include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
 #include <string>
@@ -207,9 +207,8 @@ TEST_F(FileManagerTest, CreatesFilesWholeOrNotAtAll) {
 // A thread exchanges a folder with a link to a canary tree while it is removed, copied from and
 // copied into.
 TEST_F(FileManagerTest, IsNotLedElsewhereByARace) {
-    const char* wanted = std::getenv("QV_TEST_SECONDS"); // NOLINT(concurrency-mt-unsafe)
-    const std::chrono::milliseconds duration(wanted != nullptr ? std::atoi(wanted) * 1000
-                                                               : 700); // NOLINT(cert-err34-c)
+    constexpr int kUsual = 700; // milliseconds for each of the three
+    const std::chrono::milliseconds duration(test::effort("QV_TEST_MILLISECONDS", kUsual));
     for (const std::string what : {"remove", "copy", "copy into"}) {
         const test::TemporaryDirectory work;
         work.write("outside/inner/canary", "alive");

@@ -1,6 +1,7 @@
 #include "platform/foundation/files/FileManager.h"
 #include "platform/foundation/files/ItemPlace.h"
 #include "platform/foundation/files/RemoveItem.h"
+#include "support/Effort.h"
 #include "support/SmallFileSystem.h"
 #include "support/TemporaryDirectory.h"
 #include "support/TreeListing.h"
@@ -9,7 +10,6 @@
 
 #include <cerrno>
 #include <csignal>
-#include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
 #include <random>
@@ -77,7 +77,6 @@ TEST_F(MoveItem, RenamesOrCopiesAndNeverOverwrites) {
 }
 
 TEST_F(MoveItem, LeavesTheSourceWholeWhenItCannotCopy) {
-    const std::string before = test::listingOf(top / "tree");
     top.write("tree/large", std::string(9 << 20, 'l'));
     const std::string large = test::listingOf(top / "tree");
     const Error full = move("tree", "other/tree");
@@ -138,8 +137,7 @@ TEST_F(MoveItem, RemovesOnlyWhatWasCopied) {
 // Killed at any moment, one of the two names stands for the whole tree, and the new one never for
 // less. QV_TEST_ROUNDS: how often.
 TEST_F(MoveItem, SurvivesBeingKilled) {
-    const char* wanted = std::getenv("QV_TEST_ROUNDS");            // NOLINT(concurrency-mt-unsafe)
-    const int rounds = wanted != nullptr ? std::atoi(wanted) : 40; // NOLINT(cert-err34-c)
+    const int rounds = test::effort("QV_TEST_ROUNDS", 40);
     for (int i = 0; i < 200; ++i) {
         top.write("tree/many/" + std::to_string(i),
                   std::string(static_cast<std::size_t>(i * 50), 'm'));

@@ -83,8 +83,9 @@ Outcome copyRange(int in, int out, off_t begin, off_t end) {
             return writeFailure();
         }
         // Not between these two, or the file is shorter than it says: reading knows.
-        const auto buffer = std::make_unique_for_overwrite<char[]>(kBuffer);
-        return copyThrough({buffer.get(), kBuffer}, in, out, source, end);
+        using Buffer = std::array<char, kBuffer>;
+        const auto buffer = std::make_unique_for_overwrite<Buffer>();
+        return copyThrough(*buffer, in, out, source, end);
     }
     return std::nullopt;
 }

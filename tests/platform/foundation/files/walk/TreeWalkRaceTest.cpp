@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
@@ -47,12 +48,8 @@ fs::path levelPath(const TemporaryDirectory& top, int level) {
 }
 
 bool sawCanary(const CollectingVisitor& visitor) {
-    for (const auto& [path, count] : visitor.visits) {
-        if (path.ends_with("/canary")) {
-            return true;
-        }
-    }
-    return false;
+    return std::ranges::any_of(visitor.visits,
+                               [](const auto& item) { return item.first.ends_with("/canary"); });
 }
 
 TEST(TreeWalkRace, VanishingItemsAreNoFailure) {
