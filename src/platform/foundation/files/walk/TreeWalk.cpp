@@ -83,6 +83,7 @@ private:
     void enter(const char* name);
     bool handOut(const char* name, UniqueFd& fd, UniqueFd& mirror);
     void joinErrands(Folder& folder);
+    void waitForErrands(const Folder& folder) const;
     void leave();
     void resume(const Folder& below);
     void descendAgain();
@@ -104,9 +105,14 @@ private:
 
 Walk::~Walk() {
     for (const Folder& folder : folders_) {
-        if (folder.errands) {
-            queue_.join(*folder.errands);
-        }
+        waitForErrands(folder);
+    }
+}
+
+// They refer to what belongs to the folder.
+void Walk::waitForErrands(const Folder& folder) const {
+    if (folder.errands) {
+        queue_.join(*folder.errands);
     }
 }
 
@@ -237,7 +243,7 @@ void Walk::joinErrands(Folder& folder) {
     if (!folder.errands) {
         return;
     }
-    queue_.join(*folder.errands);
+    waitForErrands(folder);
     for (const std::string& name : folder.errands->names) {
         visitor_.leave(entryOf(name.c_str(), EntryType::directory));
     }
@@ -312,6 +318,7 @@ void Walk::descendAgain() {
     }
     while (folders_.size() > reached + 1) {
         reportFolder(cause);
+        waitForErrands(folders_.back());
         folders_.pop_back();
         path_.resize(folders_.back().pathLength);
     }

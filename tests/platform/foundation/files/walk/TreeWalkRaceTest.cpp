@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <fcntl.h>
 #include <filesystem>
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -131,6 +132,68 @@ TEST(TreeWalkRace, ReportsAFolderThatItCannotComeBackTo) {
         EXPECT_TRUE(visitor.visits.contains(levelPath(top, level) / "f")) << level;
     }
     EXPECT_TRUE(visitor.visits.contains(top / "root/last"));
+}
+
+// The main thread loses its way back to a folder of which the other one is still at a part: the
+// folder must not be forgotten before that part is done. Each thread has a side of the tree at
+// first; the other one is done with its own, and gets its part of the main thread's side then.
+struct LosingItsWay : TreeVisitor {
+    void visit(const TreeEntry& entry) override {
+        using namespace std::chrono_literals;
+        const std::string path = entry.path();
+        const bool isMain = std::this_thread::get_id() == main;
+        const std::string side = path.substr(0, (top / "root/a").native().size());
+        const std::string ofMain = [this] {
+            const std::scoped_lock lock(mutex);
+            return mainSide;
+        }();
+        if (path == side && !begun.exchange(true)) {
+            std::this_thread::sleep_for(100ms); // the other thread gets ready for this side
+        } else if (path.ends_with("/leaf") && !isMain && ofMain.empty()) {
+            std::this_thread::sleep_for(30ms); // the main thread gets to its own side
+        } else if (isMain && path.find("/middle/k") != std::string::npos && ofMain.empty()) {
+            std::this_thread::sleep_for(300ms); // the other thread gets done
+            const std::scoped_lock lock(mutex);
+            mainSide = side;
+        } else if (path.ends_with("/leaf") && isMain && !moved) {
+            const std::size_t middle = path.find("/d/") + 2 * std::size_t{20};
+            fs::rename(path.substr(0, middle), top / "away");
+            fs::rename(side + "/middle", top / "gone");
+            moved = true;
+        } else if (path.ends_with("/leaf") && !isMain && side == ofMain) {
+            for (int i = 0; i < 500 && !moved; ++i) {
+                std::this_thread::sleep_for(10ms);
+            }
+            std::this_thread::sleep_for(100ms);
+            ++elsewhere;
+        }
+    }
+    void failed(const std::string& /*path*/, const Error& /*error*/) override { lost = true; }
+    void vanished(const std::string& /*path*/) override { lost = true; }
+
+    const TemporaryDirectory top;
+    const std::thread::id main = std::this_thread::get_id();
+    std::mutex mutex;
+    std::string mainSide;
+    std::atomic<bool> begun = false;
+    std::atomic<bool> moved = false;
+    std::atomic<bool> lost = false;
+    std::atomic<int> elsewhere = 0;
+};
+
+TEST(TreeWalkRace, WaitsForTheOtherThreadInAFolderThatIsLost) {
+    LosingItsWay visitor;
+    for (const char* part : {"a/middle/k0", "a/middle/k1", "b/middle/k0", "b/middle/k1"}) {
+        std::string folder = std::string("root/") + part;
+        for (int level = 0; level < 40; ++level) {
+            folder += "/d";
+        }
+        visitor.top.write(folder + "/leaf", "");
+    }
+    EXPECT_FALSE(walkTree((visitor.top / "root").native(), RootLink::visitNone, visitor, 2));
+    EXPECT_TRUE(visitor.moved);
+    EXPECT_TRUE(visitor.lost);
+    EXPECT_EQ(visitor.elsewhere, 1);
 }
 
 TEST(TreeWalkRace, ASwappedFolderNeverLeadsToTheCanary) {
