@@ -93,7 +93,9 @@ Error QVCatalogScript::performOnWay(OperationCode code, const std::optional<URL>
             std::uint32_t userID = 0;
             std::uint32_t groupID = 0;
             Error error;
-            if (adaptOwnershipToParent && toURL) {
+            const bool isRefused =
+                FileManager::isLedAstray(fromURL) || FileManager::isLedAstray(toURL);
+            if (adaptOwnershipToParent && toURL && !isRefused) {
                 error =
                     readOwnershipOfItem(toURL->URLByDeletingLastPathComponent(), &userID, &groupID);
                 if (!error) {

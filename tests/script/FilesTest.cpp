@@ -118,6 +118,23 @@ TEST_F(Files, OwnershipIsAdaptedAtTheSource) {
     EXPECT_EQ(owner("parent/moved"), 47114712U);
 }
 
+TEST_F(Files, NothingIsReOwnedWhereALinkOfAUserLeads) {
+    if (::geteuid() != 0) {
+        GTEST_SKIP() << "changing owners needs root";
+    }
+    folder.write("system/App/key", "root's");
+    folder.write("home/apps/x", "");
+    fs::create_directory_symlink(folder / "system", folder / "home/downloads");
+    ASSERT_EQ(::chown((folder / "home/apps").c_str(), 4711, 4711), 0);
+    ASSERT_EQ(::lchown((folder / "home/downloads").c_str(), 4711, 4711), 0);
+    const Error error =
+        script.copyItemFromURL(url("home/downloads/App"), url("home/apps/App"), true, false);
+    EXPECT_EQ(error.userInfo().find("NSUnderlyingError")->asError(), Error::posix(ELOOP));
+    struct stat info{};
+    ASSERT_EQ(::stat((folder / "system/App/key").c_str(), &info), 0);
+    EXPECT_EQ(info.st_uid, 0U);
+}
+
 TEST_F(Files, ArchiveNamesTellVersionsThenDaysThenNumbers) {
     const auto name = [&](std::string_view item) {
         return QVCatalogScript::_smartArchiveNameItem(*url(item), *urlOf(folder.path()))
@@ -142,6 +159,22 @@ TEST_F(Files, ArchiveNamesTellVersionsThenDaysThenNumbers) {
                   .lastPathComponent(),
               "gone (0)")
         << "neither a version nor a date";
+}
+
+// A list that others hide must not show in a name.
+TEST_F(Files, AVersionIsReadInsideOfTheItemOnly) {
+    folder.write("hidden/Info.plist", "{ CFBundleVersion = SECRET; }");
+    folder.write("Foo.app/Resources/Info.plist", "{ CFBundleVersion = 3; }");
+    fs::create_directory(folder / "Foo.app/Contents");
+    fs::create_symlink("../../hidden/Info.plist", folder / "Foo.app/Contents/Info.plist");
+    const auto name = [&] {
+        return QVCatalogScript::_smartArchiveNameItem(*url("Foo.app"), *urlOf(folder.path()))
+            .lastPathComponent();
+    };
+    EXPECT_EQ(name(), "Foo (3).app");
+    fs::remove(folder / "Foo.app/Contents/Info.plist");
+    fs::create_symlink("../Resources/Info.plist", folder / "Foo.app/Contents/Info.plist");
+    EXPECT_EQ(name(), "Foo (3).app") << "a link that stays inside is fine";
 }
 
 // Whoever made the item must not choose where root puts it.

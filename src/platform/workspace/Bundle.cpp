@@ -6,8 +6,10 @@
 
 #include <cerrno>
 #include <fcntl.h>
+#include <linux/openat2.h>
 #include <string>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 #include <utility>
 
@@ -19,7 +21,10 @@ constexpr std::size_t kLongestList = std::size_t{1} << 20U;
 
 // A regular file's content; none for all else, so that a FIFO keeps nobody waiting.
 std::optional<std::string> contentOf(int folder, const char* name) {
-    const UniqueFd file(::openat(folder, name, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    open_how how{};
+    how.flags = O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+    how.resolve = RESOLVE_BENEATH | RESOLVE_NO_MAGICLINKS; // a link must not show what others hide
+    const UniqueFd file(static_cast<int>(::syscall(SYS_openat2, folder, name, &how, sizeof how)));
     struct stat info{};
     if (!file || ::fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode) ||
         std::cmp_greater(info.st_size, kLongestList)) {
@@ -57,7 +62,8 @@ Value infoDictionary(int folder) {
 
 std::optional<Bundle> Bundle::bundleWithURL(const std::optional<URL>& url) {
     const tl::expected<std::string, Error> path = fileSystemPath(url);
-    const UniqueFd folder(path ? ::open(path->c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC) : -1);
+    const UniqueFd folder(
+        path ? ::open(path->c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC) : -1);
     return folder ? std::optional(Bundle(infoDictionary(folder.get()))) : std::nullopt;
 }
 

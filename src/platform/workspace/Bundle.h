@@ -13,7 +13,8 @@ namespace qv {
 /// dictionary, or no list at all counts as empty.
 class Bundle {
 public:
-    /// None unless the URL leads to a folder.
+    /// None unless there is a folder at the URL; a link is none. Links inside are followed only as
+    /// far as they stay inside.
     [[nodiscard]] static std::optional<Bundle> bundleWithURL(const std::optional<URL>& url);
     [[nodiscard]] std::optional<Value> objectForInfoDictionaryKey(std::string_view key) const;
 

@@ -157,7 +157,7 @@ TrashOutcome moveInto(const Trash& trash, const std::string& path) {
     if (!files || !infos) {
         return failed(errno);
     }
-    const std::string text = trashInfoText(path, trash.volumeRoot);
+    const std::string text = trashInfoText(resolvedPath(*item), trash.volumeRoot);
     for (int attempt = 1;; ++attempt) {
         const std::string chosen = trashName(item->name, attempt);
         const int reserved = writeTrashInfo(infos.get(), chosen, text);
@@ -225,10 +225,12 @@ void FreedesktopTrash::noteOrigin(const std::string& pathInTrash, const std::str
     const UniqueFd infos = folder ? folderIn(folder.get(), "info", Missing::make) : UniqueFd();
     const auto atHome = TrashFinder(home_, user_, Missing::leave).homeTrash();
     const auto volume = volumeOf(trash);
-    if (infos && volume) {
+    const tl::expected<ItemPlace, int> place = placeOf(origin);
+    if (infos && volume && place) {
         const bool isHome = atHome && atHome->path == trash;
-        static_cast<void>(writeTrashInfo(infos.get(), nameOf(pathInTrash),
-                                         trashInfoText(origin, isHome ? "" : volume->root)));
+        static_cast<void>(
+            writeTrashInfo(infos.get(), nameOf(pathInTrash),
+                           trashInfoText(resolvedPath(*place), isHome ? "" : volume->root)));
     }
 }
 

@@ -67,8 +67,9 @@ std::string trashName(std::string_view name, int attempt) {
 }
 
 std::string trashInfoText(std::string_view path, std::string_view volumeRoot) {
-    if (!volumeRoot.empty()) {
-        path.remove_prefix(volumeRoot == "/" ? 1 : volumeRoot.size() + 1);
+    const std::string above = volumeRoot == "/" ? "/" : std::string(volumeRoot) + "/";
+    if (!volumeRoot.empty() && path.starts_with(above)) {
+        path.remove_prefix(above.size());
     }
     return fmt::format("[Trash Info]\nPath={}\nDeletionDate={}\n", escaped(path), localTime());
 }

@@ -181,6 +181,19 @@ TEST_F(VolumeTrash, IsTheVolumesOwn) {
     EXPECT_EQ(code(trash_.trashItem(volume_)), fmt::format("512 {}", EBUSY));
 }
 
+// The way that a script names is not the item's own: a link, or "..".
+TEST_F(VolumeTrash, NotesTheItemsOwnPlace) {
+    fs::create_directory_symlink(volume_ / "sub", folder_ / "l");
+    item();
+    EXPECT_EQ(code(trash_.trashItem(folder_ / "l/item")), "moved");
+    folder_.write("volume/sub/second", "");
+    EXPECT_EQ(code(trash_.trashItem(folder_ / "home/../volume/sub/second")), "moved");
+    for (const char* name : {"item", "second"}) {
+        EXPECT_THAT(test::contentOf(volume_ / ".Trash-0/info" / (std::string(name) + ".trashinfo")),
+                    HasSubstr(std::string("\nPath=sub/") + name + "\n"));
+    }
+}
+
 TEST_F(VolumeTrash, UsesTheSharedFolderOnlyWhereThatIsSafe) {
     const fs::path shared = volume_ / ".Trash";
     fs::create_directory(shared);

@@ -87,6 +87,12 @@ Error moveItemAtURL(const std::optional<URL>& srcURL, const std::optional<URL>& 
     return way ? moveItem(way->from, way->to) : way.error();
 }
 
+bool isLedAstray(const std::optional<URL>& url) {
+    const tl::expected<std::string, Error> path = fileSystemPath(url);
+    const tl::expected<ItemPlace, int> place = path ? placeOf(*path) : tl::unexpected(EINVAL);
+    return !place && place.error() == ELOOP;
+}
+
 Error syncItemAtURL(const std::optional<URL>& url) {
     const Place place = placeAt(url, "");
     if (!place) {

@@ -29,6 +29,10 @@ namespace qv::FileManager {
 [[nodiscard]] Error moveItemAtURL(const std::optional<URL>& srcURL,
                                   const std::optional<URL>& toURL);
 
+/// Whether a link of somebody else leads to the item's folder, where root must not follow it (see
+/// files/ItemPlace.h): all calls here fail with ELOOP then.
+[[nodiscard]] bool isLedAstray(const std::optional<URL>& url);
+
 /// Waits until an item with all its content and its name would survive a power cut.
 [[nodiscard]] Error syncItemAtURL(const std::optional<URL>& url);
 

@@ -2,6 +2,9 @@
 
 #include "platform/foundation/files/walk/HeldFolder.h"
 
+#include <fmt/format.h>
+
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <climits>
@@ -114,6 +117,17 @@ tl::expected<ItemPlace, int> placeOf(const std::string& path) {
     }
     place.path = path;
     return place;
+}
+
+std::string resolvedPath(const ItemPlace& item) {
+    std::array<char, PATH_MAX> folder{};
+    const std::string link = fmt::format("/proc/self/fd/{}", item.parent.get());
+    const ssize_t length = ::readlink(link.c_str(), folder.data(), folder.size());
+    if (length <= 0 || folder.front() != '/') {
+        return item.path;
+    }
+    const std::string_view path(folder.data(), static_cast<std::size_t>(length));
+    return fmt::format("{}/{}", path == "/" ? "" : path, item.name);
 }
 
 tl::expected<ItemPlace, int> placeBeside(const ItemPlace& item, const std::string& name) {

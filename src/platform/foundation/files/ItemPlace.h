@@ -22,6 +22,9 @@ struct ItemPlace {
 /// leads where it must not.
 [[nodiscard]] tl::expected<ItemPlace, int> placeOf(const std::string& path);
 
+/// The path by which an item is reached without any link; its own where the kernel does not tell.
+[[nodiscard]] std::string resolvedPath(const ItemPlace& item);
+
 /// An item beside another one.
 [[nodiscard]] tl::expected<ItemPlace, int> placeBeside(const ItemPlace& item,
                                                        const std::string& name);

@@ -2,15 +2,13 @@
 
 #include "platform/foundation/files/FileErrors.h"
 #include "platform/foundation/files/RemoveItem.h"
+#include "platform/foundation/files/RenameItem.h"
 #include "platform/foundation/files/Sync.h"
 #include "platform/foundation/files/TemporaryName.h"
 #include "platform/foundation/files/copy/CopyItem.h"
 #include "platform/foundation/files/walk/HeldFolder.h"
 
 #include <cerrno>
-#include <cstdio>
-#include <fcntl.h>
-#include <sys/stat.h>
 
 namespace qv {
 
@@ -29,32 +27,6 @@ Error moveError(const ItemPlace& from, const ItemPlace& to, const Error& cause) 
                                {error_key::kDestinationFilePath, pathText(to.path)},
                                {error_key::kUserStringVariant, Value::string(kMove)},
                                {error_key::kUnderlyingError, Value::error(cause)}})};
-}
-
-bool exists(const ItemPlace& item) {
-    struct stat info{};
-    return ::fstatat(item.parent.get(), item.name.c_str(), &info, AT_SYMLINK_NOFOLLOW) == 0;
-}
-
-bool isMovedIntoItself(const ItemPlace& from, const ItemPlace& to) {
-    const UniqueFd folder = openFolderIn(from.parent.get(), from.name.c_str());
-    return folder && isInside(to.parent.get(), folder.get());
-}
-
-// 0 or an errno. Never replaces anything, but where the file system cannot promise that, something
-// that was made this very moment.
-int renameItem(const ItemPlace& from, const ItemPlace& to) {
-    if (exists(to)) {
-        return EEXIST;
-    }
-    const auto attempt = [&](unsigned flags) {
-        return ::renameat2(from.parent.get(), from.name.c_str(), to.parent.get(), to.name.c_str(),
-                           flags) == 0
-                   ? 0
-                   : errno;
-    };
-    const int failure = attempt(RENAME_NOREPLACE);
-    return failure == EINVAL && !isMovedIntoItself(from, to) ? attempt(0) : failure;
 }
 
 Error moveAcross(const ItemPlace& from, const ItemPlace& to) {

@@ -5,8 +5,8 @@
 #include "platform/foundation/files/walk/HeldFolder.h"
 #include "platform/foundation/files/walk/TreeWalk.h"
 
+#include <array>
 #include <cerrno>
-#include <cstdlib>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -15,9 +15,30 @@ namespace qv {
 
 namespace {
 
-// Whether an item is what was copied. Not all file systems keep dates as exactly as the others.
+bool isSameTime(const timespec& left, const timespec& right) {
+    return left.tv_sec == right.tv_sec && left.tv_nsec == right.tv_nsec;
+}
+
+// Whether a date is what the copy's file system makes of another one: not all keep them as exactly,
+// nor as far away.
+bool isKeptAs(const timespec& date, int copyParent, const char* copyName, const timespec& kept) {
+    struct stat copy{};
+    const auto set = [&](const timespec& when) {
+        const std::array<timespec, 2> dates{timespec{0, UTIME_OMIT}, when};
+        return ::utimensat(copyParent, copyName, dates.data(), AT_SYMLINK_NOFOLLOW) == 0;
+    };
+    if (isSameTime(date, kept)) {
+        return true;
+    }
+    const bool same = set(date) &&
+                      ::fstatat(copyParent, copyName, &copy, AT_SYMLINK_NOFOLLOW) == 0 &&
+                      isSameTime(copy.st_mtim, kept);
+    static_cast<void>(set(kept));
+    return same;
+}
+
+// Whether an item is what was copied.
 bool isSameAsCopy(int parent, const char* name, int copyParent, const char* copyName) {
-    constexpr std::int64_t kCoarsest = 2; // seconds
     struct stat item{};
     struct stat copy{};
     if (::fstatat(parent, name, &item, AT_SYMLINK_NOFOLLOW) != 0) {
@@ -25,11 +46,13 @@ bool isSameAsCopy(int parent, const char* name, int copyParent, const char* copy
     }
     return ::fstatat(copyParent, copyName, &copy, AT_SYMLINK_NOFOLLOW) == 0 &&
            (item.st_mode & S_IFMT) == (copy.st_mode & S_IFMT) && item.st_size == copy.st_size &&
-           std::abs(item.st_mtim.tv_sec - copy.st_mtim.tv_sec) < kCoarsest;
+           isKeptAs(item.st_mtim, copyParent, copyName, copy.st_mtim);
 }
 
 class RemovingVisitor final : public TreeVisitor {
 public:
+    explicit RemovingVisitor(bool isOurs) : isOurs_(isOurs) {}
+
     void visit(const TreeEntry& entry) override {
         if (entry.type == EntryType::directory) {
             return;
@@ -48,6 +71,9 @@ public:
         if (isMountPoint(folderFd)) {
             fail(folder.path(), EBUSY);
             return false;
+        }
+        if (isOurs_) { // without root, what is in it could not be removed
+            static_cast<void>(::fchmod(folderFd, S_IRWXU));
         }
         return true;
     }
@@ -75,10 +101,11 @@ private:
                       std::move(path), ""});
     }
 
+    const bool isOurs_;
     FirstFailure failure_;
 };
 
-std::optional<FileFailure> remove(const ItemPlace& item, const ItemPlace* copy) {
+std::optional<FileFailure> remove(const ItemPlace& item, const ItemPlace* copy, bool isOurs) {
     const auto failed = [&](int errorNumber) {
         return FileFailure{errorNumber, FileAccess::write, item.path, ""};
     };
@@ -108,7 +135,10 @@ std::optional<FileFailure> remove(const ItemPlace& item, const ItemPlace* copy) 
             return failed(errno);
         }
     }
-    RemovingVisitor visitor;
+    if (isOurs) {
+        static_cast<void>(::fchmod(folder.get(), S_IRWXU));
+    }
+    RemovingVisitor visitor(isOurs);
     walkTrees(std::move(folder), std::move(mirror), item.path, visitor, walkingThreads());
     if (std::optional<FileFailure> failure = visitor.failure()) {
         return failure;
@@ -121,10 +151,16 @@ std::optional<FileFailure> remove(const ItemPlace& item, const ItemPlace* copy) 
 
 } // namespace
 
-std::optional<FileFailure> removeItem(const ItemPlace& item) { return remove(item, nullptr); }
+std::optional<FileFailure> removeItem(const ItemPlace& item) {
+    return remove(item, nullptr, false);
+}
+
+std::optional<FileFailure> removeOwnItem(const ItemPlace& item) {
+    return remove(item, nullptr, true);
+}
 
 std::optional<FileFailure> removeCopiedItem(const ItemPlace& item, const ItemPlace& copy) {
-    return remove(item, &copy);
+    return remove(item, &copy, false);
 }
 
 } // namespace qv

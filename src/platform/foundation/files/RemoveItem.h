@@ -12,6 +12,9 @@ namespace qv {
 /// somebody else removes meanwhile are no failure.
 [[nodiscard]] std::optional<FileFailure> removeItem(const ItemPlace& item);
 
+/// The same for an item that we made, whatever the modes of its folders.
+[[nodiscard]] std::optional<FileFailure> removeOwnItem(const ItemPlace& item);
+
 /// The same for an item of which there is a copy, but only what the copy has too: an item that was
 /// added or changed (size, modification date) since ends it with EBUSY.
 [[nodiscard]] std::optional<FileFailure> removeCopiedItem(const ItemPlace& item,

@@ -103,9 +103,13 @@ std::optional<Volume> volumeOf(const std::string& path) {
     return std::nullopt;
 }
 
-bool isMountPoint(int folder) noexcept {
+bool isMountPoint(int folder) noexcept { return isMountPoint(folder, ""); }
+
+bool isMountPoint(int parent, const char* name) noexcept {
     struct statx info{};
-    return ::statx(folder, "", AT_EMPTY_PATH | AT_STATX_DONT_SYNC, 0, &info) == 0 &&
+    return ::statx(parent, name,
+                   AT_EMPTY_PATH | AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT | AT_STATX_DONT_SYNC, 0,
+                   &info) == 0 &&
            (info.stx_attributes & kMountRoot) != 0;
 }
 

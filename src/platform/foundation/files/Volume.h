@@ -23,6 +23,8 @@ struct Volume {
 /// Whether an open folder is where something is mounted. Like all here it needs Linux 5.8; before,
 /// no folder is known to be one.
 [[nodiscard]] bool isMountPoint(int folder) noexcept;
+/// The same for any item in an open folder: files can be mounted on files.
+[[nodiscard]] bool isMountPoint(int parent, const char* name) noexcept;
 /// Whether a path names the root of a volume.
 [[nodiscard]] bool isVolumeRoot(const std::string& path);
 

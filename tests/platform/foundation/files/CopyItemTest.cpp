@@ -7,14 +7,17 @@
 
 #include <array>
 #include <cerrno>
+#include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <grp.h>
 #include <string>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
@@ -212,6 +215,54 @@ TEST_F(CopyItem, IsRefusedIntoItself) {
     }
     EXPECT_EQ(copy("tree/inner", "tree").code(), 516) << "the reverse";
     EXPECT_FALSE(copy("tree/inner", "tree/sibling"));
+}
+
+// By way of a mount, which the way up from the destination does not show.
+TEST_F(CopyItem, DoesNotCopyItsCopy) {
+    top.write("tree/inner/file", "");
+    fs::create_directory(top / "mounted");
+    if (::mount((top / "tree/inner").c_str(), (top / "mounted").c_str(), nullptr, MS_BIND,
+                nullptr) != 0) {
+        GTEST_SKIP() << "mounting needs root";
+    }
+    const Error error = copy("tree", "mounted/copy");
+    EXPECT_EQ(error.code(), 512);
+    EXPECT_FALSE(fs::exists(top / "tree/inner/copy"));
+    EXPECT_EQ(std::distance(fs::directory_iterator(top / "tree/inner"), fs::directory_iterator()),
+              1);
+    EXPECT_EQ(::umount((top / "mounted").c_str()), 0);
+}
+
+// Without root: a folder that its owner may not write is copied whole, and removed when it fails.
+TEST_F(CopyItem, CopesWithFoldersThatMayNotBeWritten) {
+    if (::geteuid() != 0) {
+        GTEST_SKIP() << "needs root to become another user";
+    }
+    top.write("tree/locked/file", "");
+    top.write("tree/secret", "");
+    ASSERT_EQ(::system(("chown -R 4711:4711 " + top.path().native()).c_str()), 0);
+    fs::permissions(top / "tree/locked", fs::perms(0555));
+    const auto asUser = [&](std::string_view from, std::string_view to) {
+        const pid_t child = ::fork();
+        if (child == 0) {
+            const bool dropped =
+                ::setgroups(0, nullptr) == 0 && ::setgid(4711) == 0 && ::setuid(4711) == 0;
+            ::_exit(dropped ? static_cast<int>(copy(from, to).code()) % 251 : 250);
+        }
+        int status = 0;
+        ::waitpid(child, &status, 0);
+        return WEXITSTATUS(status);
+    };
+    fs::permissions(top / "tree/secret", fs::perms(0));
+    EXPECT_EQ(asUser("tree", "copy"), 257 % 251);
+    EXPECT_EQ(std::distance(fs::directory_iterator(top.path()), fs::directory_iterator()), 1)
+        << "nothing is left";
+    fs::permissions(top / "tree/secret", fs::perms(0600));
+    fs::permissions(top / "tree", fs::perms(0555));
+    fs::permissions(top.path(), fs::perms(0755));
+    EXPECT_EQ(asUser("tree/locked", "locked"), 0);
+    EXPECT_EQ(fs::status(top / "locked").permissions(), fs::perms(0555));
+    EXPECT_TRUE(fs::exists(top / "locked/file"));
 }
 
 // 10,000 folders below each other are neither too many descriptors nor too deep a stack.

@@ -8,10 +8,12 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <fcntl.h>
 #include <filesystem>
+#include <fstream>
 #include <random>
 #include <string>
 #include <sys/stat.h>
@@ -90,6 +92,14 @@ TEST_F(MoveItem, LeavesTheSourceWholeWhenItCannotCopy) {
     EXPECT_TRUE(isEmpty("other"));
     EXPECT_EQ(test::listingOf(top / "tree"), large);
     fs::remove(top / "tree/large");
+    // Something is mounted on a file.
+    ASSERT_EQ(::mount((top / "tree/second").c_str(), (top / "tree/inner/file").c_str(), nullptr,
+                      MS_BIND, nullptr),
+              0);
+    EXPECT_EQ(cause(move("tree", "other/tree").userInfo().find("NSUnderlyingError")->asError()),
+              EBUSY);
+    EXPECT_TRUE(fs::exists(top / "tree/second"));
+    ASSERT_EQ(::umount((top / "tree/inner/file").c_str()), 0);
     // A tree that could be copied but not removed: known before anything is done.
     const test::SmallFileSystem inside(top / "tree/mounted");
     EXPECT_EQ(cause(move("tree", "other/tree").userInfo().find("NSUnderlyingError")->asError()),
@@ -106,6 +116,10 @@ TEST_F(MoveItem, RemovesOnlyWhatWasCopied) {
     };
     const Change changes[] = {
         {"grown", [](const fs::path& tree) { fs::resize_file(tree / "inner/file", 100); }},
+        {"in place",
+         [](const fs::path& tree) {
+             std::fstream(tree / "second", std::ios::in | std::ios::out) << "x";
+         }},
         {"newer",
          [](const fs::path& tree) {
              fs::last_write_time(tree / "second",
@@ -129,6 +143,12 @@ TEST_F(MoveItem, RemovesOnlyWhatWasCopied) {
         fs::remove_all(top / "from");
         fs::remove_all(top / "other/to");
     }
+    // Dates that the other file system cannot keep are no change: this one is of the year 2500.
+    const std::array<timespec, 2> far{timespec{16'725'225'600, 1}, timespec{16'725'225'600, 1}};
+    ASSERT_EQ(::utimensat(AT_FDCWD, (top / "other").c_str(), far.data(), 0), 0);
+    ASSERT_FALSE(move("tree", "other/tree"));
+    ASSERT_EQ(::utimensat(AT_FDCWD, (top / "other/tree/second").c_str(), far.data(), 0), 0);
+    ASSERT_FALSE(move("other/tree", "tree"));
     ASSERT_FALSE(FileManager::copyItemAtURL(urlOf(top / "tree"), urlOf(top / "other/to")));
     EXPECT_FALSE(removeCopiedItem(*placeOf(top / "tree"), *placeOf(top / "other/to")));
     EXPECT_FALSE(fs::exists(top / "tree"));

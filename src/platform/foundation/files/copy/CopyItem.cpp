@@ -2,6 +2,8 @@
 
 #include "platform/foundation/files/FirstFailure.h"
 #include "platform/foundation/files/RemoveItem.h"
+#include "platform/foundation/files/RenameItem.h"
+#include "platform/foundation/files/TemporaryName.h"
 #include "platform/foundation/files/Volume.h"
 #include "platform/foundation/files/copy/FileContent.h"
 #include "platform/foundation/files/copy/FileMetadata.h"
@@ -23,6 +25,7 @@ namespace {
 
 constexpr mode_t kOwnerOnly = 0700;
 constexpr mode_t kOwnerReadsAndWrites = 0600;
+constexpr mode_t kModeBits = 07777;
 
 /// One item of the source and where its copy goes.
 struct Pair {
@@ -102,27 +105,25 @@ Failed copySpecial(const Pair& pair) {
                          info.st_rdev) != 0) {
         return whileWriting();
     }
-    const int failure =
-        copyMetadata(pair.fromParent, pair.fromName, pair.toParent, pair.toName, info);
-    if (failure != 0) {
-        static_cast<void>(::unlinkat(pair.toParent, pair.toName, 0));
-    }
-    return {failure};
+    return {copyMetadata(pair.fromParent, pair.fromName, pair.toParent, pair.toName, info)};
 }
 
 class CopyingVisitor final : public TreeVisitor {
 public:
     /// `root` is the copy's root folder and stays with the caller.
     CopyingVisitor(const ItemPlace& from, const ItemPlace& to, int root, MountedBelow mounted)
-        : from_(from), to_(to), mounted_(mounted), links_(root), maker_(ownerOf(root)) {}
+        : from_(from), to_(to), mounted_(mounted), root_(identityOf(root)), links_(root),
+          maker_(ownerOf(root)) {}
 
     void visit(const TreeEntry& entry) override {
         if (entry.type == EntryType::directory) {
             return;
         }
         const Pair pair{entry.parentFd, entry.mirrorFd, entry.name, entry.name};
-        if (const Failed failed =
-                entry.type == EntryType::file ? copyFile(pair, entry) : copySpecial(pair)) {
+        if (mounted_ == MountedBelow::refused && isMountPoint(entry.parentFd, entry.name)) {
+            fail(entry.path(), {EBUSY, FileAccess::write});
+        } else if (const Failed failed =
+                       entry.type == EntryType::file ? copyFile(pair, entry) : copySpecial(pair)) {
             fail(entry.path(), failed);
         }
     }
@@ -130,6 +131,11 @@ public:
     bool enter(const TreeEntry& folder, int folderFd) override {
         if (mounted_ == MountedBelow::refused && isMountPoint(folderFd)) {
             fail(folder.path(), {EBUSY, FileAccess::write});
+            return false;
+        }
+        // By way of a mount, or because somebody has moved the copy into what is copied.
+        if (identityOf(folderFd) == root_) {
+            fail(folder.path(), {EINVAL, FileAccess::write});
             return false;
         }
         if (::mkdirat(folder.mirrorFd, folder.name, kOwnerOnly) != 0) {
@@ -189,33 +195,66 @@ private:
     const ItemPlace& from_;
     const ItemPlace& to_;
     const MountedBelow mounted_;
+    const std::optional<Identity> root_;
     ContentCopier contents_;
     HardLinks links_;
     const Owner maker_; // of all that is created below the root
     FirstFailure failure_;
 };
 
-// Removes what a failed copy has made, unless somebody has put something else in its place.
-void removeCopy(const ItemPlace& to, const Identity& made) {
-    struct stat info{};
-    if (::fstatat(to.parent.get(), to.name.c_str(), &info, AT_SYMLINK_NOFOLLOW) == 0 &&
-        Identity{info.st_dev, info.st_ino} == made) {
-        static_cast<void>(removeItem(to));
+/// A folder beside the destination, for us alone, in which the copy is made: nobody else can lay
+/// anything in our way there, and the destination's name stands for nothing half.
+class Workshop {
+public:
+    explicit Workshop(const ItemPlace& to)
+        : to_(to), name_(temporaryName()), item_{UniqueFd(), to.name, to.path} {
+        if (::mkdirat(to.parent.get(), name_.c_str(), kOwnerOnly) != 0) {
+            failed_ = whileWriting();
+            return;
+        }
+        item_.parent = openFolderIn(to.parent.get(), name_.c_str());
+        if (!item_.parent || !makeNeutral(item_.parent.get())) {
+            failed_ = whileWriting();
+        }
     }
-}
+    Workshop(const Workshop&) = delete;
+    Workshop& operator=(const Workshop&) = delete;
+    Workshop(Workshop&&) = delete;
+    Workshop& operator=(Workshop&&) = delete;
+    ~Workshop() {
+        if (item_.parent) {
+            static_cast<void>(removeOwnItem(item_)); // nothing is there when all went well
+        }
+        static_cast<void>(::unlinkat(to_.parent.get(), name_.c_str(), AT_REMOVEDIR));
+    }
 
-// A fresh folder takes after its parent; it shall take after the one that is copied, and what is
-// made in it after its maker.
-bool makeNeutral(int folder) {
-    struct stat info{};
-    removeAccessLists(folder);
-    return ::fstat(folder, &info) == 0 && info.st_uid == ::geteuid() &&
-           (info.st_gid == ::getegid() ||
-            ::fchown(folder, static_cast<uid_t>(-1), ::getegid()) == 0) &&
-           ::fchmod(folder, kOwnerOnly) == 0;
-}
+    [[nodiscard]] Failed failed() const { return failed_; }
+    /// Where to make the copy; its path is the destination's.
+    [[nodiscard]] const ItemPlace& item() const { return item_; }
+    /// Puts the copy into its place.
+    [[nodiscard]] Failed deliver() const {
+        const int failure = renameItem(item_, to_);
+        return {failure, FileAccess::write};
+    }
 
-Failed copyTopFile(const Pair& pair, const ItemPlace& to) {
+private:
+    // A fresh folder takes after its parent; what is made in this one shall take after its maker.
+    static bool makeNeutral(int folder) {
+        struct stat info{};
+        removeAccessLists(folder);
+        return ::fstat(folder, &info) == 0 && info.st_uid == ::geteuid() &&
+               (info.st_gid == ::getegid() ||
+                ::fchown(folder, static_cast<uid_t>(-1), ::getegid()) == 0) &&
+               ::fchmod(folder, kOwnerOnly) == 0;
+    }
+
+    const ItemPlace& to_;
+    std::string name_;
+    ItemPlace item_;
+    Failed failed_;
+};
+
+Failed copyTopFile(const Pair& pair) {
     SourceFile source;
     if (const Failed failed = openSource(pair, source)) {
         return failed;
@@ -224,23 +263,21 @@ Failed copyTopFile(const Pair& pair, const ItemPlace& to) {
     if (!copy) {
         return whileWriting();
     }
-    removeAccessLists(copy.get());
     ContentCopier contents;
-    const std::optional<Identity> made = identityOf(copy.get());
-    const Failed failed = fillCopy(source, copy.get(), contents, ownerOf(copy.get()));
-    if (failed && made) {
-        removeCopy(to, *made);
-    }
-    return failed;
+    return fillCopy(source, copy.get(), contents, ownerOf(copy.get()));
 }
 
-std::optional<FileFailure> copyFolder(const ItemPlace& from, const ItemPlace& to,
+// Without root, a folder that its owner may not write cannot change its parent: it gets its mode
+// when it is in its place.
+std::optional<FileFailure> copyFolder(const ItemPlace& from, const Workshop& workshop,
                                       MountedBelow mounted) {
+    const ItemPlace& to = workshop.item();
     const auto failed = [&](const Failed& why) {
         return FileFailure{why.errorNumber, why.access, from.path, to.path};
     };
     UniqueFd source = openFolderIn(from.parent.get(), from.name.c_str());
-    if (!source) {
+    struct stat info{};
+    if (!source || ::fstat(source.get(), &info) != 0) {
         return failed(whileReading());
     }
     if (isInside(to.parent.get(), source.get())) {
@@ -254,46 +291,53 @@ std::optional<FileFailure> copyFolder(const ItemPlace& from, const ItemPlace& to
     }
     const UniqueFd root = openFolderIn(to.parent.get(), to.name.c_str());
     UniqueFd mirror = root ? openFolderIn(root.get(), ".") : UniqueFd();
-    const std::optional<Identity> made = root ? identityOf(root.get()) : std::nullopt;
-    if (!mirror || !made || !makeNeutral(root.get())) {
-        const Failed why = whileWriting();
-        static_cast<void>(::unlinkat(to.parent.get(), to.name.c_str(), AT_REMOVEDIR));
-        return failed(why);
+    if (!mirror) {
+        return failed(whileWriting());
     }
     CopyingVisitor visitor(from, to, root.get(), mounted);
     walkTrees(std::move(source), std::move(mirror), from.path, visitor, walkingThreads());
-    std::optional<FileFailure> failure = visitor.failure();
-    if (failure) {
-        removeCopy(to, *made);
+    if (std::optional<FileFailure> failure = visitor.failure()) {
+        return failure;
     }
-    return failure;
+    const mode_t mode = info.st_mode & kModeBits;
+    const bool isLocked = (mode & S_IWUSR) == 0 && ::geteuid() != 0;
+    if (isLocked && ::fchmod(root.get(), mode | S_IWUSR) != 0) {
+        return failed(whileWriting());
+    }
+    if (const Failed why = workshop.deliver()) {
+        return failed(why);
+    }
+    return isLocked && ::fchmod(root.get(), mode) != 0 ? std::optional(failed(whileWriting()))
+                                                       : std::nullopt;
 }
 
 } // namespace
 
 std::optional<FileFailure> copyItem(const ItemPlace& from, const ItemPlace& to,
                                     MountedBelow mounted) {
-    const auto failed = [&](const Failed& why) {
-        return FileFailure{why.errorNumber, why.access, from.path, to.path};
+    const auto outcome = [&](const Failed& why) {
+        return why ? std::optional(FileFailure{why.errorNumber, why.access, from.path, to.path})
+                   : std::nullopt;
     };
     struct stat info{};
     struct stat there{};
     if (::fstatat(from.parent.get(), from.name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) {
-        return failed(whileReading());
+        return outcome(whileReading());
     }
     if (::fstatat(to.parent.get(), to.name.c_str(), &there, AT_SYMLINK_NOFOLLOW) == 0) {
-        return failed({EEXIST, FileAccess::write});
+        return outcome({EEXIST, FileAccess::write});
+    }
+    const Workshop workshop(to);
+    if (workshop.failed()) {
+        return outcome(workshop.failed());
     }
     if (S_ISDIR(info.st_mode)) {
-        return copyFolder(from, to, mounted);
+        return copyFolder(from, workshop, mounted);
     }
-    const Pair pair{from.parent.get(), to.parent.get(), from.name.c_str(), to.name.c_str()};
-    if (S_ISREG(info.st_mode)) {
-        const Failed why = copyTopFile(pair, to);
-        return why ? std::optional(failed(why)) : std::nullopt;
-    }
-    const Failed why = copySpecial(pair);
-    return why ? std::optional(failed(why)) : std::nullopt;
+    const Pair pair{from.parent.get(), workshop.item().parent.get(), from.name.c_str(),
+                    to.name.c_str()};
+    const Failed failed = S_ISREG(info.st_mode) ? copyTopFile(pair) : copySpecial(pair);
+    return outcome(failed ? failed : workshop.deliver());
 }
 
 } // namespace qv

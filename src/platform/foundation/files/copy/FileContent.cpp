@@ -39,13 +39,10 @@ Outcome writeAll(int out, std::span<const char> bytes, off_t at) {
     return std::nullopt;
 }
 
-// From `begin` to `end` or the end of the file, whichever comes first; to its end when `end` is 0,
-// as files have it whose size nobody knows.
+// From `begin` to `end` or the end of the file, whichever comes first.
 Outcome copyThrough(std::span<char> buffer, int in, int out, off_t begin, off_t end) {
-    while (end == 0 || begin < end) {
-        const std::size_t wanted =
-            end == 0 ? buffer.size()
-                     : std::min(buffer.size(), static_cast<std::size_t>(end - begin));
+    while (begin < end) {
+        const std::size_t wanted = std::min(buffer.size(), static_cast<std::size_t>(end - begin));
         const ssize_t count = ::pread(in, buffer.data(), wanted, begin);
         if (count < 0 && errno == EINTR) {
             continue;
@@ -98,6 +95,25 @@ Outcome reserve(int out, off_t size) {
     return failed && isWriteError(errno) ? writeFailure() : std::nullopt;
 }
 
+// A file without a size is empty, or one of those that the kernel makes up as they are read. One
+// that has a size by then has only begun to grow.
+Outcome copyUnsized(std::span<char> buffer, int in, int out) {
+    constexpr off_t kMost = 64 << 20;
+    struct stat info{};
+    const ssize_t count = ::pread(in, buffer.data(), 1, 0);
+    if (count < 0 || ::fstat(in, &info) != 0) {
+        return readFailure();
+    }
+    if (count == 0 || info.st_size > 0) {
+        return std::nullopt;
+    }
+    if (Outcome failure = copyThrough(buffer, in, out, 0, kMost)) {
+        return failure;
+    }
+    const bool isAll = ::pread(in, buffer.data(), 1, kMost) == 0;
+    return isAll ? Outcome() : ContentFailure{EFBIG, FileAccess::read};
+}
+
 // The parts between the holes.
 Outcome copySparse(int in, int out, off_t size) {
     off_t at = 0;
@@ -142,7 +158,8 @@ std::optional<ContentFailure> ContentCopier::copy(int in, int out, const struct 
         return copyRange(in, out, 0, info.st_size);
     }
     std::array<char, kSmall> buffer; // NOLINT(*-member-init): it is filled by reading
-    return copyThrough(buffer, in, out, 0, info.st_size);
+    return info.st_size > 0 ? copyThrough(buffer, in, out, 0, info.st_size)
+                            : copyUnsized(buffer, in, out);
 }
 
 } // namespace qv

@@ -8,6 +8,8 @@ namespace qv {
 
 namespace {
 
+constexpr std::size_t kMostRemembered = std::size_t{128} << 20U;
+
 const char* lastComponent(const std::string& path) { return path.c_str() + path.rfind('/') + 1; }
 
 } // namespace
@@ -36,6 +38,7 @@ HardLinks::Outcome HardLinks::link(const struct stat& info, std::string path, in
     if (isSame) {
         if (linkTo(found->second.path, parent, lastComponent(path))) {
             if (--found->second.namesLeft == 0) {
+                remembered_ -= found->second.path.size();
                 copies_.erase(found);
             }
             return Outcome::linked;
@@ -44,9 +47,14 @@ HardLinks::Outcome HardLinks::link(const struct stat& info, std::string path, in
             return Outcome::failed;
         }
     }
+    if (remembered_ + path.size() > kMostRemembered) {
+        errno = ENOMEM;
+        return Outcome::failed;
+    }
     if (!make()) {
         return Outcome::failed;
     }
+    remembered_ += path.size() - (found == copies_.end() ? 0 : found->second.path.size());
     copies_[identity] = {std::move(path), info.st_nlink - 1, info.st_mtim, info.st_size};
     return Outcome::made;
 }

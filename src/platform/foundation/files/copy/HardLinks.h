@@ -11,7 +11,8 @@
 namespace qv {
 
 /// The files with several names that a copy has come across, so that their copies are one file as
-/// well. Remembers a file until its last name was seen. For several threads at once.
+/// well. Remembers a file until its last name was seen, up to 128 MiB of paths: ENOMEM beyond. For
+/// several threads at once.
 class HardLinks {
 public:
     enum class Outcome : std::uint8_t {
@@ -44,6 +45,7 @@ private:
     bool linkTo(const std::string& path, int parent, const char* name) const;
 
     int root_;
+    std::size_t remembered_ = 0; // bytes
     std::mutex mutex_;
     std::map<Identity, Copy, Less> copies_;
 };

@@ -10,9 +10,10 @@ bool FolderQueue::offer(Job& job) {
         if (waiting_ == 0) {
             return false;
         }
+        FolderQueue::Errands* errands = job.errands;
+        jobs_.push_back(std::move(job)); // first, as it may fail
         --waiting_;
-        ++job.errands->running;
-        jobs_.push_back(std::move(job));
+        ++errands->running;
     }
     offered_.notify_one();
     return true;
