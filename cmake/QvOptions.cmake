@@ -10,11 +10,14 @@ set(QV_SOCKET_PATH "/run/com.larkwen.qvcatalog.helper.sock" CACHE PATH
     "Where the service listens and clients look for it")
 set(QV_RESOURCE_DIR "${CMAKE_INSTALL_FULL_DATADIR}/qvcatalog" CACHE PATH
     "Folder of the tables of localized strings")
+set(QV_CLIENT_GROUP "_qvclient" CACHE STRING
+    "Group, by name or number, that installed clients are set-group-id to; it has no members")
 option(QV_DEVELOPMENT
   "A developer's build: its own socket, and the development authority of the build tree as anchor" OFF)
 if(QV_DEVELOPMENT)
   set(QV_ANCHOR_DIR "${CMAKE_BINARY_DIR}/identity/anchors.d")
   set(QV_SOCKET_PATH "${CMAKE_BINARY_DIR}/run/helper.sock")
+  set(QV_CLIENT_GROUP 47110) # a number that no group need have
 endif()
 
 if(NOT CMAKE_BUILD_TYPE)

@@ -6,6 +6,7 @@
 #include <tl/expected.hpp>
 
 #include <cerrno>
+#include <charconv>
 #include <cstring>
 #include <grp.h>
 #include <utility>
@@ -14,16 +15,25 @@ namespace qv {
 
 namespace {
 
-constexpr const char* kClientGroup = "_qvclient";
+constexpr std::string_view kClientGroup = QV_CLIENT_GROUP;
 
-/// The group's number; none and errno 0 when there is no such group.
-tl::expected<gid_t, int> groupNamed(const char* name) {
+/// The group's number, which may stand in place of its name; none and errno 0 when there is no such
+/// group.
+tl::expected<gid_t, int> clientGroupID() {
+    gid_t number = 0;
+    const char* const end = kClientGroup.data() + kClientGroup.size();
+    if (const auto [rest, failure] = std::from_chars(kClientGroup.data(), end, number);
+        failure == std::errc() && rest == end) {
+        return number;
+    }
+
     constexpr std::size_t kLargestRecord = std::size_t{1} << 20U;
     std::vector<char> buffer(4096);
     while (true) {
         group record{};
         group* found = nullptr;
-        const int failure = ::getgrnam_r(name, &record, buffer.data(), buffer.size(), &found);
+        const int failure =
+            ::getgrnam_r(kClientGroup.data(), &record, buffer.data(), buffer.size(), &found);
         if (failure == ERANGE && buffer.size() < kLargestRecord) {
             buffer.resize(buffer.size() * 2);
             continue;
@@ -42,6 +52,7 @@ CodeSigningConfiguration configurationWith(const tl::expected<gid_t, int>& group
     return {.anchorsDirectory = QV_ANCHOR_DIR,
             .anchorOwner = QV_ANCHOR_OWNER,
             .clientGroup = group ? std::optional(*group) : std::nullopt,
+            .developmentAnchors = QV_DEVELOPMENT_BUILD,
             .allowTemporaryFileSystems = QV_DEVELOPMENT_BUILD};
 }
 
@@ -64,8 +75,7 @@ struct ClientVerification::Parts {
     GuestServices services;
 };
 
-ClientVerification::ClientVerification()
-    : parts_(std::make_unique<Parts>(groupNamed(kClientGroup))) {}
+ClientVerification::ClientVerification() : parts_(std::make_unique<Parts>(clientGroupID())) {}
 ClientVerification::~ClientVerification() = default;
 
 CodeSigningServices& ClientVerification::services() noexcept { return parts_->services; }
@@ -77,7 +87,7 @@ ClientVerification::Peer ClientVerification::registerPeer(pid_t pid, int pidfd, 
 }
 
 CodeSigningConfiguration ClientVerification::configuration() {
-    return configurationWith(groupNamed(kClientGroup));
+    return configurationWith(clientGroupID());
 }
 
 std::string_view ClientVerification::anchorsDirectory() noexcept { return QV_ANCHOR_DIR; }

@@ -15,7 +15,7 @@ class CodeSigningServices;
 struct CodeSigningConfiguration;
 
 /// The code-signing services as this build configures them: the anchors of QV_ANCHOR_DIR, owned by
-/// root; the client group is `_qvclient`. Nothing of it can be chosen at run time. For one thread.
+/// root; the client group QV_CLIENT_GROUP. Nothing of it can be chosen at run time. For one thread.
 class ClientVerification {
 public:
     /// A peer that is being verified. While it lives, a verifier that is made for its process

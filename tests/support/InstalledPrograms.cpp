@@ -23,6 +23,7 @@ CodeSigningConfiguration InstalledPrograms::configuration() const {
     }
     return {.anchorsDirectory = folder_ / "anchors",
             .clientGroup = kClientGroup,
+            .developmentAnchors = true,
             .allowTemporaryFileSystems = info.f_type == TMPFS_MAGIC,
             .lookupTime = std::chrono::minutes(1)};
 }

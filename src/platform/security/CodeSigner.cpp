@@ -98,7 +98,12 @@ Outcome judge(const SigningRequest& request, const SigningIdentity& identity) {
         return signatureFailure(codesign_status::kInvalidAttributeValues,
                                 "entitlements and information must be dictionaries");
     }
-    if (directory.getTaskAllow() && hasDistributionMarker(*identity.certificate) &&
+    const auto certificate = certificateFacts(*identity.certificate);
+    if (!certificate) {
+        return signatureFailure(codesign_status::kInvalidAttributeValues,
+                                fmt::format("the signer's certificate: {}", certificate.error()));
+    }
+    if (directory.getTaskAllow() && hasDistributionMarker(*certificate) &&
         !request.allowDebuggableDistribution) {
         return signatureFailure(codesign_status::kInvalidEntitlements,
                                 "a program that may be debugged must not be signed with a "

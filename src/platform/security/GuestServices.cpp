@@ -43,7 +43,7 @@ GuestServices::lookUp(const Value& attributes) {
         return tl::unexpected(std::move(record.error()));
     }
     GuestVerdict verdict =
-        judgeGuest(record->observation, signatureFacts(record->code), configuration_.clientGroup);
+        judgeGuest(record->observation, signatureFacts(record->code), configuration_);
     return std::make_shared<const GuestCode>(system_, std::move(*record), std::move(verdict));
 }
 

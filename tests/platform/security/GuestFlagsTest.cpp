@@ -48,11 +48,13 @@ struct Client {
                      .getTaskAllow = false,
                      .platformRoot = false};
     }
-    [[nodiscard]] GuestVerdict judge() const { return judgeGuest(observation, signature, group); }
+    [[nodiscard]] GuestVerdict judge() const {
+        return judgeGuest(observation, signature, configuration);
+    }
 
     GuestObservation observation;
     SignatureFacts signature;
-    std::optional<gid_t> group = kGroup;
+    CodeSigningConfiguration configuration{.anchorsDirectory = {}, .clientGroup = kGroup};
 };
 
 TEST(GuestFlags, AMarkedClientGetsWhatItsSignatureAsksFor) {
@@ -78,7 +80,8 @@ TEST(GuestFlags, EveryFactThatLacksTakesItsFlags) {
     const std::uint32_t hard = kHard | kRequireLibraryValidation | kRuntime;
     const std::uint32_t kill = kKill | kRuntime;
     const std::vector<Row> rows{
-        {"no client group configured", [](Client& c) { c.group.reset(); }, kMarked, 0},
+        {"no client group configured", [](Client& c) { c.configuration.clientGroup.reset(); },
+         kMarked, 0},
         {"not through a connection", [](Client& c) { c.observation.peer.reset(); }, kMarked, 0},
         {"connected before the exec", [](Client& c) { c.observation.peer->group = 100; }, kMarked,
          0},
@@ -143,6 +146,12 @@ TEST(GuestFlags, OnlyAProgramSignedForDebuggingIsValidUnderADebugger) {
     client.observation.status.tracer = 9;
     EXPECT_EQ(client.judge().flags,
               kSigned | kGetTaskAllow | kDebugged | kHard | kRequireLibraryValidation);
+    EXPECT_EQ(client.judge().imageStatus, 0);
+    client.signature.distributionMarker = true;
+    EXPECT_EQ(client.judge().flags, kSigned | kDebugged | kHard | kRequireLibraryValidation)
+        << "whoever may debug what is given to others speaks for it";
+    EXPECT_EQ(client.judge().imageStatus, codesign_status::kGuestInvalid);
+    client.configuration.developmentAnchors = true;
     EXPECT_EQ(client.judge().imageStatus, 0);
     client.observation.change = "the mappings changed";
     EXPECT_EQ(client.judge().imageStatus, codesign_status::kGuestInvalid);

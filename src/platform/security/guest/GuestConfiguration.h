@@ -14,6 +14,10 @@ struct CodeSigningConfiguration {
     /// The group that marks a clean start: executables that root owns and that are set-group-id to
     /// it. None: no process is marked, so none is hard, killed on invalidation, or hardened.
     std::optional<gid_t> clientGroup;
+    /// The anchors are a developer's own: a debuggable program counts as one even when its
+    /// certificate is marked for distribution. Elsewhere it does not, because whoever may debug a
+    /// program speaks for it.
+    bool developmentAnchors = false;
     /// Lets executables stand on tmpfs and ramfs, as in some containers.
     bool allowTemporaryFileSystems = false;
     /// How long one look-up may take (codesign_status::kCancelled afterwards).

@@ -1,5 +1,7 @@
 #include "platform/security/guest/GuestFlags.h"
 
+#include "platform/security/signature/CertificateRules.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -47,6 +49,15 @@ std::string missingForSignature(const SignatureFacts& signature) {
         return "the executable is not signed";
     }
     return signature.intact ? std::string() : "the signature is not intact";
+}
+
+std::string missingForGetTaskAllow(const SignatureFacts& signature, bool developmentAnchors) {
+    if (!signature.getTaskAllow) {
+        return "the entitlement is not signed in";
+    }
+    return signature.distributionMarker && !developmentAnchors
+               ? "its certificate is for distribution, and such programs are not for debugging"
+               : std::string();
 }
 
 std::string missingForMapping(const MappedCode& code) {
@@ -180,16 +191,20 @@ SignatureFacts signatureFacts(const StaticCode& code) {
             .digestMatches = code.signatureIntact() && code.digestMatches(),
             .directoryFlags = code.signatureIntact() ? code.directoryFlags() : 0,
             .getTaskAllow = code.signatureIntact() && code.getTaskAllow(),
+            .distributionMarker =
+                code.signatureIntact() && !chain.empty() && hasDistributionMarker(chain.front()),
             .platformRoot = code.signatureIntact() && !chain.empty() && chain.back().platformRoot};
 }
 
 GuestVerdict judgeGuest(const GuestObservation& observation, const SignatureFacts& signature,
-                        std::optional<gid_t> clientGroup) {
+                        const CodeSigningConfiguration& configuration) {
     const std::string unsignedCode = missingForSignature(signature);
     const std::string traced = missingForNoTracer(observation);
-    const std::string mark = missingForMark(observation, clientGroup);
+    const std::string mark = missingForMark(observation, configuration.clientGroup);
     const std::string hard = firstOf({mark, missingForMappings(observation)});
     const std::string kill = firstOf({mark, missingForKill(observation)});
+    const std::string notDebuggable =
+        missingForGetTaskAllow(signature, configuration.developmentAnchors);
     auto [imageStatus, imageReason] = judgeImage(observation, signature);
 
     using namespace code_flags;
@@ -197,8 +212,7 @@ GuestVerdict judgeGuest(const GuestObservation& observation, const SignatureFact
     findings.add("SIGNED", kSigned, {}, "the signature is mathematically good");
     findings.add("VALID", kValid, firstOf({imageReason, traced}),
                  "the running program is the signed file, unchanged");
-    findings.add("GET_TASK_ALLOW", kGetTaskAllow,
-                 signature.getTaskAllow ? "" : "the entitlement is not signed in",
+    findings.add("GET_TASK_ALLOW", kGetTaskAllow, notDebuggable,
                  "the debuggable entitlement is signed in");
     findings.addAsked("HARD", kHard, hard,
                       "marked at launch; all executable code is of files that only root can write");
@@ -216,7 +230,7 @@ GuestVerdict judgeGuest(const GuestObservation& observation, const SignatureFact
 
     // A debugger may have changed anything. The platform lets that pass for programs that are
     // signed to be debugged, and for them alone.
-    if (imageReason.empty() && !traced.empty() && !signature.getTaskAllow) {
+    if (imageReason.empty() && !traced.empty() && !notDebuggable.empty()) {
         imageStatus = codesign_status::kGuestInvalid;
         imageReason = traced;
     }

@@ -1,13 +1,12 @@
 #pragma once
 
 #include "platform/security/StaticCode.h"
+#include "platform/security/guest/GuestConfiguration.h"
 #include "platform/security/guest/GuestObservation.h"
 
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <string_view>
-#include <sys/types.h>
 #include <vector>
 
 namespace qv {
@@ -19,7 +18,8 @@ struct SignatureFacts {
     bool digestMatches = false; ///< the bytes on disk are the signed ones
     std::uint32_t directoryFlags = 0;
     bool getTaskAllow = false;
-    bool platformRoot = false; ///< the chain ends in an anchor for platform code
+    bool distributionMarker = false; ///< the signer's certificate is one for distribution
+    bool platformRoot = false;       ///< the chain ends in an anchor for platform code
 };
 
 [[nodiscard]] SignatureFacts signatureFacts(const StaticCode& code);
@@ -44,6 +44,6 @@ struct GuestVerdict {
 /// Judges facts; asks nobody anything. Without an intact signature every flag is off.
 [[nodiscard]] GuestVerdict judgeGuest(const GuestObservation& observation,
                                       const SignatureFacts& signature,
-                                      std::optional<gid_t> clientGroup);
+                                      const CodeSigningConfiguration& configuration);
 
 } // namespace qv

@@ -135,15 +135,9 @@ std::string issuerFault(X509& certificate) {
     return {};
 }
 
-bool hasDistributionMarker(const X509& certificate) {
-    for (int index = 0; index < X509_get_ext_count(&certificate); ++index) {
-        const std::string oid =
-            dottedOID(X509_EXTENSION_get_object(X509_get_ext(&certificate, index)));
-        if (oid == kStoreMarker || oid == kDistributionMarker) {
-            return true;
-        }
-    }
-    return false;
+bool hasDistributionMarker(const CertificateFacts& certificate) {
+    return contains(certificate.extensionOIDs, kStoreMarker) ||
+           contains(certificate.extensionOIDs, kDistributionMarker);
 }
 
 std::string shownName(const X509& certificate) {

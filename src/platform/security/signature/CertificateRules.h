@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/security/CodeFacts.h"
 #include "platform/security/signature/OpenSSLHandles.h"
 
 #include <string>
@@ -21,7 +22,7 @@ namespace qv {
 [[nodiscard]] std::string issuerFault(X509& certificate);
 
 /// Certificates that mark the distribution of a program carry one of these extensions.
-[[nodiscard]] bool hasDistributionMarker(const X509& certificate);
+[[nodiscard]] bool hasDistributionMarker(const CertificateFacts& certificate);
 
 /// The common name for a reason: escaped, in quotes; "certificate without a name" for none.
 [[nodiscard]] std::string shownName(const X509& certificate);
