@@ -43,7 +43,8 @@ std::string flagsRefusal(const StaticCode& code) {
 
 Findings judgeFile(int descriptor, GuestServices& services, const Requirement& requirement) {
     Findings findings;
-    const StaticCode code = services.examine(descriptor);
+    const std::shared_ptr<const StaticCode> examined = services.examine(descriptor);
+    const StaticCode& code = *examined;
     findings.lines = reportStaticCode(code, &requirement);
     if (const std::string why = services.anchorsReason(); !why.empty()) {
         findings.lines.push_back(fmt::format("anchors: {}", why));

@@ -3,12 +3,12 @@
 #include "platform/foundation/files/UniqueFd.h"
 #include "platform/foundation/log/Log.h"
 #include "platform/security/CodeSigningStatus.h"
-#include "platform/security/DigestCache.h"
 #include "platform/security/StaticCode.h"
 #include "platform/security/TrustAnchors.h"
 #include "platform/security/signature/CertificateReader.h"
 #include "platform/security/signature/CertificateRules.h"
 #include "platform/security/signature/CodeDirectory.h"
+#include "platform/security/signature/CoveredRange.h"
 #include "platform/security/signature/FileBytes.h"
 #include "platform/security/signature/ReplacementFile.h"
 #include "platform/security/signature/SignatureTrailer.h"
@@ -62,10 +62,10 @@ tl::expected<Program, SignatureFailure> openProgram(const std::string& path) {
         !SignatureTrailer::isELF({head.data(), head.size()})) {
         return signatureFailure(codesign_status::kBadObjectFormat, "no ELF file");
     }
-    if (program.length > DigestCache::kLongestRange) {
+    if (program.length > kLongestCoveredRange) {
         return signatureFailure(codesign_status::kSignatureNotVerifiable,
                                 fmt::format("{} bytes; at most {} can be signed", program.length,
-                                            DigestCache::kLongestRange));
+                                            kLongestCoveredRange));
     }
     return program;
 }
@@ -175,7 +175,7 @@ Outcome signProgram(const std::string& path, const SigningRequest& request) {
     }
     const TrustAnchors nobody; // only whether it is good counts here, not who may use it
     const StaticCode judged =
-        StaticCode::examine(replacement->descriptor(), Examination{.anchors = nobody});
+        StaticCode::examine(replacement->descriptor(), Examination{.anchors = *nobody.current()});
     if (judged.status() != codesign_status::kSuccess) {
         return signatureFailure(judged.status(), judged.reason());
     }

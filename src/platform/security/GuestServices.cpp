@@ -1,9 +1,8 @@
 #include "platform/security/GuestServices.h"
 
+#include "platform/security/CodeExaminer.h"
 #include "platform/security/CodeSigningStatus.h"
-#include "platform/security/DigestCache.h"
 #include "platform/security/Requirement.h"
-#include "platform/security/TrustAnchors.h"
 #include "platform/security/guest/GuestAttributes.h"
 #include "platform/security/guest/GuestCode.h"
 #include "platform/security/guest/GuestFlags.h"
@@ -19,17 +18,15 @@ GuestServices::GuestServices(CodeSigningConfiguration configuration)
 GuestServices::GuestServices(CodeSigningConfiguration configuration,
                              std::shared_ptr<ProcessFileSystem> system)
     : configuration_(std::move(configuration)), system_(std::move(system)),
-      anchors_(std::make_unique<TrustAnchors>(configuration_.anchorsDirectory,
-                                              configuration_.anchorOwner)),
-      digests_(std::make_unique<DigestCache>()) {}
+      ownExaminer_(std::make_unique<CodeExaminer>(configuration_.anchorsDirectory,
+                                                  configuration_.anchorOwner)),
+      examiner_(ownExaminer_.get()) {}
+
+GuestServices::GuestServices(CodeSigningConfiguration configuration, CodeExaminer& examiner)
+    : configuration_(std::move(configuration)),
+      system_(std::make_shared<KernelProcessFileSystem>()), examiner_(&examiner) {}
 
 GuestServices::~GuestServices() = default;
-
-Examination GuestServices::examination() const {
-    return {.anchors = *anchors_,
-            .digestCache = digests_.get(),
-            .deadline = std::chrono::steady_clock::now() + configuration_.lookupTime};
-}
 
 tl::expected<std::shared_ptr<const GuestCode>, Error>
 GuestServices::lookUp(const Value& attributes) {
@@ -37,13 +34,13 @@ GuestServices::lookUp(const Value& attributes) {
     if (!selector) {
         return tl::unexpected(selector.error());
     }
-    GuestLookup lookup(*system_, configuration_, examination());
+    GuestLookup lookup(*system_, configuration_, *examiner_);
     auto record = lookup.run(*selector, peers_.find(selector->process));
     if (!record) {
         return tl::unexpected(std::move(record.error()));
     }
     GuestVerdict verdict =
-        judgeGuest(record->observation, signatureFacts(record->code), configuration_);
+        judgeGuest(record->observation, signatureFacts(*record->code), configuration_);
     return std::make_shared<const GuestCode>(system_, std::move(*record), std::move(verdict));
 }
 
@@ -74,8 +71,10 @@ GuestServices::createRequirementWithString(std::string_view text,
     return codesign_status::kSuccess;
 }
 
-StaticCode GuestServices::examine(int fd) const { return StaticCode::examine(fd, examination()); }
+std::string GuestServices::anchorsReason() const { return examiner_->anchorsReason(); }
 
-std::string GuestServices::anchorsReason() const { return anchors_->reason(); }
+std::shared_ptr<const StaticCode> GuestServices::examine(int fd) const {
+    return examiner_->examine(fd, std::chrono::steady_clock::now() + configuration_.lookupTime);
+}
 
 } // namespace qv

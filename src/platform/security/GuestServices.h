@@ -1,7 +1,6 @@
 #pragma once
 
 #include "platform/security/SecCode.h"
-#include "platform/security/StaticCode.h"
 #include "platform/security/guest/GuestConfiguration.h"
 #include "platform/security/guest/GuestPeers.h"
 
@@ -13,8 +12,10 @@
 
 namespace qv {
 
+class CodeExaminer;
 class GuestCode;
 class ProcessFileSystem;
+class StaticCode;
 
 /// The code-signing services of this machine. Needs, to look into other users' processes,
 /// CAP_SYS_PTRACE and CAP_CHECKPOINT_RESTORE (or CAP_SYS_ADMIN). For one thread; the codes that it
@@ -25,6 +26,8 @@ public:
     /// `system` answers in place of the kernel.
     GuestServices(CodeSigningConfiguration configuration,
                   std::shared_ptr<ProcessFileSystem> system);
+    /// `examiner` judges programs; it must live as long.
+    GuestServices(CodeSigningConfiguration configuration, CodeExaminer& examiner);
     GuestServices(const GuestServices&) = delete;
     GuestServices& operator=(const GuestServices&) = delete;
     GuestServices(GuestServices&&) = delete;
@@ -49,18 +52,16 @@ public:
     tl::expected<std::shared_ptr<const GuestCode>, Error> lookUp(const Value& attributes);
 
     /// The signature of a program on disk, by a descriptor open for reading.
-    [[nodiscard]] StaticCode examine(int fd) const;
+    [[nodiscard]] std::shared_ptr<const StaticCode> examine(int fd) const;
 
     /// Why nobody is trusted at present; empty when somebody is.
     [[nodiscard]] std::string anchorsReason() const;
 
 private:
-    [[nodiscard]] Examination examination() const;
-
     CodeSigningConfiguration configuration_;
     std::shared_ptr<ProcessFileSystem> system_;
-    std::unique_ptr<const TrustAnchors> anchors_;
-    std::unique_ptr<DigestCache> digests_;
+    std::unique_ptr<CodeExaminer> ownExaminer_;
+    CodeExaminer* examiner_;
     ConnectedPeers peers_;
 };
 

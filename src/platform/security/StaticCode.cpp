@@ -1,7 +1,7 @@
 #include "platform/security/StaticCode.h"
 
-#include "platform/security/DigestCache.h"
 #include "platform/security/TrustAnchors.h"
+#include "platform/security/signature/CoveredRange.h"
 #include "platform/security/signature/FileBytes.h"
 #include "platform/security/signature/SignatureTrailer.h"
 #include "platform/security/signature/SignatureVerdict.h"
@@ -21,32 +21,35 @@ bool isELF(int fd) {
     return readExactly(fd, 0, head) == 0 && SignatureTrailer::isELF({head.data(), head.size()});
 }
 
-// All bytes that decide a verdict. The length keeps directory and CMS apart: otherwise the same
-// bytes, divided elsewhere, would pass for the same signature.
-SHA256Digest keyOf(const SignatureTrailer& trailer) {
-    SHA256 running;
-    running.update(fmt::format("{}:", trailer.directory.size()));
-    running.update(trailer.directory);
-    running.update(trailer.cms);
-    return running.finish();
-}
-
 } // namespace
 
 /// Fills a StaticCode, one step after the other. Each step gives what it finds wrong; facts are
 /// gathered also after a first fault, because the flags of a process are told before its status.
 class StaticCodeExaminer {
 public:
-    StaticCodeExaminer(int fd, const Examination& examination, DigestCache& cache)
-        : fd_(fd), examination_(examination), cache_(cache) {}
+    explicit StaticCodeExaminer(int fd) : fd_(fd) { code_.status_ = codesign_status::kSuccess; }
 
-    StaticCode examined() {
-        code_.status_ = codesign_status::kSuccess;
+    StaticCode examined(const Examination& examination) {
         if (auto fine = readTrailer(); !fine) {
             note(fine.error());
+        } else if (std::chrono::steady_clock::now() >= examination.deadline) {
+            note({codesign_status::kCancelled, "no time left to look at the signature"});
         } else {
-            judgeSignature();
+            judgeSignature(examination);
         }
+        return std::move(code_);
+    }
+    std::optional<StaticCode> withoutSignature() {
+        auto fine = readTrailer();
+        if (code_.hasTrailer_) {
+            return std::nullopt;
+        }
+        note(fine.error());
+        return std::move(code_);
+    }
+    StaticCode failed(int errorNumber) {
+        note({codesign_status::kErrnoBase + errorNumber,
+              fmt::format("the program: {}", errnoText(errorNumber))});
         return std::move(code_);
     }
 
@@ -80,28 +83,21 @@ private:
         }
         code_.hasTrailer_ = true;
         trailer_ = std::move(*trailer);
-        if (std::chrono::steady_clock::now() >= examination_.deadline) {
-            return signatureFailure(codesign_status::kCancelled,
-                                    "no time left to look at the signature");
-        }
         return {};
     }
 
-    void judgeSignature() {
-        const auto anchors = examination_.anchors.current();
-        cache_.useAnchors(*anchors);
-        const auto verdict = cache_.verdict(fd_, keyOf(trailer_), [&] {
-            return SignatureVerdict::judge(trailer_.directory, trailer_.cms, *anchors);
-        });
-        code_.signatureIntact_ = verdict->intact;
-        code_.facts_.cdhash = verdict->cdhash;
-        code_.facts_.chain = verdict->chain;
-        if (verdict->status != codesign_status::kSuccess) {
-            note({verdict->status, verdict->reason});
+    void judgeSignature(const Examination& examination) {
+        auto verdict =
+            SignatureVerdict::judge(trailer_.directory, trailer_.cms, examination.anchors);
+        code_.signatureIntact_ = verdict.intact;
+        code_.facts_.cdhash = verdict.cdhash;
+        code_.facts_.chain = std::move(verdict.chain);
+        if (verdict.status != codesign_status::kSuccess) {
+            note({verdict.status, verdict.reason});
         }
-        if (const auto& directory = verdict->directory) {
+        if (const auto& directory = verdict.directory) {
             takeOver(*directory);
-            if (auto fine = compareDigest(*directory); !fine) {
+            if (auto fine = compareDigest(*directory, examination.deadline); !fine) {
                 note(fine.error());
             }
         }
@@ -117,13 +113,14 @@ private:
         code_.facts_.entitlements = directory.entitlements;
     }
 
-    Outcome compareDigest(const CodeDirectory& directory) {
+    Outcome compareDigest(const CodeDirectory& directory,
+                          std::chrono::steady_clock::time_point deadline) {
         if (directory.coveredLength != trailer_.covered) {
             return signatureFailure(codesign_status::kSignatureInvalid,
                                     fmt::format("code directory of {} bytes, program of {}",
                                                 directory.coveredLength, trailer_.covered));
         }
-        const auto digest = cache_.digest(fd_, trailer_.covered, examination_.deadline);
+        const auto digest = digestOfCoveredRange(fd_, trailer_.covered, deadline);
         if (!digest) {
             return tl::unexpected(digest.error());
         }
@@ -136,17 +133,20 @@ private:
     }
 
     int fd_;
-    const Examination& examination_;
-    DigestCache& cache_;
     SignatureTrailer trailer_;
     StaticCode code_;
 };
 
 StaticCode StaticCode::examine(int fd, const Examination& examination) {
-    DigestCache none;
-    return StaticCodeExaminer(fd, examination,
-                              examination.digestCache == nullptr ? none : *examination.digestCache)
-        .examined();
+    return StaticCodeExaminer(fd).examined(examination);
+}
+
+std::optional<StaticCode> StaticCode::examineUnsigned(int fd) {
+    return StaticCodeExaminer(fd).withoutSignature();
+}
+
+StaticCode StaticCode::unreadable(int errorNumber) {
+    return StaticCodeExaminer(-1).failed(errorNumber);
 }
 
 } // namespace qv

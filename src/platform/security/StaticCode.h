@@ -1,21 +1,23 @@
 #pragma once
 
+#include "platform/foundation/values/Error.h"
 #include "platform/security/CodeFacts.h"
 #include "platform/security/CodeSigningStatus.h"
 
+#include <tl/expected.hpp>
+
 #include <chrono>
 #include <cstdint>
+#include <optional>
 #include <string>
 
 namespace qv {
 
-class TrustAnchors;
-class DigestCache;
+class AnchorSet;
 
 /// How a program's signature is judged.
 struct Examination {
-    const TrustAnchors& anchors;
-    DigestCache* digestCache = nullptr; ///< none: every examination hashes
+    const AnchorSet& anchors;
     std::chrono::steady_clock::time_point deadline = std::chrono::steady_clock::time_point::max();
 };
 
@@ -26,6 +28,16 @@ public:
     /// Reads the program behind a descriptor that is open for reading; its offset is not used. The
     /// caller has made sure that it is a regular file of a local file system.
     static StaticCode examine(int fd, const Examination& examination);
+    /// The same where there is no signature to judge, nor any other foreign byte to look at than
+    /// the last few of the file; none where there is one.
+    static std::optional<StaticCode> examineUnsigned(int fd);
+    /// A program that could not even be opened.
+    static StaticCode unreadable(int errorNumber);
+
+    /// For another process, as a property list; reads back as an equal object.
+    [[nodiscard]] Value encoded() const;
+    /// The error says what is missing or of the wrong kind.
+    static tl::expected<StaticCode, Error> decoded(const Value& encoding);
 
     /// 0 when the signature is good; else the first thing found wrong (codesign_status).
     [[nodiscard]] std::int32_t status() const noexcept { return status_; }
@@ -41,11 +53,16 @@ public:
     [[nodiscard]] std::uint32_t directoryFlags() const noexcept { return directoryFlags_; }
     /// The debuggable entitlement, in a directory whose signature is intact.
     [[nodiscard]] bool getTaskAllow() const noexcept { return getTaskAllow_; }
+    /// Holds as long as bytes and anchors are the same: time does not count.
+    [[nodiscard]] bool isTimeless() const noexcept {
+        return (directoryFlags_ & code_flags::kCheckExpiration) == 0;
+    }
     /// Empty fields unless the signature is intact.
     [[nodiscard]] const CodeFacts& facts() const noexcept { return facts_; }
 
 private:
     friend class StaticCodeExaminer;
+    friend class StaticCodeDecoder;
     StaticCode() = default;
     std::int32_t status_ = codesign_status::kInternalError;
     std::string reason_;

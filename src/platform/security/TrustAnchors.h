@@ -1,5 +1,9 @@
 #pragma once
 
+#include "platform/foundation/values/Value.h"
+
+#include <tl/expected.hpp>
+
 #include <array>
 #include <chrono>
 #include <cstdint>
@@ -42,14 +46,21 @@ public:
     /// Why nobody is trusted, in words with the place; empty when somebody is.
     [[nodiscard]] const std::string& reason() const noexcept { return reason_; }
 
+    /// For another process, as a property list; reads back as a set with the same fingerprint.
+    [[nodiscard]] Value encoded() const;
+    /// The error says what is wrong.
+    static tl::expected<std::shared_ptr<const AnchorSet>, std::string>
+    decoded(const Value& encoding);
+
 private:
-    friend class AnchorLoader;
+    friend class AnchorSetBuilder;
     AnchorSet() = default;
 
     struct StoreReleaser {
         void operator()(X509_STORE* store) const noexcept;
     };
     std::map<Digest, Roles> roles_;
+    std::map<Digest, std::string> certificates_; // in DER, those of roles_
     std::set<std::string, std::less<>> revoked_;
     std::unique_ptr<X509_STORE, StoreReleaser> store_;
     Digest fingerprint_{};

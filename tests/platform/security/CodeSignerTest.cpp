@@ -1,5 +1,4 @@
 #include "platform/foundation/files/UniqueFd.h"
-#include "platform/security/DigestCache.h"
 #include "platform/security/signature/SignatureTrailer.h"
 
 #include <gmock/gmock.h>

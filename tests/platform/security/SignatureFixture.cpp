@@ -45,13 +45,10 @@ SignedProgram::SignedProgram(const TestAuthority& authority)
     authority.anchorIn(anchorFolder());
 }
 
-StaticCode SignedProgram::examined() const {
-    return examinedUnder(Examination{.anchors = anchors_});
-}
-
-StaticCode SignedProgram::examinedUnder(const Examination& examination) const {
+StaticCode SignedProgram::examinedUnder(const TrustAnchors& anchors,
+                                        std::chrono::steady_clock::time_point deadline) const {
     const UniqueFd file(::open(path().c_str(), O_RDONLY | O_CLOEXEC));
-    return StaticCode::examine(file.get(), examination);
+    return StaticCode::examine(file.get(), {.anchors = *anchors.current(), .deadline = deadline});
 }
 
 } // namespace qv::test

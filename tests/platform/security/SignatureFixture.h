@@ -41,8 +41,13 @@ public:
         return CodeSigner::sign(path(), request);
     }
     tl::expected<void, Error> sign() { return CodeSigner::sign(path(), request_); }
-    [[nodiscard]] StaticCode examined() const;
-    [[nodiscard]] StaticCode examinedUnder(const Examination& examination) const;
+    [[nodiscard]] StaticCode examined(std::chrono::steady_clock::time_point deadline =
+                                          std::chrono::steady_clock::time_point::max()) const {
+        return examinedUnder(anchors_, deadline);
+    }
+    [[nodiscard]] StaticCode examinedUnder(const TrustAnchors& anchors,
+                                           std::chrono::steady_clock::time_point deadline =
+                                               std::chrono::steady_clock::time_point::max()) const;
 
     [[nodiscard]] std::filesystem::path path() const { return folder_ / "program"; }
     [[nodiscard]] std::filesystem::path anchorFolder() const { return folder_ / "anchors.d"; }

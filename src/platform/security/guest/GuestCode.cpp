@@ -53,13 +53,13 @@ std::int32_t GuestCode::copySigningInformation(std::uint32_t flags, Value* infor
         add(kSecCodeInfoStatus, Value::integer(verdict_.flags));
     }
     add(kSecCodeInfoMainExecutable, Value::string(record_.observation.path));
-    if (record_.code.signatureIntact()) {
-        const CodeFacts& facts = record_.code.facts();
+    if (record_.code->signatureIntact()) {
+        const CodeFacts& facts = record_.code->facts();
         const std::string cdhash(facts.cdhash.begin(), facts.cdhash.end());
         add(kSecCodeInfoIdentifier, Value::string(facts.identifier));
         add(kSecCodeInfoTeamIdentifier, Value::string(facts.team));
         add(kSecCodeInfoUnique, Value::data(cdhash));
-        add(kSecCodeInfoFlags, Value::integer(record_.code.directoryFlags()));
+        add(kSecCodeInfoFlags, Value::integer(record_.code->directoryFlags()));
         add(kSecCodeInfoPList, facts.info);
         add(kSecCodeInfoEntitlementsDict, facts.entitlements);
     }
@@ -82,7 +82,7 @@ std::int32_t GuestCode::checkValidityWithErrors(const Requirement* requirement,
 
 // The platform's order: the signature, the running program, the requirement.
 Error GuestCode::judge(const Requirement* requirement) const {
-    const StaticCode& code = record_.code;
+    const StaticCode& code = *record_.code;
     if (code.status() != codesign_status::kSuccess) {
         return codeSigningError(code.status(), code.reason());
     }

@@ -20,7 +20,7 @@ public:
     [[nodiscard]] const GuestObservation& observation() const noexcept {
         return record_.observation;
     }
-    [[nodiscard]] const StaticCode& staticCode() const noexcept { return record_.code; }
+    [[nodiscard]] const StaticCode& staticCode() const noexcept { return *record_.code; }
     [[nodiscard]] const GuestVerdict& verdict() const noexcept { return verdict_; }
 
     /// Success while the image that was looked up still runs; else kNoSuchCode, or the errno of

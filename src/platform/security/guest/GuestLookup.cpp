@@ -45,9 +45,10 @@ bool isSameFile(const struct stat& left, const struct stat& right) {
 } // namespace
 
 GuestLookup::GuestLookup(ProcessFileSystem& system, const CodeSigningConfiguration& configuration,
-                         const Examination& examination)
-    : configuration_(configuration), examination_(examination),
-      reader_(system, examination.deadline) {}
+                         CodeExaminer& examiner)
+    : configuration_(configuration), examiner_(examiner),
+      deadline_(std::chrono::steady_clock::now() + configuration.lookupTime),
+      reader_(system, deadline_) {}
 
 tl::expected<GuestRecord, Error> GuestLookup::run(const GuestSelector& selector,
                                                   const ConnectedPeer* peer) {
@@ -76,7 +77,7 @@ tl::expected<GuestRecord, Error> GuestLookup::run(const GuestSelector& selector,
     }
     return GuestRecord{.handles = std::move(handles_),
                        .observation = std::move(observation_),
-                       .code = std::move(*code_)};
+                       .code = std::move(code_)};
 }
 
 Error GuestLookup::bindProcess() {
@@ -319,7 +320,10 @@ tl::expected<MappedCode, Error> GuestLookup::classify(const ExecutableMapping& m
 }
 
 Error GuestLookup::examineSignature() {
-    code_ = std::make_unique<StaticCode>(StaticCode::examine(executable_.get(), examination_));
+    code_ = examiner_.examine(executable_.get(), deadline_);
+    if (!code_) {
+        return codeSigningSystemError("the program is being examined", EINPROGRESS);
+    }
     return code_->status() == codesign_status::kCancelled
                ? codeSigningError(codesign_status::kCancelled, code_->reason())
                : Error();

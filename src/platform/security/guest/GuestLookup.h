@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/foundation/files/UniqueFd.h"
+#include "platform/security/CodeExaminer.h"
 #include "platform/security/StaticCode.h"
 #include "platform/security/guest/GuestAttributes.h"
 #include "platform/security/guest/GuestConfiguration.h"
@@ -28,7 +29,7 @@ struct GuestHandles {
 struct GuestRecord {
     GuestHandles handles;
     GuestObservation observation;
-    StaticCode code;
+    std::shared_ptr<const StaticCode> code; ///< never null
 };
 
 /// One look-up of a running process. Everything goes through descriptors that are known to be the
@@ -36,11 +37,11 @@ struct GuestRecord {
 /// file system that could hang or lie is touched.
 class GuestLookup {
 public:
-    /// `examination` carries the deadline of the whole look-up.
     GuestLookup(ProcessFileSystem& system, const CodeSigningConfiguration& configuration,
-                const Examination& examination);
+                CodeExaminer& examiner);
 
-    /// Errors are those of codeSigningError: a status and the reason in words.
+    /// Errors are those of codeSigningError: a status and the reason in words; kErrnoBase +
+    /// EINPROGRESS while the examiner has yet to learn what the program is worth.
     tl::expected<GuestRecord, Error> run(const GuestSelector& selector, const ConnectedPeer* peer);
 
 private:
@@ -65,7 +66,8 @@ private:
     void noteChange(std::string_view what);
 
     const CodeSigningConfiguration& configuration_;
-    Examination examination_;
+    CodeExaminer& examiner_;
+    CodeExaminer::Deadline deadline_;
     ProcessReader reader_;
     GuestSelector selector_;
     const ConnectedPeer* peer_ = nullptr;
@@ -73,7 +75,7 @@ private:
     GuestObservation observation_;
     UniqueFd executable_;
     std::uint64_t executableMount_ = 0;
-    std::unique_ptr<StaticCode> code_; // once it has been examined
+    std::shared_ptr<const StaticCode> code_; // once it has been examined
 };
 
 } // namespace qv

@@ -2,9 +2,7 @@
 
 #include "platform/foundation/log/Log.h"
 #include "platform/security/signature/CertificateReader.h"
-#include "platform/security/signature/CertificateRules.h"
 #include "platform/security/signature/FileBytes.h"
-#include "platform/security/signature/SHA256.h"
 
 #include <fmt/format.h>
 
@@ -14,7 +12,6 @@
 #include <ctime>
 #include <dirent.h>
 #include <fcntl.h>
-#include <new>
 #include <utility>
 
 namespace qv {
@@ -102,40 +99,19 @@ std::string_view withoutBlanks(std::string_view text) {
                : text.substr(begin, text.find_last_not_of(kBlanks) - begin + 1);
 }
 
-bool isRootAuthority(X509& certificate) {
-    return X509_self_signed(&certificate, 1) == 1 && issuerFault(certificate).empty();
-}
-
 } // namespace
-
-void AnchorSet::StoreReleaser::operator()(X509_STORE* store) const noexcept {
-    X509_STORE_free(store);
-}
 
 AnchorLoader::AnchorLoader(std::string folder, uid_t allowedOwner)
     : folder_(std::move(folder)), allowedOwner_(allowedOwner) {}
 
-void AnchorLoader::makeEmptySet() {
-    set_.reset(new AnchorSet()); // NOLINT(cppcoreguidelines-owning-memory): private constructor
-    set_->store_.reset(X509_STORE_new());
-    if (!set_->store_) {
-        throw std::bad_alloc();
-    }
-}
-
 std::shared_ptr<const AnchorSet> AnchorLoader::load() {
-    makeEmptySet();
     Outcome outcome = folder_.empty() ? Outcome(fault("trust anchors", "no folder")) : readAll();
-    if (outcome && set_->roles_.empty()) {
+    if (outcome && set_.isEmpty()) {
         outcome = fault(folder_, "holds no certificate");
     }
     good_ = outcome.has_value();
-    if (!good_) { // nothing of a folder that broke a rule counts
-        makeEmptySet();
-        set_->reason_ = outcome.error();
-    }
-    makeFingerprint();
-    return std::move(set_);
+    // Nothing of a folder that broke a rule counts.
+    return good_ ? set_.finish() : AnchorSetBuilder::nobody(outcome.error());
 }
 
 bool AnchorLoader::isSettledAt(std::chrono::system_clock::time_point now) const {
@@ -300,18 +276,9 @@ AnchorLoader::Outcome AnchorLoader::addCertificates(std::string_view text,
         return tl::unexpected(certificates.error());
     }
     for (const X509Handle& certificate : *certificates) {
-        if (isRootAuthority(*certificate)) {
-            if (const std::string weak = keyFault(*certificate); !weak.empty()) {
-                return tl::unexpected(fmt::format("{} {}", shownName(*certificate), weak));
-            }
-            if (X509_STORE_add_cert(set_->store_.get(), certificate.get()) != 1) {
-                return tl::unexpected(openSSLComplaint());
-            }
-        } else if (role != &AnchorSet::Roles::trusted) {
-            return tl::unexpected(
-                fmt::format("{} is no self-signed authority", shownName(*certificate)));
+        if (auto added = set_.add(*certificate, role); !added) {
+            return added;
         }
-        set_->roles_[certificateDigest(*certificate)].*role = true;
     }
     return {};
 }
@@ -336,7 +303,7 @@ AnchorLoader::Outcome AnchorLoader::readRevoked(int parent) {
         if (digest.empty()) {
             return fault(path, fmt::format("line {}: no digest of 40 or 64 digits", line));
         }
-        set_->revoked_.insert(std::move(digest));
+        set_.revoke(std::move(digest));
     }
     return {};
 }
@@ -348,22 +315,6 @@ void AnchorLoader::watch(const std::string& path, Place place) {
         watched.found = info;
     }
     watched_.push_back(std::move(watched));
-}
-
-void AnchorLoader::makeFingerprint() {
-    SHA256 running;
-    running.update(fmt::format("{} certificates", set_->roles_.size()));
-    for (const auto& [digest, roles] : set_->roles_) {
-        running.update(bytesView(digest.data(), digest.size()));
-        running.update(roles.vendor ? "v" : "-");
-        running.update(roles.platform ? "p" : "-");
-        running.update(roles.trusted ? "t" : "-");
-    }
-    for (const std::string& digest : set_->revoked_) {
-        running.update(digest.size() == 20 ? "c" : "r");
-        running.update(digest);
-    }
-    set_->fingerprint_ = running.finish();
 }
 
 } // namespace qv

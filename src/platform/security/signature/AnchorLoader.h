@@ -2,7 +2,7 @@
 
 #include "platform/foundation/files/UniqueFd.h"
 #include "platform/security/TrustAnchors.h"
-#include "platform/security/signature/OpenSSLHandles.h"
+#include "platform/security/signature/AnchorSetBuilder.h"
 
 #include <tl/expected.hpp>
 
@@ -42,12 +42,10 @@ private:
                                                      const std::string& path);
     [[nodiscard]] Outcome judge(int fd, const std::string& path, Place place) const;
     void watch(const std::string& path, Place place);
-    void makeEmptySet();
-    void makeFingerprint();
 
     std::string folder_;
     uid_t allowedOwner_;
-    std::unique_ptr<AnchorSet> set_;
+    AnchorSetBuilder set_;
     std::size_t files_ = 0;
     bool good_ = false;
     std::vector<TrustAnchors::Watched> watched_;

@@ -26,10 +26,6 @@ struct SignatureVerdict {
 
     [[nodiscard]] static SignatureVerdict judge(std::string_view directory, std::string_view cms,
                                                 const AnchorSet& anchors);
-    /// Holds as long as bytes and anchors are the same.
-    [[nodiscard]] bool isTimeless() const noexcept {
-        return directory && (directory->flags & code_flags::kCheckExpiration) == 0;
-    }
 };
 
 } // namespace qv

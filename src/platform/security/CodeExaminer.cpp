@@ -1,0 +1,59 @@
+#include "platform/security/CodeExaminer.h"
+
+#include <fcntl.h>
+#include <utility>
+
+namespace qv {
+
+CodeExaminer::CodeExaminer(std::string anchorsFolder, uid_t anchorOwner, ExaminationCache cache)
+    : anchors_(std::move(anchorsFolder), anchorOwner), cache_(std::move(cache)) {}
+
+CodeExaminer::Code CodeExaminer::examine(int fd, Deadline deadline) {
+    const Anchors anchors = anchors_.current();
+    cache_.useAnchors(*anchors);
+    const auto file = FileKey::of(fd);
+    if (!file) { // which the examination finds, too
+        return std::make_shared<const StaticCode>(
+            StaticCode::examine(fd, {.anchors = *anchors, .deadline = deadline}));
+    }
+    Code known = cache_.find(*file);
+    return known ? known : judge(fd, *file, anchors, deadline);
+}
+
+CodeExaminer::Code CodeExaminer::judge(int fd, const FileKey& file, const Anchors& anchors,
+                                       Deadline deadline) {
+    auto code = std::make_shared<const StaticCode>(
+        StaticCode::examine(fd, {.anchors = *anchors, .deadline = deadline}));
+    remember(file, code);
+    return code;
+}
+
+CodeExaminer::Code DeferringExaminer::judge(int fd, const FileKey& file, const Anchors& anchors,
+                                            Deadline /*deadline*/) {
+    program_.reset();
+    const auto provided = std::exchange(provided_, std::nullopt);
+    if (provided && provided->first.file == file &&
+        provided->first.anchors->fingerprint() == anchors->fingerprint()) {
+        remember(file, provided->second);
+        return provided->second;
+    }
+    if (auto without = StaticCode::examineUnsigned(fd)) {
+        return std::make_shared<const StaticCode>(std::move(*without));
+    }
+    UniqueFd own(::fcntl(fd, F_DUPFD_CLOEXEC, 0));
+    if (!own) {
+        return std::make_shared<const StaticCode>(StaticCode::unreadable(errno));
+    }
+    program_.emplace(Program{.fd = std::move(own), .file = file, .anchors = anchors});
+    return nullptr;
+}
+
+std::optional<DeferringExaminer::Program> DeferringExaminer::takeProgram() {
+    return std::exchange(program_, std::nullopt);
+}
+
+void DeferringExaminer::provide(Program program, StaticCode code) {
+    provided_.emplace(std::move(program), std::make_shared<const StaticCode>(std::move(code)));
+}
+
+} // namespace qv

@@ -1,0 +1,72 @@
+#include "platform/security/signature/CoveredRange.h"
+
+#include "platform/security/CodeSigningStatus.h"
+#include "platform/security/signature/FileBytes.h"
+#include "platform/security/signature/FileKey.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <span>
+#include <vector>
+
+namespace qv {
+
+namespace {
+
+constexpr std::size_t kPiece = std::size_t{1} << 20U;
+
+tl::unexpected<SignatureFailure> readFailure(int errorNumber) {
+    return signatureFailure(codesign_status::kErrnoBase + errorNumber,
+                            fmt::format("reading the program: {}", errnoText(errorNumber)));
+}
+
+tl::expected<SHA256Digest, SignatureFailure> hash(int fd, std::uint64_t length,
+                                                  std::chrono::steady_clock::time_point deadline) {
+    SHA256 running;
+    std::vector<char> piece(static_cast<std::size_t>(std::min<std::uint64_t>(length, kPiece)));
+    for (std::uint64_t at = 0; at < length;) {
+        if (std::chrono::steady_clock::now() >= deadline) {
+            return signatureFailure(codesign_status::kCancelled,
+                                    "no time left to read the program");
+        }
+        const std::span<char> part = std::span(piece).first(
+            static_cast<std::size_t>(std::min<std::uint64_t>(piece.size(), length - at)));
+        if (const int error = readExactly(fd, at, part); error != 0) {
+            return readFailure(error);
+        }
+        running.update({part.data(), part.size()});
+        at += part.size();
+    }
+    return running.finish();
+}
+
+} // namespace
+
+tl::expected<SHA256Digest, SignatureFailure>
+digestOfCoveredRange(int fd, std::uint64_t length, std::chrono::steady_clock::time_point deadline) {
+    if (length > kLongestCoveredRange) {
+        return signatureFailure(codesign_status::kSignatureNotVerifiable,
+                                fmt::format("{} bytes are signed; at most {} are looked at", length,
+                                            kLongestCoveredRange));
+    }
+    const auto before = FileKey::of(fd);
+    if (!before) {
+        return readFailure(before.error());
+    }
+    auto digest = hash(fd, length, deadline);
+    if (!digest) {
+        return digest;
+    }
+    const auto after = FileKey::of(fd);
+    if (!after) {
+        return readFailure(after.error());
+    }
+    if (*after != *before) {
+        return signatureFailure(codesign_status::kStaticCodeChanged,
+                                "the program changed while it was read");
+    }
+    return digest;
+}
+
+} // namespace qv

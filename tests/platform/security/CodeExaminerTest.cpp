@@ -1,0 +1,199 @@
+#include "platform/security/CodeExaminer.h"
+
+#include "platform/foundation/plist/PropertyList.h"
+#include "platform/security/signature/CoveredRange.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+#include <gtest/gtest.h>
+
+#include "SignatureFixture.h"
+#include <array>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace qv::test {
+namespace {
+
+using namespace codesign_status;
+using std::chrono::steady_clock;
+
+constexpr auto kNoDeadline = steady_clock::time_point::max();
+
+// Remembers what was signed a moment ago.
+ExaminationCache rememberingCache(uid_t owner = ::geteuid(),
+                                  std::chrono::seconds ahead = std::chrono::hours(1)) {
+    return ExaminationCache(owner, [ahead] { return std::chrono::system_clock::now() + ahead; });
+}
+
+std::string revoking(std::span<const std::uint8_t> digest) {
+    return fmt::format("{:02x}\n", fmt::join(digest, ""));
+}
+
+class CodeExaminerTest : public testing::Test {
+protected:
+    void SetUp() override { ASSERT_TRUE(program_.sign()); }
+    [[nodiscard]] UniqueFd opened() const {
+        return UniqueFd(::open(program_.path().c_str(), O_RDWR | O_CLOEXEC));
+    }
+    [[nodiscard]] std::string anchors() const { return program_.anchorFolder(); }
+
+    TestAuthority authority_;
+    SignedProgram program_{authority_};
+};
+
+TEST_F(CodeExaminerTest, JudgesAnUnchangedGoodProgramOnce) {
+    CodeExaminer examiner(anchors(), ::geteuid(), rememberingCache());
+    const auto first = examiner.examine(opened().get(), kNoDeadline);
+    ASSERT_EQ(first->status(), kSuccess) << first->reason();
+    EXPECT_EQ(examiner.examine(opened().get(), kNoDeadline), first);
+
+    const UniqueFd file = opened();
+    ASSERT_EQ(::pwrite(file.get(), "x", 1, 4096), 1);
+    // The writer hides the moment.
+    const std::array<timespec, 2> times = {timespec{0, UTIME_OMIT}, timespec{1, 0}};
+    ASSERT_EQ(::futimens(file.get(), times.data()), 0);
+    const auto changed = examiner.examine(file.get(), kNoDeadline);
+    EXPECT_EQ(changed->status(), kSignatureFailed);
+    EXPECT_NE(examiner.examine(file.get(), kNoDeadline), changed) << "only good ones stay";
+}
+
+TEST_F(CodeExaminerTest, RemembersNeitherFreshNorForeignNorTimedPrograms) {
+    CodeExaminer fresh(anchors(), ::geteuid(),
+                       rememberingCache(::geteuid(), std::chrono::seconds(1)));
+    CodeExaminer foreign(anchors(), ::geteuid(), rememberingCache(::geteuid() + 1));
+    for (CodeExaminer* examiner : {&fresh, &foreign}) {
+        const auto first = examiner->examine(opened().get(), kNoDeadline);
+        EXPECT_EQ(first->status(), kSuccess);
+        EXPECT_NE(examiner->examine(opened().get(), kNoDeadline), first);
+    }
+    ASSERT_TRUE(program_.sign(
+        [](SigningRequest& request) { request.flags = code_flags::kCheckExpiration; }));
+    CodeExaminer examiner(anchors(), ::geteuid(), rememberingCache());
+    const auto timed = examiner.examine(opened().get(), kNoDeadline);
+    ASSERT_EQ(timed->status(), kSuccess) << timed->reason();
+    EXPECT_NE(examiner.examine(opened().get(), kNoDeadline), timed) << "it may expire meanwhile";
+}
+
+TEST_F(CodeExaminerTest, RevocationTakesEffectAtOnce) {
+    CodeExaminer examiner(anchors(), ::geteuid(), rememberingCache());
+    const auto good = examiner.examine(opened().get(), kNoDeadline);
+    ASSERT_EQ(good->status(), kSuccess) << good->reason();
+    const auto revoked = program_.anchorFolder() / "revoked";
+    writeWithMode(revoked, revoking(good->facts().cdhash), 0644);
+    EXPECT_EQ(examiner.examine(opened().get(), kNoDeadline)->status(), kCertificateRevoked);
+    writeWithMode(revoked, revoking(good->facts().chain[1].sha256), 0644);
+    EXPECT_EQ(examiner.examine(opened().get(), kNoDeadline)->status(), kCertificateRevoked);
+    std::filesystem::remove(revoked);
+    EXPECT_EQ(examiner.examine(opened().get(), kNoDeadline)->status(), kSuccess);
+}
+
+TEST(ExaminationCache, KeepsTheLatestSixtyFour) {
+    const TestAuthority authority;
+    SignedProgram program(authority);
+    ASSERT_TRUE(program.sign());
+    const auto code = std::make_shared<const StaticCode>(program.examined());
+    ExaminationCache cache = rememberingCache(0);
+    FileKey file;
+    for (file.inode = 1; file.inode <= ExaminationCache::kMost + 1; ++file.inode) {
+        cache.add(file, code);
+    }
+    file.inode = 1;
+    EXPECT_EQ(cache.find(file), nullptr) << "the oldest had to go";
+    file.inode = 2;
+    EXPECT_EQ(cache.find(file), code);
+    file.generation = 1;
+    EXPECT_EQ(cache.find(file), nullptr) << "another file with a number that was used before";
+}
+
+// What is signed is left to others; their word counts for the very same file and anchors, once.
+TEST_F(CodeExaminerTest, ADeferringOneReadsNothingThatIsSigned) {
+    DeferringExaminer examiner(anchors(), ::geteuid(), rememberingCache());
+    EXPECT_EQ(examiner.examine(opened().get(), kNoDeadline), nullptr);
+    auto asked = examiner.takeProgram();
+    ASSERT_TRUE(asked);
+    EXPECT_FALSE(examiner.takeProgram());
+    const auto judged = [](const DeferringExaminer::Program& program) {
+        return StaticCode::examine(program.fd.get(), {.anchors = *program.anchors});
+    };
+    StaticCode judgement = judged(*asked);
+    examiner.provide(std::move(*asked), std::move(judgement));
+    const auto provided = examiner.examine(opened().get(), kNoDeadline);
+    ASSERT_NE(provided, nullptr);
+    EXPECT_EQ(examiner.examine(opened().get(), kNoDeadline), provided) << "and is remembered";
+
+    // Another file, or other anchors, than were judged.
+    ASSERT_TRUE(program_.sign());
+    ASSERT_EQ(examiner.examine(opened().get(), kNoDeadline), nullptr);
+    asked = examiner.takeProgram();
+    judgement = judged(*asked);
+    examiner.provide(std::move(*asked), std::move(judgement));
+    ASSERT_TRUE(program_.sign());
+    EXPECT_EQ(examiner.examine(opened().get(), kNoDeadline), nullptr);
+    asked = examiner.takeProgram();
+    judgement = judged(*asked);
+    examiner.provide(std::move(*asked), std::move(judgement));
+    writeWithMode(program_.anchorFolder() / "revoked", std::string(64, 'a'), 0644);
+    EXPECT_EQ(examiner.examine(opened().get(), kNoDeadline), nullptr);
+
+    const UniqueFd plain(::open("/bin/true", O_RDONLY | O_CLOEXEC));
+    EXPECT_EQ(examiner.examine(plain.get(), kNoDeadline)->status(), kUnsigned);
+    EXPECT_FALSE(examiner.takeProgram());
+}
+
+TEST_F(CodeExaminerTest, AJudgementSurvivesItsWayBetweenProcesses) {
+    ASSERT_TRUE(program_.sign([](SigningRequest& request) {
+        request.flags = code_flags::kHard | code_flags::kKill;
+        request.platform = 7;
+        request.info = Value::dictionary({{"CFBundleVersion", Value::string("1.2")}});
+    }));
+    const auto anchors = program_.anchors().current();
+    const auto throughBytes = [](const Value& value) {
+        const auto bytes = PropertyList::dataWithPropertyList(value, PropertyListFormat::binary);
+        return PropertyList::propertyListWithData(*bytes)->root;
+    };
+    const auto sent = AnchorSet::decoded(throughBytes(anchors->encoded()));
+    ASSERT_TRUE(sent) << sent.error();
+    EXPECT_EQ((*sent)->fingerprint(), anchors->fingerprint());
+
+    const StaticCode code = StaticCode::examine(opened().get(), {.anchors = **sent});
+    ASSERT_EQ(code.status(), kSuccess) << code.reason();
+    ASSERT_TRUE(code.facts().chain.back().vendorRoot);
+    const Value encoding = throughBytes(code.encoded());
+    const auto decoded = StaticCode::decoded(encoding);
+    ASSERT_TRUE(decoded) << decoded.error().description();
+    EXPECT_EQ(decoded->encoded(), code.encoded());
+
+    // Nothing that is left out, or of another kind, is made up for.
+    const DictionaryView fields = encoding.asDictionary();
+    for (std::size_t i = 0; i < fields.size(); ++i) {
+        std::vector<std::pair<Value, Value>> some;
+        for (std::size_t j = 0; j < fields.size(); ++j) {
+            if (j != i) {
+                some.emplace_back(fields.keys()[j], fields.value(j));
+            }
+        }
+        EXPECT_FALSE(StaticCode::decoded(Value::dictionary(some)));
+        some.emplace_back(fields.keys()[i], Value::date({}));
+        EXPECT_FALSE(StaticCode::decoded(Value::dictionary(some))) << fields.keys()[i].asString();
+    }
+    EXPECT_FALSE(StaticCode::decoded(Value::string("")));
+}
+
+TEST(CoveredRange, StopsAtItsLimits) {
+    const TemporaryDirectory folder;
+    const UniqueFd file(::open(folder.write("file", "x").c_str(), O_RDWR | O_CLOEXEC));
+    EXPECT_EQ(digestOfCoveredRange(file.get(), 1, kNoDeadline), sha256("x"));
+    ASSERT_EQ(::ftruncate(file.get(), 1LL << 40), 0); // sparse
+    EXPECT_EQ(statusOf(digestOfCoveredRange(file.get(), kLongestCoveredRange + 1, kNoDeadline)),
+              kSignatureNotVerifiable);
+    EXPECT_EQ(statusOf(digestOfCoveredRange(file.get(), kLongestCoveredRange,
+                                            steady_clock::now() + std::chrono::milliseconds(5))),
+              kCancelled);
+    ASSERT_EQ(::ftruncate(file.get(), 1), 0);
+    EXPECT_EQ(statusOf(digestOfCoveredRange(file.get(), 2, kNoDeadline)), kErrnoBase + ENODATA);
+}
+
+} // namespace
+} // namespace qv::test
