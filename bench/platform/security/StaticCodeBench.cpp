@@ -92,7 +92,8 @@ void measure(std::size_t mebibytes) {
         const auto code = examiner.examine(file.get(), qv::CodeExaminer::Deadline::max());
         need(code->status() == 0 && code->facts().chain.back().vendorRoot, code->reason());
     };
-    qv::CodeExaminer forgetful(folder / "anchors.d", ::geteuid());
+    qv::CodeExaminer forgetful(folder / "anchors.d", ::geteuid(),
+                               qv::ExaminationCache(::geteuid() + 1));
     qv::CodeExaminer examiner(folder / "anchors.d", ::geteuid(), qv::ExaminationCache(::geteuid()));
     std::this_thread::sleep_for(kSettlingTime); // what was just changed is looked at every time
     const double peer = fastest(kRounds, [&] { digestOnCommandLine(path); });
