@@ -1,6 +1,8 @@
 #include "codesign/ClientVerification.h"
 
+#include "platform/security/CodeExaminer.h"
 #include "platform/security/GuestServices.h"
+#include "platform/security/examination/ExaminerCall.h"
 
 #include <fmt/format.h>
 #include <tl/expected.hpp>
@@ -69,11 +71,69 @@ ClientVerification::Peer::~Peer() = default;
 
 struct ClientVerification::Parts {
     explicit Parts(tl::expected<gid_t, int> group)
-        : clientGroup(group), services(configurationWith(group)) {}
+        : clientGroup(group), configuration(configurationWith(group)),
+          examiner(configuration.anchorsDirectory, configuration.anchorOwner),
+          services(configuration, examiner) {}
 
     tl::expected<gid_t, int> clientGroup;
+    CodeSigningConfiguration configuration;
+    DeferringExaminer examiner;
     GuestServices services;
 };
+
+struct ClientVerification::Examination::Work {
+    DeferringExaminer& examiner;
+    std::chrono::milliseconds time;
+    DeferringExaminer::Program program;
+    std::optional<ExaminerCall> call; // once begun
+};
+
+ClientVerification::Examination::Examination(std::unique_ptr<Work> work) noexcept
+    : work_(std::move(work)) {}
+ClientVerification::Examination::~Examination() = default;
+
+int ClientVerification::Examination::descriptor() const noexcept {
+    return work_->call->descriptor();
+}
+
+bool ClientVerification::Examination::isSending() const noexcept {
+    return work_->call->isSending();
+}
+
+tl::expected<bool, std::string> ClientVerification::Examination::advance() {
+    auto result = work_->call->advance();
+    if (!result) {
+        return false;
+    }
+    if (!*result) {
+        return tl::unexpected(result->error());
+    }
+    work_->examiner.provide(work_->program, std::move(**result));
+    return true;
+}
+
+tl::expected<void, std::string> ClientVerification::Examination::begin(const std::string& path) {
+    const DeferringExaminer::Program& program = work_->program;
+    auto call = ExaminerCall::begin(path, program.fd.get(), *program.anchors, work_->time);
+    if (!call) {
+        return tl::unexpected(call.error());
+    }
+    work_->call.emplace(std::move(*call));
+    return {};
+}
+
+std::unique_ptr<ClientVerification::Examination> ClientVerification::takeExamination() {
+    auto program = parts_->examiner.takeProgram();
+    if (!program) {
+        return nullptr;
+    }
+    // NOLINTNEXTLINE(cppcoreguidelines-owning-memory): its constructor is private
+    return std::unique_ptr<Examination>(new Examination(std::make_unique<Examination::Work>(
+        Examination::Work{.examiner = parts_->examiner,
+                          .time = parts_->configuration.lookupTime,
+                          .program = std::move(*program),
+                          .call = std::nullopt})));
+}
 
 ClientVerification::ClientVerification() : parts_(std::make_unique<Parts>(clientGroupID())) {}
 ClientVerification::~ClientVerification() = default;

@@ -2,6 +2,8 @@
 
 #include "platform/foundation/values/Error.h"
 
+#include <tl/expected.hpp>
+
 #include <memory>
 #include <optional>
 #include <string>
@@ -44,6 +46,37 @@ public:
 
     /// What a QVCodeSignatureVerifier is given; lives as long as this object.
     [[nodiscard]] CodeSigningServices& services() noexcept;
+
+    /// Has another process, the examiner, judge the program of a peer that could not be verified
+    /// yet. Ends with its owner, which must not outlive the verification.
+    class Examination {
+    public:
+        ~Examination();
+        Examination(const Examination&) = delete;
+        Examination& operator=(const Examination&) = delete;
+        Examination(Examination&&) = delete;
+        Examination& operator=(Examination&&) = delete;
+
+        /// Asks the examiner that listens at `path`. The error says why it cannot be asked.
+        [[nodiscard]] tl::expected<void, std::string> begin(const std::string& path);
+        // Once begun:
+        /// To be watched until it can be written, or read, by isSending().
+        [[nodiscard]] int descriptor() const noexcept;
+        [[nodiscard]] bool isSending() const noexcept;
+        /// Goes on without waiting. True once the judgement is there; it counts for the very next
+        /// verification, so that has to be made at once. The error says why there is none.
+        [[nodiscard]] tl::expected<bool, std::string> advance();
+
+    private:
+        friend class ClientVerification;
+        struct Work;
+        explicit Examination(std::unique_ptr<Work> work) noexcept;
+        std::unique_ptr<Work> work_;
+    };
+
+    /// To be asked right after a verification has failed: what it lacked was the judgement of a
+    /// program that nobody has examined yet. Null when it failed for good.
+    [[nodiscard]] std::unique_ptr<Examination> takeExamination();
 
     /// `pidfd` (SO_PEERPIDFD) is borrowed and must live as long as the result; the others are
     /// SO_PEERCRED.

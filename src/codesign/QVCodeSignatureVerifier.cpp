@@ -46,7 +46,8 @@ QVCodeSignatureVerifier::QVCodeSignatureVerifier(const Value& attributes, std::s
     : _requiredCodeSignatureAttributes(requiredCodeSignatureAttributes),
       // Every system of today is as new as the one that brought the hardened runtime.
       _requiredCodeSignatureAttributesAlternative(code_flags::kValid | code_flags::kRuntime),
-      _codeSignatureRequirement(codeSignatureRequirementWithTeamID(teamID)), services_(services) {
+      _codeSignatureRequirement(codeSignatureRequirementWithTeamID(teamID)), services_(services),
+      log_(log::NSLog) {
     const std::int32_t status = services_.copyGuestWithAttributes(attributes, &_code);
     if (status != codesign_status::kSuccess) {
         _error = statusError(status, kInitOrigin);
@@ -78,6 +79,10 @@ Error QVCodeSignatureVerifier::verifyRequirements() const {
     return failure ? failure : checkSignature();
 }
 
+std::function<bool()> QVCodeSignatureVerifier::identityCheck() const {
+    return [code = _code] { return code && code->isUnchanged(); };
+}
+
 bool QVCodeSignatureVerifier::fulfilsFlags(std::uint32_t status) const noexcept {
     const std::uint32_t required = _requiredCodeSignatureAttributes;
     const std::uint32_t alternative = _requiredCodeSignatureAttributesAlternative;
@@ -95,9 +100,8 @@ Error QVCodeSignatureVerifier::checkFlags() const {
     const Value* number = information.find(kSecCodeInfoStatus);
     const std::uint32_t status =
         number != nullptr && number->isNumber() ? unsignedIntValue(number) : 0;
-    log::write(log::Priority::notice,
-               fmt::format("csFlags={:x} | {:x} | {:x}", status, _requiredCodeSignatureAttributes,
-                           _requiredCodeSignatureAttributesAlternative));
+    log_(fmt::format("csFlags={:x} | {:x} | {:x}", status, _requiredCodeSignatureAttributes,
+                     _requiredCodeSignatureAttributesAlternative));
     if (fulfilsFlags(status)) {
         return {};
     }
@@ -124,8 +128,8 @@ Error QVCodeSignatureVerifier::checkSignature() const {
     if (status == codesign_status::kSuccess) {
         return {};
     }
-    log::NSLog(fmt::format("SecCodeCheckValidityWithErrors() failed with status={}, error={}",
-                           status, platformError ? platformError.description() : "(null)"));
+    log_(fmt::format("SecCodeCheckValidityWithErrors() failed with status={}, error={}", status,
+                     platformError ? platformError.description() : "(null)"));
     return platformError ? makeError(error_domain::kOSStatus, status, kVerifyOrigin,
                                      {{error_key::kUnderlyingError, Value::error(platformError)}})
                          : statusError(status, kVerifyOrigin);

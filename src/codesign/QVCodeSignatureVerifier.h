@@ -3,6 +3,7 @@
 #include "platform/foundation/values/Error.h"
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -40,6 +41,13 @@ public:
     /// code-signing services, or "QVCodeSignatureVerifierDomain" 1: the flags are not enough.
     Error verifyRequirements() const;
 
+    /// Tells, whenever it is asked, whether the process still is the very program that was looked
+    /// up. May outlive the verifier.
+    [[nodiscard]] std::function<bool()> identityCheck() const;
+    /// Where the lines of a verification go; the system log, if not told otherwise.
+    using Log = std::function<void(std::string_view)>;
+    void setLog(Log log) { log_ = std::move(log); }
+
     [[nodiscard]] const std::string& codeSignatureRequirement() const noexcept {
         return _codeSignatureRequirement;
     }
@@ -71,6 +79,7 @@ private:
     std::uint32_t _requiredCodeSignatureAttributesAlternative;
     std::string _codeSignatureRequirement;
     CodeSigningServices& services_;
+    Log log_;
 };
 
 } // namespace qv

@@ -1,75 +1,27 @@
 #include "service/HelperService.h"
 
-#include "codesign/QVCodeSignatureVerifier.h"
 #include "platform/foundation/archive/KeyedArchiver.h"
 #include "platform/foundation/log/Log.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
-#include <chrono>
-#include <new>
+#include <utility>
 
 namespace qv {
 
-namespace {
-
-constexpr std::string_view kTeamID = "T4KQ8ZP3WM";
-// Hard and kill enforcement.
-constexpr std::uint32_t kRequiredCodeSignatureAttributes = 0x300;
-
-// Anyone may be rejected as often as he likes; the log must not fill up with it.
-constexpr unsigned kRejectionsLogged = 10;
-constexpr std::chrono::seconds kRejectionInterval{1};
-
-// The first authorised client's requirement; none when the list does not say it as it should.
-std::optional<std::string> authorizedClientRequirement(const Value& infoDictionary) {
-    const Value* clients = infoDictionary.find("SMAuthorizedClients");
-    if (clients == nullptr || !clients->is(Value::Kind::array) || clients->asArray().empty()) {
-        return std::nullopt;
-    }
-    const Value& first = clients->asArray().front();
-    return first.is(Value::Kind::string) ? std::optional(std::string(first.asString()))
-                                         : std::nullopt;
-}
-
-} // namespace
-
 HelperService::HelperService(xpc::MainQueue& queue, ClientVerification& verification,
-                             Value infoDictionary)
-    : queue_(queue), verification_(verification), infoDictionary_(std::move(infoDictionary)),
-      rejections_(queue, kRejectionsLogged, kRejectionInterval,
-                  [](std::string_view record) { log::write(log::Priority::error, record); }) {}
-
-bool HelperService::accepts(const xpc::PeerCredentials& peer) {
-    const ClientVerification::Peer registered =
-        verification_.registerPeer(peer.pid, peer.pidfd, peer.uid, peer.gid);
-    const std::unique_ptr<QVCodeSignatureVerifier> verifier(
-        new (std::nothrow) QVCodeSignatureVerifier(
-            peer.pid, kTeamID, kRequiredCodeSignatureAttributes, verification_.services()));
-    if (!verifier) {
-        rejections_.log(fmt::format(
-            "Connection from pid {} rejected: code signature verifier couldn't be initialized",
-            peer.pid));
-        return false;
-    }
-    if (const std::optional<std::string> text = authorizedClientRequirement(infoDictionary_)) {
-        verifier->setCodeSignatureRequirement(*text);
-    }
-    if (const Error error = verifier->verifyRequirements()) {
-        rejections_.log(fmt::format(
-            "Connection from pid {} rejected: code signing requirements not satisfied. error={}",
-            peer.pid, error.description()));
-        return false;
-    }
-    return true;
-}
+                             const Value& infoDictionary, std::string examinerPath)
+    : queue_(queue), admission_(queue, verification, infoDictionary, std::move(examinerPath),
+                                [this](const auto& connection, auto identityCheck) {
+                                    serve(connection, std::move(identityCheck));
+                                }) {}
 
 void HelperService::handleConnection(const std::shared_ptr<xpc::Connection>& connection) {
-    if (!accepts(connection->peer())) {
-        connection->cancel();
-        return;
-    }
+    admission_.judge(connection);
+}
+
+void HelperService::serve(const std::shared_ptr<xpc::Connection>& connection,
+                          std::function<bool()> identityCheck) {
+    connection->setGuard(std::move(identityCheck));
     // The connection owns its handler: held weakly, so that the two do not keep each other alive.
     connection->setEventHandler([this, weak = std::weak_ptr(connection)](const xpc::Event& event) {
         if (const auto strong = weak.lock()) {

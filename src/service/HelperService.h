@@ -5,12 +5,13 @@
 #include "platform/xpc/Connection.h"
 #include "platform/xpc/MainQueue.h"
 #include "platform/xpc/ProcessSource.h"
-#include "platform/xpc/RateLimiter.h"
+#include "service/Admission.h"
 
 #include <cstdint>
 #include <list>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <string_view>
 
 namespace qv {
@@ -22,9 +23,9 @@ inline constexpr std::string_view kExecuteScriptType = "executeQVCatalogScript";
 /// when the last client that sent a script has ended. Everything runs on the main queue.
 class HelperService {
 public:
-    /// `infoDictionary` says, under "SMAuthorizedClients", what clients must satisfy. Queue and
-    /// verification must live as long.
-    HelperService(xpc::MainQueue& queue, ClientVerification& verification, Value infoDictionary);
+    /// As Admission takes them. Queue and verification must live as long.
+    HelperService(xpc::MainQueue& queue, ClientVerification& verification,
+                  const Value& infoDictionary, std::string examinerPath);
 
     /// The listener's event handler.
     void handleConnection(const std::shared_ptr<xpc::Connection>& connection);
@@ -41,7 +42,8 @@ private:
         std::unique_ptr<xpc::ProcessSource> source;
     };
 
-    bool accepts(const xpc::PeerCredentials& peer);
+    void serve(const std::shared_ptr<xpc::Connection>& connection,
+               std::function<bool()> identityCheck);
     void handleEvent(const std::shared_ptr<xpc::Connection>& connection, const xpc::Event& event);
     void handleMessage(const std::shared_ptr<xpc::Connection>& connection,
                        const xpc::Message& message);
@@ -49,9 +51,7 @@ private:
     void handleExit(std::list<ExitWatch>::iterator watch);
 
     xpc::MainQueue& queue_;
-    ClientVerification& verification_;
-    Value infoDictionary_;
-    xpc::RateLimiter rejections_;
+    Admission admission_;
     std::list<ExitWatch> exitWatches_;
 
     std::recursive_mutex clientCountLock; // guards activeClientCount

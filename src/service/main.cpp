@@ -12,6 +12,14 @@ namespace {
 
 constexpr const char* kServiceName = "com.larkwen.qvcatalog.helper";
 
+// The examiner listens beside the service, and only the service's manager puts sockets there.
+std::string examinerPath(std::string servicePath) {
+    constexpr std::string_view kOwn = "helper.sock";
+    return servicePath.ends_with(kOwn)
+               ? servicePath.replace(servicePath.size() - kOwn.size(), kOwn.size(), "examiner.sock")
+               : std::string();
+}
+
 int failToListen() {
     qv::log::write(qv::log::Priority::error,
                    "QVCatalogHelperXPC failed to create XPC mach service");
@@ -37,7 +45,8 @@ int main() {
     for (const std::string& warning : verification.warnings()) {
         qv::log::write(qv::log::Priority::notice, warning);
     }
-    qv::HelperService service(**queue, verification, qv::infoDictionary());
+    qv::HelperService service(**queue, verification, qv::infoDictionary(),
+                              examinerPath((*listener)->path()));
     (*listener)->setEventHandler([&](const std::shared_ptr<qv::xpc::Connection>& connection) {
         service.handleConnection(connection);
     });

@@ -50,6 +50,8 @@ public:
         return script_.validity;
     }
 
+    bool isUnchanged() const override { return true; }
+
 private:
     Script& script_;
 };

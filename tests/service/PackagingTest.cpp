@@ -16,12 +16,14 @@ using testing::HasSubstr;
 
 const std::string kUnit = "com.larkwen.qvcatalog.helper.service";
 const std::string kSocket = "com.larkwen.qvcatalog.helper.socket";
+const std::string kExaminer = "com.larkwen.qvcatalog.examiner.service";
+const std::string kExaminerSocket = "com.larkwen.qvcatalog.examiner.socket";
 
 // The units as they are installed, in a folder of their own.
 class Units : public testing::Test {
 protected:
     void SetUp() override {
-        for (const std::string& unit : {kUnit, kSocket}) {
+        for (const std::string& unit : {kUnit, kSocket, kExaminer, kExaminerSocket}) {
             folder_.write(unit, contentOf(QV_UNITS "/" + unit));
         }
     }
@@ -32,20 +34,24 @@ protected:
     TemporaryDirectory folder_;
 };
 
-TEST_F(Units, LeaveTheServiceNoMoreThanItNeeds) {
-    const ProgramRun run = systemdAnalyze(
-        {"security", "--offline=true", "--threshold=40", "--no-pager", folder_ / kUnit});
-    EXPECT_EQ(run.status, 0) << run.output << run.errors;
-    EXPECT_THAT(run.output, HasSubstr("Overall exposure level"));
+TEST_F(Units, LeaveTheirProgramsNoMoreThanTheyNeed) {
+    for (const auto& [unit, most] : {std::pair{kUnit, "40"}, std::pair{kExaminer, "10"}}) {
+        const ProgramRun run =
+            systemdAnalyze({"security", "--offline=true", std::string("--threshold=") + most,
+                            "--no-pager", folder_ / unit});
+        EXPECT_EQ(run.status, 0) << run.output << run.errors;
+        EXPECT_THAT(run.output, HasSubstr("Overall exposure level"));
+    }
 }
 
 // The one thing that may be amiss here: the service is not installed where the unit looks for it.
 TEST_F(Units, AreWellFormed) {
-    const ProgramRun run =
-        systemdAnalyze({"verify", "--man=no", folder_ / kUnit, folder_ / kSocket});
+    const ProgramRun run = systemdAnalyze({"verify", "--man=no", folder_ / kUnit, folder_ / kSocket,
+                                           folder_ / kExaminer, folder_ / kExaminerSocket});
     std::istringstream lines(run.errors);
     for (std::string line; std::getline(lines, line);) {
-        EXPECT_THAT(line, testing::AllOf(HasSubstr("QVCatalogHelperXPC"),
+        EXPECT_THAT(line, testing::AllOf(testing::AnyOf(HasSubstr("QVCatalogHelperXPC"),
+                                                        HasSubstr("QVCatalogExaminer")),
                                          HasSubstr("is not executable: No such file")));
     }
     const std::string socket = contentOf(folder_ / kSocket);

@@ -11,17 +11,6 @@ constexpr std::size_t kTolerance = QV_SANITIZED ? 16'000 : 1000; // kilobytes
 
 class Resources : public ServiceTest {
 protected:
-    // Waits until the service holds no more descriptors than that. A served request lets whatever
-    // is ready in the service go first.
-    bool fallsTo(std::size_t descriptors) {
-        const auto end = std::chrono::steady_clock::now() + kPatience;
-        while (service_->descriptors() > descriptors) {
-            if (std::chrono::steady_clock::now() > end || !client_->execute(Value::array({}))) {
-                return false;
-            }
-        }
-        return true;
-    }
     template <typename Round> void expectNothingKept(const Round& round) {
         ASSERT_TRUE(client_->execute(Value::array({}))) << "counted, so that the service stays";
         // The watch on a sender begins after its reply: with the next reply it is there.

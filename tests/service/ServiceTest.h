@@ -51,6 +51,18 @@ protected:
         return outcome && outcome->success;
     }
 
+    /// Waits until the service holds no more descriptors than that. A served request lets whatever
+    /// is ready in the service go first.
+    [[nodiscard]] bool fallsTo(std::size_t descriptors) const {
+        const auto end = std::chrono::steady_clock::now() + kPatience;
+        while (service_->descriptors() > descriptors) {
+            if (std::chrono::steady_clock::now() > end || !client_->execute(Value::array({}))) {
+                return false;
+            }
+        }
+        return true;
+    }
+
     /// Has the service count a client that stays, so that it does not end during the test.
     void keepServing() {
         keeper_ = connected();

@@ -55,6 +55,12 @@ LiveService::LiveService(Listener listener) {
     UniqueFd socket = listener == Listener::notListening
                           ? UniqueFd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0))
                           : listenAt(socketPath());
+    examinerSocket_ = listenAt(folder_ / "examiner.sock");
+    examiner_ = std::make_unique<StartedProgram>(
+        ProgramStart{.command = {QV_EXAMINER_PROGRAM},
+                     .standard = {-1, printed_.write.get(), printed_.write.get()},
+                     .listener = examinerSocket_.get(),
+                     .listenerName = "com.larkwen.qvcatalog.examiner"});
     const bool handedOver = listener != Listener::missing;
     program_ = std::make_unique<StartedProgram>(ProgramStart{
         .command = {QV_SERVICE_PROGRAM},
@@ -70,6 +76,7 @@ LiveService::LiveService(Listener listener) {
 
 LiveService::~LiveService() {
     program_->kill();
+    examiner_->kill();
     stop_.write.reset();
     collector_.join();
 }

@@ -14,7 +14,7 @@
 namespace qv::test {
 
 /// The service of this build as its manager would start it: its listening socket, in a temporary
-/// folder, is handed over; what it and its tools print is caught. Stopped at the latest with its
+/// folder, is handed over, its examiner listens beside it; what all print is caught. Stopped at the latest with its
 /// owner.
 class LiveService {
 public:
@@ -28,6 +28,8 @@ public:
     ~LiveService();
 
     [[nodiscard]] std::string socketPath() const { return folder_ / "helper.sock"; }
+    /// What judges programs for the service.
+    [[nodiscard]] StartedProgram& examiner() const { return *examiner_; }
     [[nodiscard]] pid_t pid() const { return program_->pid(); }
     [[nodiscard]] bool isRunning() const { return program_->isRunning(); }
     /// Its exit status, or minus the signal that ended it; none when it does not end in time.
@@ -49,8 +51,10 @@ private:
     void take(std::string_view piece);
 
     TemporaryDirectory folder_;
+    UniqueFd examinerSocket_;
     PipeEnds printed_ = makePipe();
     PipeEnds stop_ = makePipe();
+    std::unique_ptr<StartedProgram> examiner_;
     std::unique_ptr<StartedProgram> program_;
 
     std::mutex mutex_;

@@ -32,10 +32,9 @@ CodeExaminer::Code DeferringExaminer::judge(int fd, const FileKey& file, const A
                                             Deadline /*deadline*/) {
     program_.reset();
     const auto provided = std::exchange(provided_, std::nullopt);
-    if (provided && provided->first.file == file &&
-        provided->first.anchors->fingerprint() == anchors->fingerprint()) {
-        remember(file, provided->second);
-        return provided->second;
+    if (provided && provided->file == file && provided->anchors == anchors->fingerprint()) {
+        remember(file, provided->code);
+        return provided->code;
     }
     if (auto without = StaticCode::examineUnsigned(fd)) {
         return std::make_shared<const StaticCode>(std::move(*without));
@@ -52,8 +51,10 @@ std::optional<DeferringExaminer::Program> DeferringExaminer::takeProgram() {
     return std::exchange(program_, std::nullopt);
 }
 
-void DeferringExaminer::provide(Program program, StaticCode code) {
-    provided_.emplace(std::move(program), std::make_shared<const StaticCode>(std::move(code)));
+void DeferringExaminer::provide(const Program& program, StaticCode code) {
+    provided_ = Judgement{.file = program.file,
+                          .anchors = program.anchors->fingerprint(),
+                          .code = std::make_shared<const StaticCode>(std::move(code))};
 }
 
 } // namespace qv

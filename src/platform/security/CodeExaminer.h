@@ -9,7 +9,6 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <utility>
 
 namespace qv {
 
@@ -64,14 +63,19 @@ public:
     [[nodiscard]] std::optional<Program> takeProgram();
     /// The answer for the next examination, if that is of the very same, unchanged file under the
     /// same anchors.
-    void provide(Program program, StaticCode code);
+    void provide(const Program& program, StaticCode code);
 
 protected:
     Code judge(int fd, const FileKey& file, const Anchors& anchors, Deadline deadline) override;
 
 private:
     std::optional<Program> program_;
-    std::optional<std::pair<Program, Code>> provided_;
+    struct Judgement {
+        FileKey file;
+        AnchorSet::Digest anchors;
+        Code code;
+    };
+    std::optional<Judgement> provided_;
 };
 
 } // namespace qv

@@ -49,6 +49,10 @@ public:
     /// NSOSStatusErrorDomain error with the reason in words. Both result parameters may be null.
     virtual std::int32_t checkValidityWithErrors(const Requirement* requirement,
                                                  Error* error) const = 0;
+
+    /// Still the very program that was looked up: the process has neither ended nor executed
+    /// anything since, and is shown to run the same file. Cheap: for every message.
+    [[nodiscard]] virtual bool isUnchanged() const = 0;
 };
 
 /// The platform's code-signing services: what tells running programs and requirements from texts

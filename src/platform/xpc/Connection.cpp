@@ -252,6 +252,11 @@ void Connection::handleFrame(const Frame& frame) {
               wireError(WireErrorCode::peerGone, "the peer has ended"));
         return;
     }
+    if (guard_ && !guard_()) {
+        closeFor(wireError(WireErrorCode::foreignSender,
+                           "the peer is not the program any more that was accepted"));
+        return;
+    }
     auto dictionary = dictionaryOfBody(frame.body);
     if (!dictionary) {
         closeFor(dictionary.error());

@@ -36,6 +36,8 @@ public:
     [[nodiscard]] pid_t processID() const noexcept { return peer().pid; }
 
     void setEventHandler(EventHandler handler);
+    /// Asked before each frame is looked at; where it says no, the connection is closed.
+    void setGuard(std::function<bool()> guard) { guard_ = std::move(guard); }
     /// Runs once, when the connection is closed for whatever reason, before its last event.
     void setClosedHandler(MainQueue::Work handler);
 
@@ -89,6 +91,7 @@ private:
     EventSource timer_;
     State state_ = State::suspended;
     std::shared_ptr<EventHandler> handler_;
+    std::function<bool()> guard_;
     MainQueue::Work closedHandler_;
     FrameReader reader_;
     FrameWriter writer_;

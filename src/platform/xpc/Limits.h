@@ -10,7 +10,9 @@ namespace qv::xpc {
 struct Limits {
     std::size_t connections = 64;
     std::size_t connectionsPerUser = 8;
-    std::size_t unverified = 4;          ///< neither resumed nor cancelled yet
+    /// Neither resumed nor cancelled yet; fewer users than it takes to fill this up are no danger
+    /// to others.
+    std::size_t unverified = 48;
     std::uint32_t body = 64U << 20;      ///< bytes of a request's body
     std::size_t replyQueue = 16UL << 20; ///< bytes that wait to be sent on one connection
     unsigned refusalsLogged = 10;        ///< in a second

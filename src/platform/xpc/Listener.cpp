@@ -8,11 +8,14 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstddef>
 #include <cstdlib>
+#include <cstring>
 #include <fcntl.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
+#include <sys/un.h>
 #include <utility>
 
 namespace qv::xpc {
@@ -133,6 +136,18 @@ void Listener::resume() {
 }
 
 // One client a turn: deciding about it may take a while.
+std::string Listener::path() const {
+    sockaddr_un address{};
+    socklen_t size = sizeof address;
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast): how sockets give addresses
+    if (::getsockname(socket_.get(), reinterpret_cast<sockaddr*>(&address), &size) != 0 ||
+        size <= offsetof(sockaddr_un, sun_path) || address.sun_path[0] != '/') {
+        return {};
+    }
+    const char* begin = static_cast<const char*>(address.sun_path);
+    return {begin, ::strnlen(begin, size - offsetof(sockaddr_un, sun_path))};
+}
+
 void Listener::onReady() {
     UniqueFd socket(::accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
     if (socket) {

@@ -3,6 +3,7 @@
 #include "platform/xpc/Connection.h"
 #include "platform/xpc/RateLimiter.h"
 
+#include <string>
 #include <vector>
 
 namespace qv::xpc {
@@ -33,6 +34,8 @@ public:
     /// one that it forgets, or throws on, is cancelled.
     void setEventHandler(EventHandler handler);
     void resume();
+    /// Where clients find it; empty for a socket without a place in the file system.
+    [[nodiscard]] std::string path() const;
 
 private:
     Listener(UniqueFd socket, MainQueue& queue, const Limits& limits);

@@ -117,8 +117,7 @@ TEST_F(CodeExaminerTest, ADeferringOneReadsNothingThatIsSigned) {
     const auto judged = [](const DeferringExaminer::Program& program) {
         return StaticCode::examine(program.fd.get(), {.anchors = *program.anchors});
     };
-    StaticCode judgement = judged(*asked);
-    examiner.provide(std::move(*asked), std::move(judgement));
+    examiner.provide(*asked, judged(*asked));
     const auto provided = examiner.examine(opened().get(), kNoDeadline);
     ASSERT_NE(provided, nullptr);
     EXPECT_EQ(examiner.examine(opened().get(), kNoDeadline), provided) << "and is remembered";
@@ -127,13 +126,11 @@ TEST_F(CodeExaminerTest, ADeferringOneReadsNothingThatIsSigned) {
     ASSERT_TRUE(program_.sign());
     ASSERT_EQ(examiner.examine(opened().get(), kNoDeadline), nullptr);
     asked = examiner.takeProgram();
-    judgement = judged(*asked);
-    examiner.provide(std::move(*asked), std::move(judgement));
+    examiner.provide(*asked, judged(*asked));
     ASSERT_TRUE(program_.sign());
     EXPECT_EQ(examiner.examine(opened().get(), kNoDeadline), nullptr);
     asked = examiner.takeProgram();
-    judgement = judged(*asked);
-    examiner.provide(std::move(*asked), std::move(judgement));
+    examiner.provide(*asked, judged(*asked));
     writeWithMode(program_.anchorFolder() / "revoked", std::string(64, 'a'), 0644);
     EXPECT_EQ(examiner.examine(opened().get(), kNoDeadline), nullptr);
 

@@ -1,5 +1,6 @@
 #include "platform/security/CodeSigningStatus.h"
 #include "platform/security/GuestTest.h"
+#include "platform/security/guest/GuestCode.h"
 #include "platform/security/guest/ProcessFileSystem.h"
 
 #include <cerrno>
@@ -41,6 +42,9 @@ public:
     }
     Result<struct stat> statusAt(int directory, const std::string& path) override {
         return answer([&] { return kernel_.statusAt(directory, path); });
+    }
+    Result<FileIdentity> identityAt(int directory, const std::string& path) override {
+        return answer([&] { return kernel_.identityAt(directory, path); });
     }
     Result<std::uint64_t> fileSystemMagic(int fd) override {
         return answer([&] { return kernel_.fileSystemMagic(fd); });
@@ -140,6 +144,30 @@ TEST_F(GuestFaults, NoFailedCallMakesADebuggableClientAcceptable) {
     const ClientProcess client(
         ClientProcess::Options::asNobody(programs()->debuggableClient("debuggable")));
     sweep(client);
+}
+
+// What is asked before each message of an accepted client.
+TEST_F(GuestFaults, AnAcceptedClientIsUnchangedOnlyWhileThatCanBeSeen) {
+    ClientProcess::Options options =
+        ClientProcess::Options::asNobody(programs()->markedClient("watched", 0x10300));
+    options.file = programs()->unsignedClient("another");
+    auto system = std::make_shared<FaultySystem>();
+    GuestServices services(programs()->configuration(), system);
+    for (const bool executes : {true, false}) {
+        ClientProcess client(options);
+        const auto code = services.lookUp(pidAttribute(client.pid()));
+        ASSERT_TRUE(code) << code.error().description();
+        system->failCall(0, 0);
+        ASSERT_TRUE((*code)->isUnchanged());
+        for (int number = 1, calls = system->calls(); number <= calls; ++number) {
+            system->failCall(number, EMFILE);
+            EXPECT_FALSE((*code)->isUnchanged()) << number;
+        }
+        system->failCall(0, 0);
+        EXPECT_TRUE((*code)->isUnchanged());
+        executes ? client.command('x') : client.kill();
+        EXPECT_FALSE((*code)->isUnchanged());
+    }
 }
 
 TEST_F(GuestFaults, AClientThatEndsMeanwhileHasEnded) {

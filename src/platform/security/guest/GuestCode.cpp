@@ -38,6 +38,16 @@ Error GuestCode::checkStillRunning() const {
     return {};
 }
 
+bool GuestCode::isUnchanged() const {
+    if (checkStillRunning()) {
+        return false;
+    }
+    const struct stat& executable = record_.observation.executable;
+    const FileIdentity expected{
+        .device = executable.st_dev, .inode = executable.st_ino, .mount = record_.executableMount};
+    return system_->identityAt(record_.handles.directory.get(), "exe") == expected;
+}
+
 std::int32_t GuestCode::copySigningInformation(std::uint32_t flags, Value* information) const {
     if (information == nullptr) {
         return codesign_status::kObjectRequired;

@@ -17,6 +17,8 @@ public:
     std::int32_t checkValidityWithErrors(const Requirement* requirement,
                                          Error* error) const override;
 
+    [[nodiscard]] bool isUnchanged() const override;
+
     [[nodiscard]] const GuestObservation& observation() const noexcept {
         return record_.observation;
     }

@@ -119,9 +119,7 @@ std::string missingForNoFilter(const GuestObservation& seen) {
 std::pair<std::int32_t, std::string> judgeImage(const GuestObservation& seen,
                                                 const SignatureFacts& signature) {
     const auto isExecutable = [&](const MappedCode& code) {
-        return code.backing == MappedCode::Backing::file &&
-               code.file.st_dev == seen.executable.st_dev &&
-               code.file.st_ino == seen.executable.st_ino;
+        return code.backing == MappedCode::Backing::file && isSameFile(code.file, seen.executable);
     };
     const auto invalid = [](std::string why) {
         return std::pair{codesign_status::kGuestInvalid, std::move(why)};

@@ -38,10 +38,6 @@ bool isSystemError(const Error& error, int errorNumber) {
     return error.code() == codesign_status::kErrnoBase + errorNumber;
 }
 
-bool isSameFile(const struct stat& left, const struct stat& right) {
-    return left.st_dev == right.st_dev && left.st_ino == right.st_ino;
-}
-
 } // namespace
 
 GuestLookup::GuestLookup(ProcessFileSystem& system, const CodeSigningConfiguration& configuration,
@@ -77,6 +73,7 @@ tl::expected<GuestRecord, Error> GuestLookup::run(const GuestSelector& selector,
     }
     return GuestRecord{.handles = std::move(handles_),
                        .observation = std::move(observation_),
+                       .executableMount = executableMount_,
                        .code = std::move(code_)};
 }
 

@@ -29,6 +29,7 @@ struct GuestHandles {
 struct GuestRecord {
     GuestHandles handles;
     GuestObservation observation;
+    std::uint64_t executableMount = 0;      ///< on which the executable stands
     std::shared_ptr<const StaticCode> code; ///< never null
 };
 

@@ -24,6 +24,10 @@ struct MappedCode {
     struct stat file{}; ///< Backing::file only
 };
 
+[[nodiscard]] inline bool isSameFile(const struct stat& left, const struct stat& right) noexcept {
+    return left.st_dev == right.st_dev && left.st_ino == right.st_ino;
+}
+
 struct PeerCredentials {
     uid_t user = 0;
     gid_t group = 0;

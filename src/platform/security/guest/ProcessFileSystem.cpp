@@ -5,6 +5,7 @@
 #include <limits>
 #include <poll.h>
 #include <sys/syscall.h>
+#include <sys/sysmacros.h>
 #include <sys/vfs.h>
 #include <unistd.h>
 
@@ -57,6 +58,22 @@ ProcessFileSystem::Result<struct stat> KernelProcessFileSystem::statusAt(int dir
     return checked([&] { return ::fstatat(directory, path.c_str(), &info, 0); }).map([&](int) {
         return info;
     });
+}
+
+ProcessFileSystem::Result<FileIdentity>
+KernelProcessFileSystem::identityAt(int directory, const std::string& path) {
+    constexpr unsigned kWanted = STATX_INO | STATX_MNT_ID;
+    struct statx info{};
+    return checked(
+               [&] { return ::statx(directory, path.c_str(), AT_STATX_DONT_SYNC, kWanted, &info); })
+        .and_then([&](int) -> Result<FileIdentity> {
+            if ((info.stx_mask & kWanted) != kWanted) {
+                return tl::unexpected(ENOTSUP);
+            }
+            return FileIdentity{.device = ::makedev(info.stx_dev_major, info.stx_dev_minor),
+                                .inode = info.stx_ino,
+                                .mount = info.stx_mnt_id};
+        });
 }
 
 ProcessFileSystem::Result<std::uint64_t> KernelProcessFileSystem::fileSystemMagic(int fd) {

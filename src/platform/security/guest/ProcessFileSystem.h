@@ -13,6 +13,14 @@
 
 namespace qv {
 
+/// A file and the mount that it was found on.
+struct FileIdentity {
+    dev_t device = 0;
+    ino_t inode = 0;
+    std::uint64_t mount = 0;
+    friend bool operator==(const FileIdentity&, const FileIdentity&) = default;
+};
+
 /// Every system call that a look-up of a process makes, and nothing else, so that a test can fail
 /// each of them. Values, or the errno. Descriptors are close-on-exec. Interrupted calls are
 /// repeated.
@@ -36,6 +44,8 @@ public:
     virtual Result<struct stat> status(int fd) = 0;
     /// Follows links.
     virtual Result<struct stat> statusAt(int directory, const std::string& path) = 0;
+    /// Which file a link leads to, and its mount; whatever file system that is, it is not asked.
+    virtual Result<FileIdentity> identityAt(int directory, const std::string& path) = 0;
     /// The magic number of the file system that a descriptor stands on.
     virtual Result<std::uint64_t> fileSystemMagic(int fd) = 0;
     /// Bytes read at `offset`; 0 at the end.
@@ -52,6 +62,7 @@ public:
     Result<UniqueFd> open(int directory, const std::string& path, int flags) override;
     Result<struct stat> status(int fd) override;
     Result<struct stat> statusAt(int directory, const std::string& path) override;
+    Result<FileIdentity> identityAt(int directory, const std::string& path) override;
     Result<std::uint64_t> fileSystemMagic(int fd) override;
     Result<std::size_t> read(int fd, std::uint64_t offset, std::span<char> buffer) override;
     Result<bool> hasEnded(int pidfd) override;

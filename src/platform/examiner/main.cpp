@@ -1,0 +1,53 @@
+#include "platform/examiner/Examiner.h"
+#include "platform/examiner/Sandbox.h"
+#include "platform/foundation/log/Log.h"
+#include "platform/foundation/process/ProcessState.h"
+
+#include <fmt/format.h>
+#include <openssl/crypto.h>
+#include <systemd/sd-daemon.h>
+
+#include <cstdlib>
+#include <fcntl.h>
+#include <string>
+#include <unistd.h>
+
+namespace {
+
+constexpr std::chrono::minutes kIdleTime{10};
+
+int fail(std::string_view why) {
+    qv::log::write(qv::log::Priority::error, why);
+    return EXIT_FAILURE;
+}
+
+} // namespace
+
+// Started through its socket with a user of its own. No arguments, no environment, no files: all
+// that it ever sees are the descriptors that the service sends.
+int main() {
+    qv::sanitizeProcess();
+    qv::log::open("QVCatalogExaminer", qv::log::Destination::standardError);
+    if (::sd_listen_fds(1) != 1 ||
+        ::sd_is_socket_unix(SD_LISTEN_FDS_START, SOCK_STREAM, 1, nullptr, 0) <= 0 ||
+        ::fcntl(SD_LISTEN_FDS_START, F_SETFD, FD_CLOEXEC) != 0) {
+        return fail("no listening socket was handed over");
+    }
+    qv::UniqueFd listener(SD_LISTEN_FDS_START);
+    if (::geteuid() == 0 && !QV_DEVELOPMENT_BUILD) {
+        return fail("started as root; its unit gives it a user of its own");
+    }
+    // What the library would read from files later it would not be allowed to.
+    if (::OPENSSL_init_crypto(OPENSSL_INIT_NO_LOAD_CONFIG | OPENSSL_INIT_LOAD_CRYPTO_STRINGS,
+                              nullptr) != 1) {
+        return fail("the cryptographic library does not start");
+    }
+    std::string kept = qv::examiner::dropPrivileges(QV_EXAMINER_USER);
+    if (kept.empty()) {
+        kept = qv::examiner::keepToServing();
+    }
+    if (!kept.empty()) {
+        return fail(fmt::format("privileges cannot be given up: {}", kept));
+    }
+    return qv::examiner::Examiner(std::move(listener)).run(kIdleTime);
+}

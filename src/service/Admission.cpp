@@ -1,0 +1,187 @@
+#include "service/Admission.h"
+
+#include "codesign/QVCodeSignatureVerifier.h"
+#include "platform/foundation/log/Log.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <chrono>
+#include <new>
+#include <sys/epoll.h>
+#include <utility>
+
+namespace qv {
+
+namespace {
+
+constexpr std::string_view kTeamID = "T4KQ8ZP3WM";
+// Hard and kill enforcement.
+constexpr std::uint32_t kRequiredCodeSignatureAttributes = 0x300;
+
+constexpr std::ptrdiff_t kExaminationsAtOnce = 4;
+constexpr std::chrono::milliseconds kLongestWait{2000};
+
+// Anyone may knock as often as he likes; the log must not fill up with it.
+constexpr unsigned kRecordsLogged = 10;
+constexpr std::chrono::seconds kRecordInterval{1};
+
+// The first authorised client's requirement; none when the list does not say it as it should.
+std::optional<std::string> authorizedClientRequirement(const Value& infoDictionary) {
+    const Value* clients = infoDictionary.find("SMAuthorizedClients");
+    if (clients == nullptr || !clients->is(Value::Kind::array) || clients->asArray().empty()) {
+        return std::nullopt;
+    }
+    const Value& first = clients->asArray().front();
+    return first.is(Value::Kind::string) ? std::optional(std::string(first.asString()))
+                                         : std::nullopt;
+}
+
+std::uint32_t eventsFor(const ClientVerification::Examination& examination) {
+    return examination.isSending() ? std::uint32_t{EPOLLOUT} : std::uint32_t{EPOLLIN};
+}
+
+} // namespace
+
+Admission::Admission(xpc::MainQueue& queue, ClientVerification& verification,
+                     const Value& infoDictionary, std::string examinerPath, Accepted accepted)
+    : queue_(queue), verification_(verification),
+      requirement_(authorizedClientRequirement(infoDictionary)),
+      examinerPath_(std::move(examinerPath)), accepted_(std::move(accepted)),
+      rejections_(queue, kRecordsLogged, kRecordInterval,
+                  [](std::string_view record) { log::write(log::Priority::error, record); }),
+      verifications_(queue, kRecordsLogged, kRecordInterval,
+                     [](std::string_view record) { log::write(log::Priority::notice, record); }) {}
+
+void Admission::judge(const std::shared_ptr<xpc::Connection>& connection) {
+    settle(candidates_.insert(candidates_.end(), Candidate{.connection = connection}));
+}
+
+void Admission::settle(Candidates::iterator candidate) {
+    const Verdict verdict = verify(*candidate);
+    if (verdict == Verdict::open) {
+        if (const std::string failed = watch(candidate); !failed.empty()) {
+            reject(candidate, failed);
+        }
+        return;
+    }
+    if (verdict == Verdict::rejected) {
+        candidate->connection->cancel();
+    }
+    candidates_.erase(candidate);
+}
+
+Admission::Verdict Admission::verify(Candidate& candidate) {
+    const xpc::PeerCredentials& peer = candidate.connection->peer();
+    const ClientVerification::Peer registered =
+        verification_.registerPeer(peer.pid, peer.pidfd, peer.uid, peer.gid);
+    const std::unique_ptr<QVCodeSignatureVerifier> verifier(
+        new (std::nothrow) QVCodeSignatureVerifier(
+            peer.pid, kTeamID, kRequiredCodeSignatureAttributes, verification_.services()));
+    if (!verifier) {
+        logRejection(candidate, "code signature verifier couldn't be initialized");
+        return Verdict::rejected;
+    }
+    verifier->setLog([this](std::string_view record) { verifications_.log(record); });
+    if (requirement_) {
+        verifier->setCodeSignatureRequirement(*requirement_);
+    }
+    const Error error = verifier->verifyRequirements();
+    if (!error) {
+        accepted_(candidate.connection, verifier->identityCheck());
+        return Verdict::accepted;
+    }
+    candidate.examination = verification_.takeExamination();
+    if (candidate.examination) {
+        return Verdict::open;
+    }
+    logRejection(candidate, fmt::format("code signing requirements not satisfied. error={}",
+                                        error.description()));
+    return Verdict::rejected;
+}
+
+std::string Admission::watch(Candidates::iterator candidate) {
+    if (!candidate->timer) {
+        auto timer = queue_.addTimer([this, candidate] {
+            reject(candidate, "its program was not examined in time");
+            settleWaiting();
+        });
+        if (!timer) {
+            return timer.error().localizedDescription();
+        }
+        candidate->timer = std::move(*timer);
+        if (const Error error = candidate->timer.setDeadline(queue_.now() + kLongestWait)) {
+            return error.localizedDescription();
+        }
+    }
+    auto examination = std::exchange(candidate->examination, nullptr);
+    if (!mayBegin(*candidate)) {
+        return {}; // and will be verified again when it may: others may have brought the answer
+    }
+    if (const auto begun = examination->begin(examinerPath_); !begun) {
+        return fmt::format("its program cannot be examined: {}", begun.error());
+    }
+    auto source = queue_.watch(examination->descriptor(), eventsFor(*examination),
+                               [this, candidate](std::uint32_t) { advance(candidate); });
+    if (!source) {
+        return source.error().localizedDescription();
+    }
+    candidate->source = std::move(*source);
+    candidate->examination = std::move(examination);
+    return {};
+}
+
+void Admission::advance(Candidates::iterator candidate) {
+    const auto finished = candidate->examination->advance();
+    if (finished && !*finished) {
+        if (const Error error = candidate->source.setEvents(eventsFor(*candidate->examination))) {
+            reject(candidate, error.localizedDescription());
+            settleWaiting();
+        }
+        return;
+    }
+    candidate->source.reset();
+    candidate->examination.reset();
+    if (!finished) {
+        reject(candidate, fmt::format("its program was not examined: {}", finished.error()));
+    } else {
+        settle(candidate);
+    }
+    settleWaiting();
+}
+
+void Admission::reject(Candidates::iterator candidate, std::string_view why) {
+    logRejection(*candidate, why);
+    candidate->connection->cancel();
+    candidates_.erase(candidate);
+}
+
+void Admission::settleWaiting() {
+    for (auto next = candidates_.begin(); next != candidates_.end();) {
+        const auto candidate = next++;
+        if (!candidate->examination && mayBegin(*candidate)) {
+            settle(candidate);
+        }
+    }
+}
+
+bool Admission::mayBegin(const Candidate& candidate) const {
+    std::ptrdiff_t underWay = 0;
+    for (const Candidate& other : candidates_) {
+        if (!other.examination) {
+            continue;
+        }
+        if (other.connection->peer().uid == candidate.connection->peer().uid) {
+            return false;
+        }
+        ++underWay;
+    }
+    return underWay < kExaminationsAtOnce;
+}
+
+void Admission::logRejection(const Candidate& candidate, std::string_view why) {
+    rejections_.log(
+        fmt::format("Connection from pid {} rejected: {}", candidate.connection->processID(), why));
+}
+
+} // namespace qv

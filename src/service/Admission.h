@@ -1,0 +1,69 @@
+#pragma once
+
+#include "codesign/ClientVerification.h"
+#include "platform/foundation/values/Value.h"
+#include "platform/xpc/Connection.h"
+#include "platform/xpc/MainQueue.h"
+#include "platform/xpc/RateLimiter.h"
+
+#include <functional>
+#include <list>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace qv {
+
+/// Decides who may talk to the service. A client that is known is judged at once; one whose program
+/// nobody has judged yet waits, suspended, while the examiner does: one program of a user at a
+/// time, and few at all, so that nobody waits for what another user has others look at. Everything
+/// runs on the main queue.
+class Admission {
+public:
+    /// Gets each client that is accepted, still suspended, and what tells whether its process is
+    /// still the program that was accepted.
+    using Accepted =
+        std::function<void(const std::shared_ptr<xpc::Connection>&, std::function<bool()>)>;
+
+    /// `infoDictionary` says, under "SMAuthorizedClients", what clients must satisfy;
+    /// `examinerPath` is where the examiner listens. Queue and verification must live as long.
+    Admission(xpc::MainQueue& queue, ClientVerification& verification, const Value& infoDictionary,
+              std::string examinerPath, Accepted accepted);
+
+    /// A new client, suspended. It is passed on, now or later, or cancelled.
+    void judge(const std::shared_ptr<xpc::Connection>& connection);
+
+private:
+    struct Candidate {
+        std::shared_ptr<xpc::Connection> connection;
+        /// Under way; null: it waits for its turn.
+        std::unique_ptr<ClientVerification::Examination> examination = nullptr;
+        xpc::EventSource source = {};
+        xpc::EventSource timer = {};
+    };
+    using Candidates = std::list<Candidate>;
+    enum class Verdict : std::uint8_t { accepted, rejected, open };
+
+    /// Decides about a candidate, or sees to it that it will be decided.
+    void settle(Candidates::iterator candidate);
+    Verdict verify(Candidate& candidate);
+    /// What goes wrong is the reason to reject the candidate.
+    [[nodiscard]] std::string watch(Candidates::iterator candidate);
+    void advance(Candidates::iterator candidate);
+    void reject(Candidates::iterator candidate, std::string_view why);
+    void settleWaiting();
+    [[nodiscard]] bool mayBegin(const Candidate& candidate) const;
+    void logRejection(const Candidate& candidate, std::string_view why);
+
+    xpc::MainQueue& queue_;
+    ClientVerification& verification_;
+    std::optional<std::string> requirement_; // of clients; none: the verifier's own
+    std::string examinerPath_;
+    Accepted accepted_;
+    xpc::RateLimiter rejections_;
+    xpc::RateLimiter verifications_;
+    Candidates candidates_;
+};
+
+} // namespace qv

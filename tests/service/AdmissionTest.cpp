@@ -1,0 +1,95 @@
+// Clients whose programs nobody has judged yet: how the service has them judged, and that waiting
+// for it is only their own.
+
+#include "service/ServiceTest.h"
+
+#include <gmock/gmock.h>
+
+#include <csignal>
+
+namespace qv::test {
+namespace {
+
+using testing::HasSubstr;
+
+class Admission : public ServiceTest {
+protected:
+    // A signed program that the service has not seen; it was changed too lately to be remembered.
+    std::filesystem::path freshProgram(std::string_view name) {
+        const std::filesystem::path program = folder_ / name;
+        std::filesystem::copy_file(Puppet::signedProgram(), program);
+        return program;
+    }
+};
+
+TEST_F(Admission, ManyClientsOfOneUserWaitForTheirTurn) {
+    const auto program = freshProgram("fresh");
+    std::vector<std::unique_ptr<Puppet>> clients;
+    for (int i = 0; i < 6; ++i) {
+        clients.push_back(std::make_unique<Puppet>(program));
+        clients.back()->begin("connect " + service_->socketPath());
+    }
+    for (const auto& client : clients) {
+        EXPECT_EQ(client->answer(), "connected");
+        EXPECT_TRUE(client->greet());
+        EXPECT_TRUE(client->execute(Value::array({}))->success);
+    }
+}
+
+TEST_F(Admission, WithoutAnExaminerNobodyNewIsAccepted) {
+    service_->examiner().kill();
+    Puppet late(freshProgram("late"));
+    EXPECT_FALSE(late.connect(service_->socketPath()));
+    EXPECT_TRUE(service_->waitForLog(
+        fmt::format("Connection from pid {} rejected: its program", late.pid())));
+    EXPECT_TRUE(client_->execute(Value::array({}))->success) << "it had been accepted before";
+}
+
+// A stopped examiner stands for any that hangs.
+TEST_F(Admission, AnExaminationThatTakesTooLongEndsOnlyItself) {
+    keepServing();
+    ASSERT_EQ(::kill(service_->examiner().pid(), SIGSTOP), 0);
+    Puppet late(freshProgram("late"));
+    late.begin("connect " + service_->socketPath());
+    ASSERT_EQ(late.answer(), "connected");
+    Puppet second(freshProgram("second"));
+    second.begin("connect " + service_->socketPath());
+    ASSERT_EQ(second.answer(), "connected");
+    EXPECT_TRUE(client_->execute(Value::array({}))->success) << "kept waiting by others";
+    EXPECT_FALSE(late.greet());
+    EXPECT_FALSE(second.greet());
+    EXPECT_TRUE(service_->waitForLog("rejected: its program was not examined in time", 2));
+    ASSERT_EQ(::kill(service_->examiner().pid(), SIGCONT), 0);
+    Puppet again(freshProgram("again"));
+    EXPECT_TRUE(again.connect(service_->socketPath()));
+}
+
+TEST_F(Admission, AClientThatGoesAwayLeavesNothing) {
+    keepServing();
+    const auto program = freshProgram("leaves");
+    ASSERT_TRUE(client_->execute(Value::array({})) && client_->execute(Value::array({})))
+        << "watched from here on";
+    const std::size_t before = service_->descriptors();
+    ASSERT_EQ(::kill(service_->examiner().pid(), SIGSTOP), 0);
+    for (int i = 0; i < 4; ++i) {
+        Puppet leaving(program);
+        ASSERT_EQ(leaving.order("connect " + service_->socketPath()), "connected");
+        leaving.kill();
+    }
+    ASSERT_EQ(::kill(service_->examiner().pid(), SIGCONT), 0);
+    EXPECT_TRUE(service_->waitForLog("rejected", 4));
+    EXPECT_TRUE(fallsTo(before)) << service_->descriptors() << " from " << before;
+}
+
+TEST_F(Admission, AFloodOfStrangersIsToldInFewLines) {
+    keepServing();
+    for (int i = 0; i < 60; ++i) {
+        Puppet stranger(Puppet::unsignedProgram());
+        EXPECT_FALSE(stranger.connect(service_->socketPath()));
+    }
+    EXPECT_TRUE(service_->waitForLog("further records of this kind"));
+    EXPECT_TRUE(servesOthers());
+}
+
+} // namespace
+} // namespace qv::test
