@@ -40,6 +40,7 @@ struct VerifyOptions {
     std::string file;
     std::optional<int> pid;
     std::string requirement; ///< empty: the one that the service demands
+    bool explain = false;
     bool json = false;
 };
 ExitStatus verify(const VerifyOptions& options);

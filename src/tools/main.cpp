@@ -70,6 +70,8 @@ void addVerify(CLI::App& app, Command& chosen) {
     auto* file = command->add_option("FILE", options->file, "a program on disk");
     auto* pid = command->add_option("--pid", options->pid, "a running process instead");
     file->excludes(pid);
+    command->add_flag("--explain", options->explain,
+                      "print every fact that counted, and what to change about it");
     command->add_option("--requirement", options->requirement,
                         "instead of the one that the service demands");
     command->add_flag("--json", options->json, "print the findings as JSON");
