@@ -36,6 +36,13 @@ struct SignOptions {
 };
 ExitStatus sign(const SignOptions& options);
 
+struct InstallClientOptions {
+    std::string file;
+    std::string destination; ///< empty: `file` is replaced
+    bool json = false;
+};
+ExitStatus installClient(const InstallClientOptions& options);
+
 struct VerifyOptions {
     std::string file;
     std::optional<int> pid;

@@ -78,6 +78,21 @@ void addVerify(CLI::App& app, Command& chosen) {
     command->callback([&chosen, options] { chosen = [options] { return verify(*options); }; });
 }
 
+void addInstallClient(CLI::App& app, Command& chosen) {
+    auto options = std::make_shared<InstallClientOptions>();
+    CLI::App* command = app.add_subcommand(
+        "install-client", "Install a signed program as a client of the service: a file of root, "
+                          "set-group-id to the client group");
+    command->add_option("FILE", options->file, "the signed program")->required();
+    command->add_option("DESTINATION", options->destination,
+                        "the file that it becomes; FILE itself when left out");
+    command->add_flag("--json", options->json, "print the outcome as JSON");
+    command->footer("Needs root. Never install an interpreter, or anything else that carries out "
+                    "what its caller hands it: its callers would speak as the client.");
+    command->callback(
+        [&chosen, options] { chosen = [options] { return installClient(*options); }; });
+}
+
 void addPlist(CLI::App& app, Command& chosen) {
     auto options = std::make_shared<PlistOptions>();
     CLI::App* command = app.add_subcommand("plist", "Validate a property list, or convert it");
@@ -139,6 +154,7 @@ int parseAndRun(int count, const char* const* arguments) {
     Command chosen;
     addRun(app, chosen);
     addSign(app, chosen);
+    addInstallClient(app, chosen);
     addVerify(app, chosen);
     addPlist(app, chosen);
     addRequirement(app, chosen);
