@@ -133,16 +133,19 @@ std::string textOf(const RequirementFinding& condition) {
 Value jsonOf(const Findings& findings) {
     const CodeReport& report = findings.report;
     std::vector<std::pair<Value, Value>> identity;
+    identity.reserve(report.identity.size());
     for (const ReportFact& fact : report.identity) {
         identity.emplace_back(Value::string(fact.name), Value::string(fact.text));
     }
     std::vector<Value> facts;
+    facts.reserve(report.facts.size());
     for (const ReportFact& fact : report.facts) {
         facts.push_back(Value::dictionary({{"name", Value::string(fact.name)},
                                            {"text", Value::string(fact.text)},
                                            {"remedy", Value::string(fact.remedy)}}));
     }
     std::vector<Value> flags;
+    flags.reserve(report.flags.size());
     for (const FlagFinding& flag : report.flags) {
         flags.push_back(Value::dictionary({{"name", Value::string(flag.name)},
                                            {"bit", Value::unsignedInteger(flag.bit)},
@@ -152,6 +155,7 @@ Value jsonOf(const Findings& findings) {
                                            {"remedy", Value::string(flag.remedy)}}));
     }
     std::vector<Value> conditions;
+    conditions.reserve(report.conditions.size());
     for (const RequirementFinding& condition : report.conditions) {
         conditions.push_back(Value::dictionary({{"condition", Value::string(textOf(condition))},
                                                 {"met", Value::boolean(isMet(condition))}}));

@@ -26,15 +26,16 @@ protected:
         std::filesystem::permissions(folder_.path(), std::filesystem::perms(0755));
     }
 
-    std::filesystem::path unsignedProgram(std::string_view name,
-                                          const std::string& program = QV_SAMPLE_CLIENT) const {
+    [[nodiscard]] std::filesystem::path
+    unsignedProgram(std::string_view name, const std::string& program = QV_SAMPLE_CLIENT) const {
         std::filesystem::copy_file(program, folder_ / name,
                                    std::filesystem::copy_options::overwrite_existing);
         return folder_ / name;
     }
-    std::filesystem::path signedProgram(std::string_view name, const std::string& flags = "",
-                                        const std::vector<std::string>& more = {},
-                                        const std::string& program = QV_SAMPLE_CLIENT) const {
+    [[nodiscard]] std::filesystem::path
+    signedProgram(std::string_view name, const std::string& flags = "",
+                  const std::vector<std::string>& more = {},
+                  const std::string& program = QV_SAMPLE_CLIENT) const {
         const std::string signer = std::filesystem::path(QV_ANCHORS).replace_filename("signer/");
         std::vector<std::string> arguments = {"sign", unsignedProgram(name, program)};
         const auto add = [&](const std::string& option, const std::string& value) {
@@ -54,7 +55,7 @@ protected:
         EXPECT_THAT(qvcatalog(arguments), Succeeds());
         return folder_ / name;
     }
-    std::filesystem::path debuggableProgram(std::string_view name) const {
+    [[nodiscard]] std::filesystem::path debuggableProgram(std::string_view name) const {
         const auto list = folder_.write(
             "entitlements", "<plist version=\"1.0\"><dict><key>com.apple.security.get-task-allow"
                             "</key><true/></dict></plist>");

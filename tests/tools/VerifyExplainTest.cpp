@@ -20,7 +20,7 @@ protected:
         arguments.insert(arguments.end(), more.begin(), more.end());
         return qvcatalog(arguments);
     }
-    std::filesystem::path installedProgram(std::string_view name) const {
+    [[nodiscard]] std::filesystem::path installedProgram(std::string_view name) const {
         const auto program = signedProgram(name, "hard,kill,runtime");
         EXPECT_THAT(qvcatalog({"install-client", program}), Succeeds());
         return program;

@@ -13,7 +13,6 @@
 namespace qv {
 namespace {
 
-using testing::ElementsAre;
 using testing::Field;
 using testing::SizeIs;
 

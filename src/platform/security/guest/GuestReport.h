@@ -22,6 +22,7 @@ struct CodeSigningConfiguration;
 struct ReportFact {
     std::string name;
     std::string text;
+    // NOLINTNEXTLINE(readability-redundant-member-init): GCC misses it in initializers
     std::string remedy = {}; ///< what to change about it; empty: nothing
 };
 

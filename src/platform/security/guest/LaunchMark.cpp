@@ -72,7 +72,7 @@ std::string describeLaunchMark(const GuestObservation& seen, std::optional<gid_t
         return "the process has it";
     }
     const bool shown =
-        seen.status.effectiveGroup == *clientGroup || seen.status.savedGroup == *clientGroup;
+        clientGroup == seen.status.effectiveGroup || clientGroup == seen.status.savedGroup;
     return fmt::format("whether it started cleanly is known only to the service, when it connects; "
                        "its file is installed as it must be, and the process {}",
                        shown ? "has the client group" : "has not, or no longer, the client group");

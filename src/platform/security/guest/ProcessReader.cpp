@@ -78,15 +78,16 @@ tl::expected<LocatedFile, Error> ProcessReader::locate(int directory, const std:
     if (!info) {
         return tl::unexpected(info.error());
     }
-    if (!info->mount) {
+    const std::optional<std::uint64_t> mount = info->mount;
+    if (!mount) {
         return tl::unexpected(codeSigningError(codesign_status::kInternalError,
                                                "the kernel does not tell the mount of a file"));
     }
-    const std::uint64_t mount = *info->mount;
-    return fileSystemOfMount(mount, directory).map([&](MountedFileSystem fileSystem) {
-        return LocatedFile{
-            .fd = std::move(*fd), .mount = mount, .fileSystem = std::move(fileSystem)};
-    });
+    return fileSystemOfMount(*mount, directory)
+        .map([&, mount = *mount](MountedFileSystem fileSystem) {
+            return LocatedFile{
+                .fd = std::move(*fd), .mount = mount, .fileSystem = std::move(fileSystem)};
+        });
 }
 
 tl::expected<MountedFileSystem, Error> ProcessReader::fileSystemOf(int fd) {

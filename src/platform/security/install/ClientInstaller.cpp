@@ -21,6 +21,7 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <filesystem>
+#include <optional>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -155,7 +156,8 @@ public:
         if (::geteuid() != 0) {
             return failureOf(EPERM, request_.source, "only root can install a client");
         }
-        if (!configuration_.clientGroup) {
+        const std::optional<gid_t> group = configuration_.clientGroup;
+        if (!group) {
             return signatureFailure(kErrnoBase + ENOENT,
                                     fmt::format("{}; systemd-sysusers makes the group from what "
                                                 "the package of the service lays down",
@@ -174,7 +176,7 @@ public:
         if (!source) {
             return tl::unexpected(source.error());
         }
-        return install(*source, std::move(*folder), *destination);
+        return install(*source, std::move(*folder), *destination, *group);
     }
 
 private:
@@ -200,7 +202,8 @@ private:
     }
 
     [[nodiscard]] Outcome<InstalledClient> install(const Source& source, UniqueFd folder,
-                                                   const Destination& destination) const {
+                                                   const Destination& destination,
+                                                   gid_t group) const {
         const std::string path = destination.path();
         auto file = ReplacementFile::create(std::move(folder), destination.name);
         if (!file) {
@@ -213,7 +216,6 @@ private:
         if (!code) {
             return tl::unexpected(code.error());
         }
-        const gid_t group = *configuration_.clientGroup;
         if (const int error = file->give(0, group, kClientMode)) {
             return systemFailure(error, path);
         }

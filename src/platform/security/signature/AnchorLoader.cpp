@@ -32,7 +32,9 @@ constexpr std::array kFolders = {Folder{"vendor", &AnchorSet::Roles::vendor},
                                  Folder{"platform", &AnchorSet::Roles::platform},
                                  Folder{"trusted", &AnchorSet::Roles::trusted}};
 
-constexpr auto fault = GuardedPath::fault;
+tl::unexpected<std::string> fault(std::string_view path, std::string_view what) {
+    return GuardedPath::fault(path, what);
+}
 
 using DirectoryHandle = std::unique_ptr<DIR, Releaser<::closedir>>;
 
