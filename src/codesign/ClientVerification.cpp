@@ -50,6 +50,15 @@ tl::expected<gid_t, int> clientGroupID() {
     }
 }
 
+std::string whyNoGroup(const tl::expected<gid_t, int>& group) {
+    if (group) {
+        return {};
+    }
+    const char* text =
+        group.error() == 0 ? "there is no such group" : strerrordesc_np(group.error());
+    return fmt::format("group {}: {}", kClientGroup, text == nullptr ? "unknown error" : text);
+}
+
 CodeSigningConfiguration configurationWith(const tl::expected<gid_t, int>& group) {
     return {.anchorsDirectory = QV_ANCHOR_DIR,
             .anchorOwner = QV_ANCHOR_OWNER,
@@ -150,6 +159,8 @@ CodeSigningConfiguration ClientVerification::configuration() {
     return configurationWith(clientGroupID());
 }
 
+std::string ClientVerification::clientGroupReason() { return whyNoGroup(clientGroupID()); }
+
 std::string_view ClientVerification::anchorsDirectory() noexcept { return QV_ANCHOR_DIR; }
 
 std::optional<gid_t> ClientVerification::clientGroup() const noexcept {
@@ -158,11 +169,8 @@ std::optional<gid_t> ClientVerification::clientGroup() const noexcept {
 
 std::vector<std::string> ClientVerification::warnings() const {
     std::vector<std::string> lines;
-    if (!parts_->clientGroup) {
-        const int failure = parts_->clientGroup.error();
-        const char* text = failure == 0 ? "there is no such group" : strerrordesc_np(failure);
-        lines.push_back(fmt::format("no client can be marked at launch: group {}: {}", kClientGroup,
-                                    text == nullptr ? "unknown error" : text));
+    if (std::string reason = whyNoGroup(parts_->clientGroup); !reason.empty()) {
+        lines.push_back(fmt::format("no client can be marked at launch: {}", reason));
     }
     if (std::string reason = parts_->services.anchorsReason(); !reason.empty()) {
         lines.push_back(fmt::format("no client can be trusted: {}", reason));

@@ -84,6 +84,8 @@ public:
 
     /// The same choices for a program that asks the services itself.
     [[nodiscard]] static CodeSigningConfiguration configuration();
+    /// Why that names no client group; empty when it does.
+    [[nodiscard]] static std::string clientGroupReason();
     [[nodiscard]] static std::string_view anchorsDirectory() noexcept;
     /// None when the machine has no such group, or it could not be looked up: then no client is
     /// marked, and none passes on the strength of its mark.

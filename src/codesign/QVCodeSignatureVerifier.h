@@ -68,8 +68,10 @@ public:
         _requiredCodeSignatureAttributesAlternative = attributes;
     }
 
-private:
+    /// The rule on flags by itself: whether `status` would satisfy it.
     [[nodiscard]] bool fulfilsFlags(std::uint32_t status) const noexcept;
+
+private:
     [[nodiscard]] Error checkFlags() const;
     [[nodiscard]] Error checkSignature() const;
 

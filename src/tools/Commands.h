@@ -36,10 +36,18 @@ struct SignOptions {
 };
 ExitStatus sign(const SignOptions& options);
 
+struct InstallClientOptions {
+    std::string file;
+    std::string destination; ///< empty: `file` is replaced
+    bool json = false;
+};
+ExitStatus installClient(const InstallClientOptions& options);
+
 struct VerifyOptions {
     std::string file;
     std::optional<int> pid;
     std::string requirement; ///< empty: the one that the service demands
+    bool explain = false;
     bool json = false;
 };
 ExitStatus verify(const VerifyOptions& options);

@@ -109,13 +109,15 @@ tl::expected<ListInput, ExitStatus> readList(const std::string& file) {
     return ListInput{std::move(*content), std::move(*list)};
 }
 
-void complainAboutFile(const std::string& file, const Error& error) {
+std::string reasonOf(const Error& error) {
     const Value info = error.userInfo();
     const Value* detail = info.find(error_key::kDebugDescription);
-    const std::string why = detail != nullptr && detail->is(Value::Kind::string)
-                                ? std::string(detail->asString())
-                                : std::string(error.localizedDescription());
-    complain(fmt::format("{}: {}", file == "-" ? "standard input" : file, why));
+    return detail != nullptr && detail->is(Value::Kind::string) ? std::string(detail->asString())
+                                                                : error.localizedDescription();
+}
+
+void complainAboutFile(const std::string& file, const Error& error) {
+    complain(fmt::format("{}: {}", file == "-" ? "standard input" : file, reasonOf(error)));
 }
 
 } // namespace qv::tools

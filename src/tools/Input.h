@@ -27,6 +27,9 @@ struct ListInput {
 /// file that cannot be read, ExitStatus::failed for one that is no list.
 [[nodiscard]] tl::expected<ListInput, ExitStatus> readList(const std::string& file);
 
+/// Why something failed: what NSDebugDescription says, else the error's own text.
+[[nodiscard]] std::string reasonOf(const Error& error);
+
 /// One line for a person: a file's name and why it cannot be used.
 void complainAboutFile(const std::string& file, const Error& error);
 

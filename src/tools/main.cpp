@@ -70,10 +70,27 @@ void addVerify(CLI::App& app, Command& chosen) {
     auto* file = command->add_option("FILE", options->file, "a program on disk");
     auto* pid = command->add_option("--pid", options->pid, "a running process instead");
     file->excludes(pid);
+    command->add_flag("--explain", options->explain,
+                      "print every fact that counted, and what to change about it");
     command->add_option("--requirement", options->requirement,
                         "instead of the one that the service demands");
     command->add_flag("--json", options->json, "print the findings as JSON");
     command->callback([&chosen, options] { chosen = [options] { return verify(*options); }; });
+}
+
+void addInstallClient(CLI::App& app, Command& chosen) {
+    auto options = std::make_shared<InstallClientOptions>();
+    CLI::App* command = app.add_subcommand(
+        "install-client", "Install a signed program as a client of the service: a file of root, "
+                          "set-group-id to the client group");
+    command->add_option("FILE", options->file, "the signed program")->required();
+    command->add_option("DESTINATION", options->destination,
+                        "the file that it becomes; FILE itself when left out");
+    command->add_flag("--json", options->json, "print the outcome as JSON");
+    command->footer("Needs root. Never install an interpreter, or anything else that carries out "
+                    "what its caller hands it: its callers would speak as the client.");
+    command->callback(
+        [&chosen, options] { chosen = [options] { return installClient(*options); }; });
 }
 
 void addPlist(CLI::App& app, Command& chosen) {
@@ -137,6 +154,7 @@ int parseAndRun(int count, const char* const* arguments) {
     Command chosen;
     addRun(app, chosen);
     addSign(app, chosen);
+    addInstallClient(app, chosen);
     addVerify(app, chosen);
     addPlist(app, chosen);
     addRequirement(app, chosen);

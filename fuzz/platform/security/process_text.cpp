@@ -37,8 +37,9 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
     }
     std::ignore = isRead(qv::parseProcessStatus(text));
     std::ignore = isRead(qv::parseDescriptorInfo(text));
-    if (const auto type = qv::fileSystemTypeOfMount(text, 27); isRead(type) && *type) {
-        require(!(*type)->empty() && text.find(" " + **type) != std::string::npos);
+    if (const auto found = qv::fileSystemOfMount(text, 27); isRead(found)) {
+        const std::string type = found->value_or(qv::MountedFileSystem()).type;
+        require(type.empty() != found->has_value() && text.find(type) != std::string::npos);
     }
     return 0;
 }

@@ -5,12 +5,12 @@
 #include "platform/security/CodeSigningStatus.h"
 #include "platform/security/StaticCode.h"
 #include "platform/security/TrustAnchors.h"
+#include "platform/security/install/ReplacementFile.h"
 #include "platform/security/signature/CertificateReader.h"
 #include "platform/security/signature/CertificateRules.h"
 #include "platform/security/signature/CodeDirectory.h"
 #include "platform/security/signature/CoveredRange.h"
 #include "platform/security/signature/FileBytes.h"
-#include "platform/security/signature/ReplacementFile.h"
 #include "platform/security/signature/SignatureTrailer.h"
 #include "platform/security/signature/SigningIdentity.h"
 
@@ -179,7 +179,12 @@ Outcome signProgram(const std::string& path, const SigningRequest& request) {
     if (judged.status() != codesign_status::kSuccess) {
         return signatureFailure(judged.status(), judged.reason());
     }
-    if (const int error = replacement->replace(program->info); error != 0) {
+    const struct stat& old = program->info;
+    int error = replacement->give(old.st_uid, old.st_gid, old.st_mode & 07777U);
+    if (error == 0) {
+        error = replacement->replace();
+    }
+    if (error != 0) {
         return systemFailure(error, "replacing the program");
     }
     return {};

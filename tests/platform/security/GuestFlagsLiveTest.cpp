@@ -5,6 +5,7 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <sys/ptrace.h>
 #include <sys/wait.h>
 
@@ -12,7 +13,6 @@ namespace qv::test {
 namespace {
 
 using namespace code_flags;
-using testing::Contains;
 using testing::HasSubstr;
 
 constexpr std::uint32_t kAsked = kHard | kKill | kRequireLibraryValidation | kRuntime;
@@ -160,21 +160,60 @@ TEST_F(GuestFlagsLive, NoNameOfAnExecutableMatters) {
     EXPECT_EQ(judgeProgram(program).flags, kPlain | kAsked);
 }
 
-TEST_F(GuestFlagsLive, TheReportNamesWhatWithheldAFlag) {
-    const ClientProcess client(
-        ClientProcess::Options::asNobody(programs()->signedClient("reported", kHard)));
-    const auto code = services_->lookUp(pidAttribute(client.pid()));
-    ASSERT_TRUE(code) << code.error().description();
-    std::shared_ptr<const Requirement> requirement;
-    ASSERT_EQ(services_->createRequirementWithString("identifier other.one", &requirement), 0);
-    const std::vector<std::string> lines = reportGuest(**code, requirement.get());
-    EXPECT_THAT(lines,
-                Contains("flag SIGNED (0x20000000): set: the signature is mathematically good"));
-    EXPECT_THAT(lines, Contains("flag HARD (0x100): not set: the process was not looked up through "
-                                "a connection"));
-    EXPECT_THAT(lines, Contains("flag KILL (0x200): not set: the signature does not ask for it"));
-    EXPECT_THAT(lines, Contains(HasSubstr("requirement: identifier")));
-    EXPECT_THAT(lines.back(), HasSubstr("validity: -67050"));
+FlagFinding findingOf(const CodeReport& report, std::uint32_t bit) {
+    const auto found = std::ranges::find(report.flags, bit, &FlagFinding::bit);
+    return found == report.flags.end() ? FlagFinding() : *found;
+}
+
+std::string factOf(const CodeReport& report, std::string_view name) {
+    const auto found = std::ranges::find(report.facts, name, &ReportFact::name);
+    return found == report.facts.end() ? "" : found->text;
+}
+
+// Looked up without a connection, as a person does who asks.
+TEST_F(GuestFlagsLive, TheReportNamesWhatWithheldAFlagAndWhatToChange) {
+    const auto requirement = Requirement::compile("identifier other.one");
+    ASSERT_TRUE(requirement);
+    const auto report = [&](const std::filesystem::path& program, char command) {
+        const ClientProcess client(ClientProcess::Options::asNobody(program));
+        client.command(command);
+        return reportGuest(**services_->lookUp(pidAttribute(client.pid())), *requirement,
+                           programs()->configuration());
+    };
+    const CodeReport plain = report(programs()->signedClient("reported", kHard), 'p');
+    EXPECT_TRUE(findingOf(plain, kSigned).set);
+    EXPECT_THAT(findingOf(plain, kHard).why, HasSubstr("not set-group-id to the client group"));
+    EXPECT_FALSE(findingOf(plain, kHard).unseen) << "no connection could make it hard";
+    EXPECT_THAT(findingOf(plain, kHard).remedy, HasSubstr("qvcatalog install-client"));
+    EXPECT_THAT(findingOf(plain, kKill).why, HasSubstr("the signature does not ask for it"));
+    EXPECT_THAT(factOf(plain, "launch mark"), HasSubstr("cannot be there"));
+    EXPECT_EQ(plain.failure.code(), codesign_status::kReqFailed);
+    ASSERT_EQ(plain.conditions.size(), 1U);
+    EXPECT_FALSE(plain.conditions.front().holds);
+
+    const std::filesystem::path marked = programs()->markedClient("marked-reported", kAsked);
+    const auto hidden = [&](const CodeReport& seen) {
+        std::uint32_t bits = 0;
+        for (const FlagFinding& flag : seen.flags) {
+            bits |= flag.unseen ? flag.bit : 0;
+        }
+        return bits;
+    };
+    const CodeReport good = report(marked, 'p');
+    EXPECT_EQ(hidden(good), kAsked);
+    EXPECT_THAT(factOf(good, "launch mark"), HasSubstr("the process has the client group"));
+    EXPECT_EQ(factOf(good, "dumpable"), "no");
+    EXPECT_THAT(factOf(report(marked, 'g'), "launch mark"), HasSubstr("no longer"));
+    for (const auto& [command, bit, lost, remedy] :
+         {std::tuple{'w', kHard, kHard | kRequireLibraryValidation | kRuntime,
+                     "do not map writable and executable memory"},
+          {'a', kHard, kHard | kRequireLibraryValidation | kRuntime, "do not make memory"},
+          {'d', kKill, kKill | kRuntime, "do not call prctl(PR_SET_DUMPABLE, 1)"},
+          {'s', kRuntime, kRuntime, "without a filter of system calls"}}) {
+        const CodeReport faulty = report(marked, command);
+        EXPECT_EQ(hidden(faulty), kAsked & ~lost) << command;
+        EXPECT_THAT(findingOf(faulty, bit).remedy, HasSubstr(remedy)) << command;
+    }
 }
 
 } // namespace

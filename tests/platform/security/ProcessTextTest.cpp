@@ -13,7 +13,6 @@
 namespace qv {
 namespace {
 
-using testing::ElementsAre;
 using testing::Field;
 using testing::SizeIs;
 
@@ -93,6 +92,7 @@ TEST(ProcessTextStatus, TakesTheEffectiveIdsAndTheTracer) {
     EXPECT_EQ(status->tracer, 0);
     EXPECT_EQ(status->effectiveUser, 1001U);
     EXPECT_EQ(status->effectiveGroup, 101U);
+    EXPECT_EQ(status->savedGroup, 102U);
     EXPECT_EQ(status->seccomp, 2);
     status = parseProcessStatus(with(with(kStatus, "Seccomp:\t2\n", ""), "Pid:\t0", "Pid:\t17"));
     ASSERT_TRUE(status);
@@ -130,24 +130,25 @@ TEST(ProcessTextDescriptors, TellsMountAndProcess) {
 }
 
 TEST(ProcessTextMounts, FindsTheTypeBehindAnyNumberOfTags) {
-    constexpr std::string_view kMounts = "27 1 254:0 / / rw,relatime - ext4 /dev/vda rw,discard\n"
-                                         "28 27 0:25 / /mnt/a\\040-\\040ext4\\012b rw shared:1 "
-                                         "master:2 - fuse.sshfs x:\\040-\\040ext4 rw\n"
-                                         "29 27 0:25 - - - - tmpfs - rw\n"
-                                         "30 27 0:25 / /mnt rw shared:1\n";
-    EXPECT_EQ(fileSystemTypeOfMount(kMounts, 27)->value(), "ext4");
-    EXPECT_EQ(fileSystemTypeOfMount(kMounts, 28)->value(), "fuse.sshfs");
-    EXPECT_EQ(fileSystemTypeOfMount(kMounts, 29)->value(), "tmpfs");
-    EXPECT_EQ(*fileSystemTypeOfMount(kMounts, 2), std::nullopt);
-    EXPECT_EQ(reasonOf(fileSystemTypeOfMount(kMounts, 30)),
-              "mountinfo, line 4: the mount has no type");
-    EXPECT_EQ(
-        reasonOf(fileSystemTypeOfMount(std::string(kMounts) + "27 1 0:1 / / rw - xfs a b\n", 27)),
-        "mountinfo, line 5: the mount comes twice");
-    EXPECT_EQ(reasonOf(fileSystemTypeOfMount("x 1\n", 27)),
+    constexpr std::string_view kMounts =
+        "27 1 254:0 / / rw,relatime - ext4 /dev/vda rw,discard\n"
+        "28 27 0:25 / /mnt/a\\040-\\040ext4\\012b rw,nosuid shared:1 "
+        "master:2 - fuse.sshfs x:\\040-\\040ext4 rw\n"
+        "29 27 0:25 - nosuid x,nosuidx - tmpfs nosuid rw,nosuid\n"
+        "30 27 0:25 / /mnt rw shared:1\n";
+    const auto found = [&](std::uint64_t mount) {
+        return fileSystemOfMount(kMounts, mount).value();
+    };
+    EXPECT_EQ(found(27), (MountedFileSystem{.type = "ext4"}));
+    EXPECT_EQ(found(28), (MountedFileSystem{.type = "fuse.sshfs", .ignoresSetGroup = true}));
+    EXPECT_EQ(found(29), (MountedFileSystem{.type = "tmpfs"}));
+    EXPECT_EQ(found(2), std::nullopt);
+    EXPECT_EQ(reasonOf(fileSystemOfMount(kMounts, 30)), "mountinfo, line 4: the mount has no type");
+    EXPECT_EQ(reasonOf(fileSystemOfMount(std::string(kMounts) + "27 1 0:1 / / rw - xfs a b\n", 27)),
+              "mountinfo, line 5: the mount comes twice");
+    EXPECT_EQ(reasonOf(fileSystemOfMount("x 1\n", 27)),
               "mountinfo, line 1: the mount does not read");
-    EXPECT_EQ(reasonOf(fileSystemTypeOfMount("28 1", 27)),
-              "mountinfo, line 1: the line is cut off");
+    EXPECT_EQ(reasonOf(fileSystemOfMount("28 1", 27)), "mountinfo, line 1: the line is cut off");
 }
 
 // The kernel's own texts, with a name of a process and of a file that try to look like a line.

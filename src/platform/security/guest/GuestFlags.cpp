@@ -1,8 +1,10 @@
 #include "platform/security/guest/GuestFlags.h"
 
+#include "platform/foundation/log/Log.h"
 #include "platform/security/signature/CertificateRules.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <utility>
@@ -12,157 +14,179 @@ namespace qv {
 namespace {
 
 constexpr mode_t kWritableByOthers = S_IWGRP | S_IWOTH;
-constexpr mode_t kSetGroupAtExecution = S_ISGID | S_IXGRP; // the kernel looks at both
+using Lacks = std::vector<Lack>;
 
 // Each of the following tells what is missing; empty: nothing is.
 
-/// The launch mark: a process gets the client group only by executing such a file under the
-/// kernel's rules for privileged programs, and SO_PEERCRED keeps what it had when it connected.
-std::string missingForMark(const GuestObservation& seen, std::optional<gid_t> clientGroup) {
-    const struct stat& file = seen.executable;
-    if (!clientGroup) {
-        return "no client group is configured";
-    }
-    if (!seen.peer) {
-        return "the process was not looked up through a connection";
-    }
-    if (seen.peer->group != *clientGroup) {
-        return fmt::format("the process connected with the group {}, not the client group {}",
-                           seen.peer->group, *clientGroup);
-    }
-    if (file.st_uid != 0) {
-        return fmt::format("the executable belongs to the user {}, not to root", file.st_uid);
-    }
-    if (file.st_gid != *clientGroup ||
-        (file.st_mode & kSetGroupAtExecution) != kSetGroupAtExecution) {
-        return fmt::format("the executable is not set-group-id to the client group {}",
-                           *clientGroup);
-    }
-    if ((file.st_mode & kWritableByOthers) != 0) {
-        return "the executable is writable by others than its owner";
-    }
-    return {};
-}
-
-std::string missingForSignature(const SignatureFacts& signature) {
+Lacks missingForSignature(const SignatureFacts& signature) {
     if (!signature.present) {
-        return "the executable is not signed";
+        return {{.why = "the executable is not signed", .remedy = "sign it with `qvcatalog sign`"}};
     }
-    return signature.intact ? std::string() : "the signature is not intact";
+    return signature.intact ? Lacks()
+                            : Lacks{{.why = "the signature is not intact",
+                                     .remedy = "sign it again with `qvcatalog sign`"}};
 }
 
-std::string missingForGetTaskAllow(const SignatureFacts& signature, bool developmentAnchors) {
+Lacks missingForGetTaskAllow(const SignatureFacts& signature, bool developmentAnchors) {
     if (!signature.getTaskAllow) {
-        return "the entitlement is not signed in";
+        return {{.why = "the entitlement is not signed in", .remedy = {}}};
     }
     return signature.distributionMarker && !developmentAnchors
-               ? "its certificate is for distribution, and such programs are not for debugging"
-               : std::string();
+               ? Lacks{{.why = "its certificate is for distribution, and such programs are not for "
+                               "debugging",
+                        .remedy = "sign it without the debuggable entitlement"}}
+               : Lacks();
 }
 
-std::string missingForMapping(const MappedCode& code) {
-    const auto name = [&] {
-        return fmt::format("the mapping {:x}-{:x} \"{}\"", code.mapping.start, code.mapping.end,
-                           code.mapping.name);
-    };
-    if (code.mapping.writable) {
-        return fmt::format("{} is both writable and executable", name());
+// Nobody installs a debuggable program as a client: whoever debugs it would have the mark.
+Lacks missingForMark(const GuestObservation& seen, const SignatureFacts& signature,
+                     std::optional<gid_t> clientGroup) {
+    Lacks lacks = missingForMark(seen, clientGroup);
+    for (Lack& lack : lacks) {
+        if (signature.getTaskAllow && !lack.remedy.empty()) {
+            lack.remedy = "sign it without the debuggable entitlement, and " + lack.remedy;
+        }
     }
-    switch (code.backing) {
-    case MappedCode::Backing::kernel:
-        return {};
-    case MappedCode::Backing::anonymous:
-        return fmt::format("{} is executable memory without a file", name());
-    case MappedCode::Backing::refusedFile:
-        return fmt::format("{} is of a file system that is not allowed", name());
-    case MappedCode::Backing::file:
-        break;
+    return lacks;
+}
+
+Lacks missingForMappings(const GuestObservation& seen) {
+    if (seen.mappings.empty()) {
+        return {{.why = "nothing executable is mapped", .remedy = {}}};
     }
-    if (code.file.st_uid != 0) {
-        return fmt::format("{} is a file of the user {}, not of root", name(), code.file.st_uid);
-    }
-    if ((code.file.st_mode & kWritableByOthers) != 0) {
-        return fmt::format("{} is a file that others than its owner can write", name());
+    for (const MappedCode& code : seen.mappings) {
+        if (auto lack = missingForMapping(code)) {
+            return {std::move(*lack)};
+        }
     }
     return {};
 }
 
-std::string missingForMappings(const GuestObservation& seen) {
-    for (const MappedCode& code : seen.mappings) {
-        if (std::string missing = missingForMapping(code); !missing.empty()) {
-            return missing;
-        }
+Lacks missingForNoTracer(const GuestObservation& seen) {
+    return seen.status.tracer == 0
+               ? Lacks()
+               : Lacks{{.why = fmt::format("process {} traces it", seen.status.tracer),
+                        .remedy = "start it without a tracer (debugger, strace)"}};
+}
+
+// What is not installed as a client is dumpable because of that, not of something that it does.
+Lacks missingForDumpable(const GuestObservation& seen, const Lacks& mark) {
+    const bool installed = std::ranges::all_of(mark, &Lack::unseen);
+    if (!installed || !seen.dumpableKnown || !seen.dumpable) {
+        return {};
     }
-    return seen.mappings.empty() ? "nothing executable is mapped" : std::string();
+    return {{.why = "the process is dumpable: its user may trace it",
+             .remedy = seen.peer ? "do not call prctl(PR_SET_DUMPABLE, 1)"
+                                 : "do not call prctl(PR_SET_DUMPABLE, 1), and start it where "
+                                   "set-group-id counts (not under no_new_privs)"}};
 }
 
-std::string missingForNoTracer(const GuestObservation& seen) {
-    return seen.status.tracer == 0 ? std::string()
-                                   : fmt::format("process {} traces it", seen.status.tracer);
-}
-
-std::string missingForKill(const GuestObservation& seen) {
-    if (seen.dumpableKnown && seen.dumpable) {
-        return "the process is dumpable: its user may trace it";
-    }
-    return missingForNoTracer(seen);
-}
-
-std::string missingForNoFilter(const GuestObservation& seen) {
+Lacks missingForNoFilter(const GuestObservation& seen) {
     if (!seen.status.seccomp) {
-        return "the kernel does not tell whether its system calls are filtered";
+        return {{.why = "the kernel does not tell whether its system calls are filtered",
+                 .remedy = {}}};
     }
-    return *seen.status.seccomp == 0 ? std::string() : "its system calls are filtered (seccomp)";
+    return *seen.status.seccomp == 0
+               ? Lacks()
+               : Lacks{
+                     {.why = "its system calls are filtered (seccomp)",
+                      .remedy = "start it without a filter of system calls (sandbox, container)"}};
 }
 
-/// The status of the running image and why; 0 and nothing when it is what was signed.
-std::pair<std::int32_t, std::string> judgeImage(const GuestObservation& seen,
-                                                const SignatureFacts& signature) {
+/// The running image: a status, and what is wrong with it; 0 and nothing when it is what was
+/// signed.
+struct ImageVerdict {
+    std::int32_t status = codesign_status::kSuccess;
+    Lacks lacks;
+
+    [[nodiscard]] std::string reason() const { return lacks.empty() ? "" : lacks.front().why; }
+};
+
+ImageVerdict judgeImage(const GuestObservation& seen, const SignatureFacts& signature) {
     const auto isExecutable = [&](const MappedCode& code) {
         return code.backing == MappedCode::Backing::file && isSameFile(code.file, seen.executable);
     };
-    const auto invalid = [](std::string why) {
-        return std::pair{codesign_status::kGuestInvalid, std::move(why)};
+    const auto invalid = [](std::string why, std::string remedy) {
+        return ImageVerdict{.status = codesign_status::kGuestInvalid,
+                            .lacks = {{.why = std::move(why), .remedy = std::move(remedy)}}};
     };
     if (!signature.digestMatches) {
-        return invalid("the bytes on disk are not the signed ones");
+        return invalid("the bytes on disk are not the signed ones",
+                       "sign it as the last step of its making, and leave it so");
     }
     if (!seen.change.empty()) {
-        return invalid(seen.change);
+        return invalid(seen.change, "load no code while it is verified");
     }
     if (std::ranges::none_of(seen.mappings, isExecutable)) {
-        return invalid("nothing of the executable is mapped to be executed");
+        return invalid("nothing of the executable is mapped to be executed",
+                       "start the signed program itself, not through a loader");
     }
     if (seen.executable.st_nlink == 0) {
-        return {codesign_status::kStaticCodeChanged, "the executable has been deleted or replaced"};
+        return {.status = codesign_status::kStaticCodeChanged,
+                .lacks = {{.why = "the executable has been deleted or replaced",
+                           .remedy = "start it again"}}};
     }
-    return {codesign_status::kSuccess, {}};
+    return {};
 }
 
-std::string firstOf(std::initializer_list<std::string> missing) {
-    const auto* found = std::ranges::find_if_not(missing, &std::string::empty);
-    return found == missing.end() ? std::string() : *found;
+template <typename... Parts> Lacks allOf(const Parts&... parts) {
+    Lacks all;
+    (all.insert(all.end(), parts.begin(), parts.end()), ...);
+    return all;
 }
+
+/// The texts of lacks in one, each once.
+std::string joined(const Lacks& lacks, std::string Lack::* text) {
+    std::vector<std::string_view> texts;
+    for (const Lack& lack : lacks) {
+        if (!(lack.*text).empty() && std::ranges::find(texts, lack.*text) == texts.end()) {
+            texts.emplace_back(lack.*text);
+        }
+    }
+    return fmt::format("{}", fmt::join(texts, "; "));
+}
+
+/// A flag that a process gets only when its signature asks for it.
+struct AskedFlag {
+    std::string_view name;
+    std::uint32_t bit;
+    std::string_view options; ///< of `qvcatalog sign`
+};
+constexpr AskedFlag kAskedHard{"HARD", code_flags::kHard, "hard,kill"};
+constexpr AskedFlag kAskedKill{"KILL", code_flags::kKill, "hard,kill"};
+constexpr AskedFlag kAskedLibraryValidation{"REQUIRE_LV", code_flags::kRequireLibraryValidation,
+                                            "library-validation"};
+constexpr AskedFlag kAskedRuntime{"RUNTIME", code_flags::kRuntime, "runtime"};
 
 /// Sets the flags for which nothing is missing and keeps the reasons of all.
 class Findings {
 public:
-    Findings(const std::string& unsignedCode, std::uint32_t directoryFlags)
-        : unsignedCode_(unsignedCode), directoryFlags_(directoryFlags) {}
+    Findings(Lacks unsignedCode, std::uint32_t directoryFlags)
+        : unsignedCode_(std::move(unsignedCode)), directoryFlags_(directoryFlags) {}
 
-    void add(std::string_view name, std::uint32_t bit, const std::string& missing,
+    void add(std::string_view name, std::uint32_t bit, const Lacks& missing,
              std::string_view present) {
-        const std::string why = firstOf({unsignedCode_, missing});
+        Lacks lacks = unsignedCode_.empty() ? missing : unsignedCode_;
+        const bool set = lacks.empty();
+        const bool unseen = !set && std::ranges::all_of(lacks, &Lack::unseen);
+        if (!unseen) { // what can be seen says more
+            std::erase_if(lacks, [](const Lack& lack) { return lack.unseen; });
+        }
         findings_.push_back({.name = name,
                              .bit = bit,
-                             .set = why.empty(),
-                             .why = why.empty() ? std::string(present) : why});
+                             .set = set,
+                             .unseen = unseen,
+                             .why = set ? std::string(present) : joined(lacks, &Lack::why),
+                             .remedy = joined(lacks, &Lack::remedy)});
     }
     /// The flag must stand in the code directory, too.
-    void addAsked(std::string_view name, std::uint32_t bit, const std::string& missing,
-                  std::string_view present) {
-        const bool asked = (directoryFlags_ & bit) != 0;
-        add(name, bit, asked ? missing : "the signature does not ask for it", present);
+    void addAsked(const AskedFlag& flag, const Lacks& missing, std::string_view present) {
+        const bool asked = (directoryFlags_ & flag.bit) != 0;
+        add(flag.name, flag.bit,
+            asked ? missing
+                  : Lacks{{.why = "the signature does not ask for it",
+                           .remedy = fmt::format("sign it with --flags {}", flag.options)}},
+            present);
     }
 
     [[nodiscard]] std::uint32_t flags() const {
@@ -175,7 +199,7 @@ public:
     [[nodiscard]] std::vector<FlagFinding> take() { return std::move(findings_); }
 
 private:
-    const std::string& unsignedCode_;
+    Lacks unsignedCode_;
     std::uint32_t directoryFlags_;
     std::vector<FlagFinding> findings_;
 };
@@ -196,46 +220,93 @@ SignatureFacts signatureFacts(const StaticCode& code) {
 
 GuestVerdict judgeGuest(const GuestObservation& observation, const SignatureFacts& signature,
                         const CodeSigningConfiguration& configuration) {
-    const std::string unsignedCode = missingForSignature(signature);
-    const std::string traced = missingForNoTracer(observation);
-    const std::string mark = missingForMark(observation, configuration.clientGroup);
-    const std::string hard = firstOf({mark, missingForMappings(observation)});
-    const std::string kill = firstOf({mark, missingForKill(observation)});
-    const std::string notDebuggable =
-        missingForGetTaskAllow(signature, configuration.developmentAnchors);
-    auto [imageStatus, imageReason] = judgeImage(observation, signature);
+    const Lacks traced = missingForNoTracer(observation);
+    const Lacks mark = missingForMark(observation, signature, configuration.clientGroup);
+    const Lacks hard = allOf(mark, missingForMappings(observation));
+    const Lacks kill = allOf(mark, missingForDumpable(observation, mark), traced);
+    const Lacks notDebuggable = missingForGetTaskAllow(signature, configuration.developmentAnchors);
+    ImageVerdict image = judgeImage(observation, signature);
 
     using namespace code_flags;
-    Findings findings(unsignedCode, signature.directoryFlags);
+    Findings findings(missingForSignature(signature), signature.directoryFlags);
     findings.add("SIGNED", kSigned, {}, "the signature is mathematically good");
-    findings.add("VALID", kValid, firstOf({imageReason, traced}),
+    findings.add("VALID", kValid, allOf(image.lacks, traced),
                  "the running program is the signed file, unchanged");
     findings.add("GET_TASK_ALLOW", kGetTaskAllow, notDebuggable,
                  "the debuggable entitlement is signed in");
-    findings.addAsked("HARD", kHard, hard,
+    findings.addAsked(kAskedHard, hard,
                       "marked at launch; all executable code is of files that only root can write");
-    findings.addAsked("KILL", kKill, kill,
+    findings.addAsked(kAskedKill, kill,
                       observation.dumpableKnown ? "marked at launch, not dumpable, not traced"
                                                 : "marked at launch, runs as root, not traced");
-    findings.addAsked("REQUIRE_LV", kRequireLibraryValidation, hard, "as for HARD");
-    findings.addAsked("RUNTIME", kRuntime, firstOf({hard, kill, missingForNoFilter(observation)}),
+    findings.addAsked(kAskedLibraryValidation, hard, "as for HARD");
+    findings.addAsked(kAskedRuntime, allOf(hard, kill, missingForNoFilter(observation)),
                       "as for HARD and KILL; its system calls are not filtered");
-    findings.add("PLATFORM_BINARY", kPlatformBinary,
-                 signature.platformRoot ? ""
-                                        : "the chain does not end in an anchor of platform code",
-                 "the chain ends in an anchor of platform code");
-    findings.add("DEBUGGED", kDebugged, traced.empty() ? "nobody traces it" : "", traced);
+    findings.add(
+        "PLATFORM_BINARY", kPlatformBinary,
+        signature.platformRoot
+            ? Lacks()
+            : Lacks{{.why = "the chain does not end in an anchor of platform code", .remedy = {}}},
+        "the chain ends in an anchor of platform code");
+    findings.add("DEBUGGED", kDebugged,
+                 traced.empty() ? Lacks{{.why = "nobody traces it", .remedy = {}}} : Lacks(),
+                 joined(traced, &Lack::why));
 
     // A debugger may have changed anything. The platform lets that pass for programs that are
     // signed to be debugged, and for them alone.
-    if (imageReason.empty() && !traced.empty() && !notDebuggable.empty()) {
-        imageStatus = codesign_status::kGuestInvalid;
-        imageReason = traced;
+    if (image.lacks.empty() && !traced.empty() && !notDebuggable.empty()) {
+        image = {.status = codesign_status::kGuestInvalid, .lacks = traced};
     }
     return {.flags = findings.flags(),
-            .imageStatus = imageStatus,
-            .imageReason = std::move(imageReason),
+            .imageStatus = image.status,
+            .imageReason = image.reason(),
             .findings = findings.take()};
+}
+
+bool countsAsDebuggable(const SignatureFacts& signature,
+                        const CodeSigningConfiguration& configuration) {
+    return missingForGetTaskAllow(signature, configuration.developmentAnchors).empty();
+}
+
+std::vector<FlagFinding> judgeProgram(const SignatureFacts& signature) {
+    Findings findings(missingForSignature(signature), signature.directoryFlags);
+    findings.add("SIGNED", code_flags::kSigned, {}, "the signature is mathematically good");
+    for (const AskedFlag& flag : {kAskedHard, kAskedKill, kAskedLibraryValidation, kAskedRuntime}) {
+        findings.addAsked(flag, {}, "the signature asks for it");
+    }
+    return findings.take();
+}
+
+std::optional<Lack> missingForMapping(const MappedCode& code) {
+    const auto lack = [&](std::string_view what, std::string remedy) {
+        return Lack{.why = fmt::format("the mapping {:x}-{:x} \"{}\" {}", code.mapping.start,
+                                       code.mapping.end, log::foreign(code.mapping.name), what),
+                    .remedy = std::move(remedy)};
+    };
+    if (code.mapping.writable) {
+        return lack("is both writable and executable", "do not map writable and executable memory");
+    }
+    switch (code.backing) {
+    case MappedCode::Backing::kernel:
+        return std::nullopt;
+    case MappedCode::Backing::anonymous:
+        return lack("is executable memory without a file",
+                    "do not make memory executable (just-in-time compilers do)");
+    case MappedCode::Backing::refusedFile:
+        return lack("is of a file system that is not allowed",
+                    "load code from local file systems only");
+    case MappedCode::Backing::file:
+        break;
+    }
+    if (code.file.st_uid != 0) {
+        return lack(fmt::format("is a file of the user {}, not of root", code.file.st_uid),
+                    "load code from files of root only");
+    }
+    if ((code.file.st_mode & kWritableByOthers) != 0) {
+        return lack("is a file that others than its owner can write",
+                    "load code from files only that nobody but root can write");
+    }
+    return std::nullopt;
 }
 
 } // namespace qv

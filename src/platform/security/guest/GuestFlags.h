@@ -3,8 +3,10 @@
 #include "platform/security/StaticCode.h"
 #include "platform/security/guest/GuestConfiguration.h"
 #include "platform/security/guest/GuestObservation.h"
+#include "platform/security/guest/LaunchMark.h"
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -29,7 +31,9 @@ struct FlagFinding {
     std::string_view name;
     std::uint32_t bit = 0;
     bool set = false;
+    bool unseen = false; ///< not set, but only for want of a connection that shows the launch mark
     std::string why;
+    std::string remedy; ///< what would set it; empty: nothing is to be done, or nothing is known
 };
 
 struct GuestVerdict {
@@ -40,6 +44,16 @@ struct GuestVerdict {
     std::string imageReason;
     std::vector<FlagFinding> findings; ///< one for each flag that can be
 };
+
+/// Whether the debuggable entitlement is signed in, and not with a certificate that rules it out.
+[[nodiscard]] bool countsAsDebuggable(const SignatureFacts& signature,
+                                      const CodeSigningConfiguration& configuration);
+
+/// For a program that does not run: which of the flags its signature asks for.
+[[nodiscard]] std::vector<FlagFinding> judgeProgram(const SignatureFacts& signature);
+
+/// What keeps HARD from a process that maps this; none: nothing does.
+[[nodiscard]] std::optional<Lack> missingForMapping(const MappedCode& code);
 
 /// Judges facts; asks nobody anything. Without an intact signature every flag is off.
 [[nodiscard]] GuestVerdict judgeGuest(const GuestObservation& observation,

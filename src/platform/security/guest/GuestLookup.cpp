@@ -2,6 +2,7 @@
 
 #include "platform/foundation/log/Log.h"
 #include "platform/security/CodeSigningStatus.h"
+#include "platform/security/guest/AllowedFileSystems.h"
 #include "platform/security/guest/GuestError.h"
 
 #include <fmt/format.h>
@@ -17,10 +18,6 @@ namespace {
 
 constexpr std::uint64_t kPidFsMagic = 0x50494446; // PID_FS_MAGIC of linux/magic.h since 6.9
 constexpr std::size_t kMostMappings = 1024;       // executable ones
-
-constexpr std::array<std::string_view, 7> kLocalFileSystems{"ext4",    "xfs",   "btrfs",   "f2fs",
-                                                            "overlay", "erofs", "squashfs"};
-constexpr std::array<std::string_view, 2> kTemporaryFileSystems{"tmpfs", "ramfs"};
 
 Error noSuchCode(std::string_view why) {
     return codeSigningError(codesign_status::kNoSuchCode, why);
@@ -175,10 +172,8 @@ Error GuestLookup::compareUserNamespaces() {
                                       : noSuchCode("the process is in another user namespace");
 }
 
-bool GuestLookup::isAllowed(const std::string& fileSystem) const {
-    return std::ranges::find(kLocalFileSystems, fileSystem) != kLocalFileSystems.end() ||
-           (configuration_.allowTemporaryFileSystems &&
-            std::ranges::find(kTemporaryFileSystems, fileSystem) != kTemporaryFileSystems.end());
+bool GuestLookup::isAllowed(const MountedFileSystem& fileSystem) const {
+    return isAllowedFileSystem(fileSystem.type, configuration_.allowTemporaryFileSystems);
 }
 
 Error GuestLookup::openExecutable() {
@@ -194,7 +189,7 @@ Error GuestLookup::openExecutable() {
     }
     if (!isAllowed(located->fileSystem)) {
         return notVerifiable(fmt::format(
-            "the executable stands on a file system of the type \"{}\"", located->fileSystem));
+            "the executable stands on a file system of the type \"{}\"", located->fileSystem.type));
     }
     const auto before = reader_.status(located->fd.get(), "exe");
     if (!before) {

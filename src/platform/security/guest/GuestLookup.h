@@ -59,7 +59,7 @@ private:
     Error checkToken();
     Error requireAlive();
     [[nodiscard]] bool hasEnded();
-    [[nodiscard]] bool isAllowed(const std::string& fileSystem) const;
+    [[nodiscard]] bool isAllowed(const MountedFileSystem& fileSystem) const;
     tl::expected<std::vector<ExecutableMapping>, Error> executableMappings(int maps);
     tl::expected<MappedCode, Error> classify(const ExecutableMapping& mapping);
     Error compareMappings();

@@ -38,7 +38,7 @@ struct GuestObservation {
     pid_t process = 0;
     std::optional<PeerCredentials> peer; ///< at connect; none: not looked up through a connection
     struct stat executable{};            ///< at the end of the look-up
-    std::string fileSystem;              ///< type that the executable stands on
+    MountedFileSystem fileSystem;        ///< that the executable stands on
     std::string path;                    ///< of the executable as shown, escaped; for people only
     ProcessStatus status;                ///< at the end; `tracer` when there was one at any time
     bool dumpable = true;                ///< its own user may look into it or trace it

@@ -2,58 +2,118 @@
 
 #include "platform/foundation/log/Log.h"
 #include "platform/foundation/values/Description.h"
-#include "platform/security/Requirement.h"
 #include "platform/security/StaticCode.h"
+#include "platform/security/guest/AllowedFileSystems.h"
 #include "platform/security/guest/GuestCode.h"
 #include "platform/security/guest/GuestError.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include <algorithm>
 #include <iterator>
 
 namespace qv {
 
 namespace {
 
-using Lines = std::vector<std::string>;
+using Facts = std::vector<ReportFact>;
 
-void appendCertificates(Lines& lines, const CodeFacts& facts) {
-    for (std::size_t slot = 0; slot < facts.chain.size(); ++slot) {
-        std::string subject;
-        for (const auto& [name, value] : facts.chain[slot].subject) {
-            fmt::format_to(std::back_inserter(subject), "{}{}={}", subject.empty() ? "" : ", ",
-                           name, log::foreign(value));
-        }
-        lines.push_back(fmt::format("certificate {}: {}", slot, subject));
-    }
-}
-
-void appendSignature(Lines& lines, const StaticCode& code) {
+void appendIdentity(Facts& identity, const StaticCode& code) {
     if (!code.signatureIntact()) {
         return;
     }
     const CodeFacts& facts = code.facts();
-    lines.push_back(fmt::format("identifier: {}", log::foreign(facts.identifier)));
-    lines.push_back(fmt::format("team: {}", log::foreign(facts.team)));
-    lines.push_back(fmt::format("cdhash: {:02x}", fmt::join(facts.cdhash, "")));
-    lines.push_back(fmt::format("signed flags: 0x{:x}", code.directoryFlags()));
-    appendCertificates(lines, facts);
+    identity.push_back({"identifier", log::foreign(facts.identifier)});
+    identity.push_back({"team", log::foreign(facts.team)});
+    identity.push_back({"cdhash", cdhashText(facts)});
+    identity.push_back({"signed flags", fmt::format("0x{:x}", code.directoryFlags())});
 }
 
-void appendRequirement(Lines& lines, const StaticCode& code, const Requirement* requirement) {
-    if (requirement == nullptr || !code.signatureIntact()) {
+void appendSignature(Facts& all, const StaticCode& code) {
+    if (!code.signatureIntact()) {
         return;
     }
-    for (const RequirementFinding& finding : requirement->explain(code.facts())) {
-        lines.push_back(fmt::format("requirement: {}{}: {}", finding.negated ? "not " : "",
-                                    log::foreign(finding.condition),
-                                    finding.holds != finding.negated ? "yes" : "no"));
+    all.push_back(code.digestMatches()
+                      ? ReportFact{"digest", "the bytes on disk are the signed ones"}
+                      : ReportFact{"digest", "the bytes on disk are not the signed ones",
+                                   "sign it as the last step of its making, and leave it so"});
+    const auto& chain = code.facts().chain;
+    for (std::size_t slot = 0; slot < chain.size(); ++slot) {
+        std::string subject;
+        for (const auto& [name, value] : chain[slot].subject) {
+            fmt::format_to(std::back_inserter(subject), "{}{}={}", subject.empty() ? "" : ", ",
+                           name, log::foreign(value));
+        }
+        all.push_back({fmt::format("certificate {}", slot), subject});
     }
 }
 
-std::string outcome(const Error& failure) {
-    return failure ? explainCodeSigningError(failure) : std::string("ok");
+void appendFile(Facts& all, const struct stat& info, const MountedFileSystem& fileSystem,
+                const CodeSigningConfiguration& configuration) {
+    const bool allowed =
+        isAllowedFileSystem(fileSystem.type, configuration.allowTemporaryFileSystems);
+    all.push_back({"file system",
+                   fmt::format("{}{}{}", log::foreign(fileSystem.type),
+                               allowed ? "" : ", which the service does not accept",
+                               fileSystem.ignoresSetGroup ? ", mounted nosuid" : ""),
+                   allowed && !fileSystem.ignoresSetGroup
+                       ? ""
+                       : "install it on a local file system that is not mounted nosuid"});
+    all.push_back({"executable", fmt::format("user {}, group {}, mode {:04o}, {} link{}",
+                                             info.st_uid, info.st_gid, info.st_mode & 07777U,
+                                             info.st_nlink, info.st_nlink == 1 ? "" : "s")});
+}
+
+// All that withhold HARD, up to a number that a person reads.
+std::string describeMappings(const std::vector<MappedCode>& mappings) {
+    constexpr std::size_t kMost = 8;
+    std::vector<std::string> bad;
+    for (const MappedCode& code : mappings) {
+        if (const auto lack = missingForMapping(code)) {
+            bad.push_back(lack->why);
+        }
+    }
+    if (bad.empty()) {
+        return fmt::format("{}, all of files that only root can write", mappings.size());
+    }
+    const std::size_t shown = std::min(bad.size(), kMost);
+    return fmt::format(
+        "{}, of which {} keep HARD away: {}{}", mappings.size(), bad.size(),
+        fmt::join(bad.begin(), bad.begin() + static_cast<std::ptrdiff_t>(shown), "; "),
+        shown < bad.size() ? "; ..." : "");
+}
+
+void appendProcess(Facts& all, const GuestObservation& seen) {
+    const ProcessStatus& status = seen.status;
+    // The look-up refuses every other one.
+    all.push_back({"user namespace", "the same as that of who asks"});
+    all.push_back({"tracer", status.tracer == 0 ? "none" : fmt::format("{}", status.tracer)});
+    all.push_back({"dumpable", !seen.dumpableKnown ? "not told of a process that runs as root"
+                               : seen.dumpable     ? "yes"
+                                                   : "no"});
+    all.push_back({"seccomp", status.seccomp ? fmt::format("mode {}", *status.seccomp)
+                                             : std::string("not told by this kernel")});
+    all.push_back({"groups", fmt::format("effective {}, saved {}", status.effectiveGroup,
+                                         status.savedGroup)});
+    all.push_back({"executable mappings", describeMappings(seen.mappings)});
+}
+
+/// What a program's file has of the mark.
+ReportFact markOf(const ProgramFile& file, const StaticCode& code,
+                  const CodeSigningConfiguration& configuration) {
+    if (countsAsDebuggable(signatureFacts(code), configuration)) {
+        return {"launch mark", "none is needed: the program is debuggable"};
+    }
+    const std::vector<Lack> lacks = missingFromInstallation(file.info, configuration.clientGroup);
+    if (lacks.empty()) {
+        return {"launch mark", "the file is installed as it must be"};
+    }
+    std::string whys;
+    for (const Lack& lack : lacks) {
+        fmt::format_to(std::back_inserter(whys), "{}{}", whys.empty() ? "" : "; ", lack.why);
+    }
+    return {"launch mark", "not installed as a client: " + whys, lacks.front().remedy};
 }
 
 } // namespace
@@ -88,39 +148,49 @@ std::string explainCodeSigningError(const Error& error) {
     return text;
 }
 
-Lines reportStaticCode(const StaticCode& code, const Requirement* requirement) {
-    Lines lines;
-    appendSignature(lines, code);
-    appendRequirement(lines, code, requirement);
-    Error failure;
-    if (code.status() != codesign_status::kSuccess) {
-        failure = codeSigningError(code.status(), code.reason());
-    } else if (requirement != nullptr) {
-        failure = checkRequirement(*requirement, code.facts());
-    }
-    lines.push_back("validity: " + outcome(failure));
-    return lines;
+std::string cdhashText(const CodeFacts& facts) {
+    return fmt::format("{:02x}", fmt::join(facts.cdhash, ""));
 }
 
-Lines reportGuest(const GuestCode& code, const Requirement* requirement) {
-    const GuestObservation& seen = code.observation();
-    Lines lines;
-    lines.push_back(fmt::format("process {}: \"{}\" ({})", seen.process, seen.path,
-                                log::foreign(seen.fileSystem)));
-    lines.push_back(
-        seen.peer ? fmt::format("connected as user {}, group {}", seen.peer->user, seen.peer->group)
-                  : std::string("not looked up through a connection"));
-    appendSignature(lines, code.staticCode());
-    lines.push_back(fmt::format("status flags: 0x{:x}", code.verdict().flags));
-    for (const FlagFinding& finding : code.verdict().findings) {
-        lines.push_back(fmt::format("flag {} (0x{:x}): {}: {}", finding.name, finding.bit,
-                                    finding.set ? "set" : "not set", log::foreign(finding.why)));
+CodeReport reportProgram(const ProgramFile& file, const StaticCode& code,
+                         const Requirement& requirement,
+                         const CodeSigningConfiguration& configuration) {
+    CodeReport report;
+    report.identity.push_back({"path", log::foreign(file.path)});
+    appendIdentity(report.identity, code);
+    appendFile(report.facts, file.info, file.fileSystem, configuration);
+    appendSignature(report.facts, code);
+    report.facts.push_back(markOf(file, code, configuration));
+    if (code.status() != codesign_status::kSuccess) {
+        report.failure = codeSigningError(code.status(), code.reason());
+    } else {
+        report.failure = checkRequirement(requirement, code.facts());
     }
-    appendRequirement(lines, code.staticCode(), requirement);
-    Error failure;
-    static_cast<void>(code.checkValidityWithErrors(requirement, &failure)); // it is in the error
-    lines.push_back("validity: " + outcome(failure));
-    return lines;
+    report.flags = judgeProgram(signatureFacts(code));
+    if (code.signatureIntact()) {
+        report.conditions = requirement.explain(code.facts());
+    }
+    return report;
+}
+
+CodeReport reportGuest(const GuestCode& code, const Requirement& requirement,
+                       const CodeSigningConfiguration& configuration) {
+    const GuestObservation& seen = code.observation();
+    CodeReport report;
+    report.identity.push_back({"process", fmt::format("{}", seen.process)});
+    report.identity.push_back({"path", seen.path});
+    appendIdentity(report.identity, code.staticCode());
+    report.identity.push_back({"status flags", fmt::format("0x{:x}", code.verdict().flags)});
+    appendFile(report.facts, seen.executable, seen.fileSystem, configuration);
+    appendProcess(report.facts, seen);
+    appendSignature(report.facts, code.staticCode());
+    report.facts.push_back({"launch mark", describeLaunchMark(seen, configuration.clientGroup)});
+    report.flags = code.verdict().findings;
+    if (code.staticCode().signatureIntact()) {
+        report.conditions = requirement.explain(code.staticCode().facts());
+    }
+    static_cast<void>(code.checkValidityWithErrors(&requirement, &report.failure)); // the status
+    return report;
 }
 
 } // namespace qv

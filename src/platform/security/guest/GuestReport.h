@@ -2,18 +2,44 @@
 
 #include "platform/foundation/values/Error.h"
 #include "platform/security/CodeFacts.h"
+#include "platform/security/Requirement.h"
+#include "platform/security/guest/GuestFlags.h"
 
 #include <string>
+#include <string_view>
+#include <sys/stat.h>
 #include <vector>
 
 namespace qv {
 
 class GuestCode;
-class Requirement;
 class StaticCode;
+struct CodeSigningConfiguration;
 
-// What a person wants to know who asks why a program is accepted or refused, as lines without
-// newline. Everything that comes from outside is escaped.
+// What a person wants to know who asks why a program is accepted or refused. Everything that comes
+// from outside is escaped.
+
+struct ReportFact {
+    std::string name;
+    std::string text;
+    // NOLINTNEXTLINE(readability-redundant-member-init): GCC misses it in initializers
+    std::string remedy = {}; ///< what to change about it; empty: nothing
+};
+
+struct CodeReport {
+    std::vector<ReportFact> identity; ///< which program it is, and its flags in one number
+    std::vector<ReportFact> facts;    ///< what the judgement rests on
+    std::vector<FlagFinding> flags;
+    std::vector<RequirementFinding> conditions; ///< of the requirement
+    Error failure; ///< of the validity check, the requirement included; empty: the code is valid
+};
+
+/// A program on disk; `info` and `fileSystem` are those of the file that was examined.
+struct ProgramFile {
+    std::string path;
+    struct stat info{};
+    MountedFileSystem fileSystem;
+};
 
 /// Success, or the status and the conditions that decided against the code.
 [[nodiscard]] Error checkRequirement(const Requirement& requirement, const CodeFacts& facts);
@@ -21,13 +47,16 @@ class StaticCode;
 /// "STATUS (MEANING): REASON" of an error of the code-signing services.
 [[nodiscard]] std::string explainCodeSigningError(const Error& error);
 
-/// The signature of a program on disk; `requirement` may be null.
-[[nodiscard]] std::vector<std::string> reportStaticCode(const StaticCode& code,
-                                                        const Requirement* requirement);
+/// The code directory hash in hexadecimal.
+[[nodiscard]] std::string cdhashText(const CodeFacts& facts);
 
-/// A running program: its signature, each flag with what set or withheld it, and the outcome of
-/// the validity check.
-[[nodiscard]] std::vector<std::string> reportGuest(const GuestCode& code,
-                                                   const Requirement* requirement);
+/// A program on disk: its signature, which flags that asks for, and how it is installed.
+[[nodiscard]] CodeReport reportProgram(const ProgramFile& file, const StaticCode& code,
+                                       const Requirement& requirement,
+                                       const CodeSigningConfiguration& configuration);
+
+/// A running program: its signature, and each flag with what set or withheld it.
+[[nodiscard]] CodeReport reportGuest(const GuestCode& code, const Requirement& requirement,
+                                     const CodeSigningConfiguration& configuration);
 
 } // namespace qv

@@ -78,30 +78,40 @@ tl::expected<LocatedFile, Error> ProcessReader::locate(int directory, const std:
     if (!info) {
         return tl::unexpected(info.error());
     }
-    if (!info->mount) {
+    const std::optional<std::uint64_t> mount = info->mount;
+    if (!mount) {
         return tl::unexpected(codeSigningError(codesign_status::kInternalError,
                                                "the kernel does not tell the mount of a file"));
     }
-    const std::uint64_t mount = *info->mount;
-    return fileSystemOf(mount, directory).map([&](std::string fileSystem) {
-        return LocatedFile{
-            .fd = std::move(*fd), .mount = mount, .fileSystem = std::move(fileSystem)};
+    return fileSystemOfMount(*mount, directory)
+        .map([&, mount = *mount](MountedFileSystem fileSystem) {
+            return LocatedFile{
+                .fd = std::move(*fd), .mount = mount, .fileSystem = std::move(fileSystem)};
+        });
+}
+
+tl::expected<MountedFileSystem, Error> ProcessReader::fileSystemOf(int fd) {
+    return openAt(AT_FDCWD, "/proc/self", O_PATH | O_DIRECTORY).and_then([&](const UniqueFd& self) {
+        return locate(self.get(), fmt::format("fd/{}", fd)).map([](const LocatedFile& located) {
+            return located.fileSystem;
+        });
     });
 }
 
-tl::expected<std::string, Error> ProcessReader::fileSystemOf(std::uint64_t mount, int directory) {
+tl::expected<MountedFileSystem, Error> ProcessReader::fileSystemOfMount(std::uint64_t mount,
+                                                                        int directory) {
     if (const auto known = fileSystems_.find(mount); known != fileSystems_.end()) {
         return known->second;
     }
     // The process's own list: it may live among other mounts than ours. Numbers of mounts are the
     // kernel's, whatever list they stand in.
-    const auto type = textAt(directory, "mountinfo").and_then([&](const std::string& mounts) {
-        return fileSystemTypeOfMount(mounts, mount);
+    const auto found = textAt(directory, "mountinfo").and_then([&](const std::string& mounts) {
+        return qv::fileSystemOfMount(mounts, mount);
     });
-    if (!type) {
-        return tl::unexpected(type.error());
+    if (!found) {
+        return tl::unexpected(found.error());
     }
-    return fileSystems_.emplace(mount, type->value_or("")).first->second;
+    return fileSystems_.emplace(mount, found->value_or(MountedFileSystem())).first->second;
 }
 
 } // namespace qv

@@ -18,7 +18,7 @@ namespace qv {
 struct LocatedFile {
     UniqueFd fd; ///< O_PATH
     std::uint64_t mount = 0;
-    std::string fileSystem; ///< type; empty when the process's mounts do not list it
+    MountedFileSystem fileSystem; ///< without a type when the process's mounts do not list it
 };
 
 /// Reads process files within a deadline. Errors carry a status (codeSigningError); a system call
@@ -46,15 +46,19 @@ public:
     tl::expected<struct stat, Error> statusAt(int directory, const std::string& path);
 
     /// Follows a link of a process's folder (`exe`, `map_files/...`) to the file, whatever the
-    /// link's text says, and finds the type of the file system in the process's list of mounts.
+    /// link's text says, and finds its file system in the process's list of mounts.
     tl::expected<LocatedFile, Error> locate(int directory, const std::string& path);
 
+    /// Of a descriptor of our own.
+    tl::expected<MountedFileSystem, Error> fileSystemOf(int fd);
+
 private:
-    tl::expected<std::string, Error> fileSystemOf(std::uint64_t mount, int directory);
+    tl::expected<MountedFileSystem, Error> fileSystemOfMount(std::uint64_t mount, int directory);
 
     ProcessFileSystem& system_;
     std::chrono::steady_clock::time_point deadline_;
-    std::map<std::uint64_t, std::string> fileSystems_; // by mount, each of which an open file holds
+    std::map<std::uint64_t, MountedFileSystem>
+        fileSystems_; // by mount, each of which an open file holds
 };
 
 } // namespace qv

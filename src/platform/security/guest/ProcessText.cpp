@@ -173,16 +173,14 @@ template <typename Number> std::function<bool(Cursor&)> numberInto(std::optional
 }
 
 // "REAL\tEFFECTIVE\tSAVED\tFILE-SYSTEM"
-std::function<bool(Cursor&)> effectiveInto(std::uint32_t& out) {
-    return [&out](Cursor& cursor) {
-        std::array<std::uint32_t, 4> ids{};
+std::function<bool(Cursor&)> idsInto(std::array<std::uint32_t, 4>& ids) {
+    return [&ids](Cursor& cursor) {
         for (std::uint32_t& id : ids) {
             if (!cursor.number(id)) {
                 return false;
             }
             cursor.skip("\t");
         }
-        out = ids[1];
         return true;
     };
 }
@@ -211,13 +209,17 @@ tl::expected<std::vector<ExecutableMapping>, Error> parseExecutableMappings(std:
 
 tl::expected<ProcessStatus, Error> parseProcessStatus(std::string_view status) {
     ProcessStatus result;
+    std::array<std::uint32_t, 4> users{};
+    std::array<std::uint32_t, 4> groups{};
     std::array fields{Field{"TracerPid", numberInto(result.tracer), true},
-                      Field{"Uid", effectiveInto(result.effectiveUser), true},
-                      Field{"Gid", effectiveInto(result.effectiveGroup), true},
+                      Field{"Uid", idsInto(users), true}, Field{"Gid", idsInto(groups), true},
                       Field{"Seccomp", numberInto(result.seccomp), false}};
     if (const Error failure = parseFields("status", status, fields)) {
         return tl::unexpected(failure);
     }
+    result.effectiveUser = users[1];
+    result.effectiveGroup = groups[1];
+    result.savedGroup = groups[2];
     return result;
 }
 
@@ -233,9 +235,9 @@ tl::expected<DescriptorInfo, Error> parseDescriptorInfo(std::string_view fdinfo)
 
 // "ID PARENT MAJOR:MINOR ROOT MOUNTPOINT OPTIONS [TAG...] - TYPE SOURCE SUPEROPTIONS"; the kernel
 // shows blanks and newlines in names as octal escapes, so words are what they seem.
-tl::expected<std::optional<std::string>, Error> fileSystemTypeOfMount(std::string_view mountinfo,
-                                                                      std::uint64_t mount) {
-    std::optional<std::string> type;
+tl::expected<std::optional<MountedFileSystem>, Error> fileSystemOfMount(std::string_view mountinfo,
+                                                                        std::uint64_t mount) {
+    std::optional<MountedFileSystem> found;
     Lines lines(mountinfo);
     std::string_view line;
     while (lines.next(line)) {
@@ -248,23 +250,25 @@ tl::expected<std::optional<std::string>, Error> fileSystemTypeOfMount(std::strin
         if (id != mount) {
             continue;
         }
-        for (int fixed = 0; fixed < 5; ++fixed) {
+        for (int fixed = 0; fixed < 4; ++fixed) {
             cursor.word();
         }
+        const std::string options = fmt::format(",{},", cursor.word());
         while (!cursor.rest().empty() && cursor.word() != "-") {
         }
         const std::string_view word = cursor.word();
-        if (word.empty() || type) {
+        if (word.empty() || found) {
             return tl::unexpected(
                 malformed("mountinfo", lines.number(),
-                          type ? "the mount comes twice" : "the mount has no type"));
+                          found ? "the mount comes twice" : "the mount has no type"));
         }
-        type = word;
+        found = MountedFileSystem{.type = std::string(word),
+                                  .ignoresSetGroup = options.find(",nosuid,") != std::string::npos};
     }
     if (!lines.complete()) {
         return tl::unexpected(malformed("mountinfo", lines.number() + 1, "the line is cut off"));
     }
-    return type;
+    return found;
 }
 
 } // namespace qv

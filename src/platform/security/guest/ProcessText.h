@@ -40,6 +40,7 @@ struct ProcessStatus {
     pid_t tracer = 0; ///< 0: none
     uid_t effectiveUser = 0;
     gid_t effectiveGroup = 0;
+    gid_t savedGroup = 0;       ///< as the execution of the program left it, unless changed since
     std::optional<int> seccomp; ///< mode; none: the kernel does not tell
 };
 
@@ -54,8 +55,14 @@ struct DescriptorInfo {
 /// Out of `fdinfo/N`.
 [[nodiscard]] tl::expected<DescriptorInfo, Error> parseDescriptorInfo(std::string_view fdinfo);
 
-/// The file-system type of a mount out of `mountinfo`; none when it is not listed there.
-[[nodiscard]] tl::expected<std::optional<std::string>, Error>
-fileSystemTypeOfMount(std::string_view mountinfo, std::uint64_t mount);
+struct MountedFileSystem {
+    std::string type;             ///< empty: not known
+    bool ignoresSetGroup = false; ///< mounted nosuid: no execution there changes user or group
+    friend bool operator==(const MountedFileSystem&, const MountedFileSystem&) = default;
+};
+
+/// What `mountinfo` tells of a mount; none when it is not listed there.
+[[nodiscard]] tl::expected<std::optional<MountedFileSystem>, Error>
+fileSystemOfMount(std::string_view mountinfo, std::uint64_t mount);
 
 } // namespace qv

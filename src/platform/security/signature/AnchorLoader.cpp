@@ -30,7 +30,7 @@ constexpr std::array kFolders = {Folder{"vendor", &AnchorSet::Roles::vendor},
                                  Folder{"trusted", &AnchorSet::Roles::trusted}};
 
 tl::unexpected<std::string> fault(std::string_view path, std::string_view what) {
-    return tl::unexpected<std::string>(fmt::format("{}: {}", log::foreign(path), what));
+    return GuardedPath::fault(path, what);
 }
 
 using DirectoryHandle = std::unique_ptr<DIR, Releaser<::closedir>>;
@@ -102,7 +102,8 @@ std::string_view withoutBlanks(std::string_view text) {
 } // namespace
 
 AnchorLoader::AnchorLoader(std::string folder, uid_t allowedOwner)
-    : folder_(std::move(folder)), allowedOwner_(allowedOwner) {}
+    : folder_(std::move(folder)),
+      guard_(allowedOwner, [this](const std::string& path, Place place) { watch(path, place); }) {}
 
 std::shared_ptr<const AnchorSet> AnchorLoader::load() {
     Outcome outcome = folder_.empty() ? Outcome(fault("trust anchors", "no folder")) : readAll();
@@ -123,7 +124,7 @@ bool AnchorLoader::isSettledAt(std::chrono::system_clock::time_point now) const 
 }
 
 AnchorLoader::Outcome AnchorLoader::readAll() {
-    const auto folder = enterFolder();
+    const auto folder = guard_.enter(folder_, Place::inside);
     if (!folder) {
         return tl::unexpected(folder.error());
     }
@@ -149,70 +150,6 @@ AnchorLoader::Outcome AnchorLoader::readAll() {
     return {};
 }
 
-tl::expected<UniqueFd, std::string> AnchorLoader::enterFolder() {
-    if (!folder_.starts_with('/')) {
-        return fault(folder_, "is no absolute path");
-    }
-    std::string path = "/";
-    watch(path, Place::onTheWay);
-    UniqueFd at(::open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
-    if (!at) {
-        return fault(path, errnoText(errno));
-    }
-    if (const Outcome fine = judge(at.get(), path, Place::onTheWay); !fine) {
-        return tl::unexpected(fine.error());
-    }
-    for (std::size_t begin = 1; begin < folder_.size();) {
-        const std::size_t end = std::min(folder_.find('/', begin), folder_.size());
-        const std::string name = folder_.substr(begin, end - begin);
-        begin = end + 1;
-        if (name.empty()) {
-            continue;
-        }
-        if (name == "." || name == "..") {
-            return fault(folder_, "is no plain path");
-        }
-        path += path.ends_with('/') ? name : "/" + name;
-        const bool last = folder_.find_first_not_of('/', end) == std::string::npos;
-        auto next = openFolder(at.get(), name, path, last ? Place::inside : Place::onTheWay);
-        if (!next) {
-            return next;
-        }
-        at = std::move(*next);
-    }
-    return at;
-}
-
-tl::expected<UniqueFd, std::string> AnchorLoader::openFolder(int parent, const std::string& name,
-                                                             const std::string& path, Place place) {
-    watch(path, place);
-    UniqueFd folder(::openat(parent, name.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    if (!folder) {
-        return errno == ENOTDIR ? fault(path, "is no folder (a symbolic link does not count)")
-                                : fault(path, errnoText(errno));
-    }
-    if (const Outcome fine = judge(folder.get(), path, place); !fine) {
-        return tl::unexpected(fine.error());
-    }
-    return folder;
-}
-
-AnchorLoader::Outcome AnchorLoader::judge(int fd, const std::string& path, Place place) const {
-    struct stat info{};
-    if (::fstat(fd, &info) != 0) {
-        return fault(path, errnoText(errno));
-    }
-    if (info.st_uid != 0 && info.st_uid != allowedOwner_) {
-        return fault(path, fmt::format("belongs to user {}", info.st_uid));
-    }
-    const bool sticky =
-        place == Place::onTheWay && info.st_uid == 0 && (info.st_mode & S_ISVTX) != 0;
-    if ((info.st_mode & (S_IWGRP | S_IWOTH)) != 0 && !sticky) {
-        return fault(path, "can be written by others than its owner");
-    }
-    return {};
-}
-
 tl::expected<std::string, std::string> AnchorLoader::contentOf(int parent, const std::string& name,
                                                                const std::string& path) {
     if (++files_ > TrustAnchors::kMostFiles) {
@@ -232,7 +169,7 @@ tl::expected<std::string, std::string> AnchorLoader::contentOf(int parent, const
     if (!S_ISREG(info.st_mode)) {
         return fault(path, "is no regular file");
     }
-    if (const Outcome fine = judge(file.get(), path, Place::inside); !fine) {
+    if (const Outcome fine = guard_.judge(file.get(), path, Place::inside); !fine) {
         return tl::unexpected(fine.error());
     }
     if (std::cmp_greater(info.st_size, TrustAnchors::kLargestFile)) {
@@ -248,7 +185,7 @@ tl::expected<std::string, std::string> AnchorLoader::contentOf(int parent, const
 AnchorLoader::Outcome AnchorLoader::readCertificates(int parent, const std::string& name,
                                                      bool AnchorSet::Roles::* role) {
     const std::string path = folder_ + "/" + name;
-    const auto folder = openFolder(parent, name, path, Place::inside);
+    const auto folder = guard_.openFolder(parent, name, path, Place::inside);
     if (!folder) {
         return tl::unexpected(folder.error());
     }

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "platform/foundation/files/UniqueFd.h"
 #include "platform/security/TrustAnchors.h"
+#include "platform/security/install/GuardedPath.h"
 #include "platform/security/signature/AnchorSetBuilder.h"
 
 #include <tl/expected.hpp>
@@ -18,6 +18,11 @@ namespace qv {
 class AnchorLoader {
 public:
     AnchorLoader(std::string folder, uid_t allowedOwner);
+    AnchorLoader(const AnchorLoader&) = delete;
+    AnchorLoader& operator=(const AnchorLoader&) = delete;
+    AnchorLoader(AnchorLoader&&) = delete;
+    AnchorLoader& operator=(AnchorLoader&&) = delete;
+    ~AnchorLoader() = default;
 
     /// Never null: empty and with a reason when the folder is missing or breaks a rule.
     [[nodiscard]] std::shared_ptr<const AnchorSet> load();
@@ -29,22 +34,18 @@ public:
 
 private:
     using Outcome = tl::expected<void, std::string>; // the error names the place
-    enum class Place : std::uint8_t { onTheWay, inside };
+    using Place = GuardedPath::Place;
 
     Outcome readAll();
-    tl::expected<UniqueFd, std::string> enterFolder();
     Outcome readCertificates(int parent, const std::string& name, bool AnchorSet::Roles::* role);
     Outcome addCertificates(std::string_view text, bool AnchorSet::Roles::* role);
     Outcome readRevoked(int parent);
-    tl::expected<UniqueFd, std::string> openFolder(int parent, const std::string& name,
-                                                   const std::string& path, Place place);
     tl::expected<std::string, std::string> contentOf(int parent, const std::string& name,
                                                      const std::string& path);
-    [[nodiscard]] Outcome judge(int fd, const std::string& path, Place place) const;
     void watch(const std::string& path, Place place);
 
     std::string folder_;
-    uid_t allowedOwner_;
+    GuardedPath guard_; // tells us, so that we stay where we are
     AnchorSetBuilder set_;
     std::size_t files_ = 0;
     bool good_ = false;

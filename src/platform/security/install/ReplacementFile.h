@@ -8,7 +8,8 @@
 #include <functional>
 #include <string>
 #include <string_view>
-#include <sys/stat.h>
+#include <sys/types.h>
+#include <utility>
 
 namespace qv {
 
@@ -18,6 +19,8 @@ class ReplacementFile {
 public:
     /// Nobody but the owner can open it until it replaces `path`.
     static tl::expected<ReplacementFile, int> create(const std::string& path);
+    /// The same beside what is to become `name` of a folder, whose path is not used again.
+    static tl::expected<ReplacementFile, int> create(UniqueFd folder, std::string name);
     ReplacementFile(ReplacementFile&& other) noexcept = default;
     ReplacementFile& operator=(ReplacementFile&&) = delete;
     ReplacementFile(const ReplacementFile&) = delete;
@@ -26,19 +29,21 @@ public:
 
     /// Appends the first `length` bytes of another file and shows each part on the way.
     int copyFrom(int source, std::uint64_t length,
-                 const std::function<void(std::string_view)>& eachPart);
+                 const std::function<void(std::string_view)>& eachPart = {});
     int append(std::string_view bytes);
-    /// Gives it this owner and mode, makes it durable and puts it in the other one's place.
-    int replace(const struct stat& like);
+    int give(uid_t user, gid_t group, mode_t mode);
+    /// Makes it durable and puts it in the other one's place.
+    int replace();
     [[nodiscard]] int descriptor() const noexcept { return file_.get(); }
 
 private:
-    ReplacementFile(std::string path, std::string temporaryPath, UniqueFd file)
-        : path_(std::move(path)), temporaryPath_(std::move(temporaryPath)), file_(std::move(file)) {
-    }
+    ReplacementFile(UniqueFd folder, std::string name, std::string temporaryName, UniqueFd file)
+        : folder_(std::move(folder)), name_(std::move(name)),
+          temporaryName_(std::move(temporaryName)), file_(std::move(file)) {}
 
-    std::string path_;
-    std::string temporaryPath_;
+    UniqueFd folder_;
+    std::string name_;
+    std::string temporaryName_;
     UniqueFd file_; // holds nothing once moved from or done
 };
 

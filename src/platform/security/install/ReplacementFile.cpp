@@ -1,13 +1,15 @@
-#include "platform/security/signature/ReplacementFile.h"
+#include "platform/security/install/ReplacementFile.h"
 
+#include "platform/foundation/files/Sync.h"
+#include "platform/foundation/files/TemporaryName.h"
 #include "platform/security/signature/FileBytes.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <fcntl.h>
 #include <span>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
 
@@ -17,29 +19,31 @@ namespace {
 
 constexpr std::size_t kPiece = std::size_t{1} << 20U;
 
-// Makes an entry of a folder durable.
-int syncFolderOf(const std::string& path) {
-    const std::size_t slash = path.rfind('/');
-    const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
-    const UniqueFd opened(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    return opened && ::fsync(opened.get()) == 0 ? 0 : errno;
-}
-
 } // namespace
 
 tl::expected<ReplacementFile, int> ReplacementFile::create(const std::string& path) {
     const std::size_t name = path.rfind('/') + 1; // npos + 1 is 0
-    std::string temporary = path.substr(0, name) + "." + path.substr(name) + ".XXXXXX";
-    UniqueFd file(::mkostemp(temporary.data(), O_CLOEXEC));
+    const std::string folder = name == 0 ? "." : path.substr(0, name);
+    UniqueFd opened(::open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    return opened ? create(std::move(opened), path.substr(name)) : tl::unexpected(errno);
+}
+
+tl::expected<ReplacementFile, int> ReplacementFile::create(UniqueFd folder, std::string name) {
+    constexpr mode_t kOwnerOnly = 0600;
+    std::string temporary = temporaryName();
+    UniqueFd file(::openat(folder.get(), temporary.c_str(),
+                           O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kOwnerOnly));
     if (!file) {
         return tl::unexpected(errno);
     }
-    return ReplacementFile(path, std::move(temporary), std::move(file));
+    return ReplacementFile(std::move(folder), std::move(name), std::move(temporary),
+                           std::move(file));
 }
 
 ReplacementFile::~ReplacementFile() {
     if (file_) {
-        static_cast<void>(::unlink(temporaryPath_.c_str())); // nobody is left to be told
+        static_cast<void>(
+            ::unlinkat(folder_.get(), temporaryName_.c_str(), 0)); // nobody is left to be told
     }
 }
 
@@ -56,7 +60,9 @@ int ReplacementFile::copyFrom(int source, std::uint64_t length,
         if (const int error = append(bytes); error != 0) {
             return error;
         }
-        eachPart(bytes);
+        if (eachPart) {
+            eachPart(bytes);
+        }
         at += part.size();
     }
     return 0;
@@ -73,15 +79,18 @@ int ReplacementFile::append(std::string_view bytes) {
     return 0;
 }
 
-int ReplacementFile::replace(const struct stat& like) {
+int ReplacementFile::give(uid_t user, gid_t group, mode_t mode) {
     // The mode comes last: changing the owner clears the bits that change identity.
-    if (::fchown(file_.get(), like.st_uid, like.st_gid) != 0 ||
-        ::fchmod(file_.get(), like.st_mode & 07777U) != 0 || ::fsync(file_.get()) != 0 ||
-        ::rename(temporaryPath_.c_str(), path_.c_str()) != 0) {
+    return ::fchown(file_.get(), user, group) == 0 && ::fchmod(file_.get(), mode) == 0 ? 0 : errno;
+}
+
+int ReplacementFile::replace() {
+    if (::fsync(file_.get()) != 0 ||
+        ::renameat(folder_.get(), temporaryName_.c_str(), folder_.get(), name_.c_str()) != 0) {
         return errno;
     }
     file_.reset();
-    return syncFolderOf(path_);
+    return syncFolder(folder_.get());
 }
 
 } // namespace qv

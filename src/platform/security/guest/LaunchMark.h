@@ -1,0 +1,39 @@
+#pragma once
+
+#include "platform/security/guest/GuestObservation.h"
+
+#include <optional>
+#include <string>
+#include <sys/stat.h>
+#include <sys/types.h>
+#include <vector>
+
+namespace qv {
+
+// The launch mark: a process gets the client group only by executing a file that is set-group-id to
+// it, under the kernel's rules for privileged programs; and SO_PEERCRED keeps what it had when it
+// connected. Nothing else proves that it was not tampered with while it started.
+
+/// The mode of an installed client: set-group-id, written by root alone.
+inline constexpr mode_t kClientMode = 02755;
+
+/// Something that is not as it must be.
+struct Lack {
+    std::string why;
+    std::string remedy;  ///< for the program's maker or its administrator; empty: none is known
+    bool unseen = false; ///< perhaps nothing is amiss: it cannot be seen from here
+};
+
+/// What of a program's owner, group and mode keeps the mark from whoever executes it.
+[[nodiscard]] std::vector<Lack> missingFromInstallation(const struct stat& file,
+                                                        std::optional<gid_t> clientGroup);
+
+/// What a process lacks of the mark, what its file lacks first.
+[[nodiscard]] std::vector<Lack> missingForMark(const GuestObservation& seen,
+                                               std::optional<gid_t> clientGroup);
+
+/// What a look-up without a connection can say of the mark, in a sentence.
+[[nodiscard]] std::string describeLaunchMark(const GuestObservation& seen,
+                                             std::optional<gid_t> clientGroup);
+
+} // namespace qv

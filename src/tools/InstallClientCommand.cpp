@@ -1,0 +1,70 @@
+#include "codesign/ClientVerification.h"
+#include "platform/foundation/log/Log.h"
+#include "platform/security/Requirement.h"
+#include "platform/security/guest/GuestConfiguration.h"
+#include "platform/security/install/ClientInstaller.h"
+#include "tools/Commands.h"
+#include "tools/Input.h"
+#include "tools/Json.h"
+#include "tools/ServiceRequirement.h"
+#include "tools/Terminal.h"
+
+#include <fmt/format.h>
+
+namespace qv::tools {
+
+namespace {
+
+void show(const InstalledClient& client, bool json) {
+    const Terminal& out = Terminal::standardOutput();
+    const std::string path = log::foreign(client.path);
+    if (json) {
+        out.line(
+            jsonText(Value::dictionary({{"installed", Value::boolean(true)},
+                                        {"path", Value::string(path)},
+                                        {"owner", Value::integer(0)},
+                                        {"group", Value::unsignedInteger(client.group)},
+                                        {"mode", Value::string(fmt::format("{:o}", client.mode))},
+                                        {"identifier", Value::string(client.identifier)},
+                                        {"team", Value::string(client.team)},
+                                        {"cdhash", Value::string(client.cdhash)}})));
+        return;
+    }
+    out.line(fmt::format("{}: installed as a client", path));
+    out.line(fmt::format("owner: root, group: {}, mode: {:o}", client.group, client.mode));
+    out.line(fmt::format("identifier: {}", log::foreign(client.identifier)));
+    out.line(fmt::format("cdhash: {}", client.cdhash));
+}
+
+} // namespace
+
+ExitStatus installClient(const InstallClientOptions& options) {
+    const auto requirement = Requirement::compile(serviceRequirement());
+    if (!requirement) {
+        complain(requirement.error().description());
+        return ExitStatus::failed;
+    }
+    const InstallRequest request{
+        .source = options.file,
+        .destination = options.destination,
+        .sufficientFlags = {kSufficientFlags.begin(), kSufficientFlags.end()},
+        .whyNoGroup = ClientVerification::clientGroupReason()};
+    const auto installed =
+        ClientInstaller::install(request, *requirement, ClientVerification::configuration());
+    if (installed) {
+        show(*installed, options.json);
+        return ExitStatus::success;
+    }
+    const std::string reason = reasonOf(installed.error());
+    if (options.json) {
+        Terminal::standardOutput().line(
+            jsonText(Value::dictionary({{"installed", Value::boolean(false)},
+                                        {"status", Value::integer(installed.error().code())},
+                                        {"reason", Value::string(reason)}})));
+    } else {
+        complain(reason);
+    }
+    return ExitStatus::failed;
+}
+
+} // namespace qv::tools

@@ -1,0 +1,119 @@
+// qvcatalog verify --explain: what a client's maker reads who was refused, or is about to be.
+
+#include "support/ClientProcess.h"
+#include "tools/ClientPrograms.h"
+
+#include <sys/ptrace.h>
+
+namespace qv::test {
+namespace {
+
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::Not;
+
+class VerifyExplain : public ClientPrograms {
+protected:
+    static ProgramRun verify(const ClientProcess& client,
+                             const std::vector<std::string>& more = {"--explain"}) {
+        std::vector<std::string> arguments = {"verify", "--pid", std::to_string(client.pid())};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        return qvcatalog(arguments);
+    }
+    [[nodiscard]] std::filesystem::path installedProgram(std::string_view name) const {
+        const auto program = signedProgram(name, "hard,kill,runtime");
+        EXPECT_THAT(qvcatalog({"install-client", program}), Succeeds());
+        return program;
+    }
+};
+
+TEST_F(VerifyExplain, AProgramOnDiskIsToldWhatItLacks) {
+    const std::string plain = signedProgram("plain");
+    const ProgramRun brief = qvcatalog({"verify", plain});
+    EXPECT_EQ(brief.status, 1);
+    EXPECT_THAT(brief.output,
+                AllOf(HasSubstr("path: " + plain), HasSubstr("cdhash: "), HasSubstr("validity: ok"),
+                      HasSubstr("refused: it is signed neither"), Not(HasSubstr("flag ")),
+                      Not(HasSubstr("remedy"))));
+    const ProgramRun full = qvcatalog({"verify", plain, "--explain"});
+    EXPECT_THAT(full.output,
+                AllOf(HasSubstr("certificate 2: "), HasSubstr("requirement: anchor apple generic"),
+                      HasSubstr("remedy: install it with `qvcatalog install-client`"),
+                      HasSubstr("flag HARD (0x100): not set: the signature does not ask for it\n"
+                                "  remedy: sign it with --flags hard,kill\n"),
+                      Not(HasSubstr("--flags runtime")), Not(HasSubstr("library-validation"))));
+    EXPECT_THAT(qvcatalog({"verify", unsignedProgram("unsigned"), "--explain"}).output,
+                HasSubstr("remedy: sign it with `qvcatalog sign`"));
+    const ProgramRun good = qvcatalog({"verify", installedProgram("good"), "--explain"});
+    EXPECT_THAT(good, Succeeds());
+    EXPECT_THAT(good.output, AllOf(HasSubstr("launch mark: the file is installed as it must be"),
+                                   Not(HasSubstr("remedy"))));
+}
+
+TEST_F(VerifyExplain, AnInstalledClientIsToldThatOnlyTheServiceKnows) {
+    const ClientProcess client(ClientProcess::Options::asNobody(installedProgram("client")));
+    const ProgramRun run = verify(client);
+    EXPECT_THAT(run, Succeeds());
+    EXPECT_THAT(
+        run.output,
+        AllOf(HasSubstr("known only to the service, when it connects; its file is installed as it "
+                        "must be"),
+              HasSubstr("flag KILL (0x200): known only to the service"),
+              HasSubstr("groups: effective 47110, saved 47110"), HasSubstr("tracer: none"),
+              HasSubstr("dumpable: no"), HasSubstr("seccomp: mode 0"), HasSubstr("1 link"),
+              HasSubstr("all of files that only root can write"), Not(HasSubstr("remedy"))));
+    client.command('g');
+    EXPECT_THAT(verify(client).output, HasSubstr("no longer, the client group"));
+}
+
+TEST_F(VerifyExplain, EveryFaultOfARunningClientHasItsRemedy) {
+    const auto program = installedProgram("client");
+    for (const auto& [command, remedy] :
+         {std::pair{'w', "do not map writable and executable memory"},
+          {'d', "do not call prctl(PR_SET_DUMPABLE, 1)"}}) {
+        const ClientProcess client(ClientProcess::Options::asNobody(program));
+        client.command(command);
+        if (command == 'd') {
+            client.command('s');
+        }
+        const ProgramRun run = verify(client);
+        EXPECT_EQ(run.status, 1) << remedy;
+        EXPECT_THAT(run.output, AllOf(HasSubstr(remedy), HasSubstr("\nrefused: "))) << run.errors;
+    }
+    const ClientProcess traced(ClientProcess::Options::asNobody(program));
+    ASSERT_EQ(::ptrace(PTRACE_SEIZE, traced.pid(), nullptr, nullptr), 0);
+    EXPECT_THAT(verify(traced).output, HasSubstr("remedy: start it without a tracer"));
+
+    const ClientProcess plain(
+        ClientProcess::Options::asNobody(signedProgram("as signed", "hard,kill")));
+    EXPECT_THAT(verify(plain).output,
+                AllOf(HasSubstr("flag HARD (0x100): not set: the executable is not set-group-id"),
+                      HasSubstr("remedy: install it with `qvcatalog install-client`"),
+                      Not(HasSubstr("PR_SET_DUMPABLE"))));
+    const ClientProcess debuggable(
+        ClientProcess::Options::asNobody(debuggableProgram("debuggable")));
+    const ProgramRun run = verify(debuggable);
+    EXPECT_THAT(run, Succeeds());
+    EXPECT_THAT(run.output, HasSubstr("sign it without the debuggable entitlement, and install"));
+}
+
+TEST_F(VerifyExplain, TheJsonTextIsComplete) {
+    const ClientProcess client(
+        ClientProcess::Options::asNobody(signedProgram("as signed", "hard,kill")));
+    EXPECT_EQ(
+        python("import json,sys\nj=json.load(sys.stdin)\n"
+               "f={f['name']: f for f in j['findings']}\n"
+               "print(j['accepted'],len(j['identity']['cdhash']),len(f))\n"
+               "print(f['HARD']['bit'],f['HARD']['set'],f['HARD']['remedy'])\n"
+               "print(f['VALID']['set'],f['VALID']['remedy']=='',f['RUNTIME']['remedy']=='')\n"
+               "print(all(c['met'] in (True,False) for c in j['requirement']),"
+               "'seccomp' in [x['name'] for x in j['facts']])",
+               verify(client, {"--json"}).output),
+        "False 40 9\n"
+        "256 False install it with `qvcatalog install-client`\n"
+        "True True True\n"
+        "True True\n");
+}
+
+} // namespace
+} // namespace qv::test
