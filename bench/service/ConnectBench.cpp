@@ -49,6 +49,7 @@ constexpr int kRoundTrips = 10000;
 constexpr int kFurtherConnects = 300;
 constexpr int kStrangersASecond = 1000;
 constexpr int kFloodSeconds = 4;
+constexpr auto kBreath = std::chrono::milliseconds(1); // between two round trips
 constexpr uid_t kNobody = 65534;
 
 double median(std::vector<double> values) {
@@ -256,15 +257,16 @@ void measureFlood() {
     QVCatalogHelperClient client = connectToService();
     std::vector<double> quiet;
     std::vector<double> flooded;
-    for (int i = 0; i < kRoundTrips / 4; ++i) {
+    for (int i = 0; i < kFloodSeconds * 500; ++i) {
         quiet.push_back(microseconds([&] { executeEmpty(client); }));
+        std::this_thread::sleep_for(kBreath);
     }
     const pid_t strangers = startStrangers();
     int status = 0;
     const double duration = microseconds([&] {
         while (::waitpid(strangers, &status, WNOHANG) == 0) {
             flooded.push_back(microseconds([&] { executeEmpty(client); }));
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            std::this_thread::sleep_for(kBreath);
         }
     });
     require(status == 0, "the strangers failed");

@@ -43,8 +43,8 @@ public:
     Result<struct stat> statusAt(int directory, const std::string& path) override {
         return answer([&] { return kernel_.statusAt(directory, path); });
     }
-    Result<FileIdentity> identityAt(int directory, const std::string& path) override {
-        return answer([&] { return kernel_.identityAt(directory, path); });
+    Result<FileOnMount> fileAt(int directory, const std::string& path) override {
+        return answer([&] { return kernel_.fileAt(directory, path); });
     }
     Result<std::uint64_t> fileSystemMagic(int fd) override {
         return answer([&] { return kernel_.fileSystemMagic(fd); });

@@ -26,6 +26,10 @@ Error GuestCode::checkStillRunning() const {
     if (*ended) {
         return codeSigningError(codesign_status::kNoSuchCode, "the process has ended");
     }
+    return checkImage();
+}
+
+Error GuestCode::checkImage() const {
     std::array<char, 64> begin{};
     const auto bytes = system_->read(record_.handles.image.get(), 0, begin);
     if (!bytes && bytes.error() != ESRCH) {
@@ -38,14 +42,14 @@ Error GuestCode::checkStillRunning() const {
     return {};
 }
 
+// An image that can be read is that of a living process.
 bool GuestCode::isUnchanged() const {
-    if (checkStillRunning()) {
+    if (checkImage()) {
         return false;
     }
-    const struct stat& executable = record_.observation.executable;
-    const FileIdentity expected{
-        .device = executable.st_dev, .inode = executable.st_ino, .mount = record_.executableMount};
-    return system_->identityAt(record_.handles.directory.get(), "exe") == expected;
+    const auto shown = system_->fileAt(record_.handles.directory.get(), "exe");
+    return shown && shown->mount == record_.executableMount &&
+           isSameFile(shown->status, record_.observation.executable);
 }
 
 std::int32_t GuestCode::copySigningInformation(std::uint32_t flags, Value* information) const {

@@ -4,6 +4,7 @@
 #include "platform/security/CodeSigningStatus.h"
 #include "platform/security/guest/AllowedFileSystems.h"
 #include "platform/security/guest/GuestError.h"
+#include "platform/security/signature/SignatureTrailer.h"
 
 #include <fmt/format.h>
 
@@ -46,13 +47,10 @@ GuestLookup::GuestLookup(ProcessFileSystem& system, const CodeSigningConfigurati
 tl::expected<GuestRecord, Error> GuestLookup::run(const GuestSelector& selector,
                                                   const ConnectedPeer* peer) {
     static constexpr std::array kSteps{
-        &GuestLookup::bindProcess,
-        &GuestLookup::openImage,
-        &GuestLookup::compareUserNamespaces,
-        &GuestLookup::openExecutable,
-        &GuestLookup::readStatus,
-        &GuestLookup::readMappings,
-        &GuestLookup::examineSignature,
+        &GuestLookup::bindProcess,           &GuestLookup::openImage,
+        &GuestLookup::compareUserNamespaces, &GuestLookup::openExecutable,
+        &GuestLookup::recogniseUnsigned,     &GuestLookup::readStatus,
+        &GuestLookup::readMappings,          &GuestLookup::examineSignature,
         &GuestLookup::compareAgain,
     };
     selector_ = selector;
@@ -66,6 +64,9 @@ tl::expected<GuestRecord, Error> GuestLookup::run(const GuestSelector& selector,
         if (failure) {
             // Whatever a process that goes away looks like, it has gone away.
             return tl::unexpected(hasEnded() ? noSuchProcess() : std::move(failure));
+        }
+        if (isComplete_) {
+            break;
         }
     }
     return GuestRecord{.handles = std::move(handles_),
@@ -177,53 +178,66 @@ bool GuestLookup::isAllowed(const MountedFileSystem& fileSystem) const {
 }
 
 Error GuestLookup::openExecutable() {
-    auto located = reader_.locate(handles_.directory.get(), "exe");
-    if (!located) {
-        const Error& failure = located.error();
-        if (isSystemError(failure, ENOENT)) {
-            return noSuchCode("the process runs no program (a thread of the kernel?)");
-        }
+    const auto notReadable = [](const Error& failure) {
         return isSystemError(failure, EACCES) || isSystemError(failure, EPERM)
                    ? notVerifiable("the executable is not readable")
                    : failure;
+    };
+    const int directory = handles_.directory.get();
+    const auto held = reader_.openAt(directory, "exe", O_PATH);
+    if (!held) {
+        return isSystemError(held.error(), ENOENT)
+                   ? noSuchCode("the process runs no program (a thread of the kernel?)")
+                   : notReadable(held.error());
+    }
+    const auto located = reader_.locateOpen(held->get(), directory);
+    if (!located) {
+        return located.error();
     }
     if (!isAllowed(located->fileSystem)) {
         return notVerifiable(fmt::format(
             "the executable stands on a file system of the type \"{}\"", located->fileSystem.type));
     }
-    const auto before = reader_.status(located->fd.get(), "exe");
-    if (!before) {
-        return before.error();
-    }
-    if (!S_ISREG(before->st_mode)) {
+    if (!S_ISREG(located->file.status.st_mode)) {
         return codeSigningError(codesign_status::kRegularFile, "the executable is no regular file");
     }
     // Through our own descriptor: the link's text is the process's to choose.
-    auto opened =
-        reader_.openAt(AT_FDCWD, fmt::format("/proc/self/fd/{}", located->fd.get()), O_RDONLY);
+    auto opened = reader_.openAt(AT_FDCWD, fmt::format("/proc/self/fd/{}", held->get()), O_RDONLY);
     if (!opened) {
-        return isSystemError(opened.error(), EACCES) || isSystemError(opened.error(), EPERM)
-                   ? notVerifiable("the executable is not readable")
-                   : opened.error();
+        return notReadable(opened.error());
     }
-    const auto after = reader_.status(opened->get(), "exe");
-    if (!after) {
-        return after.error();
+    const auto status = reader_.status(opened->get(), "exe");
+    if (!status) {
+        return status.error();
     }
-    if (!isSameFile(*before, *after)) {
+    if (!isSameFile(located->file.status, *status)) {
         return notVerifiable("the executable changed while it was opened");
     }
-    observation_.executable = *after;
+    observation_.executable = *status;
     observation_.fileSystem = located->fileSystem;
     executable_ = std::move(*opened);
-    executableMount_ = located->mount;
+    executableMount_ = located->file.mount;
+    return {};
+}
+
+// Of a program that is not signed no flag can be set, so that no other fact about its process
+// matters to a service that such programs knock at; people who ask get them all.
+Error GuestLookup::recogniseUnsigned() {
+    if (peer_ == nullptr ||
+        SignatureTrailer::isPresent(executable_.get(), observation_.executable.st_size)) {
+        return {};
+    }
+    if (auto code = StaticCode::examineUnsigned(executable_.get())) {
+        code_ = std::make_shared<const StaticCode>(std::move(*code));
+        isComplete_ = true;
+    }
     return {};
 }
 
 // Called at both ends of the look-up: a tracer at either is one too many, and so is a moment in
 // which the process could be looked into.
 Error GuestLookup::readStatus() {
-    const auto text = reader_.textAt(handles_.directory.get(), "status");
+    const auto text = reader_.smallTextAt(handles_.directory.get(), "status");
     if (!text) {
         return text.error();
     }
@@ -248,12 +262,13 @@ Error GuestLookup::readStatus() {
     return {};
 }
 
-tl::expected<std::vector<ExecutableMapping>, Error> GuestLookup::executableMappings(int maps) {
-    return reader_.text(maps, "maps").and_then(parseExecutableMappings);
-}
-
 Error GuestLookup::readMappings() {
-    const auto mappings = executableMappings(handles_.image.get());
+    auto text = reader_.text(handles_.image.get(), "maps");
+    if (!text) {
+        return text.error();
+    }
+    const auto mappings = parseExecutableMappings(*text);
+    maps_ = std::move(*text);
     if (!mappings) {
         return mappings.error();
     }
@@ -302,12 +317,8 @@ tl::expected<MappedCode, Error> GuestLookup::classify(const ExecutableMapping& m
         code.backing = MappedCode::Backing::refusedFile;
         return code;
     }
-    const auto status = reader_.status(located->fd.get(), "map_files");
-    if (!status) {
-        return tl::unexpected(status.error());
-    }
     code.backing = MappedCode::Backing::file;
-    code.file = *status;
+    code.file = located->file.status;
     return code;
 }
 
@@ -340,15 +351,26 @@ Error GuestLookup::compareAgain() {
     return requireAlive();
 }
 
-Error GuestLookup::compareMappings() {
-    const auto isAsBefore = [this](const std::vector<ExecutableMapping>& mappings) {
+// Data may come and go; what can be executed may not.
+tl::expected<bool, Error> GuestLookup::isMappedAsBefore(int maps) {
+    const auto text = reader_.text(maps, "maps");
+    if (!text) {
+        return tl::unexpected(text.error());
+    }
+    if (*text == maps_) {
+        return true;
+    }
+    return parseExecutableMappings(*text).map([this](const auto& mappings) {
         return std::ranges::equal(mappings, observation_.mappings, {}, {}, &MappedCode::mapping);
-    };
-    const auto again = executableMappings(handles_.image.get());
+    });
+}
+
+Error GuestLookup::compareMappings() {
+    const auto again = isMappedAsBefore(handles_.image.get());
     if (!again) {
         return again.error();
     }
-    if (!isAsBefore(*again)) {
+    if (!*again) {
         noteChange("the executable mappings changed during the check");
     }
     // A helper process that shares the old memory keeps it readable after the process itself has
@@ -357,34 +379,31 @@ Error GuestLookup::compareMappings() {
     if (!fresh) {
         return fresh.error();
     }
-    const auto now = executableMappings(fresh->get());
+    const auto now = isMappedAsBefore(fresh->get());
     if (!now) {
         return now.error();
     }
-    if (!isAsBefore(*now)) {
+    if (!*now) {
         noteChange("the process executed another program during the check");
     }
     return {};
 }
 
 Error GuestLookup::compareExecutable() {
-    const auto located = reader_.locate(handles_.directory.get(), "exe");
-    if (!located) {
-        return located.error();
-    }
-    if (located->mount != executableMount_) { // and so do not ask its file system anything
-        noteChange("the executable was replaced during the check");
-        return {};
-    }
-    const auto shown = reader_.status(located->fd.get(), "exe");
+    const auto shown = reader_.locate(handles_.directory.get(), "exe");
     if (!shown) {
         return shown.error();
     }
-    if (!isSameFile(*shown, observation_.executable)) {
+    // The file as it is by now, by our own descriptor: the mount tells that it is still shown.
+    const auto status = reader_.status(executable_.get(), "exe");
+    if (!status) {
+        return status.error();
+    }
+    if (shown->file.mount != executableMount_ || !isSameFile(shown->file.status, *status)) {
         noteChange("the executable was replaced during the check");
         return {};
     }
-    observation_.executable = *shown;
+    observation_.executable = *status;
     return {};
 }
 

@@ -51,6 +51,7 @@ private:
     Error openImage();
     Error compareUserNamespaces();
     Error openExecutable();
+    Error recogniseUnsigned();
     Error readStatus();
     Error readMappings();
     Error examineSignature();
@@ -60,7 +61,7 @@ private:
     Error requireAlive();
     [[nodiscard]] bool hasEnded();
     [[nodiscard]] bool isAllowed(const MountedFileSystem& fileSystem) const;
-    tl::expected<std::vector<ExecutableMapping>, Error> executableMappings(int maps);
+    tl::expected<bool, Error> isMappedAsBefore(int maps);
     tl::expected<MappedCode, Error> classify(const ExecutableMapping& mapping);
     Error compareMappings();
     Error compareExecutable();
@@ -76,6 +77,8 @@ private:
     GuestObservation observation_;
     UniqueFd executable_;
     std::uint64_t executableMount_ = 0;
+    std::string maps_; // as first read
+    bool isComplete_ = false;
     std::shared_ptr<const StaticCode> code_; // once it has been examined
 };
 

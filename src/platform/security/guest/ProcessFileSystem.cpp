@@ -60,19 +60,25 @@ ProcessFileSystem::Result<struct stat> KernelProcessFileSystem::statusAt(int dir
     });
 }
 
-ProcessFileSystem::Result<FileIdentity>
-KernelProcessFileSystem::identityAt(int directory, const std::string& path) {
-    constexpr unsigned kWanted = STATX_INO | STATX_MNT_ID;
+ProcessFileSystem::Result<FileOnMount> KernelProcessFileSystem::fileAt(int directory,
+                                                                       const std::string& path) {
+    constexpr unsigned kWanted = STATX_BASIC_STATS | STATX_MNT_ID;
+    constexpr int kFlags = AT_STATX_DONT_SYNC | AT_EMPTY_PATH | AT_NO_AUTOMOUNT;
     struct statx info{};
-    return checked(
-               [&] { return ::statx(directory, path.c_str(), AT_STATX_DONT_SYNC, kWanted, &info); })
-        .and_then([&](int) -> Result<FileIdentity> {
+    return checked([&] { return ::statx(directory, path.c_str(), kFlags, kWanted, &info); })
+        .and_then([&](int) -> Result<FileOnMount> {
             if ((info.stx_mask & kWanted) != kWanted) {
                 return tl::unexpected(ENOTSUP);
             }
-            return FileIdentity{.device = ::makedev(info.stx_dev_major, info.stx_dev_minor),
-                                .inode = info.stx_ino,
-                                .mount = info.stx_mnt_id};
+            FileOnMount file{.mount = info.stx_mnt_id};
+            file.status.st_dev = ::makedev(info.stx_dev_major, info.stx_dev_minor);
+            file.status.st_ino = info.stx_ino;
+            file.status.st_mode = info.stx_mode;
+            file.status.st_nlink = info.stx_nlink;
+            file.status.st_uid = info.stx_uid;
+            file.status.st_gid = info.stx_gid;
+            file.status.st_size = static_cast<off_t>(info.stx_size);
+            return file;
         });
 }
 

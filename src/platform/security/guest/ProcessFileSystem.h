@@ -14,11 +14,9 @@
 namespace qv {
 
 /// A file and the mount that it was found on.
-struct FileIdentity {
-    dev_t device = 0;
-    ino_t inode = 0;
+struct FileOnMount {
+    struct stat status{}; ///< device, inode, mode, links, owner, group and size
     std::uint64_t mount = 0;
-    friend bool operator==(const FileIdentity&, const FileIdentity&) = default;
 };
 
 /// Every system call that a look-up of a process makes, and nothing else, so that a test can fail
@@ -44,8 +42,9 @@ public:
     virtual Result<struct stat> status(int fd) = 0;
     /// Follows links.
     virtual Result<struct stat> statusAt(int directory, const std::string& path) = 0;
-    /// Which file a link leads to, and its mount; whatever file system that is, it is not asked.
-    virtual Result<FileIdentity> identityAt(int directory, const std::string& path) = 0;
+    /// What a link leads to; an empty path means the directory's own descriptor. Whatever file
+    /// system that is, it is not asked: of one that is not local the status may be old.
+    virtual Result<FileOnMount> fileAt(int directory, const std::string& path) = 0;
     /// The magic number of the file system that a descriptor stands on.
     virtual Result<std::uint64_t> fileSystemMagic(int fd) = 0;
     /// Bytes read at `offset`; 0 at the end.
@@ -62,7 +61,7 @@ public:
     Result<UniqueFd> open(int directory, const std::string& path, int flags) override;
     Result<struct stat> status(int fd) override;
     Result<struct stat> statusAt(int directory, const std::string& path) override;
-    Result<FileIdentity> identityAt(int directory, const std::string& path) override;
+    Result<FileOnMount> fileAt(int directory, const std::string& path) override;
     Result<std::uint64_t> fileSystemMagic(int fd) override;
     Result<std::size_t> read(int fd, std::uint64_t offset, std::span<char> buffer) override;
     Result<bool> hasEnded(int pidfd) override;

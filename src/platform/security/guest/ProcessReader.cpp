@@ -47,8 +47,29 @@ tl::expected<std::string, Error> ProcessReader::textAt(int directory, const std:
     });
 }
 
+tl::expected<std::string, Error> ProcessReader::smallTextAt(int directory,
+                                                            const std::string& path) {
+    constexpr std::size_t kMost = 16384;
+    const auto file = openAt(directory, path, O_RDONLY);
+    if (!file) {
+        return tl::unexpected(file.error());
+    }
+    std::string text(kMost, '\0');
+    const auto bytes = system_.read(file->get(), 0, text);
+    if (!bytes) {
+        return tl::unexpected(codeSigningSystemError(path, bytes.error()));
+    }
+    if (*bytes == kMost) {
+        return tl::unexpected(codeSigningError(codesign_status::kSignatureNotVerifiable,
+                                               fmt::format("{} is too long", path)));
+    }
+    text.resize(*bytes);
+    return text;
+}
+
 tl::expected<DescriptorInfo, Error> ProcessReader::descriptorInfo(int fd) {
-    return textAt(AT_FDCWD, fmt::format("/proc/self/fdinfo/{}", fd)).and_then(parseDescriptorInfo);
+    return smallTextAt(AT_FDCWD, fmt::format("/proc/self/fdinfo/{}", fd))
+        .and_then(parseDescriptorInfo);
 }
 
 tl::expected<UniqueFd, Error> ProcessReader::openAt(int directory, const std::string& path,
@@ -70,29 +91,27 @@ tl::expected<struct stat, Error> ProcessReader::statusAt(int directory, const st
 }
 
 tl::expected<LocatedFile, Error> ProcessReader::locate(int directory, const std::string& path) {
-    auto fd = openAt(directory, path, O_PATH);
-    if (!fd) {
-        return tl::unexpected(std::move(fd.error()));
+    return located(system_.fileAt(directory, path), directory, path);
+}
+
+tl::expected<LocatedFile, Error> ProcessReader::locateOpen(int file, int directory) {
+    return located(system_.fileAt(file, ""), directory, "an open file");
+}
+
+tl::expected<LocatedFile, Error>
+ProcessReader::located(const ProcessFileSystem::Result<FileOnMount>& file, int directory,
+                       std::string_view name) {
+    if (!file) {
+        return tl::unexpected(codeSigningSystemError(name, file.error()));
     }
-    const auto info = descriptorInfo(fd->get());
-    if (!info) {
-        return tl::unexpected(info.error());
-    }
-    const std::optional<std::uint64_t> mount = info->mount;
-    if (!mount) {
-        return tl::unexpected(codeSigningError(codesign_status::kInternalError,
-                                               "the kernel does not tell the mount of a file"));
-    }
-    return fileSystemOfMount(*mount, directory)
-        .map([&, mount = *mount](MountedFileSystem fileSystem) {
-            return LocatedFile{
-                .fd = std::move(*fd), .mount = mount, .fileSystem = std::move(fileSystem)};
-        });
+    return fileSystemOfMount(file->mount, directory).map([&](MountedFileSystem fileSystem) {
+        return LocatedFile{.file = *file, .fileSystem = std::move(fileSystem)};
+    });
 }
 
 tl::expected<MountedFileSystem, Error> ProcessReader::fileSystemOf(int fd) {
     return openAt(AT_FDCWD, "/proc/self", O_PATH | O_DIRECTORY).and_then([&](const UniqueFd& self) {
-        return locate(self.get(), fmt::format("fd/{}", fd)).map([](const LocatedFile& located) {
+        return locateOpen(fd, self.get()).map([](const LocatedFile& located) {
             return located.fileSystem;
         });
     });

@@ -16,8 +16,7 @@ namespace qv {
 
 /// What a link of a process's folder leads to, found without asking its file system anything.
 struct LocatedFile {
-    UniqueFd fd; ///< O_PATH
-    std::uint64_t mount = 0;
+    FileOnMount file;
     MountedFileSystem fileSystem; ///< without a type when the process's mounts do not list it
 };
 
@@ -38,6 +37,8 @@ public:
     /// A whole process file of at most kLongestText bytes; `name` for the error.
     tl::expected<std::string, Error> text(int fd, std::string_view name);
     tl::expected<std::string, Error> textAt(int directory, const std::string& path);
+    /// The same for a small file that the kernel shows at once.
+    tl::expected<std::string, Error> smallTextAt(int directory, const std::string& path);
 
     /// Of a descriptor of our own.
     tl::expected<DescriptorInfo, Error> descriptorInfo(int fd);
@@ -48,11 +49,15 @@ public:
     /// Follows a link of a process's folder (`exe`, `map_files/...`) to the file, whatever the
     /// link's text says, and finds its file system in the process's list of mounts.
     tl::expected<LocatedFile, Error> locate(int directory, const std::string& path);
+    /// The same for a file that is open already, with the folder of the process that has its mount.
+    tl::expected<LocatedFile, Error> locateOpen(int file, int directory);
 
     /// Of a descriptor of our own.
     tl::expected<MountedFileSystem, Error> fileSystemOf(int fd);
 
 private:
+    tl::expected<LocatedFile, Error> located(const ProcessFileSystem::Result<FileOnMount>& file,
+                                             int directory, std::string_view name);
     tl::expected<MountedFileSystem, Error> fileSystemOfMount(std::uint64_t mount, int directory);
 
     ProcessFileSystem& system_;

@@ -66,6 +66,13 @@ bool SignatureTrailer::isELF(std::string_view head) noexcept {
                             "ELF"); // two literals: E and F are digits
 }
 
+bool SignatureTrailer::isPresent(int fd, off_t size) {
+    Footer footer{};
+    const auto end = static_cast<std::uint64_t>(size);
+    return end >= kFooterSize &&
+           (readExactly(fd, end - kFooterSize, footer) != 0 || hasMagic(footer));
+}
+
 tl::expected<SignatureTrailer, SignatureFailure> SignatureTrailer::read(int fd,
                                                                         std::uint64_t size) {
     if (size < kFooterSize) {

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <sys/types.h>
 
 namespace qv {
 
@@ -28,6 +29,10 @@ struct SignatureTrailer {
     /// kSignatureInvalid for what is out of bounds, covers no ELF file or covers another trailer,
     /// kErrnoBase + errno when reading fails.
     static tl::expected<SignatureTrailer, SignatureFailure> read(int fd, std::uint64_t size);
+
+    /// A file of `size` bytes ends like a trailer; whatever the rest of it is worth. So does one
+    /// that cannot be read.
+    [[nodiscard]] static bool isPresent(int fd, off_t size);
 
     /// What has to follow the covered range. Both parts must be within kLongestPart.
     [[nodiscard]] std::string encoded() const;
