@@ -132,9 +132,8 @@ std::string dropPrivileges(unsigned user) {
     if (::prctl(PR_SET_DUMPABLE, 0, 0, 0, 0) != 0) {
         return failure("not dumpable", errno);
     }
-    for (const auto& [resource, most] : {std::pair{RLIMIT_CORE, rlim_t{0}},
-                                         {RLIMIT_FSIZE, rlim_t{0}},
-                                         {RLIMIT_NOFILE, kDescriptors}}) {
+    for (const auto& [resource, most] :
+         {std::pair{RLIMIT_CORE, rlim_t{0}}, {RLIMIT_NOFILE, kDescriptors}}) {
         const rlimit limit{.rlim_cur = most, .rlim_max = most};
         if (::setrlimit(resource, &limit) != 0) {
             return failure("resource limits", errno);

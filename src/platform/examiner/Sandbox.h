@@ -8,7 +8,7 @@ namespace qv::examiner {
 // could not be given up, in words; empty when everything was.
 
 /// Root's identity where it has it, for that of `user`, a number; every privilege, also of what
-/// it might execute; memory that others could look into; files, cores, more than a few descriptors.
+/// it might execute; memory that others could look into; cores, more than a few descriptors.
 [[nodiscard]] std::string dropPrivileges(unsigned user);
 
 /// All system calls but those that it takes to wait for connections and to start and reap
