@@ -1,0 +1,37 @@
+// What the examiner and the service say to each other: an examiner that was taken over may answer
+// anything, and what is read of it must read the same again.
+
+#include "platform/security/StaticCode.h"
+#include "platform/security/TrustAnchors.h"
+#include "platform/security/examination/ExaminationWire.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <string_view>
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    const std::string_view bytes(reinterpret_cast<const char*>(data), size);
+    qv::ExaminationFrameReader reader(qv::kLongestReply);
+    const std::size_t half = size / 2;
+    auto complete = reader.take(bytes.substr(0, half));
+    if (complete && !*complete) {
+        complete = reader.take(bytes.substr(half));
+    }
+    if (!complete || !*complete) {
+        return 0;
+    }
+    const auto content = reader.content();
+    if (!content) {
+        return 0;
+    }
+    if (const auto code = qv::StaticCode::decoded(*content)) {
+        const auto again = qv::StaticCode::decoded(code->encoded());
+        if (!again || qv::examinationFrame(again->encoded(), qv::kLongestReply) !=
+                          qv::examinationFrame(code->encoded(), qv::kLongestReply)) {
+            std::abort();
+        }
+    }
+    static_cast<void>(qv::AnchorSet::decoded(*content));
+    return 0;
+}
