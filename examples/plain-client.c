@@ -1,6 +1,6 @@
 /*
- * A client of the service in one file of plain C, without any library of ours: what it knows comes
- * from docs/protocol.md.
+ * A client of the service in plain C, without any library of ours: what it knows comes from
+ * docs/protocol.md.
  *
  *     plain-client SCRIPT [SOCKET]      sends a script, prints how it went
  * Exit status: 0 the script succeeded, 1 it failed, 2 there was no answer.
@@ -9,6 +9,7 @@
  * caller hands it makes every caller root. A real client carries its script within it.
  */
 #define _GNU_SOURCE
+#include "launch-duties.h"
 #include <errno.h>
 #include <inttypes.h>
 #include <stdbool.h>
@@ -30,11 +31,15 @@ static _Noreturn void give_up(const char* what, const char* why) {
     exit(2);
 }
 
+static void insist(bool holds, const char* what, const char* why) {
+    if (!holds) {
+        give_up(what, why);
+    }
+}
+
 static void* allocate(size_t size) {
     void* memory = malloc(size + 1); /* none for nothing would look like a failure */
-    if (memory == NULL) {
-        give_up("memory", strerror(ENOMEM));
-    }
+    insist(memory != NULL, "memory", strerror(ENOMEM));
     return memory;
 }
 
@@ -351,14 +356,10 @@ static bool print_result(const Object* reply_data) {
 
 static int connect_to(const char* path) {
     struct sockaddr_un address = {.sun_family = AF_UNIX};
-    if (strlen(path) >= sizeof address.sun_path) {
-        give_up(path, strerror(ENAMETOOLONG));
-    }
+    insist(strlen(path) < sizeof address.sun_path, path, strerror(ENAMETOOLONG));
     memcpy(address.sun_path, path, strlen(path) + 1);
     const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    /* Once connected, the group that marks a cleanly started client has done its work. */
-    if (fd < 0 || connect(fd, (const struct sockaddr*)&address, sizeof address) != 0 ||
-        setresgid(getgid(), getgid(), getgid()) != 0) {
+    if (fd < 0 || connect(fd, (const struct sockaddr*)&address, sizeof address) != 0) {
         give_up(path, strerror(errno));
     }
     return fd;
@@ -395,9 +396,8 @@ static Object receive_frame(int fd, List* list, int kind, uint64_t sequence,
     }
     uint8_t* body = allocate((size_t)length);
     transfer(fd, body, (size_t)length, false, otherwise);
-    if (!open_list(list, body, (size_t)length)) {
-        give_up("service", "sent a frame whose body is no binary property list");
-    }
+    insist(open_list(list, body, (size_t)length), "service",
+           "sent a frame whose body is no binary property list");
     return object_at(list, list->root);
 }
 
@@ -466,26 +466,25 @@ static uint8_t* read_file(const char* path, uint32_t* size) {
     FILE* file = fopen(path, "rbe");
     uint8_t* bytes = allocate(most);
     *size = file == NULL ? 0 : (uint32_t)fread(bytes, 1, most, file);
-    if (file == NULL || ferror(file) != 0 || fgetc(file) != EOF) {
-        give_up(path, "cannot be read or is too long");
-    }
+    insist(file != NULL && ferror(file) == 0 && fgetc(file) == EOF, path,
+           "cannot be read or is too long");
     fclose(file);
     return bytes;
 }
 
 int main(int argc, char** argv) {
-    if (argc < 2 || argc > 3) {
-        give_up("usage", "plain-client SCRIPT [SOCKET]");
-    }
+    const char* why = prepare_launch();
+    insist(why == NULL, "this process", why);
+    insist(argc == 2 || argc == 3, "usage", "plain-client SCRIPT [SOCKET]");
     uint32_t size = 0;
     uint8_t* script = read_file(argv[1], &size);
     const int fd = connect_to(argc == 3 ? argv[2] : DEFAULT_SOCKET);
+    why = give_up_group(); /* connected, it has done its work */
+    insist(why == NULL, "this process", why);
     List greeting;
     const Object hello = receive_frame(fd, &greeting, GREETING, 0, "not accepted");
     const Object nonce = value_for(&greeting, &hello, "nonce");
-    if (nonce.kind != DATA || nonce.count != NONCE_SIZE) {
-        give_up("service", "sent no nonce");
-    }
+    insist(nonce.kind == DATA && nonce.count == NONCE_SIZE, "service", "sent no nonce");
     const Writer request = request_frame(script, size, nonce.payload);
     transfer(fd, request.bytes, request.size, true, "closed before the request was sent");
     List list;

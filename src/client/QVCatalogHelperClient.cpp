@@ -2,13 +2,13 @@
 
 #include "platform/foundation/archive/KeyedUnarchiver.h"
 #include "platform/foundation/plist/PropertyList.h"
+#include "platform/foundation/process/LaunchMark.h"
 #include "platform/foundation/values/Conversions.h"
 #include "platform/foundation/values/Exception.h"
 #include "platform/xpc/ClientConnection.h"
 
 #include <fmt/format.h>
 
-#include <optional>
 #include <utility>
 
 namespace qv {
@@ -19,11 +19,31 @@ struct QVCatalogHelperClient::State {
 
 namespace {
 
-Error noReply(std::string_view why) {
-    return Error::withDescription(xpc::kClientErrorDomain,
-                                  static_cast<std::int64_t>(xpc::ClientErrorCode::protocol),
-                                  fmt::format("The service's reply cannot be read: {}", why));
+Error clientError(xpc::ClientErrorCode code, std::string_view text) {
+    return Error::withDescription(xpc::kClientErrorDomain, static_cast<std::int64_t>(code), text);
 }
+
+Error noReply(std::string_view why) {
+    return clientError(xpc::ClientErrorCode::protocol,
+                       fmt::format("The service's reply cannot be read: {}", why));
+}
+
+Error unfit(std::string_view why) {
+    return clientError(xpc::ClientErrorCode::unfit,
+                       fmt::format("This process cannot be a client of the service: {}.", why));
+}
+
+/// However connecting ends, by an exception as well, the group that marks this process does not
+/// outlast it.
+class MarkUntilConnected {
+public:
+    MarkUntilConnected() = default;
+    ~MarkUntilConnected() { static_cast<void>(giveUpLaunchMark()); }
+    MarkUntilConnected(const MarkUntilConnected&) = delete;
+    MarkUntilConnected& operator=(const MarkUntilConnected&) = delete;
+    MarkUntilConnected(MarkUntilConnected&&) = delete;
+    MarkUntilConnected& operator=(MarkUntilConnected&&) = delete;
+};
 
 } // namespace
 
@@ -37,7 +57,18 @@ QVCatalogHelperClient::~QVCatalogHelperClient() = default;
 
 tl::expected<QVCatalogHelperClient, Error>
 QVCatalogHelperClient::connect(const std::string& socketPath) {
+    if (launchMark() == LaunchMark::givenUp) {
+        return tl::unexpected(unfit("this process has given up its client group, as it must once "
+                                    "it has tried to connect; start the program anew"));
+    }
+    const MarkUntilConnected mark;
+    if (const Error error = prepareMarkedProcess()) {
+        return tl::unexpected(unfit(error.localizedDescription()));
+    }
     auto connection = xpc::ClientConnection::connect(socketPath);
+    if (const Error error = giveUpLaunchMark()) {
+        return tl::unexpected(unfit(error.localizedDescription()));
+    }
     if (!connection) {
         return tl::unexpected(connection.error());
     }
@@ -68,20 +99,24 @@ QVCatalogHelperClient::executeScriptData(std::string_view propertyList) {
 
 QVCatalogScript::PriviledgedExecutionBlock
 QVCatalogHelperClient::priviledgedExecutionBlock(std::string socketPath) {
-    auto client = std::make_shared<std::optional<QVCatalogHelperClient>>();
+    // Without a client its error is why connecting has failed, or none: it is to be tried.
+    auto client =
+        std::make_shared<tl::expected<QVCatalogHelperClient, Error>>(tl::unexpected(Error()));
+    if (launchMark() == LaunchMark::held) {
+        *client = connect(socketPath);
+    }
     return [client, path = std::move(socketPath)](QVCatalogScript& /*script*/, const Value& steps,
                                                   Error* error, const Value** errorScriptStep) {
+        if (!*client && !client->error()) {
+            *client = connect(path);
+        }
         if (!*client) {
-            auto fresh = connect(path);
-            if (!fresh) {
-                *error = fresh.error();
-                return;
-            }
-            client->emplace(std::move(*fresh));
+            *error = std::exchange(client->error(), Error());
+            return;
         }
         const auto outcome = (*client)->executeScript(steps);
         if (!outcome) {
-            client->reset();
+            *client = tl::unexpected(Error());
             *error = outcome.error();
             return;
         }

@@ -14,6 +14,7 @@ enum class ClientErrorCode : std::uint8_t {
     interrupted = 3, ///< closed before the reply; whether the request was obeyed is not known
     protocol = 4,    ///< what came is no message of this service, or the request is none
     timedOut = 5,    ///< the caller's deadline passed; the connection is of no more use
+    unfit = 6,       ///< this process is in no state to be a client, or has given up its group
 };
 
 } // namespace qv::xpc

@@ -1,5 +1,10 @@
 #include "platform/foundation/process/ProcessState.h"
 
+#include "platform/foundation/files/UniqueFd.h"
+
+#include <fmt/format.h>
+
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
@@ -10,41 +15,52 @@ namespace qv {
 
 namespace {
 
-void resetSignals() {
+void resetDispositions() {
     for (int number = 1; number < NSIG; ++number) {
         // SIGKILL, SIGSTOP and the C library's own signals refuse, and need no reset.
         auto* const handler = number == SIGPIPE ? SIG_IGN : SIG_DFL;
         static_cast<void>(std::signal(number, handler)); // NOLINT: no other thread is there yet
     }
-    sigset_t none{};
-    ::sigemptyset(&none);
-    // NOLINTNEXTLINE(concurrency-mt-unsafe): as above
-    if (::sigprocmask(SIG_SETMASK, &none, nullptr) != 0) {
-        std::abort();
-    }
-}
-
-// With one of them closed, the next file that is opened would take its number and get the
-// diagnostics of this program or of a tool that it starts.
-void openStandardDescriptors() {
-    for (int number = STDIN_FILENO; number <= STDERR_FILENO; ++number) {
-        if (::fcntl(number, F_GETFD) >= 0) {
-            continue;
-        }
-        const int fd = ::open("/dev/null", O_RDWR | O_CLOEXEC); // the lowest free number
-        if (fd != number || ::fcntl(fd, F_SETFD, 0) != 0) {
-            std::abort();
-        }
-    }
 }
 
 } // namespace
 
+Error openStandardDescriptors() {
+    // With one of them closed, the next file that is opened would take its number and get the
+    // diagnostics of this program or of a tool that it starts.
+    for (int number = STDIN_FILENO; number <= STDERR_FILENO; ++number) {
+        if (::fcntl(number, F_GETFD) >= 0) {
+            continue;
+        }
+        UniqueFd null(::open("/dev/null", O_RDWR | O_CLOEXEC)); // the lowest free number
+        if (!null || (null.get() == number && ::fcntl(number, F_SETFD, 0) != 0)) {
+            return Error::withDescription(
+                error_domain::kPOSIX, errno,
+                fmt::format("descriptor {} is closed, and /dev/null cannot be opened in its place",
+                            number));
+        }
+        if (null.get() == number) {
+            static_cast<void>(null.release()); // it stays open
+        } // else another thread has been quicker to take the number
+    }
+    return {};
+}
+
+Error unblockSignals() {
+    sigset_t none{};
+    ::sigemptyset(&none);
+    const int status = ::pthread_sigmask(SIG_SETMASK, &none, nullptr);
+    return status == 0 ? Error() : Error::posix(status);
+}
+
+void resetFileModeMask() { ::umask(S_IWGRP | S_IWOTH); }
+
 void sanitizeProcess() {
-    openStandardDescriptors();
-    resetSignals();
-    ::umask(S_IWGRP | S_IWOTH);
-    if (::chdir("/") != 0) {
+    const bool open = !openStandardDescriptors();
+    resetDispositions();
+    const bool unblocked = !unblockSignals();
+    resetFileModeMask();
+    if (!open || !unblocked || ::chdir("/") != 0) {
         std::abort();
     }
 }

@@ -1,0 +1,43 @@
+#pragma once
+
+#include "platform/foundation/values/Error.h"
+
+#include <cstdint>
+
+namespace qv {
+
+/// The group by which this process can prove that it was started cleanly. An installed client's
+/// executable is set-group-id to a group without members: the kernel gives that group only under
+/// its rules for privileged programs (no preloaded library, no tracer), so whoever connects with
+/// it has been started cleanly, whatever his starter wanted. A child would inherit it, and a child
+/// that its user controls could start the client again as he likes: the group must be gone before
+/// anything is executed.
+enum class LaunchMark : std::uint8_t {
+    none,    ///< not started set-group-id
+    held,    ///< started set-group-id, and the group is there
+    givenUp, ///< started set-group-id, but the group is gone, which is for good
+};
+
+/// Judged by the groups that the kernel started this process with (AT_GID and AT_EGID,
+/// getauxval(3)) and those that it has now. Whether it is the group of any service is not known
+/// here.
+[[nodiscard]] LaunchMark launchMark() noexcept;
+
+/// In a process that holds a mark, puts right what its starter chose, for the time that it connects
+/// and after:
+/// - not dumpable, no core file (RLIMIT_CORE 0, for good);
+/// - soft limits below what is usual are raised to that, at most to their hard limits: NOFILE to
+///   1024, STACK to 8 MiB, FSIZE, AS and DATA to no limit;
+/// - SIGXFSZ ignored if it was at its default; the calling thread's signal mask emptied;
+/// - /dev/null where descriptor 0, 1 or 2 is closed; file-mode mask 022.
+/// An error (NSPOSIXErrorDomain, with a text) says what cannot be put right, such as a hard limit
+/// that is too low to work with. In other processes it does nothing.
+[[nodiscard]] Error prepareMarkedProcess();
+
+/// Gives up the mark of all threads for good: real, effective and saved group are the real one
+/// afterwards, supplementary groups stay, and the process is at no moment dumpable. An error
+/// (NSPOSIXErrorDomain, with a text) if that does not hold. In processes without a mark it does
+/// nothing.
+[[nodiscard]] Error giveUpLaunchMark();
+
+} // namespace qv
