@@ -94,7 +94,7 @@ struct ClientVerification::Examination::Work {
     DeferringExaminer& examiner;
     std::chrono::milliseconds time;
     DeferringExaminer::Program program;
-    std::optional<ExaminerCall> call; // once begun
+    std::unique_ptr<ExaminerCall> call; // once begun
 };
 
 ClientVerification::Examination::Examination(std::unique_ptr<Work> work) noexcept
@@ -127,7 +127,7 @@ tl::expected<void, std::string> ClientVerification::Examination::begin(const std
     if (!call) {
         return tl::unexpected(call.error());
     }
-    work_->call.emplace(std::move(*call));
+    work_->call = std::make_unique<ExaminerCall>(std::move(*call));
     return {};
 }
 
@@ -141,7 +141,7 @@ std::unique_ptr<ClientVerification::Examination> ClientVerification::takeExamina
         Examination::Work{.examiner = parts_->examiner,
                           .time = parts_->configuration.lookupTime,
                           .program = std::move(*program),
-                          .call = std::nullopt})));
+                          .call = nullptr})));
 }
 
 ClientVerification::ClientVerification() : parts_(std::make_unique<Parts>(clientGroupID())) {}

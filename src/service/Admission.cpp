@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <iterator>
 #include <new>
 #include <sys/epoll.h>
 #include <utility>
@@ -54,7 +55,9 @@ Admission::Admission(xpc::MainQueue& queue, ClientVerification& verification,
                      [](std::string_view record) { log::write(log::Priority::notice, record); }) {}
 
 void Admission::judge(const std::shared_ptr<xpc::Connection>& connection) {
-    settle(candidates_.insert(candidates_.end(), Candidate{.connection = connection}));
+    Candidate& candidate = candidates_.emplace_back();
+    candidate.connection = connection;
+    settle(std::prev(candidates_.end()));
 }
 
 void Admission::settle(Candidates::iterator candidate) {

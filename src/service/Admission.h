@@ -38,9 +38,9 @@ private:
     struct Candidate {
         std::shared_ptr<xpc::Connection> connection;
         /// Under way; null: it waits for its turn.
-        std::unique_ptr<ClientVerification::Examination> examination = nullptr;
-        xpc::EventSource source = {};
-        xpc::EventSource timer = {};
+        std::unique_ptr<ClientVerification::Examination> examination;
+        xpc::EventSource source;
+        xpc::EventSource timer;
     };
     using Candidates = std::list<Candidate>;
     enum class Verdict : std::uint8_t { accepted, rejected, open };

@@ -50,7 +50,7 @@ public:
         return script_.validity;
     }
 
-    bool isUnchanged() const override { return true; }
+    [[nodiscard]] bool isUnchanged() const override { return true; }
 
 private:
     Script& script_;

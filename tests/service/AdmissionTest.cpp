@@ -3,14 +3,10 @@
 
 #include "service/ServiceTest.h"
 
-#include <gmock/gmock.h>
-
 #include <csignal>
 
 namespace qv::test {
 namespace {
-
-using testing::HasSubstr;
 
 class Admission : public ServiceTest {
 protected:

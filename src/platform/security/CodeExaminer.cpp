@@ -16,8 +16,10 @@ CodeExaminer::Code CodeExaminer::examine(int fd, Deadline deadline) {
         return std::make_shared<const StaticCode>(
             StaticCode::examine(fd, {.anchors = *anchors, .deadline = deadline}));
     }
-    Code known = cache_.find(*file);
-    return known ? known : judge(fd, *file, anchors, deadline);
+    if (Code known = cache_.find(*file)) {
+        return known;
+    }
+    return judge(fd, *file, anchors, deadline);
 }
 
 CodeExaminer::Code CodeExaminer::judge(int fd, const FileKey& file, const Anchors& anchors,

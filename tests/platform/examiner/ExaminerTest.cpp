@@ -67,6 +67,9 @@ protected:
         address.sun_family = AF_UNIX;
         socketPath().copy(static_cast<char*>(address.sun_path), sizeof address.sun_path - 1);
         const UniqueFd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        if (!socket) {
+            return "no socket";
+        }
         EXPECT_EQ(
             ::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address),
             0);

@@ -6,6 +6,8 @@
 #include <gtest/gtest.h>
 
 #include "SignatureFixture.h"
+#include <algorithm>
+#include <array>
 #include <fcntl.h>
 #include <set>
 #include <unistd.h>
@@ -181,14 +183,13 @@ public:
 
     [[nodiscard]] std::uint64_t size() const { return bytes_.size(); }
     [[nodiscard]] bool isInCertificate(std::uint64_t byte, const TestAuthority& signers) const {
-        for (const TestIdentity* each : {&signers.leaf, &signers.intermediate, &signers.root}) {
+        const auto holdsIt = [&](const TestIdentity* each) {
             const std::string der = derOf(i2d_X509, each->certificate());
             const std::size_t begin = bytes_.find(der);
-            if (begin <= byte && byte < begin + der.size()) {
-                return true;
-            }
-        }
-        return false;
+            return begin <= byte && byte < begin + der.size();
+        };
+        return std::ranges::any_of(std::array{&signers.leaf, &signers.intermediate, &signers.root},
+                                   holdsIt);
     }
     StaticCode flipped(std::uint64_t byte, unsigned bit) const {
         const char changed = static_cast<char>(bytes_[byte] ^ (1 << bit));

@@ -125,6 +125,7 @@ Value AnchorSet::encoded() const {
         certificates.push_back(Value::dictionary(std::move(entry)));
     }
     std::vector<Value> revoked;
+    revoked.reserve(revoked_.size());
     for (const std::string& digest : revoked_) {
         revoked.push_back(Value::data(digest));
     }
