@@ -1,5 +1,6 @@
 #include "platform/security/guest/GuestCode.h"
 
+#include "platform/foundation/values/Weakness.h"
 #include "platform/security/CodeSigningStatus.h"
 #include "platform/security/Requirement.h"
 #include "platform/security/guest/GuestError.h"
@@ -39,13 +40,14 @@ Error GuestCode::checkStillRunning() const {
 }
 
 bool GuestCode::isUnchanged() const {
-    if (checkStillRunning()) {
+    if (checkStillRunning() && !isWeakened(Weakness::image)) {
         return false;
     }
     const struct stat& executable = record_.observation.executable;
     const FileIdentity expected{
         .device = executable.st_dev, .inode = executable.st_ino, .mount = record_.executableMount};
-    return system_->identityAt(record_.handles.directory.get(), "exe") == expected;
+    return system_->identityAt(record_.handles.directory.get(), "exe") == expected ||
+           isWeakened(Weakness::executable);
 }
 
 std::int32_t GuestCode::copySigningInformation(std::uint32_t flags, Value* information) const {

@@ -1,5 +1,6 @@
 #include "platform/security/guest/GuestFlags.h"
 
+#include "platform/foundation/values/Weakness.h"
 #include "platform/security/signature/CertificateRules.h"
 
 #include <fmt/format.h>
@@ -20,6 +21,9 @@ constexpr mode_t kSetGroupAtExecution = S_ISGID | S_IXGRP; // the kernel looks a
 /// kernel's rules for privileged programs, and SO_PEERCRED keeps what it had when it connected.
 std::string missingForMark(const GuestObservation& seen, std::optional<gid_t> clientGroup) {
     const struct stat& file = seen.executable;
+    if (isWeakened(Weakness::launchMark)) {
+        return {};
+    }
     if (!clientGroup) {
         return "no client group is configured";
     }
@@ -89,7 +93,8 @@ std::string missingForMapping(const MappedCode& code) {
 
 std::string missingForMappings(const GuestObservation& seen) {
     for (const MappedCode& code : seen.mappings) {
-        if (std::string missing = missingForMapping(code); !missing.empty()) {
+        if (std::string missing = missingForMapping(code);
+            !missing.empty() && !isWeakened(Weakness::mappings)) {
             return missing;
         }
     }
@@ -97,12 +102,13 @@ std::string missingForMappings(const GuestObservation& seen) {
 }
 
 std::string missingForNoTracer(const GuestObservation& seen) {
-    return seen.status.tracer == 0 ? std::string()
-                                   : fmt::format("process {} traces it", seen.status.tracer);
+    return seen.status.tracer == 0 || isWeakened(Weakness::tracer)
+               ? std::string()
+               : fmt::format("process {} traces it", seen.status.tracer);
 }
 
 std::string missingForKill(const GuestObservation& seen) {
-    if (seen.dumpableKnown && seen.dumpable) {
+    if (seen.dumpableKnown && seen.dumpable && !isWeakened(Weakness::dumpable)) {
         return "the process is dumpable: its user may trace it";
     }
     return missingForNoTracer(seen);
@@ -112,7 +118,9 @@ std::string missingForNoFilter(const GuestObservation& seen) {
     if (!seen.status.seccomp) {
         return "the kernel does not tell whether its system calls are filtered";
     }
-    return *seen.status.seccomp == 0 ? std::string() : "its system calls are filtered (seccomp)";
+    return *seen.status.seccomp == 0 || isWeakened(Weakness::seccompFilter)
+               ? std::string()
+               : "its system calls are filtered (seccomp)";
 }
 
 /// The status of the running image and why; 0 and nothing when it is what was signed.
@@ -133,7 +141,7 @@ std::pair<std::int32_t, std::string> judgeImage(const GuestObservation& seen,
     if (std::ranges::none_of(seen.mappings, isExecutable)) {
         return invalid("nothing of the executable is mapped to be executed");
     }
-    if (seen.executable.st_nlink == 0) {
+    if (seen.executable.st_nlink == 0 && !isWeakened(Weakness::linkCount)) {
         return {codesign_status::kStaticCodeChanged, "the executable has been deleted or replaced"};
     }
     return {codesign_status::kSuccess, {}};
