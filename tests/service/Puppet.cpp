@@ -4,10 +4,7 @@
 
 #include <fmt/format.h>
 
-#include <array>
-#include <poll.h>
 #include <stdexcept>
-#include <sys/socket.h>
 
 namespace qv::test {
 
@@ -36,53 +33,8 @@ std::string bytesOf(std::string_view hex) {
 std::filesystem::path Puppet::signedProgram() { return QV_LIVE_PROGRAMS "/wire_puppet"; }
 std::filesystem::path Puppet::unsignedProgram() { return QV_WIRE_PUPPET; }
 
-Puppet::Puppet(const std::filesystem::path& program) {
-    std::array<int, 2> ends{};
-    if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0) {
-        throw std::runtime_error("no strings for the puppet");
-    }
-    strings_ = UniqueFd(ends[0]);
-    const UniqueFd itsEnd(ends[1]);
-    process_ = std::make_unique<StartedProgram>(
-        ProgramStart{.command = {program}, .standard = {itsEnd.get(), itsEnd.get(), itsEnd.get()}});
-}
-
-void Puppet::begin(std::string_view command) {
-    std::string line = std::string(command) + "\n";
-    for (std::string_view rest = line; !rest.empty();) {
-        const ssize_t count = ::send(strings_.get(), rest.data(), rest.size(), MSG_NOSIGNAL);
-        if (count <= 0) {
-            throw std::runtime_error("the puppet has ended");
-        }
-        rest.remove_prefix(static_cast<std::size_t>(count));
-    }
-}
-
-std::string Puppet::answer() {
-    for (;;) {
-        if (const std::size_t end = unread_.find('\n'); end != std::string::npos) {
-            std::string line = unread_.substr(0, end);
-            unread_.erase(0, end + 1);
-            return line;
-        }
-        // A little more than the puppet's own patience.
-        constexpr auto kMost = std::chrono::milliseconds(kPatience + std::chrono::seconds(10));
-        pollfd entry{.fd = strings_.get(), .events = POLLIN, .revents = 0};
-        std::array<char, 65536> piece{};
-        const ssize_t count = ::poll(&entry, 1, static_cast<int>(kMost.count())) == 1
-                                  ? ::recv(strings_.get(), piece.data(), piece.size(), 0)
-                                  : 0;
-        if (count <= 0) {
-            throw std::runtime_error("the puppet does not answer");
-        }
-        unread_.append(piece.data(), static_cast<std::size_t>(count));
-    }
-}
-
-std::string Puppet::order(std::string_view command) {
-    begin(command);
-    return answer();
-}
+Puppet::Puppet(const std::filesystem::path& program)
+    : program_(ProgramStart{.command = {program}}) {}
 
 bool Puppet::connect(const std::string& socketPath) {
     if (const std::string result = order("connect " + socketPath); result != "connected") {
@@ -184,15 +136,15 @@ std::optional<ScriptOutcome> Puppet::execute(const Value& steps) {
 }
 
 void Puppet::finish() {
-    strings_.reset();
-    if (process_->wait() != 0) {
+    program_.endInput();
+    if (process().wait() != 0) {
         throw std::runtime_error("the puppet did not end well");
     }
 }
 
 void Puppet::kill() {
-    process_->kill();
-    static_cast<void>(process_->wait());
+    process().kill();
+    static_cast<void>(process().wait());
 }
 
 } // namespace qv::test

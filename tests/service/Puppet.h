@@ -2,11 +2,10 @@
 
 #include "client/QVCatalogHelperClient.h"
 #include "platform/xpc/wire/Frame.h"
-#include "support/StartedProgram.h"
+#include "support/LedProgram.h"
 #include "support/TemporaryDirectory.h"
 
 #include <filesystem>
-#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -22,10 +21,10 @@ public:
     [[nodiscard]] static std::filesystem::path unsignedProgram();
 
     /// Gives a command and waits for its answer.
-    std::string order(std::string_view command);
+    std::string order(std::string_view command) { return program_.order(command); }
     /// The same in two halves.
-    void begin(std::string_view command);
-    std::string answer();
+    void begin(std::string_view command) { program_.begin(command); }
+    std::string answer() { return program_.answer(); }
 
     /// Connects and reads the greeting; false when the service closed instead.
     bool connect(const std::string& socketPath);
@@ -52,15 +51,13 @@ public:
     /// Ends in an orderly way, or not; the process is gone for good afterwards.
     void finish();
     void kill();
-    [[nodiscard]] StartedProgram& process() { return *process_; }
-    [[nodiscard]] pid_t pid() const { return process_->pid(); }
+    [[nodiscard]] StartedProgram& process() { return program_.process(); }
+    [[nodiscard]] pid_t pid() const { return program_.pid(); }
     [[nodiscard]] const std::string& nonce() const { return nonce_; }
 
 private:
     TemporaryDirectory folder_;
-    UniqueFd strings_;
-    std::unique_ptr<StartedProgram> process_;
-    std::string unread_;
+    LedProgram program_;
     std::string nonce_;
 };
 

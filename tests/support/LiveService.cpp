@@ -11,6 +11,7 @@
 #include <sys/un.h>
 #include <system_error>
 #include <unistd.h>
+#include <utility>
 
 namespace qv::test {
 
@@ -50,7 +51,17 @@ UniqueFd listenAt(const std::string& path) {
     return fd;
 }
 
-LiveService::LiveService(Listener listener) {
+LiveService::LiveService(Listener listener)
+    : LiveService(listener,
+                  {.command = {QV_SERVICE_PROGRAM},
+                   // A sanitizer that keeps freed memory would hide what the service itself holds.
+                   .environment = {"ASAN_OPTIONS=quarantine_size_mb=1"}}) {}
+
+LiveService::LiveService(std::string program, std::vector<std::string> environment)
+    : LiveService(Listener::handedOver,
+                  {.command = {std::move(program)}, .environment = std::move(environment)}) {}
+
+LiveService::LiveService(Listener listener, ProgramStart start) {
     require(::chmod(folder_.path().c_str(), 0755) == 0, "folder"); // anybody may connect
     UniqueFd socket = listener == Listener::notListening
                           ? UniqueFd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0))
@@ -61,15 +72,10 @@ LiveService::LiveService(Listener listener) {
                      .standard = {-1, printed_.write.get(), printed_.write.get()},
                      .listener = examinerSocket_.get(),
                      .listenerName = "com.larkwen.qvcatalog.examiner"});
-    const bool handedOver = listener != Listener::missing;
-    program_ = std::make_unique<StartedProgram>(ProgramStart{
-        .command = {QV_SERVICE_PROGRAM},
-        // A sanitizer that keeps freed memory would hide what the service itself holds.
-        .environment = {"ASAN_OPTIONS=quarantine_size_mb=1"},
-        .standard = {-1, printed_.write.get(), printed_.write.get()},
-        .listener = handedOver ? socket.get() : -1,
-        .listenerName =
-            std::string(listener == Listener::misnamed ? "another.service" : kServiceName)});
+    start.standard = {-1, printed_.write.get(), printed_.write.get()};
+    start.listener = listener != Listener::missing ? socket.get() : -1;
+    start.listenerName = listener == Listener::misnamed ? "another.service" : kServiceName;
+    program_ = std::make_unique<StartedProgram>(start);
     printed_.write.reset();
     collector_ = std::thread([this] { collect(); });
 }

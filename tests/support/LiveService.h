@@ -14,13 +14,15 @@
 namespace qv::test {
 
 /// The service of this build as its manager would start it: its listening socket, in a temporary
-/// folder, is handed over, its examiner listens beside it; what all print is caught. Stopped at the latest with its
-/// owner.
+/// folder, is handed over, its examiner listens beside it; what all print is caught. Stopped at the
+/// latest with its owner.
 class LiveService {
 public:
     enum class Listener : std::uint8_t { handedOver, missing, misnamed, notListening };
 
     explicit LiveService(Listener listener = Listener::handedOver);
+    /// Another build of it, with these variables.
+    LiveService(std::string program, std::vector<std::string> environment);
     LiveService(const LiveService&) = delete;
     LiveService& operator=(const LiveService&) = delete;
     LiveService(LiveService&&) = delete;
@@ -46,6 +48,7 @@ public:
     [[nodiscard]] std::size_t residentKilobytes() const;
 
 private:
+    LiveService(Listener listener, ProgramStart start);
     template <typename Condition> bool waitUntil(const Condition& condition);
     void collect();
     void take(std::string_view piece);

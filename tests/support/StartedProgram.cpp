@@ -4,6 +4,7 @@
 #include <charconv>
 #include <csignal>
 #include <fcntl.h>
+#include <grp.h>
 #include <poll.h>
 #include <stdexcept>
 #include <sys/prctl.h>
@@ -30,7 +31,8 @@ class ChildImage {
 public:
     explicit ChildImage(const ProgramStart& start)
         : words_(start.command), variables_(start.environment), standard_(start.standard),
-          listener_(start.listener), null_(::open("/dev/null", O_RDWR | O_CLOEXEC)) {
+          listener_(start.listener), user_(start.user),
+          null_(::open("/dev/null", O_RDWR | O_CLOEXEC)) {
         if (listener_ >= 0) {
             variables_.emplace_back("LISTEN_FDS=1");
             variables_.push_back("LISTEN_FDNAMES=" + start.listenerName);
@@ -50,8 +52,9 @@ public:
     }
 
     [[noreturn]] void become(pid_t parent) {
-        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-        bool ready = ::getppid() == parent;
+        bool ready = !user_ || becomeUser(*user_);
+        ::prctl(PR_SET_PDEATHSIG, SIGKILL); // which a change of user takes away
+        ready = ready && ::getppid() == parent;
         for (int number = 0; number < kFirstHandedOver; ++number) {
             ready = ready && place(standard_.at(static_cast<std::size_t>(number)), number);
         }
@@ -72,10 +75,16 @@ private:
         return fd == number ? ::fcntl(fd, F_SETFD, 0) == 0 : ::dup2(fd, number) == number;
     }
 
+    static bool becomeUser(uid_t user) {
+        return ::setpgid(0, 0) == 0 && ::setgroups(0, nullptr) == 0 &&
+               ::setresgid(user, user, user) == 0 && ::setresuid(user, user, user) == 0;
+    }
+
     std::vector<std::string> words_;
     std::vector<std::string> variables_;
     std::array<int, 3> standard_;
     int listener_;
+    std::optional<uid_t> user_;
     UniqueFd null_;
     std::vector<char*> arguments_;
     std::vector<char*> environment_;
@@ -87,7 +96,7 @@ int statusOf(const siginfo_t& info) {
 
 } // namespace
 
-StartedProgram::StartedProgram(const ProgramStart& start) {
+StartedProgram::StartedProgram(const ProgramStart& start) : ownGroup_(start.user) {
     ChildImage image(start);
     const pid_t parent = ::getpid();
     pid_ = ::fork();
@@ -96,6 +105,9 @@ StartedProgram::StartedProgram(const ProgramStart& start) {
     }
     if (pid_ == 0) {
         image.become(parent);
+    }
+    if (ownGroup_) {
+        ::setpgid(pid_, pid_); // whoever of the two comes first
     }
     pidfd_ = UniqueFd(static_cast<int>(::syscall(SYS_pidfd_open, pid_, 0)));
     if (!pidfd_) {
@@ -118,7 +130,7 @@ bool StartedProgram::isRunning() const {
 
 void StartedProgram::kill() const {
     if (!status_) {
-        ::kill(pid_, SIGKILL);
+        ::kill(ownGroup_ ? -pid_ : pid_, SIGKILL);
     }
 }
 
@@ -130,6 +142,9 @@ bool StartedProgram::waitForEnd() const {
 
 std::optional<int> StartedProgram::wait() {
     if (!status_ && waitForEnd()) {
+        if (ownGroup_) {
+            kill(); // whom it leaves behind; its number is its own until it is reaped
+        }
         siginfo_t info{};
         if (::waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED) != 0) {
             fail("waitid");

@@ -21,6 +21,9 @@ struct ProgramStart {
     std::array<int, 3> standard = {-1, -1, -1}; ///< borrowed; -1: /dev/null
     int listener = -1; ///< borrowed; handed over as a service manager does, as descriptor 3
     std::string listenerName = {};
+    /// Whom it is to run as, a group of the same number included; then it gets a process group of
+    /// its own, which ends with it.
+    std::optional<uid_t> user = std::nullopt;
 };
 
 /// A program that runs beside the test, killed and reaped at the latest with its owner, and by the
@@ -44,6 +47,7 @@ public:
 
 private:
     pid_t pid_ = -1;
+    bool ownGroup_ = false;
     UniqueFd pidfd_;
     std::optional<int> status_;
 };

@@ -1,6 +1,7 @@
 #include "platform/xpc/Connection.h"
 
 #include "platform/foundation/log/Log.h"
+#include "platform/foundation/values/Weakness.h"
 #include "platform/xpc/wire/SocketIO.h"
 #include "platform/xpc/wire/WireError.h"
 
@@ -223,7 +224,7 @@ std::size_t Connection::readPiece() {
                         cut ? "the peer closed amid a frame" : "the peer has closed"));
         return 0;
     }
-    if (piece->sender != peer().pid) {
+    if (piece->sender != peer().pid && !isWeakened(Weakness::sender)) {
         closeFor(wireError(WireErrorCode::foreignSender,
                            fmt::format("process {} wrote on the connection of process {}",
                                        piece->sender.value_or(0), peer().pid)));
@@ -247,7 +248,7 @@ std::size_t Connection::readPiece() {
 void Connection::handleFrame(const Frame& frame) {
     // A peer that is still there has had its process ID all along: no other process can have sent
     // under that number.
-    if (!peer_.isAlive()) {
+    if (!peer_.isAlive() && !isWeakened(Weakness::peerAlive)) {
         close(ConnectionError::Kind::invalidated,
               wireError(WireErrorCode::peerGone, "the peer has ended"));
         return;
@@ -263,7 +264,8 @@ void Connection::handleFrame(const Frame& frame) {
         return;
     }
     const Value* nonce = dictionary->find("nonce");
-    if (nonce == nullptr || !nonce->is(Value::Kind::data) || nonce->asData() != nonce_) {
+    if ((nonce == nullptr || !nonce->is(Value::Kind::data) || nonce->asData() != nonce_) &&
+        !isWeakened(Weakness::nonce)) {
         closeFor(wireError(WireErrorCode::wrongNonce,
                            "a request does not repeat this connection's nonce"));
         return;

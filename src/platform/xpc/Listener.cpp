@@ -1,6 +1,7 @@
 #include "platform/xpc/Listener.h"
 
 #include "platform/foundation/log/Log.h"
+#include "platform/foundation/values/Weakness.h"
 #include "platform/xpc/wire/WireError.h"
 
 #include <fmt/format.h>
@@ -46,7 +47,7 @@ Error setMessageOptions(int socket) {
     if (::setsockopt(socket, SOL_SOCKET, SO_PASSCRED, &on, sizeof on) != 0) {
         return Error::posix(errno);
     }
-    const int off = 0;
+    const int off = isWeakened(Weakness::passedRights) ? 1 : 0;
     if (::setsockopt(socket, SOL_SOCKET, kPassRights, &off, sizeof off) != 0 &&
         errno != ENOPROTOOPT) { // older kernels: receive() refuses descriptors
         return Error::posix(errno);
@@ -149,7 +150,8 @@ std::string Listener::path() const {
 }
 
 void Listener::onReady() {
-    UniqueFd socket(::accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+    const int mode = isWeakened(Weakness::nonBlocking) ? 0 : SOCK_NONBLOCK;
+    UniqueFd socket(::accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC | mode));
     if (socket) {
         admit(std::move(socket));
         return;
@@ -206,7 +208,8 @@ void Listener::admit(UniqueFd socket) {
     const auto ofUser = std::ranges::count_if(connections_, [&](const auto& connection) {
         return connection->peer().uid == credentials.uid;
     });
-    if (static_cast<std::size_t>(ofUser) >= limits_.connectionsPerUser) {
+    if (static_cast<std::size_t>(ofUser) >= limits_.connectionsPerUser &&
+        !isWeakened(Weakness::usersConnections)) {
         refuse(fmt::format("pid {}: {} of user {} are open", credentials.pid, ofUser,
                            credentials.uid));
         return;

@@ -1,5 +1,6 @@
 #include "platform/xpc/Peer.h"
 
+#include "platform/foundation/values/Weakness.h"
 #include "platform/xpc/wire/WireError.h"
 
 #include <fmt/format.h>
@@ -104,6 +105,9 @@ tl::expected<Peer, Error> Peer::ofSocket(int socket) {
     }
     int fd = -1;
     socklen_t size = sizeof fd;
+    if (isWeakened(Weakness::peerProcess)) {
+        return ofProcess(socket);
+    }
     if (::getsockopt(socket, SOL_SOCKET, kPeerPidfd, &fd, &size) != 0) {
         if (errno == ENOPROTOOPT) {
             return ofProcess(socket);

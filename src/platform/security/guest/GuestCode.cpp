@@ -1,5 +1,6 @@
 #include "platform/security/guest/GuestCode.h"
 
+#include "platform/foundation/values/Weakness.h"
 #include "platform/security/CodeSigningStatus.h"
 #include "platform/security/Requirement.h"
 #include "platform/security/guest/GuestError.h"
@@ -44,12 +45,13 @@ Error GuestCode::checkImage() const {
 
 // An image that can be read is that of a living process.
 bool GuestCode::isUnchanged() const {
-    if (checkImage()) {
+    if (checkImage() && !isWeakened(Weakness::image)) {
         return false;
     }
     const auto shown = system_->fileAt(record_.handles.directory.get(), "exe");
-    return shown && shown->mount == record_.executableMount &&
-           isSameFile(shown->status, record_.observation.executable);
+    return (shown && shown->mount == record_.executableMount &&
+            isSameFile(shown->status, record_.observation.executable)) ||
+           isWeakened(Weakness::executable);
 }
 
 std::int32_t GuestCode::copySigningInformation(std::uint32_t flags, Value* information) const {

@@ -1,6 +1,7 @@
 #include "platform/xpc/wire/SocketIO.h"
 
 #include "platform/foundation/files/UniqueFd.h"
+#include "platform/foundation/values/Weakness.h"
 #include "platform/xpc/wire/WireError.h"
 
 #include <array>
@@ -17,6 +18,8 @@ namespace {
 constexpr std::size_t kDescriptorsTaken = 4;
 constexpr std::size_t kControlSize =
     CMSG_SPACE(sizeof(ucred)) + CMSG_SPACE(kDescriptorsTaken * sizeof(int));
+
+const int kWithoutWaiting = isWeakened(Weakness::nonBlocking) ? 0 : MSG_DONTWAIT;
 
 struct Control {
     std::optional<pid_t> sender;
@@ -54,7 +57,7 @@ Control examine(msghdr& message) {
 } // namespace
 
 tl::expected<Received, Error> receive(int socket, std::span<char> space, Waiting waiting) {
-    const int flags = MSG_CMSG_CLOEXEC | (waiting == Waiting::never ? MSG_DONTWAIT : 0);
+    const int flags = MSG_CMSG_CLOEXEC | (waiting == Waiting::never ? kWithoutWaiting : 0);
     iovec piece{space.data(), space.size()};
     alignas(cmsghdr) std::array<char, kControlSize> controlBytes{};
     msghdr message{};
@@ -73,7 +76,8 @@ tl::expected<Received, Error> receive(int socket, std::span<char> space, Waiting
         return tl::unexpected(Error::posix(errno));
     }
     const Control control = examine(message);
-    if (control.foreign || (message.msg_flags & MSG_CTRUNC) != 0) {
+    if ((control.foreign || (message.msg_flags & MSG_CTRUNC) != 0) &&
+        !isWeakened(Weakness::controlData)) {
         return tl::unexpected(wireError(WireErrorCode::descriptors,
                                         "descriptors or other control data came with a message"));
     }
@@ -86,7 +90,7 @@ tl::expected<Received, Error> receive(int socket, std::span<char> space, Waiting
 tl::expected<std::size_t, Error> send(int socket, std::string_view bytes) {
     ssize_t count = 0;
     do {
-        count = ::send(socket, bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+        count = ::send(socket, bytes.data(), bytes.size(), kWithoutWaiting | MSG_NOSIGNAL);
     } while (count < 0 && errno == EINTR);
     if (count < 0) {
         if (errno == EAGAIN) {
