@@ -43,15 +43,15 @@ protected:
 
     ExaminerCall::Result examined(int fd, milliseconds time = kTime) {
         auto call = ExaminerCall::begin(socketPath(), fd, *anchors(), time);
-        if (!call) {
-            return tl::unexpected(call.error());
-        }
+        return call ? finished(*call) : tl::unexpected(call.error());
+    }
+    static ExaminerCall::Result finished(ExaminerCall& call) {
         for (;;) {
-            if (auto result = call->advance()) {
+            if (auto result = call.advance()) {
                 return std::move(*result);
             }
-            pollfd entry{.fd = call->descriptor(),
-                         .events = static_cast<short>(call->isSending() ? POLLOUT : POLLIN),
+            pollfd entry{.fd = call.descriptor(),
+                         .events = static_cast<short>(call.isSending() ? POLLOUT : POLLIN),
                          .revents = 0};
             if (::poll(&entry, 1, std::chrono::milliseconds(kPatience).count()) != 1) {
                 return tl::unexpected<std::string>("nothing came");
@@ -146,6 +146,37 @@ TEST_F(ExaminerTest, SlowClientsDoNotKeepOthersWaiting) {
         halfWay.push_back(std::move(*call));
     }
     EXPECT_TRUE(examined(opened().get()));
+}
+
+// What an examiner that breaks leaves behind is no judgement, whatever it was about to say.
+TEST_F(ExaminerTest, ABrokenAnswerIsNoJudgement) {
+    const std::string place = folder_ / "false.sock";
+    const UniqueFd listener = listenAt(place);
+    const auto judgementFrom = [&](std::string_view answer) {
+        auto call = ExaminerCall::begin(place, opened().get(), *anchors(), kTime);
+        const UniqueFd connection(::accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
+        while (call->isSending() && !call->advance()) {
+        }
+        std::string request(kLongestRequest, '\0');
+        EXPECT_GT(::recv(connection.get(), request.data(), request.size(), 0), 0);
+        EXPECT_EQ(::send(connection.get(), answer.data(), answer.size(), MSG_NOSIGNAL),
+                  static_cast<ssize_t>(answer.size()));
+        ::shutdown(connection.get(), SHUT_RDWR);
+        return finished(*call);
+    };
+    const auto frameOf = [](const Value& value) { return examinationFrame(value, kLongestReply); };
+    const std::string good =
+        frameOf(StaticCode::examine(opened().get(), {.anchors = *anchors()}).encoded());
+    ASSERT_EQ(judgementFrom(good)->status(), codesign_status::kSuccess) << "it can be said";
+    for (std::size_t length = 0; length < good.size(); length += length < 8 ? 1 : 7) {
+        ASSERT_FALSE(judgementFrom(good.substr(0, length))) << length;
+    }
+    EXPECT_FALSE(judgementFrom(good + "x"));
+    EXPECT_FALSE(judgementFrom(good + good));
+    EXPECT_FALSE(judgementFrom(std::string("\xff\xff\xff\xff", 4) + good));
+    EXPECT_FALSE(judgementFrom(frameOf(Value::dictionary({}))));
+    EXPECT_FALSE(judgementFrom(frameOf(Value::array({}))));
+    EXPECT_FALSE(judgementFrom(frameOf(Value::dictionary({{"status", Value::integer(0)}}))));
 }
 
 TEST_F(ExaminerTest, ACallSaysWhyNobodyCanBeAsked) {

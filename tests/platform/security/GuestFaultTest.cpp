@@ -3,8 +3,12 @@
 #include "platform/security/guest/GuestCode.h"
 #include "platform/security/guest/ProcessFileSystem.h"
 
+#include <gmock/gmock.h>
+
 #include <cerrno>
 #include <functional>
+#include <set>
+#include <string_view>
 
 namespace qv::test {
 namespace {
@@ -27,30 +31,32 @@ public:
     }
     [[nodiscard]] int calls() const { return calls_; }
     [[nodiscard]] bool hasFailed() const { return failed_; }
+    /// Each kind of call that was failed, ever.
+    [[nodiscard]] const std::set<std::string_view>& kindsFailed() const { return kindsFailed_; }
 
     Result<UniqueFd> openProcess(pid_t pid) override {
-        return answer([&] { return kernel_.openProcess(pid); });
+        return answer("openProcess", [&] { return kernel_.openProcess(pid); });
     }
     Result<UniqueFd> duplicate(int fd) override {
-        return answer([&] { return kernel_.duplicate(fd); });
+        return answer("duplicate", [&] { return kernel_.duplicate(fd); });
     }
     Result<UniqueFd> open(int directory, const std::string& path, int flags) override {
-        return answer([&] { return kernel_.open(directory, path, flags); });
+        return answer("open", [&] { return kernel_.open(directory, path, flags); });
     }
     Result<struct stat> status(int fd) override {
-        return answer([&] { return kernel_.status(fd); });
+        return answer("status", [&] { return kernel_.status(fd); });
     }
     Result<struct stat> statusAt(int directory, const std::string& path) override {
-        return answer([&] { return kernel_.statusAt(directory, path); });
+        return answer("statusAt", [&] { return kernel_.statusAt(directory, path); });
     }
     Result<FileOnMount> fileAt(int directory, const std::string& path) override {
-        return answer([&] { return kernel_.fileAt(directory, path); });
+        return answer("fileAt", [&] { return kernel_.fileAt(directory, path); });
     }
     Result<std::uint64_t> fileSystemMagic(int fd) override {
-        return answer([&] { return kernel_.fileSystemMagic(fd); });
+        return answer("fileSystemMagic", [&] { return kernel_.fileSystemMagic(fd); });
     }
     Result<std::size_t> read(int fd, std::uint64_t offset, std::span<char> buffer) override {
-        auto bytes = answer([&] { return kernel_.read(fd, offset, buffer); });
+        auto bytes = answer("read", [&] { return kernel_.read(fd, offset, buffer); });
         if (calls_ == failing_ && errorNumber_ == kNothingRead && bytes && *bytes > 0) {
             failed_ = true; // at the end of a file nothing is no fault
             return 0;
@@ -58,11 +64,11 @@ public:
         return bytes;
     }
     Result<bool> hasEnded(int pidfd) override {
-        return answer([&] { return kernel_.hasEnded(pidfd); });
+        return answer("hasEnded", [&] { return kernel_.hasEnded(pidfd); });
     }
 
 private:
-    template <typename Call> auto answer(Call call) -> decltype(call()) {
+    template <typename Call> auto answer(std::string_view kind, Call call) -> decltype(call()) {
         ++calls_;
         if (calls_ == eventful_) {
             event_();
@@ -71,6 +77,7 @@ private:
             return call();
         }
         failed_ = true;
+        kindsFailed_.insert(kind);
         return tl::unexpected(errorNumber_);
     }
 
@@ -79,6 +86,7 @@ private:
     int failing_ = 0;
     int errorNumber_ = 0;
     bool failed_ = false;
+    std::set<std::string_view> kindsFailed_;
     int eventful_ = 0;
     std::function<void()> event_;
 };
@@ -106,15 +114,16 @@ protected:
         }
     }
 
-    /// Fails every call of a look-up that would succeed, one after the other.
-    static void sweep(const ClientProcess& client) {
+    /// Fails every call of a look-up that would succeed, one after the other; which kinds those
+    /// were.
+    template <typename Judge> static std::set<std::string_view> sweep(const Judge& judgeBy) {
         auto system = std::make_shared<FaultySystem>();
         GuestServices services(programs()->configuration(), system);
-        const auto run = [&] { return judgePeer(services, client); };
+        const auto run = [&] { return judgeBy(services); };
         const GuestOutcome good = run();
-        ASSERT_TRUE(good.isAccepted()) << good.lookup << " " << good.reason;
+        EXPECT_TRUE(good.isAccepted()) << good.lookup << " " << good.reason;
         const int calls = system->calls();
-        ASSERT_GT(calls, 30);
+        EXPECT_GT(calls, 30);
         int failures = 0;
         for (const int errorNumber : {EPERM, ENOENT, ESRCH, EIO, EACCES, EMFILE, EINVAL, ENOSYS,
                                       FaultySystem::kNothingRead}) {
@@ -131,19 +140,34 @@ protected:
         // Mounts come and go, so that a list of them takes a call more or less to read.
         EXPECT_GT(failures, calls * 7);
         EXPECT_TRUE(run().isAccepted()); // nothing of it stays
+        return system->kindsFailed();
     }
 };
+
+using testing::IsSupersetOf;
 
 TEST_F(GuestFaults, NoFailedCallMakesAMarkedClientAcceptable) {
     const ClientProcess client(
         ClientProcess::Options::asNobody(programs()->markedClient("marked", 0x10300)));
-    sweep(client);
+    EXPECT_THAT(sweep([&](GuestServices& services) { return judgePeer(services, client); }),
+                IsSupersetOf({"duplicate", "open", "status", "statusAt", "read", "hasEnded"}));
 }
 
+// Without a connection only such a client can be accepted; it may be named in two ways.
 TEST_F(GuestFaults, NoFailedCallMakesADebuggableClientAcceptable) {
     const ClientProcess client(
         ClientProcess::Options::asNobody(programs()->debuggableClient("debuggable")));
-    sweep(client);
+    EXPECT_THAT(sweep([&](GuestServices& services) { return judgePeer(services, client); }),
+                IsSupersetOf({"duplicate", "open", "status", "statusAt", "read", "hasEnded"}));
+    EXPECT_THAT(
+        sweep([&](GuestServices& services) { return judge(services, pidAttribute(client.pid())); }),
+        testing::Contains("openProcess"));
+    if (numbersProcessesForGood(client)) {
+        EXPECT_THAT(sweep([&](GuestServices& services) {
+                        return judge(services, auditAttribute(tokenOf(client)));
+                    }),
+                    testing::Contains("fileSystemMagic"));
+    }
 }
 
 // What is asked before each message of an accepted client.
@@ -164,6 +188,7 @@ TEST_F(GuestFaults, AnAcceptedClientIsUnchangedOnlyWhileThatCanBeSeen) {
             EXPECT_FALSE((*code)->isUnchanged()) << number;
         }
         system->failCall(0, 0);
+        EXPECT_THAT(system->kindsFailed(), IsSupersetOf({"fileAt", "read", "hasEnded"}));
         EXPECT_TRUE((*code)->isUnchanged());
         executes ? client.command('x') : client.kill();
         EXPECT_FALSE((*code)->isUnchanged());

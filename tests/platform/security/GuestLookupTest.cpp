@@ -1,6 +1,5 @@
 #include "platform/security/CodeSigningStatus.h"
 #include "platform/security/GuestTest.h"
-#include "platform/security/guest/GuestAttributes.h"
 
 #include <gmock/gmock.h>
 
@@ -8,7 +7,6 @@
 #include <limits>
 #include <sys/mman.h>
 #include <sys/stat.h>
-#include <sys/vfs.h>
 #include <thread>
 
 namespace qv::test {
@@ -18,30 +16,6 @@ constexpr std::int32_t kNoProcess = codesign_status::kErrnoBase + ESRCH;
 
 std::int32_t lookUp(GuestServices& services, const Value& attributes) {
     return judge(services, attributes).lookup;
-}
-
-AuditToken tokenOf(const ClientProcess& client) {
-    struct stat info{};
-    EXPECT_EQ(::fstat(client.pidfd(), &info), 0);
-    AuditToken token;
-    token.words = {0,
-                   client.connectedUser(),
-                   client.connectedGroup(),
-                   client.connectedUser(),
-                   client.connectedGroup(),
-                   static_cast<std::uint32_t>(client.pid()),
-                   static_cast<std::uint32_t>(info.st_ino >> 32U),
-                   static_cast<std::uint32_t>(info.st_ino)};
-    return token;
-}
-
-Value auditAttribute(const AuditToken& token) {
-    return Value::dictionary({{kSecGuestAttributeAudit, token.data()}});
-}
-
-bool numbersProcessesForGood(const ClientProcess& client) {
-    struct statfs info{};
-    return ::fstatfs(client.pidfd(), &info) == 0 && info.f_type == 0x50494446;
 }
 
 TEST(GuestAttributes, MustNameAProcessInOneOfTwoWays) {

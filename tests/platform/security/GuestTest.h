@@ -2,6 +2,7 @@
 
 #include "platform/security/GuestServices.h"
 #include "platform/security/SecCode.h"
+#include "platform/security/guest/GuestAttributes.h"
 #include "support/ClientProcess.h"
 #include "support/InstalledPrograms.h"
 
@@ -11,6 +12,8 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <sys/stat.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 namespace qv::test {
@@ -68,6 +71,32 @@ struct GuestOutcome {
     const RegisteredPeer peer = services.registerPeer(ConnectedPeer(
         client.pid(), client.pidfd(), client.connectedUser(), client.connectedGroup()));
     return judge(services, pidAttribute(client.pid()));
+}
+
+/// Names a client for good.
+[[nodiscard]] inline AuditToken tokenOf(const ClientProcess& client) {
+    struct stat info{};
+    EXPECT_EQ(::fstat(client.pidfd(), &info), 0);
+    AuditToken token;
+    token.words = {0,
+                   client.connectedUser(),
+                   client.connectedGroup(),
+                   client.connectedUser(),
+                   client.connectedGroup(),
+                   static_cast<std::uint32_t>(client.pid()),
+                   static_cast<std::uint32_t>(info.st_ino >> 32U),
+                   static_cast<std::uint32_t>(info.st_ino)};
+    return token;
+}
+
+[[nodiscard]] inline Value auditAttribute(const AuditToken& token) {
+    return Value::dictionary({{kSecGuestAttributeAudit, token.data()}});
+}
+
+/// Whether this kernel can tell such a token from another.
+[[nodiscard]] inline bool numbersProcessesForGood(const ClientProcess& client) {
+    struct statfs info{};
+    return ::fstatfs(client.pidfd(), &info) == 0 && info.f_type == 0x50494446;
 }
 
 /// Programs that are installed once for all tests of a suite.

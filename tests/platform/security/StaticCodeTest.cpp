@@ -6,8 +6,6 @@
 #include <gtest/gtest.h>
 
 #include "SignatureFixture.h"
-#include <algorithm>
-#include <array>
 #include <fcntl.h>
 #include <set>
 #include <unistd.h>
@@ -182,15 +180,6 @@ public:
           bytes_(contentOf(program.path())) {}
 
     [[nodiscard]] std::uint64_t size() const { return bytes_.size(); }
-    [[nodiscard]] bool isInCertificate(std::uint64_t byte, const TestAuthority& signers) const {
-        const auto holdsIt = [&](const TestIdentity* each) {
-            const std::string der = derOf(i2d_X509, each->certificate());
-            const std::size_t begin = bytes_.find(der);
-            return begin <= byte && byte < begin + der.size();
-        };
-        return std::ranges::any_of(std::array{&signers.leaf, &signers.intermediate, &signers.root},
-                                   holdsIt);
-    }
     StaticCode flipped(std::uint64_t byte, unsigned bit) const {
         const char changed = static_cast<char>(bytes_[byte] ^ (1 << bit));
         write(byte, changed);
@@ -225,9 +214,8 @@ TEST(StaticCode, NoFlippedBitIsAccepted) {
     const std::uint64_t covered = contentOf("/bin/true").size();
     std::map<std::int32_t, int> seen;
     for (std::uint64_t byte = covered; byte < mutations.size(); ++byte) {
-        // A signature protects all bits of a byte alike; elsewhere each may have its own meaning.
-        const bool isSigned = mutations.isInCertificate(byte, authority());
-        for (unsigned bit = isSigned ? byte % 8 : 0; bit < 8; bit += isSigned ? 8 : 1) {
+        // With sanitizers an eighth of it must do.
+        for (unsigned bit = QV_SANITIZED ? byte % 8 : 0; bit < 8; bit += QV_SANITIZED ? 8 : 1) {
             const StaticCode code = mutations.flipped(byte, bit);
             ++seen[code.status()];
             ASSERT_TRUE(kRefusals.contains(code.status()))

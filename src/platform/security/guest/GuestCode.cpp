@@ -27,10 +27,6 @@ Error GuestCode::checkStillRunning() const {
     if (*ended) {
         return codeSigningError(codesign_status::kNoSuchCode, "the process has ended");
     }
-    return checkImage();
-}
-
-Error GuestCode::checkImage() const {
     std::array<char, 64> begin{};
     const auto bytes = system_->read(record_.handles.image.get(), 0, begin);
     if (!bytes && bytes.error() != ESRCH) {
@@ -43,9 +39,8 @@ Error GuestCode::checkImage() const {
     return {};
 }
 
-// An image that can be read is that of a living process.
 bool GuestCode::isUnchanged() const {
-    if (checkImage() && !isWeakened(Weakness::image)) {
+    if (checkStillRunning() && !isWeakened(Weakness::image)) {
         return false;
     }
     const auto shown = system_->fileAt(record_.handles.directory.get(), "exe");

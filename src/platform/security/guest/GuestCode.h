@@ -30,7 +30,6 @@ public:
     [[nodiscard]] Error checkStillRunning() const;
 
 private:
-    [[nodiscard]] Error checkImage() const;
     [[nodiscard]] Error judge(const Requirement* requirement) const;
 
     std::shared_ptr<ProcessFileSystem> system_;

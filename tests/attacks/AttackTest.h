@@ -1,0 +1,119 @@
+#pragma once
+
+#include "platform/foundation/values/Weakness.h"
+#include "support/LedProgram.h"
+#include "support/LiveService.h"
+#include "support/TemporaryDirectory.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <filesystem>
+#include <functional>
+#include <initializer_list>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <sys/types.h>
+#include <vector>
+
+namespace qv::test {
+
+inline constexpr uid_t kAttacker = 65534;
+inline constexpr uid_t kOtherUser = 65533;
+
+/// How long anybody may have to wait for the service.
+inline constexpr std::chrono::seconds kInTime{5};
+
+/// The client, signed by the development identity of this build, in the ways it may be installed,
+/// and the attacking programs, all in one folder of root that everybody may enter.
+class AttackPrograms {
+public:
+    AttackPrograms();
+
+    /// As it should be: set-group-id to the client group.
+    [[nodiscard]] std::filesystem::path genuine() const { return folder_ / "genuine"; }
+    /// As it should not be: of root, but without the group.
+    [[nodiscard]] std::filesystem::path unmarked() const { return folder_ / "unmarked"; }
+    /// The same, and signed to be accepted for its hardened runtime alone.
+    [[nodiscard]] std::filesystem::path hardened() const { return folder_ / "hardened"; }
+    [[nodiscard]] std::filesystem::path operator/(std::string_view name) const {
+        return folder_ / name;
+    }
+
+private:
+    TemporaryDirectory folder_;
+};
+
+/// Where one attack happens once: a service that serves a genuine client of somebody else, and an
+/// attacker's home.
+class Stage {
+public:
+    /// None: the service as it is built for everybody.
+    Stage(const AttackPrograms& programs, const std::optional<std::vector<Weakness>>& weaknesses);
+
+    [[nodiscard]] const AttackPrograms& programs() const { return programs_; }
+    [[nodiscard]] LiveService& service() { return service_; }
+    [[nodiscard]] std::string socketPath() const { return service_.socketPath(); }
+    /// A folder that is the attacker's.
+    [[nodiscard]] std::filesystem::path home() const { return home_.path(); }
+    /// A file in it of the same name and content.
+    [[nodiscard]] std::filesystem::path attackersCopy(const std::filesystem::path& file) const;
+
+    /// What the attacker wants to have done, a property list in one line. It takes root.
+    [[nodiscard]] const std::string& script() const { return script_; }
+    /// Whether it was done.
+    [[nodiscard]] bool wasDone() const;
+
+    /// Starts a program as the attacker.
+    [[nodiscard]] std::unique_ptr<LedProgram>
+    start(std::vector<std::string> command, std::vector<std::string> environment = {}) const;
+    /// The same with a client of the service, once it runs.
+    [[nodiscard]] std::unique_ptr<LedProgram>
+    client(const std::filesystem::path& program, std::vector<std::string> environment = {}) const;
+    /// A genuine client that the service has greeted.
+    [[nodiscard]] std::unique_ptr<LedProgram> acceptedClient() const;
+    /// Whether a genuine client of another user is served in time.
+    [[nodiscard]] bool servesOthers() const;
+
+    /// Keeps the service from doing anything until it may go on, as a long script of somebody
+    /// would.
+    void hold();
+    void letGo();
+
+private:
+    [[nodiscard]] bool serves(LedProgram& client) const;
+
+    const AttackPrograms& programs_;
+    TemporaryDirectory canaries_;
+    TemporaryDirectory home_;
+    LiveService service_;
+    std::string script_;
+    std::unique_ptr<LedProgram> keeper_;
+};
+
+/// Attacks as an unprivileged user. Each is run against the service without the checks that stop
+/// it, where it must succeed, and against the service, where it must fail.
+class AttackTest : public testing::Test {
+protected:
+    /// Tells whether it succeeded.
+    using Attack = std::function<bool(Stage&)>;
+
+    static void SetUpTestSuite();
+    static void TearDownTestSuite() { programs().reset(); }
+    void SetUp() override;
+
+    /// Each of these checks stops the attack alone: it succeeds without all of them, and fails as
+    /// soon as one is there.
+    static void expectStoppedBy(const std::vector<Weakness>& checks, const Attack& attack);
+    /// For attacks that the kernel refuses, or that gain nothing: fails without these checks, too.
+    static void expectFailsWithout(const std::vector<Weakness>& checks, const Attack& attack);
+
+    static std::unique_ptr<AttackPrograms>& programs();
+
+private:
+    static bool succeeds(const Attack& attack, const std::optional<std::vector<Weakness>>& without);
+};
+
+} // namespace qv::test

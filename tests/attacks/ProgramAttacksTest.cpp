@@ -1,0 +1,177 @@
+// Which program it is: links, names, places and files that claim to be the client.
+
+#include "platform/security/GuestTest.h"
+#include "support/InstalledPrograms.h"
+
+#include <gmock/gmock.h>
+
+#include "attacks/AttackTest.h"
+#include <elf.h>
+#include <fstream>
+#include <link.h>
+#include <sys/auxv.h>
+#include <sys/mount.h>
+
+namespace qv::test {
+namespace {
+
+using enum Weakness;
+using testing::HasSubstr;
+
+class ProgramAttacks : public AttackTest {};
+
+// The loader that this machine's programs name.
+std::string loader() {
+    std::string path;
+    ::dl_iterate_phdr(
+        [](dl_phdr_info* info, std::size_t, void* result) {
+            if (info->dlpi_addr == ::getauxval(AT_BASE)) {
+                *static_cast<std::string*>(result) = info->dlpi_name;
+            }
+            return 0;
+        },
+        &path);
+    return path;
+}
+
+std::unique_ptr<LedProgram> startForger(const Stage& stage) {
+    const auto program = stage.attackersCopy(stage.programs() / "forged_link");
+    return stage.start(
+        {program, loader(), stage.programs().genuine(), stage.socketPath(), stage.script()});
+}
+
+// In a user namespace of its own, which the kernel lets everybody make where it is so set up, a
+// process chooses what its executable looks like. The code that it executes remains its own file's.
+TEST_F(ProgramAttacks, AForgedLinkToTheExecutable) {
+    if (startForger(Stage(*programs(), std::nullopt))->answer() != "forged") {
+        GTEST_SKIP() << "needs user namespaces in which everybody is privileged";
+    }
+    expectStoppedBy({userNamespace, launchMark, mappings, dumpable}, [](Stage& stage) {
+        const auto forger = startForger(stage);
+        EXPECT_EQ(forger->answer(), "forged");
+        EXPECT_EQ(std::filesystem::read_symlink("/proc/" + std::to_string(forger->pid()) + "/exe"),
+                  stage.programs().genuine());
+        static_cast<void>(forger->order("go on"));
+        return stage.wasDone();
+    });
+}
+
+// Title, name, auxiliary vector, and a path that reads like the client's after its deletion.
+// Nothing of it is asked for, so there is no check to leave out: it takes a service that accepts
+// everybody.
+TEST_F(ProgramAttacks, ForgedTexts) {
+    expectStoppedBy({codeFlags, codeRequirement}, [](Stage& stage) {
+        const auto program = stage.home() / "genuine (deleted)";
+        std::filesystem::rename(stage.attackersCopy(stage.programs() / "forged_texts"), program);
+        std::filesystem::create_symlink(stage.programs().genuine(), stage.home() / "genuine");
+        const auto forger = stage.start({program, stage.socketPath(), stage.script()});
+        EXPECT_EQ(forger->answer(), "forged");
+        const std::string folder = "/proc/" + std::to_string(forger->pid());
+        EXPECT_THAT(contentOf(folder + "/stat"), HasSubstr("(x) S 1)"));
+        EXPECT_THAT(contentOf(folder + "/cmdline"), HasSubstr("/usr/bin/genuine"));
+        const std::string vector = contentOf(folder + "/auxv");
+        constexpr std::array<std::uint64_t, 2> kSecure = {AT_SECURE, 1};
+        EXPECT_THAT(vector,
+                    HasSubstr(std::string_view(
+                        // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast): its bytes
+                        reinterpret_cast<const char*>(kSecure.data()), sizeof kSecure)));
+        static_cast<void>(forger->order("go on"));
+        return stage.wasDone();
+    });
+}
+
+// A program that nobody has signed gains nothing by any single check: both rules must fall.
+TEST_F(ProgramAttacks, AnUnsignedProgram) {
+    expectStoppedBy({codeFlags, codeRequirement}, [](Stage& stage) {
+        const auto client = stage.client(stage.programs() / "client");
+        EXPECT_TRUE(client->order("connect").starts_with("connected"));
+        static_cast<void>(client->order("greet"));
+        EXPECT_EQ(client->order("script " + stage.script()), "noted");
+        static_cast<void>(client->order("send"));
+        return stage.wasDone();
+    });
+}
+
+// A genuine client with a hole, which obeys its user.
+bool isAbused(Stage& stage, LedProgram& client) {
+    EXPECT_TRUE(client.order("connect").starts_with("connected"));
+    static_cast<void>(client.order("greet"));
+    EXPECT_EQ(client.order("script " + stage.script()), "noted");
+    static_cast<void>(client.order("send"));
+    return stage.wasDone();
+}
+
+// The hole was closed by an update, but the attacker has kept the old program running.
+TEST_F(ProgramAttacks, ADeletedExecutable) {
+    expectStoppedBy({linkCount}, [](Stage& stage) {
+        const auto program = stage.programs() / "outdated";
+        std::filesystem::copy_file(stage.programs().genuine(), program);
+        install(program, 0, kClientGroup, 02755);
+        const auto client = stage.client(program);
+        std::filesystem::remove(program);
+        return isAbused(stage, *client);
+    });
+}
+
+/// A file system of another kind than programs may stand on, for as long as this lives.
+class ForeignFileSystem {
+public:
+    explicit ForeignFileSystem(const std::filesystem::path& place) : folder_(place / "mounted") {
+        const std::string image = place / "image";
+        std::ofstream(image).close();
+        std::filesystem::resize_file(image, std::uintmax_t{4} << 20U);
+        std::filesystem::create_directory(folder_);
+        mounted_ =
+            runProgram({"/sbin/mkfs.ext2", "-q", "-F", image}).status == 0 &&
+            runProgram({"/bin/mount", "-t", "ext2", "-o", "loop", image, folder_}).status == 0;
+    }
+    ForeignFileSystem(const ForeignFileSystem&) = delete;
+    ForeignFileSystem& operator=(const ForeignFileSystem&) = delete;
+    ForeignFileSystem(ForeignFileSystem&&) = delete;
+    ForeignFileSystem& operator=(ForeignFileSystem&&) = delete;
+    ~ForeignFileSystem() {
+        if (mounted_) {
+            EXPECT_EQ(::umount2(folder_.c_str(), MNT_DETACH), 0); // the loop device goes with it
+        }
+    }
+    [[nodiscard]] bool isMounted() const { return mounted_; }
+    [[nodiscard]] const std::filesystem::path& folder() const { return folder_; }
+
+private:
+    std::filesystem::path folder_;
+    bool mounted_ = false;
+};
+
+// Whoever owns the medium changes the bytes under everybody's hands.
+TEST_F(ProgramAttacks, AnExecutableOnAForeignFileSystem) {
+    const TemporaryDirectory place;
+    install(place.path(), 0, 0, 0755);
+    const ForeignFileSystem foreign(place.path());
+    if (!foreign.isMounted()) {
+        GTEST_SKIP() << "needs mkfs.ext2, a loop device and ext2";
+    }
+    const auto program = foreign.folder() / "client";
+    std::filesystem::copy_file(programs()->genuine(), program);
+    install(program, 0, kClientGroup, 02755);
+    expectStoppedBy({fileSystem}, [&](Stage& stage) {
+        const auto client = stage.client(program);
+        return isAbused(stage, *client);
+    });
+}
+
+// Whoever may debug a program speaks for it. A developer's anchors vouch for such programs, so this
+// is no attack on a service of this build: the look-up itself is asked, as configured elsewhere.
+TEST_F(ProgramAttacks, ADebuggableProgramOfADistribution) {
+    InstalledPrograms installed;
+    const ClientProcess client(
+        ClientProcess::Options::asNobody(installed.debuggableClient("debuggable")));
+    CodeSigningConfiguration configuration = installed.configuration();
+    GuestServices developers(configuration);
+    EXPECT_TRUE(judgePeer(developers, client).isAccepted());
+    configuration.developmentAnchors = false;
+    GuestServices everybodys(configuration);
+    EXPECT_FALSE(judgePeer(everybodys, client).isAccepted());
+}
+
+} // namespace
+} // namespace qv::test
