@@ -4,6 +4,10 @@ option(QV_TESTS "Build the tests" ON)
 option(QV_BENCH "Build the benchmarks" OFF)
 option(QV_FUZZ "Build the fuzz targets (Clang only)" OFF)
 set(QV_SANITIZE "" CACHE STRING "Sanitizers for every target, as -fsanitize= takes them")
+set(QV_SANITIZED 0) # for code that has to know
+if(QV_SANITIZE)
+  set(QV_SANITIZED 1)
+endif()
 set(QV_ANCHOR_DIR "/etc/qvcatalog/anchors.d" CACHE PATH
     "Folder of the trust anchors; fixed at build time, never at run time")
 set(QV_SOCKET_PATH "/run/com.larkwen.qvcatalog.helper.sock" CACHE PATH
