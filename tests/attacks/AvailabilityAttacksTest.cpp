@@ -20,6 +20,17 @@ TEST_F(AvailabilityAttacks, AFloodOfConnectionsOfOneUser) {
     });
 }
 
+// Strangers who are turned away at once count as nobody's connections; each of these takes long.
+TEST_F(AvailabilityAttacks, AFloodOfStrangersWhoAreHardToJudge) {
+    expectStoppedBy({usersStrangers}, [](Stage& stage) {
+        stage.hold();
+        const auto crowd = stage.start({"crowd", stage.socketPath()});
+        EXPECT_EQ(crowd->answer(), "waiting");
+        stage.letGo();
+        return !stage.servesOthers();
+    });
+}
+
 TEST_F(AvailabilityAttacks, HalfARequest) {
     expectStoppedBy({nonBlocking}, [](Stage& stage) {
         const auto client = stage.acceptedClient();

@@ -85,6 +85,7 @@ void Connection::resume() {
     }
     perform([this] {
         state_ = State::active;
+        wasResumed_ = true;
         begin_ = queue_.now();
         auto io = queue_.watch(socket_.get(), 0, [this](std::uint32_t events) {
             perform([this, events] { onReady(events); });

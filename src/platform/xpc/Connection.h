@@ -54,6 +54,8 @@ public:
 
     [[nodiscard]] bool isSuspended() const noexcept { return state_ == State::suspended; }
     [[nodiscard]] bool isClosed() const noexcept { return state_ == State::closed; }
+    /// Whether somebody has resumed it, whatever came then.
+    [[nodiscard]] bool wasResumed() const noexcept { return wasResumed_; }
 
 private:
     friend struct ReplyRoute;
@@ -96,6 +98,7 @@ private:
     FrameReader reader_;
     FrameWriter writer_;
     std::string nonce_;
+    bool wasResumed_ = false;
     bool requestAtHand_ = false;
     bool served_ = false; // a first frame has come
     std::uint32_t watched_ = 0;

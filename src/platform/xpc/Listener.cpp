@@ -26,6 +26,7 @@ namespace {
 constexpr int kPassRights = 83; // SO_PASSRIGHTS, Linux 6.16; the C library's headers are older
 constexpr std::chrono::milliseconds kPause{100};
 constexpr std::chrono::seconds kRefusalInterval{1};
+constexpr std::chrono::seconds kChargeInterval{1};
 
 struct NamesDeleter {
     void operator()(char** names) const noexcept {
@@ -205,6 +206,11 @@ void Listener::admit(UniqueFd socket) {
         return;
     }
     const PeerCredentials& credentials = peer->credentials();
+    if (isOverdrawn(credentials.uid) && !isWeakened(Weakness::usersStrangers)) {
+        refuse(fmt::format("pid {}: too many of user {} were turned away", credentials.pid,
+                           credentials.uid));
+        return;
+    }
     const auto ofUser = std::ranges::count_if(connections_, [&](const auto& connection) {
         return connection->peer().uid == credentials.uid;
     });
@@ -220,7 +226,29 @@ void Listener::admit(UniqueFd socket) {
     connection->setClosedHandler([this, closed = connection.get()] {
         std::erase_if(connections_, [&](const auto& open) { return open.get() == closed; });
     });
+    const auto begin = std::chrono::steady_clock::now();
     present(connection);
+    if (connection->isClosed() && !connection->wasResumed()) {
+        charge(connection->peer().uid, std::chrono::steady_clock::now() - begin);
+    }
+}
+
+// A stranger decides how long it takes to see that he is one, and thousands may wait in the
+// socket's queue before a client whom they must not keep waiting.
+void Listener::charge(uid_t user, std::chrono::nanoseconds time) {
+    if (user != 0) {
+        charges_[user] += time;
+    }
+}
+
+bool Listener::isOverdrawn(uid_t user) {
+    const auto now = std::chrono::steady_clock::now();
+    if (now - chargesBegin_ > kChargeInterval) {
+        charges_.clear();
+        chargesBegin_ = now;
+    }
+    const auto found = charges_.find(user);
+    return found != charges_.end() && found->second > limits_.strangers;
 }
 
 tl::expected<Peer, Error> Listener::identify(const UniqueFd& socket) {

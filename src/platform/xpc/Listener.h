@@ -3,7 +3,10 @@
 #include "platform/xpc/Connection.h"
 #include "platform/xpc/RateLimiter.h"
 
+#include <chrono>
+#include <map>
 #include <string>
+#include <sys/types.h>
 #include <vector>
 
 namespace qv::xpc {
@@ -45,6 +48,8 @@ private:
     void admit(UniqueFd socket);
     [[nodiscard]] tl::expected<Peer, Error> identify(const UniqueFd& socket);
     void present(const std::shared_ptr<Connection>& connection);
+    void charge(uid_t user, std::chrono::nanoseconds time);
+    [[nodiscard]] bool isOverdrawn(uid_t user);
     void pause(std::string_view reason);
 
     MainQueue& queue_;
@@ -56,6 +61,9 @@ private:
     EventHandler handler_;
     std::vector<std::shared_ptr<Connection>> connections_;
     RateLimiter refusals_;
+    /// What strangers have cost since the second began, by user.
+    std::map<uid_t, std::chrono::nanoseconds> charges_;
+    std::chrono::steady_clock::time_point chargesBegin_;
     bool weakIdentityLogged_ = false;
 };
 

@@ -8,6 +8,8 @@
 #include <array>
 #include <cstdlib>
 #include <fcntl.h>
+#include <filesystem>
+#include <map>
 #include <optional>
 #include <stdexcept>
 #include <sys/resource.h>
@@ -125,6 +127,41 @@ TEST(Listener, ClosesConnectionsThatTheHandlerForgetsOrFailsOn) {
     RawClient served(service.path());
     served.greet();
     EXPECT_TRUE(served.isServed());
+}
+
+// Of a user whose strangers have taken enough time the next ones are not even looked at.
+TEST(Listener, BoundsTheTimeSpentOnStrangersOfOneUser) {
+    constexpr std::size_t kMany = 10;
+    std::map<uid_t, std::size_t> seen;
+    Limits limits;
+    limits.strangers = 0ms; // used up by the first
+    ServiceThread service({.limits = limits, .onConnection = [&](auto&, const auto& connection) {
+                               ++seen[connection->peer().uid];
+                               connection->cancel();
+                           }});
+    const std::filesystem::path socket = service.path();
+    std::filesystem::permissions(socket.parent_path(), std::filesystem::perms(0755));
+    std::filesystem::permissions(socket, std::filesystem::perms(0666));
+    constexpr uid_t kNobody = 65534;
+    const uid_t other = ::geteuid() == 0 ? kNobody : ::geteuid();
+    for (const uid_t user : {other, ::geteuid()}) {
+        ChildProcess strangers([&] {
+            bool allTurnedAway = ::geteuid() == user || ::setresuid(user, user, user) == 0;
+            for (std::size_t i = 0; i < kMany; ++i) {
+                const RawClient stranger(socket);
+                allTurnedAway = allTurnedAway && stranger.receive(1).empty();
+            }
+            return allTurnedAway ? 0 : 1;
+        });
+        EXPECT_EQ(strangers.wait(), 0);
+    }
+    service.perform([&] {
+        EXPECT_GE(seen[other], 1U);
+        EXPECT_LT(seen[other], kMany); // one in a second, and it does not take many
+        if (other != ::geteuid()) {
+            EXPECT_EQ(seen[0], kMany) << "root is not limited";
+        }
+    });
 }
 
 TEST(Listener, BoundsConnectionsByUserAndInAll) {

@@ -23,6 +23,7 @@ enum class Weakness : std::uint8_t {
     controlData,      ///< a message with control data is refused
     nonBlocking,      ///< nobody is waited for
     usersConnections, ///< the connections of one user are limited
+    usersStrangers,   ///< so is the time spent on those that are turned away
     userNamespace,    ///< a peer lives in the service's user namespace
     fileSystem,       ///< programs stand on local file systems
     linkCount,        ///< a program's file has not been deleted
@@ -37,11 +38,12 @@ enum class Weakness : std::uint8_t {
 
 #ifdef QV_WEAKENED
 /// In the order of Weakness.
-inline constexpr std::array<std::string_view, 20> kWeaknessNames = {
-    "peerProcess",   "peerAlive",    "sender",        "nonce",       "image",
-    "executable",    "passedRights", "controlData",   "nonBlocking", "usersConnections",
-    "userNamespace", "fileSystem",   "linkCount",     "launchMark",  "mappings",
-    "dumpable",      "tracer",       "seccompFilter", "codeFlags",   "codeRequirement"};
+inline constexpr std::array<std::string_view, 21> kWeaknessNames = {
+    "peerProcess",    "peerAlive",     "sender",      "nonce",         "image",
+    "executable",     "passedRights",  "controlData", "nonBlocking",   "usersConnections",
+    "usersStrangers", "userNamespace", "fileSystem",  "linkCount",     "launchMark",
+    "mappings",       "dumpable",      "tracer",      "seccompFilter", "codeFlags",
+    "codeRequirement"};
 static_assert(kWeaknessNames.back() ==
               kWeaknessNames.at(static_cast<std::size_t>(Weakness::codeRequirement)));
 
