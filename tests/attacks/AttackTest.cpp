@@ -74,6 +74,8 @@ AttackPrograms::AttackPrograms() {
         signByDevelopmentIdentity(program, flags);
     }
     install(genuine(), 0, kClientGroup, 02755);
+    install(folder_ / "crowd", 0, 0, 0755);
+    signByDevelopmentIdentity(folder_ / "crowd", kAllFlags);
 }
 
 Stage::Stage(const AttackPrograms& programs, const std::optional<std::vector<Weakness>>& weaknesses)

@@ -4,11 +4,20 @@
 #include <fmt/format.h>
 
 #include "attacks/AttackTest.h"
+#include <ctime>
+#include <sys/stat.h>
+#include <thread>
 
 namespace qv::test {
 namespace {
 
 using enum Weakness;
+
+// Old enough for a judgement of it to be remembered.
+bool isSettled(const std::string& program) {
+    struct stat info{};
+    return ::stat(program.c_str(), &info) == 0 && ::time(nullptr) - info.st_ctime > 3;
+}
 
 class AvailabilityAttacks : public AttackTest {};
 
@@ -20,12 +29,23 @@ TEST_F(AvailabilityAttacks, AFloodOfConnectionsOfOneUser) {
     });
 }
 
-// Strangers who are turned away at once count as nobody's connections; each of these takes long.
+// Strangers who are turned away at once count as nobody's connections; each of these takes long,
+// because he is signed, and once his signature is remembered nothing else holds him up.
 TEST_F(AvailabilityAttacks, AFloodOfStrangersWhoAreHardToJudge) {
-    expectStoppedBy({usersStrangers}, [](Stage& stage) {
+    constexpr std::size_t kCrowds = 4; // each has all the descriptors that a process may have
+    const std::string program = *programs() / "crowd";
+    while (!isSettled(program)) {
+        std::this_thread::yield();
+    }
+    expectStoppedBy({usersStrangers}, [&](Stage& stage) {
+        EXPECT_EQ(stage.start({program, stage.socketPath(), "1"})->answer(), "waiting");
+        EXPECT_TRUE(stage.service().waitForLog("rejected"));
         stage.hold();
-        const auto crowd = stage.start({"crowd", stage.socketPath()});
-        EXPECT_EQ(crowd->answer(), "waiting");
+        std::vector<std::unique_ptr<LedProgram>> crowds;
+        while (crowds.size() < kCrowds) {
+            crowds.push_back(stage.start({program, stage.socketPath(), "900"}));
+            EXPECT_EQ(crowds.back()->answer(), "waiting");
+        }
         stage.letGo();
         return !stage.servesOthers();
     });

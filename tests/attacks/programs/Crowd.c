@@ -1,15 +1,15 @@
-/* Hundreds of connections of a process that is laborious to judge: crowd SOCKET. Says "waiting"
- * once all wait to be accepted, and keeps them until it is told to end. */
+/* Hundreds of connections of a process that is laborious to judge: crowd SOCKET NUMBER. Says
+ * "waiting" once all wait to be accepted, and keeps them until it is told to end. */
 #include "Dialogue.h"
 #include <fcntl.h>
 #include <stdlib.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
-enum { kPage = 4096, kConnections = 900, kMappings = 1000 };
+enum { kPage = 4096, kMappings = 1000 };
 
 int main(int argc, char** argv) {
-    if (argc != 2) {
+    if (argc != 3) {
         return EXIT_FAILURE;
     }
     beginDialogue();
@@ -19,7 +19,7 @@ int main(int argc, char** argv) {
             return EXIT_FAILURE;
         }
     }
-    for (int i = 0; i < kConnections; ++i) {
+    for (int i = 0; i < atoi(argv[2]); ++i) {
         if (connectTo(argv[1]) < 0) {
             sayFailure("connect");
             return EXIT_FAILURE;
