@@ -167,7 +167,7 @@ TEST(Listener, BoundsTheTimeSpentOnStrangersOfOneUser) {
 TEST(Listener, BoundsConnectionsByUserAndInAll) {
     struct Row {
         Limits limits;
-        std::size_t most;
+        std::size_t most = 0;
     };
     Limits perUser;
     Limits inAll;
@@ -274,7 +274,7 @@ TEST(Listener, SurvivesTheLackOfDescriptors) {
     rlimit scarce = before;
     scarce.rlim_cur = static_cast<rlim_t>(highest.get()) + 1; // all numbers below are taken
     ::setrlimit(RLIMIT_NOFILE, &scarce);
-    static_cast<void>(!::write(goWrite.get(), "x", 1));
+    static_cast<void>(::write(goWrite.get(), "x", 1) == 1);
     EXPECT_EQ(clients.wait(), 5);
     ::setrlimit(RLIMIT_NOFILE, &before);
     RawClient served(service.path());
