@@ -1,5 +1,7 @@
 #include "platform/security/CodeExaminer.h"
 
+#include "platform/security/signature/SignatureTrailer.h"
+
 #include <fcntl.h>
 #include <utility>
 
@@ -38,8 +40,10 @@ CodeExaminer::Code DeferringExaminer::judge(int fd, const FileKey& file, const A
         remember(file, provided->code);
         return provided->code;
     }
-    if (auto without = StaticCode::examineUnsigned(fd)) {
-        return std::make_shared<const StaticCode>(std::move(*without));
+    if (!SignatureTrailer::isPresent(fd, file.size)) { // told by the last few bytes alone
+        if (auto without = StaticCode::examineUnsigned(fd)) {
+            return std::make_shared<const StaticCode>(std::move(*without));
+        }
     }
     UniqueFd own(::fcntl(fd, F_DUPFD_CLOEXEC, 0));
     if (!own) {
