@@ -3,6 +3,7 @@
 
 #include "platform/foundation/files/UniqueFd.h"
 #include "platform/security/signature/CodeDirectory.h"
+#include "platform/security/signature/OpenSSLHandles.h"
 #include "platform/security/signature/SignatureTrailer.h"
 
 #include <cstdlib>

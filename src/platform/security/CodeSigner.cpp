@@ -1,16 +1,16 @@
 #include "platform/security/CodeSigner.h"
 
 #include "platform/foundation/files/UniqueFd.h"
+#include "platform/foundation/files/content/FileBytes.h"
+#include "platform/foundation/files/content/ReplacementFile.h"
 #include "platform/foundation/log/Log.h"
 #include "platform/security/CodeSigningStatus.h"
 #include "platform/security/StaticCode.h"
 #include "platform/security/TrustAnchors.h"
-#include "platform/security/install/ReplacementFile.h"
 #include "platform/security/signature/CertificateReader.h"
 #include "platform/security/signature/CertificateRules.h"
 #include "platform/security/signature/CodeDirectory.h"
 #include "platform/security/signature/CoveredRange.h"
-#include "platform/security/signature/FileBytes.h"
 #include "platform/security/signature/SignatureTrailer.h"
 #include "platform/security/signature/SigningIdentity.h"
 

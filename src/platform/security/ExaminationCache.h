@@ -1,8 +1,8 @@
 #pragma once
 
+#include "platform/foundation/files/content/FileKey.h"
 #include "platform/security/StaticCode.h"
 #include "platform/security/TrustAnchors.h"
-#include "platform/security/signature/FileKey.h"
 
 #include <chrono>
 #include <cstddef>

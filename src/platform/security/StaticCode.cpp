@@ -1,8 +1,8 @@
 #include "platform/security/StaticCode.h"
 
+#include "platform/foundation/files/content/FileBytes.h"
 #include "platform/security/TrustAnchors.h"
 #include "platform/security/signature/CoveredRange.h"
-#include "platform/security/signature/FileBytes.h"
 #include "platform/security/signature/SignatureTrailer.h"
 #include "platform/security/signature/SignatureVerdict.h"
 

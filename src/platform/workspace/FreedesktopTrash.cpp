@@ -3,6 +3,7 @@
 #include "platform/foundation/files/Sync.h"
 #include "platform/foundation/files/UniqueFd.h"
 #include "platform/foundation/files/Volume.h"
+#include "platform/foundation/process/UserRecord.h"
 #include "platform/workspace/TrashInfo.h"
 #include "platform/workspace/TrashService.h"
 
@@ -11,7 +12,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
-#include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
@@ -34,14 +34,9 @@ Error trashError(const std::string& path, int errorNumber) {
                  {error_key::kUnderlyingError, Value::error(Error::posix(errorNumber))}})};
 }
 
-std::string homeOf(uid_t user) {
-    std::vector<char> buffer(16384);
-    passwd entry{};
-    passwd* found = nullptr;
-    if (::getpwuid_r(user, &entry, buffer.data(), buffer.size(), &found) != 0 || found == nullptr) {
-        return "/";
-    }
-    return entry.pw_dir;
+std::string ownHome() {
+    const std::optional<UserRecord> user = userRecord(::geteuid());
+    return user ? user->home : "/";
 }
 
 enum class Missing : std::uint8_t { make, leave };
@@ -186,7 +181,7 @@ TrashOutcome moveInto(const Trash& trash, const std::string& path) {
 } // namespace
 
 FreedesktopTrash::FreedesktopTrash(std::optional<std::string> home)
-    : home_(home ? std::move(*home) : homeOf(::geteuid())), user_(::geteuid()) {}
+    : home_(home ? std::move(*home) : ownHome()), user_(::geteuid()) {}
 
 TrashOutcome FreedesktopTrash::trashItem(const std::string& path) {
     struct stat info{};

@@ -1,5 +1,6 @@
 #include "platform/foundation/process/Task.h"
 
+#include "platform/foundation/process/UserRecord.h"
 #include "platform/foundation/values/Exception.h"
 
 #include <fmt/format.h>
@@ -12,7 +13,6 @@
 #include <fcntl.h>
 #include <memory>
 #include <optional>
-#include <pwd.h>
 #include <spawn.h>
 #include <string_view>
 #include <sys/stat.h>
@@ -67,29 +67,14 @@ void refuseNUL(std::string_view text, std::string_view what) {
     }
 }
 
-struct User {
-    std::string name;
-    std::string home;
-};
-
-User effectiveUser() {
-    const uid_t uid = ::geteuid();
-    passwd record{};
-    passwd* found = nullptr;
-    std::vector<char> buffer(1024);
-    int status = ERANGE;
-    while ((status = ::getpwuid_r(uid, &record, buffer.data(), buffer.size(), &found)) == ERANGE) {
-        buffer.resize(buffer.size() * 2);
-    }
-    if (status != 0 || found == nullptr) {
-        return {fmt::format("{}", uid), "/"}; // a user without an entry is one nevertheless
-    }
-    return {found->pw_name, found->pw_dir};
-}
-
 // Fixed, because what this process inherited is whoever started it talking to our tools.
 std::vector<std::string> toolEnvironment() {
-    const User user = effectiveUser();
+    const uid_t uid = ::geteuid();
+    const UserRecord user = userRecord(uid).value_or(UserRecord{.user = uid,
+                                                                .group = ::getegid(),
+                                                                .name = fmt::format("{}", uid),
+                                                                .home = "/",
+                                                                .shell = ""});
     return {
         "PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin",
         "LANG=C.UTF-8",

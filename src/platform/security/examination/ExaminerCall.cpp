@@ -1,6 +1,6 @@
 #include "platform/security/examination/ExaminerCall.h"
 
-#include "platform/security/signature/FileBytes.h"
+#include "platform/foundation/files/content/FileBytes.h"
 
 #include <fmt/format.h>
 

@@ -1,6 +1,8 @@
 #include "platform/security/install/ClientInstaller.h"
 
 #include "platform/foundation/files/UniqueFd.h"
+#include "platform/foundation/files/content/FileBytes.h"
+#include "platform/foundation/files/content/ReplacementFile.h"
 #include "platform/foundation/log/Log.h"
 #include "platform/security/CodeSigningStatus.h"
 #include "platform/security/GuestServices.h"
@@ -8,9 +10,7 @@
 #include "platform/security/guest/GuestReport.h"
 #include "platform/security/guest/ProcessReader.h"
 #include "platform/security/install/GuardedPath.h"
-#include "platform/security/install/ReplacementFile.h"
 #include "platform/security/signature/CoveredRange.h"
-#include "platform/security/signature/FileBytes.h"
 #include "platform/security/signature/SignatureFailure.h"
 #include "platform/security/signature/SignatureTrailer.h"
 

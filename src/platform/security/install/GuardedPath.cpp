@@ -1,7 +1,7 @@
 #include "platform/security/install/GuardedPath.h"
 
+#include "platform/foundation/files/content/FileBytes.h"
 #include "platform/foundation/log/Log.h"
-#include "platform/security/signature/FileBytes.h"
 
 #include <fmt/format.h>
 

@@ -1,8 +1,8 @@
 #include "platform/security/signature/AnchorLoader.h"
 
+#include "platform/foundation/files/content/FileBytes.h"
 #include "platform/foundation/log/Log.h"
 #include "platform/security/signature/CertificateReader.h"
-#include "platform/security/signature/FileBytes.h"
 
 #include <fmt/format.h>
 

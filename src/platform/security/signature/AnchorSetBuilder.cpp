@@ -1,8 +1,8 @@
 #include "platform/security/signature/AnchorSetBuilder.h"
 
+#include "platform/foundation/digest/SHA256.h"
 #include "platform/security/signature/CertificateReader.h"
 #include "platform/security/signature/CertificateRules.h"
-#include "platform/security/signature/SHA256.h"
 
 #include <fmt/format.h>
 

@@ -1,8 +1,8 @@
 #pragma once
 
+#include "platform/foundation/digest/SHA256.h"
 #include "platform/security/CodeFacts.h"
 #include "platform/security/signature/OpenSSLHandles.h"
-#include "platform/security/signature/SHA256.h"
 
 #include <tl/expected.hpp>
 

@@ -2,6 +2,7 @@
 
 #include "platform/foundation/log/Log.h"
 #include "platform/foundation/plist/PropertyList.h"
+#include "platform/security/signature/OpenSSLHandles.h"
 
 #include <fmt/format.h>
 

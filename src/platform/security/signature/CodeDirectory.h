@@ -1,9 +1,9 @@
 #pragma once
 
+#include "platform/foundation/digest/SHA256.h"
 #include "platform/foundation/values/Error.h"
 #include "platform/foundation/values/Value.h"
 #include "platform/security/CodeSigningStatus.h"
-#include "platform/security/signature/SHA256.h"
 #include "platform/security/signature/SignatureFailure.h"
 
 #include <array>

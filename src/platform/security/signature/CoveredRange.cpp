@@ -1,8 +1,8 @@
 #include "platform/security/signature/CoveredRange.h"
 
+#include "platform/foundation/files/content/FileBytes.h"
+#include "platform/foundation/files/content/FileKey.h"
 #include "platform/security/CodeSigningStatus.h"
-#include "platform/security/signature/FileBytes.h"
-#include "platform/security/signature/FileKey.h"
 
 #include <fmt/format.h>
 

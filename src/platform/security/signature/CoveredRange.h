@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/security/signature/SHA256.h"
+#include "platform/foundation/digest/SHA256.h"
 #include "platform/security/signature/SignatureFailure.h"
 
 #include <chrono>

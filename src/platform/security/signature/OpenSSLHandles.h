@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/foundation/digest/OpenSSLOwner.h"
+
 #include <openssl/bio.h>
 #include <openssl/cms.h>
 #include <openssl/evp.h>
@@ -12,13 +14,6 @@
 
 namespace qv {
 
-/// Gives an object of the cryptographic library back to it.
-template <auto Release> struct Releaser {
-    template <typename T> void operator()(T* object) const noexcept {
-        static_cast<void>(Release(object));
-    }
-};
-
 struct X509StackReleaser {
     void operator()(STACK_OF(X509) * certificates) const noexcept {
         sk_X509_pop_free(certificates, X509_free);
@@ -28,7 +23,6 @@ struct X509StackReleaser {
 using BIOHandle = std::unique_ptr<BIO, Releaser<BIO_free>>;
 using CMSHandle = std::unique_ptr<CMS_ContentInfo, Releaser<CMS_ContentInfo_free>>;
 using KeyHandle = std::unique_ptr<EVP_PKEY, Releaser<EVP_PKEY_free>>;
-using MessageDigestHandle = std::unique_ptr<EVP_MD_CTX, Releaser<EVP_MD_CTX_free>>;
 using X509Handle = std::unique_ptr<X509, Releaser<X509_free>>;
 using X509StackHandle = std::unique_ptr<STACK_OF(X509), X509StackReleaser>;
 using X509StoreHandle = std::unique_ptr<X509_STORE, Releaser<X509_STORE_free>>;

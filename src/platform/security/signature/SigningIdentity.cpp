@@ -1,10 +1,10 @@
 #include "platform/security/signature/SigningIdentity.h"
 
 #include "platform/foundation/files/UniqueFd.h"
+#include "platform/foundation/files/content/FileBytes.h"
 #include "platform/foundation/log/Log.h"
 #include "platform/security/CodeSigningStatus.h"
 #include "platform/security/signature/CertificateReader.h"
-#include "platform/security/signature/FileBytes.h"
 
 #include <fmt/format.h>
 #include <openssl/pem.h>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/security/signature/OpenSSLHandles.h"
+#include "platform/foundation/digest/OpenSSLOwner.h"
 
 #include <array>
 #include <cstdint>

@@ -1,4 +1,4 @@
-#include "platform/security/signature/FileBytes.h"
+#include "platform/foundation/files/content/FileBytes.h"
 
 #include <cerrno>
 #include <limits>

@@ -1,4 +1,4 @@
-#include "platform/security/signature/FileKey.h"
+#include "platform/foundation/files/content/FileKey.h"
 
 #include <cerrno>
 #include <linux/fs.h>

@@ -1,4 +1,4 @@
-#include "platform/security/signature/SHA256.h"
+#include "platform/foundation/digest/SHA256.h"
 
 #include <new>
 

@@ -1,8 +1,8 @@
-#include "platform/security/install/ReplacementFile.h"
+#include "platform/foundation/files/content/ReplacementFile.h"
 
 #include "platform/foundation/files/Sync.h"
 #include "platform/foundation/files/TemporaryName.h"
-#include "platform/security/signature/FileBytes.h"
+#include "platform/foundation/files/content/FileBytes.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,0 +1,164 @@
+#include "platform/foundation/process/UserProcess.h"
+
+#include "platform/foundation/process/ProcessState.h"
+#include "platform/foundation/process/Task.h"
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <grp.h>
+#include <linux/capability.h>
+#include <poll.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+extern "C" { // the header of glibc 2.36 has no C++ linkage
+#include <sys/pidfd.h>
+}
+
+namespace qv {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::size_t kLongestResult = std::size_t{64} << 10U;
+constexpr int kResultFd = 3;
+
+// The child's exit statuses; what it says counts only after the first.
+constexpr int kDone = 0;
+constexpr int kNotAllowed = 1;
+constexpr int kThrown = 2;
+
+bool dropCapabilities() {
+    __user_cap_header_struct header{.version = _LINUX_CAPABILITY_VERSION_3, .pid = 0};
+    const std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3> none{};
+    return ::syscall(SYS_capset, &header, none.data()) == 0;
+}
+
+// For good: with the saved IDs, so that nothing that happens in the child can take it back.
+bool become(const UserRecord& user, const std::vector<gid_t>& groups) {
+    if (::geteuid() == user.user && ::getuid() == user.user) {
+        return true;
+    }
+    if (::setgroups(groups.size(), groups.data()) != 0 ||
+        ::setresgid(user.group, user.group, user.group) != 0 ||
+        ::setresuid(user.user, user.user, user.user) != 0) {
+        return false;
+    }
+    uid_t real = 0;
+    uid_t effective = 0;
+    uid_t saved = 0;
+    return ::getresuid(&real, &effective, &saved) == 0 && real == user.user &&
+           effective == user.user && saved == user.user && (user.user == 0 || dropCapabilities());
+}
+
+[[noreturn]] void beTheChild(const UserRecord& user, const std::vector<gid_t>& groups, int result,
+                             pid_t parent, const std::function<std::string()>& work) {
+    if (::dup3(result, kResultFd, O_CLOEXEC) < 0 && errno != EINVAL) { // it may have that number
+        ::_exit(kNotAllowed);
+    }
+    ::close_range(kResultFd + 1, ~0U, 0);
+    sanitizeProcess();
+    constexpr mode_t kForOthers = 077;
+    ::umask(kForOthers);
+    // The change of user makes a process forget the signal, and may make it dumpable.
+    if (!become(user, groups) || ::prctl(PR_SET_DUMPABLE, 0) != 0 ||
+        ::prctl(PR_SET_PDEATHSIG, SIGKILL) != 0 || ::getppid() != parent) {
+        ::_exit(kNotAllowed);
+    }
+    try {
+        const std::string said = work();
+        for (std::size_t at = 0; at < said.size();) {
+            const ssize_t count = ::write(kResultFd, said.data() + at, said.size() - at);
+            if (count < 0 && errno != EINTR) {
+                ::_exit(kThrown);
+            }
+            at += count > 0 ? static_cast<std::size_t>(count) : 0;
+        }
+    } catch (...) {
+        ::_exit(kThrown);
+    }
+    ::_exit(kDone);
+}
+
+// Until the last writer has closed; 0 or the errno.
+int readResult(int descriptor, Clock::time_point deadline, std::string& into) {
+    for (;;) {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+        pollfd entry{descriptor, POLLIN, 0};
+        const int ready = left.count() > 0 ? ::poll(&entry, 1, static_cast<int>(left.count())) : 0;
+        if (ready < 0 && errno == EINTR) {
+            continue;
+        }
+        if (ready <= 0) {
+            return ready == 0 ? ETIMEDOUT : errno;
+        }
+        std::array<char, 4096> piece{};
+        const ssize_t count = ::read(descriptor, piece.data(), piece.size());
+        if (count < 0 && errno != EINTR) {
+            return errno;
+        }
+        if (count == 0) {
+            return 0;
+        }
+        into.append(piece.data(), count > 0 ? static_cast<std::size_t>(count) : 0);
+        if (into.size() > kLongestResult) {
+            return EOVERFLOW;
+        }
+    }
+}
+
+// A killed child that hangs in a file system is left to whoever reaps this process's children.
+int reap(pid_t pid, int pidfd, Clock::time_point deadline, int& status) {
+    pollfd entry{pidfd, POLLIN, 0};
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+    static_cast<void>(::poll(&entry, 1, static_cast<int>(std::max(left.count(), 0L))));
+    const pid_t reaped = ::waitpid(pid, &status, WNOHANG);
+    return reaped == pid ? 0 : (reaped == 0 ? ETIMEDOUT : errno);
+}
+
+tl::unexpected<Error> failure(int errorNumber) { return tl::unexpected(Error::posix(errorNumber)); }
+
+} // namespace
+
+tl::expected<std::string, Error> performAsUser(const UserRecord& user,
+                                               const std::function<std::string()>& work,
+                                               std::chrono::milliseconds patience) {
+    const std::vector<gid_t> groups = groupsOf(user); // the child must not ask: it may not lock
+    tl::expected<Pipe, Error> pipe = Pipe::pipe();
+    if (!pipe) {
+        return tl::unexpected(pipe.error());
+    }
+    const Clock::time_point deadline = Clock::now() + patience;
+    const pid_t parent = ::getpid();
+    const pid_t pid = ::fork();
+    if (pid < 0) {
+        return failure(errno);
+    }
+    if (pid == 0) {
+        beTheChild(user, groups, pipe->fileHandleForWriting.get(), parent, work);
+    }
+    pipe->fileHandleForWriting.reset();
+    const UniqueFd pidfd(::pidfd_open(pid, 0));
+    std::string said;
+    const int unread = readResult(pipe->fileHandleForReading.get(), deadline, said);
+    if (unread != 0) {
+        ::kill(pid, SIGKILL); // it is ours, and not reaped
+    }
+    int status = 0;
+    constexpr std::chrono::seconds kForItsEnd{1};
+    const int lost = reap(pid, pidfd.get(), Clock::now() + kForItsEnd, status);
+    if (unread != 0 || lost != 0) {
+        return failure(unread != 0 ? unread : lost);
+    }
+    if (WIFEXITED(status) && WEXITSTATUS(status) == kDone) {
+        return said;
+    }
+    return failure(WIFEXITED(status) && WEXITSTATUS(status) == kNotAllowed ? EPERM : ECHILD);
+}
+
+} // namespace qv

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+namespace qv {
+
+/// What the user database says of a user (passwd(5)).
+struct UserRecord {
+    uid_t user = 0;
+    gid_t group = 0;
+    std::string name;
+    std::string home; ///< need not exist
+    std::string shell;
+};
+
+/// None for a user without an entry, and when the database cannot be read.
+[[nodiscard]] std::optional<UserRecord> userRecord(uid_t user);
+[[nodiscard]] std::optional<UserRecord> userRecord(const std::string& name);
+
+/// All the groups that a login of the user has, the main one included (group(5)).
+[[nodiscard]] std::vector<gid_t> groupsOf(const UserRecord& user);
+
+} // namespace qv

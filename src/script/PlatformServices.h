@@ -1,0 +1,21 @@
+#pragma once
+
+#include <memory>
+
+namespace qv {
+
+class AccessibilityService;
+class PreferencesService;
+class TrashService;
+class WorkspaceService;
+
+/// What a script's operations ask of the machine. One that is missing is made when an operation
+/// needs it: that of this machine, on behalf of this process itself.
+struct PlatformServices {
+    std::shared_ptr<TrashService> trash;
+    std::shared_ptr<WorkspaceService> workspace;
+    std::shared_ptr<PreferencesService> preferences;
+    std::shared_ptr<AccessibilityService> accessibility;
+};
+
+} // namespace qv
