@@ -3,12 +3,10 @@
 #include "platform/foundation/files/FileSystemPath.h"
 #include "platform/foundation/files/UniqueFd.h"
 #include "platform/foundation/plist/PropertyList.h"
+#include "platform/workspace/RegularFile.h"
 
-#include <cerrno>
 #include <fcntl.h>
 #include <linux/openat2.h>
-#include <string>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 #include <utility>
@@ -19,57 +17,102 @@ namespace {
 
 constexpr std::size_t kLongestList = std::size_t{1} << 20U;
 
-// A regular file's content; none for all else, so that a FIFO keeps nobody waiting.
-std::optional<std::string> contentOf(int folder, const char* name) {
+// Links are followed inside the folder only: one must not show what others hide.
+UniqueFd openBeneath(int folder, const std::string& name, std::uint64_t flags) {
     open_how how{};
-    how.flags = O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
-    how.resolve = RESOLVE_BENEATH | RESOLVE_NO_MAGICLINKS; // a link must not show what others hide
-    const UniqueFd file(static_cast<int>(::syscall(SYS_openat2, folder, name, &how, sizeof how)));
-    struct stat info{};
-    if (!file || ::fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode) ||
-        std::cmp_greater(info.st_size, kLongestList)) {
-        return std::nullopt;
-    }
-    std::string content(kLongestList, '\0');
-    std::size_t length = 0;
-    while (length < content.size()) {
-        const ssize_t count = ::read(file.get(), content.data() + length, content.size() - length);
-        if (count < 0 && errno == EINTR) {
-            continue;
-        }
-        if (count <= 0) {
-            break;
-        }
-        length += static_cast<std::size_t>(count);
-    }
-    content.resize(length);
-    return content;
+    how.flags = flags | O_CLOEXEC;
+    how.resolve = RESOLVE_BENEATH | RESOLVE_NO_MAGICLINKS;
+    return UniqueFd(
+        static_cast<int>(::syscall(SYS_openat2, folder, name.c_str(), &how, sizeof how)));
 }
 
-Value infoDictionary(int folder) {
-    for (const char* name : {"Contents/Info.plist", "Resources/Info.plist", "Info.plist"}) {
-        const std::optional<std::string> content = contentOf(folder, name);
+UniqueFd openBundle(const std::string& path) {
+    return UniqueFd(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+}
+
+std::optional<Value> infoDictionary(int folder) {
+    for (const char* name : kInfoLists) {
+        // Without O_NONBLOCK a FIFO would keep us waiting.
+        const UniqueFd file = openBeneath(folder, name, O_RDONLY | O_NONBLOCK | O_NOCTTY);
+        const auto content = file ? contentOfRegularFile(file.get(), kLongestList) : std::nullopt;
         if (!content) {
             continue;
         }
         const auto list = PropertyList::propertyListWithData(*content);
         return list && list->root.is(Value::Kind::dictionary) ? list->root : Value::dictionary({});
     }
-    return Value::dictionary({});
+    return std::nullopt;
+}
+
+std::string nameWithoutExtension(const std::string& path) {
+    const std::string name = path.substr(path.rfind('/') + 1);
+    const std::size_t dot = name.rfind('.');
+    return dot == 0 || dot == std::string::npos ? name : name.substr(0, dot);
+}
+
+bool isOneComponent(std::string_view name) {
+    return name != "." && name != ".." && name.find('/') == std::string_view::npos &&
+           name.find('\0') == std::string_view::npos;
 }
 
 } // namespace
 
+Bundle::Bundle(std::string path, std::optional<Value> info)
+    : path_(std::move(path)), hasInfo_(info.has_value()) {
+    info_ = hasInfo_ ? *std::move(info) : Value::dictionary({});
+}
+
 std::optional<Bundle> Bundle::bundleWithURL(const std::optional<URL>& url) {
     const tl::expected<std::string, Error> path = fileSystemPath(url);
-    const UniqueFd folder(
-        path ? ::open(path->c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC) : -1);
-    return folder ? std::optional(Bundle(infoDictionary(folder.get()))) : std::nullopt;
+    const UniqueFd folder = path ? openBundle(*path) : UniqueFd();
+    return folder ? std::optional(Bundle(*path, infoDictionary(folder.get()))) : std::nullopt;
 }
 
 std::optional<Value> Bundle::objectForInfoDictionaryKey(std::string_view key) const {
     const Value* value = info_.find(key);
     return value == nullptr ? std::nullopt : std::optional(*value);
+}
+
+std::optional<std::string> Bundle::textForInfoDictionaryKey(std::string_view key) const {
+    const Value* value = info_.find(key);
+    return value != nullptr && value->is(Value::Kind::string) && !value->asString().empty()
+               ? std::optional(std::string(value->asString()))
+               : std::nullopt;
+}
+
+std::optional<std::string> Bundle::bundleIdentifier() const {
+    return textForInfoDictionaryKey("CFBundleIdentifier");
+}
+
+std::optional<std::string> Bundle::displayName() const {
+    return textForInfoDictionaryKey("CFBundleDisplayName");
+}
+
+std::optional<std::string> Bundle::bundleName() const {
+    return textForInfoDictionaryKey("CFBundleName");
+}
+
+std::optional<std::string> Bundle::executablePath() const {
+    std::optional<std::string> name = textForInfoDictionaryKey("CFBundleExecutable");
+    if (!name) {
+        name = textForInfoDictionaryKey("NSExecutable");
+    }
+    if (!name) {
+        name = nameWithoutExtension(path_);
+    }
+    const UniqueFd folder = openBundle(path_);
+    if (!folder || !isOneComponent(*name)) {
+        return std::nullopt;
+    }
+    for (const char* below : {"Contents/Linux/", "Contents/MacOS/", ""}) {
+        const std::string inside = below + *name;
+        const UniqueFd file = openBeneath(folder.get(), inside, O_PATH);
+        struct stat info{};
+        if (file && ::fstat(file.get(), &info) == 0 && isProgramFile(info)) {
+            return path_ + "/" + inside;
+        }
+    }
+    return std::nullopt;
 }
 
 } // namespace qv

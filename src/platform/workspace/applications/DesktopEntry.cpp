@@ -1,0 +1,240 @@
+#include "platform/workspace/applications/DesktopEntry.h"
+
+#include "platform/foundation/files/content/FileBytes.h"
+#include "platform/foundation/values/UTF8.h"
+#include "platform/workspace/RegularFile.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <bitset>
+#include <cerrno>
+#include <optional>
+
+namespace qv {
+
+namespace {
+
+enum class Repeated : unsigned char { lastCounts, refused };
+
+struct TextKey {
+    std::string_view key;
+    std::string DesktopEntry::* member;
+    Repeated repeated;
+};
+constexpr std::array<TextKey, 7> kTextKeys = {{
+    {"Type", &DesktopEntry::type, Repeated::refused},
+    {"Name", &DesktopEntry::name, Repeated::lastCounts},
+    {"Exec", &DesktopEntry::exec, Repeated::refused},
+    {"TryExec", &DesktopEntry::tryExec, Repeated::refused},
+    {"Path", &DesktopEntry::path, Repeated::refused},
+    {"Icon", &DesktopEntry::icon, Repeated::lastCounts},
+    {"X-Flatpak", &DesktopEntry::flatpakID, Repeated::refused},
+}};
+
+struct BooleanKey {
+    std::string_view key;
+    bool DesktopEntry::* member;
+    Repeated repeated;
+};
+constexpr std::array<BooleanKey, 4> kBooleanKeys = {{
+    {"Terminal", &DesktopEntry::terminal, Repeated::refused},
+    {"Hidden", &DesktopEntry::hidden, Repeated::refused},
+    {"NoDisplay", &DesktopEntry::noDisplay, Repeated::lastCounts},
+    {"DBusActivatable", &DesktopEntry::dbusActivatable, Repeated::refused},
+}};
+
+constexpr std::size_t kMostLocales = 1024;
+
+bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\r'; }
+
+std::string_view trimmed(std::string_view text) {
+    while (!text.empty() && isBlank(text.front())) {
+        text.remove_prefix(1);
+    }
+    while (!text.empty() && isBlank(text.back())) {
+        text.remove_suffix(1);
+    }
+    return text;
+}
+
+std::string unescaped(std::string_view text) {
+    if (text.find('\\') == std::string_view::npos) {
+        return std::string(text);
+    }
+    constexpr std::string_view kLetters = "sntr\\";
+    constexpr std::string_view kMeant = " \n\t\r\\";
+    std::string result;
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        const std::size_t letter =
+            text[at] == '\\' && at + 1 < text.size() ? kLetters.find(text[at + 1]) : kLetters.npos;
+        if (letter == kLetters.npos) {
+            result += text[at];
+        } else {
+            result += kMeant[letter];
+            ++at;
+        }
+    }
+    return result;
+}
+
+bool isSameWord(std::string_view text, std::string_view lowerCase) {
+    return std::ranges::equal(text, lowerCase, [](char left, char right) {
+        return (left >= 'A' && left <= 'Z' ? left - 'A' + 'a' : left) == right;
+    });
+}
+
+std::optional<bool> booleanFrom(std::string_view text) {
+    if (text == "1" || isSameWord(text, "true")) {
+        return true;
+    }
+    return text == "0" || isSameWord(text, "false") ? std::optional(false) : std::nullopt;
+}
+
+/// Goes through the lines of one file.
+class EntryParser {
+public:
+    explicit EntryParser(DesktopEntry& entry) : entry_(entry) {}
+
+    // The reason why the file is refused; empty when it is not.
+    std::string parse(std::string_view bytes) {
+        constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+        if (bytes.starts_with(kByteOrderMark)) {
+            bytes.remove_prefix(kByteOrderMark.size());
+        }
+        for (line_ = 1; !bytes.empty(); ++line_) {
+            const std::size_t end = std::min(bytes.find('\n'), bytes.size());
+            const std::string reason = parseLine(bytes.substr(0, end));
+            if (!reason.empty()) {
+                return fmt::format("line {}: {}", line_, reason);
+            }
+            bytes.remove_prefix(std::min(end + 1, bytes.size()));
+        }
+        return wasThere_ ? "" : "there is no group [Desktop Entry]";
+    }
+
+private:
+    enum class Group : unsigned char { none, ours, other };
+
+    std::string parseLine(std::string_view whole) {
+        if (!isUTF8(whole) || whole.find('\0') != std::string_view::npos) {
+            return "this is no UTF-8 text";
+        }
+        const std::string_view line = trimmed(whole);
+        if (line.empty() || line.front() == '#') {
+            return {};
+        }
+        if (line.front() == '[') {
+            return enterGroup(line);
+        }
+        if (group_ == Group::other) {
+            return {};
+        }
+        const std::size_t sign = line.find('=');
+        if (group_ == Group::none || sign == std::string_view::npos) {
+            return group_ == Group::none ? "a group must come first"
+                                         : "neither a pair KEY=VALUE nor a comment";
+        }
+        return take(trimmed(line.substr(0, sign)), trimmed(line.substr(sign + 1)));
+    }
+
+    std::string enterGroup(std::string_view header) {
+        if (header.find(']') != header.size() - 1) {
+            return "a group header ends in the only \"]\" of its line";
+        }
+        const bool isOurs = header == "[Desktop Entry]";
+        if (isOurs && wasThere_) {
+            return "a second group [Desktop Entry]";
+        }
+        wasThere_ = wasThere_ || isOurs;
+        group_ = isOurs ? Group::ours : Group::other;
+        return {};
+    }
+
+    std::string take(std::string_view key, std::string_view value) {
+        if (value.empty()) {
+            return {};
+        }
+        for (std::size_t at = 0; at < kTextKeys.size(); ++at) {
+            if (key == kTextKeys[at].key) {
+                std::string& member = entry_.*kTextKeys[at].member;
+                std::string text = unescaped(value);
+                if (kTextKeys[at].repeated == Repeated::refused && !member.empty() &&
+                    member != text) {
+                    return fmt::format("a second value of {}", key);
+                }
+                member = std::move(text);
+                return {};
+            }
+        }
+        for (std::size_t at = 0; at < kBooleanKeys.size(); ++at) {
+            if (key == kBooleanKeys[at].key) {
+                return takeBoolean(at, value);
+            }
+        }
+        return key.starts_with("Name[") && key.ends_with(']')
+                   ? takeLocalizedName(key.substr(5, key.size() - 6), value)
+                   : "";
+    }
+
+    std::string takeBoolean(std::size_t index, std::string_view value) {
+        const BooleanKey& row = kBooleanKeys[index];
+        const std::optional<bool> truth = booleanFrom(value);
+        if (!truth) {
+            return fmt::format("{} is neither true nor false", row.key);
+        }
+        bool& member = entry_.*row.member;
+        if (row.repeated == Repeated::refused && isSet_.test(index) && member != *truth) {
+            return fmt::format("a second value of {}", row.key);
+        }
+        isSet_.set(index);
+        member = *truth;
+        return {};
+    }
+
+    std::string takeLocalizedName(std::string_view locale, std::string_view value) {
+        auto& names = entry_.localizedNames;
+        const auto known = std::ranges::find(
+            names, locale, [](const auto& pair) -> const std::string& { return pair.first; });
+        if (known != names.end()) {
+            known->second = unescaped(value);
+        } else if (names.size() == kMostLocales) {
+            return fmt::format("more than {} localized names", kMostLocales);
+        } else {
+            names.emplace_back(locale, unescaped(value));
+        }
+        return {};
+    }
+
+    DesktopEntry& entry_;
+    std::size_t line_ = 0;
+    Group group_ = Group::none;
+    bool wasThere_ = false;
+    std::bitset<kBooleanKeys.size()> isSet_;
+};
+
+} // namespace
+
+tl::expected<DesktopEntry, std::string> DesktopEntry::parse(std::string_view bytes,
+                                                            std::string filePath) {
+    if (bytes.size() > kLongestFile) {
+        return tl::unexpected(fmt::format("longer than {} bytes", kLongestFile));
+    }
+    DesktopEntry entry;
+    std::string reason = EntryParser(entry).parse(bytes);
+    if (!reason.empty()) {
+        return tl::unexpected(std::move(reason));
+    }
+    entry.filePath = std::move(filePath);
+    return entry;
+}
+
+tl::expected<DesktopEntry, std::string> DesktopEntry::contentsOfFile(const std::string& path) {
+    const UniqueFd file = openRegularFile(path);
+    const std::optional<std::string> content =
+        file ? contentOfRegularFile(file.get(), kLongestFile) : std::nullopt;
+    return content ? parse(*content, path) : tl::unexpected(errnoText(errno));
+}
+
+} // namespace qv
