@@ -1,5 +1,6 @@
 #include "platform/foundation/process/Task.h"
 
+#include "platform/foundation/process/SpawnProcess.h"
 #include "platform/foundation/process/UserRecord.h"
 #include "platform/foundation/values/Exception.h"
 
@@ -8,12 +9,8 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
-#include <cstddef>
 #include <cstring>
 #include <fcntl.h>
-#include <memory>
-#include <optional>
-#include <spawn.h>
 #include <string_view>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -85,63 +82,6 @@ std::vector<std::string> toolEnvironment() {
     };
 }
 
-std::vector<char*> pointers(std::vector<std::string>& texts) {
-    std::vector<char*> list;
-    list.reserve(texts.size() + 1);
-    for (std::string& text : texts) {
-        list.push_back(text.data());
-    }
-    list.push_back(nullptr);
-    return list;
-}
-
-// What preparing a spawn answers: a descriptor may lie above the limit of open files.
-void check(int status) {
-    if (status != 0) {
-        refuse(fmt::format("launch cannot be prepared: {}", strerrordesc_np(status)));
-    }
-}
-
-class SpawnActions {
-public:
-    SpawnActions() { check(::posix_spawn_file_actions_init(&actions_)); }
-    SpawnActions(const SpawnActions&) = delete;
-    SpawnActions& operator=(const SpawnActions&) = delete;
-    SpawnActions(SpawnActions&&) = delete;
-    SpawnActions& operator=(SpawnActions&&) = delete;
-    ~SpawnActions() { ::posix_spawn_file_actions_destroy(&actions_); }
-    [[nodiscard]] posix_spawn_file_actions_t* get() { return &actions_; }
-
-private:
-    posix_spawn_file_actions_t actions_{};
-};
-
-class SpawnAttributes {
-public:
-    SpawnAttributes() { check(::posix_spawnattr_init(&attributes_)); }
-    SpawnAttributes(const SpawnAttributes&) = delete;
-    SpawnAttributes& operator=(const SpawnAttributes&) = delete;
-    SpawnAttributes(SpawnAttributes&&) = delete;
-    SpawnAttributes& operator=(SpawnAttributes&&) = delete;
-    ~SpawnAttributes() { ::posix_spawnattr_destroy(&attributes_); }
-    [[nodiscard]] posix_spawnattr_t* get() { return &attributes_; }
-
-private:
-    posix_spawnattr_t attributes_{};
-};
-
-void setDefaults(SpawnAttributes& attributes) {
-    sigset_t set{};
-    ::sigemptyset(&set);
-    check(::posix_spawnattr_setsigmask(attributes.get(), &set));
-    // Really all: sigfillset leaves out the C library's own two, which a spawn leaves ignored then.
-    std::memset(&set, 0xFF, sizeof(set));
-    check(::posix_spawnattr_setsigdefault(attributes.get(), &set));
-    check(::posix_spawnattr_setpgroup(attributes.get(), 0));
-    check(::posix_spawnattr_setflags(
-        attributes.get(), POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP));
-}
-
 // Out of the way of 0, 1 and 2, which are filled one after the other.
 UniqueFd aboveStandard(UniqueFd fd) {
     if (!fd || fd.get() >= kFirstPrivateFd) {
@@ -184,6 +124,13 @@ void Task::setArguments(std::vector<std::string> arguments) {
     arguments_ = std::move(arguments);
 }
 
+void Task::setEnvironment(std::vector<std::string> environment) {
+    for (const std::string& variable : environment) {
+        refuseNUL(variable, "the environment");
+    }
+    environment_ = std::move(environment);
+}
+
 void Task::setStandardInput(UniqueFd fd) { standard_[0] = aboveStandard(std::move(fd)); }
 void Task::setStandardOutput(UniqueFd fd) { standard_[1] = aboveStandard(std::move(fd)); }
 void Task::setStandardError(UniqueFd fd) { standard_[2] = aboveStandard(std::move(fd)); }
@@ -202,32 +149,27 @@ void Task::launch() {
 }
 
 void Task::spawn() {
-    SpawnActions actions;
-    for (std::size_t i = 0; i < standard_.size(); ++i) {
-        if (standard_[i]) {
-            check(::posix_spawn_file_actions_adddup2(actions.get(), standard_[i].get(),
-                                                     static_cast<int>(i)));
-        }
+    SpawnRequest request{.program = launchPath_,
+                         .words = arguments_,
+                         .environment = environment_ ? *environment_ : toolEnvironment(),
+                         .directory = "/",
+                         .standard = {standard_[0].get(), standard_[1].get(), standard_[2].get()},
+                         .leads = SpawnRequest::Leads::processGroup};
+    request.words.insert(request.words.begin(), launchPath_);
+    const auto spawned = spawnProcess(std::move(request));
+    if (spawned) {
+        pid_ = *spawned;
+        return;
     }
-    check(::posix_spawn_file_actions_addclosefrom_np(actions.get(), kFirstPrivateFd));
-    check(::posix_spawn_file_actions_addchdir_np(actions.get(), "/"));
-    SpawnAttributes attributes;
-    setDefaults(attributes);
-
-    std::vector<std::string> words = arguments_;
-    words.insert(words.begin(), launchPath_);
-    std::vector<std::string> environment = toolEnvironment();
-    pid_t pid = 0;
-    const int status = ::posix_spawn(&pid, launchPath_.c_str(), actions.get(), attributes.get(),
-                                     pointers(words).data(), pointers(environment).data());
-    if (status == ENOENT) { // the file itself has just been seen
+    const int errorNumber = spawned.error().errorNumber;
+    if (spawned.error().when == SpawnFailure::While::preparing) {
+        refuse(fmt::format("launch cannot be prepared: {}", strerrordesc_np(errorNumber)));
+    }
+    if (errorNumber == ENOENT) { // the file itself has just been seen
         refuse(fmt::format("launch path not accessible: {}: its interpreter: {}", launchPath_,
-                           strerrordesc_np(status)));
+                           strerrordesc_np(errorNumber)));
     }
-    if (status != 0) {
-        refuseLaunch(launchPath_, status);
-    }
-    pid_ = pid;
+    refuseLaunch(launchPath_, errorNumber);
 }
 
 // 0 or the errno.

@@ -41,7 +41,8 @@ bool dropCapabilities() {
 
 // For good: with the saved IDs, so that nothing that happens in the child can take it back.
 bool become(const UserRecord& user, const std::vector<gid_t>& groups) {
-    if (::geteuid() == user.user && ::getuid() == user.user) {
+    const bool isOwn = ::geteuid() == user.user && ::getuid() == user.user;
+    if (isOwn && user.user != 0) {
         return true;
     }
     if (::setgroups(groups.size(), groups.data()) != 0 ||
