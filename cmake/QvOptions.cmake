@@ -31,7 +31,7 @@ endif()
 find_program(QV_CCACHE ccache)
 if(QV_CCACHE)
   set(CMAKE_C_COMPILER_LAUNCHER "${QV_CCACHE}")
-  set(CMAKE_CXX_COMPILER_LAUNCHER "${QV_CCACHE}")
+  set(CMAKE_CXX_COMPILER_LAUNCHER "${CMAKE_COMMAND}" -E env CCACHE_SLOPPINESS=pch_defines,time_macros "${QV_CCACHE}")
 endif()
 
 add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion

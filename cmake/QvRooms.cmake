@@ -30,6 +30,18 @@ function(qv_use_rooms target)
   endforeach()
 endfunction()
 
+function(qv_test_options target)
+  # Of what is tested, not of the test, speed counts; and it is what the sanitizers are to watch.
+  if(QV_SANITIZE)
+    target_compile_options(${target} PRIVATE -O0)
+    if(QV_SANITIZE MATCHES "undefined")
+      target_compile_options(${target} PRIVATE -fno-sanitize=undefined)
+    endif()
+  elseif(NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
+    target_compile_options(${target} PRIVATE -O1)
+  endif()
+endfunction()
+
 # One test program of a room: qv_test(name SOURCES ... ROOMS ... [LIBRARIES ...] [LABELS root]).
 # Label "root": needs root and says so when it skips. Label "live": starts the real service. Label
 # "threads": several threads at work, so that the thread sanitizer looks at it; the target "threads"
@@ -39,7 +51,8 @@ function(qv_test name)
   add_executable(${name} ${TEST_SOURCES})
   qv_use_rooms(${name} ${TEST_ROOMS})
   target_include_directories(${name} PRIVATE "${CMAKE_SOURCE_DIR}/tests")
-  target_compile_options(${name} PRIVATE $<$<NOT:$<CONFIG:Debug>>:-O1>) # of what is tested, not of the test, speed counts
+  qv_test_options(${name})
+  target_precompile_headers(${name} REUSE_FROM qv_test_common)
   target_link_libraries(${name} PRIVATE qv_test_support GTest::gmock GTest::gtest_main
                                         ${TEST_LIBRARIES})
   add_test(NAME ${name} COMMAND ${name})
