@@ -25,7 +25,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::size_t kLongestResult = std::size_t{64} << 10U;
 constexpr int kResultFd = 3;
 
 // The child's exit statuses; what it says counts only after the first.
@@ -62,7 +61,9 @@ bool become(const UserRecord& user, const std::vector<gid_t>& groups) {
     if (::dup3(result, kResultFd, O_CLOEXEC) < 0 && errno != EINVAL) { // it may have that number
         ::_exit(kNotAllowed);
     }
-    ::close_range(kResultFd + 1, ~0U, 0);
+    if (::close_range(kResultFd + 1, ~0U, 0) != 0) {
+        ::_exit(kNotAllowed);
+    }
     sanitizeProcess();
     constexpr mode_t kForOthers = 077;
     ::umask(kForOthers);
@@ -87,7 +88,7 @@ bool become(const UserRecord& user, const std::vector<gid_t>& groups) {
 }
 
 // Until the last writer has closed; 0 or the errno.
-int readResult(int descriptor, Clock::time_point deadline, std::string& into) {
+int readResult(int descriptor, Clock::time_point deadline, std::size_t longest, std::string& into) {
     for (;;) {
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
         pollfd entry{descriptor, POLLIN, 0};
@@ -98,7 +99,7 @@ int readResult(int descriptor, Clock::time_point deadline, std::string& into) {
         if (ready <= 0) {
             return ready == 0 ? ETIMEDOUT : errno;
         }
-        std::array<char, 4096> piece{};
+        std::array<char, 16384> piece; // NOLINT(cppcoreguidelines-pro-type-member-init): read into
         const ssize_t count = ::read(descriptor, piece.data(), piece.size());
         if (count < 0 && errno != EINTR) {
             return errno;
@@ -107,7 +108,7 @@ int readResult(int descriptor, Clock::time_point deadline, std::string& into) {
             return 0;
         }
         into.append(piece.data(), count > 0 ? static_cast<std::size_t>(count) : 0);
-        if (into.size() > kLongestResult) {
+        if (into.size() > longest) {
             return EOVERFLOW;
         }
     }
@@ -116,8 +117,11 @@ int readResult(int descriptor, Clock::time_point deadline, std::string& into) {
 // A killed child that hangs in a file system is left to whoever reaps this process's children.
 int reap(pid_t pid, int pidfd, Clock::time_point deadline, int& status) {
     pollfd entry{pidfd, POLLIN, 0};
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
-    static_cast<void>(::poll(&entry, 1, static_cast<int>(std::max(left.count(), 0L))));
+    int ready = 0;
+    do { // a signal must not cut the wait short
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+        ready = ::poll(&entry, 1, static_cast<int>(std::max(left.count(), 0L)));
+    } while (ready < 0 && errno == EINTR);
     const pid_t reaped = ::waitpid(pid, &status, WNOHANG);
     return reaped == pid ? 0 : (reaped == 0 ? ETIMEDOUT : errno);
 }
@@ -128,7 +132,8 @@ tl::unexpected<Error> failure(int errorNumber) { return tl::unexpected(Error::po
 
 tl::expected<std::string, Error> performAsUser(const UserRecord& user,
                                                const std::function<std::string()>& work,
-                                               std::chrono::milliseconds patience) {
+                                               std::chrono::milliseconds patience,
+                                               std::size_t longest) {
     const std::vector<gid_t> groups = groupsOf(user); // the child must not ask: it may not lock
     tl::expected<Pipe, Error> pipe = Pipe::pipe();
     if (!pipe) {
@@ -146,7 +151,7 @@ tl::expected<std::string, Error> performAsUser(const UserRecord& user,
     pipe->fileHandleForWriting.reset();
     const UniqueFd pidfd(::pidfd_open(pid, 0));
     std::string said;
-    const int unread = readResult(pipe->fileHandleForReading.get(), deadline, said);
+    const int unread = readResult(pipe->fileHandleForReading.get(), deadline, longest, said);
     if (unread != 0) {
         ::kill(pid, SIGKILL); // it is ours, and not reaped
     }

@@ -1,7 +1,6 @@
 #include "platform/foundation/files/content/ReplacementFile.h"
 
 #include "platform/foundation/files/Sync.h"
-#include "platform/foundation/files/TemporaryName.h"
 #include "platform/foundation/files/content/FileBytes.h"
 
 #include <algorithm>
@@ -28,9 +27,9 @@ tl::expected<ReplacementFile, int> ReplacementFile::create(const std::string& pa
     return opened ? create(std::move(opened), path.substr(name)) : tl::unexpected(errno);
 }
 
-tl::expected<ReplacementFile, int> ReplacementFile::create(UniqueFd folder, std::string name) {
+tl::expected<ReplacementFile, int> ReplacementFile::create(UniqueFd folder, std::string name,
+                                                           std::string temporary) {
     constexpr mode_t kOwnerOnly = 0600;
-    std::string temporary = temporaryName();
     UniqueFd file(::openat(folder.get(), temporary.c_str(),
                            O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kOwnerOnly));
     if (!file) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/foundation/files/TemporaryName.h"
 #include "platform/foundation/files/UniqueFd.h"
 
 #include <tl/expected.hpp>
@@ -19,8 +20,10 @@ class ReplacementFile {
 public:
     /// Nobody but the owner can open it until it replaces `path`.
     static tl::expected<ReplacementFile, int> create(const std::string& path);
-    /// The same beside what is to become `name` of a folder, whose path is not used again.
-    static tl::expected<ReplacementFile, int> create(UniqueFd folder, std::string name);
+    /// The same beside what is to become `name` of a folder, whose path is not used again. Until
+    /// then it has a name that nothing else must have.
+    static tl::expected<ReplacementFile, int> create(UniqueFd folder, std::string name,
+                                                     std::string temporary = temporaryName());
     ReplacementFile(ReplacementFile&& other) noexcept = default;
     ReplacementFile& operator=(ReplacementFile&&) = delete;
     ReplacementFile(const ReplacementFile&) = delete;

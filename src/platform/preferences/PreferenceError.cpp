@@ -1,0 +1,29 @@
+#include "platform/preferences/PreferenceError.h"
+
+#include "platform/foundation/files/content/FileBytes.h"
+
+#include <fmt/format.h>
+
+#include <cerrno>
+
+namespace qv::preferences {
+
+Error failureAt(std::string_view place, int errorNumber, std::string_view cause) {
+    return Error::withDescription(error_domain::kPOSIX, errorNumber,
+                                  fmt::format("{}: {}", place, cause));
+}
+
+Error failureAt(std::string_view place, int errorNumber) {
+    return failureAt(place, errorNumber, errnoText(errorNumber));
+}
+
+Error refusalAt(std::string_view place, const Error& refusal) {
+    const Value info = refusal.userInfo();
+    const Value* detail = info.find(error_key::kDebugDescription);
+    return failureAt(place, EINVAL,
+                     detail != nullptr && detail->is(Value::Kind::string)
+                         ? std::string(detail->asString())
+                         : refusal.localizedDescription());
+}
+
+} // namespace qv::preferences
