@@ -14,6 +14,8 @@ set(QV_SOCKET_PATH "/run/com.larkwen.qvcatalog.helper.sock" CACHE PATH
     "Where the service listens and clients look for it")
 set(QV_RESOURCE_DIR "${CMAKE_INSTALL_FULL_DATADIR}/qvcatalog" CACHE PATH
     "Folder of the tables of localized strings")
+set(QV_STATE_DIR "/var/lib/qvcatalog" CACHE PATH
+    "Folder of what the service keeps: the store of trusted programs")
 set(QV_CLIENT_GROUP "_qvclient" CACHE STRING
     "Group, by name or number, that installed clients are set-group-id to; it has no members")
 option(QV_DEVELOPMENT
@@ -21,6 +23,7 @@ option(QV_DEVELOPMENT
 if(QV_DEVELOPMENT)
   set(QV_ANCHOR_DIR "${CMAKE_BINARY_DIR}/identity/anchors.d")
   set(QV_SOCKET_PATH "${CMAKE_BINARY_DIR}/run/helper.sock")
+  set(QV_STATE_DIR "${CMAKE_BINARY_DIR}/state")
   set(QV_CLIENT_GROUP 47110) # a number that no group need have
 endif()
 

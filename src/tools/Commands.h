@@ -83,4 +83,23 @@ struct VersionOptions {
 /// Prints -1, 0 or 1: the first version is the older one, the same, the newer one.
 ExitStatus version(const VersionOptions& options);
 
+// The programs that were granted trust; `usage` where that cannot be found out.
+
+struct TrustListOptions {
+    bool json = false;
+};
+ExitStatus trustList(const TrustListOptions& options);
+
+struct TrustCheckOptions {
+    std::string path;
+    std::optional<int> pid;
+};
+/// `failed`: not trusted.
+ExitStatus trustCheck(const TrustCheckOptions& options);
+
+struct TrustRevokeOptions {
+    std::string path;
+};
+ExitStatus trustRevoke(const TrustRevokeOptions& options);
+
 } // namespace qv::tools

@@ -143,6 +143,33 @@ void addVersion(CLI::App& app, Command& chosen) {
     command->callback([&chosen, options] { chosen = [options] { return version(*options); }; });
 }
 
+void addTrust(CLI::App& app, Command& chosen) {
+    CLI::App* trust = app.add_subcommand(
+        "trust", "Show, check and revoke the trust that was granted to programs");
+    trust->require_subcommand(1);
+    auto listing = std::make_shared<TrustListOptions>();
+    CLI::App* list = trust->add_subcommand("list", "Show the programs that are trusted");
+    list->add_flag("--json", listing->json, "print as JSON");
+    list->callback([&chosen, listing] { chosen = [listing] { return trustList(*listing); }; });
+
+    auto checking = std::make_shared<TrustCheckOptions>();
+    CLI::App* check = trust->add_subcommand(
+        "check", "Tell whether a program is trusted, and why not; status 1 when it is not, 2 when "
+                 "that cannot be found out");
+    auto* path = check->add_option("PATH", checking->path, "a program on disk");
+    auto* pid = check->add_option("--pid", checking->pid, "a running process instead");
+    path->excludes(pid);
+    check->callback([&chosen, checking] { chosen = [checking] { return trustCheck(*checking); }; });
+
+    auto revoking = std::make_shared<TrustRevokeOptions>();
+    CLI::App* revoke =
+        trust->add_subcommand("revoke", "Take trust away from a program (root only)");
+    revoke->add_option("PATH", revoking->path, "as list shows it; the file may be gone")
+        ->required();
+    revoke->callback(
+        [&chosen, revoking] { chosen = [revoking] { return trustRevoke(*revoking); }; });
+}
+
 int parseAndRun(int count, const char* const* arguments) {
     CLI::App app(
         "Works with QVCatalogHelperXPC, the service that carries out installation scripts.",
@@ -160,6 +187,7 @@ int parseAndRun(int count, const char* const* arguments) {
     addRequirement(app, chosen);
     addRule(app, chosen);
     addVersion(app, chosen);
+    addTrust(app, chosen);
     try {
         app.parse(count, arguments);
     } catch (const CLI::Success& success) {

@@ -54,6 +54,7 @@ TEST_F(Units, AreWellFormed) {
                                                         HasSubstr("QVCatalogExaminer")),
                                          HasSubstr("is not executable: No such file")));
     }
+    EXPECT_THAT(contentOf(folder_ / kUnit), HasSubstr("\nStateDirectory=qvcatalog\n"));
     const std::string socket = contentOf(folder_ / kSocket);
     EXPECT_THAT(socket, HasSubstr("ListenStream=" QV_SOCKET_PATH "\n"));
     EXPECT_THAT(socket, HasSubstr("FileDescriptorName=com.larkwen.qvcatalog.helper\n"));

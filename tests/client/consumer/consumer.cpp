@@ -1,3 +1,4 @@
+#include <client/AccessibilityTrust.h>
 #include <client/QVCatalogHelperClient.h>
 #include <iostream>
 #include <platform/foundation/values/Exception.h>
@@ -17,5 +18,6 @@ int main() {
         std::cout << exception.what() << '\n';
     }
     std::cout << (recorded ? "not recorded" : "recorded") << ' ' << steps->asArray().size() << '\n'
-              << client.error().localizedDescription() << '\n';
+              << client.error().localizedDescription() << '\n'
+              << (qv::isThisProcessTrusted() ? "trusted" : "not trusted") << '\n';
 }

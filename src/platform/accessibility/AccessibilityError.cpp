@@ -1,0 +1,20 @@
+#include "platform/accessibility/AccessibilityError.h"
+
+#include "platform/foundation/log/Log.h"
+
+#include <fmt/format.h>
+
+#include <climits>
+
+namespace qv {
+
+Error accessibilityError(AXError code, std::string_view place, std::string_view cause) {
+    const std::string text = fmt::format("{}: {}", shownPath(place), cause);
+    return {kAXErrorDomain, code,
+            Value::dictionary({{error_key::kLocalizedDescription, Value::string(text)},
+                               {error_key::kLocalizedFailureReason, Value::string(cause)}})};
+}
+
+std::string shownPath(std::string_view path) { return log::foreign(path, PATH_MAX); }
+
+} // namespace qv

@@ -1,0 +1,109 @@
+#include "platform/accessibility/TrustStore.h"
+#include "platform/foundation/log/Log.h"
+#include "tools/Commands.h"
+#include "tools/Input.h"
+#include "tools/Json.h"
+#include "tools/Terminal.h"
+
+#include <fmt/chrono.h>
+#include <fmt/format.h>
+
+#include <climits>
+#include <ctime>
+
+namespace qv::tools {
+
+namespace {
+
+std::string shown(std::string_view path) { return log::foreign(path, PATH_MAX); }
+
+std::string timeText(std::int64_t seconds) {
+    return fmt::format("{:%Y-%m-%dT%H:%M:%SZ}", fmt::gmtime(static_cast<std::time_t>(seconds)));
+}
+
+std::string digestText(const SHA256Digest& digest) {
+    return fmt::format("{:02x}", fmt::join(digest, ""));
+}
+
+Value jsonOf(const TrustedProgram& program) {
+    return Value::dictionary(
+        {{"path", Value::string(program.path)},
+         {"sha256", Value::string(digestText(program.digest))},
+         {"granted", Value::string(timeText(program.granted))},
+         {"requester", program.requester ? Value::unsignedInteger(*program.requester) : Value()},
+         {"device", Value::unsignedInteger(program.file.device)},
+         {"inode", Value::unsignedInteger(program.file.inode)},
+         {"size", Value::integer(program.file.size)},
+         {"modified", Value::integer(program.file.modified)},
+         {"changed", Value::integer(program.file.changed)}});
+}
+
+ExitStatus unknown(const Error& error) {
+    complain(reasonOf(error));
+    return ExitStatus::usage;
+}
+
+} // namespace
+
+ExitStatus trustList(const TrustListOptions& options) {
+    const auto programs = TrustStore().list();
+    if (!programs) {
+        return unknown(programs.error());
+    }
+    const Terminal& out = Terminal::standardOutput();
+    std::vector<Value> json;
+    for (const TrustedProgram& program : *programs) {
+        if (options.json) {
+            json.push_back(jsonOf(program));
+            continue;
+        }
+        out.line(shown(program.path));
+        out.line(fmt::format("  granted {}{}, sha256 {}", timeText(program.granted),
+                             program.requester ? fmt::format(" for user {}", *program.requester)
+                                               : std::string(),
+                             digestText(program.digest)));
+    }
+    if (options.json) {
+        out.line(jsonText(Value::array(std::move(json))));
+    }
+    return ExitStatus::success;
+}
+
+ExitStatus trustCheck(const TrustCheckOptions& options) {
+    if (options.path.empty() != options.pid.has_value()) {
+        complain("trust check: name a PATH or a process with --pid");
+        return ExitStatus::usage;
+    }
+    const TrustStore store;
+    const auto verdict = options.pid ? store.checkProcess(*options.pid) : store.check(options.path);
+    if (!verdict) {
+        return unknown(verdict.error());
+    }
+    const bool trusted = verdict->trust == Trust::granted;
+    std::string what = options.pid ? fmt::format("process {}", *options.pid) : std::string();
+    if (!verdict->path.empty()) {
+        what += options.pid ? fmt::format(" ({})", shown(verdict->path)) : shown(verdict->path);
+    }
+    const Terminal& out = Terminal::standardOutput();
+    out.line(fmt::format(
+        "{}: {}", what,
+        out.styled(trusted ? "trusted" : fmt::format("not trusted: {}", verdict->reason),
+                   trusted ? Terminal::Style::good : Terminal::Style::bad)));
+    return trusted ? ExitStatus::success : ExitStatus::failed;
+}
+
+ExitStatus trustRevoke(const TrustRevokeOptions& options) {
+    const auto revoked = TrustStore().revoke(options.path);
+    if (!revoked) {
+        complain(reasonOf(revoked.error()));
+        return ExitStatus::failed;
+    }
+    if (!*revoked) {
+        complain(fmt::format("{}: no trust was granted to it", shown(options.path)));
+        return ExitStatus::failed;
+    }
+    Terminal::standardOutput().line(fmt::format("{}: trust revoked", shown(options.path)));
+    return ExitStatus::success;
+}
+
+} // namespace qv::tools
