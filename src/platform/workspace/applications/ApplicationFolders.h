@@ -1,0 +1,36 @@
+#pragma once
+
+#include "platform/foundation/process/UserRecord.h"
+
+#include <string>
+#include <vector>
+
+namespace qv {
+
+/// A folder with bundles; those of `levels` 2 may also lie one folder deeper.
+struct BundleFolder {
+    std::string path;
+    unsigned levels = 1;
+};
+
+/// Folders that are searched together, each kind in its order. Absolute paths; none need exist.
+struct ApplicationFolders {
+    std::vector<BundleFolder> bundles;
+    std::vector<std::string> entries; ///< with desktop entries, here and in sub-folders
+};
+
+/// What a service searches on behalf of a user: first what is installed for everybody
+/// (/Applications, /usr/local/Applications, /opt, /usr/lib/GNUstep/Applications; applications/ in
+/// /usr/local/share, /usr/share and what flatpak and snap export), and only then, as a second set,
+/// what lies in the user's home. Desktops do it the other way round, for a user's own look; but a
+/// service of root asks for an application by its name, and a user must not put another in its
+/// place. The environment is not asked: a service's says nothing about the user.
+[[nodiscard]] std::vector<ApplicationFolders> applicationFoldersFor(const UserRecord& user);
+
+/// What this process searches for itself: one set, the user's folders first, as XDG_DATA_HOME and
+/// XDG_DATA_DIRS say (XDG Base Directory 0.8; relative paths do not count, and the exports of
+/// flatpak and snap are among the defaults). Root, and a program that runs with another's rights,
+/// searches like a service.
+[[nodiscard]] std::vector<ApplicationFolders> ownApplicationFolders();
+
+} // namespace qv

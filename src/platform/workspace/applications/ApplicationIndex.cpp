@@ -1,0 +1,64 @@
+#include "platform/workspace/applications/ApplicationIndex.h"
+
+#include "platform/workspace/applications/FoldedText.h"
+
+namespace qv {
+
+ApplicationIndex::ApplicationIndex(const std::vector<ApplicationFolders>& sets,
+                                   std::string_view programPath)
+    : programPath_(std::make_unique<const std::string>(programPath)) {
+    for (const ApplicationFolders& folders : sets) {
+        sets_.push_back({folders, {}, EntryTable(*programPath_)});
+    }
+}
+
+void ApplicationIndex::refresh() {
+    if (wasRead_ && !watch_.hasChanged()) {
+        return;
+    }
+    watch_.beginReading();
+    for (Set& set : sets_) {
+        set.bundles.read(set.folders.bundles, watch_);
+        set.entries.list(set.folders.entries, watch_);
+    }
+    watch_.endReading();
+    wasRead_ = true;
+}
+
+std::optional<std::string> ApplicationIndex::pathForIdentifier(std::string_view identifier) {
+    refresh();
+    for (Set& set : sets_) {
+        std::optional<std::string> bundle = set.bundles.pathForIdentifier(folded(identifier));
+        if (bundle) {
+            return bundle;
+        }
+        EntryTable::Answer answer = set.entries.withIdentifier(identifier);
+        if (answer.isTaken) {
+            return std::move(answer.path);
+        }
+        set.entries.readContents();
+        std::optional<std::string> flatpak = set.entries.pathForFlatpakID(identifier);
+        if (flatpak) {
+            return flatpak;
+        }
+    }
+    return std::nullopt;
+}
+
+std::optional<std::string> ApplicationIndex::pathForName(std::string_view name) {
+    refresh();
+    for (Set& set : sets_) {
+        std::optional<std::string> path = set.bundles.pathForName(name);
+        if (path) {
+            return path;
+        }
+        set.entries.readContents();
+        path = set.entries.pathForName(name);
+        if (path) {
+            return path;
+        }
+    }
+    return std::nullopt;
+}
+
+} // namespace qv
