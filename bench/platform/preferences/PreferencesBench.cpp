@@ -3,6 +3,7 @@
 //
 //   bench_preferences [WRITES]
 
+#include "platform/foundation/files/UniqueFd.h"
 #include "platform/foundation/plist/PropertyList.h"
 #include "platform/preferences/PreferenceFiles.h"
 #include "support/Contest.h"

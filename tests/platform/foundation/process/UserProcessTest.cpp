@@ -159,7 +159,7 @@ TEST_F(UserProcess, StartsFromAKnownState) {
         const UniqueFd low(::open("/etc/passwd", O_RDONLY)); // survives an exec, too
         const UniqueFd high(::fcntl(low.get(), F_DUPFD, 700));
         ::umask(0);
-        ::chdir("/tmp");
+        EXPECT_EQ(::chdir("/tmp"), 0);
         ::signal(SIGTERM, SIG_IGN);
         sigset_t all{};
         ::sigfillset(&all);
@@ -213,6 +213,10 @@ TEST_F(UserProcess, CannotBeReadOrTracedByTheUser) {
             return memory || maps ? "read" : "refused";
         });
     };
+    while (test::contentOf(fmt::format("/proc/{}/cmdline", ordinary.pid())).find("sleep") ==
+           std::string::npos) { // until it is that program
+        std::this_thread::yield();
+    }
     EXPECT_EQ(tryToRead(ordinary.pid()), "read") << "the trial proves nothing";
     EXPECT_EQ(tryToRead(child), "refused");
     EXPECT_EQ(::kill(child, SIGKILL), 0);
