@@ -60,6 +60,16 @@ struct PlistOptions {
 };
 ExitStatus plist(const PlistOptions& options);
 
+struct PreferencesOptions {
+    std::string domain;
+    std::optional<std::string> key;
+    std::string user;         ///< a name or "any"; empty: the current one
+    std::string host = "any"; ///< "any", "current" or a name
+    bool json = false;
+};
+/// `failed` where there is no such value, `usage` where it cannot be read.
+ExitStatus readPreferences(const PreferencesOptions& options);
+
 struct RequirementOptions {
     std::string text;
     bool json = false;

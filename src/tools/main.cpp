@@ -108,6 +108,25 @@ void addPlist(CLI::App& app, Command& chosen) {
     command->callback([&chosen, options] { chosen = [options] { return plist(*options); }; });
 }
 
+void addPreferences(CLI::App& app, Command& chosen) {
+    auto options = std::make_shared<PreferencesOptions>();
+    CLI::App* command = app.add_subcommand("preferences", "Look at the preferences of programs");
+    command->require_subcommand(1);
+    CLI::App* read = command->add_subcommand(
+        "read", "Print the values of a domain, or one of them, as a property list; status 1 when "
+                "there is none");
+    read->add_option("DOMAIN", options->domain,
+                     "an application's identifier, or kCFPreferencesAnyApplication")
+        ->required();
+    read->add_option("KEY", options->key, "the value under this key alone");
+    read->add_option("--user", options->user,
+                     "a user's name, or any; the current user when left out");
+    read->add_option("--host", options->host, "any, current, or a name")->capture_default_str();
+    read->add_flag("--json", options->json, "print as JSON");
+    read->callback(
+        [&chosen, options] { chosen = [options] { return readPreferences(*options); }; });
+}
+
 void addRequirement(CLI::App& app, Command& chosen) {
     auto options = std::make_shared<RequirementOptions>();
     CLI::App* command = app.add_subcommand(
@@ -184,6 +203,7 @@ int parseAndRun(int count, const char* const* arguments) {
     addInstallClient(app, chosen);
     addVerify(app, chosen);
     addPlist(app, chosen);
+    addPreferences(app, chosen);
     addRequirement(app, chosen);
     addRule(app, chosen);
     addVersion(app, chosen);

@@ -25,6 +25,7 @@ namespace qv::preferences {
 namespace {
 
 constexpr off_t kLargestFile = off_t{256} << 20U;
+constexpr std::string_view kTooLarge = "is or would be larger than 256 MiB";
 
 /// A domain's file as it was found.
 struct Found {
@@ -41,6 +42,9 @@ bool changedJustNow(const struct stat& file) {
 
 tl::expected<Found, Error> parse(const std::string& path, const std::string& content,
                                  const struct stat& file) {
+    if (content.empty()) { // nothing that could be lost
+        return Found{Value::dictionary({}), file};
+    }
     auto document = PropertyList::propertyListWithData(content);
     if (!document) {
         return tl::unexpected(refusalAt(path, document.error()));
@@ -73,7 +77,7 @@ tl::expected<std::optional<FileContent>, Error> contentOf(int folder, const Doma
         return tl::unexpected(failureAt(path, EINVAL, "is no regular file"));
     }
     if (content.file.st_size > kLargestFile) {
-        return tl::unexpected(failureAt(path, EFBIG, "is larger than 256 MiB"));
+        return tl::unexpected(failureAt(path, EFBIG, kTooLarge));
     }
     content.bytes.resize(static_cast<std::size_t>(content.file.st_size));
     if (const int error = readExactly(file.get(), 0, content.bytes); error != 0) {
@@ -82,8 +86,10 @@ tl::expected<std::optional<FileContent>, Error> contentOf(int folder, const Doma
     return content;
 }
 
-tl::expected<Found, Error> read(int folder, const DomainPlace& place) {
-    constexpr int kAttempts = 4;
+enum class Patience : std::uint8_t { once, untilWhole };
+
+tl::expected<Found, Error> read(int folder, const DomainPlace& place, Patience patience) {
+    const int attempts = patience == Patience::once ? 1 : 4;
     constexpr std::chrono::milliseconds kForOtherWriters{150};
     for (int attempt = 1;; ++attempt) {
         const auto content = contentOf(folder, place);
@@ -96,7 +102,7 @@ tl::expected<Found, Error> read(int folder, const DomainPlace& place) {
         const FileContent& found = **content;
         auto parsed = parse(place.path(), found.bytes, found.file);
         const bool isWhole = parsed && !found.bytes.empty();
-        if (isWhole || attempt == kAttempts || !changedJustNow(found.file)) {
+        if (isWhole || attempt == attempts || !changedJustNow(found.file)) {
             return parsed;
         }
         std::this_thread::sleep_for(kForOtherWriters);
@@ -143,9 +149,12 @@ std::optional<Value> changed(const Value& values, const Changes& changes) {
 
 Value valuesOf(const Found& found) { return found.values.value_or(Value::dictionary({})); }
 
+// Whether a look without the lock shows that there is nothing to do.
 bool isUnchanged(const DomainPlace& place, const UniqueFd& folder, const Changes& changes) {
-    const auto found = folder ? read(folder.get(), place) : Found{};
-    return found && !changed(valuesOf(*found), changes);
+    const auto found = folder ? read(folder.get(), place, Patience::once) : Found{};
+    const bool isEmptyFile =
+        found && found->values && found->file.st_size == 0; // maybe not for long
+    return found && !isEmptyFile && !changed(valuesOf(*found), changes);
 }
 
 // Mode and owner of the old file where there was one. Whoever may not give files away keeps it for
@@ -171,6 +180,9 @@ Error write(int folder, const DomainPlace& place, const Found& old, const Value&
     const auto text = PropertyList::dataWithPropertyList(values, PropertyListFormat::xml);
     if (!text) {
         return refusalAt(path, text.error());
+    }
+    if (text->size() > static_cast<std::size_t>(kLargestFile)) {
+        return failureAt(path, EFBIG, kTooLarge);
     }
     auto file = ReplacementFile::create(UniqueFd(::fcntl(folder, F_DUPFD_CLOEXEC, 0)),
                                         place.fileName, incompleteName());
@@ -199,7 +211,7 @@ tl::expected<std::optional<Value>, Error> readDomain(const DomainPlace& place) {
     if (!*folder) {
         return std::nullopt;
     }
-    auto found = read(folder->get(), place);
+    auto found = read(folder->get(), place, Patience::untilWhole);
     return found ? tl::expected<std::optional<Value>, Error>(std::move(found->values))
                  : tl::unexpected(found.error());
 }
@@ -222,7 +234,7 @@ Error changeDomain(const DomainPlace& place, const Changes& changes,
     if (!lock) {
         return lock.error();
     }
-    const auto old = read(folder->get(), place);
+    const auto old = read(folder->get(), place, Patience::untilWhole);
     if (!old) {
         return old.error();
     }

@@ -114,8 +114,10 @@ int readResult(int descriptor, Clock::time_point deadline, std::size_t longest, 
     }
 }
 
-// A killed child that hangs in a file system is left to whoever reaps this process's children.
-int reap(pid_t pid, int pidfd, Clock::time_point deadline, int& status) {
+// 0 with the child's status; ETIMEDOUT while it has not ended.
+int reap(pid_t pid, int pidfd, int& status) {
+    constexpr std::chrono::seconds kForItsEnd{1};
+    const Clock::time_point deadline = Clock::now() + kForItsEnd;
     pollfd entry{pidfd, POLLIN, 0};
     int ready = 0;
     do { // a signal must not cut the wait short
@@ -124,6 +126,21 @@ int reap(pid_t pid, int pidfd, Clock::time_point deadline, int& status) {
     } while (ready < 0 && errno == EINTR);
     const pid_t reaped = ::waitpid(pid, &status, WNOHANG);
     return reaped == pid ? 0 : (reaped == 0 ? ETIMEDOUT : errno);
+}
+
+// Has it end, by force where it does not by itself. A killed child that hangs in a file system is
+// left to whoever reaps this process's children.
+int end(pid_t pid, int pidfd, bool byForce, int& status) {
+    int lost = ETIMEDOUT;
+    if (!byForce) {
+        lost = reap(pid, pidfd, status);
+    }
+    if (lost == ETIMEDOUT) {
+        ::kill(pid, SIGKILL); // it is ours, and not reaped
+        lost = reap(pid, pidfd, status);
+        lost = lost == 0 && !byForce ? ETIMEDOUT : lost;
+    }
+    return lost;
 }
 
 tl::unexpected<Error> failure(int errorNumber) { return tl::unexpected(Error::posix(errorNumber)); }
@@ -152,12 +169,8 @@ tl::expected<std::string, Error> performAsUser(const UserRecord& user,
     const UniqueFd pidfd(::pidfd_open(pid, 0));
     std::string said;
     const int unread = readResult(pipe->fileHandleForReading.get(), deadline, longest, said);
-    if (unread != 0) {
-        ::kill(pid, SIGKILL); // it is ours, and not reaped
-    }
     int status = 0;
-    constexpr std::chrono::seconds kForItsEnd{1};
-    const int lost = reap(pid, pidfd.get(), Clock::now() + kForItsEnd, status);
+    const int lost = end(pid, pidfd.get(), unread != 0, status);
     if (unread != 0 || lost != 0) {
         return failure(unread != 0 ? unread : lost);
     }

@@ -1,0 +1,192 @@
+// Which file a domain is, which values a program sees, and what is no domain.
+
+#include "platform/foundation/process/Support.h"
+#include "platform/preferences/Support.h"
+
+#include <fmt/format.h>
+
+#include <cerrno>
+#include <sys/stat.h>
+
+namespace qv::test {
+namespace {
+
+using testing::HasSubstr;
+
+class PreferenceFilesTest : public PreferencesTest {
+protected:
+    // The only file that setting a value in a domain makes, relative to the folder; its mode after
+    // it.
+    std::string fileOf(const PreferencesDomain& domain) {
+        const std::string failure = set("key", Value::string("value"), domain);
+        if (!failure.empty()) {
+            return failure;
+        }
+        std::string file;
+        for (const auto& entry : std::filesystem::recursive_directory_iterator(folder_.path())) {
+            if (entry.path().extension() == ".plist") {
+                struct stat info{};
+                EXPECT_EQ(::lstat(entry.path().c_str(), &info), 0);
+                EXPECT_EQ(info.st_uid, ::geteuid());
+                file +=
+                    fmt::format("{} {:o}", entry.path().lexically_relative(folder_.path()).native(),
+                                info.st_mode & 07777U);
+            }
+        }
+        EXPECT_EQ(preferences_.copyValue("key", domain), Value::string("value"));
+        EXPECT_EQ(set("key", std::nullopt, domain), "") << "which removes the file";
+        return file;
+    }
+};
+
+// A Swift program looks at just these files.
+TEST_F(PreferenceFilesTest, EachDomainIsTheFileThatSwiftProgramsRead) {
+    ::umask(077); // must not count
+    const std::string global(preferences::kAnyApplication);
+    const std::string own(preferences::kCurrentApplication);
+    EXPECT_EQ(fileOf({"a.b", kMe, kAnyHost}), "home/.config/a.b.plist 600");
+    EXPECT_EQ(fileOf({"a.b", kMe, kThisHost}), "home/.config/ByHost/a.b..plist 600");
+    EXPECT_EQ(fileOf({"a.b", kMe, "box.example"}), "home/.config/a.b.box.example.plist 600");
+    EXPECT_EQ(fileOf({"a.b", "me", kAnyHost}), "home/.config/a.b.plist 600");
+    EXPECT_EQ(fileOf({"a.b", kAnyone, kAnyHost}), "everybody/a.b.plist 644");
+    EXPECT_EQ(fileOf({"a.b", kAnyone, kThisHost}), "everybody/ByHost/a.b.plist 644");
+    EXPECT_EQ(fileOf({"a.b", kAnyone, "box"}), "everybody/a.b.box.plist 644");
+    EXPECT_EQ(fileOf({global, kMe, kAnyHost}), "home/.config/.GlobalPreferences.plist 600");
+    EXPECT_EQ(fileOf({global, kMe, kThisHost}),
+              "home/.config/ByHost/.GlobalPreferences..plist 600");
+    EXPECT_EQ(fileOf({own, kMe, kAnyHost}), "home/.config/platform_preferences.plist 600");
+    EXPECT_EQ(fileOf({std::string(249, 'x'), kMe, kAnyHost}),
+              "home/.config/" + std::string(249, 'x') + ".plist 600");
+    EXPECT_EQ(fileOf({"...", kMe, kAnyHost}), "home/.config/....plist 600");
+    struct stat info{};
+    for (const auto& [folder, mode] :
+         std::map<std::filesystem::path, mode_t>{{config_, 0700},
+                                                 {config_ / "ByHost", 0700},
+                                                 {anyUsers_, 0755},
+                                                 {anyUsers_ / "ByHost", 0755}}) {
+        EXPECT_EQ(::lstat(folder.c_str(), &info), 0);
+        EXPECT_EQ(info.st_mode & 07777U, mode) << folder;
+    }
+    ::umask(022);
+}
+
+// Nothing that comes in a script may name a file elsewhere.
+TEST_F(PreferenceFilesTest, WhatIsNoDomainFailsAndTouchesNothing) {
+    using namespace std::string_literals;
+    const std::vector<std::pair<PreferencesDomain, std::string>> rows = {
+        {{std::nullopt, kMe, kAnyHost}, "missing"},
+        {{"a", std::nullopt, kAnyHost}, "missing"},
+        {{"a", kMe, std::nullopt}, "missing"},
+        {mine(""), "name of an application"},
+        {mine("."), "name of an application"},
+        {mine(".."), "name of an application"},
+        {mine("../x"), "name of an application"},
+        {mine("/etc/x"), "name of an application"},
+        {mine("a\0b"s), "name of an application"},
+        {mine(std::string(250, 'x')), "255"},
+        {mine(std::string(10'000, 'x')), "255"},
+        {{"a", kMe, ""}, "name of a host"},
+        {{"a", kMe, ".."}, "name of a host"},
+        {{"a", kMe, "/../../x"}, "name of a host"},
+        {{"a", kMe, "b\0c"s}, "name of a host"},
+        {{"a", kMe, std::string(10'000, 'x')}, "255"},
+        {{"a", "nobody like that", kAnyHost}, "no user"},
+        {{"a", "", kAnyHost}, "no user"},
+        {{"a", "me\0"s, kAnyHost}, "no user"},
+        {{"a", "../other", kAnyHost}, "no user"},
+    };
+    for (const auto& [domain, why] : rows) {
+        EXPECT_THAT(set("key", text("x"), domain), HasSubstr(why));
+        EXPECT_FALSE(preferences_.copyValue("key", domain));
+        EXPECT_FALSE(preferences_.values(domain));
+    }
+    EXPECT_FALSE(std::filesystem::exists(config_));
+    EXPECT_FALSE(std::filesystem::exists(anyUsers_));
+    EXPECT_EQ(namesIn(folder_.path()), (std::set<std::string>{"home", "other"}));
+}
+
+TEST_F(PreferenceFilesTest, AUserNeedsAHomeThatIsThere) {
+    std::filesystem::remove(home_);
+    EXPECT_EQ(set("key", text("x"), mine("a")), home_.native() + ": No such file or directory");
+    EXPECT_NE(set("key", std::nullopt, mine("a")), "") << "nothing to remove, but no home";
+    PreferenceSurroundings without = surroundings();
+    without.userNumbered = [](uid_t) { return std::nullopt; };
+    EXPECT_THAT(PreferenceFiles(without).synchronize(mine("a")).localizedDescription(),
+                HasSubstr("does not know"));
+    without.userNumbered = [](uid_t) { return UserRecord{0, 0, "x", "", ""}; };
+    EXPECT_THAT(PreferenceFiles(without).synchronize(mine("a")).localizedDescription(),
+                HasSubstr("no home"));
+}
+
+// As root, a variable of the environment is the word of whoever started the program.
+TEST_F(PreferenceFilesTest, OnlyAnOrdinaryUserMayHaveHisFolderElsewhere) {
+    const auto storedAs = [&](uid_t user) {
+        return inChild([&]() -> std::string {
+            // NOLINTNEXTLINE(concurrency-mt-unsafe): alone in the child
+            ::setenv("XDG_CONFIG_HOME", (otherHome_ / "xdg").c_str(), 1);
+            if (user != 0 && ::setresuid(user, user, user) != 0) {
+                return "no such user";
+            }
+            return set("key", text("x"), mine(std::to_string(user)));
+        });
+    };
+    if (::geteuid() == 0) {
+        EXPECT_EQ(storedAs(0), "");
+        EXPECT_TRUE(std::filesystem::exists(config_ / "0.plist"));
+        EXPECT_EQ(storedAs(kNobody), "");
+    } else {
+        EXPECT_EQ(inChild([&] {
+                      // NOLINTNEXTLINE(concurrency-mt-unsafe): alone in the child
+                      ::setenv("XDG_CONFIG_HOME", (otherHome_ / "xdg").c_str(), 1);
+                      return set("key", text("x"), mine("65534"));
+                  }),
+                  "");
+    }
+    EXPECT_EQ(namesIn(otherHome_ / "xdg"), std::set<std::string>{"65534.plist"});
+}
+
+// The first of eight files that has the key.
+TEST_F(PreferenceFilesTest, AnApplicationSeesTheNearestValue) {
+    const std::string global(preferences::kAnyApplication);
+    std::vector<PreferencesDomain> order;
+    for (const std::string& user : {kMe, kAnyone}) {
+        for (const std::string& application : {std::string("app"), global}) {
+            order.push_back({application, user, kThisHost});
+            order.push_back({application, user, kAnyHost});
+        }
+    }
+    EXPECT_FALSE(preferences_.copyAppValue("key", "app"));
+    for (std::size_t i = order.size(); i-- > 0;) {
+        ASSERT_EQ(set("key", Value::integer(static_cast<std::int64_t>(i)), order[i]), "");
+        EXPECT_EQ(preferences_.copyAppValue("key", "app"),
+                  Value::integer(static_cast<std::int64_t>(i)));
+    }
+    EXPECT_EQ(preferences_.copyAppValue("key", "another"), Value::integer(2));
+    EXPECT_FALSE(preferences_.copyAppValue("no key", "app"));
+    EXPECT_EQ(preferences_.copyAppValue("key", "../app"), Value::integer(2))
+        << "no domain of its own, but those for any application";
+}
+
+// What is noted belongs to one domain, counts when that is synchronized, and then is gone.
+TEST_F(PreferenceFilesTest, NotedValuesWaitForTheirOwnDomain) {
+    preferences_.setValue("one", text("1"), mine("a"));
+    preferences_.setValue("two", text("x"), mine("a"));
+    preferences_.setValue("two", text("2"), mine("a"));
+    preferences_.setValue("gone", text("3"), mine("a"));
+    preferences_.setValue("gone", std::nullopt, mine("a"));
+    preferences_.setValue("one", text("b's"), mine("b"));
+    EXPECT_EQ(sync(mine("c")), "");
+    EXPECT_FALSE(preferences_.copyValue("one", mine("a"))) << "not stored yet";
+    EXPECT_EQ(sync(mine("a")), "");
+    EXPECT_EQ(preferences_.values(mine("a")).value(),
+              Value::dictionary({{"one", text("1")}, {"two", text("2")}}));
+    EXPECT_EQ(preferences_.values(mine("b")).value(), std::nullopt);
+    preferences_.setValue(std::nullopt, text("x"), mine("a"));
+    preferences_.setValue("three", text("3"), mine("a"));
+    EXPECT_THAT(sync(mine("a")), HasSubstr("without a key"));
+    EXPECT_EQ(sync(mine("a")), "") << "a failure forgets what was noted";
+    EXPECT_FALSE(preferences_.copyValue("three", mine("a")));
+}
+
+} // namespace
+} // namespace qv::test
