@@ -34,6 +34,14 @@ constexpr std::uint8_t kAdminAndRetry = kPriviledgedWithAdminRights | kRetryPriv
 
 std::uint32_t bitsOfInt(const Value* value) { return static_cast<std::uint32_t>(intValue(value)); }
 
+Error replayWait(Script& script, const Fields& step) {
+    return script.waitForQuitOfApplicationWithPID(intValue(step[arg1]));
+}
+
+Error replayLaunch(Script& script, const Fields& step) {
+    return script.launchApplicationAtURL(step.url(URL));
+}
+
 Error replayRemove(Script& script, const Fields& step) {
     return script.removeItemAtURL(step.url(URL));
 }
@@ -64,6 +72,12 @@ Error replayTool(Script& script, const Fields& step) {
     return script.executeTool(step.object(arg1), step.object(arg2), step.object(arg3));
 }
 
+Error replayPreferences(Script& script, const Fields& step) {
+    return script.setPreferencesForApplicationID(step.object(arg1), step.object(arg2),
+                                                 step.object(arg3), step.object(arg4),
+                                                 step.object(arg5));
+}
+
 Error replaySaveOwner(Script& script, const Fields& step) {
     return script.saveOwnerAndGroupOfURL(step.url(fromURL), step.object(arg1));
 }
@@ -82,6 +96,10 @@ Error replayChangeMode(Script& script, const Fields& step) {
     return script.changeModeOfItem(step.url(URL),
                                    static_cast<std::uint16_t>(bitsOfInt(step[arg1]) & 0xFFFFU),
                                    boolValue(step[arg2]));
+}
+
+Error replayTrusted(Script& script, const Fields& step) {
+    return script.makeProcessAXTrusted(step.url(URL));
 }
 
 Error replayProgress(Script& script, const Fields& step) {
@@ -124,8 +142,8 @@ using enum OperationCode;
 
 constexpr std::array<Operation, kOperationCount> kTable = {{
     {waitForQuitOfApplicationWithPID, "waitForQuitOfApplicationWithPID:", kArg1, kNoOptions, true,
-     nullptr},
-    {launchApplicationAtURL, "launchApplicationAtURL:", kURL, kNoOptions, true, nullptr},
+     replayWait},
+    {launchApplicationAtURL, "launchApplicationAtURL:", kURL, kNoOptions, true, replayLaunch},
     {removeItemAtURL, "removeItemAtURL:", kURL, kAdminAndRetry, true, replayRemove},
     {trashItemAtURL, "trashItemAtURL:", kURL, kAdminAndRetry, true, replayTrash},
     {moveItemFromURL, "moveItemFromURL:toURL:adaptOwnershipToParent:atomic:", kFromTo1To2,
@@ -138,7 +156,7 @@ constexpr std::array<Operation, kOperationCount> kTable = {{
     {executeTool, "executeTool:arguments:successReturnCodes:", kArg1To3,
      kPriviledgedWithAdminRights, true, replayTool},
     {setPreferencesForApplicationID, "setPreferencesForApplicationID:key:value:userName:hostName:",
-     kArg1To5, kAdminAndRetry, true, nullptr},
+     kArg1To5, kAdminAndRetry, true, replayPreferences},
     {saveOwnerAndGroupOfURL, "saveOwnerAndGroupOfURL:toID:", kFrom1, kNoOptions, true,
      replaySaveOwner},
     {applyOwnerAndGroupOfURL, "applyOwnerAndGroupOfURL:recursive:fromID:", kTo1To2, kAdminAndRetry,
@@ -148,7 +166,7 @@ constexpr std::array<Operation, kOperationCount> kTable = {{
     {changeModeOfItem, "changeModeOfItem:toMode:recursive:", kURL1To2, kAdminAndRetry, true,
      replayChangeMode},
     {makeProcessAXTrusted, "makeProcessAXTrusted:", kURL,
-     kPriviledgedWithAdminRights | kAlwaysPriviledged, true, nullptr},
+     kPriviledgedWithAdminRights | kAlwaysPriviledged, true, replayTrusted},
     {executeAppleScript, "executeAppleScript:", kArg1, kNoOptions, true, nullptr},
     {updateProgressField, "updateProgressField:withValue:", kArg1To2, kNoOptions, false,
      replayProgress},

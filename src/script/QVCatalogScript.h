@@ -1,11 +1,13 @@
 #pragma once
 
+#include "platform/foundation/process/Requester.h"
 #include "platform/foundation/values/Error.h"
 #include "platform/foundation/values/URL.h"
 #include "platform/foundation/values/Value.h"
 #include "script/FunctionView.h"
 #include "script/KeyValueStorage.h"
 #include "script/OperationTable.h"
+#include "script/PlatformServices.h"
 
 #include <cstdint>
 #include <functional>
@@ -15,8 +17,6 @@
 #include <vector>
 
 namespace qv {
-
-class TrashService;
 
 /// The domain of the engine's own errors; their code is 0 unless an operation says otherwise.
 inline constexpr std::string_view kCatalogScriptErrorDomain = "QVCatalogScriptErrorDomain";
@@ -66,8 +66,10 @@ public:
     [[nodiscard]] const UpdateProgressBlock& updateProgressBlock() const noexcept {
         return updateProgressBlock_;
     }
-    /// What trashes items; that of the desktops (FreedesktopTrash) unless another one is set.
-    void setTrashService(std::shared_ptr<TrashService> trash) { trashService_ = std::move(trash); }
+    /// On whose behalf the script runs: applications are launched in his session. This process
+    /// itself when it is not set. Call it before the script runs.
+    void setRequester(const Requester& requester) noexcept { requester_ = requester; }
+    void setPlatformServices(PlatformServices services) { services_ = std::move(services); }
     void setUpdateProgressBlock(UpdateProgressBlock block) {
         updateProgressBlock_ = std::move(block);
     }
@@ -144,6 +146,27 @@ public:
     static Error readModeOfItem(const std::optional<URL>& url, std::uint16_t* mode);
     Error changeModeOfItem(const std::optional<URL>& url, std::uint16_t toMode, bool recursive);
 
+    // Processes and what they may do (QVCatalogScriptProcesses.cpp).
+
+    /// Blocks until a process, anybody's, has ended. Never fails: what is no process has quit.
+    Error waitForQuitOfApplicationWithPID(std::int32_t pid);
+    /// Starts an application, a bundle, a desktop entry or an executable file, and does not wait
+    /// for it; with the workspace's errors.
+    Error launchApplicationAtURL(const std::optional<URL>& url);
+    /// Grants an executable the trust of accessibility. Errors are of the domain "AXError".
+    Error makeProcessAXTrusted(const std::optional<URL>& url);
+
+    // Preferences (QVCatalogScriptPreferences.cpp).
+
+    /// Stores a value, or removes the key when there is none. Application, key, user and host are
+    /// strings, the last two names or designations of the preferences service; one that is missing
+    /// makes it fail.
+    Error setPreferencesForApplicationID(const std::optional<Value>& applicationID,
+                                         const std::optional<Value>& key,
+                                         const std::optional<Value>& value,
+                                         const std::optional<Value>& userName,
+                                         const std::optional<Value>& hostName);
+
     // Tools (QVCatalogScriptTool.cpp).
 
     /// Runs a program and waits for it. `arguments`: an array of strings; the null object or none
@@ -172,7 +195,11 @@ private:
     Error performOnWay(OperationCode code, const std::optional<URL>& fromURL,
                        const std::optional<URL>& toURL, bool adaptOwnershipToParent, bool atomic,
                        ExecutionBlock executionBlock);
+    [[nodiscard]] Requester requester() const;
     TrashService& trashService();
+    WorkspaceService& workspaceService();
+    PreferencesService& preferencesService();
+    AccessibilityService& accessibilityService();
     Error replayStep(const Operation& operation, const StepFields& fields);
 
     bool isRecording = false;
@@ -186,7 +213,8 @@ private:
     PriviledgedExecutionBlock priviledgedExecutionBlock_;
     UpdateProgressBlock updateProgressBlock_;
     KeyValueStorage keyValueStorage_;
-    std::shared_ptr<TrashService> trashService_;
+    std::optional<Requester> requester_;
+    PlatformServices services_;
     const Value* currentStep_ = nullptr;
 };
 

@@ -66,13 +66,6 @@ Error copyAtomically(const std::optional<URL>& fromURL, const URL& toURL) {
 
 } // namespace
 
-TrashService& QVCatalogScript::trashService() {
-    if (!trashService_) {
-        trashService_ = std::make_shared<FreedesktopTrash>();
-    }
-    return *trashService_;
-}
-
 Error QVCatalogScript::removeItemAtURL(const std::optional<URL>& url) {
     return perform(
         OperationCode::removeItemAtURL, [&] { return StepValues{stringFromURL(url)}; },

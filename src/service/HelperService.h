@@ -1,6 +1,7 @@
 #pragma once
 
 #include "codesign/ClientVerification.h"
+#include "platform/foundation/process/Requester.h"
 #include "platform/foundation/values/Value.h"
 #include "platform/xpc/Connection.h"
 #include "platform/xpc/MainQueue.h"
@@ -58,8 +59,8 @@ private:
     std::int64_t activeClientCount = 0;   // counted messages whose sender has not been seen to end
 };
 
-/// Parses and replays a request's "data"; what it gives is what "replyData" archives. Takes any
-/// bytes; never throws.
-[[nodiscard]] Value executeScriptData(std::string_view data);
+/// Parses and replays a request's "data" on behalf of its sender; what it gives is what "replyData"
+/// archives. Takes any bytes; never throws.
+[[nodiscard]] Value executeScriptData(std::string_view data, const Requester& requester);
 
 } // namespace qv

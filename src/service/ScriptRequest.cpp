@@ -29,9 +29,10 @@ std::int64_t indexOfStep(const Value& steps, const Value* step) {
 }
 
 // The one place in the service that catches: a script that raises is answered like one that fails.
-void replay(const Value& steps, Outcome& outcome) {
+void replay(const Value& steps, const Requester& requester, Outcome& outcome) {
     QVCatalogScript script;
     script.setIsPriviledged(true);
+    script.setRequester(requester);
     const Value* failedStep = nullptr;
     try {
         outcome.success = script.executeRecording(steps, &outcome.error, &failedStep);
@@ -48,12 +49,12 @@ void replay(const Value& steps, Outcome& outcome) {
 
 } // namespace
 
-Value executeScriptData(std::string_view data) {
+Value executeScriptData(std::string_view data, const Requester& requester) {
     Outcome outcome;
     if (!data.empty()) {
         const auto list = PropertyList::propertyListWithData(data);
         if (list) {
-            replay(list->root, outcome);
+            replay(list->root, requester, outcome);
         } else {
             outcome.error = list.error();
         }

@@ -1,5 +1,6 @@
 #include "codesign/ClientVerification.h"
 #include "platform/foundation/log/Log.h"
+#include "platform/foundation/process/OutputRelay.h"
 #include "platform/foundation/process/ProcessState.h"
 #include "platform/xpc/Listener.h"
 #include "platform/xpc/MainQueue.h"
@@ -33,6 +34,12 @@ int main() {
     qv::sanitizeProcess();
     qv::log::open("QVCatalogHelperXPC", qv::log::Destination::systemLog);
     qv::log::write(qv::log::Priority::notice, "QVCatalogHelperXPC launched");
+    const auto relay = qv::OutputRelay::start();
+    if (!relay) {
+        qv::log::write(qv::log::Priority::error,
+                       "a reader of the output that stops will stop tools: " +
+                           relay.error().localizedDescription());
+    }
     auto queue = qv::xpc::MainQueue::create();
     if (!queue) {
         return failToListen();

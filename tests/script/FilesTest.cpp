@@ -48,7 +48,8 @@ class Files : public testing::Test {
 protected:
     Files() {
         script.setIsPriviledged(true);
-        script.setTrashService(trash);
+        script.setPlatformServices(
+            {.trash = trash, .workspace = {}, .preferences = {}, .accessibility = {}});
         fs::create_directory(folder / "trash");
     }
     [[nodiscard]] std::string read(std::string_view name) const {

@@ -39,7 +39,11 @@ protected:
         fs::create_directories(disk / "home");
         ::sync();
         script.setIsPriviledged(true);
-        script.setTrashService(std::make_shared<FreedesktopTrash>((disk / "home").native()));
+        script.setPlatformServices(
+            {.trash = std::make_shared<FreedesktopTrash>((disk / "home").native()),
+             .workspace = {},
+             .preferences = {},
+             .accessibility = {}});
         makeTree(folder / "new.app", 'n');
     }
     void TearDown() override {

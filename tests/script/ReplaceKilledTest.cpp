@@ -52,7 +52,11 @@ TEST(Replace, SurvivesBeingKilled) {
         if (child == 0) {
             QVCatalogScript script;
             script.setIsPriviledged(true);
-            script.setTrashService(std::make_shared<FreedesktopTrash>((folder / "home").native()));
+            script.setPlatformServices(
+                {.trash = std::make_shared<FreedesktopTrash>((folder / "home").native()),
+                 .workspace = {},
+                 .preferences = {},
+                 .accessibility = {}});
             ::_exit(script.replaceItemAtURL(urlOf(item), urlOf(folder / "new.app"), true) ? 1 : 0);
         }
         ::usleep(moment(random));

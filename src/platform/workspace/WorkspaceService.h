@@ -36,6 +36,9 @@ public:
                                          WorkspaceLaunchOptions options,
                                          const Value& configuration) = 0;
 
+    /// Looks up the session of whoever asked, for a launch that comes when he has gone.
+    virtual void noteSession() = 0;
+
     /// The folder of a bundle or the file of a desktop entry, by its identifier in any case; none
     /// when there is no such application.
     virtual std::optional<std::string>

@@ -1,0 +1,68 @@
+#include "platform/workspace/LinuxWorkspace.h"
+
+#include "platform/workspace/applications/ApplicationIndex.h"
+#include "platform/workspace/launch/ApplicationResolver.h"
+#include "platform/workspace/launch/LaunchError.h"
+#include "platform/workspace/launch/LaunchSession.h"
+#include "platform/workspace/launch/Launcher.h"
+
+#include <unistd.h>
+
+namespace qv {
+
+namespace {
+
+using Session = tl::expected<LaunchSession, std::string>; // or why there is none
+
+} // namespace
+
+struct LinuxWorkspace::State {
+    Requester requester;
+    std::string runFolder;
+    std::optional<Session> session; // once it was looked up
+    std::optional<ApplicationIndex> applications;
+
+    ApplicationIndex& index() {
+        if (!applications) {
+            const std::optional<UserRecord> user =
+                requester.user == ::geteuid() ? std::nullopt : userRecord(requester.user);
+            applications.emplace(user ? applicationFoldersFor(*user) : ownApplicationFolders());
+        }
+        return *applications;
+    }
+};
+
+LinuxWorkspace::LinuxWorkspace(const Requester& requester, const std::string& runFolder)
+    : state_(std::make_unique<State>(State{requester, runFolder, std::nullopt, std::nullopt})) {}
+
+LinuxWorkspace::~LinuxWorkspace() = default;
+
+void LinuxWorkspace::noteSession() {
+    if (!state_->session) {
+        state_->session = findLaunchSession(state_->requester, state_->runFolder);
+    }
+}
+
+Error LinuxWorkspace::launchApplicationAtURL(const std::optional<URL>& url,
+                                             WorkspaceLaunchOptions /*options*/,
+                                             const Value& /*configuration*/) {
+    const auto application = resolveApplication(url);
+    if (!application) {
+        return application.error();
+    }
+    noteSession();
+    const Session& session = *state_->session;
+    return session ? launch(*application, *session)
+                   : launchError(launch_error::kUnknown, application->path, session.error());
+}
+
+std::optional<std::string>
+LinuxWorkspace::absolutePathForAppBundleWithIdentifier(std::string_view bundleIdentifier) {
+    return state_->index().pathForIdentifier(bundleIdentifier);
+}
+
+std::optional<std::string> LinuxWorkspace::fullPathForApplication(std::string_view appName) {
+    return state_->index().pathForName(appName);
+}
+
+} // namespace qv

@@ -1,0 +1,12 @@
+#pragma once
+
+#include <string>
+
+namespace qv {
+
+/// Has the bus at `address` start an application, or bring the one that runs to the front
+/// (org.freedesktop.Application.Activate). Empty, or what went wrong. The caller is the user whose
+/// bus it is: it lets in nobody else.
+[[nodiscard]] std::string activateOnBus(const std::string& address, const std::string& busName);
+
+} // namespace qv

@@ -1,0 +1,19 @@
+#include "platform/workspace/launch/LaunchError.h"
+
+#include "platform/foundation/files/FileErrors.h"
+
+namespace qv {
+
+Error launchError(std::int64_t code, std::string_view path, std::string_view reason,
+                  int errorNumber) {
+    std::vector<std::pair<Value, Value>> info = {
+        {Value::string(error_key::kFilePath), pathText(path)},
+        {Value::string(error_key::kLocalizedFailureReason), pathText(reason)}};
+    if (errorNumber != 0) {
+        info.emplace_back(Value::string(error_key::kUnderlyingError),
+                          Value::error(Error::posix(errorNumber)));
+    }
+    return {error_domain::kOSStatus, code, Value::dictionary(std::move(info))};
+}
+
+} // namespace qv

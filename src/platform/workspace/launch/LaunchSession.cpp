@@ -1,0 +1,235 @@
+#include "platform/workspace/launch/LaunchSession.h"
+
+#include "platform/foundation/files/UniqueFd.h"
+#include "platform/foundation/values/UTF8.h"
+
+#include <fmt/format.h>
+#include <systemd/sd-login.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <fcntl.h>
+#include <memory>
+#include <optional>
+#include <string_view>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace qv {
+
+namespace {
+
+constexpr std::size_t kLongestEnvironment = std::size_t{256} << 10U;
+constexpr std::size_t kLongestVariable = 4096;
+
+struct Freed {
+    void operator()(char* text) const noexcept { std::free(text); } // NOLINT(*-no-malloc)
+};
+using Text = std::unique_ptr<char, Freed>;
+
+// What a session says of itself. Nothing that has programs load or look for other files than they
+// would.
+constexpr std::string_view kRuntimeFolder = "XDG_RUNTIME_DIR";
+constexpr std::string_view kBusAddress = "DBUS_SESSION_BUS_ADDRESS";
+constexpr std::array<std::string_view, 14> kSessionVariables = {
+    kRuntimeFolder,
+    kBusAddress,
+    "DISPLAY",
+    "WAYLAND_DISPLAY",
+    "XAUTHORITY",
+    "XDG_SESSION_ID",
+    "XDG_SESSION_TYPE",
+    "XDG_CURRENT_DESKTOP",
+    "XDG_SESSION_DESKTOP",
+    "XDG_SESSION_CLASS",
+    "XDG_SEAT",
+    "XDG_VTNR",
+    "LANG",
+    "LANGUAGE",
+};
+
+std::string_view nameOf(std::string_view variable) {
+    return variable.substr(0, variable.find('='));
+}
+
+bool isOfSession(std::string_view variable) {
+    const std::string_view name = nameOf(variable);
+    return name.size() < variable.size() && variable.size() <= kLongestVariable &&
+           isUTF8(variable) &&
+           (std::ranges::find(kSessionVariables, name) != kSessionVariables.end() ||
+            name.starts_with("LC_"));
+}
+
+std::string contentOf(int folder, const char* name) {
+    const UniqueFd file(::openat(folder, name, O_RDONLY | O_CLOEXEC));
+    std::string content;
+    std::array<char, 4096> piece{};
+    ssize_t count = 0;
+    while (file && content.size() < kLongestEnvironment &&
+           (count = ::read(file.get(), piece.data(), piece.size())) > 0) {
+        content.append(piece.data(), static_cast<std::size_t>(count));
+    }
+    return content;
+}
+
+// Its real user: that is whose words its environment is, whatever it may do besides.
+std::optional<uid_t> userOfProcess(int process) {
+    const std::string status = contentOf(process, "status");
+    constexpr std::string_view kLine = "\nUid:";
+    const std::size_t at = status.find(kLine);
+    return at == std::string::npos ? std::nullopt
+                                   : std::optional(static_cast<uid_t>(std::strtoul(
+                                         status.c_str() + at + kLine.size(), nullptr, 10)));
+}
+
+std::vector<std::string> variablesOfProcess(pid_t pid, uid_t user) {
+    const UniqueFd process(
+        ::open(fmt::format("/proc/{}", pid).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    std::vector<std::string> variables;
+    if (!process || userOfProcess(process.get()) != user) { // gone, its number another's maybe
+        return variables;
+    }
+    const std::string all = contentOf(process.get(), "environ");
+    for (std::size_t at = 0; at < all.size();) {
+        const std::size_t end = std::min(all.find('\0', at), all.size());
+        if (const std::string_view each = std::string_view(all).substr(at, end - at);
+            isOfSession(each)) {
+            variables.emplace_back(each);
+        }
+        at = end + 1;
+    }
+    return variables;
+}
+
+std::vector<std::string> variablesOfSession(const char* session) {
+    std::vector<std::string> variables = {fmt::format("XDG_SESSION_ID={}", session)};
+    const auto add = [&](const char* name, int (*ask)(const char*, char**)) {
+        char* answer = nullptr;
+        if (ask(session, &answer) >= 0) {
+            variables.push_back(fmt::format("{}={}", name, answer));
+        }
+        const Text owner(answer);
+    };
+    add("DISPLAY", ::sd_session_get_display);
+    add("XDG_SESSION_TYPE", ::sd_session_get_type);
+    add("XDG_SESSION_CLASS", ::sd_session_get_class);
+    add("XDG_SESSION_DESKTOP", ::sd_session_get_desktop);
+    add("XDG_SEAT", ::sd_session_get_seat);
+    std::erase_if(variables, [](const std::string& each) { return !isOfSession(each); });
+    return variables;
+}
+
+Text sessionOfProcess(pid_t pid) {
+    char* session = nullptr;
+    return ::sd_pid_get_session(pid, &session) >= 0 ? Text(session) : nullptr;
+}
+
+// The one at the screen, for the display that it has.
+Text displaySessionOf(uid_t user) {
+    char* session = nullptr;
+    return ::sd_uid_get_display(user, &session) >= 0 ? Text(session) : nullptr;
+}
+
+// For whom one who is root acts.
+uid_t userBehindRoot(pid_t pid) {
+    uid_t owner = 0;
+    if (::sd_pid_get_owner_uid(pid, &owner) >= 0) {
+        return owner;
+    }
+    if (!sessionOfProcess(pid) && ::sd_seat_get_active("seat0", nullptr, &owner) >= 0) {
+        return owner;
+    }
+    return 0;
+}
+
+// The first of a name counts.
+void addVariables(std::vector<std::string>& to, std::vector<std::string> from) {
+    for (std::string& each : from) {
+        if (std::ranges::none_of(
+                to, [&](const std::string& known) { return nameOf(known) == nameOf(each); })) {
+            to.push_back(std::move(each));
+        }
+    }
+}
+
+// Takes a variable out: it is known better, or told in another way.
+void settle(std::vector<std::string>& variables, std::string_view name, std::string& known) {
+    const auto place = std::ranges::find(variables, name, nameOf);
+    if (place == variables.end()) {
+        return;
+    }
+    if (known.empty()) {
+        known = place->substr(name.size() + 1);
+    }
+    variables.erase(place);
+}
+
+bool isThere(const std::string& path) {
+    struct stat info{};
+    return ::stat(path.c_str(), &info) == 0;
+}
+
+} // namespace
+
+std::vector<std::string> LaunchSession::environment() const {
+    std::vector<std::string> all = {
+        user.user == 0 ? "PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"
+                       : "PATH=/usr/local/bin:/usr/bin:/bin:/usr/local/games:/usr/games",
+        "HOME=" + user.home,
+        "USER=" + user.name,
+        "LOGNAME=" + user.name,
+        "SHELL=" + (user.shell.empty() ? "/bin/sh" : user.shell),
+    };
+    if (!runtimeFolder.empty()) {
+        all.push_back("XDG_RUNTIME_DIR=" + runtimeFolder);
+    }
+    if (!busAddress.empty()) {
+        all.push_back("DBUS_SESSION_BUS_ADDRESS=" + busAddress);
+    }
+    all.insert(all.end(), variables.begin(), variables.end());
+    if (std::ranges::none_of(variables, [](const std::string& each) {
+            return each.starts_with("LANG=") || each.starts_with("LC_ALL=");
+        })) {
+        all.emplace_back("LANG=C.UTF-8");
+    }
+    return all;
+}
+
+tl::expected<LaunchSession, std::string> findLaunchSession(const Requester& requester,
+                                                           const std::string& runFolder) {
+    const uid_t uid = requester.user == 0 ? userBehindRoot(requester.process) : requester.user;
+    std::optional<UserRecord> user = userRecord(uid);
+    if (!user) {
+        return tl::unexpected(fmt::format("user {} is not in the user database", uid));
+    }
+    LaunchSession session;
+    session.user = std::move(*user);
+    if (const std::string folder = fmt::format("{}/user/{}", runFolder, uid); isThere(folder)) {
+        session.runtimeFolder = folder;
+        if (isThere(folder + "/bus")) {
+            session.busAddress = fmt::format("unix:path={}/bus", folder);
+        }
+    }
+    if (isThere(session.runtimeFolder + "/systemd/private")) {
+        session.manager = LaunchSession::Manager::user;
+    } else if (isThere(runFolder + "/systemd/private") && ::geteuid() == 0) {
+        session.manager = LaunchSession::Manager::system;
+    }
+    if (uid == requester.user) {
+        addVariables(session.variables, variablesOfProcess(requester.process, uid));
+    }
+    Text named = sessionOfProcess(requester.process);
+    if (!named) {
+        named = displaySessionOf(uid);
+    }
+    if (named) {
+        addVariables(session.variables, variablesOfSession(named.get()));
+    }
+    settle(session.variables, kRuntimeFolder, session.runtimeFolder);
+    settle(session.variables, kBusAddress, session.busAddress);
+    return session;
+}
+
+} // namespace qv

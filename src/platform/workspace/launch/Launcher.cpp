@@ -1,0 +1,212 @@
+#include "platform/workspace/launch/Launcher.h"
+
+#include "platform/foundation/process/ProcessState.h"
+#include "platform/foundation/process/SpawnProcess.h"
+#include "platform/foundation/process/Task.h"
+#include "platform/foundation/process/UserProcess.h"
+#include "platform/foundation/values/Exception.h"
+#include "platform/workspace/launch/BusActivation.h"
+#include "platform/workspace/launch/LaunchError.h"
+
+#include <fmt/format.h>
+
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/random.h>
+#include <unistd.h>
+
+namespace qv {
+
+namespace {
+
+constexpr std::chrono::seconds kPatience{30};
+constexpr std::string_view kManagerClient = "/usr/bin/systemd-run";
+constexpr std::size_t kLongestComplaint = 1024;
+
+// Why it was not started; nothing when it was.
+struct Refusal {
+    int errorNumber = 0;
+    std::string reason;
+};
+
+std::string encoded(const Refusal& refusal) {
+    return refusal.reason.empty() ? std::string()
+                                  : fmt::format("{} {}", refusal.errorNumber, refusal.reason);
+}
+
+Refusal decoded(const std::string& text) {
+    Refusal refusal;
+    const char* const end = text.data() + text.size();
+    const auto [after, error] = std::from_chars(text.data(), end, refusal.errorNumber);
+    refusal.reason.assign(after + (after != end ? 1 : 0), end);
+    return refusal;
+}
+
+Refusal asUser(const UserRecord& user, const std::function<Refusal()>& start) {
+    const auto said = performAsUser(user, [&] { return encoded(start()); }, kPatience);
+    if (said) {
+        return decoded(*said);
+    }
+    return {static_cast<int>(said.error().code()),
+            fmt::format("nothing can be started as user {}", user.name)};
+}
+
+std::string workingFolder(const ApplicationStart& application, const LaunchSession& session) {
+    if (!application.workingFolder.empty()) {
+        return application.workingFolder;
+    }
+    return ::access(session.user.home.c_str(), X_OK) == 0 ? session.user.home : "/";
+}
+
+// In the process that is the user already. It ends at once, and the application becomes a child of
+// the machine's first process.
+Refusal startDetached(const ApplicationStart& application, const LaunchSession& session) {
+    resetFileModeMask();
+    const UniqueFd null(::open("/dev/null", O_RDWR | O_CLOEXEC));
+    const auto spawned = spawnProcess({.program = application.command.front(),
+                                       .words = application.command,
+                                       .environment = session.environment(),
+                                       .directory = workingFolder(application, session),
+                                       .standard = {null.get(), null.get(), null.get()},
+                                       .leads = SpawnRequest::Leads::session});
+    return spawned ? Refusal()
+                   : Refusal{spawned.error().errorNumber,
+                             fmt::format("{} cannot be executed", application.command.front())};
+}
+
+// Units of one name refuse each other.
+std::string randomWord() {
+    std::uint64_t bits = 0;
+    if (::getrandom(&bits, sizeof bits, 0) != static_cast<ssize_t>(sizeof bits)) {
+        bits =
+            static_cast<std::uint64_t>(std::chrono::steady_clock::now().time_since_epoch().count());
+    }
+    return fmt::format("{:016x}", bits);
+}
+
+// As desktops name the units of applications: app-ID@RANDOM.service
+std::string unitName(const ApplicationStart& application) {
+    constexpr std::size_t kLongest = 100;
+    std::string word = application.identifier.substr(0, kLongest);
+    for (char& each : word) {
+        const bool plain = (each >= 'a' && each <= 'z') || (each >= 'A' && each <= 'Z') ||
+                           (each >= '0' && each <= '9') || each == '.' || each == '_';
+        each = plain ? each : '_';
+    }
+    return fmt::format("app-{}@{}.service", word, randomWord());
+}
+
+// A manager puts variables into the arguments of what it executes, unless the sign is doubled.
+std::string literally(std::string_view argument) {
+    std::string text;
+    for (const char each : argument) {
+        text.append(each == '$' ? 2 : 1, each);
+    }
+    return text;
+}
+
+std::vector<std::string> managerArguments(const ApplicationStart& application,
+                                          const LaunchSession& session) {
+    const bool isUsers = session.manager == LaunchSession::Manager::user;
+    std::vector<std::string> words = {
+        "--quiet",
+        "--collect",
+        "--no-ask-password",
+        "--unit=" + unitName(application),
+        "--description=" + application.path,
+        "--property=Type=exec", // so that what cannot be executed is known
+        "--property=WorkingDirectory=" + workingFolder(application, session),
+    };
+    if (isUsers) {
+        words.insert(words.end(), {"--user", "--slice=app.slice"});
+    } else {
+        words.push_back("--uid=" + session.user.name);
+    }
+    // A manager knows its user and his folders; of his screen only what it was told.
+    for (const std::string& each : isUsers ? session.variables : session.environment()) {
+        words.push_back("--setenv=" + each);
+    }
+    words.emplace_back("--");
+    words.push_back(application.command.front());
+    for (std::size_t i = 1; i < application.command.size(); ++i) {
+        words.push_back(literally(application.command[i]));
+    }
+    return words;
+}
+
+std::string readComplaint(int descriptor) {
+    std::string text;
+    std::array<char, 512> piece{};
+    ssize_t count = 0;
+    while ((count = ::read(descriptor, piece.data(), piece.size())) > 0) {
+        text.append(piece.data(), static_cast<std::size_t>(count));
+        if (text.size() > kLongestComplaint) {
+            text.resize(kLongestComplaint);
+        }
+    }
+    return text.substr(0, text.find('\n'));
+}
+
+Refusal startByManager(const ApplicationStart& application, const LaunchSession& session) try {
+    tl::expected<Pipe, Error> pipe = Pipe::pipe();
+    if (!pipe) {
+        return {static_cast<int>(pipe.error().code()), "the service manager cannot be asked"};
+    }
+    Task task;
+    task.setLaunchPath(std::string(kManagerClient));
+    task.setArguments(managerArguments(application, session));
+    std::vector<std::string> environment = {"PATH=/usr/bin:/bin", "LANG=C.UTF-8"};
+    if (session.manager == LaunchSession::Manager::user) {
+        environment.push_back("XDG_RUNTIME_DIR=" + session.runtimeFolder);
+    }
+    task.setEnvironment(std::move(environment));
+    task.setStandardError(std::move(pipe->fileHandleForWriting));
+    task.launch();
+    const std::string complaint = readComplaint(pipe->fileHandleForReading.get());
+    task.waitUntilExit();
+    if (task.terminationReason() == TerminationReason::exit && task.terminationStatus() == 0) {
+        return {};
+    }
+    return {0, fmt::format("the service manager did not start it: {}",
+                           complaint.empty() ? "no reason given" : complaint)};
+} catch (const Exception& exception) {
+    return {0, exception.reason()};
+}
+
+} // namespace
+
+Error launch(const ApplicationStart& application, const LaunchSession& session) {
+    Refusal refusal{
+        0, fmt::format("only a session bus starts it, and user {} has none", session.user.name)};
+    if (!application.busName.empty() && !session.busAddress.empty()) {
+        refusal = asUser(session.user, [&]() -> Refusal {
+            return {0, activateOnBus(session.busAddress, application.busName)};
+        });
+        if (refusal.reason.empty()) {
+            return {};
+        }
+    }
+    if (!application.command.empty()) {
+        switch (session.manager) {
+        case LaunchSession::Manager::user:
+            refusal = asUser(session.user, [&] { return startByManager(application, session); });
+            break;
+        case LaunchSession::Manager::system:
+            // In a child as well, so that a manager that does not answer keeps nobody waiting.
+            refusal = asUser(userRecord(::geteuid()).value_or(UserRecord()),
+                             [&] { return startByManager(application, session); });
+            break;
+        case LaunchSession::Manager::none:
+            refusal = asUser(session.user, [&] { return startDetached(application, session); });
+            break;
+        }
+    }
+    return refusal.reason.empty() ? Error()
+                                  : launchError(launch_error::kUnknown, application.path,
+                                                refusal.reason, refusal.errorNumber);
+}
+
+} // namespace qv

@@ -1,0 +1,13 @@
+#pragma once
+
+#include "platform/workspace/launch/ApplicationStart.h"
+#include "platform/workspace/launch/LaunchSession.h"
+
+namespace qv {
+
+/// Starts an application in a session and does not wait for it: by the session's bus where it can
+/// be, else by the service manager, else itself. However it is started, it leads a session of its
+/// own, has nothing of this process, and does not end with it.
+[[nodiscard]] Error launch(const ApplicationStart& application, const LaunchSession& session);
+
+} // namespace qv

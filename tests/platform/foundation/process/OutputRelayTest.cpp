@@ -1,0 +1,111 @@
+#include "platform/foundation/process/OutputRelay.h"
+
+#include "platform/foundation/process/Support.h"
+#include "platform/foundation/process/Task.h"
+
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <array>
+#include <chrono>
+#include <fcntl.h>
+#include <functional>
+#include <string>
+#include <sys/socket.h>
+#include <thread>
+#include <unistd.h>
+
+namespace qv {
+namespace {
+
+constexpr std::chrono::milliseconds kShort{50};
+
+// In a process whose output leads there.
+std::string withOutputTo(int destination, const std::function<std::string()>& work) {
+    return test::inChild([&] {
+        ::dup2(destination, STDOUT_FILENO);
+        ::dup2(destination, STDERR_FILENO);
+        return work();
+    });
+}
+
+std::string runShell(const std::string& script) {
+    Task task;
+    task.setLaunchPath("/bin/sh");
+    task.setArguments({"-c", script});
+    task.launch();
+    task.waitUntilExit();
+    return fmt::format("{}", task.terminationStatus());
+}
+
+TEST(OutputRelay, AToolEndsThoughNobodyReadsItsOutput) {
+    Pipe pipe = Pipe::pipe().value();
+    std::array<int, 2> sockets{};
+    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, sockets.data()), 0);
+    const UniqueFd near(sockets[0]);
+    const UniqueFd far(sockets[1]);
+    for (const int destination : {pipe.fileHandleForWriting.get(), near.get()}) {
+        EXPECT_EQ(withOutputTo(destination,
+                               [] {
+                                   const auto relay = OutputRelay::start(kShort).value();
+                                   return runShell("head -c 3000000 /dev/zero");
+                               }),
+                  "0");
+    }
+}
+
+TEST(OutputRelay, PassesEverythingOnInOrderToAReaderThatReads) {
+    Pipe pipe = Pipe::pipe().value();
+    std::string read;
+    std::thread reader([&] { read = test::readToEnd(pipe.fileHandleForReading); });
+    withOutputTo(pipe.fileHandleForWriting.get(), [] {
+        const auto relay = OutputRelay::start().value();
+        for (int i = 0; i < 3; ++i) { // both descriptors lead to one place
+            runShell("echo error >&2");
+            runShell("echo out; echo err >&2; head -c 200000 /dev/zero | tr '\\0' x; echo");
+        }
+        return std::string();
+    });
+    pipe.fileHandleForWriting.reset();
+    reader.join();
+    std::string expected;
+    for (int i = 0; i < 3; ++i) {
+        expected += "error\nout\nerr\n" + std::string(200000, 'x') + "\n";
+    }
+    EXPECT_EQ(read, expected);
+}
+
+TEST(OutputRelay, SaysHowMuchWasDropped) {
+    Pipe pipe = Pipe::pipe().value();
+    const std::string told = withOutputTo(pipe.fileHandleForWriting.get(), [&] {
+        const auto relay = OutputRelay::start(kShort).value();
+        runShell("head -c 1000000 /dev/zero");
+        std::string read(65536, '\0');
+        for (int i = 0; i < 1000; ++i) { // the reader comes back
+            read.resize(65536);
+            const ssize_t count = ::read(pipe.fileHandleForReading.get(), read.data(), read.size());
+            read.resize(count > 0 ? static_cast<std::size_t>(count) : 0);
+            if (const std::size_t at = read.find('['); at != std::string::npos) {
+                return read.substr(at, read.find(']') + 1 - at);
+            }
+            runShell("echo again");
+        }
+        return std::string("nothing");
+    });
+    EXPECT_THAT(told,
+                testing::MatchesRegex("\\[9[0-9]{5} bytes of output were not read in time\\]"));
+}
+
+TEST(OutputRelay, LeavesFilesAlone) {
+    const UniqueFd null(::open("/dev/null", O_WRONLY | O_CLOEXEC));
+    EXPECT_EQ(withOutputTo(null.get(),
+                           [] {
+                               return std::string(OutputRelay::start().value() == nullptr ? "none"
+                                                                                          : "one");
+                           }),
+              "none");
+}
+
+} // namespace
+} // namespace qv
