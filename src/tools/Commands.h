@@ -86,6 +86,15 @@ struct RuleOptions {
 /// `failed` for a rule that does not hold, `usage` for one that cannot be evaluated.
 ExitStatus rule(const RuleOptions& options);
 
+struct ApplicationOptions {
+    std::string identifier; ///< empty when `name` is given
+    std::string name;
+    std::string user; ///< look as the service does for this user; empty: as the caller
+    bool json = false;
+};
+/// Prints where an application is; `failed` when there is none.
+ExitStatus application(const ApplicationOptions& options);
+
 struct VersionOptions {
     std::string version;
     std::string other;

@@ -153,6 +153,21 @@ void addRule(CLI::App& app, Command& chosen) {
     command->callback([&chosen, options] { chosen = [options] { return rule(*options); }; });
 }
 
+void addApplication(CLI::App& app, Command& chosen) {
+    auto options = std::make_shared<ApplicationOptions>();
+    CLI::App* command = app.add_subcommand(
+        "application", "Print where an application is: its bundle or desktop entry; status 1 when "
+                       "there is none");
+    auto* identifier = command->add_option("IDENTIFIER", options->identifier,
+                                           "a bundle's, or a desktop entry's; in any case");
+    auto* name = command->add_option("--name", options->name,
+                                     "instead: the name that people see, or that of its file");
+    identifier->excludes(name);
+    command->add_option("--user", options->user, "look as the service does for this user");
+    command->add_flag("--json", options->json, "print as JSON");
+    command->callback([&chosen, options] { chosen = [options] { return application(*options); }; });
+}
+
 void addVersion(CLI::App& app, Command& chosen) {
     auto options = std::make_shared<VersionOptions>();
     CLI::App* command = app.add_subcommand(
@@ -206,6 +221,7 @@ int parseAndRun(int count, const char* const* arguments) {
     addPreferences(app, chosen);
     addRequirement(app, chosen);
     addRule(app, chosen);
+    addApplication(app, chosen);
     addVersion(app, chosen);
     addTrust(app, chosen);
     try {

@@ -8,7 +8,6 @@
 #include <cstring>
 #include <fcntl.h>
 #include <linux/magic.h>
-#include <sys/inotify.h>
 #include <sys/vfs.h>
 #include <unistd.h>
 
@@ -153,7 +152,7 @@ bool ChangeWatch::takeEvents() {
             return true;
         }
         for (std::size_t at = 0; at < static_cast<std::size_t>(count);) {
-            // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast): aligned by the kernel
+            // Aligned by the kernel.
             const auto* event = reinterpret_cast<const ::inotify_event*>(buffer.data() + at);
             doTell = doTell || tellsOfChange(*event);
             at += sizeof(::inotify_event) + event->len;

@@ -7,11 +7,10 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <sys/inotify.h>
 #include <sys/stat.h>
 #include <unordered_map>
 #include <vector>
-
-struct inotify_event;
 
 namespace qv {
 

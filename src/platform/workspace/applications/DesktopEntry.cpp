@@ -67,9 +67,10 @@ std::string unescaped(std::string_view text) {
     constexpr std::string_view kMeant = " \n\t\r\\";
     std::string result;
     for (std::size_t at = 0; at < text.size(); ++at) {
-        const std::size_t letter =
-            text[at] == '\\' && at + 1 < text.size() ? kLetters.find(text[at + 1]) : kLetters.npos;
-        if (letter == kLetters.npos) {
+        const std::size_t letter = text[at] == '\\' && at + 1 < text.size()
+                                       ? kLetters.find(text[at + 1])
+                                       : std::string_view::npos;
+        if (letter == std::string_view::npos) {
             result += text[at];
         } else {
             result += kMeant[letter];
@@ -156,12 +157,11 @@ private:
         if (value.empty()) {
             return {};
         }
-        for (std::size_t at = 0; at < kTextKeys.size(); ++at) {
-            if (key == kTextKeys[at].key) {
-                std::string& member = entry_.*kTextKeys[at].member;
+        for (const TextKey& row : kTextKeys) {
+            if (key == row.key) {
+                std::string& member = entry_.*row.member;
                 std::string text = unescaped(value);
-                if (kTextKeys[at].repeated == Repeated::refused && !member.empty() &&
-                    member != text) {
+                if (row.repeated == Repeated::refused && !member.empty() && member != text) {
                     return fmt::format("a second value of {}", key);
                 }
                 member = std::move(text);

@@ -98,7 +98,7 @@ private:
             switch (text_[place_]) {
             case '\\':
                 if (next != '"' && next != '`' && next != '$' && next != '\\') {
-                    refuse(place_, "in quotes, \\ stands before \", `, $ or \\ only");
+                    refuse(place_, R"(in quotes, \ stands before ", `, $ or \ only)");
                 }
                 ++place_;
                 break;
