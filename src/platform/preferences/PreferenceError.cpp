@@ -1,5 +1,6 @@
 #include "platform/preferences/PreferenceError.h"
 
+#include "platform/foundation/files/FileErrors.h"
 #include "platform/foundation/files/content/FileBytes.h"
 
 #include <fmt/format.h>
@@ -9,8 +10,9 @@
 namespace qv::preferences {
 
 Error failureAt(std::string_view place, int errorNumber, std::string_view cause) {
-    return Error::withDescription(error_domain::kPOSIX, errorNumber,
-                                  fmt::format("{}: {}", place, cause));
+    return {error_domain::kPOSIX, errorNumber,
+            Value::dictionary({{error_key::kLocalizedDescription,
+                                pathText(fmt::format("{}: {}", place, cause))}})};
 }
 
 Error failureAt(std::string_view place, int errorNumber) {
