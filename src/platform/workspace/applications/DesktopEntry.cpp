@@ -11,6 +11,7 @@
 #include <bitset>
 #include <cerrno>
 #include <optional>
+#include <unordered_map>
 
 namespace qv {
 
@@ -45,7 +46,7 @@ constexpr std::array<BooleanKey, 4> kBooleanKeys = {{
     {"DBusActivatable", &DesktopEntry::dbusActivatable, Repeated::refused},
 }};
 
-constexpr std::size_t kMostLocales = 1024;
+constexpr std::size_t kMostNames = 1024;
 
 bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\r'; }
 
@@ -100,6 +101,11 @@ public:
 
     // The reason why the file is refused; empty when it is not.
     std::string parse(std::string_view bytes) {
+        const std::size_t text = std::min(validUTF8Length(bytes), bytes.find('\0'));
+        if (text < bytes.size()) {
+            return fmt::format("line {}: this is no UTF-8 text",
+                               1 + std::ranges::count(bytes.substr(0, text), '\n'));
+        }
         constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
         if (bytes.starts_with(kByteOrderMark)) {
             bytes.remove_prefix(kByteOrderMark.size());
@@ -112,6 +118,7 @@ public:
             }
             bytes.remove_prefix(std::min(end + 1, bytes.size()));
         }
+        keepLastNames();
         return wasThere_ ? "" : "there is no group [Desktop Entry]";
     }
 
@@ -119,9 +126,6 @@ private:
     enum class Group : unsigned char { none, ours, other };
 
     std::string parseLine(std::string_view whole) {
-        if (!isUTF8(whole) || whole.find('\0') != std::string_view::npos) {
-            return "this is no UTF-8 text";
-        }
         const std::string_view line = trimmed(whole);
         if (line.empty() || line.front() == '#') {
             return {};
@@ -194,17 +198,31 @@ private:
     }
 
     std::string takeLocalizedName(std::string_view locale, std::string_view value) {
-        auto& names = entry_.localizedNames;
-        const auto known = std::ranges::find(
-            names, locale, [](const auto& pair) -> const std::string& { return pair.first; });
-        if (known != names.end()) {
-            known->second = unescaped(value);
-        } else if (names.size() == kMostLocales) {
-            return fmt::format("more than {} localized names", kMostLocales);
-        } else {
-            names.emplace_back(locale, unescaped(value));
+        if (entry_.localizedNames.size() == kMostNames) {
+            return fmt::format("more than {} localized names", kMostNames);
         }
+        entry_.localizedNames.emplace_back(locale, unescaped(value));
         return {};
+    }
+
+    // Of those of one locale. Usually there is one.
+    void keepLastNames() {
+        auto& names = entry_.localizedNames;
+        std::unordered_map<std::string_view, std::size_t> last;
+        last.reserve(names.size());
+        for (std::size_t at = 0; at < names.size(); ++at) {
+            last[names[at].first] = at;
+        }
+        if (last.size() == names.size()) {
+            return;
+        }
+        std::vector<std::pair<std::string, std::string>> kept;
+        for (std::size_t at = 0; at < names.size(); ++at) {
+            if (last[names[at].first] == at) {
+                kept.push_back(names[at]);
+            }
+        }
+        names = std::move(kept);
     }
 
     DesktopEntry& entry_;

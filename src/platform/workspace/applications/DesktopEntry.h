@@ -27,7 +27,8 @@ struct DesktopEntry {
 
     std::string type; ///< "Application" for an application; there are also links and folders
     std::string name; ///< not localized
-    /// Locale ("de", "sr@latin") and name, each locale once, in the order of the file.
+    /// Locale ("de", "sr@latin") and name, each locale once, in the order of the file; at most
+    /// 1024.
     std::vector<std::pair<std::string, std::string>> localizedNames;
     std::string exec; ///< a command line in its own quoting; `commandOf` (ExecLine.h) reads it
     std::string

@@ -128,7 +128,8 @@ bool EntryTable::isInstalled(const DesktopEntry& entry) const {
         return entry.dbusActivatable;
     }
     const auto command = commandOf(entry);
-    return command && findProgram(command->front(), programPath_);
+    return command && (command->front() == entry.tryExec || // found already
+                       findProgram(command->front(), programPath_));
 }
 
 EntryTable::Answer EntryTable::withIdentifier(std::string_view identifier) const {
