@@ -132,6 +132,15 @@ TEST_F(Processes, AToolsChildrenKeepNobodyWaiting) {
     EXPECT_EQ(::kill(left, SIGKILL), 0);
 }
 
+TEST_F(Processes, AToolHasTheLimitsThatTheServiceWasGiven) {
+    const fs::path seen = folder_ / "limits";
+    const auto outcome = client_->execute(
+        Value::array({toolStep("/bin/sh", {"-c", "cat /proc/self/limits >$0", seen.native()})}));
+    ASSERT_TRUE(outcome && outcome->success);
+    EXPECT_EQ(contentOf(seen), contentOf(fmt::format("/proc/{}/limits", service_->pid())));
+    EXPECT_EQ(contentOf(seen), contentOf("/proc/self/limits")); // as its manager, this test
+}
+
 TEST_F(Processes, APreferenceForEverybodyIsWrittenAndRemoved) {
     const std::string domain = fmt::format("com.larkwen.test.{}", ::getpid());
     const fs::path file = "/usr/local/etc/" + domain + ".plist";
