@@ -9,7 +9,7 @@ namespace qv {
 inline constexpr std::string_view kAXErrorDomain = "AXError";
 
 /// The platform's values.
-enum AXError : std::int32_t {
+enum AXError : std::int32_t { // NOLINT(performance-enum-size): as wide as the platform's
     kAXErrorSuccess = 0,
     kAXErrorFailure = -25200,
     kAXErrorIllegalArgument = -25201,

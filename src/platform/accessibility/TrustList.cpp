@@ -141,6 +141,7 @@ Value valueOf(const TrustedProgram& program) {
         Value::data({reinterpret_cast<const char*>(program.digest.data()), program.digest.size()}),
         Value::date({static_cast<double>(program.granted - kReferenceDate)})};
     std::vector<std::pair<Value, Value>> pairs;
+    pairs.reserve(values.size() + 1);
     for (std::size_t i = 0; i < values.size(); ++i) {
         pairs.emplace_back(Value::string(kKeys[i]), values[i]);
     }

@@ -1,10 +1,10 @@
 // The content of the store: what is not exactly its shape grants nothing and is never overwritten.
 
 #include "platform/accessibility/TrustFixture.h"
+#include "platform/foundation/plist/PropertyList.h"
 
 #include <algorithm>
-#include <array>
-#include <regex>
+#include <optional>
 
 namespace qv::test {
 namespace {
@@ -36,75 +36,101 @@ TEST(TrustList, ReadsBackWhatItWrites) {
     EXPECT_EQ(readTrustList(*writeTrustList({})), TrustList());
 }
 
-TEST(TrustList, RefusesEveryOtherShape) {
+// The list of one program, changed in one place of its text.
+std::string listWith(std::string_view from, std::string_view to) {
     TrustedProgram program = someProgram("/usr/bin/program");
     program.requester = 1000;
-    const std::string good = *writeTrustList({{program.path, program}});
-    struct Row {
-        std::string_view from; // a regular expression
-        std::string_view to;
-        std::string_view error;
-    };
-    std::vector<Row> rows = {
-        {"<plist[^]*", "", "line 3"},
-        {"[^]*", "", "zero-length"},
-        {"[^]*", "(1, 2)", "\"version\""},
-        {"<key>version", "<key>edition", "\"version\" is not 1"},
-        {"<integer>1</integer>", "<integer>2</integer>", "\"version\" is not 1"},
-        {"<integer>1</integer>", "<true/>", "\"version\" is not 1"},
-        {"programs", "program", "\"programs\""},
-        {"<key>version", "<key>more</key><true/><key>version", "more beside it"},
-        {"/usr/bin/program", "usr/bin/program", "no absolute path"},
-        {"/usr/bin/program", "", "no absolute path"},
-        {"<dict>\\s*<key>device[^]*?</dict>", "<array/>", "is no dictionary"},
-        {"<key>device", "<key>x</key><true/><key>device", "has a key too many"},
-        {"<key>device", "<key>inode</key><integer>1</integer><key>device", "inode"},
-        {"(<key>size</key>\\s*<integer>)12", "$1-9223372036854775809", "underflow"},
-        {"(<key>device</key>\\s*<integer>)[0-9]+", "$1-1", "\"device\" is out of range"},
-        {"(<key>size</key>\\s*<integer>)12", "$0118446744073709551615", "\"size\" is out of range"},
-        {"(<key>owner</key>\\s*<integer>)[0-9]+", "$014294967296", "\"owner\" is out of range"},
-        {"(<key>requester</key>\\s*<integer>)[0-9]+", "$1-5", "\"requester\" is out of range"},
-        {"(<key>digest</key>\\s*<data>)[^<]*", "$1QUJD", "\"digest\" is no SHA-256"},
-    };
-    const std::vector<std::string> keys = {"device", "inode",   "size",   "modified", "changed",
-                                           "owner",  "settled", "digest", "granted",  "requester"};
-    std::vector<std::array<std::string, 3>> made;
-    for (const std::string& key : keys) {
-        const std::string whole = "<key>" + key + "</key>\\s*(<[a-z]+/>|<([a-z]+)>[^<]*</\\2>)";
-        made.push_back({whole, "<key>" + key + "</key><string>12</string>",
-                        "\"" + key + "\" is of the wrong class"});
-        made.push_back({whole, "<key>" + key + "</key><real>12</real>",
-                        "\"" + key + "\" is of the wrong class"});
-        if (key != "requester") {
-            made.push_back({whole, "", "\"" + key + "\" is missing"});
+    std::string text = *writeTrustList({{program.path, program}});
+    const std::size_t place = text.find(from);
+    EXPECT_NE(place, std::string::npos) << from;
+    return text.replace(place, from.size(), to);
+}
+
+// The same with another value, or none, under a key of the program.
+std::string listWithField(std::string_view key, const std::optional<Value>& value) {
+    const Value root = PropertyList::propertyListWithData(listWith("", ""))->root;
+    const DictionaryView fields = root.find("programs")->find("/usr/bin/program")->asDictionary();
+    std::vector<std::pair<Value, Value>> pairs;
+    for (std::size_t i = 0; i < fields.size(); ++i) {
+        if (fields.key(i) != key) {
+            pairs.emplace_back(Value::string(fields.key(i)), fields.value(i));
         }
     }
-    for (const auto& [from, to, error] : made) {
-        rows.push_back({from, to, error});
+    if (value) {
+        pairs.emplace_back(Value::string(key), *value);
     }
-    for (const Row& row : rows) {
-        const std::string bad =
-            std::regex_replace(good, std::regex(std::string(row.from)), std::string(row.to),
-                               std::regex_constants::format_first_only);
-        ASSERT_NE(bad, good) << row.from;
-        const auto list = readTrustList(bad);
-        ASSERT_FALSE(list) << bad;
-        EXPECT_THAT(list.error(), HasSubstr(row.error)) << bad;
+    const Value programs =
+        Value::dictionary({{"/usr/bin/program", Value::dictionary(std::move(pairs))}});
+    return *PropertyList::dataWithPropertyList(
+        Value::dictionary({{"version", Value::integer(1)}, {"programs", programs}}),
+        PropertyListFormat::binary);
+}
+
+void expectRefused(const std::string& content, std::string_view error) {
+    const auto list = readTrustList(content);
+    ASSERT_FALSE(list) << error;
+    EXPECT_THAT(list.error(), HasSubstr(error));
+}
+
+TEST(TrustList, RefusesEveryOtherShape) {
+    ASSERT_TRUE(readTrustList(listWith("", "")));
+    const std::string good = listWith("", "");
+    expectRefused("", "zero-length");
+    expectRefused("(1, 2)", "\"version\"");
+    expectRefused(good.substr(0, good.size() - 20), "line 3");
+    expectRefused(listWith("<key>version", "<key>edition"), "\"version\" is not 1");
+    expectRefused(listWith("<integer>1<", "<integer>2<"), "\"version\" is not 1");
+    expectRefused(listWith("<integer>1</integer>", "<true/>"), "\"version\" is not 1");
+    expectRefused(listWith("<key>programs", "<key>program"), "\"programs\"");
+    expectRefused(listWith("<key>version", "<key>more</key><true/><key>version"), "more beside it");
+    expectRefused(listWith("/usr/bin", "usr/bin"), "no absolute path");
+    expectRefused(listWith("/usr/bin/program", ""), "no absolute path");
+    expectRefused(listWith("<key>device", "<key>inode</key><integer>1</integer><key>device"),
+                  "inode");
+    expectRefused(listWith("<integer>12<", "<integer>-9223372036854775809<"), "underflow");
+    expectRefused(R"({ version = 1; programs = { "/a" = (); }; })", "\"version\" is not 1");
+    expectRefused(*PropertyList::dataWithPropertyList(
+                      Value::dictionary({{"version", Value::integer(1)},
+                                         {"programs", Value::dictionary({{"/a", Value()}})}}),
+                      PropertyListFormat::binary),
+                  "the program \"/a\": is no dictionary");
+}
+
+TEST(TrustList, RefusesEveryOtherField) {
+    for (const char* key : {"device", "inode", "size", "modified", "changed", "owner", "settled",
+                            "digest", "granted", "requester"}) {
+        const std::string quoted = "the program \"/usr/bin/program\": \"" + std::string(key) + '"';
+        for (const Value& wrong :
+             {Value::string("12"), Value::real(12), Value::array({}), Value()}) {
+            expectRefused(listWithField(key, wrong), quoted + " is of the wrong class");
+        }
+        if (key != std::string_view("requester")) {
+            expectRefused(listWithField(key, std::nullopt), quoted + " is missing");
+        }
     }
+    expectRefused(listWithField("other", Value::integer(1)), "has a key too many");
+    for (const char* key : {"device", "inode", "owner", "requester"}) {
+        expectRefused(listWithField(key, Value::integer(-1)), "is out of range");
+    }
+    for (const char* key : {"owner", "requester"}) {
+        expectRefused(listWithField(key, Value::integer(1LL << 32)), "is out of range");
+    }
+    for (const char* key : {"size", "modified", "changed"}) {
+        expectRefused(listWithField(key, Value::unsignedInteger(1ULL << 63)), "is out of range");
+    }
+    expectRefused(listWithField("digest", Value::data("short")), "\"digest\" is no SHA-256");
 }
 
 // The key of a settled file stands for its bytes, of others the digest counts alone.
 TEST_F(TrustTest, SettledOrNotIsWhatTheStoreSays) {
     const fs::path path = program("program");
     ASSERT_TRUE(store_.grant(path)); // not settled: made this moment
-    const std::string content = contentOf(file_);
-    const std::string forged = std::regex_replace(content, std::regex("(<data>)[^<]*"),
-                                                  "$1AAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAA=");
-    ASSERT_NE(forged, content);
-    folder_.write("state/accessibility/trusted.plist", forged);
+    TrustList list = *readTrustList(contentOf(file_));
+    list.at(path).digest = {};
+    folder_.write("state/accessibility/trusted.plist", *writeTrustList(list));
     EXPECT_EQ(trustIn(path), Trust::changed);
-    folder_.write("state/accessibility/trusted.plist",
-                  std::regex_replace(forged, std::regex("<false/>"), "<true/>"));
+    list.at(path).settled = true;
+    folder_.write("state/accessibility/trusted.plist", *writeTrustList(list));
     EXPECT_EQ(trustIn(path), Trust::granted);
     fs::permissions(path, fs::perms(0711));
     EXPECT_EQ(trustIn(path), Trust::changed) << "another key";
