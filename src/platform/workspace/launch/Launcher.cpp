@@ -112,7 +112,6 @@ std::vector<std::string> managerArguments(const ApplicationStart& application,
                                           const LaunchSession& session) {
     const bool isUsers = session.manager == LaunchSession::Manager::user;
     std::vector<std::string> words = {
-        "--quiet",
         "--collect",
         "--no-ask-password",
         "--unit=" + unitName(application),
