@@ -33,7 +33,8 @@ ExitStatus readPreferences(const PreferencesOptions& options) {
         complain(reasonOf(values.error()));
         return ExitStatus::usage;
     }
-    const Value* found = values->has_value() ? &**values : nullptr;
+    const std::optional<Value>& all = *values;
+    const Value* found = all ? &*all : nullptr;
     if (found != nullptr && options.key) {
         found = found->find(*options.key);
     }

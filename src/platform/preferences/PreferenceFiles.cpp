@@ -43,8 +43,8 @@ Error failureFrom(std::string_view text) {
 }
 
 // Why a user's process has not done what it should.
-Error failureToAct(const DomainPlace& place, const Error& error) {
-    const std::string& name = place.otherUser->name;
+Error failureToAct(const UserRecord& user, const DomainPlace& place, const Error& error) {
+    const std::string& name = user.name;
     const int code = static_cast<int>(error.code());
     switch (code) {
     case EPERM:
@@ -65,7 +65,8 @@ std::string answerTo(const DomainPlace& place, const std::optional<std::string>&
     if (!values) {
         return failureText(values.error());
     }
-    const Value* wanted = values->has_value() ? &**values : nullptr;
+    const std::optional<Value>& all = *values;
+    const Value* wanted = all ? &*all : nullptr;
     if (wanted != nullptr && key) {
         wanted = wanted->find(*key);
     }
@@ -77,13 +78,13 @@ std::string answerTo(const DomainPlace& place, const std::optional<std::string>&
 }
 
 // A value of another user's, or all of them.
-tl::expected<std::optional<Value>, Error> askUser(const DomainPlace& place,
+tl::expected<std::optional<Value>, Error> askUser(const UserRecord& user, const DomainPlace& place,
                                                   const std::optional<std::string>& key,
                                                   std::chrono::milliseconds patience) {
-    const auto answer = performAsUser(
-        *place.otherUser, [&] { return answerTo(place, key); }, patience, kLongestAnswer);
+    const auto answer =
+        performAsUser(user, [&] { return answerTo(place, key); }, patience, kLongestAnswer);
     if (!answer) {
-        return tl::unexpected(failureToAct(place, answer.error()));
+        return tl::unexpected(failureToAct(user, place, answer.error()));
     }
     if (answer->front() == kFailure) {
         return tl::unexpected(failureFrom(*answer));
@@ -141,7 +142,8 @@ Error PreferenceFiles::store(const Noted& noted, const PreferencesDomain& domain
     if (Error error = whyUnstorable(noted.changes, place->path())) {
         return error;
     }
-    if (!place->otherUser) {
+    const std::optional<UserRecord>& user = place->otherUser;
+    if (!user) {
         return preferences::changeDomain(*place, noted.changes, surroundings_.lockPatience);
     }
     const auto change = [&]() -> std::string {
@@ -149,9 +151,9 @@ Error PreferenceFiles::store(const Noted& noted, const PreferencesDomain& domain
             preferences::changeDomain(*place, noted.changes, surroundings_.lockPatience);
         return error ? failureText(error) : std::string{kNothing};
     };
-    const auto answer = performAsUser(*place->otherUser, change, surroundings_.userPatience);
+    const auto answer = performAsUser(*user, change, surroundings_.userPatience);
     if (!answer) {
-        return failureToAct(*place, answer.error());
+        return failureToAct(*user, *place, answer.error());
     }
     return answer->front() == kFailure ? failureFrom(*answer) : Error();
 }
@@ -162,8 +164,9 @@ PreferenceFiles::values(const PreferencesDomain& domain) const {
     if (!place) {
         return tl::unexpected(place.error());
     }
-    return place->otherUser ? askUser(*place, std::nullopt, surroundings_.userPatience)
-                            : preferences::readDomain(*place);
+    const std::optional<UserRecord>& user = place->otherUser;
+    return user ? askUser(*user, *place, std::nullopt, surroundings_.userPatience)
+                : preferences::readDomain(*place);
 }
 
 std::optional<Value> PreferenceFiles::copyValue(std::string_view key,
@@ -172,8 +175,9 @@ std::optional<Value> PreferenceFiles::copyValue(std::string_view key,
     if (!place) {
         return std::nullopt;
     }
-    if (place->otherUser) {
-        return askUser(*place, std::string(key), surroundings_.userPatience).value_or(std::nullopt);
+    if (const std::optional<UserRecord>& user = place->otherUser) {
+        return askUser(*user, *place, std::string(key), surroundings_.userPatience)
+            .value_or(std::nullopt);
     }
     const auto values = preferences::readDomain(*place).value_or(std::nullopt);
     const Value* found = values ? values->find(key) : nullptr;
