@@ -134,6 +134,9 @@ TEST_F(Launch, TakesTheSessionOfWhoAsked) {
                          "LANG=de_DE", "DBUS_SESSION_BUS_ADDRESS=unix:path=/x", "HOME=/x",
                          "BASH_ENV=/x"},
          .user = kNobody});
+    while (test::contentOf(fmt::format("/proc/{}/comm", asker.pid())) != "sleep\n") {
+        std::this_thread::yield(); // until it has been executed, it is this test
+    }
     ASSERT_FALSE(launch(witness("witness"), {.process = asker.pid(), .user = kNobody}));
     const std::string seen = words();
     EXPECT_THAT(seen, HasSubstr("\nDISPLAY=:42\nXAUTHORITY=/home/x/.auth\nLANG=de_DE\n"));
