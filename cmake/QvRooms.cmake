@@ -32,7 +32,8 @@ endfunction()
 
 function(qv_test_options target)
   # What is read from a precompiled header no longer counts as a system header's for these.
-  target_compile_options(${target} PRIVATE -Wno-array-bounds -Wno-stringop-overflow)
+  target_compile_options(${target} PRIVATE
+    $<$<CXX_COMPILER_ID:GNU>:-Wno-array-bounds> $<$<CXX_COMPILER_ID:GNU>:-Wno-stringop-overflow>)
   # Of what is tested, not of the test, speed counts; and it is what the sanitizers are to watch.
   if(QV_SANITIZE)
     target_compile_options(${target} PRIVATE -O0)

@@ -41,7 +41,7 @@ bool comes(const fs::path& file) {
 
 class Processes : public ServiceTest {
 protected:
-    fs::path program(std::string_view name, std::string_view text) const {
+    [[nodiscard]] fs::path program(std::string_view name, std::string_view text) const {
         fs::path file = folder_.write(name, text);
         fs::permissions(file, fs::perms(0755));
         return file;

@@ -15,8 +15,6 @@ namespace fs = std::filesystem;
 namespace qv::test {
 namespace {
 
-using testing::HasSubstr;
-
 const std::string kSigned = QV_LIVE_PROGRAMS "/qvcatalog";
 
 // What the X server keeps its screen in is XWD: a header that tells its length, width and height

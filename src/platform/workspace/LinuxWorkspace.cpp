@@ -7,6 +7,7 @@
 #include "platform/workspace/launch/Launcher.h"
 
 #include <unistd.h>
+#include <utility>
 
 namespace qv {
 
@@ -19,7 +20,8 @@ using Session = tl::expected<LaunchSession, std::string>; // or why there is non
 struct LinuxWorkspace::State {
     Requester requester;
     std::string runFolder;
-    std::optional<Session> session; // once it was looked up
+    Session session = tl::unexpected(std::string("it was not looked for"));
+    bool isSessionNoted = false;
     std::optional<ApplicationIndex> applications;
 
     ApplicationIndex& index() {
@@ -33,12 +35,15 @@ struct LinuxWorkspace::State {
 };
 
 LinuxWorkspace::LinuxWorkspace(const Requester& requester, const std::string& runFolder)
-    : state_(std::make_unique<State>(State{requester, runFolder, std::nullopt, std::nullopt})) {}
+    : state_(std::make_unique<State>()) {
+    state_->requester = requester;
+    state_->runFolder = runFolder;
+}
 
 LinuxWorkspace::~LinuxWorkspace() = default;
 
 void LinuxWorkspace::noteSession() {
-    if (!state_->session) {
+    if (!std::exchange(state_->isSessionNoted, true)) {
         state_->session = findLaunchSession(state_->requester, state_->runFolder);
     }
 }
@@ -51,7 +56,7 @@ Error LinuxWorkspace::launchApplicationAtURL(const std::optional<URL>& url,
         return application.error();
     }
     noteSession();
-    const Session& session = *state_->session;
+    const Session& session = state_->session;
     return session ? launch(*application, *session)
                    : launchError(launch_error::kUnknown, application->path, session.error());
 }

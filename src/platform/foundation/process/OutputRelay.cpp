@@ -87,7 +87,7 @@ private:
     }
 
     // How much of it was taken.
-    std::size_t write(std::string_view text) const {
+    [[nodiscard]] std::size_t write(std::string_view text) const {
         const Clock::time_point deadline = Clock::now() + patience_;
         std::size_t at = 0;
         while (at < text.size() && isReady(deadline)) {

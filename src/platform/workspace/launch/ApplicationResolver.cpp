@@ -38,8 +38,8 @@ std::optional<std::string> terminal() {
     return std::nullopt;
 }
 
-Start resolveBundle(const URL& url, const std::string& path) {
-    const std::optional<Bundle> bundle = Bundle::bundleWithURL(url);
+Start resolveBundle(const std::string& path) {
+    const std::optional<Bundle> bundle = Bundle::bundleWithURL(URL::fileURLWithPath(path));
     const bool isOne = bundle && (bundle->hasInfoDictionary() || path.ends_with(".app"));
     if (!isOne) {
         return refuse(launch_error::kNotAnApplication, path, "the folder is no application");
@@ -125,7 +125,7 @@ Start resolveApplication(const std::optional<URL>& url) {
     if (S_ISDIR(info.st_mode)) {
         std::error_code failed; // a link to a bundle is one
         const std::string real = std::filesystem::canonical(*path, failed);
-        return resolveBundle(failed ? *url : URL::fileURLWithPath(real), failed ? *path : real);
+        return resolveBundle(failed ? *path : real);
     }
     if (S_ISREG(info.st_mode) && path->ends_with(".desktop")) {
         return resolveDesktopEntry(*path);

@@ -25,7 +25,9 @@ constexpr std::size_t kLongestEnvironment = std::size_t{256} << 10U;
 constexpr std::size_t kLongestVariable = 4096;
 
 struct Freed {
-    void operator()(char* text) const noexcept { std::free(text); } // NOLINT(*-no-malloc)
+    void operator()(char* text) const noexcept {
+        std::free(text); // NOLINT(*-no-malloc,*-owning-memory): the library says so
+    }
 };
 using Text = std::unique_ptr<char, Freed>;
 
