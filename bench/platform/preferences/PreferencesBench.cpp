@@ -36,7 +36,9 @@ constexpr const char* kSmallDomain =
 class Homes {
 public:
     Homes() {
-        std::filesystem::permissions(folder_.path(), std::filesystem::perms(0755));
+        if (::chmod(folder_.path().c_str(), 0755) != 0) {
+            throw std::runtime_error("cannot be opened to others");
+        }
         for (const char* name : {"root", "other", "bare"}) {
             std::filesystem::create_directories(folder_ / name / ".config");
             folder_.write(std::string(name) + "/.config/com.example.bench.plist", kSmallDomain);
@@ -104,7 +106,7 @@ void contest(const Homes& homes, const std::string& what, const std::string& use
     if (store(homes, domain, 1) != 0) {
         throw std::runtime_error("cannot be written");
     }
-    const auto values = homes.preferences().values(domain).value().value();
+    const auto values = homes.preferences().values(domain).value().value_or(Value());
     const std::string bytes =
         qv::PropertyList::dataWithPropertyList(values, qv::PropertyListFormat::xml).value();
     Costs ours;

@@ -96,10 +96,11 @@ tl::expected<Found, Error> read(int folder, const DomainPlace& place, Patience p
         if (!content) {
             return tl::unexpected(content.error());
         }
-        if (!*content) {
+        const std::optional<FileContent>& present = *content;
+        if (!present) {
             return Found{};
         }
-        const FileContent& found = **content;
+        const FileContent& found = *present;
         auto parsed = parse(place.path(), found.bytes, found.file);
         const bool isWhole = parsed && !found.bytes.empty();
         if (isWhole || attempt == attempts || !changedJustNow(found.file)) {
@@ -133,9 +134,10 @@ std::optional<Value> changed(const Value& values, const Changes& changes) {
             pairs.emplace_back(old.keys()[i], old.value(i));
             continue;
         }
-        isChanged = isChanged || !change->second || !areStoredAlike(old.value(i), *change->second);
-        if (change->second) {
-            pairs.emplace_back(old.keys()[i], *change->second);
+        const std::optional<Value>& value = change->second;
+        isChanged = isChanged || !value || !areStoredAlike(old.value(i), *value);
+        if (value) {
+            pairs.emplace_back(old.keys()[i], *value);
         }
     }
     for (const auto& [key, value] : changes) {

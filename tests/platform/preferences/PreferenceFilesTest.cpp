@@ -18,7 +18,7 @@ protected:
     // The only file that setting a value in a domain makes, relative to the folder; its mode after
     // it.
     std::string fileOf(const PreferencesDomain& domain) {
-        const std::string failure = set("key", Value::string("value"), domain);
+        std::string failure = set("key", Value::string("value"), domain);
         if (!failure.empty()) {
             return failure;
         }
