@@ -126,12 +126,12 @@ void run() {
     for (int number = 0; number < kEntries; ++number) {
         folder.write(fmt::format("applications/{}.desktop", identifier(number)), content(number));
     }
-    // NOLINTNEXTLINE(concurrency-mt-unsafe): one thread
+    // NOLINTBEGIN(concurrency-mt-unsafe): there is one thread
     if (::setenv("XDG_DATA_HOME", folder.path().c_str(), 1) != 0 ||
-        ::setenv("XDG_DATA_DIRS", "/usr/local/share:/usr/share", 1) !=
-            0) { // NOLINT(concurrency-mt-unsafe)
+        ::setenv("XDG_DATA_DIRS", "/usr/local/share:/usr/share", 1) != 0) {
         throw std::runtime_error("setenv");
     }
+    // NOLINTEND(concurrency-mt-unsafe)
     std::vector<qv::ApplicationFolders> sets = {
         {.bundles = {{"/Applications"}, {"/usr/local/Applications"}, {"/opt", 2}},
          .entries = {folder / "applications", "/usr/local/share/applications",
@@ -156,7 +156,7 @@ void run() {
             for (gchar*** group = found; *group != nullptr; ++group) {
                 g_strfreev(*group);
             }
-            g_free(found);
+            g_free(static_cast<void*>(found));
             return isFound;
         };
     };
