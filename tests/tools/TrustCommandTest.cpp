@@ -79,7 +79,7 @@ TEST_F(TrustCommand, ChecksProgramsAndProcesses) {
         EXPECT_EQ(run.output, line + "\n");
         EXPECT_EQ(run.errors, "");
     };
-    const std::string path = one.native();
+    const std::string& path = one.native();
     expect(trust({"check", path}), 1, path + ": not trusted: trust was never granted");
     ASSERT_TRUE(store_.grant(one));
     expect(trust({"check", path}), 0, path + ": trusted");

@@ -197,7 +197,8 @@ tl::expected<TrustList, Error> TrustStore::load() const {
     if (!folder) {
         return tl::unexpected(folder.error());
     }
-    return *folder ? (*folder)->load() : TrustList();
+    const std::optional<TrustFolder>& found = *folder;
+    return found ? found->load() : TrustList();
 }
 
 // `change` says whether there is anything to be saved.

@@ -9,8 +9,8 @@
 namespace qv::test {
 namespace {
 
-TrustedProgram someProgram(std::string path) {
-    TrustedProgram program{.path = std::move(path),
+TrustedProgram someProgram(const std::string& path) {
+    TrustedProgram program{.path = path,
                            .file = {.device = ~dev_t{0},
                                     .inode = ~ino_t{0},
                                     .size = 12,

@@ -117,7 +117,9 @@ TEST_F(TrustStoreFaults, AWriterThatNeverEndsIsNotWaitedForForever) {
 TEST_F(TrustStoreFaults, WritersBesideOneAnotherLoseNothing) {
     constexpr int kWriters = 6;
     constexpr int kEach = 8;
-    for (int i = 0; i < kWriters * kEach; ++i) {
+    constexpr std::size_t kPrograms = 48;
+    static_assert(kPrograms == std::size_t{kWriters} * kEach);
+    for (std::size_t i = 0; i < kPrograms; ++i) {
         ASSERT_FALSE(program("program " + std::to_string(i)).empty());
     }
     std::vector<pid_t> writers;
@@ -139,7 +141,7 @@ TEST_F(TrustStoreFaults, WritersBesideOneAnotherLoseNothing) {
         ASSERT_EQ(::waitpid(writer, &status, 0), writer);
         EXPECT_EQ(status, 0);
     }
-    EXPECT_EQ(paths().size(), std::size_t{kWriters * kEach});
+    EXPECT_EQ(paths().size(), kPrograms);
 }
 
 // QV_TEST_ROUNDS: how often.
