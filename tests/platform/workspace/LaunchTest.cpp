@@ -149,6 +149,34 @@ TEST_F(Launch, TakesTheSessionOfWhoAsked) {
     EXPECT_THAT(words(), Not(HasSubstr("DISPLAY=:42")));
 }
 
+// An address can name a program: it would run among this process's own, with its standard error.
+TEST_F(Launch, ExecutesNoAddressOfTheSessionsBus) {
+    if (::geteuid() != 0) {
+        GTEST_SKIP() << "needs root: launches for another user";
+    }
+    const std::string other = fmt::format(
+        "unixexec:path={}",
+        program("other", fmt::format("#!/bin/sh\n: >{}\n", (top_ / "executed").native())).native());
+    fs::rename(
+        entry(fmt::format("DBusActivatable=true\nExec=\"{}\"\n", witness("witness").native())),
+        top_ / "org.example.Other.desktop");
+    for (const std::string& address : {other, "unix:path=/nowhere;" + other}) {
+        const test::StartedProgram asker(
+            {.command = {"/bin/sleep", "1000"},
+             .environment = {"DISPLAY=:42", "DBUS_SESSION_BUS_ADDRESS=" + address},
+             .user = kNobody});
+        while (test::contentOf(fmt::format("/proc/{}/comm", asker.pid())) != "sleep\n") {
+            std::this_thread::yield();
+        }
+        ASSERT_FALSE(
+            launch(top_ / "org.example.Other.desktop", {.process = asker.pid(), .user = kNobody}));
+        const std::string seen = words();
+        EXPECT_THAT(seen, HasSubstr("DISPLAY=:42"));
+        EXPECT_THAT(seen, Not(HasSubstr("DBUS_SESSION_BUS_ADDRESS")));
+        EXPECT_FALSE(fs::exists(top_ / "executed"));
+    }
+}
+
 TEST_F(Launch, FindsTheExecutableOfABundle) {
     const auto info = [](std::string_view name) {
         return fmt::format(
@@ -237,6 +265,8 @@ TEST_F(Launch, SaysWhyItFailed) {
     const Error error = launch(program("broken", "#!/nonexistent\n"));
     EXPECT_EQ(error.userInfo().find("NSFilePath")->asString(), (top_ / "broken").native());
     EXPECT_EQ(error.userInfo().find("NSUnderlyingError")->asError(), Error::posix(ENOENT));
+    EXPECT_THAT(failure(launch(entry("Exec=true\nPath=/nowhere\n"))),
+                HasSubstr("its working folder /nowhere cannot be entered"));
     if (::geteuid() != 0) {
         return;
     }

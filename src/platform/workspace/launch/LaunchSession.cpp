@@ -56,10 +56,23 @@ std::string_view nameOf(std::string_view variable) {
     return variable.substr(0, variable.find('='));
 }
 
+// The other kinds of an address have whoever connects execute a program.
+bool namesSocketsOnly(std::string_view busAddresses) {
+    while (busAddresses.starts_with("unix:")) {
+        const std::size_t end = busAddresses.find(';');
+        if (end == std::string_view::npos) {
+            return true;
+        }
+        busAddresses.remove_prefix(end + 1);
+    }
+    return false;
+}
+
 bool isOfSession(std::string_view variable) {
     const std::string_view name = nameOf(variable);
     return name.size() < variable.size() && variable.size() <= kLongestVariable &&
            isUTF8(variable) &&
+           (name != kBusAddress || namesSocketsOnly(variable.substr(name.size() + 1))) &&
            (std::ranges::find(kSessionVariables, name) != kSessionVariables.end() ||
             name.starts_with("LC_"));
 }

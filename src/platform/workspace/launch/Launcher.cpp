@@ -66,10 +66,14 @@ std::string workingFolder(const ApplicationStart& application, const LaunchSessi
 Refusal startDetached(const ApplicationStart& application, const LaunchSession& session) {
     resetFileModeMask();
     const UniqueFd null(::open("/dev/null", O_RDWR | O_CLOEXEC));
+    const std::string folder = workingFolder(application, session);
+    if (::chdir(folder.c_str()) != 0) { // else the program would be blamed for it
+        return {errno, fmt::format("its working folder {} cannot be entered", folder)};
+    }
     const auto spawned = spawnProcess({.program = application.command.front(),
                                        .words = application.command,
                                        .environment = session.environment(),
-                                       .directory = workingFolder(application, session),
+                                       .directory = ".",
                                        .standard = {null.get(), null.get(), null.get()},
                                        .leads = SpawnRequest::Leads::session});
     return spawned ? Refusal()
@@ -162,6 +166,9 @@ Refusal startByManager(const ApplicationStart& application, const LaunchSession&
         environment.push_back("XDG_RUNTIME_DIR=" + session.runtimeFolder);
     }
     task.setEnvironment(std::move(environment));
+    // As the user's own program it can be traced by him: nothing of ours may be open in it.
+    task.setStandardInput(UniqueFd(::open("/dev/null", O_RDONLY | O_CLOEXEC)));
+    task.setStandardOutput(UniqueFd(::open("/dev/null", O_WRONLY | O_CLOEXEC)));
     task.setStandardError(std::move(pipe->fileHandleForWriting));
     task.launch();
     const std::string complaint = readComplaint(pipe->fileHandleForReading.get());
