@@ -5,8 +5,10 @@
 #include "support/TemporaryDirectory.h"
 
 #include <fmt/format.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <fcntl.h>
@@ -130,6 +132,44 @@ TEST(Task, WhatCannotBeLaunchedIsNamedWithItsCause) {
     EXPECT_EQ(refusal("/bin/true", {"a", std::string("b\0c", 3)}), "argument 1 holds a NUL byte");
     EXPECT_EQ(refusal(writeProgram(top, "script", "#!/bin/sh\nexit 0\n")), "");
     EXPECT_FALSE(hasChildren()) << "a launch that failed left a process behind";
+}
+
+// Between the look at the file and its execution anything may happen to it: it runs as one of the
+// two, or is refused by name.
+TEST(Task, AToolThatIsReplacedWhileItStartsRunsOrIsRefused) {
+    const TemporaryDirectory top;
+    const std::string tool = top / "tool";
+    std::atomic<bool> done = false;
+    std::jthread replacer([&] {
+        for (int i = 0; !done; ++i) {
+            const fs::path next =
+                writeProgram(top, "next", fmt::format("#!/bin/sh\nexit {}\n", i % 2));
+            fs::rename(next, tool);
+            if (i % 3 == 0) { // not executable for a moment, or gone
+                fs::permissions(tool, fs::perms::none);
+                fs::remove(tool);
+            }
+        }
+    });
+    int ran = 0;
+    int refused = 0;
+    while (ran < 100 || refused == 0) {
+        Task task;
+        task.setLaunchPath(tool);
+        try {
+            task.launch();
+        } catch (const Exception& exception) {
+            EXPECT_NE(exception.reason().find(tool), std::string::npos) << exception.reason();
+            ++refused;
+            continue;
+        }
+        task.waitUntilExit();
+        EXPECT_EQ(task.terminationReason(), TerminationReason::exit);
+        // 126, 127: it was gone when its interpreter opened it; 2: the shell's word for that.
+        EXPECT_THAT(task.terminationStatus(), testing::AnyOf(0, 1, 2, 126, 127));
+        ++ran;
+    }
+    done = true;
 }
 
 TEST(Task, QuestionsAtTheWrongTimeAreTheCallersFault) {
