@@ -2,6 +2,7 @@
 
 #include "platform/foundation/process/Support.h"
 #include "platform/foundation/process/Task.h"
+#include "support/TemporaryDirectory.h"
 
 #include <fmt/format.h>
 #include <gmock/gmock.h>
@@ -13,8 +14,8 @@
 #include <functional>
 #include <string>
 #include <sys/socket.h>
-#include <thread>
 #include <unistd.h>
+#include <utility>
 
 namespace qv {
 namespace {
@@ -56,24 +57,31 @@ TEST(OutputRelay, AToolEndsThoughNobodyReadsItsOutput) {
 }
 
 TEST(OutputRelay, PassesEverythingOnInOrderToAReaderThatReads) {
+    const test::TemporaryDirectory folder;
     Pipe pipe = Pipe::pipe().value();
-    std::string read;
-    std::thread reader([&] { read = test::readToEnd(pipe.fileHandleForReading); });
-    withOutputTo(pipe.fileHandleForWriting.get(), [] {
-        const auto relay = OutputRelay::start().value();
-        for (int i = 0; i < 3; ++i) { // both descriptors lead to one place
-            runShell("echo error >&2");
-            runShell("echo out; echo err >&2; head -c 200000 /dev/zero | tr '\\0' x; echo");
-        }
-        return std::string();
-    });
+    Task reader;
+    reader.setLaunchPath("/bin/cat");
+    reader.setStandardInput(std::move(pipe.fileHandleForReading));
+    reader.setStandardOutput(
+        UniqueFd(::open((folder / "read").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600)));
+    reader.launch();
+    EXPECT_EQ(withOutputTo(pipe.fileHandleForWriting.get(),
+                           [] {
+                               const auto relay = OutputRelay::start().value();
+                               for (int i = 0; i < 3; ++i) { // both lead to one place
+                                   runShell("echo error >&2; echo out; echo err >&2; head -c "
+                                            "200000 /dev/zero | tr '\\0' x; echo");
+                               }
+                               return std::string("done");
+                           }),
+              "done");
     pipe.fileHandleForWriting.reset();
-    reader.join();
+    reader.waitUntilExit();
     std::string expected;
     for (int i = 0; i < 3; ++i) {
         expected += "error\nout\nerr\n" + std::string(200000, 'x') + "\n";
     }
-    EXPECT_EQ(read, expected);
+    EXPECT_EQ(test::contentOf(folder / "read"), expected);
 }
 
 TEST(OutputRelay, SaysHowMuchWasDropped) {
