@@ -4,11 +4,18 @@
 #include "platform/preferences/PreferenceFiles.h"
 #include "platform/workspace/LinuxWorkspace.h"
 #include "platform/workspace/TrashService.h"
+#include "platform/workspace/applications/ApplicationIndexes.h"
 #include "script/QVCatalogScript.h"
 
 #include <unistd.h>
 
 namespace qv {
+
+PlatformServices PlatformServices::shared() {
+    PlatformServices services;
+    services.applications = std::make_shared<ApplicationIndexes>();
+    return services;
+}
 
 // Without anybody behind it, a script is asked for by the process that it runs in.
 Requester QVCatalogScript::requester() const {
@@ -24,7 +31,7 @@ TrashService& QVCatalogScript::trashService() {
 
 WorkspaceService& QVCatalogScript::workspaceService() {
     if (!services_.workspace) {
-        services_.workspace = std::make_shared<LinuxWorkspace>(requester());
+        services_.workspace = std::make_shared<LinuxWorkspace>(requester(), services_.applications);
     }
     return *services_.workspace;
 }

@@ -5,6 +5,7 @@
 namespace qv {
 
 class AccessibilityService;
+class ApplicationIndexes;
 class PreferencesService;
 class TrashService;
 class WorkspaceService;
@@ -16,6 +17,10 @@ struct PlatformServices {
     std::shared_ptr<WorkspaceService> workspace;
     std::shared_ptr<PreferencesService> preferences;
     std::shared_ptr<AccessibilityService> accessibility;
+    std::shared_ptr<ApplicationIndexes> applications; ///< of the workspace that is made
+
+    /// For one who runs many scripts: what they may share, whoever asks.
+    [[nodiscard]] static PlatformServices shared();
 };
 
 } // namespace qv

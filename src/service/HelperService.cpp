@@ -57,8 +57,9 @@ void HelperService::handleMessage(const std::shared_ptr<xpc::Connection>& connec
     const Value* data = message.dictionary().find("data");
     const bool hasData = data != nullptr && data->is(Value::Kind::data);
     const xpc::PeerCredentials& peer = connection->peer();
-    const Value result = executeScriptData(hasData ? data->asData() : std::string_view(),
-                                           Requester{.process = peer.pid, .user = peer.uid});
+    const Value result =
+        executeScriptData(hasData ? data->asData() : std::string_view(),
+                          Requester{.process = peer.pid, .user = peer.uid}, services_);
     if (std::optional<xpc::Reply> reply = connection->createReply(message)) {
         const auto archive = KeyedArchiver::archivedDataWithRootObject(result);
         connection->send(*reply, archive ? Value::dictionary({{"replyData", Value::data(*archive)}})

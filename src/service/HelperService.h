@@ -6,6 +6,7 @@
 #include "platform/xpc/Connection.h"
 #include "platform/xpc/MainQueue.h"
 #include "platform/xpc/ProcessSource.h"
+#include "script/PlatformServices.h"
 #include "service/Admission.h"
 
 #include <cstdint>
@@ -53,6 +54,7 @@ private:
 
     xpc::MainQueue& queue_;
     Admission admission_;
+    PlatformServices services_ = PlatformServices::shared();
     std::list<ExitWatch> exitWatches_;
 
     std::recursive_mutex clientCountLock; // guards activeClientCount
@@ -61,6 +63,7 @@ private:
 
 /// Parses and replays a request's "data" on behalf of its sender; what it gives is what "replyData"
 /// archives. Takes any bytes; never throws.
-[[nodiscard]] Value executeScriptData(std::string_view data, const Requester& requester);
+[[nodiscard]] Value executeScriptData(std::string_view data, const Requester& requester,
+                                      const PlatformServices& services);
 
 } // namespace qv

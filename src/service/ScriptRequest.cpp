@@ -56,10 +56,12 @@ std::int64_t indexOfStep(const Value& steps, const Value* step) {
 }
 
 // The one place in the service that catches: a script that raises is answered like one that fails.
-void replay(const Value& steps, const Requester& requester, Outcome& outcome) {
+void replay(const Value& steps, const Requester& requester, const PlatformServices& services,
+            Outcome& outcome) {
     QVCatalogScript script;
     script.setIsPriviledged(true);
     script.setRequester(requester);
+    script.setPlatformServices(services);
     const Value* failedStep = nullptr;
     try {
         outcome.success = script.executeRecording(steps, &outcome.error, &failedStep);
@@ -76,12 +78,13 @@ void replay(const Value& steps, const Requester& requester, Outcome& outcome) {
 
 } // namespace
 
-Value executeScriptData(std::string_view data, const Requester& requester) {
+Value executeScriptData(std::string_view data, const Requester& requester,
+                        const PlatformServices& services) {
     Outcome outcome;
     if (!data.empty()) {
         const auto list = PropertyList::propertyListWithData(data);
         if (list) {
-            replay(list->root, requester, outcome);
+            replay(list->root, requester, services, outcome);
         } else {
             outcome.error = list.error();
         }

@@ -48,8 +48,11 @@ class Files : public testing::Test {
 protected:
     Files() {
         script.setIsPriviledged(true);
-        script.setPlatformServices(
-            {.trash = trash, .workspace = {}, .preferences = {}, .accessibility = {}});
+        script.setPlatformServices({.trash = trash,
+                                    .workspace = {},
+                                    .preferences = {},
+                                    .accessibility = {},
+                                    .applications = {}});
         fs::create_directory(folder / "trash");
     }
     [[nodiscard]] std::string read(std::string_view name) const {

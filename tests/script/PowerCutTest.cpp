@@ -43,7 +43,8 @@ protected:
             {.trash = std::make_shared<FreedesktopTrash>((disk / "home").native()),
              .workspace = {},
              .preferences = {},
-             .accessibility = {}});
+             .accessibility = {},
+             .applications = {}});
         makeTree(folder / "new.app", 'n');
     }
     void TearDown() override {

@@ -56,7 +56,8 @@ TEST(Replace, SurvivesBeingKilled) {
                 {.trash = std::make_shared<FreedesktopTrash>((folder / "home").native()),
                  .workspace = {},
                  .preferences = {},
-                 .accessibility = {}});
+                 .accessibility = {},
+                 .applications = {}});
             ::_exit(script.replaceItemAtURL(urlOf(item), urlOf(folder / "new.app"), true) ? 1 : 0);
         }
         ::usleep(moment(random));

@@ -82,7 +82,8 @@ protected:
         script.setPlatformServices({.trash = nullptr,
                                     .workspace = workspace,
                                     .preferences = preferences,
-                                    .accessibility = accessibility});
+                                    .accessibility = accessibility,
+                                    .applications = {}});
         return test::replay(script, steps);
     }
     Error replayOne(test::Fields fields) {

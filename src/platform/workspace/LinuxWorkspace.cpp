@@ -1,12 +1,11 @@
 #include "platform/workspace/LinuxWorkspace.h"
 
-#include "platform/workspace/applications/ApplicationIndex.h"
+#include "platform/workspace/applications/ApplicationIndexes.h"
 #include "platform/workspace/launch/ApplicationResolver.h"
 #include "platform/workspace/launch/LaunchError.h"
 #include "platform/workspace/launch/LaunchSession.h"
 #include "platform/workspace/launch/Launcher.h"
 
-#include <unistd.h>
 #include <utility>
 
 namespace qv {
@@ -22,21 +21,22 @@ struct LinuxWorkspace::State {
     std::string runFolder;
     Session session = tl::unexpected(std::string("it was not looked for"));
     bool isSessionNoted = false;
-    std::optional<ApplicationIndex> applications;
+    std::shared_ptr<ApplicationIndexes> applications;
 
     ApplicationIndex& index() {
         if (!applications) {
-            const std::optional<UserRecord> user =
-                requester.user == ::geteuid() ? std::nullopt : userRecord(requester.user);
-            applications.emplace(user ? applicationFoldersFor(*user) : ownApplicationFolders());
+            applications = std::make_shared<ApplicationIndexes>();
         }
-        return *applications;
+        return applications->indexFor(requester.user);
     }
 };
 
-LinuxWorkspace::LinuxWorkspace(const Requester& requester, const std::string& runFolder)
+LinuxWorkspace::LinuxWorkspace(const Requester& requester,
+                               std::shared_ptr<ApplicationIndexes> applications,
+                               const std::string& runFolder)
     : state_(std::make_unique<State>()) {
     state_->requester = requester;
+    state_->applications = std::move(applications);
     state_->runFolder = runFolder;
 }
 

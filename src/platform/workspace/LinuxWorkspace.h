@@ -7,6 +7,8 @@
 
 namespace qv {
 
+class ApplicationIndexes;
+
 /// The applications of this machine: bundles in the folders of applications, and desktop entries
 /// (freedesktop.org), those that Flatpak and Snap export included.
 ///
@@ -16,8 +18,11 @@ namespace qv {
 /// process starts it, in a session of its own.
 class LinuxWorkspace final : public WorkspaceService {
 public:
-    /// `runFolder`: where the machine's managers have their sockets.
-    explicit LinuxWorkspace(const Requester& requester, const std::string& runFolder = "/run");
+    /// `applications` may be null; what is handed in is kept warm beyond this object. `runFolder`:
+    /// where the machine's managers have their sockets.
+    explicit LinuxWorkspace(const Requester& requester,
+                            std::shared_ptr<ApplicationIndexes> applications = nullptr,
+                            const std::string& runFolder = "/run");
     ~LinuxWorkspace() override;
     LinuxWorkspace(const LinuxWorkspace&) = delete;
     LinuxWorkspace& operator=(const LinuxWorkspace&) = delete;

@@ -68,7 +68,7 @@ protected:
     Error launch(const fs::path& application,
                  const Requester& requester = {.process = ::getpid(), .user = ::geteuid()}) {
         fs::remove(said());
-        LinuxWorkspace workspace(requester, run_.path());
+        LinuxWorkspace workspace(requester, nullptr, run_.path());
         return workspace.launchApplicationAtURL(test::urlOf(application), kWorkspaceLaunchDefault,
                                                 Value::dictionary({}));
     }
@@ -253,7 +253,7 @@ TEST_F(Launch, RefusesWhatIsNoApplication) {
                                      {"DBusActivatable=true\n", -10810}}) {
         EXPECT_EQ(launch(entry(text)).code(), code) << text;
     }
-    LinuxWorkspace workspace({.process = ::getpid(), .user = ::geteuid()}, run_.path());
+    LinuxWorkspace workspace({.process = ::getpid(), .user = ::geteuid()}, nullptr, run_.path());
     const auto none = [&](const std::optional<URL>& url) {
         return workspace.launchApplicationAtURL(url, kWorkspaceLaunchDefault, Value()).code();
     };
