@@ -1,6 +1,5 @@
 #include "platform/foundation/log/Log.h"
 #include "platform/foundation/plist/PropertyList.h"
-#include "platform/foundation/values/UTF8.h"
 #include "script/QVCatalogScript.h"
 #include "service/HelperService.h"
 
@@ -17,32 +16,6 @@ struct Outcome {
     std::int64_t errorScriptStepIndex = -1;
     Error error;
 };
-
-// The texts of an error repeat what the step held, of whatever length; a connection takes 16 MiB of
-// answers.
-constexpr std::size_t kLongestText = std::size_t{1} << 20U;
-
-Value shortened(const Value& value) {
-    if (!value.is(Value::Kind::string) || value.asString().size() <= kLongestText) {
-        return value;
-    }
-    const std::string_view text = value.asString().substr(0, kLongestText);
-    return Value::string(fmt::format("{}... ({} bytes)", text.substr(0, validUTF8Length(text)),
-                                     value.asString().size()));
-}
-
-Error shortened(const Error& error) {
-    const Value info = error.userInfo();
-    std::vector<std::pair<Value, Value>> pairs;
-    bool isChanged = false;
-    for (std::size_t i = 0; i < info.asDictionary().size(); ++i) {
-        const Value& value = info.asDictionary().value(i);
-        pairs.emplace_back(info.asDictionary().keys()[i], shortened(value));
-        isChanged = isChanged || !pairs.back().second.sameAs(value);
-    }
-    return isChanged ? Error(error.domain(), error.code(), Value::dictionary(std::move(pairs)))
-                     : error;
-}
 
 // By identity: a list may hold equal steps.
 std::int64_t indexOfStep(const Value& steps, const Value* step) {
@@ -93,7 +66,7 @@ Value executeScriptData(std::string_view data, const Requester& requester,
         {Value::string("success"), Value::boolean(outcome.success)},
         {Value::string("errorScriptStepIndex"), Value::integer(outcome.errorScriptStepIndex)}};
     if (outcome.error) {
-        result.emplace_back(Value::string("error"), Value::error(shortened(outcome.error)));
+        result.emplace_back(Value::string("error"), Value::error(outcome.error));
     }
     return Value::dictionary(std::move(result));
 }

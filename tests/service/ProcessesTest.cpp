@@ -163,21 +163,6 @@ TEST_F(Processes, APreferenceForEverybodyIsWrittenAndRemoved) {
     }
 }
 
-// The text of the error repeats the value: more than a connection takes.
-TEST_F(Processes, AnErrorOfAnyLengthIsAnswered) {
-    std::string large;
-    while (large.size() < (20U << 20U)) {
-        large += "\u20AC"; // three bytes: no character is cut in two
-    }
-    const auto outcome = client_->execute(Value::array({preferenceStep("../etc", text(large))}));
-    ASSERT_TRUE(outcome);
-    EXPECT_EQ(outcome->errorScriptStepIndex, 0);
-    EXPECT_EQ(outcome->error.domain(), "QVCatalogScriptErrorDomain");
-    EXPECT_THAT(outcome->error.localizedDescription(),
-                testing::StartsWith("Could net set preferences ../etc > Greeting "));
-    EXPECT_THAT(outcome->error.localizedDescription(), testing::HasSubstr("... (2097"));
-}
-
 TEST_F(Processes, TrustIsGrantedToAProgram) {
     const fs::path trusted = program("trusted", "#!/bin/sh\n");
     const auto grant = [&](const fs::path& path) {
