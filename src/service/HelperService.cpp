@@ -2,11 +2,47 @@
 
 #include "platform/foundation/archive/KeyedArchiver.h"
 #include "platform/foundation/log/Log.h"
+#include "platform/foundation/values/UTF8.h"
+#include "platform/xpc/Limits.h"
+
+#include <fmt/format.h>
 
 #include <algorithm>
 #include <utility>
 
 namespace qv {
+
+namespace {
+
+// Somewhat less than what may wait to be sent on a connection: an answer that is longer could not
+// be sent, and its sender would never know how it went.
+constexpr std::size_t kLongestArchive = xpc::Limits().replyQueue - (std::size_t{64} << 10U);
+constexpr std::size_t kLongestErrorText = std::size_t{1} << 20U;
+
+// What a script holds may be in the error that it ends with. Domain, code and beginning stay.
+Error shortened(const Error& error) {
+    const std::string text = error.localizedDescription();
+    const std::string_view begin = std::string_view(text).substr(0, kLongestErrorText);
+    return Error::withDescription(error.domain(), error.code(),
+                                  fmt::format("{}... (shortened: the error is too long to be sent)",
+                                              begin.substr(0, validUTF8Length(begin))));
+}
+
+// Nothing where even that cannot be archived.
+Value replyOf(const Value& result) {
+    auto archive = KeyedArchiver::archivedDataWithRootObject(result);
+    const Value* error = result.find("error");
+    if (archive && archive->size() > kLongestArchive && error != nullptr) {
+        archive = KeyedArchiver::archivedDataWithRootObject(
+            Value::dictionary({{"success", *result.find("success")},
+                               {"errorScriptStepIndex", *result.find("errorScriptStepIndex")},
+                               {"error", Value::error(shortened(error->asError()))}}));
+    }
+    return archive ? Value::dictionary({{"replyData", Value::data(*archive)}})
+                   : Value::dictionary({});
+}
+
+} // namespace
 
 HelperService::HelperService(xpc::MainQueue& queue, ClientVerification& verification,
                              const Value& infoDictionary, std::string examinerPath)
@@ -61,9 +97,7 @@ void HelperService::handleMessage(const std::shared_ptr<xpc::Connection>& connec
         executeScriptData(hasData ? data->asData() : std::string_view(),
                           Requester{.process = peer.pid, .user = peer.uid}, services_);
     if (std::optional<xpc::Reply> reply = connection->createReply(message)) {
-        const auto archive = KeyedArchiver::archivedDataWithRootObject(result);
-        connection->send(*reply, archive ? Value::dictionary({{"replyData", Value::data(*archive)}})
-                                         : Value::dictionary({}));
+        connection->send(*reply, replyOf(result));
     }
     watchExit(connection);
 }

@@ -169,6 +169,24 @@ TEST_F(Outcome, UnknownCodesAreSkippedAndMissingFieldsAreErrors) {
     }
 }
 
+// Longer than what may wait to be sent: the connection was closed, and nobody knew what was done.
+TEST_F(Outcome, AnErrorThatHoldsTooMuchIsAnsweredWithItsBeginning) {
+    const auto file = folder_ / "file";
+    const std::string letters(std::size_t{20} << 20U, 'x');
+    const std::string path = std::string(std::size_t{20} << 20U, '/') + "x";
+    for (const Value& failing :
+         {toolStep(letters, {}),
+          Value::dictionary({{"operation", number(2)}, {"URL", text("file://" + path)}})}) {
+        const auto outcome = client_->execute(Value::array({noteStep(file, "first"), failing}));
+        ASSERT_TRUE(outcome);
+        EXPECT_FALSE(outcome->success);
+        EXPECT_EQ(outcome->errorScriptStepIndex, 1);
+        EXPECT_NE(outcome->error.domain(), "");
+        EXPECT_THAT(outcome->error.localizedDescription(), HasSubstr("shortened"));
+    }
+    EXPECT_EQ(contentOf(file), "first\nfirst\n");
+}
+
 TEST_F(Outcome, AToolThatASignalEndsFails) {
     const auto outcome =
         client_->execute(Value::array({toolStep("/bin/sh", {"-c", "kill -SEGV $$"})}));

@@ -4,6 +4,7 @@
 #include "platform/accessibility/ExecutableFile.h"
 #include "platform/accessibility/ExecutingProcess.h"
 #include "platform/accessibility/TrustFolder.h"
+#include "platform/foundation/log/Log.h"
 #include "platform/foundation/values/UTF8.h"
 
 #include <fmt/format.h>
@@ -85,7 +86,12 @@ TrustStore::TrustStore(std::string folder, std::optional<uid_t> requester,
 
 AXError TrustStore::makeProcessTrusted(const std::string& path) {
     const auto granted = grant(path);
-    return granted ? kAXErrorSuccess : static_cast<AXError>(granted.error().code());
+    if (granted) {
+        return kAXErrorSuccess;
+    }
+    // Who asked is told a number only.
+    log::NSLog("Trust not granted: " + granted.error().localizedDescription());
+    return static_cast<AXError>(granted.error().code());
 }
 
 tl::expected<TrustedProgram, Error> TrustStore::grant(const std::string& path) {

@@ -103,7 +103,10 @@ TEST_F(TrustTest, IsRefusedToWhatIsNoProgram) {
     }
     const fs::path large = program("large");
     fs::resize_file(large, (std::uintmax_t{1} << 30U) + 1);
+    testing::internal::CaptureStderr();
     EXPECT_EQ(store_.makeProcessTrusted(large), kAXErrorFailure);
+    EXPECT_THAT(testing::internal::GetCapturedStderr(),
+                HasSubstr("Trust not granted: " + large.native() + ": is larger than 1 GiB"));
     EXPECT_EQ(store_.makeProcessTrusted(program("\xff")), kAXErrorFailure);
     EXPECT_FALSE(fs::exists(state_));
     EXPECT_THAT(store_.grant(folder_ / "text").error().localizedDescription(),
