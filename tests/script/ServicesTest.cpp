@@ -176,7 +176,9 @@ TEST_F(Services, AMissingPartOfAPreferenceIsHandedOnAsMissing) {
     EXPECT_EQ(preferences->synchronized, PreferencesDomain());
     // What is there but no name is the sender's fault.
     for (const char* key : {"arg1", "arg2", "arg4", "arg5"}) {
-        EXPECT_THROW(replayOne({{"operation", number(9)}, {key, number(5)}}), Exception) << key;
+        EXPECT_THROW(static_cast<void>(replayOne({{"operation", number(9)}, {key, number(5)}})),
+                     Exception)
+            << key;
     }
 }
 

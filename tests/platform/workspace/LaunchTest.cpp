@@ -1,5 +1,6 @@
 #include "platform/foundation/values/Description.h"
 #include "platform/workspace/LinuxWorkspace.h"
+#include "platform/workspace/launch/Launcher.h"
 #include "support/ClientProcess.h"
 #include "support/StartedProgram.h"
 #include "support/TemporaryDirectory.h"
@@ -12,7 +13,9 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -88,6 +91,13 @@ protected:
     TemporaryDirectory top_;
     TemporaryDirectory run_;
 };
+
+sockaddr_un addressOf(const fs::path& path) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.native().copy(address.sun_path, sizeof address.sun_path - 1);
+    return address;
+}
 
 std::string failure(const Error& error) {
     return error
@@ -249,6 +259,8 @@ TEST_F(Launch, RefusesWhatIsNoApplication) {
     for (const auto& [text, code] : {std::pair{"Hidden=true\nExec=sh\n", -10811},
                                      {"TryExec=/nonexistent\nExec=sh\n", -10827},
                                      {"Exec=nonexistent-program\n", -10827},
+                                     {"Exec=true\nPath=tmp\n", -10811},
+                                     {"Exec=true\nPath=/tmp\\nUser=root\n", -10811},
                                      {"", -10811},
                                      {"DBusActivatable=true\n", -10810}}) {
         EXPECT_EQ(launch(entry(text)).code(), code) << text;
@@ -265,8 +277,9 @@ TEST_F(Launch, SaysWhyItFailed) {
     const Error error = launch(program("broken", "#!/nonexistent\n"));
     EXPECT_EQ(error.userInfo().find("NSFilePath")->asString(), (top_ / "broken").native());
     EXPECT_EQ(error.userInfo().find("NSUnderlyingError")->asError(), Error::posix(ENOENT));
+    EXPECT_THAT(failure(error), HasSubstr("/broken cannot be executed: No such file"));
     EXPECT_THAT(failure(launch(entry("Exec=true\nPath=/nowhere\n"))),
-                HasSubstr("its working folder /nowhere cannot be entered"));
+                HasSubstr("its working folder /nowhere cannot be entered: No such file"));
     if (::geteuid() != 0) {
         return;
     }
@@ -290,6 +303,35 @@ TEST_F(Launch, LeavesTheStartToAManagerThatRuns) {
     EXPECT_THAT(failure(launch(witness("witness"))),
                 HasSubstr("the service manager did not start it"));
     EXPECT_FALSE(fs::exists(said()));
+}
+
+// A user can lay both in the way, and the service does nothing else meanwhile.
+TEST_F(Launch, WaitsNotTwiceForWhoDoesNotAnswer) {
+    std::vector<UniqueFd> silent;
+    const auto listen = [&](const fs::path& at) {
+        const sockaddr_un address = addressOf(at);
+        silent.emplace_back(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        return ::bind(silent.back().get(), reinterpret_cast<const sockaddr*>(&address),
+                      sizeof address) == 0 &&
+               ::listen(silent.back().get(), 8) == 0;
+    };
+    fs::create_directory(run_ / "systemd");
+    ASSERT_TRUE(listen(run_ / "bus") && listen(run_ / "systemd/private"));
+    const UserRecord self{::geteuid(), ::getegid(), "self", "/", ""};
+    const LaunchSession session{.user = self,
+                                .manager = LaunchSession::Manager::user,
+                                .runtimeFolder = run_.path(),
+                                .busAddress = "unix:path=" + (run_ / "bus").native(),
+                                .variables = {}};
+    const ApplicationStart start{.path = "/x.desktop",
+                                 .identifier = "org.example.App",
+                                 .command = {witness("witness")},
+                                 .workingFolder = {},
+                                 .busName = "org.example.App"};
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_THAT(failure(qv::launch(start, session, std::chrono::seconds(4))),
+                HasSubstr("the service manager does not answer"));
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(5500));
 }
 
 TEST_F(Launch, HasTheSessionsBusStartWhatItCan) {

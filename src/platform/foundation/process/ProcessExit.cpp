@@ -3,7 +3,9 @@
 #include "platform/foundation/files/UniqueFd.h"
 
 #include <cerrno>
+#include <chrono>
 #include <poll.h>
+#include <thread>
 #include <unistd.h>
 
 extern "C" { // the header of glibc 2.36 has no C++ linkage
@@ -13,9 +15,17 @@ extern "C" { // the header of glibc 2.36 has no C++ linkage
 namespace qv {
 
 void waitForExitOfProcess(pid_t process) {
-    const UniqueFd pidfd(process == ::getpid() ? -1 : ::pidfd_open(process, 0));
+    if (process == ::getpid()) {
+        return;
+    }
+    constexpr std::chrono::milliseconds kUntilThereIsRoom{100};
+    UniqueFd pidfd(::pidfd_open(process, 0));
+    while (!pidfd && (errno == EMFILE || errno == ENFILE || errno == ENOMEM)) {
+        std::this_thread::sleep_for(kUntilThereIsRoom); // what is short is no sign of its end
+        pidfd = UniqueFd(::pidfd_open(process, 0));
+    }
     pollfd entry{pidfd.get(), POLLIN, 0};
-    while (pidfd && ::poll(&entry, 1, -1) < 0 && errno == EINTR) {
+    while (pidfd && ::poll(&entry, 1, -1) < 0 && (errno == EINTR || errno == ENOMEM)) {
     }
 }
 

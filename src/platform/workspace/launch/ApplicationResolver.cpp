@@ -10,6 +10,7 @@
 #include <fmt/format.h>
 #include <systemd/sd-bus.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <filesystem>
@@ -36,6 +37,15 @@ std::optional<std::string> terminal() {
         }
     }
     return std::nullopt;
+}
+
+// A service manager takes no others, and writes them into lines of its own.
+bool isFolderPath(std::string_view path) {
+    constexpr unsigned char kDelete = 0x7F;
+    return path.starts_with('/') && std::ranges::none_of(path, [](char each) {
+               const auto byte = static_cast<unsigned char>(each);
+               return byte < ' ' || byte == kDelete;
+           });
 }
 
 Start resolveBundle(const std::string& path) {
@@ -94,6 +104,10 @@ Start resolveDesktopEntry(const std::string& path) {
     if (!entry->tryExec.empty() && !findProgram(entry->tryExec)) {
         return refuse(launch_error::kNoExecutable, path,
                       fmt::format("there is no program {}", entry->tryExec));
+    }
+    if (!entry->path.empty() && !isFolderPath(entry->path)) {
+        return refuse(launch_error::kNotAnApplication, path,
+                      "its Path is not absolute, or holds a control character");
     }
     ApplicationStart start{.path = path,
                            .identifier = std::filesystem::path(path).stem(),

@@ -1,6 +1,9 @@
 #include "platform/workspace/launch/LaunchError.h"
 
 #include "platform/foundation/files/FileErrors.h"
+#include "platform/foundation/files/content/FileBytes.h"
+
+#include <fmt/format.h>
 
 namespace qv {
 
@@ -8,7 +11,9 @@ Error launchError(std::int64_t code, std::string_view path, std::string_view rea
                   int errorNumber) {
     std::vector<std::pair<Value, Value>> info = {
         {Value::string(error_key::kFilePath), pathText(path)},
-        {Value::string(error_key::kLocalizedFailureReason), pathText(reason)}};
+        {Value::string(error_key::kLocalizedFailureReason),
+         pathText(errorNumber == 0 ? std::string(reason)
+                                   : fmt::format("{}: {}", reason, errnoText(errorNumber)))}};
     if (errorNumber != 0) {
         info.emplace_back(Value::string(error_key::kUnderlyingError),
                           Value::error(Error::posix(errorNumber)));

@@ -10,11 +10,14 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <charconv>
 #include <cstring>
 #include <fcntl.h>
+#include <optional>
+#include <poll.h>
 #include <sys/random.h>
 #include <unistd.h>
 
@@ -22,7 +25,8 @@ namespace qv {
 
 namespace {
 
-constexpr std::chrono::seconds kPatience{30};
+using Clock = std::chrono::steady_clock;
+
 constexpr std::string_view kManagerClient = "/usr/bin/systemd-run";
 constexpr std::size_t kLongestComplaint = 1024;
 
@@ -45,8 +49,10 @@ Refusal decoded(const std::string& text) {
     return refusal;
 }
 
-Refusal asUser(const UserRecord& user, const std::function<Refusal()>& start) {
-    const auto said = performAsUser(user, [&] { return encoded(start()); }, kPatience);
+Refusal asUser(const UserRecord& user, Clock::time_point deadline,
+               const std::function<Refusal()>& start) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+    const auto said = performAsUser(user, [&] { return encoded(start()); }, left);
     if (said) {
         return decoded(*said);
     }
@@ -103,6 +109,13 @@ std::string unitName(const ApplicationStart& application) {
     return fmt::format("app-{}@{}.service", word, randomWord());
 }
 
+// A manager writes it into a file of lines.
+std::string onOneLine(std::string text) {
+    std::ranges::replace_if(
+        text, [](char each) { return static_cast<unsigned char>(each) < ' '; }, '_');
+    return text;
+}
+
 // A manager puts variables into the arguments of what it executes, unless the sign is doubled.
 std::string literally(std::string_view argument) {
     std::string text;
@@ -119,7 +132,7 @@ std::vector<std::string> managerArguments(const ApplicationStart& application,
         "--collect",
         "--no-ask-password",
         "--unit=" + unitName(application),
-        "--description=" + application.path,
+        "--description=" + onOneLine(application.path),
         "--property=Type=exec", // so that what cannot be executed is known
         "--property=WorkingDirectory=" + workingFolder(application, session),
     };
@@ -140,20 +153,32 @@ std::vector<std::string> managerArguments(const ApplicationStart& application,
     return words;
 }
 
-std::string readComplaint(int descriptor) {
+// None when it is late.
+std::optional<std::string> readComplaint(int descriptor, Clock::time_point deadline) {
     std::string text;
     std::array<char, 512> piece{};
-    ssize_t count = 0;
-    while ((count = ::read(descriptor, piece.data(), piece.size())) > 0) {
-        text.append(piece.data(), static_cast<std::size_t>(count));
-        if (text.size() > kLongestComplaint) {
-            text.resize(kLongestComplaint);
+    for (;;) {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+        pollfd entry{descriptor, POLLIN, 0};
+        const int ready = left.count() > 0 ? ::poll(&entry, 1, static_cast<int>(left.count())) : 0;
+        if (ready == 0) {
+            return std::nullopt;
         }
+        if (ready < 0) { // a signal
+            continue;
+        }
+        const ssize_t count = ::read(descriptor, piece.data(), piece.size());
+        if (count <= 0) {
+            return text.substr(0, text.find('\n'));
+        }
+        text.append(piece.data(), static_cast<std::size_t>(count));
+        text.resize(std::min(text.size(), kLongestComplaint));
     }
-    return text.substr(0, text.find('\n'));
 }
 
-Refusal startByManager(const ApplicationStart& application, const LaunchSession& session) try {
+// It has to give up before it is itself: its child would be left.
+Refusal startByManager(const ApplicationStart& application, const LaunchSession& session,
+                       Clock::time_point deadline) try {
     tl::expected<Pipe, Error> pipe = Pipe::pipe();
     if (!pipe) {
         return {static_cast<int>(pipe.error().code()), "the service manager cannot be asked"};
@@ -171,24 +196,32 @@ Refusal startByManager(const ApplicationStart& application, const LaunchSession&
     task.setStandardOutput(UniqueFd(::open("/dev/null", O_WRONLY | O_CLOEXEC)));
     task.setStandardError(std::move(pipe->fileHandleForWriting));
     task.launch();
-    const std::string complaint = readComplaint(pipe->fileHandleForReading.get());
+    constexpr std::chrono::milliseconds kToEndIt{200};
+    const auto complaint = readComplaint(pipe->fileHandleForReading.get(), deadline - kToEndIt);
+    if (!complaint) { // and the task ends with its owner
+        return {ETIMEDOUT, "the service manager does not answer"};
+    }
     task.waitUntilExit();
     if (task.terminationReason() == TerminationReason::exit && task.terminationStatus() == 0) {
         return {};
     }
     return {0, fmt::format("the service manager did not start it: {}",
-                           complaint.empty() ? "no reason given" : complaint)};
+                           complaint->empty() ? "no reason given" : *complaint)};
 } catch (const Exception& exception) {
     return {0, exception.reason()};
 }
 
 } // namespace
 
-Error launch(const ApplicationStart& application, const LaunchSession& session) {
+Error launch(const ApplicationStart& application, const LaunchSession& session,
+             std::chrono::milliseconds patience) {
+    const Clock::time_point begin = Clock::now();
+    const Clock::time_point deadline = begin + patience;
     Refusal refusal{
         0, fmt::format("only a session bus starts it, and user {} has none", session.user.name)};
     if (!application.busName.empty() && !session.busAddress.empty()) {
-        refusal = asUser(session.user, [&]() -> Refusal {
+        // Its Exec needs time as well.
+        refusal = asUser(session.user, begin + patience * 3 / 4, [&]() -> Refusal {
             return {0, activateOnBus(session.busAddress, application.busName)};
         });
         if (refusal.reason.empty()) {
@@ -198,15 +231,17 @@ Error launch(const ApplicationStart& application, const LaunchSession& session) 
     if (!application.command.empty()) {
         switch (session.manager) {
         case LaunchSession::Manager::user:
-            refusal = asUser(session.user, [&] { return startByManager(application, session); });
+            refusal = asUser(session.user, deadline,
+                             [&] { return startByManager(application, session, deadline); });
             break;
         case LaunchSession::Manager::system:
             // In a child as well, so that a manager that does not answer keeps nobody waiting.
-            refusal = asUser(userRecord(::geteuid()).value_or(UserRecord()),
-                             [&] { return startByManager(application, session); });
+            refusal = asUser(userRecord(::geteuid()).value_or(UserRecord()), deadline,
+                             [&] { return startByManager(application, session, deadline); });
             break;
         case LaunchSession::Manager::none:
-            refusal = asUser(session.user, [&] { return startDetached(application, session); });
+            refusal =
+                asUser(session.user, deadline, [&] { return startDetached(application, session); });
             break;
         }
     }

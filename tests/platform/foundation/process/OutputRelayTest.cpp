@@ -101,8 +101,9 @@ TEST(OutputRelay, SaysHowMuchWasDropped) {
         }
         return std::string("nothing");
     });
-    EXPECT_THAT(told,
-                testing::MatchesRegex("\\[9[0-9]{5} bytes of output were not read in time\\]"));
+    // All but what two pipes held, this one and the relay's own, when the reader came back.
+    EXPECT_THAT(told, testing::MatchesRegex(
+                          "\\[(8[6-9]|9[0-3])[0-9]{4} bytes of output were not read in time\\]"));
 }
 
 TEST(OutputRelay, LeavesFilesAlone) {

@@ -1,15 +1,21 @@
 #include "platform/foundation/process/ProcessState.h"
 
+#include "platform/foundation/process/ProcessExit.h"
 #include "platform/foundation/process/Support.h"
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <csignal>
 #include <fcntl.h>
 #include <filesystem>
+#include <future>
 #include <string>
+#include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace qv {
@@ -53,6 +59,30 @@ TEST(ProcessState, PutsRightWhatAHostileParentLeft) {
             isNullDevice(2), ::fcntl(handedOver.get(), F_GETFD) == 0);
     });
     EXPECT_EQ(text, "/ 022 default default default ignored 0 true false true true");
+}
+
+// Whoever waits replaces what the other one is still using.
+TEST(ProcessExit, IsNotTakenForGrantedWhereNoDescriptorIsLeft) {
+    const std::string text = test::inChild([] {
+        const pid_t other = ::fork();
+        if (other == 0) {
+            ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+            ::pause();
+            ::_exit(0);
+        }
+        rlimit none{};
+        ::getrlimit(RLIMIT_NOFILE, &none);
+        none.rlim_cur = 0;
+        ::setrlimit(RLIMIT_NOFILE, &none);
+        const auto wait = std::async(std::launch::async, [=] { waitForExitOfProcess(other); });
+        const bool early =
+            wait.wait_for(std::chrono::milliseconds(50)) == std::future_status::ready;
+        ::kill(other, SIGKILL);
+        ::waitpid(other, nullptr, 0);
+        const bool atAll = wait.wait_for(std::chrono::seconds(60)) == std::future_status::ready;
+        return fmt::format("{} {}", early, atAll);
+    });
+    EXPECT_EQ(text, "false true");
 }
 
 } // namespace
