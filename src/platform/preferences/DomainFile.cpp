@@ -110,6 +110,11 @@ tl::expected<Found, Error> read(int folder, const DomainPlace& place, Patience p
     }
 }
 
+tl::expected<std::string, Error> textOf(const Value& value) {
+    return PropertyList::dataWithPropertyList(value, PropertyListFormat::xml,
+                                              static_cast<std::size_t>(kLargestFile));
+}
+
 // As they are stored: booleans are no integers here, and dates have whole seconds.
 bool areStoredAlike(const Value& left, const Value& right) {
     if (left.sameAs(right)) {
@@ -118,8 +123,8 @@ bool areStoredAlike(const Value& left, const Value& right) {
     if (left.kind() != right.kind()) {
         return false;
     }
-    const auto leftText = PropertyList::dataWithPropertyList(left, PropertyListFormat::xml);
-    const auto rightText = PropertyList::dataWithPropertyList(right, PropertyListFormat::xml);
+    const auto leftText = textOf(left);
+    const auto rightText = textOf(right);
     return leftText && rightText && *leftText == *rightText;
 }
 
@@ -179,7 +184,7 @@ Error write(int folder, const DomainPlace& place, const Found& old, const Value&
     if (const auto lost = findKinds(values, {Value::Kind::null, Value::Kind::set})) {
         return failureAt(path, EINVAL, fmt::format("holds what XML cannot: {}", *lost));
     }
-    const auto text = PropertyList::dataWithPropertyList(values, PropertyListFormat::xml);
+    const auto text = textOf(values);
     if (!text) {
         return refusalAt(path, text.error());
     }

@@ -221,6 +221,11 @@ TEST_F(StoredFilesTest, WhatNoPreferenceIsFailsWithItsPlace) {
     }
     EXPECT_NE(set("key", deep, domain_), "");
     EXPECT_NE(set("key", wide, domain_), "") << "2 to the power of 100,000 texts";
+    Value shared = Value::array({text("x")});
+    for (int i = 0; i < 100; ++i) {
+        shared = Value::array({shared, shared});
+    }
+    EXPECT_THAT(set("key", shared, domain_), HasSubstr("passes 256 MiB at key[0]"));
     EXPECT_EQ(preferences_.values(domain_).value(), Value::dictionary({{"key", text("old")}}));
 }
 

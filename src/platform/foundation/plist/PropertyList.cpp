@@ -51,10 +51,11 @@ Result PropertyList::propertyListWithData(std::string_view data, const PropertyL
 }
 
 tl::expected<std::string, Error> PropertyList::dataWithPropertyList(const Value& root,
-                                                                    PropertyListFormat format) {
+                                                                    PropertyListFormat format,
+                                                                    std::size_t mostText) {
     switch (format) {
     case PropertyListFormat::xml:
-        return plist::writeXML(root);
+        return plist::writeXML(root, mostText);
     case PropertyListFormat::binary:
         return plist::writeBinary(root);
     case PropertyListFormat::oldStyle:

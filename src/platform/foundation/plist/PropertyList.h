@@ -5,6 +5,7 @@
 
 #include <tl/expected.hpp>
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -56,9 +57,10 @@ public:
     /// `CF$UID` and an integer reads back from XML as the UID that it spells.
     /// Refused: URLs and errors; trees deeper than 512 containers; for XML also a null root, sets,
     /// characters that XML cannot carry, dates outside the years 0 to 9999, and trees that share
-    /// so much that their text would pass 1 GiB.
+    /// so much that their text would pass `mostText` bytes, by no more than one element.
     [[nodiscard]] static tl::expected<std::string, Error>
-    dataWithPropertyList(const Value& root, PropertyListFormat format);
+    dataWithPropertyList(const Value& root, PropertyListFormat format,
+                         std::size_t mostText = std::size_t{1} << 30U);
 };
 
 } // namespace qv

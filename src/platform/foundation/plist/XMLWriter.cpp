@@ -23,12 +23,19 @@ constexpr std::string_view kProlog = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>
                                      "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
                                      "<plist version=\"1.0\">\n";
 
-// A tree that shares much grows when it is written out: a list of 200 bytes can stand for more text
-// than any memory holds.
-constexpr std::size_t kLargestText = std::size_t{1} << 30U;
+// MiB or GiB.
+std::string sizeText(std::size_t bytes) {
+    const std::size_t mebibytes = bytes >> 20U;
+    return mebibytes % 1024 == 0 ? fmt::format("{} GiB", mebibytes / 1024)
+                                 : fmt::format("{} MiB", mebibytes);
+}
 
 class XMLWriter {
 public:
+    // A tree that shares much grows when it is written out: a list of 200 bytes can stand for more
+    // text than any memory holds.
+    explicit XMLWriter(std::size_t mostText) : mostText_(mostText) {}
+
     tl::expected<std::string, Error> write(const Value& root) {
         text_ = kProlog;
         if (root.isNull()) {
@@ -71,8 +78,8 @@ private:
             line(dictionary ? "</dict>" : "</array>");
             return;
         }
-        if (text_.size() > kLargestText) {
-            refuse("The tree written out passes 1 GiB");
+        if (text_.size() > mostText_) {
+            refuse(fmt::format("The tree written out passes {}", sizeText(mostText_)));
             return;
         }
         const Value child = nextChild(frame);
@@ -211,6 +218,7 @@ private:
         }
     }
 
+    std::size_t mostText_;
     std::string text_;
     std::vector<WriteFrame> frames_;
     Error error_;
@@ -218,6 +226,8 @@ private:
 
 } // namespace
 
-tl::expected<std::string, Error> writeXML(const Value& root) { return XMLWriter().write(root); }
+tl::expected<std::string, Error> writeXML(const Value& root, std::size_t mostText) {
+    return XMLWriter(mostText).write(root);
+}
 
 } // namespace qv::plist

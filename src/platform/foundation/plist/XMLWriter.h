@@ -5,10 +5,11 @@
 
 #include <tl/expected.hpp>
 
+#include <cstddef>
 #include <string>
 
 namespace qv::plist {
 
-[[nodiscard]] tl::expected<std::string, Error> writeXML(const Value& root);
+[[nodiscard]] tl::expected<std::string, Error> writeXML(const Value& root, std::size_t mostText);
 
 } // namespace qv::plist
