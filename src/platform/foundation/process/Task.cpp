@@ -124,13 +124,6 @@ void Task::setArguments(std::vector<std::string> arguments) {
     arguments_ = std::move(arguments);
 }
 
-void Task::setEnvironment(std::vector<std::string> environment) {
-    for (const std::string& variable : environment) {
-        refuseNUL(variable, "the environment");
-    }
-    environment_ = std::move(environment);
-}
-
 void Task::setStandardInput(UniqueFd fd) { standard_[0] = aboveStandard(std::move(fd)); }
 void Task::setStandardOutput(UniqueFd fd) { standard_[1] = aboveStandard(std::move(fd)); }
 void Task::setStandardError(UniqueFd fd) { standard_[2] = aboveStandard(std::move(fd)); }
@@ -151,7 +144,7 @@ void Task::launch() {
 void Task::spawn() {
     SpawnRequest request{.program = launchPath_,
                          .words = arguments_,
-                         .environment = environment_ ? *environment_ : toolEnvironment(),
+                         .environment = toolEnvironment(),
                          .directory = "/",
                          .standard = {standard_[0].get(), standard_[1].get(), standard_[2].get()},
                          .leads = SpawnRequest::Leads::processGroup};

@@ -8,7 +8,6 @@
 #include <array>
 #include <csignal>
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <sys/types.h>
 #include <vector>
@@ -50,7 +49,6 @@ public:
 
     void setLaunchPath(std::string path); ///< absolute
     void setArguments(std::vector<std::string> arguments);
-    void setEnvironment(std::vector<std::string> environment); ///< instead of the fixed one
     // Without these the tool shares this process's own. The descriptor is closed here once the
     // tool has it, so that the reader of a pipe sees its end.
     void setStandardInput(UniqueFd fd);
@@ -80,7 +78,6 @@ private:
 
     std::string launchPath_;
     std::vector<std::string> arguments_;
-    std::optional<std::vector<std::string>> environment_;
     std::array<UniqueFd, 3> standard_;
     State state_ = State::notLaunched;
     pid_t pid_ = 0;

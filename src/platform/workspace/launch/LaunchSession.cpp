@@ -227,10 +227,15 @@ tl::expected<LaunchSession, std::string> findLaunchSession(const Requester& requ
             session.busAddress = fmt::format("unix:path={}/bus", folder);
         }
     }
-    if (isThere(session.runtimeFolder + "/systemd/private")) {
-        session.manager = LaunchSession::Manager::user;
-    } else if (isThere(runFolder + "/systemd/private") && ::geteuid() == 0) {
-        session.manager = LaunchSession::Manager::system;
+    for (const auto& [manager, folder] :
+         {std::pair{LaunchSession::Manager::user, session.runtimeFolder},
+          std::pair{LaunchSession::Manager::system, runFolder}}) {
+        const std::string socket = folder + "/systemd/private";
+        const bool obeys = manager == LaunchSession::Manager::user || ::geteuid() == 0;
+        if (session.managerSocket.empty() && !folder.empty() && obeys && isThere(socket)) {
+            session.manager = manager;
+            session.managerSocket = socket;
+        }
     }
     if (uid == requester.user) {
         addVariables(session.variables, variablesOfProcess(requester.process, uid));

@@ -23,6 +23,7 @@ struct LaunchSession {
 
     UserRecord user;
     Manager manager = Manager::none;
+    std::string managerSocket; ///< its private one; empty when there is none
     std::string runtimeFolder; ///< the user's, for sockets; empty when there is none
     std::string busAddress;    ///< of his session bus; empty when there is none
     /// NAME=VALUE: what tells a program its display, its desktop and its language.

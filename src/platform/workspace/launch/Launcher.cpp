@@ -1,23 +1,19 @@
 #include "platform/workspace/launch/Launcher.h"
 
+#include "platform/foundation/files/UniqueFd.h"
 #include "platform/foundation/process/ProcessState.h"
 #include "platform/foundation/process/SpawnProcess.h"
-#include "platform/foundation/process/Task.h"
 #include "platform/foundation/process/UserProcess.h"
-#include "platform/foundation/values/Exception.h"
 #include "platform/workspace/launch/BusActivation.h"
 #include "platform/workspace/launch/LaunchError.h"
+#include "platform/workspace/launch/ServiceUnit.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <charconv>
-#include <cstring>
 #include <fcntl.h>
-#include <optional>
-#include <poll.h>
 #include <sys/random.h>
 #include <unistd.h>
 
@@ -26,9 +22,6 @@ namespace qv {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-constexpr std::string_view kManagerClient = "/usr/bin/systemd-run";
-constexpr std::size_t kLongestComplaint = 1024;
 
 // Why it was not started; nothing when it was.
 struct Refusal {
@@ -56,8 +49,10 @@ Refusal asUser(const UserRecord& user, Clock::time_point deadline,
     if (said) {
         return decoded(*said);
     }
-    return {static_cast<int>(said.error().code()),
-            fmt::format("nothing can be started as user {}", user.name)};
+    const auto errorNumber = static_cast<int>(said.error().code());
+    return {errorNumber, errorNumber == ETIMEDOUT
+                             ? std::string("whoever was to start it does not answer")
+                             : fmt::format("nothing can be started as user {}", user.name)};
 }
 
 std::string workingFolder(const ApplicationStart& application, const LaunchSession& session) {
@@ -116,99 +111,25 @@ std::string onOneLine(std::string text) {
     return text;
 }
 
-// A manager puts variables into the arguments of what it executes, unless the sign is doubled.
-std::string literally(std::string_view argument) {
-    std::string text;
-    for (const char each : argument) {
-        text.append(each == '$' ? 2 : 1, each);
-    }
-    return text;
-}
-
-std::vector<std::string> managerArguments(const ApplicationStart& application,
-                                          const LaunchSession& session) {
-    const bool isUsers = session.manager == LaunchSession::Manager::user;
-    std::vector<std::string> words = {
-        "--collect",
-        "--no-ask-password",
-        "--unit=" + unitName(application),
-        "--description=" + onOneLine(application.path),
-        "--property=Type=exec", // so that what cannot be executed is known
-        "--property=WorkingDirectory=" + workingFolder(application, session),
-    };
-    if (isUsers) {
-        words.insert(words.end(), {"--user", "--slice=app.slice"});
-    } else {
-        words.push_back("--uid=" + session.user.name);
-    }
-    // A manager knows its user and his folders; of his screen only what it was told.
-    for (const std::string& each : isUsers ? session.variables : session.environment()) {
-        words.push_back("--setenv=" + each);
-    }
-    words.emplace_back("--");
-    words.push_back(application.command.front());
-    for (std::size_t i = 1; i < application.command.size(); ++i) {
-        words.push_back(literally(application.command[i]));
-    }
-    return words;
-}
-
-// None when it is late.
-std::optional<std::string> readComplaint(int descriptor, Clock::time_point deadline) {
-    std::string text;
-    std::array<char, 512> piece{};
-    for (;;) {
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
-        pollfd entry{descriptor, POLLIN, 0};
-        const int ready = left.count() > 0 ? ::poll(&entry, 1, static_cast<int>(left.count())) : 0;
-        if (ready == 0) {
-            return std::nullopt;
-        }
-        if (ready < 0) { // a signal
-            continue;
-        }
-        const ssize_t count = ::read(descriptor, piece.data(), piece.size());
-        if (count <= 0) {
-            return text.substr(0, text.find('\n'));
-        }
-        text.append(piece.data(), static_cast<std::size_t>(count));
-        text.resize(std::min(text.size(), kLongestComplaint));
-    }
-}
-
-// It has to give up before it is itself: its child would be left.
+// In a process that its user cannot trace, and without a program of its own: it lives where the
+// service does.
 Refusal startByManager(const ApplicationStart& application, const LaunchSession& session,
-                       Clock::time_point deadline) try {
-    tl::expected<Pipe, Error> pipe = Pipe::pipe();
-    if (!pipe) {
-        return {static_cast<int>(pipe.error().code()), "the service manager cannot be asked"};
-    }
-    Task task;
-    task.setLaunchPath(std::string(kManagerClient));
-    task.setArguments(managerArguments(application, session));
-    std::vector<std::string> environment = {"PATH=/usr/bin:/bin", "LANG=C.UTF-8"};
-    if (session.manager == LaunchSession::Manager::user) {
-        environment.push_back("XDG_RUNTIME_DIR=" + session.runtimeFolder);
-    }
-    task.setEnvironment(std::move(environment));
-    // As the user's own program it can be traced by him: nothing of ours may be open in it.
-    task.setStandardInput(UniqueFd(::open("/dev/null", O_RDONLY | O_CLOEXEC)));
-    task.setStandardOutput(UniqueFd(::open("/dev/null", O_WRONLY | O_CLOEXEC)));
-    task.setStandardError(std::move(pipe->fileHandleForWriting));
-    task.launch();
-    constexpr std::chrono::milliseconds kToEndIt{200};
-    const auto complaint = readComplaint(pipe->fileHandleForReading.get(), deadline - kToEndIt);
-    if (!complaint) { // and the task ends with its owner
-        return {ETIMEDOUT, "the service manager does not answer"};
-    }
-    task.waitUntilExit();
-    if (task.terminationReason() == TerminationReason::exit && task.terminationStatus() == 0) {
-        return {};
-    }
-    return {0, fmt::format("the service manager did not start it: {}",
-                           complaint->empty() ? "no reason given" : *complaint)};
-} catch (const Exception& exception) {
-    return {0, exception.reason()};
+                       Clock::time_point deadline) {
+    const bool isUsers = session.manager == LaunchSession::Manager::user;
+    const ServiceUnit unit{
+        .name = unitName(application),
+        .description = onOneLine(application.path),
+        .slice = isUsers ? "app.slice" : "",
+        .user = isUsers ? "" : session.user.name,
+        .workingFolder = workingFolder(application, session),
+        // A manager knows its user and his folders; of his screen only what it was told.
+        .environment = isUsers ? session.variables : session.environment(),
+        .command = application.command,
+    };
+    constexpr std::chrono::milliseconds kToSayWhy{200};
+    const std::string failure = startUnit(session.managerSocket, unit, deadline - kToSayWhy);
+    return {0, failure.empty() ? failure
+                               : fmt::format("the service manager did not start it: {}", failure)};
 }
 
 } // namespace
