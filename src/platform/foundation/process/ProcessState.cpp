@@ -18,7 +18,8 @@ namespace {
 void resetDispositions() {
     for (int number = 1; number < NSIG; ++number) {
         // SIGKILL, SIGSTOP and the C library's own signals refuse, and need no reset.
-        auto* const handler = number == SIGPIPE ? SIG_IGN : SIG_DFL;
+        // A reader that has gone and a file that grows too long are errors of a write.
+        auto* const handler = number == SIGPIPE || number == SIGXFSZ ? SIG_IGN : SIG_DFL;
         static_cast<void>(std::signal(number, handler)); // NOLINT: no other thread is there yet
     }
 }

@@ -52,13 +52,14 @@ TEST(ProcessState, PutsRightWhatAHostileParentLeft) {
         sanitizeProcess();
         sigset_t mask{};
         ::sigprocmask(SIG_SETMASK, nullptr, &mask);
-        return fmt::format(
-            "{} {:03o} {} {} {} {} {} {} {} {} {}", std::filesystem::current_path().string(),
-            ::umask(0), disposition(SIGCHLD), disposition(SIGTERM), disposition(SIGHUP),
-            disposition(SIGPIPE), ::sigismember(&mask, SIGTERM), isNullDevice(0), isNullDevice(1),
-            isNullDevice(2), ::fcntl(handedOver.get(), F_GETFD) == 0);
+        return fmt::format("{} {:03o} {} {} {} {} {} {} {} {} {}",
+                           std::filesystem::current_path().string(), ::umask(0),
+                           disposition(SIGCHLD), disposition(SIGTERM), disposition(SIGHUP),
+                           disposition(SIGPIPE) + disposition(SIGXFSZ),
+                           ::sigismember(&mask, SIGTERM), isNullDevice(0), isNullDevice(1),
+                           isNullDevice(2), ::fcntl(handedOver.get(), F_GETFD) == 0);
     });
-    EXPECT_EQ(text, "/ 022 default default default ignored 0 true false true true");
+    EXPECT_EQ(text, "/ 022 default default default ignoredignored 0 true false true true");
 }
 
 // Whoever waits replaces what the other one is still using.
