@@ -343,10 +343,12 @@ TEST_F(Launch, HasTheSessionsBusStartWhatItCan) {
     fs::create_directory(folder);
     ASSERT_EQ(::chown(folder.c_str(), kNobody, kNobody), 0);
     fs::permissions(run_.path(), fs::perms(0755));
+    // A copy, because the user may not see the folder that this was built in.
+    fs::copy_file(QV_BUS_APPLICATION, top_ / "bus-application");
     top_.write("services/org.example.App.service",
                fmt::format("[D-BUS Service]\nName=org.example.App\nExec={} org.example.App "
                            "/org/example/App {}\n",
-                           QV_BUS_APPLICATION, said().native()));
+                           (top_ / "bus-application").native(), said().native()));
     const fs::path configuration = top_.write(
         "bus.conf",
         fmt::format("<!DOCTYPE busconfig PUBLIC '-//freedesktop//DTD D-Bus Bus Configuration "
