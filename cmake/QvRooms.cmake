@@ -35,13 +35,13 @@ function(qv_test_options target)
   target_compile_options(${target} PRIVATE
     $<$<CXX_COMPILER_ID:GNU>:-Wno-array-bounds> $<$<CXX_COMPILER_ID:GNU>:-Wno-stringop-overflow>)
   # Of what is tested, not of the test, speed counts; and it is what the sanitizers are to watch.
-  if(QV_SANITIZE)
-    target_compile_options(${target} PRIVATE -O0)
+  if(NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
+    target_compile_options(${target} PRIVATE -O0 -U_FORTIFY_SOURCE)
     if(QV_SANITIZE MATCHES "undefined")
       target_compile_options(${target} PRIVATE -fno-sanitize=undefined)
+    elseif(NOT QV_SANITIZE)
+      target_compile_options(${target} PRIVATE -g0)
     endif()
-  elseif(NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
-    target_compile_options(${target} PRIVATE -O1)
   endif()
 endfunction()
 

@@ -174,7 +174,7 @@ TEST_F(UserProcess, StartsFromAKnownState) {
                    kLong)
             .value_or("failed");
     });
-    EXPECT_EQ(said, "0,1,2,3 077 / SigBlk: 0000000000000000\nSigIgn: 0000000000001000\n");
+    EXPECT_EQ(said, "0,1,2,3 077 / SigBlk: 0000000000000000\nSigIgn: 0000000001001000\n");
 }
 
 // The pipe may get any numbers, also that under which the child wants it.
