@@ -16,10 +16,10 @@ inline constexpr std::size_t kLongestUserResult = std::size_t{64} << 10U;
 
 /// Has `work` done by a child process that is the user in every respect before it begins: user,
 /// group and supplementary groups are his, it has no capability, no descriptor but the standard
-/// three, every signal at its default (but SIGPIPE ignored), "/" as working directory and 077 as
-/// file-mode mask. Whatever the user has laid in its way can mislead it to nothing that he could
-/// not do himself. It cannot be traced by him, and it dies with its parent. Where the user is this
-/// process's own, nothing of that changes who it is.
+/// three, every signal at its default (but SIGPIPE and SIGXFSZ ignored), "/" as working directory
+/// and 077 as file-mode mask. Whatever the user has laid in its way can mislead it to nothing that
+/// he could not do himself. It cannot be traced by him, and it dies with its parent. Where the user
+/// is this process's own, nothing of that changes who it is.
 ///
 /// Gives what `work` gives. Errors, of NSPOSIXErrorDomain: EPERM when this process may not become
 /// the user, ETIMEDOUT when the work was not done within `patience` and EOVERFLOW when it gives
