@@ -77,6 +77,7 @@ function(qv_fuzz name)
     qv_use_rooms(fuzz_${name} ${FUZZ_ROOMS})
     target_link_libraries(fuzz_${name} PRIVATE ${FUZZ_LIBRARIES})
     target_link_options(fuzz_${name} PRIVATE -fsanitize=fuzzer)
+    add_dependencies(fuzzers fuzz_${name})
   endif()
   if(QV_TESTS)
     qv_test(replay_${name}
