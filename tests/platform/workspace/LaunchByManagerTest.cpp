@@ -9,8 +9,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstring>
+#include <cerrno>
+#include <cstdio>
 #include <filesystem>
+#include <memory>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <sys/wait.h>
@@ -32,9 +34,12 @@ struct Played {
 
 int startTransientUnit(sd_bus_message* message, void* data, sd_bus_error* /*error*/) {
     const auto* const played = static_cast<const Played*>(data);
-    std::FILE* out = std::fopen(played->unitFile.c_str(), "we");
-    ::sd_bus_message_dump(message, out, 0);
-    std::fclose(out);
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> out(
+        std::fopen(played->unitFile.c_str(), "we"), &std::fclose);
+    if (!out) {
+        return -errno;
+    }
+    ::sd_bus_message_dump(message, out.get(), 0);
     sd_bus* const bus = ::sd_bus_message_get_bus(message);
     // Before the answer, as a quick manager may.
     ::sd_bus_emit_signal(bus, kPath, kInterface, "JobRemoved", "uoss", 7U,

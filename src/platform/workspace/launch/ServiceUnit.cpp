@@ -173,7 +173,7 @@ std::string startUnit(const std::string& socketPath, const ServiceUnit& unit,
     const BusMessage answer(answered);
     const char* job = nullptr;
     if (status >= 0) {
-        status = ::sd_bus_message_read_basic(answered, 'o', &job);
+        status = ::sd_bus_message_read(answered, "o", &job);
     }
     return status < 0 ? error.text(status) : resultOf(bus->get(), job, results, deadline);
 }
