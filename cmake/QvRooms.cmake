@@ -1,8 +1,18 @@
+# What nearly every source of a room includes, read once: half of the time that a source takes to
+# compile. A build without precompiled headers (preset clang) shows that each source includes what it
+# uses.
+file(WRITE "${CMAKE_BINARY_DIR}/rooms/Common.cpp" "")
+add_library(qv_room_common STATIC "${CMAKE_BINARY_DIR}/rooms/Common.cpp")
+target_precompile_headers(qv_room_common PRIVATE
+  <algorithm> <array> <chrono> <cstdint> <functional> <map> <memory> <mutex> <optional> <span> <string>
+  <string_view> <utility> <variant> <vector> <fmt/format.h> <tl/expected.hpp>)
+target_link_libraries(qv_room_common PRIVATE fmt::fmt)
+
 # A room is one folder of src/ built as a static library. It sees its own headers and those of the
 # rooms it names, and nothing else: its only include directory is a folder of the build tree that
 # holds a single symbolic link to it. PRIVATE unless a header of the room needs the other one.
 #
-#   qv_room(script SOURCES a.cpp b.cpp PUBLIC platform/foundation/values PRIVATE rules LIBRARIES fmt::fmt)
+#   qv_room(script SOURCES a.cpp b.cpp PUBLIC platform/foundation/values PRIVATE rules LIBRARIES ...)
 function(qv_room path)
   cmake_parse_arguments(ROOM "" "" "SOURCES;PUBLIC;PRIVATE;LIBRARIES" ${ARGN})
   string(REPLACE "/" "_" name "qv_${path}")
@@ -13,13 +23,14 @@ function(qv_room path)
   list(TRANSFORM ROOM_SOURCES PREPEND "${CMAKE_SOURCE_DIR}/src/${path}/")
   add_library(${name} STATIC ${ROOM_SOURCES})
   target_include_directories(${name} PUBLIC "${view}")
+  target_precompile_headers(${name} REUSE_FROM qv_room_common)
   foreach(kind PUBLIC PRIVATE)
     foreach(room IN LISTS ROOM_${kind})
       string(REPLACE "/" "_" dependency "qv_${room}")
       target_link_libraries(${name} ${kind} ${dependency})
     endforeach()
   endforeach()
-  target_link_libraries(${name} PRIVATE ${ROOM_LIBRARIES})
+  target_link_libraries(${name} PRIVATE fmt::fmt ${ROOM_LIBRARIES})
 endfunction()
 
 # Links rooms (given by path) into a program, test, benchmark or fuzz target.
