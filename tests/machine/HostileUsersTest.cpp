@@ -1,0 +1,108 @@
+// Users who want nobody else to be served: strangers, and one with a genuine client.
+
+#include <fmt/format.h>
+
+#include "machine/Machine.h"
+#include <chrono>
+
+namespace qv::test {
+namespace {
+
+using testing::StartsWith;
+
+constexpr int kSessions = 15;
+
+class HostileUsers : public testing::Test {
+protected:
+    std::string empty_ = scriptFile("");
+    double idle_ = medianSession(kSessions, empty_);
+    void expectUnhindered(std::string_view what) const {
+        const double ratio = medianSession(kSessions, empty_) / idle_;
+        printFigure(fmt::format("{}: a session's time to that of an idle service", what), ratio,
+                    "");
+        EXPECT_LE(ratio, 2.0);
+    }
+};
+
+TEST_F(HostileUsers, CannotHoldTheServiceInExecve) {
+    const std::string folder = "/home/attacker/mount";
+    ASSERT_EQ(shell("mkdir " + folder, kAttacker).status, 0);
+    const auto first = intruder({"hang", QV_SOCKET, folder});
+    const auto second = intruder({"hang", QV_SOCKET, folder});
+    expectUnhindered("two processes that hang in execve");
+}
+
+TEST_F(HostileUsers, CannotBeLaboriousToJudge) {
+    std::vector<std::unique_ptr<LedProgram>> crowd;
+    // Signed by the very key of the genuine client, but not installed: the worst to judge.
+    while (crowd.size() < 2) {
+        crowd.push_back(intruder({"crowd", QV_SOCKET}));
+    }
+    expectUnhindered("two strangers with 64,000 mappings");
+}
+
+// One user sends as much as the service takes; another waits for one script of his at most.
+TEST_F(HostileUsers, TakeTurnsWithOthers) {
+    constexpr int kConnections = 7;
+    const std::string slow = scriptFile(shellStep("sleep 0.1"));
+    const double alone = medianSession(1, slow);
+    std::vector<std::unique_ptr<StartedProgram>> loops;
+    while (std::ssize(loops) < kConnections) {
+        loops.push_back(std::make_unique<StartedProgram>(ProgramStart{
+            .command = {"/bin/bash", "-c",
+                        fmt::format("while :; do echo run {}; done | {}", slow, kClient)},
+            .user = kAttacker}));
+    }
+    const double beside = medianSession(5, slow);
+    printFigure("a script beside 7 connections of another user's: time to that alone",
+                beside / alone, "");
+    EXPECT_LE(beside / alone, 4.0);
+}
+
+// A socket of the user's that takes connections and says nothing, where his service manager
+// listens.
+TEST_F(HostileUsers, AreNotWaitedForTwice) {
+    const std::string folder = fmt::format("/run/user/{}", kAttacker);
+    ASSERT_EQ(shell(fmt::format("install -d -m 0700 -o attacker -g attacker /run/user {0} && "
+                                "chown root:root /run/user && chmod 0755 /run/user",
+                                folder))
+                  .status,
+              0);
+    const StartedProgram silent(
+        ProgramStart{.command = {"/usr/bin/python3", "-c",
+                                 "import os, socket, sys, time\n"
+                                 "os.makedirs(sys.argv[1] + '/systemd')\n"
+                                 "s = socket.socket(socket.AF_UNIX)\n"
+                                 "s.bind(sys.argv[1] + '/systemd/private')\n"
+                                 "s.listen(64)\n"
+                                 "time.sleep(600)\n",
+                                 folder},
+                     .user = kAttacker});
+    awaitFile(folder + "/systemd/private");
+    const std::string launch = "{ operation = 20; arg1 = 1; },"
+                               "{ operation = 1; URL = \"file:///bin/true\"; },";
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_THAT(session(scriptFile(launch + launch + launch), kAttacker), StartsWith("ok "));
+    const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - begin;
+    printFigure("three launches through a silent manager", taken.count(), "s");
+    EXPECT_LE(taken.count(), 15.0);
+}
+
+// A wait that never ends keeps the queue: the documents say so, and how an administrator ends it.
+TEST_F(HostileUsers, WaitIsEndedByAnAdministrator) {
+    const auto waiting = clientOf(kAttacker);
+    const StartedProgram sleeper(ProgramStart{.command = {"/bin/sleep", "600"}, .user = kAttacker});
+    waiting->begin("run " +
+                   scriptFile(shellStep("touch /run/waits") +
+                              fmt::format("{{ operation = 0; arg1 = {}; }}", sleeper.pid())));
+    awaitFile("/run/waits");
+    const auto other = clientOf(kVictim);
+    other->begin("run " + empty_);
+    EXPECT_FALSE(other->answerWithin(std::chrono::milliseconds(300)));
+    EXPECT_EQ(shell("systemctl stop " + kUnit).status, 0);
+    EXPECT_THAT(waiting->answer(), StartsWith("error 3 "));
+    EXPECT_THAT(other->answer(), StartsWith("ok "));
+}
+
+} // namespace
+} // namespace qv::test

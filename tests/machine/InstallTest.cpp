@@ -1,0 +1,57 @@
+// The installed units, and how the manager bounds a service that fails.
+
+#include <fmt/format.h>
+
+#include "machine/Machine.h"
+#include <filesystem>
+#include <thread>
+
+namespace qv::test {
+namespace {
+
+using testing::StartsWith;
+
+TEST(Install, BoundsCrashLoopAndRecovers) {
+    const std::string script = scriptFile("");
+    const std::string dropIn = "/run/systemd/system/" + kUnit + ".d/broken.conf";
+    ASSERT_THAT(session(script), StartsWith("ok "));
+    std::filesystem::create_directory(std::filesystem::path(dropIn).parent_path());
+    std::ofstream(dropIn) << "[Service]\nExecStart=\n"
+                             "ExecStart=/bin/sh -c 'echo x >>/run/starts; exit 1'\n";
+    EXPECT_EQ(shell("systemctl daemon-reload").status, 0);
+    {
+        const auto waiting = clientOf(kVictim);
+        waiting->begin("run " + script);
+        std::this_thread::sleep_for(std::chrono::seconds(3));
+        const std::string starts = contentOf("/run/starts");
+        const auto count = std::ranges::count(starts, '\n');
+        EXPECT_GE(count, 2);
+        EXPECT_LE(count, 4);
+        printFigure("crash loop: starts in 3 s", static_cast<double>(count), "");
+        std::filesystem::remove(dropIn);
+        EXPECT_EQ(shell("systemctl daemon-reload").status, 0);
+        EXPECT_THAT(waiting->answer(), StartsWith("ok "));
+    }
+    // A service that is killed amid a session is there for the next one.
+    const auto busy = clientOf(kVictim);
+    busy->begin("run " + scriptFile(shellStep("touch /run/begun; sleep 5")));
+    awaitFile("/run/begun");
+    EXPECT_EQ(shell("systemctl kill -s SEGV --kill-who=main " + kUnit).status, 0);
+    EXPECT_THAT(busy->answer(), StartsWith("error 3 ")); // not known
+    EXPECT_THAT(session(script), StartsWith("ok "));
+}
+
+// As a user would: the service is not for him, neither its sockets' other end nor its keys.
+TEST(Install, GivesStrangersNothing) {
+    const ProgramRun copied =
+        shell("cp " + kClient + " ~attacker/client && echo run " +
+                  scriptFile(shellStep("touch /srv/taken")) + " | ~attacker/client",
+              kAttacker);
+    EXPECT_THAT(copied.output, StartsWith("error 2 "));
+    EXPECT_FALSE(std::filesystem::exists("/srv/taken"));
+    EXPECT_NE(shell("ls /root/keys", kAttacker).status, 0);
+    EXPECT_EQ(shell("id -Gn attacker | grep _qvclient").status, 1);
+}
+
+} // namespace
+} // namespace qv::test
