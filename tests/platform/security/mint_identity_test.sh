@@ -52,6 +52,19 @@ rm plain/signer/leaf.pem
 expect 'half an identity is replaced' "$mint" plain
 expect 'by a whole one' verifies plain
 
+mkdir -p from-half/identity/signer
+for begin in nothing half; do
+    for i in {1..8}; do
+        "$mint" from-$begin/identity && sha256sum from-$begin/identity/signer/leaf.pem >"seen.$i" &
+    done
+    wait
+    expect "all that mint at once from $begin succeed" test "$(cat seen.* | wc -l)" = 8
+    expect "and end with one identity from $begin" test "$(sort -u seen.* | wc -l)" = 1
+    expect "which verifies from $begin" verifies from-$begin/identity
+    expect "and leave nothing else from $begin" test "$(ls -A from-$begin)" = identity
+    rm -f seen.*
+done
+
 mkdir -p precious && echo mine >precious/letter
 expect 'another folder is refused' refuses "$mint" precious
 expect 'and left alone' test "$(cat precious/letter)" = mine
