@@ -20,7 +20,9 @@ set(QV_CLIENT_GROUP "_qvclient" CACHE STRING
     "Group, by name or number, that installed clients are set-group-id to; it has no members")
 option(QV_DEVELOPMENT
   "A developer's build: its own socket, and the development authority of the build tree as anchor" OFF)
+set(QV_DEVELOPMENT_FOLDER "") # below which alone a developer's build serves
 if(QV_DEVELOPMENT)
+  set(QV_DEVELOPMENT_FOLDER "${CMAKE_BINARY_DIR}")
   set(QV_ANCHOR_DIR "${CMAKE_BINARY_DIR}/identity/anchors.d")
   set(QV_SOCKET_PATH "${CMAKE_BINARY_DIR}/run/helper.sock")
   set(QV_STATE_DIR "${CMAKE_BINARY_DIR}/state")

@@ -1,4 +1,5 @@
 #include "codesign/ClientVerification.h"
+#include "platform/foundation/files/SocketPlace.h"
 #include "platform/foundation/log/Log.h"
 #include "platform/foundation/process/OutputRelay.h"
 #include "platform/foundation/process/ProcessState.h"
@@ -6,6 +7,8 @@
 #include "platform/xpc/MainQueue.h"
 #include "service/EmbeddedLists.h"
 #include "service/HelperService.h"
+
+#include <fmt/format.h>
 
 #include <cstdlib>
 
@@ -19,6 +22,22 @@ std::string examinerPath(std::string servicePath) {
     return servicePath.ends_with(kOwn)
                ? servicePath.replace(servicePath.size() - kOwn.size(), kOwn.size(), "examiner.sock")
                : std::string();
+}
+
+// At a socket of the machine such a service would give root to everyone: it takes debuggable
+// programs, and whoever can write to its build folder is its authority.
+bool mayServe(const std::string& path) {
+    constexpr std::string_view kFolder = QV_DEVELOPMENT_FOLDER;
+    if constexpr (!kFolder.empty()) {
+        if (!qv::isSocketBelow(path, std::string(kFolder))) {
+            qv::log::write(qv::log::Priority::error,
+                           fmt::format("This is a developer's build, and its socket {} does not "
+                                       "stand in its build folder {}",
+                                       qv::log::foreign(path), kFolder));
+            return false;
+        }
+    }
+    return true;
 }
 
 int failToListen() {
@@ -45,7 +64,7 @@ int main() {
         return failToListen();
     }
     auto listener = qv::xpc::Listener::createMachService(kServiceName, **queue);
-    if (!listener) {
+    if (!listener || !mayServe((*listener)->path())) {
         return failToListen();
     }
     qv::ClientVerification verification;

@@ -10,6 +10,7 @@ namespace qv::test {
 namespace {
 
 using Lifecycle = ServiceTest;
+using testing::HasSubstr;
 
 TEST(LifecycleWithoutListener, IsLoggedAndEndsWithStatus1) {
     for (const auto listener : {LiveService::Listener::missing, LiveService::Listener::misnamed,
@@ -18,6 +19,36 @@ TEST(LifecycleWithoutListener, IsLoggedAndEndsWithStatus1) {
         EXPECT_EQ(service.waitForExit(), 1);
         EXPECT_TRUE(service.waitForLog("QVCatalogHelperXPC launched"));
         EXPECT_TRUE(service.waitForLog("QVCatalogHelperXPC failed to create XPC mach service"));
+    }
+}
+
+// At a socket of the machine it would serve everybody, whatever way leads there.
+TEST(LifecycleOfADevelopersBuild, RefusesASocketOutsideItsFolder) {
+    const TemporaryDirectory outside;
+    const TemporaryDirectory inside(QV_BUILD_FOLDER);
+    std::filesystem::create_directory_symlink(outside.path(), inside / "out");
+    std::string upwards = inside.path();
+    for (auto depth = std::ranges::distance(inside.path()); depth > 1; --depth) {
+        upwards += "/..";
+    }
+    for (const char* program : {QV_SERVICE_PROGRAM, QV_EXAMINER_PROGRAM}) {
+        for (const std::string& folder : {outside.path().string(), (inside / "out").string(),
+                                          upwards + outside.path().string()}) {
+            const PipeEnds printed = makePipe();
+            const UniqueFd socket = listenAt(folder + "/socket");
+            StartedProgram started({.command = {program},
+                                    .standard = {-1, printed.write.get(), printed.write.get()},
+                                    .listener = socket.get(),
+                                    .listenerName = "com.larkwen.qvcatalog.helper"});
+            EXPECT_EQ(started.wait(), 1) << program << folder;
+            std::array<char, 4096> log{};
+            ASSERT_GT(::read(printed.read.get(), log.data(), log.size() - 1), 0);
+            EXPECT_THAT(log.data(), HasSubstr("not stand in its build folder " QV_BUILD_FOLDER));
+            EXPECT_EQ(std::string(log.data()).find("failed to create XPC mach service") ==
+                          std::string::npos,
+                      program == std::string(QV_EXAMINER_PROGRAM));
+            std::filesystem::remove(folder + "/socket");
+        }
     }
 }
 

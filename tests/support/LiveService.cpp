@@ -62,11 +62,11 @@ LiveService::LiveService(std::string program, std::vector<std::string> environme
                   {.command = {std::move(program)}, .environment = std::move(environment)}) {}
 
 LiveService::LiveService(Listener listener, ProgramStart start) {
-    require(::chmod(folder_.path().c_str(), 0755) == 0, "folder"); // anybody may connect
     UniqueFd socket = listener == Listener::notListening
                           ? UniqueFd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0))
                           : listenAt(socketPath());
-    examinerSocket_ = listenAt(folder_ / "examiner.sock");
+    letAnybodyConnect();
+    examinerSocket_ = listenAt(home_ / "examiner.sock");
     examiner_ = std::make_unique<StartedProgram>(
         ProgramStart{.command = {QV_EXAMINER_PROGRAM},
                      .standard = {-1, printed_.write.get(), printed_.write.get()},
@@ -78,6 +78,18 @@ LiveService::LiveService(Listener listener, ProgramStart start) {
     program_ = std::make_unique<StartedProgram>(start);
     printed_.write.reset();
     collector_ = std::thread([this] { collect(); });
+}
+
+// A build folder may be closed to other users. The name by which they then find the socket is on
+// the same file system.
+void LiveService::letAnybodyConnect() {
+    for (const TemporaryDirectory* folder : {&home_, &folder_}) {
+        require(::chmod(folder->path().c_str(), 0755) == 0, "folder");
+    }
+    const std::string open = folder_ / "helper.sock";
+    if (::link(socketPath_.c_str(), open.c_str()) == 0) {
+        socketPath_ = open;
+    }
 }
 
 LiveService::~LiveService() {

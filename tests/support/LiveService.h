@@ -13,9 +13,9 @@
 
 namespace qv::test {
 
-/// The service of this build as its manager would start it: its listening socket, in a temporary
-/// folder, is handed over, its examiner listens beside it; what all print is caught. Stopped at the
-/// latest with its owner.
+/// The service of this build as its manager would start it: its listening socket, in a folder of
+/// its own below the build folder, is handed over, its examiner listens beside it; what all print
+/// is caught. Stopped at the latest with its owner.
 class LiveService {
 public:
     enum class Listener : std::uint8_t { handedOver, missing, misnamed, notListening };
@@ -29,7 +29,7 @@ public:
     LiveService& operator=(LiveService&&) = delete;
     ~LiveService();
 
-    [[nodiscard]] std::string socketPath() const { return folder_ / "helper.sock"; }
+    [[nodiscard]] std::string socketPath() const { return socketPath_; }
     /// What judges programs for the service.
     [[nodiscard]] StartedProgram& examiner() const { return *examiner_; }
     [[nodiscard]] pid_t pid() const { return program_->pid(); }
@@ -50,10 +50,13 @@ public:
 private:
     LiveService(Listener listener, ProgramStart start);
     template <typename Condition> bool waitUntil(const Condition& condition);
+    void letAnybodyConnect();
     void collect();
     void take(std::string_view piece);
 
+    TemporaryDirectory home_{QV_BUILD_FOLDER};
     TemporaryDirectory folder_;
+    std::string socketPath_ = home_ / "helper.sock";
     UniqueFd examinerSocket_;
     PipeEnds printed_ = makePipe();
     PipeEnds stop_ = makePipe();

@@ -7,8 +7,8 @@
 
 namespace qv::test {
 
-TemporaryDirectory::TemporaryDirectory() {
-    std::string name = std::filesystem::temp_directory_path() / "qvtest.XXXXXX";
+TemporaryDirectory::TemporaryDirectory(const std::filesystem::path& parent) {
+    std::string name = parent / "qvtest.XXXXXX";
     if (::mkdtemp(name.data()) == nullptr) {
         throw std::runtime_error("no temporary directory");
     }

@@ -1,5 +1,6 @@
 #include "platform/examiner/Examiner.h"
 #include "platform/examiner/Sandbox.h"
+#include "platform/foundation/files/SocketPlace.h"
 #include "platform/foundation/log/Log.h"
 #include "platform/foundation/process/ProcessState.h"
 
@@ -34,8 +35,15 @@ int main() {
         return fail("no listening socket was handed over");
     }
     qv::UniqueFd listener(SD_LISTEN_FDS_START);
-    if (::geteuid() == 0 && !QV_DEVELOPMENT_BUILD) {
+    constexpr std::string_view kFolder = QV_DEVELOPMENT_FOLDER; // empty but in a developer's build
+    if (kFolder.empty() && ::geteuid() == 0) {
         return fail("started as root; its unit gives it a user of its own");
+    }
+    if (!kFolder.empty() &&
+        !qv::isSocketBelow(qv::socketPath(listener.get()), std::string(kFolder))) {
+        return fail(fmt::format("This is a developer's build, and its socket does not stand in its "
+                                "build folder {}",
+                                kFolder));
     }
     // What the library would read from files later it would not be allowed to.
     if (::OPENSSL_init_crypto(OPENSSL_INIT_NO_LOAD_CONFIG | OPENSSL_INIT_LOAD_CRYPTO_STRINGS,

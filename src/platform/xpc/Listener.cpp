@@ -1,5 +1,6 @@
 #include "platform/xpc/Listener.h"
 
+#include "platform/foundation/files/SocketPlace.h"
 #include "platform/foundation/log/Log.h"
 #include "platform/foundation/values/Weakness.h"
 #include "platform/xpc/wire/WireError.h"
@@ -9,14 +10,11 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstddef>
 #include <cstdlib>
-#include <cstring>
 #include <fcntl.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <utility>
 
 namespace qv::xpc {
@@ -137,19 +135,9 @@ void Listener::resume() {
     }
 }
 
-// One client a turn: deciding about it may take a while.
-std::string Listener::path() const {
-    sockaddr_un address{};
-    socklen_t size = sizeof address;
-    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast): how sockets give addresses
-    if (::getsockname(socket_.get(), reinterpret_cast<sockaddr*>(&address), &size) != 0 ||
-        size <= offsetof(sockaddr_un, sun_path) || address.sun_path[0] != '/') {
-        return {};
-    }
-    const char* begin = static_cast<const char*>(address.sun_path);
-    return {begin, ::strnlen(begin, size - offsetof(sockaddr_un, sun_path))};
-}
+std::string Listener::path() const { return socketPath(socket_.get()); }
 
+// One client a turn: deciding about it may take a while.
 void Listener::onReady() {
     const int mode = isWeakened(Weakness::nonBlocking) ? 0 : SOCK_NONBLOCK;
     UniqueFd socket(::accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC | mode));

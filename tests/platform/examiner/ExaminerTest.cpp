@@ -81,7 +81,7 @@ protected:
         return answer;
     }
 
-    TemporaryDirectory folder_;
+    TemporaryDirectory folder_{QV_BUILD_FOLDER};
     TestAuthority authority_;
     TrustAnchors anchors_{folder_ / "anchors.d", ::geteuid()};
     UniqueFd listener_;
