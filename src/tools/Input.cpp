@@ -1,15 +1,14 @@
 #include "tools/Input.h"
 
 #include "platform/foundation/files/UniqueFd.h"
+#include "platform/foundation/files/content/FileBytes.h"
+#include "platform/foundation/files/content/OutputFile.h"
 #include "tools/Terminal.h"
 
 #include <fmt/format.h>
 
 #include <cerrno>
-#include <cstdio>
-#include <cstdlib>
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
 
@@ -18,20 +17,6 @@ namespace qv::tools {
 namespace {
 
 constexpr std::size_t kMost = std::size_t{1} << 30U;
-
-Error writeAll(int descriptor, std::string_view content) {
-    while (!content.empty()) {
-        const ssize_t written = ::write(descriptor, content.data(), content.size());
-        if (written < 0 && errno == EINTR) {
-            continue;
-        }
-        if (written < 0) {
-            return Error::posix(errno);
-        }
-        content.remove_prefix(static_cast<std::size_t>(written));
-    }
-    return {};
-}
 
 // A text that neither text reader takes has two errors. The old-style reader's tells more, unless
 // the text begins as XML does.
@@ -75,24 +60,9 @@ tl::expected<std::string, Error> readInput(const std::string& file) {
 }
 
 Error writeOutput(const std::string& file, std::string_view content) {
-    if (file == "-") {
-        return writeAll(STDOUT_FILENO, content);
-    }
-    std::string temporary = file + ".XXXXXX";
-    const UniqueFd descriptor(::mkostemp(temporary.data(), O_CLOEXEC));
-    if (!descriptor) {
-        return Error::posix(errno);
-    }
-    constexpr mode_t kMode = 0644;
-    Error error = writeAll(descriptor.get(), content);
-    if (!error && (::fchmod(descriptor.get(), kMode) != 0 || ::fsync(descriptor.get()) != 0 ||
-                   ::rename(temporary.c_str(), file.c_str()) != 0)) {
-        error = Error::posix(errno);
-    }
-    if (error) {
-        ::unlink(temporary.c_str());
-    }
-    return error;
+    const int error =
+        file == "-" ? writeAll(STDOUT_FILENO, content) : writeOutputFile(file, content);
+    return error == 0 ? Error() : Error::posix(error);
 }
 
 tl::expected<ListInput, ExitStatus> readList(const std::string& file) {

@@ -14,9 +14,8 @@ namespace qv::tools {
 /// All bytes of a file, or of standard input for "-". At most 1 GiB. Errors: NSPOSIXErrorDomain.
 [[nodiscard]] tl::expected<std::string, Error> readInput(const std::string& file);
 
-/// Writes a file through a temporary one beside it, so that a failure leaves the old one; "-" is
-/// standard output.
-Error writeOutput(const std::string& file, std::string_view content);
+/// Writes a file as writeOutputFile does; "-" is standard output. Errors: NSPOSIXErrorDomain.
+[[nodiscard]] Error writeOutput(const std::string& file, std::string_view content);
 
 struct ListInput {
     std::string content;

@@ -106,6 +106,55 @@ TEST_F(PlistCommand, AFileStaysWhenItsReplacementFails) {
                 FailsWith(2, "no/such/folder: "));
 }
 
+// Each place is made by commands, and looked at by others after the list (b) was written there.
+TEST_F(PlistCommand, OutputKeepsWhatItsPlaceIs) {
+    struct Row {
+        const char* make;
+        const char* look;
+        const char* seen; ///< a failure leaves things so; then `why` is told
+        const char* why = "";
+    };
+    if (::geteuid() != 0) {
+        GTEST_SKIP() << "needs root, for owners and devices";
+    }
+    const std::vector<Row> rows = {
+        {"umask 027", "stat -c %a:%F place", "640:regular file"},
+        {"echo old >place; chmod 2604 place", "stat -c %a:%u place", "2604:0"},
+        {"echo old >place; chown 65534:65533 place; chmod 4711 place", "stat -c %a:%u:%g place",
+         "4711:65534:65533"},
+        {"echo old >real; ln real other; ln -s real place",
+         "readlink place; cat other; grep -c /plist real", "real\nold\n1"},
+        {"mkdir sub; ln -s link place; ln -s sub/new link", "readlink place; ls sub", "link\nnew"},
+        {"mkfifo place; (cat place >heard) & disown",
+         "timeout 20 bash -c 'until grep -q /plist heard; do :; done'; stat -c %F place", "fifo"},
+        {"mknod place c 1 3", "stat -c %F:%t:%T place", "character special file:1:3"},
+        {"mknod device c 1 7; ln -s device place", "stat -c %F:%t:%T device; readlink place",
+         "character special file:1:7\ndevice", "No space left"},
+        {"mkdir place", "stat -c %F place", "directory", "directory"},
+        {"ln -s place place", "readlink place", "place", "symbolic links"},
+        {"python3 -c 'import socket; socket.socket(socket.AF_UNIX).bind(\"place\")'",
+         "stat -c %F place", "socket", "not supported"},
+        {"echo old >place; ulimit -f 0; trap '' XFSZ", "cat place; ls -A", "old\nplace",
+         "too large"},
+        {"ulimit -f 0; trap '' XFSZ", "ls -A", "", "too large"},
+    };
+    for (const auto& [make, look, seen, why] : rows) {
+        const TemporaryDirectory folder;
+        const auto in = [&](const std::string& commands) {
+            return runProgram(
+                {"/bin/bash", "-c", "cd \"$1\"; " + commands, "bash", folder.path(), QV_COMMAND},
+                "(b)", {"PATH=/usr/bin:/bin"});
+        };
+        const ProgramRun run = in(std::string(make) + "; exec \"$2\" plist - --to xml -o place");
+        if (*why == '\0') {
+            EXPECT_THAT(run, Succeeds()) << make;
+        } else {
+            EXPECT_THAT(run, FailsWith(2, why)) << make;
+        }
+        EXPECT_EQ(in(look).output, std::string(seen) + (*seen == '\0' ? "" : "\n")) << make;
+    }
+}
+
 TEST_F(PlistCommand, ArchivesAreDecodedAndUnknownClassesNamed) {
     const std::string make = "import plistlib,sys\n"
                              "U=plistlib.UID\n"

@@ -25,6 +25,20 @@ int readExactly(int fd, std::uint64_t offset, std::span<char> into) noexcept {
     return 0;
 }
 
+int writeAll(int fd, std::string_view bytes) noexcept {
+    while (!bytes.empty()) {
+        const ssize_t written = ::write(fd, bytes.data(), bytes.size());
+        if (written < 0 && errno == EINTR) {
+            continue;
+        }
+        if (written <= 0) {
+            return written < 0 ? errno : EIO;
+        }
+        bytes.remove_prefix(static_cast<std::size_t>(written));
+    }
+    return 0;
+}
+
 std::string errnoText(int errorNumber) { return std::system_category().message(errorNumber); }
 
 } // namespace qv

@@ -67,16 +67,7 @@ int ReplacementFile::copyFrom(int source, std::uint64_t length,
     return 0;
 }
 
-int ReplacementFile::append(std::string_view bytes) {
-    while (!bytes.empty()) {
-        const ssize_t written = ::write(file_.get(), bytes.data(), bytes.size());
-        if (written < 0 && errno != EINTR) {
-            return errno;
-        }
-        bytes.remove_prefix(written < 0 ? 0 : static_cast<std::size_t>(written));
-    }
-    return 0;
-}
+int ReplacementFile::append(std::string_view bytes) { return writeAll(file_.get(), bytes); }
 
 int ReplacementFile::give(uid_t user, gid_t group, mode_t mode) {
     // The mode comes last: changing the owner clears the bits that change identity.
