@@ -9,6 +9,7 @@
 #include <systemd/sd-daemon.h>
 
 #include <cstdlib>
+#include <ctime>
 #include <fcntl.h>
 #include <string>
 #include <unistd.h>
@@ -45,7 +46,9 @@ int main() {
                                 "build folder {}",
                                 kFolder));
     }
-    // What the library would read from files later it would not be allowed to.
+    // What the libraries would read from files later they would not be allowed to: the time zone
+    // comes before any calculation with dates, even in UTC.
+    ::tzset();
     if (::OPENSSL_init_crypto(OPENSSL_INIT_NO_LOAD_CONFIG | OPENSSL_INIT_LOAD_CRYPTO_STRINGS,
                               nullptr) != 1) {
         return fail("the cryptographic library does not start");

@@ -34,7 +34,9 @@ protected:
                          .listenerName = "com.larkwen.qvcatalog.examiner"});
         authority_.anchorIn(folder_ / "anchors.d");
         copySmallProgram(program());
-        const auto done = CodeSigner::sign(program(), authority_.requestIn(folder_ / "keys"));
+        SigningRequest request = authority_.requestIn(folder_ / "keys");
+        request.flags |= code_flags::kCheckExpiration; // so that it has to ask for the time as well
+        const auto done = CodeSigner::sign(program(), request);
         ASSERT_TRUE(done) << done.error().description();
     }
     [[nodiscard]] std::string socketPath() const { return folder_ / "examiner.sock"; }
