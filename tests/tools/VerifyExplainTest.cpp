@@ -1,5 +1,7 @@
 // qvcatalog verify --explain: what a client's maker reads who was refused, or is about to be.
 
+#include "platform/security/SignatureFixture.h"
+#include "platform/security/signature/SignatureTrailer.h"
 #include "support/ClientProcess.h"
 #include "tools/ClientPrograms.h"
 
@@ -48,6 +50,40 @@ TEST_F(VerifyExplain, AProgramOnDiskIsToldWhatItLacks) {
     EXPECT_THAT(good, Succeeds());
     EXPECT_THAT(good.output, AllOf(HasSubstr("launch mark: the file is installed as it must be"),
                                    Not(HasSubstr("remedy"))));
+}
+
+// Of files and of processes. `qvcatalog sign` would refuse the last row.
+TEST_F(VerifyExplain, ExpiryIsToldWithWhetherItCounts) {
+    struct Row {
+        int lastDay;
+        std::uint32_t flags;
+        const char* told;
+    };
+    const TestAuthority authority;
+    for (const auto& [lastDay, flags, told] :
+         {Row{9, 0x700, "\ncertificate 1: "},
+          {-9, 0x300, ", which is past but does not count: "},
+          {-9, 0x700, ", which is past and counts: [^\n]*\n  remedy: sign it anew"}}) {
+        CertificateSpec spec = CertificateSpec::leaf();
+        spec.validFromDays = -20;
+        spec.validToDays = lastDay;
+        const TestIdentity signer = authority.intermediate.issue(spec);
+        CodeDirectory directory = directoryFor(contentOf(QV_SAMPLE_CLIENT));
+        directory.flags = flags;
+        SignatureTrailer trailer;
+        trailer.directory = directory.encoded().value();
+        trailer.cms =
+            cmsOver(trailer.directory, {.signers = {&signer}, .others = {&authority.intermediate}});
+        const auto program = unsignedProgram(std::to_string(static_cast<int>(flags) * lastDay));
+        std::ofstream(program, std::ios::app) << trailer.encoded();
+        const ClientProcess client(ClientProcess::Options::asNobody(program));
+        for (const auto& run : {qvcatalog({"verify", program, "--explain"}), verify(client)}) {
+            EXPECT_THAT(run.output, testing::ContainsRegex(
+                                        std::string("certificate 0 expires: 20[-+0-9: ]*") + told));
+            EXPECT_EQ(run.output.find("-2147409654") != std::string::npos,
+                      lastDay < 0 && flags == 0x700);
+        }
+    }
 }
 
 TEST_F(VerifyExplain, AnInstalledClientIsToldThatOnlyTheServiceKnows) {

@@ -23,6 +23,7 @@ struct CertificateFacts {
     std::vector<std::string> policyOIDs;    ///< dotted, from the certificate-policies extension
     /// Extensions whose value is a UTCTime or GeneralizedTime: dotted OID and the instant.
     std::vector<std::pair<std::string, Date>> timestamps;
+    Date expires;              ///< the end of its term
     bool vendorRoot = false;   ///< an anchor that satisfies `anchor apple generic`
     bool platformRoot = false; ///< an anchor whose code may satisfy `anchor apple`
     bool trusted = false;      ///< marked trusted by the administrator

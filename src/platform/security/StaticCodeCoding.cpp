@@ -35,6 +35,7 @@ constexpr std::string_view kSubject = "subject";
 constexpr std::string_view kExtensions = "extensions";
 constexpr std::string_view kPolicies = "policies";
 constexpr std::string_view kTimestamps = "timestamps";
+constexpr std::string_view kExpires = "expires";
 constexpr std::string_view kVendorRoot = "vendor-root";
 constexpr std::string_view kPlatformRoot = "platform-root";
 constexpr std::string_view kTrusted = "trusted";
@@ -72,6 +73,7 @@ Value encodedCertificate(const CertificateFacts& facts) {
          {key::kPolicies, textsValue(facts.policyOIDs)},
          {key::kTimestamps,
           pairsValue(facts.timestamps, [](Date date) { return Value::date(date); })},
+         {key::kExpires, Value::date(facts.expires)},
          {key::kVendorRoot, Value::boolean(facts.vendorRoot)},
          {key::kPlatformRoot, Value::boolean(facts.platformRoot)},
          {key::kTrusted, Value::boolean(facts.trusted)},
@@ -149,6 +151,9 @@ private:
                   [&](std::string_view name, const Value& value) {
                       facts.timestamps.emplace_back(name, value.asDate());
                   });
+        if (const Value* expires = field(encoding, key::kExpires, Value::Kind::date)) {
+            facts.expires = expires->asDate();
+        }
         read(encoding, key::kVendorRoot, facts.vendorRoot);
         read(encoding, key::kPlatformRoot, facts.platformRoot);
         read(encoding, key::kTrusted, facts.trusted);

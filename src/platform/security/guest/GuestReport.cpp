@@ -11,6 +11,7 @@
 #include <fmt/ranges.h>
 
 #include <algorithm>
+#include <ctime>
 #include <iterator>
 
 namespace qv {
@@ -30,6 +31,24 @@ void appendIdentity(Facts& identity, const StaticCode& code) {
     identity.push_back({"signed flags", fmt::format("0x{:x}", code.directoryFlags())});
 }
 
+ReportFact expiryOf(const CertificateFacts& certificate, std::size_t slot, bool counts) {
+    constexpr double kReference = 978307200; // 2001-01-01 in seconds since 1970
+    const Value end = Value::date(certificate.expires);
+    ReportFact fact{fmt::format("certificate {} expires", slot), description(&end)};
+    if (certificate.expires.secondsSinceReference + kReference >
+        static_cast<double>(std::time(nullptr))) {
+        return fact;
+    }
+    if (counts) {
+        fact.text += ", which is past and counts: the signature asks for it";
+        fact.remedy = "sign it anew, with certificates that are still valid";
+    } else {
+        fact.text += ", which is past but does not count: the signature does not ask for it "
+                     "(--flags expires)";
+    }
+    return fact;
+}
+
 void appendSignature(Facts& all, const StaticCode& code) {
     if (!code.signatureIntact()) {
         return;
@@ -46,6 +65,7 @@ void appendSignature(Facts& all, const StaticCode& code) {
                            name, log::foreign(value));
         }
         all.push_back({fmt::format("certificate {}", slot), subject});
+        all.push_back(expiryOf(chain[slot], slot, !code.isTimeless()));
     }
 }
 

@@ -59,16 +59,18 @@ std::optional<std::string> utf8(const ASN1_STRING* text) {
     return result;
 }
 
-template <auto Decode, auto Release> std::optional<std::time_t> decodedTime(std::string_view der) {
+std::optional<Date> dateOf(const ASN1_TIME* time) {
+    std::tm parts{};
+    return time != nullptr && ASN1_TIME_to_tm(time, &parts) == 1
+               ? std::optional(Date{static_cast<double>(::timegm(&parts)) - kReferenceDate})
+               : std::nullopt;
+}
+
+template <auto Decode, auto Release> std::optional<Date> decodedTime(std::string_view der) {
     const unsigned char* at = unsignedBytes(der);
     const std::unique_ptr<ASN1_TIME, Releaser<Release>> time(
         Decode(nullptr, &at, static_cast<long>(der.size())));
-    std::tm parts{};
-    if (!time || at != unsignedBytes(der) + der.size() ||
-        ASN1_TIME_to_tm(time.get(), &parts) != 1) {
-        return std::nullopt;
-    }
-    return ::timegm(&parts);
+    return at == unsignedBytes(der) + der.size() ? dateOf(time.get()) : std::nullopt;
 }
 
 // The instant that an extension's value spells, if it is nothing but a time.
@@ -78,14 +80,14 @@ std::optional<Date> timestamp(const X509_EXTENSION* extension) {
         const_cast<X509_EXTENSION*>(extension)); // NOLINT(cppcoreguidelines-pro-type-const-cast)
     const std::string_view der = bytesView(ASN1_STRING_get0_data(value),
                                            static_cast<std::size_t>(ASN1_STRING_length(value)));
-    std::optional<std::time_t> time;
+    std::optional<Date> time;
     if (!der.empty() && der.front() == V_ASN1_UTCTIME) {
         time = decodedTime<d2i_ASN1_UTCTIME, ASN1_UTCTIME_free>(der);
     } else if (!der.empty() && der.front() == V_ASN1_GENERALIZEDTIME) {
         time = decodedTime<d2i_ASN1_GENERALIZEDTIME, ASN1_GENERALIZEDTIME_free>(der);
     }
     ERR_clear_error();
-    return time ? std::optional(Date{static_cast<double>(*time) - kReferenceDate}) : std::nullopt;
+    return time;
 }
 
 struct PoliciesReleaser {
@@ -213,6 +215,11 @@ tl::expected<CertificateFacts, std::string> certificateFacts(const X509& certifi
     if (!readPolicies(certificate, facts.policyOIDs)) {
         return tl::unexpected<std::string>("has certificate policies that cannot be read");
     }
+    const auto expires = dateOf(X509_get0_notAfter(&certificate));
+    if (!expires) {
+        return tl::unexpected<std::string>("has a term whose end cannot be read");
+    }
+    facts.expires = *expires;
     for (int index = 0; index < X509_get_ext_count(&certificate); ++index) {
         X509_EXTENSION* extension = X509_get_ext(&certificate, index);
         facts.extensionOIDs.push_back(dottedOID(X509_EXTENSION_get_object(extension)));

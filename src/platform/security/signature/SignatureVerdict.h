@@ -22,7 +22,8 @@ struct SignatureVerdict {
     bool intact = false;                    ///< the CMS is mathematically good
     std::optional<CodeDirectory> directory; ///< none unless intact and readable
     std::array<std::uint8_t, 20> cdhash{};
-    std::vector<CertificateFacts> chain; ///< empty when no good chain was found
+    std::vector<CertificateFacts>
+        chain; ///< empty when none was found that is good but for its terms
 
     [[nodiscard]] static SignatureVerdict judge(std::string_view directory, std::string_view cms,
                                                 const AnchorSet& anchors);
