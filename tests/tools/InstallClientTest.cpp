@@ -102,7 +102,7 @@ TEST_F(InstallClient, MakesAClientThatTheServiceAccepts) {
 TEST_F(InstallClient, TheRunningServiceGreetsItAndNoOther) {
     LiveService service;
     ASSERT_TRUE(service.waitForLog("QVCatalogHelperXPC launched"));
-    const fs::path source = signedProgram("puppet", "hard,kill", {}, QV_WIRE_PUPPET);
+    const fs::path source = signedProgram("puppet", "hard,kill,expires", {}, QV_WIRE_PUPPET);
     Puppet asBuilt(source);
     EXPECT_FALSE(asBuilt.connect(service.socketPath()));
     ASSERT_THAT(installClient(source, place_ / "puppet"), Succeeds());

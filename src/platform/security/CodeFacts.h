@@ -3,6 +3,7 @@
 #include "platform/foundation/values/Value.h"
 
 #include <array>
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -28,6 +29,12 @@ struct CertificateFacts {
     bool platformRoot = false; ///< an anchor whose code may satisfy `anchor apple`
     bool trusted = false;      ///< marked trusted by the administrator
     bool revoked = false;
+
+    static constexpr double kReferenceDate = 978307200; ///< 2001-01-01 in seconds since 1970
+    [[nodiscard]] bool hasExpired(std::chrono::system_clock::time_point at) const {
+        const std::chrono::duration<double> since1970 = at.time_since_epoch();
+        return expires.secondsSinceReference + kReferenceDate <= since1970.count();
+    }
 };
 
 /// What a signature says about a program, once it has been found good.

@@ -22,7 +22,7 @@ bool ExaminationCache::isSettled(const FileKey& file) const {
 
 std::shared_ptr<const StaticCode> ExaminationCache::find(const FileKey& file) {
     const auto found = std::ranges::find(entries_, file, [](auto& entry) { return entry.first; });
-    if (found == entries_.end() || !isSettled(file)) {
+    if (found == entries_.end() || !isSettled(file) || !found->second->holdsAt(clock_())) {
         return nullptr;
     }
     std::rotate(entries_.begin(), found, found + 1);
@@ -30,7 +30,7 @@ std::shared_ptr<const StaticCode> ExaminationCache::find(const FileKey& file) {
 }
 
 void ExaminationCache::add(const FileKey& file, const std::shared_ptr<const StaticCode>& code) {
-    if (code->status() != codesign_status::kSuccess || !code->isTimeless() || !isSettled(file)) {
+    if (code->status() != codesign_status::kSuccess || !isSettled(file)) {
         return;
     }
     std::erase_if(entries_, [&](const auto& entry) { return entry.first == file; });

@@ -16,8 +16,8 @@ namespace qv {
 
 /// Remembers what programs were found to be worth, the 64 most recently used ones. Only good
 /// signatures of programs of the trusted owner stay, so that nobody else can push them out; they
-/// count for the very same, unchanged file; and all are forgotten when the anchors change. Not for
-/// several threads at once.
+/// count for the very same, unchanged file, and until a certificate expires where that counts; and
+/// all are forgotten when the anchors change. Not for several threads at once.
 ///
 /// A judgement may be remembered because a running executable cannot be written, and every writer
 /// before it ran has moved the file's change time. Libraries have no such protection.

@@ -8,6 +8,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <sys/stat.h>
@@ -136,6 +137,12 @@ private:
     SignatureTrailer trailer_;
     StaticCode code_;
 };
+
+bool StaticCode::holdsAt(std::chrono::system_clock::time_point time) const noexcept {
+    return !checksExpiry() || std::ranges::none_of(facts_.chain, [&](const auto& certificate) {
+        return certificate.hasExpired(time);
+    });
+}
 
 StaticCode StaticCode::examine(int fd, const Examination& examination) {
     return StaticCodeExaminer(fd).examined(examination);

@@ -53,10 +53,12 @@ public:
     [[nodiscard]] std::uint32_t directoryFlags() const noexcept { return directoryFlags_; }
     /// The debuggable entitlement, in a directory whose signature is intact.
     [[nodiscard]] bool getTaskAllow() const noexcept { return getTaskAllow_; }
-    /// Holds as long as bytes and anchors are the same: time does not count.
-    [[nodiscard]] bool isTimeless() const noexcept {
-        return (directoryFlags_ & code_flags::kCheckExpiration) == 0;
+    /// The signature asks for the terms of its certificates to count.
+    [[nodiscard]] bool checksExpiry() const noexcept {
+        return (directoryFlags_ & code_flags::kCheckExpiration) != 0;
     }
+    /// Whether a good judgement still holds, if bytes and anchors are the same.
+    [[nodiscard]] bool holdsAt(std::chrono::system_clock::time_point time) const noexcept;
     /// Empty fields unless the signature is intact.
     [[nodiscard]] const CodeFacts& facts() const noexcept { return facts_; }
 

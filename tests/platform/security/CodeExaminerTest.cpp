@@ -59,7 +59,7 @@ TEST_F(CodeExaminerTest, JudgesAnUnchangedGoodProgramOnce) {
     EXPECT_NE(examiner.examine(file.get(), kNoDeadline), changed) << "only good ones stay";
 }
 
-TEST_F(CodeExaminerTest, RemembersNeitherFreshNorForeignNorTimedPrograms) {
+TEST_F(CodeExaminerTest, RemembersNeitherFreshNorForeignNorExpiredPrograms) {
     CodeExaminer fresh(anchors(), ::geteuid(),
                        rememberingCache(::geteuid(), std::chrono::seconds(1)));
     CodeExaminer foreign(anchors(), ::geteuid(), rememberingCache(::geteuid() + 1));
@@ -70,10 +70,13 @@ TEST_F(CodeExaminerTest, RemembersNeitherFreshNorForeignNorTimedPrograms) {
     }
     ASSERT_TRUE(program_.sign(
         [](SigningRequest& request) { request.flags = code_flags::kCheckExpiration; }));
-    CodeExaminer examiner(anchors(), ::geteuid(), rememberingCache());
-    const auto timed = examiner.examine(opened().get(), kNoDeadline);
-    ASSERT_EQ(timed->status(), kSuccess) << timed->reason();
-    EXPECT_NE(examiner.examine(opened().get(), kNoDeadline), timed) << "it may expire meanwhile";
+    for (const int days : {29, 31}) { // the leaf's are 30
+        CodeExaminer examiner(anchors(), ::geteuid(),
+                              rememberingCache(::geteuid(), std::chrono::days(days)));
+        const auto timed = examiner.examine(opened().get(), kNoDeadline);
+        ASSERT_EQ(timed->status(), kSuccess) << timed->reason();
+        EXPECT_EQ(examiner.examine(opened().get(), kNoDeadline) == timed, days < 30);
+    }
 }
 
 TEST_F(CodeExaminerTest, RevocationTakesEffectAtOnce) {

@@ -11,7 +11,6 @@
 #include <fmt/ranges.h>
 
 #include <algorithm>
-#include <ctime>
 #include <iterator>
 
 namespace qv {
@@ -32,11 +31,9 @@ void appendIdentity(Facts& identity, const StaticCode& code) {
 }
 
 ReportFact expiryOf(const CertificateFacts& certificate, std::size_t slot, bool counts) {
-    constexpr double kReference = 978307200; // 2001-01-01 in seconds since 1970
     const Value end = Value::date(certificate.expires);
     ReportFact fact{fmt::format("certificate {} expires", slot), description(&end)};
-    if (certificate.expires.secondsSinceReference + kReference >
-        static_cast<double>(std::time(nullptr))) {
+    if (!certificate.hasExpired(std::chrono::system_clock::now())) {
         return fact;
     }
     if (counts) {
@@ -65,7 +62,7 @@ void appendSignature(Facts& all, const StaticCode& code) {
                            name, log::foreign(value));
         }
         all.push_back({fmt::format("certificate {}", slot), subject});
-        all.push_back(expiryOf(chain[slot], slot, !code.isTimeless()));
+        all.push_back(expiryOf(chain[slot], slot, code.checksExpiry()));
     }
 }
 

@@ -14,8 +14,6 @@ namespace qv {
 
 namespace {
 
-constexpr double kReferenceDate = 978307200; // 2001-01-01 in seconds since 1970
-
 // Names of subject components as requirements spell them.
 struct ComponentName {
     std::string_view oid;
@@ -62,7 +60,8 @@ std::optional<std::string> utf8(const ASN1_STRING* text) {
 std::optional<Date> dateOf(const ASN1_TIME* time) {
     std::tm parts{};
     return time != nullptr && ASN1_TIME_to_tm(time, &parts) == 1
-               ? std::optional(Date{static_cast<double>(::timegm(&parts)) - kReferenceDate})
+               ? std::optional(
+                     Date{static_cast<double>(::timegm(&parts)) - CertificateFacts::kReferenceDate})
                : std::nullopt;
 }
 
