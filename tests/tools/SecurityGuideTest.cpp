@@ -59,8 +59,8 @@ TEST(SecurityGuide, ItsCommandsMakeAnchorsAndClientsThatCount) {
     ASSERT_EQ(client->status(), codesign_status::kSuccess) << client->reason();
     EXPECT_EQ(examiner.anchorsReason(), "");
     EXPECT_EQ(Requirement::compile(kRequirement)->evaluate(client->facts()), 0);
-    EXPECT_EQ(client->directoryFlags(),
-              code_flags::kHard | code_flags::kKill | code_flags::kRuntime);
+    EXPECT_EQ(client->directoryFlags(), code_flags::kHard | code_flags::kKill |
+                                            code_flags::kRuntime | code_flags::kCheckExpiration);
 
     ASSERT_NO_FATAL_FAILURE(run(blocks[3]));
     EXPECT_EQ(judged()->status(), codesign_status::kCertificateRevoked) << examiner.anchorsReason();
