@@ -81,7 +81,8 @@ TEST_F(Processes, WhileOneScriptWaitsTheOthersAreInLine) {
         each->begin(fmt::format("connect {}", service_->socketPath()));
     }
     EXPECT_EQ(contentOf(folder_ / "order"), "first begins\n");
-    EXPECT_LE(service_->descriptors(), descriptors);
+    // The waiting itself may have begun only after the first count.
+    EXPECT_LT(service_->descriptors(), descriptors + crowd.size());
 
     sleeper.kill();
     EXPECT_TRUE(client_->outcome()->success);
