@@ -9,6 +9,7 @@
 #include <functional>
 #include <set>
 #include <string_view>
+#include <tuple>
 
 namespace qv::test {
 namespace {
@@ -33,6 +34,8 @@ public:
     [[nodiscard]] bool hasFailed() const { return failed_; }
     /// Each kind of call that was failed, ever.
     [[nodiscard]] const std::set<std::string_view>& kindsFailed() const { return kindsFailed_; }
+    /// What was looked at by its path, ever.
+    [[nodiscard]] const std::set<std::string>& paths() const { return paths_; }
 
     Result<UniqueFd> openProcess(pid_t pid) override {
         return answer("openProcess", [&] { return kernel_.openProcess(pid); });
@@ -41,15 +44,18 @@ public:
         return answer("duplicate", [&] { return kernel_.duplicate(fd); });
     }
     Result<UniqueFd> open(int directory, const std::string& path, int flags) override {
+        paths_.insert(path);
         return answer("open", [&] { return kernel_.open(directory, path, flags); });
     }
     Result<struct stat> status(int fd) override {
         return answer("status", [&] { return kernel_.status(fd); });
     }
     Result<struct stat> statusAt(int directory, const std::string& path) override {
+        paths_.insert(path);
         return answer("statusAt", [&] { return kernel_.statusAt(directory, path); });
     }
     Result<FileOnMount> fileAt(int directory, const std::string& path) override {
+        paths_.insert(path);
         return answer("fileAt", [&] { return kernel_.fileAt(directory, path); });
     }
     Result<std::uint64_t> fileSystemMagic(int fd) override {
@@ -87,6 +93,7 @@ private:
     int errorNumber_ = 0;
     bool failed_ = false;
     std::set<std::string_view> kindsFailed_;
+    std::set<std::string> paths_;
     int eventful_ = 0;
     std::function<void()> event_;
 };
@@ -167,6 +174,33 @@ TEST_F(GuestFaults, NoFailedCallMakesADebuggableClientAcceptable) {
                         return judge(services, auditAttribute(tokenOf(client)));
                     }),
                     testing::Contains("fileSystemMagic"));
+    }
+}
+
+// To look at a process can take as long as its user likes: only who has shown the mark is looked
+// at.
+TEST_F(GuestFaults, NothingOfAnUnmarkedPeerIsOpened) {
+    CodeSigningConfiguration everybodys = programs()->configuration();
+    everybodys.developmentAnchors = false;
+    CodeSigningConfiguration groupless = everybodys;
+    groupless.clientGroup.reset();
+    const ClientProcess unmarked(
+        ClientProcess::Options::asNobody(programs()->debuggableClient("unmarked")));
+    const ClientProcess marked(
+        ClientProcess::Options::asNobody(programs()->markedClient("installed", 0x10300)));
+    for (const auto& [configuration, client, isLookedAt] :
+         {std::tuple{&everybodys, &unmarked, false},
+          {&groupless, &marked, false},
+          {&everybodys, &marked, true}}) {
+        auto system = std::make_shared<FaultySystem>();
+        GuestServices services(*configuration, system);
+        const GuestOutcome outcome = judgePeer(services, *client);
+        EXPECT_EQ(outcome.information, 0);
+        EXPECT_EQ(outcome.flags != 0 && outcome.isAccepted(), isLookedAt) << outcome.flags;
+        EXPECT_EQ(system->paths().contains("maps"), isLookedAt);
+        if (!isLookedAt) {
+            EXPECT_THAT(system->paths(), testing::Each(testing::StartsWith("/proc/self/fdinfo/")));
+        }
     }
 }
 

@@ -27,6 +27,9 @@ Error GuestCode::checkStillRunning() const {
     if (*ended) {
         return codeSigningError(codesign_status::kNoSuchCode, "the process has ended");
     }
+    if (!record_.handles.image) {
+        return {}; // whatever it executes by now, none of it was looked at
+    }
     std::array<char, 64> begin{};
     const auto bytes = system_->read(record_.handles.image.get(), 0, begin);
     if (!bytes && bytes.error() != ESRCH) {

@@ -16,7 +16,8 @@ struct CodeSigningConfiguration {
     std::optional<gid_t> clientGroup;
     /// The anchors are a developer's own: a debuggable program counts as one even when its
     /// certificate is marked for distribution. Elsewhere it does not, because whoever may debug a
-    /// program speaks for it.
+    /// program speaks for it; and elsewhere a peer that connected without the client group gets no
+    /// flag at all, and nothing of its process is looked at.
     bool developmentAnchors = false;
     /// Lets executables stand on tmpfs and ramfs, as in some containers.
     bool allowTemporaryFileSystems = false;

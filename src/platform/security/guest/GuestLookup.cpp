@@ -5,6 +5,7 @@
 #include "platform/security/CodeSigningStatus.h"
 #include "platform/security/guest/AllowedFileSystems.h"
 #include "platform/security/guest/GuestError.h"
+#include "platform/security/guest/LaunchMark.h"
 #include "platform/security/signature/SignatureTrailer.h"
 
 #include <fmt/format.h>
@@ -107,6 +108,11 @@ Error GuestLookup::bindProcess() {
     if (Error mismatch = checkToken()) {
         return mismatch;
     }
+    if (lacksMarkForGood()) {
+        code_ = std::make_shared<const StaticCode>(StaticCode::unreadable(EACCES));
+        isComplete_ = true;
+        return requireAlive();
+    }
     auto directory =
         reader_.openAt(AT_FDCWD, fmt::format("/proc/{}", selector_.process), O_PATH | O_DIRECTORY);
     if (!directory) {
@@ -115,6 +121,14 @@ Error GuestLookup::bindProcess() {
     handles_.directory = std::move(*directory);
     // Alive after the folder was opened: the number had not changed hands, the folder is its own.
     return requireAlive();
+}
+
+// Without developers' programs only a mark gets a client accepted, and it can be missed without a
+// look at the process. Such a look is its user's to delay: the kernel opens some files of a process
+// only when that is not about to execute another program, which can take for ever.
+bool GuestLookup::lacksMarkForGood() const {
+    return peer_ != nullptr && !configuration_.developmentAnchors &&
+           !connectedWithMark(*observation_.peer, configuration_.clientGroup);
 }
 
 Error GuestLookup::checkToken() {

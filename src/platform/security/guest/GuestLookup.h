@@ -21,7 +21,8 @@ namespace qv {
 
 /// The descriptors that bind a look-up to one image of one process.
 struct GuestHandles {
-    UniqueFd process;   ///< pidfd
+    UniqueFd process; ///< pidfd
+    // None of these of a peer that was turned away by its credentials:
     UniqueFd directory; ///< of the process in procfs; answers ESRCH once the process is gone
     UniqueFd image;     ///< its `maps`: reads nothing once the process has executed something else
 };
@@ -58,6 +59,7 @@ private:
     Error compareAgain();
 
     Error checkToken();
+    [[nodiscard]] bool lacksMarkForGood() const;
     Error requireAlive();
     [[nodiscard]] bool hasEnded();
     [[nodiscard]] bool isAllowed(const MountedFileSystem& fileSystem) const;

@@ -40,12 +40,16 @@ std::vector<Lack> missingFromInstallation(const struct stat& file,
     return lacks;
 }
 
+bool connectedWithMark(const PeerCredentials& peer, std::optional<gid_t> clientGroup) {
+    return clientGroup == peer.group || isWeakened(Weakness::launchMark);
+}
+
 std::vector<Lack> missingForMark(const GuestObservation& seen, std::optional<gid_t> clientGroup) {
     if (isWeakened(Weakness::launchMark)) {
         return {};
     }
     std::vector<Lack> lacks = missingFromInstallation(seen.executable, clientGroup);
-    if (!clientGroup || (seen.peer && seen.peer->group == *clientGroup)) {
+    if (!clientGroup || (seen.peer && connectedWithMark(*seen.peer, clientGroup))) {
         return lacks;
     }
     if (seen.fileSystem.ignoresSetGroup) {

@@ -28,6 +28,10 @@ struct Lack {
 [[nodiscard]] std::vector<Lack> missingFromInstallation(const struct stat& file,
                                                         std::optional<gid_t> clientGroup);
 
+/// Whether a process had the client group when it connected. The mark takes more than that: a file
+/// that gives the group to those alone who execute it.
+[[nodiscard]] bool connectedWithMark(const PeerCredentials& peer, std::optional<gid_t> clientGroup);
+
 /// What a process lacks of the mark, what its file lacks first.
 [[nodiscard]] std::vector<Lack> missingForMark(const GuestObservation& seen,
                                                std::optional<gid_t> clientGroup);
