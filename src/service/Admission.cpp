@@ -16,6 +16,8 @@ namespace qv {
 
 namespace {
 
+using Clock = std::chrono::steady_clock;
+
 constexpr std::string_view kTeamID = "T4KQ8ZP3WM";
 // Hard and kill enforcement.
 constexpr std::uint32_t kRequiredCodeSignatureAttributes = 0x300;
@@ -45,10 +47,12 @@ std::uint32_t eventsFor(const ClientVerification::Examination& examination) {
 } // namespace
 
 Admission::Admission(xpc::MainQueue& queue, ClientVerification& verification,
-                     const Value& infoDictionary, std::string examinerPath, Accepted accepted)
+                     const Value& infoDictionary, std::string examinerPath, Accepted accepted,
+                     Charge charge)
     : queue_(queue), verification_(verification),
       requirement_(authorizedClientRequirement(infoDictionary)),
       examinerPath_(std::move(examinerPath)), accepted_(std::move(accepted)),
+      charge_(std::move(charge)),
       rejections_(queue, kRecordsLogged, kRecordInterval,
                   [](std::string_view record) { log::write(log::Priority::error, record); }),
       verifications_(queue, kRecordsLogged, kRecordInterval,
@@ -61,7 +65,12 @@ void Admission::judge(const std::shared_ptr<xpc::Connection>& connection) {
 }
 
 void Admission::settle(Candidates::iterator candidate) {
+    const auto begin = Clock::now();
     const Verdict verdict = verify(*candidate);
+    const bool isDecidedAtOnce = verdict != Verdict::open && !candidate->timer;
+    if (!isDecidedAtOnce) {
+        charge(*candidate, verdict == Verdict::accepted ? -candidate->cost : Clock::now() - begin);
+    }
     if (verdict == Verdict::open) {
         if (const std::string failed = watch(candidate); !failed.empty()) {
             reject(candidate, failed);
@@ -131,6 +140,7 @@ std::string Admission::watch(Candidates::iterator candidate) {
     }
     candidate->source = std::move(*source);
     candidate->examination = std::move(examination);
+    candidate->begun = Clock::now();
     return {};
 }
 
@@ -143,8 +153,7 @@ void Admission::advance(Candidates::iterator candidate) {
         }
         return;
     }
-    candidate->source.reset();
-    candidate->examination.reset();
+    endExamination(*candidate);
     if (!finished) {
         reject(candidate, fmt::format("its program was not examined: {}", finished.error()));
     } else {
@@ -154,9 +163,24 @@ void Admission::advance(Candidates::iterator candidate) {
 }
 
 void Admission::reject(Candidates::iterator candidate, std::string_view why) {
+    endExamination(*candidate);
     logRejection(*candidate, why);
     candidate->connection->cancel();
     candidates_.erase(candidate);
+}
+
+// Also one that does not come to an end: its program is what it takes so long with.
+void Admission::endExamination(Candidate& candidate) {
+    candidate.source.reset();
+    if (candidate.examination) {
+        candidate.examination.reset();
+        charge(candidate, Clock::now() - candidate.begun);
+    }
+}
+
+void Admission::charge(Candidate& candidate, std::chrono::nanoseconds cost) {
+    candidate.cost += cost;
+    charge_(candidate.connection->peer().uid, cost);
 }
 
 void Admission::settleWaiting() {

@@ -6,12 +6,14 @@
 #include "platform/xpc/MainQueue.h"
 #include "platform/xpc/RateLimiter.h"
 
+#include <chrono>
 #include <functional>
 #include <list>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <sys/types.h>
 
 namespace qv {
 
@@ -26,10 +28,14 @@ public:
     using Accepted =
         std::function<void(const std::shared_ptr<xpc::Connection>&, std::function<bool()>)>;
 
+    /// Gets what it costs, bit by bit, to judge a client of a user that cannot be decided about at
+    /// once; and all of it again as a negative cost when that client is accepted.
+    using Charge = std::function<void(uid_t, std::chrono::nanoseconds)>;
+
     /// `infoDictionary` says, under "SMAuthorizedClients", what clients must satisfy;
     /// `examinerPath` is where the examiner listens. Queue and verification must live as long.
     Admission(xpc::MainQueue& queue, ClientVerification& verification, const Value& infoDictionary,
-              std::string examinerPath, Accepted accepted);
+              std::string examinerPath, Accepted accepted, Charge charge);
 
     /// A new client, suspended. It is passed on, now or later, or cancelled.
     void judge(const std::shared_ptr<xpc::Connection>& connection);
@@ -39,6 +45,8 @@ private:
         std::shared_ptr<xpc::Connection> connection;
         /// Under way; null: it waits for its turn.
         std::unique_ptr<ClientVerification::Examination> examination;
+        std::chrono::steady_clock::time_point begun; ///< the examination
+        std::chrono::nanoseconds cost{};             ///< so far, as far as it was charged
         xpc::EventSource source;
         xpc::EventSource timer;
     };
@@ -53,6 +61,8 @@ private:
     void advance(Candidates::iterator candidate);
     void reject(Candidates::iterator candidate, std::string_view why);
     void settleWaiting();
+    void charge(Candidate& candidate, std::chrono::nanoseconds cost);
+    void endExamination(Candidate& candidate);
     [[nodiscard]] bool mayBegin(const Candidate& candidate) const;
     void logRejection(const Candidate& candidate, std::string_view why);
 
@@ -61,6 +71,7 @@ private:
     std::optional<std::string> requirement_; // of clients; none: the verifier's own
     std::string examinerPath_;
     Accepted accepted_;
+    Charge charge_;
     xpc::RateLimiter rejections_;
     xpc::RateLimiter verifications_;
     Candidates candidates_;

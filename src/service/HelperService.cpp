@@ -45,11 +45,14 @@ Value replyOf(const Value& result) {
 } // namespace
 
 HelperService::HelperService(xpc::MainQueue& queue, ClientVerification& verification,
-                             const Value& infoDictionary, std::string examinerPath)
-    : queue_(queue), admission_(queue, verification, infoDictionary, std::move(examinerPath),
-                                [this](const auto& connection, auto identityCheck) {
-                                    serve(connection, std::move(identityCheck));
-                                }) {}
+                             const Value& infoDictionary, std::string examinerPath,
+                             Admission::Charge charge)
+    : queue_(queue), admission_(
+                         queue, verification, infoDictionary, std::move(examinerPath),
+                         [this](const auto& connection, auto identityCheck) {
+                             serve(connection, std::move(identityCheck));
+                         },
+                         std::move(charge)) {}
 
 void HelperService::handleConnection(const std::shared_ptr<xpc::Connection>& connection) {
     admission_.judge(connection);

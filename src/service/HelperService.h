@@ -27,7 +27,7 @@ class HelperService {
 public:
     /// As Admission takes them. Queue and verification must live as long.
     HelperService(xpc::MainQueue& queue, ClientVerification& verification,
-                  const Value& infoDictionary, std::string examinerPath);
+                  const Value& infoDictionary, std::string examinerPath, Admission::Charge charge);
 
     /// The listener's event handler.
     void handleConnection(const std::shared_ptr<xpc::Connection>& connection);

@@ -10,7 +10,9 @@
 
 #include <fmt/format.h>
 
+#include <chrono>
 #include <cstdlib>
+#include <sys/types.h>
 
 namespace {
 
@@ -71,8 +73,9 @@ int main() {
     for (const std::string& warning : verification.warnings()) {
         qv::log::write(qv::log::Priority::notice, warning);
     }
-    qv::HelperService service(**queue, verification, qv::infoDictionary(),
-                              examinerPath((*listener)->path()));
+    qv::HelperService service(
+        **queue, verification, qv::infoDictionary(), examinerPath((*listener)->path()),
+        [&](uid_t user, std::chrono::nanoseconds cost) { (*listener)->charge(user, cost); });
     (*listener)->setEventHandler([&](const std::shared_ptr<qv::xpc::Connection>& connection) {
         service.handleConnection(connection);
     });

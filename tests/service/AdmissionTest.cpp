@@ -8,6 +8,8 @@
 namespace qv::test {
 namespace {
 
+constexpr uid_t kNobody = 65534;
+
 class Admission : public ServiceTest {
 protected:
     // A signed program that the service has not seen; it was changed too lately to be remembered.
@@ -58,6 +60,22 @@ TEST_F(Admission, AnExaminationThatTakesTooLongEndsOnlyItself) {
     ASSERT_EQ(::kill(service_->examiner().pid(), SIGCONT), 0);
     Puppet again(freshProgram("again"));
     EXPECT_TRUE(again.connect(service_->socketPath()));
+}
+
+// What keeps the examiner busy for long may come again and again.
+TEST_F(Admission, AUserOwesTheTimeOfTheExaminer) {
+    keepServing();
+    const ProgramStart ofAUser{.command = {freshProgram("slow")}, .user = kNobody};
+    std::filesystem::permissions(folder_.path(), std::filesystem::perms(0755));
+    ASSERT_EQ(::kill(service_->examiner().pid(), SIGSTOP), 0);
+    LedProgram late(ofAUser);
+    ASSERT_EQ(late.order("connect " + service_->socketPath()), "connected");
+    EXPECT_TRUE(service_->waitForLog("rejected: its program was not examined in time"));
+    ASSERT_EQ(::kill(service_->examiner().pid(), SIGCONT), 0);
+    LedProgram again(ofAUser);
+    ASSERT_EQ(again.order("connect " + service_->socketPath()), "connected");
+    EXPECT_TRUE(service_->waitForLog(fmt::format("too many of user {} were turned", kNobody)));
+    EXPECT_TRUE(servesOthers());
 }
 
 TEST_F(Admission, AClientThatGoesAwayLeavesNothing) {

@@ -16,8 +16,8 @@ struct Limits {
     std::uint32_t body = 64U << 20;      ///< bytes of a request's body
     std::size_t replyQueue = 16UL << 20; ///< bytes that wait to be sent on one connection
     unsigned refusalsLogged = 10;        ///< in a second
-    /// How long, in a second, the handler may take for clients of one user that it turns away at
-    /// once; more of that user are refused unseen. Root is not limited.
+    /// How long clients of one user that are turned away may take: what a second pays off of it,
+    /// and what may be owed. While more is, that user's are refused unseen. Root is not limited.
     std::chrono::milliseconds strangers{100};
 
     // Counted in MainQueue::now().

@@ -24,7 +24,6 @@ namespace {
 constexpr int kPassRights = 83; // SO_PASSRIGHTS, Linux 6.16; the C library's headers are older
 constexpr std::chrono::milliseconds kPause{100};
 constexpr std::chrono::seconds kRefusalInterval{1};
-constexpr std::chrono::seconds kChargeInterval{1};
 
 struct NamesDeleter {
     void operator()(char** names) const noexcept {
@@ -72,7 +71,8 @@ void logRefusal(std::string_view record) { log::write(log::Priority::error, reco
 
 Listener::Listener(UniqueFd socket, MainQueue& queue, const Limits& limits)
     : queue_(queue), limits_(limits), socket_(std::move(socket)), spare_(freshSpare()),
-      refusals_(queue, limits.refusalsLogged, kRefusalInterval, logRefusal) {}
+      refusals_(queue, limits.refusalsLogged, kRefusalInterval, logRefusal),
+      debts_(limits.strangers) {}
 
 Listener::~Listener() {
     for (const auto& connection : std::exchange(connections_, {})) {
@@ -188,17 +188,20 @@ void Listener::admit(UniqueFd socket) {
         refuse(fmt::format("{} wait to be verified", unverified));
         return;
     }
+    // Before anything that takes longer: thousands may wait behind each other.
+    if (const auto user = Peer::userOfSocket(socket.get());
+        user && debts_.isOverdrawn(*user, Debts::Clock::now()) &&
+        !isWeakened(Weakness::usersStrangers)) {
+        refuse(fmt::format("too many of user {} were turned away", *user));
+        return;
+    }
+    const auto begin = Debts::Clock::now();
     auto peer = identify(socket);
     if (!peer) {
         refuse(peer.error().localizedDescription());
         return;
     }
     const PeerCredentials& credentials = peer->credentials();
-    if (isOverdrawn(credentials.uid) && !isWeakened(Weakness::usersStrangers)) {
-        refuse(fmt::format("pid {}: too many of user {} were turned away", credentials.pid,
-                           credentials.uid));
-        return;
-    }
     const auto ofUser = std::ranges::count_if(connections_, [&](const auto& connection) {
         return connection->peer().uid == credentials.uid;
     });
@@ -214,10 +217,9 @@ void Listener::admit(UniqueFd socket) {
     connection->setClosedHandler([this, closed = connection.get()] {
         std::erase_if(connections_, [&](const auto& open) { return open.get() == closed; });
     });
-    const auto begin = std::chrono::steady_clock::now();
     present(connection);
     if (connection->isClosed() && !connection->wasResumed()) {
-        charge(connection->peer().uid, std::chrono::steady_clock::now() - begin);
+        charge(connection->peer().uid, Debts::Clock::now() - begin);
     }
 }
 
@@ -225,18 +227,8 @@ void Listener::admit(UniqueFd socket) {
 // socket's queue before a client whom they must not keep waiting.
 void Listener::charge(uid_t user, std::chrono::nanoseconds time) {
     if (user != 0) {
-        charges_[user] += time;
+        debts_.add(user, time, Debts::Clock::now());
     }
-}
-
-bool Listener::isOverdrawn(uid_t user) {
-    const auto now = std::chrono::steady_clock::now();
-    if (now - chargesBegin_ > kChargeInterval) {
-        charges_.clear();
-        chargesBegin_ = now;
-    }
-    const auto found = charges_.find(user);
-    return found != charges_.end() && found->second > limits_.strangers;
 }
 
 tl::expected<Peer, Error> Listener::identify(const UniqueFd& socket) {

@@ -1,10 +1,10 @@
 #pragma once
 
 #include "platform/xpc/Connection.h"
+#include "platform/xpc/Debts.h"
 #include "platform/xpc/RateLimiter.h"
 
 #include <chrono>
-#include <map>
 #include <string>
 #include <sys/types.h>
 #include <vector>
@@ -37,6 +37,10 @@ public:
     /// one that it forgets, or throws on, is cancelled.
     void setEventHandler(EventHandler handler);
     void resume();
+    /// Has a user answer for what his clients have cost besides the time that the handler took for
+    /// those that it cancelled at once; a negative time is given back. Whose clients have cost more
+    /// than Limits::strangers are closed unseen until that is paid off. Root's never are.
+    void charge(uid_t user, std::chrono::nanoseconds time);
     /// Where clients find it; empty for a socket without a place in the file system.
     [[nodiscard]] std::string path() const;
 
@@ -48,8 +52,6 @@ private:
     void admit(UniqueFd socket);
     [[nodiscard]] tl::expected<Peer, Error> identify(const UniqueFd& socket);
     void present(const std::shared_ptr<Connection>& connection);
-    void charge(uid_t user, std::chrono::nanoseconds time);
-    [[nodiscard]] bool isOverdrawn(uid_t user);
     void pause(std::string_view reason);
 
     MainQueue& queue_;
@@ -61,9 +63,7 @@ private:
     EventHandler handler_;
     std::vector<std::shared_ptr<Connection>> connections_;
     RateLimiter refusals_;
-    /// What strangers have cost since the second began, by user.
-    std::map<uid_t, std::chrono::nanoseconds> charges_;
-    std::chrono::steady_clock::time_point chargesBegin_;
+    Debts debts_; // of users, for clients that were turned away
     bool weakIdentityLogged_ = false;
 };
 

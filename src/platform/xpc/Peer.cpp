@@ -98,6 +98,11 @@ tl::expected<ucred, Error> credentialsOf(int socket) {
 Peer::Peer(UniqueFd pidfd, const PeerCredentials& credentials) noexcept
     : pidfd_(std::move(pidfd)), credentials_(credentials) {}
 
+std::optional<uid_t> Peer::userOfSocket(int socket) {
+    const auto credentials = credentialsOf(socket);
+    return credentials ? std::optional(credentials->uid) : std::nullopt;
+}
+
 tl::expected<Peer, Error> Peer::ofSocket(int socket) {
     const auto credentials = credentialsOf(socket);
     if (!credentials) {

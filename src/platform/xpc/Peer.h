@@ -6,6 +6,7 @@
 #include <tl/expected.hpp>
 
 #include <cstdint>
+#include <optional>
 #include <sys/types.h>
 
 namespace qv::xpc {
@@ -31,6 +32,8 @@ public:
     /// The weaker way: opens the process that has the ID of SO_PEERCRED now, and refuses one that
     /// was started after this call began and so cannot have connected.
     [[nodiscard]] static tl::expected<Peer, Error> ofProcess(int socket);
+    /// The user alone, for a look that costs next to nothing.
+    [[nodiscard]] static std::optional<uid_t> userOfSocket(int socket);
 
     [[nodiscard]] const PeerCredentials& credentials() const noexcept { return credentials_; }
     /// False once the process has ended.
