@@ -14,6 +14,8 @@ namespace qv {
 PlatformServices PlatformServices::shared() {
     PlatformServices services;
     services.applications = std::make_shared<ApplicationIndexes>();
+    services.launches = std::make_shared<UserProcesses>();
+    services.preferenceChanges = std::make_shared<UserProcesses>();
     return services;
 }
 
@@ -31,14 +33,16 @@ TrashService& QVCatalogScript::trashService() {
 
 WorkspaceService& QVCatalogScript::workspaceService() {
     if (!services_.workspace) {
-        services_.workspace = std::make_shared<LinuxWorkspace>(requester(), services_.applications);
+        services_.workspace = std::make_shared<LinuxWorkspace>(
+            requester(), WorkspaceMemory{services_.applications, services_.launches});
     }
     return *services_.workspace;
 }
 
 PreferencesService& QVCatalogScript::preferencesService() {
     if (!services_.preferences) {
-        services_.preferences = std::make_shared<PreferenceFiles>();
+        services_.preferences = std::make_shared<PreferenceFiles>(PreferenceSurroundings{},
+                                                                  services_.preferenceChanges);
     }
     return *services_.preferences;
 }

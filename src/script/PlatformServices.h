@@ -8,6 +8,7 @@ class AccessibilityService;
 class ApplicationIndexes;
 class PreferencesService;
 class TrashService;
+class UserProcesses;
 class WorkspaceService;
 
 /// What a script's operations ask of the machine. One that is missing is made when an operation
@@ -17,7 +18,10 @@ struct PlatformServices {
     std::shared_ptr<WorkspaceService> workspace;
     std::shared_ptr<PreferencesService> preferences;
     std::shared_ptr<AccessibilityService> accessibility;
-    std::shared_ptr<ApplicationIndexes> applications; ///< of the workspace that is made
+    std::shared_ptr<ApplicationIndexes> applications;  ///< of the workspace that is made
+    std::shared_ptr<UserProcesses> launches = nullptr; ///< the same
+    std::shared_ptr<UserProcesses> preferenceChanges =
+        nullptr; ///< of the preferences that are made
 
     /// For one who runs many scripts: what they may share, whoever asks.
     [[nodiscard]] static PlatformServices shared();

@@ -1,7 +1,6 @@
 #include "platform/preferences/PreferenceFiles.h"
 
 #include "platform/foundation/plist/PropertyList.h"
-#include "platform/foundation/process/UserProcess.h"
 #include "platform/preferences/PreferenceError.h"
 #include "platform/preferences/Storable.h"
 
@@ -52,6 +51,9 @@ Error failureToAct(const UserRecord& user, const DomainPlace& place, const Error
     case ETIMEDOUT:
         return failureAt(place.path(), code,
                          fmt::format("what acts as the user \"{}\" takes too long", name));
+    case EBUSY:
+        return failureAt(place.path(), code,
+                         fmt::format("what acted as the user \"{}\" before still hangs", name));
     case ECHILD:
         return failureAt(place.path(), code,
                          fmt::format("what acted as the user \"{}\" was ended", name));
@@ -77,26 +79,6 @@ std::string answerTo(const DomainPlace& place, const std::optional<std::string>&
     return list ? kValue + *list : failureText(preferences::refusalAt(place.path(), list.error()));
 }
 
-// A value of another user's, or all of them.
-tl::expected<std::optional<Value>, Error> askUser(const UserRecord& user, const DomainPlace& place,
-                                                  const std::optional<std::string>& key,
-                                                  std::chrono::milliseconds patience) {
-    const auto answer =
-        performAsUser(user, [&] { return answerTo(place, key); }, patience, kLongestAnswer);
-    if (!answer) {
-        return tl::unexpected(failureToAct(user, place, answer.error()));
-    }
-    if (answer->front() == kFailure) {
-        return tl::unexpected(failureFrom(*answer));
-    }
-    if (answer->front() == kNothing) {
-        return std::nullopt;
-    }
-    auto list = PropertyList::propertyListWithData(std::string_view(*answer).substr(1));
-    return list ? tl::expected<std::optional<Value>, Error>(std::move(list->root))
-                : tl::unexpected(preferences::refusalAt(place.path(), list.error()));
-}
-
 Error whyUnstorable(const Changes& changes, const std::string& path) {
     using Kind = Value::Kind;
     std::vector<std::pair<Value, Value>> pairs;
@@ -113,8 +95,42 @@ Error whyUnstorable(const Changes& changes, const std::string& path) {
 
 } // namespace
 
-PreferenceFiles::PreferenceFiles(PreferenceSurroundings surroundings)
-    : surroundings_(std::move(surroundings)) {}
+PreferenceFiles::PreferenceFiles(PreferenceSurroundings surroundings,
+                                 std::shared_ptr<UserProcesses> processes)
+    : surroundings_(std::move(surroundings)),
+      processes_(processes ? std::move(processes) : std::make_shared<UserProcesses>()) {}
+
+tl::expected<std::string, Error>
+PreferenceFiles::performAs(const UserRecord& user, const std::function<std::string()>& work,
+                           std::size_t longest) const {
+    auto answer = processes_->perform(
+        user, work,
+        {.patience = processes_->patienceWith(user.user, surroundings_.userPatience),
+         .longest = longest});
+    if (answer) {
+        processes_->noteAnswer(user.user);
+    }
+    return answer;
+}
+
+// A value of another user's, or all of them.
+tl::expected<std::optional<Value>, Error>
+PreferenceFiles::askUser(const UserRecord& user, const DomainPlace& place,
+                         const std::optional<std::string>& key) const {
+    const auto answer = performAs(user, [&] { return answerTo(place, key); }, kLongestAnswer);
+    if (!answer) {
+        return tl::unexpected(failureToAct(user, place, answer.error()));
+    }
+    if (answer->front() == kFailure) {
+        return tl::unexpected(failureFrom(*answer));
+    }
+    if (answer->front() == kNothing) {
+        return std::nullopt;
+    }
+    auto list = PropertyList::propertyListWithData(std::string_view(*answer).substr(1));
+    return list ? tl::expected<std::optional<Value>, Error>(std::move(list->root))
+                : tl::unexpected(preferences::refusalAt(place.path(), list.error()));
+}
 
 void PreferenceFiles::setValue(const std::optional<std::string>& key,
                                const std::optional<Value>& value, const PreferencesDomain& domain) {
@@ -151,7 +167,7 @@ Error PreferenceFiles::store(const Noted& noted, const PreferencesDomain& domain
             preferences::changeDomain(*place, noted.changes, surroundings_.lockPatience);
         return error ? failureText(error) : std::string{kNothing};
     };
-    const auto answer = performAsUser(*user, change, surroundings_.userPatience);
+    const auto answer = performAs(*user, change, kLongestUserResult);
     if (!answer) {
         return failureToAct(*user, *place, answer.error());
     }
@@ -165,8 +181,7 @@ PreferenceFiles::values(const PreferencesDomain& domain) const {
         return tl::unexpected(place.error());
     }
     const std::optional<UserRecord>& user = place->otherUser;
-    return user ? askUser(*user, *place, std::nullopt, surroundings_.userPatience)
-                : preferences::readDomain(*place);
+    return user ? askUser(*user, *place, std::nullopt) : preferences::readDomain(*place);
 }
 
 std::optional<Value> PreferenceFiles::copyValue(std::string_view key,
@@ -176,8 +191,7 @@ std::optional<Value> PreferenceFiles::copyValue(std::string_view key,
         return std::nullopt;
     }
     if (const std::optional<UserRecord>& user = place->otherUser) {
-        return askUser(*user, *place, std::string(key), surroundings_.userPatience)
-            .value_or(std::nullopt);
+        return askUser(*user, *place, std::string(key)).value_or(std::nullopt);
     }
     const auto values = preferences::readDomain(*place).value_or(std::nullopt);
     const Value* found = values ? values->find(key) : nullptr;

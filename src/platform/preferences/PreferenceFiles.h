@@ -1,12 +1,15 @@
 #pragma once
 
+#include "platform/foundation/process/UserProcess.h"
 #include "platform/preferences/DomainFile.h"
 #include "platform/preferences/DomainPlace.h"
 #include "platform/preferences/PreferencesService.h"
 
 #include <tl/expected.hpp>
 
+#include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -25,7 +28,9 @@ namespace qv {
 /// synchronization, with everything else that was noted for the domain.
 class PreferenceFiles : public PreferencesService {
 public:
-    explicit PreferenceFiles(PreferenceSurroundings surroundings = {});
+    /// `processes` work as other users, and may go from one such object to the next.
+    explicit PreferenceFiles(PreferenceSurroundings surroundings = {},
+                             std::shared_ptr<UserProcesses> processes = nullptr);
 
     void setValue(const std::optional<std::string>& key, const std::optional<Value>& value,
                   const PreferencesDomain& domain) override;
@@ -47,8 +52,15 @@ private:
     };
 
     [[nodiscard]] Error store(const Noted& noted, const PreferencesDomain& domain) const;
+    [[nodiscard]] tl::expected<std::string, Error>
+    performAs(const UserRecord& user, const std::function<std::string()>& work,
+              std::size_t longest) const;
+    [[nodiscard]] tl::expected<std::optional<Value>, Error>
+    askUser(const UserRecord& user, const preferences::DomainPlace& place,
+            const std::optional<std::string>& key) const;
 
     PreferenceSurroundings surroundings_;
+    std::shared_ptr<UserProcesses> processes_;
     std::map<DomainKey, Noted> noted_;
 };
 

@@ -1,5 +1,6 @@
 #include "platform/workspace/LinuxWorkspace.h"
 
+#include "platform/foundation/files/FileSystemPath.h"
 #include "platform/workspace/applications/ApplicationIndexes.h"
 #include "platform/workspace/launch/ApplicationResolver.h"
 #include "platform/workspace/launch/LaunchError.h"
@@ -18,25 +19,23 @@ using Session = tl::expected<LaunchSession, std::string>; // or why there is non
 
 struct LinuxWorkspace::State {
     Requester requester;
+    WorkspaceMemory memory;
     std::string runFolder;
     Session session = tl::unexpected(std::string("it was not looked for"));
     bool isSessionNoted = false;
-    std::shared_ptr<ApplicationIndexes> applications;
-
-    ApplicationIndex& index() {
-        if (!applications) {
-            applications = std::make_shared<ApplicationIndexes>();
-        }
-        return applications->indexFor(requester.user);
-    }
 };
 
-LinuxWorkspace::LinuxWorkspace(const Requester& requester,
-                               std::shared_ptr<ApplicationIndexes> applications,
+LinuxWorkspace::LinuxWorkspace(const Requester& requester, WorkspaceMemory memory,
                                const std::string& runFolder)
     : state_(std::make_unique<State>()) {
     state_->requester = requester;
-    state_->applications = std::move(applications);
+    state_->memory = std::move(memory);
+    if (!state_->memory.applications) {
+        state_->memory.applications = std::make_shared<ApplicationIndexes>();
+    }
+    if (!state_->memory.processes) {
+        state_->memory.processes = std::make_shared<UserProcesses>();
+    }
     state_->runFolder = runFolder;
 }
 
@@ -44,30 +43,37 @@ LinuxWorkspace::~LinuxWorkspace() = default;
 
 void LinuxWorkspace::noteSession() {
     if (!std::exchange(state_->isSessionNoted, true)) {
-        state_->session = findLaunchSession(state_->requester, state_->runFolder);
+        state_->session =
+            findLaunchSession(state_->requester, *state_->memory.processes, state_->runFolder);
     }
 }
 
 Error LinuxWorkspace::launchApplicationAtURL(const std::optional<URL>& url,
                                              WorkspaceLaunchOptions /*options*/,
                                              const Value& /*configuration*/) {
-    const auto application = resolveApplication(url);
-    if (!application) {
-        return application.error();
+    const tl::expected<std::string, Error> path = fileSystemPath(url);
+    if (!path) {
+        return path.error();
     }
     noteSession();
     const Session& session = state_->session;
-    return session ? launch(*application, *session)
-                   : launchError(launch_error::kUnknown, application->path, session.error());
+    if (!session) {
+        return launchError(launch_error::kUnknown, *path, session.error());
+    }
+    const auto application = resolveApplication(*path, session->user, *state_->memory.processes);
+    return application ? launch(*application, *session, *state_->memory.processes)
+                       : application.error();
 }
 
 std::optional<std::string>
 LinuxWorkspace::absolutePathForAppBundleWithIdentifier(std::string_view bundleIdentifier) {
-    return state_->index().pathForIdentifier(bundleIdentifier);
+    const auto& [applications, processes] = state_->memory;
+    return applications->pathForIdentifier(state_->requester.user, bundleIdentifier, *processes);
 }
 
 std::optional<std::string> LinuxWorkspace::fullPathForApplication(std::string_view appName) {
-    return state_->index().pathForName(appName);
+    const auto& [applications, processes] = state_->memory;
+    return applications->pathForName(state_->requester.user, appName, *processes);
 }
 
 } // namespace qv

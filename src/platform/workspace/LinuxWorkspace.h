@@ -1,13 +1,12 @@
 #pragma once
 
 #include "platform/foundation/process/Requester.h"
+#include "platform/workspace/WorkspaceMemory.h"
 #include "platform/workspace/WorkspaceService.h"
 
 #include <memory>
 
 namespace qv {
-
-class ApplicationIndexes;
 
 /// The applications of this machine: bundles in the folders of applications, and desktop entries
 /// (freedesktop.org), those that Flatpak and Snap export included.
@@ -18,10 +17,9 @@ class ApplicationIndexes;
 /// process starts it, in a session of its own.
 class LinuxWorkspace final : public WorkspaceService {
 public:
-    /// `applications` may be null; what is handed in is kept warm beyond this object. `runFolder`:
-    /// where the machine's managers have their sockets.
-    explicit LinuxWorkspace(const Requester& requester,
-                            std::shared_ptr<ApplicationIndexes> applications = nullptr,
+    /// `memory` goes from one such object to the next. `runFolder`: where the machine's managers
+    /// have their sockets.
+    explicit LinuxWorkspace(const Requester& requester, WorkspaceMemory memory = {},
                             const std::string& runFolder = "/run");
     ~LinuxWorkspace() override;
     LinuxWorkspace(const LinuxWorkspace&) = delete;

@@ -1,7 +1,6 @@
 // An index that has answered once, and folders that change then.
 
 #include "platform/foundation/files/UniqueFd.h"
-#include "platform/workspace/applications/ApplicationIndexes.h"
 
 #include "Applications.h"
 #include <fstream>
@@ -185,16 +184,6 @@ TEST_P(Scarce, IsRightWithoutEvents) {
 INSTANTIATE_TEST_SUITE_P(Of, Scarce,
                          testing::Values("max_inotify_instances", "max_inotify_watches"),
                          [](const auto& scarce) { return std::string(scarce.param); });
-
-// Each user's index is his own, and one that is in use is not thrown away for another.
-TEST(ApplicationIndexes, KeepThoseThatWereAskedForLast) {
-    ApplicationIndexes indexes;
-    const ApplicationIndex* const first = &indexes.indexFor(4'000'000);
-    for (uid_t other = 4'000'001; other < 4'000'020; ++other) {
-        EXPECT_NE(&indexes.indexFor(other), first);
-        EXPECT_EQ(&indexes.indexFor(4'000'000), first) << other;
-    }
-}
 
 } // namespace
 } // namespace qv

@@ -105,7 +105,7 @@ protected:
                                     .command = {"/bin/echo", "$HOME %n ${X}", "", "a b"},
                                     .workingFolder = "/usr",
                                     .busName = {}},
-                                   session, std::chrono::seconds(20));
+                                   session, processes_, {.manager = std::chrono::seconds(20)});
         ::waitpid(child, nullptr, 0);
         unit_ = test::contentOf(folder_ / "unit");
         return error ? error.localizedDescription() : "";
@@ -113,6 +113,7 @@ protected:
 
     test::TemporaryDirectory folder_;
     UniqueFd listener_;
+    UserProcesses processes_;
     std::string unit_;
 };
 

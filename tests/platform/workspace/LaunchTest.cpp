@@ -1,7 +1,9 @@
 #include "platform/foundation/values/Description.h"
 #include "platform/workspace/LinuxWorkspace.h"
 #include "platform/workspace/launch/Launcher.h"
+#include "platform/workspace/launch/TextList.h"
 #include "support/ClientProcess.h"
+#include "support/SilentFileSystem.h"
 #include "support/StartedProgram.h"
 #include "support/TemporaryDirectory.h"
 
@@ -10,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <csignal>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
@@ -71,7 +74,7 @@ protected:
     Error launch(const fs::path& application,
                  const Requester& requester = {.process = ::getpid(), .user = ::geteuid()}) {
         fs::remove(said());
-        LinuxWorkspace workspace(requester, nullptr, run_.path());
+        LinuxWorkspace workspace(requester, {}, run_.path());
         return workspace.launchApplicationAtURL(test::urlOf(application), kWorkspaceLaunchDefault,
                                                 Value::dictionary({}));
     }
@@ -265,7 +268,7 @@ TEST_F(Launch, RefusesWhatIsNoApplication) {
                                      {"DBusActivatable=true\n", -10810}}) {
         EXPECT_EQ(launch(entry(text)).code(), code) << text;
     }
-    LinuxWorkspace workspace({.process = ::getpid(), .user = ::geteuid()}, nullptr, run_.path());
+    LinuxWorkspace workspace({.process = ::getpid(), .user = ::geteuid()}, {}, run_.path());
     const auto none = [&](const std::optional<URL>& url) {
         return workspace.launchApplicationAtURL(url, kWorkspaceLaunchDefault, Value()).code();
     };
@@ -306,7 +309,8 @@ TEST_F(Launch, LeavesTheStartToAManagerThatRuns) {
 }
 
 // A user can lay both in the way, and the service does nothing else meanwhile.
-TEST_F(Launch, WaitsNotTwiceForWhoDoesNotAnswer) {
+TEST_F(Launch, LosesItsPatienceWithWhoDoesNotAnswer) {
+    using namespace std::chrono_literals;
     std::vector<UniqueFd> silent;
     const auto listen = [&](const fs::path& at) {
         const sockaddr_un address = addressOf(at);
@@ -318,21 +322,89 @@ TEST_F(Launch, WaitsNotTwiceForWhoDoesNotAnswer) {
     fs::create_directory(run_ / "systemd");
     ASSERT_TRUE(listen(run_ / "bus") && listen(run_ / "systemd/private"));
     const UserRecord self{::geteuid(), ::getegid(), "self", "/", ""};
-    const LaunchSession session{.user = self,
-                                .manager = LaunchSession::Manager::user,
-                                .managerSocket = run_ / "systemd/private",
-                                .runtimeFolder = run_.path(),
-                                .busAddress = "unix:path=" + (run_ / "bus").native(),
-                                .variables = {}};
+    LaunchSession session{.user = self,
+                          .manager = LaunchSession::Manager::user,
+                          .managerSocket = run_ / "systemd/private",
+                          .runtimeFolder = run_.path(),
+                          .busAddress = "unix:path=" + (run_ / "bus").native(),
+                          .variables = {}};
     const ApplicationStart start{.path = "/x.desktop",
                                  .identifier = "org.example.App",
                                  .command = {witness("witness")},
                                  .workingFolder = {},
                                  .busName = "org.example.App"};
+    UserProcesses processes;
     const auto begin = std::chrono::steady_clock::now();
-    EXPECT_THAT(failure(qv::launch(start, session, std::chrono::seconds(4))),
-                HasSubstr("whoever was to start it does not answer"));
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(5500));
+    for (const auto& [patience, atLeast] : {std::pair{2s, 4s}, {1000s, 0s}}) {
+        const auto before = std::chrono::steady_clock::now();
+        EXPECT_THAT(failure(qv::launch(start, session, processes, {patience, patience})),
+                    HasSubstr("whoever was to start it does not answer"));
+        EXPECT_GE(std::chrono::steady_clock::now() - before, atLeast) << "each gets its time";
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 30s);
+    session.manager = LaunchSession::Manager::none;
+    const auto patience = [&] { return processes.patienceWith(self.user, 1000s); };
+    EXPECT_EQ(failure(qv::launch(start, session, processes)), "launched");
+    EXPECT_EQ(patience(), UserProcesses::kLeastPatience) << "the bus is as silent as before";
+    session.busAddress.clear();
+    EXPECT_EQ(failure(qv::launch(start, session, processes)), "launched");
+    EXPECT_EQ(patience(), 1000s);
+}
+
+// Whoever tells them may be in anybody's hands.
+TEST(TextList, GivesAllThatWasToldOrNothing) {
+    const std::vector<std::string> texts = {"", "a:1", std::string("\0\n", 2), "7:x"};
+    const std::string whole = encodedTexts(texts);
+    EXPECT_EQ(decodedTexts(whole), texts);
+    EXPECT_EQ(decodedTexts(""), std::vector<std::string>());
+    for (const std::string& broken :
+         {whole.substr(0, whole.size() - 1), whole + "1", std::string("5"), std::string(":"),
+          std::string("-1:x"), std::string("99999999999999999999:x"), std::string("1;x")}) {
+        EXPECT_EQ(decodedTexts(broken), std::nullopt) << broken;
+    }
+}
+
+// Whatever of a user's is looked at may be on a file system that never answers.
+TEST_F(Launch, IsKeptWaitingByNoFileSystemOfAUser) {
+    test::SilentFileSystem silent(top_ / "silent");
+    if (!silent.isThere()) {
+        GTEST_SKIP() << "needs root and FUSE";
+    }
+    const pid_t executing = ::fork();
+    if (executing == 0) { // the kernel closes the file in the midst of it
+        ::open((top_ / "silent/open").c_str(), O_RDONLY | O_CLOEXEC);
+        ::setresuid(kNobody, kNobody, kNobody);
+        ::execl("/bin/sleep", "sleep", "1000", nullptr);
+    }
+    silent.waitUntilClosed();
+    const auto launched = [&](const std::string& application, pid_t asker,
+                              const std::shared_ptr<UserProcesses>& processes) {
+        processes->noteLate(kNobody);
+        LinuxWorkspace workspace({.process = asker, .user = kNobody}, {nullptr, processes},
+                                 run_.path());
+        return failure(workspace.launchApplicationAtURL(URL::URLWithString("file://" + application),
+                                                        kWorkspaceLaunchDefault,
+                                                        Value::dictionary({})));
+    };
+    const auto begin = std::chrono::steady_clock::now();
+    const fs::path program = witness("witness");
+    const auto processes = std::make_shared<UserProcesses>();
+    EXPECT_EQ(launched(program.native(), executing, processes), "launched")
+        << "without its variables";
+    EXPECT_THAT(launched(top_ / "silent/App.app", ::getpid(), processes),
+                HasSubstr("what belongs to user nobody does not answer"));
+    EXPECT_THAT(launched(program.native(), ::getpid(), processes), HasSubstr("still hangs"));
+    fs::permissions(run_.path(), fs::perms(0755));
+    fs::create_symlink(top_ / "silent", run_ / fmt::format("user/{}", kNobody));
+    const auto others = std::make_shared<UserProcesses>();
+    EXPECT_THAT(launched(program.native(), ::getpid(), others),
+                HasSubstr("/user/65534 cannot be looked into: what belongs to user nobody does"));
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, test::kPatience);
+    silent.end();
+    ::kill(executing, SIGKILL);
+    for (int left = 3; left > 0; --left) { // with the two that hung
+        EXPECT_GT(::waitpid(-1, nullptr, 0), 0);
+    }
 }
 
 TEST_F(Launch, HasTheSessionsBusStartWhatItCan) {

@@ -3,6 +3,7 @@
 #include "platform/foundation/process/ProcessState.h"
 #include "platform/foundation/process/Task.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -115,9 +116,7 @@ int readResult(int descriptor, Clock::time_point deadline, std::size_t longest, 
 }
 
 // 0 with the child's status; ETIMEDOUT while it has not ended.
-int reap(pid_t pid, int pidfd, int& status) {
-    constexpr std::chrono::seconds kForItsEnd{1};
-    const Clock::time_point deadline = Clock::now() + kForItsEnd;
+int reap(pid_t pid, int pidfd, Clock::time_point deadline, int& status) {
     pollfd entry{pidfd, POLLIN, 0};
     int ready = 0;
     do { // a signal must not cut the wait short
@@ -128,29 +127,38 @@ int reap(pid_t pid, int pidfd, int& status) {
     return reaped == pid ? 0 : (reaped == 0 ? ETIMEDOUT : errno);
 }
 
-// Has it end, by force where it does not by itself. A killed child that hangs in a file system is
-// left to whoever reaps this process's children.
-int end(pid_t pid, int pidfd, bool byForce, int& status) {
-    int lost = ETIMEDOUT;
+// What became of a child: its status, or the errno of what kept it from ending as it should.
+struct Ending {
+    int lost = 0;
+    int status = 0;
+    bool isReaped = true; // else it is left to whoever reaps this process's children
+};
+
+// Has it end, by force where it does not by itself: that moment is all that one gets which hangs in
+// a file system and cannot be killed.
+Ending end(pid_t pid, int pidfd, Clock::time_point deadline, bool byForce) {
+    constexpr std::chrono::milliseconds kForItsEnd{500};
+    Ending ending{.lost = ETIMEDOUT};
     if (!byForce) {
-        lost = reap(pid, pidfd, status);
+        ending.lost =
+            reap(pid, pidfd, std::max(deadline, Clock::now() + kForItsEnd), ending.status);
     }
-    if (lost == ETIMEDOUT) {
+    if (ending.lost == ETIMEDOUT) {
         ::kill(pid, SIGKILL); // it is ours, and not reaped
-        lost = reap(pid, pidfd, status);
-        lost = lost == 0 && !byForce ? ETIMEDOUT : lost;
+        const int lost = reap(pid, pidfd, Clock::now() + kForItsEnd, ending.status);
+        ending.isReaped = lost != ETIMEDOUT;
+        ending.lost = byForce ? lost : ETIMEDOUT;
     }
-    return lost;
+    return ending;
 }
 
 tl::unexpected<Error> failure(int errorNumber) { return tl::unexpected(Error::posix(errorNumber)); }
 
-} // namespace
-
-tl::expected<std::string, Error> performAsUser(const UserRecord& user,
-                                               const std::function<std::string()>& work,
-                                               std::chrono::milliseconds patience,
-                                               std::size_t longest) {
+// `left`: the child, if it has not ended.
+tl::expected<std::string, Error> perform(const UserRecord& user,
+                                         const std::function<std::string()>& work,
+                                         std::chrono::milliseconds patience, std::size_t longest,
+                                         std::optional<pid_t>& left) {
     const std::vector<gid_t> groups = groupsOf(user); // the child must not ask: it may not lock
     tl::expected<Pipe, Error> pipe = Pipe::pipe();
     if (!pipe) {
@@ -169,8 +177,10 @@ tl::expected<std::string, Error> performAsUser(const UserRecord& user,
     const UniqueFd pidfd(::pidfd_open(pid, 0));
     std::string said;
     const int unread = readResult(pipe->fileHandleForReading.get(), deadline, longest, said);
-    int status = 0;
-    const int lost = end(pid, pidfd.get(), unread != 0, status);
+    const auto [lost, status, isReaped] = end(pid, pidfd.get(), deadline, unread != 0);
+    if (!isReaped) {
+        left = pid;
+    }
     if (unread != 0 || lost != 0) {
         return failure(unread != 0 ? unread : lost);
     }
@@ -179,5 +189,56 @@ tl::expected<std::string, Error> performAsUser(const UserRecord& user,
     }
     return failure(WIFEXITED(status) && WEXITSTATUS(status) == kNotAllowed ? EPERM : ECHILD);
 }
+
+} // namespace
+
+tl::expected<std::string, Error> performAsUser(const UserRecord& user,
+                                               const std::function<std::string()>& work,
+                                               std::chrono::milliseconds patience,
+                                               std::size_t longest) {
+    std::optional<pid_t> left;
+    return perform(user, work, patience, longest, left);
+}
+
+tl::expected<std::string, Error> UserProcesses::perform(const UserRecord& user,
+                                                        const std::function<std::string()>& work,
+                                                        const Bounds& bounds) {
+    const uid_t answerable = bounds.onBehalfOf.value_or(user.user);
+    if (hasHanging(answerable)) {
+        return failure(EBUSY);
+    }
+    std::optional<pid_t> left;
+    auto said = qv::perform(user, work, bounds.patience, bounds.longest, left);
+    if (left) {
+        hanging_.push_back({.user = answerable, .process = *left});
+    }
+    if (!said && said.error().code() == ETIMEDOUT) {
+        noteLate(answerable);
+    }
+    return said;
+}
+
+bool UserProcesses::hasHanging(uid_t user) {
+    std::erase_if(hanging_, [](const Hanging& each) {
+        return ::waitpid(each.process, nullptr, WNOHANG) != 0; // 0: it still hangs
+    });
+    return std::ranges::find(hanging_, user, &Hanging::user) != hanging_.end();
+}
+
+std::chrono::milliseconds UserProcesses::patienceWith(uid_t user,
+                                                      std::chrono::milliseconds usual) const {
+    const bool wasLate = std::ranges::find(late_, user) != late_.end();
+    return wasLate ? std::min(usual, kLeastPatience) : usual;
+}
+
+void UserProcesses::noteLate(uid_t user) {
+    noteAnswer(user);
+    late_.push_back(user);
+    if (late_.size() > kMostLate) {
+        late_.pop_front();
+    }
+}
+
+void UserProcesses::noteAnswer(uid_t user) { std::erase(late_, user); }
 
 } // namespace qv

@@ -25,24 +25,24 @@ void ApplicationIndex::refresh() {
     wasRead_ = true;
 }
 
-std::optional<std::string> ApplicationIndex::pathForIdentifier(std::string_view identifier) {
+EntryTable::Answer ApplicationIndex::withIdentifier(std::string_view identifier) {
     refresh();
     for (Set& set : sets_) {
         std::optional<std::string> bundle = set.bundles.pathForIdentifier(folded(identifier));
         if (bundle) {
-            return bundle;
+            return {.isTaken = true, .path = std::move(bundle)};
         }
         EntryTable::Answer answer = set.entries.withIdentifier(identifier);
         if (answer.isTaken) {
-            return std::move(answer.path);
+            return answer;
         }
         set.entries.readContents();
         std::optional<std::string> flatpak = set.entries.pathForFlatpakID(identifier);
         if (flatpak) {
-            return flatpak;
+            return {.isTaken = true, .path = std::move(flatpak)};
         }
     }
-    return std::nullopt;
+    return {};
 }
 
 std::optional<std::string> ApplicationIndex::pathForName(std::string_view name) {

@@ -39,7 +39,11 @@ public:
     explicit ApplicationIndex(const std::vector<ApplicationFolders>& sets,
                               std::string_view programPath = kProgramPath);
 
-    [[nodiscard]] std::optional<std::string> pathForIdentifier(std::string_view identifier);
+    [[nodiscard]] std::optional<std::string> pathForIdentifier(std::string_view identifier) {
+        return withIdentifier(identifier).path;
+    }
+    /// The same for one who would go on looking elsewhere unless the identifier is taken.
+    [[nodiscard]] EntryTable::Answer withIdentifier(std::string_view identifier);
     [[nodiscard]] std::optional<std::string> pathForName(std::string_view name);
 
 private:

@@ -1,34 +1,64 @@
 #include "platform/workspace/applications/ApplicationIndexes.h"
 
-#include "platform/foundation/process/UserRecord.h"
+#include "platform/workspace/Patience.h"
 
-#include <algorithm>
-#include <optional>
 #include <unistd.h>
+#include <utility>
 
 namespace qv {
 
 namespace {
 
-std::vector<ApplicationFolders> foldersFor(uid_t user) {
-    const std::optional<UserRecord> other = user == ::geteuid() ? std::nullopt : userRecord(user);
-    return other ? applicationFoldersFor(*other) : ownApplicationFolders();
+ApplicationIndex& madeOnce(std::optional<ApplicationIndex>& index,
+                           const std::vector<ApplicationFolders>& folders) {
+    return index ? *index : index.emplace(folders);
+}
+
+// None also when he does not answer.
+std::optional<std::string>
+askAsUser(const UserRecord& user, const ApplicationFolders& folders,
+          const std::function<EntryTable::Answer(ApplicationIndex&)>& question,
+          UserProcesses& processes) {
+    const auto look = [&] {
+        ApplicationIndex index({folders});
+        return question(index).path.value_or("");
+    };
+    auto path = processes.perform(user, look,
+                                  {.patience = processes.patienceWith(user.user, kPatienceToLook)});
+    const bool isPath = path && path->starts_with('/') && path->find('\0') == std::string::npos;
+    return isPath ? std::optional(std::move(*path)) : std::nullopt;
 }
 
 } // namespace
 
-ApplicationIndex& ApplicationIndexes::indexFor(uid_t user) {
-    const auto known =
-        std::ranges::find(indexes_, user, &std::pair<uid_t, ApplicationIndex>::first);
-    if (known != indexes_.end()) {
-        indexes_.splice(indexes_.begin(), indexes_, known);
-    } else {
-        indexes_.emplace_front(user, ApplicationIndex(foldersFor(user)));
-        if (indexes_.size() > kMost) {
-            indexes_.pop_back();
-        }
+std::optional<std::string> ApplicationIndexes::ask(uid_t user, const Question& question,
+                                                   UserProcesses& processes) {
+    const std::optional<UserRecord> other = user == ::geteuid() ? std::nullopt : userRecord(user);
+    if (!other) {
+        return question(madeOnce(own_, ownApplicationFolders())).path;
     }
-    return indexes_.front().second;
+    const std::vector<ApplicationFolders> sets = applicationFoldersFor(*other);
+    EntryTable::Answer answer = question(madeOnce(shared_, {sets.front()}));
+    return answer.isTaken ? std::move(answer.path)
+                          : askAsUser(*other, sets.back(), question, processes);
+}
+
+std::optional<std::string> ApplicationIndexes::pathForIdentifier(uid_t user,
+                                                                 std::string_view identifier,
+                                                                 UserProcesses& processes) {
+    return ask(
+        user, [&](ApplicationIndex& index) { return index.withIdentifier(identifier); }, processes);
+}
+
+std::optional<std::string> ApplicationIndexes::pathForName(uid_t user, std::string_view name,
+                                                           UserProcesses& processes) {
+    return ask(
+        user,
+        [&](ApplicationIndex& index) {
+            std::optional<std::string> path = index.pathForName(name);
+            return EntryTable::Answer{.isTaken = path.has_value(), .path = path};
+        },
+        processes);
 }
 
 } // namespace qv

@@ -1,26 +1,34 @@
 #pragma once
 
+#include "platform/foundation/process/UserProcess.h"
 #include "platform/workspace/applications/ApplicationIndex.h"
 
-#include <list>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
 #include <sys/types.h>
-#include <utility>
 
 namespace qv {
 
-/// The indexes of the users that were last asked for, a few: an index is worth keeping, since to
-/// read the folders again takes a hundred times as long as to see that they have not changed. Not
-/// for several threads at once.
+/// Finds applications on behalf of users. What is installed for all is kept in an index, and so is
+/// what this process's own user sees: to read the folders again takes a hundred times as long as to
+/// see that they have not changed. Folders in another user's home are read each time, by a process
+/// that is that user: he may have anything there. Not for several threads at once.
 class ApplicationIndexes {
 public:
-    static constexpr std::size_t kMost = 4;
-
-    /// What this process searches on behalf of a user; its own where he is its user, or unknown.
-    /// Valid until the next call.
-    [[nodiscard]] ApplicationIndex& indexFor(uid_t user);
+    [[nodiscard]] std::optional<std::string>
+    pathForIdentifier(uid_t user, std::string_view identifier, UserProcesses& processes);
+    [[nodiscard]] std::optional<std::string> pathForName(uid_t user, std::string_view name,
+                                                         UserProcesses& processes);
 
 private:
-    std::list<std::pair<uid_t, ApplicationIndex>> indexes_; // latest first
+    using Question = std::function<EntryTable::Answer(ApplicationIndex&)>;
+    [[nodiscard]] std::optional<std::string> ask(uid_t user, const Question& question,
+                                                 UserProcesses& processes);
+
+    std::optional<ApplicationIndex> own_;
+    std::optional<ApplicationIndex> shared_;
 };
 
 } // namespace qv

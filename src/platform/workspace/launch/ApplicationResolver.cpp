@@ -1,11 +1,12 @@
 #include "platform/workspace/launch/ApplicationResolver.h"
 
 #include "platform/foundation/files/FileErrors.h"
-#include "platform/foundation/files/FileSystemPath.h"
 #include "platform/workspace/Bundle.h"
+#include "platform/workspace/Patience.h"
 #include "platform/workspace/applications/DesktopEntry.h"
 #include "platform/workspace/applications/ExecLine.h"
 #include "platform/workspace/launch/LaunchError.h"
+#include "platform/workspace/launch/TextList.h"
 
 #include <fmt/format.h>
 #include <systemd/sd-bus.h>
@@ -13,17 +14,28 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <charconv>
+#include <cstdint>
 #include <filesystem>
+#include <string_view>
 #include <sys/stat.h>
+#include <utility>
+#include <vector>
 
 namespace qv {
 
 namespace {
 
-using Start = tl::expected<ApplicationStart, Error>;
+// Why it is no application: a code of launch_error and the reason; or why there is nothing.
+struct Refusal {
+    std::int64_t code = 0;
+    std::string reason;
+    int errorNumber = 0;
+};
+using Start = tl::expected<ApplicationStart, Refusal>;
 
-tl::unexpected<Error> refuse(std::int64_t code, const std::string& path, std::string_view reason) {
-    return tl::unexpected(launchError(code, path, reason));
+tl::unexpected<Refusal> refuse(std::int64_t code, std::string reason) {
+    return tl::unexpected(Refusal{.code = code, .reason = std::move(reason)});
 }
 
 // What terminals there are, the machine's choice first; each takes a command after `-e`.
@@ -52,11 +64,11 @@ Start resolveBundle(const std::string& path) {
     const std::optional<Bundle> bundle = Bundle::bundleWithURL(URL::fileURLWithPath(path));
     const bool isOne = bundle && (bundle->hasInfoDictionary() || path.ends_with(".app"));
     if (!isOne) {
-        return refuse(launch_error::kNotAnApplication, path, "the folder is no application");
+        return refuse(launch_error::kNotAnApplication, "the folder is no application");
     }
     const std::optional<std::string> executable = bundle->executablePath();
     if (!executable) {
-        return refuse(launch_error::kNoExecutable, path, "the application has no executable");
+        return refuse(launch_error::kNoExecutable, "the application has no executable");
     }
     return ApplicationStart{.path = path,
                             .identifier = bundle->bundleIdentifier().value_or(
@@ -69,12 +81,12 @@ Start resolveBundle(const std::string& path) {
 Start resolveCommand(ApplicationStart start, const DesktopEntry& entry) {
     tl::expected<std::vector<std::string>, std::string> command = commandOf(entry);
     if (!command) {
-        return refuse(launch_error::kNotAnApplication, start.path,
+        return refuse(launch_error::kNotAnApplication,
                       fmt::format("its Exec cannot be used: {}", command.error()));
     }
     const std::optional<std::string> program = findProgram(command->front());
     if (!program) {
-        return refuse(launch_error::kNoExecutable, start.path,
+        return refuse(launch_error::kNoExecutable,
                       fmt::format("there is no program {}", command->front()));
     }
     command->front() = *program;
@@ -84,8 +96,7 @@ Start resolveCommand(ApplicationStart start, const DesktopEntry& entry) {
     }
     const std::optional<std::string> screen = terminal();
     if (!screen) {
-        return refuse(launch_error::kUnknown, start.path,
-                      "it runs in a terminal, and none is installed");
+        return refuse(launch_error::kUnknown, "it runs in a terminal, and none is installed");
     }
     start.command.insert(start.command.begin(), {*screen, "-e"});
     return start;
@@ -94,19 +105,19 @@ Start resolveCommand(ApplicationStart start, const DesktopEntry& entry) {
 Start resolveDesktopEntry(const std::string& path) {
     const tl::expected<DesktopEntry, std::string> entry = DesktopEntry::contentsOfFile(path);
     if (!entry) {
-        return refuse(launch_error::kNotAnApplication, path, entry.error());
+        return refuse(launch_error::kNotAnApplication, entry.error());
     }
     if (!entry->isApplication() || entry->hidden) {
-        return refuse(launch_error::kNotAnApplication, path,
+        return refuse(launch_error::kNotAnApplication,
                       entry->hidden ? "the application was deleted"
                                     : "it is a desktop entry, but of no application");
     }
     if (!entry->tryExec.empty() && !findProgram(entry->tryExec)) {
-        return refuse(launch_error::kNoExecutable, path,
+        return refuse(launch_error::kNoExecutable,
                       fmt::format("there is no program {}", entry->tryExec));
     }
     if (!entry->path.empty() && !isFolderPath(entry->path)) {
-        return refuse(launch_error::kNotAnApplication, path,
+        return refuse(launch_error::kNotAnApplication,
                       "its Path is not absolute, or holds a control character");
     }
     ApplicationStart start{.path = path,
@@ -123,36 +134,106 @@ Start resolveDesktopEntry(const std::string& path) {
     return resolveCommand(std::move(start), *entry);
 }
 
-} // namespace
-
-Start resolveApplication(const std::optional<URL>& url) {
-    const tl::expected<std::string, Error> path = fileSystemPath(url);
-    if (!path) {
-        return tl::unexpected(path.error());
-    }
+Start resolve(const std::string& path) {
     struct stat info{};
-    if (::stat(path->c_str(), &info) != 0) {
-        return tl::unexpected(fileError(
-            {.errorNumber = errno, .access = FileAccess::write, .path = *path, .destination = {}},
-            ""));
+    if (::stat(path.c_str(), &info) != 0) {
+        return tl::unexpected(Refusal{.code = 0, .reason = {}, .errorNumber = errno});
     }
     if (S_ISDIR(info.st_mode)) {
         std::error_code failed; // a link to a bundle is one
-        const std::string real = std::filesystem::canonical(*path, failed);
-        return resolveBundle(failed ? *path : real);
+        const std::string real = std::filesystem::canonical(path, failed);
+        return resolveBundle(failed ? path : real);
     }
-    if (S_ISREG(info.st_mode) && path->ends_with(".desktop")) {
-        return resolveDesktopEntry(*path);
+    if (S_ISREG(info.st_mode) && path.ends_with(".desktop")) {
+        return resolveDesktopEntry(path);
     }
     constexpr mode_t kAnyExecute = S_IXUSR | S_IXGRP | S_IXOTH;
     if (!S_ISREG(info.st_mode) || (info.st_mode & kAnyExecute) == 0) {
-        return refuse(launch_error::kNotAnApplication, *path, "the file is no application");
+        return refuse(launch_error::kNotAnApplication, "the file is no application");
     }
-    return ApplicationStart{.path = *path,
-                            .identifier = std::filesystem::path(*path).filename(),
-                            .command = {*path},
+    return ApplicationStart{.path = path,
+                            .identifier = std::filesystem::path(path).filename(),
+                            .command = {path},
                             .workingFolder = {},
                             .busName = {}};
+}
+
+// Between the process that looks and this one.
+
+constexpr const char* kStart = "start";
+constexpr const char* kRefusal = "refusal";
+
+std::string encoded(const Start& start) {
+    if (!start) {
+        const auto& [code, reason, errorNumber] = start.error();
+        return encodedTexts({kRefusal, std::to_string(code), reason, std::to_string(errorNumber)});
+    }
+    std::vector<std::string> texts = {kStart, start->path, start->identifier, start->workingFolder,
+                                      start->busName};
+    texts.insert(texts.end(), start->command.begin(), start->command.end());
+    return encodedTexts(texts);
+}
+
+// Whoever said it was the user: it has to make sense.
+bool isStart(const ApplicationStart& start) {
+    const auto isWord = [](const std::string& text) {
+        return text.find('\0') == std::string::npos;
+    };
+    return std::ranges::all_of(start.command, isWord) &&
+           (start.command.empty() ? !start.busName.empty()
+                                  : start.command.front().starts_with('/')) &&
+           (start.busName.empty() || ::sd_bus_service_name_is_valid(start.busName.c_str()) > 0) &&
+           (start.workingFolder.empty() || isFolderPath(start.workingFolder));
+}
+
+template <typename Number> Number numberIn(const std::string& text) {
+    Number number{};
+    std::from_chars(text.data(), text.data() + text.size(), number);
+    return number;
+}
+
+Start decoded(std::string_view encoding) {
+    constexpr std::size_t kBeforeCommand = 5;
+    auto texts = decodedTexts(encoding);
+    if (texts && texts->size() == 4 && texts->front() == kRefusal) {
+        return tl::unexpected(Refusal{.code = numberIn<std::int64_t>(texts->at(1)),
+                                      .reason = texts->at(2),
+                                      .errorNumber = numberIn<int>(texts->at(3))});
+    }
+    if (texts && texts->size() >= kBeforeCommand && texts->front() == kStart) {
+        ApplicationStart start{.path = texts->at(1),
+                               .identifier = texts->at(2),
+                               .command = {texts->begin() + kBeforeCommand, texts->end()},
+                               .workingFolder = texts->at(3),
+                               .busName = texts->at(4)};
+        if (isStart(start)) {
+            return start;
+        }
+    }
+    return refuse(launch_error::kUnknown, "what was found there makes no sense");
+}
+
+} // namespace
+
+tl::expected<ApplicationStart, Error>
+resolveApplication(const std::string& path, const UserRecord& user, UserProcesses& processes) {
+    constexpr std::size_t kLongest = std::size_t{1} << 20U;
+    const auto said = processes.perform(
+        user, [&] { return encoded(resolve(path)); },
+        {.patience = processes.patienceWith(user.user, kPatienceToLook), .longest = kLongest});
+    if (!said) {
+        return tl::unexpected(launchError(launch_error::kUnknown, path,
+                                          whyNotPerformed(user, said.error()),
+                                          static_cast<int>(said.error().code())));
+    }
+    return decoded(*said).map_error([&](const Refusal& refusal) {
+        return refusal.errorNumber != 0 ? fileError({.errorNumber = refusal.errorNumber,
+                                                     .access = FileAccess::write,
+                                                     .path = path,
+                                                     .destination = {}},
+                                                    "")
+                                        : launchError(refusal.code, path, refusal.reason);
+    });
 }
 
 } // namespace qv

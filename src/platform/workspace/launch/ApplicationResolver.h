@@ -1,16 +1,17 @@
 #pragma once
 
-#include "platform/foundation/values/URL.h"
+#include "platform/foundation/process/UserProcess.h"
 #include "platform/workspace/launch/ApplicationStart.h"
 
 #include <tl/expected.hpp>
 
-#include <optional>
+#include <string>
 
 namespace qv {
 
-/// What is at a URL, as WorkspaceService::launchApplicationAtURL takes and refuses it. Looks only.
+/// What is at a path, as WorkspaceService::launchApplicationAtURL takes and refuses it. Looks only,
+/// as the user who will run it: there may be anything of his.
 [[nodiscard]] tl::expected<ApplicationStart, Error>
-resolveApplication(const std::optional<URL>& url);
+resolveApplication(const std::string& path, const UserRecord& user, UserProcesses& processes);
 
 } // namespace qv

@@ -5,14 +5,11 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstring>
 
 namespace qv {
 
 namespace {
-
-constexpr std::chrono::microseconds kPatience = std::chrono::seconds(20);
 
 // The desktop entry format's rule for the object of a name.
 std::string objectPathOf(std::string name) {
@@ -23,8 +20,9 @@ std::string objectPathOf(std::string name) {
 
 } // namespace
 
-std::string activateOnBus(const std::string& address, const std::string& busName) {
-    const tl::expected<Bus, int> bus = connectToBus(address, BusPeer::broker, kPatience);
+std::string activateOnBus(const std::string& address, const std::string& busName,
+                          std::chrono::milliseconds patience) {
+    const tl::expected<Bus, int> bus = connectToBus(address, BusPeer::broker, patience);
     if (!bus) {
         return fmt::format("the session bus cannot be reached: {}", strerrordesc_np(-bus.error()));
     }

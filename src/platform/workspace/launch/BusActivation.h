@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <string>
 
 namespace qv {
@@ -7,6 +8,7 @@ namespace qv {
 /// Has the bus at `address` start an application, or bring the one that runs to the front
 /// (org.freedesktop.Application.Activate). Empty, or what went wrong. The caller is the user whose
 /// bus it is: it lets in nobody else.
-[[nodiscard]] std::string activateOnBus(const std::string& address, const std::string& busName);
+[[nodiscard]] std::string activateOnBus(const std::string& address, const std::string& busName,
+                                        std::chrono::milliseconds patience);
 
 } // namespace qv

@@ -2,6 +2,7 @@
 
 #include "platform/foundation/files/UniqueFd.h"
 #include "platform/foundation/values/UTF8.h"
+#include "platform/workspace/Patience.h"
 
 #include <fmt/format.h>
 #include <systemd/sd-login.h>
@@ -99,14 +100,26 @@ std::optional<uid_t> userOfProcess(int process) {
                                          status.c_str() + at + kLine.size(), nullptr, 10)));
 }
 
-std::vector<std::string> variablesOfProcess(pid_t pid, uid_t user) {
+std::string environmentOfProcess(pid_t pid, uid_t user) {
     const UniqueFd process(
         ::open(fmt::format("/proc/{}", pid).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-    std::vector<std::string> variables;
     if (!process || userOfProcess(process.get()) != user) { // gone, its number another's maybe
-        return variables;
+        return {};
     }
-    const std::string all = contentOf(process.get(), "environ");
+    return contentOf(process.get(), "environ");
+}
+
+// Another process reads them, of the same rights: the kernel has whoever asks wait while their
+// owner executes another program, for as long as he likes.
+std::vector<std::string> variablesOfProcess(pid_t pid, uid_t user, UserProcesses& processes) {
+    const auto all = processes
+                         .perform(userRecord(::geteuid()).value_or(UserRecord()),
+                                  [&] { return environmentOfProcess(pid, user); },
+                                  {.patience = processes.patienceWith(user, kPatienceToLook),
+                                   .longest = 2 * kLongestEnvironment,
+                                   .onBehalfOf = user})
+                         .value_or("");
+    std::vector<std::string> variables;
     for (std::size_t at = 0; at < all.size();) {
         const std::size_t end = std::min(all.find('\0', at), all.size());
         if (const std::string_view each = std::string_view(all).substr(at, end - at);
@@ -186,6 +199,36 @@ bool isThere(const std::string& path) {
     return ::stat(path.c_str(), &info) == 0;
 }
 
+constexpr const char* kBus = "/bus";
+constexpr const char* kManagerPlace = "/systemd/private";
+
+// What of a user's runtime folder is there: `f` for itself, `b` for the bus, `m` for the manager.
+// He may have anything mounted in it.
+tl::expected<std::string, Error>
+lookIntoRuntimeFolder(const std::string& folder, const UserRecord& user, UserProcesses& processes) {
+    const auto look = [&] {
+        std::string found;
+        for (const auto& [sign, place] :
+             {std::pair{"f", folder}, {"b", folder + kBus}, {"m", folder + kManagerPlace}}) {
+            found += isThere(place) ? sign : "";
+        }
+        return found;
+    };
+    return processes.perform(
+        user, look, {.patience = processes.patienceWith(user.user, kPatienceToLook), .longest = 3});
+}
+
+// Who starts programs there, and where he is reached.
+void findManager(LaunchSession& session, bool hasOwn, const std::string& runFolder) {
+    if (hasOwn) {
+        session.manager = LaunchSession::Manager::user;
+        session.managerSocket = session.runtimeFolder + kManagerPlace;
+    } else if (::geteuid() == 0 && isThere(runFolder + kManagerPlace)) {
+        session.manager = LaunchSession::Manager::system;
+        session.managerSocket = runFolder + kManagerPlace;
+    }
+}
+
 } // namespace
 
 std::vector<std::string> LaunchSession::environment() const {
@@ -213,6 +256,7 @@ std::vector<std::string> LaunchSession::environment() const {
 }
 
 tl::expected<LaunchSession, std::string> findLaunchSession(const Requester& requester,
+                                                           UserProcesses& processes,
                                                            const std::string& runFolder) {
     const uid_t uid = requester.user == 0 ? userBehindRoot(requester.process) : requester.user;
     std::optional<UserRecord> user = userRecord(uid);
@@ -221,24 +265,18 @@ tl::expected<LaunchSession, std::string> findLaunchSession(const Requester& requ
     }
     LaunchSession session;
     session.user = std::move(*user);
-    if (const std::string folder = fmt::format("{}/user/{}", runFolder, uid); isThere(folder)) {
-        session.runtimeFolder = folder;
-        if (isThere(folder + "/bus")) {
-            session.busAddress = fmt::format("unix:path={}/bus", folder);
-        }
+    const std::string folder = fmt::format("{}/user/{}", runFolder, uid);
+    const auto found = lookIntoRuntimeFolder(folder, session.user, processes);
+    if (!found) {
+        return tl::unexpected(fmt::format("{} cannot be looked into: {}", folder,
+                                          whyNotPerformed(session.user, found.error())));
     }
-    for (const auto& [manager, folder] :
-         {std::pair{LaunchSession::Manager::user, session.runtimeFolder},
-          std::pair{LaunchSession::Manager::system, runFolder}}) {
-        const std::string socket = folder + "/systemd/private";
-        const bool obeys = manager == LaunchSession::Manager::user || ::geteuid() == 0;
-        if (session.managerSocket.empty() && !folder.empty() && obeys && isThere(socket)) {
-            session.manager = manager;
-            session.managerSocket = socket;
-        }
-    }
+    session.runtimeFolder = found->find('f') != std::string::npos ? folder : "";
+    session.busAddress =
+        found->find('b') != std::string::npos ? fmt::format("unix:path={}{}", folder, kBus) : "";
+    findManager(session, found->find('m') != std::string::npos, runFolder);
     if (uid == requester.user) {
-        addVariables(session.variables, variablesOfProcess(requester.process, uid));
+        addVariables(session.variables, variablesOfProcess(requester.process, uid, processes));
     }
     Text named = sessionOfProcess(requester.process);
     if (!named) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/foundation/process/Requester.h"
+#include "platform/foundation/process/UserProcess.h"
 #include "platform/foundation/process/UserRecord.h"
 
 #include <tl/expected.hpp>
@@ -39,7 +40,10 @@ struct LaunchSession {
 ///
 /// Its variables are those of the requester's process where he launches for himself: what he says
 /// there, he could as well do himself. Else they are what the login manager knows.
+///
+/// What is the user's, his process and his runtime folder, is looked at by `processes`.
 [[nodiscard]] tl::expected<LaunchSession, std::string>
-findLaunchSession(const Requester& requester, const std::string& runFolder = "/run");
+findLaunchSession(const Requester& requester, UserProcesses& processes,
+                  const std::string& runFolder = "/run");
 
 } // namespace qv

@@ -3,7 +3,6 @@
 #include "platform/foundation/files/UniqueFd.h"
 #include "platform/foundation/process/ProcessState.h"
 #include "platform/foundation/process/SpawnProcess.h"
-#include "platform/foundation/process/UserProcess.h"
 #include "platform/workspace/launch/BusActivation.h"
 #include "platform/workspace/launch/LaunchError.h"
 #include "platform/workspace/launch/ServiceUnit.h"
@@ -14,6 +13,7 @@
 #include <cerrno>
 #include <charconv>
 #include <fcntl.h>
+#include <functional>
 #include <sys/random.h>
 #include <unistd.h>
 
@@ -40,19 +40,6 @@ Refusal decoded(const std::string& text) {
     const auto [after, error] = std::from_chars(text.data(), end, refusal.errorNumber);
     refusal.reason.assign(after + (after != end ? 1 : 0), end);
     return refusal;
-}
-
-Refusal asUser(const UserRecord& user, Clock::time_point deadline,
-               const std::function<Refusal()>& start) {
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
-    const auto said = performAsUser(user, [&] { return encoded(start()); }, left);
-    if (said) {
-        return decoded(*said);
-    }
-    const auto errorNumber = static_cast<int>(said.error().code());
-    return {errorNumber, errorNumber == ETIMEDOUT
-                             ? std::string("whoever was to start it does not answer")
-                             : fmt::format("nothing can be started as user {}", user.name)};
 }
 
 std::string workingFolder(const ApplicationStart& application, const LaunchSession& session) {
@@ -126,46 +113,86 @@ Refusal startByManager(const ApplicationStart& application, const LaunchSession&
         .environment = isUsers ? session.variables : session.environment(),
         .command = application.command,
     };
-    constexpr std::chrono::milliseconds kToSayWhy{200};
-    const std::string failure = startUnit(session.managerSocket, unit, deadline - kToSayWhy);
+    const std::string failure = startUnit(session.managerSocket, unit, deadline);
     return {0, failure.empty() ? failure
                                : fmt::format("the service manager did not start it: {}", failure)};
 }
 
+// One launch, which goes from one starter to the next.
+class Launch {
+public:
+    Launch(const ApplicationStart& application, const LaunchSession& session,
+           UserProcesses& processes, const LaunchPatience& patience)
+        : application_(application), session_(session), processes_(processes),
+          patience_({.bus = processes.patienceWith(session.user.user, patience.bus),
+                     .manager = processes.patienceWith(session.user.user, patience.manager)}) {}
+
+    Refusal run() {
+        Refusal refusal{0, fmt::format("only a session bus starts it, and user {} has none",
+                                       session_.user.name)};
+        if (!application_.busName.empty() && !session_.busAddress.empty()) {
+            refusal = attempt(session_.user, patience_.bus, [&](std::chrono::milliseconds time) {
+                return Refusal{0, activateOnBus(session_.busAddress, application_.busName, time)};
+            });
+            if (refusal.reason.empty()) {
+                return refusal;
+            }
+        }
+        return application_.command.empty() ? refusal : runCommand();
+    }
+
+private:
+    Refusal runCommand() {
+        if (session_.manager == LaunchSession::Manager::none) {
+            return attempt(session_.user, patience_.manager, [&](std::chrono::milliseconds) {
+                return startDetached(application_, session_);
+            });
+        }
+        // The machine's is asked by a child as well, so that it keeps nobody waiting.
+        const bool isUsers = session_.manager == LaunchSession::Manager::user;
+        return attempt(isUsers ? session_.user : userRecord(::geteuid()).value_or(UserRecord()),
+                       patience_.manager, [&](std::chrono::milliseconds time) {
+                           return startByManager(application_, session_, Clock::now() + time);
+                       });
+    }
+
+    // `start` is given less time than there is, so that it can say why it failed.
+    Refusal attempt(const UserRecord& as, std::chrono::milliseconds patience,
+                    const std::function<Refusal(std::chrono::milliseconds)>& start) {
+        const uid_t user = session_.user.user;
+        const auto enough = patience - std::min(patience / 5, std::chrono::milliseconds(200));
+        const Clock::time_point begin = Clock::now();
+        const auto said = processes_.perform(as, [&] { return encoded(start(enough)); },
+                                             {.patience = patience, .onBehalfOf = user});
+        Refusal refusal = said ? decoded(*said) : notPerformed(as, said.error());
+        if (!refusal.reason.empty() && Clock::now() - begin >= enough) {
+            processes_.noteLate(user);
+            wasLate_ = true;
+        } else if (refusal.reason.empty() && !wasLate_) {
+            processes_.noteAnswer(user);
+        }
+        return refusal;
+    }
+
+    static Refusal notPerformed(const UserRecord& as, const Error& error) {
+        const auto errorNumber = static_cast<int>(error.code());
+        return {errorNumber, errorNumber == ETIMEDOUT
+                                 ? std::string("whoever was to start it does not answer")
+                                 : whyNotPerformed(as, error)};
+    }
+
+    const ApplicationStart& application_;
+    const LaunchSession& session_;
+    UserProcesses& processes_;
+    LaunchPatience patience_;
+    bool wasLate_ = false; // one of those who were asked
+};
+
 } // namespace
 
 Error launch(const ApplicationStart& application, const LaunchSession& session,
-             std::chrono::milliseconds patience) {
-    const Clock::time_point begin = Clock::now();
-    const Clock::time_point deadline = begin + patience;
-    Refusal refusal{
-        0, fmt::format("only a session bus starts it, and user {} has none", session.user.name)};
-    if (!application.busName.empty() && !session.busAddress.empty()) {
-        // Its Exec needs time as well.
-        refusal = asUser(session.user, begin + patience * 3 / 4, [&]() -> Refusal {
-            return {0, activateOnBus(session.busAddress, application.busName)};
-        });
-        if (refusal.reason.empty()) {
-            return {};
-        }
-    }
-    if (!application.command.empty()) {
-        switch (session.manager) {
-        case LaunchSession::Manager::user:
-            refusal = asUser(session.user, deadline,
-                             [&] { return startByManager(application, session, deadline); });
-            break;
-        case LaunchSession::Manager::system:
-            // In a child as well, so that a manager that does not answer keeps nobody waiting.
-            refusal = asUser(userRecord(::geteuid()).value_or(UserRecord()), deadline,
-                             [&] { return startByManager(application, session, deadline); });
-            break;
-        case LaunchSession::Manager::none:
-            refusal =
-                asUser(session.user, deadline, [&] { return startDetached(application, session); });
-            break;
-        }
-    }
+             UserProcesses& processes, const LaunchPatience& patience) {
+    const Refusal refusal = Launch(application, session, processes, patience).run();
     return refusal.reason.empty() ? Error()
                                   : launchError(launch_error::kUnknown, application.path,
                                                 refusal.reason, refusal.errorNumber);

@@ -1,17 +1,16 @@
 #pragma once
 
+#include "platform/workspace/Patience.h"
 #include "platform/workspace/launch/ApplicationStart.h"
 #include "platform/workspace/launch/LaunchSession.h"
-
-#include <chrono>
 
 namespace qv {
 
 /// Starts an application in a session and does not wait for it: by the session's bus where it can
 /// be, else by the service manager, else itself. However it is started, it leads a session of its
 /// own, has nothing of this process, and does not end with it. Whoever does not answer is given up
-/// so that all is over within `patience`, and the second or two that it takes to end what is late.
+/// in time, and given less time by the next launch for his user, until one succeeds.
 [[nodiscard]] Error launch(const ApplicationStart& application, const LaunchSession& session,
-                           std::chrono::milliseconds patience = std::chrono::seconds(28));
+                           UserProcesses& processes, const LaunchPatience& patience = {});
 
 } // namespace qv

@@ -5,6 +5,7 @@
 
 #include "platform/foundation/process/Support.h"
 #include "support/RealUser.h"
+#include "support/SilentFileSystem.h"
 #include "support/TemporaryDirectory.h"
 
 #include <fmt/format.h>
@@ -268,6 +269,44 @@ TEST_F(UserProcess, EndsInTimeWhateverBecomesOfTheChild) {
                   kShort),
               ETIMEDOUT)
         << "has closed its answer, but not ended";
+}
+
+// Neither a deadline nor a signal ends what waits in the kernel for a file system of the user's.
+TEST_F(UserProcess, IsLeftBehindWhereItHangs) {
+    test::SilentFileSystem silent(folder_ / "silent");
+    if (!silent.isThere()) {
+        GTEST_SKIP() << "needs FUSE";
+    }
+    UserProcesses processes;
+    const auto look = [&] { return std::to_string(std::filesystem::exists(folder_ / "silent/x")); };
+    const auto said = [&](const UserRecord& user, const auto& work, auto patience) {
+        return codeOf(processes.perform(user, work, {.patience = patience}));
+    };
+    const auto nothing = [] { return std::string(); };
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(said(kRecord, look, kShort), ETIMEDOUT);
+    EXPECT_EQ(said(kRecord, nothing, kLong), EBUSY) << "there would be more and more";
+    EXPECT_EQ(said({0, 0, "root", "/", ""}, nothing, kLong), 0) << "another user's fault";
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 30s);
+    EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), 0) << "the trial proves nothing";
+    EXPECT_EQ(processes.patienceWith(kNobody, kLong), UserProcesses::kLeastPatience);
+    EXPECT_EQ(processes.patienceWith(0, kLong), kLong);
+    silent.end();
+    siginfo_t ended{};
+    ASSERT_EQ(::waitid(P_ALL, 0, &ended, WEXITED | WNOWAIT), 0);
+    EXPECT_EQ(said(kRecord, nothing, kLong), 0);
+    processes.noteAnswer(kNobody);
+    EXPECT_EQ(processes.patienceWith(kNobody, kLong), kLong);
+}
+
+TEST(UserProcesses, ForgetThoseWhoWereLateFirst) {
+    UserProcesses processes;
+    for (uid_t user = 0; user <= UserProcesses::kMostLate; ++user) {
+        processes.noteLate(user);
+    }
+    EXPECT_EQ(processes.patienceWith(0, kLong), kLong);
+    EXPECT_EQ(processes.patienceWith(1, kLong), UserProcesses::kLeastPatience);
+    EXPECT_EQ(processes.patienceWith(1, kShort), kShort);
 }
 
 // Half an answer would be taken for a whole one.
