@@ -2,6 +2,7 @@
 
 #include "platform/foundation/log/Log.h"
 #include "platform/foundation/values/Weakness.h"
+#include "platform/xpc/Turns.h"
 #include "platform/xpc/wire/SocketIO.h"
 #include "platform/xpc/wire/WireError.h"
 
@@ -86,7 +87,6 @@ void Connection::resume() {
     perform([this] {
         state_ = State::active;
         wasResumed_ = true;
-        begin_ = queue_.now();
         auto io = queue_.watch(socket_.get(), 0, [this](std::uint32_t events) {
             perform([this, events] { onReady(events); });
         });
@@ -148,6 +148,7 @@ void Connection::abandon(const char* reason) noexcept {
         closeFor(wireError(WireErrorCode::handlerFailed, reason));
     } catch (...) { // no memory left even for that
         state_ = State::closed;
+        waiting_.reset();
         io_.reset();
         timer_.reset();
         socket_.reset();
@@ -234,19 +235,31 @@ std::size_t Connection::readPiece() {
     if (!reader_.midFrame()) {
         frameBegin_ = queue_.now();
     }
-    const auto frame = reader_.advance(piece->count);
+    auto frame = reader_.advance(piece->count);
     if (!frame) {
         closeFor(frame.error());
         return 0;
     }
     if (*frame) {
-        handleFrame(**frame);
-        return 0; // one request a turn
+        await(std::move(**frame));
+        return 0;
     }
     return piece->count;
 }
 
-void Connection::handleFrame(const Frame& frame) {
+void Connection::await(Frame frame) {
+    waiting_ = std::move(frame);
+    const Error error = queue_.turns().enter(peer().uid, this, [weak = weak_from_this()] {
+        if (const auto self = weak.lock(); self && self->waiting_) {
+            self->perform([&] { self->begin(*std::exchange(self->waiting_, std::nullopt)); });
+        }
+    });
+    if (error) {
+        closeFor(error);
+    }
+}
+
+void Connection::begin(const Frame& frame) {
     // A peer that is still there has had its process ID all along: no other process can have sent
     // under that number.
     if (!peer_.isAlive() && !isWeakened(Weakness::peerAlive)) {
@@ -271,7 +284,6 @@ void Connection::handleFrame(const Frame& frame) {
                            "a request does not repeat this connection's nonce"));
         return;
     }
-    served_ = true;
     requestAtHand_ = true;
     deliver(Message(std::move(*dictionary),
                     frame.replyExpected
@@ -330,13 +342,7 @@ std::optional<MainQueue::Clock::time_point> Connection::deadline() const noexcep
     if (!writer_.empty()) {
         return lastProgress_ + limits_.replyProgress;
     }
-    if (requestAtHand_) {
-        return std::nullopt;
-    }
-    if (reader_.midFrame()) {
-        return frameBegin_ + limits_.frame;
-    }
-    return served_ ? std::nullopt : std::optional(begin_ + limits_.firstFrame);
+    return reader_.midFrame() ? std::optional(frameBegin_ + limits_.frame) : std::nullopt;
 }
 
 // Tells the loop what this state waits for, where that has changed.
@@ -380,6 +386,9 @@ void Connection::close(ConnectionError::Kind kind, const Error& cause) {
         return;
     }
     const bool wasActive = std::exchange(state_, State::closed) == State::active;
+    if (std::exchange(waiting_, std::nullopt)) {
+        queue_.turns().leave(peer().uid, this);
+    }
     io_.reset();
     timer_.reset();
     socket_.reset();

@@ -16,8 +16,10 @@
 namespace qv::xpc {
 
 /// The service's end of one client's connection. It comes from a Listener suspended: nothing is
-/// read until resume(), and a connection that is cancelled before is closed without a byte read.
-/// Events come on the main queue; after a ConnectionError no more come.
+/// read until resume(), and a connection that is cancelled before is closed without a byte read. A
+/// request that has arrived whole waits for its user's turn (see Turns) and is delivered then, if
+/// its peer is still there; meanwhile nothing further is read. Events come on the main queue; after
+/// a ConnectionError no more come.
 class Connection : public std::enable_shared_from_this<Connection> {
 public:
     using EventHandler = std::function<void(const Event&)>;
@@ -36,7 +38,7 @@ public:
     [[nodiscard]] pid_t processID() const noexcept { return peer().pid; }
 
     void setEventHandler(EventHandler handler);
-    /// Asked before each frame is looked at; where it says no, the connection is closed.
+    /// Asked when a request's turn has come; where it says no, the connection is closed.
     void setGuard(std::function<bool()> guard) { guard_ = std::move(guard); }
     /// Runs once, when the connection is closed for whatever reason, before its last event.
     void setClosedHandler(MainQueue::Work handler);
@@ -71,14 +73,15 @@ private:
     void greet();
     void readAvailable();
     std::size_t readPiece();
-    void handleFrame(const Frame& frame);
+    void await(Frame frame);
+    void begin(const Frame& frame);
     void deliver(const Event& event);
     void enqueue(Frame frame);
     void flush();
     void requestEnded() noexcept;
 
     [[nodiscard]] bool isReading() const noexcept {
-        return state_ == State::active && !requestAtHand_ && writer_.empty();
+        return state_ == State::active && !waiting_ && !requestAtHand_ && writer_.empty();
     }
     [[nodiscard]] std::optional<MainQueue::Clock::time_point> deadline() const noexcept;
     void updateInterest();
@@ -99,11 +102,11 @@ private:
     FrameWriter writer_;
     std::string nonce_;
     bool wasResumed_ = false;
+    std::optional<Frame> waiting_; // for its turn
     bool requestAtHand_ = false;
-    bool served_ = false; // a first frame has come
     std::uint32_t watched_ = 0;
     std::optional<MainQueue::Clock::time_point> armed_;
-    MainQueue::Clock::time_point begin_;        // of the state
+    MainQueue::Clock::time_point begin_;        // of its existence
     MainQueue::Clock::time_point frameBegin_;   // of the unfinished frame
     MainQueue::Clock::time_point lastProgress_; // of sending
 };

@@ -34,15 +34,7 @@ void EventSource::Registration::end() noexcept {
 }
 
 Error EventSource::setEvents(std::uint32_t events) {
-    if (registration_->descriptor >= 0) {
-        return registration_->queue.list(*registration_, events);
-    }
-    sd_event_source* source = registration_->source.get();
-    int result = sd_event_source_set_io_events(source, events);
-    if (result >= 0) {
-        result = sd_event_source_set_enabled(source, SD_EVENT_ON);
-    }
-    return result < 0 ? Error::posix(-result) : Error();
+    return registration_->queue.list(*registration_, events);
 }
 
 Error EventSource::setDeadline(std::chrono::steady_clock::time_point deadline) {

@@ -22,7 +22,6 @@ struct Limits {
 
     // Counted in MainQueue::now().
     std::chrono::milliseconds verification{2'000};   ///< from accept to resume
-    std::chrono::milliseconds firstFrame{30'000};    ///< from resume to the first byte
     std::chrono::milliseconds frame{10'000};         ///< from a frame's first byte to its last
     std::chrono::milliseconds replyProgress{10'000}; ///< between two bytes that the peer takes
 };

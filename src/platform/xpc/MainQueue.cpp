@@ -1,6 +1,7 @@
 #include "platform/xpc/MainQueue.h"
 
 #include "platform/foundation/log/Log.h"
+#include "platform/xpc/Turns.h"
 
 #include <fmt/format.h>
 #include <systemd/sd-event.h>
@@ -18,7 +19,6 @@ namespace {
 // A handler that runs longer than this has kept the others waiting. Short ones count as ordinary
 // time, or a stream of them would stop every deadline.
 constexpr std::chrono::milliseconds kBlockage{100};
-constexpr std::int64_t kLastPriority = SD_EVENT_PRIORITY_NORMAL + 10;
 constexpr std::uint64_t kTimerAccuracy = 1000; // microseconds
 
 void logEscaped(const char* reason) noexcept {
@@ -57,6 +57,11 @@ tl::expected<std::unique_ptr<MainQueue>, Error> MainQueue::create() {
     if (const Error error = queue->takeArrivals()) {
         return tl::unexpected(error);
     }
+    auto turns = Turns::create(*queue);
+    if (!turns) {
+        return tl::unexpected(turns.error());
+    }
+    queue->turns_ = std::move(*turns);
     return queue;
 }
 
@@ -101,25 +106,11 @@ void MainQueue::async(Work work) {
 }
 
 tl::expected<EventSource, Error> MainQueue::watch(int fd, std::uint32_t events,
-                                                  std::function<void(std::uint32_t)> handler,
-                                                  Order order) {
+                                                  std::function<void(std::uint32_t)> handler) {
     auto registration = std::make_shared<EventSource::Registration>(*this, std::move(handler));
-    if (order == Order::normal) {
-        registration->descriptor = fd;
-        if (const Error error = list(*registration, events)) {
-            return tl::unexpected(error);
-        }
-        return EventSource(std::move(registration));
-    }
-    sd_event_source* source = nullptr;
-    int result =
-        sd_event_add_io(loop_.get(), &source, fd, events, &MainQueue::onReady, registration.get());
-    if (result >= 0) {
-        registration->source.reset(source);
-        result = sd_event_source_set_priority(source, kLastPriority);
-    }
-    if (result < 0) {
-        return tl::unexpected(Error::posix(-result));
+    registration->descriptor = fd;
+    if (const Error error = list(*registration, events)) {
+        return tl::unexpected(error);
     }
     return EventSource(std::move(registration));
 }
@@ -180,6 +171,7 @@ std::uint64_t MainQueue::microsecondsOf(Clock::time_point moment) const noexcept
 template <typename Body> bool MainQueue::guarded(const Body& body) noexcept {
     handlerBegin_ = Clock::now();
     inHandler_ = true;
+    leftOut_ = false;
     bool succeeded = false;
     try {
         body();
@@ -191,7 +183,7 @@ template <typename Body> bool MainQueue::guarded(const Body& body) noexcept {
     }
     inHandler_ = false;
     const Clock::duration taken = Clock::now() - handlerBegin_;
-    if (taken > kBlockage) {
+    if (taken > kBlockage || leftOut_) {
         blocked_ += taken;
     }
     return succeeded;
@@ -216,12 +208,6 @@ void MainQueue::runDeferred() noexcept {
         batch.pop_front();
         static_cast<void>(guarded(work)); // a failure ends this piece of work and nothing else
     }
-}
-
-int MainQueue::onReady(sd_event_source*, int, std::uint32_t events, void* userdata) {
-    auto* registration = static_cast<EventSource::Registration*>(userdata);
-    registration->queue.dispatch(*registration, events);
-    return 0;
 }
 
 int MainQueue::onTime(sd_event_source* source, std::uint64_t, void* userdata) {

@@ -16,6 +16,8 @@ struct sd_event_source;
 
 namespace qv::xpc {
 
+class Turns;
+
 /// The process's serial loop. Everything in this room happens on it, one handler at a time, on the
 /// thread that calls run(); nothing here may be called from another thread.
 ///
@@ -41,13 +43,11 @@ public:
     /// Runs `work` later, after what was given before.
     void async(Work work);
 
-    /// Which of several sources that are ready goes first.
-    enum class Order : std::uint8_t { normal, last };
     /// `handler` gets what happened on `fd`, as epoll numbers it. The descriptor is borrowed and
-    /// must live as long as the registration.
-    [[nodiscard]] tl::expected<EventSource, Error> watch(int fd, std::uint32_t events,
-                                                         std::function<void(std::uint32_t)> handler,
-                                                         Order order = Order::normal);
+    /// must live as long as the registration. Descriptors that are ready are served one after
+    /// the other, in the order in which they became ready.
+    [[nodiscard]] tl::expected<EventSource, Error>
+    watch(int fd, std::uint32_t events, std::function<void(std::uint32_t)> handler);
     /// A timer that is not armed yet.
     [[nodiscard]] tl::expected<EventSource, Error> addTimer(Work handler);
 
@@ -55,6 +55,11 @@ public:
     /// above 100 ms), so that a deadline counts only time in which its peer could have been heard.
     /// Stands still inside a handler.
     [[nodiscard]] Clock::time_point now() const noexcept;
+    /// Leaves the handler that runs out of that clock, however short it is.
+    void leaveOutHandler() noexcept { leftOut_ = true; }
+
+    /// Where requests wait until they are begun.
+    [[nodiscard]] Turns& turns() noexcept { return *turns_; }
 
 private:
     friend class EventSource;
@@ -71,21 +76,22 @@ private:
     void dispatch(EventSource::Registration& registration, std::uint32_t events) noexcept;
     void runDeferred() noexcept;
     [[nodiscard]] std::uint64_t microsecondsOf(Clock::time_point moment) const noexcept;
-    static int onReady(sd_event_source* source, int fd, std::uint32_t events, void* userdata);
     static int onTime(sd_event_source* source, std::uint64_t usec, void* userdata);
     static int onArrival(sd_event_source* source, int fd, std::uint32_t events, void* userdata);
     static int onDeferred(sd_event_source* source, void* userdata);
 
     std::unique_ptr<sd_event, LoopDeleter> loop_;
-    // Descriptors of normal order. The loop serves sources that became ready together in any order;
-    // an epoll of their own gives them one by one, as their bytes came in.
+    // The loop serves sources that became ready together in any order; an epoll of their own gives
+    // descriptors one by one, as their bytes came in.
     UniqueFd arrivals_;
     EventSource arrivalsSource_;
     std::deque<Work> deferred_;
     EventSource deferredSource_;
+    std::unique_ptr<Turns> turns_;
     Clock::duration blocked_{};
     Clock::time_point handlerBegin_; // while a handler runs
     bool inHandler_ = false;
+    bool leftOut_ = false;
     bool exiting_ = false;
 };
 

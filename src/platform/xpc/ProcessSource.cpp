@@ -1,5 +1,7 @@
 #include "platform/xpc/ProcessSource.h"
 
+#include "platform/xpc/Turns.h"
+
 #include <cerrno>
 #include <fcntl.h>
 #include <poll.h>
@@ -23,9 +25,8 @@ ProcessSource::create(MainQueue& queue, int pidfd, MainQueue::Work handler) {
     std::unique_ptr<ProcessSource> source(
         new ProcessSource(queue, std::move(own), std::move(handler)));
     // Registered here, so that resume() has nothing left that could fail.
-    auto watch = queue.watch(
-        source->pidfd_.get(), EPOLLIN,
-        [self = source.get()](std::uint32_t) { self->processEnded(); }, MainQueue::Order::last);
+    auto watch = queue.watch(source->pidfd_.get(), EPOLLIN,
+                             [self = source.get()](std::uint32_t) { self->processEnded(); });
     if (!watch) {
         return tl::unexpected(watch.error());
     }
@@ -36,11 +37,7 @@ ProcessSource::create(MainQueue& queue, int pidfd, MainQueue::Work handler) {
 void ProcessSource::resume() {
     resumed_ = true;
     if (ended_) {
-        queue_.async([waiting = std::weak_ptr(handler_)] {
-            if (const auto handler = waiting.lock()) {
-                (*handler)();
-            }
-        });
+        announce();
     }
 }
 
@@ -57,10 +54,17 @@ bool ProcessSource::hasEnded() const noexcept {
 void ProcessSource::processEnded() {
     source_.disable();
     ended_ = true;
-    if (resumed_ && handler_ != nullptr) {
-        const auto handler = std::move(handler_);
-        (*handler)(); // may destroy this object
+    if (resumed_) {
+        announce();
     }
+}
+
+void ProcessSource::announce() {
+    queue_.turns().afterNext([waiting = std::weak_ptr(handler_)] {
+        if (const auto handler = waiting.lock()) { // kept: it may destroy this object
+            (*handler)();
+        }
+    });
 }
 
 } // namespace qv::xpc

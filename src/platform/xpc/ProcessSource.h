@@ -6,8 +6,8 @@
 namespace qv::xpc {
 
 /// Watches for the end of one process. The handler runs once: when the process has ended, at once
-/// if it already has. It may destroy its own source. Among sources that are ready these come last,
-/// so that requests which have already arrived are served before an exit is acted upon.
+/// if it already has. It may destroy its own source. Of requests that had arrived before the end
+/// at least one is begun first.
 class ProcessSource {
 public:
     /// `pidfd` is borrowed for the call only.
@@ -29,6 +29,7 @@ public:
 private:
     ProcessSource(MainQueue& queue, UniqueFd pidfd, MainQueue::Work handler);
     void processEnded();
+    void announce();
 
     MainQueue& queue_;
     UniqueFd pidfd_;

@@ -4,6 +4,7 @@
 
 #include "RawClient.h"
 #include "ServiceThread.h"
+#include <array>
 #include <future>
 #include <stdexcept>
 #include <sys/socket.h>
@@ -100,6 +101,34 @@ TEST(Connection, ReadsNoFurtherRequestWhileOneIsAtHand) {
         EXPECT_EQ(textOf(held.at(0)), "two");
         held.clear();
     });
+}
+
+// While another request runs, one client closes after its request and one does not.
+TEST(Connection, DropsARequestWhoseClientHasClosed) {
+    std::vector<std::string> seen;
+    std::promise<void> running;
+    std::promise<void> sent;
+    ServiceThread service({.onMessage = [&](ServiceThread&, const Message& message) {
+        seen.push_back(textOf(message));
+        if (seen.size() == 1) {
+            running.set_value();
+            sent.get_future().wait();
+        }
+        ServiceThread::echo(message);
+    }});
+    std::array<RawClient, 3> clients{RawClient(service.path()), RawClient(service.path()),
+                                     RawClient(service.path())};
+    for (RawClient& client : clients) {
+        client.greet();
+    }
+    ASSERT_TRUE(clients[0].send(clients[0].request("runs")));
+    running.get_future().wait();
+    ASSERT_TRUE(clients[1].send(clients[1].request("closes")));
+    clients[1].close();
+    ASSERT_TRUE(clients[2].send(clients[2].request("waits")));
+    sent.set_value();
+    EXPECT_EQ(clients[2].readFrame().kind, FrameKind::reply);
+    EXPECT_EQ(seen, (std::vector<std::string>{"runs", "waits"}));
 }
 
 TEST(Connection, EndsAloneWhenItsHandlerThrows) {

@@ -1,5 +1,6 @@
 #include "platform/xpc/ProcessSource.h"
 #include "platform/xpc/RateLimiter.h"
+#include "platform/xpc/Turns.h"
 
 #include <gtest/gtest.h>
 
@@ -191,9 +192,9 @@ TEST_F(ProcessSourceTest, StaysSilentWhenCancelled) {
     EXPECT_EQ(queue_->run(), 0);
 }
 
-// What is ready together with an exit goes first: a request that has arrived is served before the
-// last client's end stops the service.
-TEST_F(ProcessSourceTest, ComesAfterOtherEvents) {
+// A request that had arrived counts before the last client's end stops the service; but requests
+// that never end must not keep ends from being noticed.
+TEST_F(ProcessSourceTest, ComesAfterTheRequestThatWaits) {
     ChildProcess child([] { return 0; });
     const UniqueFd pidfd = pidfdOf(child.pid());
     child.wait();
@@ -203,21 +204,55 @@ TEST_F(ProcessSourceTest, ComesAfterOtherEvents) {
                             queue_->exit(0);
                         }).value();
     source->resume();
-    const UniqueFd event(::eventfd(3, EFD_CLOEXEC | EFD_SEMAPHORE));
-    const EventSource other = queue_
-                                  ->watch(event.get(), EPOLLIN,
-                                          [&](std::uint32_t) {
-                                              eventfd_t value = 0;
-                                              ::eventfd_read(event.get(), &value);
-                                              order += 'e';
-                                          })
-                                  .value();
+    const std::function<void()> request = [&] {
+        order += 'r';
+        ASSERT_FALSE(queue_->turns().enter(1, &order, request));
+    };
+    request();
     EXPECT_EQ(queue_->run(), 0);
-    EXPECT_EQ(order, "eeep");
+    EXPECT_EQ(order, "rrp");
 }
 
 TEST_F(ProcessSourceTest, CannotBeMadeOfNothing) {
     EXPECT_FALSE(ProcessSource::create(*queue_, -1, [] {}));
+}
+
+using TurnsTest = QueueTest;
+
+// User 1 has four requests waiting; those of users 2 and 3 arrive while the first of them runs, and
+// one is given up.
+TEST_F(TurnsTest, UsersTakeTurnsWhenRequestsWait) {
+    std::string order;
+    const UniqueFd arrival(::eventfd(0, EFD_CLOEXEC));
+    const auto enter = [&](uid_t user, const char* name) {
+        EXPECT_FALSE(queue_->turns().enter(user, name, [&order, &arrival, name] {
+            order += name;
+            if (order == "a") {
+                ::eventfd_write(arrival.get(), 1);
+            }
+        }));
+    };
+    const EventSource reading = queue_
+                                    ->watch(arrival.get(), EPOLLIN,
+                                            [&](std::uint32_t) {
+                                                eventfd_t value = 0;
+                                                ::eventfd_read(arrival.get(), &value);
+                                                enter(2, "x");
+                                                enter(2, "y");
+                                                enter(3, "z");
+                                            })
+                                    .value();
+    const char* const givenUp = "-";
+    for (const char* name : {"a", "b", givenUp, "c"}) {
+        enter(1, name);
+    }
+    queue_->turns().leave(1, givenUp);
+    enter(4, givenUp);
+    queue_->turns().leave(4, givenUp);
+    EventSource end = queue_->addTimer([&] { queue_->exit(0); }).value();
+    ASSERT_FALSE(end.setDeadline(queue_->now() + 30ms));
+    EXPECT_EQ(queue_->run(), 0);
+    EXPECT_EQ(order, "axzbyc");
 }
 
 using RateLimiterTest = QueueTest;

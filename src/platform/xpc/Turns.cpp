@@ -1,0 +1,93 @@
+#include "platform/xpc/Turns.h"
+
+#include "platform/xpc/MainQueue.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <utility>
+
+namespace qv::xpc {
+
+tl::expected<std::unique_ptr<Turns>, Error> Turns::create(MainQueue& queue) {
+    std::unique_ptr<Turns> turns(
+        new Turns(queue)); // NOLINT(cppcoreguidelines-owning-memory): the constructor is private
+    turns->always_ = UniqueFd(::eventfd(1, EFD_CLOEXEC));
+    if (!turns->always_) {
+        return tl::unexpected(Error::posix(errno));
+    }
+    auto source = queue.watch(turns->always_.get(), 0,
+                              [self = turns.get()](std::uint32_t) { self->onReady(); });
+    if (!source) {
+        return tl::unexpected(source.error());
+    }
+    turns->source_ = std::move(*source);
+    turns->source_.disable();
+    return turns;
+}
+
+Error Turns::enter(uid_t user, const void* request, Work begin) {
+    if (users_.empty()) {
+        if (const Error error = source_.setEvents(EPOLLIN)) {
+            return error;
+        }
+    }
+    auto place = std::ranges::find(users_, user, &User::id);
+    if (place == users_.end()) {
+        place = users_.insert(place, User{user, {}});
+    }
+    place->waiting.push_back({request, std::move(begin)});
+    return {};
+}
+
+void Turns::leave(uid_t user, const void* request) noexcept {
+    const auto place = std::ranges::find(users_, user, &User::id);
+    if (place == users_.end()) {
+        return;
+    }
+    std::erase_if(place->waiting, [&](const Waiting& each) { return each.request == request; });
+    if (place->waiting.empty()) {
+        users_.erase(place);
+    }
+    if (users_.empty()) {
+        source_.disable();
+    }
+}
+
+void Turns::afterNext(Work work) {
+    if (users_.empty()) {
+        queue_.async(std::move(work));
+    } else {
+        afterNext_.push_back(std::move(work));
+    }
+}
+
+// The queue serves ready descriptors in the order in which they became ready. Taken off before the
+// request and put on again after it, this one comes behind everything that arrived meanwhile.
+void Turns::onReady() {
+    source_.disable();
+    queue_.leaveOutHandler();
+    do {
+        beginNext();
+    } while (!users_.empty() && source_.setEvents(EPOLLIN)); // an error: the next one at once
+}
+
+void Turns::beginNext() {
+    if (users_.front().id == last_) {
+        users_.splice(users_.end(), users_, users_.begin());
+    }
+    User& user = users_.front();
+    last_ = user.id;
+    const Work begin = std::move(user.waiting.front().begin);
+    user.waiting.pop_front();
+    if (user.waiting.empty()) {
+        users_.pop_front();
+    }
+    begin();
+    for (Work& work : std::exchange(afterNext_, {})) {
+        queue_.async(std::move(work));
+    }
+}
+
+} // namespace qv::xpc
