@@ -23,7 +23,9 @@ struct ScriptOutcome {
 };
 
 /// A connection to the service. The service watches this process from the first script on and stays
-/// until it ends. Use from one thread at a time.
+/// until it ends. A script of which the service certainly executed nothing is sent again over a new
+/// connection, a limited number of times; ClientErrorCode::interrupted says that it is not known
+/// whether the script was executed. Use from one thread at a time.
 ///
 /// An installed client is set-group-id, and whoever starts it chooses all that it starts with. In
 /// a program that was started set-group-id, and in no other, `connect` therefore changes the state

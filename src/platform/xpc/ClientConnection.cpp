@@ -1,6 +1,5 @@
 #include "platform/xpc/ClientConnection.h"
 
-#include "platform/xpc/wire/FrameWriter.h"
 #include "platform/xpc/wire/SocketIO.h"
 
 #include <fmt/format.h>
@@ -12,6 +11,7 @@
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <sys/un.h>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -24,6 +24,10 @@ using std::chrono::microseconds;
 using std::chrono::milliseconds;
 
 constexpr std::uint32_t kLongestBody = 64U << 20;
+// Some half a second in all, against a service that dies at each connection.
+constexpr int kMostAttempts = 12;
+constexpr milliseconds kFirstPause{1}; // but none before the second attempt
+constexpr milliseconds kLongestPause{100};
 
 Error clientError(ClientErrorCode code, std::string_view text, const Error& cause = {}) {
     std::vector<std::pair<Value, Value>> info;
@@ -50,11 +54,24 @@ Error protocolError(std::string_view text, const Error& cause = {}) {
 }
 
 Error closedByService(ClientErrorCode code, const Error& cause = {}) {
-    return clientError(code,
-                       code == ClientErrorCode::rejected
-                           ? "The service does not accept this program."
-                           : "The service closed the connection before it answered.",
-                       cause);
+    switch (code) {
+    case ClientErrorCode::rejected:
+        return clientError(code, "The service does not accept this program.", cause);
+    case ClientErrorCode::notExecuted:
+        return clientError(code,
+                           "The service closed the connection each time before it took up the "
+                           "request, which was not executed.",
+                           cause);
+    default:
+        return clientError(code,
+                           "The service closed the connection before it answered. Whether it "
+                           "executed the request is not known.",
+                           cause);
+    }
+}
+
+bool isReset(const Error& error) {
+    return error.domain() == error_domain::kPOSIX && error.code() == ECONNRESET;
 }
 
 // The time left, at least nothing.
@@ -78,34 +95,14 @@ Error limitConnecting(int socket, const ClientConnection::Deadline& deadline) {
 
 } // namespace
 
-ClientConnection::ClientConnection(UniqueFd socket) noexcept
-    : socket_(std::move(socket)), reader_(FrameReader::Receiver::client, kLongestBody) {}
+ClientConnection::ClientConnection(std::string path)
+    : path_(std::move(path)), reader_(FrameReader::Receiver::client, kLongestBody) {}
 
 tl::expected<ClientConnection, Error> ClientConnection::connect(const std::string& path,
                                                                 const Deadline& deadline) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    if (path.empty() || path.size() >= sizeof address.sun_path) {
-        return tl::unexpected(unreachable(path, path.empty() ? ENOENT : ENAMETOOLONG));
-    }
-    std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
-    ClientConnection connection(UniqueFd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)));
-    if (!connection.socket_) {
-        return tl::unexpected(unreachable(path, errno));
-    }
-    if (const Error error = limitConnecting(connection.socket(), deadline)) {
-        return tl::unexpected(error);
-    }
-    int result = 0;
-    do {
-        // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast): how sockets take addresses
-        result = ::connect(connection.socket(), reinterpret_cast<const sockaddr*>(&address),
-                           sizeof address);
-    } while (result != 0 && errno == EINTR);
-    if (result != 0) {
-        return tl::unexpected(errno == EAGAIN ? timedOut() : unreachable(path, errno));
-    }
-    if (const Error error = connection.receiveGreeting(deadline)) {
+    ClientConnection connection(path);
+    if (const Error error =
+            connection.repeat(deadline, [&] { return connection.open(deadline); })) {
         return tl::unexpected(error);
     }
     return connection;
@@ -113,11 +110,100 @@ tl::expected<ClientConnection, Error> ClientConnection::connect(const std::strin
 
 tl::expected<Value, Error> ClientConnection::sendMessageWithReply(const Value& dictionary,
                                                                   const Deadline& deadline) {
+    Value reply;
+    if (const Error error = repeat(deadline, [&]() -> Step {
+            if (!socket_) {
+                if (auto failure = open(deadline)) {
+                    return failure;
+                }
+            }
+            return exchange(dictionary, deadline, reply);
+        })) {
+        return tl::unexpected(error);
+    }
+    return reply;
+}
+
+template <typename Attempt>
+Error ClientConnection::repeat(const Deadline& deadline, const Attempt& attempt) {
+    milliseconds pause{0};
+    for (int attempts = 1;; ++attempts) {
+        const Step failure = attempt();
+        if (!failure) {
+            return {};
+        }
+        if (!failure->mayRepeat || attempts == kMostAttempts) {
+            return failure->error;
+        }
+        if (deadline && *deadline <= Clock::now() + pause) {
+            return timedOut();
+        }
+        std::this_thread::sleep_for(pause);
+        pause = std::clamp(2 * pause, kFirstPause, kLongestPause);
+    }
+}
+
+ClientConnection::Step ClientConnection::open(const Deadline& deadline) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    if (path_.empty() || path_.size() >= sizeof address.sun_path) {
+        return Failure{unreachable(path_, path_.empty() ? ENOENT : ENAMETOOLONG)};
+    }
+    std::memcpy(address.sun_path, path_.c_str(), path_.size() + 1);
+    reader_.reset();
+    sequence_ = 0;
+    UniqueFd fresh(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (!fresh) {
+        return Failure{unreachable(path_, errno)};
+    }
+    if (const Error error = limitConnecting(fresh.get(), deadline)) {
+        return Failure{error};
+    }
+    int result = 0;
+    do {
+        // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast): how sockets take addresses
+        result =
+            ::connect(fresh.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    } while (result != 0 && errno == EINTR);
+    if (result != 0) {
+        return Failure{errno == EAGAIN ? timedOut() : unreachable(path_, errno)};
+    }
+    socket_ = std::move(fresh);
+    auto failure = receiveGreeting(deadline);
+    if (failure) {
+        socket_.reset();
+    }
+    return failure;
+}
+
+ClientConnection::Step ClientConnection::exchange(const Value& dictionary, const Deadline& deadline,
+                                                  Value& reply) {
+    const auto request = requestOf(dictionary);
+    if (!request) {
+        return Failure{request.error()};
+    }
+    auto failure = sendAll(request->pending(), deadline);
+    if (!failure) {
+        const auto frame = receiveFrame(deadline, ClientErrorCode::interrupted);
+        if (!frame) {
+            failure = frame.error();
+        } else if (frame->kind != FrameKind::reply || frame->sequence != sequence_) {
+            failure = Failure{protocolError("The service answered something else.")};
+        } else if (auto answer = dictionaryOfBody(frame->body); answer) {
+            reply = std::move(*answer);
+        } else {
+            failure = Failure{protocolError("The service's reply cannot be read.", answer.error())};
+        }
+    }
+    if (failure) {
+        socket_.reset(); // whatever comes now would belong to no request
+    }
+    return failure;
+}
+
+tl::expected<FrameWriter, Error> ClientConnection::requestOf(const Value& dictionary) {
     if (!dictionary.is(Value::Kind::dictionary)) {
         return tl::unexpected(protocolError("A request must be a dictionary."));
-    }
-    if (!socket_) {
-        return tl::unexpected(closedByService(ClientErrorCode::interrupted));
     }
     const DictionaryView given = dictionary.asDictionary();
     std::vector<std::pair<Value, Value>> pairs;
@@ -135,34 +221,10 @@ tl::expected<Value, Error> ClientConnection::sendMessageWithReply(const Value& d
             writer.append({FrameKind::request, true, ++sequence_, std::move(*body)})) {
         return tl::unexpected(protocolError("The request is too long.", error));
     }
-    auto reply = exchange(writer.pending(), deadline);
-    if (!reply) {
-        socket_.reset(); // whatever comes now would belong to no request
-    }
-    return reply;
+    return writer;
 }
 
-tl::expected<Value, Error> ClientConnection::exchange(std::string_view request,
-                                                      const Deadline& deadline) {
-    if (const Error error = sendAll(request, deadline)) {
-        return tl::unexpected(error);
-    }
-    const auto reply = receiveFrame(deadline, ClientErrorCode::interrupted);
-    if (!reply) {
-        return tl::unexpected(reply.error());
-    }
-    if (reply->kind != FrameKind::reply || reply->sequence != sequence_) {
-        return tl::unexpected(protocolError("The service answered something else."));
-    }
-    auto dictionary = dictionaryOfBody(reply->body);
-    if (!dictionary) {
-        return tl::unexpected(
-            protocolError("The service's reply cannot be read.", dictionary.error()));
-    }
-    return std::move(*dictionary);
-}
-
-Error ClientConnection::receiveGreeting(const Deadline& deadline) {
+ClientConnection::Step ClientConnection::receiveGreeting(const Deadline& deadline) {
     const auto greeting = receiveFrame(deadline, ClientErrorCode::rejected);
     if (!greeting) {
         return greeting.error();
@@ -171,51 +233,57 @@ Error ClientConnection::receiveGreeting(const Deadline& deadline) {
     const Value* nonce = dictionary ? dictionary->find("nonce") : nullptr;
     if (greeting->kind != FrameKind::greeting || nonce == nullptr ||
         !nonce->is(Value::Kind::data)) {
-        return protocolError("The service's greeting cannot be read.",
-                             dictionary ? Error() : dictionary.error());
+        return Failure{protocolError("The service's greeting cannot be read.",
+                                     dictionary ? Error() : dictionary.error())};
     }
     nonce_ = *nonce;
-    return {};
+    return std::nullopt;
 }
 
-Error ClientConnection::sendAll(std::string_view bytes, const Deadline& deadline) {
+ClientConnection::Step ClientConnection::sendAll(std::string_view bytes, const Deadline& deadline) {
     while (!bytes.empty()) {
         const auto count = send(socket(), bytes);
         if (!count) {
-            return closedByService(ClientErrorCode::interrupted, count.error());
+            return Failure{closedByService(ClientErrorCode::notExecuted, count.error()), true};
         }
         bytes.remove_prefix(*count);
         if (*count == 0) {
             if (const Error error = wait(POLLOUT, deadline)) {
-                return error;
+                return Failure{error};
             }
         }
     }
-    return {};
+    return std::nullopt;
 }
 
-tl::expected<Frame, Error> ClientConnection::receiveFrame(const Deadline& deadline,
-                                                          ClientErrorCode whenClosed) {
+tl::expected<Frame, ClientConnection::Failure>
+ClientConnection::receiveFrame(const Deadline& deadline, ClientErrorCode whenClosed) {
     // A reply takes as long as its script: without a deadline one call waits and receives.
     const Waiting waiting = deadline ? Waiting::never : Waiting::forBytes;
     for (;;) {
         const auto piece = receive(socket(), reader_.space(), waiting);
         if (!piece) {
-            return tl::unexpected(closedByService(whenClosed, piece.error()));
+            const bool unread = isReset(piece.error()) && !reader_.midFrame();
+            return tl::unexpected(Failure{
+                closedByService(unread ? ClientErrorCode::notExecuted : whenClosed, piece.error()),
+                unread});
         }
         if (piece->outcome == Received::Outcome::ended) {
-            return tl::unexpected(closedByService(whenClosed));
+            return tl::unexpected(Failure{closedByService(whenClosed)});
         }
         if (piece->outcome == Received::Outcome::wouldBlock) {
             if (const Error error = wait(POLLIN, deadline)) {
-                return tl::unexpected(error);
+                return tl::unexpected(Failure{error});
             }
             continue;
         }
         auto frame = reader_.advance(piece->count);
         if (!frame) {
             return tl::unexpected(
-                protocolError("What the service sent cannot be read.", frame.error()));
+                Failure{protocolError("What the service sent cannot be read.", frame.error())});
+        }
+        if (*frame && (*frame)->kind == FrameKind::farewell) {
+            return tl::unexpected(Failure{closedByService(ClientErrorCode::notExecuted), true});
         }
         if (*frame) {
             return std::move(**frame);

@@ -4,6 +4,7 @@
 #include "platform/foundation/values/Error.h"
 #include "platform/xpc/ClientError.h"
 #include "platform/xpc/wire/FrameReader.h"
+#include "platform/xpc/wire/FrameWriter.h"
 
 #include <tl/expected.hpp>
 
@@ -17,6 +18,15 @@ namespace qv::xpc {
 
 /// A client's end of a connection. Blocks; no signal is raised and nothing is left to a child
 /// process. Use from one thread at a time.
+///
+/// The service leaves with the last client that it served, and closes the connections of all others
+/// then. A request of which certainly nothing was executed is therefore sent again over a new
+/// connection, a limited number of times and within the deadline. That is certain
+/// - after the service's farewell,
+/// - if the service closed before the last byte of the request went out,
+/// - after ECONNRESET without a byte of a reply: the kernel reports it if bytes of ours were unread
+///   when the service closed, so the request was never whole there.
+/// If the connection just ends after the request, the service may have executed it.
 class ClientConnection {
 public:
     using Deadline = std::optional<std::chrono::steady_clock::time_point>; ///< none: wait forever
@@ -27,23 +37,34 @@ public:
 
     /// Sends a request and waits for its reply. `dictionary` goes out with the connection's
     /// "nonce" added. After any error but that of a request which cannot be sent the connection is
-    /// closed and further calls fail.
+    /// closed, and the next call connects anew.
     [[nodiscard]] tl::expected<Value, Error>
     sendMessageWithReply(const Value& dictionary, const Deadline& deadline = std::nullopt);
 
-    /// The socket, borrowed.
+    /// The socket, borrowed; another one after a call that connected anew.
     [[nodiscard]] int socket() const noexcept { return socket_.get(); }
 
 private:
-    explicit ClientConnection(UniqueFd socket) noexcept;
-    [[nodiscard]] Error receiveGreeting(const Deadline& deadline);
-    [[nodiscard]] tl::expected<Value, Error> exchange(std::string_view request,
-                                                      const Deadline& deadline);
-    [[nodiscard]] Error sendAll(std::string_view bytes, const Deadline& deadline);
-    [[nodiscard]] tl::expected<Frame, Error> receiveFrame(const Deadline& deadline,
-                                                          ClientErrorCode whenClosed);
+    /// Why an attempt failed, and whether a new one may be made: certainly nothing was executed.
+    struct Failure {
+        Error error;
+        bool mayRepeat = false;
+    };
+    using Step = std::optional<Failure>;
+
+    explicit ClientConnection(std::string path);
+    template <typename Attempt>
+    [[nodiscard]] Error repeat(const Deadline& deadline, const Attempt& attempt);
+    [[nodiscard]] Step open(const Deadline& deadline);
+    [[nodiscard]] Step receiveGreeting(const Deadline& deadline);
+    [[nodiscard]] Step exchange(const Value& dictionary, const Deadline& deadline, Value& reply);
+    [[nodiscard]] tl::expected<FrameWriter, Error> requestOf(const Value& dictionary);
+    [[nodiscard]] Step sendAll(std::string_view bytes, const Deadline& deadline);
+    [[nodiscard]] tl::expected<Frame, Failure> receiveFrame(const Deadline& deadline,
+                                                            ClientErrorCode whenClosed);
     [[nodiscard]] Error wait(short events, const Deadline& deadline) const;
 
+    std::string path_;
     UniqueFd socket_;
     FrameReader reader_;
     Value nonce_;

@@ -104,6 +104,15 @@ void Connection::cancel() {
           wireError(WireErrorCode::cancelled, "the connection was cancelled"));
 }
 
+void Connection::bidFarewell() noexcept {
+    perform([this] {
+        if (state_ != State::closed && answered_) {
+            enqueue({FrameKind::farewell, false, 0, {}});
+        }
+        cancel();
+    });
+}
+
 std::optional<Reply> Connection::createReply(const Message& message) {
     if (message.remoteConnection().get() != this ||
         std::exchange(message.route_->replyMade, true)) {
@@ -123,6 +132,7 @@ void Connection::send(const Reply& reply, const Value& dictionary) {
             return;
         }
         requestAtHand_ = false;
+        answered_ = true;
         enqueue({FrameKind::reply, false, reply.route_->sequence, std::move(*body)});
     });
 }
@@ -285,6 +295,7 @@ void Connection::begin(const Frame& frame) {
         return;
     }
     requestAtHand_ = true;
+    answered_ = false;
     deliver(Message(std::move(*dictionary),
                     frame.replyExpected
                         ? std::make_shared<ReplyRoute>(weak_from_this(), frame.sequence)

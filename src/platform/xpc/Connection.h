@@ -47,6 +47,10 @@ public:
     void resume();
     /// Closes at once. Whoever was resumed still gets its `invalidated` event.
     void cancel();
+    /// The same for a service that leaves. Unless a request was begun and not answered, the peer,
+    /// even one that is not resumed yet, is told without waiting that none without a reply was or
+    /// will be executed.
+    void bidFarewell() noexcept;
 
     /// None when the message asked for no reply, came over another connection, or has one already.
     [[nodiscard]] std::optional<Reply> createReply(const Message& message);
@@ -104,6 +108,7 @@ private:
     bool wasResumed_ = false;
     std::optional<Frame> waiting_; // for its turn
     bool requestAtHand_ = false;
+    bool answered_ = true; // the last request that was begun, if any
     std::uint32_t watched_ = 0;
     std::optional<MainQueue::Clock::time_point> armed_;
     MainQueue::Clock::time_point begin_;        // of its existence

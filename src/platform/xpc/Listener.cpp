@@ -77,7 +77,7 @@ Listener::Listener(UniqueFd socket, MainQueue& queue, const Limits& limits)
 Listener::~Listener() {
     for (const auto& connection : std::exchange(connections_, {})) {
         connection->setClosedHandler(nullptr);
-        connection->cancel();
+        connection->bidFarewell();
     }
 }
 

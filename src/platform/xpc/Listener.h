@@ -31,7 +31,7 @@ public:
     Listener& operator=(const Listener&) = delete;
     Listener(Listener&&) = delete;
     Listener& operator=(Listener&&) = delete;
-    ~Listener(); ///< cancels its connections
+    ~Listener(); ///< bids its connections farewell
 
     /// Gets each new connection, suspended. It resumes or cancels it, or keeps it to do so in time;
     /// one that it forgets, or throws on, is cancelled.

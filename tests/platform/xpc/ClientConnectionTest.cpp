@@ -31,26 +31,48 @@ Value dictionaryOf(std::string_view text) {
     return Value::dictionary({{"text", Value::string(text)}});
 }
 
-// A service that says what it is told to, byte for byte, and closes.
+// A service that does with each connection what it is told, closes it, and listens no more after
+// the last.
 class ScriptedService {
 public:
-    ScriptedService(std::string greeting, std::string answer)
-        : listener_(test::listeningSocket(path())),
-          thread_([this, greeting = std::move(greeting), answer = std::move(answer)] {
-              const UniqueFd client(::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC));
-              ::send(client.get(), greeting.data(), greeting.size(), MSG_NOSIGNAL);
-              if (!answer.empty()) {
-                  std::array<char, 4096> request{};
-                  ::recv(client.get(), request.data(), request.size(), 0);
-                  ::send(client.get(), answer.data(), answer.size(), MSG_NOSIGNAL);
+    using Act = std::function<void(int client)>;
+
+    explicit ScriptedService(std::vector<Act> acts)
+        : listener_(test::listeningSocket(path())), thread_([this, acts = std::move(acts)] {
+              for (const Act& act : acts) {
+                  const UniqueFd client(::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC));
+                  act(client.get());
               }
+              listener_.reset();
           }) {}
+    /// Greets, reads what comes at once, and answers.
+    ScriptedService(const std::string& greeting, const std::string& answer)
+        : ScriptedService({[greeting, answer](int client) {
+              say(client, greeting);
+              if (!answer.empty()) {
+                  hear(client);
+                  say(client, answer);
+              }
+          }}) {}
     ~ScriptedService() { thread_.join(); }
     ScriptedService(const ScriptedService&) = delete;
     ScriptedService& operator=(const ScriptedService&) = delete;
     ScriptedService(ScriptedService&&) = delete;
     ScriptedService& operator=(ScriptedService&&) = delete;
     [[nodiscard]] std::string path() const { return directory_ / "scripted.sock"; }
+
+    static void say(int client, std::string_view bytes) {
+        ::send(client, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+    }
+    /// Reads a request, or only waits for it.
+    static void hear(int client, int flags = 0) {
+        FrameHeaderBytes header{};
+        ::recv(client, header.data(), header.size(), flags | MSG_WAITALL);
+        if (flags == 0) {
+            std::string body(decodeFrameHeader(header)->bodyLength, '\0');
+            ::recv(client, body.data(), body.size(), MSG_WAITALL);
+        }
+    }
 
 private:
     qv::test::TemporaryDirectory directory_;
@@ -119,8 +141,8 @@ TEST(ClientConnection, RefusesGreetingsAndRepliesThatAreNone) {
         EXPECT_EQ(codeOf(connection->sendMessageWithReply(dictionaryOf("x"))),
                   numberOf(ClientErrorCode::protocol));
         EXPECT_EQ(codeOf(connection->sendMessageWithReply(dictionaryOf("x"))),
-                  numberOf(ClientErrorCode::interrupted))
-            << "what comes after a wrong reply belongs to no request";
+                  numberOf(ClientErrorCode::unreachable))
+            << "what comes after a wrong reply belongs to no request: it connects anew";
     }
     const ScriptedService good(greetingBytes(), replyBytes(1));
     EXPECT_TRUE(ClientConnection::connect(good.path())->sendMessageWithReply(dictionaryOf("x")));
@@ -132,14 +154,65 @@ TEST(ClientConnection, ReportsAServiceThatClosesInsteadOfAnswering) {
     }});
     auto connection = ClientConnection::connect(service.path());
     ASSERT_TRUE(connection);
-    // Longer than the socket holds: the service's end comes amid sending, too.
     EXPECT_EQ(codeOf(connection->sendMessageWithReply(dictionaryOf("x"))),
               numberOf(ClientErrorCode::interrupted));
-    const ScriptedService deaf(greetingBytes(), "");
-    auto cut = ClientConnection::connect(deaf.path());
-    ASSERT_TRUE(cut);
-    EXPECT_EQ(codeOf(cut->sendMessageWithReply(dictionaryOf(std::string(5'000'000, 'x')))),
+    // Part of a reply means executed, whatever else is unread.
+    const ScriptedService cut({[](int client) {
+        ScriptedService::say(client, greetingBytes());
+        ScriptedService::hear(client, MSG_PEEK);
+        ScriptedService::say(client, replyBytes(1).substr(0, 9));
+    }});
+    auto second = ClientConnection::connect(cut.path());
+    ASSERT_TRUE(second);
+    EXPECT_EQ(codeOf(second->sendMessageWithReply(dictionaryOf("x"))),
               numberOf(ClientErrorCode::interrupted));
+}
+
+const std::string kFarewell = frameBytes(FrameKind::farewell, "", 0, false);
+
+TEST(ClientConnection, SendsAgainWhatWasNotExecuted) {
+    const auto say = [](const std::string& bytes) {
+        return [bytes](int client) { ScriptedService::say(client, bytes); };
+    };
+    const auto greetAndHear = [](int flags, const std::string& bytes) {
+        return [=](int client) {
+            ScriptedService::say(client, greetingBytes());
+            ScriptedService::hear(client, flags);
+            ScriptedService::say(client, bytes);
+        };
+    };
+    const std::vector<std::pair<const char*, ScriptedService::Act>> rows = {
+        {"farewell before the greeting", say(kFarewell)},
+        {"farewell to a silent client", say(greetingBytes() + kFarewell)},
+        {"end before the request", say(greetingBytes())},
+        {"farewell after the request", greetAndHear(0, kFarewell)},
+        {"request unread", greetAndHear(MSG_PEEK, "")},
+        {"farewell, request unread", greetAndHear(MSG_PEEK, kFarewell)},
+    };
+    const auto good = greetAndHear(0, replyBytes(1));
+    for (const std::size_t size : {1UL, 5'000'000UL}) { // the longer one is sent in pieces
+        for (const auto& [name, act] : rows) {
+            const ScriptedService service({act, act, good});
+            auto connection = ClientConnection::connect(service.path());
+            ASSERT_TRUE(connection) << name;
+            const auto reply =
+                connection->sendMessageWithReply(dictionaryOf(std::string(size, 'x')));
+            EXPECT_TRUE(reply) << name << ": " << reply.error().description();
+        }
+    }
+}
+
+TEST(ClientConnection, GivesUpOnAServiceThatKeepsLeaving) {
+    ServiceThread service({.onConnection = [](ServiceThread&, const auto& connection) {
+        connection->bidFarewell();
+    }});
+    EXPECT_EQ(codeOf(ClientConnection::connect(service.path())),
+              numberOf(ClientErrorCode::notExecuted));
+    EXPECT_LE(service.waitForConnections(0), 20U);
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(codeOf(ClientConnection::connect(service.path(), begin + 50ms)),
+              numberOf(ClientErrorCode::timedOut));
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 5s);
 }
 
 TEST(ClientConnection, GivesUpAtItsDeadline) {

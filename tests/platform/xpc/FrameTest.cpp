@@ -73,7 +73,8 @@ TEST(FrameReader, RefusesEachBrokenFieldAndNamesItsByte) {
         {3, '\0', "frame header, byte 0: not the mark of a frame"},
         {4, 2, "frame header, byte 4: version 2 is not known"},
         {5, 0, "frame header, byte 5: kind 0 is not known"},
-        {5, 4, "frame header, byte 5: kind 4 is not known"},
+        {5, 4, "frame header, byte 6: flags 0x0001 are not allowed here"},
+        {5, 5, "frame header, byte 5: kind 5 is not known"},
         {5, 1, "frame header, byte 6: flags 0x0001 are not allowed here"},
         {5, 3, "frame header, byte 6: flags 0x0001 are not allowed here"},
         {6, 3, "frame header, byte 6: flags 0x0003 are not allowed here"},
@@ -95,7 +96,9 @@ TEST(FrameReader, RefusesEachBrokenFieldAndNamesItsByte) {
 TEST(FrameReader, RefusesKindsOfTheOtherDirection) {
     FrameReader service(FrameReader::Receiver::service, kLimit);
     EXPECT_FALSE(read(service, frameBytes(FrameKind::reply, "x", 1, false), 100));
+    EXPECT_FALSE(read(service, frameBytes(FrameKind::farewell, "", 0, false), 100));
     FrameReader client(FrameReader::Receiver::client, kLimit);
+    EXPECT_FALSE(read(client, frameBytes(FrameKind::farewell, "x", 0, false), 100));
     EXPECT_FALSE(read(client, frameBytes(FrameKind::request, "x"), 100));
     FrameReader greeted(FrameReader::Receiver::client, kLimit);
     EXPECT_TRUE(read(greeted, frameBytes(FrameKind::greeting, "x", 0, false), 100));

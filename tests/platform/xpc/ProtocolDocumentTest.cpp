@@ -68,6 +68,7 @@ TEST(ProtocolDocument, ShowsTheBytesThatTheCodeSends) {
                                            {"data", Value::data("({operation=2;})")},
                                            {"nonce", nonce()}}),
                         1, true)));
+    EXPECT_EQ(hex(documented("farewell")), hex(frameBytes(FrameKind::farewell, "", 0, false)));
     const auto archive = KeyedArchiver::archivedDataWithRootObject(documentedResult());
     ASSERT_TRUE(archive);
     EXPECT_EQ(hex(documented("archive")), hex(*archive));

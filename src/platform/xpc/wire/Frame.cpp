@@ -69,7 +69,7 @@ tl::expected<FrameHeader, Error> decodeFrameHeader(std::span<const char, kFrameH
     }
     const auto kind = get<std::uint8_t>(bytes, kKindAt);
     if (kind < static_cast<std::uint8_t>(FrameKind::greeting) ||
-        kind > static_cast<std::uint8_t>(FrameKind::reply)) {
+        kind > static_cast<std::uint8_t>(FrameKind::farewell)) {
         return badHeader(kKindAt, fmt::format("kind {} is not known", kind));
     }
     const bool isRequest = static_cast<FrameKind>(kind) == FrameKind::request;
@@ -80,9 +80,13 @@ tl::expected<FrameHeader, Error> decodeFrameHeader(std::span<const char, kFrameH
     if (get<std::uint32_t>(bytes, kReservedAt) != 0) {
         return badHeader(kReservedAt, "the reserved bytes are not zero");
     }
-    return FrameHeader{static_cast<FrameKind>(kind), (flags & kReplyExpected) != 0,
-                       get<std::uint64_t>(bytes, kSequenceAt),
-                       get<std::uint32_t>(bytes, kLengthAt)};
+    const FrameHeader header{static_cast<FrameKind>(kind), (flags & kReplyExpected) != 0,
+                             get<std::uint64_t>(bytes, kSequenceAt),
+                             get<std::uint32_t>(bytes, kLengthAt)};
+    if (header.kind == FrameKind::farewell && header.bodyLength != 0) {
+        return badHeader(kLengthAt, "a farewell has no body");
+    }
+    return header;
 }
 
 tl::expected<Value, Error> dictionaryOfBody(std::string_view body) {

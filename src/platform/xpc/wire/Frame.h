@@ -15,13 +15,18 @@ namespace qv::xpc {
 
 // The shape of what goes over the socket; docs/protocol.md describes it for writers of clients.
 
-enum class FrameKind : std::uint8_t { greeting = 1, request = 2, reply = 3 };
+enum class FrameKind : std::uint8_t {
+    greeting = 1,
+    request = 2,
+    reply = 3,
+    farewell = 4, ///< no request without a reply was or will be executed; has no body
+};
 
 struct Frame {
     FrameKind kind = FrameKind::request;
     bool replyExpected = false; ///< requests only
     std::uint64_t sequence = 0; ///< a reply repeats its request's
-    std::string body;           ///< a binary property list
+    std::string body;           ///< a binary property list; empty in a farewell
 };
 
 struct FrameHeader {
