@@ -2,15 +2,19 @@
  * What an installed client does around its connection, in plain C, for programs that do without our
  * library: "A client's duties" of docs/protocol.md. To be included by one source file.
  *
- *     why = prepare_launch();       first of all
- *     ... connect ...
- *     why = give_up_group();        at once, before anything is executed; an end does as well
+ *     why = prepare_launch();          first of all
+ *     connect_with_group(...)          in place of connect, as often as need be
+ *     why = give_up_group();           for good, after the reply; an end does as well
  *
- * Both give NULL, or what could not be done: the program must not go on then. In a program that was
- * not started set-group-id they do nothing.
+ * The first and the last give NULL, or what could not be done: the program must not go on then. In
+ * a program that was not started set-group-id they do nothing.
  */
 #pragma once
 
+#ifndef _GNU_SOURCE
+#error "define _GNU_SOURCE before the first header"
+#endif
+#include <errno.h>
 #include <fcntl.h>
 #include <signal.h>
 #include <stdbool.h>
@@ -18,13 +22,64 @@
 #include <sys/auxv.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 static bool is_started_set_group(void) { return getauxval(AT_GID) != getauxval(AT_EGID); }
 
 static bool forbid_dumping(void) {
     return prctl(PR_SET_DUMPABLE, 0, 0, 0, 0) == 0 && prctl(PR_GET_DUMPABLE, 0, 0, 0, 0) == 0;
+}
+
+static gid_t client_group(void) { return (gid_t)getauxval(AT_EGID); }
+
+static bool has_groups(gid_t real, gid_t effective, gid_t saved) {
+    gid_t now[3];
+    return getresgid(&now[0], &now[1], &now[2]) == 0 && now[0] == real && now[1] == effective &&
+           now[2] == saved;
+}
+
+/* Of all threads: saved only, where nothing that is executed inherits it. When the effective group
+   changes, the kernel may make the process dumpable again; the saved group protects it until that
+   is undone. */
+static bool hide_group(void) {
+    const gid_t own = getgid();
+    return setresgid(own, own, client_group()) == 0 && forbid_dumping() &&
+           has_groups(own, own, client_group());
+}
+
+/* Of the calling thread: setresgid would change all threads. */
+static bool set_effective_group(gid_t effective) {
+    return syscall(SYS_setresgid, getgid(), effective, client_group()) == 0 && forbid_dumping() &&
+           has_groups(getgid(), effective, client_group());
+}
+
+/* As connect(2). The group is the effective one meanwhile, and no signal is handled, because a
+   handler might execute something. -1 and EPERM if the group is gone or, which the program must not
+   survive, cannot be hidden again. */
+static inline int connect_with_group(int fd, const struct sockaddr* address, socklen_t size) {
+    sigset_t all;
+    sigset_t before;
+    int result = -1;
+    int error = EPERM;
+    if (!is_started_set_group()) {
+        return connect(fd, address, size);
+    }
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before);
+    if (set_effective_group(client_group())) {
+        result = connect(fd, address, size);
+        error = errno;
+    }
+    if (!set_effective_group(getgid())) {
+        result = -1;
+        error = EPERM;
+    }
+    pthread_sigmask(SIG_SETMASK, &before, NULL);
+    errno = error;
+    return result;
 }
 
 static const char* raise_limits(void) {
@@ -57,7 +112,7 @@ static const char* raise_limits(void) {
     return NULL;
 }
 
-static const char* prepare_launch(void) {
+static inline const char* prepare_launch(void) {
     const struct rlimit none = {0, 0};
     sigset_t empty;
     if (!is_started_set_group()) {
@@ -65,6 +120,9 @@ static const char* prepare_launch(void) {
     }
     if (!forbid_dumping() || setrlimit(RLIMIT_CORE, &none) != 0) {
         return "it cannot be kept from being dumped or traced";
+    }
+    if (!hide_group()) {
+        return "it cannot hide its group";
     }
     const char* why = raise_limits();
     if (why != NULL) {
@@ -83,19 +141,12 @@ static const char* prepare_launch(void) {
     return NULL;
 }
 
-static const char* give_up_group(void) {
+static inline const char* give_up_group(void) {
     const gid_t own = getgid();
-    gid_t real = 0;
-    gid_t effective = 0;
-    gid_t saved = 0;
     if (!is_started_set_group()) {
         return NULL;
     }
-    /* In two steps: when the effective group changes, the kernel may make the process dumpable
-       again; the saved group protects it until that is undone. */
-    if (setresgid(own, own, (gid_t)getauxval(AT_EGID)) != 0 || !forbid_dumping() ||
-        setresgid(own, own, own) != 0 || getresgid(&real, &effective, &saved) != 0 || real != own ||
-        effective != own || saved != own) {
+    if (!forbid_dumping() || setresgid(own, own, own) != 0 || !has_groups(own, own, own)) {
         return "it cannot give up its group";
     }
     return NULL;

@@ -1,6 +1,6 @@
 /*
  * A client of the service in plain C, without any library of ours: what it knows comes from
- * docs/protocol.md.
+ * docs/protocol.md. launch-duties.h and reply-reader.h are of use to others as well.
  *
  *     plain-client SCRIPT [SOCKET]      sends a script, prints how it went
  * Exit status: 0 the script succeeded, 1 it failed, 2 there was no answer.
@@ -10,6 +10,7 @@
  */
 #define _GNU_SOURCE
 #include "launch-duties.h"
+#include "reply-reader.h"
 #include <errno.h>
 #include <inttypes.h>
 #include <stdbool.h>
@@ -19,10 +20,11 @@
 #include <string.h>
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <time.h>
 #include <unistd.h>
 
-enum { HEADER_SIZE = 24, NONCE_SIZE = 32, TRAILER_SIZE = 32, MOST_DEPTH = 32 };
-enum { GREETING = 1, REQUEST = 2, REPLY = 3, REPLY_EXPECTED = 1 };
+enum { HEADER_SIZE = 24, NONCE_SIZE = 32, MOST_DEPTH = 32, MOST_ATTEMPTS = 12 };
+enum { GREETING = 1, REQUEST = 2, REPLY = 3, FAREWELL = 4, REPLY_EXPECTED = 1 };
 static const uint32_t LONGEST_BODY = 64u << 20;
 static const char DEFAULT_SOCKET[] = "/run/com.larkwen.qvcatalog.helper.sock";
 
@@ -41,204 +43,6 @@ static void* allocate(size_t size) {
     void* memory = malloc(size + 1); /* none for nothing would look like a failure */
     insist(memory != NULL, "memory", strerror(ENOMEM));
     return memory;
-}
-
-/* ---- Property lists. Nothing is trusted: every place is checked before it is read. ---- */
-
-typedef struct {
-    const uint8_t* bytes;
-    size_t end; /* of the objects: where the offset table begins */
-    uint64_t count;
-    uint64_t root;
-    uint8_t offset_size;
-    uint8_t reference_size;
-} List;
-
-typedef enum {
-    NOTHING, /* no such object, the null object, or one that cannot be read */
-    BOOLEAN,
-    INTEGER,
-    OTHER, /* real numbers and dates: this client has no use for them */
-    DATA,
-    ASCII,
-    UTF16,
-    REFERENCE,
-    ARRAY,
-    DICTIONARY
-} Kind;
-
-typedef struct {
-    Kind kind;
-    int64_t number;         /* of a boolean, an integer or a reference */
-    const uint8_t* payload; /* of data, strings and containers */
-    uint64_t count;         /* its bytes, UTF-16 units, elements or pairs */
-} Object;
-
-static uint64_t big_endian(const uint8_t* bytes, size_t size) {
-    return size == 0 ? 0 : big_endian(bytes, size - 1) << 8 | bytes[size - 1];
-}
-
-static bool open_list(List* list, const uint8_t* bytes, size_t size) {
-    if (size < 8 + TRAILER_SIZE || memcmp(bytes, "bplist00", 8) != 0) {
-        return false;
-    }
-    const uint8_t* trailer = bytes + size - TRAILER_SIZE;
-    const uint64_t table = big_endian(trailer + 24, 8);
-    *list = (List){.bytes = bytes,
-                   .end = (size_t)table,
-                   .count = big_endian(trailer + 8, 8),
-                   .root = big_endian(trailer + 16, 8),
-                   .offset_size = trailer[6],
-                   .reference_size = trailer[7]};
-    return list->offset_size >= 1 && list->offset_size <= 8 && list->reference_size >= 1 &&
-           list->reference_size <= 8 && table >= 8 && table <= size - TRAILER_SIZE &&
-           list->count <= (size - TRAILER_SIZE - table) / list->offset_size &&
-           list->root < list->count;
-}
-
-/* A big-endian integer of `size` bytes; moves `place` behind it. */
-static bool read_integer(const List* list, size_t* place, size_t size, uint64_t* value) {
-    if (size > 8 || list->end - *place < size) {
-        return false;
-    }
-    *value = big_endian(list->bytes + *place, size);
-    *place += size;
-    return true;
-}
-
-/* The number of bytes, units, elements or pairs: in the marker, or in an integer behind it. */
-static bool read_count(const List* list, size_t* place, uint8_t low, uint64_t* count) {
-    *count = low;
-    uint64_t marker = 0;
-    return low != 15 || (read_integer(list, place, 1, &marker) && marker >> 4 == 1 &&
-                         read_integer(list, place, (size_t)1 << (marker & 15), count));
-}
-
-static Object object_at(const List* list, uint64_t index) {
-    static const Kind kinds[16] = {NOTHING, INTEGER, OTHER,   OTHER,     DATA,
-                                   ASCII,   UTF16,   NOTHING, REFERENCE, NOTHING,
-                                   ARRAY,   NOTHING, NOTHING, DICTIONARY};
-    const Object nothing = {.kind = NOTHING};
-    if (index >= list->count) {
-        return nothing;
-    }
-    const uint64_t offset =
-        big_endian(list->bytes + list->end + index * list->offset_size, list->offset_size);
-    if (offset < 8 || offset >= list->end) {
-        return nothing;
-    }
-    size_t place = (size_t)offset;
-    const uint8_t marker = list->bytes[place++];
-    const uint8_t low = marker & 15;
-    Object object = {.kind = kinds[marker >> 4]};
-    if (marker == 0x08 || marker == 0x09) {
-        return (Object){.kind = BOOLEAN, .number = marker == 0x09};
-    }
-    if (object.kind == INTEGER || object.kind == REFERENCE) {
-        const size_t size = object.kind == REFERENCE ? low + 1u : (size_t)1 << low;
-        uint64_t bits = 0;
-        if (!read_integer(list, &place, size, &bits)) {
-            return nothing;
-        }
-        object.number = (int64_t)bits;
-    } else if (object.kind >= DATA) {
-        const size_t each = object.kind == UTF16        ? 2
-                            : object.kind == ARRAY      ? list->reference_size
-                            : object.kind == DICTIONARY ? list->reference_size * 2u
-                                                        : 1;
-        if (!read_count(list, &place, low, &object.count) ||
-            object.count > (list->end - place) / each) {
-            return nothing;
-        }
-        object.payload = list->bytes + place;
-    }
-    return object;
-}
-
-/* The n-th reference of a container. A dictionary has those of its keys first, then its values'. */
-static Object element(const List* list, const Object* container, uint64_t n) {
-    const uint8_t* place = container->payload + n * list->reference_size;
-    return object_at(list, big_endian(place, list->reference_size));
-}
-
-static bool is_text(const Object* object, const char* text) {
-    return object->kind == ASCII && object->count == strlen(text) &&
-           memcmp(object->payload, text, strlen(text)) == 0;
-}
-
-static Object value_for(const List* list, const Object* dictionary, const char* key) {
-    for (uint64_t i = 0; dictionary->kind == DICTIONARY && i < dictionary->count; ++i) {
-        const Object candidate = element(list, dictionary, i);
-        if (is_text(&candidate, key)) {
-            return element(list, dictionary, dictionary->count + i);
-        }
-    }
-    return (Object){.kind = NOTHING};
-}
-
-/* ---- Keyed archives ---- */
-
-typedef struct {
-    List list;
-    Object objects; /* the array that references point into */
-} Archive;
-
-static Object resolve(const Archive* archive, const Object* reference) {
-    Object object = {.kind = NOTHING};
-    if (reference->kind == REFERENCE && reference->number > 0 &&
-        (uint64_t)reference->number < archive->objects.count) {
-        object = element(&archive->list, &archive->objects, (uint64_t)reference->number);
-    }
-    return is_text(&object, "$null") ? (Object){.kind = NOTHING} : object;
-}
-
-/* What the reference under `key` of an archived object leads to. */
-static Object member(const Archive* archive, const Object* object, const char* key) {
-    const Object reference = value_for(&archive->list, object, key);
-    return resolve(archive, &reference);
-}
-
-static bool is_of_class(const Archive* archive, const Object* object, const char* name) {
-    const Object record = member(archive, object, "$class");
-    const Object own = value_for(&archive->list, &record, "$classname");
-    return is_text(&own, name);
-}
-
-/* The n-th reference of an archived container's list of keys or objects. */
-static Object item(const Archive* archive, const Object* container, const char* list, uint64_t n) {
-    const Object references = value_for(&archive->list, container, list);
-    if (references.kind != ARRAY || n >= references.count) {
-        return (Object){.kind = NOTHING};
-    }
-    const Object reference = element(&archive->list, &references, n);
-    return resolve(archive, &reference);
-}
-
-/* The value for a text in an archived dictionary. */
-static Object entry(const Archive* archive, const Object* dictionary, const char* key) {
-    const Object keys = value_for(&archive->list, dictionary, "NS.keys");
-    for (uint64_t i = 0; keys.kind == ARRAY && i < keys.count; ++i) {
-        const Object candidate = item(archive, dictionary, "NS.keys", i);
-        if (is_text(&candidate, key)) {
-            return item(archive, dictionary, "NS.objects", i);
-        }
-    }
-    return (Object){.kind = NOTHING};
-}
-
-static Object open_archive(Archive* archive, const Object* data) {
-    const List* list = &archive->list;
-    if (data->kind != DATA || !open_list(&archive->list, data->payload, (size_t)data->count)) {
-        give_up("reply", "holds no archive");
-    }
-    const Object root = object_at(list, list->root);
-    const Object archiver = value_for(list, &root, "$archiver");
-    const Object top = value_for(list, &root, "$top");
-    archive->objects = value_for(list, &root, "$objects");
-    if (!is_text(&archiver, "NSKeyedArchiver") || archive->objects.kind != ARRAY) {
-        give_up("reply", "its archive is of another kind");
-    }
-    return member(archive, &top, "root");
 }
 
 /* ---- Printing. Foreign text: control characters must not reach a terminal. ---- */
@@ -334,7 +138,7 @@ static bool print_result(const Object* reply_data) {
     const Object step = entry(&archive, &result, "errorScriptStepIndex");
     if (!is_of_class(&archive, &result, "NSDictionary") ||
         (success.kind != BOOLEAN && success.kind != INTEGER) || step.kind != INTEGER) {
-        give_up("reply", "does not say how the script went");
+        give_up("reply", "holds no archive that says how the script went");
     }
     print_line("success", &archive, &success);
     print_line("step", &archive, &step);
@@ -359,46 +163,58 @@ static int connect_to(const char* path) {
     insist(strlen(path) < sizeof address.sun_path, path, strerror(ENAMETOOLONG));
     memcpy(address.sun_path, path, strlen(path) + 1);
     const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (fd < 0 || connect(fd, (const struct sockaddr*)&address, sizeof address) != 0) {
+    if (fd < 0 || connect_with_group(fd, (const struct sockaddr*)&address, sizeof address) != 0) {
         give_up(path, strerror(errno));
     }
     return fd;
 }
 
-/* Receives or sends all of it. */
-static void transfer(int fd, uint8_t* bytes, size_t size, bool sending, const char* otherwise) {
-    while (size > 0) {
-        const ssize_t count =
-            sending ? send(fd, bytes, size, MSG_NOSIGNAL) : recv(fd, bytes, size, 0);
+/* Receives or sends all of it; how much went before the connection ended (errno 0) or broke. */
+static size_t transfer(int fd, uint8_t* bytes, size_t size, bool sending) {
+    size_t done = 0;
+    while (done < size) {
+        errno = 0;
+        const ssize_t count = sending ? send(fd, bytes + done, size - done, MSG_NOSIGNAL)
+                                      : recv(fd, bytes + done, size - done, 0);
         if (count > 0) {
-            bytes += count;
-            size -= (size_t)count;
-        } else if (count == 0 || errno != EINTR) {
-            give_up("connection", otherwise);
+            done += (size_t)count;
+        } else if (errno != EINTR) {
+            break;
         }
     }
+    return done;
 }
 
 static uint64_t little_endian(const uint8_t* bytes, size_t size) {
     return size == 0 ? 0 : little_endian(bytes + 1, size - 1) << 8 | bytes[0];
 }
 
-/* The dictionary of the next frame, which must be of that kind and sequence. `list` keeps it. */
-static Object receive_frame(int fd, List* list, int kind, uint64_t sequence,
-                            const char* otherwise) {
+/* The dictionary of the next frame, which must be of that kind and sequence. `list` keeps it. False
+   if the service left and certainly executed nothing: it said so, or never read the whole request.
+ */
+static bool receive_frame(int fd, List* list, int kind, uint64_t sequence, const char* otherwise,
+                          Object* dictionary) {
     uint8_t header[HEADER_SIZE];
-    transfer(fd, header, sizeof header, false, otherwise);
+    const size_t got = transfer(fd, header, sizeof header, false);
+    if (got == 0 && errno == ECONNRESET) {
+        return false;
+    }
+    insist(got == sizeof header, "connection", otherwise);
     const uint64_t length = little_endian(header + 16, 4);
+    if (memcmp(header, "QVCW\x01", 5) == 0 && header[5] == FAREWELL) {
+        return false;
+    }
     if (memcmp(header, "QVCW\x01", 5) != 0 || header[5] != kind || header[6] != 0 ||
         header[7] != 0 || little_endian(header + 8, 8) != sequence || length > LONGEST_BODY ||
         little_endian(header + 20, 4) != 0) {
         give_up("service", "sent a frame that is not the one expected");
     }
     uint8_t* body = allocate((size_t)length);
-    transfer(fd, body, (size_t)length, false, otherwise);
+    insist(transfer(fd, body, (size_t)length, false) == length, "connection", otherwise);
     insist(open_list(list, body, (size_t)length), "service",
            "sent a frame whose body is no binary property list");
-    return object_at(list, list->root);
+    *dictionary = object_at(list, list->root);
+    return true;
 }
 
 typedef struct {
@@ -472,28 +288,48 @@ static uint8_t* read_file(const char* path, uint32_t* size) {
     return bytes;
 }
 
+/* Has the script executed; `list` keeps the reply. False if it certainly was not. */
+static bool ask(const char* path, const uint8_t* script, uint32_t size, List* list, Object* reply) {
+    const int fd = connect_to(path);
+    List greeting = {0};
+    Writer request = {0};
+    Object hello;
+    bool answered = receive_frame(fd, &greeting, GREETING, 0, "not accepted", &hello);
+    if (answered) {
+        const Object nonce = value_for(&greeting, &hello, "nonce");
+        insist(nonce.kind == DATA && nonce.count == NONCE_SIZE, "service", "sent no nonce");
+        request = request_frame(script, size, nonce.payload);
+        answered = transfer(fd, request.bytes, request.size, true) == request.size &&
+                   receive_frame(fd, list, REPLY, 1,
+                                 "closed before the reply; whether the script was executed is not "
+                                 "known",
+                                 reply);
+    }
+    free(request.bytes);
+    free((void*)(uintptr_t)greeting.bytes);
+    close(fd);
+    return answered;
+}
+
 int main(int argc, char** argv) {
     const char* why = prepare_launch();
     insist(why == NULL, "this process", why);
     insist(argc == 2 || argc == 3, "usage", "plain-client SCRIPT [SOCKET]");
+    const char* path = argc == 3 ? argv[2] : DEFAULT_SOCKET;
     uint32_t size = 0;
     uint8_t* script = read_file(argv[1], &size);
-    const int fd = connect_to(argc == 3 ? argv[2] : DEFAULT_SOCKET);
-    why = give_up_group(); /* connected, it has done its work */
-    insist(why == NULL, "this process", why);
-    List greeting;
-    const Object hello = receive_frame(fd, &greeting, GREETING, 0, "not accepted");
-    const Object nonce = value_for(&greeting, &hello, "nonce");
-    insist(nonce.kind == DATA && nonce.count == NONCE_SIZE, "service", "sent no nonce");
-    const Writer request = request_frame(script, size, nonce.payload);
-    transfer(fd, request.bytes, request.size, true, "closed before the request was sent");
     List list;
-    const Object reply = receive_frame(fd, &list, REPLY, 1, "closed before the reply");
+    Object reply;
+    for (int attempts = 1; !ask(path, script, size, &list, &reply); ++attempts) {
+        insist(attempts < MOST_ATTEMPTS, "service", "left each time before it took up the script");
+        const struct timespec pause = {.tv_nsec = (attempts - 1) * 10000000L};
+        nanosleep(&pause, NULL);
+    }
+    why = give_up_group(); /* it has done its work */
+    insist(why == NULL, "this process", why);
     const Object data = value_for(&list, &reply, "replyData");
     const bool success = print_result(&data);
     free(script);
-    free(request.bytes);
-    free((void*)(uintptr_t)greeting.bytes);
     free((void*)(uintptr_t)list.bytes);
     return success ? 0 : 1;
 }

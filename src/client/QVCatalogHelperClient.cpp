@@ -15,6 +15,7 @@ namespace qv {
 
 struct QVCatalogHelperClient::State {
     xpc::ClientConnection connection;
+    ClientGroup group;
 };
 
 namespace {
@@ -28,22 +29,11 @@ Error noReply(std::string_view why) {
                        fmt::format("The service's reply cannot be read: {}", why));
 }
 
-Error unfit(std::string_view why) {
+Error unfit(const Error& why) {
     return clientError(xpc::ClientErrorCode::unfit,
-                       fmt::format("This process cannot be a client of the service: {}.", why));
+                       fmt::format("This process cannot be a client of the service: {}.",
+                                   why.localizedDescription()));
 }
-
-/// However connecting ends, by an exception as well, the group that marks this process does not
-/// outlast it.
-class MarkUntilConnected {
-public:
-    MarkUntilConnected() = default;
-    ~MarkUntilConnected() { static_cast<void>(giveUpLaunchMark()); }
-    MarkUntilConnected(const MarkUntilConnected&) = delete;
-    MarkUntilConnected& operator=(const MarkUntilConnected&) = delete;
-    MarkUntilConnected(MarkUntilConnected&&) = delete;
-    MarkUntilConnected& operator=(MarkUntilConnected&&) = delete;
-};
 
 } // namespace
 
@@ -56,23 +46,20 @@ QVCatalogHelperClient& QVCatalogHelperClient::operator=(QVCatalogHelperClient&&)
 QVCatalogHelperClient::~QVCatalogHelperClient() = default;
 
 tl::expected<QVCatalogHelperClient, Error>
-QVCatalogHelperClient::connect(const std::string& socketPath) {
-    if (launchMark() == LaunchMark::givenUp) {
-        return tl::unexpected(unfit("this process has given up its client group, as it must once "
-                                    "it has tried to connect; start the program anew"));
-    }
-    const MarkUntilConnected mark;
+QVCatalogHelperClient::connect(const std::string& socketPath, ClientGroup group) {
     if (const Error error = prepareMarkedProcess()) {
-        return tl::unexpected(unfit(error.localizedDescription()));
+        return tl::unexpected(unfit(error));
     }
     auto connection = xpc::ClientConnection::connect(socketPath);
-    if (const Error error = giveUpLaunchMark()) {
-        return tl::unexpected(unfit(error.localizedDescription()));
-    }
     if (!connection) {
         return tl::unexpected(connection.error());
     }
-    return QVCatalogHelperClient(std::make_unique<State>(State{std::move(*connection)}));
+    return QVCatalogHelperClient(std::make_unique<State>(State{std::move(*connection), group}));
+}
+
+Error QVCatalogHelperClient::giveUpClientGroup() {
+    const Error error = giveUpLaunchMark();
+    return error ? unfit(error) : Error();
 }
 
 tl::expected<ScriptOutcome, Error> QVCatalogHelperClient::executeScript(const Value& steps) {
@@ -90,6 +77,11 @@ QVCatalogHelperClient::executeScriptData(std::string_view propertyList) {
     if (!reply) {
         return tl::unexpected(reply.error());
     }
+    if (state_->group == ClientGroup::untilReply) {
+        // The outcome counts more than an error: nothing that is executed has the group in any
+        // case.
+        static_cast<void>(giveUpLaunchMark());
+    }
     const Value* archive = reply->find("replyData");
     if (archive == nullptr || !archive->is(Value::Kind::data)) {
         return tl::unexpected(noReply("there is no \"replyData\" in it"));
@@ -98,17 +90,18 @@ QVCatalogHelperClient::executeScriptData(std::string_view propertyList) {
 }
 
 QVCatalogScript::PriviledgedExecutionBlock
-QVCatalogHelperClient::priviledgedExecutionBlock(std::string socketPath) {
+QVCatalogHelperClient::priviledgedExecutionBlock(std::string socketPath, ClientGroup group) {
     // Without a client its error is why connecting has failed, or none: it is to be tried.
     auto client =
         std::make_shared<tl::expected<QVCatalogHelperClient, Error>>(tl::unexpected(Error()));
-    if (launchMark() == LaunchMark::held) {
-        *client = connect(socketPath);
+    if (const Error error = prepareMarkedProcess()) {
+        *client = tl::unexpected(unfit(error));
     }
-    return [client, path = std::move(socketPath)](QVCatalogScript& /*script*/, const Value& steps,
-                                                  Error* error, const Value** errorScriptStep) {
+    return [client, group, path = std::move(socketPath)](QVCatalogScript& /*script*/,
+                                                         const Value& steps, Error* error,
+                                                         const Value** errorScriptStep) {
         if (!*client && !client->error()) {
-            *client = connect(path);
+            *client = connect(path, group);
         }
         if (!*client) {
             *error = std::exchange(client->error(), Error());
@@ -116,7 +109,6 @@ QVCatalogHelperClient::priviledgedExecutionBlock(std::string socketPath) {
         }
         const auto outcome = (*client)->executeScript(steps);
         if (!outcome) {
-            *client = tl::unexpected(Error());
             *error = outcome.error();
             return;
         }

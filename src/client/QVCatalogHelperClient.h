@@ -22,28 +22,40 @@ struct ScriptOutcome {
     Error error;
 };
 
+/// What becomes of the client group of a program that was started set-group-id.
+enum class ClientGroup : std::uint8_t {
+    untilReply, ///< the first reply ends it for good: the program can connect no more
+    kept,       ///< for a long-lived program, which may connect again until giveUpClientGroup()
+};
+
 /// A connection to the service. The service watches this process from the first script on and stays
 /// until it ends. A script of which the service certainly executed nothing is sent again over a new
 /// connection, a limited number of times; ClientErrorCode::interrupted says that it is not known
 /// whether the script was executed. Use from one thread at a time.
 ///
 /// An installed client is set-group-id, and whoever starts it chooses all that it starts with. In
-/// a program that was started set-group-id, and in no other, `connect` therefore changes the state
-/// of the whole process (of the signal mask: of the calling thread):
-/// - before it connects: not dumpable, so that its user can neither trace it nor take its socket;
+/// a program that was started set-group-id, and in no other, `connect` and
+/// `priviledgedExecutionBlock` therefore change the state of the whole process (of the signal mask:
+/// of the calling thread) before anything else:
+/// - not dumpable, so that its user can neither trace it nor take its socket;
 ///   RLIMIT_CORE 0, hard limit too; soft limits below 1024 (NOFILE), 8 MiB (STACK) or no limit
 ///   (FSIZE, AS, DATA) raised to that or to the hard limit, which may not be under 64, 1 MiB and
 ///   64, 256, 64 MiB; /dev/null as descriptor 0, 1 or 2 if closed; file-mode mask 022; SIGXFSZ
 ///   ignored if at its default; no signal blocked;
-/// - when it returns, however that went: real, effective and saved group are the user's, for good.
-///   Supplementary groups stay.
+/// - real and effective group of all threads are the user's; the client group is the saved one, and
+///   no executed program inherits that. Supplementary groups stay.
 /// What cannot be had is an error, ClientErrorCode::unfit, and there is no connection.
-/// In every program the socket is close-on-exec, no signal is raised and no descriptor is taken.
+/// Each time that it connects, the client group is the effective group of the calling thread for
+/// that moment, with all signals blocked in it. When the first reply has come, or with
+/// ClientGroup::kept at the program's wish, the client group goes for good; connecting anew is
+/// ClientErrorCode::unfit then. In every program the socket is close-on-exec, no signal is raised
+/// and no descriptor is taken.
 ///
-/// What remains with such a program: connect before anything is executed or forked, and before
-/// other threads could do so; never make itself dumpable or map writable code; inherited
-/// descriptors above 2, dispositions, environment and working directory are its own to judge; never
-/// send a script that its caller supplied.
+/// What remains with such a program: connect, or make the block, before anything is executed or
+/// forked, and before other threads could do so; never make itself dumpable or map writable code;
+/// never change its groups or make the saved group effective; inherited descriptors above 2,
+/// dispositions, environment and working directory are its own to judge; never send a script that
+/// its caller supplied.
 class QVCatalogHelperClient {
 public:
     /// Where the service of this build listens.
@@ -51,11 +63,14 @@ public:
 
     /// Connects and waits until the service has accepted this process. Errors here and below that
     /// are not the script's: domain xpc::kClientErrorDomain, codes xpc::ClientErrorCode.
-    /// A program started set-group-id connects once: its group is gone afterwards, even when this
-    /// failed, and each later call is refused with ClientErrorCode::unfit ("this process has given
-    /// up its client group").
+    /// It may be called again, also after it failed. The client may stay connected as long as it
+    /// likes before its first script.
     static tl::expected<QVCatalogHelperClient, Error>
-    connect(const std::string& socketPath = defaultSocketPath());
+    connect(const std::string& socketPath = defaultSocketPath(),
+            ClientGroup group = ClientGroup::untilReply);
+    /// Gives up this process's client group for good. Connections that are open stay of use, but
+    /// are not made anew. Does nothing in a program that was not started set-group-id.
+    static Error giveUpClientGroup();
 
     QVCatalogHelperClient(QVCatalogHelperClient&&) noexcept;
     QVCatalogHelperClient& operator=(QVCatalogHelperClient&&) noexcept;
@@ -69,14 +84,13 @@ public:
     tl::expected<ScriptOutcome, Error> executeScriptData(std::string_view propertyList);
 
     /// For `QVCatalogScript::setPriviledgedExecutionBlock`: connects on first use and sends the
-    /// recorded steps; a connection that breaks is made anew for the next ones.
-    /// A program that still has its client group connects here, at once: steps that are tried
-    /// without the service must not run with that group. Make the block when the steps are ready,
-    /// for the service closes a connection without a first script after 30 s. If connecting fails,
-    /// the first use gets that error; later ones, and those after a connection that broke, get
-    /// ClientErrorCode::unfit, and the program must be started anew.
+    /// recorded steps; a connection that breaks is made anew for the next ones, for which a program
+    /// started set-group-id needs ClientGroup::kept. Its state is changed here, at once, so that
+    /// steps which are tried without the service do not run with the client group; if that fails,
+    /// the first use gets the error.
     static QVCatalogScript::PriviledgedExecutionBlock
-    priviledgedExecutionBlock(std::string socketPath = defaultSocketPath());
+    priviledgedExecutionBlock(std::string socketPath = defaultSocketPath(),
+                              ClientGroup group = ClientGroup::untilReply);
 
 private:
     struct State;

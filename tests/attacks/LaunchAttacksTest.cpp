@@ -60,6 +60,35 @@ TEST_F(LaunchAttacks, ALibraryPreloadedIntoAGenuineClient) {
     }
 }
 
+// A program that had inherited the group would start the client without the rules for privileged
+// programs, because it would gain nothing by that, and yet with the mark.
+bool startsTheClientAgain(Stage& stage, bool dutiful) {
+    std::vector<std::string> environment = environmentOf(stage);
+    environment.push_back("ATTACK_CLIENT=" + stage.programs().genuine().native());
+    environment.push_back("ATTACK_LIBRARY=" +
+                          stage.attackersCopy(stage.programs() / "library.so").native());
+    const auto client = stage.client(stage.programs().genuine(), environment);
+    for (int i = 0; dutiful && i < 2; ++i) { // it keeps the group and connects again
+        EXPECT_EQ(client->order("duties"), "done");
+        EXPECT_EQ(client->order("connect").substr(0, 9), "connected");
+        EXPECT_EQ(client->order("greet"), "greeted");
+    }
+    const auto program = stage.programs() / "regain";
+    EXPECT_EQ(client->order("execute " + program.native()), dutiful ? "no group" : "regained");
+    EXPECT_EQ(client->answer(), dutiful ? "started" : "loaded");
+    if (!dutiful) {
+        static_cast<void>(client->answer());
+    }
+    return stage.wasDone();
+}
+
+TEST_F(LaunchAttacks, AProgramExecutedByAClientThatKeepsItsGroup) {
+    expectStoppedBy({mappings, dumpable},
+                    [](Stage& stage) { return startsTheClientAgain(stage, false); });
+    expectFailsWithout({launchMark, mappings, dumpable},
+                       [](Stage& stage) { return startsTheClientAgain(stage, true); });
+}
+
 // The kernel does not give the group to a program that is traced when it is executed.
 TEST_F(LaunchAttacks, ATracerFromTheFirstInstructionOn) {
     expectStoppedBy({launchMark, dumpable, tracer}, [](Stage& stage) {

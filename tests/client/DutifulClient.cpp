@@ -1,6 +1,8 @@
 // A client for the tests of what connecting changes: DutifulClient SOCKET MANNER, where MANNER is
-// "serve" (starts a child, sends a script, waits for the answer), "twice" (connects two times) or
-// "block" (makes the block for a script). Prints the errors there are, then its groups.
+// "serve" (starts a child, sends a script, waits for the answer), "twice" (connects two times),
+// "beside" (connects once while another thread runs), "block" (makes the block for a script),
+// "reply" or "keep" (after a reply connects before and after it gives up its group). Prints the
+// errors there are, then its groups.
 
 #include "client/QVCatalogHelperClient.h"
 
@@ -10,6 +12,7 @@
 #include <iostream>
 #include <spawn.h>
 #include <string_view>
+#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -42,6 +45,18 @@ bool serve(const char* socket) {
     return client && startChild() && client->executeScript(qv::Value::array({}));
 }
 
+void connectAfterReply(const char* socket, qv::ClientGroup group) {
+    auto client = qv::QVCatalogHelperClient::connect(socket, group);
+    if (client) {
+        static_cast<void>(client->executeScript(qv::Value::array({})));
+    }
+    connectAndTell(socket);
+    if (const qv::Error error = qv::QVCatalogHelperClient::giveUpClientGroup()) {
+        std::cout << error.localizedDescription() << '\n';
+    }
+    connectAndTell(socket);
+}
+
 } // namespace
 
 int main(int count, char** arguments) {
@@ -56,9 +71,17 @@ int main(int count, char** arguments) {
     if (manner == "block") {
         block = qv::QVCatalogHelperClient::priviledgedExecutionBlock(arguments[1]);
     }
+    if (manner == "beside") {
+        std::thread(::pause).detach();
+        connectAndTell(arguments[1]);
+    }
     if (manner == "twice") {
         connectAndTell(arguments[1]);
         connectAndTell(arguments[1]);
+    }
+    if (manner == "reply" || manner == "keep") {
+        connectAfterReply(arguments[1],
+                          manner == "keep" ? qv::ClientGroup::kept : qv::ClientGroup::untilReply);
     }
     gid_t real = 0;
     gid_t effective = 0;

@@ -1,5 +1,6 @@
 #include "platform/xpc/ClientConnection.h"
 
+#include "platform/foundation/process/LaunchMark.h"
 #include "platform/xpc/wire/SocketIO.h"
 
 #include <fmt/format.h>
@@ -20,7 +21,6 @@ namespace qv::xpc {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-using std::chrono::microseconds;
 using std::chrono::milliseconds;
 
 constexpr std::uint32_t kLongestBody = 64U << 20;
@@ -75,22 +75,45 @@ bool isReset(const Error& error) {
 }
 
 // The time left, at least nothing.
-template <typename Unit> Unit leftUntil(const Clock::time_point& deadline) {
-    return std::max(Unit(0), std::chrono::ceil<Unit>(deadline - Clock::now()));
+milliseconds leftUntil(const Clock::time_point& deadline) {
+    return std::max(milliseconds(0), std::chrono::ceil<milliseconds>(deadline - Clock::now()));
 }
 
-// connect() waits for room in the listener's queue as long as sending may take.
-Error limitConnecting(int socket, const ClientConnection::Deadline& deadline) {
-    if (!deadline) {
-        return {};
+// connect() waits for room in the listener's queue as long as sending may take. Not long at a time:
+// in a marked process no signal is handled meanwhile.
+int connectOnce(int socket, const sockaddr_un& address,
+                const ClientConnection::Deadline& deadline) {
+    constexpr milliseconds kLongest{1'000};
+    const auto wait =
+        std::clamp(deadline ? leftUntil(*deadline) : kLongest, milliseconds(1), kLongest);
+    const timeval limit{static_cast<time_t>(wait.count() / 1'000),
+                        static_cast<suseconds_t>(wait.count() % 1'000 * 1'000)};
+    if (::setsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit) != 0) {
+        return errno;
     }
-    const auto left = std::max(microseconds(1), leftUntil<microseconds>(*deadline));
-    timeval limit{};
-    limit.tv_sec = static_cast<time_t>(left.count() / 1'000'000);
-    limit.tv_usec = static_cast<suseconds_t>(left.count() % 1'000'000);
-    return ::setsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit) == 0
-               ? Error()
-               : Error::posix(errno);
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast): how sockets take addresses
+    const auto* place = reinterpret_cast<const sockaddr*>(&address);
+    return ::connect(socket, place, sizeof address) == 0 ? 0 : errno;
+}
+
+Error connectTo(int socket, const sockaddr_un& address,
+                const ClientConnection::Deadline& deadline) {
+    for (;;) {
+        int failure = 0;
+        if (const Error error =
+                showLaunchMark([&] { failure = connectOnce(socket, address, deadline); })) {
+            return clientError(ClientErrorCode::unfit,
+                               fmt::format("This process cannot be a client of the service: {}.",
+                                           error.localizedDescription()));
+        }
+        if (failure != EAGAIN && failure != EINTR) {
+            return failure == 0 ? Error()
+                                : unreachable(static_cast<const char*>(address.sun_path), failure);
+        }
+        if (deadline && *deadline <= Clock::now()) {
+            return timedOut();
+        }
+    }
 }
 
 } // namespace
@@ -156,17 +179,8 @@ ClientConnection::Step ClientConnection::open(const Deadline& deadline) {
     if (!fresh) {
         return Failure{unreachable(path_, errno)};
     }
-    if (const Error error = limitConnecting(fresh.get(), deadline)) {
+    if (const Error error = connectTo(fresh.get(), address, deadline)) {
         return Failure{error};
-    }
-    int result = 0;
-    do {
-        // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast): how sockets take addresses
-        result =
-            ::connect(fresh.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
-    } while (result != 0 && errno == EINTR);
-    if (result != 0) {
-        return Failure{errno == EAGAIN ? timedOut() : unreachable(path_, errno)};
     }
     socket_ = std::move(fresh);
     auto failure = receiveGreeting(deadline);
@@ -295,8 +309,7 @@ Error ClientConnection::wait(short events, const Deadline& deadline) const {
     pollfd state{socket(), events, 0};
     for (;;) {
         constexpr milliseconds kLongest{60'000};
-        const milliseconds left =
-            deadline ? std::min(kLongest, leftUntil<milliseconds>(*deadline)) : kLongest;
+        const milliseconds left = deadline ? std::min(kLongest, leftUntil(*deadline)) : kLongest;
         const int result = ::poll(&state, 1, static_cast<int>(left.count()));
         if (result > 0) {
             return {};

@@ -17,7 +17,8 @@
 namespace qv::xpc {
 
 /// A client's end of a connection. Blocks; no signal is raised and nothing is left to a child
-/// process. Use from one thread at a time.
+/// process. A process with a launch mark must have been prepared (see LaunchMark). Use from one
+/// thread at a time.
 ///
 /// The service leaves with the last client that it served, and closes the connections of all others
 /// then. A request of which certainly nothing was executed is therefore sent again over a new

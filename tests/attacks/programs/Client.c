@@ -5,6 +5,7 @@
  *     client SOCKET       "started", then an answer to each line
  *     client #NUMBER      the same with a connection that it inherits
  *
+ *     duties              does those of a long-lived client from now on: "done"
  *     connect             "connected NUMBER"
  *     await               waits for the service's greeting: "greeted" or "refused"
  *     greet               the same, and reads it
@@ -21,6 +22,7 @@
  *     descriptor          sends a request with a descriptor: as "send", or the kernel's refusal */
 #define _GNU_SOURCE
 #include "Dialogue.h"
+#include "launch-duties.h"
 #include <dlfcn.h>
 #include <errno.h>
 #include <poll.h>
@@ -36,6 +38,19 @@
 static char script[kLongestScript] = "<!-- the client's own script --><plist><array/></plist>";
 static char nonce[kNonceSize];
 static int connection = -1;
+static int isDutiful = 0;
+
+static struct sockaddr_un addressOf(const char* path) {
+    struct sockaddr_un address = {.sun_family = AF_UNIX};
+    strncpy(address.sun_path, path, sizeof address.sun_path - 1);
+    return address;
+}
+
+static int connectDutifully(const char* path) {
+    const struct sockaddr_un address = addressOf(path);
+    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    return connect_with_group(fd, (const struct sockaddr*)&address, sizeof address) == 0 ? fd : -1;
+}
 
 static int sendAndAwait(void) {
     return sendRequest(connection, script, nonce) && awaitReply(connection);
@@ -78,12 +93,6 @@ static ssize_t sendWithDescriptor(int to, const struct sockaddr_un* address, cha
     header->cmsg_len = CMSG_LEN(sizeof(int));
     memcpy(CMSG_DATA(header), &descriptor, sizeof descriptor);
     return sendmsg(to, &message, MSG_NOSIGNAL);
-}
-
-static struct sockaddr_un addressOf(const char* path) {
-    struct sockaddr_un address = {.sun_family = AF_UNIX};
-    strncpy(address.sun_path, path, sizeof address.sun_path - 1);
-    return address;
 }
 
 static void pass(const char* path) {
@@ -173,7 +182,7 @@ static void sendDescriptor(void) {
 
 static void obeyPlain(const char* command, const char* argument, const char* path) {
     if (strcmp(command, "connect") == 0) {
-        connection = connectTo(path);
+        connection = isDutiful ? connectDutifully(path) : connectTo(path);
         say("connected %d", connection);
     } else if (strcmp(command, "await") == 0) {
         char first = 0;
@@ -191,7 +200,11 @@ static void obeyPlain(const char* command, const char* argument, const char* pat
 }
 
 static void obey(const char* command, const char* argument, const char* path) {
-    if (strcmp(command, "forksend") == 0) {
+    if (strcmp(command, "duties") == 0) {
+        const char* why = prepare_launch();
+        isDutiful = 1;
+        say("%s", why == NULL ? "done" : why);
+    } else if (strcmp(command, "forksend") == 0) {
         sendFromChild();
     } else if (strcmp(command, "execute") == 0) {
         execute(argument);

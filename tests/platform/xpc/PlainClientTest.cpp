@@ -94,7 +94,14 @@ TEST_F(PlainClientTest, SaysWhyThereIsNoAnswer) {
         message.remoteConnection()->cancel();
     }});
     const auto closed = runProgram({QV_PLAIN_CLIENT, script_, closing.path()});
-    EXPECT_EQ(closed.output, "plain-client: connection: closed before the reply\n");
+    EXPECT_EQ(closed.output,
+              "plain-client: connection: closed before the reply; whether the script "
+              "was executed is not known\n");
+    const ServiceThread leaving({.onConnection = [](ServiceThread&, const auto& connection) {
+        connection->bidFarewell();
+    }});
+    EXPECT_EQ(runProgram({QV_PLAIN_CLIENT, script_, leaving.path()}).output,
+              "plain-client: service: left each time before it took up the script\n");
     EXPECT_EQ(runProgram({QV_PLAIN_CLIENT, directory_ / "no script", service_.path()}).status, 2);
 }
 

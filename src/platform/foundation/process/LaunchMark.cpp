@@ -8,10 +8,12 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <pthread.h>
 #include <string_view>
 #include <sys/auxv.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 namespace qv {
@@ -53,6 +55,7 @@ struct Groups {
     [[nodiscard]] bool hold(gid_t group) const noexcept {
         return real == group || effective == group || saved == group;
     }
+    bool operator==(const Groups&) const = default;
 };
 
 gid_t markingGroup() noexcept { return static_cast<gid_t>(::getauxval(AT_EGID)); }
@@ -60,6 +63,64 @@ gid_t markingGroup() noexcept { return static_cast<gid_t>(::getauxval(AT_EGID));
 bool forbidDumping() {
     return ::prctl(PR_SET_DUMPABLE, 0, 0, 0, 0) == 0 && ::prctl(PR_GET_DUMPABLE, 0, 0, 0, 0) == 0;
 }
+
+Error groupStays(std::string_view what) {
+    const Groups now = Groups::current();
+    return failure(EPERM, fmt::format("it cannot {} its client group {} (real {}, effective {}, "
+                                      "saved {})",
+                                      what, markingGroup(), now.real, now.effective, now.saved));
+}
+
+// In all threads.
+Error become(const Groups& groups, std::string_view what) {
+    const bool done = ::setresgid(groups.real, groups.effective, groups.saved) == 0 &&
+                      forbidDumping() && Groups::current() == groups;
+    return done ? Error() : groupStays(what);
+}
+
+// Nothing that any thread executes from here on has the group. With the effective group the kernel
+// sets whether the process is dumpable to what the machine's fs.suid_dumpable says. As long as the
+// saved group is a foreign one, its user may not trace it all the same.
+Error hideGroup() {
+    const Groups hidden{::getgid(), ::getgid(), markingGroup()};
+    return Groups::current() == hidden ? Error() : become(hidden, "hide");
+}
+
+/// The marking group as the effective group of the calling thread, as long as this exists.
+class ShownGroup {
+public:
+    ShownGroup() {
+        sigset_t all{};
+        sigfillset(&all);
+        ::pthread_sigmask(SIG_SETMASK, &all, &signals_);
+        shown_ = turn(markingGroup());
+    }
+    ~ShownGroup() { static_cast<void>(hide()); }
+    ShownGroup(const ShownGroup&) = delete;
+    ShownGroup& operator=(const ShownGroup&) = delete;
+    ShownGroup(ShownGroup&&) = delete;
+    ShownGroup& operator=(ShownGroup&&) = delete;
+
+    [[nodiscard]] bool isShown() const noexcept { return shown_; }
+    [[nodiscard]] bool hide() noexcept {
+        if (!hidden_) {
+            hidden_ = turn(::getgid());
+            ::pthread_sigmask(SIG_SETMASK, &signals_, nullptr);
+        }
+        return hidden_;
+    }
+
+private:
+    // The system call itself: the C library's function would change all threads.
+    static bool turn(gid_t effective) noexcept {
+        const gid_t own = ::getgid();
+        return ::syscall(SYS_setresgid, own, effective, markingGroup()) == 0 && forbidDumping() &&
+               Groups::current() == Groups{own, effective, markingGroup()};
+    }
+    sigset_t signals_{};
+    bool shown_ = false;
+    bool hidden_ = false;
+};
 
 Error raise(const Limit& limit) {
     rlimit now{};
@@ -113,6 +174,9 @@ Error prepareMarkedProcess() {
     if (!forbidDumping() || ::setrlimit(RLIMIT_CORE, &none) != 0) {
         return failure(EPERM, "it cannot be kept from being dumped or traced");
     }
+    if (const Error error = hideGroup()) { // before anything that may fail or take time
+        return error;
+    }
     for (const Limit& limit : kLimits) { // before anything is opened
         if (const Error error = raise(limit)) {
             return error;
@@ -128,23 +192,29 @@ Error prepareMarkedProcess() {
     return unblockSignals();
 }
 
+Error showLaunchMark(const std::function<void()>& connecting) {
+    if (launchMark() == LaunchMark::none) {
+        connecting();
+        return {};
+    }
+    if (launchMark() == LaunchMark::givenUp) {
+        return failure(EPERM, "this process has given up its client group; start the program anew");
+    }
+    ShownGroup group;
+    if (group.isShown()) {
+        connecting();
+    }
+    return group.hide() && group.isShown() ? Error() : groupStays("show and hide");
+}
+
 Error giveUpLaunchMark() {
     if (launchMark() != LaunchMark::held) {
         return {};
     }
-    // With the effective group the kernel sets whether a process is dumpable to what the machine's
-    // fs.suid_dumpable says. As long as the saved group is a foreign one, the user may not trace
-    // the process all the same; so that is taken back before the last trace of the group goes.
-    const gid_t own = ::getgid();
-    const bool done = ::setresgid(own, own, markingGroup()) == 0 && forbidDumping() &&
-                      ::setresgid(own, own, own) == 0;
-    const Groups now = Groups::current();
-    if (!done || now.hold(markingGroup()) || now.effective != own || now.saved != own) {
-        return failure(EPERM, fmt::format("it cannot give up its client group {} (real {}, "
-                                          "effective {}, saved {})",
-                                          markingGroup(), now.real, now.effective, now.saved));
+    if (const Error error = hideGroup()) { // while the saved group protects it
+        return error;
     }
-    return {};
+    return become({::getgid(), ::getgid(), ::getgid()}, "give up");
 }
 
 } // namespace qv
