@@ -185,11 +185,10 @@ void Connection::onReady(std::uint32_t events) {
     if ((events & EPOLLOUT) != 0) {
         flush();
     }
-    if (isReading()) {
-        if ((events & (EPOLLIN | kEnd)) != 0) {
-            readAvailable();
-        }
-    } else if ((events & kEnd) != 0) {
+    if (isReading() && (events & (EPOLLIN | kEnd)) != 0) {
+        readAvailable();
+    }
+    if (!isReading() && (events & kEnd) != 0) {
         close(ConnectionError::Kind::invalidated,
               wireError(WireErrorCode::peerGone, "the peer closed while a request was at hand"));
     }

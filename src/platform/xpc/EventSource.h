@@ -57,6 +57,7 @@ private:
         std::chrono::steady_clock::time_point deadline;
         std::unique_ptr<sd_event_source, SourceDeleter> source;
         int descriptor = -1;
+        std::uint32_t events = 0;
         bool listed = false;
     };
     explicit EventSource(std::shared_ptr<Registration> registration) noexcept

@@ -117,13 +117,14 @@ tl::expected<EventSource, Error> MainQueue::watch(int fd, std::uint32_t events,
 
 Error MainQueue::list(EventSource::Registration& registration, std::uint32_t events) {
     epoll_event wanted{};
-    wanted.events = events;
+    wanted.events = events | EPOLLONESHOT;
     wanted.data.ptr = &registration;
     if (::epoll_ctl(arrivals_.get(), registration.listed ? EPOLL_CTL_MOD : EPOLL_CTL_ADD,
                     registration.descriptor, &wanted) != 0) {
         return Error::posix(errno);
     }
     registration.listed = true;
+    registration.events = events;
     return {};
 }
 
@@ -135,11 +136,17 @@ void MainQueue::unlist(EventSource::Registration& registration) noexcept {
     }
 }
 
-// One a turn: what it leads to may unregister the others.
+// One a turn: what it leads to may unregister the others. One that is ready still comes behind all
+// that became ready while it was served, because it is reported once and listed again afterwards.
 void MainQueue::serveArrival() noexcept {
     epoll_event arrived{};
     if (::epoll_wait(arrivals_.get(), &arrived, 1, 0) == 1) {
-        dispatch(*static_cast<EventSource::Registration*>(arrived.data.ptr), arrived.events);
+        const auto served =
+            static_cast<EventSource::Registration*>(arrived.data.ptr)->shared_from_this();
+        dispatch(*served, arrived.events);
+        if (served->listed) { // and open, so that this does not fail
+            static_cast<void>(list(*served, served->events));
+        }
     }
 }
 

@@ -18,7 +18,7 @@ tl::expected<std::unique_ptr<Turns>, Error> Turns::create(MainQueue& queue) {
         return tl::unexpected(Error::posix(errno));
     }
     auto source = queue.watch(turns->always_.get(), 0,
-                              [self = turns.get()](std::uint32_t) { self->onReady(); });
+                              [self = turns.get()](std::uint32_t) { self->beginNext(); });
     if (!source) {
         return tl::unexpected(source.error());
     }
@@ -63,17 +63,9 @@ void Turns::afterNext(Work work) {
     }
 }
 
-// The queue serves ready descriptors in the order in which they became ready. Taken off before the
-// request and put on again after it, this one comes behind everything that arrived meanwhile.
-void Turns::onReady() {
-    source_.disable();
-    queue_.leaveOutHandler();
-    do {
-        beginNext();
-    } while (!users_.empty() && source_.setEvents(EPOLLIN)); // an error: the next one at once
-}
-
+// The next turn comes when the queue has served all that arrived during this one.
 void Turns::beginNext() {
+    queue_.leaveOutHandler();
     if (users_.front().id == last_) {
         users_.splice(users_.end(), users_, users_.begin());
     }
@@ -85,6 +77,9 @@ void Turns::beginNext() {
         users_.pop_front();
     }
     begin();
+    if (users_.empty()) {
+        source_.disable();
+    }
     for (Work& work : std::exchange(afterNext_, {})) {
         queue_.async(std::move(work));
     }

@@ -52,7 +52,6 @@ private:
     };
 
     explicit Turns(MainQueue& queue) noexcept : queue_(queue) {}
-    void onReady();
     void beginNext();
 
     MainQueue& queue_;
