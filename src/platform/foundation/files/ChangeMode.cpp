@@ -1,8 +1,11 @@
 #include "platform/foundation/files/ChangeMode.h"
 
+#include <fmt/format.h>
+
 #include <atomic>
 #include <cerrno>
 #include <fcntl.h>
+#include <optional>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -23,20 +26,33 @@ std::atomic<bool>& kernelHasIt() noexcept {
     return hasIt;
 }
 
+// What the kernel answers; none where another way has to be tried.
+std::optional<int> attempt(int fd, const char* name, mode_t mode, int flags) noexcept {
+    if (!kernelHasIt().load(std::memory_order_relaxed)) {
+        return std::nullopt;
+    }
+    const long result = ::syscall(kFchmodat2, fd, name, mode, flags);
+    if (result != 0 && errno == ENOSYS) {
+        kernelHasIt() = false;
+    }
+    // A filter of system calls that does not know this one yet may answer EPERM.
+    const bool isAnswer = result == 0 || (errno != ENOSYS && errno != EPERM);
+    return isAnswer ? std::optional(static_cast<int>(result)) : std::nullopt;
+}
+
 } // namespace
 
 int changeModeNotFollowing(int parentFd, const char* name, mode_t mode) noexcept {
-    if (kernelHasIt().load(std::memory_order_relaxed)) {
-        const long result = ::syscall(kFchmodat2, parentFd, name, mode, AT_SYMLINK_NOFOLLOW);
-        // A filter of system calls that does not know this one yet may answer EPERM.
-        if (result == 0 || (errno != ENOSYS && errno != EPERM)) {
-            return static_cast<int>(result);
-        }
-        if (errno == ENOSYS) {
-            kernelHasIt() = false;
-        }
+    const std::optional<int> result = attempt(parentFd, name, mode, AT_SYMLINK_NOFOLLOW);
+    // The other way leads over O_PATH and /proc.
+    return result ? *result : ::fchmodat(parentFd, name, mode, AT_SYMLINK_NOFOLLOW);
+}
+
+int changeModeOfHeldItem(int item, mode_t mode) {
+    if (const std::optional<int> result = attempt(item, "", mode, AT_EMPTY_PATH)) {
+        return *result;
     }
-    return ::fchmodat(parentFd, name, mode, AT_SYMLINK_NOFOLLOW); // by way of O_PATH and /proc
+    return ::chmod(fmt::format("/proc/self/fd/{}", item).c_str(), mode);
 }
 
 } // namespace qv

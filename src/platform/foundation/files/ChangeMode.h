@@ -8,4 +8,7 @@ namespace qv {
 /// followed. One call on Linux 6.6 and later; before, it needs a mounted /proc.
 [[nodiscard]] int changeModeNotFollowing(int parentFd, const char* name, mode_t mode) noexcept;
 
+/// Like fchmod(2), for an item that is held by O_PATH and no link. The same demands.
+[[nodiscard]] int changeModeOfHeldItem(int item, mode_t mode);
+
 } // namespace qv

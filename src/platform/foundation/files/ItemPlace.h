@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/foundation/files/HeldItem.h"
 #include "platform/foundation/files/UniqueFd.h"
 
 #include <tl/expected.hpp>
@@ -16,11 +17,13 @@ struct ItemPlace {
     std::string path; ///< for messages
 };
 
-/// Finds the folder of an absolute path. Links on the way are followed, except that root does not
-/// let other users lead it: a link of theirs has to lead to a folder of the same owner. The error
-/// is an errno: EBUSY for the root, EINVAL when the path ends in "." or "..", ELOOP for a link that
-/// leads where it must not.
+/// Finds the folder of an absolute path, by the rule for links of files/HeldItem.h. The error is an
+/// errno: EBUSY for the root, EINVAL when the path ends in "." or "..", ELOOP for a link that is
+/// refused.
 [[nodiscard]] tl::expected<ItemPlace, int> placeOf(const std::string& path);
+
+/// Holds the item itself: see files/HeldItem.h.
+[[nodiscard]] tl::expected<UniqueFd, int> holdItem(const ItemPlace& item, LastLink last);
 
 /// The path by which an item is reached without any link; its own where the kernel does not tell.
 [[nodiscard]] std::string resolvedPath(const ItemPlace& item);
