@@ -1,3 +1,5 @@
+#include "platform/foundation/files/HeldItem.h"
+#include "platform/foundation/files/content/FileBytes.h"
 #include "platform/foundation/process/Task.h"
 #include "platform/foundation/values/Description.h"
 #include "platform/foundation/values/Exception.h"
@@ -6,6 +8,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <string>
 
 namespace qv {
@@ -46,12 +49,23 @@ std::vector<std::string> argumentList(const std::optional<Value>& arguments) {
     return list;
 }
 
+// All other faults of the path are the task's to tell, which needs no descriptor for that.
+void refuseLedAstray(const std::string& path) {
+    const tl::expected<UniqueFd, int> item = holdItem(path, LastLink::follow);
+    if (!item && item.error() == ELOOP) {
+        throw Exception(std::string(exception_name::kInvalidArgument),
+                        fmt::format("launch path not accessible: {}: {}", path, errnoText(ELOOP)));
+    }
+}
+
 Error runTool(const std::optional<Value>& tool, const std::optional<Value>& arguments) {
     const auto shown = [](const std::optional<Value>& value) {
         return description(value ? &*value : nullptr);
     };
+    const std::string path = launchPath(tool);
+    refuseLedAstray(path);
     Task task;
-    task.setLaunchPath(launchPath(tool));
+    task.setLaunchPath(path);
     task.setArguments(argumentList(arguments));
     task.launch();
     task.waitUntilExit();

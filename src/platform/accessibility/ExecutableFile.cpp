@@ -1,14 +1,13 @@
 #include "platform/accessibility/ExecutableFile.h"
 
 #include "platform/accessibility/AccessibilityError.h"
+#include "platform/foundation/files/HeldItem.h"
 #include "platform/foundation/files/content/FileBytes.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
-#include <climits>
 #include <csignal>
 #include <fcntl.h>
 #include <span>
@@ -52,17 +51,17 @@ tl::expected<ExecutableFile, Error> ExecutableFile::at(const std::string& path) 
         return tl::unexpected(
             accessibilityError(kAXErrorIllegalArgument, path, "names no file of a program"));
     }
-    UniqueFd file(::open(path.c_str(), O_PATH | O_CLOEXEC));
+    tl::expected<UniqueFd, int> file = holdItem(path, LastLink::follow);
     if (!file) {
-        return tl::unexpected(accessibilityError(codeOf(errno), path, errnoText(errno)));
+        return tl::unexpected(
+            accessibilityError(codeOf(file.error()), path, errnoText(file.error())));
     }
-    std::array<char, PATH_MAX + 1> text{};
-    const ssize_t length = ::readlink(nameOf(file).c_str(), text.data(), text.size());
-    if (length < 0 || static_cast<std::size_t>(length) == text.size()) {
+    std::string real = pathOfHeldItem(file->get());
+    if (real.empty()) {
         return tl::unexpected(accessibilityError(kAXErrorFailure, path,
                                                  "its path without links cannot be found out"));
     }
-    auto found = held(std::move(file), std::string(text.data(), static_cast<std::size_t>(length)));
+    auto found = held(*std::move(file), std::move(real));
     if (!found) {
         return found;
     }
