@@ -18,6 +18,8 @@
 
 namespace qv {
 
+class NamedItem;
+
 /// The domain of the engine's own errors; their code is 0 unless an operation says otherwise.
 inline constexpr std::string_view kCatalogScriptErrorDomain = "QVCatalogScriptErrorDomain";
 
@@ -119,7 +121,8 @@ public:
     /// the old one comes back.
     Error replaceItemAtURL(const std::optional<URL>& url, const std::optional<URL>& withItemAtURL,
                            bool adaptOwnershipToParent);
-    /// Sets the dates of an item to now; what is not there becomes an empty file. Follows links.
+    /// Sets the dates of an item to now; what is not there becomes an empty file. Follows links, by
+    /// the rule of platform/foundation/files/HeldItem.h.
     Error touchItemAtURL(const std::optional<URL>& url);
     /// The trash folder for an item, no step: that of its own volume, as `volumeHasTrash` (may be
     /// null) then tells, else the user's. None when there is none, or no such item.
@@ -131,8 +134,8 @@ public:
     static URL _smartArchiveNameItem(const URL& item, const URL& atDirectory);
 
     // Ownership and permissions (QVCatalogScriptOwnership.cpp). Links are followed as `stat`,
-    // `chown` and `chmod` follow them. Recursive changes go on after a failing descendant and do
-    // not report it.
+    // `chown` and `chmod` follow them, but for the rule of platform/foundation/files/HeldItem.h.
+    // Recursive changes go on after a failing descendant and do not report it.
 
     Error saveOwnerAndGroupOfURL(const std::optional<URL>& url, const std::optional<Value>& toID);
     Error applyOwnerAndGroupOfURL(const std::optional<URL>& url, bool recursive,
@@ -192,9 +195,18 @@ private:
     Error perform(OperationCode code, FunctionView<StepValues()> values,
                   ExecutionBlock executionBlock);
     void recordControlStep(OperationCode code, const StepValues& values);
-    Error performOnWay(OperationCode code, const std::optional<URL>& fromURL,
-                       const std::optional<URL>& toURL, bool adaptOwnershipToParent, bool atomic,
-                       ExecutionBlock executionBlock);
+    // The operations of these names, for items whose places are held already.
+    Error move(const NamedItem& from, const NamedItem& to, bool adaptOwnershipToParent,
+               bool atomic);
+    Error copy(const NamedItem& from, const NamedItem& to, bool adaptOwnershipToParent,
+               bool atomic);
+    Error performOnWay(OperationCode code, const NamedItem& from, const NamedItem& to,
+                       bool adaptOwnershipToParent, bool atomic, ExecutionBlock executionBlock);
+    Error trash(const NamedItem& item);
+    static std::optional<URL> trashPath(const NamedItem& item, bool* volumeHasTrash,
+                                        TrashService& trash);
+    Error changeOwnership(const NamedItem& item, std::uint32_t userID, std::uint32_t groupID,
+                          bool recursive);
     [[nodiscard]] Requester requester() const;
     TrashService& trashService();
     WorkspaceService& workspaceService();

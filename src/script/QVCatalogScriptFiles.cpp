@@ -2,6 +2,7 @@
 #include "platform/foundation/files/FileErrors.h"
 #include "platform/foundation/files/FileManager.h"
 #include "platform/foundation/files/FileSystemPath.h"
+#include "platform/foundation/files/NamedItem.h"
 #include "platform/foundation/files/ResourceValues.h"
 #include "platform/foundation/values/Description.h"
 #include "platform/workspace/Bundle.h"
@@ -12,20 +13,17 @@
 
 #include <array>
 #include <cerrno>
+#include <fcntl.h>
 #include <string>
+#include <sys/stat.h>
 #include <sys/time.h>
 
 namespace qv {
 
 namespace {
 
-bool exists(const URL& url) {
-    const tl::expected<std::string, Error> path = fileSystemPath(url);
-    return path && FileManager::fileExistsAtPath(*path);
-}
-
 // What tells an item apart from another of its name: its version, else the day it was changed.
-std::optional<std::string> archiveTag(const URL& item) {
+std::optional<std::string> archiveTag(const NamedItem& item) {
     if (const std::optional<Bundle> bundle = Bundle::bundleWithURL(item)) {
         if (const auto version = bundle->objectForInfoDictionaryKey("CFBundleVersion")) {
             return description(*version);
@@ -50,10 +48,42 @@ Error checkedArchive(const URL& item, const URL& archive, const URL& folder) {
     return fileError(noSuchFolder, "Move");
 }
 
-Error copyAtomically(const std::optional<URL>& fromURL, const URL& toURL) {
-    const URL temporary = toURL.URLByDeletingLastPathComponent().URLByAppendingPathComponent(
-        fmt::format("._A_{}", toURL.lastPathComponent()));
-    Error error = FileManager::copyItemAtURL(fromURL, temporary);
+// The first name that stands for nothing, in the folder that the neighbour is held in or else
+// named.
+NamedItem freeArchive(const NamedItem& item, const URL& itemURL, const URL& folder,
+                      const NamedItem* neighbour) {
+    const auto candidate = [&](const std::string& name) {
+        URL url = folder.URLByAppendingPathComponent(name);
+        const bool isOneComponent = name.find('/') == std::string::npos;
+        return neighbour != nullptr && isOneComponent ? NamedItem(std::move(url), *neighbour, name)
+                                                      : NamedItem(std::move(url));
+    };
+    const std::string last = itemURL.lastPathComponent();
+    const std::string extension = itemURL.pathExtension();
+    const std::string suffix = extension.empty() ? "" : "." + extension;
+    const std::string stem = last.substr(0, last.size() - suffix.size());
+    NamedItem archive = candidate(last);
+    if (!FileManager::fileExistsAtPath(archive)) {
+        return archive;
+    }
+    const std::optional<std::string> found = archiveTag(item);
+    for (std::int64_t round = 0;; ++round) {
+        std::string tag = found.value_or(std::to_string(round));
+        if (found && round > 0) {
+            tag += fmt::format(" - {}", round);
+        }
+        archive = candidate(fmt::format("{} ({}){}", stem, tag, suffix));
+        if (!FileManager::fileExistsAtPath(archive)) {
+            return archive;
+        }
+    }
+}
+
+Error copyAtomically(const NamedItem& from, const NamedItem& to, const URL& toURL) {
+    const std::string name = fmt::format("._A_{}", toURL.lastPathComponent());
+    const NamedItem temporary(
+        toURL.URLByDeletingLastPathComponent().URLByAppendingPathComponent(name), to, name);
+    Error error = FileManager::copyItemAtURL(from, temporary);
     if (!error) {
         error = FileManager::syncItemAtURL(temporary);
     }
@@ -61,8 +91,26 @@ Error copyAtomically(const std::optional<URL>& fromURL, const URL& toURL) {
         static_cast<void>(FileManager::removeItemAtURL(temporary));
         return error;
     }
-    return FileManager::moveItemAtURL(temporary, toURL);
+    return FileManager::moveItemAtURL(temporary, to);
 }
+
+// The owner of the folder that an item lies in, or would.
+Error readOwnershipOfFolder(const NamedItem& item, const URL& itemURL, std::uint32_t& userID,
+                            std::uint32_t& groupID) {
+    struct stat info{};
+    if (!item.place()) {
+        return QVCatalogScript::readOwnershipOfItem(itemURL.URLByDeletingLastPathComponent(),
+                                                    &userID, &groupID);
+    }
+    if (::fstat(item.place()->parent.get(), &info) != 0) {
+        return Error::posix(errno);
+    }
+    userID = info.st_uid;
+    groupID = info.st_gid;
+    return {};
+}
+
+bool isLedAstray(const NamedItem& item) { return !item.place() && item.place().error() == ELOOP; }
 
 } // namespace
 
@@ -73,47 +121,55 @@ Error QVCatalogScript::removeItemAtURL(const std::optional<URL>& url) {
 }
 
 // What moving and copying share: the record, and that it is the source that is re-owned first.
-Error QVCatalogScript::performOnWay(OperationCode code, const std::optional<URL>& fromURL,
-                                    const std::optional<URL>& toURL, bool adaptOwnershipToParent,
-                                    bool atomic, ExecutionBlock executionBlock) {
+Error QVCatalogScript::performOnWay(OperationCode code, const NamedItem& from, const NamedItem& to,
+                                    bool adaptOwnershipToParent, bool atomic,
+                                    ExecutionBlock executionBlock) {
     return perform(
         code,
         [&] {
-            return StepValues{stringFromURL(fromURL), stringFromURL(toURL),
+            return StepValues{stringFromURL(from.url()), stringFromURL(to.url()),
                               Value::boolean(adaptOwnershipToParent), Value::boolean(atomic)};
         },
         [&] {
             std::uint32_t userID = 0;
             std::uint32_t groupID = 0;
             Error error;
-            const bool isRefused =
-                FileManager::isLedAstray(fromURL) || FileManager::isLedAstray(toURL);
-            if (adaptOwnershipToParent && toURL && !isRefused) {
-                error =
-                    readOwnershipOfItem(toURL->URLByDeletingLastPathComponent(), &userID, &groupID);
+            const bool isRefused = isLedAstray(from) || isLedAstray(to);
+            if (adaptOwnershipToParent && to.url() && !isRefused) {
+                error = readOwnershipOfFolder(to, *to.url(), userID, groupID);
                 if (!error) {
-                    error = changeOwnershipOfItem(fromURL, userID, groupID, true);
+                    error = changeOwnership(from, userID, groupID, true);
                 }
             }
             return error ? error : executionBlock();
         });
 }
 
+Error QVCatalogScript::move(const NamedItem& from, const NamedItem& to, bool adaptOwnershipToParent,
+                            bool atomic) {
+    return performOnWay(OperationCode::moveItemFromURL, from, to, adaptOwnershipToParent, atomic,
+                        [&] { return FileManager::moveItemAtURL(from, to); });
+}
+
 Error QVCatalogScript::moveItemFromURL(const std::optional<URL>& fromURL,
                                        const std::optional<URL>& toURL, bool adaptOwnershipToParent,
                                        bool atomic) {
-    return performOnWay(OperationCode::moveItemFromURL, fromURL, toURL, adaptOwnershipToParent,
-                        atomic, [&] { return FileManager::moveItemAtURL(fromURL, toURL); });
+    return move(fromURL, toURL, adaptOwnershipToParent, atomic);
+}
+
+Error QVCatalogScript::copy(const NamedItem& from, const NamedItem& to, bool adaptOwnershipToParent,
+                            bool atomic) {
+    return performOnWay(OperationCode::copyItemFromURL, from, to, adaptOwnershipToParent, atomic,
+                        [&] {
+                            return atomic && to.url() ? copyAtomically(from, to, *to.url())
+                                                      : FileManager::copyItemAtURL(from, to);
+                        });
 }
 
 Error QVCatalogScript::copyItemFromURL(const std::optional<URL>& fromURL,
                                        const std::optional<URL>& toURL, bool adaptOwnershipToParent,
                                        bool atomic) {
-    return performOnWay(OperationCode::copyItemFromURL, fromURL, toURL, adaptOwnershipToParent,
-                        atomic, [&] {
-                            return atomic && toURL ? copyAtomically(fromURL, *toURL)
-                                                   : FileManager::copyItemAtURL(fromURL, toURL);
-                        });
+    return copy(fromURL, toURL, adaptOwnershipToParent, atomic);
 }
 
 Error QVCatalogScript::replaceItemAtURL(const std::optional<URL>& url,
@@ -126,28 +182,28 @@ Error QVCatalogScript::replaceItemAtURL(const std::optional<URL>& url,
                               Value::boolean(adaptOwnershipToParent)};
         },
         [&] {
-            const tl::expected<std::string, Error> path = fileSystemPath(url);
-            if (!path) {
-                return path.error();
+            const NamedItem item(url);
+            if (!item.path()) {
+                return item.path().error();
             }
             const URL folder = url->URLByDeletingLastPathComponent();
-            const URL archive = _smartArchiveNameItem(*url, folder);
-            if (Error error = checkedArchive(*url, archive, folder)) {
+            const NamedItem archive = freeArchive(item, *url, folder, &item);
+            if (Error error = checkedArchive(*url, *archive.url(), folder)) {
                 return error;
             }
-            if (Error error = moveItemFromURL(url, archive, false, false)) {
+            if (Error error = move(item, archive, false, false)) {
                 return error;
             }
-            Error error = copyItemFromURL(withItemAtURL, url, true, false);
+            Error error = copy(withItemAtURL, item, true, false);
             if (!error) {
-                error = FileManager::syncItemAtURL(url); // before the old one is let go
+                error = FileManager::syncItemAtURL(item); // before the old one is let go
             }
             if (error) {
-                static_cast<void>(trashItemAtURL(url));
-                static_cast<void>(moveItemFromURL(archive, url, false, false));
+                static_cast<void>(trash(item));
+                static_cast<void>(move(archive, item, false, false));
                 return error;
             }
-            return trashItemAtURL(archive);
+            return trash(archive);
         });
 }
 
@@ -159,51 +215,44 @@ Error QVCatalogScript::touchItemAtURL(const std::optional<URL>& url) {
             if (::gettimeofday(&now, nullptr) != 0) {
                 return Error::posix(errno);
             }
-            const tl::expected<std::string, Error> path = fileSystemPath(url);
-            if (!path) {
-                return path.error();
+            const NamedItem item(url);
+            static_cast<void>(item.place()); // what is looked for and made is in one folder
+            tl::expected<UniqueFd, Error> held = item.hold();
+            if (!held && held.error() == Error::posix(ENOENT)) {
+                static_cast<void>(FileManager::createFileAtPath(item, ""));
+                held = item.hold();
             }
-            if (!FileManager::fileExistsAtPath(*path)) {
-                static_cast<void>(FileManager::createFileAtPath(*path, ""));
+            if (!held) {
+                return held.error();
             }
-            const std::array<timeval, 2> times = {now, now};
-            return ::utimes(path->c_str(), times.data()) == 0 ? Error() : Error::posix(errno);
+            constexpr long kNanoseconds = 1000; // in a microsecond
+            const timespec instant{now.tv_sec, now.tv_usec * kNanoseconds};
+            const std::array<timespec, 2> times = {instant, instant};
+            return ::utimensat(held->get(), "", times.data(), AT_EMPTY_PATH) == 0
+                       ? Error()
+                       : Error::posix(errno);
         });
 }
 
 URL QVCatalogScript::_smartArchiveNameItem(const URL& item, const URL& atDirectory) {
-    const std::string last = item.lastPathComponent();
-    const std::string extension = item.pathExtension();
-    const std::string suffix = extension.empty() ? "" : "." + extension;
-    const std::string stem = last.substr(0, last.size() - suffix.size());
-    URL candidate = atDirectory.URLByAppendingPathComponent(last);
-    if (!exists(candidate)) {
-        return candidate;
-    }
-    const std::optional<std::string> found = archiveTag(item);
-    for (std::int64_t round = 0;; ++round) {
-        std::string tag = found.value_or(std::to_string(round));
-        if (found && round > 0) {
-            tag += fmt::format(" - {}", round);
-        }
-        candidate =
-            atDirectory.URLByAppendingPathComponent(fmt::format("{} ({}){}", stem, tag, suffix));
-        if (!exists(candidate)) {
-            return candidate;
-        }
-    }
+    return freeArchive(std::optional(item), item, atDirectory, nullptr).url().value_or(item);
 }
 
 std::optional<URL> QVCatalogScript::trashPathForURL(const std::optional<URL>& url,
                                                     bool* volumeHasTrash, TrashService& trash) {
+    return trashPath(url, volumeHasTrash, trash);
+}
+
+std::optional<URL> QVCatalogScript::trashPath(const NamedItem& item, bool* volumeHasTrash,
+                                              TrashService& trash) {
     if (volumeHasTrash != nullptr) {
         *volumeHasTrash = false;
     }
-    const tl::expected<std::string, Error> path = fileSystemPath(url);
-    if (!path || !ResourceValues::volume(url)) {
+    const tl::expected<UniqueFd, Error> held = item.hold(LastLink::keep);
+    if (!held || !ResourceValues::volume(item)) {
         return std::nullopt;
     }
-    if (const std::optional<TrashFolder> folder = trash.trashFolderFor(*path)) {
+    if (const std::optional<TrashFolder> folder = trash.trashFolderFor(held->get())) {
         if (volumeHasTrash != nullptr) {
             *volumeHasTrash = folder->onOwnVolume;
         }
@@ -213,31 +262,35 @@ std::optional<URL> QVCatalogScript::trashPathForURL(const std::optional<URL>& ur
     return home ? std::optional(URL::fileURLWithPath(*home)) : std::nullopt;
 }
 
-Error QVCatalogScript::trashItemAtURL(const std::optional<URL>& url) {
+Error QVCatalogScript::trashItemAtURL(const std::optional<URL>& url) { return trash(url); }
+
+Error QVCatalogScript::trash(const NamedItem& item) {
     return perform(
-        OperationCode::trashItemAtURL, [&] { return StepValues{stringFromURL(url)}; },
+        OperationCode::trashItemAtURL, [&] { return StepValues{stringFromURL(item.url())}; },
         [&] {
-            const tl::expected<std::string, Error> path = fileSystemPath(url);
-            if (!path) {
-                return path.error();
+            if (!item.path()) {
+                return item.path().error();
             }
-            const TrashOutcome outcome = trashService().trashItem(*path);
+            if (!item.place()) {
+                return fileError({item.place().error(), FileAccess::write, *item.path(), ""}, "");
+            }
+            const TrashOutcome outcome = trashService().trashItem(*item.place());
             if (outcome.kind != TrashOutcome::Kind::failed) {
                 return Error();
             }
-            const std::optional<URL> folder = trashPathForURL(url, nullptr, trashService());
+            const std::optional<URL> folder = trashPath(item, nullptr, trashService());
             if (!folder) {
                 return outcome.error;
             }
-            const URL destination = _smartArchiveNameItem(*url, *folder);
-            if (Error error = checkedArchive(*url, destination, *folder)) {
+            const NamedItem destination = freeArchive(item, *item.url(), *folder, nullptr);
+            if (Error error = checkedArchive(*item.url(), *destination.url(), *folder)) {
                 return error;
             }
-            if (Error error = moveItemFromURL(url, destination, true, false)) {
+            if (Error error = move(item, destination, true, false)) {
                 return error;
             }
-            if (const auto place = fileSystemPath(destination)) {
-                trashService().noteOrigin(*place, *path);
+            if (destination.path()) {
+                trashService().noteOrigin(*destination.path(), *item.place());
             }
             return outcome.error; // that it lies in a trash after all does not undo the failure
         });

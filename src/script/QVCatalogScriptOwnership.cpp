@@ -1,6 +1,5 @@
 #include "platform/foundation/files/ChangeMode.h"
-#include "platform/foundation/files/FileSystemPath.h"
-#include "platform/foundation/files/UniqueFd.h"
+#include "platform/foundation/files/NamedItem.h"
 #include "platform/foundation/files/walk/TreeWalk.h"
 #include "platform/foundation/log/Log.h"
 #include "platform/foundation/values/Conversions.h"
@@ -19,7 +18,7 @@ namespace qv {
 
 namespace {
 
-/// One kind of change, applied to an item by path, by descriptor, or by name below a folder.
+/// One kind of change, applied to an item that is held, or by name below a folder.
 class Change {
 public:
     Change() = default;
@@ -30,11 +29,10 @@ public:
     virtual ~Change() = default;
 
     [[nodiscard]] virtual std::string_view name() const = 0;
-    // Each answers like the system call behind it. Links are followed.
-    [[nodiscard]] virtual int apply(const char* path) const = 0;
-    [[nodiscard]] virtual int apply(int fd) const = 0;
+    // Each answers like the system call behind it.
+    [[nodiscard]] virtual int apply(int heldItem) const = 0;
     /// What was no link when it was listed is not followed if it has become one since.
-    [[nodiscard]] virtual int apply(int parentFd, const char* item, bool isLink) const = 0;
+    [[nodiscard]] virtual int applyNotFollowing(int parentFd, const char* item) const = 0;
     /// The same change to one descendant as an operation of its own.
     virtual Error asOperation(QVCatalogScript& script, const URL& item) const = 0;
 };
@@ -45,12 +43,11 @@ public:
         : userID_(userID), groupID_(groupID) {}
 
     [[nodiscard]] std::string_view name() const override { return "chown"; }
-    [[nodiscard]] int apply(const char* path) const override {
-        return ::chown(path, userID_, groupID_);
+    [[nodiscard]] int apply(int heldItem) const override {
+        return ::fchownat(heldItem, "", userID_, groupID_, AT_EMPTY_PATH);
     }
-    [[nodiscard]] int apply(int fd) const override { return ::fchown(fd, userID_, groupID_); }
-    [[nodiscard]] int apply(int parentFd, const char* item, bool isLink) const override {
-        return ::fchownat(parentFd, item, userID_, groupID_, isLink ? 0 : AT_SYMLINK_NOFOLLOW);
+    [[nodiscard]] int applyNotFollowing(int parentFd, const char* item) const override {
+        return ::fchownat(parentFd, item, userID_, groupID_, AT_SYMLINK_NOFOLLOW);
     }
     Error asOperation(QVCatalogScript& script, const URL& item) const override {
         return script.changeOwnershipOfItem(item, userID_, groupID_, false);
@@ -66,11 +63,11 @@ public:
     explicit ModeChange(std::uint16_t mode) : mode_(mode) {}
 
     [[nodiscard]] std::string_view name() const override { return "chmod"; }
-    [[nodiscard]] int apply(const char* path) const override { return ::chmod(path, mode_); }
-    [[nodiscard]] int apply(int fd) const override { return ::fchmod(fd, mode_); }
-    [[nodiscard]] int apply(int parentFd, const char* item, bool isLink) const override {
-        return isLink ? ::fchmodat(parentFd, item, mode_, 0)
-                      : changeModeNotFollowing(parentFd, item, mode_);
+    [[nodiscard]] int apply(int heldItem) const override {
+        return changeModeOfHeldItem(heldItem, mode_);
+    }
+    [[nodiscard]] int applyNotFollowing(int parentFd, const char* item) const override {
+        return changeModeNotFollowing(parentFd, item, mode_);
     }
     Error asOperation(QVCatalogScript& script, const URL& item) const override {
         return script.changeModeOfItem(item, mode_, false);
@@ -87,8 +84,7 @@ public:
         : script_(script), change_(change) {}
 
     void visit(const TreeEntry& entry) override {
-        const bool isLink = entry.type == EntryType::symbolicLink;
-        if (change_.apply(entry.parentFd, entry.name, isLink) != 0 && !script_.isPriviledged()) {
+        if (!applyTo(entry) && !script_.isPriviledged()) {
             // As an operation of its own it may still succeed on the privileged side.
             static_cast<void>(change_.asOperation(script_, URL::fileURLWithPath(entry.path())));
         }
@@ -100,18 +96,26 @@ public:
     }
 
 private:
+    [[nodiscard]] bool applyTo(const TreeEntry& entry) const {
+        if (entry.type != EntryType::symbolicLink) {
+            return change_.applyNotFollowing(entry.parentFd, entry.name) == 0;
+        }
+        const tl::expected<UniqueFd, int> target =
+            holdItem(entry.parentFd, entry.name, LastLink::follow);
+        return target && change_.apply(target->get()) == 0;
+    }
+
     QVCatalogScript& script_;
     const Change& change_;
 };
 
 Error lastPosixError() { return Error::posix(errno); }
 
-Error changeTree(QVCatalogScript& script, const std::string& path, const Change& change) {
-    // Held from here on, so that the walk is in the folder that was changed, whatever the path
-    // names by then.
-    UniqueFd folder(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+// Whatever the path names by then, the walk is in the folder that was changed.
+Error changeTree(QVCatalogScript& script, const std::string& path, int item, const Change& change) {
+    UniqueFd folder(::openat(item, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     const int openError = errno;
-    if ((folder ? change.apply(folder.get()) : change.apply(path.c_str())) != 0) {
+    if (change.apply(item) != 0) {
         return lastPosixError();
     }
     if (!folder && openError == ENOTDIR) {
@@ -127,24 +131,24 @@ Error changeTree(QVCatalogScript& script, const std::string& path, const Change&
     return {};
 }
 
-Error changeItem(QVCatalogScript& script, const std::optional<URL>& url, const Change& change,
+Error changeItem(QVCatalogScript& script, const NamedItem& named, const Change& change,
                  bool recursive) {
-    const tl::expected<std::string, Error> path = fileSystemPath(url);
-    if (!path) {
-        return path.error();
+    const tl::expected<UniqueFd, Error> item = named.hold();
+    if (!item) {
+        return item.error();
     }
     if (recursive) {
-        return changeTree(script, *path, change);
+        return changeTree(script, *named.path(), item->get(), change);
     }
-    return change.apply(path->c_str()) == 0 ? Error() : lastPosixError();
+    return change.apply(item->get()) == 0 ? Error() : lastPosixError();
 }
 
-Error statItem(const std::optional<URL>& url, struct stat& info) {
-    const tl::expected<std::string, Error> path = fileSystemPath(url);
-    if (!path) {
-        return path.error();
+Error statItem(const NamedItem& named, struct stat& info) {
+    const tl::expected<UniqueFd, Error> item = named.hold();
+    if (!item) {
+        return item.error();
     }
-    return ::stat(path->c_str(), &info) == 0 ? Error() : lastPosixError();
+    return ::fstat(item->get(), &info) == 0 ? Error() : lastPosixError();
 }
 
 std::string_view storageKey(const std::optional<Value>& identifier) {
@@ -223,13 +227,18 @@ Error QVCatalogScript::applyOwnerAndGroupOfURL(const std::optional<URL>& url, bo
 
 Error QVCatalogScript::changeOwnershipOfItem(const std::optional<URL>& url, std::uint32_t userID,
                                              std::uint32_t groupID, bool recursive) {
+    return changeOwnership(url, userID, groupID, recursive);
+}
+
+Error QVCatalogScript::changeOwnership(const NamedItem& item, std::uint32_t userID,
+                                       std::uint32_t groupID, bool recursive) {
     return perform(
         OperationCode::changeOwnershipOfItem,
         [&] {
-            return StepValues{stringFromURL(url), Value::integer(userID), Value::integer(groupID),
-                              Value::boolean(recursive)};
+            return StepValues{stringFromURL(item.url()), Value::integer(userID),
+                              Value::integer(groupID), Value::boolean(recursive)};
         },
-        [&] { return changeItem(*this, url, OwnershipChange(userID, groupID), recursive); });
+        [&] { return changeItem(*this, item, OwnershipChange(userID, groupID), recursive); });
 }
 
 Error QVCatalogScript::changeModeOfItem(const std::optional<URL>& url, std::uint16_t toMode,

@@ -26,21 +26,22 @@ public:
     std::optional<std::string> home; ///< and for the user's
     std::string origin;              ///< of the last item noted
 
-    TrashOutcome trashItem(const std::string& path) override {
+    TrashOutcome trashItem(const ItemPlace& item) override {
+        const fs::path path = item.path;
         if (!fs::exists(path)) {
             return {Kind::failed, "", kTrashError};
         }
         if (outcome.kind == Kind::moved) {
-            fs::rename(path, *own + "/" + fs::path(path).filename().native());
+            fs::rename(path, *own + "/" + path.filename().native());
         }
         return outcome;
     }
-    std::optional<TrashFolder> trashFolderFor(const std::string& /*path*/) override {
+    std::optional<TrashFolder> trashFolderFor(int /*item*/) override {
         return own ? std::optional(TrashFolder{*own, true}) : std::nullopt;
     }
     std::optional<std::string> homeTrashFolder() override { return home; }
-    void noteOrigin(const std::string& /*pathInTrash*/, const std::string& from) override {
-        origin = from;
+    void noteOrigin(const std::string& /*pathInTrash*/, const ItemPlace& from) override {
+        origin = from.path;
     }
 };
 

@@ -226,7 +226,8 @@ TEST_F(InstallExample, InstallsUpgradesAndUninstallsAnApplication) {
     EXPECT_THAT(outcome, Succeeds()) << outcome.output;
     EXPECT_FALSE(std::filesystem::exists(kFolder / "Guile.app"));
     EXPECT_FALSE(std::filesystem::exists(kFolder / "staging"));
-    const std::optional<TrashFolder> folder = trash.trashFolderFor(kFolder);
+    const std::optional<TrashFolder> folder =
+        trash.trashFolderFor(holdItem(kFolder, LastLink::keep)->get());
     ASSERT_TRUE(folder);
     const std::filesystem::path files = folder->path;
     std::filesystem::path newest;

@@ -1,7 +1,6 @@
 #include "platform/workspace/Bundle.h"
 
-#include "platform/foundation/files/FileSystemPath.h"
-#include "platform/foundation/files/UniqueFd.h"
+#include "platform/foundation/files/walk/HeldFolder.h"
 #include "platform/foundation/plist/PropertyList.h"
 #include "platform/workspace/RegularFile.h"
 
@@ -62,10 +61,14 @@ Bundle::Bundle(std::string path, std::optional<Value> info)
     info_ = hasInfo_ ? *std::move(info) : Value::dictionary({});
 }
 
-std::optional<Bundle> Bundle::bundleWithURL(const std::optional<URL>& url) {
-    const tl::expected<std::string, Error> path = fileSystemPath(url);
-    const UniqueFd folder = path ? openBundle(*path) : UniqueFd();
-    return folder ? std::optional(Bundle(*path, infoDictionary(folder.get()))) : std::nullopt;
+std::optional<Bundle> Bundle::bundleWithURL(const NamedItem& item) {
+    const tl::expected<UniqueFd, Error> held = item.hold(LastLink::keep);
+    const UniqueFd folder = held ? openFolderIn(held->get(), ".") : UniqueFd();
+    return folder ? std::optional(bundleInFolder(folder.get(), *item.path())) : std::nullopt;
+}
+
+Bundle Bundle::bundleInFolder(int folder, std::string path) {
+    return {std::move(path), infoDictionary(folder)};
 }
 
 std::optional<Value> Bundle::objectForInfoDictionaryKey(std::string_view key) const {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/foundation/values/URL.h"
+#include "platform/foundation/files/NamedItem.h"
 #include "platform/foundation/values/Value.h"
 
 #include <array>
@@ -17,7 +17,9 @@ class Bundle {
 public:
     /// None unless there is a folder at the URL; a link is none. Links inside are followed only as
     /// far as they stay inside.
-    [[nodiscard]] static std::optional<Bundle> bundleWithURL(const std::optional<URL>& url);
+    [[nodiscard]] static std::optional<Bundle> bundleWithURL(const NamedItem& item);
+    /// The same for a folder that is open; `path` is where it is.
+    [[nodiscard]] static Bundle bundleInFolder(int folder, std::string path);
     [[nodiscard]] std::optional<Value> objectForInfoDictionaryKey(std::string_view key) const;
     /// The same where it is a text that is not empty.
     [[nodiscard]] std::optional<std::string> textForInfoDictionaryKey(std::string_view key) const;

@@ -86,8 +86,8 @@ public:
         return trash.folder ? std::optional(std::move(trash)) : std::nullopt;
     }
 
-    [[nodiscard]] std::optional<Trash> ofItem(const std::string& path) const {
-        const std::optional<Volume> volume = volumeOf(path);
+    [[nodiscard]] std::optional<Trash> ofItem(int item) const {
+        const std::optional<Volume> volume = volumeOf(item);
         if (!volume) {
             return std::nullopt;
         }
@@ -139,22 +139,18 @@ std::string parentOf(const std::string& path) {
 std::string nameOf(const std::string& path) { return path.substr(path.rfind('/') + 1); }
 
 // Moves an item into a trash under the first free name.
-TrashOutcome moveInto(const Trash& trash, const std::string& path) {
+TrashOutcome moveInto(const Trash& trash, const ItemPlace& item) {
     const auto failed = [&](int errorNumber) {
-        return TrashOutcome{TrashOutcome::Kind::failed, "", trashError(path, errorNumber)};
+        return TrashOutcome{TrashOutcome::Kind::failed, "", trashError(item.path, errorNumber)};
     };
-    const tl::expected<ItemPlace, int> item = placeOf(path);
-    if (!item) {
-        return failed(item.error());
-    }
     const UniqueFd files = folderIn(trash.folder.get(), "files", Missing::make);
     const UniqueFd infos = files ? folderIn(trash.folder.get(), "info", Missing::make) : UniqueFd();
     if (!files || !infos) {
         return failed(errno);
     }
-    const std::string text = trashInfoText(resolvedPath(*item), trash.volumeRoot);
+    const std::string text = trashInfoText(resolvedPath(item), trash.volumeRoot);
     for (int attempt = 1;; ++attempt) {
-        const std::string chosen = trashName(item->name, attempt);
+        const std::string chosen = trashName(item.name, attempt);
         const int reserved = writeTrashInfo(infos.get(), chosen, text);
         if (reserved == EEXIST) {
             continue;
@@ -162,12 +158,12 @@ TrashOutcome moveInto(const Trash& trash, const std::string& path) {
         if (reserved != 0) {
             return failed(reserved);
         }
-        if (::renameat2(item->parent.get(), item->name.c_str(), files.get(), chosen.c_str(),
+        if (::renameat2(item.parent.get(), item.name.c_str(), files.get(), chosen.c_str(),
                         RENAME_NOREPLACE) == 0) {
             // Once it is answered as done, a power cut shall not bring it back nor lose it.
             static_cast<void>(syncFolder(files.get()));
             static_cast<void>(syncFolder(infos.get()));
-            static_cast<void>(syncFolder(item->parent.get()));
+            static_cast<void>(syncFolder(item.parent.get()));
             return {TrashOutcome::Kind::moved, trash.path + "/files/" + chosen, {}};
         }
         const int cause = errno;
@@ -183,23 +179,23 @@ TrashOutcome moveInto(const Trash& trash, const std::string& path) {
 FreedesktopTrash::FreedesktopTrash(std::optional<std::string> home)
     : home_(home ? std::move(*home) : ownHome()), user_(::geteuid()) {}
 
-TrashOutcome FreedesktopTrash::trashItem(const std::string& path) {
-    struct stat info{};
+TrashOutcome FreedesktopTrash::trashItem(const ItemPlace& item) {
     const auto failed = [&](int errorNumber) {
-        return TrashOutcome{TrashOutcome::Kind::failed, "", trashError(path, errorNumber)};
+        return TrashOutcome{TrashOutcome::Kind::failed, "", trashError(item.path, errorNumber)};
     };
-    if (::lstat(path.c_str(), &info) != 0) {
-        return failed(errno);
+    const tl::expected<UniqueFd, int> held = holdItem(item, LastLink::keep);
+    if (!held) {
+        return failed(held.error());
     }
-    if (isVolumeRoot(path)) {
+    if (isMountPoint(held->get())) {
         return failed(EBUSY);
     }
-    const auto trash = TrashFinder(home_, user_, Missing::make).ofItem(path);
-    return trash ? moveInto(*trash, path) : failed(errno);
+    const auto trash = TrashFinder(home_, user_, Missing::make).ofItem(held->get());
+    return trash ? moveInto(*trash, item) : failed(errno);
 }
 
-std::optional<TrashFolder> FreedesktopTrash::trashFolderFor(const std::string& path) {
-    const auto trash = TrashFinder(home_, user_, Missing::leave).ofItem(path);
+std::optional<TrashFolder> FreedesktopTrash::trashFolderFor(int item) {
+    const auto trash = TrashFinder(home_, user_, Missing::leave).ofItem(item);
     if (!trash || !folderIn(trash->folder.get(), "files", Missing::leave)) {
         return std::nullopt;
     }
@@ -214,18 +210,17 @@ std::optional<std::string> FreedesktopTrash::homeTrashFolder() {
     return trash->path + "/files";
 }
 
-void FreedesktopTrash::noteOrigin(const std::string& pathInTrash, const std::string& origin) {
+void FreedesktopTrash::noteOrigin(const std::string& pathInTrash, const ItemPlace& origin) {
     const std::string trash = parentOf(parentOf(pathInTrash));
     const UniqueFd folder(::open(trash.c_str(), kFolderFlags));
     const UniqueFd infos = folder ? folderIn(folder.get(), "info", Missing::make) : UniqueFd();
     const auto atHome = TrashFinder(home_, user_, Missing::leave).homeTrash();
     const auto volume = volumeOf(trash);
-    const tl::expected<ItemPlace, int> place = placeOf(origin);
-    if (infos && volume && place) {
+    if (infos && volume) {
         const bool isHome = atHome && atHome->path == trash;
         static_cast<void>(
             writeTrashInfo(infos.get(), nameOf(pathInTrash),
-                           trashInfoText(resolvedPath(*place), isHome ? "" : volume->root)));
+                           trashInfoText(resolvedPath(origin), isHome ? "" : volume->root)));
     }
 }
 

@@ -25,15 +25,16 @@ bool isPlainFile(int file) {
 } // namespace
 
 UniqueFd openRegularFile(const std::string& path) {
-    const UniqueFd place(::open(path.c_str(), O_PATH | O_CLOEXEC));
-    if (!place) {
-        return {};
-    }
-    if (!isPlainFile(place.get())) {
+    const UniqueFd item(::open(path.c_str(), O_PATH | O_CLOEXEC));
+    return item ? openRegularFile(item.get()) : UniqueFd();
+}
+
+UniqueFd openRegularFile(int item) {
+    if (!isPlainFile(item)) {
         errno = EINVAL;
         return {};
     }
-    return UniqueFd(::open(fmt::format("/proc/self/fd/{}", place.get()).c_str(),
+    return UniqueFd(::open(fmt::format("/proc/self/fd/{}", item).c_str(),
                            O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
 }
 

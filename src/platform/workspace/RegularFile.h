@@ -13,6 +13,8 @@ namespace qv {
 /// opened even for a moment: a FIFO would wait, a device act. None, and errno (EINVAL for what is
 /// no such file), otherwise. Needs a mounted /proc.
 [[nodiscard]] UniqueFd openRegularFile(const std::string& path);
+/// The same for an item that is held.
+[[nodiscard]] UniqueFd openRegularFile(int item);
 
 /// The content of an open file; none, and errno, when it is no regular file (EINVAL) or longer than
 /// `most` bytes (EFBIG).

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/foundation/files/ItemPlace.h"
 #include "platform/foundation/values/Error.h"
 
 #include <optional>
@@ -26,7 +27,7 @@ struct TrashFolder {
     bool onOwnVolume = false; ///< of the item that was asked for
 };
 
-/// Puts items where they can be had back. Paths are absolute; links are items themselves.
+/// Puts items where they can be had back. Links are items themselves.
 class TrashService {
 public:
     TrashService() = default;
@@ -36,15 +37,15 @@ public:
     TrashService& operator=(TrashService&&) = delete;
     virtual ~TrashService() = default;
 
-    virtual TrashOutcome trashItem(const std::string& path) = 0;
-    /// The folder that trashItem() would use for an item; none when its volume has none as yet.
-    /// Makes nothing.
-    virtual std::optional<TrashFolder> trashFolderFor(const std::string& path) = 0;
+    virtual TrashOutcome trashItem(const ItemPlace& item) = 0;
+    /// The folder that trashItem() would use for an item that is held; none when its volume has
+    /// none as yet. Makes nothing.
+    virtual std::optional<TrashFolder> trashFolderFor(int item) = 0;
     /// The user's own; none when there is none as yet.
     virtual std::optional<std::string> homeTrashFolder() = 0;
     /// Notes where an item came from that was moved into a trash folder by other means, so that it
     /// can be restored. Does what can be done.
-    virtual void noteOrigin(const std::string& pathInTrash, const std::string& origin) = 0;
+    virtual void noteOrigin(const std::string& pathInTrash, const ItemPlace& origin) = 0;
 };
 
 /// Trash as desktops of Linux show it: freedesktop.org Trash 1.0. Home trash for items on the home
@@ -59,10 +60,10 @@ public:
     /// For the effective user, whose home the user database knows. `home` replaces it, for tests.
     explicit FreedesktopTrash(std::optional<std::string> home = std::nullopt);
 
-    TrashOutcome trashItem(const std::string& path) override;
-    std::optional<TrashFolder> trashFolderFor(const std::string& path) override;
+    TrashOutcome trashItem(const ItemPlace& item) override;
+    std::optional<TrashFolder> trashFolderFor(int item) override;
     std::optional<std::string> homeTrashFolder() override;
-    void noteOrigin(const std::string& pathInTrash, const std::string& origin) override;
+    void noteOrigin(const std::string& pathInTrash, const ItemPlace& origin) override;
 
 private:
     std::string home_;

@@ -50,6 +50,10 @@ protected:
                                                              ->asError()
                                                              .code());
     }
+    TrashOutcome trashItem(const fs::path& path) { return trash_.trashItem(*placeOf(path)); }
+    std::optional<TrashFolder> trashFolderFor(const fs::path& path) {
+        return trash_.trashFolderFor(holdItem(path, LastLink::keep)->get());
+    }
     test::TemporaryDirectory folder_;
     const fs::path home_ = folder_ / "home";
     const std::string files_ = home_ / ".local/share/Trash/files";
@@ -58,9 +62,9 @@ protected:
 
 TEST_F(Trash, KeepsWhatItTakesAndWhereItWas) {
     EXPECT_FALSE(trash_.homeTrashFolder()) << "asking makes nothing";
-    EXPECT_FALSE(trash_.trashFolderFor(folder_.write("a b.txt", "one")));
+    EXPECT_FALSE(trashFolderFor(folder_.write("a b.txt", "one")));
     EXPECT_TRUE(fs::is_empty(home_));
-    const TrashOutcome first = trash_.trashItem(folder_ / "a b.txt");
+    const TrashOutcome first = trashItem(folder_ / "a b.txt");
     ASSERT_EQ(first.kind, Kind::moved);
     EXPECT_EQ(first.path, files_ + "/a b.txt");
     EXPECT_EQ(test::contentOf(first.path), "one");
@@ -70,10 +74,10 @@ TEST_F(Trash, KeepsWhatItTakesAndWhereItWas) {
                 HasSubstr(fmt::format("Path={}/a%20b.txt\n", folder_.path().native())));
     EXPECT_EQ(fs::status(home_ / ".local/share/Trash").permissions(), fs::perms(0700));
     folder_.write("a b.txt", "two");
-    EXPECT_EQ(trash_.trashItem(folder_ / "a b.txt").path, files_ + "/a b.2.txt");
+    EXPECT_EQ(trashItem(folder_ / "a b.txt").path, files_ + "/a b.2.txt");
     EXPECT_EQ(test::contentOf(first.path), "one") << "nothing in a trash is overwritten";
     EXPECT_EQ(trash_.homeTrashFolder(), files_);
-    const auto where = trash_.trashFolderFor(folder_.write("c", ""));
+    const auto where = trashFolderFor(folder_.write("c", ""));
     ASSERT_TRUE(where);
     EXPECT_EQ(where->path, files_);
     EXPECT_TRUE(where->onOwnVolume);
@@ -85,7 +89,7 @@ TEST_F(Trash, IsReadByOthers) {
         GTEST_SKIP() << "trash-list of the package trash-cli is not installed";
     }
     const fs::path item = folder_.write("a b/über%.txt", "kept");
-    ASSERT_EQ(code(trash_.trashItem(item)), "moved");
+    ASSERT_EQ(code(trashItem(item)), "moved");
     const auto shell = [&](const std::string& command) {
         const std::string line =
             fmt::format("HOME='{0}' XDG_DATA_HOME='{0}/.local/share' {1} >'{2}' 2>&1",
@@ -106,7 +110,7 @@ TEST_F(Trash, TakesLinksAndFoldersAsTheyAre) {
     fs::create_symlink("nowhere", folder_ / "dangling");
     folder_.write("tree/deep/file", "x");
     for (const char* name : {"link", "dangling", "tree"}) {
-        EXPECT_EQ(code(trash_.trashItem(folder_ / name)), "moved") << name;
+        EXPECT_EQ(code(trashItem(folder_ / name)), "moved") << name;
         EXPECT_EQ(::access((folder_ / name).c_str(), F_OK), -1) << name;
     }
     EXPECT_EQ(fs::read_symlink(files_ + "/dangling"), "nowhere");
@@ -115,11 +119,10 @@ TEST_F(Trash, TakesLinksAndFoldersAsTheyAre) {
 }
 
 TEST_F(Trash, SaysWhyItTakesNothing) {
-    EXPECT_EQ(code(trash_.trashItem(folder_ / "missing")), fmt::format("4 {}", ENOENT));
-    EXPECT_EQ(code(trash_.trashItem("/proc/self/status")), fmt::format("3328 {}", ENOTSUP));
-    EXPECT_EQ(code(trash_.trashItem("/proc")), fmt::format("512 {}", EBUSY)) << "a volume";
-    EXPECT_FALSE(trash_.trashFolderFor("/proc/self/status"));
-    EXPECT_FALSE(trash_.trashFolderFor(folder_ / "missing"));
+    EXPECT_EQ(code(trashItem(folder_ / "missing")), fmt::format("4 {}", ENOENT));
+    EXPECT_EQ(code(trashItem("/proc/self/status")), fmt::format("3328 {}", ENOTSUP));
+    EXPECT_EQ(code(trashItem("/proc")), fmt::format("512 {}", EBUSY)) << "a volume";
+    EXPECT_FALSE(trashFolderFor("/proc/self/status"));
 }
 
 // Somebody has laid a link where the trash should be: root must not be led elsewhere by it.
@@ -128,20 +131,20 @@ TEST_F(Trash, FollowsNoLinkOnItsWay) {
     fs::create_directories(elsewhere / "share/Trash/files");
     fs::create_symlink(elsewhere, home_ / ".local");
     const auto item = folder_.write("item", "");
-    EXPECT_EQ(trash_.trashItem(item).kind, Kind::failed);
+    EXPECT_EQ(trashItem(item).kind, Kind::failed);
     EXPECT_TRUE(fs::exists(item));
     EXPECT_TRUE(fs::is_empty(elsewhere / "share/Trash/files"));
     fs::remove(home_ / ".local");
     fs::create_directories(home_ / ".local/share/Trash");
     fs::create_symlink(elsewhere, home_ / ".local/share/Trash/files");
-    EXPECT_EQ(trash_.trashItem(item).kind, Kind::failed);
+    EXPECT_EQ(trashItem(item).kind, Kind::failed);
     EXPECT_TRUE(fs::exists(item));
 }
 
 TEST_F(Trash, NotesWhereSomethingElseWasMovedFrom) {
-    ASSERT_EQ(code(trash_.trashItem(folder_.write("first", ""))), "moved");
+    ASSERT_EQ(code(trashItem(folder_.write("first", ""))), "moved");
     fs::rename(folder_.write("moved by hand", ""), files_ + "/by hand");
-    trash_.noteOrigin(files_ + "/by hand", folder_ / "moved by hand");
+    trash_.noteOrigin(files_ + "/by hand", *placeOf(folder_ / "moved by hand"));
     EXPECT_THAT(test::contentOf(home_ / ".local/share/Trash/info/by hand.trashinfo"),
                 HasSubstr("/moved%20by%20hand\n"));
 }
@@ -172,22 +175,20 @@ protected:
 
 TEST_F(VolumeTrash, IsTheVolumesOwn) {
     EXPECT_EQ(volumeOf(item())->root, volume_.native());
-    EXPECT_TRUE(isVolumeRoot(volume_));
-    EXPECT_FALSE(isVolumeRoot(volume_ / "sub"));
-    EXPECT_EQ(trash_.trashItem(item()).path, volume_ / ".Trash-0/files/item");
+    EXPECT_EQ(trashItem(item()).path, volume_ / ".Trash-0/files/item");
     EXPECT_THAT(test::contentOf(volume_ / ".Trash-0/info/item.trashinfo"),
                 HasSubstr("\nPath=sub/item\n"));
-    EXPECT_EQ(trash_.trashFolderFor(item())->path, volume_ / ".Trash-0/files");
-    EXPECT_EQ(code(trash_.trashItem(volume_)), fmt::format("512 {}", EBUSY));
+    EXPECT_EQ(trashFolderFor(item())->path, volume_ / ".Trash-0/files");
+    EXPECT_EQ(code(trashItem(volume_)), fmt::format("512 {}", EBUSY));
 }
 
 // The way that a script names is not the item's own: a link, or "..".
 TEST_F(VolumeTrash, NotesTheItemsOwnPlace) {
     fs::create_directory_symlink(volume_ / "sub", folder_ / "l");
     item();
-    EXPECT_EQ(code(trash_.trashItem(folder_ / "l/item")), "moved");
+    EXPECT_EQ(code(trashItem(folder_ / "l/item")), "moved");
     folder_.write("volume/sub/second", "");
-    EXPECT_EQ(code(trash_.trashItem(folder_ / "home/../volume/sub/second")), "moved");
+    EXPECT_EQ(code(trashItem(folder_ / "home/../volume/sub/second")), "moved");
     for (const char* name : {"item", "second"}) {
         EXPECT_THAT(test::contentOf(volume_ / ".Trash-0/info" / (std::string(name) + ".trashinfo")),
                     HasSubstr(std::string("\nPath=sub/") + name + "\n"));
@@ -198,17 +199,16 @@ TEST_F(VolumeTrash, UsesTheSharedFolderOnlyWhereThatIsSafe) {
     const fs::path shared = volume_ / ".Trash";
     fs::create_directory(shared);
     fs::permissions(shared, fs::perms(0777));
-    EXPECT_EQ(trash_.trashItem(item()).path, volume_ / ".Trash-0/files/item") << "not sticky";
+    EXPECT_EQ(trashItem(item()).path, volume_ / ".Trash-0/files/item") << "not sticky";
     fs::permissions(shared, fs::perms(01777));
-    EXPECT_EQ(trash_.trashItem(item()).path, shared / "0/files/item");
+    EXPECT_EQ(trashItem(item()).path, shared / "0/files/item");
     ASSERT_EQ(::chown((shared / "0").c_str(), 65534, 65534), 0);
-    EXPECT_EQ(trash_.trashItem(item()).path, volume_ / ".Trash-0/files/item.2")
-        << "another owner's";
+    EXPECT_EQ(trashItem(item()).path, volume_ / ".Trash-0/files/item.2") << "another owner's";
     fs::remove_all(shared);
     fs::create_symlink(home_, shared);
-    EXPECT_EQ(trash_.trashItem(item()).path, volume_ / ".Trash-0/files/item.3") << "a link";
+    EXPECT_EQ(trashItem(item()).path, volume_ / ".Trash-0/files/item.3") << "a link";
     ASSERT_EQ(::chown((volume_ / ".Trash-0").c_str(), 65534, 65534), 0);
-    EXPECT_EQ(code(trash_.trashItem(item())), fmt::format("3328 {}", ENOTSUP));
+    EXPECT_EQ(code(trashItem(item())), fmt::format("3328 {}", ENOTSUP));
     EXPECT_TRUE(fs::exists(volume_ / "sub/item"));
 }
 
@@ -216,7 +216,7 @@ TEST_F(VolumeTrash, IsMissingOnVolumesThatCannotBeWritten) {
     const std::string path = item();
     ASSERT_EQ(::mount(nullptr, volume_.c_str(), nullptr, MS_BIND | MS_REMOUNT | MS_RDONLY, nullptr),
               0);
-    EXPECT_EQ(code(trash_.trashItem(path)), fmt::format("3328 {}", ENOTSUP));
+    EXPECT_EQ(code(trashItem(path)), fmt::format("3328 {}", ENOTSUP));
 }
 
 } // namespace

@@ -1,8 +1,6 @@
 #include "platform/foundation/files/FileManager.h"
 
 #include "platform/foundation/files/FileErrors.h"
-#include "platform/foundation/files/FileSystemPath.h"
-#include "platform/foundation/files/ItemPlace.h"
 #include "platform/foundation/files/MoveItem.h"
 #include "platform/foundation/files/RemoveItem.h"
 #include "platform/foundation/files/Sync.h"
@@ -12,7 +10,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace qv::FileManager {
@@ -21,93 +18,71 @@ namespace {
 
 constexpr mode_t kReadWriteForAll = 0666; // what the process lets of it
 
-using Place = tl::expected<ItemPlace, Error>;
-
-Place placeAt(const std::optional<URL>& url, std::string_view operation) {
-    const tl::expected<std::string, Error> path = fileSystemPath(url);
-    if (!path) {
-        return tl::unexpected(path.error());
+// Why there is no place; empty where there is one.
+Error whyUnplaced(const NamedItem& item, std::string_view operation) {
+    if (!item.path()) {
+        return item.path().error();
     }
-    tl::expected<ItemPlace, int> place = placeOf(*path);
-    if (!place) {
-        return tl::unexpected(fileError({place.error(), FileAccess::write, *path, ""}, operation));
-    }
-    return std::move(*place);
+    return item.place()
+               ? Error()
+               : fileError({item.place().error(), FileAccess::write, *item.path(), ""}, operation);
 }
 
-/// Where an item comes from and where it goes.
-struct Way {
-    ItemPlace from;
-    ItemPlace to;
-};
-
-tl::expected<Way, Error> wayOf(const std::optional<URL>& srcURL, const std::optional<URL>& toURL,
-                               FileAccess sourceAccess, std::string_view operation) {
-    const tl::expected<std::string, Error> source = fileSystemPath(srcURL);
-    const tl::expected<std::string, Error> destination = fileSystemPath(toURL);
-    if (!source || !destination) {
-        return tl::unexpected(source ? destination.error() : source.error());
+Error whyUnplaced(const NamedItem& source, const NamedItem& destination, FileAccess sourceAccess,
+                  std::string_view operation) {
+    for (const NamedItem* item : {&source, &destination}) {
+        if (!item->path()) {
+            return item->path().error();
+        }
     }
-    const auto failed = [&](int errorNumber, FileAccess access) {
-        return tl::unexpected(fileError({errorNumber, access, *source, *destination}, operation));
-    };
-    tl::expected<ItemPlace, int> from = placeOf(*source);
-    if (!from) {
-        return failed(from.error(), sourceAccess);
+    for (const NamedItem* item : {&source, &destination}) {
+        if (!item->place()) {
+            const FileAccess access = item == &source ? sourceAccess : FileAccess::write;
+            return fileError({item->place().error(), access, *source.path(), *destination.path()},
+                             operation);
+        }
     }
-    tl::expected<ItemPlace, int> to = placeOf(*destination);
-    if (!to) {
-        return failed(to.error(), FileAccess::write);
-    }
-    return Way{std::move(*from), std::move(*to)};
+    return {};
 }
 
 } // namespace
 
-Error removeItemAtURL(const std::optional<URL>& url) {
-    const Place place = placeAt(url, "Remove");
-    if (!place) {
-        return place.error();
+Error removeItemAtURL(const NamedItem& item) {
+    if (Error error = whyUnplaced(item, "Remove")) {
+        return error;
     }
-    const std::optional<FileFailure> failure = removeItem(*place);
+    const std::optional<FileFailure> failure = removeItem(*item.place());
     return failure ? fileError(*failure, "Remove") : Error();
 }
 
-Error copyItemAtURL(const std::optional<URL>& srcURL, const std::optional<URL>& toURL) {
-    const auto way = wayOf(srcURL, toURL, FileAccess::read, "Copy");
-    if (!way) {
-        return way.error();
+Error copyItemAtURL(const NamedItem& source, const NamedItem& destination) {
+    if (Error error = whyUnplaced(source, destination, FileAccess::read, "Copy")) {
+        return error;
     }
-    const std::optional<FileFailure> failure = copyItem(way->from, way->to, MountedBelow::copied);
+    const std::optional<FileFailure> failure =
+        copyItem(*source.place(), *destination.place(), MountedBelow::copied);
     return failure ? fileError(*failure, "Copy") : Error();
 }
 
-Error moveItemAtURL(const std::optional<URL>& srcURL, const std::optional<URL>& toURL) {
-    const auto way = wayOf(srcURL, toURL, FileAccess::write, "Move");
-    return way ? moveItem(way->from, way->to) : way.error();
+Error moveItemAtURL(const NamedItem& source, const NamedItem& destination) {
+    const Error error = whyUnplaced(source, destination, FileAccess::write, "Move");
+    return error ? error : moveItem(*source.place(), *destination.place());
 }
 
-bool isLedAstray(const std::optional<URL>& url) {
-    const tl::expected<std::string, Error> path = fileSystemPath(url);
-    const tl::expected<ItemPlace, int> place = path ? placeOf(*path) : tl::unexpected(EINVAL);
-    return !place && place.error() == ELOOP;
-}
-
-Error syncItemAtURL(const std::optional<URL>& url) {
-    const Place place = placeAt(url, "");
-    if (!place) {
-        return place.error();
+Error syncItemAtURL(const NamedItem& item) {
+    if (Error error = whyUnplaced(item, "")) {
+        return error;
     }
-    const int failure = syncItem(*place);
-    return failure == 0 ? Error() : fileError({failure, FileAccess::write, place->path, ""}, "");
+    const int failure = syncItem(*item.place());
+    return failure == 0 ? Error()
+                        : fileError({failure, FileAccess::write, item.place()->path, ""}, "");
 }
 
-bool createFileAtPath(const std::string& path, std::string_view contents) {
-    const tl::expected<ItemPlace, int> place = placeOf(path);
-    if (!place) {
+bool createFileAtPath(const NamedItem& item, std::string_view contents) {
+    if (!item.place()) {
         return false;
     }
-    const int folder = place->parent.get();
+    const int folder = item.place()->parent.get();
     const std::string temporary = temporaryName();
     const UniqueFd file(::openat(folder, temporary.c_str(),
                                  O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
@@ -122,17 +97,18 @@ bool createFileAtPath(const std::string& path, std::string_view contents) {
         }
         contents.remove_prefix(count > 0 ? static_cast<std::size_t>(count) : 0);
     }
-    const bool done =
-        contents.empty() && ::renameat(folder, temporary.c_str(), folder, place->name.c_str()) == 0;
+    const bool done = contents.empty() && ::renameat(folder, temporary.c_str(), folder,
+                                                     item.place()->name.c_str()) == 0;
     if (!done) {
         static_cast<void>(::unlinkat(folder, temporary.c_str(), 0));
     }
     return done;
 }
 
-bool fileExistsAtPath(const std::string& path) {
-    struct stat info{};
-    return ::stat(path.c_str(), &info) == 0;
+bool fileExistsAtPath(const NamedItem& item) {
+    const bool isPlaced = item.place().has_value();
+    const tl::expected<UniqueFd, Error> held = item.hold();
+    return held || (isPlaced && held.error() == Error::posix(ELOOP));
 }
 
 } // namespace qv::FileManager

@@ -1,7 +1,7 @@
 #include "platform/foundation/files/ItemReplacement.h"
 
 #include "platform/foundation/files/FileErrors.h"
-#include "platform/foundation/files/FileSystemPath.h"
+#include "platform/foundation/files/NamedItem.h"
 #include "platform/foundation/files/Volume.h"
 #include "platform/foundation/files/walk/HeldFolder.h"
 
@@ -97,13 +97,14 @@ private:
 
 tl::expected<URL, Error> itemReplacementFolder(const std::optional<URL>& appropriateForURL,
                                                const std::string& program) {
-    const tl::expected<std::string, Error> path = fileSystemPath(appropriateForURL);
-    if (!path) {
-        return tl::unexpected(path.error());
+    const NamedItem named(appropriateForURL);
+    if (!named.path()) {
+        return tl::unexpected(named.path().error());
     }
-    const std::optional<Volume> volume = volumeOf(*path);
+    const tl::expected<UniqueFd, Error> item = named.hold(LastLink::keep);
+    const std::optional<Volume> volume = item ? volumeOf(item->get()) : std::nullopt;
     if (!volume) {
-        return tl::unexpected(fileError({ENOENT, FileAccess::read, *path, ""}, ""));
+        return tl::unexpected(fileError({ENOENT, FileAccess::read, *named.path(), ""}, ""));
     }
     const std::optional<Volume> atTemporary = volumeOf(std::string(kTemporary));
     const bool inTemporary = atTemporary && atTemporary->mountID == volume->mountID;

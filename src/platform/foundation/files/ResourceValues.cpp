@@ -1,11 +1,10 @@
 #include "platform/foundation/files/ResourceValues.h"
 
-#include "platform/foundation/files/FileSystemPath.h"
 #include "platform/foundation/files/Volume.h"
 
 #include <algorithm>
 #include <array>
-#include <string>
+#include <fcntl.h>
 #include <string_view>
 #include <sys/stat.h>
 
@@ -13,19 +12,19 @@ namespace qv::ResourceValues {
 
 namespace {
 
-struct Item {
-    std::string path;
+struct Examined {
+    UniqueFd item;
     struct stat info{};
 };
 
-std::optional<Item> examined(const std::optional<URL>& url) {
-    const tl::expected<std::string, Error> path = fileSystemPath(url);
-    Item item;
-    if (!path || ::lstat(path->c_str(), &item.info) != 0) {
+std::optional<Examined> examined(const NamedItem& named) {
+    tl::expected<UniqueFd, Error> item = named.hold(LastLink::keep);
+    Examined found;
+    if (!item || ::fstat(item->get(), &found.info) != 0) {
         return std::nullopt;
     }
-    item.path = *path;
-    return item;
+    found.item = *std::move(item);
+    return found;
 }
 
 bool isPackageExtension(std::string_view extension) {
@@ -36,49 +35,51 @@ bool isPackageExtension(std::string_view extension) {
     return std::ranges::find(kExtensions, extension) != kExtensions.end();
 }
 
-bool isThere(const std::string& path) {
+bool isThere(int folder, const char* name) {
     struct stat info{};
-    return ::lstat(path.c_str(), &info) == 0;
+    return ::fstatat(folder, name, &info, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
 } // namespace
 
-std::optional<URL> volume(const std::optional<URL>& url) {
-    const std::optional<Item> item = examined(url);
-    const std::optional<Volume> found = item ? volumeOf(item->path) : std::nullopt;
-    return found ? std::optional(URL::fileURLWithPath(found->root)) : std::nullopt;
+std::optional<URL> volume(const NamedItem& item) {
+    const std::optional<Examined> found = examined(item);
+    const std::optional<Volume> volume = found ? volumeOf(found->item.get()) : std::nullopt;
+    return volume ? std::optional(URL::fileURLWithPath(volume->root)) : std::nullopt;
 }
 
-std::optional<bool> isVolume(const std::optional<URL>& url) {
-    const std::optional<Item> item = examined(url);
-    return item ? std::optional(isVolumeRoot(item->path)) : std::nullopt;
+std::optional<bool> isVolume(const NamedItem& item) {
+    const std::optional<Examined> found = examined(item);
+    return found ? std::optional(isMountPoint(found->item.get())) : std::nullopt;
 }
 
-std::optional<std::uint64_t> fileSize(const std::optional<URL>& url) {
-    const std::optional<Item> item = examined(url);
-    return item ? std::optional(static_cast<std::uint64_t>(item->info.st_size)) : std::nullopt;
+std::optional<std::uint64_t> fileSize(const NamedItem& item) {
+    const std::optional<Examined> found = examined(item);
+    return found ? std::optional(static_cast<std::uint64_t>(found->info.st_size)) : std::nullopt;
 }
 
-std::optional<Date> contentModificationDate(const std::optional<URL>& url) {
+std::optional<Date> contentModificationDate(const NamedItem& item) {
     constexpr double kReference = 978307200; // 2001-01-01 in seconds since 1970
     constexpr double kNanosecond = 1e-9;
-    const std::optional<Item> item = examined(url);
-    if (!item) {
+    const std::optional<Examined> found = examined(item);
+    if (!found) {
         return std::nullopt;
     }
-    const timespec& modified = item->info.st_mtim;
+    const timespec& modified = found->info.st_mtim;
     return Date{static_cast<double>(modified.tv_sec) - kReference +
                 static_cast<double>(modified.tv_nsec) * kNanosecond};
 }
 
-std::optional<bool> isPackage(const std::optional<URL>& url) {
-    const std::optional<Item> item = examined(url);
-    if (!item || !url) {
+std::optional<bool> isPackage(const NamedItem& item) {
+    const std::optional<Examined> found = examined(item);
+    const std::optional<URL>& url = item.url();
+    if (!found || !url) {
         return std::nullopt;
     }
-    return S_ISDIR(item->info.st_mode) && (isPackageExtension(url->pathExtension()) ||
-                                           isThere(item->path + "/Contents/Info.plist") ||
-                                           isThere(item->path + "/Contents/PkgInfo"));
+    const int folder = found->item.get();
+    return S_ISDIR(found->info.st_mode) &&
+           (isPackageExtension(url->pathExtension()) || isThere(folder, "Contents/Info.plist") ||
+            isThere(folder, "Contents/PkgInfo"));
 }
 
 } // namespace qv::ResourceValues

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/foundation/files/NamedItem.h"
 #include "platform/foundation/values/URL.h"
 #include "platform/foundation/values/Value.h"
 
@@ -11,13 +12,13 @@
 namespace qv::ResourceValues {
 
 /// The root of the volume; see files/Volume.h.
-[[nodiscard]] std::optional<URL> volume(const std::optional<URL>& url);
-[[nodiscard]] std::optional<bool> isVolume(const std::optional<URL>& url);
+[[nodiscard]] std::optional<URL> volume(const NamedItem& item);
+[[nodiscard]] std::optional<bool> isVolume(const NamedItem& item);
 /// In bytes; what a folder's own record takes.
-[[nodiscard]] std::optional<std::uint64_t> fileSize(const std::optional<URL>& url);
-[[nodiscard]] std::optional<Date> contentModificationDate(const std::optional<URL>& url);
+[[nodiscard]] std::optional<std::uint64_t> fileSize(const NamedItem& item);
+[[nodiscard]] std::optional<Date> contentModificationDate(const NamedItem& item);
 /// A folder that shows as one item: by its extension, or because it holds the information of a
 /// bundle.
-[[nodiscard]] std::optional<bool> isPackage(const std::optional<URL>& url);
+[[nodiscard]] std::optional<bool> isPackage(const NamedItem& item);
 
 } // namespace qv::ResourceValues

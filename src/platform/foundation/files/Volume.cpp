@@ -16,14 +16,13 @@ namespace {
 constexpr unsigned kMountID = 0x1000;        // STATX_MNT_ID, Linux 5.8
 constexpr std::uint64_t kMountRoot = 0x2000; // STATX_ATTR_MOUNT_ROOT
 
-std::optional<struct statx> examined(const std::string& path) {
+constexpr int kItself = AT_EMPTY_PATH | AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT;
+
+std::optional<std::uint64_t> mountOf(int folder, const char* name) {
     struct statx info{};
-    if (::statx(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT, kMountID, &info) !=
-            0 ||
-        (info.stx_mask & kMountID) == 0) {
-        return std::nullopt;
-    }
-    return info;
+    return ::statx(folder, name, kItself, kMountID, &info) == 0 && (info.stx_mask & kMountID) != 0
+               ? std::optional<std::uint64_t>(info.stx_mnt_id)
+               : std::nullopt;
 }
 
 // The kernel writes blanks and backslashes of paths as \ooo.
@@ -78,6 +77,20 @@ std::optional<Volume> volumeIn(const std::string& line) {
     return volume;
 }
 
+std::optional<Volume> volumeMounted(std::optional<std::uint64_t> mountID) {
+    if (!mountID) {
+        return std::nullopt;
+    }
+    std::ifstream mounts("/proc/self/mountinfo");
+    for (std::string line; std::getline(mounts, line);) {
+        std::optional<Volume> volume = volumeIn(line);
+        if (volume && volume->mountID == mountID) {
+            return volume;
+        }
+    }
+    return std::nullopt;
+}
+
 } // namespace
 
 bool Volume::isPseudo() const {
@@ -88,34 +101,18 @@ bool Volume::isPseudo() const {
     return std::ranges::find(kPseudo, type) != kPseudo.end();
 }
 
+std::optional<Volume> volumeOf(int item) { return volumeMounted(mountOf(item, "")); }
+
 std::optional<Volume> volumeOf(const std::string& path) {
-    const auto info = examined(path);
-    if (!info) {
-        return std::nullopt;
-    }
-    std::ifstream mounts("/proc/self/mountinfo");
-    for (std::string line; std::getline(mounts, line);) {
-        std::optional<Volume> volume = volumeIn(line);
-        if (volume && volume->mountID == info->stx_mnt_id) {
-            return volume;
-        }
-    }
-    return std::nullopt;
+    return volumeMounted(mountOf(AT_FDCWD, path.c_str()));
 }
 
-bool isMountPoint(int folder) noexcept { return isMountPoint(folder, ""); }
+bool isMountPoint(int item) noexcept { return isMountPoint(item, ""); }
 
 bool isMountPoint(int parent, const char* name) noexcept {
     struct statx info{};
-    return ::statx(parent, name,
-                   AT_EMPTY_PATH | AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT | AT_STATX_DONT_SYNC, 0,
-                   &info) == 0 &&
+    return ::statx(parent, name, kItself | AT_STATX_DONT_SYNC, 0, &info) == 0 &&
            (info.stx_attributes & kMountRoot) != 0;
-}
-
-bool isVolumeRoot(const std::string& path) {
-    const auto info = examined(path);
-    return info && (info->stx_attributes & kMountRoot) != 0;
 }
 
 } // namespace qv

@@ -18,14 +18,14 @@ struct Volume {
     [[nodiscard]] bool isPseudo() const;
 };
 
-/// The volume of an item; a link is an item itself. None when it cannot be examined.
+/// The volume of an open item; a link is an item itself. None when it cannot be examined.
+[[nodiscard]] std::optional<Volume> volumeOf(int item);
+/// The same of an item that nobody else can exchange.
 [[nodiscard]] std::optional<Volume> volumeOf(const std::string& path);
-/// Whether an open folder is where something is mounted. Like all here it needs Linux 5.8; before,
-/// no folder is known to be one.
-[[nodiscard]] bool isMountPoint(int folder) noexcept;
+/// Whether an open item is where something is mounted. Like all here it needs Linux 5.8; before,
+/// none is known to be one.
+[[nodiscard]] bool isMountPoint(int item) noexcept;
 /// The same for any item in an open folder: files can be mounted on files.
 [[nodiscard]] bool isMountPoint(int parent, const char* name) noexcept;
-/// Whether a path names the root of a volume.
-[[nodiscard]] bool isVolumeRoot(const std::string& path);
 
 } // namespace qv

@@ -65,11 +65,11 @@ public:
         }
         const std::string path = folder.path();
         watchInfoLists(folderFd, path, watch_);
-        const std::optional<Bundle> bundle = Bundle::bundleWithURL(URL::fileURLWithPath(path));
-        if (bundle && (bundle->hasInfoDictionary() || path.ends_with(kExtension))) {
-            records_.push_back({path, folded(bundle->bundleIdentifier().value_or("")),
-                                bundle->displayName().value_or(""),
-                                bundle->bundleName().value_or("")});
+        const Bundle bundle = Bundle::bundleInFolder(folderFd, path);
+        if (bundle.hasInfoDictionary() || path.ends_with(kExtension)) {
+            records_.push_back({path, folded(bundle.bundleIdentifier().value_or("")),
+                                bundle.displayName().value_or(""),
+                                bundle.bundleName().value_or("")});
             return false;
         }
         if (folder.parentPath.size() > rootLength_ || root_.levels < 2) {

@@ -250,8 +250,12 @@ tl::expected<DesktopEntry, std::string> DesktopEntry::parse(std::string_view byt
 
 tl::expected<DesktopEntry, std::string> DesktopEntry::contentsOfFile(const std::string& path) {
     const UniqueFd file = openRegularFile(path);
-    const std::optional<std::string> content =
-        file ? contentOfRegularFile(file.get(), kLongestFile) : std::nullopt;
+    return file ? contentsOfFile(file.get(), path) : tl::unexpected(errnoText(errno));
+}
+
+tl::expected<DesktopEntry, std::string> DesktopEntry::contentsOfFile(int file,
+                                                                     const std::string& path) {
+    const std::optional<std::string> content = contentOfRegularFile(file, kLongestFile);
     return content ? parse(*content, path) : tl::unexpected(errnoText(errno));
 }
 

@@ -51,6 +51,9 @@ struct DesktopEntry {
     /// there keeps anybody waiting.
     [[nodiscard]] static tl::expected<DesktopEntry, std::string>
     contentsOfFile(const std::string& path);
+    /// The same for a file that is open.
+    [[nodiscard]] static tl::expected<DesktopEntry, std::string>
+    contentsOfFile(int file, const std::string& path);
 };
 
 } // namespace qv

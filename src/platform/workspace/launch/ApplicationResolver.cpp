@@ -1,8 +1,12 @@
 #include "platform/workspace/launch/ApplicationResolver.h"
 
 #include "platform/foundation/files/FileErrors.h"
+#include "platform/foundation/files/HeldItem.h"
+#include "platform/foundation/files/content/FileBytes.h"
+#include "platform/foundation/files/walk/HeldFolder.h"
 #include "platform/workspace/Bundle.h"
 #include "platform/workspace/Patience.h"
+#include "platform/workspace/RegularFile.h"
 #include "platform/workspace/applications/DesktopEntry.h"
 #include "platform/workspace/applications/ExecLine.h"
 #include "platform/workspace/launch/LaunchError.h"
@@ -60,8 +64,10 @@ bool isFolderPath(std::string_view path) {
            });
 }
 
-Start resolveBundle(const std::string& path) {
-    const std::optional<Bundle> bundle = Bundle::bundleWithURL(URL::fileURLWithPath(path));
+Start resolveBundle(int item, const std::string& path) {
+    const UniqueFd folder = openFolderIn(item, ".");
+    const std::optional<Bundle> bundle =
+        folder ? std::optional(Bundle::bundleInFolder(folder.get(), path)) : std::nullopt;
     const bool isOne = bundle && (bundle->hasInfoDictionary() || path.ends_with(".app"));
     if (!isOne) {
         return refuse(launch_error::kNotAnApplication, "the folder is no application");
@@ -102,8 +108,10 @@ Start resolveCommand(ApplicationStart start, const DesktopEntry& entry) {
     return start;
 }
 
-Start resolveDesktopEntry(const std::string& path) {
-    const tl::expected<DesktopEntry, std::string> entry = DesktopEntry::contentsOfFile(path);
+Start resolveDesktopEntry(int item, const std::string& path) {
+    const UniqueFd file = openRegularFile(item);
+    const tl::expected<DesktopEntry, std::string> entry =
+        file ? DesktopEntry::contentsOfFile(file.get(), path) : tl::unexpected(errnoText(errno));
     if (!entry) {
         return refuse(launch_error::kNotAnApplication, entry.error());
     }
@@ -135,20 +143,20 @@ Start resolveDesktopEntry(const std::string& path) {
 }
 
 Start resolve(const std::string& path) {
+    const tl::expected<UniqueFd, int> item = holdItem(path, LastLink::follow);
     struct stat info{};
-    if (::stat(path.c_str(), &info) != 0) {
-        return tl::unexpected(Refusal{.code = 0, .reason = {}, .errorNumber = errno});
+    if (!item || ::fstat(item->get(), &info) != 0) {
+        const int cause = item ? errno : item.error();
+        return tl::unexpected(Refusal{.code = 0, .reason = {}, .errorNumber = cause});
     }
     if (S_ISDIR(info.st_mode)) {
-        std::error_code failed; // a link to a bundle is one
-        const std::string real = std::filesystem::canonical(path, failed);
-        return resolveBundle(failed ? path : real);
+        const std::string real = pathOfHeldItem(item->get()); // a link to a bundle is one
+        return resolveBundle(item->get(), real.empty() ? path : real);
     }
     if (S_ISREG(info.st_mode) && path.ends_with(".desktop")) {
-        return resolveDesktopEntry(path);
+        return resolveDesktopEntry(item->get(), path);
     }
-    constexpr mode_t kAnyExecute = S_IXUSR | S_IXGRP | S_IXOTH;
-    if (!S_ISREG(info.st_mode) || (info.st_mode & kAnyExecute) == 0) {
+    if (!isProgramFile(info)) {
         return refuse(launch_error::kNotAnApplication, "the file is no application");
     }
     return ApplicationStart{.path = path,

@@ -188,18 +188,18 @@ TEST_F(FileManagerTest, RemovesItemsAndNothingElse) {
 }
 
 TEST_F(FileManagerTest, CreatesFilesWholeOrNotAtAll) {
-    EXPECT_TRUE(FileManager::createFileAtPath(top / "new", "content"));
-    EXPECT_TRUE(FileManager::createFileAtPath(top / "new", "other"));
+    EXPECT_TRUE(FileManager::createFileAtPath(urlOf(top / "new"), "content"));
+    EXPECT_TRUE(FileManager::createFileAtPath(urlOf(top / "new"), "other"));
     EXPECT_EQ(test::contentOf(top / "new"), "other");
     fs::create_symlink(top / "new", top / "link");
-    EXPECT_TRUE(FileManager::createFileAtPath(top / "link", "replaces the link"));
+    EXPECT_TRUE(FileManager::createFileAtPath(urlOf(top / "link"), "replaces the link"));
     EXPECT_EQ(test::contentOf(top / "new"), "other");
     fs::create_directory(top / "folder");
-    EXPECT_FALSE(FileManager::createFileAtPath(top / "folder", "x"));
-    EXPECT_FALSE(FileManager::createFileAtPath(top / "none/x", "x"));
+    EXPECT_FALSE(FileManager::createFileAtPath(urlOf(top / "folder"), "x"));
+    EXPECT_FALSE(FileManager::createFileAtPath(urlOf(top / "none/x"), "x"));
     fs::create_symlink("nowhere", top / "dangling");
-    EXPECT_FALSE(FileManager::fileExistsAtPath(top / "dangling"));
-    EXPECT_TRUE(FileManager::fileExistsAtPath(top / "folder"));
+    EXPECT_FALSE(FileManager::fileExistsAtPath(urlOf(top / "dangling")));
+    EXPECT_TRUE(FileManager::fileExistsAtPath(urlOf(top / "folder")));
     EXPECT_EQ(std::distance(fs::directory_iterator(top.path()), fs::directory_iterator()), 4)
         << "a temporary file was left";
 }

@@ -30,7 +30,7 @@ TEST(ResourceValuesTest, TellsOfTheItemItself) {
     EXPECT_EQ(ResourceValues::fileSize(urlOf(top / "link")), 4U) << "of the link";
     EXPECT_EQ(ResourceValues::contentModificationDate(urlOf(file)), Date{86'400.5});
     EXPECT_FALSE(ResourceValues::contentModificationDate(urlOf(top / "none")));
-    EXPECT_FALSE(ResourceValues::fileSize(std::nullopt));
+    EXPECT_FALSE(ResourceValues::fileSize(std::optional<URL>()));
     EXPECT_FALSE(ResourceValues::isPackage(URL::URLWithString("http://x/")));
 }
 
