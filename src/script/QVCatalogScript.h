@@ -107,8 +107,8 @@ public:
     /// an archive name and with the folder's owner; the trash's error is the result all the same.
     Error trashItemAtURL(const std::optional<URL>& url);
     /// With `adaptOwnershipToParent` the source, all of it, first gets the owner and group of the
-    /// folder that the destination lies in, and keeps them when the rest fails. `atomic` has no
-    /// effect here.
+    /// folder that the destination lies in, and keeps them when the rest fails; what has them is
+    /// left alone. `atomic` has no effect here.
     Error moveItemFromURL(const std::optional<URL>& fromURL, const std::optional<URL>& toURL,
                           bool adaptOwnershipToParent, bool atomic);
     /// An atomic copy stands under the name "._A_" and the destination's, in its folder, until it
@@ -206,7 +206,9 @@ private:
     static std::optional<URL> trashPath(const NamedItem& item, bool* volumeHasTrash,
                                         TrashService& trash);
     Error changeOwnership(const NamedItem& item, std::uint32_t userID, std::uint32_t groupID,
-                          bool recursive);
+                          bool recursive, bool alsoWhereItIsSo);
+    /// Recursive; leaves alone what belongs to the two already.
+    Error adaptOwnership(const NamedItem& item, std::uint32_t userID, std::uint32_t groupID);
     [[nodiscard]] Requester requester() const;
     TrashService& trashService();
     WorkspaceService& workspaceService();

@@ -39,23 +39,35 @@ public:
 
 class OwnershipChange final : public Change {
 public:
-    OwnershipChange(std::uint32_t userID, std::uint32_t groupID)
-        : userID_(userID), groupID_(groupID) {}
+    OwnershipChange(std::uint32_t userID, std::uint32_t groupID, bool alsoWhereItIsSo)
+        : userID_(userID), groupID_(groupID), alsoWhereItIsSo_(alsoWhereItIsSo) {}
 
     [[nodiscard]] std::string_view name() const override { return "chown"; }
     [[nodiscard]] int apply(int heldItem) const override {
-        return ::fchownat(heldItem, "", userID_, groupID_, AT_EMPTY_PATH);
+        return applyTo(heldItem, "", AT_EMPTY_PATH);
     }
     [[nodiscard]] int applyNotFollowing(int parentFd, const char* item) const override {
-        return ::fchownat(parentFd, item, userID_, groupID_, AT_SYMLINK_NOFOLLOW);
+        return applyTo(parentFd, item, AT_SYMLINK_NOFOLLOW);
     }
     Error asOperation(QVCatalogScript& script, const URL& item) const override {
         return script.changeOwnershipOfItem(item, userID_, groupID_, false);
     }
 
 private:
+    [[nodiscard]] int applyTo(int folder, const char* name, int flags) const {
+        return !alsoWhereItIsSo_ && isSo(folder, name, flags)
+                   ? 0
+                   : ::fchownat(folder, name, userID_, groupID_, flags);
+    }
+    [[nodiscard]] bool isSo(int folder, const char* name, int flags) const {
+        struct stat info{};
+        return ::fstatat(folder, name, &info, flags | AT_NO_AUTOMOUNT) == 0 &&
+               info.st_uid == userID_ && info.st_gid == groupID_;
+    }
+
     uid_t userID_;
     gid_t groupID_;
+    bool alsoWhereItIsSo_; // the kernel takes set-ID bits and capabilities away even then
 };
 
 class ModeChange final : public Change {
@@ -227,18 +239,27 @@ Error QVCatalogScript::applyOwnerAndGroupOfURL(const std::optional<URL>& url, bo
 
 Error QVCatalogScript::changeOwnershipOfItem(const std::optional<URL>& url, std::uint32_t userID,
                                              std::uint32_t groupID, bool recursive) {
-    return changeOwnership(url, userID, groupID, recursive);
+    return changeOwnership(url, userID, groupID, recursive, true);
+}
+
+Error QVCatalogScript::adaptOwnership(const NamedItem& item, std::uint32_t userID,
+                                      std::uint32_t groupID) {
+    return changeOwnership(item, userID, groupID, true, false);
 }
 
 Error QVCatalogScript::changeOwnership(const NamedItem& item, std::uint32_t userID,
-                                       std::uint32_t groupID, bool recursive) {
+                                       std::uint32_t groupID, bool recursive,
+                                       bool alsoWhereItIsSo) {
     return perform(
         OperationCode::changeOwnershipOfItem,
         [&] {
             return StepValues{stringFromURL(item.url()), Value::integer(userID),
                               Value::integer(groupID), Value::boolean(recursive)};
         },
-        [&] { return changeItem(*this, item, OwnershipChange(userID, groupID), recursive); });
+        [&] {
+            return changeItem(*this, item, OwnershipChange(userID, groupID, alsoWhereItIsSo),
+                              recursive);
+        });
 }
 
 Error QVCatalogScript::changeModeOfItem(const std::optional<URL>& url, std::uint16_t toMode,

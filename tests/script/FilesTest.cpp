@@ -121,6 +121,10 @@ TEST_F(Files, OwnershipIsAdaptedAtTheSource) {
               Error::posix(ENOENT));
     EXPECT_FALSE(script.moveItemFromURL(url("a"), url("parent/moved"), true, false));
     EXPECT_EQ(owner("parent/moved"), 47114712U);
+    fs::permissions(folder / "parent/moved/inner", fs::perms(04755));
+    EXPECT_FALSE(script.moveItemFromURL(url("parent/moved"), url("parent/again"), true, false));
+    EXPECT_EQ(fs::status(folder / "parent/again/inner").permissions(), fs::perms(04755))
+        << "not changed, so that the kernel does not clear its bits";
 }
 
 TEST_F(Files, NothingIsReOwnedWhereALinkOfAUserLeads) {
