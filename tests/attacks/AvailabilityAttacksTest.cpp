@@ -38,7 +38,8 @@ TEST_F(AvailabilityAttacks, AFloodOfStrangersWhoAreHardToJudge) {
         std::this_thread::yield();
     }
     expectStoppedBy({usersStrangers}, [&](Stage& stage) {
-        EXPECT_EQ(stage.start({program, stage.socketPath(), "1"})->answer(), "waiting");
+        const auto first = stage.start({program, stage.socketPath(), "1"});
+        EXPECT_EQ(first->answer(), "waiting");
         EXPECT_TRUE(stage.service().waitForLog("rejected"));
         stage.hold();
         std::vector<std::unique_ptr<LedProgram>> crowds;
