@@ -50,7 +50,7 @@ void Turns::leave(uid_t user, const void* request) noexcept {
     if (place->waiting.empty()) {
         users_.erase(place);
     }
-    if (users_.empty()) {
+    if (users_.empty() && afterNext_.empty()) {
         source_.disable();
     }
 }
@@ -66,17 +66,19 @@ void Turns::afterNext(Work work) {
 // The next turn comes when the queue has served all that arrived during this one.
 void Turns::beginNext() {
     queue_.leaveOutHandler();
-    if (users_.front().id == last_) {
-        users_.splice(users_.end(), users_, users_.begin());
+    if (!users_.empty()) { // the last one may have given up its turn
+        if (users_.front().id == last_) {
+            users_.splice(users_.end(), users_, users_.begin());
+        }
+        User& user = users_.front();
+        last_ = user.id;
+        const Work begin = std::move(user.waiting.front().begin);
+        user.waiting.pop_front();
+        if (user.waiting.empty()) {
+            users_.pop_front();
+        }
+        begin();
     }
-    User& user = users_.front();
-    last_ = user.id;
-    const Work begin = std::move(user.waiting.front().begin);
-    user.waiting.pop_front();
-    if (user.waiting.empty()) {
-        users_.pop_front();
-    }
-    begin();
     if (users_.empty()) {
         source_.disable();
     }

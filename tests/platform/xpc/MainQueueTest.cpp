@@ -255,6 +255,14 @@ TEST_F(TurnsTest, UsersTakeTurnsWhenRequestsWait) {
     EXPECT_EQ(order, "axzbyc");
 }
 
+TEST_F(TurnsTest, GivenUpRequestHoldsNothingUp) {
+    const char* const request = "-";
+    EXPECT_FALSE(queue_->turns().enter(1, request, [] {}));
+    queue_->turns().afterNext([&] { queue_->exit(5); });
+    queue_->turns().leave(1, request);
+    EXPECT_EQ(queue_->run(), 5);
+}
+
 using RateLimiterTest = QueueTest;
 
 // A flood must not fill the log, and what was left out must be told, also when nothing follows.
