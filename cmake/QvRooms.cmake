@@ -67,6 +67,7 @@ function(qv_test name)
   target_include_directories(${name} PRIVATE "${CMAKE_SOURCE_DIR}/tests")
   qv_test_options(${name})
   target_precompile_headers(${name} REUSE_FROM qv_test_common)
+  set_target_properties(${name} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 6)
   target_link_libraries(${name} PRIVATE qv_test_support GTest::gmock GTest::gtest_main
                                         ${TEST_LIBRARIES})
   add_test(NAME ${name} COMMAND ${name})

@@ -212,6 +212,11 @@ SigningRequest TestAuthority::requestIn(const std::filesystem::path& folder) con
     return request;
 }
 
+const TestAuthority& authority() {
+    static const TestAuthority kAuthority;
+    return kAuthority;
+}
+
 void writeWithMode(const std::filesystem::path& file, std::string_view content, mode_t mode) {
     makeFolder(file.parent_path());
     std::ofstream stream(file, std::ios::binary | std::ios::trunc);

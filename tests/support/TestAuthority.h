@@ -89,6 +89,9 @@ struct TestAuthority {
     [[nodiscard]] SigningRequest requestIn(const std::filesystem::path& folder) const;
 };
 
+/// One that the tests of a program share.
+[[nodiscard]] const TestAuthority& authority();
+
 /// Writes a file with a mode, making the folders on the way (mode 0755).
 void writeWithMode(const std::filesystem::path& file, std::string_view content, mode_t mode);
 

@@ -14,11 +14,6 @@ using namespace codesign_status;
 
 constexpr std::string_view kContent = "the bytes of a code directory";
 
-const TestAuthority& authority() {
-    static const TestAuthority kAuthority;
-    return kAuthority;
-}
-
 CMSRecipe usual() {
     return {.signers = {&authority().leaf}, .others = {&authority().intermediate}};
 }

@@ -17,11 +17,6 @@ namespace {
 using namespace codesign_status;
 using testing::HasSubstr;
 
-const TestAuthority& authority() {
-    static const TestAuthority kAuthority;
-    return kAuthority;
-}
-
 std::string textOf(const Error& error) {
     const Value userInfo = error.userInfo();
     const Value* text = userInfo.find(error_key::kDebugDescription);

@@ -47,13 +47,13 @@ CodeFacts signedBy(std::size_t certificates) {
     return facts;
 }
 
-struct Row {
+struct Outcome {
     std::string text;
     bool holds;
 };
 
-void expectOutcomes(const CodeFacts& facts, const std::vector<Row>& rows) {
-    for (const Row& row : rows) {
+void expectOutcomes(const CodeFacts& facts, const std::vector<Outcome>& rows) {
+    for (const Outcome& row : rows) {
         const auto compiled = Requirement::compile(row.text);
         ASSERT_TRUE(compiled) << row.text << ": " << compiled.error().description();
         EXPECT_EQ(compiled->evaluate(facts),

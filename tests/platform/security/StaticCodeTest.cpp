@@ -16,11 +16,6 @@ namespace {
 using namespace codesign_status;
 using std::chrono::steady_clock;
 
-const TestAuthority& authority() {
-    static const TestAuthority kAuthority;
-    return kAuthority;
-}
-
 // Replaces the trailer of a program by one of other parts.
 void writeTrailer(const SignedProgram& program, const std::string& directory,
                   const std::string& cms) {

@@ -12,11 +12,6 @@ namespace {
 namespace fs = std::filesystem;
 using testing::HasSubstr;
 
-const TestAuthority& authority() {
-    static const TestAuthority kAuthority;
-    return kAuthority;
-}
-
 struct TrustAnchorsTest : testing::Test {
     TrustAnchorsTest() { authority().anchorIn(folder()); }
 
