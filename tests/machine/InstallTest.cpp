@@ -41,6 +41,21 @@ TEST(Install, BoundsCrashLoopAndRecovers) {
     EXPECT_THAT(session(script), StartsWith("ok "));
 }
 
+// It would give root to every user of the machine.
+TEST(Install, RefusesDevelopersBuild) {
+    const ProgramRun run = shell("cmake -G Ninja -S " QV_SOURCE " -B /tmp/developers "
+                                 "-DQV_DEVELOPMENT=ON -DQV_TESTS=OFF >/dev/null && "
+                                 "cmake --install /tmp/developers --prefix /tmp/prefix");
+    EXPECT_EQ(run.status, 1);
+    EXPECT_THAT(run.errors, testing::HasSubstr("is a developer's build"));
+    EXPECT_FALSE(std::filesystem::exists("/tmp/prefix"));
+}
+
+TEST(Install, ShowsWhenCertificatesExpire) {
+    EXPECT_THAT(shell("qvcatalog verify --explain " + kClient).output,
+                testing::ContainsRegex("certificate 0 expires: [0-9]{4}-"));
+}
+
 // As a user would: the service is not for him, neither its sockets' other end nor its keys.
 TEST(Install, GivesStrangersNothing) {
     const ProgramRun copied =

@@ -39,8 +39,9 @@ std::string scriptFile(const std::string& steps);
 
 /// One session: a fresh client sends a script and ends. Its answer.
 std::string session(const std::string& script, uid_t user = kVictim);
-/// The median time of so many sessions that succeed, in milliseconds.
-double medianSession(int count, const std::string& script, uid_t user = kVictim);
+/// The time of a session of the victim's that succeeds, in milliseconds.
+double timeOfSession(const std::string& script);
+[[nodiscard]] double medianOf(std::vector<double> times);
 
 /// Waits until there is such a file.
 void awaitFile(const std::string& path);
