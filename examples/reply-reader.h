@@ -161,7 +161,7 @@ static Object resolve(const Archive* archive, const Object* reference) {
     return is_text(&object, "$null") ? (Object){.kind = NOTHING} : object;
 }
 
-/* What the reference under `key` of an archived object leads to. */
+/* The object that the reference under `key` of an archived object leads to. */
 static Object member(const Archive* archive, const Object* object, const char* key) {
     const Object reference = value_for(&archive->list, object, key);
     return resolve(archive, &reference);

@@ -22,7 +22,7 @@ struct ScriptOutcome {
     Error error;
 };
 
-/// What becomes of the client group of a program that was started set-group-id.
+/// How long a program that was started set-group-id keeps its client group.
 enum class ClientGroup : std::uint8_t {
     untilReply, ///< the first reply ends it for good: the program can connect no more
     kept,       ///< for a long-lived program, which may connect again until giveUpClientGroup()
@@ -51,11 +51,10 @@ enum class ClientGroup : std::uint8_t {
 /// ClientErrorCode::unfit then. In every program the socket is close-on-exec, no signal is raised
 /// and no descriptor is taken.
 ///
-/// What remains with such a program: connect, or make the block, before anything is executed or
-/// forked, and before other threads could do so; never make itself dumpable or map writable code;
-/// never change its groups or make the saved group effective; inherited descriptors above 2,
-/// dispositions, environment and working directory are its own to judge; never send a script that
-/// its caller supplied.
+/// Such a program must connect, or make the block, before it or another of its threads executes or
+/// forks anything. It must not make itself dumpable, map writable code, change its groups, make the
+/// saved group effective, or send a script that its caller supplied. Inherited descriptors above 2,
+/// dispositions, environment and working directory are its own to judge.
 class QVCatalogHelperClient {
 public:
     /// Where the service of this build listens.

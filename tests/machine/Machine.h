@@ -49,7 +49,7 @@ void awaitFile(const std::string& path);
 /// Prints a measured value with its name.
 void printFigure(std::string_view what, double value, std::string_view unit);
 
-/// What the service's unit says of itself.
+/// A property of the service's unit.
 [[nodiscard]] std::string unitProperty(const std::string& name);
 
 } // namespace qv::test

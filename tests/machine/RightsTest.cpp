@@ -16,7 +16,7 @@ struct Tool {
     std::string check;   ///< whether it was done
 };
 
-// What packages and installers do, a network and a kernel included.
+// Packages and installers do this, with the network and the kernel as well.
 const std::vector<Tool> kTools = {
     {"apt-get",
      "apt-get install -y -o Dir::Etc::sourcelist=/dev/null -o "

@@ -62,7 +62,7 @@ TEST_F(Admission, AnExaminationThatTakesTooLongEndsOnlyItself) {
     EXPECT_TRUE(again.connect(service_->socketPath()));
 }
 
-// What keeps the examiner busy for long may come again and again.
+// A program that keeps the examiner busy for long may come again and again.
 TEST_F(Admission, AUserOwesTheTimeOfTheExaminer) {
     keepServing();
     const ProgramStart ofAUser{.command = {freshProgram("slow")}, .user = kNobody};

@@ -46,8 +46,8 @@ int main() {
                                 "build folder {}",
                                 kFolder));
     }
-    // What the libraries would read from files later they would not be allowed to: the time zone
-    // comes before any calculation with dates, even in UTC.
+    // The C library reads the time zone from a file before it calculates with dates, even in UTC;
+    // later it would not be allowed to.
     ::tzset();
     if (::OPENSSL_init_crypto(OPENSSL_INIT_NO_LOAD_CONFIG | OPENSSL_INIT_LOAD_CRYPTO_STRINGS,
                               nullptr) != 1) {

@@ -8,9 +8,9 @@
 
 namespace qv {
 
-// How long to wait for what is a user's, who has never been late: everybody else waits meanwhile.
-// What is healthy answers in milliseconds, but for a disk that has to wake up and a server that is
-// asked for a folder; and an application that its bus starts is only there when it has started.
+// How long the service waits for files and programs of a user who has never been late; all other
+// clients wait meanwhile. A healthy one answers in milliseconds, but a disk may have to wake up, a
+// server may be asked for a folder, and a bus answers only when the application has started.
 
 inline constexpr std::chrono::milliseconds kPatienceToLook{2000}; ///< for files and processes
 

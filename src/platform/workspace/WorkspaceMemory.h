@@ -7,11 +7,11 @@ namespace qv {
 class ApplicationIndexes;
 class UserProcesses;
 
-/// What outlives a LinuxWorkspace, which is made for one who asks. Either is made when it is
-/// missing and needed. For one thread.
+/// State that outlives a LinuxWorkspace, which is made for one requester. Each part is made when it
+/// is missing and needed. For one thread.
 struct WorkspaceMemory {
-    std::shared_ptr<ApplicationIndexes> applications; ///< what is installed
-    std::shared_ptr<UserProcesses> processes;         ///< and who has kept it waiting
+    std::shared_ptr<ApplicationIndexes> applications; ///< the applications that are installed
+    std::shared_ptr<UserProcesses> processes;         ///< and the users who were late
 };
 
 } // namespace qv

@@ -1,4 +1,4 @@
-/* What a client executes, for its user: takes the client group, if the client has left it to it,
+/* A program that a client executes for its user: takes the client group, if the client has left it,
  * and starts the client again with a library. "regained" or "no group", then what that client says.
  */
 #define _GNU_SOURCE

@@ -1,4 +1,4 @@
-/* What a user without any client can do to the service: intruder MANNER SOCKET [FOLDER]
+/* Attacks of a user without any client: intruder MANNER SOCKET [FOLDER]
  *
  *   hang    connects and executes another program, which the kernel delays for ever: it closes a
  *           close-on-exec file of a file system of the user's own (in FOLDER) that never answers

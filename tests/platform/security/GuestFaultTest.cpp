@@ -34,7 +34,7 @@ public:
     [[nodiscard]] bool hasFailed() const { return failed_; }
     /// Each kind of call that was failed, ever.
     [[nodiscard]] const std::set<std::string_view>& kindsFailed() const { return kindsFailed_; }
-    /// What was looked at by its path, ever.
+    /// All paths that were looked at, ever.
     [[nodiscard]] const std::set<std::string>& paths() const { return paths_; }
 
     Result<UniqueFd> openProcess(pid_t pid) override {

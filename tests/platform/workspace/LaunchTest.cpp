@@ -351,7 +351,7 @@ TEST_F(Launch, LosesItsPatienceWithWhoDoesNotAnswer) {
     EXPECT_EQ(patience(), 1000s);
 }
 
-// Whoever tells them may be in anybody's hands.
+// The process that tells them may be in anybody's hands.
 TEST(TextList, GivesAllThatWasToldOrNothing) {
     const std::vector<std::string> texts = {"", "a:1", std::string("\0\n", 2), "7:x"};
     const std::string whole = encodedTexts(texts);

@@ -26,7 +26,7 @@ std::atomic<bool>& kernelHasIt() noexcept {
     return hasIt;
 }
 
-// What the kernel answers; none where another way has to be tried.
+// The errno that the kernel answers with; none if it does not know the call.
 std::optional<int> attempt(int fd, const char* name, mode_t mode, int flags) noexcept {
     if (!kernelHasIt().load(std::memory_order_relaxed)) {
         return std::nullopt;

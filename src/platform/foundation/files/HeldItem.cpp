@@ -126,7 +126,7 @@ private:
             return refuse(ELOOP);
         }
         if (system.f_type == PROC_SUPER_MAGIC) {
-            // What such a link says need not be where it leads.
+            // The text of such a link need not say where it leads.
             return openResolving(folder, name, 0, 0);
         }
         const std::string path(text.data(), static_cast<std::size_t>(length));

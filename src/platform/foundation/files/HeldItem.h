@@ -9,7 +9,7 @@
 
 namespace qv {
 
-/// What becomes of a link that a path ends in.
+/// Whether a link that a path ends in is followed.
 enum class LastLink : std::uint8_t { follow, keep };
 
 /// Holds the item of a path (O_PATH), for all that is looked at or changed afterwards.

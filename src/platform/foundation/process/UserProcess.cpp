@@ -127,7 +127,7 @@ int reap(pid_t pid, int pidfd, Clock::time_point deadline, int& status) {
     return reaped == pid ? 0 : (reaped == 0 ? ETIMEDOUT : errno);
 }
 
-// What became of a child: its status, or the errno of what kept it from ending as it should.
+// The end of a child: its status, or the errno of what kept it from ending as it should.
 struct Ending {
     int lost = 0;
     int status = 0;

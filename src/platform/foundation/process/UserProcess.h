@@ -36,8 +36,8 @@ inline constexpr std::size_t kLongestUserResult = std::size_t{64} << 10U;
 performAsUser(const UserRecord& user, const std::function<std::string()>& work,
               std::chrono::milliseconds patience, std::size_t longest = kLongestUserResult);
 
-/// Has work done as users (performAsUser) for a program that goes on for long, and remembers who
-/// has kept it waiting. For one thread.
+/// Has work done as users (performAsUser) for a program that goes on for long, and remembers
+/// the users who have kept it waiting. For one thread.
 class UserProcesses {
 public:
     UserProcesses() = default;
@@ -45,7 +45,7 @@ public:
     UserProcesses& operator=(const UserProcesses&) = delete;
     UserProcesses(UserProcesses&&) = delete;
     UserProcesses& operator=(UserProcesses&&) = delete;
-    ~UserProcesses() = default; ///< what hangs then is reaped by whoever reaps this process
+    ~UserProcesses() = default; ///< a child that hangs is left to the reaper of this process
 
     struct Bounds {
         std::chrono::milliseconds patience;

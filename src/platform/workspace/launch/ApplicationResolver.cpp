@@ -182,7 +182,7 @@ std::string encoded(const Start& start) {
     return encodedTexts(texts);
 }
 
-// Whoever said it was the user: it has to make sense.
+// The answer comes from a process of the user, so it is checked.
 bool isStart(const ApplicationStart& start) {
     const auto isWord = [](const std::string& text) {
         return text.find('\0') == std::string::npos;

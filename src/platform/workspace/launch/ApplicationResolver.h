@@ -9,8 +9,9 @@
 
 namespace qv {
 
-/// What is at a path, as WorkspaceService::launchApplicationAtURL takes and refuses it. Looks only,
-/// as the user who will run it: there may be anything of his.
+/// Finds out how the item at a path is started, with the errors of
+/// WorkspaceService::launchApplicationAtURL. A process of the user who will run it looks at it: the
+/// path may lead to a file system of that user.
 [[nodiscard]] tl::expected<ApplicationStart, Error>
 resolveApplication(const std::string& path, const UserRecord& user, UserProcesses& processes);
 

@@ -202,8 +202,8 @@ bool isThere(const std::string& path) {
 constexpr const char* kBus = "/bus";
 constexpr const char* kManagerPlace = "/systemd/private";
 
-// What of a user's runtime folder is there: `f` for itself, `b` for the bus, `m` for the manager.
-// He may have anything mounted in it.
+// Tells which parts of a user's runtime folder exist: `f` for itself, `b` for the bus, `m` for the
+// manager. The user may have mounted anything in it.
 tl::expected<std::string, Error>
 lookIntoRuntimeFolder(const std::string& folder, const UserRecord& user, UserProcesses& processes) {
     const auto look = [&] {
@@ -218,7 +218,7 @@ lookIntoRuntimeFolder(const std::string& folder, const UserRecord& user, UserPro
         user, look, {.patience = processes.patienceWith(user.user, kPatienceToLook), .longest = 3});
 }
 
-// Who starts programs there, and where he is reached.
+// Finds the manager that starts programs there, and its socket.
 void findManager(LaunchSession& session, bool hasOwn, const std::string& runFolder) {
     if (hasOwn) {
         session.manager = LaunchSession::Manager::user;

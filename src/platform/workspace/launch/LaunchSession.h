@@ -41,7 +41,7 @@ struct LaunchSession {
 /// Its variables are those of the requester's process where he launches for himself: what he says
 /// there, he could as well do himself. Else they are what the login manager knows.
 ///
-/// What is the user's, his process and his runtime folder, is looked at by `processes`.
+/// `processes` looks at the requester's process and the user's runtime folder.
 [[nodiscard]] tl::expected<LaunchSession, std::string>
 findLaunchSession(const Requester& requester, UserProcesses& processes,
                   const std::string& runFolder = "/run");

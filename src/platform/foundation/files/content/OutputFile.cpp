@@ -19,8 +19,8 @@ namespace {
 
 constexpr mode_t kPermissions = 07777;
 
-// What a path leads to. The kernel follows the links, with the care that it takes in folders that
-// all can write to; a new file comes to be where they end.
+// The item that a path leads to. The kernel follows the links, with the care that it takes in
+// folders that all can write to; a new file is made where they end.
 struct Target {
     UniqueFd item; // of a new file writable
     bool isNew = false;
