@@ -5,7 +5,7 @@ file(WRITE "${CMAKE_BINARY_DIR}/rooms/Common.cpp" "")
 add_library(qv_room_common STATIC "${CMAKE_BINARY_DIR}/rooms/Common.cpp")
 target_precompile_headers(qv_room_common PRIVATE
   <algorithm> <array> <chrono> <cstdint> <functional> <map> <memory> <mutex> <optional> <span> <string>
-  <string_view> <utility> <variant> <vector> <fmt/format.h> <tl/expected.hpp>)
+  <string_view> <utility> <variant> <vector> <fmt/core.h> <tl/expected.hpp>)
 target_link_libraries(qv_room_common PRIVATE fmt::fmt)
 
 # A room is one folder of src/ built as a static library. It sees its own headers and those of the

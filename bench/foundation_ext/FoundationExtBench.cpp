@@ -11,7 +11,7 @@
 #include "support/CountedAllocations.h"
 #include "support/TemporaryDirectory.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 #include <array>

@@ -8,7 +8,7 @@
 #include "rules/QVRuleChecker.h"
 #include "script/QVCatalogScript.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 #include <chrono>

@@ -7,7 +7,7 @@
 #include "script/QVCatalogScript.h"
 #include "support/CountedAllocations.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 #include <chrono>

@@ -6,7 +6,7 @@
 #include "script/QVCatalogScript.h"
 #include "support/Contest.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <array>
 #include <chrono>

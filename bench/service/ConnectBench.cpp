@@ -17,7 +17,7 @@
 #include "platform/foundation/files/UniqueFd.h"
 #include "platform/xpc/ClientConnection.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 #include <chrono>

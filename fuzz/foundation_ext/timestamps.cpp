@@ -3,7 +3,7 @@
 
 #include "foundation_ext/QVDateTools.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <chrono>
 #include <cmath>

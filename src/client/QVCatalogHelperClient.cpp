@@ -7,7 +7,7 @@
 #include "platform/foundation/values/Exception.h"
 #include "platform/xpc/ClientConnection.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <utility>
 

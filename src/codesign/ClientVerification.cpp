@@ -4,7 +4,7 @@
 #include "platform/security/GuestServices.h"
 #include "platform/security/examination/ExaminerCall.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 #include <tl/expected.hpp>
 
 #include <cerrno>

@@ -7,7 +7,7 @@
 #include "platform/security/SecCode.h"
 #include "platform/security/guest/GuestAttributes.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <initializer_list>
 #include <vector>

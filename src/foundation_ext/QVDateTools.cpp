@@ -4,7 +4,7 @@
 #include "platform/foundation/text/TimestampParser.h"
 #include "platform/foundation/text/UTF16.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 #include <array>

@@ -3,7 +3,7 @@
 #include "platform/foundation/text/UTF16.h"
 #include "platform/foundation/values/Exception.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 #include <vector>

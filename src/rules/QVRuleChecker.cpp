@@ -5,7 +5,7 @@
 #include "rules/DefaultFunctions.h"
 #include "rules/RulePreprocessor.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 #include <iterator>

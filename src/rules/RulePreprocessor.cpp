@@ -3,7 +3,7 @@
 #include "platform/foundation/log/Log.h"
 #include "platform/foundation/values/Exception.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 #include <utility>

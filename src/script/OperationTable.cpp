@@ -4,7 +4,7 @@
 #include "platform/foundation/values/Exception.h"
 #include "script/QVCatalogScript.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <array>
 #include <cassert>

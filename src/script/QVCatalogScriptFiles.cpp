@@ -9,7 +9,7 @@
 #include "platform/workspace/TrashService.h"
 #include "script/QVCatalogScript.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <array>
 #include <cerrno>

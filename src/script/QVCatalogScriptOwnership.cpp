@@ -6,7 +6,7 @@
 #include "platform/foundation/values/Exception.h"
 #include "script/QVCatalogScript.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 #include <cerrno>

@@ -4,7 +4,7 @@
 #include "platform/preferences/PreferencesService.h"
 #include "script/QVCatalogScript.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <string>
 

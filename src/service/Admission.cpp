@@ -3,7 +3,7 @@
 #include "codesign/QVCodeSignatureVerifier.h"
 #include "platform/foundation/log/Log.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 #include <chrono>

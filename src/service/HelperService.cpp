@@ -5,7 +5,7 @@
 #include "platform/foundation/values/UTF8.h"
 #include "platform/xpc/Limits.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 #include <utility>

@@ -3,7 +3,7 @@
 #include "script/QVCatalogScript.h"
 #include "service/HelperService.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 

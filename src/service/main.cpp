@@ -8,7 +8,7 @@
 #include "service/EmbeddedLists.h"
 #include "service/HelperService.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <chrono>
 #include <cstdlib>

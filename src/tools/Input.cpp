@@ -5,7 +5,7 @@
 #include "platform/foundation/files/content/OutputFile.h"
 #include "tools/Terminal.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <cerrno>
 #include <fcntl.h>

@@ -9,7 +9,7 @@
 #include "tools/ServiceRequirement.h"
 #include "tools/Terminal.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 namespace qv::tools {
 

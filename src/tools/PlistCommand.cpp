@@ -5,7 +5,7 @@
 #include "tools/Json.h"
 #include "tools/Terminal.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 namespace qv::tools {
 

@@ -9,7 +9,7 @@
 #include "tools/Json.h"
 #include "tools/Terminal.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <charconv>
 #include <utility>

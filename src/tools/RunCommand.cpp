@@ -8,7 +8,7 @@
 #include "tools/Json.h"
 #include "tools/Terminal.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <unistd.h>
 

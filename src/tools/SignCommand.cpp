@@ -4,7 +4,7 @@
 #include "tools/Input.h"
 #include "tools/Terminal.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <array>
 #include <utility>

@@ -2,7 +2,7 @@
 
 #include "platform/foundation/log/Log.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 #include <array>

@@ -12,7 +12,7 @@
 #include "tools/ServiceRequirement.h"
 #include "tools/Terminal.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 #include <cerrno>

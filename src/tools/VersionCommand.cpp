@@ -2,7 +2,7 @@
 #include "tools/Commands.h"
 #include "tools/Terminal.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 namespace qv::tools {
 

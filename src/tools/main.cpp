@@ -4,7 +4,7 @@
 #include "tools/Terminal.h"
 
 #include <CLI/CLI.hpp>
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 #include <csignal>

@@ -1,7 +1,7 @@
 // Keeping others from being served. The attacker needs genuine clients for all of it: nobody else
 // is listened to.
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include "attacks/AttackTest.h"
 #include <ctime>

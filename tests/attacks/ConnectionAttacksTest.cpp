@@ -1,6 +1,6 @@
 // Who speaks on a connection: processes that are not the one that connected, or not any more.
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include "attacks/AttackTest.h"
 #include <array>

@@ -2,7 +2,7 @@
 
 #include "support/InstalledPrograms.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 #include <gmock/gmock.h>
 
 #include "attacks/AttackTest.h"

@@ -8,7 +8,7 @@
 #include "support/InstalledPrograms.h"
 #include "support/StartedProgram.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

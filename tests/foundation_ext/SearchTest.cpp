@@ -3,7 +3,7 @@
 #include "foundation_ext/QVStringTools.h"
 #include "platform/foundation/values/Exception.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 #include <gtest/gtest.h>
 
 #include <chrono>

@@ -1,6 +1,6 @@
 // Users who want nobody else to be served: strangers, and one with a genuine client.
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include "machine/Machine.h"
 #include <algorithm>

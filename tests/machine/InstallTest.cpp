@@ -1,6 +1,6 @@
 // The installed units, and how the manager bounds a service that fails.
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include "machine/Machine.h"
 #include <filesystem>

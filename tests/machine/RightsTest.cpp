@@ -1,6 +1,6 @@
 // Tools and steps have root's rights, and nobody else gets any through them.
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include "machine/Machine.h"
 #include <filesystem>

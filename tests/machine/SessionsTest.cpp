@@ -1,6 +1,6 @@
 // Ordinary use, much of it: the service starts for each session and ends with it.
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include "machine/Machine.h"
 #include <chrono>

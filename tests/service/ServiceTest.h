@@ -4,7 +4,7 @@
 #include "service/Puppet.h"
 #include "support/LiveService.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 #include <gtest/gtest.h>
 
 #include <fcntl.h>

@@ -2,7 +2,7 @@
 
 #include "platform/foundation/files/UniqueFd.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <array>
 #include <atomic>

@@ -5,7 +5,7 @@
 #include "support/TemporaryDirectory.h"
 #include "tools/Command.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <csignal>
 #include <thread>

@@ -4,7 +4,7 @@
 
 #include "platform/predicate/Predicate.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 #include <array>

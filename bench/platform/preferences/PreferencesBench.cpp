@@ -9,7 +9,7 @@
 #include "support/Contest.h"
 #include "support/TemporaryDirectory.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <charconv>
 #include <cstdio>

@@ -11,7 +11,7 @@
 #include "support/TemporaryDirectory.h"
 #include "support/TestAuthority.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 #include <charconv>

@@ -8,7 +8,7 @@
 #include "support/Contest.h"
 #include "support/TemporaryDirectory.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <cstdlib>
 #include <functional>

@@ -7,7 +7,7 @@
 #include "platform/xpc/ClientConnection.h"
 #include "platform/xpc/Listener.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 #include <array>

@@ -4,7 +4,7 @@
 #include "platform/foundation/files/HeldItem.h"
 #include "platform/foundation/files/content/FileBytes.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 #include <cerrno>

@@ -3,7 +3,7 @@
 #include "platform/accessibility/AccessibilityError.h"
 #include "platform/foundation/files/content/FileBytes.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <array>
 #include <cerrno>

@@ -6,7 +6,7 @@
 #include "platform/foundation/files/content/FileBytes.h"
 #include "platform/foundation/files/content/ReplacementFile.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <cerrno>
 #include <cstdint>

@@ -3,7 +3,7 @@
 #include "platform/accessibility/AccessibilityError.h"
 #include "platform/foundation/plist/PropertyList.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 #include <array>

@@ -7,7 +7,7 @@
 #include "platform/foundation/log/Log.h"
 #include "platform/foundation/values/UTF8.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <filesystem>
 #include <unistd.h>

@@ -6,7 +6,7 @@
 #include "platform/security/TrustAnchors.h"
 #include "platform/security/examination/ExaminationWire.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 #include <array>

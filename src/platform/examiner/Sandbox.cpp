@@ -1,6 +1,6 @@
 #include "platform/examiner/Sandbox.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <cerrno>
 #include <cstdint>

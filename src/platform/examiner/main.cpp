@@ -4,7 +4,7 @@
 #include "platform/foundation/log/Log.h"
 #include "platform/foundation/process/ProcessState.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 #include <openssl/crypto.h>
 #include <systemd/sd-daemon.h>
 

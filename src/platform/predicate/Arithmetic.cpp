@@ -5,7 +5,7 @@
 #include "platform/foundation/values/Exception.h"
 #include "platform/predicate/Language.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <cmath>
 #include <limits>

@@ -2,7 +2,7 @@
 #include "platform/predicate/Comparing.h"
 #include "platform/predicate/KeyPath.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 #include <array>

@@ -5,7 +5,7 @@
 #include "platform/predicate/Language.h"
 #include "platform/predicate/text/Matching.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 #include <array>

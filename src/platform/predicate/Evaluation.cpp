@@ -6,7 +6,7 @@
 #include "platform/predicate/Functions.h"
 #include "platform/predicate/KeyPath.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 #include <array>

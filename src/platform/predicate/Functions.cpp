@@ -6,7 +6,7 @@
 #include "platform/predicate/Comparing.h"
 #include "platform/predicate/text/Folding.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 #include <array>

@@ -2,7 +2,7 @@
 
 #include "platform/foundation/values/Exception.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <vector>
 

@@ -3,7 +3,7 @@
 #include "platform/foundation/values/UTF8.h"
 #include "platform/predicate/Predicate.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 namespace qv::predicate {
 

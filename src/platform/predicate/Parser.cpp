@@ -1,6 +1,6 @@
 #include "platform/predicate/Parser.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 #include <array>

@@ -2,7 +2,7 @@
 #include "platform/predicate/Parser.h"
 #include "platform/predicate/Predicate.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 #include <array>

@@ -4,7 +4,7 @@
 #include "platform/predicate/Evaluation.h"
 #include "platform/predicate/Parser.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 namespace qv {
 

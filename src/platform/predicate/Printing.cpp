@@ -4,7 +4,7 @@
 #include "platform/predicate/Language.h"
 #include "platform/predicate/Literals.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 #include <string>

@@ -9,7 +9,7 @@
 #include "platform/preferences/PreferenceError.h"
 #include "platform/preferences/Storable.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <cerrno>
 #include <ctime>

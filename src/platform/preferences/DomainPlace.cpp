@@ -2,7 +2,7 @@
 
 #include "platform/preferences/PreferenceError.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <cerrno>
 #include <climits>

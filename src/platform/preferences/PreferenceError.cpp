@@ -3,7 +3,7 @@
 #include "platform/foundation/files/FileErrors.h"
 #include "platform/foundation/files/content/FileBytes.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <cerrno>
 

@@ -4,7 +4,7 @@
 #include "platform/preferences/PreferenceError.h"
 #include "platform/preferences/Storable.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <array>
 #include <cerrno>

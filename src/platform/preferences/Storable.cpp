@@ -2,7 +2,7 @@
 
 #include "platform/foundation/plist/WriteRefusal.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 #include <unordered_set>

@@ -14,7 +14,7 @@
 #include "platform/security/signature/SignatureTrailer.h"
 #include "platform/security/signature/SigningIdentity.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 #include <array>

@@ -6,7 +6,7 @@
 #include "platform/security/RequirementParser.h"
 #include "platform/security/RequirementTree.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 #include <utility>

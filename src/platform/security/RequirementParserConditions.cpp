@@ -1,6 +1,6 @@
 #include "platform/security/RequirementParser.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 #include <array>

@@ -6,7 +6,7 @@
 #include "platform/security/signature/SignatureTrailer.h"
 #include "platform/security/signature/SignatureVerdict.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 #include <array>

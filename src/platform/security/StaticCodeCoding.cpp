@@ -1,6 +1,6 @@
 #include "platform/security/StaticCode.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 #include <limits>

@@ -7,7 +7,7 @@
 #include "platform/workspace/TrashInfo.h"
 #include "platform/workspace/TrashService.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <cerrno>
 #include <cstdio>

@@ -1,6 +1,6 @@
 #include "platform/workspace/Patience.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <cerrno>
 

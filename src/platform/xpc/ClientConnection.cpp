@@ -3,7 +3,7 @@
 #include "platform/foundation/process/LaunchMark.h"
 #include "platform/xpc/wire/SocketIO.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 #include <cerrno>

@@ -6,7 +6,7 @@
 #include "platform/xpc/wire/SocketIO.h"
 #include "platform/xpc/wire/WireError.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <cerrno>
 #include <sys/epoll.h>

@@ -5,7 +5,7 @@
 #include "platform/foundation/values/Weakness.h"
 #include "platform/xpc/wire/WireError.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 #include <systemd/sd-daemon.h>
 
 #include <algorithm>

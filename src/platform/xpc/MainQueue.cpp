@@ -3,7 +3,7 @@
 #include "platform/foundation/log/Log.h"
 #include "platform/xpc/Turns.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 #include <systemd/sd-event.h>
 
 #include <cerrno>

@@ -1,6 +1,6 @@
 #include "platform/xpc/RateLimiter.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <utility>
 

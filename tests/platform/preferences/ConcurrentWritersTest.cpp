@@ -2,7 +2,7 @@
 
 #include "platform/preferences/Support.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <csignal>
 #include <random>

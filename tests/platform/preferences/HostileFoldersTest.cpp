@@ -5,7 +5,7 @@
 #include "platform/preferences/Support.h"
 #include "support/SmallFileSystem.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <cerrno>
 #include <fcntl.h>

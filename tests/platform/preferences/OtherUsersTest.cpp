@@ -5,7 +5,7 @@
 #include "platform/preferences/Support.h"
 #include "support/RealUser.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <cerrno>
 #include <csignal>

@@ -3,7 +3,7 @@
 #include "platform/foundation/process/Support.h"
 #include "platform/preferences/Support.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <cerrno>
 #include <sys/stat.h>

@@ -5,7 +5,7 @@
 #include "platform/foundation/values/URL.h"
 #include "platform/preferences/Support.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <array>
 #include <cerrno>

@@ -1,7 +1,7 @@
 #include "platform/security/CodeSigningStatus.h"
 #include "platform/security/Requirement.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 #include <gtest/gtest.h>
 
 #include <string>

@@ -1,7 +1,7 @@
 #include "platform/foundation/files/UniqueFd.h"
 #include "platform/security/signature/SignatureTrailer.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

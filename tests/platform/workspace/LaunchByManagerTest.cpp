@@ -5,7 +5,7 @@
 #include "platform/workspace/launch/Launcher.h"
 #include "support/TemporaryDirectory.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

@@ -5,7 +5,7 @@
 #include "platform/foundation/plist/PropertyList.h"
 #include "platform/foundation/plist/XMLReader.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 #ifdef QV_HAVE_LIBPLIST
 #include <plist/plist.h>
 #endif

@@ -1,6 +1,6 @@
 #include "platform/foundation/archive/ArchiveError.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 namespace qv {
 

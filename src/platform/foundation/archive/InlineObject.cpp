@@ -2,7 +2,7 @@
 
 #include "platform/foundation/archive/ArchiveError.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <cstddef>
 #include <string>

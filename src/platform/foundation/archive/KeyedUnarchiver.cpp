@@ -5,7 +5,7 @@
 #include "platform/foundation/archive/ObjectTable.h"
 #include "platform/foundation/plist/PropertyList.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <optional>
 #include <utility>

@@ -5,7 +5,7 @@
 #include "platform/foundation/log/Log.h"
 #include "platform/foundation/values/URL.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 #include <string>

@@ -1,6 +1,6 @@
 #include "platform/foundation/files/ChangeMode.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <atomic>
 #include <cerrno>

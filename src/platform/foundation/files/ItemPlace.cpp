@@ -3,7 +3,7 @@
 #include "platform/foundation/files/HeldItem.h"
 #include "platform/foundation/files/walk/HeldFolder.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <cerrno>
 #include <climits>

@@ -5,7 +5,7 @@
 #include "platform/foundation/files/Volume.h"
 #include "platform/foundation/files/walk/HeldFolder.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <cerrno>
 #include <fcntl.h>

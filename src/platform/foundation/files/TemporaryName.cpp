@@ -1,6 +1,6 @@
 #include "platform/foundation/files/TemporaryName.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <random>
 

@@ -2,7 +2,7 @@
 
 #include "platform/foundation/plist/Refusal.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <limits>
 

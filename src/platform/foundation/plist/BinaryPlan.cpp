@@ -1,6 +1,6 @@
 #include "platform/foundation/plist/BinaryPlan.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 #include <bit>

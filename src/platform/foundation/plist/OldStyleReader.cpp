@@ -3,7 +3,7 @@
 #include "platform/foundation/plist/OldStyleScanner.h"
 #include "platform/foundation/plist/RecentKeyLists.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <cstdint>
 #include <string>

@@ -2,7 +2,7 @@
 
 #include "platform/foundation/values/UTF8.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 

@@ -3,7 +3,7 @@
 #include "platform/foundation/plist/Refusal.h"
 #include "platform/foundation/values/UTF8.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 #include <array>

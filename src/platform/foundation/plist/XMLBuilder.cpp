@@ -3,7 +3,7 @@
 #include "platform/foundation/plist/Base64.h"
 #include "platform/foundation/plist/Refusal.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 #include <array>

@@ -4,7 +4,7 @@
 #include "platform/foundation/plist/XMLBuilder.h"
 
 #include <expat.h>
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <exception>
 #include <memory>

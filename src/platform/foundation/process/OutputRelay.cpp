@@ -2,7 +2,7 @@
 
 #include "platform/foundation/process/Task.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <array>
 #include <cerrno>

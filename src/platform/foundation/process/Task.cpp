@@ -4,7 +4,7 @@
 #include "platform/foundation/process/UserRecord.h"
 #include "platform/foundation/values/Exception.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <array>
 #include <cerrno>

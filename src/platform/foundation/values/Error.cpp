@@ -4,7 +4,7 @@
 #include "platform/foundation/values/ErrorText.h"
 #include "platform/foundation/values/Node.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 namespace qv {
 

@@ -1,6 +1,6 @@
 #include "platform/foundation/values/Exception.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 namespace qv {
 

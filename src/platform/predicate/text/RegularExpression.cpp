@@ -2,7 +2,7 @@
 #include "platform/predicate/text/Folding.h"
 #include "platform/predicate/text/Matching.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 #include <unicode/regex.h>
 
 #include <algorithm>

@@ -2,7 +2,7 @@
 
 #include "platform/foundation/plist/PropertyList.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <bit>
 #include <cstring>

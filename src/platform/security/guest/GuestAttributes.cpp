@@ -4,7 +4,7 @@
 #include "platform/security/SecCode.h"
 #include "platform/security/guest/GuestError.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <bit>
 #include <cstring>

@@ -6,7 +6,7 @@
 #include "platform/security/guest/GuestError.h"
 #include "platform/security/guest/GuestReport.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <array>
 #include <cerrno>

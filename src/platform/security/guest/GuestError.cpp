@@ -3,7 +3,7 @@
 #include "platform/foundation/log/Log.h"
 #include "platform/security/CodeSigningStatus.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <cstring>
 

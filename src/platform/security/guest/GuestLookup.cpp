@@ -8,7 +8,7 @@
 #include "platform/security/guest/LaunchMark.h"
 #include "platform/security/signature/SignatureTrailer.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 #include <array>

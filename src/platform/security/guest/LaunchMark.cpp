@@ -2,7 +2,7 @@
 
 #include "platform/foundation/values/Weakness.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 namespace qv {
 

@@ -3,7 +3,7 @@
 #include "platform/security/CodeSigningStatus.h"
 #include "platform/security/guest/GuestError.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <array>
 #include <fcntl.h>

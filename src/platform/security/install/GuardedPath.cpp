@@ -3,7 +3,7 @@
 #include "platform/foundation/files/content/FileBytes.h"
 #include "platform/foundation/log/Log.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 #include <cerrno>

@@ -4,7 +4,7 @@
 #include "platform/foundation/log/Log.h"
 #include "platform/security/signature/CertificateReader.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 #include <array>

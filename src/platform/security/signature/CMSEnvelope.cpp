@@ -3,7 +3,7 @@
 #include "platform/security/CodeSigningStatus.h"
 #include "platform/security/signature/DERReader.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 #include <array>

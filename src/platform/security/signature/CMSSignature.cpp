@@ -5,7 +5,7 @@
 #include "platform/security/signature/CertificateReader.h"
 #include "platform/security/signature/CertificateRules.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 

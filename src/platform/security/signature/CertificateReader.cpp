@@ -1,6 +1,6 @@
 #include "platform/security/signature/CertificateReader.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 #include <openssl/err.h>
 #include <openssl/pem.h>
 

@@ -3,7 +3,7 @@
 #include "platform/foundation/log/Log.h"
 #include "platform/security/signature/CertificateReader.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 #include <openssl/core_names.h>
 #include <openssl/objects.h>
 

@@ -4,7 +4,7 @@
 #include "platform/foundation/plist/PropertyList.h"
 #include "platform/security/signature/OpenSSLHandles.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 #include <limits>

@@ -4,7 +4,7 @@
 #include "platform/foundation/files/content/FileKey.h"
 #include "platform/security/CodeSigningStatus.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 #include <span>

@@ -3,7 +3,7 @@
 #include "platform/foundation/files/content/FileBytes.h"
 #include "platform/security/CodeSigningStatus.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <array>
 

@@ -4,7 +4,7 @@
 #include "platform/security/signature/CMSSignature.h"
 #include "platform/security/signature/CertificateChain.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 

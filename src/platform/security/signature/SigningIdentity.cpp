@@ -6,7 +6,7 @@
 #include "platform/security/CodeSigningStatus.h"
 #include "platform/security/signature/CertificateReader.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 #include <openssl/pem.h>
 
 #include <cerrno>

@@ -2,7 +2,7 @@
 
 #include "platform/security/transforms/CryptoLibrary.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 #include <openssl/err.h>
 
 #include <algorithm>

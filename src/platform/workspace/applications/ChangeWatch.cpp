@@ -1,6 +1,6 @@
 #include "platform/workspace/applications/ChangeWatch.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 #include <array>

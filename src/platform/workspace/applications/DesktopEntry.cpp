@@ -4,7 +4,7 @@
 #include "platform/foundation/values/UTF8.h"
 #include "platform/workspace/RegularFile.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 #include <array>

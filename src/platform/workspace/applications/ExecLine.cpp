@@ -2,7 +2,7 @@
 
 #include "platform/workspace/RegularFile.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 

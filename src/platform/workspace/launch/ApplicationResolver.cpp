@@ -12,7 +12,7 @@
 #include "platform/workspace/launch/LaunchError.h"
 #include "platform/workspace/launch/TextList.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 #include <systemd/sd-bus.h>
 
 #include <algorithm>

@@ -2,7 +2,7 @@
 
 #include "platform/workspace/launch/Bus.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 #include <cstring>

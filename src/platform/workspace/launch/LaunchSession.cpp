@@ -4,7 +4,7 @@
 #include "platform/foundation/values/UTF8.h"
 #include "platform/workspace/Patience.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 #include <systemd/sd-login.h>
 
 #include <algorithm>

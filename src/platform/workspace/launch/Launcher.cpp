@@ -7,7 +7,7 @@
 #include "platform/workspace/launch/LaunchError.h"
 #include "platform/workspace/launch/ServiceUnit.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 #include <cerrno>

@@ -1,6 +1,6 @@
 #include "platform/workspace/launch/TextList.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <charconv>
 

@@ -3,7 +3,7 @@
 #include "platform/foundation/plist/PropertyList.h"
 #include "platform/xpc/wire/WireError.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 

@@ -2,7 +2,7 @@
 
 #include "platform/xpc/wire/WireError.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 #include <cassert>

@@ -5,7 +5,7 @@
 #include "platform/foundation/plist/PropertyList.h"
 #include "platform/foundation/values/URL.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 #include <gtest/gtest.h>
 
 #include <chrono>

@@ -2,7 +2,7 @@
 
 #include "platform/foundation/values/Description.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 #include <gtest/gtest.h>
 
 namespace qv::test {

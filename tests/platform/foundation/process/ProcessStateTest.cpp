@@ -3,7 +3,7 @@
 #include "platform/foundation/process/ProcessExit.h"
 #include "platform/foundation/process/Support.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 #include <gtest/gtest.h>
 
 #include <chrono>

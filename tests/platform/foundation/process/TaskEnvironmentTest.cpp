@@ -2,7 +2,7 @@
 #include "platform/foundation/process/Support.h"
 #include "platform/foundation/process/Task.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 #include <gtest/gtest.h>
 
 #include <array>

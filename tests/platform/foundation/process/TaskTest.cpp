@@ -4,7 +4,7 @@
 #include "platform/foundation/values/Exception.h"
 #include "support/TemporaryDirectory.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

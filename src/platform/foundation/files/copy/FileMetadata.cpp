@@ -2,12 +2,13 @@
 
 #include "platform/foundation/files/ChangeMode.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <array>
 #include <cerrno>
 #include <cstddef>
 #include <fcntl.h>
+#include <linux/limits.h>
 #include <linux/xattr.h>
 #include <string>
 #include <string_view>
