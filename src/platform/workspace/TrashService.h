@@ -27,7 +27,7 @@ struct TrashFolder {
     bool onOwnVolume = false; ///< of the item that was asked for
 };
 
-/// Puts items where they can be had back. Links are items themselves.
+/// Moves items to the trash, from which a user can restore them. Links are items themselves.
 class TrashService {
 public:
     TrashService() = default;

@@ -18,7 +18,7 @@ namespace {
 
 constexpr mode_t kReadWriteForAll = 0666; // what the process lets of it
 
-// Why there is no place; empty where there is one.
+// The reason why the place is refused; empty if it is accepted.
 Error whyUnplaced(const NamedItem& item, std::string_view operation) {
     if (!item.path()) {
         return item.path().error();

@@ -30,7 +30,7 @@ UniqueFd openResolving(int folder, const char* path, int flags, std::uint64_t re
     return UniqueFd(static_cast<int>(::syscall(SYS_openat2, folder, path, &how, sizeof how)));
 }
 
-// One call is enough where there is no link on the way; errno tells whether it is worth another.
+// One call is enough if the path holds no link; errno tells whether the resolver has to look.
 UniqueFd openWithoutLinks(int folder, const std::string& path, int flags = 0) {
     return openResolving(folder, path.c_str(), flags, RESOLVE_NO_SYMLINKS);
 }
@@ -55,7 +55,7 @@ UniqueFd refuse(int cause) {
 }
 
 /// Follows a path by itself, since the kernel does not ask whose links it follows. All give none,
-/// and errno, when there is no way.
+/// and errno if the path cannot be followed.
 class Resolver {
 public:
     UniqueFd follow(UniqueFd item, std::string_view path) {

@@ -131,7 +131,7 @@ int reap(pid_t pid, int pidfd, Clock::time_point deadline, int& status) {
 struct Ending {
     int lost = 0;
     int status = 0;
-    bool isReaped = true; // else it is left to whoever reaps this process's children
+    bool isReaped = true; // else the reaper of this process's children has it
 };
 
 // Has it end, by force where it does not by itself: that moment is all that one gets which hangs in

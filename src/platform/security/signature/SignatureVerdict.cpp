@@ -52,7 +52,8 @@ tl::expected<void, SignatureFailure> judgeInto(SignatureVerdict& verdict,
     auto chain = build(checksTime ? TimeCheck::now : TimeCheck::none);
     if (!chain) {
         if (chain.error().status == codesign_status::kCertificateExpired) {
-            if (auto expired = build(TimeCheck::none)) { // for whoever asks which one, and when
+            if (auto expired =
+                    build(TimeCheck::none)) { // so that a caller can tell which one, and when
                 verdict.chain = std::move(expired->certificates);
             }
         }

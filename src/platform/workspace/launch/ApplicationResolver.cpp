@@ -30,7 +30,7 @@ namespace qv {
 
 namespace {
 
-// Why it is no application: a code of launch_error and the reason; or why there is nothing.
+// The reason of a refusal: a code of launch_error and its text, or the errno of a missing item.
 struct Refusal {
     std::int64_t code = 0;
     std::string reason;

@@ -177,7 +177,7 @@ private:
     static Refusal notPerformed(const UserRecord& as, const Error& error) {
         const auto errorNumber = static_cast<int>(error.code());
         return {errorNumber, errorNumber == ETIMEDOUT
-                                 ? std::string("whoever was to start it does not answer")
+                                 ? std::string("the service manager did not answer")
                                  : whyNotPerformed(as, error)};
     }
 

@@ -19,7 +19,7 @@ enum class FrameKind : std::uint8_t {
     greeting = 1,
     request = 2,
     reply = 3,
-    farewell = 4, ///< no request without a reply was or will be executed; has no body
+    farewell = 4, ///< requests without a reply were not and will not be executed; empty body
 };
 
 struct Frame {
