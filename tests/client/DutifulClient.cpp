@@ -72,7 +72,11 @@ int main(int count, char** arguments) {
         block = qv::QVCatalogHelperClient::priviledgedExecutionBlock(arguments[1]);
     }
     if (manner == "beside") {
-        std::thread(::pause).detach();
+        std::thread([] {
+            while (true) { // the library's change of groups interrupts it
+                ::pause();
+            }
+        }).detach();
         connectAndTell(arguments[1]);
     }
     if (manner == "twice") {
