@@ -1,23 +1,20 @@
 #pragma once
 
 #include "platform/foundation/values/Value.h"
+#include "platform/security/guarded/WatchedPaths.h"
 
 #include <tl/expected.hpp>
 
 #include <array>
 #include <chrono>
 #include <cstdint>
-#include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <set>
 #include <string>
 #include <string_view>
-#include <sys/stat.h>
 #include <sys/types.h>
-#include <vector>
 
 using X509_STORE = struct x509_store_st;
 
@@ -75,48 +72,28 @@ private:
 ///     revoked                      one digest a line in hexadecimal: SHA-256 of a certificate (64
 ///                                  digits) or a code directory hash (40); # begins a comment
 ///
-/// Nothing else may lie there. Folders and files, and every folder on the way down from the root
-/// directory, belong to root or to the allowed owner, cannot be written by group or others (a
-/// sticky folder of root on the way is taken: nobody can replace what root owns in it), and are no
-/// symbolic links; files are regular, of at most 64 KiB, and at most 32. Any violation, and nobody
-/// is trusted: half a folder of anchors could lack just the revocation that matters.
+/// Nothing else may lie there, and the rules of GuardedFiles hold. Any violation, and nobody is
+/// trusted: half a folder of anchors could lack just the revocation that matters.
 ///
 /// May be used from several threads at once.
 class TrustAnchors {
 public:
-    using Clock = std::function<std::chrono::system_clock::time_point()>;
-    static constexpr std::size_t kLargestFile = 65536;
-    static constexpr std::size_t kMostFiles = 32;
+    using Clock = WatchedContent<AnchorSet>::Clock;
 
-    TrustAnchors() = default; ///< no folder: nobody is trusted
+    TrustAnchors() : TrustAnchors({}, 0) {} ///< no folder: nobody is trusted
     /// `folder` is absolute. `allowedOwner`: who may own it besides root; a service passes 0.
     TrustAnchors(std::string folder, uid_t allowedOwner,
                  Clock clock = std::chrono::system_clock::now);
 
-    /// The anchors as they are now. Looks at the times of all files; reads them again when one of
-    /// them moved, or so lately that a file may have changed again without showing it.
+    /// The anchors as they are now.
     [[nodiscard]] std::shared_ptr<const AnchorSet> current() const;
     /// Why nobody is trusted at present; empty when somebody is.
     [[nodiscard]] std::string reason() const { return current()->reason(); }
 
-    /// A path that was looked at and how it was found; nothing for a missing one.
-    struct Watched {
-        std::string path;
-        std::optional<struct stat> found;
-        bool isOnTheWay = false; ///< above the folder: its times tell of others' files only
-        [[nodiscard]] bool isUnchanged() const;
-    };
-
 private:
-    [[nodiscard]] bool isCurrent() const;
-
     std::string folder_;
     uid_t allowedOwner_ = 0;
-    Clock clock_;
-    mutable std::mutex mutex_;
-    mutable std::shared_ptr<const AnchorSet> set_;
-    mutable std::vector<Watched> watched_;
-    mutable bool settled_ = false; // a later change shows in the times of what is watched
+    WatchedContent<AnchorSet> set_;
 };
 
 } // namespace qv

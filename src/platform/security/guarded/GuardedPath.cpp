@@ -1,4 +1,4 @@
-#include "platform/security/install/GuardedPath.h"
+#include "platform/security/guarded/GuardedPath.h"
 
 #include "platform/foundation/files/content/FileBytes.h"
 #include "platform/foundation/log/Log.h"
