@@ -18,6 +18,8 @@ set(QV_STATE_DIR "/var/lib/qvcatalog" CACHE PATH
     "Folder of what the service keeps: the store of trusted programs")
 set(QV_CLIENT_GROUP "_qvclient" CACHE STRING
     "Group, by name or number, that installed clients are set-group-id to; it has no members")
+set(QV_AUTHORIZED_CLIENTS "anchor apple generic and identifier \"com.larkwen.QVCatalogHelper\" and (certificate leaf[field.1.2.840.113635.100.6.1.9] /* exists */ or certificate 1[field.1.2.840.113635.100.6.2.6] /* exists */ and certificate leaf[field.1.2.840.113635.100.6.1.13] /* exists */ and certificate leaf[subject.OU] = T4KQ8ZP3WM)"
+  CACHE STRING "Code requirement of the clients that the service is built for, or: never")
 option(QV_DEVELOPMENT
   "A developer's build: its own socket, and the development authority of the build tree as anchor" OFF)
 set(QV_DEVELOPMENT_FOLDER "") # below which alone a developer's build serves
@@ -28,6 +30,12 @@ if(QV_DEVELOPMENT)
   set(QV_STATE_DIR "${CMAKE_BINARY_DIR}/state")
   set(QV_CLIENT_GROUP 47110) # a number that no group need have
 endif()
+
+cmake_path(GET QV_ANCHOR_DIR PARENT_PATH QV_CLIENTS_DIR)
+string(APPEND QV_CLIENTS_DIR "/clients.d") # files NAME.requirement: further clients that are allowed
+
+# The bundle information list, which the service carries and the command reads.
+set(QV_INFO_PLIST "${CMAKE_BINARY_DIR}/Info.plist")
 
 if(NOT CMAKE_BUILD_TYPE)
   set(CMAKE_BUILD_TYPE RelWithDebInfo)

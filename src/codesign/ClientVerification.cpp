@@ -1,5 +1,7 @@
 #include "codesign/ClientVerification.h"
 
+#include "codesign/QVCodeSignatureVerifier.h"
+#include "platform/security/AllowedClients.h"
 #include "platform/security/CodeExaminer.h"
 #include "platform/security/GuestServices.h"
 #include "platform/security/examination/ExaminerCall.h"
@@ -62,6 +64,7 @@ std::string whyNoGroup(const tl::expected<gid_t, int>& group) {
 CodeSigningConfiguration configurationWith(const tl::expected<gid_t, int>& group) {
     return {.anchorsDirectory = QV_ANCHOR_DIR,
             .anchorOwner = QV_ANCHOR_OWNER,
+            .clientsDirectory = QV_CLIENTS_DIR,
             .clientGroup = group ? std::optional(*group) : std::nullopt,
             .developmentAnchors = QV_DEVELOPMENT_BUILD,
             .allowTemporaryFileSystems = QV_DEVELOPMENT_BUILD};
@@ -82,12 +85,14 @@ struct ClientVerification::Parts {
     explicit Parts(tl::expected<gid_t, int> group)
         : clientGroup(group), configuration(configurationWith(group)),
           examiner(configuration.anchorsDirectory, configuration.anchorOwner),
-          services(configuration, examiner) {}
+          services(configuration, examiner),
+          allowed(configuration.clientsDirectory, configuration.anchorOwner) {}
 
     tl::expected<gid_t, int> clientGroup;
     CodeSigningConfiguration configuration;
     DeferringExaminer examiner;
     GuestServices services;
+    AllowedClients allowed;
 };
 
 struct ClientVerification::Examination::Work {
@@ -167,6 +172,20 @@ std::optional<gid_t> ClientVerification::clientGroup() const noexcept {
     return parts_->clientGroup ? std::optional(*parts_->clientGroup) : std::nullopt;
 }
 
+std::string ClientVerification::chooseRequirement(QVCodeSignatureVerifier& verifier) const {
+    const auto allowed = parts_->allowed.current();
+    if (allowed->clients.empty() || verifier.satisfies(verifier.codeSignatureRequirement())) {
+        return {};
+    }
+    for (const AllowedClient& client : allowed->clients) {
+        if (verifier.satisfies(client.requirement.text())) {
+            verifier.setCodeSignatureRequirement(client.requirement.text());
+            return client.name;
+        }
+    }
+    return {};
+}
+
 std::vector<std::string> ClientVerification::warnings() const {
     std::vector<std::string> lines;
     if (std::string reason = whyNoGroup(parts_->clientGroup); !reason.empty()) {
@@ -174,6 +193,9 @@ std::vector<std::string> ClientVerification::warnings() const {
     }
     if (std::string reason = parts_->services.anchorsReason(); !reason.empty()) {
         lines.push_back(fmt::format("no client can be trusted: {}", reason));
+    }
+    if (const std::string& reason = parts_->allowed.current()->reason; !reason.empty()) {
+        lines.push_back(fmt::format("no further client is allowed: {}", reason));
     }
     return lines;
 }

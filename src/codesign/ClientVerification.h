@@ -14,10 +14,12 @@
 namespace qv {
 
 class CodeSigningServices;
+class QVCodeSignatureVerifier;
 struct CodeSigningConfiguration;
 
-/// The code-signing services as this build configures them: the anchors of QV_ANCHOR_DIR, owned by
-/// root; the client group QV_CLIENT_GROUP. Nothing of it can be chosen at run time. For one thread.
+/// The code-signing services as this build configures them: the anchors of QV_ANCHOR_DIR and the
+/// allowed clients of clients.d beside it, owned by root; the client group QV_CLIENT_GROUP. Nothing
+/// of it can be chosen at run time. For one thread.
 class ClientVerification {
 public:
     /// A peer that is being verified. While it lives, a verifier that is made for its process
@@ -82,6 +84,10 @@ public:
     /// SO_PEERCRED.
     [[nodiscard]] Peer registerPeer(pid_t pid, int pidfd, uid_t uid, gid_t gid);
 
+    /// Has a verifier demand the requirement of an allowed client when the process satisfies that
+    /// and not the verifier's own. Gives the client's name then, else nothing.
+    [[nodiscard]] std::string chooseRequirement(QVCodeSignatureVerifier& verifier) const;
+
     /// The same choices for a program that asks the services itself.
     [[nodiscard]] static CodeSigningConfiguration configuration();
     /// Why that names no client group; empty when it does.
@@ -90,7 +96,7 @@ public:
     /// None when the machine has no such group, or it could not be looked up: then no client is
     /// marked, and none passes on the strength of its mark.
     [[nodiscard]] std::optional<gid_t> clientGroup() const noexcept;
-    /// What will keep good clients out, a line each; for the log, once.
+    /// What keeps good clients out as things are, a line each.
     [[nodiscard]] std::vector<std::string> warnings() const;
 
 private:

@@ -91,27 +91,42 @@ bool QVCodeSignatureVerifier::fulfilsFlags(std::uint32_t status) const noexcept 
            (alternative != 0 && (status & alternative) == alternative);
 }
 
-Error QVCodeSignatureVerifier::checkFlags() const {
+tl::expected<std::uint32_t, std::int32_t> QVCodeSignatureVerifier::statusFlags() const {
     Value information;
     const std::int32_t result =
         _code->copySigningInformation(kSecCSDynamicInformation, &information);
     if (result != codesign_status::kSuccess) {
-        return statusError(result, kVerifyOrigin);
+        return tl::unexpected(result);
     }
     const Value* number = information.find(kSecCodeInfoStatus);
-    const std::uint32_t status =
-        number != nullptr && number->isNumber() ? unsignedIntValue(number) : 0;
-    log_(fmt::format("csFlags={:x} | {:x} | {:x}", status, _requiredCodeSignatureAttributes,
+    return number != nullptr && number->isNumber() ? unsignedIntValue(number) : 0;
+}
+
+Error QVCodeSignatureVerifier::checkFlags() const {
+    const auto status = statusFlags();
+    if (!status) {
+        return statusError(status.error(), kVerifyOrigin);
+    }
+    log_(fmt::format("csFlags={:x} | {:x} | {:x}", *status, _requiredCodeSignatureAttributes,
                      _requiredCodeSignatureAttributesAlternative));
-    if (fulfilsFlags(status) || isWeakened(Weakness::codeFlags)) {
+    if (fulfilsFlags(*status) || isWeakened(Weakness::codeFlags)) {
         return {};
     }
     return makeError(
         "QVCodeSignatureVerifierDomain", 1, kVerifyOrigin,
         {{error_key::kLocalizedDescription,
           Value::string(fmt::format(
-              "Codesigning flags requirements not fulfilled: actual={:x}, required={:x}", status,
+              "Codesigning flags requirements not fulfilled: actual={:x}, required={:x}", *status,
               _requiredCodeSignatureAttributes))}});
+}
+
+bool QVCodeSignatureVerifier::satisfies(std::string_view text) const {
+    const auto status = _code ? statusFlags() : tl::unexpected(codesign_status::kObjectRequired);
+    std::shared_ptr<const Requirement> requirement;
+    return !_error && status && fulfilsFlags(*status) &&
+           services_.createRequirementWithString(text, &requirement) == codesign_status::kSuccess &&
+           requirement != nullptr &&
+           _code->checkValidityWithErrors(requirement.get(), nullptr) == codesign_status::kSuccess;
 }
 
 Error QVCodeSignatureVerifier::checkSignature() const {

@@ -2,6 +2,8 @@
 
 #include "platform/foundation/values/Error.h"
 
+#include <tl/expected.hpp>
+
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -41,6 +43,10 @@ public:
     /// code-signing services, or "QVCodeSignatureVerifierDomain" 1: the flags are not enough.
     Error verifyRequirements() const;
 
+    /// Whether verifyRequirements() would succeed with another requirement; logs nothing. A way to
+    /// choose the requirement, not to judge the process.
+    [[nodiscard]] bool satisfies(std::string_view text) const;
+
     /// Tells, whenever it is asked, whether the process still is the very program that was looked
     /// up. May outlive the verifier.
     [[nodiscard]] std::function<bool()> identityCheck() const;
@@ -72,6 +78,7 @@ public:
     [[nodiscard]] bool fulfilsFlags(std::uint32_t status) const noexcept;
 
 private:
+    [[nodiscard]] tl::expected<std::uint32_t, std::int32_t> statusFlags() const;
     [[nodiscard]] Error checkFlags() const;
     [[nodiscard]] Error checkSignature() const;
 

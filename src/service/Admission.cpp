@@ -28,6 +28,7 @@ constexpr std::chrono::milliseconds kLongestWait{2000};
 // Anyone may knock as often as he likes; the log must not fill up with it.
 constexpr unsigned kRecordsLogged = 10;
 constexpr std::chrono::seconds kRecordInterval{1};
+constexpr std::chrono::seconds kWarningInterval{1};
 
 // The first authorised client's requirement; none when the list does not say it as it should.
 std::optional<std::string> authorizedClientRequirement(const Value& infoDictionary) {
@@ -98,8 +99,13 @@ Admission::Verdict Admission::verify(Candidate& candidate) {
     if (requirement_) {
         verifier->setCodeSignatureRequirement(*requirement_);
     }
+    const std::string client = verification_.chooseRequirement(*verifier);
     const Error error = verifier->verifyRequirements();
     if (!error) {
+        if (!client.empty()) {
+            verifications_.log(
+                fmt::format("Connection from pid {} accepted: client {}", peer.pid, client));
+        }
         accepted_(candidate.connection, verifier->identityCheck());
         return Verdict::accepted;
     }
@@ -209,6 +215,12 @@ bool Admission::mayBegin(const Candidate& candidate) const {
 void Admission::logRejection(const Candidate& candidate, std::string_view why) {
     rejections_.log(
         fmt::format("Connection from pid {} rejected: {}", candidate.connection->processID(), why));
+    if (const auto now = Clock::now(); now >= nextWarning_) {
+        nextWarning_ = now + kWarningInterval;
+        for (const std::string& warning : verification_.warnings()) {
+            log::write(log::Priority::error, warning);
+        }
+    }
 }
 
 } // namespace qv

@@ -64,6 +64,7 @@ private:
     void charge(Candidate& candidate, std::chrono::nanoseconds cost);
     void endExamination(Candidate& candidate);
     [[nodiscard]] bool mayBegin(const Candidate& candidate) const;
+    /// Tells as well, now and then, what keeps good clients out.
     void logRejection(const Candidate& candidate, std::string_view why);
 
     xpc::MainQueue& queue_;
@@ -74,6 +75,7 @@ private:
     Charge charge_;
     xpc::RateLimiter rejections_;
     xpc::RateLimiter verifications_;
+    std::chrono::steady_clock::time_point nextWarning_;
     Candidates candidates_;
 };
 

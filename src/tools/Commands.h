@@ -52,6 +52,13 @@ struct VerifyOptions {
 };
 ExitStatus verify(const VerifyOptions& options);
 
+struct ClientsOptions {
+    std::vector<std::string> folders; ///< to look for installed clients in; empty: the usual ones
+    bool json = false;
+};
+/// `failed` where the anchors or the allowed clients are at fault.
+ExitStatus clients(const ClientsOptions& options);
+
 struct PlistOptions {
     std::string file;
     std::string to; ///< xml, binary or json; empty: only validate

@@ -3,10 +3,10 @@
 #include "platform/security/Requirement.h"
 #include "platform/security/guest/GuestConfiguration.h"
 #include "platform/security/install/ClientInstaller.h"
+#include "tools/AcceptedClients.h"
 #include "tools/Commands.h"
 #include "tools/Input.h"
 #include "tools/Json.h"
-#include "tools/ServiceRequirement.h"
 #include "tools/Terminal.h"
 
 #include <fmt/core.h>
@@ -39,9 +39,9 @@ void show(const InstalledClient& client, bool json) {
 } // namespace
 
 ExitStatus installClient(const InstallClientOptions& options) {
-    const auto requirement = Requirement::compile(serviceRequirement());
-    if (!requirement) {
-        complain(requirement.error().description());
+    const auto clients = acceptedClients();
+    if (!clients) {
+        complain(clients.error().description());
         return ExitStatus::failed;
     }
     const InstallRequest request{
@@ -49,8 +49,8 @@ ExitStatus installClient(const InstallClientOptions& options) {
         .destination = options.destination,
         .sufficientFlags = {kSufficientFlags.begin(), kSufficientFlags.end()},
         .whyNoGroup = ClientVerification::clientGroupReason()};
-    const auto installed =
-        ClientInstaller::install(request, *requirement, ClientVerification::configuration());
+    const auto installed = ClientInstaller::install(request, clients->requirements,
+                                                    ClientVerification::configuration());
     if (installed) {
         show(*installed, options.json);
         return ExitStatus::success;

@@ -93,6 +93,17 @@ void addInstallClient(CLI::App& app, Command& chosen) {
         [&chosen, options] { chosen = [options] { return installClient(*options); }; });
 }
 
+void addClients(CLI::App& app, Command& chosen) {
+    auto options = std::make_shared<ClientsOptions>();
+    CLI::App* command = app.add_subcommand(
+        "clients", "Show the allowed clients, and the installed programs that carry the mark");
+    command->add_option("--in", options->folders,
+                        "folders to look for installed programs in; /usr, /usr/local, /opt and "
+                        "/srv when left out");
+    command->add_flag("--json", options->json, "print as JSON");
+    command->callback([&chosen, options] { chosen = [options] { return clients(*options); }; });
+}
+
 void addPlist(CLI::App& app, Command& chosen) {
     auto options = std::make_shared<PlistOptions>();
     CLI::App* command = app.add_subcommand("plist", "Validate a property list, or convert it");
@@ -217,6 +228,7 @@ int parseAndRun(int count, const char* const* arguments) {
     addSign(app, chosen);
     addInstallClient(app, chosen);
     addVerify(app, chosen);
+    addClients(app, chosen);
     addPlist(app, chosen);
     addPreferences(app, chosen);
     addRequirement(app, chosen);

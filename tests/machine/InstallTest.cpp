@@ -9,6 +9,8 @@
 namespace qv::test {
 namespace {
 
+using testing::ContainsRegex;
+using testing::HasSubstr;
 using testing::StartsWith;
 
 TEST(Install, BoundsCrashLoopAndRecovers) {
@@ -47,13 +49,47 @@ TEST(Install, RefusesDevelopersBuild) {
                                  "-DQV_DEVELOPMENT=ON -DQV_TESTS=OFF >/dev/null && "
                                  "cmake --install /tmp/developers --prefix /tmp/prefix");
     EXPECT_EQ(run.status, 1);
-    EXPECT_THAT(run.errors, testing::HasSubstr("is a developer's build"));
+    EXPECT_THAT(run.errors, HasSubstr("is a developer's build"));
     EXPECT_FALSE(std::filesystem::exists("/tmp/prefix"));
 }
 
 TEST(Install, ShowsWhenCertificatesExpire) {
     EXPECT_THAT(shell("qvcatalog verify --explain " + kClient).output,
-                testing::ContainsRegex("certificate 0 expires: [0-9]{4}-"));
+                ContainsRegex("certificate 0 expires: [0-9]{4}-"));
+}
+
+// The commands of docs/getting-started.md, as they stand there.
+TEST(Install, GettingStartedEndsWithAnAcceptedClient) {
+    const std::string guide = contentOf(QV_SOURCE "/docs/getting-started.md");
+    constexpr std::string_view kBegin = "```sh commands\n";
+    std::string commands = "set -eu\n";
+    for (std::size_t at = 0; (at = guide.find(kBegin, at)) != std::string::npos;) {
+        at += kBegin.size();
+        commands += guide.substr(at, guide.find("```", at) - at) + "\n";
+    }
+    const ProgramRun run = shell(commands);
+    EXPECT_EQ(run.status, 0) << run.errors;
+    EXPECT_THAT(run.output, HasSubstr("/usr/local/bin/hello-setup: accepted as \"hello\"\n"));
+    EXPECT_THAT(run.output, ContainsRegex("installed\n(.*\n)*-rw-r--r-- 1 root root .* greeting"));
+    const std::string journal = "journalctl -o cat -u " + kUnit;
+    EXPECT_THAT(shell(journal).output, ContainsRegex("from pid [0-9]+ accepted: client hello\n"));
+
+    // Something amiss in the folder, and none of it counts; those who are built in still do.
+    const std::string client = "/usr/local/bin/hello-setup";
+    EXPECT_EQ(shell("touch /etc/qvcatalog/clients.d/notes").status, 0);
+    EXPECT_THAT(shell(client, kVictim).errors,
+                HasSubstr("`qvcatalog verify --explain " + client + "`"));
+    const std::string why = "clients.d/notes: does not end in \".requirement\"";
+    EXPECT_THAT(shell(journal).output, HasSubstr("no further client is allowed: "));
+    EXPECT_THAT(shell("qvcatalog verify --explain " + client).output,
+                testing::AllOf(HasSubstr(why), HasSubstr("the nearest is \"built in\"")));
+    EXPECT_THAT(session(scriptFile("")), StartsWith("ok "));
+    EXPECT_EQ(shell("rm /etc/qvcatalog/clients.d/notes").status, 0);
+    // Bad anchors are told when they keep somebody out.
+    EXPECT_EQ(shell("touch /etc/qvcatalog/anchors.d/notes").status, 0);
+    EXPECT_EQ(shell(client, kVictim).status, 3);
+    EXPECT_THAT(shell(journal).output, ContainsRegex("\nno client can be trusted: .*/notes"));
+    EXPECT_EQ(shell("rm /etc/qvcatalog/anchors.d/notes; " + client).status, 0);
 }
 
 // As a user would: the service is not for him, neither its sockets' other end nor its keys.

@@ -71,8 +71,7 @@ TEST(Group, IsDeclaredInWordsThatTheMachineUnderstands) {
 TEST(EmbeddedLists, StandInTheProgramByteForByte) {
     const TemporaryDirectory folder;
     const std::vector<std::pair<std::string, std::string>> rows = {
-        {"__info_plist", QV_SERVICE_SOURCES "/Info.plist"},
-        {"__launchd_plist", QV_SERVICE_SOURCES "/launchd.plist"}};
+        {"__info_plist", QV_INFO_PLIST}, {"__launchd_plist", QV_SERVICE_SOURCES "/launchd.plist"}};
     for (const auto& [section, source] : rows) {
         const std::string copy = folder / section;
         const ProgramRun run = runProgram({"/usr/bin/objcopy", "--output-target=binary",
@@ -86,7 +85,10 @@ TEST(EmbeddedLists, StandInTheProgramByteForByte) {
             EXPECT_EQ(version->asString(), QV_VERSION);
         }
     }
-    EXPECT_THAT(contentOf(rows[0].second), HasSubstr("<key>CFBundleVersion</key>"));
+    EXPECT_THAT(contentOf(rows[0].second),
+                testing::AllOf(HasSubstr("<key>CFBundleVersion</key>"),
+                               HasSubstr("<string>anchor apple generic and identifier "
+                                         "&quot;com.larkwen.QVCatalogHelper&quot; and (")));
 }
 
 } // namespace

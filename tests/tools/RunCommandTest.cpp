@@ -126,8 +126,9 @@ TEST_F(RunCommand, SaysWhenTheServiceRefusesIt) {
                    signer.team, "--certificate", signer.certificatePath, "--key", signer.keyPath,
                    "--intermediate", signer.intermediatePaths.front(), "--flags", "hard,kill"}),
         Succeeds());
-    EXPECT_THAT(qvcatalog({"run", "-", "--socket", service_->socketPath()}, "()", command),
-                FailsWith(3, "The service does not accept this program."));
+    EXPECT_THAT(
+        qvcatalog({"run", "-", "--socket", service_->socketPath()}, "()", command),
+        FailsWith(3, "The service does not accept this program; `qvcatalog verify --explain /"));
     EXPECT_EQ(runText("()").status, 0);
 }
 

@@ -86,6 +86,57 @@ TEST_F(VerifyExplain, ExpiryIsToldWithWhetherItCounts) {
     }
 }
 
+TEST_F(VerifyExplain, EveryReasonToRefuseASignatureHasItsRemedy) {
+    const std::string own = std::filesystem::path(QV_ANCHORS).replace_filename("signer/");
+    const TestAuthority foreign("HELLOTEAM");
+    for (const auto& [name, key] : {std::pair{foreign.leaf.certificatePEM(), "leaf.pem"},
+                                    {foreign.leaf.keyPEM(), "leaf.key"},
+                                    {foreign.intermediate.certificatePEM(), "intermediate.pem"}}) {
+        writeWithMode(folder_ / key, name, 0600);
+    }
+    struct Row {
+        std::string team, signer, identifier;
+        bool whole; // with the intermediate
+        std::vector<const char*> remedies;
+    };
+    const std::string identifier = "com.larkwen.QVCatalogHelper";
+    for (const auto& [team, signer, signedAs, whole, remedies] :
+         {Row{std::string(kTeam),
+              own,
+              "com.example.x",
+              true,
+              {"sign it with --identifier com.lark"}},
+          Row{std::string(kTeam),
+              own,
+              identifier,
+              false,
+              {"lay the root down", "--intermediate FILE"}},
+          Row{"HELLOTEAM",
+              folder_ / "",
+              identifier,
+              true,
+              {"lay the root down", "whose organisational unit (OU) is T4KQ8ZP3WM"}}}) {
+        std::vector<std::string> sign = {
+            "sign", unsignedProgram("p"), "--identifier",      signedAs, "--team",
+            team,   "--certificate",      signer + "leaf.pem", "--key",  signer + "leaf.key"};
+        if (whole) {
+            sign.insert(sign.end(), {"--intermediate", signer + "intermediate.pem"});
+        }
+        ASSERT_THAT(qvcatalog(sign), Succeeds());
+        const std::string told = qvcatalog({"verify", folder_ / "p", "--explain"}).output;
+        EXPECT_THAT(told, HasSubstr("client: none; the nearest is \"built in\"\n  remedy: "));
+        std::size_t conditions = 0;
+        for (std::size_t at = 0; (at = told.find(": no\n  remedy: ", at)) != std::string::npos;
+             ++at) {
+            ++conditions;
+        }
+        EXPECT_EQ(conditions, remedies.size()) << told;
+        for (const char* remedy : remedies) {
+            EXPECT_THAT(told, HasSubstr(remedy));
+        }
+    }
+}
+
 TEST_F(VerifyExplain, AnInstalledClientIsToldThatOnlyTheServiceKnows) {
     const ClientProcess client(ClientProcess::Options::asNobody(installedProgram("client")));
     const ProgramRun run = verify(client);

@@ -33,6 +33,14 @@ struct RequirementFinding {
     std::string condition; ///< canonical text
     bool holds = false;
     bool negated = false; ///< an odd number of `!` stands over it: the requirement wants it false
+    /// The requirement is not satisfied, and this is one of the fewest conditions that would have
+    /// to change for it.
+    bool decisive = false;
+    std::string remedy; ///< of a decisive one: what to change about the code or the anchors
+
+    [[nodiscard]] bool isMet() const noexcept { return holds != negated; }
+    /// The condition, with "not" where it is negated.
+    [[nodiscard]] std::string text() const { return (negated ? "not " : "") + condition; }
 };
 
 /// SHA-1 of the DER form of the certificate in a file; none when the file holds no certificate.

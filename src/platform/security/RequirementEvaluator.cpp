@@ -235,41 +235,6 @@ bool anchorHolds(const CodeFacts& facts, Anchor anchor) {
            (root->platformRoot || (anchor == Anchor::appleGeneric && root->vendorRoot));
 }
 
-// What each node comes to, in the order of the list.
-std::vector<bool> outcomes(const RequirementTree& tree, const CodeFacts& facts) {
-    std::vector<bool> results;
-    results.reserve(tree.nodes.size());
-    for (const TreeNode& node : tree.nodes) {
-        results.push_back(
-            std::visit(Visitor{
-                           [&](const Condition& condition) { return holds(condition, facts); },
-                           [&](const Negation& negation) { return !results[negation.operand]; },
-                           [&](const Junction& junction) {
-                               const bool left = results[junction.left];
-                               const bool right = results[junction.right];
-                               return junction.kind == Junction::Kind::conjunction ? left && right
-                                                                                   : left || right;
-                           },
-                       },
-                       node));
-    }
-    return results;
-}
-
-// Which nodes stand under an odd number of negations.
-std::vector<bool> negations(const RequirementTree& tree) {
-    std::vector<bool> negated(tree.nodes.size());
-    for (std::size_t index = tree.nodes.size(); index-- > 0;) {
-        if (const auto* negation = std::get_if<Negation>(&tree.nodes[index])) {
-            negated[negation->operand] = !negated[index];
-        } else if (const auto* junction = std::get_if<Junction>(&tree.nodes[index])) {
-            negated[junction->left] = negated[index];
-            negated[junction->right] = negated[index];
-        }
-    }
-    return negated;
-}
-
 } // namespace
 
 bool holds(const Condition& condition, const CodeFacts& facts) {
@@ -299,20 +264,28 @@ bool holds(const Condition& condition, const CodeFacts& facts) {
         condition);
 }
 
-bool holds(const RequirementTree& tree, const CodeFacts& facts) {
-    return outcomes(tree, facts).back();
+std::vector<bool> outcomes(const RequirementTree& tree, const CodeFacts& facts) {
+    std::vector<bool> results;
+    results.reserve(tree.nodes.size());
+    for (const TreeNode& node : tree.nodes) {
+        results.push_back(
+            std::visit(Visitor{
+                           [&](const Condition& condition) { return holds(condition, facts); },
+                           [&](const Negation& negation) { return !results[negation.operand]; },
+                           [&](const Junction& junction) {
+                               const bool left = results[junction.left];
+                               const bool right = results[junction.right];
+                               return junction.kind == Junction::Kind::conjunction ? left && right
+                                                                                   : left || right;
+                           },
+                       },
+                       node));
+    }
+    return results;
 }
 
-std::vector<RequirementFinding> findings(const RequirementTree& tree, const CodeFacts& facts) {
-    const std::vector<bool> results = outcomes(tree, facts);
-    const std::vector<bool> negated = negations(tree);
-    std::vector<RequirementFinding> found;
-    for (std::size_t index = 0; index < tree.nodes.size(); ++index) {
-        if (const auto* condition = std::get_if<Condition>(&tree.nodes[index])) {
-            found.push_back({canonicalText(*condition), results[index], negated[index]});
-        }
-    }
-    return found;
+bool holds(const RequirementTree& tree, const CodeFacts& facts) {
+    return outcomes(tree, facts).back();
 }
 
 } // namespace qv

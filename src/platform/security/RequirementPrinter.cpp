@@ -36,15 +36,11 @@ std::string hexadecimal(auto&& bytes) {
     return result;
 }
 
-std::string bareOrQuoted(std::string_view text) {
-    return isBareRequirementWord(text) ? std::string(text) : quoted(text);
-}
-
 // Only hexadecimal data can hold what has no form in quotes.
 std::string dataText(std::string_view bytes) {
     const bool quotable = isUTF8(bytes) && bytes.find('\\') == std::string_view::npos &&
                           bytes.find('\0') == std::string_view::npos;
-    return quotable ? bareOrQuoted(bytes) : "0x" + hexadecimal(bytes);
+    return quotable ? requirementString(bytes) : "0x" + hexadecimal(bytes);
 }
 
 std::string instantText(Date date) {
@@ -141,6 +137,10 @@ void pushOperand(std::vector<Piece>& pieces, const TreeNode& operand, bool paren
 
 } // namespace
 
+std::string requirementString(std::string_view text) {
+    return isBareRequirementWord(text) ? std::string(text) : quoted(text);
+}
+
 std::string canonicalText(const Condition& condition) {
     return std::visit(
         Visitor{
@@ -154,7 +154,7 @@ std::string canonicalText(const Condition& condition) {
             [](Anchor node) { return std::string(nameOf(kAnchorNames, node)); },
             [](const DictionaryEntry& node) {
                 return fmt::format("{}[{}]{}", nameOf(kSourceNames, node.source),
-                                   bareOrQuoted(node.key), matchText(node.match));
+                                   requirementString(node.key), matchText(node.match));
             },
             [](const CertificateHash& node) {
                 return fmt::format("{} = H\"{}\"", slotText(node.slot), hexadecimal(node.hash));
@@ -163,7 +163,7 @@ std::string canonicalText(const Condition& condition) {
             [](const CertificateEntry& node) {
                 const std::string key =
                     fmt::format("{}{}", nameOf(kPartNames, node.part), node.name);
-                return fmt::format("{}[{}]{}", slotText(node.slot), bareOrQuoted(key),
+                return fmt::format("{}[{}]{}", slotText(node.slot), requirementString(key),
                                    matchText(node.match));
             },
         },

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <variant>
 #include <vector>
 
@@ -119,11 +120,17 @@ struct RequirementTree {
 // Defined in RequirementPrinter.cpp:
 [[nodiscard]] std::string canonicalText(const requirement::Condition& condition);
 [[nodiscard]] std::string canonicalText(const RequirementTree& tree);
+/// A string as it may stand in a requirement: in quotes where that is needed.
+[[nodiscard]] std::string requirementString(std::string_view text);
 [[nodiscard]] std::string indentedDump(const RequirementTree& tree);
 
 // Defined in RequirementEvaluator.cpp:
 [[nodiscard]] bool holds(const requirement::Condition& condition, const CodeFacts& facts);
 [[nodiscard]] bool holds(const RequirementTree& tree, const CodeFacts& facts);
+/// Whether each node holds, in the order of the list.
+[[nodiscard]] std::vector<bool> outcomes(const RequirementTree& tree, const CodeFacts& facts);
+
+// Defined in RequirementFindings.cpp:
 [[nodiscard]] std::vector<RequirementFinding> findings(const RequirementTree& tree,
                                                        const CodeFacts& facts);
 

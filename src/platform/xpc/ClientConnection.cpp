@@ -1,5 +1,6 @@
 #include "platform/xpc/ClientConnection.h"
 
+#include "platform/foundation/log/Log.h"
 #include "platform/foundation/process/LaunchMark.h"
 #include "platform/xpc/wire/SocketIO.h"
 
@@ -8,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -53,10 +55,20 @@ Error protocolError(std::string_view text, const Error& cause = {}) {
     return clientError(ClientErrorCode::protocol, text, cause);
 }
 
+std::string ownProgram() {
+    std::error_code failure;
+    const auto path = std::filesystem::read_symlink("/proc/self/exe", failure);
+    return failure ? "FILE" : log::foreign(path.native());
+}
+
 Error closedByService(ClientErrorCode code, const Error& cause = {}) {
     switch (code) {
     case ClientErrorCode::rejected:
-        return clientError(code, "The service does not accept this program.", cause);
+        return clientError(code,
+                           fmt::format("The service does not accept this program; `qvcatalog "
+                                       "verify --explain {}` and the service's log tell why.",
+                                       ownProgram()),
+                           cause);
     case ClientErrorCode::notExecuted:
         return clientError(code,
                            "The service closed the connection each time before it took up the "

@@ -40,7 +40,8 @@ protected:
             .destination = destination.empty() ? program_.folder() / "client" : destination,
             .sufficientFlags = {0x300},
             .whyNoGroup = "group _example: there is no such group"};
-        const auto outcome = ClientInstaller::install(request, requirement.value(), configuration_);
+        const auto outcome =
+            ClientInstaller::install(request, {&requirement.value(), 1}, configuration_);
         const Error error = outcome ? Error() : outcome.error();
         EXPECT_EQ(error ? error.code() : 0, status);
         if (error) {

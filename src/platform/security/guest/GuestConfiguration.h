@@ -10,7 +10,10 @@ namespace qv {
 /// What a program that uses the code-signing services decides; nothing of it comes from outside.
 struct CodeSigningConfiguration {
     std::string anchorsDirectory;
-    uid_t anchorOwner = 0;
+    uid_t anchorOwner = 0; ///< of both folders, besides root
+    /// Of the allowed clients; empty: there are none.
+    // NOLINTNEXTLINE(readability-redundant-member-init): GCC misses it in initializers
+    std::string clientsDirectory = {};
     /// The group that marks a clean start: executables that root owns and that are set-group-id to
     /// it. None: no process is marked, so none is hard, killed on invalidation, or hardened.
     std::optional<gid_t> clientGroup;

@@ -133,6 +133,23 @@ ReportFact markOf(const ProgramFile& file, const StaticCode& code,
     return {"launch mark", "not installed as a client: " + whys, lacks.front().remedy};
 }
 
+/// What spoils a signature and shows nowhere else.
+void appendFailure(Facts& all, const StaticCode& code) {
+    switch (code.status()) {
+    case codesign_status::kCertificateRevoked:
+        all.push_back({"revocation", log::foreign(code.reason()),
+                       "sign it anew with a certificate that is not revoked; bytes whose cdhash is "
+                       "revoked stay so"});
+        break;
+    case codesign_status::kBadTeamIdentifier:
+        all.push_back({"team", log::foreign(code.reason()),
+                       "sign it with --team as the certificate's organisational unit (OU) says"});
+        break;
+    default:
+        break;
+    }
+}
+
 } // namespace
 
 Error checkRequirement(const Requirement& requirement, const CodeFacts& facts) {
@@ -145,13 +162,21 @@ Error checkRequirement(const Requirement& requirement, const CodeFacts& facts) {
     }
     std::string against;
     for (const RequirementFinding& finding : requirement.explain(facts)) {
-        if (finding.holds == finding.negated) {
-            fmt::format_to(std::back_inserter(against), "{}{}{}", against.empty() ? "" : "; ",
-                           finding.negated ? "not " : "", finding.condition);
+        if (finding.decisive) {
+            fmt::format_to(std::back_inserter(against), "{}{}", against.empty() ? "" : "; ",
+                           finding.text());
         }
     }
     return codeSigningError(status,
                             fmt::format("the requirement is not satisfied; false: {}", against));
+}
+
+std::size_t nearestRequirement(std::span<const Requirement> requirements, const CodeFacts& facts) {
+    const auto lacks = [&](const Requirement& requirement) {
+        return std::ranges::count_if(requirement.explain(facts), &RequirementFinding::decisive);
+    };
+    const auto nearest = std::ranges::min_element(requirements, {}, lacks);
+    return static_cast<std::size_t>(nearest - requirements.begin());
 }
 
 std::string explainCodeSigningError(const Error& error) {
@@ -177,6 +202,7 @@ CodeReport reportProgram(const ProgramFile& file, const StaticCode& code,
     appendIdentity(report.identity, code);
     appendFile(report.facts, file.info, file.fileSystem, configuration);
     appendSignature(report.facts, code);
+    appendFailure(report.facts, code);
     report.facts.push_back(markOf(file, code, configuration));
     if (code.status() != codesign_status::kSuccess) {
         report.failure = codeSigningError(code.status(), code.reason());
@@ -201,6 +227,7 @@ CodeReport reportGuest(const GuestCode& code, const Requirement& requirement,
     appendFile(report.facts, seen.executable, seen.fileSystem, configuration);
     appendProcess(report.facts, seen);
     appendSignature(report.facts, code.staticCode());
+    appendFailure(report.facts, code.staticCode());
     report.facts.push_back({"launch mark", describeLaunchMark(seen, configuration.clientGroup)});
     report.flags = code.verdict().findings;
     if (code.staticCode().signatureIntact()) {

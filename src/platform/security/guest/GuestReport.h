@@ -5,6 +5,7 @@
 #include "platform/security/Requirement.h"
 #include "platform/security/guest/GuestFlags.h"
 
+#include <span>
 #include <string>
 #include <string_view>
 #include <sys/stat.h>
@@ -43,6 +44,11 @@ struct ProgramFile {
 
 /// Success, or the status and the conditions that decided against the code.
 [[nodiscard]] Error checkRequirement(const Requirement& requirement, const CodeFacts& facts);
+
+/// Index of the first of some requirements that the code satisfies; else of the one that it lacks
+/// the fewest conditions of.
+[[nodiscard]] std::size_t nearestRequirement(std::span<const Requirement> requirements,
+                                             const CodeFacts& facts);
 
 /// "STATUS (MEANING): REASON" of an error of the code-signing services.
 [[nodiscard]] std::string explainCodeSigningError(const Error& error);

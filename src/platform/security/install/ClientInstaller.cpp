@@ -148,9 +148,9 @@ Outcome<Source> openSource(const std::string& path) {
 /// One installation: what is asked for, and by which rules it is judged.
 class Installation {
 public:
-    Installation(const InstallRequest& request, const Requirement& requirement,
+    Installation(const InstallRequest& request, std::span<const Requirement> requirements,
                  const CodeSigningConfiguration& configuration)
-        : request_(request), requirement_(requirement), configuration_(configuration) {}
+        : request_(request), requirements_(requirements), configuration_(configuration) {}
 
     [[nodiscard]] Outcome<InstalledClient> run() const {
         if (::geteuid() != 0) {
@@ -251,7 +251,9 @@ private:
                                               ? "is not signed; sign it with `qvcatalog sign`"
                                               : code.reason());
         }
-        if (const Error error = checkRequirement(requirement_, code.facts())) {
+        const Requirement& requirement =
+            requirements_[nearestRequirement(requirements_, code.facts())];
+        if (const Error error = checkRequirement(requirement, code.facts())) {
             return refusal(static_cast<std::int32_t>(error.code()), explainCodeSigningError(error));
         }
         if (code.getTaskAllow()) {
@@ -275,16 +277,16 @@ private:
     }
 
     const InstallRequest& request_;
-    const Requirement& requirement_;
+    std::span<const Requirement> requirements_;
     const CodeSigningConfiguration& configuration_;
 };
 
 } // namespace
 
 tl::expected<InstalledClient, Error>
-ClientInstaller::install(const InstallRequest& request, const Requirement& requirement,
+ClientInstaller::install(const InstallRequest& request, std::span<const Requirement> requirements,
                          const CodeSigningConfiguration& configuration) {
-    return Installation(request, requirement, configuration)
+    return Installation(request, requirements, configuration)
         .run()
         .map_error([](const SignatureFailure& failure) {
             return Error(

@@ -5,6 +5,7 @@
 #include <tl/expected.hpp>
 
 #include <cstdint>
+#include <span>
 #include <string>
 #include <sys/types.h>
 #include <vector>
@@ -41,7 +42,7 @@ public:
     /// descriptor, a mapping, a link. A failure leaves what was there. Needs root.
     ///
     /// Refuses what could never pass, and what would give the mark away: a signature that is not
-    /// good, does not satisfy the requirement or asks for no flags that the mark brings; a
+    /// good, satisfies none of the requirements or asks for no flags that the mark brings; a
     /// debuggable program; a file system where set-group-id means nothing or that look-ups refuse;
     /// a folder on the way (GuardedPath) where others could exchange the program; a destination
     /// that is a link or no regular file.
@@ -49,7 +50,7 @@ public:
     /// Failures are in NSOSStatusErrorDomain with a number of codesign_status and the reason under
     /// NSDebugDescription.
     [[nodiscard]] static tl::expected<InstalledClient, Error>
-    install(const InstallRequest& request, const Requirement& requirement,
+    install(const InstallRequest& request, std::span<const Requirement> requirements,
             const CodeSigningConfiguration& configuration);
 };
 

@@ -76,14 +76,14 @@ bool SignatureTrailer::isPresent(int fd, off_t size) {
 tl::expected<SignatureTrailer, SignatureFailure> SignatureTrailer::read(int fd,
                                                                         std::uint64_t size) {
     if (size < kFooterSize) {
-        return signatureFailure(codesign_status::kUnsigned, "no signature trailer");
+        return signatureFailure(codesign_status::kUnsigned, "the program is not signed");
     }
     Footer footer{};
     if (const int error = readExactly(fd, size - kFooterSize, footer); error != 0) {
         return readFailure(error);
     }
     if (!hasMagic(footer)) {
-        return signatureFailure(codesign_status::kUnsigned, "no signature trailer");
+        return signatureFailure(codesign_status::kUnsigned, "the program is not signed");
     }
     if (const std::uint32_t version = littleEndian32(footer, 0); version != kVersion) {
         return signatureFailure(codesign_status::kSignatureUnsupported,

@@ -1,0 +1,56 @@
+#pragma once
+
+#include "codesign/ClientVerification.h"
+#include "platform/foundation/files/UniqueFd.h"
+#include "platform/security/GuestServices.h"
+#include "platform/security/StaticCode.h"
+#include "platform/security/guest/GuestReport.h"
+#include "tools/AcceptedClients.h"
+
+#include <tl/expected.hpp>
+
+#include <string>
+#include <sys/types.h>
+
+namespace qv::tools {
+
+/// What was found about a program, and whether the service would accept it.
+struct Findings {
+    bool accepted = false;
+    std::string verdict;
+    CodeReport report;
+};
+
+/// A program on disk, open for reading.
+struct OpenProgram {
+    UniqueFd descriptor;
+    ProgramFile file;
+};
+
+/// Does not wait for what is not a regular file. Errors: NSPOSIXErrorDomain.
+[[nodiscard]] tl::expected<OpenProgram, Error> openProgram(const std::string& path);
+
+/// Judges programs as the service of this build would.
+class ProgramJudge {
+public:
+    explicit ProgramJudge(AcceptedClients clients) : clients_(std::move(clients)) {}
+
+    [[nodiscard]] Findings judge(const OpenProgram& program) const;
+    [[nodiscard]] Findings judge(pid_t process);
+    [[nodiscard]] const AcceptedClients& clients() const noexcept { return clients_; }
+    [[nodiscard]] const CodeSigningConfiguration& configuration() const noexcept {
+        return configuration_;
+    }
+    /// What keeps clients out whatever they are, with a remedy each.
+    [[nodiscard]] std::vector<ReportFact> faults() const;
+
+private:
+    [[nodiscard]] std::size_t clientOf(const StaticCode& code) const;
+    void tellClient(CodeReport& report, const StaticCode& code, std::size_t client) const;
+
+    CodeSigningConfiguration configuration_ = ClientVerification::configuration();
+    GuestServices services_{configuration_};
+    AcceptedClients clients_;
+};
+
+} // namespace qv::tools

@@ -1,0 +1,74 @@
+#include "platform/security/AllowedClients.h"
+
+#include "SignatureFixture.h"
+#include <functional>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace qv::test {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::HasSubstr;
+
+struct AllowedClientsTest : testing::Test {
+    void write(std::string_view name, std::string_view content, mode_t mode = 0644) const {
+        fs::create_directories(folder());
+        writeWithMode(folder() / name, content, mode);
+    }
+    [[nodiscard]] fs::path folder() const { return temporary / "clients.d"; }
+    [[nodiscard]] std::string names() const {
+        std::string names;
+        for (const AllowedClient& client : clients.current()->clients) {
+            names += client.name + ' ';
+        }
+        return names;
+    }
+
+    TemporaryDirectory temporary;
+    const AllowedClients clients{folder(), ::geteuid()};
+};
+
+TEST_F(AllowedClientsTest, FollowsTheFolder) {
+    EXPECT_EQ(names() + clients.current()->reason, "") << "a missing folder is not a fault";
+    write("b.requirement", "# one\nidentifier b // only\n");
+    write("a-1.requirement", "identifier a or always");
+    EXPECT_EQ(names(), "a-1 b ");
+    CodeFacts facts;
+    facts.identifier = "a";
+    facts.chain.resize(1);
+    const Requirement requirement = clients.current()->clients.front().requirement;
+    EXPECT_NE(requirement.evaluate(facts), 0) << "its chain ends nowhere";
+    facts.chain.front().vendorRoot = true;
+    EXPECT_EQ(requirement.evaluate(facts), 0);
+    fs::remove(folder() / "b.requirement");
+    EXPECT_EQ(names(), "a-1 ");
+}
+
+TEST_F(AllowedClientsTest, AnyViolationAndNoneCounts) {
+    struct Case {
+        std::function<void()> commit;
+        const char* reason;
+    };
+    for (const Case& each : {
+             Case{[&] { write("b.requirement", "identifier a\nand (always"); },
+                  "clients.d/b.requirement: line 2, column 5: "},
+             {[&] { write("b.requirement", ""); }, "b.requirement: line 1, column 1: "},
+             {[&] { write("b.requirement.old", "always"); }, "does not end in \".requirement\""},
+             {[&] { write("b c.requirement", "always"); }, "other characters than letters"},
+             {[&] { write("b.requirement", "always", 0664); }, "can be written by others"},
+             {[&] { ::chmod(folder().c_str(), 0777); }, "clients.d: can be written by others"},
+             {[&] { fs::create_symlink("a.requirement", folder() / "b.requirement"); },
+              "is a symbolic link"},
+         }) {
+        fs::remove_all(folder());
+        write("a.requirement", "always");
+        ASSERT_EQ(names(), "a ") << clients.current()->reason;
+        each.commit();
+        EXPECT_EQ(names(), "");
+        EXPECT_THAT(clients.current()->reason, HasSubstr(each.reason));
+    }
+}
+
+} // namespace
+} // namespace qv::test
