@@ -47,7 +47,7 @@ std::size_t ProgramJudge::clientOf(const StaticCode& code) const {
 void ProgramJudge::tellClient(CodeReport& report, const StaticCode& code,
                               std::size_t client) const {
     const std::string& name = clients_.names[client];
-    if (!code.signatureIntact()) {
+    if (code.status() != codesign_status::kSuccess) {
         return;
     }
     if (clients_.requirements[client].evaluate(code.facts()) == codesign_status::kSuccess) {

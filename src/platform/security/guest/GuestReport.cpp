@@ -116,6 +116,22 @@ void appendProcess(Facts& all, const GuestObservation& seen) {
     all.push_back({"executable mappings", describeMappings(seen.mappings)});
 }
 
+/// Nothing of an unknown chain can be told; and a remedy against a condition helps only when the
+/// signature itself is good.
+std::vector<RequirementFinding> conditionsOf(const Requirement& requirement,
+                                             const StaticCode& code) {
+    if (!code.signatureIntact()) {
+        return {};
+    }
+    std::vector<RequirementFinding> conditions = requirement.explain(code.facts());
+    if (code.status() != codesign_status::kSuccess) {
+        for (RequirementFinding& condition : conditions) {
+            condition.remedy.clear();
+        }
+    }
+    return conditions;
+}
+
 /// What a program's file has of the mark.
 ReportFact markOf(const ProgramFile& file, const StaticCode& code,
                   const CodeSigningConfiguration& configuration) {
@@ -210,9 +226,7 @@ CodeReport reportProgram(const ProgramFile& file, const StaticCode& code,
         report.failure = checkRequirement(requirement, code.facts());
     }
     report.flags = judgeProgram(signatureFacts(code));
-    if (code.signatureIntact()) {
-        report.conditions = requirement.explain(code.facts());
-    }
+    report.conditions = conditionsOf(requirement, code);
     return report;
 }
 
@@ -230,9 +244,7 @@ CodeReport reportGuest(const GuestCode& code, const Requirement& requirement,
     appendFailure(report.facts, code.staticCode());
     report.facts.push_back({"launch mark", describeLaunchMark(seen, configuration.clientGroup)});
     report.flags = code.verdict().findings;
-    if (code.staticCode().signatureIntact()) {
-        report.conditions = requirement.explain(code.staticCode().facts());
-    }
+    report.conditions = conditionsOf(requirement, code.staticCode());
     static_cast<void>(code.checkValidityWithErrors(&requirement, &report.failure)); // the status
     return report;
 }
