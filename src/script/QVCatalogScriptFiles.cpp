@@ -272,7 +272,8 @@ Error QVCatalogScript::trash(const NamedItem& item) {
                 return item.path().error();
             }
             if (!item.place()) {
-                return fileError({item.place().error(), FileAccess::write, *item.path(), ""}, "");
+                return fileError({item.place().error(), FileAccess::write, *item.path(), ""},
+                                 "Trash");
             }
             const TrashOutcome outcome = trashService().trashItem(*item.place());
             if (outcome.kind != TrashOutcome::Kind::failed) {

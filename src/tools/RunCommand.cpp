@@ -53,15 +53,8 @@ Value outcomeAsValue(const ScriptOutcome& outcome) {
 }
 
 std::string errorText(const Error& error) {
-    const Value info = error.userInfo();
-    const Value* text = info.find(error_key::kLocalizedDescription);
-    if (text == nullptr) {
-        text = info.find(error_key::kDebugDescription);
-    }
-    return fmt::format(
-        "{} ({} {})",
-        onOneLine(text == nullptr ? error.localizedDescription() : description(*text)),
-        error.domain(), error.code());
+    return fmt::format("{} ({} {})", onOneLine(error.localizedDescription()), error.domain(),
+                       error.code());
 }
 
 // What an error says of the place and of the errors that it is made from, a line each.

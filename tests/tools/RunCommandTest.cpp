@@ -87,7 +87,8 @@ TEST_F(RunCommand, TellsThePlaceAndTheCausesOfAFailure) {
     const ProgramRun missing = runText("({ operation = 2; URL = \"file:///no/such/item\"; })");
     EXPECT_EQ(missing.status, 1);
     EXPECT_THAT(missing.output,
-                HasSubstr("error: “item” couldn’t be removed. (NSCocoaErrorDomain 4)\n"
+                HasSubstr("error: “item” couldn’t be removed: No such file or directory. "
+                          "(NSCocoaErrorDomain 4)\n"
                           "  at:    /no/such/item\n"
                           "  cause: The operation couldn’t be completed. No such file "
                           "or directory (NSPOSIXErrorDomain 2)\n"));

@@ -31,6 +31,7 @@ Error trashError(const std::string& path, int errorNumber) {
                        : cocoaFileCode(FileAccess::write, errorNumber),
             Value::dictionary(
                 {{error_key::kFilePath, pathText(path)},
+                 {error_key::kUserStringVariant, Value::array({Value::string("Trash")})},
                  {error_key::kUnderlyingError, Value::error(Error::posix(errorNumber))}})};
 }
 

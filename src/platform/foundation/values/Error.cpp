@@ -52,12 +52,12 @@ std::string Error::localizedDescription() const {
     if (!text.empty()) {
         return text;
     }
+    text = fileErrorSentence(*this);
+    if (!text.empty()) {
+        return text;
+    }
     std::string reason = textUnder(info, error_key::kLocalizedFailureReason);
     if (reason.empty()) {
-        std::string sentence = fileErrorSentence(*this);
-        if (!sentence.empty()) {
-            return sentence;
-        }
         reason = systemText(*this);
     }
     if (reason.empty()) { // better than a bare number: it names the place of the fault

@@ -33,8 +33,9 @@ public:
     /// one thing: no address stands before an underlying error's brace, since the texts of a root
     /// service leave it.
     [[nodiscard]] std::string description() const;
-    /// A sentence for people: the localized description, else one made of the failure reason, of
-    /// the domain's own text, of the debug description, or of domain and code.
+    /// A sentence for people: the localized description, else for a file operation or a launch one
+    /// of the item and the cause, else one made of the failure reason, of the domain's own text, of
+    /// the debug description, or of domain and code.
     [[nodiscard]] std::string localizedDescription() const;
 
     friend bool operator==(const Error& left, const Error& right) {
@@ -62,7 +63,7 @@ inline constexpr std::string_view kFilePath = "NSFilePath";
 inline constexpr std::string_view kURL = "NSURL";
 inline constexpr std::string_view kSourceFilePath = "NSSourceFilePathErrorKey";
 inline constexpr std::string_view kDestinationFilePath = "NSDestinationFilePath";
-/// An array of one word: Remove, Copy, Move, Link, Folder.
+/// An array of one word: Remove, Copy, Move, Trash, Launch.
 inline constexpr std::string_view kUserStringVariant = "NSUserStringVariant";
 } // namespace error_key
 

@@ -1,5 +1,6 @@
 #include "platform/foundation/values/ErrorText.h"
 
+#include "platform/foundation/values/Description.h"
 #include "platform/foundation/values/URL.h"
 
 #include <fmt/core.h>
@@ -19,18 +20,36 @@ struct Sentence {
     std::string_view text;      // {0}: the item, {1}: the folder that it should have come to
 };
 
-constexpr std::array<Sentence, 7> kSentences = {{
-    {4, "Remove", "“{0}” couldn’t be removed."},
+// The platform's sentences that tell the cause themselves.
+constexpr std::array<Sentence, 8> kSentences = {{
     {4, "Move",
      "“{0}” couldn’t be moved to “{1}” because either the former doesn’t exist, or the folder "
-     "containing the latter doesn’t exist."},
-    {260, "", "The file “{0}” couldn’t be opened because there is no such file."},
-    {262, "", "The file couldn’t be opened because the specified URL type isn’t supported."},
-    {513, "Remove", "“{0}” couldn’t be removed because you don’t have permission to access it."},
+     "containing the latter doesn’t exist"},
+    {260, "", "The file “{0}” couldn’t be opened because there is no such file"},
+    {262, "", "The file “{0}” couldn’t be opened because the specified URL type isn’t supported"},
+    {262, "", "The file couldn’t be opened because the specified URL type isn’t supported"},
+    {513, "Remove", "“{0}” couldn’t be removed because you don’t have permission to access it"},
     {516, "Copy",
-     "“{0}” couldn’t be copied to “{1}” because an item with the same name already exists."},
+     "“{0}” couldn’t be copied to “{1}” because an item with the same name already exists"},
     {516, "Move",
-     "“{0}” couldn’t be moved to “{1}” because an item with the same name already exists."},
+     "“{0}” couldn’t be moved to “{1}” because an item with the same name already exists"},
+    {3328, "Trash", "“{0}” couldn’t be moved to the trash because its volume has none"},
+}};
+
+// How other sentences begin: “{0}” couldn’t be ...
+struct Participle {
+    std::string_view operation;
+    std::string_view text;
+};
+
+constexpr std::array<Participle, 7> kParticiples = {{
+    {"Remove", "removed"},
+    {"Copy", "copied to “{1}”"},
+    {"Copy", "copied"},
+    {"Move", "moved to “{1}”"},
+    {"Move", "moved"},
+    {"Trash", "moved to the trash"},
+    {"Launch", "launched"},
 }};
 
 std::string_view withoutTrailingSlashes(std::string_view path) {
@@ -56,10 +75,13 @@ std::optional<std::string> itemName(const Value& info) {
         return std::string(lastComponent(path->asString()));
     }
     const Value* url = info.find(error_key::kURL);
-    if (url != nullptr && url->is(Value::Kind::url)) {
-        return url->asURL().lastPathComponent();
+    if (url == nullptr || !url->is(Value::Kind::url)) {
+        return std::nullopt;
     }
-    return std::nullopt;
+    // All of the URL where the URL itself is at fault.
+    const bool isAtFault =
+        !url->asURL().isFileURL() || info.find(error_key::kDebugDescription) != nullptr;
+    return isAtFault ? url->asURL().absoluteString() : url->asURL().lastPathComponent();
 }
 
 std::optional<std::string> destinationName(const Value& info) {
@@ -70,10 +92,81 @@ std::optional<std::string> destinationName(const Value& info) {
     return std::nullopt;
 }
 
-bool isOperation(const Value& info, std::string_view operation) {
+// The word under NSUserStringVariant, which stands alone or in an array; empty without one.
+std::string_view operationIn(const Value& info) {
     const Value* variant = info.find(error_key::kUserStringVariant);
-    return variant != nullptr && variant->is(Value::Kind::array) && !variant->asArray().empty() &&
-           variant->asArray().front() == Value::string(operation);
+    if (variant != nullptr && variant->is(Value::Kind::array) && !variant->asArray().empty()) {
+        variant = &variant->asArray().front();
+    }
+    return variant != nullptr && variant->is(Value::Kind::string) ? variant->asString()
+                                                                  : std::string_view();
+}
+
+bool isFileCode(std::int64_t code) {
+    constexpr std::int64_t kLastFileCode = 1023;
+    return (code >= cocoa_error::kFileNoSuchFile && code <= kLastFileCode) ||
+           code == cocoa_error::kFeatureUnsupported;
+}
+
+// What could not be done, without the final stop; empty for an error of another kind.
+struct Clause {
+    std::string text;
+    bool tellsCause = false;
+};
+
+Clause clauseOf(const Error& error) {
+    const bool isFileError = error.domain() == error_domain::kCocoa && isFileCode(error.code());
+    const Value info = error.userInfo();
+    const std::string_view operation = operationIn(info);
+    if (!isFileError && (error.domain() != error_domain::kOSStatus || operation.empty())) {
+        return {};
+    }
+    const std::optional<std::string> name = itemName(info);
+    const std::optional<std::string> destination = destinationName(info);
+    const auto canSay = [&](std::string_view text) {
+        return (name || text.find("{0}") == std::string_view::npos) &&
+               (destination || text.find("{1}") == std::string_view::npos);
+    };
+    const auto filledIn = [&](std::string_view text) {
+        return fmt::format(fmt::runtime(text), name.value_or(""), destination.value_or(""));
+    };
+    for (const Sentence& sentence : kSentences) {
+        if (isFileError && sentence.code == error.code() && canSay(sentence.text) &&
+            (sentence.operation.empty() || sentence.operation == operation)) {
+            return {filledIn(sentence.text), true};
+        }
+    }
+    if (!name) {
+        return {};
+    }
+    std::string_view done =
+        error.code() < cocoa_error::kFileWriteUnknown ? "opened" : "saved"; // of no operation
+    for (const Participle& each : kParticiples) {
+        if (each.operation == operation && canSay(each.text)) {
+            done = each.text;
+            break;
+        }
+    }
+    return {fmt::format("“{}” couldn’t be {}", *name, filledIn(done)), false};
+}
+
+// The cause in words of the error's own; empty without any.
+std::string ownCause(const Value& info) {
+    for (const std::string_view key :
+         {error_key::kLocalizedFailureReason, error_key::kDebugDescription}) {
+        if (const Value* text = info.find(key)) {
+            return description(*text);
+        }
+    }
+    return {};
+}
+
+std::string phraseOf(const Error& error) {
+    if (const Value* own = error.userInfo().find(error_key::kLocalizedDescription)) {
+        return description(*own);
+    }
+    const std::string text = systemText(error);
+    return text.empty() ? fmt::format("{} error {}", error.domain(), error.code()) : text;
 }
 
 } // namespace
@@ -90,24 +183,25 @@ std::string systemText(const Error& error) {
 }
 
 std::string fileErrorSentence(const Error& error) {
-    if (error.domain() != error_domain::kCocoa) {
-        return {};
-    }
-    const Value info = error.userInfo();
-    const std::optional<std::string> name = itemName(info);
-    const std::optional<std::string> destination = destinationName(info);
-    for (const Sentence& sentence : kSentences) {
-        const auto names = [&](std::string_view place) {
-            return sentence.text.find(place) != std::string_view::npos;
-        };
-        if (sentence.code == error.code() &&
-            (sentence.operation.empty() || isOperation(info, sentence.operation)) &&
-            (name || !names("{0}")) && (destination || !names("{1}"))) {
-            return fmt::format(fmt::runtime(sentence.text), name.value_or(""),
-                               destination.value_or(""));
+    Clause clause = clauseOf(error);
+    std::string text = clause.text;
+    constexpr int kMostCauses = 4; // a chain of any length may have come from elsewhere
+    Error effect = error;
+    for (int i = 0; i < kMostCauses && !clause.text.empty() && !clause.tellsCause; ++i) {
+        const Value info = effect.userInfo();
+        const std::string own = ownCause(info);
+        const Value* underlying = info.find(error_key::kUnderlyingError);
+        if (!own.empty()) {
+            text += ": " + own;
         }
+        if (!own.empty() || underlying == nullptr || !underlying->is(Value::Kind::error)) {
+            break;
+        }
+        effect = underlying->asError();
+        clause = clauseOf(effect);
+        text += ": " + (clause.text.empty() ? phraseOf(effect) : clause.text);
     }
-    return {};
+    return text.empty() || text.ends_with('.') ? text : text + ".";
 }
 
 } // namespace qv

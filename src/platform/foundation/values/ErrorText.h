@@ -10,8 +10,9 @@ namespace qv {
 /// NSPOSIXErrorDomain a phrase ("No such file or directory").
 [[nodiscard]] std::string systemText(const Error& error);
 
-/// For a file error of NSCocoaErrorDomain the whole sentence, made of the path in its user
-/// information; empty where there is none.
+/// For an error of a file operation or a launch the whole sentence: the item, from the path or URL
+/// in the user information, what could not be done with it, and the cause, from the underlying
+/// errors. Empty for other errors.
 [[nodiscard]] std::string fileErrorSentence(const Error& error);
 
 } // namespace qv

@@ -239,7 +239,7 @@ resolveApplication(const std::string& path, const UserRecord& user, UserProcesse
                                                      .access = FileAccess::write,
                                                      .path = path,
                                                      .destination = {}},
-                                                    "")
+                                                    "Launch")
                                         : launchError(refusal.code, path, refusal.reason);
     });
 }

@@ -11,6 +11,7 @@ Error launchError(std::int64_t code, std::string_view path, std::string_view rea
                   int errorNumber) {
     std::vector<std::pair<Value, Value>> info = {
         {Value::string(error_key::kFilePath), pathText(path)},
+        {Value::string(error_key::kUserStringVariant), Value::array({Value::string("Launch")})},
         {Value::string(error_key::kLocalizedFailureReason),
          pathText(errorNumber == 0 ? std::string(reason)
                                    : fmt::format("{}: {}", reason, errnoText(errorNumber)))}};

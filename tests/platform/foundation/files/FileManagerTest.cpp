@@ -118,8 +118,9 @@ TEST_F(FileManagerTest, TellsWhatWentWrongAndWhere) {
     };
     const Case cases[] = {
         {FileManager::removeItemAtURL(url("none")), 4, ENOENT, "Remove",
-         "“none” couldn’t be removed."},
-        {FileManager::removeItemAtURL(url("file/x")), 512, ENOTDIR, "Remove", ""},
+         "“none” couldn’t be removed: No such file or directory."},
+        {FileManager::removeItemAtURL(url("file/x")), 512, ENOTDIR, "Remove",
+         "“x” couldn’t be removed: Not a directory."},
         {FileManager::removeItemAtURL(urlOf("/proc/self")), 513, EPERM, "Remove",
          "“self” couldn’t be removed because you don’t have permission to access it."},
         {FileManager::copyItemAtURL(url("none"), url("to")), 260, ENOENT, "Copy",
@@ -127,7 +128,8 @@ TEST_F(FileManagerTest, TellsWhatWentWrongAndWhere) {
         {FileManager::copyItemAtURL(url("file"), url("folder/x")), 516, EEXIST, "Copy",
          "“file” couldn’t be copied to “folder” because an item with the same name already "
          "exists."},
-        {FileManager::copyItemAtURL(url("file"), url("none/to")), 4, ENOENT, "Copy", ""},
+        {FileManager::copyItemAtURL(url("file"), url("none/to")), 4, ENOENT, "Copy",
+         "“file” couldn’t be copied to “none”: No such file or directory."},
         {FileManager::copyItemAtURL(url("folder"), url("file/to")), 512, ENOTDIR, "Copy", ""},
         {FileManager::moveItemAtURL(url("none"), url("to")), 4, ENOENT, "Move",
          "“none” couldn’t be moved to “" + folder +

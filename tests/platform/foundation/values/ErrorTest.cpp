@@ -18,11 +18,13 @@ Value info(std::initializer_list<std::pair<std::string_view, std::string_view>> 
     return Value::dictionary(list);
 }
 
-Error fileError(std::int64_t code, std::string_view operation) {
+Error fileError(std::int64_t code, std::string_view operation, const Error& underlying = {}) {
     return {"NSCocoaErrorDomain", code,
-            Value::dictionary({{"NSUserStringVariant", Value::array({Value::string(operation)})},
-                               {"NSFilePath", Value::string("/opt/Demo.app/")},
-                               {"NSDestinationFilePath", Value::string("/srv/apps/Demo.app")}})};
+            Value::dictionary(
+                {{"NSUserStringVariant", Value::array({Value::string(operation)})},
+                 {"NSFilePath", Value::string("/opt/Demo.app/")},
+                 {"NSDestinationFilePath", Value::string("/srv/apps/Demo.app")},
+                 {"NSUnderlyingError", underlying ? Value::error(underlying) : Value()}})};
 }
 
 TEST(Error, DescriptionsAreThePlatformsLetterForLetter) {
@@ -70,7 +72,8 @@ TEST(Error, UserInformationHoldsArraysAndUnderlyingErrors) {
                            {"NSFilePath", Value::string("/a b")},
                            {"NSUnderlyingError", Value::error(Error::posix(20))}}));
     const std::string expected =
-        "Error Domain=NSCocoaErrorDomain Code=512 \"(null)\" UserInfo={NSUserStringVariant=(\n"
+        "Error Domain=NSCocoaErrorDomain Code=512 \"“a b” couldn’t be removed: Not a directory.\" "
+        "UserInfo={NSUserStringVariant=(\n"
         "    Remove\n"
         "), NSFilePath=/a b, NSUnderlyingError={Error Domain=NSPOSIXErrorDomain Code=20 "
         "\"Not a directory\"}}";
@@ -111,6 +114,23 @@ TEST(Error, FileErrorsNameTheItemAndItsDestination) {
         {fileError(4, "Move"),
          "“Demo.app” couldn’t be moved to “apps” because either the former doesn’t exist, or the "
          "folder containing the latter doesn’t exist."},
+        {fileError(640, "Copy", Error::posix(28)),
+         "“Demo.app” couldn’t be copied to “apps”: No space left on device."},
+        {fileError(642, "Move", fileError(642, "Copy", Error::posix(30))),
+         "“Demo.app” couldn’t be moved to “apps”: “Demo.app” couldn’t be copied to “apps”: "
+         "Read-only file system."},
+        {fileError(512, "", Error::withDescription("D", 1, "Own words.")),
+         "“Demo.app” couldn’t be saved: Own words."},
+        {fileError(4, "Trash", Error::posix(2)),
+         "“Demo.app” couldn’t be moved to the trash: No such file or directory."},
+        {fileError(3328, "Trash", Error::posix(95)),
+         "“Demo.app” couldn’t be moved to the trash because its volume has none."},
+        {fileError(4, "Launch", Error::posix(2)),
+         "“Demo.app” couldn’t be launched: No such file or directory."},
+        {Error("NSCocoaErrorDomain", 258,
+               Value::dictionary({{"NSURL", Value::url(*URL::URLWithString("file:///a%00"))},
+                                  {"NSDebugDescription", Value::string("it holds a NUL")}})),
+         "“file:///a%00” couldn’t be opened: it holds a NUL."},
         {Error("NSCocoaErrorDomain", 262),
          "The file couldn’t be opened because the specified URL type isn’t supported."},
         {Error("NSCocoaErrorDomain", 260,
