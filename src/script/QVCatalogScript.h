@@ -135,7 +135,8 @@ public:
 
     // Ownership and permissions (QVCatalogScriptOwnership.cpp). Links are followed as `stat`,
     // `chown` and `chmod` follow them, but for the rule of platform/foundation/files/HeldItem.h.
-    // Recursive changes go on after a failing descendant and do not report it.
+    // Recursive changes go on after a failing descendant and do not report it. An item that has the
+    // owner and group already is not touched: it keeps its set-ID bits, capabilities and dates.
 
     Error saveOwnerAndGroupOfURL(const std::optional<URL>& url, const std::optional<Value>& toID);
     Error applyOwnerAndGroupOfURL(const std::optional<URL>& url, bool recursive,
@@ -206,9 +207,7 @@ private:
     static std::optional<URL> trashPath(const NamedItem& item, bool* volumeHasTrash,
                                         TrashService& trash);
     Error changeOwnership(const NamedItem& item, std::uint32_t userID, std::uint32_t groupID,
-                          bool recursive, bool alsoWhereItIsSo);
-    /// Recursive; leaves alone what belongs to the two already.
-    Error adaptOwnership(const NamedItem& item, std::uint32_t userID, std::uint32_t groupID);
+                          bool recursive);
     [[nodiscard]] Requester requester() const;
     TrashService& trashService();
     WorkspaceService& workspaceService();

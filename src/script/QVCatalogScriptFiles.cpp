@@ -138,7 +138,7 @@ Error QVCatalogScript::performOnWay(OperationCode code, const NamedItem& from, c
             if (adaptOwnershipToParent && to.url() && !isRefused) {
                 error = readOwnershipOfFolder(to, *to.url(), userID, groupID);
                 if (!error) {
-                    error = adaptOwnership(from, userID, groupID);
+                    error = changeOwnership(from, userID, groupID, true);
                 }
             }
             return error ? error : executionBlock();

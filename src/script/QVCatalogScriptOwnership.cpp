@@ -39,8 +39,8 @@ public:
 
 class OwnershipChange final : public Change {
 public:
-    OwnershipChange(std::uint32_t userID, std::uint32_t groupID, bool alsoWhereItIsSo)
-        : userID_(userID), groupID_(groupID), alsoWhereItIsSo_(alsoWhereItIsSo) {}
+    OwnershipChange(std::uint32_t userID, std::uint32_t groupID)
+        : userID_(userID), groupID_(groupID) {}
 
     [[nodiscard]] std::string_view name() const override { return "chown"; }
     [[nodiscard]] int apply(int heldItem) const override {
@@ -54,20 +54,20 @@ public:
     }
 
 private:
+    // The kernel would take set-ID bits and capabilities from an item that belongs to both already.
     [[nodiscard]] int applyTo(int folder, const char* name, int flags) const {
-        return !alsoWhereItIsSo_ && isSo(folder, name, flags)
-                   ? 0
-                   : ::fchownat(folder, name, userID_, groupID_, flags);
+        return isSo(folder, name, flags) ? 0 : ::fchownat(folder, name, userID_, groupID_, flags);
     }
     [[nodiscard]] bool isSo(int folder, const char* name, int flags) const {
         struct stat info{};
         return ::fstatat(folder, name, &info, flags | AT_NO_AUTOMOUNT) == 0 &&
-               info.st_uid == userID_ && info.st_gid == groupID_;
+               (userID_ == kUnchanged || info.st_uid == userID_) &&
+               (groupID_ == kUnchanged || info.st_gid == groupID_);
     }
 
+    static constexpr std::uint32_t kUnchanged = 0xFFFFFFFF; // chown(2) leaves this one alone
     uid_t userID_;
     gid_t groupID_;
-    bool alsoWhereItIsSo_; // the kernel takes set-ID bits and capabilities away even then
 };
 
 class ModeChange final : public Change {
@@ -239,27 +239,18 @@ Error QVCatalogScript::applyOwnerAndGroupOfURL(const std::optional<URL>& url, bo
 
 Error QVCatalogScript::changeOwnershipOfItem(const std::optional<URL>& url, std::uint32_t userID,
                                              std::uint32_t groupID, bool recursive) {
-    return changeOwnership(url, userID, groupID, recursive, true);
-}
-
-Error QVCatalogScript::adaptOwnership(const NamedItem& item, std::uint32_t userID,
-                                      std::uint32_t groupID) {
-    return changeOwnership(item, userID, groupID, true, false);
+    return changeOwnership(url, userID, groupID, recursive);
 }
 
 Error QVCatalogScript::changeOwnership(const NamedItem& item, std::uint32_t userID,
-                                       std::uint32_t groupID, bool recursive,
-                                       bool alsoWhereItIsSo) {
+                                       std::uint32_t groupID, bool recursive) {
     return perform(
         OperationCode::changeOwnershipOfItem,
         [&] {
             return StepValues{stringFromURL(item.url()), Value::integer(userID),
                               Value::integer(groupID), Value::boolean(recursive)};
         },
-        [&] {
-            return changeItem(*this, item, OwnershipChange(userID, groupID, alsoWhereItIsSo),
-                              recursive);
-        });
+        [&] { return changeItem(*this, item, OwnershipChange(userID, groupID), recursive); });
 }
 
 Error QVCatalogScript::changeModeOfItem(const std::optional<URL>& url, std::uint16_t toMode,

@@ -3,8 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <filesystem>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 namespace qv {
@@ -110,6 +112,28 @@ TEST_F(Ownership, AppliesASavedOwnerRecursively) {
     ASSERT_FALSE(script.changeOwnershipOfItem(urlOf(folder / "tree"), 0, 0, false));
     EXPECT_EQ(statusOf(folder / "tree").st_uid, 0U);
     EXPECT_EQ(statusOf(folder / "tree/sub").st_uid, 65534U) << "not recursive";
+}
+
+// The kernel would take the set-ID bits and the capability, and set the date of the change.
+TEST_F(Ownership, AnItemWithThatOwnerIsNotTouched) {
+    if (::geteuid() != 0) {
+        GTEST_SKIP() << "capabilities need root";
+    }
+    const auto helper = folder.write("tree/helper", "");
+    ASSERT_EQ(::chmod(helper.c_str(), 06755), 0);
+    constexpr std::array<std::uint32_t, 5> kNetRaw = {0x02000001, 1U << 13U};
+    ASSERT_EQ(::setxattr(helper.c_str(), "security.capability", kNetRaw.data(), sizeof kNetRaw, 0),
+              0);
+    const timespec changed = statusOf(helper).st_ctim;
+    ASSERT_FALSE(script.saveOwnerAndGroupOfURL(urlOf(helper), text("m")));
+    for (const Error& error :
+         {script.applyOwnerAndGroupOfURL(urlOf(folder / "tree"), true, text("m")),
+          script.changeOwnershipOfItem(urlOf(helper), 0, 0xFFFFFFFF, false)}) {
+        EXPECT_FALSE(error);
+        EXPECT_EQ(modeOf(helper), 06755U);
+        EXPECT_EQ(::getxattr(helper.c_str(), "security.capability", nullptr, 0), sizeof kNetRaw);
+        EXPECT_EQ(statusOf(helper).st_ctim.tv_nsec, changed.tv_nsec);
+    }
 }
 
 // Without rights every descendant that fails is tried again as an operation of its own.
