@@ -125,12 +125,11 @@ Error lastPosixError() { return Error::posix(errno); }
 
 // Whatever the path names by then, the walk is in the folder that was changed.
 Error changeTree(QVCatalogScript& script, const std::string& path, int item, const Change& change) {
-    UniqueFd folder(::openat(item, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    const int openError = errno;
     if (change.apply(item) != 0) {
         return lastPosixError();
     }
-    if (!folder && openError == ENOTDIR) {
+    UniqueFd folder(::openat(item, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!folder && errno == ENOTDIR) {
         return {};
     }
     if (!folder) {

@@ -6,6 +6,7 @@
 #include <array>
 #include <filesystem>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
@@ -134,6 +135,28 @@ TEST_F(Ownership, AnItemWithThatOwnerIsNotTouched) {
         EXPECT_EQ(::getxattr(helper.c_str(), "security.capability", nullptr, 0), sizeof kNetRaw);
         EXPECT_EQ(statusOf(helper).st_ctim.tv_nsec, changed.tv_nsec);
     }
+}
+
+// The new mode is what lets its owner in.
+TEST_F(Ownership, OpensALockedFolderOfItsOwner) {
+    if (::geteuid() != 0) {
+        GTEST_SKIP() << "only root can become another user";
+    }
+    folder.write("tree/file", "");
+    ASSERT_EQ(::chown((folder / "tree").c_str(), 4711, 4711), 0);
+    ASSERT_EQ(::chown((folder / "tree/file").c_str(), 4711, 4711), 0);
+    ASSERT_EQ(::chmod(folder.path().c_str(), 0755), 0);
+    ASSERT_EQ(::chmod((folder / "tree").c_str(), 0), 0);
+    const pid_t child = ::fork();
+    if (child == 0) {
+        const bool isUser = ::setgid(4711) == 0 && ::setuid(4711) == 0;
+        const Error error = script.changeModeOfItem(urlOf(folder / "tree"), 0750, true);
+        ::_exit(isUser && !error ? 0 : 1);
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(modeOf(folder / "tree/file"), 0750U);
 }
 
 // Without rights every descendant that fails is tried again as an operation of its own.
