@@ -35,7 +35,7 @@ constexpr std::uint8_t kAdminAndRetry = kPriviledgedWithAdminRights | kRetryPriv
 std::uint32_t bitsOfInt(const Value* value) { return static_cast<std::uint32_t>(intValue(value)); }
 
 Error replayWait(Script& script, const Fields& step) {
-    return script.waitForQuitOfApplicationWithPID(intValue(step[arg1]));
+    return script.waitForQuitOfApplicationWithPID(intValue(step.number(arg1)));
 }
 
 Error replayLaunch(Script& script, const Fields& step) {
@@ -51,17 +51,18 @@ Error replayTrash(Script& script, const Fields& step) {
 }
 
 Error replayMove(Script& script, const Fields& step) {
-    return script.moveItemFromURL(step.url(fromURL), step.url(toURL), boolValue(step[arg1]),
-                                  boolValue(step[arg2]));
+    return script.moveItemFromURL(step.url(fromURL), step.url(toURL), boolValue(step.number(arg1)),
+                                  boolValue(step.number(arg2)));
 }
 
 Error replayCopy(Script& script, const Fields& step) {
-    return script.copyItemFromURL(step.url(fromURL), step.url(toURL), boolValue(step[arg1]),
-                                  boolValue(step[arg2]));
+    return script.copyItemFromURL(step.url(fromURL), step.url(toURL), boolValue(step.number(arg1)),
+                                  boolValue(step.number(arg2)));
 }
 
 Error replayReplace(Script& script, const Fields& step) {
-    return script.replaceItemAtURL(step.url(toURL), step.url(fromURL), boolValue(step[arg1]));
+    return script.replaceItemAtURL(step.url(toURL), step.url(fromURL),
+                                   boolValue(step.number(arg1)));
 }
 
 Error replayTouch(Script& script, const Fields& step) {
@@ -83,19 +84,19 @@ Error replaySaveOwner(Script& script, const Fields& step) {
 }
 
 Error replayApplyOwner(Script& script, const Fields& step) {
-    return script.applyOwnerAndGroupOfURL(step.url(toURL), boolValue(step[arg1]),
+    return script.applyOwnerAndGroupOfURL(step.url(toURL), boolValue(step.number(arg1)),
                                           step.object(arg2));
 }
 
 Error replayChangeOwnership(Script& script, const Fields& step) {
-    return script.changeOwnershipOfItem(step.url(URL), bitsOfInt(step[arg1]), bitsOfInt(step[arg2]),
-                                        boolValue(step[arg3]));
+    return script.changeOwnershipOfItem(step.url(URL), bitsOfInt(step.number(arg1)),
+                                        bitsOfInt(step.number(arg2)), boolValue(step.number(arg3)));
 }
 
 Error replayChangeMode(Script& script, const Fields& step) {
-    return script.changeModeOfItem(step.url(URL),
-                                   static_cast<std::uint16_t>(bitsOfInt(step[arg1]) & 0xFFFFU),
-                                   boolValue(step[arg2]));
+    return script.changeModeOfItem(
+        step.url(URL), static_cast<std::uint16_t>(bitsOfInt(step.number(arg1)) & 0xFFFFU),
+        boolValue(step.number(arg2)));
 }
 
 Error replayTrusted(Script& script, const Fields& step) {
@@ -103,7 +104,7 @@ Error replayTrusted(Script& script, const Fields& step) {
 }
 
 Error replayProgress(Script& script, const Fields& step) {
-    script.updateProgressField(bitsOfInt(step[arg1]), step.object(arg2));
+    script.updateProgressField(bitsOfInt(step.number(arg1)), step.object(arg2));
     return {};
 }
 
@@ -123,13 +124,13 @@ Error replayEndIf(Script& script, const Fields& /*step*/) {
 }
 
 Error replayErrorBehaviour(Script& script, const Fields& step) {
-    script.setErrorHandlingBehaviour(intValue(step[arg1]));
+    script.setErrorHandlingBehaviour(intValue(step.number(arg1)));
     return {};
 }
 
 // Only the low 8 bits count, so 256 means no.
 Error replayAdminRights(Script& script, const Fields& step) {
-    script.setExecuteWithAdminRights((bitsOfInt(step[arg1]) & 0xFFU) != 0);
+    script.setExecuteWithAdminRights((bitsOfInt(step.number(arg1)) & 0xFFU) != 0);
     return {};
 }
 
@@ -196,6 +197,10 @@ const Operation* operationForCode(std::uint64_t code) noexcept {
     return code < kTable.size() ? &kTable[code] : nullptr;
 }
 
+std::string_view operationName(const Operation& operation) noexcept {
+    return operation.selector.substr(0, operation.selector.find(':'));
+}
+
 const Operation& operationRow(OperationCode code) noexcept {
     return kTable[static_cast<std::size_t>(code)];
 }
@@ -213,8 +218,8 @@ Value stepRecord(const Operation& operation, const StepValues& values) {
             pairs.emplace_back(Value::string(stepKeyName(operation.keys[i])), *value);
         } else if (operation.code != setPreferencesForApplicationID) {
             throw Exception(std::string(exception_name::kInvalidArgument),
-                            fmt::format("{} cannot be recorded without \"{}\"", operation.selector,
-                                        stepKeyName(operation.keys[i])));
+                            fmt::format("{} cannot be recorded: \"{}\" of its step is missing",
+                                        operationName(operation), stepKeyName(operation.keys[i])));
         }
     }
     return Value::dictionary(std::move(pairs));

@@ -66,10 +66,13 @@ struct Operation {
 
 /// Null pointer for a number that is no code; negative numbers come as large ones.
 [[nodiscard]] const Operation* operationForCode(std::uint64_t code) noexcept;
+/// The method's name: "removeItemAtURL".
+[[nodiscard]] std::string_view operationName(const Operation& operation) noexcept;
 [[nodiscard]] const Operation& operationRow(OperationCode code) noexcept;
 [[nodiscard]] std::span<const Operation> allOperations() noexcept;
 
-/// The record of an operation: "operation" and the row's keys with these values.
+/// The record of an operation: "operation" and the row's keys with these values. Throws an
+/// Exception when one is missing that is not a preference's.
 [[nodiscard]] Value stepRecord(const Operation& operation, const StepValues& values);
 
 } // namespace qv

@@ -31,6 +31,9 @@ void QVCatalogScript::beginIfBlock(const std::optional<Value>& rule) {
         ++ignoreIfBlocksCount;
         return;
     }
+    if (rule && !rule->is(Value::Kind::string)) {
+        refuseField(StepKey::arg1, "a string, a rule", &*rule);
+    }
     const auto checker = QVRuleChecker::ruleCheckerWithDefaultFunctions(true);
     const bool failed = static_cast<bool>(executeRecordingLastStatementError_);
     checker->setKvoValues(

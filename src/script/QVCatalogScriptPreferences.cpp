@@ -1,6 +1,5 @@
 #include "platform/foundation/log/Log.h"
 #include "platform/foundation/values/Description.h"
-#include "platform/foundation/values/Exception.h"
 #include "platform/preferences/PreferencesService.h"
 #include "script/QVCatalogScript.h"
 
@@ -12,14 +11,13 @@ namespace qv {
 
 namespace {
 
-std::optional<std::string> name(std::string_view what, const std::optional<Value>& value) {
+std::optional<std::string> name(StepKey key, std::string_view wanted,
+                                const std::optional<Value>& value) {
     if (!value) {
         return std::nullopt;
     }
     if (!value->is(Value::Kind::string)) {
-        throw Exception(std::string(exception_name::kInvalidArgument),
-                        fmt::format("the {} of a preference must be a string, not of class {}",
-                                    what, className(value->kind())));
+        refuseField(key, wanted, &*value);
     }
     return std::string(value->asString());
 }
@@ -35,10 +33,12 @@ Error QVCatalogScript::setPreferencesForApplicationID(const std::optional<Value>
         OperationCode::setPreferencesForApplicationID,
         [&] { return StepValues{applicationID, key, value, userName, hostName}; },
         [&] {
-            const PreferencesDomain domain{.applicationID = name("application", applicationID),
-                                           .userName = name("user", userName),
-                                           .hostName = name("host", hostName)};
-            preferencesService().setValue(name("key", key), value, domain);
+            const PreferencesDomain domain{
+                .applicationID = name(StepKey::arg1, "a string, an application", applicationID),
+                .userName = name(StepKey::arg4, "a string, a user", userName),
+                .hostName = name(StepKey::arg5, "a string, a host", hostName)};
+            preferencesService().setValue(name(StepKey::arg2, "a string, a key", key), value,
+                                          domain);
             const Error cause = preferencesService().synchronize(domain);
             if (!cause) {
                 return Error();

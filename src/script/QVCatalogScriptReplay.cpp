@@ -17,9 +17,9 @@ bool QVCatalogScript::executeRecording(const Value& steps, Error* error,
     executeRecordingLastStatementError_ = {};
     currentStep_ = nullptr;
     if (!steps.is(Value::Kind::array)) {
-        throw Exception(std::string(exception_name::kInvalidArgument),
-                        fmt::format("a script must be an array of steps, this one is of class {}",
-                                    className(steps.kind())));
+        throw Exception(
+            std::string(exception_name::kInvalidArgument),
+            fmt::format("a script must be an array of steps, not {}", kindText(steps.kind())));
     }
     StepReader reader;
     for (const Value& step : steps.asArray()) {
@@ -28,7 +28,8 @@ bool QVCatalogScript::executeRecording(const Value& steps, Error* error,
         if (!executeScript) {
             fields.skip();
         }
-        const auto code = static_cast<std::uint64_t>(integerValue(fields[StepKey::operation]));
+        const auto code =
+            static_cast<std::uint64_t>(integerValue(fields.number(StepKey::operation)));
         const Operation* operation = operationForCode(code);
         if (operation == nullptr) {
             executeRecordingLastStatementError_ = {};
@@ -58,7 +59,7 @@ Error QVCatalogScript::replayStep(const Operation& operation, const StepFields& 
         return Error::withDescription(
             kCatalogScriptErrorDomain, 0,
             fmt::format("Operation {} ({}) is not available in this version",
-                        static_cast<int>(operation.code), operation.selector));
+                        static_cast<int>(operation.code), operationName(operation)));
     };
     return _recordOrExecuteWithRecordingBlock(nullptr, refuse, nullptr, kNoOptions);
 }

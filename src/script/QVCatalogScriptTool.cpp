@@ -15,19 +15,9 @@ namespace qv {
 
 namespace {
 
-[[noreturn]] void refuseClass(std::string_view what, std::string_view wanted, const Value& found) {
-    throw Exception(
-        std::string(exception_name::kInvalidArgument),
-        fmt::format("{} must be {}, not of class {}", what, wanted, className(found.kind())));
-}
-
 std::string launchPath(const std::optional<Value>& tool) {
-    if (!tool) {
-        throw Exception(std::string(exception_name::kInvalidArgument),
-                        "there is no tool to execute");
-    }
-    if (!tool->is(Value::Kind::string)) {
-        refuseClass("the tool to execute", "a string", *tool);
+    if (!tool || !tool->is(Value::Kind::string)) {
+        refuseField(StepKey::arg1, "a string, the path of a tool", tool ? &*tool : nullptr);
     }
     return std::string(tool->asString());
 }
@@ -38,11 +28,14 @@ std::vector<std::string> argumentList(const std::optional<Value>& arguments) {
         return list;
     }
     if (!arguments->is(Value::Kind::array)) {
-        refuseClass("the arguments of a tool", "an array of strings", *arguments);
+        refuseField(StepKey::arg2, "an array of strings, a tool's arguments", &*arguments);
     }
     for (const Value& argument : arguments->asArray()) {
         if (!argument.is(Value::Kind::string)) {
-            refuseClass("an argument of a tool", "a string", argument);
+            throw Exception(std::string(exception_name::kInvalidArgument),
+                            fmt::format("\"arg2\" of the step holds {}; it must be an array of "
+                                        "strings, a tool's arguments",
+                                        kindText(argument.kind())));
         }
         list.emplace_back(argument.asString());
     }

@@ -15,6 +15,12 @@ constexpr std::array<std::string_view, kStepKeyCount> kNames = {
 
 std::string_view stepKeyName(StepKey key) noexcept { return kNames[static_cast<std::size_t>(key)]; }
 
+void refuseField(StepKey key, std::string_view wanted, const Value* found) {
+    throw Exception(std::string(exception_name::kInvalidArgument),
+                    fmt::format("\"{}\" of the step is {}; it must be {}", stepKeyName(key),
+                                found == nullptr ? "missing" : kindText(found->kind()), wanted));
+}
+
 std::optional<URL> urlFromString(const Value* text) {
     return text == nullptr ? std::nullopt : URL::URLWithString(text->asString());
 }
@@ -26,6 +32,14 @@ std::optional<Value> stringFromURL(const std::optional<URL>& url) {
 std::optional<Value> StepFields::object(StepKey key) const {
     const Value* value = (*this)[key];
     return value == nullptr ? std::nullopt : std::optional<Value>(*value);
+}
+
+const Value* StepFields::number(StepKey key) const {
+    const Value* value = (*this)[key];
+    if (value != nullptr && !value->isNumber() && !value->is(Value::Kind::string)) {
+        refuseField(key, "a number", value);
+    }
+    return value;
 }
 
 const StepReader::Layout& StepReader::layoutOf(const KeyList& keys) {
@@ -45,8 +59,7 @@ const StepReader::Layout& StepReader::layoutOf(const KeyList& keys) {
 StepFields StepReader::read(const Value& step) {
     if (!step.is(Value::Kind::dictionary)) {
         throw Exception(std::string(exception_name::kInvalidArgument),
-                        fmt::format("a step must be a dictionary, this one is of class {}",
-                                    className(step.kind())));
+                        fmt::format("a step must be a dictionary, not {}", kindText(step.kind())));
     }
     const DictionaryView pairs = step.asDictionary();
     const Layout& layout = layoutOf(pairs.keys());
@@ -59,10 +72,7 @@ StepFields StepReader::read(const Value& step) {
     for (const StepKey key : {StepKey::fromURL, StepKey::toURL, StepKey::URL}) {
         const Value* text = fields[key];
         if (text != nullptr && !text->is(Value::Kind::string)) {
-            throw Exception(
-                std::string(exception_name::kInvalidArgument),
-                fmt::format("\"{}\" of a step must be a string, this one is of class {}",
-                            stepKeyName(key), className(text->kind())));
+            refuseField(key, "a string, a file URL", text);
         }
     }
     return fields;

@@ -17,6 +17,10 @@ enum class StepKey : std::uint8_t { fromURL, toURL, URL, arg1, arg2, arg3, arg4,
 inline constexpr std::size_t kStepKeyCount = 9;
 [[nodiscard]] std::string_view stepKeyName(StepKey key) noexcept;
 
+/// The fault of a field that is missing (a null pointer) or holds something else than `wanted`
+/// ("a string").
+[[noreturn]] void refuseField(StepKey key, std::string_view wanted, const Value* found);
+
 /// nil for no text, else what the text says; none for a text that is no URL.
 [[nodiscard]] std::optional<URL> urlFromString(const Value* text);
 
@@ -35,6 +39,9 @@ public:
     [[nodiscard]] std::optional<qv::URL> url(StepKey key) const {
         return skipped_ ? std::nullopt : urlFromString((*this)[key]);
     }
+    /// The value of a number field; null pointer when it is missing. Throws an Exception for what
+    /// is neither a number nor text.
+    [[nodiscard]] const Value* number(StepKey key) const;
     /// The step lies in a branch that is not taken: its URLs are of no use, and parsing them would
     /// take most of the time.
     void skip() noexcept { skipped_ = true; }

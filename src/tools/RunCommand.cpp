@@ -30,9 +30,7 @@ std::string stepSummary(const Value& step) {
         operation = operationForCode(static_cast<std::uint64_t>(integerValue(code)));
     }
     std::string summary =
-        operation == nullptr
-            ? "unknown operation"
-            : std::string(operation->selector.substr(0, operation->selector.find(':')));
+        operation == nullptr ? "unknown operation" : std::string(operationName(*operation));
     for (const std::string_view key : {"fromURL", "toURL", "URL", "arg1"}) {
         const Value* field = step.find(key);
         if (field != nullptr && field->is(Value::Kind::string)) {

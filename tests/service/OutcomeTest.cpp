@@ -87,14 +87,14 @@ TEST_F(Outcome, ARootThatIsNoArrayIsAnsweredWithTheReason) {
     RawList null;
     null.add(std::string(1, '\0'));
     const std::vector<std::pair<std::string, std::string_view>> rows = {
-        {"{ operation = 8; }", "NSDictionary"},
-        {"word", "NSString"},
-        {"<00ff>", "NSData"},
-        {"<plist><integer>5</integer></plist>", "NSNumber"},
-        {"<plist><true/></plist>", "NSNumber"},
-        {"<plist><real>1.5</real></plist>", "NSNumber"},
-        {"<plist><date>2012-05-01T00:00:00Z</date></plist>", "NSDate"},
-        {null.bytes(), "NSNull"},
+        {"{ operation = 8; }", "not a dictionary"},
+        {"word", "not a string"},
+        {"<00ff>", "not data"},
+        {"<plist><integer>5</integer></plist>", "not a number"},
+        {"<plist><true/></plist>", "not a boolean"},
+        {"<plist><real>1.5</real></plist>", "not a number"},
+        {"<plist><date>2012-05-01T00:00:00Z</date></plist>", "not a date"},
+        {null.bytes(), "not the null object"},
     };
     for (const auto& [script, kind] : rows) {
         const auto outcome = client_->executeData(script);
@@ -119,9 +119,9 @@ TEST_F(Outcome, AFaultOfTheScriptNamesItsStepAndIsSurvived) {
     };
     const Value good = toolStep("/bin/true", {});
     const std::vector<std::pair<Value, std::string_view>> rows = {
-        {text("no dictionary"), "String"},
-        {Value::array({}), "Array"},
-        {Value(), "Null"},
+        {text("no dictionary"), "not a string"},
+        {Value::array({}), "not an array"},
+        {Value(), "not the null object"},
         {toolStep("/no/such/tool", {}), "No such file"},
         {toolStep("/bin", {}), "directory"},
         {toolStep("bin/true", {}), "not absolute"},
@@ -129,14 +129,16 @@ TEST_F(Outcome, AFaultOfTheScriptNamesItsStepAndIsSurvived) {
         {toolStep(notExecutable.native(), {}), "Permission denied"},
         {toolStep(noProgram.native(), {}), "format"},
         {toolStep("/dev/null", {}), "regular file"},
-        {Value::dictionary({{"operation", number(8)}}), "no tool"},
+        {Value::dictionary({{"operation", number(8)}}), "\"arg1\" of the step is missing"},
         {step(8, "arg1", number(5)), "a string"},
         {Value::dictionary({{"operation", number(8)},
                             {"arg1", text("/bin/true")},
                             {"arg2", Value::array({number(1)})}}),
-         "a string"},
-        {step(13, "URL", number(5)), "Number"},
-        {Value::dictionary({{"operation", Value::array({})}}), "Array"},
+         "an array of strings"},
+        {step(13, "URL", number(5)), "\"URL\" of the step is a number"},
+        {step(13, "arg1", Value::date({1})), "it must be a number"},
+        {step(17, "arg1", Value::array({})), "a rule"},
+        {Value::dictionary({{"operation", Value::array({})}}), "\"operation\" of the step is"},
     };
     for (const auto& [bad, reason] : rows) {
         const auto outcome = client_->execute(Value::array({good, bad, good}));

@@ -6,6 +6,7 @@
 #include "platform/foundation/values/URL.h"
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cassert>
 #include <cstring>
@@ -254,35 +255,38 @@ const Value* DictionaryView::find(std::string_view key) const noexcept {
     return index ? &values_[*index] : nullptr;
 }
 
+namespace {
+
+struct KindNames {
+    std::string_view className;
+    std::string_view text;
+};
+
+constexpr std::array<KindNames, static_cast<std::size_t>(Value::Kind::error) + 1> kKindNames = {{
+    {"NSNull", "the null object"},
+    {"NSNumber", "a boolean"},
+    {"NSNumber", "a number"},
+    {"NSNumber", "a number"},
+    {"NSNumber", "a number"},
+    {"NSString", "a string"},
+    {"NSData", "data"},
+    {"NSDate", "a date"},
+    {"NSArray", "an array"},
+    {"NSSet", "a set"},
+    {"NSDictionary", "a dictionary"},
+    {"NSKeyedArchiverUID", "a UID"},
+    {"NSURL", "a URL"},
+    {"NSError", "an error"},
+}};
+
+} // namespace
+
 std::string_view className(Value::Kind kind) noexcept {
-    switch (kind) {
-    case Value::Kind::null:
-        return "NSNull";
-    case Value::Kind::boolean:
-    case Value::Kind::integer:
-    case Value::Kind::unsignedInteger:
-    case Value::Kind::real:
-        return "NSNumber";
-    case Value::Kind::string:
-        return "NSString";
-    case Value::Kind::data:
-        return "NSData";
-    case Value::Kind::date:
-        return "NSDate";
-    case Value::Kind::array:
-        return "NSArray";
-    case Value::Kind::set:
-        return "NSSet";
-    case Value::Kind::dictionary:
-        return "NSDictionary";
-    case Value::Kind::uid:
-        return "NSKeyedArchiverUID";
-    case Value::Kind::url:
-        return "NSURL";
-    case Value::Kind::error:
-        return "NSError";
-    }
-    return "NSObject";
+    return kKindNames[static_cast<std::size_t>(kind)].className;
+}
+
+std::string_view kindText(Value::Kind kind) noexcept {
+    return kKindNames[static_cast<std::size_t>(kind)].text;
 }
 
 } // namespace qv

@@ -208,4 +208,7 @@ private:
 /// The platform's class name of a kind, as exception reasons and archives show it.
 [[nodiscard]] std::string_view className(Value::Kind kind) noexcept;
 
+/// How a sentence for people names a value of a kind: "a string".
+[[nodiscard]] std::string_view kindText(Value::Kind kind) noexcept;
+
 } // namespace qv
