@@ -1,5 +1,7 @@
 #include "script/QVCatalogScript.h"
 
+#include "platform/foundation/values/Exception.h"
+
 namespace qv {
 
 namespace {
@@ -17,15 +19,37 @@ std::unique_ptr<QVCatalogScript> QVCatalogScript::oneLineScript() {
     return std::make_unique<QVCatalogScript>();
 }
 
+/// Ends a recording when an exception leaves the scope.
+class QVCatalogScript::RecordingEnd {
+public:
+    explicit RecordingEnd(QVCatalogScript& script) noexcept : script_(&script) {}
+    RecordingEnd(const RecordingEnd&) = delete;
+    RecordingEnd& operator=(const RecordingEnd&) = delete;
+    RecordingEnd(RecordingEnd&&) = delete;
+    RecordingEnd& operator=(RecordingEnd&&) = delete;
+    ~RecordingEnd() {
+        if (script_ != nullptr) {
+            script_->isRecording = false;
+            script_->recordedSteps.clear();
+        }
+    }
+    void disarm() noexcept { script_ = nullptr; }
+
+private:
+    QVCatalogScript* script_;
+};
+
 bool QVCatalogScript::beginRecording() {
     if (isRecording) {
         return false;
     }
     isRecording = true;
     recordedSteps.clear();
+    RecordingEnd end(*this);
     setExecuteWithAdminRights(executeWithAdminRights_);
     setErrorHandlingBehaviour(errorHandlingBehaviour_);
     setKeyValueStorage(keyValueStorage_.value());
+    end.disarm();
     return true;
 }
 
@@ -66,21 +90,27 @@ Error QVCatalogScript::_recordOrExecuteWithRecordingBlock(RecordingBlock recordi
     Error error = executionBlock ? executionBlock() : Error();
     const bool mayRetry =
         (static_cast<unsigned>(errorHandlingBehaviour_) & kNoPriviledgedRetry) == 0;
-    if (error && (options & kRetryPriviledged) != 0 && !isPriviledged_ && mayRetry) {
+    if (!error || (options & kRetryPriviledged) == 0 || isPriviledged_ || !mayRetry) {
+        return error;
+    }
+    try {
         const Error retried = _recordOrExecuteWithRecordingBlock(recordingBlock, executionBlock,
                                                                  priviledgedExecutionBlock,
                                                                  options | kAlwaysPriviledged);
         return retried ? error : Error();
+    } catch (const Exception&) {
+        return error; // an operation that cannot be recorded is not cured
     }
-    return error;
 }
 
 Error QVCatalogScript::_recordAndPerformOperationInPriviledgedBlock(OperationsBlock block) {
     if (!beginRecording()) {
         return engineError("Recording of priviledged operation failed");
     }
+    RecordingEnd end(*this);
     block();
     const std::optional<Value> steps = endRecording();
+    end.disarm();
     if (!steps) {
         return engineError("No priviledged operations recorded");
     }
@@ -94,8 +124,17 @@ Error QVCatalogScript::_recordAndPerformOperationInPriviledgedBlock(OperationsBl
 
 Error QVCatalogScript::perform(OperationCode code, FunctionView<StepValues()> values,
                                ExecutionBlock executionBlock) {
+    if (!executeScript) {
+        return {};
+    }
     const Operation& operation = operationRow(code);
-    const auto record = [&]() -> std::optional<Value> { return stepRecord(operation, values()); };
+    const StepValues fields = values();
+    for (std::size_t i = 0; i < fields.size(); ++i) {
+        if (isURLKey(operation.keys[i]) && !fields[i]) {
+            return urlError(operation.keys[i], nullptr);
+        }
+    }
+    const auto record = [&] { return std::optional(stepRecord(operation, fields)); };
     return _recordOrExecuteWithRecordingBlock(record, executionBlock, nullptr, operation.options);
 }
 

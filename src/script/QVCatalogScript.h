@@ -28,7 +28,8 @@ inline constexpr std::string_view kCatalogScriptErrorDomain = "QVCatalogScriptEr
 /// directly, or is recorded and handed to `priviledgedExecutionBlock`; on the privileged side
 /// `executeRecording` replays the array and each operation acts itself.
 ///
-/// Every operation returns an error, empty for success. A caller's fault (a step of the wrong
+/// Every operation returns an error, empty for success: code 4 of NSCocoaErrorDomain, before
+/// anything is recorded or done, if a URL is missing. A caller's fault (a step of the wrong
 /// class, a tool that cannot be launched) is an Exception. One script is driven by one thread at a
 /// time.
 class QVCatalogScript {
@@ -79,7 +80,8 @@ public:
     // Recording and replay (QVCatalogScript.cpp, QVCatalogScriptReplay.cpp).
 
     /// False when already recording. Records the current settings first: admin rights, error
-    /// behaviour, key-value storage.
+    /// behaviour, key-value storage. Throws an Exception, and does not record, when there is no
+    /// storage.
     bool beginRecording();
     /// The recorded steps, an array; none when not recording.
     std::optional<Value> endRecording();
@@ -99,8 +101,7 @@ public:
 
     // Files (QVCatalogScriptFiles.cpp), with the file manager's errors. Nothing is overwritten but
     // what is replaced. A success of a move, an atomic copy and a replace survives a power cut; so
-    // does trashing. A URL that is missing is code 4 of NSCocoaErrorDomain, one that is no file URL
-    // is 262.
+    // does trashing. A URL that is no file URL is code 262 of NSCocoaErrorDomain.
 
     Error removeItemAtURL(const std::optional<URL>& url);
     /// Where the trash takes nothing, the item is moved into the trash folder that there is, under
@@ -195,6 +196,7 @@ private:
     /// Records `values` under the keys of the operation's row of the table, or acts.
     Error perform(OperationCode code, FunctionView<StepValues()> values,
                   ExecutionBlock executionBlock);
+    class RecordingEnd;
     void recordControlStep(OperationCode code, const StepValues& values);
     // The operations of these names, for items whose places are held already.
     Error move(const NamedItem& from, const NamedItem& to, bool adaptOwnershipToParent,

@@ -6,6 +6,22 @@
 
 namespace qv {
 
+namespace {
+
+// An operation takes a text that is not a URL for a missing URL. Only the record has the text.
+Error urlErrorAmong(std::span<const StepKey> keys, const StepFields& fields, const Error& error) {
+    for (const StepKey key : keys) {
+        if (isURLKey(key) && fields[key] != nullptr) {
+            if (Error better = urlError(key, fields[key])) {
+                return better;
+            }
+        }
+    }
+    return error;
+}
+
+} // namespace
+
 bool QVCatalogScript::executeRecording(const Value& steps, Error* error,
                                        const Value** errorScriptStep) {
     if (error != nullptr) {
@@ -53,7 +69,8 @@ bool QVCatalogScript::executeRecording(const Value& steps, Error* error,
 
 Error QVCatalogScript::replayStep(const Operation& operation, const StepFields& fields) {
     if (operation.replay != nullptr) {
-        return operation.replay(*this, fields);
+        const Error error = operation.replay(*this, fields);
+        return error ? urlErrorAmong(operation.keys, fields, error) : error;
     }
     const auto refuse = [&] {
         return Error::withDescription(

@@ -21,6 +21,19 @@ void refuseField(StepKey key, std::string_view wanted, const Value* found) {
                                 found == nullptr ? "missing" : kindText(found->kind()), wanted));
 }
 
+Error urlError(StepKey key, const Value* text) {
+    if (text != nullptr && urlFromString(text)) {
+        return {};
+    }
+    const std::string found =
+        text == nullptr ? "missing" : fmt::format("“{}”, which is not a URL", text->asString());
+    const std::string why =
+        fmt::format("\"{}\" of the step is {}; it must be a file URL such as file:///opt/app",
+                    stepKeyName(key), found);
+    return {error_domain::kCocoa, cocoa_error::kFileNoSuchFile,
+            Value::dictionary({{error_key::kDebugDescription, Value::string(why)}})};
+}
+
 std::optional<URL> urlFromString(const Value* text) {
     return text == nullptr ? std::nullopt : URL::URLWithString(text->asString());
 }

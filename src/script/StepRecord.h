@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/foundation/values/Error.h"
 #include "platform/foundation/values/URL.h"
 #include "platform/foundation/values/Value.h"
 
@@ -16,6 +17,7 @@ namespace qv {
 enum class StepKey : std::uint8_t { fromURL, toURL, URL, arg1, arg2, arg3, arg4, arg5, operation };
 inline constexpr std::size_t kStepKeyCount = 9;
 [[nodiscard]] std::string_view stepKeyName(StepKey key) noexcept;
+[[nodiscard]] constexpr bool isURLKey(StepKey key) noexcept { return key <= StepKey::URL; }
 
 /// The fault of a field that is missing (a null pointer) or holds something else than `wanted`
 /// ("a string").
@@ -23,6 +25,10 @@ inline constexpr std::size_t kStepKeyCount = 9;
 
 /// nil for no text, else what the text says; none for a text that is no URL.
 [[nodiscard]] std::optional<URL> urlFromString(const Value* text);
+
+/// Code 4 of NSCocoaErrorDomain for a field whose URL is missing (a null pointer), or whose text is
+/// not a URL; empty for a URL.
+[[nodiscard]] Error urlError(StepKey key, const Value* text);
 
 /// The other way: the URL's absolute string; none for none.
 [[nodiscard]] std::optional<Value> stringFromURL(const std::optional<URL>& url);

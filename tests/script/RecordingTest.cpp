@@ -74,8 +74,12 @@ TEST(Recording, CarriesTheSettingsInForce) {
 TEST(Recording, RefusesWhatARecordCannotHold) {
     QVCatalogScript script;
     ASSERT_TRUE(script.beginRecording());
-    EXPECT_THROW(static_cast<void>(script.changeModeOfItem(std::nullopt, 0755, false)), Exception);
+    EXPECT_EQ(script.changeModeOfItem(std::nullopt, 0755, false).code(), 4);
     EXPECT_THROW(script.updateProgressField(1, std::nullopt), Exception);
+    EXPECT_EQ(script.endRecording()->asArray().size(), 3U);
+    script.setKeyValueStorage(std::nullopt);
+    EXPECT_THROW(script.beginRecording(), Exception);
+    EXPECT_FALSE(script.endRecording()) << "nothing was begun";
 }
 
 TEST(Recording, RecordsControlSteps) {
@@ -108,6 +112,20 @@ TEST_F(HandOff, RetriesAFailureOnceAndKeepsTheFirstError) {
     script.setErrorHandlingBehaviour(0x100);
     EXPECT_TRUE(script.changeModeOfItem(kMissing, 0644, false));
     EXPECT_EQ(handedOver.size(), 2U) << "0x100 forbids the retry";
+}
+
+TEST_F(HandOff, EndsTheRecordingThatAnExceptionLeaves) {
+    const Error missing = script.removeItemAtURL(std::nullopt);
+    EXPECT_EQ(missing.code(), 4);
+    EXPECT_EQ(script.applyOwnerAndGroupOfURL(kMissing, false, std::nullopt).localizedDescription(),
+              "saveID doesn't exist")
+        << "the error of the first attempt";
+    script.setExecuteWithAdminRights(true);
+    EXPECT_EQ(script.removeItemAtURL(std::nullopt), missing);
+    EXPECT_THROW(static_cast<void>(script.executeTool(std::nullopt, Value(), Value())), Exception);
+    EXPECT_TRUE(handedOver.empty());
+    EXPECT_TRUE(script.beginRecording()) << "and none is left";
+    EXPECT_EQ(script.removeItemAtURL(std::nullopt), missing);
 }
 
 TEST_F(HandOff, HandsOverWhatNeedsAdminRightsWithoutTryingIt) {

@@ -28,7 +28,7 @@ public:
                                  const Value& configuration) override {
         EXPECT_EQ(options, 65536U);
         EXPECT_EQ(configuration, Value::dictionary({}));
-        launched = url ? std::string(url->absoluteString()) : "nothing";
+        launched = url->absoluteString();
         return answer;
     }
     void noteSession() override { sessionIsNoted = true; }
@@ -136,9 +136,12 @@ TEST_F(Services, LaunchingHandsOnTheURLAndTheWorkspacesError) {
         replayOne({{"operation", number(1)}, {"URL", text("file:///Applications/X.app/")}}));
     EXPECT_EQ(workspace->launched, "file:///Applications/X.app/");
     workspace->answer = Error("NSOSStatusErrorDomain", -10810);
-    EXPECT_EQ(replayOne({{"operation", number(1)}, {"URL", text("no url at all")}}),
-              workspace->answer);
-    EXPECT_EQ(workspace->launched, "nothing");
+    EXPECT_EQ(replayOne({{"operation", number(1)}, {"URL", text("file:///a")}}), workspace->answer);
+    const Error error = replayOne({{"operation", number(1)}, {"URL", text("no url at all")}});
+    EXPECT_EQ(error.code(), 4);
+    EXPECT_NE(error.localizedDescription().find("\"URL\" of the step is “no url at all”"),
+              std::string::npos);
+    EXPECT_EQ(workspace->launched, "file:///a");
 }
 
 TEST_F(Services, APreferenceIsSetAndThenSynchronized) {
