@@ -1,38 +1,82 @@
 #include "script/KeyValueStorage.h"
 
+#include "foundation_ext/QVStringTools.h"
+#include "platform/foundation/plist/PropertyList.h"
+#include "platform/foundation/values/Conversions.h"
+#include "platform/foundation/values/Error.h"
 #include "platform/foundation/values/Exception.h"
+#include "platform/foundation/values/URL.h"
+
+#include <fmt/core.h>
 
 namespace qv {
 
-const Value* KeyValueStorage::objectForKey(std::string_view key) const {
+namespace {
+
+// Numbers are equal whatever their kinds, so a whole number is an integer.
+Value withoutNumberKind(const Value& value) {
+    const Value integer = value.isNumber() ? Value::integer(integerValue(&value)) : value;
+    return integer == value ? integer : value;
+}
+
+std::string keyFor(const Value& identifier) {
+    if (identifier.is(Value::Kind::string)) {
+        return std::string(identifier.asString());
+    }
+    constexpr std::string_view kPrefix = "com.larkwen.qvcatalog.identifier";
+    if (identifier.is(Value::Kind::url)) {
+        return fmt::format("{}.url:{}", kPrefix, identifier.asURL().absoluteString());
+    }
+    const auto list = PropertyList::dataWithPropertyList(withoutNumberKind(identifier),
+                                                         PropertyListFormat::binary);
+    if (!list) {
+        throw Exception(std::string(exception_name::kInvalidArgument),
+                        fmt::format("the identifier of a saved owner cannot be {}: {}",
+                                    kindText(identifier.kind()),
+                                    list.error().localizedDescription()));
+    }
+    return fmt::format("{}.value:{}", kPrefix,
+                       QVStringTools::stringWithHexValuesForData(*list).value_or(""));
+}
+
+} // namespace
+
+std::optional<Value> KeyValueStorage::recordable(const std::optional<Value>& identifier) {
+    return identifier && identifier->is(Value::Kind::url)
+               ? std::optional(Value::string(keyFor(*identifier)))
+               : identifier;
+}
+
+const Value& KeyValueStorage::given() const {
+    if (!given_->is(Value::Kind::dictionary)) {
+        throw Exception(std::string(exception_name::kInvalidArgument),
+                        fmt::format("the key-value storage must be a dictionary, not {}",
+                                    kindText(given_->kind())));
+    }
+    return *given_;
+}
+
+const Value* KeyValueStorage::objectForKey(const Value& identifier) const {
+    const std::string key = keyFor(identifier);
     if (own_) {
         const auto place = own_->find(key);
         return place == own_->end() ? nullptr : &place->second;
     }
-    if (!given_) {
-        return nullptr;
-    }
-    if (!given_->is(Value::Kind::dictionary)) {
-        raiseUnrecognizedSelector(className(given_->kind()), "objectForKey:");
-    }
-    return given_->find(key);
+    return given_ ? given().find(key) : nullptr;
 }
 
-void KeyValueStorage::setObject(const Value& object, std::string_view key) {
+void KeyValueStorage::setObject(const Value& object, const Value& identifier) {
     if (!given_) {
         return;
     }
     if (!own_) {
-        if (!given_->is(Value::Kind::dictionary)) {
-            raiseUnrecognizedSelector(className(given_->kind()), "setObject:forKey:");
-        }
-        const DictionaryView pairs = given_->asDictionary();
+        const DictionaryView pairs = given().asDictionary();
         own_.emplace();
         for (std::size_t i = 0; i < pairs.size(); ++i) {
             own_->emplace(pairs.key(i), pairs.value(i));
         }
     }
-    own_->insert_or_assign(std::string(key), object);
+    own_->insert_or_assign(keyFor(identifier), object);
 }
 
 std::optional<Value> KeyValueStorage::value() const {

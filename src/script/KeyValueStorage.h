@@ -11,21 +11,32 @@ namespace qv {
 
 /// The named values that the steps of a script keep between them. Holds the dictionary that it was
 /// given as it stands, and makes a copy of its own when it is first written to.
+///
+/// A value of any kind but an error is an identifier; numbers of the same value are the same one.
+/// The dictionary has an entry of a string under that string, and others under a text made from the
+/// identifier, which names the same entry wherever the dictionary is handed on to. Each member that
+/// takes an identifier throws an Exception for one that has no such text.
 class KeyValueStorage {
 public:
     KeyValueStorage() : given_(Value::dictionary({})) {}
     /// Any value is held; one that is no dictionary (or none at all) has no entries.
     explicit KeyValueStorage(std::optional<Value> given) : given_(std::move(given)) {}
 
+    /// An identifier as a step record holds it: text in place of a URL, which no property list
+    /// holds.
+    [[nodiscard]] static std::optional<Value> recordable(const std::optional<Value>& identifier);
+
     /// Null pointer when there is no entry. Throws an Exception when a value that is no dictionary
     /// stands in the storage's place.
-    [[nodiscard]] const Value* objectForKey(std::string_view key) const;
+    [[nodiscard]] const Value* objectForKey(const Value& identifier) const;
     /// Replaces an earlier entry. Does nothing when there is no storage; throws as above.
-    void setObject(const Value& object, std::string_view key);
+    void setObject(const Value& object, const Value& identifier);
     /// All of it as a value; none when there is no storage.
     [[nodiscard]] std::optional<Value> value() const;
 
 private:
+    [[nodiscard]] const Value& given() const;
+
     std::optional<Value> given_;
     std::optional<std::map<std::string, Value, std::less<>>> own_;
 };

@@ -137,7 +137,8 @@ public:
     // Ownership and permissions (QVCatalogScriptOwnership.cpp). Links are followed as `stat`,
     // `chown` and `chmod` follow them, but for the rule of platform/foundation/files/HeldItem.h.
     // Recursive changes go on after a failing descendant and do not report it. An item that has the
-    // owner and group already is not touched: it keeps its set-ID bits, capabilities and dates.
+    // owner and group already is not touched: it keeps its set-ID bits, capabilities and dates. An
+    // owner is saved under an identifier of any kind that KeyValueStorage takes.
 
     Error saveOwnerAndGroupOfURL(const std::optional<URL>& url, const std::optional<Value>& toID);
     Error applyOwnerAndGroupOfURL(const std::optional<URL>& url, bool recursive,

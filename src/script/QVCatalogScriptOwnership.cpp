@@ -162,13 +162,18 @@ Error statItem(const NamedItem& named, struct stat& info) {
     return ::fstat(item->get(), &info) == 0 ? Error() : lastPosixError();
 }
 
-std::string_view storageKey(const std::optional<Value>& identifier) {
-    if (!identifier || !identifier->is(Value::Kind::string)) {
-        throw Exception(std::string(exception_name::kInvalidArgument),
-                        fmt::format("the identifier of a saved owner must be a string, not {}",
-                                    identifier ? className(identifier->kind()) : "nil"));
+// "uid" or "gid" of a saved owner; 0 when it is missing.
+std::uint32_t savedNumber(const Value& saved, std::string_view key) {
+    const Value* number = saved.find(key);
+    if (!saved.is(Value::Kind::dictionary) || (number != nullptr && !number->isNumber())) {
+        const Value& wrong = number == nullptr ? saved : *number;
+        throw Exception(
+            std::string(exception_name::kInvalidArgument),
+            fmt::format("a saved owner in the key-value storage must be a dictionary of the "
+                        "numbers \"uid\" and \"gid\"; {} stands in the place of {}",
+                        kindText(wrong.kind()), number == nullptr ? "the dictionary" : key));
     }
-    return identifier->asString();
+    return unsignedIntValue(number);
 }
 
 } // namespace
@@ -202,7 +207,8 @@ Error QVCatalogScript::readModeOfItem(const std::optional<URL>& url, std::uint16
 Error QVCatalogScript::saveOwnerAndGroupOfURL(const std::optional<URL>& url,
                                               const std::optional<Value>& toID) {
     return perform(
-        OperationCode::saveOwnerAndGroupOfURL, [&] { return StepValues{stringFromURL(url), toID}; },
+        OperationCode::saveOwnerAndGroupOfURL,
+        [&] { return StepValues{stringFromURL(url), KeyValueStorage::recordable(toID)}; },
         [&] {
             std::uint32_t userID = 0;
             std::uint32_t groupID = 0;
@@ -211,7 +217,10 @@ Error QVCatalogScript::saveOwnerAndGroupOfURL(const std::optional<URL>& url,
             }
             const Value saved = Value::dictionary(
                 {{"uid", Value::integer(userID)}, {"gid", Value::integer(groupID)}});
-            keyValueStorage_.setObject(saved, storageKey(toID));
+            if (!toID) {
+                refuseField(StepKey::arg1, "what the owner is saved under", nullptr);
+            }
+            keyValueStorage_.setObject(saved, *toID);
             return Error();
         });
 }
@@ -220,19 +229,17 @@ Error QVCatalogScript::applyOwnerAndGroupOfURL(const std::optional<URL>& url, bo
                                                const std::optional<Value>& fromID) {
     return perform(
         OperationCode::applyOwnerAndGroupOfURL,
-        [&] { return StepValues{stringFromURL(url), Value::boolean(recursive), fromID}; },
         [&] {
-            const bool named = fromID && fromID->is(Value::Kind::string);
-            const Value* saved =
-                named ? keyValueStorage_.objectForKey(fromID->asString()) : nullptr;
+            return StepValues{stringFromURL(url), Value::boolean(recursive),
+                              KeyValueStorage::recordable(fromID)};
+        },
+        [&] {
+            const Value* saved = fromID ? keyValueStorage_.objectForKey(*fromID) : nullptr;
             if (saved == nullptr) {
                 return Error::withDescription(kCatalogScriptErrorDomain, 0, "saveID doesn't exist");
             }
-            if (!saved->is(Value::Kind::dictionary)) {
-                raiseUnrecognizedSelector(className(saved->kind()), "objectForKey:");
-            }
-            return changeOwnershipOfItem(url, unsignedIntValue(saved->find("uid")),
-                                         unsignedIntValue(saved->find("gid")), recursive);
+            return changeOwnershipOfItem(url, savedNumber(*saved, "uid"),
+                                         savedNumber(*saved, "gid"), recursive);
         });
 }
 

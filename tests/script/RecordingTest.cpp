@@ -1,3 +1,4 @@
+#include "platform/foundation/plist/PropertyList.h"
 #include "platform/foundation/values/Exception.h"
 #include "script/Steps.h"
 
@@ -126,6 +127,36 @@ TEST_F(HandOff, EndsTheRecordingThatAnExceptionLeaves) {
     EXPECT_TRUE(handedOver.empty());
     EXPECT_TRUE(script.beginRecording()) << "and none is left";
     EXPECT_EQ(script.removeItemAtURL(std::nullopt), missing);
+}
+
+// What names a saved owner here names it on the other side.
+TEST_F(HandOff, CarriesIdentifiersOfEveryKind) {
+    QVCatalogScript other;
+    other.setIsPriviledged(true);
+    script.setPriviledgedExecutionBlock([&](auto&, const Value& steps, Error* error, auto**) {
+        const auto carried = PropertyList::dataWithPropertyList(steps, PropertyListFormat::binary);
+        other.executeRecording(PropertyList::propertyListWithData(*carried)->root, error, nullptr);
+    });
+    const std::vector<std::pair<Value, Value>> rows = {
+        {text("m"), text("m")},
+        {number(1), Value::boolean(true)},
+        {Value::real(2), number(2)},
+        {Value::real(2.5), Value::real(2.5)},
+        {Value::data("m"), Value::data("m")},
+        {Value::date({0.5}), Value::date({0.5})},
+        {Value::url(*kMissing), Value::url(*kMissing)},
+        {Value::array({text("m")}), Value::array({text("m")})},
+    };
+    const auto root = URL::URLWithString("file:///");
+    for (const auto& [saved, applied] : rows) {
+        script.setExecuteWithAdminRights(false);
+        ASSERT_FALSE(script.saveOwnerAndGroupOfURL(root, saved));
+        script.setExecuteWithAdminRights(true);
+        EXPECT_EQ(script.applyOwnerAndGroupOfURL(kMissing, false, applied), Error::posix(ENOENT));
+    }
+    EXPECT_EQ(script.keyValueStorage()->asDictionary().size(), rows.size());
+    EXPECT_EQ(script.applyOwnerAndGroupOfURL(kMissing, false, number(3)).localizedDescription(),
+              "saveID doesn't exist");
 }
 
 TEST_F(HandOff, HandsOverWhatNeedsAdminRightsWithoutTryingIt) {
