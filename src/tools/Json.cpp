@@ -1,7 +1,9 @@
 #include "tools/Json.h"
 
+#include "platform/foundation/plist/PropertyList.h"
 #include "platform/foundation/values/Description.h"
 #include "platform/foundation/values/Error.h"
+#include "platform/foundation/values/Expansion.h"
 #include "platform/foundation/values/URL.h"
 
 #include <nlohmann/json.hpp>
@@ -46,8 +48,11 @@ Json containerToJson(const Value& value) {
     Json json = value.is(Kind::dictionary) ? Json::object() : Json::array();
     if (value.is(Kind::dictionary)) {
         const DictionaryView pairs = value.asDictionary();
+        Json::object_t::Container& members = json.get_ref<Json::object_t&>();
+        members.reserve(pairs.size());
         for (std::size_t i = 0; i < pairs.size(); ++i) {
-            json[std::string(pairs.key(i))] = toJson(pairs.value(i));
+            // Keys come once: the object's own insertion would look for each among all before.
+            members.emplace_back(pairs.key(i), toJson(pairs.value(i)));
         }
         return json;
     }
@@ -94,6 +99,13 @@ Json toJson(const Value& value) {
 
 std::string jsonText(const Value& value) {
     return toJson(value).dump(2, ' ', false, Json::error_handler_t::replace);
+}
+
+tl::expected<std::string, Error> jsonLine(const Value& foreign) {
+    if (Error error = refusalOfText(foreign, PropertyList::kMostText)) {
+        return tl::unexpected(std::move(error));
+    }
+    return jsonText(foreign) + "\n";
 }
 
 } // namespace qv::tools

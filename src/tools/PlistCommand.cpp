@@ -25,7 +25,7 @@ std::string_view formatName(PropertyListFormat format) {
 
 tl::expected<std::string, Error> convert(const Value& root, const std::string& to) {
     if (to == "json") {
-        return jsonText(root) + "\n";
+        return jsonLine(root);
     }
     return PropertyList::dataWithPropertyList(root, to == "binary" ? PropertyListFormat::binary
                                                                    : PropertyListFormat::xml);

@@ -45,7 +45,7 @@ ExitStatus readPreferences(const PreferencesOptions& options) {
         return ExitStatus::failed;
     }
     const auto text = options.json
-                          ? jsonText(*found) + "\n"
+                          ? jsonLine(*found)
                           : PropertyList::dataWithPropertyList(*found, PropertyListFormat::xml);
     if (!text) {
         complain(reasonOf(text.error()));

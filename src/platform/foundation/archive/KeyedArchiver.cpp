@@ -83,7 +83,13 @@ public:
     tl::expected<Value, Error> encode(const Value& root);
 
 private:
+    struct Known {
+        Value object; // kept, so that no other gets its identity
+        Value uid;
+    };
+
     Value reference(const Value& object);
+    Value text(const Value& string);
     Value open(const Value& object);
     void close(OpenObject done);
     Value element(OpenObject& done);
@@ -92,10 +98,10 @@ private:
 
     std::vector<Value> objects_{Value::string(kNilText)};
     std::vector<OpenObject> open_;
-    // The texts are those of elements or of open objects.
+    // The texts are those of objects in `others_`.
     std::unordered_map<std::string_view, Value> strings_;
     std::map<std::pair<Kind, std::uint64_t>, Value> numbers_;
-    std::unordered_map<std::uintptr_t, Value> others_; // by identity
+    std::unordered_map<std::uintptr_t, Known> others_; // by identity
     std::map<std::string_view, Value> classes_;
     Error error_;
 };
@@ -132,16 +138,6 @@ Value Encoder::add(Value element) {
 }
 
 Value Encoder::reference(const Value& object) {
-    if (object.is(Kind::string)) {
-        const auto found = strings_.find(object.asString());
-        if (found != strings_.end()) {
-            return found->second;
-        }
-        // A plain string of that text would be read as nil.
-        Value uid = object.asString() == kNilText ? open(object) : add(object);
-        strings_.emplace(object.asString(), uid);
-        return uid;
-    }
     if (object.isNumber()) {
         const auto [found, isNew] = numbers_.try_emplace(numberKey(object));
         if (isNew) {
@@ -149,9 +145,20 @@ Value Encoder::reference(const Value& object) {
         }
         return found->second;
     }
-    const auto [found, isNew] = others_.try_emplace(object.identity());
+    const auto [found, isNew] = others_.try_emplace(object.identity(), Known{object, {}});
+    Value& uid = found->second.uid;
     if (isNew) {
-        found->second = object.is(Kind::data) ? add(object) : open(object);
+        uid = object.is(Kind::string) ? text(object)
+              : object.is(Kind::data) ? add(object)
+                                      : open(object);
+    }
+    return uid;
+}
+
+Value Encoder::text(const Value& string) {
+    const auto [found, isNew] = strings_.try_emplace(string.asString());
+    if (isNew) { // a plain string of that text would be read as nil
+        found->second = string.asString() == kNilText ? open(string) : add(string);
     }
     return found->second;
 }

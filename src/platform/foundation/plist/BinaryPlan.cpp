@@ -52,8 +52,22 @@ std::uint32_t BinaryPlan::addObject(const Value& value) {
 }
 
 std::uint32_t BinaryPlan::addLeaf(const Value& leaf) {
+    // A long text is told by its identity when it comes again: hashing it each time takes its time.
+    constexpr std::size_t kLong = 64;
     const auto next = static_cast<std::uint32_t>(objects_.size());
-    const auto [place, isNew] = leaves_.try_emplace(keyOf(leaf), next);
+    const LeafKey key = keyOf(leaf);
+    std::uint32_t* known = nullptr;
+    if (key.bytes.size() > kLong) {
+        const auto [place, isNew] = longLeaves_.try_emplace(leaf.identity(), next);
+        if (!isNew) {
+            return place->second;
+        }
+        known = &place->second;
+    }
+    const auto [place, isNew] = leaves_.try_emplace(key, next);
+    if (known != nullptr) {
+        *known = place->second;
+    }
     return isNew ? addObject(leaf) : place->second;
 }
 

@@ -69,6 +69,7 @@ private:
     std::pmr::vector<std::uint32_t> references_{&memory_};
     // Views into values of objects_.
     std::pmr::unordered_map<LeafKey, std::uint32_t, LeafHash> leaves_{&memory_};
+    std::pmr::unordered_map<std::uintptr_t, std::uint32_t> longLeaves_{&memory_};
     std::pmr::unordered_map<std::uintptr_t, Container> containers_{&memory_};
     std::pmr::unordered_map<const void*, std::pmr::vector<std::uint32_t>> keyLists_{&memory_};
     std::pmr::vector<WriteFrame> frames_{&memory_};

@@ -5,6 +5,7 @@
 #include "platform/foundation/plist/RecentKeyLists.h"
 #include "platform/foundation/plist/Refusal.h"
 #include "platform/foundation/plist/TextEncoding.h"
+#include "platform/foundation/values/Description.h"
 #include "platform/foundation/values/UTF8.h"
 #include "platform/foundation/values/ValueArena.h"
 
@@ -51,7 +52,8 @@ public:
     BinaryReader(const BinaryLayout& layout, const BinarySurvey& survey,
                  const PropertyListLimits& limits)
         : layout_(layout), survey_(survey), limits_(limits), shared_(survey.sharedCount()),
-          arena_(layout.tableOffset()), room_(2 * layout.tableOffset()) {}
+          arena_(layout.tableOffset()), keyRoom_(kKeyText + kKeyTextOfByte * layout.tableOffset()),
+          room_(2 * layout.tableOffset()) {}
 
     tl::expected<Value, Error> read() {
         Value top;
@@ -69,6 +71,10 @@ public:
     }
 
 private:
+    // A key may be in any number of lists of keys, and is compared with the others in each.
+    static constexpr std::size_t kKeyText = std::size_t{1} << 24U;
+    static constexpr std::size_t kKeyTextOfByte = 64;
+
     // An object that is an element or value more than once.
     struct Shared {
         enum class State : std::uint8_t { unread, open, read };
@@ -288,13 +294,11 @@ private:
     void dropRepeated(const BinaryObject& dictionary, const KeyList& keys, Elements& elements) {
         const std::size_t size = layout_.references().size();
         std::string& kept = keptReferences_.emplace_back();
-        std::vector<bool> met(keys.size());
+        std::size_t met = 0; // of the keys, which come in their order
         for (std::uint64_t i = 0; i < dictionary.count; ++i) {
-            // NOLINTNEXTLINE(bugprone-unchecked-optional-access): they were made of these very keys
-            const std::size_t place = *keys.indexOf(keyAt(dictionary, i).asString());
-            if (!met[place]) {
+            if (met < keys.size() && keyAt(dictionary, i)->text.sameAs(keys[met])) {
                 kept.append(elements.place + i * size, size);
-                met[place] = true;
+                ++met;
             }
         }
         kept.reserve(kept.size() + sizeof(std::uint64_t)); // read with the last reference
@@ -312,36 +316,74 @@ private:
         std::vector<Value> list;
         list.reserve(dictionary.count);
         for (std::uint64_t i = 0; i < dictionary.count; ++i) {
-            list.push_back(keyAt(dictionary, i));
-            if (list.back().isNull()) {
+            const Key* key = keyAt(dictionary, i);
+            if (key == nullptr) {
                 return nullptr;
             }
+            list.push_back(key->text);
         }
         own = KeyList(list);
+        for (std::size_t i = 0; i < own.size(); ++i) {
+            const std::size_t size = own[i].asString().size();
+            if (size > keyRoom_) {
+                fail(dictionary.offset, "Dictionaries with too many long keys");
+                return nullptr;
+            }
+            keyRoom_ -= size;
+        }
         if (own.size() == list.size()) {
             recent_.remember(signature, own);
-        } else if (limits_.refuseDuplicateKeys) {
-            fail(dictionary.offset, "Duplicate key in dictionary");
+        } else if (!admitsRepeats(dictionary)) {
             return nullptr;
         }
         return &own;
     }
 
-    // The null object when the key is no string: that is refused.
-    Value keyAt(const BinaryObject& dictionary, std::uint64_t number) {
+    // Whether keys of one text are one key, and may be repeated.
+    bool admitsRepeats(const BinaryObject& dictionary) {
+        std::unordered_map<std::uintptr_t, const Key*> first; // by the identity of the text
+        for (std::uint64_t i = 0; i < dictionary.count; ++i) {
+            const Key* key = keyAt(dictionary, i);
+            const Value& object =
+                first.try_emplace(key->text.identity(), key).first->second->object;
+            if (!object.sameAs(key->object) && !(object == key->object)) {
+                return fail(dictionary.offset, "Different keys with one text in dictionary");
+            }
+        }
+        return !limits_.refuseDuplicateKeys ||
+               fail(dictionary.offset, "Duplicate key in dictionary");
+    }
+
+    // Equal texts are one object.
+    struct Key {
+        Value object;
+        Value text;
+    };
+
+    // A null pointer when it is refused.
+    const Key* keyAt(const BinaryObject& dictionary, std::uint64_t number) {
         const std::size_t index =
             objectAt(layout_.place(dictionary.content) + number * layout_.references().size());
-        const std::size_t offset = layout_.offsetOf(index);
-        const auto type = static_cast<BinaryType>(layout_.markerAt(offset) >> 4U);
-        if (type != BinaryType::ascii && type != BinaryType::utf16) {
-            fail(offset, "Dictionary key is not a string");
-            return {};
-        }
         const auto [known, isNew] = keys_.try_emplace(index);
-        if (isNew) {
-            (void)readLeafAt(offset, known->second); // leaves it the null object when refused
+        Key& key = known->second;
+        if (!isNew) {
+            return &key;
         }
-        return known->second;
+        const std::size_t offset = layout_.offsetOf(index);
+        if (layout_.isContainerAt(offset)) {
+            fail(offset, "Dictionary key is a container");
+            return nullptr;
+        }
+        if (!readLeafAt(offset, key.object)) {
+            return nullptr;
+        }
+        key.text = key.object.is(Value::Kind::string) ? key.object
+                                                      : Value::string(description(key.object));
+        key.text = keyTexts_.try_emplace(key.text.asString(), key.text).first->second;
+        if (key.object.is(Value::Kind::string)) {
+            key.object = key.text;
+        }
+        return &key;
     }
 
     bool makeLeaf(const BinaryObject& object, Value& value) {
@@ -421,11 +463,13 @@ private:
     PropertyListLimits limits_;
     std::vector<Frame> frames_;
     std::vector<Shared> shared_;
-    std::unordered_map<std::size_t, Value> keys_; // met so far, by object
-    std::deque<std::string> keptReferences_;      // of dictionaries with repeated keys
+    std::unordered_map<std::size_t, Key> keys_; // met so far, by object
+    std::unordered_map<std::string_view, Value> keyTexts_;
+    std::deque<std::string> keptReferences_; // of dictionaries with repeated keys
     RecentKeyLists recent_;
     ValueArena arena_;
-    std::size_t room_; // bytes that leaves may still have: each twice, as a value and as a key
+    std::size_t keyRoom_; // bytes that the keys of all lists of keys may still have
+    std::size_t room_;    // bytes that leaves may still have: each twice, as a value and as a key
     Error error_;
 };
 

@@ -48,6 +48,8 @@ struct PropertyListLimits {
 /// are no number, binary objects that overlap, and whatever is not well-formed XML are refused.
 class PropertyList {
 public:
+    static constexpr std::size_t kMostText = std::size_t{1} << 30U; ///< bytes
+
     [[nodiscard]] static tl::expected<PropertyListDocument, Error>
     propertyListWithData(std::string_view data, const PropertyListLimits& limits = {});
 

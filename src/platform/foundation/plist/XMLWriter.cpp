@@ -3,6 +3,7 @@
 #include "platform/foundation/plist/Base64.h"
 #include "platform/foundation/plist/WriteRefusal.h"
 #include "platform/foundation/plist/XMLScalars.h"
+#include "platform/foundation/values/Expansion.h"
 
 #include <fmt/format.h>
 
@@ -32,15 +33,14 @@ std::string sizeText(std::size_t bytes) {
 
 class XMLWriter {
 public:
-    // A tree that shares much grows when it is written out: a list of 200 bytes can stand for more
-    // text than any memory holds.
     explicit XMLWriter(std::size_t mostText) : mostText_(mostText) {}
 
     tl::expected<std::string, Error> write(const Value& root) {
         text_ = kProlog;
+        error_ = refusalOfText(root, mostText_);
         if (root.isNull()) {
             refuse("XML cannot hold the null object");
-        } else {
+        } else if (!error_) {
             begin(root);
         }
         while (!error_ && !frames_.empty()) {

@@ -66,9 +66,19 @@ bool isContainer(const Value& value) {
     }
 }
 
+// Of a string or data; other scalars have none.
+std::size_t contentSize(const Value& value) {
+    return value.is(Kind::string) ? value.asString().size()
+           : value.is(Kind::data) ? value.asData().size()
+                                  : 0;
+}
+
 bool equalScalars(const Value& left, const Value& right) {
     if (isNotANumber(left) || isNotANumber(right)) {
         return false;
+    }
+    if (left.sameAs(right)) {
+        return true;
     }
     if (left.isNumber() && right.isNumber()) {
         return plainNumber(left) == plainNumber(right);
@@ -125,11 +135,13 @@ private:
         if (isNotANumber(value)) {
             return next_++; // equal to nothing
         }
-        if (value.is(Kind::string)) {
-            return numberIn(texts_, value.asString());
-        }
-        if (value.is(Kind::data)) {
-            return numberIn(data_, value.asData());
+        if (value.is(Kind::string) || value.is(Kind::data)) {
+            const auto [known, isNew] = contents_.try_emplace(value.identity());
+            if (isNew) {
+                known->second = value.is(Kind::string) ? numberIn(texts_, value.asString())
+                                                       : numberIn(data_, value.asData());
+            }
+            return known->second;
         }
         PlainNumber plain{value.kind(), 0};
         if (value.isNumber()) {
@@ -165,7 +177,7 @@ private:
         std::vector<std::pair<std::uint32_t, std::uint32_t>> numbers;
         numbers.reserve(pairs.size());
         for (std::size_t i = 0; i < pairs.size(); ++i) {
-            numbers.emplace_back(numberIn(texts_, pairs.key(i)), known(pairs.value(i)));
+            numbers.emplace_back(known(pairs.keys()[i]), known(pairs.value(i)));
         }
         std::ranges::sort(numbers);
         for (const auto& [name, value] : numbers) {
@@ -189,12 +201,14 @@ private:
     std::map<std::string_view, std::uint32_t> texts_;
     std::map<std::string_view, std::uint32_t> data_;
     std::map<Key, std::uint32_t> keys_;
+    // By identity, so that each content is compared once.
+    std::unordered_map<std::uintptr_t, std::uint32_t> contents_;
     std::unordered_map<std::uintptr_t, std::uint32_t> containers_;
 };
 
 // Walks two trees in step, which is quick, needs no look at all of them to find a difference, and
 // serves all but sets (where an element's partner is not known) and trees that share so much that
-// a walk would not end (an array of one array ten times, twenty levels deep).
+// a walk would not end (an array of one array ten times, twenty levels deep, or of one long text).
 class Walk {
 public:
     enum class Outcome : std::uint8_t { equal, different, undecided };
@@ -214,15 +228,26 @@ public:
 
 private:
     static constexpr std::size_t kMostPairs = std::size_t{1} << 20U;
+    static constexpr std::size_t kContentOfPair = 1024; // compared in the time of a pair
 
     void queue(const Value& left, const Value& right) { pending_.emplace_back(&left, &right); }
+
+    // Whether that is not too much for a walk.
+    bool take(std::size_t pairs) {
+        if (pairs > kMostPairs - pairs_) {
+            return false;
+        }
+        pairs_ += pairs;
+        return true;
+    }
 
     static Outcome decided(bool equal) { return equal ? Outcome::equal : Outcome::different; }
 
     // Equal so far: what is below waits in the queue.
     Outcome compareOne(const Value& left, const Value& right) {
         if (!isContainer(left) || !isContainer(right)) {
-            return decided(equalScalars(left, right));
+            return take(contentSize(left) / kContentOfPair) ? decided(equalScalars(left, right))
+                                                            : Outcome::undecided;
         }
         if (left.sameAs(right)) {
             return Outcome::equal;
@@ -238,10 +263,9 @@ private:
             (left.is(Kind::error) && Node::errorCode(left) != Node::errorCode(right))) {
             return Outcome::different;
         }
-        if (slots.size() > kMostPairs - pairs_) {
+        if (!take(slots.size())) {
             return Outcome::undecided;
         }
-        pairs_ += slots.size();
         if (left.is(Kind::dictionary)) {
             return queueValues(left.asDictionary(), right.asDictionary());
         }
@@ -253,6 +277,9 @@ private:
 
     Outcome queueValues(const DictionaryView& left, const DictionaryView& right) {
         for (std::size_t i = 0; i < left.size(); ++i) {
+            if (!take(left.key(i).size() / kContentOfPair)) {
+                return Outcome::undecided;
+            }
             const Value* other = right.find(left.key(i));
             if (other == nullptr) {
                 return Outcome::different;

@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <atomic>
+#include <iterator>
+#include <unordered_set>
 
 namespace qv {
 
@@ -34,7 +36,7 @@ std::vector<Value> withoutRepeats(std::span<const Value> keys) {
     if (keys.size() <= kLinearSearchLimit) {
         for (const Value& key : keys) {
             const auto same = [&](const Value& known) {
-                return known.asString() == key.asString();
+                return known.sameAs(key) || known.asString() == key.asString();
             };
             if (std::ranges::none_of(unique, same)) {
                 unique.push_back(key);
@@ -42,16 +44,17 @@ std::vector<Value> withoutRepeats(std::span<const Value> keys) {
         }
         return unique;
     }
-    const std::vector<std::uint32_t> order = sortedIndex(keys);
-    std::vector<bool> repeated(keys.size());
+    // The very same object first: to compare a long text with itself over and over takes its time.
+    std::unordered_set<std::uintptr_t> met;
+    std::ranges::copy_if(keys, std::back_inserter(unique),
+                         [&](const Value& key) { return met.insert(key.identity()).second; });
+    const std::vector<std::uint32_t> order = sortedIndex(unique);
+    std::vector<bool> repeated(unique.size());
     for (std::size_t i = 1; i < order.size(); ++i) {
-        repeated[order[i]] = keys[order[i]].asString() == keys[order[i - 1]].asString();
+        repeated[order[i]] = unique[order[i]].asString() == unique[order[i - 1]].asString();
     }
-    for (std::size_t i = 0; i < keys.size(); ++i) {
-        if (!repeated[i]) {
-            unique.push_back(keys[i]);
-        }
-    }
+    std::size_t index = 0;
+    std::erase_if(unique, [&](const Value&) { return repeated[index++]; });
     return unique;
 }
 

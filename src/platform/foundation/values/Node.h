@@ -42,6 +42,10 @@ struct Node {
     [[nodiscard]] static std::span<const Value> slotsOf(const Value& container) noexcept {
         return container.node()->slots();
     }
+    /// Whether others may refer to a string, data or container too.
+    [[nodiscard]] static bool isShared(const Value& value) noexcept {
+        return value.node()->references.load(std::memory_order_relaxed) > 1;
+    }
     [[nodiscard]] static std::int64_t errorCode(const Value& error) noexcept {
         return *error.node()->payload<std::int64_t>();
     }

@@ -55,6 +55,11 @@ TEST(BinaryReader, ReadsEveryObject) {
                                     bytes({0xC1, 4}), bytes({0x09})}}
                            .list()),
               "{a: (true), b: true}");
+    EXPECT_EQ(readDump(BinaryParts{{bytes({0xD5, 1, 2, 3, 4, 5, 1, 1, 4, 1, 1}), bytes({0x10, 7}),
+                                    bytes({0x09}), bytes({0x33, 0, 0, 0, 0, 0, 0, 0, 0}),
+                                    bytes({0x11, 0, 7}), bytes({0x51, 'a'})}}
+                           .list()),
+              "{7: 7, 1: 7, 2001-01-01 00:00:00 +0000: 7, a: 7}");
 }
 
 TEST(BinaryReader, RefusesBrokenObjectsAtTheirOffset) {
@@ -95,10 +100,10 @@ TEST(BinaryReader, RefusesBrokenObjectsAtTheirOffset) {
                "\x51"
                "a"},
               "Container within itself at byte offset 10"},
-             {{bytes({0xD1, 1, 1}), bytes({0x09})},
-              "Dictionary key is not a string at byte offset 11"},
              {{bytes({0xD1, 1, 1}), bytes({0xA0})},
-              "Dictionary key is not a string at byte offset 11"},
+              "Dictionary key is a container at byte offset 11"},
+             {{bytes({0xD2, 1, 2, 1, 1}), bytes({0x10, 1}), bytes({0x51, '1'})},
+              "Different keys with one text in dictionary at byte offset 8"},
              {{bytes({0x62, 0, 'a', 0xDE, 0x00})},
               "Unpaired surrogate in a string at byte offset 11"},
              {{bytes({0x61, 0xD8, 0x00})}, "Unpaired surrogate in a string at byte offset 9"},
@@ -283,6 +288,26 @@ TEST(BinaryReader, IsLinear) {
         strings.objects.push_back("\x5F\x12" + bigEndian((kArrays - i) * 6, 4));
     }
     EXPECT_THAT(readDump(strings.list()), testing::HasSubstr("Objects overlap"));
+
+    // Sixty thousand keys that are two equal texts, and as many dictionaries with a long key.
+    const std::string longText = "\x5F\x12" + bigEndian(1 << 20, 4) + std::string(1 << 20, 'x');
+    BinaryParts keys{{"\xDF\x12" + bigEndian(kArrays, 4), longText, longText}, 0, 4, 1, {}};
+    for (std::size_t i = 0; i < kArrays; ++i) {
+        keys.objects[0] += bigEndian(1 + i % 2, 1);
+    }
+    keys.objects[0] += std::string(kArrays, '\x01');
+    const auto one = PropertyList::propertyListWithData(keys.list());
+    ASSERT_TRUE(one);
+    EXPECT_EQ(one->root.asDictionary().size(), 1U);
+
+    BinaryParts lists{{"\xAF\x12" + bigEndian(kArrays, 4), longText}, 0, 4, 4, {}};
+    for (std::size_t i = 0; i < kArrays; ++i) {
+        const std::string key = bigEndian(2 + 2 * i, 4);
+        lists.objects[0] += bigEndian(3 + 2 * i, 4);
+        lists.objects.push_back("\x54" + bigEndian(i, 4));
+        lists.objects.push_back("\xD2" + key + bigEndian(1, 4) + key + key);
+    }
+    EXPECT_THAT(readDump(lists.list()), testing::HasSubstr("Dictionaries with too many long keys"));
 }
 
 TEST(BinaryReader, SurvivesEveryChangedByte) {

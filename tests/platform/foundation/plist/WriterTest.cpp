@@ -1,5 +1,6 @@
 #include "platform/foundation/values/URL.h"
 
+#include <fmt/core.h>
 #include <gmock/gmock.h>
 
 #include "PlistTestSupport.h"
@@ -108,7 +109,7 @@ TEST(Writers, BoundTheDepth) {
         EXPECT_TRUE(PropertyList::propertyListWithData(*written));
         EXPECT_THAT(refusal(nested(513), format),
                     testing::StartsWith("Too many nested arrays or dictionaries at [0][0]"));
-        EXPECT_THAT(refusal(nested(100'000), format), testing::HasSubstr("Too many nested"));
+        EXPECT_THAT(refusal(nested(30'000), format), testing::HasSubstr("Too many nested"));
     }
     // What takes the place of a container in XML counts as one.
     EXPECT_NE(refusal(nested(513, Value::uid({1})), kXML), "written");
@@ -173,14 +174,48 @@ TEST(BinaryWriter, RefusesWhatNoListHolds) {
               "A binary list cannot hold a date that is not a number at the root");
 }
 
-// Short as a binary list, 10^30 elements as text.
-TEST(XMLWriter, StopsBeforeTextGrowsWithoutBound) {
-    Value value = Value::string(std::string(100'000, 'x'));
-    for (int i = 0; i < 30; ++i) {
-        value = Value::array(std::vector<Value>(10, value));
+// Short as a binary list, and much longer as text: refused before any text is written.
+TEST(XMLWriter, RefusesWhatRepeatsTooMuch) {
+    struct Tree {
+        int levels;
+        int width;
+        std::size_t length; // of the text at the bottom
+        std::string_view outcome;
+    };
+    constexpr std::string_view kRefused =
+        "The list refers to the same objects so often that it would take ";
+    for (const Tree& row : std::initializer_list<Tree>{
+             {30, 10, 100'000, "more than 1024 GiB of text"},
+             {60, 2, 0, "more than 1024 GiB of text"},
+             {1, 1000, 1 << 20, "1000 MiB of text"},
+             {6, 10, 0, "15 MiB of text"},
+             {1, 1'000'000, 100, ""},
+             {4, 10, 100, ""},
+         }) {
+        Value value = Value::string(std::string(row.length, 'x'));
+        for (int i = 0; i < row.levels; ++i) {
+            value = Value::array(std::vector<Value>(static_cast<std::size_t>(row.width), value));
+        }
+        EXPECT_EQ(refusal(value, kBinary), "written");
+        EXPECT_EQ(refusal(value, kXML),
+                  row.outcome.empty() ? "written" : fmt::format("{}{}", kRefused, row.outcome));
     }
-    EXPECT_EQ(refusal(value, kBinary), "written");
-    EXPECT_THAT(refusal(value, kXML), testing::StartsWith("The tree written out passes 1 GiB at"));
+    const Value large = Value::array(std::vector<Value>(2, Value::string(std::string(900, 'x'))));
+    const auto written = PropertyList::dataWithPropertyList(large, kXML, 1000);
+    ASSERT_FALSE(written);
+    EXPECT_EQ(reasonOf(written.error()),
+              "The list would take 1833 bytes of text, more than 1000 bytes");
+}
+
+// Each of a million references to a long text must not be paid for by its length.
+TEST(BinaryWriter, TakesALongTextOnceHoweverOftenItIsReferredTo) {
+    const auto made = [] {
+        return Value::array(
+            std::vector<Value>(1'000'000, Value::string(std::string(1 << 20, 'x'))));
+    };
+    const Value one = made();
+    EXPECT_LT(binary(one).size(), std::size_t{5} << 20U);
+    EXPECT_TRUE(one == made());
 }
 
 } // namespace
