@@ -31,29 +31,28 @@ std::string decodeBase64(std::string_view text) {
     bytes.reserve(text.size() / 4 * 3 + 3);
     std::uint32_t group = 0;
     unsigned digits = 0;
-    unsigned padding = 0;
+    std::size_t padding = 0; // "=" since the last other character that is not white space
     for (const char character : text) {
-        if (character == '=') {
+        const bool pads = character == '=';
+        if (pads) {
             ++padding;
-            continue;
+        } else if (character != ' ' && (character < '\t' || character > '\r')) {
+            padding = 0;
         }
-        const std::uint8_t digit = kDigits[static_cast<unsigned char>(character)];
+        const std::uint8_t digit = pads ? 0 : kDigits[static_cast<unsigned char>(character)];
         if (digit == kNoDigit) {
             continue;
         }
-        padding = 0;
         group = (group << 6U) | digit;
         if (++digits == 4) {
             bytes += byteOf(group, 16);
-            bytes += byteOf(group, 8);
-            bytes += byteOf(group, 0);
+            if (padding < 2) {
+                bytes += byteOf(group, 8);
+            }
+            if (padding < 1) {
+                bytes += byteOf(group, 0);
+            }
             digits = 0;
-        }
-    }
-    if (digits >= 2 && digits + padding >= 4) {
-        bytes += byteOf(group, digits == 2 ? 4 : 10);
-        if (digits == 3) {
-            bytes += byteOf(group, 2);
         }
     }
     return bytes;

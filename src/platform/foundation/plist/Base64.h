@@ -5,8 +5,9 @@
 
 namespace qv::plist {
 
-/// Characters outside the alphabet are skipped wherever they stand; a last group that is neither
-/// whole nor padded is dropped.
+/// As the platform reads it: characters outside the alphabet are skipped wherever they stand; "="
+/// is six zero bits, and one or two at the end of a group of four drop as many of its bytes; a last
+/// group of fewer than four is dropped.
 [[nodiscard]] std::string decodeBase64(std::string_view text);
 
 /// One line, padded.

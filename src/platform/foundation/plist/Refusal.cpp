@@ -47,12 +47,11 @@ Error textRefusal(std::string_view text, std::size_t offset, std::string_view wo
     constexpr std::string_view kLine = "{line}";
     const auto [line, column] = positionOf(text, offset);
     std::string message(wording);
-    const bool lineLast = wording.ends_with(kLine);
     if (const std::size_t place = message.rfind(kLine); place != std::string::npos) {
-        message.replace(place, kLine.size(), std::to_string(line));
+        message.replace(place, kLine.size(), fmt::format("{}, column {}", line, column));
+    } else {
+        message += fmt::format(" at line {}, column {}", line, column);
     }
-    message += lineLast ? fmt::format(", column {}", column)
-                        : fmt::format(" at line {}, column {}", line, column);
     return readCorrupt(message);
 }
 

@@ -23,7 +23,7 @@ struct TextPosition {
 [[nodiscard]] std::string shownCharacter(std::string_view text, std::size_t offset);
 
 /// A reader's refusal of text. `wording` is the platform's message with "{line}" in place of the
-/// number; the column (or line and column, when the number does not end it) is appended.
+/// number, which the column follows; line and column end a message without "{line}".
 [[nodiscard]] Error textRefusal(std::string_view text, std::size_t offset,
                                 std::string_view wording);
 

@@ -4,11 +4,15 @@
 #include "platform/foundation/values/UTF8.h"
 
 #include <fmt/core.h>
+#include <unicode/localpointer.h>
+#include <unicode/ucnv.h>
+#include <unicode/ucnv_err.h>
 
 #include <algorithm>
 #include <array>
-#include <cstdint>
+#include <bit>
 #include <optional>
+#include <utility>
 
 namespace qv::plist {
 
@@ -61,59 +65,6 @@ Result checkUTF8(std::string_view bytes) {
     return DecodedText(bytes);
 }
 
-// The code points of the bytes 80 to FF; 0 where a byte stands for none.
-using UpperHalf = std::array<char16_t, 128>;
-
-constexpr UpperHalf kLatin1 = [] {
-    UpperHalf points{};
-    for (std::size_t i = 0; i < points.size(); ++i) {
-        points[i] = static_cast<char16_t>(0x80 + i);
-    }
-    return points;
-}();
-
-constexpr UpperHalf kLatin9 = [] {
-    UpperHalf points = kLatin1;
-    constexpr std::array<std::array<char16_t, 2>, 8> kDifferences{{{0xA4, 0x20AC},
-                                                                   {0xA6, 0x0160},
-                                                                   {0xA8, 0x0161},
-                                                                   {0xB4, 0x017D},
-                                                                   {0xB8, 0x017E},
-                                                                   {0xBC, 0x0152},
-                                                                   {0xBD, 0x0153},
-                                                                   {0xBE, 0x0178}}};
-    for (const auto& [byte, point] : kDifferences) {
-        points[byte - 0x80U] = point;
-    }
-    return points;
-}();
-
-constexpr UpperHalf kWindows1252 = [] {
-    UpperHalf points = kLatin1;
-    constexpr std::array<char16_t, 32> kC1{
-        0x20AC, 0,      0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021, 0x02C6, 0x2030, 0x0160,
-        0x2039, 0x0152, 0,      0x017D, 0,      0,      0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
-        0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0,      0x017E, 0x0178};
-    std::ranges::copy(kC1, points.begin());
-    return points;
-}();
-
-constexpr UpperHalf kASCII{};
-
-Result decodeSingleBytes(std::string_view bytes, const UpperHalf& upperHalf) {
-    std::string text;
-    text.reserve(bytes.size() + bytes.size() / 8);
-    for (const char c : bytes) {
-        const auto byte = static_cast<unsigned char>(c);
-        const char32_t point = byte < 0x80 ? byte : upperHalf[byte - 0x80U];
-        if (byte >= 0x80 && point == 0) {
-            return tl::unexpected(textRefusal(text, text.size(), kCannotConvert));
-        }
-        appendUTF8(text, point);
-    }
-    return DecodedText(std::move(text));
-}
-
 // Where the name of the encoding stands in an XML declaration; nothing when none is named.
 std::optional<std::string_view> declaredEncoding(std::string_view text) {
     if (!text.starts_with("<?xml")) {
@@ -135,30 +86,68 @@ std::optional<std::string_view> declaredEncoding(std::string_view text) {
     return declaration.substr(open + 1, close - open - 1);
 }
 
-bool sameName(std::string_view left, std::string_view right) {
+bool isUTF8Name(std::string_view name) {
     const auto lower = [](char c) {
         return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c;
     };
-    return std::ranges::equal(left, right, {}, lower, lower);
+    const auto is = [&](std::string_view known) {
+        return std::ranges::equal(name, known, {}, lower);
+    };
+    return is("utf-8") || is("utf8");
+}
+
+// Nothing for a name that ICU does not know. A comma would begin options of ICU's own.
+icu::LocalUConverterPointer converterNamed(const std::string& name) {
+    constexpr std::size_t kLongestName = 64;
+    UErrorCode status = U_ZERO_ERROR;
+    icu::LocalUConverterPointer converter;
+    if (name.size() <= kLongestName && name.find(',') == std::string::npos &&
+        ucnv_countAliases(name.c_str(), &status) != 0 && U_SUCCESS(status)) {
+        converter.adoptInstead(ucnv_open(name.c_str(), &status));
+        ucnv_setToUCallBack(converter.getAlias(), UCNV_TO_U_CALLBACK_STOP, nullptr, nullptr,
+                            nullptr, &status);
+    }
+    return U_SUCCESS(status) ? std::move(converter) : icu::LocalUConverterPointer();
+}
+
+Result decodeWith(UConverter& converter, std::string_view data) {
+    UErrorCode status = U_ZERO_ERROR;
+    const icu::LocalUConverterPointer utf8(ucnv_open("UTF-8", &status));
+    ucnv_setFromUCallBack(utf8.getAlias(), UCNV_FROM_U_CALLBACK_STOP, nullptr, nullptr, nullptr,
+                          &status); // as a lone surrogate has no place in UTF-8
+    std::string text;
+    std::array<char16_t, 1024> units{};
+    std::array<char, 4096> piece{};
+    char16_t* firstUnit = units.data();
+    char16_t* unitsEnd = units.data();
+    const char* from = data.data();
+    const char* const end = data.data() + data.size();
+    bool isFirst = true;
+    do {
+        char* to = piece.data();
+        status = status == U_BUFFER_OVERFLOW_ERROR ? U_ZERO_ERROR : status;
+        ucnv_convertEx(utf8.getAlias(), &converter, &to, piece.data() + piece.size(), &from, end,
+                       units.data(), &firstUnit, &unitsEnd, units.data() + units.size(),
+                       static_cast<UBool>(isFirst), 1, &status);
+        text.append(piece.data(), to);
+        isFirst = false;
+    } while (status == U_BUFFER_OVERFLOW_ERROR);
+    if (U_FAILURE(status) != 0) {
+        const std::string_view rest(reinterpret_cast<const char*>(firstUnit),
+                                    static_cast<std::size_t>(unitsEnd - firstUnit) * 2);
+        appendUTF16(text, rest, std::endian::native == std::endian::big);
+        return tl::unexpected(textRefusal(text, text.size(), kCannotConvert));
+    }
+    return DecodedText(std::move(text));
 }
 
 Result decodeAs(std::string_view name, std::string_view data) {
-    struct Named {
-        std::string_view name;
-        const UpperHalf* upperHalf; // a null pointer: UTF-8
-    };
-    static constexpr std::array kNames{
-        Named{"utf-8", nullptr},        Named{"utf8", nullptr},
-        Named{"us-ascii", &kASCII},     Named{"ascii", &kASCII},
-        Named{"iso-8859-1", &kLatin1},  Named{"latin1", &kLatin1},
-        Named{"iso-8859-15", &kLatin9}, Named{"windows-1252", &kWindows1252},
-        Named{"cp1252", &kWindows1252},
-    };
-    for (const Named& known : kNames) {
-        if (sameName(known.name, name)) {
-            return known.upperHalf == nullptr ? checkUTF8(data)
-                                              : decodeSingleBytes(data, *known.upperHalf);
-        }
+    if (isUTF8Name(name)) {
+        return checkUTF8(data);
+    }
+    if (const icu::LocalUConverterPointer converter = converterNamed(std::string(name));
+        converter.isValid() != 0) {
+        return decodeWith(*converter, data);
     }
     const auto place = static_cast<std::size_t>(name.data() - data.data());
     return tl::unexpected(

@@ -167,6 +167,12 @@ tl::expected<Value, ContentFault> XMLBuilder::scalar(const XMLLeaf& leaf) {
         if (leaf.selfClosing) {
             return refuse("Encountered empty <data> on line {line}");
         }
+        if (const auto place = std::ranges::find_if(leaf.content, [](char c) { return c < 0; });
+            place != leaf.content.end()) {
+            return tl::unexpected(
+                ContentFault{"Encountered a character that is not ASCII in <data> on line {line}",
+                             static_cast<std::size_t>(place - leaf.content.begin())});
+        }
         return Value::data(decodeBase64(leaf.content));
     default:
         return Value::string(leaf.content);

@@ -2,6 +2,7 @@
 
 #include "platform/foundation/plist/Refusal.h"
 #include "platform/foundation/plist/XMLBuilder.h"
+#include "platform/foundation/plist/XMLMarkup.h"
 
 #include <expat.h>
 #include <fmt/core.h>
@@ -37,7 +38,7 @@ std::string shownName(std::string_view name) {
 class ExpatReader {
 public:
     ExpatReader(std::string_view text, const PropertyListLimits& limits)
-        : text_(text), builder_(text, limits), parser_(XML_ParserCreate("UTF-8")) {
+        : text_(text), markup_(text), builder_(text, limits), parser_(XML_ParserCreate("UTF-8")) {
         if (!parser_) {
             throw std::bad_alloc();
         }
@@ -48,18 +49,15 @@ public:
         if (start_ == std::string_view::npos) {
             return refuse(text_.size(), kEndOfText);
         }
-        // After "<" a NUL would have expat take the text for UTF-16, which has a mark of its own.
-        const bool isTag = text_[start_] == '<';
-        if (!isTag || (start_ + 1 < text_.size() && text_[start_ + 1] == '\0')) {
-            const std::size_t place = start_ + (isTag ? 1 : 0);
-            return refuse(place, fmt::format("Unexpected character {} at line {{line}}",
-                                             shownCharacter(text_, place)));
+        if (text_[start_] != '<') {
+            return refuse(start_, fmt::format("Unexpected character {} at line {{line}}",
+                                              shownCharacter(text_, start_)));
         }
         if (text_.size() > kLargestText) {
             return refuse(0, "Encountered more than 1 GiB of text");
         }
         installHandlers();
-        const std::string_view markup = text_.substr(start_);
+        const std::string_view markup = markup_.wellFormed().substr(start_);
         const XML_Status status =
             XML_Parse(parser_.get(), markup.data(), static_cast<int>(markup.size()), XML_TRUE);
         if (thrown_) {
@@ -176,9 +174,12 @@ private:
 
     bool characters(std::string_view bytes) {
         if (leaf_) {
-            // expat turns CR and CR LF into LF; lists keep them.
-            const bool lineBreak = bytes == "\n" && text_[eventOffset()] == '\r';
-            content_ += lineBreak ? text_.substr(eventOffset(), eventSize()) : bytes;
+            const std::size_t size = eventSize(); // of a reference longer than what it stands for
+            if (text_[eventOffset()] == '&' && size != bytes.size()) {
+                content_ += bytes;
+            } else { // not `bytes`: expat turns CR and CR LF into LF, lists keep them
+                markup_.appendContent(content_, eventOffset(), size);
+            }
             return true;
         }
         const std::size_t place = bytes.find_first_not_of(kWhiteSpace);
@@ -189,7 +190,7 @@ private:
             eventOffset() + place,
             fmt::format(
                 "Encountered unexpected character {} on line {{line}} while looking for open tag",
-                shownCharacter(bytes, place)));
+                shownCharacter(text_, eventOffset() + place)));
     }
 
     bool interruption(std::string_view what) {
@@ -243,6 +244,7 @@ private:
     }
 
     std::string_view text_;
+    XMLMarkup markup_;
     std::size_t start_ = 0; // expat counts from here
     XMLBuilder builder_;
     UniqueParser parser_;

@@ -59,11 +59,16 @@ TEST(Detection, HonoursTheDeclaredEncoding) {
     EXPECT_EQ(declared("ISO-8859-1", "\xE9\x80"), "\"é\u0080\"");
     EXPECT_EQ(declared("iso-8859-15", "\xA4"), "\"€\"");
     EXPECT_EQ(declared("Windows-1252", "\x80\xFF"), "\"€ÿ\"");
-    EXPECT_THAT(declared("Windows-1252", "\x81"), testing::HasSubstr("Unable to convert"));
+    EXPECT_EQ(declared("Shift_JIS", "\x83\x65\xB1"), "\"テｱ\"");
+    EXPECT_EQ(declared("KOI8-R", "\xC1" + std::string(20'000, '\xC2')),
+              "\"а" + repeated("б", 20'000) + "\"");
+    EXPECT_EQ(declared("Shift_JIS", "a\x83"),
+              "refused: Unable to convert string to correct encoding at line 1, column 52");
     EXPECT_EQ(declared("UTF-8", "é"), "\"é\"");
     EXPECT_THAT(declared("US-ASCII", "é"), testing::HasSubstr("Unable to convert"));
     EXPECT_THAT(declared("klingon", "a"),
                 testing::HasSubstr("Encountered unknown encoding (klingon) on line 1, column 31"));
+    EXPECT_THAT(declared("ibm-37,swaplfnl", "a"), testing::HasSubstr("unknown encoding"));
     EXPECT_EQ(readDump("<string>\n\xED\xA0\x80</string>"),
               "refused: Unable to convert string to correct encoding at line 2, column 1");
 }

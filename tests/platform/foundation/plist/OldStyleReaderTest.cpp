@@ -66,10 +66,9 @@ TEST(OldStyleReader, SaysWhatIsWrongAndWhere) {
         {"{a=b;", "refused: Expected terminating '}' for dictionary at line 1, column 6"},
         {"(\n\"a\n", "refused: Unterminated quoted string starting on line 2, column 1"},
         {"\"a\\", "refused: Unterminated quoted string starting on line 1, column 1"},
-        {"<0f b>", "refused: Malformed data byte group at line 1; uneven length at line 1, column "
-                   "6"},
-        {"<0g>", "refused: Malformed data byte group at line 1; invalid hex at line 1, column 3"},
-        {"<*I5>", "refused: Malformed data byte group at line 1; invalid hex at line 1, column 2"},
+        {"<0f b>", "refused: Malformed data byte group at line 1, column 6; uneven length"},
+        {"<0g>", "refused: Malformed data byte group at line 1, column 3; invalid hex"},
+        {"<*I5>", "refused: Malformed data byte group at line 1, column 2; invalid hex"},
         {"<0f", "refused: Expected terminating '>' for data at line 1, column 4"},
         {"@\"a\"", "refused: Unexpected character '0x40' at line 1, column 1"},
         {"a = é;", "refused: Unexpected character '0xc3' at line 1, column 5"},

@@ -75,9 +75,20 @@ TEST(XMLReader, ReadsText) {
          "refused: Encountered unknown ampersand-escape sequence at line 2, column 1"},
         {"<string>a & b</string>",
          "refused: Encountered unknown ampersand-escape sequence at line 1, column 12"},
-        {"<string>\x01</string>",
+        {"<string>a\x01\xEF\xBF\xBF&#0;&lt;&#x1F;&#xFFFE;<![CDATA[\x02&#0;]]>\r\n\x03z</string>",
+         "\"a\\x01\xEF\xBF\xBF\\x00<\\x1f\xEF\xBF\xBE\\x02&#0;\\x0d\\x0a\\x03z\""},
+        {"<!-- -- \x01 <array> ---><dict><key>&#1;</key><string a=\"\x01<!--\"/></dict>",
          "refused: Encountered malformed XML (not well-formed (invalid token)) on line 1, column "
-         "9"},
+         "56"},
+        {"<!-- é--\n \x01 <array> ---><dict><key>&#1;</key><string a=\"\x01>\"/></dict>",
+         "{\x01: \"\"}"},
+        {"<string>a</string><!-- -- ", "\"a\""},
+        {"<?p <!-- ?><array><![CDATA[ ]]>\x01</array><!-- -->",
+         "refused: Encountered unexpected character 0x1 on line 1, column 32 while looking for "
+         "open tag"},
+        {"<str\x01ing/>",
+         "refused: Encountered malformed XML (not well-formed (invalid token)) on line 1, column "
+         "5"},
         {"<string>]]></string>",
          "refused: Encountered malformed XML (not well-formed (invalid token)) on line 1, column "
          "11"},
@@ -133,7 +144,11 @@ TEST(XMLReader, ReadsDatesAndData) {
         {"<date>2012-05-01T00:00:00.5Z</date>",
          "refused: Could not interpret <date> at line 1, column 7"},
         {"<data>aGVs\n bG8=</data>", "<68656c6c6f>"},
-        {"<data>aG*Vs=bG8</data>", "<68656c>"},
+        {"<data>aGVsbG8=\nd29ybGQ=</data>", "<68656c6c6f776f726c64>"},
+        {"<data>aG*Vs=bG8</data>", "<68656c01b1bc>"},
+        {"<data>YQ= =YWI=YQ=*=</data>", "<6161626100>"},
+        {"<data>YQé==</data>",
+         "refused: Encountered a character that is not ASCII in <data> on line 1, column 9"},
         {"<data>YQ==</data>", "<61>"},
         {"<data>YQ=</data>", "<>"},
         {"<data></data>", "<>"},
@@ -145,17 +160,17 @@ TEST(XMLReader, SaysWhatIsWrongAndWhere) {
     expectRows({
         {"<plist></plist>", "refused: Encountered empty plist tag at line 1, column 1"},
         {"<plist><true/>\n<true/></plist>",
-         "refused: Encountered unexpected element at line 2 (plist can only include one object) at "
-         "line 2, column 1"},
+         "refused: Encountered unexpected element at line 2, column 1 (plist can only include one "
+         "object)"},
         {"<plist>\n é<foo/></plist>",
-         "refused: Encountered unexpected character é on line 2 while looking for open tag at line "
-         "2, column 2"},
+         "refused: Encountered unexpected character é on line 2, column 2 while looking for open "
+         "tag"},
         {"<array>\n\t<Foo/></array>", "refused: Encountered unknown tag Foo on line 2, column 2"},
         {"<array><plist/></array>", "refused: Encountered unknown tag plist on line 1, column 8"},
         {"<array><string>a</array>",
-         "refused: Close tag on line 1 does not match open tag string at line 1, column 19"},
+         "refused: Close tag on line 1, column 19 does not match open tag string"},
         {"<array>\n</dict>",
-         "refused: Close tag on line 2 does not match open tag array at line 2, column 3"},
+         "refused: Close tag on line 2, column 3 does not match open tag array"},
         {"<dict><key>a</key></dict>",
          "refused: Value missing for key inside <dict> at line 1, column 19"},
         {"<dict><string>a</string></dict>",
