@@ -81,6 +81,36 @@ TEST_F(PlistCommand, ConversionsKeepWhatPythonReads) {
               "Größe 𝄞 < -5 18446744073709551615 0.1 True {'$data': 'AAEC'} [{}]\n");
 }
 
+// Some hundred bytes that refer to a few objects again and again.
+TEST_F(PlistCommand, EndlessTextIsRefusedAtOnce) {
+    const std::string arrays = "import plistlib,sys\nv='x'\nfor i in range(30): v=[v]*8\n"
+                               "sys.stdout.buffer.write(plistlib.dumps(v,fmt=plistlib.FMT_BINARY))";
+    const std::string archive =
+        "import plistlib,sys\nU=plistlib.UID\n"
+        "sys.stdout.buffer.write(plistlib.dumps({'$version':100000,'$archiver':'NSKeyedArchiver',"
+        "'$top':{'root':U(1)},'$objects':['$null']+[{'$class':U(32),'NS.objects':[U(i+2)]*8} for i "
+        "in range(30)]+['x',{'$classname':'NSArray'}]},fmt=plistlib.FMT_BINARY))";
+    const std::string list = python(arrays, "");
+    EXPECT_THAT(qvcatalog({"plist", "-"}, list), Succeeds());
+    EXPECT_THAT(qvcatalog({"plist", "-", "--to", "binary"}, list), Succeeds());
+    for (const char* to : {"json", "xml"}) {
+        EXPECT_THAT(qvcatalog({"plist", "-", "--to", to}, list), FailsWith(1, "so often that"));
+        EXPECT_THAT(qvcatalog({"plist", "-", "--archive", "--to", to}, python(archive, "")),
+                    FailsWith(1, "so often that"));
+    }
+}
+
+// Minutes, if every key were looked for among those before it.
+TEST_F(PlistCommand, ManyKeysBecomeJsonInLinearTime) {
+    std::string list = "{";
+    for (int i = 0; i < 300'000; ++i) {
+        list += "k" + std::to_string(i) + ";";
+    }
+    const ProgramRun json = qvcatalog({"plist", "-", "--to", "json"}, list + "}");
+    EXPECT_THAT(json, Succeeds());
+    EXPECT_THAT(json.output, HasSubstr("  \"k299999\": \"k299999\"\n}\n"));
+}
+
 TEST_F(PlistCommand, FaultsAreToldWithTheirPlace) {
     EXPECT_THAT(qvcatalog({"plist", "-"}, "<plist>\n<array>\n<dict>"),
                 FailsWith(1, "standard input: "));
@@ -179,7 +209,7 @@ TEST_F(PlistCommand, ArchivesAreDecodedAndUnknownClassesNamed) {
     EXPECT_THAT(qvcatalog({"plist", "-", "--archive"}, archive("NSColor")),
                 FailsWith(1, "NSColor"));
     EXPECT_THAT(qvcatalog({"plist", "-", "--archive"}, "( no, archive )"),
-                FailsWith(1, "the archive is no dictionary"));
+                FailsWith(1, "the archive is not a dictionary"));
 }
 
 // Without a reader there is nobody to tell but the caller, by the status; a signal would tell

@@ -8,8 +8,9 @@ namespace qv {
 
 namespace {
 
-constexpr std::array<std::pair<std::string_view, ArchiveClass>, 15> kClasses{{
+constexpr std::array<std::pair<std::string_view, ArchiveClass>, 16> kClasses{{
     {"NSArray", ArchiveClass::array},
+    {"NSCountedSet", ArchiveClass::countedSet},
     {"NSData", ArchiveClass::data},
     {"NSDate", ArchiveClass::date},
     {"NSDictionary", ArchiveClass::dictionary},

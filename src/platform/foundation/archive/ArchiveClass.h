@@ -12,6 +12,7 @@ enum class ArchiveClass : std::uint8_t {
     data,       ///< NS.data, inline
     array,      ///< NS.objects
     set,        ///< NS.objects
+    countedSet, ///< NS.count and NS.object0, NS.object1 ..., or as a set
     dictionary, ///< NS.keys and NS.objects, in step
     date,       ///< NS.time, inline
     null,       ///< nothing
@@ -36,6 +37,8 @@ inline constexpr std::string_view kClassHints = "$classhints";
 inline constexpr std::string_view kInlineString = "NS.string";
 inline constexpr std::string_view kInlineData = "NS.data";
 inline constexpr std::string_view kMembers = "NS.objects";
+inline constexpr std::string_view kCount = "NS.count";
+inline constexpr std::string_view kNumberedMember = "NS.object"; ///< before the number
 inline constexpr std::string_view kKeys = "NS.keys";
 inline constexpr std::string_view kTime = "NS.time";
 inline constexpr std::string_view kBase = "NS.base";

@@ -1,20 +1,19 @@
 #pragma once
 
 #include "platform/foundation/archive/ArchiveClass.h"
-#include "platform/foundation/values/Error.h"
 #include "platform/foundation/values/Value.h"
 
 #include <tl/expected.hpp>
 
-#include <cstdint>
+#include <string>
 
 namespace qv {
 
 /// True for the classes whose objects refer to no others.
 [[nodiscard]] bool isInline(ArchiveClass type) noexcept;
 
-/// The value of such an object, of the number `index`, from the dictionary that stands for it.
-[[nodiscard]] tl::expected<Value, Error> inlineObject(std::uint32_t index, ArchiveClass type,
-                                                      const Value& element);
+/// The value of such an object from the dictionary that stands for it, or what is wrong with that.
+[[nodiscard]] tl::expected<Value, std::string> inlineObject(ArchiveClass type,
+                                                            const Value& element);
 
 } // namespace qv

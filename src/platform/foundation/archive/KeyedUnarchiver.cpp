@@ -24,18 +24,18 @@ Error listError(const Error& cause) {
     return {error_domain::kCocoa, cocoa_error::kCoderReadCorrupt,
             Value::dictionary(
                 {{error_key::kDebugDescription,
-                  Value::string(fmt::format("the archive is no property list: {}", text))},
+                  Value::string(fmt::format("the archive is not a property list: {}", text))},
                  {error_key::kUnderlyingError, Value::error(cause)}})};
 }
 
 Error checkFrame(const Value& archive) {
     using namespace archive_key;
     if (!archive.is(Kind::dictionary)) {
-        return archiveError("the archive is no dictionary");
+        return archiveError("the archive is not a dictionary");
     }
     const Value* version = archive.find(kVersion);
     if (version == nullptr || !version->is(Kind::integer)) {
-        return archiveError("$version is no integer");
+        return archiveError("$version is not an integer");
     }
     if (version->asInteger() != kArchiveVersion) {
         return archiveError(
@@ -43,11 +43,11 @@ Error checkFrame(const Value& archive) {
     }
     const Value* archiver = archive.find(kArchiver);
     if (archiver == nullptr || !archiver->is(Kind::string)) {
-        return archiveError("$archiver is no string");
+        return archiveError("$archiver is not a string");
     }
     const Value* objects = archive.find(kObjects);
     if (objects == nullptr || !objects->is(Kind::array)) {
-        return archiveError("$objects is no array");
+        return archiveError("$objects is not an array");
     }
     const Value* top = archive.find(kTop);
     const Value* root = top == nullptr ? nullptr : top->find(kRoot);

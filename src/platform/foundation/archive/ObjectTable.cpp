@@ -3,6 +3,7 @@
 #include "platform/foundation/archive/ArchiveError.h"
 #include "platform/foundation/archive/InlineObject.h"
 #include "platform/foundation/log/Log.h"
+#include "platform/foundation/values/Description.h"
 #include "platform/foundation/values/URL.h"
 
 #include <fmt/core.h>
@@ -20,17 +21,6 @@ using Kind = Value::Kind;
 constexpr int kMostDepth = 512;
 // One list of names may serve any number of class records.
 constexpr std::size_t kMostSuperclasses = 64;
-
-tl::unexpected<Error> refuse(std::uint32_t index, std::string_view what) {
-    return tl::unexpected(archiveError(index, what));
-}
-
-bool areDistinct(std::span<const Value> values) {
-    std::vector<std::uintptr_t> identities(values.size());
-    std::ranges::transform(values, identities.begin(), &Value::identity);
-    std::ranges::sort(identities);
-    return std::ranges::adjacent_find(identities) == identities.end();
-}
 
 } // namespace
 
@@ -61,8 +51,7 @@ Error ObjectTable::step() {
     const Slot& slot = slots_[child];
     switch (slot.state) {
     case State::open:
-        return archiveError(top.index,
-                            fmt::format("lies within itself, by way of object {}", child));
+        return fault(top.index, fmt::format("lies within itself, by way of object {}", child));
     case State::untouched:
         return begin(child); // comes back to this child when it is done
     case State::done:
@@ -96,8 +85,7 @@ Error ObjectTable::begin(std::uint32_t index) {
     case Kind::date:
         break;
     default:
-        return archiveError(index,
-                            fmt::format("stands there as a plain {}", className(element.kind())));
+        return fault(index, fmt::format("stands there as a plain {}", className(element.kind())));
     }
     settle(index, element, 0);
     return {};
@@ -109,15 +97,15 @@ Error ObjectTable::beginObject(std::uint32_t index, const Value& element) {
         return type.error();
     }
     if (isInline(*type)) {
-        tl::expected<Value, Error> value = inlineObject(index, *type, element);
+        tl::expected<Value, std::string> value = inlineObject(*type, element);
         if (!value) {
-            return value.error();
+            return fault(index, value.error());
         }
         settle(index, std::move(*value), 0);
         return {};
     }
     if (open_.size() >= kMostDepth) {
-        return archiveError(index, fmt::format("nests deeper than {} objects", kMostDepth));
+        return fault(index, fmt::format("nests deeper than {} objects", kMostDepth));
     }
     OpenObject object{.index = index, .type = *type, .children = {}};
     if (Error error = addChildren(object, element)) {
@@ -131,12 +119,12 @@ Error ObjectTable::beginObject(std::uint32_t index, const Value& element) {
 tl::expected<ArchiveClass, Error> ObjectTable::classOf(std::uint32_t index, const Value& element) {
     const Value* reference = element.find(archive_key::kClass);
     if (reference == nullptr || !reference->is(Kind::uid)) {
-        return refuse(index, "has no $class that is a UID");
+        return refusal(index, "has no $class that is a UID");
     }
     const std::uint32_t classIndex = reference->asUID().index;
     if (classIndex >= elements_.size()) {
-        return refuse(index,
-                      fmt::format("its class is object {} of {}", classIndex, elements_.size()));
+        return refusal(index,
+                       fmt::format("its class is object {} of {}", classIndex, elements_.size()));
     }
     const auto known = classes_.find(classIndex);
     if (known != classes_.end()) {
@@ -153,7 +141,7 @@ tl::expected<ArchiveClass, Error> ObjectTable::readClass(std::uint32_t index) {
     const Value& record = elements_[index];
     const Value* name = record.find(archive_key::kClassName);
     if (name == nullptr || !name->is(Kind::string)) {
-        return refuse(index, "is no class: it has no $classname");
+        return refusal(index, "is not a class: it has no $classname");
     }
     if (const std::optional<ArchiveClass> type = archiveClassNamed(name->asString())) {
         return *type;
@@ -172,21 +160,21 @@ tl::expected<ArchiveClass, Error> ObjectTable::readClass(std::uint32_t index) {
             }
         }
     }
-    return refuse(index,
-                  fmt::format("the class {} is not understood", log::foreign(name->asString())));
+    return refusal(index,
+                   fmt::format("the class {} is not understood", log::foreign(name->asString())));
 }
 
 Error ObjectTable::addReference(OpenObject& object, const Value* uid, std::string_view key) {
     if (uid == nullptr || !uid->is(Kind::uid)) {
-        return archiveError(object.index, fmt::format("{} is no UID", key));
+        return fault(object.index, fmt::format("{} is not a UID", key));
     }
     const std::uint32_t child = uid->asUID().index;
     if (child >= elements_.size()) {
-        return archiveError(object.index, fmt::format("{} refers to object {} of {}", key, child,
-                                                      elements_.size()));
+        return fault(object.index,
+                     fmt::format("{} refers to object {} of {}", key, child, elements_.size()));
     }
     if (referencesLeft_ == 0) {
-        return archiveError(object.index, "refers to more objects than the archive has room for");
+        return fault(object.index, "refers to more objects than the archive has room for");
     }
     --referencesLeft_;
     object.children.push_back(child);
@@ -196,7 +184,7 @@ Error ObjectTable::addReference(OpenObject& object, const Value* uid, std::strin
 Error ObjectTable::addReferences(OpenObject& object, const Value& element, std::string_view key) {
     const Value* list = element.find(key);
     if (list == nullptr || !list->is(Kind::array)) {
-        return archiveError(object.index, fmt::format("{} is no array", key));
+        return fault(object.index, fmt::format("{} is not an array", key));
     }
     for (const Value& uid : list->asArray()) {
         if (Error error = addReference(object, &uid, key)) {
@@ -217,11 +205,31 @@ Error ObjectTable::addDictionary(OpenObject& object, const Value& element) {
     const std::size_t values = object.children.size() - keys;
     return keys == values
                ? Error()
-               : archiveError(object.index, fmt::format("has {} keys for {} values", keys, values));
+               : fault(object.index, fmt::format("has {} keys for {} values", keys, values));
+}
+
+// Each member under a key of its own; how often it counts is of no matter to a set.
+Error ObjectTable::addNumbered(OpenObject& object, const Value& element) {
+    const Value* count = element.find(archive_key::kCount);
+    if (count == nullptr || !count->is(Kind::integer) ||
+        !std::in_range<std::uint32_t>(count->asInteger())) {
+        return fault(object.index, fmt::format("{} is not a count", archive_key::kCount));
+    }
+    for (std::int64_t i = 0; i < count->asInteger(); ++i) {
+        const std::string key = fmt::format("{}{}", archive_key::kNumberedMember, i);
+        if (Error error = addReference(object, element.find(key), key)) {
+            return error;
+        }
+    }
+    return {};
 }
 
 Error ObjectTable::addChildren(OpenObject& object, const Value& element) {
     switch (object.type) {
+    case ArchiveClass::countedSet:
+        return element.find(archive_key::kMembers) == nullptr
+                   ? addNumbered(object, element)
+                   : addReferences(object, element, archive_key::kMembers);
     case ArchiveClass::dictionary:
         return addDictionary(object, element);
     case ArchiveClass::url: {
@@ -245,7 +253,7 @@ Error ObjectTable::addChildren(OpenObject& object, const Value& element) {
 
 Error ObjectTable::close(const OpenObject& done) {
     if (done.height >= kMostDepth) { // what nests in it was met on a shorter way before
-        return archiveError(done.index, fmt::format("nests deeper than {} objects", kMostDepth));
+        return fault(done.index, fmt::format("nests deeper than {} objects", kMostDepth));
     }
     tl::expected<Value, Error> value = build(done);
     if (!value) {
@@ -271,12 +279,12 @@ tl::expected<Value, Error> ObjectTable::build(const OpenObject& done) {
     for (const std::uint32_t child : done.children) {
         const std::optional<Value>& value = slots_[child].value;
         if (!value) {
-            return refuse(done.index, "holds no object (nil) as a member");
+            return refusal(done.index, "holds no object (nil) as a member");
         }
         members.push_back(*value);
     }
-    return done.type == ArchiveClass::set ? Value::set(std::move(members))
-                                          : Value::array(std::move(members));
+    return done.type == ArchiveClass::array ? Value::array(std::move(members))
+                                            : Value::set(std::move(members));
 }
 
 tl::expected<Value, Error> ObjectTable::buildDictionary(const OpenObject& done) {
@@ -288,23 +296,21 @@ tl::expected<Value, Error> ObjectTable::buildDictionary(const OpenObject& done) 
     for (std::size_t i = 0; i < count; ++i) {
         const std::optional<Value>& key = slots_[done.children[i]].value;
         const std::optional<Value>& value = slots_[done.children[count + i]].value;
-        if (!key || !key->is(Kind::string)) {
-            return refuse(done.index, fmt::format("key {} is no string", i));
+        if (!key || !(key->is(Kind::string) || key->isNumber())) {
+            return refusal(done.index, fmt::format("key {} is not a string or number", i));
         }
+        const std::string text = key->is(Kind::string) ? std::string() : description(*key);
         if (!value) {
-            return refuse(done.index, fmt::format("has no object (nil) under the key {}",
-                                                  log::foreign(key->asString())));
+            return refusal(done.index,
+                           fmt::format("has no object (nil) under the key {}",
+                                       log::foreign(text.empty() ? key->asString() : text)));
         }
-        keys.push_back(*key);
+        keys.push_back(text.empty() ? *key : Value::string(text));
         values.push_back(*value);
-    }
-    // Identical ones first: comparing one long text with itself over and over takes its time.
-    if (!areDistinct(keys)) {
-        return refuse(done.index, "has a key twice");
     }
     const KeyList list(keys);
     if (list.size() != count) {
-        return refuse(done.index, "has a key twice");
+        return refusal(done.index, "has a key twice");
     }
     return Value::dictionary(list, values);
 }
@@ -312,19 +318,23 @@ tl::expected<Value, Error> ObjectTable::buildDictionary(const OpenObject& done) 
 tl::expected<Value, Error> ObjectTable::buildURL(const OpenObject& done) {
     const std::optional<Value>& base = slots_[done.children[0]].value;
     const std::optional<Value>& text = slots_[done.children[1]].value;
-    if (base) {
-        return refuse(done.index, "is a URL with a base");
+    if (base && !base->is(Kind::url)) {
+        return refusal(done.index, "NS.base is not a URL");
     }
     if (!text || !text->is(Kind::string)) {
-        return refuse(done.index, "NS.relative is no string");
+        return refusal(done.index, "NS.relative is not a string");
     }
     // One text may serve any number of URLs, and each would copy it.
-    Value& known = urls_[text->identity()];
+    Value& known = urls_[{text->identity(), base ? base->identity() : 0}];
     if (known.isNull()) {
-        const std::optional<URL> url = URL::URLWithString(text->asString());
+        const URL start = base ? base->asURL() : URL();
+        const std::optional<URL> url = URL::URLWithString(text->asString(), start);
         if (!url) {
-            return refuse(done.index,
-                          fmt::format("\"{}\" is no URL", log::foreign(text->asString())));
+            return refusal(done.index,
+                           fmt::format("\"{}\" is not a URL", log::foreign(text->asString())));
+        }
+        if (Error error = takeText(done.index, start.absoluteString().size())) {
+            return tl::unexpected(error);
         }
         known = Value::url(*url);
     }
@@ -335,22 +345,47 @@ tl::expected<Value, Error> ObjectTable::buildError(const OpenObject& done) {
     const std::optional<Value>& domain = slots_[done.children[0]].value;
     const std::optional<Value>& userInfo = slots_[done.children[1]].value;
     if (!domain || !domain->is(Kind::string)) {
-        return refuse(done.index, "NSDomain is no string");
+        return refusal(done.index, "NSDomain is not a string");
     }
     if (userInfo && !userInfo->is(Kind::dictionary)) {
-        return refuse(done.index, "NSUserInfo is no dictionary");
+        return refusal(done.index, "NSUserInfo is not a dictionary");
     }
     const Value* code = elements_[done.index].find(archive_key::kCode);
     if (code == nullptr || !code->is(Kind::integer)) {
-        return refuse(done.index, "NSCode is no integer");
+        return refusal(done.index, "NSCode is not an integer");
     }
-    const std::size_t copied = domain->asString().size();
-    if (copied > textLeft_) {
-        return refuse(done.index, "has more text than the archive has room for");
+    if (Error error = takeText(done.index, domain->asString().size())) {
+        return tl::unexpected(error);
     }
-    textLeft_ -= copied;
     return Value::error(
         Error(domain->asString(), code->asInteger(), userInfo ? *userInfo : Value()));
+}
+
+// An object copies so many bytes of text.
+Error ObjectTable::takeText(std::uint32_t index, std::size_t size) {
+    if (size > textLeft_) {
+        return fault(index, "has more text than the archive has room for");
+    }
+    textLeft_ -= size;
+    return {};
+}
+
+// An object that was taken for one of a known class is told with its own.
+Error ObjectTable::fault(std::uint32_t index, std::string_view what) const {
+    const Value* record = elements_[index].find(archive_key::kClass);
+    const bool hasRecord =
+        record != nullptr && record->is(Kind::uid) && record->asUID().index < elements_.size();
+    const Value* name =
+        hasRecord ? elements_[record->asUID().index].find(archive_key::kClassName) : nullptr;
+    if (name == nullptr || !name->is(Kind::string) || archiveClassNamed(name->asString())) {
+        return archiveError(index, what);
+    }
+    return archiveError(
+        fmt::format("object {}, of class {}: {}", index, log::foreign(name->asString()), what));
+}
+
+tl::unexpected<Error> ObjectTable::refusal(std::uint32_t index, std::string_view what) const {
+    return tl::unexpected(fault(index, what));
 }
 
 } // namespace qv

@@ -8,10 +8,12 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <span>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 namespace qv {
@@ -57,6 +59,7 @@ private:
     tl::expected<ArchiveClass, Error> readClass(std::uint32_t index);
     Error addReference(OpenObject& object, const Value* uid, std::string_view key);
     Error addReferences(OpenObject& object, const Value& element, std::string_view key);
+    Error addNumbered(OpenObject& object, const Value& element);
     Error addDictionary(OpenObject& object, const Value& element);
     Error addChildren(OpenObject& object, const Value& element);
 
@@ -65,12 +68,17 @@ private:
     tl::expected<Value, Error> buildURL(const OpenObject& done);
     tl::expected<Value, Error> buildError(const OpenObject& done);
 
+    Error takeText(std::uint32_t index, std::size_t size);
+    [[nodiscard]] Error fault(std::uint32_t index, std::string_view what) const;
+    [[nodiscard]] tl::unexpected<Error> refusal(std::uint32_t index, std::string_view what) const;
+
     std::span<const Value> elements_;
     std::vector<Slot> slots_;
     std::vector<OpenObject> open_;
     std::unordered_map<std::uint32_t, ArchiveClass> classes_;
-    std::unordered_map<std::uintptr_t, Value> urls_; // by the identity of the text
-    std::size_t referencesLeft_;                     // each takes a byte at least
+    // By the identities of the text and of the base, 0 without one.
+    std::map<std::pair<std::uintptr_t, std::uintptr_t>, Value> urls_;
+    std::size_t referencesLeft_; // each takes a byte at least
     std::size_t textLeft_;
 };
 

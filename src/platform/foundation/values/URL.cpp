@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <sys/stat.h>
+#include <vector>
 
 namespace qv {
 
@@ -73,6 +74,34 @@ std::pair<std::size_t, std::size_t> pathBounds(std::string_view text, std::size_
     return {begin, end};
 }
 
+// RFC 3986, 5.2.4.
+std::string withoutDotSegments(std::string_view path) {
+    std::vector<std::string_view> segments;
+    const bool isAbsolute = path.starts_with('/');
+    path.remove_prefix(isAbsolute ? 1 : 0);
+    for (bool isLast = false; !isLast;) {
+        const std::size_t slash = path.find('/');
+        isLast = slash == std::string_view::npos;
+        const std::string_view segment = path.substr(0, slash);
+        path.remove_prefix(isLast ? path.size() : slash + 1);
+        const bool isParent = segment == "..";
+        if (isParent && !segments.empty()) {
+            segments.pop_back();
+        }
+        if (!isParent && segment != ".") {
+            segments.push_back(segment);
+        } else if (isLast) {
+            segments.emplace_back(); // what remains is a folder
+        }
+    }
+    std::string text;
+    for (const std::string_view segment : segments) {
+        text += isAbsolute || !text.empty() ? "/" : "";
+        text += segment;
+    }
+    return text;
+}
+
 } // namespace
 
 std::string percentDecoded(std::string_view text) {
@@ -111,6 +140,39 @@ std::optional<URL> URL::URLWithString(std::string_view text) {
         url.text_ += text.substr(end);
     }
     return url;
+}
+
+std::optional<URL> URL::URLWithString(std::string_view text, const URL& base) {
+    std::optional<URL> url = URLWithString(text);
+    if (!url || base.text_.empty() || !url->scheme().empty()) {
+        return url;
+    }
+    const std::string_view start = base.text_;
+    const std::size_t schemeEnd = base.scheme().empty() ? 0 : base.scheme().size() + 1;
+    const auto [baseBegin, baseEnd] = pathBounds(start, base.scheme().size());
+    const std::string_view basePath = start.substr(baseBegin, baseEnd - baseBegin);
+    const std::string_view relative = url->text_;
+    const auto [begin, end] = pathBounds(relative, 0);
+    const std::string_view path = relative.substr(begin, end - begin);
+    const std::string_view rest = relative.substr(end); // query and fragment
+    if (begin > 0) {                                    // an authority of its own
+        return URL(std::string(start.substr(0, schemeEnd)) +
+                   std::string(relative.substr(0, begin)) + withoutDotSegments(path) +
+                   std::string(rest));
+    }
+    const std::string authority(start.substr(0, baseBegin));
+    if (path.empty()) {
+        const std::size_t kept =
+            rest.starts_with('?') ? baseEnd : std::min(start.find('#', baseEnd), start.size());
+        return URL(std::string(start.substr(0, kept)) + std::string(rest));
+    }
+    std::string merged;
+    if (!path.starts_with('/')) {
+        const bool isBare = basePath.empty() && baseBegin > schemeEnd;
+        merged = isBare ? "/" : basePath.substr(0, basePath.rfind('/') + 1);
+    }
+    merged += path;
+    return URL(authority + withoutDotSegments(merged) + std::string(rest));
 }
 
 URL URL::fileURLWithPath(std::string_view path) {

@@ -13,6 +13,10 @@ public:
     /// `"<>\^`{|}`), a `%` without two hexadecimal digits, or a second `#`. The empty text is a
     /// URL. Brackets in the path are percent-encoded; all else stays as it is given.
     static std::optional<URL> URLWithString(std::string_view text);
+    /// The same of a text that may be relative to a base: resolved against it as RFC 3986, 5.2.2,
+    /// has it.
+    static std::optional<URL> URLWithString(std::string_view text, const URL& base);
+    URL() = default; ///< the empty text
     /// A file URL of a path in bytes; a relative path is based on the current directory (where that
     /// is gone, the result is a relative URL, no file URL). A slash is added for an existing
     /// folder.

@@ -66,6 +66,28 @@ TEST(KeyedUnarchiver, UnderstandsTheMutableAndTheForeignForms) {
                                         2),
                                  classRecord("NSMutableDictionary"), text})),
               Value::dictionary({{"text", text}}));
+    EXPECT_EQ(decoded(archiveOf({object({{Value::string("NS.keys"), uids({3, 4})},
+                                         {Value::string("NS.objects"), uids({3, 3})}},
+                                        2),
+                                 classRecord("NSDictionary"), Value::integer(7), text})),
+              Value::dictionary({{"7", Value::integer(7)}, {"text", Value::integer(7)}}));
+    EXPECT_EQ(decoded(archiveOf({object({{Value::string("NS.count"), Value::integer(2)},
+                                         {Value::string("NS.object0"), uid(3)},
+                                         {Value::string("NS.count0"), Value::integer(5)},
+                                         {Value::string("NS.object1"), uid(4)},
+                                         {Value::string("NS.count1"), Value::integer(1)}},
+                                        2),
+                                 classRecord("NSCountedSet"), text, bytes})),
+              Value::set({text, bytes}));
+    const auto url = [](std::uint32_t base, std::uint32_t relative) {
+        return object(
+            {{Value::string("NS.base"), uid(base)}, {Value::string("NS.relative"), uid(relative)}},
+            4);
+    };
+    EXPECT_EQ(decoded(archiveOf({url(2, 5), url(3, 6), url(0, 7), classRecord("NSURL"),
+                                 Value::string("c?d"), Value::string("../b/"),
+                                 Value::string("file:///a/x/y")})),
+              Value::url(*URL::URLWithString("file:///a/b/c?d")));
 }
 
 TEST(KeyedUnarchiver, TakesTheFirstKnownSuperclassThenTheHints) {
@@ -123,11 +145,11 @@ TEST(KeyedUnarchiver, ObjectsAreCheckedOneByOne) {
         {"object 1: stands there as a plain NSKeyedArchiverUID", {uid(1)}},
         {"object 1: has no $class that is a UID", {Value::dictionary({})}},
         {"object 1: its class is object 9 of 2", {arrayObject(uids({}), 9)}},
-        {"object 2: is no class: it has no $classname", {arrayObject(uids({}), 2), text}},
+        {"object 2: is not a class: it has no $classname", {arrayObject(uids({}), 2), text}},
         {"object 2: the class A\\x0aB is not understood",
          {arrayObject(uids({}), 2), classRecord("A\nB")}},
-        {"object 1: NS.objects is no array", {arrayObject(text, 2), array}},
-        {"object 1: NS.objects is no UID", {arrayObject(Value::array({text}), 2), array}},
+        {"object 1: NS.objects is not an array", {arrayObject(text, 2), array}},
+        {"object 1: NS.objects is not a UID", {arrayObject(Value::array({text}), 2), array}},
         {"object 1: NS.objects refers to object 4294967295 of 3",
          {arrayObject(uids({4294967295U}), 2), array}},
         {"object 1: holds no object (nil) as a member", {arrayObject(uids({0}), 2), array}},
@@ -136,9 +158,14 @@ TEST(KeyedUnarchiver, ObjectsAreCheckedOneByOne) {
          {arrayObject(uids({3}), 2), array, arrayObject(uids({1}), 2)}},
         {"object 1: has 2 keys for 1 values",
          {dictionaryObject(uids({3, 3}), uids({3})), dictionary, text}},
-        {"object 1: key 0 is no string",
-         {dictionaryObject(uids({3}), uids({3})), dictionary, Value::integer(7)}},
-        {"object 1: key 0 is no string",
+        {"object 1: key 0 is not a string or number",
+         {dictionaryObject(uids({3}), uids({3})), dictionary, Value::data("7")}},
+        {"object 1: has a key twice",
+         {dictionaryObject(uids({3, 4}), uids({3, 3})), dictionary, Value::integer(7),
+          Value::string("7")}},
+        {"object 1: has no object (nil) under the key 7",
+         {dictionaryObject(uids({3}), uids({0})), dictionary, Value::integer(7)}},
+        {"object 1: key 0 is not a string or number",
          {dictionaryObject(uids({0}), uids({3})), dictionary, text}},
         {"object 1: has no object (nil) under the key text",
          {dictionaryObject(uids({3}), uids({0})), dictionary, text}},
@@ -146,23 +173,33 @@ TEST(KeyedUnarchiver, ObjectsAreCheckedOneByOne) {
          {dictionaryObject(uids({3, 3}), uids({3, 3})), dictionary, text}},
         {"object 1: has a key twice",
          {dictionaryObject(uids({3, 4}), uids({3, 4})), dictionary, text, Value::string("text")}},
-        {"object 1: NS.relative is no string", {urlObject(0, 0), url}},
-        {"object 1: \"a b\" is no URL", {urlObject(0, 3), url, Value::string("a b")}},
-        {"object 1: is a URL with a base", {urlObject(3, 4), url, urlObject(0, 4), text}},
-        {"object 1: NSDomain is no string", {errorObject(0, Value::integer(1), 0), error}},
-        {"object 1: NSCode is no integer", {errorObject(3, text, 0), error, text}},
-        {"object 1: NSUserInfo is no dictionary",
+        {"object 1: NS.relative is not a string", {urlObject(0, 0), url}},
+        {"object 1: \"a b\" is not a URL", {urlObject(0, 3), url, Value::string("a b")}},
+        {"object 1: NS.base is not a URL", {urlObject(3, 3), url, text}},
+        {"object 1, of class Own: NS.objects is not an array",
+         {Value::dictionary({{"$class", uid(2)}}),
+          Value::dictionary({{"$classname", Value::string("Own")},
+                             {"$classes", Value::array({Value::string("NSSet")})}})}},
+        {"object 1: NS.count is not a count",
+         {Value::dictionary({{"$class", uid(2)}, {"NS.count", Value::integer(-1)}}),
+          classRecord("NSCountedSet")}},
+        {"object 1: NS.object0 is not a UID",
+         {Value::dictionary({{"$class", uid(2)}, {"NS.count", Value::integer(4'000'000'000)}}),
+          classRecord("NSCountedSet")}},
+        {"object 1: NSDomain is not a string", {errorObject(0, Value::integer(1), 0), error}},
+        {"object 1: NSCode is not an integer", {errorObject(3, text, 0), error, text}},
+        {"object 1: NSUserInfo is not a dictionary",
          {errorObject(3, Value::integer(1), 3), error, text}},
     };
     for (const auto& [reason, elements] : cases) {
         EXPECT_EQ(refusalOf(archiveOf(elements)), reason);
     }
     EXPECT_EQ(refusalOf(inlineArchive("NSUUID", "NS.uuidbytes", Value::data("short"))),
-              "object 1: a UUID of 5 bytes");
+              "object 1: has a UUID of 5 bytes");
     EXPECT_EQ(refusalOf(inlineArchive("NSDate", "NS.time", text)),
-              "object 1: NS.time is no NSNumber");
+              "object 1: NS.time is not of class NSNumber");
     EXPECT_EQ(refusalOf(inlineArchive("NSMutableString", "NS.other", text)),
-              "object 1: NS.string is no NSString");
+              "object 1: NS.string is not of class NSString");
 }
 
 TEST(KeyedUnarchiver, TheFrameIsChecked) {
@@ -189,16 +226,16 @@ TEST(KeyedUnarchiver, TheFrameIsChecked) {
     ASSERT_EQ(refusalOf(with("none", {})), "no error");
     const Value wrong = Value::real(1);
     for (const std::optional<Value>& replacement : {std::optional<Value>(), std::optional(wrong)}) {
-        EXPECT_EQ(refusalOf(with("$version", replacement)), "$version is no integer");
-        EXPECT_EQ(refusalOf(with("$archiver", replacement)), "$archiver is no string");
-        EXPECT_EQ(refusalOf(with("$objects", replacement)), "$objects is no array");
+        EXPECT_EQ(refusalOf(with("$version", replacement)), "$version is not an integer");
+        EXPECT_EQ(refusalOf(with("$archiver", replacement)), "$archiver is not a string");
+        EXPECT_EQ(refusalOf(with("$objects", replacement)), "$objects is not an array");
         EXPECT_EQ(refusalOf(with("$top", replacement)), "$top has no root that is a UID");
     }
     EXPECT_EQ(refusalOf(with("$version", Value::integer(1))), "$version is 1, not 100000");
     EXPECT_EQ(refusalOf(with("$top", Value::dictionary({{"root", wrong}}))),
               "$top has no root that is a UID");
-    EXPECT_EQ(refusalOf("bplist00").rfind("the archive is no property list: ", 0), 0U);
-    EXPECT_EQ(refusalOf("word"), "the archive is no dictionary");
+    EXPECT_EQ(refusalOf("bplist00").rfind("the archive is not a property list: ", 0), 0U);
+    EXPECT_EQ(refusalOf("word"), "the archive is not a dictionary");
 }
 
 TEST(KeyedUnarchiver, DepthCountsWhateverTheWayAnObjectIsMet) {

@@ -46,6 +46,34 @@ TEST(URL, KeepsTheTextAsItIsGiven) {
     }
 }
 
+// The examples of RFC 3986, 5.4, and what a base without authority or path adds.
+TEST(URL, ResolvesRelativeTexts) {
+    for (const auto& [text, resolved] : Rows{
+             {"g:h", "g:h"},
+             {"g", "http://a/b/c/g"},
+             {"./g", "http://a/b/c/g"},
+             {"g/", "http://a/b/c/g/"},
+             {"/g", "http://a/g"},
+             {"//g", "http://g"},
+             {"?y", "http://a/b/c/d;p?y"},
+             {"g?y#s", "http://a/b/c/g?y#s"},
+             {"#s", "http://a/b/c/d;p?q#s"},
+             {"", "http://a/b/c/d;p?q"},
+             {".", "http://a/b/c/"},
+             {"..", "http://a/b/"},
+             {"../../../g", "http://a/g"},
+             {"/./g/../h", "http://a/h"},
+             {"g..", "http://a/b/c/g.."},
+             {"g;x=1/../y", "http://a/b/c/y"},
+         }) {
+        EXPECT_EQ(URL::URLWithString(text, url("http://a/b/c/d;p?q#f"))->absoluteString(), resolved)
+            << text;
+    }
+    EXPECT_EQ(URL::URLWithString("g", url("http://a"))->absoluteString(), "http://a/g");
+    EXPECT_EQ(URL::URLWithString("../g", url("a/b/c"))->absoluteString(), "a/g");
+    EXPECT_FALSE(URL::URLWithString("a b", url("file:///")));
+}
+
 // Encoding bracket by bracket in place in place would be quadratic: minutes.
 TEST(URL, ManyBracketsTakeLinearTime) {
     const std::string text = "file:///" + std::string(1U << 20U, '[');
