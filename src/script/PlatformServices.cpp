@@ -5,7 +5,7 @@
 #include "platform/workspace/LinuxWorkspace.h"
 #include "platform/workspace/TrashService.h"
 #include "platform/workspace/applications/ApplicationIndexes.h"
-#include "script/QVCatalogScript.h"
+#include "script/ScriptEngine.h"
 
 #include <unistd.h>
 
@@ -20,39 +20,39 @@ PlatformServices PlatformServices::shared() {
 }
 
 // Without anybody behind it, a script is asked for by the process that it runs in.
-Requester QVCatalogScript::requester() const {
-    return requester_.value_or(Requester{.process = ::getpid(), .user = ::geteuid()});
+Requester ScriptEngine::requesterOrSelf() const {
+    return requester.value_or(Requester{.process = ::getpid(), .user = ::geteuid()});
 }
 
-TrashService& QVCatalogScript::trashService() {
-    if (!services_.trash) {
-        services_.trash = std::make_shared<FreedesktopTrash>();
+TrashService& ScriptEngine::trashService() {
+    if (!services.trash) {
+        services.trash = std::make_shared<FreedesktopTrash>();
     }
-    return *services_.trash;
+    return *services.trash;
 }
 
-WorkspaceService& QVCatalogScript::workspaceService() {
-    if (!services_.workspace) {
-        services_.workspace = std::make_shared<LinuxWorkspace>(
-            requester(), WorkspaceMemory{services_.applications, services_.launches});
+WorkspaceService& ScriptEngine::workspaceService() {
+    if (!services.workspace) {
+        services.workspace = std::make_shared<LinuxWorkspace>(
+            requesterOrSelf(), WorkspaceMemory{services.applications, services.launches});
     }
-    return *services_.workspace;
+    return *services.workspace;
 }
 
-PreferencesService& QVCatalogScript::preferencesService() {
-    if (!services_.preferences) {
-        services_.preferences = std::make_shared<PreferenceFiles>(PreferenceSurroundings{},
-                                                                  services_.preferenceChanges);
+PreferencesService& ScriptEngine::preferencesService() {
+    if (!services.preferences) {
+        services.preferences =
+            std::make_shared<PreferenceFiles>(PreferenceSurroundings{}, services.preferenceChanges);
     }
-    return *services_.preferences;
+    return *services.preferences;
 }
 
-AccessibilityService& QVCatalogScript::accessibilityService() {
-    if (!services_.accessibility) {
-        services_.accessibility =
-            std::make_shared<TrustStore>(TrustStore::defaultFolder(), requester().user);
+AccessibilityService& ScriptEngine::accessibilityService() {
+    if (!services.accessibility) {
+        services.accessibility =
+            std::make_shared<TrustStore>(TrustStore::defaultFolder(), requesterOrSelf().user);
     }
-    return *services_.accessibility;
+    return *services.accessibility;
 }
 
 } // namespace qv

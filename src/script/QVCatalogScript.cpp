@@ -1,6 +1,9 @@
 #include "script/QVCatalogScript.h"
 
 #include "platform/foundation/values/Exception.h"
+#include "script/ScriptEngine.h"
+
+#include <utility>
 
 namespace qv {
 
@@ -20,51 +23,85 @@ std::unique_ptr<QVCatalogScript> QVCatalogScript::oneLineScript() {
 }
 
 /// Ends a recording when an exception leaves the scope.
-class QVCatalogScript::RecordingEnd {
+class ScriptEngine::RecordingEnd {
 public:
-    explicit RecordingEnd(QVCatalogScript& script) noexcept : script_(&script) {}
+    explicit RecordingEnd(ScriptEngine& engine) noexcept : engine_(&engine) {}
     RecordingEnd(const RecordingEnd&) = delete;
     RecordingEnd& operator=(const RecordingEnd&) = delete;
     RecordingEnd(RecordingEnd&&) = delete;
     RecordingEnd& operator=(RecordingEnd&&) = delete;
     ~RecordingEnd() {
-        if (script_ != nullptr) {
-            script_->isRecording = false;
-            script_->recordedSteps.clear();
+        if (engine_ != nullptr) {
+            engine_->isRecording = false;
+            engine_->recordedSteps.clear();
         }
     }
-    void disarm() noexcept { script_ = nullptr; }
+    void disarm() noexcept { engine_ = nullptr; }
 
 private:
-    QVCatalogScript* script_;
+    ScriptEngine* engine_;
 };
 
+QVCatalogScript::QVCatalogScript() : engine_(std::make_unique<ScriptEngine>(*this)) {}
+QVCatalogScript::~QVCatalogScript() = default;
+
+bool QVCatalogScript::isPriviledged() const noexcept { return engine_->isPriviledged; }
+void QVCatalogScript::setIsPriviledged(bool isPriviledged) noexcept {
+    engine_->isPriviledged = isPriviledged;
+}
+std::int32_t QVCatalogScript::errorHandlingBehaviour() const noexcept {
+    return engine_->errorHandlingBehaviour;
+}
+const Error& QVCatalogScript::executeRecordingLastStatementError() const noexcept {
+    return engine_->executeRecordingLastStatementError;
+}
+bool QVCatalogScript::executeWithAdminRights() const noexcept {
+    return engine_->executeWithAdminRights;
+}
+std::optional<Value> QVCatalogScript::keyValueStorage() const {
+    return engine_->keyValueStorage.value();
+}
+const QVCatalogScript::PriviledgedExecutionBlock&
+QVCatalogScript::priviledgedExecutionBlock() const noexcept {
+    return engine_->priviledgedExecutionBlock_;
+}
+void QVCatalogScript::setPriviledgedExecutionBlock(PriviledgedExecutionBlock block) {
+    engine_->priviledgedExecutionBlock_ = std::move(block);
+}
+const QVCatalogScript::UpdateProgressBlock& QVCatalogScript::updateProgressBlock() const noexcept {
+    return engine_->updateProgressBlock;
+}
+void QVCatalogScript::setUpdateProgressBlock(UpdateProgressBlock block) {
+    engine_->updateProgressBlock = std::move(block);
+}
+const Value* QVCatalogScript::currentStep() const noexcept { return engine_->currentStep; }
+
 bool QVCatalogScript::beginRecording() {
-    if (isRecording) {
+    if (engine_->isRecording) {
         return false;
     }
-    isRecording = true;
-    recordedSteps.clear();
-    RecordingEnd end(*this);
-    setExecuteWithAdminRights(executeWithAdminRights_);
-    setErrorHandlingBehaviour(errorHandlingBehaviour_);
-    setKeyValueStorage(keyValueStorage_.value());
+    engine_->isRecording = true;
+    engine_->recordedSteps.clear();
+    ScriptEngine::RecordingEnd end(*engine_);
+    setExecuteWithAdminRights(executeWithAdminRights());
+    setErrorHandlingBehaviour(errorHandlingBehaviour());
+    setKeyValueStorage(keyValueStorage());
     end.disarm();
     return true;
 }
 
 std::optional<Value> QVCatalogScript::endRecording() {
-    if (!isRecording) {
+    if (!engine_->isRecording) {
         return std::nullopt;
     }
-    isRecording = false;
-    return Value::array(std::exchange(recordedSteps, {}));
+    engine_->isRecording = false;
+    return Value::array(std::exchange(engine_->recordedSteps, {}));
 }
 
-Error QVCatalogScript::_recordOrExecuteWithRecordingBlock(RecordingBlock recordingBlock,
-                                                          ExecutionBlock executionBlock,
-                                                          OperationsBlock priviledgedExecutionBlock,
-                                                          unsigned options) {
+Error ScriptEngine::_recordOrExecuteWithRecordingBlock(RecordingBlock recordingBlock,
+                                                       ExecutionBlock executionBlock,
+                                                       OperationsBlock priviledgedExecutionBlock,
+                                                       unsigned options) {
     if (!executeScript) {
         return {};
     }
@@ -76,8 +113,8 @@ Error QVCatalogScript::_recordOrExecuteWithRecordingBlock(RecordingBlock recordi
         }
         return {};
     }
-    const bool admin = executeWithAdminRights_ && (options & kPriviledgedWithAdminRights) != 0;
-    if (!isPriviledged_ && (admin || (options & kAlwaysPriviledged) != 0)) {
+    const bool admin = executeWithAdminRights && (options & kPriviledgedWithAdminRights) != 0;
+    if (!isPriviledged && (admin || (options & kAlwaysPriviledged) != 0)) {
         if (priviledgedExecutionBlock) {
             return _recordAndPerformOperationInPriviledgedBlock(priviledgedExecutionBlock);
         }
@@ -89,8 +126,8 @@ Error QVCatalogScript::_recordOrExecuteWithRecordingBlock(RecordingBlock recordi
     }
     Error error = executionBlock ? executionBlock() : Error();
     const bool mayRetry =
-        (static_cast<unsigned>(errorHandlingBehaviour_) & kNoPriviledgedRetry) == 0;
-    if (!error || (options & kRetryPriviledged) == 0 || isPriviledged_ || !mayRetry) {
+        (static_cast<unsigned>(errorHandlingBehaviour) & kNoPriviledgedRetry) == 0;
+    if (!error || (options & kRetryPriviledged) == 0 || isPriviledged || !mayRetry) {
         return error;
     }
     try {
@@ -103,13 +140,13 @@ Error QVCatalogScript::_recordOrExecuteWithRecordingBlock(RecordingBlock recordi
     }
 }
 
-Error QVCatalogScript::_recordAndPerformOperationInPriviledgedBlock(OperationsBlock block) {
-    if (!beginRecording()) {
+Error ScriptEngine::_recordAndPerformOperationInPriviledgedBlock(OperationsBlock block) {
+    if (!script_.beginRecording()) {
         return engineError("Recording of priviledged operation failed");
     }
     RecordingEnd end(*this);
     block();
-    const std::optional<Value> steps = endRecording();
+    const std::optional<Value> steps = script_.endRecording();
     end.disarm();
     if (!steps) {
         return engineError("No priviledged operations recorded");
@@ -118,12 +155,12 @@ Error QVCatalogScript::_recordAndPerformOperationInPriviledgedBlock(OperationsBl
         return engineError("No block specified for priviledged execution");
     }
     Error error;
-    priviledgedExecutionBlock_(*this, *steps, &error, nullptr);
+    priviledgedExecutionBlock_(script_, *steps, &error, nullptr);
     return error;
 }
 
-Error QVCatalogScript::perform(OperationCode code, FunctionView<StepValues()> values,
-                               ExecutionBlock executionBlock) {
+Error ScriptEngine::perform(OperationCode code, FunctionView<StepValues()> values,
+                            ExecutionBlock executionBlock) {
     if (!executeScript) {
         return {};
     }

@@ -1,30 +1,24 @@
 #pragma once
 
-#include "platform/foundation/process/Requester.h"
 #include "platform/foundation/values/Error.h"
 #include "platform/foundation/values/URL.h"
 #include "platform/foundation/values/Value.h"
-#include "script/FunctionView.h"
-#include "script/KeyValueStorage.h"
-#include "script/OperationTable.h"
-#include "script/PlatformServices.h"
 
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <string_view>
-#include <vector>
 
 namespace qv {
 
-class NamedItem;
+class ScriptEngine;
 
 /// The domain of the engine's own errors; their code is 0 unless an operation says otherwise.
 inline constexpr std::string_view kCatalogScriptErrorDomain = "QVCatalogScriptErrorDomain";
 
 /// Recorder and executor of scripts. A script is an array of step records (dictionaries of
-/// property-list values; `OperationTable` lists them). On the side without rights an operation acts
+/// property-list values). On the side without rights an operation acts
 /// directly, or is recorded and handed to `priviledgedExecutionBlock`; on the privileged side
 /// `executeRecording` replays the array and each operation acts itself.
 ///
@@ -40,42 +34,28 @@ public:
         QVCatalogScript& script, const Value& steps, Error* error, const Value** errorScriptStep)>;
     using UpdateProgressBlock = std::function<void(QVCatalogScript& script, std::uint32_t field,
                                                    const std::optional<Value>& value)>;
-    using RecordingBlock = FunctionView<std::optional<Value>()>;
-    using ExecutionBlock = FunctionView<Error()>;
-    using OperationsBlock = FunctionView<void()>;
 
-    QVCatalogScript() = default;
+    QVCatalogScript();
+    QVCatalogScript(const QVCatalogScript&) = delete;
+    QVCatalogScript& operator=(const QVCatalogScript&) = delete;
+    QVCatalogScript(QVCatalogScript&&) = delete;
+    QVCatalogScript& operator=(QVCatalogScript&&) = delete;
+    ~QVCatalogScript();
     /// A fresh script for a single operation.
     static std::unique_ptr<QVCatalogScript> oneLineScript();
 
     // Properties.
-    [[nodiscard]] bool isPriviledged() const noexcept { return isPriviledged_; }
-    void setIsPriviledged(bool isPriviledged) noexcept { isPriviledged_ = isPriviledged; }
-    [[nodiscard]] std::int32_t errorHandlingBehaviour() const noexcept {
-        return errorHandlingBehaviour_;
-    }
-    [[nodiscard]] const Error& executeRecordingLastStatementError() const noexcept {
-        return executeRecordingLastStatementError_;
-    }
-    [[nodiscard]] bool executeWithAdminRights() const noexcept { return executeWithAdminRights_; }
+    [[nodiscard]] bool isPriviledged() const noexcept;
+    void setIsPriviledged(bool isPriviledged) noexcept;
+    [[nodiscard]] std::int32_t errorHandlingBehaviour() const noexcept;
+    [[nodiscard]] const Error& executeRecordingLastStatementError() const noexcept;
+    [[nodiscard]] bool executeWithAdminRights() const noexcept;
     /// None only when a replayed step took the storage away.
-    [[nodiscard]] std::optional<Value> keyValueStorage() const { return keyValueStorage_.value(); }
-    [[nodiscard]] const PriviledgedExecutionBlock& priviledgedExecutionBlock() const noexcept {
-        return priviledgedExecutionBlock_;
-    }
-    void setPriviledgedExecutionBlock(PriviledgedExecutionBlock block) {
-        priviledgedExecutionBlock_ = std::move(block);
-    }
-    [[nodiscard]] const UpdateProgressBlock& updateProgressBlock() const noexcept {
-        return updateProgressBlock_;
-    }
-    /// On whose behalf the script runs: applications are launched in his session. This process
-    /// itself when it is not set. Call it before the script runs.
-    void setRequester(const Requester& requester) noexcept { requester_ = requester; }
-    void setPlatformServices(PlatformServices services) { services_ = std::move(services); }
-    void setUpdateProgressBlock(UpdateProgressBlock block) {
-        updateProgressBlock_ = std::move(block);
-    }
+    [[nodiscard]] std::optional<Value> keyValueStorage() const;
+    [[nodiscard]] const PriviledgedExecutionBlock& priviledgedExecutionBlock() const noexcept;
+    void setPriviledgedExecutionBlock(PriviledgedExecutionBlock block);
+    [[nodiscard]] const UpdateProgressBlock& updateProgressBlock() const noexcept;
+    void setUpdateProgressBlock(UpdateProgressBlock block);
 
     // Recording and replay (QVCatalogScript.cpp, QVCatalogScriptReplay.cpp).
 
@@ -90,14 +70,7 @@ public:
     /// Either pointer may be null; both are reset first.
     bool executeRecording(const Value& steps, Error* error, const Value** errorScriptStep);
     /// The step that a replay is at, or was at when an exception left it; else a null pointer.
-    [[nodiscard]] const Value* currentStep() const noexcept { return currentStep_; }
-
-    /// The decision inside every operation: skip, record, act, or hand to the privileged side.
-    Error _recordOrExecuteWithRecordingBlock(RecordingBlock recordingBlock,
-                                             ExecutionBlock executionBlock,
-                                             OperationsBlock priviledgedExecutionBlock,
-                                             unsigned options);
-    Error _recordAndPerformOperationInPriviledgedBlock(OperationsBlock block);
+    [[nodiscard]] const Value* currentStep() const noexcept;
 
     // Files (QVCatalogScriptFiles.cpp), with the file manager's errors. Nothing is overwritten but
     // what is replaced. A success of a move, an atomic copy and a replace survives a power cut; so
@@ -122,23 +95,19 @@ public:
     /// the old one comes back.
     Error replaceItemAtURL(const std::optional<URL>& url, const std::optional<URL>& withItemAtURL,
                            bool adaptOwnershipToParent);
-    /// Sets the dates of an item to now; what is not there becomes an empty file. Follows links, by
-    /// the rule of platform/foundation/files/HeldItem.h.
+    /// Sets the dates of an item to now; what is not there becomes an empty file. Follows
+    /// links, but a link that is not root's only to an item of the link's owner.
     Error touchItemAtURL(const std::optional<URL>& url);
     /// The trash folder for an item, no step: that of its own volume, as `volumeHasTrash` (may be
     /// null) then tells, else the user's. None when there is none, or no such item.
-    static std::optional<URL> trashPathForURL(const std::optional<URL>& url, bool* volumeHasTrash,
-                                              TrashService& trash);
-    /// The first free name in a folder for an item that is set aside, no step: "Foo.app",
-    /// "Foo (2.1).app" with its version or else the day of its last change, "Foo (2.1 - 1).app" and
-    /// so on; without either "Foo (0).app", "Foo (1).app".
-    static URL _smartArchiveNameItem(const URL& item, const URL& atDirectory);
+    static std::optional<URL> trashPathForURL(const std::optional<URL>& url, bool* volumeHasTrash);
 
     // Ownership and permissions (QVCatalogScriptOwnership.cpp). Links are followed as `stat`,
-    // `chown` and `chmod` follow them, but for the rule of platform/foundation/files/HeldItem.h.
-    // Recursive changes go on after a failing descendant and do not report it. An item that has the
-    // owner and group already is not touched: it keeps its set-ID bits, capabilities and dates. An
-    // owner is saved under an identifier of any kind that KeyValueStorage takes.
+    // `chown` and `chmod` follow them, but a link that is not root's only to an item of the link's
+    // owner. Recursive changes go on after a failing descendant and do not report it. An item that
+    // has the owner and group already is not touched: it keeps its set-ID bits, capabilities and
+    // dates. An owner is saved under an identifier of any kind but an error; numbers of the same
+    // value are the same one.
 
     Error saveOwnerAndGroupOfURL(const std::optional<URL>& url, const std::optional<Value>& toID);
     Error applyOwnerAndGroupOfURL(const std::optional<URL>& url, bool recursive,
@@ -194,44 +163,8 @@ public:
     void setKeyValueStorage(const std::optional<Value>& storage);
 
 private:
-    /// Records `values` under the keys of the operation's row of the table, or acts.
-    Error perform(OperationCode code, FunctionView<StepValues()> values,
-                  ExecutionBlock executionBlock);
-    class RecordingEnd;
-    void recordControlStep(OperationCode code, const StepValues& values);
-    // The operations of these names, for items whose places are held already.
-    Error move(const NamedItem& from, const NamedItem& to, bool adaptOwnershipToParent,
-               bool atomic);
-    Error copy(const NamedItem& from, const NamedItem& to, bool adaptOwnershipToParent,
-               bool atomic);
-    Error performOnWay(OperationCode code, const NamedItem& from, const NamedItem& to,
-                       bool adaptOwnershipToParent, bool atomic, ExecutionBlock executionBlock);
-    Error trash(const NamedItem& item);
-    static std::optional<URL> trashPath(const NamedItem& item, bool* volumeHasTrash,
-                                        TrashService& trash);
-    Error changeOwnership(const NamedItem& item, std::uint32_t userID, std::uint32_t groupID,
-                          bool recursive);
-    [[nodiscard]] Requester requester() const;
-    TrashService& trashService();
-    WorkspaceService& workspaceService();
-    PreferencesService& preferencesService();
-    AccessibilityService& accessibilityService();
-    Error replayStep(const Operation& operation, const StepFields& fields);
-
-    bool isRecording = false;
-    std::vector<Value> recordedSteps;
-    std::int32_t errorHandlingBehaviour_ = 0;
-    Error executeRecordingLastStatementError_;
-    bool executeWithAdminRights_ = false;
-    bool executeScript = true;
-    std::int64_t ignoreIfBlocksCount = 0;
-    bool isPriviledged_ = false;
-    PriviledgedExecutionBlock priviledgedExecutionBlock_;
-    UpdateProgressBlock updateProgressBlock_;
-    KeyValueStorage keyValueStorage_;
-    std::optional<Requester> requester_;
-    PlatformServices services_;
-    const Value* currentStep_ = nullptr;
+    friend class ScriptEngine;
+    std::unique_ptr<ScriptEngine> engine_;
 };
 
 } // namespace qv

@@ -1,97 +1,99 @@
 #include "platform/foundation/values/Exception.h"
 #include "rules/QVRuleChecker.h"
-#include "script/QVCatalogScript.h"
+#include "script/ScriptEngine.h"
 
 namespace qv {
 
-void QVCatalogScript::recordControlStep(OperationCode code, const StepValues& values) {
+void ScriptEngine::recordControlStep(OperationCode code, const StepValues& values) {
     recordedSteps.push_back(stepRecord(operationRow(code), values));
 }
 
 void QVCatalogScript::updateProgressField(std::uint32_t field,
                                           const std::optional<Value>& withValue) {
-    if (!executeScript) {
+    if (!engine_->executeScript) {
         return;
     }
-    if (isRecording) {
-        recordControlStep(OperationCode::updateProgressField, {Value::integer(field), withValue});
-    } else if (updateProgressBlock_) {
-        updateProgressBlock_(*this, field, withValue);
+    if (engine_->isRecording) {
+        engine_->recordControlStep(OperationCode::updateProgressField,
+                                   {Value::integer(field), withValue});
+    } else if (engine_->updateProgressBlock) {
+        engine_->updateProgressBlock(*this, field, withValue);
     }
 }
 
 // The markers of a block are never gated: they keep track of the nesting inside skipped branches.
 
 void QVCatalogScript::beginIfBlock(const std::optional<Value>& rule) {
-    if (isRecording) {
-        recordControlStep(OperationCode::beginIfBlock, {rule});
+    if (engine_->isRecording) {
+        engine_->recordControlStep(OperationCode::beginIfBlock, {rule});
         return;
     }
-    if (!executeScript) {
-        ++ignoreIfBlocksCount;
+    if (!engine_->executeScript) {
+        ++engine_->ignoreIfBlocksCount;
         return;
     }
     if (rule && !rule->is(Value::Kind::string)) {
         refuseField(StepKey::arg1, "a string, a rule", &*rule);
     }
     const auto checker = QVRuleChecker::ruleCheckerWithDefaultFunctions(true);
-    const bool failed = static_cast<bool>(executeRecordingLastStatementError_);
+    const bool failed = static_cast<bool>(executeRecordingLastStatementError());
     checker->setKvoValues(
         Value::dictionary({{"lastStatementExecutionError", Value::integer(failed ? 1 : 0)}}));
     std::optional<Exception> exception; // a rule that cannot be evaluated does not hold
-    executeScript = checker->runCheck(rule, &exception);
+    engine_->executeScript = checker->runCheck(rule, &exception);
 }
 
 void QVCatalogScript::beginElseBlock() {
-    if (isRecording) {
-        recordControlStep(OperationCode::beginElseBlock, {});
-    } else if (ignoreIfBlocksCount == 0) {
-        executeScript = !executeScript;
+    if (engine_->isRecording) {
+        engine_->recordControlStep(OperationCode::beginElseBlock, {});
+    } else if (engine_->ignoreIfBlocksCount == 0) {
+        engine_->executeScript = !engine_->executeScript;
     }
 }
 
 void QVCatalogScript::endIfBlock() {
-    if (isRecording) {
-        recordControlStep(OperationCode::endIfBlock, {});
-    } else if (ignoreIfBlocksCount >= 1) {
-        --ignoreIfBlocksCount;
+    if (engine_->isRecording) {
+        engine_->recordControlStep(OperationCode::endIfBlock, {});
+    } else if (engine_->ignoreIfBlocksCount >= 1) {
+        --engine_->ignoreIfBlocksCount;
     } else {
-        executeScript = true;
+        engine_->executeScript = true;
     }
 }
 
 void QVCatalogScript::setErrorHandlingBehaviour(std::int32_t behaviour) {
-    if (!executeScript) {
+    if (!engine_->executeScript) {
         return;
     }
-    if (isRecording) {
-        recordControlStep(OperationCode::setErrorHandlingBehaviour,
-                          {Value::integer(static_cast<std::uint32_t>(behaviour))});
+    if (engine_->isRecording) {
+        engine_->recordControlStep(OperationCode::setErrorHandlingBehaviour,
+                                   {Value::integer(static_cast<std::uint32_t>(behaviour))});
     } else {
-        errorHandlingBehaviour_ = behaviour;
+        engine_->errorHandlingBehaviour = behaviour;
     }
 }
 
 void QVCatalogScript::setExecuteWithAdminRights(bool flag) {
-    if (!executeScript) {
+    if (!engine_->executeScript) {
         return;
     }
-    if (isRecording) {
-        recordControlStep(OperationCode::setExecuteWithAdminRights, {Value::boolean(flag)});
+    if (engine_->isRecording) {
+        engine_->recordControlStep(OperationCode::setExecuteWithAdminRights,
+                                   {Value::boolean(flag)});
     } else {
-        executeWithAdminRights_ = flag;
+        engine_->executeWithAdminRights = flag;
     }
 }
 
 void QVCatalogScript::setKeyValueStorage(const std::optional<Value>& storage) {
-    if (!executeScript) {
+    if (!engine_->executeScript) {
         return;
     }
-    if (isRecording) {
+    if (engine_->isRecording) {
         // The current storage, not the argument: the one caller while recording passes it anyway.
-        recordControlStep(OperationCode::setKeyValueStorage, {keyValueStorage_.value()});
+        engine_->recordControlStep(OperationCode::setKeyValueStorage, {keyValueStorage()});
     } else {
-        keyValueStorage_ = KeyValueStorage(storage);
+        engine_->keyValueStorage = KeyValueStorage(storage);
     }
 }
 

@@ -7,7 +7,7 @@
 #include "platform/foundation/values/Description.h"
 #include "platform/workspace/Bundle.h"
 #include "platform/workspace/TrashService.h"
-#include "script/QVCatalogScript.h"
+#include "script/ScriptEngine.h"
 
 #include <fmt/core.h>
 
@@ -115,15 +115,15 @@ bool isLedAstray(const NamedItem& item) { return !item.place() && item.place().e
 } // namespace
 
 Error QVCatalogScript::removeItemAtURL(const std::optional<URL>& url) {
-    return perform(
+    return engine_->perform(
         OperationCode::removeItemAtURL, [&] { return StepValues{stringFromURL(url)}; },
         [&] { return FileManager::removeItemAtURL(url); });
 }
 
 // What moving and copying share: the record, and that it is the source that is re-owned first.
-Error QVCatalogScript::performOnWay(OperationCode code, const NamedItem& from, const NamedItem& to,
-                                    bool adaptOwnershipToParent, bool atomic,
-                                    ExecutionBlock executionBlock) {
+Error ScriptEngine::performOnWay(OperationCode code, const NamedItem& from, const NamedItem& to,
+                                 bool adaptOwnershipToParent, bool atomic,
+                                 ExecutionBlock executionBlock) {
     return perform(
         code,
         [&] {
@@ -145,8 +145,8 @@ Error QVCatalogScript::performOnWay(OperationCode code, const NamedItem& from, c
         });
 }
 
-Error QVCatalogScript::move(const NamedItem& from, const NamedItem& to, bool adaptOwnershipToParent,
-                            bool atomic) {
+Error ScriptEngine::move(const NamedItem& from, const NamedItem& to, bool adaptOwnershipToParent,
+                         bool atomic) {
     return performOnWay(OperationCode::moveItemFromURL, from, to, adaptOwnershipToParent, atomic,
                         [&] { return FileManager::moveItemAtURL(from, to); });
 }
@@ -154,11 +154,11 @@ Error QVCatalogScript::move(const NamedItem& from, const NamedItem& to, bool ada
 Error QVCatalogScript::moveItemFromURL(const std::optional<URL>& fromURL,
                                        const std::optional<URL>& toURL, bool adaptOwnershipToParent,
                                        bool atomic) {
-    return move(fromURL, toURL, adaptOwnershipToParent, atomic);
+    return engine_->move(fromURL, toURL, adaptOwnershipToParent, atomic);
 }
 
-Error QVCatalogScript::copy(const NamedItem& from, const NamedItem& to, bool adaptOwnershipToParent,
-                            bool atomic) {
+Error ScriptEngine::copy(const NamedItem& from, const NamedItem& to, bool adaptOwnershipToParent,
+                         bool atomic) {
     return performOnWay(OperationCode::copyItemFromURL, from, to, adaptOwnershipToParent, atomic,
                         [&] {
                             return atomic && to.url() ? copyAtomically(from, to, *to.url())
@@ -169,13 +169,13 @@ Error QVCatalogScript::copy(const NamedItem& from, const NamedItem& to, bool ada
 Error QVCatalogScript::copyItemFromURL(const std::optional<URL>& fromURL,
                                        const std::optional<URL>& toURL, bool adaptOwnershipToParent,
                                        bool atomic) {
-    return copy(fromURL, toURL, adaptOwnershipToParent, atomic);
+    return engine_->copy(fromURL, toURL, adaptOwnershipToParent, atomic);
 }
 
 Error QVCatalogScript::replaceItemAtURL(const std::optional<URL>& url,
                                         const std::optional<URL>& withItemAtURL,
                                         bool adaptOwnershipToParent) {
-    return perform(
+    return engine_->perform(
         OperationCode::replaceItemAtURL,
         [&] {
             return StepValues{stringFromURL(withItemAtURL), stringFromURL(url),
@@ -191,24 +191,24 @@ Error QVCatalogScript::replaceItemAtURL(const std::optional<URL>& url,
             if (Error error = checkedArchive(*url, *archive.url(), folder)) {
                 return error;
             }
-            if (Error error = move(item, archive, false, false)) {
+            if (Error error = engine_->move(item, archive, false, false)) {
                 return error;
             }
-            Error error = copy(withItemAtURL, item, true, false);
+            Error error = engine_->copy(withItemAtURL, item, true, false);
             if (!error) {
                 error = FileManager::syncItemAtURL(item); // before the old one is let go
             }
             if (error) {
-                static_cast<void>(trash(item));
-                static_cast<void>(move(archive, item, false, false));
+                static_cast<void>(engine_->trash(item));
+                static_cast<void>(engine_->move(archive, item, false, false));
                 return error;
             }
-            return trash(archive);
+            return engine_->trash(archive);
         });
 }
 
 Error QVCatalogScript::touchItemAtURL(const std::optional<URL>& url) {
-    return perform(
+    return engine_->perform(
         OperationCode::touchItemAtURL, [&] { return StepValues{stringFromURL(url)}; },
         [&] {
             timeval now{};
@@ -234,17 +234,18 @@ Error QVCatalogScript::touchItemAtURL(const std::optional<URL>& url) {
         });
 }
 
-URL QVCatalogScript::_smartArchiveNameItem(const URL& item, const URL& atDirectory) {
+URL ScriptEngine::_smartArchiveNameItem(const URL& item, const URL& atDirectory) {
     return freeArchive(std::optional(item), item, atDirectory, nullptr).url().value_or(item);
 }
 
 std::optional<URL> QVCatalogScript::trashPathForURL(const std::optional<URL>& url,
-                                                    bool* volumeHasTrash, TrashService& trash) {
-    return trashPath(url, volumeHasTrash, trash);
+                                                    bool* volumeHasTrash) {
+    FreedesktopTrash trash;
+    return ScriptEngine::trashPathForURL(url, volumeHasTrash, trash);
 }
 
-std::optional<URL> QVCatalogScript::trashPath(const NamedItem& item, bool* volumeHasTrash,
-                                              TrashService& trash) {
+std::optional<URL> ScriptEngine::trashPathForURL(const NamedItem& item, bool* volumeHasTrash,
+                                                 TrashService& trash) {
     if (volumeHasTrash != nullptr) {
         *volumeHasTrash = false;
     }
@@ -262,9 +263,9 @@ std::optional<URL> QVCatalogScript::trashPath(const NamedItem& item, bool* volum
     return home ? std::optional(URL::fileURLWithPath(*home)) : std::nullopt;
 }
 
-Error QVCatalogScript::trashItemAtURL(const std::optional<URL>& url) { return trash(url); }
+Error QVCatalogScript::trashItemAtURL(const std::optional<URL>& url) { return engine_->trash(url); }
 
-Error QVCatalogScript::trash(const NamedItem& item) {
+Error ScriptEngine::trash(const NamedItem& item) {
     return perform(
         OperationCode::trashItemAtURL, [&] { return StepValues{stringFromURL(item.url())}; },
         [&] {
@@ -279,7 +280,7 @@ Error QVCatalogScript::trash(const NamedItem& item) {
             if (outcome.kind != TrashOutcome::Kind::failed) {
                 return Error();
             }
-            const std::optional<URL> folder = trashPath(item, nullptr, trashService());
+            const std::optional<URL> folder = trashPathForURL(item, nullptr, trashService());
             if (!folder) {
                 return outcome.error;
             }

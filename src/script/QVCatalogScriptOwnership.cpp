@@ -4,7 +4,7 @@
 #include "platform/foundation/log/Log.h"
 #include "platform/foundation/values/Conversions.h"
 #include "platform/foundation/values/Exception.h"
-#include "script/QVCatalogScript.h"
+#include "script/ScriptEngine.h"
 
 #include <fmt/core.h>
 
@@ -206,7 +206,7 @@ Error QVCatalogScript::readModeOfItem(const std::optional<URL>& url, std::uint16
 
 Error QVCatalogScript::saveOwnerAndGroupOfURL(const std::optional<URL>& url,
                                               const std::optional<Value>& toID) {
-    return perform(
+    return engine_->perform(
         OperationCode::saveOwnerAndGroupOfURL,
         [&] { return StepValues{stringFromURL(url), KeyValueStorage::recordable(toID)}; },
         [&] {
@@ -220,21 +220,21 @@ Error QVCatalogScript::saveOwnerAndGroupOfURL(const std::optional<URL>& url,
             if (!toID) {
                 refuseField(StepKey::arg1, "what the owner is saved under", nullptr);
             }
-            keyValueStorage_.setObject(saved, *toID);
+            engine_->keyValueStorage.setObject(saved, *toID);
             return Error();
         });
 }
 
 Error QVCatalogScript::applyOwnerAndGroupOfURL(const std::optional<URL>& url, bool recursive,
                                                const std::optional<Value>& fromID) {
-    return perform(
+    return engine_->perform(
         OperationCode::applyOwnerAndGroupOfURL,
         [&] {
             return StepValues{stringFromURL(url), Value::boolean(recursive),
                               KeyValueStorage::recordable(fromID)};
         },
         [&] {
-            const Value* saved = fromID ? keyValueStorage_.objectForKey(*fromID) : nullptr;
+            const Value* saved = fromID ? engine_->keyValueStorage.objectForKey(*fromID) : nullptr;
             if (saved == nullptr) {
                 return Error::withDescription(kCatalogScriptErrorDomain, 0, "saveID doesn't exist");
             }
@@ -245,23 +245,23 @@ Error QVCatalogScript::applyOwnerAndGroupOfURL(const std::optional<URL>& url, bo
 
 Error QVCatalogScript::changeOwnershipOfItem(const std::optional<URL>& url, std::uint32_t userID,
                                              std::uint32_t groupID, bool recursive) {
-    return changeOwnership(url, userID, groupID, recursive);
+    return engine_->changeOwnership(url, userID, groupID, recursive);
 }
 
-Error QVCatalogScript::changeOwnership(const NamedItem& item, std::uint32_t userID,
-                                       std::uint32_t groupID, bool recursive) {
+Error ScriptEngine::changeOwnership(const NamedItem& item, std::uint32_t userID,
+                                    std::uint32_t groupID, bool recursive) {
     return perform(
         OperationCode::changeOwnershipOfItem,
         [&] {
             return StepValues{stringFromURL(item.url()), Value::integer(userID),
                               Value::integer(groupID), Value::boolean(recursive)};
         },
-        [&] { return changeItem(*this, item, OwnershipChange(userID, groupID), recursive); });
+        [&] { return changeItem(script_, item, OwnershipChange(userID, groupID), recursive); });
 }
 
 Error QVCatalogScript::changeModeOfItem(const std::optional<URL>& url, std::uint16_t toMode,
                                         bool recursive) {
-    return perform(
+    return engine_->perform(
         OperationCode::changeModeOfItem,
         [&] {
             return StepValues{stringFromURL(url), Value::integer(toMode),

@@ -1,7 +1,7 @@
 #include "platform/foundation/log/Log.h"
 #include "platform/foundation/values/Description.h"
 #include "platform/preferences/PreferencesService.h"
-#include "script/QVCatalogScript.h"
+#include "script/ScriptEngine.h"
 
 #include <fmt/core.h>
 
@@ -29,7 +29,7 @@ Error QVCatalogScript::setPreferencesForApplicationID(const std::optional<Value>
                                                       const std::optional<Value>& value,
                                                       const std::optional<Value>& userName,
                                                       const std::optional<Value>& hostName) {
-    return perform(
+    return engine_->perform(
         OperationCode::setPreferencesForApplicationID,
         [&] { return StepValues{applicationID, key, value, userName, hostName}; },
         [&] {
@@ -37,9 +37,9 @@ Error QVCatalogScript::setPreferencesForApplicationID(const std::optional<Value>
                 .applicationID = name(StepKey::arg1, "a string, an application", applicationID),
                 .userName = name(StepKey::arg4, "a string, a user", userName),
                 .hostName = name(StepKey::arg5, "a string, a host", hostName)};
-            preferencesService().setValue(name(StepKey::arg2, "a string, a key", key), value,
-                                          domain);
-            const Error cause = preferencesService().synchronize(domain);
+            engine_->preferencesService().setValue(name(StepKey::arg2, "a string, a key", key),
+                                                   value, domain);
+            const Error cause = engine_->preferencesService().synchronize(domain);
             if (!cause) {
                 return Error();
             }

@@ -1,6 +1,6 @@
 #include "platform/foundation/values/Conversions.h"
 #include "platform/foundation/values/Exception.h"
-#include "script/QVCatalogScript.h"
+#include "script/ScriptEngine.h"
 
 #include <fmt/core.h>
 
@@ -30,8 +30,8 @@ bool QVCatalogScript::executeRecording(const Value& steps, Error* error,
     if (errorScriptStep != nullptr) {
         *errorScriptStep = nullptr;
     }
-    executeRecordingLastStatementError_ = {};
-    currentStep_ = nullptr;
+    engine_->executeRecordingLastStatementError = {};
+    engine_->currentStep = nullptr;
     if (!steps.is(Value::Kind::array)) {
         throw Exception(
             std::string(exception_name::kInvalidArgument),
@@ -39,37 +39,37 @@ bool QVCatalogScript::executeRecording(const Value& steps, Error* error,
     }
     StepReader reader;
     for (const Value& step : steps.asArray()) {
-        currentStep_ = &step;
+        engine_->currentStep = &step;
         StepFields fields = reader.read(step);
-        if (!executeScript) {
+        if (!engine_->executeScript) {
             fields.skip();
         }
         const auto code =
             static_cast<std::uint64_t>(integerValue(fields.number(StepKey::operation)));
         const Operation* operation = operationForCode(code);
         if (operation == nullptr) {
-            executeRecordingLastStatementError_ = {};
+            engine_->executeRecordingLastStatementError = {};
             continue;
         }
-        executeRecordingLastStatementError_ = replayStep(*operation, fields);
-        if (executeRecordingLastStatementError_ && errorHandlingBehaviour_ == 0) {
+        engine_->executeRecordingLastStatementError = engine_->replayStep(*operation, fields);
+        if (engine_->executeRecordingLastStatementError && errorHandlingBehaviour() == 0) {
             if (error != nullptr) {
-                *error = executeRecordingLastStatementError_;
+                *error = engine_->executeRecordingLastStatementError;
             }
             if (errorScriptStep != nullptr) {
                 *errorScriptStep = &step;
             }
-            currentStep_ = nullptr;
+            engine_->currentStep = nullptr;
             return false;
         }
     }
-    currentStep_ = nullptr;
+    engine_->currentStep = nullptr;
     return true;
 }
 
-Error QVCatalogScript::replayStep(const Operation& operation, const StepFields& fields) {
+Error ScriptEngine::replayStep(const Operation& operation, const StepFields& fields) {
     if (operation.replay != nullptr) {
-        const Error error = operation.replay(*this, fields);
+        const Error error = operation.replay(script_, fields);
         return error ? urlErrorAmong(operation.keys, fields, error) : error;
     }
     const auto refuse = [&] {

@@ -3,7 +3,7 @@
 #include "platform/foundation/process/Task.h"
 #include "platform/foundation/values/Description.h"
 #include "platform/foundation/values/Exception.h"
-#include "script/QVCatalogScript.h"
+#include "script/ScriptEngine.h"
 
 #include <fmt/core.h>
 
@@ -84,7 +84,7 @@ Error runTool(const std::optional<Value>& tool, const std::optional<Value>& argu
 Error QVCatalogScript::executeTool(const std::optional<Value>& tool,
                                    const std::optional<Value>& arguments,
                                    const std::optional<Value>& successReturnCodes) {
-    return perform(
+    return engine_->perform(
         OperationCode::executeTool,
         [&] { return StepValues{tool, arguments.value_or(Value()), successReturnCodes}; },
         [&] { return runTool(tool, arguments); });

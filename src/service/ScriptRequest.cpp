@@ -1,6 +1,6 @@
 #include "platform/foundation/log/Log.h"
 #include "platform/foundation/plist/PropertyList.h"
-#include "script/QVCatalogScript.h"
+#include "script/ScriptEngine.h"
 #include "service/HelperService.h"
 
 #include <fmt/core.h>
@@ -33,8 +33,8 @@ void replay(const Value& steps, const Requester& requester, const PlatformServic
             Outcome& outcome) {
     QVCatalogScript script;
     script.setIsPriviledged(true);
-    script.setRequester(requester);
-    script.setPlatformServices(services);
+    ScriptEngine::of(script).requester = requester;
+    ScriptEngine::of(script).services = services;
     const Value* failedStep = nullptr;
     try {
         outcome.success = script.executeRecording(steps, &outcome.error, &failedStep);

@@ -1,4 +1,6 @@
+#include "platform/foundation/files/NamedItem.h"
 #include "platform/workspace/TrashService.h"
+#include "script/ScriptEngine.h"
 #include "script/Steps.h"
 #include "support/TemporaryDirectory.h"
 
@@ -49,11 +51,11 @@ class Files : public testing::Test {
 protected:
     Files() {
         script.setIsPriviledged(true);
-        script.setPlatformServices({.trash = trash,
-                                    .workspace = {},
-                                    .preferences = {},
-                                    .accessibility = {},
-                                    .applications = {}});
+        ScriptEngine::of(script).services = {.trash = trash,
+                                             .workspace = {},
+                                             .preferences = {},
+                                             .accessibility = {},
+                                             .applications = {}};
         fs::create_directory(folder / "trash");
     }
     [[nodiscard]] std::string read(std::string_view name) const {
@@ -146,7 +148,7 @@ TEST_F(Files, NothingIsReOwnedWhereALinkOfAUserLeads) {
 
 TEST_F(Files, ArchiveNamesTellVersionsThenDaysThenNumbers) {
     const auto name = [&](std::string_view item) {
-        return QVCatalogScript::_smartArchiveNameItem(*url(item), *urlOf(folder.path()))
+        return ScriptEngine::_smartArchiveNameItem(*url(item), *urlOf(folder.path()))
             .lastPathComponent();
     };
     EXPECT_EQ(name("free.txt"), "free.txt");
@@ -164,7 +166,7 @@ TEST_F(Files, ArchiveNamesTellVersionsThenDaysThenNumbers) {
     EXPECT_EQ(name("notes"), "notes (2012-05-01 - 1)");
     folder.write("other/gone", "");
     folder.write("gone", "");
-    EXPECT_EQ(QVCatalogScript::_smartArchiveNameItem(*url("missing/gone"), *urlOf(folder.path()))
+    EXPECT_EQ(ScriptEngine::_smartArchiveNameItem(*url("missing/gone"), *urlOf(folder.path()))
                   .lastPathComponent(),
               "gone (0)")
         << "neither a version nor a date";
@@ -177,7 +179,7 @@ TEST_F(Files, AVersionIsReadInsideOfTheItemOnly) {
     fs::create_directory(folder / "Foo.app/Contents");
     fs::create_symlink("../../hidden/Info.plist", folder / "Foo.app/Contents/Info.plist");
     const auto name = [&] {
-        return QVCatalogScript::_smartArchiveNameItem(*url("Foo.app"), *urlOf(folder.path()))
+        return ScriptEngine::_smartArchiveNameItem(*url("Foo.app"), *urlOf(folder.path()))
             .lastPathComponent();
     };
     EXPECT_EQ(name(), "Foo (3).app");
@@ -240,16 +242,16 @@ TEST_F(Files, TrashingFallsBackToMoving) {
 TEST_F(Files, TheTrashFolderOfAnItemIsItsVolumesOrTheUsers) {
     folder.write("item", "");
     bool own = true;
-    EXPECT_FALSE(QVCatalogScript::trashPathForURL(url("item"), &own, *trash));
+    EXPECT_FALSE(ScriptEngine::trashPathForURL(url("item"), &own, *trash));
     EXPECT_FALSE(own);
     trash->home = "/home/trash";
-    EXPECT_EQ(QVCatalogScript::trashPathForURL(url("item"), &own, *trash)->path(), "/home/trash");
+    EXPECT_EQ(ScriptEngine::trashPathForURL(url("item"), &own, *trash)->path(), "/home/trash");
     EXPECT_FALSE(own);
     trash->own = "/own/trash";
-    EXPECT_EQ(QVCatalogScript::trashPathForURL(url("item"), &own, *trash)->path(), "/own/trash");
+    EXPECT_EQ(ScriptEngine::trashPathForURL(url("item"), &own, *trash)->path(), "/own/trash");
     EXPECT_TRUE(own);
-    EXPECT_EQ(QVCatalogScript::trashPathForURL(url("item"), nullptr, *trash)->path(), "/own/trash");
-    EXPECT_FALSE(QVCatalogScript::trashPathForURL(url("missing"), &own, *trash))
+    EXPECT_EQ(ScriptEngine::trashPathForURL(url("item"), nullptr, *trash)->path(), "/own/trash");
+    EXPECT_FALSE(ScriptEngine::trashPathForURL(url("missing"), &own, *trash))
         << "its volume cannot be read";
     EXPECT_FALSE(own);
 }

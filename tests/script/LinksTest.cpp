@@ -1,5 +1,6 @@
 #include "platform/foundation/values/Exception.h"
 #include "platform/workspace/TrashService.h"
+#include "script/ScriptEngine.h"
 #include "script/Steps.h"
 #include "support/Effort.h"
 #include "support/TemporaryDirectory.h"
@@ -69,12 +70,12 @@ protected:
             GTEST_SKIP() << "other users' links are for root to make";
         }
         script.setIsPriviledged(true);
-        script.setPlatformServices(
-            {.trash = std::make_shared<FreedesktopTrash>((top / "trash").native()),
-             .workspace = {},
-             .preferences = {},
-             .accessibility = {},
-             .applications = {}});
+        ScriptEngine::of(script).services = {
+            .trash = std::make_shared<FreedesktopTrash>((top / "trash").native()),
+            .workspace = {},
+            .preferences = {},
+            .accessibility = {},
+            .applications = {}};
         fs::create_directory(top / "trash");
         top.write("system/folder/x", "#!/bin/rm\n");
         fs::permissions(top / "system/folder/x", fs::perms(0755));
@@ -124,7 +125,7 @@ TEST_F(Links, OfAUserLeadNoStepElsewhere) {
         }
     }
     const auto archive = [&](std::string_view folder) {
-        return S::_smartArchiveNameItem(*urlOf(top / "gone/item"), *urlOf(top / folder));
+        return ScriptEngine::_smartArchiveNameItem(*urlOf(top / "gone/item"), *urlOf(top / folder));
     };
     link("../system/folder/x", "home/item", kUser);
     EXPECT_EQ(archive("home").lastPathComponent(), "item (0)") << "a refused link is something";

@@ -1,5 +1,5 @@
 #include "platform/workspace/TrashService.h"
-#include "script/QVCatalogScript.h"
+#include "script/ScriptEngine.h"
 #include "support/TemporaryDirectory.h"
 #include "support/TreeListing.h"
 
@@ -39,12 +39,12 @@ protected:
         fs::create_directories(disk / "home");
         ::sync();
         script.setIsPriviledged(true);
-        script.setPlatformServices(
-            {.trash = std::make_shared<FreedesktopTrash>((disk / "home").native()),
-             .workspace = {},
-             .preferences = {},
-             .accessibility = {},
-             .applications = {}});
+        ScriptEngine::of(script).services = {
+            .trash = std::make_shared<FreedesktopTrash>((disk / "home").native()),
+            .workspace = {},
+            .preferences = {},
+            .accessibility = {},
+            .applications = {}};
         makeTree(folder / "new.app", 'n');
     }
     void TearDown() override {

@@ -1,5 +1,6 @@
 #include "platform/foundation/plist/PropertyList.h"
 #include "platform/foundation/values/Exception.h"
+#include "script/ScriptEngine.h"
 #include "script/Steps.h"
 
 #include <gtest/gtest.h>
@@ -182,8 +183,8 @@ TEST_F(HandOff, AlwaysOptionAndOwnPriviledgedBlock) {
     const auto record = [] {
         return std::optional(Value::dictionary({{"operation", number(99)}}));
     };
-    EXPECT_FALSE(
-        script._recordOrExecuteWithRecordingBlock(record, execute, nullptr, kAlwaysPriviledged));
+    EXPECT_FALSE(ScriptEngine::of(script)._recordOrExecuteWithRecordingBlock(
+        record, execute, nullptr, kAlwaysPriviledged));
     EXPECT_EQ(executed, 0);
     ASSERT_EQ(handedOver.size(), 1U);
     EXPECT_EQ(*handedOver[0].asArray()[3].find("operation"), number(99));
@@ -191,8 +192,8 @@ TEST_F(HandOff, AlwaysOptionAndOwnPriviledgedBlock) {
         static_cast<void>(script.changeModeOfItem(kMissing, 1, false));
         static_cast<void>(script.changeModeOfItem(kMissing, 2, false));
     };
-    EXPECT_FALSE(
-        script._recordOrExecuteWithRecordingBlock(record, execute, operations, kAlwaysPriviledged));
+    EXPECT_FALSE(ScriptEngine::of(script)._recordOrExecuteWithRecordingBlock(
+        record, execute, operations, kAlwaysPriviledged));
     ASSERT_EQ(handedOver.size(), 2U);
     EXPECT_EQ(handedOver[1].asArray().size(), 5U) << "the block's own operations are handed over";
 }
@@ -200,15 +201,15 @@ TEST_F(HandOff, AlwaysOptionAndOwnPriviledgedBlock) {
 TEST(HandOffErrors, HaveTheirTexts) {
     QVCatalogScript script;
     const auto nothing = [] {};
-    Error error = script._recordAndPerformOperationInPriviledgedBlock(nothing);
+    Error error = ScriptEngine::of(script)._recordAndPerformOperationInPriviledgedBlock(nothing);
     EXPECT_EQ(error, Error::withDescription(kCatalogScriptErrorDomain, 0,
                                             "No block specified for priviledged execution"));
     const auto endsRecording = [&] { static_cast<void>(script.endRecording()); };
-    error = script._recordAndPerformOperationInPriviledgedBlock(endsRecording);
+    error = ScriptEngine::of(script)._recordAndPerformOperationInPriviledgedBlock(endsRecording);
     EXPECT_EQ(error, Error::withDescription(kCatalogScriptErrorDomain, 0,
                                             "No priviledged operations recorded"));
     ASSERT_TRUE(script.beginRecording());
-    error = script._recordAndPerformOperationInPriviledgedBlock(nothing);
+    error = ScriptEngine::of(script)._recordAndPerformOperationInPriviledgedBlock(nothing);
     EXPECT_EQ(error, Error::withDescription(kCatalogScriptErrorDomain, 0,
                                             "Recording of priviledged operation failed"));
 }

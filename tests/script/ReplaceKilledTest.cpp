@@ -1,6 +1,6 @@
 #include "platform/foundation/files/FileManager.h"
 #include "platform/workspace/TrashService.h"
-#include "script/QVCatalogScript.h"
+#include "script/ScriptEngine.h"
 #include "support/Effort.h"
 #include "support/TemporaryDirectory.h"
 #include "support/TreeListing.h"
@@ -52,12 +52,12 @@ TEST(Replace, SurvivesBeingKilled) {
         if (child == 0) {
             QVCatalogScript script;
             script.setIsPriviledged(true);
-            script.setPlatformServices(
-                {.trash = std::make_shared<FreedesktopTrash>((folder / "home").native()),
-                 .workspace = {},
-                 .preferences = {},
-                 .accessibility = {},
-                 .applications = {}});
+            ScriptEngine::of(script).services = {
+                .trash = std::make_shared<FreedesktopTrash>((folder / "home").native()),
+                .workspace = {},
+                .preferences = {},
+                .accessibility = {},
+                .applications = {}};
             ::_exit(script.replaceItemAtURL(urlOf(item), urlOf(folder / "new.app"), true) ? 1 : 0);
         }
         ::usleep(moment(random));

@@ -2,6 +2,7 @@
 #include "platform/foundation/values/Exception.h"
 #include "platform/preferences/PreferencesService.h"
 #include "platform/workspace/WorkspaceService.h"
+#include "script/ScriptEngine.h"
 #include "script/Steps.h"
 #include "support/StartedProgram.h"
 #include "support/TemporaryDirectory.h"
@@ -79,11 +80,11 @@ public:
 class Services : public testing::Test {
 protected:
     test::Replayed replay(const Value& steps) {
-        script.setPlatformServices({.trash = nullptr,
-                                    .workspace = workspace,
-                                    .preferences = preferences,
-                                    .accessibility = accessibility,
-                                    .applications = {}});
+        ScriptEngine::of(script).services = {.trash = nullptr,
+                                             .workspace = workspace,
+                                             .preferences = preferences,
+                                             .accessibility = accessibility,
+                                             .applications = {}};
         return test::replay(script, steps);
     }
     Error replayOne(test::Fields fields) {

@@ -1,0 +1,89 @@
+#pragma once
+
+#include "platform/foundation/process/Requester.h"
+#include "script/FunctionView.h"
+#include "script/KeyValueStorage.h"
+#include "script/OperationTable.h"
+#include "script/PlatformServices.h"
+#include "script/QVCatalogScript.h"
+
+#include <vector>
+
+namespace qv {
+
+class NamedItem;
+
+// What is behind a QVCatalogScript. It is not installed, so applications do not depend on it.
+
+struct ScriptVariables {
+    bool isRecording = false;
+    std::vector<Value> recordedSteps;
+    std::int32_t errorHandlingBehaviour = 0;
+    Error executeRecordingLastStatementError;
+    bool executeWithAdminRights = false;
+    bool executeScript = true;
+    std::int64_t ignoreIfBlocksCount = 0;
+    bool isPriviledged = false;
+    QVCatalogScript::PriviledgedExecutionBlock priviledgedExecutionBlock_;
+    QVCatalogScript::UpdateProgressBlock updateProgressBlock;
+    KeyValueStorage keyValueStorage;
+    const Value* currentStep = nullptr;
+    /// On whose behalf the script runs: applications are launched in that user's session. This
+    /// process itself if it is not set. Set before the script runs, as the services are.
+    std::optional<Requester> requester;
+    PlatformServices services;
+};
+
+/// The decision that every operation takes, and what the operations share.
+class ScriptEngine : public ScriptVariables {
+public:
+    using RecordingBlock = FunctionView<std::optional<Value>()>;
+    using ExecutionBlock = FunctionView<Error()>;
+    using OperationsBlock = FunctionView<void()>;
+
+    explicit ScriptEngine(QVCatalogScript& script) : script_(script) {}
+    static ScriptEngine& of(QVCatalogScript& script) noexcept { return *script.engine_; }
+
+    /// The decision inside every operation: skip, record, act, or hand to the privileged side.
+    Error _recordOrExecuteWithRecordingBlock(RecordingBlock recordingBlock,
+                                             ExecutionBlock executionBlock,
+                                             OperationsBlock priviledgedExecutionBlock,
+                                             unsigned options);
+    Error _recordAndPerformOperationInPriviledgedBlock(OperationsBlock block);
+    /// Records `values` under the keys of the operation's row of the table, or acts.
+    Error perform(OperationCode code, FunctionView<StepValues()> values,
+                  ExecutionBlock executionBlock);
+    void recordControlStep(OperationCode code, const StepValues& values);
+    Error replayStep(const Operation& operation, const StepFields& fields);
+
+    // The operations of these names, for items whose places are held already.
+    Error move(const NamedItem& from, const NamedItem& to, bool adaptOwnershipToParent,
+               bool atomic);
+    Error copy(const NamedItem& from, const NamedItem& to, bool adaptOwnershipToParent,
+               bool atomic);
+    Error trash(const NamedItem& item);
+    Error changeOwnership(const NamedItem& item, std::uint32_t userID, std::uint32_t groupID,
+                          bool recursive);
+    static std::optional<URL> trashPathForURL(const NamedItem& item, bool* volumeHasTrash,
+                                              TrashService& trash);
+    /// The first free name in a folder for an item that is set aside, no step: "Foo.app",
+    /// "Foo (2.1).app" with its version or else the day of its last change, "Foo (2.1 - 1).app" and
+    /// so on; without either "Foo (0).app", "Foo (1).app".
+    static URL _smartArchiveNameItem(const URL& item, const URL& atDirectory);
+
+    class RecordingEnd;
+
+    TrashService& trashService();
+    WorkspaceService& workspaceService();
+    PreferencesService& preferencesService();
+    AccessibilityService& accessibilityService();
+
+private:
+    Error performOnWay(OperationCode code, const NamedItem& from, const NamedItem& to,
+                       bool adaptOwnershipToParent, bool atomic, ExecutionBlock executionBlock);
+    [[nodiscard]] Requester requesterOrSelf() const;
+
+    QVCatalogScript& script_;
+};
+
+} // namespace qv
