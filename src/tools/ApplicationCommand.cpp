@@ -9,10 +9,9 @@
 
 namespace qv::tools {
 
-ExitStatus application(const ApplicationOptions& options) {
+Result application(const ApplicationOptions& options) {
     if (options.identifier.empty() == options.name.empty()) {
-        complain("application: give an IDENTIFIER or a name with --name");
-        return ExitStatus::usage;
+        return failure(ExitStatus::usage, "application: give an IDENTIFIER or a name with --name");
     }
     std::vector<ApplicationFolders> folders;
     if (options.user.empty()) {
@@ -20,26 +19,23 @@ ExitStatus application(const ApplicationOptions& options) {
     } else if (const std::optional<UserRecord> user = userRecord(options.user)) {
         folders = applicationFoldersFor(*user);
     } else {
-        complain(fmt::format("there is no user \"{}\"", options.user));
-        return ExitStatus::usage;
+        return failure(ExitStatus::usage, fmt::format("there is no user \"{}\"", options.user));
     }
     ApplicationIndex index(folders);
     const std::optional<std::string> path = options.name.empty()
                                                 ? index.pathForIdentifier(options.identifier)
                                                 : index.pathForName(options.name);
-    const Terminal& out = Terminal::standardOutput();
-    if (options.json) {
-        out.line(jsonText(
-            path ? Value::dictionary({{"found", Value::boolean(true)}, {"path", pathText(*path)}})
-                 : Value::dictionary({{"found", Value::boolean(false)}})));
-    } else if (path) {
-        out.line(out.styled(*path, Terminal::Style::plain));
-    } else {
-        complain(options.name.empty()
-                     ? fmt::format("no application has the identifier \"{}\"", options.identifier)
-                     : fmt::format("no application has the name \"{}\"", options.name));
+    if (!path) {
+        return failure(
+            ExitStatus::failed,
+            options.name.empty()
+                ? fmt::format("no application has the identifier \"{}\"", options.identifier)
+                : fmt::format("no application has the name \"{}\"", options.name));
     }
-    return path ? ExitStatus::success : ExitStatus::failed;
+    Terminal& out = Terminal::standardOutput();
+    out.line(options.json ? jsonText(Value::dictionary({{"path", pathText(*path)}}))
+                          : out.styled(*path, Terminal::Style::plain));
+    return ExitStatus::success;
 }
 
 } // namespace qv::tools

@@ -95,7 +95,7 @@ Value jsonOf(const Survey& survey, const AcceptedClients& clients) {
 }
 
 void show(const Survey& survey, const ProgramJudge& judge) {
-    const Terminal& out = Terminal::standardOutput();
+    Terminal& out = Terminal::standardOutput();
     const AcceptedClients& clients = judge.clients();
     out.line(out.styled("Allowed clients:", Style::strong));
     for (std::size_t index = 0; index < clients.names.size(); ++index) {
@@ -130,11 +130,10 @@ void show(const Survey& survey, const ProgramJudge& judge) {
 
 } // namespace
 
-ExitStatus clients(const ClientsOptions& options) {
+Result clients(const ClientsOptions& options) {
     auto accepted = acceptedClients();
     if (!accepted) {
-        complain(accepted.error().description());
-        return ExitStatus::failed;
+        return failure(ExitStatus::failed, accepted.error().description());
     }
     const ProgramJudge judge(std::move(*accepted));
     const Survey found = survey(judge, options.folders.empty() ? kFolders : options.folders);

@@ -1,26 +1,45 @@
 #pragma once
 
+#include <tl/expected.hpp>
+
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace qv::tools {
 
-/// What `qvcatalog` answers to its caller. Codes 0 to 3 mean the same for every command.
+/// The exit status of `qvcatalog`, the same for every command; the README describes it to users.
 enum class ExitStatus : std::uint8_t {
-    success = 0,
-    failed = 1,  ///< the script failed, the signature is not good, the text does not compile
-    usage = 2,   ///< wrong arguments, or a file that cannot be read
+    success = 0, ///< done; the answer is yes
+    failed = 1,  ///< the command was carried out and failed, or the answer is no
+    usage = 2,   ///< no answer: wrong arguments, or a file that cannot be read or written
     refused = 3, ///< the service refuses this client or cannot be reached
 };
+
+/// Why a command has no answer, in one line. With --json it is printed as an object: "error" is the
+/// reason, "exitStatus" the status, "status" the code of a platform's error, if there is one.
+struct Failure {
+    ExitStatus status;
+    std::string reason;
+    std::optional<std::int64_t> code = std::nullopt;
+};
+
+/// A command prints its answer, yes or no, and returns the status. It prints nothing if it fails.
+using Result = tl::expected<ExitStatus, Failure>;
+
+[[nodiscard]] inline tl::unexpected<Failure>
+failure(ExitStatus status, std::string reason, std::optional<std::int64_t> code = std::nullopt) {
+    return tl::unexpected(Failure{status, std::move(reason), code});
+}
 
 struct RunOptions {
     std::string file; ///< "-" for standard input
     std::string socketPath;
     bool json = false;
 };
-ExitStatus run(const RunOptions& options);
+Result run(const RunOptions& options);
 
 struct SignOptions {
     std::string file;
@@ -34,14 +53,14 @@ struct SignOptions {
     std::string info;               ///< property-list file
     std::uint32_t platform = 0;
 };
-ExitStatus sign(const SignOptions& options);
+Result sign(const SignOptions& options);
 
 struct InstallClientOptions {
     std::string file;
     std::string destination; ///< empty: `file` is replaced
     bool json = false;
 };
-ExitStatus installClient(const InstallClientOptions& options);
+Result installClient(const InstallClientOptions& options);
 
 struct VerifyOptions {
     std::string file;
@@ -50,14 +69,14 @@ struct VerifyOptions {
     bool explain = false;
     bool json = false;
 };
-ExitStatus verify(const VerifyOptions& options);
+Result verify(const VerifyOptions& options);
 
 struct ClientsOptions {
     std::vector<std::string> folders; ///< to look for installed clients in; empty: the usual ones
     bool json = false;
 };
 /// `failed` where the anchors or the allowed clients are at fault.
-ExitStatus clients(const ClientsOptions& options);
+Result clients(const ClientsOptions& options);
 
 struct PlistOptions {
     std::string file;
@@ -65,7 +84,7 @@ struct PlistOptions {
     std::string output;
     bool archive = false;
 };
-ExitStatus plist(const PlistOptions& options);
+Result plist(const PlistOptions& options);
 
 struct PreferencesOptions {
     std::string domain;
@@ -74,14 +93,13 @@ struct PreferencesOptions {
     std::string host = "any"; ///< "any", "current" or a name
     bool json = false;
 };
-/// `failed` where there is no such value, `usage` where it cannot be read.
-ExitStatus readPreferences(const PreferencesOptions& options);
+Result readPreferences(const PreferencesOptions& options);
 
 struct RequirementOptions {
     std::string text;
     bool json = false;
 };
-ExitStatus requirement(const RequirementOptions& options);
+Result requirement(const RequirementOptions& options);
 
 struct RuleOptions {
     std::string rule;                  ///< "-" for standard input; empty when `value` is given
@@ -90,8 +108,7 @@ struct RuleOptions {
     bool explain = false;
     bool json = false;
 };
-/// `failed` for a rule that does not hold, `usage` for one that cannot be evaluated.
-ExitStatus rule(const RuleOptions& options);
+Result rule(const RuleOptions& options);
 
 struct ApplicationOptions {
     std::string identifier; ///< empty when `name` is given
@@ -99,33 +116,32 @@ struct ApplicationOptions {
     std::string user; ///< look as the service does for this user; empty: as the caller
     bool json = false;
 };
-/// Prints where an application is; `failed` when there is none.
-ExitStatus application(const ApplicationOptions& options);
+/// Prints where an application is.
+Result application(const ApplicationOptions& options);
 
 struct VersionOptions {
     std::string version;
     std::string other;
 };
 /// Prints -1, 0 or 1: the first version is the older one, the same, the newer one.
-ExitStatus version(const VersionOptions& options);
+Result version(const VersionOptions& options);
 
-// The programs that were granted trust; `usage` where that cannot be found out.
+// The programs that were granted trust.
 
 struct TrustListOptions {
     bool json = false;
 };
-ExitStatus trustList(const TrustListOptions& options);
+Result trustList(const TrustListOptions& options);
 
 struct TrustCheckOptions {
     std::string path;
     std::optional<int> pid;
 };
-/// `failed`: not trusted.
-ExitStatus trustCheck(const TrustCheckOptions& options);
+Result trustCheck(const TrustCheckOptions& options);
 
 struct TrustRevokeOptions {
     std::string path;
 };
-ExitStatus trustRevoke(const TrustRevokeOptions& options);
+Result trustRevoke(const TrustRevokeOptions& options);
 
 } // namespace qv::tools

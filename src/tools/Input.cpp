@@ -1,9 +1,7 @@
 #include "tools/Input.h"
 
 #include "platform/foundation/files/UniqueFd.h"
-#include "platform/foundation/files/content/FileBytes.h"
-#include "platform/foundation/files/content/OutputFile.h"
-#include "tools/Terminal.h"
+#include "platform/security/CodeSigningStatus.h"
 
 #include <fmt/core.h>
 
@@ -59,22 +57,14 @@ tl::expected<std::string, Error> readInput(const std::string& file) {
     }
 }
 
-Error writeOutput(const std::string& file, std::string_view content) {
-    const int error =
-        file == "-" ? writeAll(STDOUT_FILENO, content) : writeOutputFile(file, content);
-    return error == 0 ? Error() : Error::posix(error);
-}
-
-tl::expected<ListInput, ExitStatus> readList(const std::string& file) {
+tl::expected<ListInput, Failure> readList(const std::string& file) {
     auto content = readInput(file);
     if (!content) {
-        complainAboutFile(file, content.error());
-        return tl::unexpected(ExitStatus::usage);
+        return fileFailure(ExitStatus::usage, file, content.error());
     }
     auto list = PropertyList::propertyListWithData(*content);
     if (!list) {
-        complainAboutFile(file, likelierError(*content, list.error()));
-        return tl::unexpected(ExitStatus::failed);
+        return fileFailure(ExitStatus::failed, file, likelierError(*content, list.error()));
     }
     return ListInput{std::move(*content), std::move(*list)};
 }
@@ -86,8 +76,16 @@ std::string reasonOf(const Error& error) {
                                                                 : error.localizedDescription();
 }
 
-void complainAboutFile(const std::string& file, const Error& error) {
-    complain(fmt::format("{}: {}", file == "-" ? "standard input" : file, reasonOf(error)));
+tl::unexpected<Failure> signingFailure(const Error& error) {
+    const std::int64_t code = error.code();
+    const bool isMissing = code == codesign_status::kErrnoBase + ENOENT;
+    return failure(isMissing ? ExitStatus::usage : ExitStatus::failed, reasonOf(error), code);
+}
+
+tl::unexpected<Failure> fileFailure(ExitStatus status, const std::string& file,
+                                    const Error& error) {
+    return failure(status,
+                   fmt::format("{}: {}", file == "-" ? "standard input" : file, reasonOf(error)));
 }
 
 } // namespace qv::tools

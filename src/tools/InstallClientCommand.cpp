@@ -16,7 +16,7 @@ namespace qv::tools {
 namespace {
 
 void show(const InstalledClient& client, bool json) {
-    const Terminal& out = Terminal::standardOutput();
+    Terminal& out = Terminal::standardOutput();
     const std::string path = log::foreign(client.path);
     if (json) {
         out.line(
@@ -38,11 +38,10 @@ void show(const InstalledClient& client, bool json) {
 
 } // namespace
 
-ExitStatus installClient(const InstallClientOptions& options) {
+Result installClient(const InstallClientOptions& options) {
     const auto clients = acceptedClients();
     if (!clients) {
-        complain(clients.error().description());
-        return ExitStatus::failed;
+        return failure(ExitStatus::failed, clients.error().description());
     }
     const InstallRequest request{
         .source = options.file,
@@ -55,16 +54,7 @@ ExitStatus installClient(const InstallClientOptions& options) {
         show(*installed, options.json);
         return ExitStatus::success;
     }
-    const std::string reason = reasonOf(installed.error());
-    if (options.json) {
-        Terminal::standardOutput().line(
-            jsonText(Value::dictionary({{"installed", Value::boolean(false)},
-                                        {"status", Value::integer(installed.error().code())},
-                                        {"reason", Value::string(reason)}})));
-    } else {
-        complain(reason);
-    }
-    return ExitStatus::failed;
+    return signingFailure(installed.error());
 }
 
 } // namespace qv::tools

@@ -1,4 +1,5 @@
 #include "platform/foundation/archive/KeyedUnarchiver.h"
+#include "platform/foundation/files/content/OutputFile.h"
 #include "platform/foundation/plist/PropertyList.h"
 #include "tools/Commands.h"
 #include "tools/Input.h"
@@ -31,23 +32,21 @@ tl::expected<std::string, Error> convert(const Value& root, const std::string& t
                                                                    : PropertyListFormat::xml);
 }
 
-ExitStatus complainAndFail(const std::string& file, const Error& error) {
-    complainAboutFile(file, error);
-    return ExitStatus::failed;
-}
-
 } // namespace
 
-ExitStatus plist(const PlistOptions& options) {
+Result plist(const PlistOptions& options) {
+    if (!options.output.empty() && options.to.empty() && !options.archive) {
+        return failure(ExitStatus::usage, "plist: --output needs --to or --archive");
+    }
     const auto list = readList(options.file);
     if (!list) {
-        return list.error();
+        return tl::unexpected(list.error());
     }
     Value root = list->document.root;
     if (options.archive) {
         const auto object = KeyedUnarchiver::unarchiveObjectWithData(list->content);
         if (!object) {
-            return complainAndFail(options.file, object.error());
+            return fileFailure(ExitStatus::failed, options.file, object.error());
         }
         root = *object;
     }
@@ -59,12 +58,12 @@ ExitStatus plist(const PlistOptions& options) {
     }
     const auto converted = convert(root, options.to.empty() ? "json" : options.to);
     if (!converted) {
-        return complainAndFail(options.file, converted.error());
+        return fileFailure(ExitStatus::failed, options.file, converted.error());
     }
-    const std::string output = options.output.empty() ? "-" : options.output;
-    if (const Error error = writeOutput(output, *converted)) {
-        complainAboutFile(output, error);
-        return ExitStatus::usage;
+    if (options.output.empty() || options.output == "-") {
+        Terminal::standardOutput().write(*converted);
+    } else if (const int error = writeOutputFile(options.output, *converted)) {
+        return fileFailure(ExitStatus::usage, options.output, Error::posix(error));
     }
     return ExitStatus::success;
 }

@@ -27,11 +27,10 @@ PreferencesDomain domainOf(const PreferencesOptions& options) {
 
 } // namespace
 
-ExitStatus readPreferences(const PreferencesOptions& options) {
+Result readPreferences(const PreferencesOptions& options) {
     const auto values = PreferenceFiles().values(domainOf(options));
     if (!values) {
-        complain(reasonOf(values.error()));
-        return ExitStatus::usage;
+        return failure(ExitStatus::usage, reasonOf(values.error()));
     }
     const std::optional<Value>& all = *values;
     const Value* found = all ? &*all : nullptr;
@@ -39,22 +38,18 @@ ExitStatus readPreferences(const PreferencesOptions& options) {
         found = found->find(*options.key);
     }
     if (found == nullptr) {
-        complain(options.key
-                     ? fmt::format("{} has no value for \"{}\"", options.domain, *options.key)
-                     : fmt::format("{} has no values", options.domain));
-        return ExitStatus::failed;
+        return failure(ExitStatus::failed,
+                       options.key
+                           ? fmt::format("{} has no value for \"{}\"", options.domain, *options.key)
+                           : fmt::format("{} has no values", options.domain));
     }
     const auto text = options.json
                           ? jsonLine(*found)
                           : PropertyList::dataWithPropertyList(*found, PropertyListFormat::xml);
     if (!text) {
-        complain(reasonOf(text.error()));
-        return ExitStatus::failed;
+        return failure(ExitStatus::failed, reasonOf(text.error()));
     }
-    if (const Error error = writeOutput("-", *text)) {
-        complainAboutFile("-", error);
-        return ExitStatus::usage;
-    }
+    Terminal::standardOutput().write(*text);
     return ExitStatus::success;
 }
 

@@ -12,15 +12,15 @@ Value place(const RequirementError& error) {
                               {"offset", Value::unsignedInteger(error.offset)},
                               {"line", Value::unsignedInteger(error.line)},
                               {"column", Value::unsignedInteger(error.column)},
-                              {"reason", Value::string(error.reason)},
+                              {"error", Value::string(error.reason)},
                               {"piece", Value::string(error.piece)}});
 }
 
 } // namespace
 
-ExitStatus requirement(const RequirementOptions& options) {
+Result requirement(const RequirementOptions& options) {
     const auto compiled = Requirement::compile(options.text);
-    const Terminal& out = Terminal::standardOutput();
+    Terminal& out = Terminal::standardOutput();
     if (!compiled) {
         if (options.json) {
             out.line(jsonText(place(compiled.error())));

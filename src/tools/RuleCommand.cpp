@@ -60,14 +60,14 @@ Value valueFrom(std::string_view text) {
 }
 
 // The named values of a rule: those of a script's block, then those that were set.
-std::optional<Value> namedValues(const std::vector<std::string>& settings) {
+tl::expected<Value, Failure> namedValues(const std::vector<std::string>& settings) {
     Pairs pairs;
     pairs.emplace_back(Value::string("lastStatementExecutionError"), Value::integer(0));
     for (const std::string& setting : settings) {
         const std::size_t equals = setting.find('=');
         if (equals == std::string::npos || equals == 0 || !isUTF8(setting)) {
-            complain(fmt::format("--set wants NAME=VALUE, not \"{}\"", setting));
-            return std::nullopt;
+            return failure(ExitStatus::usage,
+                           fmt::format("--set wants NAME=VALUE, not \"{}\"", setting));
         }
         pairs.emplace_back(Value::string(setting.substr(0, equals)),
                            valueFrom(std::string_view(setting).substr(equals + 1)));
@@ -141,7 +141,7 @@ Value asValue(const Evaluation& evaluation) {
 }
 
 void explain(const Evaluation& evaluation) {
-    const Terminal& out = Terminal::standardOutput();
+    Terminal& out = Terminal::standardOutput();
     const auto line = [&](std::string_view label, std::string_view text) {
         out.line(fmt::format("{:6} {}", label, out.styled(text, Terminal::Style::plain)));
     };
@@ -158,7 +158,7 @@ void explain(const Evaluation& evaluation) {
 }
 
 ExitStatus showRule(const RuleOptions& options, const Evaluation& evaluation) {
-    const Terminal& out = Terminal::standardOutput();
+    Terminal& out = Terminal::standardOutput();
     if (options.json) {
         out.line(jsonText(asValue(evaluation)));
     } else if (options.explain) {
@@ -180,15 +180,14 @@ ExitStatus showRule(const RuleOptions& options, const Evaluation& evaluation) {
     return *evaluation.value ? ExitStatus::success : ExitStatus::failed;
 }
 
-ExitStatus showValue(const RuleOptions& options, QVRuleChecker& checker) {
+Result showValue(const RuleOptions& options, QVRuleChecker& checker) {
     std::optional<Value> value;
     try {
         value = checker.computeFunction(options.value);
     } catch (const Exception& exception) {
-        complain(exception.reason());
-        return ExitStatus::usage;
+        return failure(ExitStatus::usage, exception.reason());
     }
-    const Terminal& out = Terminal::standardOutput();
+    Terminal& out = Terminal::standardOutput();
     if (options.json) {
         Pairs pairs;
         if (value) {
@@ -203,14 +202,14 @@ ExitStatus showValue(const RuleOptions& options, QVRuleChecker& checker) {
 
 } // namespace
 
-ExitStatus rule(const RuleOptions& options) {
+Result rule(const RuleOptions& options) {
     if (options.rule.empty() == options.value.empty()) {
-        complain("rule: give a RULE, or --value with a single call or key path");
-        return ExitStatus::usage;
+        return failure(ExitStatus::usage,
+                       "rule: give a RULE, or --value with a single call or key path");
     }
-    const std::optional<Value> values = namedValues(options.settings);
+    const auto values = namedValues(options.settings);
     if (!values) {
-        return ExitStatus::usage;
+        return tl::unexpected(values.error());
     }
     const auto checker = QVRuleChecker::ruleCheckerWithDefaultFunctions(true);
     checker->setKvoValues(*values);
@@ -219,11 +218,13 @@ ExitStatus rule(const RuleOptions& options) {
         text = readInput("-");
     }
     if (!text || !isUTF8(*text)) {
-        complain(text ? "the rule is no valid UTF-8" : text.error().localizedDescription());
-        return ExitStatus::usage;
+        return failure(ExitStatus::usage,
+                       text ? "the rule is no valid UTF-8" : text.error().localizedDescription());
     }
-    return options.value.empty() ? showRule(options, evaluate(*text, *checker))
-                                 : showValue(options, *checker);
+    if (!options.value.empty()) {
+        return showValue(options, *checker);
+    }
+    return showRule(options, evaluate(*text, *checker));
 }
 
 } // namespace qv::tools

@@ -1,4 +1,5 @@
 #include "client/QVCatalogHelperClient.h"
+#include "platform/foundation/files/content/FileBytes.h"
 #include "platform/foundation/plist/PropertyList.h"
 #include "platform/foundation/values/Conversions.h"
 #include "platform/foundation/values/Description.h"
@@ -57,7 +58,7 @@ std::string errorText(const Error& error) {
 
 // What an error says of the place and of the errors that it is made from, a line each.
 void showCauses(Error error) {
-    const Terminal& out = Terminal::standardOutput();
+    Terminal& out = Terminal::standardOutput();
     while (error) {
         const Value info = error.userInfo();
         const Value* path = info.find(error_key::kFilePath);
@@ -74,7 +75,7 @@ void showCauses(Error error) {
 }
 
 void showOutcome(const ScriptOutcome& outcome, const Value& steps) {
-    const Terminal& out = Terminal::standardOutput();
+    Terminal& out = Terminal::standardOutput();
     const std::size_t count = steps.is(Value::Kind::array) ? steps.asArray().size() : 0;
     if (outcome.success) {
         out.line(
@@ -97,25 +98,46 @@ void showOutcome(const ScriptOutcome& outcome, const Value& steps) {
     }
 }
 
-ExitStatus complainAboutService(const Error& error) {
-    complain(error.localizedDescription());
-    return ExitStatus::refused;
+// Nobody listens at the socket: what the caller can do about it.
+std::string remedyFor(const std::string& socketPath) {
+    if (socketPath != QVCatalogHelperClient::defaultSocketPath()) {
+        return fmt::format("; without --socket it is looked for at {}",
+                           QVCatalogHelperClient::defaultSocketPath());
+    }
+    if (QV_DEVELOPMENT_BUILD) {
+        return "; a developer's build is served while `packaging/development/service BUILD-FOLDER "
+               "COMMAND` in its checkout runs a command, and `./run FILE` does all of it";
+    }
+    return "; as root: systemctl enable --now com.larkwen.qvcatalog.examiner.socket "
+           "com.larkwen.qvcatalog.helper.socket";
+}
+
+tl::unexpected<Failure> serviceFailure(const Error& error, const std::string& socketPath) {
+    std::string reason = error.localizedDescription();
+    if (error.code() != static_cast<std::int64_t>(xpc::ClientErrorCode::unreachable)) {
+        return failure(ExitStatus::refused, std::move(reason));
+    }
+    const Value info = error.userInfo();
+    if (const Value* cause = info.find(error_key::kUnderlyingError)) {
+        reason = fmt::format("The service cannot be reached at {}: {}", socketPath,
+                             errnoText(static_cast<int>(cause->asError().code())));
+    }
+    return failure(ExitStatus::refused, reason + remedyFor(socketPath));
 }
 
 } // namespace
 
-ExitStatus run(const RunOptions& options) {
+Result run(const RunOptions& options) {
     if (!mayRun()) {
-        complain("only root may run scripts with this program");
-        return ExitStatus::refused;
+        return failure(ExitStatus::refused, "only root may run scripts with this program");
     }
     const auto script = readList(options.file);
     if (!script) {
-        return ExitStatus::usage;
+        return failure(ExitStatus::usage, script.error().reason);
     }
     auto client = QVCatalogHelperClient::connect(options.socketPath);
     if (!client) {
-        return complainAboutService(client.error());
+        return serviceFailure(client.error(), options.socketPath);
     }
     tl::expected<ScriptOutcome, Error> outcome;
     {
@@ -123,7 +145,7 @@ ExitStatus run(const RunOptions& options) {
         outcome = client->executeScriptData(script->content);
     }
     if (!outcome) {
-        return complainAboutService(outcome.error());
+        return serviceFailure(outcome.error(), options.socketPath);
     }
     if (options.json) {
         Terminal::standardOutput().line(jsonText(outcomeAsValue(*outcome)));

@@ -22,7 +22,7 @@ constexpr std::array<std::pair<std::string_view, std::uint32_t>, 6> kFlagNames =
     {"expires", code_flags::kCheckExpiration},
 }};
 
-std::optional<std::uint32_t> flagBits(const std::vector<std::string>& names) {
+tl::expected<std::uint32_t, Failure> flagBits(const std::vector<std::string>& names) {
     std::uint32_t bits = 0;
     for (const std::string& name : names) {
         std::uint32_t bit = 0;
@@ -30,10 +30,10 @@ std::optional<std::uint32_t> flagBits(const std::vector<std::string>& names) {
             bit = known == name ? value : bit;
         }
         if (bit == 0) {
-            complain(fmt::format("unknown flag \"{}\"; known: hard, kill, runtime, restrict, "
-                                 "library-validation, expires",
-                                 name));
-            return std::nullopt;
+            return failure(ExitStatus::usage,
+                           fmt::format("unknown flag \"{}\"; known: hard, kill, runtime, restrict, "
+                                       "library-validation, expires",
+                                       name));
         }
         bits |= bit;
     }
@@ -41,29 +41,31 @@ std::optional<std::uint32_t> flagBits(const std::vector<std::string>& names) {
 }
 
 // The dictionary in a file; empty when no file is named.
-std::optional<Value> dictionaryOf(const std::string& file) {
+tl::expected<Value, Failure> dictionaryOf(const std::string& file) {
     if (file.empty()) {
         return Value::dictionary({});
     }
-    const auto list = readList(file);
+    auto list = readList(file);
     if (!list) {
-        return std::nullopt;
+        return failure(ExitStatus::usage, std::move(list.error().reason));
     }
     if (!list->document.root.is(Value::Kind::dictionary)) {
-        complain(fmt::format("{}: a dictionary is wanted here", file));
-        return std::nullopt;
+        return failure(ExitStatus::usage, fmt::format("{}: a dictionary is wanted here", file));
     }
     return list->document.root;
 }
 
 } // namespace
 
-ExitStatus sign(const SignOptions& options) {
-    const std::optional<std::uint32_t> flags = flagBits(options.flags);
-    const std::optional<Value> info = dictionaryOf(options.info);
-    const std::optional<Value> entitlements = dictionaryOf(options.entitlements);
-    if (!flags || !info || !entitlements) {
-        return ExitStatus::usage;
+Result sign(const SignOptions& options) {
+    const auto flags = flagBits(options.flags);
+    if (!flags) {
+        return tl::unexpected(flags.error());
+    }
+    const auto info = dictionaryOf(options.info);
+    const auto entitlements = dictionaryOf(options.entitlements);
+    if (!info || !entitlements) {
+        return tl::unexpected(info ? entitlements.error() : info.error());
     }
     SigningRequest request;
     request.identifier = options.identifier;
@@ -77,8 +79,7 @@ ExitStatus sign(const SignOptions& options) {
     request.intermediatePaths = options.intermediates;
     request.allowDebuggableDistribution = QV_DEVELOPMENT_BUILD;
     if (const auto done = CodeSigner::sign(options.file, request); !done) {
-        complain(done.error().localizedDescription()); // names the file that is at fault
-        return ExitStatus::failed;
+        return signingFailure(done.error());
     }
     Terminal::standardOutput().line(
         fmt::format("{}: signed as {}", options.file, options.identifier));

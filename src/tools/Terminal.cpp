@@ -1,5 +1,6 @@
 #include "tools/Terminal.h"
 
+#include "platform/foundation/files/content/FileBytes.h"
 #include "platform/foundation/log/Log.h"
 
 #include <fmt/core.h>
@@ -27,16 +28,6 @@ bool isDumb() {
     return term == nullptr || std::string_view(term) == "dumb";
 }
 
-void writeAll(int descriptor, std::string_view text) {
-    while (!text.empty()) {
-        const ssize_t written = ::write(descriptor, text.data(), text.size());
-        if (written <= 0) {
-            return; // the reader has gone; the exit status still tells how it went
-        }
-        text.remove_prefix(static_cast<std::size_t>(written));
-    }
-}
-
 } // namespace
 
 Terminal::Terminal(int descriptor)
@@ -62,8 +53,12 @@ std::string Terminal::styled(std::string_view text, Style style) const {
     return fmt::format("\x1b[{}m{}\x1b[0m", kCodes[static_cast<std::size_t>(style)], shown);
 }
 
-void Terminal::line(std::string_view text) const {
-    writeAll(descriptor_, std::string(text) + "\n");
+void Terminal::line(std::string_view text) { write(std::string(text) + "\n"); }
+
+void Terminal::write(std::string_view text) {
+    if (error_ == 0) {
+        error_ = writeAll(descriptor_, text);
+    }
 }
 
 Progress::Progress(std::string what) : what_(std::move(what)) {
@@ -77,7 +72,7 @@ Progress::~Progress() {
     done_.notify_all();
     if (thread_.joinable()) {
         thread_.join();
-        writeAll(STDERR_FILENO, "\r\x1b[K");
+        Terminal::standardError().write("\r\x1b[K");
     }
 }
 
@@ -85,12 +80,11 @@ void Progress::animate() const {
     constexpr std::array<std::string_view, 4> kTurns = {"|", "/", "-", "\\"};
     constexpr auto kFrame = std::chrono::milliseconds(100);
     const auto begin = std::chrono::steady_clock::now();
-    const Terminal& terminal = Terminal::standardError();
+    Terminal& terminal = Terminal::standardError();
     for (std::size_t turn = 0; !done_; ++turn) {
         const auto elapsed = std::chrono::steady_clock::now() - begin;
         const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(elapsed).count();
-        writeAll(
-            terminal.descriptor(),
+        terminal.write(
             fmt::format("\r\x1b[K{} {} {}", kTurns[turn % kTurns.size()], what_,
                         terminal.styled(fmt::format("{} s", seconds), Terminal::Style::faint)));
         std::this_thread::sleep_for(kFrame);
@@ -118,7 +112,7 @@ void complainAtPlace(std::string_view text, std::size_t offset) {
     offset = std::min(offset, text.size());
     const std::size_t begin = text.substr(0, offset).rfind('\n') + 1; // 0 when there is none
     const std::size_t end = std::min(text.find('\n', offset), text.size());
-    const Terminal& terminal = Terminal::standardError();
+    Terminal& terminal = Terminal::standardError();
     const auto shown = [&](std::size_t from, std::size_t to) {
         const auto isInside = [&](std::size_t place) { // a character of several bytes
             return place < text.size() && (static_cast<unsigned char>(text[place]) & 0xC0U) == 0x80;

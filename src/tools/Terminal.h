@@ -19,15 +19,19 @@ public:
     /// \xNN, so that nothing foreign steers the terminal.
     [[nodiscard]] std::string styled(std::string_view text, Style style) const;
     /// One line.
-    void line(std::string_view text) const;
+    void line(std::string_view text);
+    /// A text as it is.
+    void write(std::string_view text);
+    /// The errno of the first write that failed; 0 if all that was printed has been written.
+    [[nodiscard]] int error() const noexcept { return error_; }
     [[nodiscard]] bool isInteractive() const noexcept { return interactive_; }
-    [[nodiscard]] int descriptor() const noexcept { return descriptor_; }
 
 private:
     explicit Terminal(int descriptor);
     int descriptor_;
     bool interactive_;
     bool colours_;
+    int error_ = 0;
 };
 
 /// A line that tells, while it lives, what is waited for and how long already. Shows nothing unless

@@ -38,19 +38,18 @@ Value jsonOf(const TrustedProgram& program) {
          {"changed", Value::integer(program.file.changed)}});
 }
 
-ExitStatus unknown(const Error& error) {
-    complain(reasonOf(error));
-    return ExitStatus::usage;
+tl::unexpected<Failure> unknown(const Error& error) {
+    return failure(ExitStatus::usage, reasonOf(error));
 }
 
 } // namespace
 
-ExitStatus trustList(const TrustListOptions& options) {
+Result trustList(const TrustListOptions& options) {
     const auto programs = TrustStore().list();
     if (!programs) {
         return unknown(programs.error());
     }
-    const Terminal& out = Terminal::standardOutput();
+    Terminal& out = Terminal::standardOutput();
     std::vector<Value> json;
     for (const TrustedProgram& program : *programs) {
         if (options.json) {
@@ -69,10 +68,9 @@ ExitStatus trustList(const TrustListOptions& options) {
     return ExitStatus::success;
 }
 
-ExitStatus trustCheck(const TrustCheckOptions& options) {
+Result trustCheck(const TrustCheckOptions& options) {
     if (options.path.empty() != options.pid.has_value()) {
-        complain("trust check: name a PATH or a process with --pid");
-        return ExitStatus::usage;
+        return failure(ExitStatus::usage, "trust check: name a PATH or a process with --pid");
     }
     const TrustStore store;
     const auto verdict = options.pid ? store.checkProcess(*options.pid) : store.check(options.path);
@@ -84,7 +82,7 @@ ExitStatus trustCheck(const TrustCheckOptions& options) {
     if (!verdict->path.empty()) {
         what += options.pid ? fmt::format(" ({})", shown(verdict->path)) : shown(verdict->path);
     }
-    const Terminal& out = Terminal::standardOutput();
+    Terminal& out = Terminal::standardOutput();
     out.line(fmt::format(
         "{}: {}", what,
         out.styled(trusted ? "trusted" : fmt::format("not trusted: {}", verdict->reason),
@@ -92,15 +90,14 @@ ExitStatus trustCheck(const TrustCheckOptions& options) {
     return trusted ? ExitStatus::success : ExitStatus::failed;
 }
 
-ExitStatus trustRevoke(const TrustRevokeOptions& options) {
+Result trustRevoke(const TrustRevokeOptions& options) {
     const auto revoked = TrustStore().revoke(options.path);
     if (!revoked) {
-        complain(reasonOf(revoked.error()));
-        return ExitStatus::failed;
+        return failure(ExitStatus::failed, reasonOf(revoked.error()));
     }
     if (!*revoked) {
-        complain(fmt::format("{}: no trust was granted to it", shown(options.path)));
-        return ExitStatus::failed;
+        return failure(ExitStatus::failed,
+                       fmt::format("{}: no trust was granted to it", shown(options.path)));
     }
     Terminal::standardOutput().line(fmt::format("{}: trust revoked", shown(options.path)));
     return ExitStatus::success;

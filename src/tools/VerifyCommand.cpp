@@ -58,7 +58,7 @@ Value jsonOf(const Findings& findings) {
 }
 
 void showLine(std::string_view text, std::string_view remedy = {}) {
-    const Terminal& out = Terminal::standardOutput();
+    Terminal& out = Terminal::standardOutput();
     out.line(out.styled(text, Style::plain));
     if (!remedy.empty()) {
         out.line(out.styled(fmt::format("  remedy: {}", remedy), Style::strong));
@@ -84,7 +84,7 @@ void explain(const CodeReport& report) {
 }
 
 void show(const Findings& findings, const VerifyOptions& options) {
-    const Terminal& out = Terminal::standardOutput();
+    Terminal& out = Terminal::standardOutput();
     if (options.json) {
         out.line(jsonText(jsonOf(findings)));
         return;
@@ -117,16 +117,14 @@ tl::expected<AcceptedClients, RequirementError> clientsFor(const VerifyOptions& 
 
 } // namespace
 
-ExitStatus verify(const VerifyOptions& options) {
+Result verify(const VerifyOptions& options) {
     if (options.file.empty() != options.pid.has_value()) {
-        complain("verify: name a FILE or a process with --pid");
-        return ExitStatus::usage;
+        return failure(ExitStatus::usage, "verify: name a FILE or a process with --pid");
     }
     auto clients = clientsFor(options);
     if (!clients) {
-        complain(
-            fmt::format("the requirement does not compile: {}", clients.error().description()));
-        return ExitStatus::usage;
+        return failure(ExitStatus::usage, fmt::format("the requirement does not compile: {}",
+                                                      clients.error().description()));
     }
     ProgramJudge judge(std::move(*clients));
     Findings findings;
@@ -135,8 +133,7 @@ ExitStatus verify(const VerifyOptions& options) {
     } else {
         const auto program = openProgram(options.file);
         if (!program) {
-            complainAboutFile(options.file, program.error());
-            return ExitStatus::usage;
+            return fileFailure(ExitStatus::usage, options.file, program.error());
         }
         findings = judge.judge(*program);
     }

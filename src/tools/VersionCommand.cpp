@@ -6,7 +6,7 @@
 
 namespace qv::tools {
 
-ExitStatus version(const VersionOptions& options) {
+Result version(const VersionOptions& options) {
     const ComparisonResult result = QVStringTools::compareVersionTo(options.version, options.other);
     Terminal::standardOutput().line(fmt::format("{}", static_cast<int>(result)));
     return ExitStatus::success;

@@ -1,264 +1,380 @@
 #include "client/QVCatalogHelperClient.h"
+#include "platform/foundation/files/content/FileBytes.h"
 #include "platform/foundation/log/Log.h"
 #include "tools/Commands.h"
+#include "tools/Json.h"
+#include "tools/SimilarNames.h"
 #include "tools/Terminal.h"
 
 #include <CLI/CLI.hpp>
-#include <fmt/core.h>
+#include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
 #include <csignal>
 #include <exception>
+#include <fcntl.h>
 #include <functional>
+#include <span>
+#include <sstream>
+#include <unistd.h>
 
 namespace {
 
 using namespace qv::tools; // NOLINT(google-build-using-namespace): the commands are all that is
                            // here
 
-using Command = std::function<ExitStatus()>;
+using qv::Value;
+using Command = std::function<Result()>;
 
-void addRun(CLI::App& app, Command& chosen) {
+void addRun(CLI::App& command, Command& chosen) {
     auto options = std::make_shared<RunOptions>();
     options->socketPath = qv::QVCatalogHelperClient::defaultSocketPath();
-    CLI::App* command =
-        app.add_subcommand("run", "Send a script to the service and show how it went");
     command
-        ->add_option("FILE", options->file,
-                     "the script, a property list in any encoding; - for standard input")
+        .add_option("FILE", options->file,
+                    "the script, a property list in any encoding; - for standard input")
         ->required();
-    command->add_option("--socket", options->socketPath, "where the service listens")
+    command.add_option("--socket", options->socketPath, "where the service listens")
         ->capture_default_str();
-    command->add_flag("--json", options->json, "print the outcome as JSON");
-    command->callback([&chosen, options] { chosen = [options] { return run(*options); }; });
+    command.add_flag("--json", options->json, "print the outcome as JSON");
+    command.callback([&chosen, options] { chosen = [options] { return run(*options); }; });
 }
 
-void addSign(CLI::App& app, Command& chosen) {
+void addSign(CLI::App& command, Command& chosen) {
     auto options = std::make_shared<SignOptions>();
-    CLI::App* command =
-        app.add_subcommand("sign", "Sign a program, replacing the signature that it has");
-    command->add_option("FILE", options->file, "the program, an ELF file")->required();
+    command.add_option("FILE", options->file, "the program, an ELF file")->required();
     command
-        ->add_option("--identifier", options->identifier,
-                     "signing identifier, e.g. com.example.Tool")
+        .add_option("--identifier", options->identifier,
+                    "signing identifier, e.g. com.example.Tool")
         ->required();
-    command->add_option("--certificate", options->certificate, "the signer's certificate, PEM")
+    command.add_option("--certificate", options->certificate, "the signer's certificate, PEM")
         ->required();
-    command->add_option("--key", options->key, "its private key, PEM, readable by its owner only")
+    command.add_option("--key", options->key, "its private key, PEM, readable by its owner only")
         ->required();
-    command->add_option("--intermediate", options->intermediates,
-                        "certificates between it and the anchor, PEM");
+    command.add_option("--intermediate", options->intermediates,
+                       "certificates between it and the anchor, PEM");
     command
-        ->add_option("--team", options->team,
-                     "team identifier, the organisational unit of the certificate")
+        .add_option("--team", options->team,
+                    "team identifier, the organisational unit of the certificate")
         ->required();
     command
-        ->add_option("--flags", options->flags,
-                     "hard, kill, runtime, restrict, library-validation, expires")
+        .add_option("--flags", options->flags,
+                    "hard, kill, runtime, restrict, library-validation, expires")
         ->delimiter(',');
-    command->add_option("--entitlements", options->entitlements,
-                        "property list with the entitlements");
-    command->add_option("--info", options->info, "property list with the information dictionary");
-    command->add_option("--platform", options->platform, "platform number");
-    command->callback([&chosen, options] { chosen = [options] { return sign(*options); }; });
+    command.add_option("--entitlements", options->entitlements,
+                       "property list with the entitlements");
+    command.add_option("--info", options->info, "property list with the information dictionary");
+    command.add_option("--platform", options->platform, "platform number");
+    command.callback([&chosen, options] { chosen = [options] { return sign(*options); }; });
 }
 
-void addVerify(CLI::App& app, Command& chosen) {
+void addVerify(CLI::App& command, Command& chosen) {
     auto options = std::make_shared<VerifyOptions>();
-    CLI::App* command = app.add_subcommand(
-        "verify", "Tell whether the service would accept a program, and why not");
-    auto* file = command->add_option("FILE", options->file, "a program on disk");
-    auto* pid = command->add_option("--pid", options->pid, "a running process instead");
+    auto* file = command.add_option("FILE", options->file, "a program on disk");
+    auto* pid = command.add_option("--pid", options->pid, "a running process instead");
     file->excludes(pid);
-    command->add_flag("--explain", options->explain,
-                      "print every fact that counted, and what to change about it");
-    command->add_option("--requirement", options->requirement,
-                        "instead of the one that the service demands");
-    command->add_flag("--json", options->json, "print the findings as JSON");
-    command->callback([&chosen, options] { chosen = [options] { return verify(*options); }; });
+    command.add_flag("--explain", options->explain,
+                     "print every fact that counted, and what to change about it");
+    command.add_option("--requirement", options->requirement,
+                       "instead of the one that the service demands");
+    command.add_flag("--json", options->json, "print the findings as JSON");
+    command.callback([&chosen, options] { chosen = [options] { return verify(*options); }; });
 }
 
-void addInstallClient(CLI::App& app, Command& chosen) {
+void addInstallClient(CLI::App& command, Command& chosen) {
     auto options = std::make_shared<InstallClientOptions>();
-    CLI::App* command = app.add_subcommand(
-        "install-client", "Install a signed program as a client of the service: a file of root, "
-                          "set-group-id to the client group");
-    command->add_option("FILE", options->file, "the signed program")->required();
-    command->add_option("DESTINATION", options->destination,
-                        "the file that it becomes; FILE itself when left out");
-    command->add_flag("--json", options->json, "print the outcome as JSON");
-    command->footer("Needs root. Never install an interpreter, or anything else that carries out "
-                    "what its caller hands it: its callers would speak as the client.");
-    command->callback(
+    command.add_option("FILE", options->file, "the signed program")->required();
+    command.add_option("DESTINATION", options->destination,
+                       "the file that it becomes; FILE itself when left out");
+    command.add_flag("--json", options->json, "print the outcome as JSON");
+    command.footer("Needs root. Never install an interpreter, or anything else that carries out "
+                   "what its caller hands it: its callers would speak as the client.");
+    command.callback(
         [&chosen, options] { chosen = [options] { return installClient(*options); }; });
 }
 
-void addClients(CLI::App& app, Command& chosen) {
+void addClients(CLI::App& command, Command& chosen) {
     auto options = std::make_shared<ClientsOptions>();
-    CLI::App* command = app.add_subcommand(
-        "clients", "Show the allowed clients, and the installed programs that carry the mark");
-    command->add_option("--in", options->folders,
-                        "folders to look for installed programs in; /usr, /usr/local, /opt and "
-                        "/srv when left out");
-    command->add_flag("--json", options->json, "print as JSON");
-    command->callback([&chosen, options] { chosen = [options] { return clients(*options); }; });
+    command.add_option("--in", options->folders,
+                       "folders to look for installed programs in; /usr, /usr/local, /opt and "
+                       "/srv when left out");
+    command.add_flag("--json", options->json, "print as JSON");
+    command.callback([&chosen, options] { chosen = [options] { return clients(*options); }; });
 }
 
-void addPlist(CLI::App& app, Command& chosen) {
+void addPlist(CLI::App& command, Command& chosen) {
     auto options = std::make_shared<PlistOptions>();
-    CLI::App* command = app.add_subcommand("plist", "Validate a property list, or convert it");
     command
-        ->add_option("FILE", options->file, "a property list in any encoding; - for standard input")
+        .add_option("FILE", options->file, "a property list in any encoding; - for standard input")
         ->required();
-    command->add_option("--to", options->to, "xml, binary or json")
+    command.add_option("--to", options->to, "xml, binary or json")
         ->check(CLI::IsMember({"xml", "binary", "json"}));
-    command->add_option("-o,--output", options->output,
-                        "where to write; standard output when left out");
-    command->add_flag("--archive", options->archive,
-                      "decode a keyed archive; shown as JSON unless --to says otherwise");
-    command->callback([&chosen, options] { chosen = [options] { return plist(*options); }; });
+    command.add_option("-o,--output", options->output,
+                       "where to write; standard output when left out");
+    command.add_flag("--archive", options->archive,
+                     "decode a keyed archive; shown as JSON unless --to says otherwise");
+    command.callback([&chosen, options] { chosen = [options] { return plist(*options); }; });
 }
 
-void addPreferences(CLI::App& app, Command& chosen) {
+void addPreferencesRead(CLI::App& command, Command& chosen) {
     auto options = std::make_shared<PreferencesOptions>();
-    CLI::App* command = app.add_subcommand("preferences", "Look at the preferences of programs");
-    command->require_subcommand(1);
-    CLI::App* read = command->add_subcommand(
-        "read", "Print the values of a domain, or one of them, as a property list; status 1 when "
-                "there is none");
-    read->add_option("DOMAIN", options->domain,
-                     "an application's identifier, or kCFPreferencesAnyApplication")
+    command
+        .add_option("DOMAIN", options->domain,
+                    "an application's identifier, or kCFPreferencesAnyApplication")
         ->required();
-    read->add_option("KEY", options->key, "the value under this key alone");
-    read->add_option("--user", options->user,
-                     "a user's name, or any; the current user when left out");
-    read->add_option("--host", options->host, "any, current, or a name")->capture_default_str();
-    read->add_flag("--json", options->json, "print as JSON");
-    read->callback(
+    command.add_option("KEY", options->key, "the value under this key alone");
+    command.add_option("--user", options->user,
+                       "a user's name, or any; the current user when left out");
+    command.add_option("--host", options->host, "any, current, or a name")->capture_default_str();
+    command.add_flag("--json", options->json, "print as JSON");
+    command.callback(
         [&chosen, options] { chosen = [options] { return readPreferences(*options); }; });
 }
 
-void addRequirement(CLI::App& app, Command& chosen) {
+void addRequirement(CLI::App& command, Command& chosen) {
     auto options = std::make_shared<RequirementOptions>();
-    CLI::App* command = app.add_subcommand(
-        "requirement", "Compile a code requirement and print its canonical text and tree");
-    command->add_option("TEXT", options->text, "the requirement")->required();
-    command->add_flag("--json", options->json, "print as JSON");
-    command->callback([&chosen, options] { chosen = [options] { return requirement(*options); }; });
+    command.add_option("TEXT", options->text, "the requirement")->required();
+    command.add_flag("--json", options->json, "print as JSON");
+    command.callback([&chosen, options] { chosen = [options] { return requirement(*options); }; });
 }
 
-void addRule(CLI::App& app, Command& chosen) {
+void addRule(CLI::App& command, Command& chosen) {
     auto options = std::make_shared<RuleOptions>();
-    CLI::App* command = app.add_subcommand(
-        "rule", "Evaluate a rule of conditional blocks on this machine; status 1 when it is false, "
-                "2 when it has no value");
-    command->add_option("RULE", options->rule, "the rule; - for standard input");
-    command->add_option("--set", options->settings,
-                        "NAME=VALUE: a value that the rule may name; a number, true, false, or "
-                        "text, which may stand in double quotes");
-    command->add_option("--value", options->value,
-                        "print what a single call \"${...}\" or key path gives instead");
-    command->add_flag("--explain", options->explain,
-                      "print the calls, the text without them, and its tree");
-    command->add_flag("--json", options->json, "print as JSON");
-    command->callback([&chosen, options] { chosen = [options] { return rule(*options); }; });
+    command.add_option("RULE", options->rule, "the rule; - for standard input");
+    command.add_option("--set", options->settings,
+                       "NAME=VALUE: a value that the rule may name; a number, true, false, or "
+                       "text, which may stand in double quotes");
+    command.add_option("--value", options->value,
+                       "print what a single call \"${...}\" or key path gives instead");
+    command.add_flag("--explain", options->explain,
+                     "print the calls, the text without them, and its tree");
+    command.add_flag("--json", options->json, "print as JSON");
+    command.callback([&chosen, options] { chosen = [options] { return rule(*options); }; });
 }
 
-void addApplication(CLI::App& app, Command& chosen) {
+void addApplication(CLI::App& command, Command& chosen) {
     auto options = std::make_shared<ApplicationOptions>();
-    CLI::App* command = app.add_subcommand(
-        "application", "Print where an application is: its bundle or desktop entry; status 1 when "
-                       "there is none");
-    auto* identifier = command->add_option("IDENTIFIER", options->identifier,
-                                           "a bundle's, or a desktop entry's; in any case");
-    auto* name = command->add_option("--name", options->name,
-                                     "instead: the name that people see, or that of its file");
+    auto* identifier = command.add_option("IDENTIFIER", options->identifier,
+                                          "a bundle's, or a desktop entry's; in any case");
+    auto* name = command.add_option("--name", options->name,
+                                    "instead: the name that people see, or that of its file");
     identifier->excludes(name);
-    command->add_option("--user", options->user, "look as the service does for this user");
-    command->add_flag("--json", options->json, "print as JSON");
-    command->callback([&chosen, options] { chosen = [options] { return application(*options); }; });
+    command.add_option("--user", options->user, "look as the service does for this user");
+    command.add_flag("--json", options->json, "print as JSON");
+    command.callback([&chosen, options] { chosen = [options] { return application(*options); }; });
 }
 
-void addVersion(CLI::App& app, Command& chosen) {
+void addVersion(CLI::App& command, Command& chosen) {
     auto options = std::make_shared<VersionOptions>();
-    CLI::App* command = app.add_subcommand(
-        "version", "Compare two versions; -1: A is older than B, 0: the same, 1: newer");
-    command->add_option("A", options->version, "a version, e.g. 10.6.8")->required();
-    command->add_option("B", options->other, "another one")->required();
-    command->callback([&chosen, options] { chosen = [options] { return version(*options); }; });
+    command.add_option("A", options->version, "a version, e.g. 10.6.8")->required();
+    command.add_option("B", options->other, "another one")->required();
+    command.callback([&chosen, options] { chosen = [options] { return version(*options); }; });
 }
 
-void addTrust(CLI::App& app, Command& chosen) {
-    CLI::App* trust = app.add_subcommand(
-        "trust", "Show, check and revoke the trust that was granted to programs");
-    trust->require_subcommand(1);
-    auto listing = std::make_shared<TrustListOptions>();
-    CLI::App* list = trust->add_subcommand("list", "Show the programs that are trusted");
-    list->add_flag("--json", listing->json, "print as JSON");
-    list->callback([&chosen, listing] { chosen = [listing] { return trustList(*listing); }; });
+void addTrustList(CLI::App& command, Command& chosen) {
+    auto options = std::make_shared<TrustListOptions>();
+    command.add_flag("--json", options->json, "print as JSON");
+    command.callback([&chosen, options] { chosen = [options] { return trustList(*options); }; });
+}
 
-    auto checking = std::make_shared<TrustCheckOptions>();
-    CLI::App* check = trust->add_subcommand(
-        "check", "Tell whether a program is trusted, and why not; status 1 when it is not, 2 when "
-                 "that cannot be found out");
-    auto* path = check->add_option("PATH", checking->path, "a program on disk");
-    auto* pid = check->add_option("--pid", checking->pid, "a running process instead");
+void addTrustCheck(CLI::App& command, Command& chosen) {
+    auto options = std::make_shared<TrustCheckOptions>();
+    auto* path = command.add_option("PATH", options->path, "a program on disk");
+    auto* pid = command.add_option("--pid", options->pid, "a running process instead");
     path->excludes(pid);
-    check->callback([&chosen, checking] { chosen = [checking] { return trustCheck(*checking); }; });
-
-    auto revoking = std::make_shared<TrustRevokeOptions>();
-    CLI::App* revoke =
-        trust->add_subcommand("revoke", "Take trust away from a program (root only)");
-    revoke->add_option("PATH", revoking->path, "as list shows it; the file may be gone")
-        ->required();
-    revoke->callback(
-        [&chosen, revoking] { chosen = [revoking] { return trustRevoke(*revoking); }; });
+    command.callback([&chosen, options] { chosen = [options] { return trustCheck(*options); }; });
 }
 
-int parseAndRun(int count, const char* const* arguments) {
+void addTrustRevoke(CLI::App& command, Command& chosen) {
+    auto options = std::make_shared<TrustRevokeOptions>();
+    command.add_option("PATH", options->path, "as list shows it; the file may be gone")->required();
+    command.callback([&chosen, options] { chosen = [options] { return trustRevoke(*options); }; });
+}
+
+/// One command, or a group of commands. To add a command, add a row.
+struct CommandRow {
+    std::string_view name;
+    std::string_view help; ///< one line
+    /// Gives the command its options and what it calls. Null in a group.
+    void (*addOptions)(CLI::App& command, Command& chosen);
+    std::span<const CommandRow> group = {};
+};
+
+constexpr std::array kPreferences = std::to_array<CommandRow>({
+    {"read", "Print the values of a domain, or one of them, as a property list",
+     addPreferencesRead},
+});
+
+constexpr std::array kTrust = std::to_array<CommandRow>({
+    {"list", "Show the programs that are trusted", addTrustList},
+    {"check", "Tell whether a program is trusted, and why not", addTrustCheck},
+    {"revoke", "Take trust away from a program (root only)", addTrustRevoke},
+});
+
+constexpr std::array kCommands = std::to_array<CommandRow>({
+    {"run", "Send a script to the service and show how it went", addRun},
+    {"sign", "Sign a program, replacing the signature that it has", addSign},
+    {"install-client", "Install a signed program as a client of the service (root only)",
+     addInstallClient},
+    {"verify", "Tell whether the service would accept a program, and why not", addVerify},
+    {"clients", "Show the allowed clients, and the installed programs that carry the mark",
+     addClients},
+    {"plist", "Validate a property list, or convert it", addPlist},
+    {"preferences", "Look at the preferences of programs", nullptr, kPreferences},
+    {"requirement", "Compile a code requirement and print its canonical text and tree",
+     addRequirement},
+    {"rule", "Evaluate a rule of conditional blocks on this machine", addRule},
+    {"application", "Print where an application is: its bundle or desktop entry", addApplication},
+    {"version", "Compare two versions; -1: A is older than B, 0: the same, 1: newer", addVersion},
+    {"trust", "Show, check and revoke the trust that was granted to programs", nullptr, kTrust},
+});
+
+void addCommands(CLI::App& parent, std::span<const CommandRow> rows, Command& chosen) {
+    parent.require_subcommand(1);
+    for (const CommandRow& row : rows) {
+        CLI::App& command = *parent.add_subcommand(std::string(row.name), std::string(row.help));
+        if (row.addOptions != nullptr) {
+            row.addOptions(command, chosen);
+        } else {
+            addCommands(command, row.group, chosen);
+        }
+    }
+}
+
+// "qvcatalog trust list": a command with those that it stands in.
+std::string fullName(const CLI::App& command) {
+    const CLI::App* parent = command.get_parent();
+    return (parent == nullptr ? "" : fullName(*parent) + " ") + command.get_name();
+}
+
+// One line for each command below this one.
+std::string listing(const CLI::App& parent) {
+    std::string lines;
+    for (const CLI::App* command : parent.get_subcommands({})) {
+        lines += command->get_subcommands({}).empty()
+                     ? fmt::format("  {:<28} {}\n", fullName(*command), command->get_description())
+                     : listing(*command);
+    }
+    return lines;
+}
+
+// What is wrong with the words of a command line: the first unknown one, if there is one. `place`
+// is the innermost command that they name.
+std::string usageFault(const CLI::App& place, const std::vector<std::string>& unknown,
+                       const CLI::ParseError& error) {
+    const std::string name = place.get_parent() == nullptr ? "" : fullName(place).substr(10) + ": ";
+    if (unknown.empty()) {
+        return name + error.what();
+    }
+    const std::string& word = unknown.front();
+    std::vector<std::string> known;
+    std::string_view kind = "argument";
+    if (word.starts_with('-')) {
+        kind = "option";
+        for (const CLI::Option* option : place.get_options()) {
+            for (const std::string& each : option->get_lnames()) {
+                known.push_back("--" + each);
+            }
+        }
+    } else if (!place.get_subcommands({}).empty()) {
+        kind = "command";
+        for (const CLI::App* each : place.get_subcommands({})) {
+            known.push_back(each->get_name());
+        }
+    }
+    const std::vector<std::string> similar = similarNames(word, known);
+    if (similar == std::vector{word}) { // of the command, given to the group that it is in
+        return fmt::format("{}{} must come after the name of the command", name, word);
+    }
+    return fmt::format("{}unknown {} \"{}\"{}", name, kind, word,
+                       similar.empty()
+                           ? std::string()
+                           : fmt::format("; did you mean {}?", fmt::join(similar, " or ")));
+}
+
+Result parse(CLI::App& app, int count, const char* const* arguments) {
+    try {
+        app.parse(count, arguments);
+        return ExitStatus::success;
+    } catch (const CLI::Success& success) { // --help, --version
+        std::ostringstream text;
+        app.exit(success, text);
+        Terminal::standardOutput().write(text.str());
+        return ExitStatus::success;
+    } catch (const CLI::ParseError& error) {
+        const std::vector<std::string> unknown = app.remaining(true);
+        const CLI::App* place = &app;
+        while (!place->get_subcommands().empty()) {
+            place = place->get_subcommands().front();
+        }
+        if (!place->get_subcommands({}).empty() && unknown.empty()) {
+            Terminal::standardError().write(
+                fmt::format("usage: {} COMMAND ... (--help tells more)\n{}", fullName(*place),
+                            listing(*place)));
+            return failure(ExitStatus::usage, "a command is missing");
+        }
+        return failure(ExitStatus::usage, usageFault(*place, unknown, error));
+    }
+}
+
+Result parseAndRun(int count, const char* const* arguments) {
     CLI::App app(
         "Works with QVCatalogHelperXPC, the service that carries out installation scripts.",
         "qvcatalog");
     app.set_version_flag("--version", QV_VERSION);
-    app.require_subcommand(1);
     app.footer(
-        "Exit status: 0 success, 1 failed, 2 usage, 3 refused by or no connection to the service.");
+        "Exit status: 0 success, or the answer is yes; 1 failed, or the answer is no; 2 usage, "
+        "or a file that cannot be read or written; 3 refused by the service, or it cannot be "
+        "reached.");
     Command chosen;
-    addRun(app, chosen);
-    addSign(app, chosen);
-    addInstallClient(app, chosen);
-    addVerify(app, chosen);
-    addClients(app, chosen);
-    addPlist(app, chosen);
-    addPreferences(app, chosen);
-    addRequirement(app, chosen);
-    addRule(app, chosen);
-    addApplication(app, chosen);
-    addVersion(app, chosen);
-    addTrust(app, chosen);
-    try {
-        app.parse(count, arguments);
-    } catch (const CLI::Success& success) {
-        return app.exit(success); // --help, --version
-    } catch (const CLI::ParseError& error) {
-        const std::vector<std::string> unknown = app.remaining();
-        complain(app.get_subcommands().empty() && !unknown.empty()
-                     ? fmt::format("unknown command \"{}\"", unknown.front())
-                     : error.what());
-        return static_cast<int>(ExitStatus::usage);
+    addCommands(app, kCommands, chosen);
+    Result parsed = parse(app, count, arguments);
+    return parsed && chosen ? chosen() : parsed;
+}
+int report(const Result& result, bool json) {
+    ExitStatus status = result ? *result : result.error().status;
+    Terminal& out = Terminal::standardOutput();
+    if (!result && json) {
+        std::vector<std::pair<Value, Value>> object = {
+            {Value::string("error"), Value::string(result.error().reason)},
+            {Value::string("exitStatus"), Value::integer(static_cast<int>(status))}};
+        if (result.error().code) {
+            object.emplace_back(Value::string("status"), Value::integer(*result.error().code));
+        }
+        out.line(jsonText(Value::dictionary(std::move(object))));
     }
-    return static_cast<int>(chosen());
+    if (!result && (!json || out.error() != 0)) {
+        complain(result.error().reason);
+    }
+    if (out.error() != 0) {
+        complain(fmt::format("standard output: {}", qv::errnoText(out.error())));
+        status = ExitStatus::usage;
+    }
+    return static_cast<int>(status);
+}
+
+// A file or socket must not take the number of a standard descriptor that the caller has closed:
+// what is printed would go there. In its place stands one that cannot be used either.
+void occupyClosedDescriptors() {
+    for (int number = STDIN_FILENO; number <= STDERR_FILENO; ++number) {
+        const int useless = number == STDIN_FILENO ? O_WRONLY : O_RDONLY;
+        if (::fcntl(number, F_GETFD) < 0) {
+            static_cast<void>(::open("/dev/null", useless | O_CLOEXEC));
+        }
+    }
 }
 
 } // namespace
 
 int main(int count, char** arguments) {
     std::signal(SIGPIPE, SIG_IGN); // NOLINT(cert-err33-c): cannot fail for this signal
+    occupyClosedDescriptors();
     qv::log::open("qvcatalog", qv::log::Destination::nowhere);
+    const bool json = std::ranges::any_of(std::span(arguments, static_cast<std::size_t>(count)),
+                                          [](std::string_view word) { return word == "--json"; });
     try {
-        return parseAndRun(count, arguments);
+        return report(parseAndRun(count, arguments), json);
     } catch (const std::exception& exception) {
-        complain(exception.what());
-        return static_cast<int>(ExitStatus::failed);
+        return report(failure(ExitStatus::failed, exception.what()), json);
     }
 }

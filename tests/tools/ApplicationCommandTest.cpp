@@ -51,10 +51,6 @@ TEST_F(ApplicationCommand, SaysThatThereIsNone) {
     EXPECT_THAT(look({"--name", "org.x.Editor2"}), FailsWith(1, "name \"org.x.Editor2\""));
     EXPECT_THAT(look({"--user", "root", "org.x.Editor"}), FailsWith(1, "org.x.Editor"))
         << "the caller's environment says nothing about another user";
-    const ProgramRun run = look({"--json", "org.x.None"});
-    EXPECT_EQ(run.status, 1);
-    EXPECT_THAT(run.output, testing::HasSubstr("\"found\": false"));
-    EXPECT_EQ(run.errors, "");
 }
 
 TEST_F(ApplicationCommand, WantsOneThingToLookFor) {

@@ -50,11 +50,11 @@ protected:
             std::distance(fs::directory_iterator(place_), fs::directory_iterator()));
     }
     // A refusal that leaves what was there, and nothing besides.
-    void expectRefused(const fs::path& source, std::string_view why) const {
+    void expectRefused(const fs::path& source, std::string_view why, int status = 1) const {
         const fs::path old = place_ / "client";
         std::ofstream(old) << "the version before";
         fs::permissions(old, fs::perms(0640));
-        EXPECT_THAT(installClient(source, old), FailsWith(1, why));
+        EXPECT_THAT(installClient(source, old), FailsWith(status, why));
         EXPECT_EQ(contentOf(old), "the version before") << why;
         EXPECT_EQ(fs::status(old).permissions(), fs::perms(0640)) << why;
         EXPECT_EQ(entries(), 1U) << why;
@@ -113,7 +113,7 @@ TEST_F(InstallClient, TheRunningServiceGreetsItAndNoOther) {
 TEST_F(InstallClient, RefusesProgramsThatCouldNeverPass) {
     expectRefused(unsignedProgram("unsigned"), "is not signed; sign it with");
     expectRefused(folder_.write("text", "no program"), "no ELF file");
-    expectRefused(folder_ / "missing", "missing: No such file");
+    expectRefused(folder_ / "missing", "missing: No such file", 2);
     expectRefused(folder_.path(), "is no regular file");
     const fs::path pipe = folder_ / "pipe";
     ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);

@@ -140,7 +140,7 @@ TEST_F(SignAndVerify, ARefusalToSignLeavesTheProgramAlone) {
     }
     expectRefused(sign({"--team", "OTHERTEAM1"}, {"--team"}), 1, "OTHERTEAM1");
     expectRefused(sign({"--identifier", ""}, {"--identifier"}), 1, "must not be empty");
-    expectRefused(sign({"--certificate", folder_ / "gone.pem"}, {"--certificate"}), 1, "gone.pem");
+    expectRefused(sign({"--certificate", folder_ / "gone.pem"}, {"--certificate"}), 2, "gone.pem");
     expectRefused(sign({"--certificate", folder_.write("bad.pem", "x")}, {"--certificate"}), 1,
                   "bad.pem");
     const TestAuthority other;
@@ -153,7 +153,7 @@ TEST_F(SignAndVerify, ARefusalToSignLeavesTheProgramAlone) {
                                                 "or long\n";
     EXPECT_THAT(sign(), FailsWith(1, "no ELF file"));
     std::filesystem::remove(program_);
-    EXPECT_THAT(sign(), FailsWith(1, "No such file"));
+    EXPECT_THAT(sign(), FailsWith(2, "No such file"));
 }
 
 } // namespace

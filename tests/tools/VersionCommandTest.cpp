@@ -30,7 +30,7 @@ TEST(VersionCommand, WantsTwoVersions) {
     EXPECT_THAT(qvcatalog({"version"}), FailsWith(2, "A"));
     EXPECT_THAT(qvcatalog({"version", "1"}), FailsWith(2, "B"));
     EXPECT_THAT(qvcatalog({"version", "1", "2", "3"}), FailsWith(2, "3"));
-    EXPECT_THAT(qvcatalog({"version", "1", "-x"}), FailsWith(2, "B"));
+    EXPECT_THAT(qvcatalog({"version", "1", "-x"}), FailsWith(2, "-x"));
 }
 
 } // namespace
