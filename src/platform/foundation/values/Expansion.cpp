@@ -58,6 +58,7 @@ struct Measure {
 
 class Measurement {
 public:
+    /// Another tree may follow, and have objects of the one before.
     Measure of(const Value& root) {
         enter(root);
         while (!open_.empty()) {
@@ -149,6 +150,21 @@ std::string sizeText(std::uint64_t bytes) {
                             : fmt::format("{} GiB", mebibytes / 1024);
 }
 
+// Where most of a tree's text is: the key or index of one of its values.
+std::string largestPlace(const Value& root) {
+    const std::span<const Value> slots = Node::slotsOf(root);
+    Measurement measurement;
+    std::uint64_t most = 0;
+    std::size_t index = 0;
+    for (std::size_t i = 0; i < slots.size(); ++i) {
+        const std::uint64_t bytes = measurement.of(slots[i]).everywhere.bytes;
+        index = bytes > most ? i : index;
+        most = std::max(most, bytes);
+    }
+    return root.is(Kind::dictionary) ? std::string(root.asDictionary().key(index))
+                                     : fmt::format("[{}]", index);
+}
+
 } // namespace
 
 Error refusalOfText(const Value& root, std::size_t most) {
@@ -160,13 +176,16 @@ Error refusalOfText(const Value& root, std::size_t most) {
     if (bytes <= most && !isRepetition) {
         return {};
     }
-    const std::string text =
+    std::string text =
         isRepetition
             ? fmt::format("The list refers to the same objects so often that it would take {} of "
                           "text",
                           sizeText(bytes))
             : fmt::format("The list would take {} of text, more than {}", sizeText(bytes),
                           sizeText(most));
+    if (Node::hasSlots(root.kind())) {
+        text += fmt::format(", most of it at {}", largestPlace(root));
+    }
     return {error_domain::kCocoa, cocoa_error::kPropertyListWriteInvalid,
             Value::dictionary({{error_key::kDebugDescription, Value::string(text)}})};
 }

@@ -197,14 +197,16 @@ TEST(XMLWriter, RefusesWhatRepeatsTooMuch) {
             value = Value::array(std::vector<Value>(static_cast<std::size_t>(row.width), value));
         }
         EXPECT_EQ(refusal(value, kBinary), "written");
-        EXPECT_EQ(refusal(value, kXML),
-                  row.outcome.empty() ? "written" : fmt::format("{}{}", kRefused, row.outcome));
+        EXPECT_EQ(refusal(value, kXML), row.outcome.empty() ? "written"
+                                                            : fmt::format("{}{}, most of it at [0]",
+                                                                          kRefused, row.outcome));
     }
-    const Value large = Value::array(std::vector<Value>(2, Value::string(std::string(900, 'x'))));
+    const Value large = Value::dictionary(
+        {{"a", Value::string("x")}, {"b", Value::string(std::string(1000, 'x'))}});
     const auto written = PropertyList::dataWithPropertyList(large, kXML, 1000);
     ASSERT_FALSE(written);
     EXPECT_EQ(reasonOf(written.error()),
-              "The list would take 1833 bytes of text, more than 1000 bytes");
+              "The list would take 1062 bytes of text, more than 1000 bytes, most of it at b");
 }
 
 // Each of a million references to a long text must not be paid for by its length.
