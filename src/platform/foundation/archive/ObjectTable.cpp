@@ -299,13 +299,12 @@ tl::expected<Value, Error> ObjectTable::buildDictionary(const OpenObject& done) 
         if (!key || !(key->is(Kind::string) || key->isNumber())) {
             return refusal(done.index, fmt::format("key {} is not a string or number", i));
         }
-        const std::string text = key->is(Kind::string) ? std::string() : description(*key);
+        const Value name = key->is(Kind::string) ? *key : Value::string(description(*key));
         if (!value) {
-            return refusal(done.index,
-                           fmt::format("has no object (nil) under the key {}",
-                                       log::foreign(text.empty() ? key->asString() : text)));
+            return refusal(done.index, fmt::format("has no object (nil) under the key {}",
+                                                   log::foreign(name.asString())));
         }
-        keys.push_back(text.empty() ? *key : Value::string(text));
+        keys.push_back(name);
         values.push_back(*value);
     }
     const KeyList list(keys);
@@ -324,7 +323,7 @@ tl::expected<Value, Error> ObjectTable::buildURL(const OpenObject& done) {
     if (!text || !text->is(Kind::string)) {
         return refusal(done.index, "NS.relative is not a string");
     }
-    // One text may serve any number of URLs, and each would copy it.
+    // One text may serve any number of URLs, and each would copy it, as it does with its base.
     Value& known = urls_[{text->identity(), base ? base->identity() : 0}];
     if (known.isNull()) {
         const URL start = base ? base->asURL() : URL();
@@ -333,7 +332,8 @@ tl::expected<Value, Error> ObjectTable::buildURL(const OpenObject& done) {
             return refusal(done.index,
                            fmt::format("\"{}\" is not a URL", log::foreign(text->asString())));
         }
-        if (Error error = takeText(done.index, start.absoluteString().size())) {
+        const std::size_t copied = url->absoluteString().size();
+        if (Error error = takeText(done.index, base ? copied : 0)) {
             return tl::unexpected(error);
         }
         known = Value::url(*url);

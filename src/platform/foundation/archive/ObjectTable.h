@@ -32,8 +32,8 @@ public:
     [[nodiscard]] tl::expected<std::optional<Value>, Error> object(UID uid);
 
 private:
-    // An error takes more than 20 bytes, its domain not many times that.
-    static constexpr std::size_t kTextOfByte = 8;
+    // An error or a URL takes more than 20 bytes, its domain or its base not many times that.
+    static constexpr std::size_t kTextOfByte = 64;
 
     enum class State : std::uint8_t { untouched, open, done };
     struct Slot {

@@ -101,7 +101,7 @@ icu::LocalUConverterPointer converterNamed(const std::string& name) {
     constexpr std::size_t kLongestName = 64;
     UErrorCode status = U_ZERO_ERROR;
     icu::LocalUConverterPointer converter;
-    if (name.size() <= kLongestName && name.find(',') == std::string::npos &&
+    if (name.size() <= kLongestName && name.find_first_of(",\0"sv) == std::string::npos &&
         ucnv_countAliases(name.c_str(), &status) != 0 && U_SUCCESS(status)) {
         converter.adoptInstead(ucnv_open(name.c_str(), &status));
         ucnv_setToUCallBack(converter.getAlias(), UCNV_TO_U_CALLBACK_STOP, nullptr, nullptr,
@@ -145,15 +145,17 @@ Result decodeAs(std::string_view name, std::string_view data) {
     if (isUTF8Name(name)) {
         return checkUTF8(data);
     }
-    if (const icu::LocalUConverterPointer converter = converterNamed(std::string(name));
-        converter.isValid() != 0) {
+    const icu::LocalUConverterPointer converter = converterNamed(std::string(name));
+    const bool isKnown = converter.isValid() != 0;
+    // Its declaration was read byte by byte, and no wider encoding has it so.
+    if (isKnown && ucnv_getMinCharSize(converter.getAlias()) == 1) {
         return decodeWith(*converter, data);
     }
     const auto place = static_cast<std::size_t>(name.data() - data.data());
-    return tl::unexpected(
-        textRefusal(data, place,
-                    fmt::format("Encountered unknown encoding ({}) on line {{line}}",
-                                isUTF8(name) && name.size() <= 64 ? name : "?"sv)));
+    return tl::unexpected(textRefusal(
+        data, place,
+        fmt::format("Encountered {} encoding ({}) on line {{line}}", isKnown ? "wrong" : "unknown",
+                    isUTF8(name) && name.size() <= 64 ? name : "?"sv)));
 }
 
 } // namespace

@@ -69,6 +69,7 @@ TEST(Detection, HonoursTheDeclaredEncoding) {
     EXPECT_THAT(declared("klingon", "a"),
                 testing::HasSubstr("Encountered unknown encoding (klingon) on line 1, column 31"));
     EXPECT_THAT(declared("ibm-37,swaplfnl", "a"), testing::HasSubstr("unknown encoding"));
+    EXPECT_THAT(declared("UTF-16", "a"), testing::HasSubstr("wrong encoding (UTF-16) on line 1"));
     EXPECT_EQ(readDump("<string>\n\xED\xA0\x80</string>"),
               "refused: Unable to convert string to correct encoding at line 2, column 1");
 }
