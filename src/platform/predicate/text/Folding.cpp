@@ -1,13 +1,13 @@
 #include "platform/predicate/text/Folding.h"
 
 #include "platform/foundation/text/CharacterFolding.h"
+#include "platform/foundation/text/Decomposition.h"
 #include "platform/foundation/values/Exception.h"
 #include "platform/foundation/values/UTF8.h"
 
 #include <fmt/core.h>
 #include <unicode/bytestream.h>
 #include <unicode/casemap.h>
-#include <unicode/normalizer2.h>
 #include <unicode/uchar.h>
 #include <unicode/unistr.h>
 
@@ -29,17 +29,6 @@ void requireSuccess(UErrorCode status) {
         throw Exception("NSInternalInconsistencyException",
                         fmt::format("Can't fold a text: {}", u_errorName(status)));
     }
-}
-
-std::string decomposed(std::string_view text) {
-    UErrorCode status = U_ZERO_ERROR;
-    const icu::Normalizer2* normalizer = icu::Normalizer2::getNFDInstance(status);
-    requireSuccess(status);
-    std::string result;
-    Sink sink(&result);
-    normalizer->normalizeUTF8(0, piece(text), sink, nullptr, status);
-    requireSuccess(status);
-    return result;
 }
 
 std::string caseFolded(std::string_view text) {
@@ -77,7 +66,7 @@ std::string folded(std::string_view text, Modifiers modifiers) {
         }
         return result;
     }
-    std::string result = decomposed(text);
+    std::string result = canonicallyDecomposed(text);
     if (!modifiers.fold()) {
         return result;
     }
@@ -89,7 +78,7 @@ std::string folded(std::string_view text, Modifiers modifiers) {
             appendUTF8(usual, usualWidth(point));
         }
     }
-    return decomposed(modifiers.caseInsensitive ? caseFolded(usual) : usual);
+    return canonicallyDecomposed(modifiers.caseInsensitive ? caseFolded(usual) : usual);
 }
 
 std::string lowercased(std::string_view text) {
