@@ -54,6 +54,7 @@ QVRuleChecker::functionForIdentifier(std::string_view identifier) const noexcept
 
 std::string QVRuleChecker::preprocessCheckRule(std::string_view rule,
                                                Value* substituteResultsWithVariables) const {
+    Predicate::requireLength(rule);
     const bool returnString = substituteResultsWithVariables == nullptr;
     return replaceCalls(
         rule, [&](const RuleCall& call) { return resultForCall(call, returnString); },
@@ -69,18 +70,19 @@ bool QVRuleChecker::runCheck(const std::optional<Value>& rule,
         errorOccured->reset();
     }
     if (!rule->is(Value::Kind::string)) {
-        raiseUnrecognizedSelector(className(rule->kind()), "rangeOfString:options:range:");
+        throw Exception(std::string(exception_name::kInvalidArgument), "A rule must be a string");
     }
-    Value variables;
-    const std::string text = preprocessCheckRule(rule->asString(), &variables);
     try {
+        Value variables;
+        const std::string text = preprocessCheckRule(rule->asString(), &variables);
         return Predicate::predicateWithFormat(text).evaluateWithObject(*this, variables);
     } catch (const Exception& exception) {
         if (errorOccured != nullptr) {
             errorOccured->emplace(exception);
         }
-        log::NSLog(fmt::format("-[QVRuleChecker runCheck:errorOccured:]: caught exception: {}",
-                               exception.reason()));
+        log::NSLog(
+            fmt::format("-[QVRuleChecker runCheck:errorOccured:]: caught exception: {}; rule: {}",
+                        exception.reason(), log::foreign(rule->asString())));
     } catch (...) { // NOLINT(bugprone-empty-catch): such a rule is false and no more is said of it
     }
     return false;
@@ -88,8 +90,8 @@ bool QVRuleChecker::runCheck(const std::optional<Value>& rule,
 
 std::optional<Value> QVRuleChecker::computeFunction(std::string_view text) {
     if (!text.starts_with('$')) {
-        Value value = valueForKeyPath(text);
-        return value.isNull() ? std::nullopt : std::optional(std::move(value));
+        predicate::Budget budget;
+        return valueForKeyPath(text, budget);
     }
     Value variables;
     static_cast<void>(preprocessCheckRule(text, &variables));
@@ -134,7 +136,7 @@ std::optional<Value> QVRuleChecker::valueForKey(std::string_view key) {
         return functionList();
     }
     if (key == "kvoValues") {
-        return kvoValues_.value_or(Value());
+        return kvoValues_;
     }
     if (key == "locked") { // a flag that nothing sets
         return Value::boolean(false);
@@ -145,10 +147,12 @@ std::optional<Value> QVRuleChecker::valueForKey(std::string_view key) {
     if (key == "description") {
         return Value::string(description());
     }
-    return std::nullopt;
+    raiseUndefinedKey(fmt::format("No value is known under the key {}", log::foreign(key)), self(),
+                      key);
 }
 
-Value QVRuleChecker::valueForKeyPath(std::string_view keyPath) {
+std::optional<Value> QVRuleChecker::valueForKeyPath(std::string_view keyPath,
+                                                    predicate::Budget& budget) {
     const std::size_t dot = keyPath.find('.');
     if (dot != std::string_view::npos) {
         const std::string_view prefix = keyPath.substr(0, dot);
@@ -156,15 +160,13 @@ Value QVRuleChecker::valueForKeyPath(std::string_view keyPath) {
             return function->functionKeyPathPrefix() == prefix;
         });
         if (found != functions_.end()) {
-            return (*found)
-                ->resultFor(Value::string(keyPath.substr(dot + 1)), false)
-                .value_or(Value());
+            return (*found)->resultFor(Value::string(keyPath.substr(dot + 1)), false);
         }
     }
     if (const Value* value = kvoValue(keyPath)) {
         return *value;
     }
-    return KeyValueCoding::valueForKeyPath(keyPath);
+    return KeyValueCoding::valueForKeyPath(keyPath, budget);
 }
 
 } // namespace qv

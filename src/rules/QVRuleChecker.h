@@ -40,25 +40,26 @@ public:
 
     /// The rule with every call replaced: by a variable of the dictionary that is stored through
     /// `substituteResultsWithVariables`, or, when that is a null pointer, by the result itself.
+    /// Throws a PredicateSyntaxError for a rule that is too long, before any call.
     [[nodiscard]] std::string preprocessCheckRule(std::string_view rule,
                                                   Value* substituteResultsWithVariables) const;
 
     /// The value of a rule, a string; false when it has none because parsing or evaluation raised.
     /// `errorOccured`, when given, receives the exception that did, or none. A missing rule is
-    /// false, and leaves it alone. Throws for a rule of another class, and what a function throws
-    /// while calls are replaced.
+    /// false, and leaves it alone. Throws for a rule of another class.
     [[nodiscard]] bool runCheck(const std::optional<Value>& rule,
                                 std::optional<Exception>* errorOccured);
 
     /// What a single call ("${...}", the text around it ignored) or key path gives; none when it
-    /// has no value. Throws for a key that is not known.
+    /// has no value; the null object is one. Throws for a key that is not known.
     [[nodiscard]] std::optional<Value> computeFunction(std::string_view text);
 
     /// The result of one call: its function's, or its "fallbackValue" where there is no function.
     [[nodiscard]] std::optional<Value> resultForCall(const RuleCall& call, bool returnString) const;
 
     std::optional<Value> valueForKey(std::string_view key) override;
-    Value valueForKeyPath(std::string_view keyPath) override;
+    std::optional<Value> valueForKeyPath(std::string_view keyPath,
+                                         predicate::Budget& budget) override;
     [[nodiscard]] std::string description() const override { return "<QVRuleChecker>"; }
 
 private:

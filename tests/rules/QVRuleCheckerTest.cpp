@@ -76,6 +76,47 @@ TEST_F(RuleChecker, HandsOutWhatEvaluationRaised) {
     }
     EXPECT_THAT(run("nosuchkey == 1"), HasSubstr("nosuchkey"));
     EXPECT_FALSE(checker_->runCheck(Value::string("nosuchkey == 1"), nullptr));
+    const std::string rule = "1 == 1 AND nosuchkey == 1";
+    run(rule + std::string(5000, ' '));
+    EXPECT_EQ(log_, "-[QVRuleChecker runCheck:errorOccured:]: caught exception: No value is known "
+                    "under the key nosuchkey; rule: " +
+                        rule + std::string(256 - rule.size(), ' ') + "...\n");
+}
+
+// By call and by key path alike.
+TEST_F(RuleChecker, CatchesWhatAFunctionThrows) {
+    checker_->addFunction(QVRuleCheckerFunction::functionWithFunctionID(
+        "broken", "broken", [](auto&, const auto&, bool) -> std::optional<Value> {
+            throw Exception("Broken", "it broke");
+        }));
+    EXPECT_EQ(run("${broken(x)} == 1"), "false: it broke");
+    EXPECT_THAT(log_, HasSubstr("caught exception: it broke; rule: ${broken(x)} == 1"));
+    EXPECT_EQ(run("broken.x == 1"), "false: it broke");
+}
+
+TEST_F(RuleChecker, RefusesALongRuleBeforeItsCalls) {
+    bool called = false;
+    checker_->addFunction(QVRuleCheckerFunction::functionWithFunctionID(
+        "spy", std::nullopt, [&](auto&, const auto&, bool) -> std::optional<Value> {
+            called = true;
+            return std::nullopt;
+        }));
+    EXPECT_THAT(run("${spy}" + std::string(std::size_t{1} << 20U, ' ')),
+                HasSubstr("longer than 1048576 bytes"));
+    EXPECT_FALSE(called);
+}
+
+TEST_F(RuleChecker, KeepsTheNullObjectOfAKeyPath) {
+    checker_->addFunction(
+        QVRuleCheckerFunction::functionWithFunctionID("null", "null", [](auto&, const auto&, bool) {
+            return std::optional<Value>(std::in_place);
+        }));
+    checker_->setKvoValues(
+        Value::dictionary({{"null", Value()}, {"in", Value::dictionary({{"null", Value()}})}}));
+    for (const char* path : {"null", "null.x", "in.null", "${null(x)}"}) {
+        EXPECT_EQ(checker_->computeFunction(path), std::optional<Value>(std::in_place)) << path;
+    }
+    EXPECT_EQ(checker_->computeFunction("in.nosuch"), std::nullopt);
 }
 
 TEST_F(RuleChecker, TouchesTheExceptionOnlyForARule) {

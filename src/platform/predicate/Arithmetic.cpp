@@ -1,9 +1,8 @@
 #include "platform/predicate/Arithmetic.h"
 
 #include "platform/foundation/values/Conversions.h"
-#include "platform/foundation/values/Description.h"
-#include "platform/foundation/values/Exception.h"
 #include "platform/predicate/Language.h"
+#include "platform/predicate/Reasons.h"
 
 #include <fmt/core.h>
 
@@ -37,8 +36,7 @@ std::partial_ordering orderWith(Wide whole, double real) {
 
 void requireNumber(const Value& value, std::string_view what) {
     if (!value.isNumber()) {
-        raiseInvalidArgument(
-            fmt::format("Can't calculate {} with {}: it is no number", what, description(value)));
+        raiseInvalidArgument(fmt::format("Can't calculate {} with {}", what, kindAndValue(value)));
     }
 }
 
@@ -85,10 +83,6 @@ Value calculateWhole(Arithmetic operation, const Value& left, const Value& right
 }
 
 } // namespace
-
-void raiseInvalidArgument(std::string reason) {
-    throw Exception(std::string(exception_name::kInvalidArgument), std::move(reason));
-}
 
 double realOf(const Value& number, std::string_view what) {
     requireNumber(number, what);

@@ -24,6 +24,4 @@ namespace qv::predicate {
 /// The number itself as a real. `what` is named in the reason of the exception.
 [[nodiscard]] double realOf(const Value& number, std::string_view what);
 
-[[noreturn]] void raiseInvalidArgument(std::string reason);
-
 } // namespace qv::predicate

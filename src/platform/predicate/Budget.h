@@ -1,26 +1,46 @@
 #pragma once
 
-#include "platform/foundation/values/Exception.h"
+#include "platform/foundation/values/Value.h"
 
+#include <chrono>
 #include <cstddef>
-#include <string>
+#include <string_view>
 
 namespace qv::predicate {
 
-/// How much one evaluation may still look at, so that nested queries, wildcards and collections
-/// that double end in an exception instead of never.
+/// What one evaluation may use: a second, and memory for what it makes. Beyond either, an
+/// Exception ends it.
 class Budget {
 public:
+    /// Work of so many steps, of some ten nanoseconds each, is about to be done. The clock is read
+    /// once in kStepsBetweenLooks, and before all work that is longer.
     void charge(std::size_t steps) {
-        if (steps > left_) {
-            throw Exception(std::string(exception_name::kInvalidArgument),
-                            "The evaluation of the predicate takes too many steps");
+        if (steps < unlooked_) {
+            unlooked_ -= steps;
+        } else {
+            requireTime();
         }
-        left_ -= steps;
     }
+    /// All of a text, or of a value, is about to be gone through.
+    void charge(std::string_view text) { charge(text.size() / kBytesAStep + 1); }
+    void charge(const Value& value);
+    /// So many elements, or eight times as many bytes, are about to be made.
+    void make(std::size_t elements);
+    /// The same of a value that has just been made.
+    Value made(Value value);
+
+    /// Looks at the clock.
+    void requireTime();
+    /// For what cannot be left by an exception; it ends, and then requires time.
+    [[nodiscard]] bool isOver() const;
 
 private:
-    std::size_t left_ = std::size_t{1} << 24U;
+    static constexpr std::size_t kStepsBetweenLooks = 4096;
+    static constexpr std::size_t kBytesAStep = 16;
+
+    std::chrono::steady_clock::time_point begin_ = std::chrono::steady_clock::now();
+    std::size_t unlooked_ = kStepsBetweenLooks;
+    std::size_t makeable_ = std::size_t{1} << 22U;
 };
 
 } // namespace qv::predicate

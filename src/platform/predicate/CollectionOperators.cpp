@@ -1,6 +1,7 @@
 #include "platform/predicate/Arithmetic.h"
 #include "platform/predicate/Comparing.h"
 #include "platform/predicate/KeyPath.h"
+#include "platform/predicate/Reasons.h"
 
 #include <fmt/core.h>
 
@@ -14,42 +15,43 @@ namespace {
 
 using Kind = Value::Kind;
 using Values = std::vector<Value>;
+using Result = std::optional<Value>;
 
-Value sum(const Values& values, Budget&) { return sumOf(values); }
+Result sum(const Values& values, Budget&) { return sumOf(values); }
 
-Value average(const Values& values, Budget&) {
+Result average(const Values& values, Budget&) {
     return Value::real(values.empty() ? 0 : averageOf(values));
 }
 
-Value extreme(const Values& values, bool largest) {
+std::optional<Value> extreme(const Values& values, bool largest, Budget& budget) {
     const Value* best = nullptr;
     for (const Value& value : values) {
         if (best == nullptr) {
             best = &value;
             continue;
         }
-        const std::partial_ordering compared = order(value, *best, {});
+        const std::partial_ordering compared = order(value, *best, {}, budget);
         best = (largest ? compared > 0 : compared < 0) ? &value : best;
     }
-    return best == nullptr ? Value() : *best;
+    return best == nullptr ? std::nullopt : std::optional(*best);
 }
-Value least(const Values& values, Budget&) { return extreme(values, false); }
-Value largest(const Values& values, Budget&) { return extreme(values, true); }
+Result least(const Values& values, Budget& budget) { return extreme(values, false, budget); }
+Result largest(const Values& values, Budget& budget) { return extreme(values, true, budget); }
 
-Value united(const Values& values, Budget&) { return Value::array(values); }
+Result united(const Values& values, Budget&) { return Value::array(values); }
 
 // Each once, in the order in which they come first.
 Values distinct(const Values& values, Budget& budget) {
     Values found;
     for (const Value& value : values) {
-        budget.charge(found.size() + 1);
-        if (std::ranges::find(found, value) == found.end()) {
+        const auto same = [&](const Value& known) { return isEqual(known, value, {}, budget); };
+        if (std::ranges::none_of(found, same)) {
             found.push_back(value);
         }
     }
     return found;
 }
-Value distinctUnited(const Values& values, Budget& budget) {
+Result distinctUnited(const Values& values, Budget& budget) {
     return Value::array(distinct(values, budget));
 }
 
@@ -57,54 +59,58 @@ Values flattened(const Values& collections, Budget& budget) {
     Values values;
     for (const Value& collection : collections) {
         if (!collection.is(Kind::array) && !collection.is(Kind::set)) {
-            raiseInvalidArgument("A union of arrays or sets needs a collection of such");
+            raiseInvalidArgument(
+                fmt::format("A union of arrays or sets has {} in it", kindAndValue(collection)));
         }
         const std::span<const Value> elements = collection.asArray();
-        budget.charge(elements.size() + 1);
+        budget.make(elements.size() + 1);
         values.insert(values.end(), elements.begin(), elements.end());
     }
     return values;
 }
-Value arraysUnited(const Values& values, Budget& budget) {
+Result arraysUnited(const Values& values, Budget& budget) {
     return Value::array(flattened(values, budget));
 }
-Value distinctArraysUnited(const Values& values, Budget& budget) {
+Result distinctArraysUnited(const Values& values, Budget& budget) {
     return Value::array(distinct(flattened(values, budget), budget));
 }
-Value distinctSetsUnited(const Values& values, Budget& budget) {
+Result distinctSetsUnited(const Values& values, Budget& budget) {
     return Value::set(distinct(flattened(values, budget), budget));
 }
 
 struct Operator {
     std::string_view name;
-    Value (*apply)(const Values& values, Budget& budget);
+    bool takesNull; // the null object, as one of the values
+    Result (*apply)(const Values& values, Budget& budget);
 };
 
 constexpr std::array kOperators = std::to_array<Operator>({
-    {"sum", sum},
-    {"avg", average},
-    {"min", least},
-    {"max", largest},
-    {"unionOfObjects", united},
-    {"distinctUnionOfObjects", distinctUnited},
-    {"unionOfArrays", arraysUnited},
-    {"distinctUnionOfArrays", distinctArraysUnited},
-    {"distinctUnionOfSets", distinctSetsUnited},
+    {"sum", false, sum},
+    {"avg", false, average},
+    {"min", false, least},
+    {"max", false, largest},
+    {"unionOfObjects", true, united},
+    {"distinctUnionOfObjects", true, distinctUnited},
+    {"unionOfArrays", true, arraysUnited},
+    {"distinctUnionOfArrays", true, distinctArraysUnited},
+    {"distinctUnionOfSets", true, distinctSetsUnited},
 });
 
 } // namespace
 
+bool isCollectionOperator(std::string_view name) noexcept {
+    return std::ranges::find(kOperators, name, &Operator::name) != kOperators.end();
+}
+
 std::optional<Value> collectionOperator(std::string_view name, const Value& collection,
                                         std::string_view path, Budget& budget) {
     const auto* const found = std::ranges::find(kOperators, name, &Operator::name);
-    if (found == kOperators.end() || path.empty()) {
-        return std::nullopt;
-    }
-    Values values; // what an element does not have is left out
-    budget.charge(collection.asArray().size());
+    Values values;
+    budget.make(collection.asArray().size());
     for (const Value& element : collection.asArray()) {
-        if (Value value = valueForKeyPath(element, path, budget); !value.isNull()) {
-            values.push_back(std::move(value));
+        std::optional<Value> value = valueForKeyPath(element, path, budget);
+        if (value && (found->takesNull || !value->isNull())) {
+            values.push_back(*std::move(value));
         }
     }
     return found->apply(values, budget);

@@ -1,8 +1,8 @@
 #include "platform/predicate/Comparing.h"
 
-#include "platform/foundation/values/Description.h"
 #include "platform/predicate/Arithmetic.h"
 #include "platform/predicate/Language.h"
+#include "platform/predicate/Reasons.h"
 #include "platform/predicate/text/Matching.h"
 
 #include <fmt/core.h>
@@ -18,17 +18,6 @@ using Kind = Value::Kind;
 
 bool isCollection(const Value& value) { return value.is(Kind::array) || value.is(Kind::set); }
 
-// Two values of one class are ordered by a method that asks the other one for something; which
-// method is missing, and from whom, is what the platform tells.
-[[noreturn]] void raiseUnordered(const Value& left, const Value& right) {
-    const std::string_view missing = left.is(Kind::string) ? "length"
-                                     : left.isNumber()     ? "objCType"
-                                     : left.is(Kind::date) ? "timeIntervalSinceReferenceDate"
-                                                           : "compare:";
-    const Value& receiver = missing == "compare:" ? left : right;
-    raiseUnrecognizedSelector(className(receiver.kind()), missing);
-}
-
 bool holdsForOrder(Comparison comparison, std::partial_ordering order) {
     switch (comparison) {
     case Comparison::less:
@@ -42,24 +31,25 @@ bool holdsForOrder(Comparison comparison, std::partial_ordering order) {
     }
 }
 
-bool isOrdered(Comparison comparison, const Value& left, const Value& right, Modifiers modifiers) {
+bool isOrdered(Comparison comparison, const Value& left, const Value& right, Modifiers modifiers,
+               Budget& budget) {
     if (left.isNull() || right.isNull()) {
         return left.isNull() && right.isNull() && holdsForOrder(comparison, 0 <=> 0);
     }
-    return holdsForOrder(comparison, order(left, right, modifiers));
+    return holdsForOrder(comparison, order(left, right, modifiers, budget));
 }
 
-bool isBetween(const Value& value, const Value& bounds) {
+bool isBetween(const Value& value, const Value& bounds, Budget& budget) {
     if (value.isNull() || bounds.isNull()) {
         return false;
     }
     if (!bounds.is(Kind::array) || bounds.asArray().size() != 2) {
         raiseInvalidArgument(
-            fmt::format("BETWEEN needs an array of two bounds, not {}", description(bounds)));
+            fmt::format("BETWEEN needs an array of two bounds, not {}", kindAndValue(bounds)));
     }
     const std::span<const Value> both = bounds.asArray();
-    return isOrdered(Comparison::lessOrEqual, both[0], value, {}) &&
-           isOrdered(Comparison::lessOrEqual, value, both[1], {});
+    return isOrdered(Comparison::lessOrEqual, both[0], value, {}, budget) &&
+           isOrdered(Comparison::lessOrEqual, value, both[1], {}, budget);
 }
 
 bool isMember(const Value& wanted, const Value& container, Modifiers modifiers, Budget& budget) {
@@ -68,23 +58,22 @@ bool isMember(const Value& wanted, const Value& container, Modifiers modifiers, 
     }
     if (container.is(Kind::string)) {
         if (!wanted.is(Kind::string)) {
-            raiseInvalidArgument(
-                fmt::format("Can't look for value ({}) in string ({}); value is not a string",
-                            description(wanted), description(container)));
+            raiseInvalidArgument(fmt::format("Can't look for {} in {}", kindAndValue(wanted),
+                                             kindAndValue(container)));
         }
         return textIsFound(container.asString(), wanted.asString(), Anchor::none, modifiers,
                            budget);
     }
     if (!isCollection(container) && !container.is(Kind::dictionary)) {
         raiseInvalidArgument(
-            fmt::format("Can't use in/contains operator with collection {} (not a collection)",
-                        description(container)));
+            fmt::format("IN and CONTAINS need a string or a collection to look in, not {}",
+                        kindAndValue(container)));
     }
     const std::span<const Value> elements =
         container.is(Kind::dictionary) ? container.asDictionary().values() : container.asArray();
-    budget.charge(elements.size());
-    return std::ranges::any_of(
-        elements, [&](const Value& element) { return isEqual(element, wanted, modifiers); });
+    return std::ranges::any_of(elements, [&](const Value& element) {
+        return isEqual(element, wanted, modifiers, budget);
+    });
 }
 
 bool isPartOf(Anchor anchor, const Value& left, const Value& right, Modifiers modifiers,
@@ -93,9 +82,8 @@ bool isPartOf(Anchor anchor, const Value& left, const Value& right, Modifiers mo
         return false;
     }
     if (!left.is(Kind::string) || !right.is(Kind::string)) {
-        raiseInvalidArgument(fmt::format("Can't do a substring operation with something that isn't "
-                                         "a string (lhs = {} rhs = {})",
-                                         description(left), description(right)));
+        raiseInvalidArgument(fmt::format("BEGINSWITH and ENDSWITH need two strings, not {} and {}",
+                                         kindAndValue(left), kindAndValue(right)));
     }
     return textIsFound(left.asString(), right.asString(), anchor, modifiers, budget);
 }
@@ -106,37 +94,45 @@ bool matchesPattern(Comparison comparison, const Value& left, const Value& right
         return false;
     }
     if (!left.is(Kind::string) || !right.is(Kind::string)) {
-        raiseInvalidArgument(fmt::format("Can't do regex matching on object {}.",
-                                         description(left.is(Kind::string) ? right : left)));
+        raiseInvalidArgument(fmt::format("{} needs two strings, not {} and {}",
+                                         spelling(comparison), kindAndValue(left),
+                                         kindAndValue(right)));
     }
     return comparison == Comparison::like
                ? textIsLike(left.asString(), right.asString(), modifiers, budget)
-               : textMatches(left.asString(), right.asString(), modifiers);
+               : textMatches(left.asString(), right.asString(), modifiers, budget);
 }
 
 } // namespace
 
-bool isEqual(const Value& left, const Value& right, Modifiers modifiers) {
+bool isEqual(const Value& left, const Value& right, Modifiers modifiers, Budget& budget) {
     // What most rules compare comes first.
     if (left.isNull() || right.isNull()) {
         return left.sameAs(right);
     }
     const Kind kind = left.kind();
     if (kind == Kind::string) {
-        return right.is(Kind::string) && textIsEqual(left.asString(), right.asString(), modifiers);
+        return right.is(Kind::string) &&
+               textIsEqual(left.asString(), right.asString(), modifiers, budget);
     }
     const bool whole = kind == Kind::boolean || kind == Kind::integer;
-    return (whole && left.sameAs(right)) || left == right;
+    if (whole && left.sameAs(right)) {
+        return true;
+    }
+    budget.charge(left);
+    return left == right;
 }
 
-std::partial_ordering order(const Value& left, const Value& right, Modifiers modifiers) {
+std::partial_ordering order(const Value& left, const Value& right, Modifiers modifiers,
+                            Budget& budget) {
+    budget.charge(1);
     const Kind kind = left.kind();
     if (kind == right.kind()) {
         if (kind == Kind::integer) {
             return left.asInteger() <=> right.asInteger();
         }
         if (kind == Kind::string) {
-            return textOrder(left.asString(), right.asString(), modifiers);
+            return textOrder(left.asString(), right.asString(), modifiers, budget);
         }
     }
     if (left.isNumber() && right.isNumber()) {
@@ -145,23 +141,24 @@ std::partial_ordering order(const Value& left, const Value& right, Modifiers mod
     if (left.is(Kind::date) && right.is(Kind::date)) {
         return left.asDate().secondsSinceReference <=> right.asDate().secondsSinceReference;
     }
-    raiseUnordered(left, right);
+    raiseInvalidArgument(fmt::format("There is no order between {} and {}", kindAndValue(left),
+                                     kindAndValue(right)));
 }
 
 bool compare(Comparison comparison, Modifiers modifiers, const Value& left, const Value& right,
              Budget& budget) {
     switch (comparison) {
     case Comparison::equal:
-        return isEqual(left, right, modifiers);
+        return isEqual(left, right, modifiers, budget);
     case Comparison::notEqual:
-        return !isEqual(left, right, modifiers);
+        return !isEqual(left, right, modifiers, budget);
     case Comparison::less:
     case Comparison::lessOrEqual:
     case Comparison::greater:
     case Comparison::greaterOrEqual:
-        return isOrdered(comparison, left, right, modifiers);
+        return isOrdered(comparison, left, right, modifiers, budget);
     case Comparison::between:
-        return isBetween(left, right);
+        return isBetween(left, right, budget);
     case Comparison::in:
         return isMember(left, right, modifiers, budget);
     case Comparison::contains:

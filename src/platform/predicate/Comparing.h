@@ -12,10 +12,11 @@ namespace qv::predicate {
 [[nodiscard]] bool compare(Comparison comparison, Modifiers modifiers, const Value& left,
                            const Value& right, Budget& budget);
 
-[[nodiscard]] bool isEqual(const Value& left, const Value& right, Modifiers modifiers);
+[[nodiscard]] bool isEqual(const Value& left, const Value& right, Modifiers modifiers,
+                           Budget& budget);
 
 /// For `<` and its kin, of two values that are not nil. Throws where there is no order.
 [[nodiscard]] std::partial_ordering order(const Value& left, const Value& right,
-                                          Modifiers modifiers);
+                                          Modifiers modifiers, Budget& budget);
 
 } // namespace qv::predicate

@@ -1,10 +1,10 @@
 #include "platform/predicate/Evaluation.h"
 
-#include "platform/foundation/values/Description.h"
 #include "platform/predicate/Arithmetic.h"
 #include "platform/predicate/Comparing.h"
 #include "platform/predicate/Functions.h"
 #include "platform/predicate/KeyPath.h"
+#include "platform/predicate/Reasons.h"
 
 #include <fmt/core.h>
 
@@ -20,22 +20,20 @@ using ValueKind = Value::Kind;
 using Kind = Expression::Kind;
 
 [[noreturn]] void raiseNoElement(const Value& of, std::string_view what) {
-    raiseInvalidArgument(fmt::format("Can't get {} of {}", what, description(of)));
+    raiseInvalidArgument(fmt::format("Can't get {} of {}", what, kindAndValue(of)));
 }
 
 Value elementAt(const Value& array, const Value& subscript) {
     if (!subscript.is(ValueKind::integer)) {
         raiseInvalidArgument(
-            fmt::format("Can't use {} as the index of an array", description(subscript)));
+            fmt::format("Can't use {} as the index of an array", kindAndValue(subscript)));
     }
     const std::span<const Value> elements = array.asArray();
     const auto index = static_cast<std::uint64_t>(subscript.asInteger());
     if (index >= elements.size()) {
-        const std::string bounds =
-            elements.empty() ? "for empty array" : fmt::format("[0 .. {}]", elements.size() - 1);
         throw Exception(std::string(exception_name::kRange),
-                        fmt::format("*** -[__NSArrayM objectAtIndex:]: index {} beyond bounds {}",
-                                    index, bounds));
+                        fmt::format("There is no element {} in an array of {}",
+                                    subscript.asInteger(), elements.size()));
     }
     return elements[index];
 }
@@ -51,7 +49,7 @@ Value elementFor(const Value& container, const Value& subscript) {
     if (container.is(ValueKind::dictionary)) {
         return {}; // keys are strings: nothing is stored under any other value
     }
-    raiseNoElement(container, fmt::format("element {}", description(subscript)));
+    raiseNoElement(container, fmt::format("element {}", shown(subscript)));
 }
 
 Value elementAtEnd(const Value& container, Position position) {
@@ -81,6 +79,19 @@ Value sizeOf(const Value& container) {
 } // namespace
 
 bool Evaluation::holds(const Expression& predicate) {
+    if (trace_ == nullptr) {
+        return decided(predicate);
+    }
+    Outcome& outcome = outcomeOf(predicate);
+    ++outcome.evaluations;
+    outcome.last.reset();
+    const bool value = decided(predicate);
+    outcome.last = Value::boolean(value);
+    return value;
+}
+
+bool Evaluation::decided(const Expression& predicate) {
+    budget_.charge(1);
     const std::span<const std::uint32_t> operands =
         std::span(tree_.operands).subspan(predicate.firstOperand, predicate.operandCount);
     const auto operandHolds = [this](std::uint32_t operand) { return holds(tree_.nodes[operand]); };
@@ -116,8 +127,8 @@ bool Evaluation::quantified(const Expression& comparison, const Value& left, con
         return !wantsAny;
     }
     if (!left.is(ValueKind::array) && !left.is(ValueKind::set)) {
-        raiseInvalidArgument("The left hand side for an ALL or ANY operator must be either an "
-                             "NSArray or an NSSet.");
+        raiseInvalidArgument(fmt::format(
+            "ANY, ALL and NONE need an array or a set on the left, not {}", kindAndValue(left)));
     }
     const auto passes = [&](const Value& element) {
         budget_.charge(1);
@@ -130,6 +141,18 @@ bool Evaluation::quantified(const Expression& comparison, const Value& left, con
 }
 
 const Value& Evaluation::valueOf(const Expression& expression, Value& scratch) {
+    if (trace_ == nullptr) {
+        return found(expression, scratch);
+    }
+    Outcome& outcome = outcomeOf(expression);
+    ++outcome.evaluations;
+    outcome.last.reset();
+    const Value& value = found(expression, scratch);
+    outcome.last = value;
+    return value;
+}
+
+const Value& Evaluation::found(const Expression& expression, Value& scratch) {
     switch (expression.kind) {
     case Kind::constant:
         return tree_.value(expression);
@@ -154,6 +177,7 @@ const Value& Evaluation::valueOf(const Expression& expression, Value& scratch) {
 }
 
 Value Evaluation::made(const Expression& expression) {
+    budget_.charge(1);
     Value left;
     Value right;
     switch (expression.kind) {
@@ -177,7 +201,8 @@ Value Evaluation::made(const Expression& expression) {
         return called(expression);
     case Kind::cast: {
         const Value& first = operandOf(expression, 0, left);
-        return castTo(first, operandOf(expression, 1, right));
+        budget_.charge(first);
+        return budget_.made(castTo(first, operandOf(expression, 1, right)));
     }
     case Kind::ternary:
         return chosen(expression);
@@ -189,6 +214,7 @@ Value Evaluation::made(const Expression& expression) {
 }
 
 Value* Evaluation::local(std::string_view name) {
+    budget_.charge(locals_.size());
     for (auto& [known, value] : std::views::reverse(locals_)) {
         if (known == name) {
             return &value;
@@ -205,8 +231,7 @@ const Value& Evaluation::variable(const Expression& variable, Value& scratch) {
     }
     const Value* found = variables_.find(name);
     if (found == nullptr) {
-        raiseInvalidArgument(
-            fmt::format("Can't get value for '{}' in bindings {}", name, description(variables_)));
+        raiseInvalidArgument(fmt::format("There is no variable ${}", quoted(name)));
     }
     return *found;
 }
@@ -225,6 +250,7 @@ Value Evaluation::assigned(const Expression& assignment) {
 
 Value Evaluation::aggregate(const Expression& aggregate) {
     std::vector<Value> elements;
+    budget_.make(aggregate.operandCount);
     elements.reserve(aggregate.operandCount);
     for (std::size_t i = 0; i < aggregate.operandCount; ++i) {
         Value scratch;
@@ -235,10 +261,11 @@ Value Evaluation::aggregate(const Expression& aggregate) {
 
 Value Evaluation::keyPath(const Expression& path) {
     if (path.operandCount == 0) {
-        return object_.valueForKeyPath(tree_.name(path));
+        return object_.valueForKeyPath(tree_.name(path), budget_).value_or(Value());
     }
     Value scratch;
-    return predicate::valueForKeyPath(operandOf(path, 0, scratch), tree_.name(path), budget_);
+    return qv::valueForKeyPath(operandOf(path, 0, scratch), tree_.name(path), budget_)
+        .value_or(Value());
 }
 
 Value Evaluation::element(const Expression& element) {
@@ -266,9 +293,10 @@ Value Evaluation::called(const Expression& function) {
     for (std::size_t i = 0; i < function.operandCount; ++i) {
         Value scratch;
         arguments[i] = operandOf(function, i, scratch);
+        budget_.charge(arguments[i]);
     }
-    return functionAt(function.function)
-        .apply(std::span<const Value>(arguments).first(function.operandCount));
+    const Arguments given{std::span<const Value>(arguments).first(function.operandCount), budget_};
+    return budget_.made(functionAt(function.function).apply(given));
 }
 
 Value Evaluation::chosen(const Expression& ternary) {
@@ -284,20 +312,21 @@ Value Evaluation::subquery(const Expression& subquery) {
     }
     if (!collection.is(ValueKind::array) && !collection.is(ValueKind::set)) {
         raiseInvalidArgument(
-            fmt::format("Can't do a subquery on {} (not a collection)", description(collection)));
+            fmt::format("SUBQUERY needs an array or a set, not {}", kindAndValue(collection)));
     }
-    std::vector<Value> found;
+    std::vector<Value> chosen;
     const std::size_t place = locals_.size();
     locals_.emplace_back(tree_.name(subquery), Value());
     for (const Value& element : collection.asArray()) {
         budget_.charge(1);
         locals_[place].second = element;
         if (holds(tree_.operand(subquery, 1))) {
-            found.push_back(element);
+            budget_.make(1);
+            chosen.push_back(element);
         }
     }
     locals_.erase(locals_.begin() + static_cast<std::ptrdiff_t>(place));
-    return Value::array(std::move(found));
+    return Value::array(std::move(chosen));
 }
 
 } // namespace qv::predicate

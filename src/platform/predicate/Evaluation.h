@@ -20,14 +20,18 @@ public:
         : tree_(tree), object_(object), variables_(variables), entries_(entries) {}
 
     [[nodiscard]] bool holds(const Expression& predicate);
+    /// From now on the outcome of every node is noted there.
+    void follow(Trace& trace) noexcept { trace_ = &trace; }
 
 private:
+    [[nodiscard]] bool decided(const Expression& predicate);
     [[nodiscard]] bool compares(const Expression& comparison);
     [[nodiscard]] bool quantified(const Expression& comparison, const Value& left,
                                   const Value& right);
 
     /// The value itself, or `scratch`, which then holds it.
     [[nodiscard]] const Value& valueOf(const Expression& expression, Value& scratch);
+    [[nodiscard]] const Value& found(const Expression& expression, Value& scratch);
     [[nodiscard]] const Value& operandOf(const Expression& expression, std::size_t index,
                                          Value& scratch) {
         return valueOf(tree_.operand(expression, index), scratch);
@@ -49,7 +53,12 @@ private:
     KeyValueCoding& object_;
     const Value& variables_;
     const Value* entries_; // answers single keys without a copy
+    [[nodiscard]] Outcome& outcomeOf(const Expression& node) const {
+        return (*trace_)[static_cast<std::size_t>(&node - tree_.nodes.data())];
+    }
+
     Budget budget_;
+    Trace* trace_ = nullptr;
     std::vector<std::pair<std::string_view, Value>> locals_; // later ones hide earlier ones
 };
 

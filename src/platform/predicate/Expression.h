@@ -3,10 +3,15 @@
 #include "platform/foundation/values/Value.h"
 
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
 #include <vector>
+
+namespace qv {
+struct PredicatePart;
+} // namespace qv
 
 namespace qv::predicate {
 
@@ -108,8 +113,16 @@ struct Tree {
     }
 };
 
+/// What became of the node of the same index in an evaluation.
+struct Outcome {
+    std::size_t evaluations = 0;
+    std::optional<Value> last; ///< none while it is evaluated
+};
+using Trace = std::vector<Outcome>;
+
 // Defined in Printing.cpp:
 [[nodiscard]] std::string formatOf(const Tree& tree);
 [[nodiscard]] std::string dumpOf(const Tree& tree);
+[[nodiscard]] std::vector<PredicatePart> partsOf(const Tree& tree, const Trace& trace);
 
 } // namespace qv::predicate

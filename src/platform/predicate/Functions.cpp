@@ -3,7 +3,7 @@
 #include "platform/foundation/values/Conversions.h"
 #include "platform/foundation/values/Description.h"
 #include "platform/predicate/Arithmetic.h"
-#include "platform/predicate/Comparing.h"
+#include "platform/predicate/Reasons.h"
 #include "platform/predicate/text/Folding.h"
 
 #include <fmt/core.h>
@@ -21,17 +21,16 @@ namespace qv::predicate {
 namespace {
 
 using Kind = Value::Kind;
-using Arguments = std::span<const Value>;
 
 [[noreturn]] void raiseFor(std::string_view function, const Value& argument,
                            std::string_view cause) {
     raiseInvalidArgument(
-        fmt::format("Can't compute {} of {}: {}", function, description(argument), cause));
+        fmt::format("Can't compute {} of {}: {}", function, kindAndValue(argument), cause));
 }
 
 std::span<const Value> elementsOf(const Value& collection, std::string_view function) {
     if (!collection.is(Kind::array) && !collection.is(Kind::set)) {
-        raiseFor(function, collection, "it is no array or set");
+        raiseFor(function, collection, "it is not an array or set");
     }
     return collection.asArray();
 }
@@ -53,9 +52,9 @@ std::vector<double> realsOf(std::span<const Value> elements, std::string_view fu
     return reals;
 }
 
-Value sum(Arguments arguments) { return sumOf(elementsOf(arguments[0], "sum")); }
+Value sum(const Arguments& arguments) { return sumOf(elementsOf(arguments[0], "sum")); }
 
-Value count(Arguments arguments) {
+Value count(const Arguments& arguments) {
     const Value& collection = arguments[0];
     const std::size_t size = collection.is(Kind::dictionary)
                                  ? collection.asDictionary().size()
@@ -73,10 +72,10 @@ Value extreme(const Value& collection, std::string_view function, bool largest) 
     }
     return *best;
 }
-Value least(Arguments arguments) { return extreme(arguments[0], "min", false); }
-Value largest(Arguments arguments) { return extreme(arguments[0], "max", true); }
+Value least(const Arguments& arguments) { return extreme(arguments[0], "min", false); }
+Value largest(const Arguments& arguments) { return extreme(arguments[0], "max", true); }
 
-Value average(Arguments arguments) {
+Value average(const Arguments& arguments) {
     return Value::real(averageOf(someElementsOf(arguments[0], "average")));
 }
 
@@ -85,20 +84,24 @@ bool sortsBefore(double left, double right) {
     return std::isnan(right) ? !std::isnan(left) : left < right;
 }
 
-Value median(Arguments arguments) {
+Value median(const Arguments& arguments) {
     std::vector<double> reals = realsOf(someElementsOf(arguments[0], "median"), "median");
-    std::ranges::sort(reals, sortsBefore);
+    std::ranges::sort(reals, [&](double left, double right) {
+        arguments.budget.charge(1);
+        return sortsBefore(left, right);
+    });
     const std::size_t middle = reals.size() / 2;
     return Value::real(reals.size() % 2 == 1 ? reals[middle]
                                              : (reals[middle - 1] + reals[middle]) / 2);
 }
 
 // All the numbers that occur most often, in ascending order.
-Value mode(Arguments arguments) {
+Value mode(const Arguments& arguments) {
     const std::span<const Value> elements = elementsOf(arguments[0], "mode");
     (void)realsOf(elements, "mode");
     std::vector<Value> sorted(elements.begin(), elements.end());
-    std::ranges::sort(sorted, [](const Value& left, const Value& right) {
+    std::ranges::sort(sorted, [&](const Value& left, const Value& right) {
+        arguments.budget.charge(1);
         const bool noNumber = right.is(Kind::real) && std::isnan(right.asReal());
         return noNumber ? orderOfNumbers(left, left) == 0 : orderOfNumbers(left, right) < 0;
     });
@@ -120,7 +123,7 @@ Value mode(Arguments arguments) {
 }
 
 // Of the whole population.
-Value standardDeviation(Arguments arguments) {
+Value standardDeviation(const Arguments& arguments) {
     const std::span<const Value> elements = someElementsOf(arguments[0], "stddev");
     const double mean = averageOf(elements);
     double squares = 0;
@@ -130,81 +133,81 @@ Value standardDeviation(Arguments arguments) {
     return Value::real(std::sqrt(squares / static_cast<double>(elements.size())));
 }
 
-Value absolute(Arguments arguments) {
+Value absolute(const Arguments& arguments) {
     const Value& number = arguments[0];
     return realOf(number, "abs") < 0 ? negative(number) : number;
 }
 
 // An integer is its own rounded form.
-template <double (*round)(double)> Value rounded(Arguments arguments) {
+template <double (*round)(double)> Value rounded(const Arguments& arguments) {
     const double real = realOf(arguments[0], "the rounded value");
     return arguments[0].is(Kind::real) ? Value::real(round(real)) : arguments[0];
 }
 
-template <double (*function)(double)> Value analytic(Arguments arguments) {
+template <double (*function)(double)> Value analytic(const Arguments& arguments) {
     return Value::real(function(realOf(arguments[0], "a function")));
 }
 
 std::string_view textOf(const Value& text, std::string_view function) {
     if (!text.is(Kind::string)) {
-        raiseFor(function, text, "it is no string");
+        raiseFor(function, text, "it is not a string");
     }
     return text.asString();
 }
-Value lowercase(Arguments arguments) {
+Value lowercase(const Arguments& arguments) {
     return Value::string(lowercased(textOf(arguments[0], "lowercase")));
 }
-Value uppercase(Arguments arguments) {
+Value uppercase(const Arguments& arguments) {
     return Value::string(uppercased(textOf(arguments[0], "uppercase")));
 }
 
-Value now(Arguments) {
+Value now(const Arguments&) {
     constexpr double kReference = 978307200; // 2001-01-01 in Unix time
     const std::chrono::duration<double> time = std::chrono::system_clock::now().time_since_epoch();
     return Value::date({time.count() - kReference});
 }
 
-Value random(Arguments) {
+Value random(const Arguments&) {
     std::random_device device;
     return Value::real(std::uniform_real_distribution<double>(0, 1)(device));
 }
 
-Value randomBelow(Arguments arguments) {
+Value randomBelow(const Arguments& arguments) {
     const Value& limit = arguments[0];
     if (!limit.is(Kind::integer) || limit.asInteger() <= 0) {
-        raiseFor("randomn", limit, "it is no positive integer");
+        raiseFor("randomn", limit, "it is not a positive integer");
     }
     std::random_device device;
     return Value::integer(
         std::uniform_int_distribution<std::int64_t>(0, limit.asInteger() - 1)(device));
 }
 
-template <Arithmetic operation> Value calculated(Arguments arguments) {
+template <Arithmetic operation> Value calculated(const Arguments& arguments) {
     return calculate(operation, arguments[0], arguments[1]);
 }
-Value modulus(Arguments arguments) { return remainder(arguments[0], arguments[1]); }
+Value modulus(const Arguments& arguments) { return remainder(arguments[0], arguments[1]); }
 
 std::uint64_t bitsOf(const Value& number, std::string_view function) {
     if (!number.isNumber() || number.is(Kind::real)) {
-        raiseFor(function, number, "it is no integer");
+        raiseFor(function, number, "it is not an integer");
     }
     return static_cast<std::uint64_t>(longLongValue(&number));
 }
 Value wholeOf(std::uint64_t bits) { return Value::integer(static_cast<std::int64_t>(bits)); }
 
-Value bitwiseAnd(Arguments arguments) {
+Value bitwiseAnd(const Arguments& arguments) {
     return wholeOf(bitsOf(arguments[0], "bitwiseAnd:with:") &
                    bitsOf(arguments[1], "bitwiseAnd:with:"));
 }
-Value bitwiseOr(Arguments arguments) {
+Value bitwiseOr(const Arguments& arguments) {
     return wholeOf(bitsOf(arguments[0], "bitwiseOr:with:") |
                    bitsOf(arguments[1], "bitwiseOr:with:"));
 }
-Value bitwiseXor(Arguments arguments) {
+Value bitwiseXor(const Arguments& arguments) {
     return wholeOf(bitsOf(arguments[0], "bitwiseXor:with:") ^
                    bitsOf(arguments[1], "bitwiseXor:with:"));
 }
-Value onesComplement(Arguments arguments) {
+Value onesComplement(const Arguments& arguments) {
     return wholeOf(~bitsOf(arguments[0], "onesComplement:"));
 }
 
@@ -215,16 +218,16 @@ std::uint64_t shiftOf(const Value& shift, std::string_view function) {
     }
     return bits;
 }
-Value leftShift(Arguments arguments) {
+Value leftShift(const Arguments& arguments) {
     return wholeOf(bitsOf(arguments[0], "leftshift:by:") << shiftOf(arguments[1], "leftshift:by:"));
 }
 // The sign stays.
-Value rightShift(Arguments arguments) {
+Value rightShift(const Arguments& arguments) {
     const auto whole = static_cast<std::int64_t>(bitsOf(arguments[0], "rightshift:by:"));
     return Value::integer(whole >> shiftOf(arguments[1], "rightshift:by:"));
 }
 
-Value itself(Arguments arguments) { return arguments[0]; }
+Value itself(const Arguments& arguments) { return arguments[0]; }
 
 constexpr std::array kFunctions = std::to_array<Function>({
     {"sum", 1, sum},
@@ -292,12 +295,12 @@ const Function& functionAt(std::uint8_t index) noexcept { return kFunctions[inde
 
 Value castTo(const Value& value, const Value& className) {
     const auto refuse = [&](std::string_view cause) {
-        raiseInvalidArgument(fmt::format("Can't cast {} to {}: {}", description(value),
-                                         description(className), cause));
+        raiseInvalidArgument(
+            fmt::format("Can't cast {} to {}: {}", kindAndValue(value), shown(className), cause));
     };
     const std::string_view name = className.is(Kind::string) ? className.asString() : "";
     if (value.isNull()) {
-        refuse("it is nil");
+        refuse("there is nothing to cast");
     }
     if (name == "NSString") {
         return Value::string(description(value));

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/foundation/values/Value.h"
+#include "platform/predicate/Budget.h"
 
 #include <cstdint>
 #include <optional>
@@ -9,12 +10,19 @@
 
 namespace qv::predicate {
 
+/// What a function is applied to, and how much it may use.
+struct Arguments {
+    std::span<const Value> values;
+    Budget& budget;
+    [[nodiscard]] const Value& operator[](std::size_t index) const { return values[index]; }
+};
+
 /// A function of the language. `apply` gets as many arguments as `argumentCount` says and throws an
 /// Exception for one that it cannot take.
 struct Function {
     std::string_view name;
     std::uint8_t argumentCount;
-    Value (*apply)(std::span<const Value> arguments);
+    Value (*apply)(const Arguments& arguments);
 };
 constexpr std::size_t kMostArguments = 2;
 

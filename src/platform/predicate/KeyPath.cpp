@@ -1,6 +1,6 @@
 #include "platform/predicate/KeyPath.h"
 
-#include "platform/foundation/values/Exception.h"
+#include "platform/predicate/Reasons.h"
 
 #include <fmt/core.h>
 
@@ -15,48 +15,48 @@ namespace {
 using Kind = Value::Kind;
 constexpr int kDeepest = 128; // arrays in arrays
 
-Value valueForKey(const Value& value, std::string_view key, int depth, Budget& budget);
-
-[[noreturn]] void raiseFor(const Value& value, std::string_view key) {
-    raiseUndefinedKey(fmt::format("<{}>", className(value.kind())), value, key);
-}
+std::optional<Value> valueForKey(const Value& value, std::string_view key, int depth,
+                                 Budget& budget);
 
 // The answers of all elements; the null object where one has none.
 Value valuesForKey(const Value& collection, std::string_view key, int depth, Budget& budget) {
     if (depth == kDeepest) {
-        throw Exception(std::string(exception_name::kInvalidArgument),
-                        fmt::format("The arrays that the key {} is asked of are nested more than "
-                                    "{} levels deep",
-                                    key, kDeepest));
+        raiseInvalidArgument(fmt::format("The arrays that the key {} is asked of are nested more "
+                                         "than {} levels deep",
+                                         quoted(key), kDeepest));
     }
     const std::span<const Value> elements = collection.asArray();
-    budget.charge(elements.size());
+    budget.make(elements.size());
     std::vector<Value> values;
     values.reserve(elements.size());
     for (const Value& element : elements) {
-        values.push_back(valueForKey(element, key, depth + 1, budget));
+        values.push_back(valueForKey(element, key, depth + 1, budget).value_or(Value()));
     }
     return collection.is(Kind::set) ? Value::set(std::move(values))
                                     : Value::array(std::move(values));
 }
 
-Value valueForKey(const Value& value, std::string_view key, int depth, Budget& budget) {
+std::optional<Value> valueForKey(const Value& value, std::string_view key, int depth,
+                                 Budget& budget) {
     if (value.isNull()) {
-        return {};
+        return std::nullopt;
     }
+    budget.charge(1);
     const bool marked = key.starts_with('@');
     if (value.is(Kind::dictionary) && !marked) {
         const Value* found = value.find(key);
-        return found == nullptr ? Value() : *found;
+        return found == nullptr ? std::nullopt : std::optional(*found);
     }
     if ((value.is(Kind::array) || value.is(Kind::set)) && !marked) {
         return valuesForKey(value, key, depth, budget);
     }
-    const std::optional<Value> found = property(value, marked ? key.substr(1) : key);
+    std::optional<Value> found = property(value, marked ? key.substr(1) : key, budget);
     if (!found) {
-        raiseFor(value, key);
+        raiseUndefinedKey(
+            fmt::format("{} has nothing under the key {}", kindAndValue(value), quoted(key)), value,
+            key);
     }
-    return *found;
+    return found;
 }
 
 } // namespace
@@ -69,45 +69,35 @@ std::pair<std::string_view, std::string_view> splitPath(std::string_view path) n
     return {path.substr(0, dot), path.substr(dot + 1)};
 }
 
-Value valueForKeyPath(const Value& value, std::string_view path, Budget& budget) {
-    Value current = value;
-    while (!path.empty()) {
-        const auto [key, rest] = splitPath(path);
-        const bool collection = current.is(Kind::array) || current.is(Kind::set);
-        if (collection && key.starts_with('@')) {
-            if (auto result = collectionOperator(key.substr(1), current, rest, budget)) {
-                return *std::move(result);
-            }
+} // namespace predicate
+
+std::optional<Value> valueForKeyPath(const Value& value, std::string_view path,
+                                     predicate::Budget& budget) {
+    std::optional<Value> current = value;
+    while (current && !path.empty()) {
+        const auto [key, rest] = predicate::splitPath(path);
+        const bool collection = current->is(Value::Kind::array) || current->is(Value::Kind::set);
+        if (collection && !rest.empty() && key.starts_with('@') &&
+            predicate::isCollectionOperator(key.substr(1))) {
+            return predicate::collectionOperator(key.substr(1), *current, rest, budget);
         }
-        current = valueForKey(current, key, 0, budget);
+        current = predicate::valueForKey(*current, key, 0, budget);
         path = rest;
     }
     return current;
 }
 
-} // namespace predicate
-
-Value valueForKeyPath(const Value& value, std::string_view path) {
-    predicate::Budget budget;
-    return predicate::valueForKeyPath(value, path, budget);
-}
-
-Value KeyValueCoding::valueForKeyPath(std::string_view path) {
+std::optional<Value> KeyValueCoding::valueForKeyPath(std::string_view path,
+                                                     predicate::Budget& budget) {
     const auto [key, rest] = predicate::splitPath(path);
-    const std::optional<Value> value = valueForKey(key);
-    if (!value) {
-        raiseUndefinedKey(description(), self(), key);
-    }
-    return rest.empty() ? *value : qv::valueForKeyPath(*value, rest);
+    std::optional<Value> value = valueForKey(key);
+    return value && !rest.empty() ? qv::valueForKeyPath(*value, rest, budget) : value;
 }
 
 Value KeyValueCoding::self() { return Value::dictionary({}); }
 
-void raiseUndefinedKey(std::string_view description, const Value& target, std::string_view key) {
-    throw Exception(std::string(exception_name::kUnknownKey),
-                    fmt::format("[{} valueForUndefinedKey:]: this class is not key value "
-                                "coding-compliant for the key {}.",
-                                description, key),
+void raiseUndefinedKey(std::string reason, const Value& target, std::string_view key) {
+    throw Exception(std::string(exception_name::kUnknownKey), std::move(reason),
                     Value::dictionary({{"NSTargetObjectUserInfoKey", target},
                                        {"NSUnknownUserInfoKey", Value::string(key)}}));
 }

@@ -1,6 +1,5 @@
 #pragma once
 
-#include "platform/predicate/Budget.h"
 #include "platform/predicate/KeyValueCoding.h"
 
 #include <optional>
@@ -9,20 +8,20 @@
 
 namespace qv::predicate {
 
-/// `qv::valueForKeyPath`, out of an evaluation's budget.
-[[nodiscard]] Value valueForKeyPath(const Value& value, std::string_view path, Budget& budget);
-
 /// A path's first key, and the rest behind the dot; empty when there is none.
 [[nodiscard]] std::pair<std::string_view, std::string_view>
 splitPath(std::string_view path) noexcept;
 
-/// `name` without `@`, applied to what `path` finds in the elements of an array or set; none when
-/// there is no such operator. In CollectionOperators.cpp.
+/// Operators of collections, by their names without `@`. In CollectionOperators.cpp.
+[[nodiscard]] bool isCollectionOperator(std::string_view name) noexcept;
+/// Applied to what `path` finds in the elements of an array or set: nil is left out, and the null
+/// object too where numbers or an order are wanted.
 [[nodiscard]] std::optional<Value> collectionOperator(std::string_view name,
                                                       const Value& collection,
                                                       std::string_view path, Budget& budget);
 
 /// A property of a value that is no collection, such as the length of a string. In Properties.cpp.
-[[nodiscard]] std::optional<Value> property(const Value& value, std::string_view key);
+[[nodiscard]] std::optional<Value> property(const Value& value, std::string_view key,
+                                            Budget& budget);
 
 } // namespace qv::predicate

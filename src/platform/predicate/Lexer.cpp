@@ -2,6 +2,7 @@
 
 #include "platform/foundation/values/UTF8.h"
 #include "platform/predicate/Predicate.h"
+#include "platform/predicate/Reasons.h"
 
 #include <fmt/core.h>
 
@@ -10,7 +11,6 @@ namespace qv::predicate {
 namespace {
 
 using Kind = Token::Kind;
-constexpr std::size_t kLongestText = std::size_t{1} << 20U;
 
 bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
 
@@ -26,37 +26,18 @@ bool isDigitOf(char c, char radix) {
     }
 }
 
-// Valid UTF-8, whatever the text holds; cut where no predicate is that long.
-std::string quotable(std::string_view text) {
-    const std::string_view end = text.size() > kLongestText ? "..." : "";
-    text = text.substr(0, kLongestText);
-    std::string result;
-    while (!text.empty()) {
-        const std::size_t valid = validUTF8Length(text);
-        result += text.substr(0, valid);
-        text.remove_prefix(valid);
-        if (!text.empty()) {
-            result += "\xEF\xBF\xBD"; // U+FFFD
-            text.remove_prefix(1);
-        }
-    }
-    return result.append(end);
-}
-
 } // namespace
 
 void failAt(std::string_view text, std::size_t offset, std::string cause) {
-    std::string reason = fmt::format("Unable to parse the format string \"{}\" at byte {}: {}",
-                                     quotable(text), offset, cause);
+    std::string reason =
+        fmt::format("{}, at byte {} of \"{}\"", cause, offset, quoted(text, offset));
     throw PredicateSyntaxError(std::move(reason), offset, std::move(cause));
 }
 
 Lexer::Lexer(std::string_view text) : text_(text) {
-    if (text.size() > kLongestText) {
-        failAt(text, kLongestText, fmt::format("it is longer than {} bytes", kLongestText));
-    }
+    Predicate::requireLength(text);
     if (const std::size_t valid = validUTF8Length(text); valid < text.size()) {
-        failAt(text, valid, "this byte is no UTF-8");
+        failAt(text, valid, "this byte is not UTF-8");
     }
     if (const std::size_t zero = text.find('\0'); zero != std::string_view::npos) {
         failAt(text, zero, "a NUL byte stands here");

@@ -1,6 +1,7 @@
 #include "platform/predicate/Functions.h"
 #include "platform/predicate/Parser.h"
 #include "platform/predicate/Predicate.h"
+#include "platform/predicate/Reasons.h"
 
 #include <fmt/core.h>
 
@@ -186,12 +187,7 @@ Parser::Index Parser::function(const Token& name) {
     const std::size_t count = open_.size() - mark;
     const std::optional<std::uint8_t> index = functionNamed(name.text);
     if (!index) {
-        const bool colon = count > 0 && !name.text.ends_with(':');
-        const std::string selector = std::string(name.text) + (colon ? ":" : "");
-        throw PredicateSyntaxError(
-            fmt::format("Unable to parse function name '{0}' into supported selector ({0})",
-                        selector),
-            name.offset, fmt::format("there is no function {}", selector));
+        failAt(text_, name.offset, fmt::format("there is no function {}", quoted(name.text)));
     }
     const Function& function = functionAt(*index);
     if (function.argumentCount != count) {

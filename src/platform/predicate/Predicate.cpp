@@ -16,10 +16,12 @@ public:
     explicit EvaluatedValue(const Value& value) noexcept : value_(value) {}
 
     std::optional<Value> valueForKey(std::string_view key) override {
-        return qv::valueForKeyPath(value_, key);
+        predicate::Budget budget;
+        return qv::valueForKeyPath(value_, key, budget);
     }
-    Value valueForKeyPath(std::string_view path) override {
-        return qv::valueForKeyPath(value_, path);
+    std::optional<Value> valueForKeyPath(std::string_view path,
+                                         predicate::Budget& budget) override {
+        return qv::valueForKeyPath(value_, path, budget);
     }
     Value self() override { return value_; }
     [[nodiscard]] std::string description() const override {
@@ -40,10 +42,30 @@ Predicate Predicate::predicateWithFormat(std::string_view text) {
     return Predicate(std::make_shared<const Parsed>(Parsed{predicate::Parser(text).parse()}));
 }
 
-bool Predicate::evaluateWithObject(KeyValueCoding& object,
-                                   const Value& substitutionVariables) const {
+void Predicate::requireLength(std::string_view text) {
+    constexpr std::size_t kLongest = std::size_t{1} << 20U;
+    if (text.size() > kLongest) {
+        predicate::failAt(text, kLongest, fmt::format("it is longer than {} bytes", kLongest));
+    }
+}
+
+bool Predicate::evaluateWithObject(KeyValueCoding& object, const Value& substitutionVariables,
+                                   std::vector<PredicatePart>* parts) const {
     const predicate::Tree& tree = parsed_->tree;
-    return predicate::Evaluation(tree, object, substitutionVariables).holds(tree.root());
+    predicate::Evaluation evaluation(tree, object, substitutionVariables);
+    if (parts == nullptr) {
+        return evaluation.holds(tree.root());
+    }
+    predicate::Trace trace(tree.nodes.size());
+    evaluation.follow(trace);
+    try {
+        const bool value = evaluation.holds(tree.root());
+        *parts = predicate::partsOf(tree, trace);
+        return value;
+    } catch (...) {
+        *parts = predicate::partsOf(tree, trace);
+        throw;
+    }
 }
 
 bool Predicate::evaluateWithObject(const Value& object, const Value& substitutionVariables) const {

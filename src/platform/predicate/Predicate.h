@@ -5,13 +5,14 @@
 
 #include <cstddef>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace qv {
 
-/// A text that is no predicate. The reason quotes the text as it stands (bytes that are no UTF-8
-/// replaced, and cut after 1 MiB), and says where it fails and why.
+/// A text that is not a predicate. The reason says why and where, and quotes what stands there.
 class PredicateSyntaxError : public Exception {
 public:
     PredicateSyntaxError(std::string reason, std::size_t offset, std::string cause)
@@ -25,6 +26,19 @@ private:
     std::string cause_;
 };
 
+/// A comparison, a junction of such, or an operand, and what became of it in an evaluation.
+struct PredicatePart {
+    std::size_t level;         ///< 0 for the whole predicate, more for its operands
+    std::string title;         ///< the part without its operands
+    bool isCondition;          ///< true or false, not a value
+    std::size_t evaluations;   ///< a part of a SUBQUERY can have many; 0: was left out
+    std::optional<Value> last; ///< what the last one gave; none when it did not come to an end
+};
+
+/// Two blanks a level. Deep down the level stands as a number, so that a printed tree stays linear
+/// in its predicate.
+[[nodiscard]] std::string indentation(std::size_t level);
+
 /// A condition in the platform's predicate language, parsed. Immutable; copies share the tree, and
 /// threads may evaluate one predicate at the same time.
 ///
@@ -33,18 +47,22 @@ private:
 /// `[l]` orders by the root collation and changes nothing else; `/` of integers truncates, and an
 /// integer result beyond 64 bits raises; FUNCTION always raises when it is evaluated.
 ///
-/// Bounds: a text of 1 MiB, 1000 levels, and per evaluation some 16 million elements looked at
-/// and a second for a regular expression. Beyond them an Exception is thrown.
+/// Bounds: a text of 1 MiB, 1000 levels, and per evaluation a second and some 4 million elements
+/// (or 32 MiB of texts) made. Beyond them an Exception is thrown.
 class Predicate {
 public:
     /// Throws a PredicateSyntaxError.
     static Predicate predicateWithFormat(std::string_view text);
+    /// Throws a PredicateSyntaxError for a text that is too long.
+    static void requireLength(std::string_view text);
 
     /// `variables`: a dictionary of the `$name`s, or the null object for none. Throws an Exception
     /// where the predicate asks for what does not exist or compares what cannot be compared; the
     /// object's own exceptions pass through.
+    /// `parts`, when given, receives what became of each part, even when an exception is thrown.
     [[nodiscard]] bool evaluateWithObject(KeyValueCoding& object,
-                                          const Value& substitutionVariables = {}) const;
+                                          const Value& substitutionVariables = {},
+                                          std::vector<PredicatePart>* parts = nullptr) const;
     [[nodiscard]] bool evaluateWithObject(const Value& object,
                                           const Value& substitutionVariables = {}) const;
 

@@ -3,6 +3,7 @@
 #include "platform/predicate/Functions.h"
 #include "platform/predicate/Language.h"
 #include "platform/predicate/Literals.h"
+#include "platform/predicate/Predicate.h"
 
 #include <fmt/core.h>
 
@@ -290,26 +291,48 @@ std::string titleOf(const Tree& tree, const Expression& node) {
     return "";
 }
 
-void dump(const Tree& tree, const Expression& node, std::size_t level, std::string& text) {
-    // Deep down the level stands as a number, so that the text stays linear in the predicate.
-    constexpr std::size_t kMostIndentation = 32;
-    text.append(2 * std::min(level, kMostIndentation), ' ');
-    text += level > kMostIndentation ? fmt::format("{}: ", level) : "";
-    text += titleOf(tree, node);
-    text += '\n';
+// `times`: how often a list of constants that the node stands in was evaluated, as one value.
+void addParts(const Tree& tree, const Trace& trace, const Expression& node, std::size_t level,
+              std::optional<std::size_t> times, std::vector<PredicatePart>& parts) {
+    Outcome outcome = trace[static_cast<std::size_t>(&node - tree.nodes.data())];
+    if (times) {
+        outcome = {*times, tree.value(node)};
+    } else if (node.kind == Kind::aggregate && node.value != Expression::kNoValue) {
+        times = outcome.evaluations;
+    }
+    parts.push_back(
+        {level, titleOf(tree, node), node.isPredicate(), outcome.evaluations, outcome.last});
     for (std::size_t i = 0; i < node.operandCount; ++i) {
-        dump(tree, tree.operand(node, i), level + 1, text);
+        addParts(tree, trace, tree.operand(node, i), level + 1, times, parts);
     }
 }
 
 } // namespace
 
+} // namespace qv::predicate
+
+std::string qv::indentation(std::size_t level) {
+    constexpr std::size_t kMost = 32;
+    return std::string(2 * std::min(level, kMost), ' ') +
+           (level > kMost ? fmt::format("{}: ", level) : "");
+}
+
+namespace qv::predicate {
+
 std::string formatOf(const Tree& tree) { return Printer(tree).print(); }
 
 std::string dumpOf(const Tree& tree) {
     std::string text;
-    dump(tree, tree.root(), 0, text);
+    for (const PredicatePart& part : partsOf(tree, Trace(tree.nodes.size()))) {
+        text += fmt::format("{}{}\n", indentation(part.level), part.title);
+    }
     return text;
+}
+
+std::vector<PredicatePart> partsOf(const Tree& tree, const Trace& trace) {
+    std::vector<PredicatePart> parts;
+    addParts(tree, trace, tree.root(), 0, std::nullopt, parts);
+    return parts;
 }
 
 } // namespace qv::predicate

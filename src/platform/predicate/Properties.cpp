@@ -96,11 +96,15 @@ constexpr std::array kProperties = std::to_array<Property>({
 
 } // namespace
 
-std::optional<Value> property(const Value& value, std::string_view key) {
+std::optional<Value> property(const Value& value, std::string_view key, Budget& budget) {
     const auto* const found = std::ranges::find_if(kProperties, [&](const Property& candidate) {
         return candidate.key == key && candidate.belongsTo(value);
     });
-    return found == kProperties.end() ? std::nullopt : std::optional(found->get(value));
+    if (found == kProperties.end()) {
+        return std::nullopt;
+    }
+    budget.charge(value);
+    return budget.made(found->get(value));
 }
 
 } // namespace qv::predicate

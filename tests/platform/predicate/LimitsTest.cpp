@@ -9,7 +9,7 @@ namespace {
 
 // Far above what any of these needs, far below what quadratic time would. Of the processor: a busy
 // machine lets a test wait.
-constexpr double kPatience = 20;
+constexpr double kPatience = 6;
 double processorSeconds() { return static_cast<double>(std::clock()) / CLOCKS_PER_SEC; }
 
 struct Hostile {
@@ -81,7 +81,7 @@ TEST(PredicateLimits, AnswersLongTextsInTime) {
         const double start = processorSeconds();
         const std::string actual = outcome(row.text, Value::dictionary({}), {});
         EXPECT_LT(processorSeconds() - start, kPatience);
-        EXPECT_TRUE(actual.ends_with(row.expected)) << actual.substr(actual.size() - 50);
+        EXPECT_NE(actual.find(row.expected), std::string::npos) << actual.substr(0, 200);
     }
 }
 
@@ -95,25 +95,52 @@ TEST(PredicateLimits, GivesUpOnEvaluationsWithoutEnd) {
     for (int i = 0; i < 60; ++i) {
         doubling += " AND ($a := {$a, $a}.@unionOfArrays.#self) != 0";
     }
+    std::string nested = "1 == 2";
+    for (int i = 0; i < 40; ++i) {
+        nested = "SUBQUERY({1, 2, 3}, $x, " + nested + ")[SIZE] > 0 OR ANY {1, 3} == 2";
+    }
+    std::string list = "($a := {1, 2}) != 0";
+    for (int i = 0; i < 16; ++i) {
+        list += " AND ($a := {$a, $a}.@unionOfArrays.#self) != 0";
+    }
+    const std::string text = list + " AND ($s := CAST($a, 'NSString')) != 0 AND ";
     const std::string as(200'000, 'a');
+    const std::string_view late = "longer than a second";
     const std::vector<Hostile> rows{
-        {"queries in queries", query, "too many steps"},
-        {"a collection that doubles", doubling, "too many steps"},
-        {"wildcards", "'" + as + "' LIKE '*" + std::string(100'000, 'a') + "b'", "too many steps"},
+        {"queries in queries", query, "too many values"},
+        {"queries and quantifiers", nested, late},
+        {"a collection that doubles", doubling, "too many values"},
+        {"a text that multiplies", text + "SUBQUERY($a, $x, lowercase($s) == '')[SIZE] == 1",
+         "too many values"},
+        {"functions of lists", list + " AND SUBQUERY($a, $x, mode($a) == 1)[SIZE] == 1", late},
+        {"properties", text + "SUBQUERY($a, $x, $s.length == 1)[SIZE] == 1", late},
+        {"folding", text + "SUBQUERY($a, $x, $s ==[cd] '\u00e9')[SIZE] == 1", late},
+        {"large equal lists", list + " AND SUBQUERY($a, $x, {$a, 1} == {$a, 2})[SIZE] == 1", "no"},
+        {"marks in disorder", "'a" + repeated("\u0316\u0301", 200'000) + "' ==[cd] 'b'", "no"},
+        {"marks that may combine",
+         "'a" + repeated("\u0f71", 150'000) + "' <[l] 'a\u0301" + repeated("\u0f71", 150'000) + "'",
+         late},
+        {"wildcards", "'" + as + "' LIKE '*" + std::string(100'000, 'a') + "b'", late},
         {"wildcards in plenty", "'" + as + "' LIKE '" + repeated("*a", 50'000) + "*b'", "no"},
         {"letters with two accents",
          "'" + repeated("e\u0301\u0301", 20'000) + "' CONTAINS '" +
              repeated("e\u0301\u0301", 10'000) + "e\u0301'",
-         "too many steps"},
+         late},
         {"distinct objects", many + ".@distinctUnionOfObjects.#self[SIZE] == 1", "yes"},
         {"a regular expression that explodes", "'" + std::string(40, 'a') + "' MATCHES '(a+)+b'",
-         "NSInternalInconsistencyException: Can't do regex matching, reason: U_REGEX_TIME_OUT"},
+         late},
+        {"regular expressions in plenty",
+         "1 == 2" + repeated(" OR '" + std::string(24, 'a') + "' MATCHES '(a+)+b'", 80), late},
+        {"a step of a regular expression that is long",
+         "'" + std::string(900'000, 'a') + "' MATCHES '(?=(.*)b?)" + repeated("(?=\\\\1)", 1500) +
+             "b'",
+         late},
+        {"sets of characters", "'a' MATCHES[c] '" + repeated("[\\\\p{L}\\\\p{N}]", 200) + "'",
+         "more than 256 sets"},
         {"a regular expression that needs much memory",
-         "'" + std::string(900'000, 'a') + "' MATCHES '(a|b)*'",
-         "NSInternalInconsistencyException: Can't do regex matching, reason: "
-         "U_REGEX_STACK_OVERFLOW"},
+         "'" + std::string(900'000, 'a') + "' MATCHES '(a|b)*'", "MATCHES: U_REGEX_STACK_OVERFLOW"},
         {"a long regular expression", "'a' MATCHES '" + as + "'",
-         "the pattern is longer than 65536 bytes"},
+         "the pattern is longer than 16384 bytes"},
     };
     for (const Hostile& row : rows) {
         SCOPED_TRACE(row.name);

@@ -73,13 +73,13 @@ TEST(PredicateRefusal, NamesPlaceAndCause) {
              {"a := 1 == 1", 2, "only a $variable"},
              {"sum(1, 2) == 3", 0, "sum has 1 argument(s), not 2"},
              {"modulus:by (1, 2) == 3", 10, "must end in one"},
-             {"nosuch(1) == 3", 0, "there is no function nosuch:"},
+             {"nosuch(1) == 3", 0, "there is no function nosuch"},
              {"CAST(1) == 1", 6, "',' should stand here"},
              {"TERNARY(1, 2, 3) == 1", 9, "a value alone"},
              {"SUBQUERY(a, b, c == 1) == 1", 12, "a $variable should stand here"},
              {"a[1 == 1", 4, "']' should stand here"},
-             {"a == 'x\xFF'", 7, "no UTF-8"},
-             {"a == '\xC3\xA9\xED\xA0\x80'", 8, "no UTF-8"},
+             {"a == 'x\xFF'", 7, "not UTF-8"},
+             {"a == '\xC3\xA9\xED\xA0\x80'", 8, "not UTF-8"},
              {"a == 1\0"sv, 6, "a NUL byte"},
          }) {
         SCOPED_TRACE(row.text);
@@ -93,16 +93,18 @@ TEST(PredicateRefusal, NamesPlaceAndCause) {
     }
 }
 
-TEST(PredicateRefusal, QuotesTheWholeTextAsItStands) {
-    EXPECT_EQ(outcome("a == \"%%\" \\", {}, {}),
-              "NSInvalidArgumentException: Unable to parse the format string \"a == \"%%\" \\\" at "
-              "byte 10: '\\' begins nothing here");
+TEST(PredicateRefusal, GivesTheCauseAndQuotesThePlace) {
+    EXPECT_EQ(
+        outcome("a == \"%%\" \\", {}, {}),
+        "NSInvalidArgumentException: '\\' begins nothing here, at byte 10 of \"a == \"%%\" \\\"");
     EXPECT_EQ(outcome("\xFF", {}, {}),
-              "NSInvalidArgumentException: Unable to parse the format string \"\uFFFD\" at byte 0: "
-              "this byte is no UTF-8");
+              "NSInvalidArgumentException: this byte is not UTF-8, at byte 0 of \"\uFFFD\"");
     EXPECT_EQ(outcome("foo(1) == 1", {}, {}),
-              "NSInvalidArgumentException: Unable to parse function name 'foo:' into supported "
-              "selector (foo:)");
+              "NSInvalidArgumentException: there is no function foo, at byte 0 of \"foo(1) == 1\"");
+    const std::string many = repeated("'ä' == 1 OR ", 50);
+    EXPECT_EQ(outcome(many + "= 2 OR " + many, {}, {}),
+              "NSInvalidArgumentException: a value should stand here, at byte 650 of \"..." +
+                  many.substr(601) + "= 2 OR " + many.substr(0, 43) + "...\"");
 }
 
 } // namespace

@@ -95,9 +95,9 @@ TEST(PredicateText, MatchesRegularExpressions) {
         {"'e' MATCHES[d] '[é]' AND 'Résumé' MATCHES[cd] 'RE.*E'", "yes"},
         {"'ABC' MATCHES[cn] 'abc'", "no"},
         {"'ä' MATCHES '.' AND '😀' MATCHES '.' AND 'ä' MATCHES '\\\\w'", "yes"},
-        {"'a' MATCHES '('", "Can't open pattern U_REGEX_MISMATCHED_PAREN"},
-        {"'a' MATCHES 'a{2'", "Can't open pattern U_REGEX_BAD_INTERVAL"},
-        {"'a' MATCHES '['", "Can't open pattern U_REGEX_MISSING_CLOSE_BRACKET"},
+        {"'a' MATCHES '('", "MATCHES: U_REGEX_MISMATCHED_PAREN"},
+        {"'a' MATCHES 'a{2'", "MATCHES: U_REGEX_BAD_INTERVAL"},
+        {"'a' MATCHES '['", "MATCHES: U_REGEX_MISSING_CLOSE_BRACKET"},
     });
 }
 

@@ -87,6 +87,8 @@ std::string escaped(char32_t point) {
 
 class Writer {
 public:
+    explicit Writer(std::size_t most) : most_(most) {}
+
     void append(const Value& value, int indent, bool quoted) {
         if (depth_ == kDeepest) {
             put("...");
@@ -125,7 +127,7 @@ private:
         if (full_) {
             return;
         }
-        const std::size_t room = kLongestText - text_.size();
+        const std::size_t room = most_ - text_.size();
         if (piece.size() <= room) {
             text_ += piece;
             return;
@@ -237,6 +239,7 @@ private:
         }
     }
 
+    std::size_t most_; // bytes
     std::string text_;
     int depth_ = 0;
     bool full_ = false;
@@ -251,8 +254,12 @@ std::string description(const Value* value) {
     if (value->is(Kind::string)) {
         return std::string(value->asString());
     }
-    Writer writer;
-    writer.append(*value, 0, false);
+    return description(*value, kLongestText);
+}
+
+std::string description(const Value& value, std::size_t most) {
+    Writer writer(most);
+    writer.append(value, 0, false);
     return writer.take();
 }
 

@@ -11,5 +11,7 @@ namespace qv {
 /// is nested deeper than 512, and any other text after 1 MiB, is cut with "...".
 [[nodiscard]] std::string description(const Value* value);
 [[nodiscard]] inline std::string description(const Value& value) { return description(&value); }
+/// Cut after `most` bytes with "...", a string too.
+[[nodiscard]] std::string description(const Value& value, std::size_t most);
 
 } // namespace qv

@@ -1,13 +1,9 @@
 #include "platform/predicate/text/Matching.h"
 
-#include "platform/foundation/values/Exception.h"
 #include "platform/predicate/text/Folding.h"
-
-#include <unicode/coll.h>
 
 #include <algorithm>
 #include <cstring>
-#include <memory>
 
 namespace qv::predicate {
 
@@ -28,29 +24,6 @@ std::strong_ordering orderOfUnits(std::string_view left, std::string_view right)
         return byte >= 0xEE ? byte + 0x10U : byte;
     };
     return rank(*l) <=> rank(*r);
-}
-
-std::strong_ordering orderOfCollation(std::string_view left, std::string_view right,
-                                      Modifiers modifiers) {
-    UErrorCode status = U_ZERO_ERROR;
-    const std::unique_ptr<icu::Collator> collator(
-        icu::Collator::createInstance(icu::Locale::getRoot(), status));
-    if (U_FAILURE(status) != 0) {
-        throw Exception("NSInternalInconsistencyException",
-                        std::string("Can't order texts: ") + u_errorName(status));
-    }
-    if (modifiers.diacriticInsensitive) {
-        collator->setStrength(icu::Collator::PRIMARY);
-        collator->setAttribute(UCOL_CASE_LEVEL, modifiers.caseInsensitive ? UCOL_OFF : UCOL_ON,
-                               status);
-    } else if (modifiers.caseInsensitive) {
-        collator->setStrength(icu::Collator::SECONDARY);
-    }
-    collator->setAttribute(UCOL_NORMALIZATION_MODE, UCOL_ON, status);
-    const auto piece = [](std::string_view text) {
-        return icu::StringPiece(text.data(), static_cast<std::int32_t>(text.size()));
-    };
-    return static_cast<int>(collator->compareUTF8(piece(left), piece(right), status)) <=> 0;
 }
 
 // Whether a match of these bytes covers whole characters, accents and all.
@@ -94,16 +67,22 @@ bool isFoundInComparable(std::string_view text, std::string_view wanted, Anchor 
 
 } // namespace
 
-bool textIsEqual(std::string_view left, std::string_view right, Modifiers modifiers) {
+bool textIsEqual(std::string_view left, std::string_view right, Modifiers modifiers,
+                 Budget& budget) {
+    budget.charge(left);
     if (!modifiers.fold()) {
         return left == right;
     }
+    budget.charge(right);
     return folded(left, modifiers) == folded(right, modifiers);
 }
 
-std::strong_ordering textOrder(std::string_view left, std::string_view right, Modifiers modifiers) {
+std::strong_ordering textOrder(std::string_view left, std::string_view right, Modifiers modifiers,
+                               Budget& budget) {
+    budget.charge(left);
+    budget.charge(right);
     if (modifiers.localeSensitive && !modifiers.normalized) {
-        return orderOfCollation(left, right, modifiers);
+        return orderOfCollation(left, right, modifiers, budget);
     }
     if (!modifiers.fold() && isASCII(left) && isASCII(right)) {
         return left.compare(right) <=> 0;
@@ -119,6 +98,8 @@ bool textIsFound(std::string_view text, std::string_view wanted, Anchor anchor, 
     if (wanted.empty()) {
         return false;
     }
+    budget.charge(text);
+    budget.charge(wanted);
     const bool ascii = isASCII(text) && isASCII(wanted);
     if (!modifiers.fold() && (modifiers.normalized || ascii)) {
         return isFoundInComparable(text, wanted, anchor, false, budget);

@@ -11,11 +11,16 @@ namespace qv::predicate {
 // Comparisons of texts in UTF-8, as the modifiers ask.
 
 /// Without modifiers, the same characters: what is composed differs from what is decomposed.
-[[nodiscard]] bool textIsEqual(std::string_view left, std::string_view right, Modifiers modifiers);
+[[nodiscard]] bool textIsEqual(std::string_view left, std::string_view right, Modifiers modifiers,
+                               Budget& budget);
 
 /// By UTF-16 units of the decomposed text.
 [[nodiscard]] std::strong_ordering textOrder(std::string_view left, std::string_view right,
-                                             Modifiers modifiers);
+                                             Modifiers modifiers, Budget& budget);
+
+/// By the root collation; the modifiers take out case and accents. In Collation.cpp.
+[[nodiscard]] std::strong_ordering orderOfCollation(std::string_view left, std::string_view right,
+                                                    Modifiers modifiers, Budget& budget);
 
 enum class Anchor : std::uint8_t { begin, end, none };
 
@@ -29,8 +34,8 @@ enum class Anchor : std::uint8_t { begin, end, none };
                               Budget& budget);
 
 /// MATCHES: whether the whole text matches a regular expression; an empty one matches nothing.
-/// Throws an Exception for a bad expression, and for one that takes too long.
-[[nodiscard]] bool textMatches(std::string_view text, std::string_view pattern,
-                               Modifiers modifiers);
+/// Throws an Exception for a bad expression.
+[[nodiscard]] bool textMatches(std::string_view text, std::string_view pattern, Modifiers modifiers,
+                               Budget& budget);
 
 } // namespace qv::predicate

@@ -1,9 +1,11 @@
 #include "platform/foundation/values/Exception.h"
+#include "platform/predicate/Reasons.h"
 #include "platform/predicate/text/Folding.h"
 #include "platform/predicate/text/Matching.h"
 
 #include <fmt/core.h>
 #include <unicode/regex.h>
+#include <unicode/utext.h>
 
 #include <algorithm>
 #include <memory>
@@ -13,33 +15,95 @@ namespace qv::predicate {
 
 namespace {
 
-constexpr std::size_t kLongestPattern = std::size_t{1} << 16U;
-constexpr std::int32_t kTimeLimit = 1000; // about as many milliseconds
+// Nothing can end the compilation of a pattern: these bounds keep it within some tenths of a
+// second.
+constexpr std::size_t kLongestPattern = std::size_t{1} << 14U;
+constexpr std::size_t kMostSets = 256;
+constexpr std::size_t kShortText = 4096;
 constexpr std::int32_t kStackLimit = 8 << 20;
 constexpr std::uint32_t kNoFlags = 0;
 
-class Failure {
-public:
-    Failure(std::string_view text, std::string_view pattern, Modifiers modifiers)
-        : text_(text), pattern_(pattern), modifiers_(modifiers) {}
+[[noreturn]] void raiseFor(std::string_view cause, std::string_view pattern) {
+    throw Exception("NSInternalInconsistencyException",
+                    fmt::format("MATCHES: {} (pattern {})", cause, quoted(pattern)));
+}
 
-    [[noreturn]] void raise(std::string_view what) const {
-        throw Exception(
-            "NSInternalInconsistencyException",
-            fmt::format("Can't do regex matching, reason: {} (string {}, pattern {}, case {}, "
-                        "canon {})",
-                        what, text_, pattern_, modifiers_.caseInsensitive ? 1 : 0,
-                        modifiers_.diacriticInsensitive ? 1 : 0));
+void requireSuccess(UErrorCode status, std::string_view pattern) {
+    if (U_FAILURE(status) != 0) {
+        raiseFor(u_errorName(status), pattern);
     }
-
-private:
-    std::string_view text_;
-    std::string_view pattern_;
-    Modifiers modifiers_;
-};
+}
 
 icu::UnicodeString unitsOf(std::string_view text) {
     return icu::UnicodeString::fromUTF8({text.data(), static_cast<std::int32_t>(text.size())});
+}
+
+// Sets of characters as they are written: `[`, `\p`, `\P` and `\N`.
+std::size_t setsIn(std::string_view pattern) {
+    std::size_t sets = 0;
+    for (std::size_t index = 0; index < pattern.size(); ++index) {
+        if (pattern[index] == '\\' && index + 1 < pattern.size()) {
+            const char escaped = pattern[++index];
+            sets += escaped == 'p' || escaped == 'P' || escaped == 'N' ? 1U : 0U;
+        } else {
+            sets += pattern[index] == '[' ? 1U : 0U;
+        }
+    }
+    return sets;
+}
+
+// Text for a matcher in pieces of some characters. When the time is over the text has no more, so
+// that no step of the matcher takes long, whatever it repeats.
+class BoundedText {
+public:
+    BoundedText(std::string_view text, const Budget& budget, UErrorCode& status)
+        : budget_(budget), text_(::utext_openUTF8(nullptr, text.data(),
+                                                  static_cast<std::int64_t>(text.size()), &status),
+                                 ::utext_close) {
+        if (text_) {
+            original_ = text_->pFuncs;
+            static_cast<UTextFuncs&>(functions_) = *original_;
+            functions_.access = accessWithinTime;
+            functions_.owner = this;
+            text_->pFuncs = &functions_;
+        }
+    }
+    BoundedText(const BoundedText&) = delete;
+    BoundedText(BoundedText&&) = delete;
+    BoundedText& operator=(const BoundedText&) = delete;
+    BoundedText& operator=(BoundedText&&) = delete;
+    ~BoundedText() = default;
+    [[nodiscard]] UText* get() const noexcept { return text_.get(); }
+
+private:
+    struct Functions : UTextFuncs {
+        BoundedText* owner = nullptr;
+    };
+
+    static UBool U_CALLCONV accessWithinTime(UText* text, std::int64_t index, UBool forward) {
+        constexpr unsigned kAccessesBetweenLooks = 64;
+        // The matcher's copies of the text share these functions.
+        BoundedText& self = *static_cast<const Functions&>(*text->pFuncs).owner;
+        self.over_ =
+            self.over_ || (++self.accesses_ % kAccessesBetweenLooks == 0 && self.budget_.isOver());
+        if (self.over_) {
+            static_cast<void>(self.original_->access(text, self.original_->nativeLength(text),
+                                                     static_cast<UBool>(true)));
+            return static_cast<UBool>(false);
+        }
+        return self.original_->access(text, index, forward);
+    }
+
+    const Budget& budget_;
+    unsigned accesses_ = 0;
+    bool over_ = false;
+    const UTextFuncs* original_ = nullptr;
+    Functions functions_{};
+    std::unique_ptr<UText, UText* (*)(UText*)> text_;
+};
+
+UBool U_CALLCONV goesOn(const void* budget, std::int32_t /*steps*/) {
+    return static_cast<UBool>(!static_cast<const Budget*>(budget)->isOver());
 }
 
 // The patterns that this thread used last, compiled: that takes ten times as long as a match.
@@ -72,39 +136,47 @@ std::shared_ptr<const icu::RegexPattern> compiledPattern(const icu::UnicodeStrin
 
 } // namespace
 
-bool textMatches(std::string_view text, std::string_view pattern, Modifiers modifiers) {
+bool textMatches(std::string_view text, std::string_view pattern, Modifiers modifiers,
+                 Budget& budget) {
     if (pattern.empty()) {
         return false;
     }
-    const Failure failure(text, pattern, modifiers);
     if (pattern.size() > kLongestPattern) {
-        failure.raise(fmt::format("the pattern is longer than {} bytes", kLongestPattern));
+        raiseFor(fmt::format("the pattern is longer than {} bytes", kLongestPattern), pattern);
     }
+    if (setsIn(pattern) > kMostSets) {
+        raiseFor(fmt::format("the pattern has more than {} sets of characters", kMostSets),
+                 pattern);
+    }
+    budget.charge(text);
     // ICU folds case itself; folding it here would change what `\S` means.
     const bool strips = modifiers.diacriticInsensitive && !modifiers.normalized;
     const Modifiers diacritics{.diacriticInsensitive = true};
-    const auto comparable = [&](std::string_view from) {
-        return strips ? unitsOf(folded(from, diacritics)) : unitsOf(from);
-    };
     const bool foldsCase = modifiers.caseInsensitive && !modifiers.normalized;
 
     UErrorCode status = U_ZERO_ERROR;
-    const std::shared_ptr<const icu::RegexPattern> compiled = compiledPattern(
-        comparable(pattern), foldsCase ? std::uint32_t{UREGEX_CASE_INSENSITIVE} : kNoFlags, status);
-    if (U_FAILURE(status) != 0) {
-        failure.raise(fmt::format("Can't open pattern {}", u_errorName(status)));
+    const std::shared_ptr<const icu::RegexPattern> compiled =
+        compiledPattern(unitsOf(strips ? folded(pattern, diacritics) : std::string(pattern)),
+                        foldsCase ? std::uint32_t{UREGEX_CASE_INSENSITIVE} : kNoFlags, status);
+    requireSuccess(status, pattern);
+    budget.requireTime(); // a new pattern may have taken some
+    const std::string folding = strips ? folded(text, diacritics) : std::string();
+    const std::string_view subject = strips ? folding : text;
+    const bool isShort = subject.size() <= kShortText; // and quicker in one piece
+    const icu::UnicodeString units = isShort ? unitsOf(subject) : icu::UnicodeString();
+    const BoundedText pieces(isShort ? std::string_view() : subject, budget, status);
+    requireSuccess(status, pattern);
+    const std::unique_ptr<icu::RegexMatcher> matcher(isShort ? compiled->matcher(units, status)
+                                                             : compiled->matcher(status));
+    requireSuccess(status, pattern);
+    if (!isShort) {
+        matcher->reset(pieces.get());
     }
-    const icu::UnicodeString subject = comparable(text);
-    const std::unique_ptr<icu::RegexMatcher> matcher(compiled->matcher(subject, status));
-    if (U_FAILURE(status) != 0) {
-        failure.raise(u_errorName(status));
-    }
-    matcher->setTimeLimit(kTimeLimit, status);
+    matcher->setMatchCallback(goesOn, &budget, status);
     matcher->setStackLimit(kStackLimit, status);
     const bool matches = matcher->matches(status) != 0;
-    if (U_FAILURE(status) != 0) {
-        failure.raise(u_errorName(status));
-    }
+    budget.requireTime();
+    requireSuccess(status, pattern);
     return matches;
 }
 

@@ -109,6 +109,8 @@ private:
 
 bool textIsLike(std::string_view text, std::string_view pattern, Modifiers modifiers,
                 Budget& budget) {
+    budget.charge(text);
+    budget.charge(pattern);
     const Pattern parsed(pattern, modifiers);
     return modifiers.fold() ? parsed.fits(folded(text, modifiers), budget)
                             : parsed.fits(text, budget);
