@@ -62,13 +62,24 @@ private:
         if (place == std::string::npos) {
             return false;
         }
-        std::string text = done_.substr(from + place);
-        text.append(rest_);
-        owned_ = std::move(text);
-        rest_ = owned_;
+        takeBack(std::string_view(done_).substr(from + place));
         done_.resize(from + place);
         clean_ = done_.size();
         return true;
+    }
+
+    // Puts a text in front of `rest_`, where as much room as `rest_` takes is made at a time.
+    void takeBack(std::string_view text) {
+        const std::size_t room = owned_.size() - std::min(owned_.size(), rest_.size());
+        if (text.size() > room) {
+            std::string larger(text.size() + rest_.size(), '\0');
+            larger.append(rest_);
+            owned_ = std::move(larger);
+            rest_ = std::string_view(owned_).substr(owned_.size() - rest_.size());
+        }
+        const std::size_t begin = owned_.size() - rest_.size() - text.size();
+        owned_.replace(begin, text.size(), text);
+        rest_ = std::string_view(owned_).substr(begin);
     }
 
     void replaceWith(const std::optional<Value>& result) {
@@ -94,7 +105,7 @@ private:
 
     std::string done_;
     std::string_view rest_;
-    std::string owned_; // what rest_ views when a result was taken back into it
+    std::string owned_; // ends with rest_ as soon as a result was taken back into it
     const CallEvaluator& evaluate_;
     bool withVariables_;
     std::vector<std::pair<Value, Value>> variables_;
