@@ -1,4 +1,3 @@
-#include "platform/foundation/values/Conversions.h"
 #include "platform/foundation/values/Description.h"
 #include "platform/foundation/values/UTF8.h"
 #include "platform/predicate/Predicate.h"
@@ -29,7 +28,7 @@ struct EvaluatedCall {
 struct Evaluation {
     std::string text; // the predicate that is left when the calls are replaced
     std::vector<EvaluatedCall> calls;
-    std::string tree;
+    std::vector<PredicatePart> parts; // none when it does not parse
     std::optional<bool> value;
     std::string error;                      // when it has no value
     std::optional<std::size_t> errorOffset; // in the text
@@ -77,7 +76,9 @@ tl::expected<Value, Failure> namedValues(const std::vector<std::string>& setting
 
 Evaluation evaluate(const std::string& rule, QVRuleChecker& checker) {
     Evaluation evaluation;
+    evaluation.text = rule;
     try {
+        Predicate::requireLength(rule);
         Value variables;
         evaluation.text = replaceCalls(
             rule,
@@ -94,8 +95,7 @@ Evaluation evaluate(const std::string& rule, QVRuleChecker& checker) {
             return evaluation;
         }
         const Predicate predicate = Predicate::predicateWithFormat(evaluation.text);
-        evaluation.tree = predicate.tree();
-        evaluation.value = predicate.evaluateWithObject(checker, variables);
+        evaluation.value = predicate.evaluateWithObject(checker, variables, &evaluation.parts);
     } catch (const PredicateSyntaxError& error) {
         evaluation.error = fmt::format("the rule does not parse: {}", error.cause());
         evaluation.errorOffset = error.offset();
@@ -107,6 +107,24 @@ Evaluation evaluate(const std::string& rule, QVRuleChecker& checker) {
 
 std::string shown(const std::optional<Value>& value) {
     return value ? onOneLine(description(*value)) : "no value";
+}
+
+// What became of a part: "true", "not evaluated", "5 (last of 3)".
+std::string outcomeOf(const PredicatePart& part) {
+    constexpr std::size_t kMost = 100; // bytes: a list that a rule makes can be very long
+    if (part.evaluations == 0) {
+        return "not evaluated";
+    }
+    std::string outcome = "not finished";
+    if (part.last && part.last->isNull()) {
+        outcome = "no value";
+    } else if (part.last && part.isCondition) {
+        outcome = part.last->asBoolean() ? "true" : "false";
+    } else if (part.last) {
+        outcome = onOneLine(description(*part.last, kMost));
+    }
+    return part.evaluations == 1 ? outcome
+                                 : fmt::format("{} (last of {})", outcome, part.evaluations);
 }
 
 Value asValue(const Evaluation& evaluation) {
@@ -134,9 +152,13 @@ Value asValue(const Evaluation& evaluation) {
         calls.push_back(Value::dictionary(std::move(call)));
     }
     pairs.emplace_back(Value::string("calls"), Value::array(std::move(calls)));
-    if (!evaluation.tree.empty()) {
-        pairs.emplace_back(Value::string("tree"), Value::string(evaluation.tree));
+    std::vector<Value> parts;
+    for (const PredicatePart& part : evaluation.parts) {
+        parts.push_back(Value::dictionary({{"level", Value::unsignedInteger(part.level)},
+                                           {"part", Value::string(part.title)},
+                                           {"outcome", Value::string(outcomeOf(part))}}));
     }
+    pairs.emplace_back(Value::string("parts"), Value::array(std::move(parts)));
     return Value::dictionary(std::move(pairs));
 }
 
@@ -150,10 +172,9 @@ void explain(const Evaluation& evaluation) {
                                  shown(each.call.parameter()), shown(each.result)));
     }
     line("text", evaluation.text);
-    for (std::string_view tree = evaluation.tree; !tree.empty();) {
-        const std::size_t end = std::min(tree.find('\n'), tree.size());
-        line(tree.data() == evaluation.tree.data() ? "tree" : "", tree.substr(0, end));
-        tree.remove_prefix(std::min(end + 1, tree.size()));
+    for (const PredicatePart& part : evaluation.parts) {
+        line(&part == evaluation.parts.data() ? "parts" : "",
+             fmt::format("{}{}: {}", indentation(part.level), part.title, outcomeOf(part)));
     }
 }
 
@@ -219,7 +240,7 @@ Result rule(const RuleOptions& options) {
     }
     if (!text || !isUTF8(*text)) {
         return failure(ExitStatus::usage,
-                       text ? "the rule is no valid UTF-8" : text.error().localizedDescription());
+                       text ? "the rule is not valid UTF-8" : text.error().localizedDescription());
     }
     if (!options.value.empty()) {
         return showValue(options, *checker);

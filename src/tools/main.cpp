@@ -141,13 +141,15 @@ void addRequirement(CLI::App& command, Command& chosen) {
 void addRule(CLI::App& command, Command& chosen) {
     auto options = std::make_shared<RuleOptions>();
     command.add_option("RULE", options->rule, "the rule; - for standard input");
-    command.add_option("--set", options->settings,
-                       "NAME=VALUE: a value that the rule may name; a number, true, false, or "
-                       "text, which may stand in double quotes");
+    command
+        .add_option("--set", options->settings,
+                    "NAME=VALUE: a value that the rule may name; a number, true, false, or "
+                    "text, which may stand in double quotes")
+        ->allow_extra_args(false);
     command.add_option("--value", options->value,
                        "print what a single call \"${...}\" or key path gives instead");
     command.add_flag("--explain", options->explain,
-                     "print the calls, the text without them, and its tree");
+                     "print the calls, the text without them, and what became of each part of it");
     command.add_flag("--json", options->json, "print as JSON");
     command.callback([&chosen, options] { chosen = [options] { return rule(*options); }; });
 }

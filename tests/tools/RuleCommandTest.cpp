@@ -24,7 +24,9 @@ TEST(RuleCommand, TellsWhetherARuleHolds) {
              {"n=a=b c", "n == 'a=b c'"},
              {"lastStatementExecutionError=1", "lastStatementExecutionError == 1"}}) {
         EXPECT_EQ(qvcatalog({"rule", rule, "--set", setting}).output, "true\n") << setting;
+        EXPECT_EQ(qvcatalog({"rule", "--set", setting, rule}).output, "true\n") << setting;
     }
+    EXPECT_EQ(qvcatalog({"rule", "--set", "a=1", "--set", "b=2", "a + b == 3"}).output, "true\n");
 }
 
 TEST(RuleCommand, TellsWhyARuleHasNoValue) {
@@ -57,7 +59,7 @@ TEST(RuleCommand, ExplainsWhatItDid) {
     EXPECT_THAT(run, Succeeds());
     EXPECT_THAT(run.output, HasSubstr("call   f with word gives no value\n"));
     EXPECT_THAT(run.output, HasSubstr("text   $fnc0 == '3' AND NULL == NULL\n"));
-    EXPECT_THAT(run.output, HasSubstr("\ntree   "));
+    EXPECT_THAT(run.output, HasSubstr("\nparts  AND: true\n"));
     EXPECT_THAT(run.output, testing::EndsWith("\ntrue\n"));
     const ProgramRun json = qvcatalog({"rule", rule, "--json"});
     EXPECT_EQ(python("import json,sys\nj=json.load(sys.stdin)\n"
@@ -70,6 +72,39 @@ TEST(RuleCommand, ExplainsWhatItDid) {
     EXPECT_EQ(python("import json,sys\nj=json.load(sys.stdin)\nprint('value' in j,j['offset'])",
                      bad.output),
               "False 4\n");
+    for (const auto& [text, setting] : std::initializer_list<std::pair<const char*, const char*>>{
+             {"1 == 1", "x"}, {"a == \xFF", "x=1"}, {"1 == 'a' + 1", "x=1"}}) {
+        const ProgramRun failed = qvcatalog({"rule", text, "--set", setting, "--json"});
+        EXPECT_EQ(failed.status, 2);
+        EXPECT_EQ(python("import json,sys\nprint('error' in json.load(sys.stdin))", failed.output),
+                  "True\n");
+    }
+}
+
+TEST(RuleCommand, ShowsWhatBecameOfEachPart) {
+    const ProgramRun run = qvcatalog(
+        {"rule", "--explain", "1 == 2 AND n == 1 OR ANY {3, 4} > n AND 'a' < n", "--set", "n=3"});
+    EXPECT_EQ(run.output, "text   1 == 2 AND n == 1 OR ANY {3, 4} > n AND 'a' < n\n"
+                          "parts  OR: not finished\n"
+                          "         AND: false\n"
+                          "           ==: false\n"
+                          "             1: 1\n"
+                          "             2: 2\n"
+                          "           ==: not evaluated\n"
+                          "             n: not evaluated\n"
+                          "             1: not evaluated\n"
+                          "         AND: not finished\n"
+                          "           ANY >: true\n"
+                          "             {}: ( 3, 4 )\n"
+                          "               3: 3\n"
+                          "               4: 4\n"
+                          "             n: 3\n"
+                          "           <: not finished\n"
+                          "             \"a\": a\n"
+                          "             n: 3\n");
+    EXPECT_THAT(run.errors, HasSubstr("There is no order between a string (a) and a number (3)"));
+    EXPECT_THAT(qvcatalog({"rule", "--explain", "SUBQUERY({1, 2}, $x, $x > 1)[SIZE] == 1"}).output,
+                HasSubstr("          >: true (last of 2)\n"));
 }
 
 TEST(RuleCommand, ComputesASingleValue) {
