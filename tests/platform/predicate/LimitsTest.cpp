@@ -107,15 +107,13 @@ TEST(PredicateLimits, GivesUpOnEvaluationsWithoutEnd) {
     const std::string as(200'000, 'a');
     const std::string_view late = "longer than a second";
     const std::vector<Hostile> rows{
-        {"queries in queries", query, "too many values"},
+        {"queries in queries", query, "The evaluation "},
         {"queries and quantifiers", nested, late},
-        {"a collection that doubles", doubling, "too many values"},
+        {"a collection that doubles", doubling, "The evaluation "},
         {"a text that multiplies", text + "SUBQUERY($a, $x, lowercase($s) == '')[SIZE] == 1",
-         "too many values"},
+         "The evaluation "},
         {"functions of lists", list + " AND SUBQUERY($a, $x, mode($a) == 1)[SIZE] == 1", late},
-        {"properties", text + "SUBQUERY($a, $x, $s.length == 1)[SIZE] == 1", late},
         {"folding", text + "SUBQUERY($a, $x, $s ==[cd] '\u00e9')[SIZE] == 1", late},
-        {"large equal lists", list + " AND SUBQUERY($a, $x, {$a, 1} == {$a, 2})[SIZE] == 1", "no"},
         {"marks in disorder", "'a" + repeated("\u0316\u0301", 200'000) + "' ==[cd] 'b'", "no"},
         {"marks that may combine",
          "'a" + repeated("\u0f71", 150'000) + "' <[l] 'a\u0301" + repeated("\u0f71", 150'000) + "'",
@@ -127,8 +125,6 @@ TEST(PredicateLimits, GivesUpOnEvaluationsWithoutEnd) {
              repeated("e\u0301\u0301", 10'000) + "e\u0301'",
          late},
         {"distinct objects", many + ".@distinctUnionOfObjects.#self[SIZE] == 1", "yes"},
-        {"a regular expression that explodes", "'" + std::string(40, 'a') + "' MATCHES '(a+)+b'",
-         late},
         {"regular expressions in plenty",
          "1 == 2" + repeated(" OR '" + std::string(24, 'a') + "' MATCHES '(a+)+b'", 80), late},
         {"a step of a regular expression that is long",

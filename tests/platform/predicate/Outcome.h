@@ -22,7 +22,7 @@ inline std::string outcome(std::string_view text, const Value& object, const Val
 }
 
 struct OutcomeRow {
-    std::string_view text;
+    std::string text;
     std::string_view expected; ///< "yes", "no", "raises", or a piece of the exception's text
 };
 

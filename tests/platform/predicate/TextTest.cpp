@@ -37,6 +37,20 @@ TEST(PredicateText, FoldsAsTheModifiersAsk) {
         {"'É' IN[cd] {'x', 'e'} AND {'A'} CONTAINS[c] 'a' AND ANY {'A'} ==[c] 'a'", "yes"},
         {"1 ==[c] 1 AND 1 <[cd] 2", "yes"},
     });
+    // Accents above and below in any order, but not those of one class; however many there are.
+    for (const std::size_t count : {1U, 20U, 500U}) {
+        const std::string above = repeated("\u0301", count);
+        const std::string below = repeated("\u0316", count);
+        const std::string sorted = "'\u00c5" + below + above + "x\u0316y'";
+        expectOutcomes({
+            {"'\u00e5" + repeated("\u0301\u0316", count) + "x\u0316y' ==[c] " + sorted, "yes"},
+            {"'a\u030a" + above + below + "x\u0316y' ==[c] " + sorted, "yes"},
+            {"'a" + repeated("\u0301\u0316", count) + "\u030ax\u0316y' ==[c] " + sorted, "no"},
+            {"'" + repeated("\u0f73", count) + "' ==[c] '" + repeated("\u0f71", count) +
+                 repeated("\u0f72", count) + "'",
+             "yes"},
+        });
+    }
 }
 
 TEST(PredicateText, FindsPartsOfTexts) {
