@@ -54,11 +54,20 @@ QVRuleChecker::functionForIdentifier(std::string_view identifier) const noexcept
 
 std::string QVRuleChecker::preprocessCheckRule(std::string_view rule,
                                                Value* substituteResultsWithVariables) const {
+    predicate::Budget budget;
+    return preprocess(rule, substituteResultsWithVariables, budget);
+}
+
+std::string QVRuleChecker::preprocess(std::string_view rule, Value* variables,
+                                      predicate::Budget& budget) const {
     Predicate::requireLength(rule);
-    const bool returnString = substituteResultsWithVariables == nullptr;
     return replaceCalls(
-        rule, [&](const RuleCall& call) { return resultForCall(call, returnString); },
-        substituteResultsWithVariables);
+        rule,
+        [&](const RuleCall& call) {
+            budget.requireTime();
+            return resultForCall(call, variables == nullptr);
+        },
+        variables);
 }
 
 bool QVRuleChecker::runCheck(const std::optional<Value>& rule,
@@ -74,8 +83,9 @@ bool QVRuleChecker::runCheck(const std::optional<Value>& rule,
     }
     try {
         Value variables;
-        const std::string text = preprocessCheckRule(rule->asString(), &variables);
-        return Predicate::predicateWithFormat(text).evaluateWithObject(*this, variables);
+        predicate::Budget budget;
+        const std::string text = preprocess(rule->asString(), &variables, budget);
+        return Predicate::predicateWithFormat(text).evaluateWithObject(*this, variables, budget);
     } catch (const Exception& exception) {
         if (errorOccured != nullptr) {
             errorOccured->emplace(exception);

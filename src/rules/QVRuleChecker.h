@@ -40,11 +40,13 @@ public:
 
     /// The rule with every call replaced: by a variable of the dictionary that is stored through
     /// `substituteResultsWithVariables`, or, when that is a null pointer, by the result itself.
-    /// Throws a PredicateSyntaxError for a rule that is too long, before any call.
+    /// Throws a PredicateSyntaxError for a rule that is too long, before any call, and an Exception
+    /// when the calls take longer than a second.
     [[nodiscard]] std::string preprocessCheckRule(std::string_view rule,
                                                   Value* substituteResultsWithVariables) const;
 
-    /// The value of a rule, a string; false when it has none because parsing or evaluation raised.
+    /// The value of a rule, a string; false when it has none because parsing or evaluation raised,
+    /// or because its calls and its evaluation take longer than a second.
     /// `errorOccured`, when given, receives the exception that did, or none. A missing rule is
     /// false, and leaves it alone. Throws for a rule of another class.
     [[nodiscard]] bool runCheck(const std::optional<Value>& rule,
@@ -63,6 +65,8 @@ public:
     [[nodiscard]] std::string description() const override { return "<QVRuleChecker>"; }
 
 private:
+    [[nodiscard]] std::string preprocess(std::string_view rule, Value* variables,
+                                         predicate::Budget& budget) const;
     [[nodiscard]] const Value* kvoValue(std::string_view key) const;
     [[nodiscard]] Value functionList() const;
 

@@ -80,9 +80,11 @@ Evaluation evaluate(const std::string& rule, QVRuleChecker& checker) {
     try {
         Predicate::requireLength(rule);
         Value variables;
+        predicate::Budget budget;
         evaluation.text = replaceCalls(
             rule,
             [&](const RuleCall& call) {
+                budget.requireTime();
                 std::optional<Value> result = checker.resultForCall(call, false);
                 evaluation.calls.push_back({call, result});
                 return result;
@@ -95,7 +97,8 @@ Evaluation evaluate(const std::string& rule, QVRuleChecker& checker) {
             return evaluation;
         }
         const Predicate predicate = Predicate::predicateWithFormat(evaluation.text);
-        evaluation.value = predicate.evaluateWithObject(checker, variables, &evaluation.parts);
+        evaluation.value =
+            predicate.evaluateWithObject(checker, variables, budget, &evaluation.parts);
     } catch (const PredicateSyntaxError& error) {
         evaluation.error = fmt::format("the rule does not parse: {}", error.cause());
         evaluation.errorOffset = error.offset();

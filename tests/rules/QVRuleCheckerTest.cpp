@@ -3,6 +3,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <thread>
+
 namespace qv {
 namespace {
 
@@ -92,6 +95,21 @@ TEST_F(RuleChecker, CatchesWhatAFunctionThrows) {
     EXPECT_EQ(run("${broken(x)} == 1"), "false: it broke");
     EXPECT_THAT(log_, HasSubstr("caught exception: it broke; rule: ${broken(x)} == 1"));
     EXPECT_EQ(run("broken.x == 1"), "false: it broke");
+}
+
+// By call and by key path together.
+TEST_F(RuleChecker, CountsTheTimeOfFunctions) {
+    int calls = 0;
+    checker_->addFunction(QVRuleCheckerFunction::functionWithFunctionID(
+        "slow", "slow", [&](auto&, const auto&, bool) -> std::optional<Value> {
+            ++calls;
+            std::this_thread::sleep_for(std::chrono::milliseconds(300));
+            return std::nullopt;
+        }));
+    EXPECT_THAT(
+        run("${slow(x)} == 1 OR ${slow(x)} == 1 OR slow.x == 1 OR slow.x == 1 OR slow.x == 1"),
+        HasSubstr("longer than a second"));
+    EXPECT_LE(calls, 4);
 }
 
 TEST_F(RuleChecker, RefusesALongRuleBeforeItsCalls) {

@@ -261,7 +261,9 @@ Value Evaluation::aggregate(const Expression& aggregate) {
 
 Value Evaluation::keyPath(const Expression& path) {
     if (path.operandCount == 0) {
-        return object_.valueForKeyPath(tree_.name(path), budget_).value_or(Value());
+        Value value = object_.valueForKeyPath(tree_.name(path), budget_).value_or(Value());
+        budget_.requireTime(); // the object may have taken long
+        return value;
     }
     Value scratch;
     return qv::valueForKeyPath(operandOf(path, 0, scratch), tree_.name(path), budget_)

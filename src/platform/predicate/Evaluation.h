@@ -16,8 +16,8 @@ public:
     /// All outlive this. `variables`: a dictionary, or the null object. `entries`: where the object
     /// is a dictionary and no more, that one.
     Evaluation(const Tree& tree, KeyValueCoding& object, const Value& variables,
-               const Value* entries = nullptr) noexcept
-        : tree_(tree), object_(object), variables_(variables), entries_(entries) {}
+               const Budget& budget, const Value* entries = nullptr) noexcept
+        : tree_(tree), object_(object), variables_(variables), entries_(entries), budget_(budget) {}
 
     [[nodiscard]] bool holds(const Expression& predicate);
     /// From now on the outcome of every node is noted there.

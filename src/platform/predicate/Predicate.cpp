@@ -50,9 +50,10 @@ void Predicate::requireLength(std::string_view text) {
 }
 
 bool Predicate::evaluateWithObject(KeyValueCoding& object, const Value& substitutionVariables,
+                                   const predicate::Budget& budget,
                                    std::vector<PredicatePart>* parts) const {
     const predicate::Tree& tree = parsed_->tree;
-    predicate::Evaluation evaluation(tree, object, substitutionVariables);
+    predicate::Evaluation evaluation(tree, object, substitutionVariables, budget);
     if (parts == nullptr) {
         return evaluation.holds(tree.root());
     }
@@ -72,7 +73,7 @@ bool Predicate::evaluateWithObject(const Value& object, const Value& substitutio
     const predicate::Tree& tree = parsed_->tree;
     EvaluatedValue evaluated(object);
     const Value* entries = object.is(Value::Kind::dictionary) ? &object : nullptr;
-    return predicate::Evaluation(tree, evaluated, substitutionVariables, entries)
+    return predicate::Evaluation(tree, evaluated, substitutionVariables, {}, entries)
         .holds(tree.root());
 }
 

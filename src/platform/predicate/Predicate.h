@@ -59,9 +59,11 @@ public:
     /// `variables`: a dictionary of the `$name`s, or the null object for none. Throws an Exception
     /// where the predicate asks for what does not exist or compares what cannot be compared; the
     /// object's own exceptions pass through.
-    /// `parts`, when given, receives what became of each part, even when an exception is thrown.
+    /// `budget`: what is left, where more than the evaluation counts. `parts`, when given, receives
+    /// what became of each part, even when an exception is thrown.
     [[nodiscard]] bool evaluateWithObject(KeyValueCoding& object,
                                           const Value& substitutionVariables = {},
+                                          const predicate::Budget& budget = {},
                                           std::vector<PredicatePart>* parts = nullptr) const;
     [[nodiscard]] bool evaluateWithObject(const Value& object,
                                           const Value& substitutionVariables = {}) const;

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <optional>
 #include <vector>
 
 namespace qv::predicate {
@@ -156,21 +157,24 @@ bool textMatches(std::string_view text, std::string_view pattern, Modifiers modi
 
     UErrorCode status = U_ZERO_ERROR;
     const std::shared_ptr<const icu::RegexPattern> compiled =
-        compiledPattern(unitsOf(strips ? folded(pattern, diacritics) : std::string(pattern)),
+        compiledPattern(strips ? unitsOf(folded(pattern, diacritics)) : unitsOf(pattern),
                         foldsCase ? std::uint32_t{UREGEX_CASE_INSENSITIVE} : kNoFlags, status);
     requireSuccess(status, pattern);
-    budget.requireTime(); // a new pattern may have taken some
     const std::string folding = strips ? folded(text, diacritics) : std::string();
     const std::string_view subject = strips ? folding : text;
-    const bool isShort = subject.size() <= kShortText; // and quicker in one piece
-    const icu::UnicodeString units = isShort ? unitsOf(subject) : icu::UnicodeString();
-    const BoundedText pieces(isShort ? std::string_view() : subject, budget, status);
+    icu::UnicodeString units;
+    std::optional<BoundedText> pieces;
+    std::unique_ptr<icu::RegexMatcher> matcher;
+    if (subject.size() <= kShortText) { // quicker in one piece
+        units = unitsOf(subject);
+        matcher.reset(compiled->matcher(units, status));
+    } else {
+        pieces.emplace(subject, budget, status);
+        matcher.reset(compiled->matcher(status));
+    }
     requireSuccess(status, pattern);
-    const std::unique_ptr<icu::RegexMatcher> matcher(isShort ? compiled->matcher(units, status)
-                                                             : compiled->matcher(status));
-    requireSuccess(status, pattern);
-    if (!isShort) {
-        matcher->reset(pieces.get());
+    if (pieces) {
+        matcher->reset(pieces->get());
     }
     matcher->setMatchCallback(goesOn, &budget, status);
     matcher->setStackLimit(kStackLimit, status);
