@@ -22,8 +22,18 @@ std::string launchPath(const std::optional<Value>& tool) {
     return std::string(tool->asString());
 }
 
-std::vector<std::string> argumentList(const std::optional<Value>& arguments) {
+[[noreturn]] void refuseLaunch(std::string_view path, int errorNumber) {
+    throw Exception(
+        std::string(exception_name::kInvalidArgument),
+        fmt::format("launch path not accessible: {}: {}", path, errnoText(errorNumber)));
+}
+
+// A script may refer to one long text any number of times, and each copy here is a text of its own.
+std::vector<std::string> argumentList(std::string_view path,
+                                      const std::optional<Value>& arguments) {
+    constexpr std::size_t kMostBytes = std::size_t{6} << 20U; // the kernel takes no more
     std::vector<std::string> list;
+    std::size_t bytes = 0;
     if (!arguments || arguments->isNull()) {
         return list;
     }
@@ -37,6 +47,10 @@ std::vector<std::string> argumentList(const std::optional<Value>& arguments) {
                                         "strings, a tool's arguments",
                                         kindText(argument.kind())));
         }
+        bytes += argument.asString().size() + 1;
+        if (bytes > kMostBytes) {
+            refuseLaunch(path, E2BIG);
+        }
         list.emplace_back(argument.asString());
     }
     return list;
@@ -46,8 +60,7 @@ std::vector<std::string> argumentList(const std::optional<Value>& arguments) {
 void refuseLedAstray(const std::string& path) {
     const tl::expected<UniqueFd, int> item = holdItem(path, LastLink::follow);
     if (!item && item.error() == ELOOP) {
-        throw Exception(std::string(exception_name::kInvalidArgument),
-                        fmt::format("launch path not accessible: {}: {}", path, errnoText(ELOOP)));
+        refuseLaunch(path, ELOOP);
     }
 }
 
@@ -59,7 +72,7 @@ Error runTool(const std::optional<Value>& tool, const std::optional<Value>& argu
     refuseLedAstray(path);
     Task task;
     task.setLaunchPath(path);
-    task.setArguments(argumentList(arguments));
+    task.setArguments(argumentList(path, arguments));
     task.launch();
     task.waitUntilExit();
     const int status = task.terminationStatus();

@@ -127,6 +127,20 @@ TEST_F(Hostile, WhatIsSharedIsNotMultiplied) {
     const auto outcome = client_->executeData(bomb.bytes());
     ASSERT_TRUE(outcome && !outcome->success);
     EXPECT_EQ(outcome->errorScriptStepIndex, 0) << "its first step is an array";
+
+    RawList argument; // 100 GB for the tool
+    argument.add(RawList::array({1}));
+    argument.add(RawList::dictionary({2, 3, 4}, {5, 6, 7}));
+    for (const char* key : {"operation", "arg1", "arg2"}) {
+        argument.add(RawList::text(key));
+    }
+    argument.add(RawList::number(8));
+    argument.add(RawList::text("/bin/false"));
+    argument.add(RawList::array(RawList::References(100'000, 8)));
+    argument.add(RawList::text(std::string(1 << 20, 'x')));
+    const auto refused = client_->executeData(argument.bytes());
+    ASSERT_TRUE(refused && refused->error);
+    EXPECT_THAT(refused->error.localizedDescription(), HasSubstr("Argument list too long"));
     EXPECT_LT(service_->residentKilobytes(), before + 20'000);
     EXPECT_TRUE(servesOthers());
 }

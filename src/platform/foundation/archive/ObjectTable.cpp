@@ -333,7 +333,7 @@ tl::expected<Value, Error> ObjectTable::buildURL(const OpenObject& done) {
                            fmt::format("\"{}\" is not a URL", log::foreign(text->asString())));
         }
         const std::size_t copied = url->absoluteString().size();
-        if (Error error = takeText(done.index, base ? copied : 0)) {
+        if (const Error error = takeText(done.index, base ? copied : 0)) {
             return tl::unexpected(error);
         }
         known = Value::url(*url);
@@ -354,7 +354,7 @@ tl::expected<Value, Error> ObjectTable::buildError(const OpenObject& done) {
     if (code == nullptr || !code->is(Kind::integer)) {
         return refusal(done.index, "NSCode is not an integer");
     }
-    if (Error error = takeText(done.index, domain->asString().size())) {
+    if (const Error error = takeText(done.index, domain->asString().size())) {
         return tl::unexpected(error);
     }
     return Value::error(

@@ -102,12 +102,12 @@ icu::LocalUConverterPointer converterNamed(const std::string& name) {
     UErrorCode status = U_ZERO_ERROR;
     icu::LocalUConverterPointer converter;
     if (name.size() <= kLongestName && name.find_first_of(",\0"sv) == std::string::npos &&
-        ucnv_countAliases(name.c_str(), &status) != 0 && U_SUCCESS(status)) {
+        ucnv_countAliases(name.c_str(), &status) != 0 && U_SUCCESS(status) != 0) {
         converter.adoptInstead(ucnv_open(name.c_str(), &status));
         ucnv_setToUCallBack(converter.getAlias(), UCNV_TO_U_CALLBACK_STOP, nullptr, nullptr,
                             nullptr, &status);
     }
-    return U_SUCCESS(status) ? std::move(converter) : icu::LocalUConverterPointer();
+    return U_SUCCESS(status) != 0 ? std::move(converter) : icu::LocalUConverterPointer();
 }
 
 Result decodeWith(UConverter& converter, std::string_view data) {
