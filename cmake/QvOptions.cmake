@@ -2,6 +2,7 @@
 
 option(QV_TESTS "Build the tests" ON)
 option(QV_BENCH "Build the benchmarks" OFF)
+option(QV_UNITY "Compile several sources of a room, or of a test, at a time" ON)
 option(QV_FUZZ "Build the fuzz targets (Clang only)" OFF)
 set(QV_SANITIZE "" CACHE STRING "Sanitizers for every target, as -fsanitize= takes them")
 set(QV_SANITIZED 0) # for code that has to know

@@ -12,9 +12,12 @@ target_link_libraries(qv_room_common PRIVATE fmt::fmt)
 # rooms it names, and nothing else: its only include directory is a folder of the build tree that
 # holds a single symbolic link to it. PRIVATE unless a header of the room needs the other one.
 #
+# Sources are compiled six at a time, so a name of an anonymous namespace means one thing in a room;
+# those under ALONE, which take all names of an enumeration in, for example, are compiled by themselves.
+#
 #   qv_room(script SOURCES a.cpp b.cpp PUBLIC platform/foundation/values PRIVATE rules LIBRARIES ...)
 function(qv_room path)
-  cmake_parse_arguments(ROOM "" "" "SOURCES;PUBLIC;PRIVATE;LIBRARIES" ${ARGN})
+  cmake_parse_arguments(ROOM "" "" "SOURCES;ALONE;PUBLIC;PRIVATE;LIBRARIES" ${ARGN})
   string(REPLACE "/" "_" name "qv_${path}")
   set(view "${CMAKE_BINARY_DIR}/rooms/${name}")
   get_filename_component(parent "${view}/${path}" DIRECTORY)
@@ -24,6 +27,15 @@ function(qv_room path)
   add_library(${name} STATIC ${ROOM_SOURCES})
   target_include_directories(${name} PUBLIC "${view}")
   target_precompile_headers(${name} REUSE_FROM qv_room_common)
+  set_target_properties(${name} PROPERTIES UNITY_BUILD ${QV_UNITY} UNITY_BUILD_BATCH_SIZE 6)
+  list(TRANSFORM ROOM_ALONE PREPEND "${CMAKE_SOURCE_DIR}/src/${path}/")
+  foreach(source IN LISTS ROOM_SOURCES) # tests/attacks has those replaced, object by object
+    file(STRINGS "${source}" uses REGEX "isWeakened" LIMIT_COUNT 1)
+    if(uses)
+      list(APPEND ROOM_ALONE "${source}")
+    endif()
+  endforeach()
+  set_source_files_properties(${ROOM_ALONE} PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
   foreach(kind PUBLIC PRIVATE)
     foreach(room IN LISTS ROOM_${kind})
       string(REPLACE "/" "_" dependency "qv_${room}")
@@ -67,7 +79,7 @@ function(qv_test name)
   target_include_directories(${name} PRIVATE "${CMAKE_SOURCE_DIR}/tests")
   qv_test_options(${name})
   target_precompile_headers(${name} REUSE_FROM qv_test_common)
-  set_target_properties(${name} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 6)
+  set_target_properties(${name} PROPERTIES UNITY_BUILD ${QV_UNITY} UNITY_BUILD_BATCH_SIZE 6)
   target_link_libraries(${name} PRIVATE qv_test_support GTest::gmock GTest::gtest_main
                                         ${TEST_LIBRARIES})
   add_test(NAME ${name} COMMAND ${name})

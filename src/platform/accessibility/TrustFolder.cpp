@@ -26,26 +26,28 @@ namespace fs = std::filesystem;
 constexpr const char* kFolder = "accessibility";
 constexpr const char* kStore = "trusted.plist";
 constexpr const char* kLock = "lock";
-constexpr std::size_t kMostBytes = std::size_t{16} << 20U; // some 20,000 programs
+constexpr std::size_t kLargestStore = std::size_t{16} << 20U; // some 20,000 programs
 
 enum class Missing : std::uint8_t { isMade, isNone };
 
-Error fault(std::string_view path, std::string_view cause) {
+Error storeFault(std::string_view path, std::string_view cause) {
     return accessibilityError(kAXErrorCannotComplete, path, cause);
 }
 
-Error fault(std::string_view path, int errorNumber) { return fault(path, errnoText(errorNumber)); }
+Error storeFault(std::string_view path, int errorNumber) {
+    return storeFault(path, errnoText(errorNumber));
+}
 
 Error judge(int fd, std::string_view path) {
     struct stat info{};
     if (::fstat(fd, &info) != 0) {
-        return fault(path, errno);
+        return storeFault(path, errno);
     }
     if (info.st_uid != 0) {
-        return fault(path, fmt::format("belongs to user {}, not to root", info.st_uid));
+        return storeFault(path, fmt::format("belongs to user {}, not to root", info.st_uid));
     }
     if ((info.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
-        return fault(path, "can be written by others than root");
+        return storeFault(path, "can be written by others than root");
     }
     return {};
 }
@@ -70,7 +72,7 @@ tl::expected<UniqueFd, Error> enter(int parent, const char* name, const std::str
     UniqueFd folder(::openat(parent, name, kFlags));
     if (!folder && errno == ENOENT && missing == Missing::isMade) {
         if (const int error = makeFolder(parent, name)) {
-            return tl::unexpected(fault(path, error));
+            return tl::unexpected(storeFault(path, error));
         }
         folder = UniqueFd(::openat(parent, name, kFlags));
     }
@@ -78,8 +80,9 @@ tl::expected<UniqueFd, Error> enter(int parent, const char* name, const std::str
         if (errno == ENOENT && missing == Missing::isNone) {
             return folder;
         }
-        return tl::unexpected(errno == ENOTDIR ? fault(path, "is no folder (a link does not count)")
-                                               : fault(path, errno));
+        return tl::unexpected(errno == ENOTDIR
+                                  ? storeFault(path, "is no folder (a link does not count)")
+                                  : storeFault(path, errno));
     }
     if (Error error = judge(folder.get(), path)) {
         return tl::unexpected(std::move(error));
@@ -95,7 +98,7 @@ tl::expected<UniqueFd, Error> enterBoth(const fs::path& state, Missing missing) 
         if (errno == ENOENT && missing == Missing::isNone) {
             return parent;
         }
-        return tl::unexpected(fault(above.native(), errno));
+        return tl::unexpected(storeFault(above.native(), errno));
     }
     auto folder = enter(parent.get(), state.filename().c_str(), state, missing);
     if (!folder || !*folder) {
@@ -133,24 +136,24 @@ tl::expected<TrustList, Error> TrustFolder::load() const {
         ::openat(folder_.get(), kStore, O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
     if (!file) {
         return errno == ENOENT ? tl::expected<TrustList, Error>()
-                               : tl::unexpected(fault(path, errno));
+                               : tl::unexpected(storeFault(path, errno));
     }
     if (Error error = judge(file.get(), path)) {
         return tl::unexpected(std::move(error));
     }
     struct stat info{};
     if (::fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode)) {
-        return tl::unexpected(fault(path, "is no regular file"));
+        return tl::unexpected(storeFault(path, "is no regular file"));
     }
-    if (static_cast<std::uint64_t>(info.st_size) > kMostBytes) {
-        return tl::unexpected(fault(path, "is larger than 16 MiB"));
+    if (static_cast<std::uint64_t>(info.st_size) > kLargestStore) {
+        return tl::unexpected(storeFault(path, "is larger than 16 MiB"));
     }
     std::string content(static_cast<std::size_t>(info.st_size), '\0');
     if (const int error = readExactly(file.get(), 0, content)) {
-        return tl::unexpected(fault(path, error));
+        return tl::unexpected(storeFault(path, error));
     }
     return readTrustList(content).map_error(
-        [&](const std::string& cause) { return fault(path, cause); });
+        [&](const std::string& cause) { return storeFault(path, cause); });
 }
 
 tl::expected<UniqueFd, Error> TrustFolder::lock(std::chrono::milliseconds patience) const {
@@ -159,17 +162,17 @@ tl::expected<UniqueFd, Error> TrustFolder::lock(std::chrono::milliseconds patien
     UniqueFd file(
         ::openat(folder_.get(), kLock, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, kOwnerOnly));
     if (!file) {
-        return tl::unexpected(fault(path, errno));
+        return tl::unexpected(storeFault(path, errno));
     }
     constexpr std::chrono::milliseconds kPause{5};
     const auto deadline = std::chrono::steady_clock::now() + patience;
     while (::flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
         if (errno != EWOULDBLOCK && errno != EINTR) {
-            return tl::unexpected(fault(path, errno));
+            return tl::unexpected(storeFault(path, errno));
         }
         if (std::chrono::steady_clock::now() >= deadline) {
             return tl::unexpected(
-                fault(path, "another program is changing the store for too long"));
+                storeFault(path, "another program is changing the store for too long"));
         }
         std::this_thread::sleep_for(kPause); // this kind of lock has no wait with an end
     }
@@ -186,31 +189,31 @@ Error TrustFolder::removeLeftovers() const {
          item.increment(error)) {
         const std::string name = item->path().filename();
         if (isTemporaryName(name) && ::unlinkat(folder_.get(), name.c_str(), 0) != 0) {
-            return fault(pathOf(name), errno);
+            return storeFault(pathOf(name), errno);
         }
     }
-    return error ? fault(path_, error.value()) : Error();
+    return error ? storeFault(path_, error.value()) : Error();
 }
 
 Error TrustFolder::save(const TrustList& list) const {
     const std::string path = pathOf(kStore);
     const auto content = writeTrustList(list);
     if (!content) {
-        return fault(path, content.error());
+        return storeFault(path, content.error());
     }
-    if (content->size() > kMostBytes) {
-        return fault(path, "would be larger than 16 MiB");
+    if (content->size() > kLargestStore) {
+        return storeFault(path, "would be larger than 16 MiB");
     }
     constexpr mode_t kForAllToRead = 0644;
     UniqueFd folder(::fcntl(folder_.get(), F_DUPFD_CLOEXEC, 0));
     if (!folder) {
-        return fault(path, errno);
+        return storeFault(path, errno);
     }
     auto file = ReplacementFile::create(std::move(folder), kStore);
     int error = file ? file->append(*content) : file.error();
     error = error == 0 ? file->give(0, 0, kForAllToRead) : error;
     error = error == 0 ? file->replace() : error;
-    return error == 0 ? Error() : fault(path, error);
+    return error == 0 ? Error() : storeFault(path, error);
 }
 
 } // namespace qv

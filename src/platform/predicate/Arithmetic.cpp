@@ -14,7 +14,7 @@ namespace qv::predicate {
 
 namespace {
 
-using Kind = Value::Kind;
+using ValueKind = Value::Kind;
 
 // Wide enough for every result of two 64-bit integers, signed or not.
 __extension__ using Wide = __int128;
@@ -41,8 +41,8 @@ void requireNumber(const Value& value, std::string_view what) {
 }
 
 Wide wideOf(const Value& whole) {
-    return whole.is(Kind::unsignedInteger) ? static_cast<Wide>(whole.asUnsignedInteger())
-                                           : static_cast<Wide>(longLongValue(&whole));
+    return whole.is(ValueKind::unsignedInteger) ? static_cast<Wide>(whole.asUnsignedInteger())
+                                                : static_cast<Wide>(longLongValue(&whole));
 }
 
 [[noreturn]] void raiseTooLarge(std::string_view what) {
@@ -96,7 +96,7 @@ Value calculate(Arithmetic operation, const Value& left, const Value& right) {
     if (operation == Arithmetic::power) {
         return Value::real(std::pow(a, b));
     }
-    if (!left.is(Kind::real) && !right.is(Kind::real)) {
+    if (!left.is(ValueKind::real) && !right.is(ValueKind::real)) {
         return calculateWhole(operation, left, right);
     }
     switch (operation) {
@@ -113,13 +113,13 @@ Value calculate(Arithmetic operation, const Value& left, const Value& right) {
 
 Value negative(const Value& number) {
     const double real = realOf(number, "-");
-    return number.is(Kind::real) ? Value::real(-real) : wholeOf(-wideOf(number), "-");
+    return number.is(ValueKind::real) ? Value::real(-real) : wholeOf(-wideOf(number), "-");
 }
 
 Value remainder(const Value& dividend, const Value& divisor) {
     const double a = realOf(dividend, "modulus:by:");
     const double b = realOf(divisor, "modulus:by:");
-    if (dividend.is(Kind::real) || divisor.is(Kind::real)) {
+    if (dividend.is(ValueKind::real) || divisor.is(ValueKind::real)) {
         return Value::real(std::fmod(a, b));
     }
     if (wideOf(divisor) == 0) {
@@ -129,12 +129,12 @@ Value remainder(const Value& dividend, const Value& divisor) {
 }
 
 std::partial_ordering orderOfNumbers(const Value& left, const Value& right) noexcept {
-    if (left.is(Kind::real)) {
-        return right.is(Kind::real) ? left.asReal() <=> right.asReal()
-                                    : 0 <=> orderWith(wideOf(right), left.asReal());
+    if (left.is(ValueKind::real)) {
+        return right.is(ValueKind::real) ? left.asReal() <=> right.asReal()
+                                         : 0 <=> orderWith(wideOf(right), left.asReal());
     }
-    return right.is(Kind::real) ? orderWith(wideOf(left), right.asReal())
-                                : wideOf(left) <=> wideOf(right);
+    return right.is(ValueKind::real) ? orderWith(wideOf(left), right.asReal())
+                                     : wideOf(left) <=> wideOf(right);
 }
 
 Value sumOf(std::span<const Value> numbers) {

@@ -13,7 +13,7 @@ namespace qv::predicate {
 
 namespace {
 
-using Kind = Value::Kind;
+using ValueKind = Value::Kind;
 using Values = std::vector<Value>;
 using Result = std::optional<Value>;
 
@@ -58,7 +58,7 @@ Result distinctUnited(const Values& values, Budget& budget) {
 Values flattened(const Values& collections, Budget& budget) {
     Values values;
     for (const Value& collection : collections) {
-        if (!collection.is(Kind::array) && !collection.is(Kind::set)) {
+        if (!collection.is(ValueKind::array) && !collection.is(ValueKind::set)) {
             raiseInvalidArgument(
                 fmt::format("A union of arrays or sets has {} in it", kindAndValue(collection)));
         }

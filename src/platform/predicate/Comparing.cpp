@@ -14,9 +14,11 @@ namespace qv::predicate {
 
 namespace {
 
-using Kind = Value::Kind;
+using ValueKind = Value::Kind;
 
-bool isCollection(const Value& value) { return value.is(Kind::array) || value.is(Kind::set); }
+bool isCollection(const Value& value) {
+    return value.is(ValueKind::array) || value.is(ValueKind::set);
+}
 
 bool holdsForOrder(Comparison comparison, std::partial_ordering order) {
     switch (comparison) {
@@ -43,7 +45,7 @@ bool isBetween(const Value& value, const Value& bounds, Budget& budget) {
     if (value.isNull() || bounds.isNull()) {
         return false;
     }
-    if (!bounds.is(Kind::array) || bounds.asArray().size() != 2) {
+    if (!bounds.is(ValueKind::array) || bounds.asArray().size() != 2) {
         raiseInvalidArgument(
             fmt::format("BETWEEN needs an array of two bounds, not {}", kindAndValue(bounds)));
     }
@@ -56,21 +58,22 @@ bool isMember(const Value& wanted, const Value& container, Modifiers modifiers, 
     if (wanted.isNull() || container.isNull()) {
         return false;
     }
-    if (container.is(Kind::string)) {
-        if (!wanted.is(Kind::string)) {
+    if (container.is(ValueKind::string)) {
+        if (!wanted.is(ValueKind::string)) {
             raiseInvalidArgument(fmt::format("Can't look for {} in {}", kindAndValue(wanted),
                                              kindAndValue(container)));
         }
         return textIsFound(container.asString(), wanted.asString(), Anchor::none, modifiers,
                            budget);
     }
-    if (!isCollection(container) && !container.is(Kind::dictionary)) {
+    if (!isCollection(container) && !container.is(ValueKind::dictionary)) {
         raiseInvalidArgument(
             fmt::format("IN and CONTAINS need a string or a collection to look in, not {}",
                         kindAndValue(container)));
     }
-    const std::span<const Value> elements =
-        container.is(Kind::dictionary) ? container.asDictionary().values() : container.asArray();
+    const std::span<const Value> elements = container.is(ValueKind::dictionary)
+                                                ? container.asDictionary().values()
+                                                : container.asArray();
     return std::ranges::any_of(elements, [&](const Value& element) {
         return isEqual(element, wanted, modifiers, budget);
     });
@@ -81,7 +84,7 @@ bool isPartOf(Anchor anchor, const Value& left, const Value& right, Modifiers mo
     if (left.isNull() || right.isNull()) {
         return false;
     }
-    if (!left.is(Kind::string) || !right.is(Kind::string)) {
+    if (!left.is(ValueKind::string) || !right.is(ValueKind::string)) {
         raiseInvalidArgument(fmt::format("BEGINSWITH and ENDSWITH need two strings, not {} and {}",
                                          kindAndValue(left), kindAndValue(right)));
     }
@@ -93,7 +96,7 @@ bool matchesPattern(Comparison comparison, const Value& left, const Value& right
     if (left.isNull() || right.isNull()) {
         return false;
     }
-    if (!left.is(Kind::string) || !right.is(Kind::string)) {
+    if (!left.is(ValueKind::string) || !right.is(ValueKind::string)) {
         raiseInvalidArgument(fmt::format("{} needs two strings, not {} and {}",
                                          spelling(comparison), kindAndValue(left),
                                          kindAndValue(right)));
@@ -110,12 +113,12 @@ bool isEqual(const Value& left, const Value& right, Modifiers modifiers, Budget&
     if (left.isNull() || right.isNull()) {
         return left.sameAs(right);
     }
-    const Kind kind = left.kind();
-    if (kind == Kind::string) {
-        return right.is(Kind::string) &&
+    const ValueKind kind = left.kind();
+    if (kind == ValueKind::string) {
+        return right.is(ValueKind::string) &&
                textIsEqual(left.asString(), right.asString(), modifiers, budget);
     }
-    const bool whole = kind == Kind::boolean || kind == Kind::integer;
+    const bool whole = kind == ValueKind::boolean || kind == ValueKind::integer;
     if (whole && left.sameAs(right)) {
         return true;
     }
@@ -126,19 +129,19 @@ bool isEqual(const Value& left, const Value& right, Modifiers modifiers, Budget&
 std::partial_ordering order(const Value& left, const Value& right, Modifiers modifiers,
                             Budget& budget) {
     budget.charge(1);
-    const Kind kind = left.kind();
+    const ValueKind kind = left.kind();
     if (kind == right.kind()) {
-        if (kind == Kind::integer) {
+        if (kind == ValueKind::integer) {
             return left.asInteger() <=> right.asInteger();
         }
-        if (kind == Kind::string) {
+        if (kind == ValueKind::string) {
             return textOrder(left.asString(), right.asString(), modifiers, budget);
         }
     }
     if (left.isNumber() && right.isNumber()) {
         return orderOfNumbers(left, right);
     }
-    if (left.is(Kind::date) && right.is(Kind::date)) {
+    if (left.is(ValueKind::date) && right.is(ValueKind::date)) {
         return left.asDate().secondsSinceReference <=> right.asDate().secondsSinceReference;
     }
     raiseInvalidArgument(fmt::format("There is no order between {} and {}", kindAndValue(left),

@@ -20,7 +20,7 @@ namespace qv::predicate {
 
 namespace {
 
-using Kind = Value::Kind;
+using ValueKind = Value::Kind;
 
 [[noreturn]] void raiseFor(std::string_view function, const Value& argument,
                            std::string_view cause) {
@@ -29,7 +29,7 @@ using Kind = Value::Kind;
 }
 
 std::span<const Value> elementsOf(const Value& collection, std::string_view function) {
-    if (!collection.is(Kind::array) && !collection.is(Kind::set)) {
+    if (!collection.is(ValueKind::array) && !collection.is(ValueKind::set)) {
         raiseFor(function, collection, "it is not an array or set");
     }
     return collection.asArray();
@@ -56,7 +56,7 @@ Value sum(const Arguments& arguments) { return sumOf(elementsOf(arguments[0], "s
 
 Value count(const Arguments& arguments) {
     const Value& collection = arguments[0];
-    const std::size_t size = collection.is(Kind::dictionary)
+    const std::size_t size = collection.is(ValueKind::dictionary)
                                  ? collection.asDictionary().size()
                                  : elementsOf(collection, "count").size();
     return Value::integer(static_cast<std::int64_t>(size));
@@ -102,7 +102,7 @@ Value mode(const Arguments& arguments) {
     std::vector<Value> sorted(elements.begin(), elements.end());
     std::ranges::sort(sorted, [&](const Value& left, const Value& right) {
         arguments.budget.charge(1);
-        const bool noNumber = right.is(Kind::real) && std::isnan(right.asReal());
+        const bool noNumber = right.is(ValueKind::real) && std::isnan(right.asReal());
         return noNumber ? orderOfNumbers(left, left) == 0 : orderOfNumbers(left, right) < 0;
     });
     std::vector<Value> modes;
@@ -141,7 +141,7 @@ Value absolute(const Arguments& arguments) {
 // An integer is its own rounded form.
 template <double (*round)(double)> Value rounded(const Arguments& arguments) {
     const double real = realOf(arguments[0], "the rounded value");
-    return arguments[0].is(Kind::real) ? Value::real(round(real)) : arguments[0];
+    return arguments[0].is(ValueKind::real) ? Value::real(round(real)) : arguments[0];
 }
 
 template <double (*function)(double)> Value analytic(const Arguments& arguments) {
@@ -149,7 +149,7 @@ template <double (*function)(double)> Value analytic(const Arguments& arguments)
 }
 
 std::string_view textOf(const Value& text, std::string_view function) {
-    if (!text.is(Kind::string)) {
+    if (!text.is(ValueKind::string)) {
         raiseFor(function, text, "it is not a string");
     }
     return text.asString();
@@ -174,7 +174,7 @@ Value random(const Arguments&) {
 
 Value randomBelow(const Arguments& arguments) {
     const Value& limit = arguments[0];
-    if (!limit.is(Kind::integer) || limit.asInteger() <= 0) {
+    if (!limit.is(ValueKind::integer) || limit.asInteger() <= 0) {
         raiseFor("randomn", limit, "it is not a positive integer");
     }
     std::random_device device;
@@ -188,7 +188,7 @@ template <Arithmetic operation> Value calculated(const Arguments& arguments) {
 Value modulus(const Arguments& arguments) { return remainder(arguments[0], arguments[1]); }
 
 std::uint64_t bitsOf(const Value& number, std::string_view function) {
-    if (!number.isNumber() || number.is(Kind::real)) {
+    if (!number.isNumber() || number.is(ValueKind::real)) {
         raiseFor(function, number, "it is not an integer");
     }
     return static_cast<std::uint64_t>(longLongValue(&number));
@@ -298,7 +298,7 @@ Value castTo(const Value& value, const Value& className) {
         raiseInvalidArgument(
             fmt::format("Can't cast {} to {}: {}", kindAndValue(value), shown(className), cause));
     };
-    const std::string_view name = className.is(Kind::string) ? className.asString() : "";
+    const std::string_view name = className.is(ValueKind::string) ? className.asString() : "";
     if (value.isNull()) {
         refuse("there is nothing to cast");
     }
@@ -306,10 +306,10 @@ Value castTo(const Value& value, const Value& className) {
         return Value::string(description(value));
     }
     if (name == "NSNumber") {
-        if (value.is(Kind::string)) {
+        if (value.is(ValueKind::string)) {
             return numberOf(value.asString());
         }
-        if (value.is(Kind::date)) {
+        if (value.is(ValueKind::date)) {
             return Value::real(value.asDate().secondsSinceReference);
         }
         if (value.isNumber()) {
@@ -319,7 +319,7 @@ Value castTo(const Value& value, const Value& className) {
         if (value.isNumber()) {
             return Value::date({doubleValue(&value)});
         }
-        if (value.is(Kind::date)) {
+        if (value.is(ValueKind::date)) {
             return value;
         }
     } else {

@@ -12,7 +12,7 @@ namespace predicate {
 
 namespace {
 
-using Kind = Value::Kind;
+using ValueKind = Value::Kind;
 constexpr int kDeepest = 128; // arrays in arrays
 
 std::optional<Value> valueForKey(const Value& value, std::string_view key, int depth,
@@ -32,8 +32,8 @@ Value valuesForKey(const Value& collection, std::string_view key, int depth, Bud
     for (const Value& element : elements) {
         values.push_back(valueForKey(element, key, depth + 1, budget).value_or(Value()));
     }
-    return collection.is(Kind::set) ? Value::set(std::move(values))
-                                    : Value::array(std::move(values));
+    return collection.is(ValueKind::set) ? Value::set(std::move(values))
+                                         : Value::array(std::move(values));
 }
 
 std::optional<Value> valueForKey(const Value& value, std::string_view key, int depth,
@@ -43,11 +43,11 @@ std::optional<Value> valueForKey(const Value& value, std::string_view key, int d
     }
     budget.charge(1);
     const bool marked = key.starts_with('@');
-    if (value.is(Kind::dictionary) && !marked) {
+    if (value.is(ValueKind::dictionary) && !marked) {
         const Value* found = value.find(key);
         return found == nullptr ? std::nullopt : std::optional(*found);
     }
-    if ((value.is(Kind::array) || value.is(Kind::set)) && !marked) {
+    if ((value.is(ValueKind::array) || value.is(ValueKind::set)) && !marked) {
         return valuesForKey(value, key, depth, budget);
     }
     std::optional<Value> found = property(value, marked ? key.substr(1) : key, budget);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/foundation/values/ASCII.h"
 #include "platform/predicate/Expression.h"
 
 #include <cstdint>
@@ -103,10 +104,7 @@ struct Sign {
 [[nodiscard]] std::string_view spelling(Quantifier quantifier) noexcept;
 [[nodiscard]] Level levelOf(Arithmetic arithmetic) noexcept;
 
-[[nodiscard]] constexpr bool isWordStart(char c) noexcept {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_';
-}
-[[nodiscard]] constexpr bool isDigit(char c) noexcept { return c >= '0' && c <= '9'; }
+[[nodiscard]] constexpr bool isWordStart(char c) noexcept { return isLetter(c) || c == '_'; }
 [[nodiscard]] constexpr bool isWordPart(char c) noexcept { return isWordStart(c) || isDigit(c); }
 
 } // namespace qv::predicate

@@ -10,7 +10,7 @@ namespace qv::predicate {
 
 namespace {
 
-using Kind = Token::Kind;
+using TokenKind = Token::Kind;
 
 bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
 
@@ -18,7 +18,7 @@ bool isDigitOf(char c, char radix) {
     switch (radix) {
     case 'x':
     case 'X':
-        return isDigit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
+        return hexDigitValue(c) >= 0;
     case 'o':
         return c >= '0' && c <= '7';
     default:
@@ -50,7 +50,7 @@ Token Lexer::next() {
     }
     const char c = at(index_);
     if (index_ == text_.size()) {
-        return take(Kind::symbol, 0, Symbol::end);
+        return take(TokenKind::symbol, 0, Symbol::end);
     }
     if (isWordStart(c)) {
         return word();
@@ -63,11 +63,11 @@ Token Lexer::next() {
     case '"':
         return string();
     case '$':
-        return marked(Kind::variable);
+        return marked(TokenKind::variable);
     case '@':
-        return marked(Kind::key);
+        return marked(TokenKind::key);
     case '#':
-        return marked(Kind::identifier);
+        return marked(TokenKind::identifier);
     default:
         return sign();
     }
@@ -92,14 +92,15 @@ Token Lexer::word() {
         const std::string_view here = text_.substr(index_, hyphenated.size());
         const Symbol symbol = at(index_ + 3) == '-' ? reservedWord(here) : Symbol::none;
         if (symbol != Symbol::none && !isWordPart(at(index_ + here.size()))) {
-            return take(Kind::symbol, here.size(), symbol);
+            return take(TokenKind::symbol, here.size(), symbol);
         }
     }
     std::size_t end = endOfWord(index_);
     const auto colonFollows = [&] { return at(end) == ':' && at(end + 1) != '='; };
     if (!colonFollows()) {
         const Symbol symbol = reservedWord(text_.substr(index_, end - index_));
-        return take(symbol == Symbol::none ? Kind::identifier : Kind::symbol, end - index_, symbol);
+        return take(symbol == Symbol::none ? TokenKind::identifier : TokenKind::symbol,
+                    end - index_, symbol);
     }
     while (colonFollows()) {
         end = endOfWord(end + 1);
@@ -107,19 +108,20 @@ Token Lexer::word() {
     if (text_[end - 1] != ':') {
         failAt(text_, end, "a function's name that holds ':' must end in one");
     }
-    return take(Kind::selector, end - index_);
+    return take(TokenKind::selector, end - index_);
 }
 
 Token Lexer::marked(Token::Kind kind) {
     const char mark = text_[index_];
     // A variable may be reserved without a mark of its own, and with one as well.
-    const std::size_t markEnd = index_ + (kind == Kind::variable && at(index_ + 1) == '#' ? 2 : 1);
+    const std::size_t markEnd =
+        index_ + (kind == TokenKind::variable && at(index_ + 1) == '#' ? 2 : 1);
     if (!isWordStart(at(markEnd))) {
         failAt(text_, index_, fmt::format("a name should follow '{}'", mark));
     }
     const std::size_t end = endOfWord(markEnd);
     Token token = take(kind, end - index_);
-    if (kind != Kind::key) {
+    if (kind != TokenKind::key) {
         token.text.remove_prefix(markEnd - token.offset);
     }
     return token;
@@ -159,7 +161,7 @@ Token Lexer::number() {
     if (isWordPart(at(end))) {
         failAt(text_, end, "a number runs into this character");
     }
-    return take(Kind::number, end - index_);
+    return take(TokenKind::number, end - index_);
 }
 
 Token Lexer::string() {
@@ -171,14 +173,14 @@ Token Lexer::string() {
     if (end >= text_.size()) {
         failAt(text_, index_, "the string that begins here does not end");
     }
-    return take(Kind::string, end + 1 - index_);
+    return take(TokenKind::string, end + 1 - index_);
 }
 
 Token Lexer::sign() {
     const std::string_view rest = text_.substr(index_);
     const Sign sign = signAtStart(rest);
     if (sign.symbol != Symbol::none) {
-        return take(Kind::symbol, sign.text.size(), sign.symbol);
+        return take(TokenKind::symbol, sign.text.size(), sign.symbol);
     }
     if (rest.front() == '%') {
         failAt(text_, index_, "'%' outside quotes asks for an argument, and there is none");

@@ -12,20 +12,21 @@ namespace qv::predicate {
 
 namespace {
 
-using Kind = Value::Kind;
+using ValueKind = Value::Kind;
 
 bool isAnything(const Value&) { return true; }
-bool isString(const Value& value) { return value.is(Kind::string); }
+bool isString(const Value& value) { return value.is(ValueKind::string); }
 bool isNumber(const Value& value) { return value.isNumber(); }
 bool isStringOrNumber(const Value& value) { return isString(value) || isNumber(value); }
-bool isData(const Value& value) { return value.is(Kind::data); }
-bool isDate(const Value& value) { return value.is(Kind::date); }
-bool isURL(const Value& value) { return value.is(Kind::url); }
-bool isError(const Value& value) { return value.is(Kind::error); }
+bool isData(const Value& value) { return value.is(ValueKind::data); }
+bool isDate(const Value& value) { return value.is(ValueKind::date); }
+bool isURL(const Value& value) { return value.is(ValueKind::url); }
+bool isError(const Value& value) { return value.is(ValueKind::error); }
 bool isContainer(const Value& value) {
-    return value.is(Kind::array) || value.is(Kind::set) || value.is(Kind::dictionary);
+    return value.is(ValueKind::array) || value.is(ValueKind::set) ||
+           value.is(ValueKind::dictionary);
 }
-bool isDictionary(const Value& value) { return value.is(Kind::dictionary); }
+bool isDictionary(const Value& value) { return value.is(ValueKind::dictionary); }
 
 Value sizeOf(std::size_t size) { return Value::integer(static_cast<std::int64_t>(size)); }
 

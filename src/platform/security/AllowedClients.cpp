@@ -1,5 +1,6 @@
 #include "platform/security/AllowedClients.h"
 
+#include "platform/foundation/values/ASCII.h"
 #include "platform/security/guarded/GuardedFiles.h"
 
 #include <fmt/core.h>
@@ -13,12 +14,6 @@ namespace qv {
 
 namespace {
 
-template <typename T> using Outcome = GuardedFiles::Outcome<T>;
-
-constexpr bool isLetterOrDigit(char c) {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
-}
-
 // Names stand in the log and on terminals.
 bool isName(std::string_view name) {
     return !name.empty() && isLetterOrDigit(name.front()) && std::ranges::all_of(name, [](char c) {
@@ -26,7 +21,7 @@ bool isName(std::string_view name) {
     });
 }
 
-Outcome<Requirement> requirementOf(const std::string& text, const std::string& path) {
+GuardedFiles::Outcome<Requirement> requirementOf(const std::string& text, const std::string& path) {
     const auto fault = [&](const RequirementError& error) {
         return GuardedPath::fault(path, error.description());
     };
@@ -43,7 +38,7 @@ Outcome<Requirement> requirementOf(const std::string& text, const std::string& p
     return std::move(*anchored);
 }
 
-Outcome<std::vector<AllowedClient>> read(GuardedFiles& files) {
+GuardedFiles::Outcome<std::vector<AllowedClient>> readClients(GuardedFiles& files) {
     const auto folder = files.enter();
     if (!folder) {
         return tl::unexpected(folder.error());
@@ -80,7 +75,7 @@ Outcome<std::vector<AllowedClient>> read(GuardedFiles& files) {
 WatchedContent<AllowedClients::List>::Reading readList(const std::string& folder,
                                                        uid_t allowedOwner) {
     GuardedFiles files(folder, allowedOwner);
-    auto clients = read(files);
+    auto clients = readClients(files);
     const bool isFault = !clients && !files.isMissing();
     return {.content = std::make_shared<const AllowedClients::List>(AllowedClients::List{
                 .clients = clients ? std::move(*clients) : std::vector<AllowedClient>(),

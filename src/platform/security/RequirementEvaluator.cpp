@@ -1,3 +1,4 @@
+#include "platform/foundation/values/ASCII.h"
 #include "platform/foundation/values/UTF8.h"
 #include "platform/security/RequirementTree.h"
 
@@ -14,8 +15,6 @@ namespace qv {
 using namespace requirement;
 
 namespace {
-
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
 
 // Cuts the digits off the front of a text; without leading zeros, so that the longer run is the
 // larger number.

@@ -1,5 +1,6 @@
 #include "platform/security/RequirementLexer.h"
 
+#include "platform/foundation/values/ASCII.h"
 #include "platform/foundation/values/UTF8.h"
 
 #include <algorithm>
@@ -41,9 +42,6 @@ constexpr auto kSymbols = std::to_array<std::string_view>({
     ",",
 });
 
-constexpr bool isDigit(char c) { return c >= '0' && c <= '9'; }
-constexpr bool isLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
-constexpr bool isLetterOrDigit(char c) { return isLetter(c) || isDigit(c); }
 constexpr bool isASCII(char c) { return static_cast<unsigned char>(c) < 0x80; }
 
 std::size_t lengthOf(std::string_view text, bool (*belongs)(char)) {
@@ -67,14 +65,7 @@ std::size_t wordLength(std::string_view text) {
     return length;
 }
 
-bool isHexDigit(char c) { return isDigit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'); }
-
-unsigned hexDigitValue(char c) {
-    if (isDigit(c)) {
-        return static_cast<unsigned>(c - '0');
-    }
-    return static_cast<unsigned>(c >= 'a' ? c - 'a' : c - 'A') + 10;
-}
+bool isHexDigit(char c) { return hexDigitValue(c) >= 0; }
 
 bool isKeyword(std::string_view word) { return std::ranges::binary_search(kKeywords, word); }
 static_assert(std::ranges::is_sorted(kKeywords));
@@ -213,8 +204,7 @@ RequirementToken RequirementLexer::hexadecimal(Kind kind, std::size_t prefix, st
     }
     std::string bytes;
     for (std::size_t at = 0; at < digits.size(); at += 2) {
-        bytes +=
-            static_cast<char>((hexDigitValue(digits[at]) << 4U) | hexDigitValue(digits[at + 1]));
+        bytes += static_cast<char>(hexDigitValue(digits[at]) * 16 + hexDigitValue(digits[at + 1]));
     }
     return take(kind, length, std::move(bytes));
 }

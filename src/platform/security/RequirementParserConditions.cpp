@@ -1,3 +1,4 @@
+#include "platform/foundation/values/ASCII.h"
 #include "platform/security/RequirementParser.h"
 
 #include <fmt/core.h>
@@ -16,8 +17,6 @@ using namespace requirement;
 namespace {
 
 using Kind = RequirementToken::Kind;
-
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
 
 // Two or more numbers in the one spelling that certificates are compared with.
 bool isOID(std::string_view text) {

@@ -98,7 +98,7 @@ std::string slotText(std::int32_t slot) {
 }
 
 // In the order of the enumerations.
-constexpr auto kPartNames =
+constexpr auto kEntryPartNames =
     std::to_array<std::string_view>({"subject.", "field.", "policy.", "timestamp."});
 constexpr auto kAnchorNames =
     std::to_array<std::string_view>({"anchor apple", "anchor apple generic", "anchor trusted"});
@@ -162,7 +162,7 @@ std::string canonicalText(const Condition& condition) {
             [](const CertificateTrusted& node) { return slotText(node.slot) + " trusted"; },
             [](const CertificateEntry& node) {
                 const std::string key =
-                    fmt::format("{}{}", nameOf(kPartNames, node.part), node.name);
+                    fmt::format("{}{}", nameOf(kEntryPartNames, node.part), node.name);
                 return fmt::format("{}[{}]{}", slotText(node.slot), requirementString(key),
                                    matchText(node.match));
             },

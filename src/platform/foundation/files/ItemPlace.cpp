@@ -11,11 +11,7 @@
 
 namespace qv {
 
-namespace {
-
-constexpr int kLookup = O_PATH | O_CLOEXEC;
-
-} // namespace
+namespace {} // namespace
 
 tl::expected<ItemPlace, int> placeOf(const std::string& path) {
     const std::size_t slash = path.rfind('/');
@@ -54,7 +50,7 @@ tl::expected<ItemPlace, int> placeBeside(const ItemPlace& item, const std::strin
     if (name.size() > NAME_MAX) {
         return tl::unexpected(ENAMETOOLONG);
     }
-    UniqueFd parent(::openat(item.parent.get(), ".", kLookup | O_DIRECTORY));
+    UniqueFd parent(::openat(item.parent.get(), ".", O_PATH | O_CLOEXEC | O_DIRECTORY));
     if (!parent) {
         return tl::unexpected(errno);
     }
@@ -63,7 +59,7 @@ tl::expected<ItemPlace, int> placeBeside(const ItemPlace& item, const std::strin
 
 bool isInside(int folder, int outer) {
     const std::optional<Identity> wanted = identityOf(outer);
-    UniqueFd here(::openat(folder, ".", kLookup | O_DIRECTORY));
+    UniqueFd here(::openat(folder, ".", O_PATH | O_CLOEXEC | O_DIRECTORY));
     std::optional<Identity> last;
     while (here) {
         const std::optional<Identity> seen = identityOf(here.get());
@@ -74,7 +70,7 @@ bool isInside(int folder, int outer) {
             return true;
         }
         last = seen;
-        here = UniqueFd(::openat(here.get(), "..", kLookup | O_DIRECTORY));
+        here = UniqueFd(::openat(here.get(), "..", O_PATH | O_CLOEXEC | O_DIRECTORY));
     }
     return false;
 }

@@ -1,6 +1,7 @@
 #include "platform/foundation/plist/XMLScalars.h"
 
 #include "platform/foundation/plist/Refusal.h"
+#include "platform/foundation/values/ASCII.h"
 
 #include <fmt/core.h>
 
@@ -21,8 +22,6 @@ using Fault = tl::unexpected<ContentFault>;
 constexpr std::int64_t kReferenceInUnixTime = 978307200; // 2001-01-01
 
 bool isSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
-
 std::size_t skipSpace(std::string_view text) {
     return static_cast<std::size_t>(std::ranges::find_if_not(text, isSpace) - text.begin());
 }

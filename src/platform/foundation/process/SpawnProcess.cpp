@@ -9,8 +9,6 @@ namespace qv {
 
 namespace {
 
-constexpr int kFirstPrivateFd = 3;
-
 class SpawnActions {
 public:
     SpawnActions() : status_(::posix_spawn_file_actions_init(&actions_)) {}

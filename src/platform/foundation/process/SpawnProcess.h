@@ -10,6 +10,8 @@
 
 namespace qv {
 
+inline constexpr int kFirstPrivateFd = 3; ///< after those of the standard streams
+
 /// A process to be started, and all that it gets: besides this its user, its groups, its file-mode
 /// mask and its limits are this process's own. Every signal is unblocked and at its default, no
 /// descriptor above 2 is open.

@@ -25,8 +25,6 @@ namespace qv {
 
 namespace {
 
-constexpr int kFirstPrivateFd = 3;
-
 [[noreturn]] void refuse(std::string reason) {
     throw Exception(std::string(exception_name::kInvalidArgument), std::move(reason));
 }

@@ -15,9 +15,6 @@ namespace qv {
 
 namespace {
 
-// ICU sorts the marks behind a character by insertion. It gets no more of them at a time than
-// Unicode's stream-safe text has; a sort by counting puts together what was cut.
-constexpr std::size_t kMostMarks = 30;
 constexpr unsigned char kFirstMark = 0xCC; // of UTF-8: no character before U+0300 combines
 
 std::uint8_t combiningClass(char32_t point) {

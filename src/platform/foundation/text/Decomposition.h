@@ -1,9 +1,14 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 
 namespace qv {
+
+/// The most marks in a row in stream-safe text. To order more than that takes time by the square of
+/// their number.
+inline constexpr std::size_t kMostMarks = 30;
 
 /// The canonical decomposition (NFD) of a UTF-8 text, in time linear in its length, however many
 /// marks combine with one character.

@@ -1,6 +1,7 @@
 #include "platform/foundation/text/Folding.h"
 
 #include "platform/foundation/text/CharacterFolding.h"
+#include "platform/foundation/text/Decomposition.h"
 #include "platform/foundation/text/UTF16.h"
 
 #include <unicode/normalizer2.h>
@@ -15,9 +16,6 @@ namespace qv {
 namespace {
 
 using Options = StringCompareOptions;
-
-// Reordering marks takes time by the square of their number; the bound is that of stream-safe text.
-constexpr std::size_t kMostMarks = 30;
 
 icu::UnicodeString decomposed(const icu::UnicodeString& text) {
     UErrorCode status = U_ZERO_ERROR;

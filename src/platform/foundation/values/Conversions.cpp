@@ -1,5 +1,6 @@
 #include "platform/foundation/values/Conversions.h"
 
+#include "platform/foundation/values/ASCII.h"
 #include "platform/foundation/values/Exception.h"
 
 #include <algorithm>
@@ -66,8 +67,6 @@ std::int64_t wide(const Value* value, std::string_view selector) {
     }
     return numberBits(*value);
 }
-
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
 
 // Whether an unsigned decimal literal is above 1, told from its digits alone.
 bool isAboveOne(std::string_view literal) {

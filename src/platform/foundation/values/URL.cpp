@@ -1,5 +1,6 @@
 #include "platform/foundation/values/URL.h"
 
+#include "platform/foundation/values/ASCII.h"
 #include "platform/foundation/values/UTF8.h"
 
 #include <algorithm>
@@ -14,19 +15,9 @@ namespace {
 constexpr std::string_view kNeverInURL = " \"<>\\^`{|}";
 constexpr std::string_view kEncodedInPath = " \"#%;<>?[\\]^`{|}";
 
-int hexDigit(char c) {
-    if (c >= '0' && c <= '9') {
-        return c - '0';
-    }
-    if (c >= 'a' && c <= 'f') {
-        return c - 'a' + 10;
-    }
-    return c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
-}
-
 bool isEscape(std::string_view text, std::size_t index) {
-    return index + 2 < text.size() && hexDigit(text[index + 1]) >= 0 &&
-           hexDigit(text[index + 2]) >= 0;
+    return index + 2 < text.size() && hexDigitValue(text[index + 1]) >= 0 &&
+           hexDigitValue(text[index + 2]) >= 0;
 }
 
 bool isOutsideASCII(char c) {
@@ -109,7 +100,8 @@ std::string percentDecoded(std::string_view text) {
     bytes.reserve(text.size());
     for (std::size_t i = 0; i < text.size(); ++i) {
         if (text[i] == '%' && isEscape(text, i)) {
-            bytes += static_cast<char>(hexDigit(text[i + 1]) * 16 + hexDigit(text[i + 2]));
+            bytes +=
+                static_cast<char>(hexDigitValue(text[i + 1]) * 16 + hexDigitValue(text[i + 2]));
             i += 2;
         } else {
             bytes += text[i];

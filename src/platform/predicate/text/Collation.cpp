@@ -36,7 +36,7 @@ private:
     bool over_ = false;
 };
 
-void requireSuccess(UErrorCode status) {
+void requireOrder(UErrorCode status) {
     if (U_FAILURE(status) != 0) {
         raiseInvalidArgument(fmt::format("Can't order texts: {}", u_errorName(status)));
     }
@@ -46,7 +46,7 @@ std::unique_ptr<icu::Collator> collatorFor(Modifiers modifiers) {
     UErrorCode status = U_ZERO_ERROR;
     std::unique_ptr<icu::Collator> collator(
         icu::Collator::createInstance(icu::Locale::getRoot(), status));
-    requireSuccess(status);
+    requireOrder(status);
     if (modifiers.diacriticInsensitive) {
         collator->setStrength(icu::Collator::PRIMARY);
         collator->setAttribute(UCOL_CASE_LEVEL, modifiers.caseInsensitive ? UCOL_OFF : UCOL_ON,
@@ -54,7 +54,7 @@ std::unique_ptr<icu::Collator> collatorFor(Modifiers modifiers) {
     } else if (modifiers.caseInsensitive) {
         collator->setStrength(icu::Collator::SECONDARY);
     }
-    requireSuccess(status);
+    requireOrder(status);
     return collator;
 }
 
@@ -71,7 +71,7 @@ std::strong_ordering orderOfCollation(std::string_view left, std::string_view ri
     BoundedText rightBounded(rightText, budget);
     UErrorCode status = U_ZERO_ERROR;
     const UCollationResult order = collator->compare(leftBounded, rightBounded, status);
-    requireSuccess(status);
+    requireOrder(status);
     budget.requireTime();
     return static_cast<int>(order) <=> 0;
 }

@@ -24,7 +24,7 @@ icu::StringPiece piece(std::string_view text) {
     return {text.data(), static_cast<std::int32_t>(text.size())};
 }
 
-void requireSuccess(UErrorCode status) {
+void requireFolding(UErrorCode status) {
     if (U_FAILURE(status) != 0) {
         throw Exception("NSInternalInconsistencyException",
                         fmt::format("Can't fold a text: {}", u_errorName(status)));
@@ -36,7 +36,7 @@ std::string caseFolded(std::string_view text) {
     std::string result;
     Sink sink(&result);
     icu::CaseMap::utf8Fold(0, piece(text), sink, nullptr, status);
-    requireSuccess(status);
+    requireFolding(status);
     return result;
 }
 
@@ -90,7 +90,7 @@ std::string lowercased(std::string_view text) {
     UErrorCode status = U_ZERO_ERROR;
     Sink sink(&result);
     icu::CaseMap::utf8ToLower("", 0, piece(text), sink, nullptr, status);
-    requireSuccess(status);
+    requireFolding(status);
     return result;
 }
 
@@ -103,7 +103,7 @@ std::string uppercased(std::string_view text) {
     UErrorCode status = U_ZERO_ERROR;
     Sink sink(&result);
     icu::CaseMap::utf8ToUpper("", 0, piece(text), sink, nullptr, status);
-    requireSuccess(status);
+    requireFolding(status);
     return result;
 }
 

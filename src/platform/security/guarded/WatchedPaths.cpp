@@ -10,7 +10,7 @@ namespace {
 
 constexpr time_t kSettlingSeconds = 2; // times of changes are as coarse as the file system's clock
 
-bool isSameFile(const struct stat& left, const struct stat& right) {
+bool isSameInode(const struct stat& left, const struct stat& right) {
     const auto identity = [](const struct stat& info) {
         return std::make_tuple(info.st_dev, info.st_ino, info.st_mode, info.st_uid);
     };
@@ -41,7 +41,7 @@ bool WatchedPaths::Path::isUnchanged() const {
     if (!found || !now) {
         return !found && !now;
     }
-    return isSameFile(*found, *now) && (kind == Kind::onTheWay || hasSameTimes(*found, *now));
+    return isSameInode(*found, *now) && (kind == Kind::onTheWay || hasSameTimes(*found, *now));
 }
 
 bool WatchedPaths::areUnchanged() const {

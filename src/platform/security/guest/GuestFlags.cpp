@@ -14,7 +14,6 @@ namespace qv {
 
 namespace {
 
-constexpr mode_t kWritableByOthers = S_IWGRP | S_IWOTH;
 using Lacks = std::vector<Lack>;
 
 // Each of the following tells what is missing; empty: nothing is.

@@ -8,7 +8,6 @@ namespace qv {
 
 namespace {
 
-constexpr mode_t kWritableByOthers = S_IWGRP | S_IWOTH;
 constexpr mode_t kSetGroupAtExecution = S_ISGID | S_IXGRP; // the kernel looks at both
 constexpr const char* kInstall = "install it with `qvcatalog install-client`";
 

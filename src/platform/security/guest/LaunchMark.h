@@ -17,6 +17,8 @@ namespace qv {
 /// The mode of an installed client: set-group-id, written by root alone.
 inline constexpr mode_t kClientMode = 02755;
 
+inline constexpr mode_t kWritableByOthers = S_IWGRP | S_IWOTH;
+
 /// Something that is not as it must be.
 struct Lack {
     std::string why;

@@ -1,5 +1,6 @@
 #include "platform/security/signature/AnchorLoader.h"
 
+#include "platform/foundation/values/ASCII.h"
 #include "platform/security/signature/CertificateReader.h"
 
 #include <fmt/core.h>
@@ -12,7 +13,7 @@ namespace qv {
 
 namespace {
 
-constexpr std::string_view kRevoked = "revoked";
+constexpr std::string_view kRevokedList = "revoked";
 
 struct Folder {
     std::string_view name;
@@ -26,17 +27,6 @@ tl::unexpected<std::string> fault(std::string_view path, std::string_view what) 
     return GuardedPath::fault(path, what);
 }
 
-// What a digit stands for; -1 for none.
-int hexadecimal(char digit) {
-    if (digit >= '0' && digit <= '9') {
-        return digit - '0';
-    }
-    if (digit >= 'a' && digit <= 'f') {
-        return digit - 'a' + 10;
-    }
-    return digit >= 'A' && digit <= 'F' ? digit - 'A' + 10 : -1;
-}
-
 // A digest of 20 or 32 bytes; empty for anything else.
 std::string digestOfText(std::string_view text) {
     std::string bytes;
@@ -44,8 +34,8 @@ std::string digestOfText(std::string_view text) {
         return bytes;
     }
     for (std::size_t at = 0; at < text.size(); at += 2) {
-        const int high = hexadecimal(text[at]);
-        const int low = hexadecimal(text[at + 1]);
+        const int high = hexDigitValue(text[at]);
+        const int low = hexDigitValue(text[at + 1]);
         if (high < 0 || low < 0) {
             return {};
         }
@@ -94,7 +84,7 @@ AnchorLoader::Outcome AnchorLoader::readAll() {
         Outcome outcome;
         if (known != kFolders.end()) {
             outcome = readCertificates(folder->get(), item, known->role);
-        } else if (item.name == kRevoked) {
+        } else if (item.name == kRevokedList) {
             outcome = readRevoked(folder->get(), item);
         } else {
             outcome = fault(item.path, "has no business here");

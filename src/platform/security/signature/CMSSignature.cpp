@@ -13,10 +13,6 @@ namespace qv {
 
 namespace {
 
-tl::unexpected<SignatureFailure> invalid(std::string reason) {
-    return signatureFailure(codesign_status::kSignatureInvalid, std::move(reason));
-}
-
 // Byte for byte: names that merely compare equal would leave bytes that no signature protects.
 bool isNamedBy(const CMSEnvelope& envelope, X509& certificate) {
     return derOf(i2d_X509_NAME, X509_get_issuer_name(&certificate)) == envelope.signerIssuer &&
@@ -31,7 +27,7 @@ certificatesOf(const CMSEnvelope& envelope) {
     for (const std::string_view der : envelope.certificates) {
         X509Handle certificate = certificateWithDER(der);
         if (!certificate) {
-            return invalid("signature: a certificate that cannot be read");
+            return invalidSignature("signature: a certificate that cannot be read");
         }
         certificates.push_back(std::move(certificate));
         if (isNamedBy(envelope, *certificates.back())) {
@@ -40,7 +36,7 @@ certificatesOf(const CMSEnvelope& envelope) {
         }
     }
     if (signers != 1) {
-        return invalid("signature: the signer's certificate is not there exactly once");
+        return invalidSignature("signature: the signer's certificate is not there exactly once");
     }
     return certificates;
 }
@@ -69,12 +65,12 @@ tl::expected<CMSSignature, SignatureFailure> CMSSignature::verify(std::string_vi
     }
     const X509& signer = *certificates->front();
     if (const std::string fault = signerKeyFault(*envelope, signer); !fault.empty()) {
-        return invalid(fmt::format("{} {}", shownName(signer), fault));
+        return invalidSignature(fmt::format("{} {}", shownName(signer), fault));
     }
     const unsigned char* at = unsignedBytes(der);
     const CMSHandle cms(d2i_CMS_ContentInfo(nullptr, &at, static_cast<long>(der.size())));
     if (!cms || at != unsignedBytes(der) + der.size()) {
-        return invalid(fmt::format("signature cannot be decoded: {}", openSSLComplaint()));
+        return invalidSignature(fmt::format("signature cannot be decoded: {}", openSSLComplaint()));
     }
     const BIOHandle source = bioReading(content);
     // Who signed is judged elsewhere, by rules that the library does not have.
@@ -89,7 +85,7 @@ tl::expected<CMSSignature, SignatureFailure> CMSSignature::verify(std::string_vi
     X509* used = nullptr;
     CMS_SignerInfo_get0_algs(sk_CMS_SignerInfo_value(signers, 0), nullptr, &used, nullptr, nullptr);
     if (sk_CMS_SignerInfo_num(signers) != 1 || used == nullptr || X509_cmp(used, &signer) != 0) {
-        return invalid("signature: the signer's certificate is ambiguous");
+        return invalidSignature("signature: the signer's certificate is ambiguous");
     }
     return CMSSignature{std::move(*certificates)};
 }

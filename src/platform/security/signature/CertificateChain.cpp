@@ -19,10 +19,6 @@ template <typename T> void requireMemory(const T& made) {
     }
 }
 
-tl::unexpected<SignatureFailure> invalid(std::string reason) {
-    return signatureFailure(codesign_status::kSignatureInvalid, std::move(reason));
-}
-
 // Whether to go on after the library found something. Key identifiers merely help to find issuers,
 // signatures decide; markers mean nothing to the library and may be critical.
 int isTolerable(int fine, X509_STORE_CTX* context) {
@@ -153,14 +149,15 @@ tl::expected<void, SignatureFailure> judge(const std::vector<X509*>& chain,
             fault = index == 0 ? signerFault(certificate) : issuerFault(certificate);
         }
         if (!fault.empty()) {
-            return invalid(fmt::format("{} {}", shownName(certificate), fault));
+            return invalidSignature(fmt::format("{} {}", shownName(certificate), fault));
         }
     }
     // A certificate beside the chain is checked by nobody, so anybody could change it.
     for (const X509Handle& certificate : given) {
         if (std::ranges::none_of(
                 chain, [&](const X509* used) { return X509_cmp(used, certificate.get()) == 0; })) {
-            return invalid(fmt::format("{} is no part of the chain", shownName(*certificate)));
+            return invalidSignature(
+                fmt::format("{} is no part of the chain", shownName(*certificate)));
         }
     }
     return {};
@@ -171,7 +168,7 @@ tl::expected<CertificateChain, SignatureFailure> factsOf(const std::vector<X509*
     for (const X509* certificate : chain) {
         auto facts = certificateFacts(*certificate);
         if (!facts) {
-            return invalid(fmt::format("{} {}", shownName(*certificate), facts.error()));
+            return invalidSignature(fmt::format("{} {}", shownName(*certificate), facts.error()));
         }
         result.certificates.push_back(std::move(*facts));
     }

@@ -16,11 +16,6 @@ namespace {
 
 constexpr std::size_t kPiece = std::size_t{1} << 20U;
 
-tl::unexpected<SignatureFailure> readFailure(int errorNumber) {
-    return signatureFailure(codesign_status::kErrnoBase + errorNumber,
-                            fmt::format("reading the program: {}", errnoText(errorNumber)));
-}
-
 tl::expected<SHA256Digest, SignatureFailure> hash(int fd, std::uint64_t length,
                                                   std::chrono::steady_clock::time_point deadline) {
     SHA256 running;
@@ -33,7 +28,7 @@ tl::expected<SHA256Digest, SignatureFailure> hash(int fd, std::uint64_t length,
         const std::span<char> part = std::span(piece).first(
             static_cast<std::size_t>(std::min<std::uint64_t>(piece.size(), length - at)));
         if (const int error = readExactly(fd, at, part); error != 0) {
-            return readFailure(error);
+            return unreadableProgram(error);
         }
         running.update({part.data(), part.size()});
         at += part.size();
@@ -52,7 +47,7 @@ digestOfCoveredRange(int fd, std::uint64_t length, std::chrono::steady_clock::ti
     }
     const auto before = FileKey::of(fd);
     if (!before) {
-        return readFailure(before.error());
+        return unreadableProgram(before.error());
     }
     auto digest = hash(fd, length, deadline);
     if (!digest) {
@@ -60,7 +55,7 @@ digestOfCoveredRange(int fd, std::uint64_t length, std::chrono::steady_clock::ti
     }
     const auto after = FileKey::of(fd);
     if (!after) {
-        return readFailure(after.error());
+        return unreadableProgram(after.error());
     }
     if (*after != *before) {
         return signatureFailure(codesign_status::kStaticCodeChanged,

@@ -1,5 +1,9 @@
 #pragma once
 
+#include "platform/foundation/files/content/FileBytes.h"
+#include "platform/security/CodeSigningStatus.h"
+
+#include <fmt/core.h>
 #include <tl/expected.hpp>
 
 #include <cstdint>
@@ -18,6 +22,15 @@ struct SignatureFailure {
 [[nodiscard]] inline tl::unexpected<SignatureFailure> signatureFailure(std::int32_t status,
                                                                        std::string reason) {
     return tl::unexpected<SignatureFailure>(SignatureFailure{status, std::move(reason)});
+}
+
+[[nodiscard]] inline tl::unexpected<SignatureFailure> invalidSignature(std::string reason) {
+    return signatureFailure(codesign_status::kSignatureInvalid, std::move(reason));
+}
+/// The program could not be read.
+[[nodiscard]] inline tl::unexpected<SignatureFailure> unreadableProgram(int errorNumber) {
+    return signatureFailure(codesign_status::kErrnoBase + errorNumber,
+                            fmt::format("reading the program: {}", errnoText(errorNumber)));
 }
 
 } // namespace qv

@@ -31,30 +31,21 @@ bool hasMagic(const Footer& footer) noexcept {
     return std::string_view(footer.data(), footer.size()).ends_with(SignatureTrailer::kMagic);
 }
 
-tl::unexpected<SignatureFailure> readFailure(int errorNumber) {
-    return signatureFailure(codesign_status::kErrnoBase + errorNumber,
-                            fmt::format("reading the program: {}", errnoText(errorNumber)));
-}
-
-tl::unexpected<SignatureFailure> invalid(std::string reason) {
-    return signatureFailure(codesign_status::kSignatureInvalid, std::move(reason));
-}
-
 // The covered range by itself: an ELF file that carries no trailer of its own.
 tl::expected<void, SignatureFailure> judgeCovered(int fd, std::uint64_t covered) {
     std::array<char, 4> head{};
     if (const int error = readExactly(fd, 0, head); error != 0) {
-        return readFailure(error);
+        return unreadableProgram(error);
     }
     if (!SignatureTrailer::isELF({head.data(), head.size()})) {
-        return invalid("the signed range is no ELF file");
+        return invalidSignature("the signed range is no ELF file");
     }
     Footer inner{};
     if (const int error = readExactly(fd, covered - inner.size(), inner); error != 0) {
-        return readFailure(error);
+        return unreadableProgram(error);
     }
     if (hasMagic(inner)) {
-        return invalid("the signed range ends in another signature trailer");
+        return invalidSignature("the signed range ends in another signature trailer");
     }
     return {};
 }
@@ -80,7 +71,7 @@ tl::expected<SignatureTrailer, SignatureFailure> SignatureTrailer::read(int fd,
     }
     Footer footer{};
     if (const int error = readExactly(fd, size - kFooterSize, footer); error != 0) {
-        return readFailure(error);
+        return unreadableProgram(error);
     }
     if (!hasMagic(footer)) {
         return signatureFailure(codesign_status::kUnsigned, "the program is not signed");
@@ -90,20 +81,20 @@ tl::expected<SignatureTrailer, SignatureFailure> SignatureTrailer::read(int fd,
                                 fmt::format("signature trailer of version {}", version));
     }
     if (littleEndian32(footer, 12) != 0) {
-        return invalid("the reserved field of the signature trailer is not zero");
+        return invalidSignature("the reserved field of the signature trailer is not zero");
     }
     const std::uint32_t directoryLength = littleEndian32(footer, 4);
     const std::uint32_t cmsLength = littleEndian32(footer, 8);
     if (directoryLength == 0 || directoryLength > kLongestPart || cmsLength == 0 ||
         cmsLength > kLongestPart) {
-        return invalid(
+        return invalidSignature(
             fmt::format("code directory of {} bytes and signature of {} bytes: each must "
                         "have 1 to {}",
                         directoryLength, cmsLength, kLongestPart));
     }
     const std::uint64_t appended = std::uint64_t{directoryLength} + cmsLength + kFooterSize;
     if (appended > size || size - appended < kShortestProgram) {
-        return invalid("the signature trailer leaves no room for a program");
+        return invalidSignature("the signature trailer leaves no room for a program");
     }
     SignatureTrailer trailer;
     trailer.covered = size - appended;
@@ -117,7 +108,7 @@ tl::expected<SignatureTrailer, SignatureFailure> SignatureTrailer::read(int fd,
         error = readExactly(fd, trailer.covered + directoryLength, trailer.cms);
     }
     if (error != 0) {
-        return readFailure(error);
+        return unreadableProgram(error);
     }
     return trailer;
 }

@@ -16,7 +16,7 @@ namespace qv {
 
 namespace {
 
-constexpr std::size_t kPieceLength = std::size_t{1} << 20;
+constexpr std::size_t kReadLength = std::size_t{1} << 20;
 
 /// A digest on its way. The library refuses only for want of memory: std::bad_alloc.
 class RunningDigest {
@@ -79,7 +79,7 @@ tl::expected<Value, Error> DigestTransform::executeOnFile(const std::string& pat
         return tl::unexpected(file.error());
     }
     RunningDigest running(digest_.get());
-    std::vector<char> piece(kPieceLength);
+    std::vector<char> piece(kReadLength);
     while (true) {
         const ssize_t got = ::read(file->get(), piece.data(), piece.size());
         if (got == 0) {

@@ -25,7 +25,6 @@ namespace {
 
 constexpr mode_t kOwnerOnly = 0700;
 constexpr mode_t kOwnerReadsAndWrites = 0600;
-constexpr mode_t kModeBits = 07777;
 
 /// One item of the source and where its copy goes.
 struct Pair {

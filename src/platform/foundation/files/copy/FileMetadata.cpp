@@ -20,7 +20,6 @@ namespace qv {
 
 namespace {
 
-constexpr mode_t kModeBits = 07777;
 constexpr mode_t kSetIDBits = 06000;
 
 /// The extended attributes of an open item.

@@ -5,6 +5,8 @@
 
 namespace qv {
 
+inline constexpr mode_t kModeBits = 07777; ///< what a mode has besides the type of the file
+
 /// Whom a fresh file belongs to.
 struct Owner {
     uid_t user = 0;

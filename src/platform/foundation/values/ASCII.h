@@ -1,0 +1,24 @@
+#pragma once
+
+namespace qv {
+
+// Letters and digits of ASCII, whatever the locale.
+
+[[nodiscard]] constexpr bool isDigit(char c) noexcept { return c >= '0' && c <= '9'; }
+[[nodiscard]] constexpr bool isLetter(char c) noexcept {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+}
+[[nodiscard]] constexpr bool isLetterOrDigit(char c) noexcept { return isLetter(c) || isDigit(c); }
+
+/// What a hexadecimal digit stands for; -1 for any other character.
+[[nodiscard]] constexpr int hexDigitValue(char c) noexcept {
+    if (isDigit(c)) {
+        return c - '0';
+    }
+    if (c >= 'a' && c <= 'f') {
+        return c - 'a' + 10;
+    }
+    return c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
+}
+
+} // namespace qv
