@@ -96,7 +96,7 @@ public:
     /// None when the machine has no such group, or it could not be looked up: then no client is
     /// marked, and none passes on the strength of its mark.
     [[nodiscard]] std::optional<gid_t> clientGroup() const noexcept;
-    /// What keeps good clients out as things are, a line each.
+    /// The faults of this machine that keep good clients out now, a line each.
     [[nodiscard]] std::vector<std::string> warnings() const;
 
 private:

@@ -13,7 +13,7 @@ namespace qv {
 
 class NamedItem;
 
-// What is behind a QVCatalogScript. It is not installed, so applications do not depend on it.
+// The inside of a QVCatalogScript. It is not installed, so applications do not depend on it.
 
 struct ScriptVariables {
     bool isRecording = false;

@@ -14,7 +14,7 @@
 
 namespace qv::tools {
 
-/// What was found about a program, and whether the service would accept it.
+/// The findings about a program, and whether the service would accept it.
 struct Findings {
     bool accepted = false;
     std::string verdict;
@@ -41,7 +41,7 @@ public:
     [[nodiscard]] const CodeSigningConfiguration& configuration() const noexcept {
         return configuration_;
     }
-    /// What keeps clients out whatever they are, with a remedy each.
+    /// Faults that keep all clients out, with a remedy each.
     [[nodiscard]] std::vector<ReportFact> faults() const;
 
 private:

@@ -74,7 +74,7 @@ TEST(Install, GettingStartedEndsWithAnAcceptedClient) {
     const std::string journal = "journalctl -o cat -u " + kUnit;
     EXPECT_THAT(shell(journal).output, ContainsRegex("from pid [0-9]+ accepted: client hello\n"));
 
-    // Something amiss in the folder, and none of it counts; those who are built in still do.
+    // A fault in the folder: none of its clients counts, the built-in ones still do.
     const std::string client = "/usr/local/bin/hello-setup";
     EXPECT_EQ(shell("touch /etc/qvcatalog/clients.d/notes").status, 0);
     EXPECT_THAT(shell(client, kVictim).errors,

@@ -8,7 +8,7 @@
 
 namespace qv::predicate {
 
-/// What one evaluation may use: a second, and memory for what it makes. Beyond either, an
+/// One evaluation may use a second, and so much memory for values that it makes. Beyond either, an
 /// Exception ends it.
 class Budget {
 public:

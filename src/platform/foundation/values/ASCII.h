@@ -10,7 +10,7 @@ namespace qv {
 }
 [[nodiscard]] constexpr bool isLetterOrDigit(char c) noexcept { return isLetter(c) || isDigit(c); }
 
-/// What a hexadecimal digit stands for; -1 for any other character.
+/// The value of a hexadecimal digit; -1 for any other character.
 [[nodiscard]] constexpr int hexDigitValue(char c) noexcept {
     if (isDigit(c)) {
         return c - '0';

@@ -36,11 +36,11 @@ public:
     };
 
     [[nodiscard]] const std::string& folder() const noexcept { return folder_; }
-    /// Whether there is no such folder, nor a reason to see a fault in that.
+    /// The folder does not exist.
     [[nodiscard]] bool isMissing() const;
     [[nodiscard]] Outcome<UniqueFd> enter() const;
     [[nodiscard]] Outcome<UniqueFd> openFolder(int parent, const Item& folder) const;
-    /// What is in an open folder, sorted; at most one more than may be there.
+    /// The items of an open folder, sorted; at most one more than may be there.
     [[nodiscard]] static Outcome<std::vector<Item>> itemsIn(int folder, const std::string& path);
     [[nodiscard]] Outcome<std::string> contentOf(int parent, const Item& file);
 

@@ -36,8 +36,8 @@ private:
     std::vector<Path> paths_;
 };
 
-/// What was read from watched files. Looks at the times of all of them, and reads them again when
-/// one moved, or so lately that a file may have changed again without showing it. May be used from
+/// Content of watched files. Looks at the times of all of them, and reads them again when one
+/// moved, or so lately that a file may have changed again without showing it. May be used from
 /// several threads at once.
 template <typename T> class WatchedContent {
 public:

@@ -149,7 +149,7 @@ ReportFact markOf(const ProgramFile& file, const StaticCode& code,
     return {"launch mark", "not installed as a client: " + whys, lacks.front().remedy};
 }
 
-/// What spoils a signature and shows nowhere else.
+/// A fault of the signature that no other fact tells.
 void appendFailure(Facts& all, const StaticCode& code) {
     switch (code.status()) {
     case codesign_status::kCertificateRevoked:
