@@ -10,6 +10,7 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include <algorithm>
 #include <set>
 
 namespace qv::tools {
@@ -72,6 +73,7 @@ Survey survey(const ProgramJudge& judge, const std::vector<std::string>& folders
 
 Value jsonOf(const Survey& survey, const AcceptedClients& clients) {
     std::vector<Value> allowed;
+    allowed.reserve(clients.names.size());
     for (std::size_t index = 0; index < clients.names.size(); ++index) {
         allowed.push_back(Value::dictionary(
             {{"name", Value::string(clients.names[index])},
@@ -79,6 +81,7 @@ Value jsonOf(const Survey& survey, const AcceptedClients& clients) {
              {"requirement", Value::string(clients.requirements[index].text())}}));
     }
     std::vector<Value> programs;
+    programs.reserve(survey.programs.size());
     for (const InstalledProgram& program : survey.programs) {
         programs.push_back(Value::dictionary(
             {{"path", Value::string(log::foreign(program.path))},
@@ -86,6 +89,7 @@ Value jsonOf(const Survey& survey, const AcceptedClients& clients) {
              {program.accepted ? "client" : "reason", Value::string(program.client)}}));
     }
     std::vector<Value> faults;
+    faults.reserve(survey.faults.size());
     for (const ReportFact& fault : survey.faults) {
         faults.push_back(Value::string(fmt::format("{}: {}", fault.name, fault.text)));
     }
