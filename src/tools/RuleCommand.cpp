@@ -156,6 +156,7 @@ Value asValue(const Evaluation& evaluation) {
     }
     pairs.emplace_back(Value::string("calls"), Value::array(std::move(calls)));
     std::vector<Value> parts;
+    parts.reserve(evaluation.parts.size());
     for (const PredicatePart& part : evaluation.parts) {
         parts.push_back(Value::dictionary({{"level", Value::unsignedInteger(part.level)},
                                            {"part", Value::string(part.title)},

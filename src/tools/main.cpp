@@ -199,6 +199,7 @@ struct CommandRow {
     std::string_view help; ///< one line
     /// Gives the command its options and what it calls. Null in a group.
     void (*addOptions)(CLI::App& command, Command& chosen);
+    // NOLINTNEXTLINE(readability-redundant-member-init): GCC misses it in initializers
     std::span<const CommandRow> group = {};
 };
 
@@ -330,9 +331,10 @@ Result parseAndRun(int count, const char* const* arguments) {
         "reached.");
     Command chosen;
     addCommands(app, kCommands, chosen);
-    Result parsed = parse(app, count, arguments);
+    const Result parsed = parse(app, count, arguments);
     return parsed && chosen ? chosen() : parsed;
 }
+
 int report(const Result& result, bool json) {
     ExitStatus status = result ? *result : result.error().status;
     Terminal& out = Terminal::standardOutput();
@@ -340,8 +342,8 @@ int report(const Result& result, bool json) {
         std::vector<std::pair<Value, Value>> object = {
             {Value::string("error"), Value::string(result.error().reason)},
             {Value::string("exitStatus"), Value::integer(static_cast<int>(status))}};
-        if (result.error().code) {
-            object.emplace_back(Value::string("status"), Value::integer(*result.error().code));
+        if (const auto code = result.error().code) {
+            object.emplace_back(Value::string("status"), Value::integer(*code));
         }
         out.line(jsonText(Value::dictionary(std::move(object))));
     }
