@@ -97,14 +97,18 @@ TEST(Listener, ServesTheClientWhoseConnectingStartsTheService) {
 // The order of things is the protection: a rejected peer's bytes stay unread, which a peer can tell
 // because its connection is reset.
 TEST(Listener, ClosesARejectedPeerWithoutAByteRead) {
-    ServiceThread service(
-        {.onConnection = [](ServiceThread&, const std::shared_ptr<Connection>& connection) {
-            connection->cancel();
-            connection->resume(); // too late
-        }});
-    const RawClient early(service.path());
-    static_cast<void>(early.send("bytes sent at once"));
-    EXPECT_EQ(early.end(), RawClient::End::reset);
+    std::optional<RawClient> early;
+    ServiceThread service({.onConnection =
+                               [](ServiceThread&, const std::shared_ptr<Connection>& connection) {
+                                   connection->cancel();
+                                   connection->resume(); // too late
+                               },
+                           .beforeStart =
+                               [&](const std::string& path) {
+                                   early.emplace(path);
+                                   static_cast<void>(early->send("bytes sent at once"));
+                               }});
+    EXPECT_EQ(early->end(), RawClient::End::reset);
     const RawClient silent(service.path());
     EXPECT_EQ(silent.receive(1), "");
     EXPECT_TRUE(service.waitForErrors(0).empty());
