@@ -74,7 +74,7 @@ public:
 
     // Files (QVCatalogScriptFiles.cpp), with the file manager's errors. Nothing is overwritten but
     // what is replaced. A success of a move, an atomic copy and a replace survives a power cut; so
-    // does trashing. A URL that is no file URL is code 262 of NSCocoaErrorDomain.
+    // does trashing. A URL that is not a file URL is code 262 of NSCocoaErrorDomain.
 
     Error removeItemAtURL(const std::optional<URL>& url);
     /// Where the trash takes nothing, the item is moved into the trash folder that there is, under

@@ -44,40 +44,9 @@ std::string quoted(std::string_view text, std::size_t around) {
 
 std::string shown(const Value& value) { return description(value, kMost); }
 
-std::string_view kindOf(const Value& value) noexcept {
-    switch (value.kind()) {
-    case Value::Kind::null:
-        return "no value";
-    case Value::Kind::boolean:
-        return "a boolean";
-    case Value::Kind::integer:
-    case Value::Kind::unsignedInteger:
-    case Value::Kind::real:
-        return "a number";
-    case Value::Kind::string:
-        return "a string";
-    case Value::Kind::data:
-        return "data";
-    case Value::Kind::date:
-        return "a date";
-    case Value::Kind::array:
-        return "an array";
-    case Value::Kind::set:
-        return "a set";
-    case Value::Kind::dictionary:
-        return "a dictionary";
-    case Value::Kind::uid:
-        return "a UID";
-    case Value::Kind::url:
-        return "a URL";
-    case Value::Kind::error:
-        return "an error";
-    }
-    return "";
-}
-
 std::string kindAndValue(const Value& value) {
-    const std::string_view kind = kindOf(value);
+    // An evaluation has the null object where there is no value.
+    const std::string_view kind = value.isNull() ? "no value" : kindText(value.kind());
     const bool scalar =
         value.isNumber() || value.is(Value::Kind::string) || value.is(Value::Kind::date);
     return scalar ? fmt::format("{} ({})", kind, shown(value)) : std::string(kind);

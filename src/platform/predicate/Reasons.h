@@ -16,9 +16,6 @@ namespace qv::predicate {
 /// A value's description, shortened.
 [[nodiscard]] std::string shown(const Value& value);
 
-/// "a string", "no value".
-[[nodiscard]] std::string_view kindOf(const Value& value) noexcept;
-
 /// "a string (abc)", "an array".
 [[nodiscard]] std::string kindAndValue(const Value& value);
 

@@ -25,7 +25,7 @@ public:
     [[nodiscard]] const std::optional<URL>& url() const noexcept { return url_; }
     /// With fileSystemPath()'s errors.
     [[nodiscard]] const tl::expected<std::string, Error>& path() const;
-    /// Errors are placeOf()'s; EINVAL if the item has no path.
+    /// Errors are placeOf()'s; EINVAL for an item without a path.
     [[nodiscard]] const tl::expected<ItemPlace, int>& place() const;
     /// Holds the item, in its place if that is held already. With path()'s errors, and holdItem()'s
     /// in NSPOSIXErrorDomain.

@@ -32,8 +32,8 @@ struct PropertyListLimits {
 /// Reading: data that begins with `bplist0` is binary. Anything else is text (UTF-8; UTF-16 and
 /// UTF-32 with a byte order mark; an XML declaration may name any encoding that ICU knows), first
 /// tried as XML, then as old-style text. Nearly any single word is a legal old-style list, and
-/// white space alone is an empty dictionary. Keys of a binary list that are no strings but numbers,
-/// dates or other leaves are read as the texts that describe them.
+/// white space alone is an empty dictionary. Keys of a binary list that are not strings but
+/// numbers, dates or other leaves are read as the texts that describe them.
 ///
 /// Time and memory are linear in the input whatever it holds: an object that a binary list refers
 /// to twice is the same Value twice, an object within itself is refused, entities cannot be
