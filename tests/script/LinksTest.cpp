@@ -70,12 +70,8 @@ protected:
             GTEST_SKIP() << "other users' links are for root to make";
         }
         script.setIsPriviledged(true);
-        ScriptEngine::of(script).services = {
-            .trash = std::make_shared<FreedesktopTrash>((top / "trash").native()),
-            .workspace = {},
-            .preferences = {},
-            .accessibility = {},
-            .applications = {}};
+        ScriptEngine::of(script).services.trash =
+            std::make_shared<FreedesktopTrash>((top / "trash").native());
         fs::create_directory(top / "trash");
         top.write("system/folder/x", "#!/bin/rm\n");
         fs::permissions(top / "system/folder/x", fs::perms(0755));

@@ -39,12 +39,8 @@ protected:
         fs::create_directories(disk / "home");
         ::sync();
         script.setIsPriviledged(true);
-        ScriptEngine::of(script).services = {
-            .trash = std::make_shared<FreedesktopTrash>((disk / "home").native()),
-            .workspace = {},
-            .preferences = {},
-            .accessibility = {},
-            .applications = {}};
+        ScriptEngine::of(script).services.trash =
+            std::make_shared<FreedesktopTrash>((disk / "home").native());
         makeTree(folder / "new.app", 'n');
     }
     void TearDown() override {

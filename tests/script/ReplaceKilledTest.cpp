@@ -52,12 +52,8 @@ TEST(Replace, SurvivesBeingKilled) {
         if (child == 0) {
             QVCatalogScript script;
             script.setIsPriviledged(true);
-            ScriptEngine::of(script).services = {
-                .trash = std::make_shared<FreedesktopTrash>((folder / "home").native()),
-                .workspace = {},
-                .preferences = {},
-                .accessibility = {},
-                .applications = {}};
+            ScriptEngine::of(script).services.trash =
+                std::make_shared<FreedesktopTrash>((folder / "home").native());
             ::_exit(script.replaceItemAtURL(urlOf(item), urlOf(folder / "new.app"), true) ? 1 : 0);
         }
         ::usleep(moment(random));
