@@ -7,7 +7,7 @@
 
 #include "foundation_ext/QVStringTools.h"
 #include "foundation_ext/QVTransforms.h"
-#include "platform/foundation/files/UniqueFd.h"
+#include "platform/foundation/os/Descriptor.h"
 #include "support/CountedAllocations.h"
 #include "support/TemporaryDirectory.h"
 
@@ -117,7 +117,7 @@ void measureVersions() {
 
 std::string filledFile(const qv::test::TemporaryDirectory& folder, std::size_t mebibytes) {
     std::string path = folder / "file";
-    const qv::UniqueFd file(::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+    const qv::Descriptor file(::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
     std::string piece(std::size_t{1} << 20U, '\0');
     for (std::size_t index = 0; index < mebibytes; ++index) {
         for (std::size_t at = 0; at < piece.size(); at += 8) {

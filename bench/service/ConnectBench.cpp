@@ -14,7 +14,7 @@
 // 1 to 3 take turns with their peer; medians.
 
 #include "client/QVCatalogHelperClient.h"
-#include "platform/foundation/files/UniqueFd.h"
+#include "platform/foundation/os/Descriptor.h"
 #include "platform/xpc/ClientConnection.h"
 
 #include <fmt/core.h>
@@ -38,8 +38,8 @@
 
 namespace {
 
+using qv::Descriptor;
 using qv::QVCatalogHelperClient;
-using qv::UniqueFd;
 using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t kRequestBytes = 200; // about what the request and the reply take on the wire
@@ -76,7 +76,7 @@ class EchoServer {
 public:
     EchoServer() {
         address_.sun_family = AF_UNIX;
-        const UniqueFd listener(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        const Descriptor listener(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
         // The kernel chooses an abstract name.
         require(static_cast<bool>(listener), "socket");
         require(::bind(listener.get(), asAddress(), sizeof(sa_family_t)) == 0, "bind");
@@ -99,8 +99,8 @@ public:
     EchoServer(EchoServer&&) = delete;
     EchoServer& operator=(EchoServer&&) = delete;
 
-    [[nodiscard]] UniqueFd connect() {
-        UniqueFd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    [[nodiscard]] Descriptor connect() {
+        Descriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
         require(::connect(socket.get(), asAddress(), length_) == 0, "connect");
         return socket;
     }
@@ -118,10 +118,10 @@ public:
 private:
     sockaddr* asAddress() { return reinterpret_cast<sockaddr*>(&address_); }
 
-    [[noreturn]] static void serve(const UniqueFd& listener) {
+    [[noreturn]] static void serve(const Descriptor& listener) {
         std::string buffer(kReplyBytes, 'y');
         while (true) {
-            const UniqueFd peer(::accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
+            const Descriptor peer(::accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
             while (::recv(peer.get(), buffer.data(), kRequestBytes, MSG_WAITALL) ==
                    static_cast<ssize_t>(kRequestBytes)) {
                 static_cast<void>(::send(peer.get(), buffer.data(), kReplyBytes, MSG_NOSIGNAL));
@@ -160,7 +160,7 @@ void measureConnects(EchoServer& echo) {
             executeEmpty(client);
         }));
         bare.push_back(microseconds([&] {
-            const UniqueFd socket = echo.connect();
+            const Descriptor socket = echo.connect();
             require(EchoServer::move(socket.get(), kRequestBytes, kReplyBytes), "echo");
         }));
     }
@@ -172,7 +172,7 @@ void measureConnects(EchoServer& echo) {
 
 void measureRoundTrips(EchoServer& echo) {
     QVCatalogHelperClient client = connectToService();
-    const UniqueFd socket = echo.connect();
+    const Descriptor socket = echo.connect();
     std::vector<double> ours;
     std::vector<double> bare;
     for (int i = 0; i < kRoundTrips; ++i) {
@@ -220,7 +220,7 @@ void measureFurtherConnections(EchoServer& echo) {
         oursBusy += between - before;
         const double echoBefore = processorTime(0) + processorTime(echo.process());
         bare.push_back(microseconds([&] {
-            const UniqueFd socket = echo.connect();
+            const Descriptor socket = echo.connect();
             require(EchoServer::move(socket.get(), kRequestBytes, kReplyBytes), "echo");
         }));
         bareBusy += processorTime(0) + processorTime(echo.process()) - echoBefore;

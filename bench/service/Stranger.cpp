@@ -1,6 +1,6 @@
 // A stranger that knocks at a steady rate: bench_stranger SOCKET CONNECTS-A-SECOND CONNECTS
 
-#include "platform/foundation/files/UniqueFd.h"
+#include "platform/foundation/os/Descriptor.h"
 
 #include <chrono>
 #include <cstdlib>
@@ -19,7 +19,7 @@ int main(int argc, char** argv) {
     const std::chrono::nanoseconds pause(1'000'000'000 / std::stol(argv[2]));
     auto next = std::chrono::steady_clock::now();
     for (long left = std::stol(argv[3]); left > 0; --left) {
-        const qv::UniqueFd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        const qv::Descriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
         if (::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) !=
             0) {
             return EXIT_FAILURE;

@@ -1,10 +1,10 @@
 #include "codesign/ClientVerification.h"
 
 #include "codesign/QVCodeSignatureVerifier.h"
-#include "platform/security/AllowedClients.h"
-#include "platform/security/CodeExaminer.h"
-#include "platform/security/GuestServices.h"
+#include "platform/security/examination/CodeExaminer.h"
 #include "platform/security/examination/ExaminerCall.h"
+#include "platform/security/guest/GuestServices.h"
+#include "platform/security/install/AllowedClients.h"
 
 #include <fmt/core.h>
 #include <tl/expected.hpp>

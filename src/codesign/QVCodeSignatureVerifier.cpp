@@ -3,9 +3,9 @@
 #include "platform/foundation/log/Log.h"
 #include "platform/foundation/values/Conversions.h"
 #include "platform/foundation/values/Weakness.h"
-#include "platform/security/CodeSigningStatus.h"
-#include "platform/security/SecCode.h"
 #include "platform/security/guest/GuestAttributes.h"
+#include "platform/security/guest/SecCode.h"
+#include "platform/security/requirement/CodeSigningStatus.h"
 
 #include <fmt/core.h>
 

@@ -2,7 +2,7 @@
 
 #include "platform/foundation/values/Exception.h"
 #include "platform/foundation/values/Value.h"
-#include "platform/predicate/KeyValueCoding.h"
+#include "platform/predicate/evaluation/KeyValueCoding.h"
 #include "rules/CallScanner.h"
 #include "rules/QVRuleCheckerFunction.h"
 

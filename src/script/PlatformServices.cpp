@@ -2,9 +2,9 @@
 
 #include "platform/accessibility/TrustStore.h"
 #include "platform/preferences/PreferenceFiles.h"
-#include "platform/workspace/LinuxWorkspace.h"
-#include "platform/workspace/TrashService.h"
 #include "platform/workspace/applications/ApplicationIndexes.h"
+#include "platform/workspace/launch/LinuxWorkspace.h"
+#include "platform/workspace/trash/TrashService.h"
 #include "script/ScriptEngine.h"
 
 #include <unistd.h>

@@ -1,12 +1,12 @@
 #include "foundation_ext/QVDateTools.h"
-#include "platform/foundation/files/FileErrors.h"
-#include "platform/foundation/files/FileManager.h"
-#include "platform/foundation/files/FileSystemPath.h"
-#include "platform/foundation/files/NamedItem.h"
-#include "platform/foundation/files/ResourceValues.h"
+#include "platform/foundation/files/item/FileErrors.h"
+#include "platform/foundation/files/item/FileSystemPath.h"
+#include "platform/foundation/files/item/NamedItem.h"
+#include "platform/foundation/files/item/ResourceValues.h"
+#include "platform/foundation/files/manager/FileManager.h"
 #include "platform/foundation/values/Description.h"
-#include "platform/workspace/Bundle.h"
-#include "platform/workspace/TrashService.h"
+#include "platform/workspace/applications/Bundle.h"
+#include "platform/workspace/trash/TrashService.h"
 #include "script/ScriptEngine.h"
 
 #include <fmt/core.h>
@@ -217,7 +217,7 @@ Error QVCatalogScript::touchItemAtURL(const std::optional<URL>& url) {
             }
             const NamedItem item(url);
             static_cast<void>(item.place()); // what is looked for and made is in one folder
-            tl::expected<UniqueFd, Error> held = item.hold();
+            tl::expected<Descriptor, Error> held = item.hold();
             if (!held && held.error() == Error::posix(ENOENT)) {
                 static_cast<void>(FileManager::createFileAtPath(item, ""));
                 held = item.hold();
@@ -249,7 +249,7 @@ std::optional<URL> ScriptEngine::trashPathForURL(const NamedItem& item, bool* vo
     if (volumeHasTrash != nullptr) {
         *volumeHasTrash = false;
     }
-    const tl::expected<UniqueFd, Error> held = item.hold(LastLink::keep);
+    const tl::expected<Descriptor, Error> held = item.hold(LastLink::keep);
     if (!held || !ResourceValues::volume(item)) {
         return std::nullopt;
     }

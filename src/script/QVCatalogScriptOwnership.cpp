@@ -1,5 +1,5 @@
-#include "platform/foundation/files/ChangeMode.h"
-#include "platform/foundation/files/NamedItem.h"
+#include "platform/foundation/files/item/ChangeMode.h"
+#include "platform/foundation/files/item/NamedItem.h"
 #include "platform/foundation/files/walk/TreeWalk.h"
 #include "platform/foundation/log/Log.h"
 #include "platform/foundation/values/Conversions.h"
@@ -112,7 +112,7 @@ private:
         if (entry.type != EntryType::symbolicLink) {
             return change_.applyNotFollowing(entry.parentFd, entry.name) == 0;
         }
-        const tl::expected<UniqueFd, int> target =
+        const tl::expected<Descriptor, int> target =
             holdItem(entry.parentFd, entry.name, LastLink::follow);
         return target && change_.apply(target->get()) == 0;
     }
@@ -128,7 +128,7 @@ Error changeTree(QVCatalogScript& script, const std::string& path, int item, con
     if (change.apply(item) != 0) {
         return lastPosixError();
     }
-    UniqueFd folder(::openat(item, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    Descriptor folder(::openat(item, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!folder && errno == ENOTDIR) {
         return {};
     }
@@ -144,7 +144,7 @@ Error changeTree(QVCatalogScript& script, const std::string& path, int item, con
 
 Error changeItem(QVCatalogScript& script, const NamedItem& named, const Change& change,
                  bool recursive) {
-    const tl::expected<UniqueFd, Error> item = named.hold();
+    const tl::expected<Descriptor, Error> item = named.hold();
     if (!item) {
         return item.error();
     }
@@ -155,7 +155,7 @@ Error changeItem(QVCatalogScript& script, const NamedItem& named, const Change& 
 }
 
 Error statItem(const NamedItem& named, struct stat& info) {
-    const tl::expected<UniqueFd, Error> item = named.hold();
+    const tl::expected<Descriptor, Error> item = named.hold();
     if (!item) {
         return item.error();
     }

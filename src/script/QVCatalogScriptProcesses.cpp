@@ -1,7 +1,7 @@
 #include "platform/accessibility/AccessibilityService.h"
-#include "platform/foundation/files/FileSystemPath.h"
+#include "platform/foundation/files/item/FileSystemPath.h"
 #include "platform/foundation/process/ProcessExit.h"
-#include "platform/workspace/WorkspaceService.h"
+#include "platform/workspace/launch/WorkspaceService.h"
 #include "script/ScriptEngine.h"
 
 namespace qv {

@@ -1,5 +1,5 @@
-#include "platform/foundation/files/HeldItem.h"
-#include "platform/foundation/files/content/FileBytes.h"
+#include "platform/foundation/files/item/HeldItem.h"
+#include "platform/foundation/os/FileBytes.h"
 #include "platform/foundation/process/Task.h"
 #include "platform/foundation/values/Description.h"
 #include "platform/foundation/values/Exception.h"
@@ -58,7 +58,7 @@ std::vector<std::string> argumentList(std::string_view path,
 
 // All other faults of the path are the task's to tell, which needs no descriptor for that.
 void refuseLedAstray(const std::string& path) {
-    const tl::expected<UniqueFd, int> item = holdItem(path, LastLink::follow);
+    const tl::expected<Descriptor, int> item = holdItem(path, LastLink::follow);
     if (!item && item.error() == ELOOP) {
         refuseLaunch(path, ELOOP);
     }

@@ -1,5 +1,5 @@
 #include "codesign/ClientVerification.h"
-#include "platform/foundation/files/SocketPlace.h"
+#include "platform/foundation/files/item/SocketPlace.h"
 #include "platform/foundation/log/Log.h"
 #include "platform/foundation/process/OutputRelay.h"
 #include "platform/foundation/process/ProcessState.h"

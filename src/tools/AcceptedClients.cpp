@@ -2,8 +2,8 @@
 
 #include "codesign/ClientVerification.h"
 #include "platform/foundation/plist/PropertyList.h"
-#include "platform/security/AllowedClients.h"
 #include "platform/security/guest/GuestConfiguration.h"
+#include "platform/security/install/AllowedClients.h"
 
 #include <utility>
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "platform/security/CodeSigningStatus.h"
-#include "platform/security/Requirement.h"
+#include "platform/security/requirement/CodeSigningStatus.h"
+#include "platform/security/requirement/Requirement.h"
 
 #include <tl/expected.hpp>
 

@@ -1,4 +1,4 @@
-#include "platform/foundation/files/FileErrors.h"
+#include "platform/foundation/files/item/FileErrors.h"
 #include "platform/foundation/process/UserRecord.h"
 #include "platform/workspace/applications/ApplicationIndex.h"
 #include "tools/Commands.h"

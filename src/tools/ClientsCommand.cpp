@@ -1,5 +1,5 @@
 #include "platform/foundation/log/Log.h"
-#include "platform/security/AllowedClients.h"
+#include "platform/security/install/AllowedClients.h"
 #include "platform/security/install/MarkedPrograms.h"
 #include "tools/Commands.h"
 #include "tools/Input.h"

@@ -1,7 +1,7 @@
 #include "tools/Input.h"
 
-#include "platform/foundation/files/UniqueFd.h"
-#include "platform/security/CodeSigningStatus.h"
+#include "platform/foundation/os/Descriptor.h"
+#include "platform/security/requirement/CodeSigningStatus.h"
 
 #include <fmt/core.h>
 
@@ -30,9 +30,9 @@ Error likelierError(std::string_view content, const Error& error) {
 } // namespace
 
 tl::expected<std::string, Error> readInput(const std::string& file) {
-    UniqueFd opened;
+    Descriptor opened;
     if (file != "-") {
-        opened = UniqueFd(::open(file.c_str(), O_RDONLY | O_CLOEXEC));
+        opened = Descriptor(::open(file.c_str(), O_RDONLY | O_CLOEXEC));
         if (!opened) {
             return tl::unexpected(Error::posix(errno));
         }

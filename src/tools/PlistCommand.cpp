@@ -1,5 +1,5 @@
 #include "platform/foundation/archive/KeyedUnarchiver.h"
-#include "platform/foundation/files/content/OutputFile.h"
+#include "platform/foundation/files/item/OutputFile.h"
 #include "platform/foundation/plist/PropertyList.h"
 #include "tools/Commands.h"
 #include "tools/Input.h"

@@ -1,10 +1,10 @@
 #include "tools/ProgramJudge.h"
 
 #include "codesign/QVCodeSignatureVerifier.h"
-#include "platform/security/AllowedClients.h"
-#include "platform/security/Requirement.h"
 #include "platform/security/guest/GuestCode.h"
 #include "platform/security/guest/ProcessReader.h"
+#include "platform/security/install/AllowedClients.h"
+#include "platform/security/requirement/Requirement.h"
 
 #include <fmt/core.h>
 
@@ -132,7 +132,7 @@ Findings ProgramJudge::judge(pid_t process) {
 tl::expected<OpenProgram, Error> openProgram(const std::string& path) {
     // Non-blocking, so that a FIFO does not keep us waiting; then only regular files go on.
     OpenProgram program;
-    program.descriptor = UniqueFd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    program.descriptor = Descriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     program.file.path = path;
     struct stat& info = program.file.info;
     if (!program.descriptor || ::fstat(program.descriptor.get(), &info) != 0) {

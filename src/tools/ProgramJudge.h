@@ -1,10 +1,10 @@
 #pragma once
 
 #include "codesign/ClientVerification.h"
-#include "platform/foundation/files/UniqueFd.h"
-#include "platform/security/GuestServices.h"
-#include "platform/security/StaticCode.h"
+#include "platform/foundation/os/Descriptor.h"
 #include "platform/security/guest/GuestReport.h"
+#include "platform/security/guest/GuestServices.h"
+#include "platform/security/signature/StaticCode.h"
 #include "tools/AcceptedClients.h"
 
 #include <tl/expected.hpp>
@@ -23,7 +23,7 @@ struct Findings {
 
 /// A program on disk, open for reading.
 struct OpenProgram {
-    UniqueFd descriptor;
+    Descriptor descriptor;
     ProgramFile file;
 };
 

@@ -1,4 +1,4 @@
-#include "platform/security/Requirement.h"
+#include "platform/security/requirement/Requirement.h"
 #include "tools/Commands.h"
 #include "tools/Json.h"
 #include "tools/Terminal.h"

@@ -1,5 +1,5 @@
 #include "client/QVCatalogHelperClient.h"
-#include "platform/foundation/files/content/FileBytes.h"
+#include "platform/foundation/os/FileBytes.h"
 #include "platform/foundation/plist/PropertyList.h"
 #include "platform/foundation/values/Conversions.h"
 #include "platform/foundation/values/Description.h"

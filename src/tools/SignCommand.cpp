@@ -1,5 +1,5 @@
-#include "platform/security/CodeSigner.h"
-#include "platform/security/CodeSigningStatus.h"
+#include "platform/security/requirement/CodeSigningStatus.h"
+#include "platform/security/signature/CodeSigner.h"
 #include "tools/Commands.h"
 #include "tools/Input.h"
 #include "tools/Terminal.h"

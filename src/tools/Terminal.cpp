@@ -1,7 +1,7 @@
 #include "tools/Terminal.h"
 
-#include "platform/foundation/files/content/FileBytes.h"
 #include "platform/foundation/log/Log.h"
+#include "platform/foundation/os/FileBytes.h"
 
 #include <fmt/core.h>
 

@@ -1,6 +1,6 @@
 #include "client/QVCatalogHelperClient.h"
-#include "platform/foundation/files/content/FileBytes.h"
 #include "platform/foundation/log/Log.h"
+#include "platform/foundation/os/FileBytes.h"
 #include "tools/Commands.h"
 #include "tools/Json.h"
 #include "tools/SimilarNames.h"

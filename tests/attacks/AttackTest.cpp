@@ -1,7 +1,7 @@
 #include "attacks/AttackTest.h"
 
 #include "platform/foundation/plist/PropertyList.h"
-#include "platform/security/CodeSigner.h"
+#include "platform/security/signature/CodeSigner.h"
 #include "script/Steps.h"
 #include "support/InstalledPrograms.h"
 

@@ -31,12 +31,12 @@ bool kernelKnowsPeers() {
     if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0) {
         return false;
     }
-    const UniqueFd first(ends[0]);
-    const UniqueFd second(ends[1]);
+    const Descriptor first(ends[0]);
+    const Descriptor second(ends[1]);
     int pidfd = -1;
     socklen_t size = sizeof pidfd;
     const bool known = ::getsockopt(first.get(), SOL_SOCKET, kPeerPidfd, &pidfd, &size) == 0;
-    const UniqueFd peer(pidfd);
+    const Descriptor peer(pidfd);
     return known;
 }
 
@@ -181,7 +181,7 @@ TEST_F(ConnectionAttacks, AConnectionStolenFromAGenuineClient) {
 // The kernel refuses to let descriptors through where it can be told to.
 bool kernelRefusesDescriptors() {
     constexpr int kPassRights = 83; // SO_PASSRIGHTS
-    const UniqueFd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const Descriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     const int off = 0;
     return ::setsockopt(socket.get(), SOL_SOCKET, kPassRights, &off, sizeof off) == 0;
 }

@@ -100,8 +100,8 @@ struct Attack {
                 ::syscall(SYS_setresuid, kNobody, kNobody, kNobody) != 0) {
                 return 4;
             }
-            const UniqueFd pidfd(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
-            const UniqueFd taken(
+            const Descriptor pidfd(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
+            const Descriptor taken(
                 static_cast<int>(::syscall(SYS_pidfd_getfd, pidfd.get(), socket, 0)));
             return (taken ? 1 : 0) + (::ptrace(PTRACE_SEIZE, pid, nullptr, nullptr) == 0 ? 2 : 0);
         });
@@ -273,7 +273,7 @@ TEST_F(LaunchDuties, AllowConnectionsUntilTheReply) {
 // The client waits in connect() for room in the listener's queue.
 TEST_F(LaunchDuties, ShowTheGroupInOneThreadOnly) {
     const std::string path = *programs_ / "full.sock";
-    const UniqueFd listener = xpc::test::listeningSocket(path);
+    const Descriptor listener = xpc::test::listeningSocket(path);
     ASSERT_EQ(::listen(listener.get(), 0), 0);
     install(path, 0, 0, 0666);
     const xpc::test::RawClient first(path);

@@ -1,7 +1,7 @@
 #include "codesign/ClientVerification.h"
 #include "codesign/QVCodeSignatureVerifier.h"
-#include "platform/security/CodeSigningStatus.h"
-#include "platform/security/GuestServices.h"
+#include "platform/security/guest/GuestServices.h"
+#include "platform/security/requirement/CodeSigningStatus.h"
 #include "support/ClientProcess.h"
 #include "support/InstalledPrograms.h"
 

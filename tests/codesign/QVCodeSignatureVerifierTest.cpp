@@ -1,9 +1,9 @@
 #include "codesign/QVCodeSignatureVerifier.h"
 
-#include "platform/security/CodeSigningStatus.h"
-#include "platform/security/Requirement.h"
-#include "platform/security/SecCode.h"
 #include "platform/security/guest/GuestAttributes.h"
+#include "platform/security/guest/SecCode.h"
+#include "platform/security/requirement/CodeSigningStatus.h"
+#include "platform/security/requirement/Requirement.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
-#include "platform/foundation/files/NamedItem.h"
-#include "platform/workspace/TrashService.h"
+#include "platform/foundation/files/item/NamedItem.h"
+#include "platform/workspace/trash/TrashService.h"
 #include "script/ScriptEngine.h"
 #include "script/Steps.h"
 #include "support/TemporaryDirectory.h"

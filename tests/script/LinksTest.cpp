@@ -1,5 +1,5 @@
 #include "platform/foundation/values/Exception.h"
-#include "platform/workspace/TrashService.h"
+#include "platform/workspace/trash/TrashService.h"
 #include "script/ScriptEngine.h"
 #include "script/Steps.h"
 #include "support/Effort.h"

@@ -1,4 +1,4 @@
-#include "platform/workspace/TrashService.h"
+#include "platform/workspace/trash/TrashService.h"
 #include "script/ScriptEngine.h"
 #include "support/TemporaryDirectory.h"
 #include "support/TreeListing.h"

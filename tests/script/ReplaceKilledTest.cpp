@@ -1,5 +1,5 @@
-#include "platform/foundation/files/FileManager.h"
-#include "platform/workspace/TrashService.h"
+#include "platform/foundation/files/manager/FileManager.h"
+#include "platform/workspace/trash/TrashService.h"
 #include "script/ScriptEngine.h"
 #include "support/Effort.h"
 #include "support/TemporaryDirectory.h"

@@ -1,7 +1,7 @@
 #include "platform/accessibility/AccessibilityService.h"
 #include "platform/foundation/values/Exception.h"
 #include "platform/preferences/PreferencesService.h"
-#include "platform/workspace/WorkspaceService.h"
+#include "platform/workspace/launch/WorkspaceService.h"
 #include "script/ScriptEngine.h"
 #include "script/Steps.h"
 #include "support/StartedProgram.h"

@@ -35,7 +35,7 @@ TEST(LifecycleOfADevelopersBuild, RefusesASocketOutsideItsFolder) {
         for (const std::string& folder : {outside.path().string(), (inside / "out").string(),
                                           upwards + outside.path().string()}) {
             const PipeEnds printed = makePipe();
-            const UniqueFd socket = listenAt(folder + "/socket");
+            const Descriptor socket = listenAt(folder + "/socket");
             StartedProgram started({.command = {program},
                                     .standard = {-1, printed.write.get(), printed.write.get()},
                                     .listener = socket.get(),

@@ -83,7 +83,7 @@ public:
         if (::mkfifo(path_.c_str(), 0600) != 0) {
             throw std::runtime_error("no gate");
         }
-        writer_ = UniqueFd(::open(path_.c_str(), O_RDWR | O_CLOEXEC));
+        writer_ = Descriptor(::open(path_.c_str(), O_RDWR | O_CLOEXEC));
     }
     [[nodiscard]] Value step() const {
         return toolStep("/bin/sh",
@@ -95,7 +95,7 @@ public:
 private:
     TemporaryDirectory folder_;
     std::filesystem::path path_ = folder_ / "gate";
-    UniqueFd writer_;
+    Descriptor writer_;
 };
 
 /// A step that leaves a line in a file.

@@ -36,13 +36,13 @@ void awaitInput(int fd, const char* what) {
     require(::poll(&entry, 1, kDeadline) == 1, what);
 }
 
-UniqueFd listenAt(const std::string& path) {
+Descriptor listenAt(const std::string& path) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     require(path.copy(static_cast<char*>(address.sun_path), sizeof address.sun_path - 1) ==
                 path.size(),
             "socket path");
-    UniqueFd fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    Descriptor fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     require(
         fd && ::bind(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
             ::chmod(path.c_str(), 0666) == 0 && ::listen(fd.get(), 1) == 0,
@@ -84,7 +84,7 @@ ClientProcess::Options ClientProcess::Options::asNobody(const std::filesystem::p
 ClientProcess::ClientProcess(const Options& options) {
     const TemporaryDirectory folder;
     require(::chmod(folder.path().c_str(), 0755) == 0, "folder");
-    const UniqueFd listener = listenAt(folder / "socket");
+    const Descriptor listener = listenAt(folder / "socket");
     std::vector<std::string> arguments{options.program, folder / "socket", options.file};
     std::vector<std::string> environment = options.environment;
     const std::vector<char*> argv = pointers(arguments);
@@ -103,7 +103,7 @@ ClientProcess::ClientProcess(const Options& options) {
     }
     try {
         awaitInput(listener.get(), "the client does not connect");
-        connection_ = UniqueFd(::accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
+        connection_ = Descriptor(::accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
         require(static_cast<bool>(connection_), "accept");
         ucred peer{};
         socklen_t size = sizeof peer;
@@ -116,7 +116,7 @@ ClientProcess::ClientProcess(const Options& options) {
         size = sizeof pidfd;
         require(::getsockopt(connection_.get(), SOL_SOCKET, SO_PEERPIDFD, &pidfd, &size) == 0,
                 "SO_PEERPIDFD");
-        pidfd_ = UniqueFd(pidfd);
+        pidfd_ = Descriptor(pidfd);
         command('p');
     } catch (...) {
         kill();

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/foundation/files/UniqueFd.h"
+#include "platform/foundation/os/Descriptor.h"
 
 #include <filesystem>
 #include <optional>
@@ -48,8 +48,8 @@ public:
     void reap();
 
 private:
-    UniqueFd connection_;
-    UniqueFd pidfd_;
+    Descriptor connection_;
+    Descriptor pidfd_;
     pid_t pid_ = -1;
     uid_t user_ = 0;
     gid_t group_ = 0;

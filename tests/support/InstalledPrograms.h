@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/security/GuestServices.h"
+#include "platform/security/guest/GuestServices.h"
 #include "support/TemporaryDirectory.h"
 #include "support/TestAuthority.h"
 

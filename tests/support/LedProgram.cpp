@@ -13,8 +13,8 @@ LedProgram::LedProgram(ProgramStart start) {
     if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0) {
         throw std::runtime_error("no strings for the program");
     }
-    strings_ = UniqueFd(ends[0]);
-    const UniqueFd itsEnd(ends[1]);
+    strings_ = Descriptor(ends[0]);
+    const Descriptor itsEnd(ends[1]);
     start.standard = {itsEnd.get(), itsEnd.get(), itsEnd.get()};
     process_ = std::make_unique<StartedProgram>(start);
 }

@@ -31,7 +31,7 @@ public:
     [[nodiscard]] pid_t pid() const { return process_->pid(); }
 
 private:
-    UniqueFd strings_;
+    Descriptor strings_;
     std::unique_ptr<StartedProgram> process_;
     std::string unread_;
 };

@@ -37,13 +37,13 @@ std::size_t linesWith(std::string_view log, std::string_view text) {
 
 } // namespace
 
-UniqueFd listenAt(const std::string& path) {
+Descriptor listenAt(const std::string& path) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     require(path.copy(static_cast<char*>(address.sun_path), sizeof address.sun_path - 1) ==
                 path.size(),
             "socket path");
-    UniqueFd fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    Descriptor fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     require(
         fd && ::bind(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
             ::chmod(path.c_str(), 0666) == 0 && ::listen(fd.get(), SOMAXCONN) == 0,
@@ -62,9 +62,9 @@ LiveService::LiveService(std::string program, std::vector<std::string> environme
                   {.command = {std::move(program)}, .environment = std::move(environment)}) {}
 
 LiveService::LiveService(Listener listener, ProgramStart start) {
-    UniqueFd socket = listener == Listener::notListening
-                          ? UniqueFd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0))
-                          : listenAt(socketPath());
+    Descriptor socket = listener == Listener::notListening
+                            ? Descriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0))
+                            : listenAt(socketPath());
     letAnybodyConnect();
     examinerSocket_ = listenAt(home_ / "examiner.sock");
     examiner_ = std::make_unique<StartedProgram>(

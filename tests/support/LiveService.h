@@ -57,7 +57,7 @@ private:
     TemporaryDirectory home_{QV_BUILD_FOLDER};
     TemporaryDirectory folder_;
     std::string socketPath_ = home_ / "helper.sock";
-    UniqueFd examinerSocket_;
+    Descriptor examinerSocket_;
     PipeEnds printed_ = makePipe();
     PipeEnds stop_ = makePipe();
     std::unique_ptr<StartedProgram> examiner_;
@@ -72,6 +72,6 @@ private:
 };
 
 /// A listening stream socket at `path`, which anybody may connect to.
-[[nodiscard]] UniqueFd listenAt(const std::string& path);
+[[nodiscard]] Descriptor listenAt(const std::string& path);
 
 } // namespace qv::test

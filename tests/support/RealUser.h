@@ -68,7 +68,7 @@ private:
     }
 
     std::string name_;
-    UniqueFd lifeline_;
+    Descriptor lifeline_;
     pid_t keeper_ = -1;
 };
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/foundation/files/UniqueFd.h"
+#include "platform/foundation/os/Descriptor.h"
 
 #include <fmt/core.h>
 
@@ -89,7 +89,7 @@ private:
     }
 
     std::filesystem::path at_;
-    UniqueFd device_;
+    Descriptor device_;
     bool isMounted_ = false;
     std::atomic<bool> isClosed_ = false;
     std::thread server_;

@@ -85,7 +85,7 @@ private:
     std::array<int, 3> standard_;
     int listener_;
     std::optional<uid_t> user_;
-    UniqueFd null_;
+    Descriptor null_;
     std::vector<char*> arguments_;
     std::vector<char*> environment_;
 };
@@ -109,7 +109,7 @@ StartedProgram::StartedProgram(const ProgramStart& start) : ownGroup_(start.user
     if (ownGroup_) {
         ::setpgid(pid_, pid_); // whoever of the two comes first
     }
-    pidfd_ = UniqueFd(static_cast<int>(::syscall(SYS_pidfd_open, pid_, 0)));
+    pidfd_ = Descriptor(static_cast<int>(::syscall(SYS_pidfd_open, pid_, 0)));
     if (!pidfd_) {
         fail("pidfd_open");
     }
@@ -159,7 +159,7 @@ PipeEnds makePipe() {
     if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
         fail("pipe");
     }
-    return {.read = UniqueFd(ends[0]), .write = UniqueFd(ends[1])};
+    return {.read = Descriptor(ends[0]), .write = Descriptor(ends[1])};
 }
 
 bool writeAll(int descriptor, std::string_view bytes) {
@@ -183,7 +183,7 @@ bool readPiece(int descriptor, std::string& text) {
     return count > 0;
 }
 
-void readBoth(UniqueFd& output, UniqueFd& errors, ProgramRun& run) {
+void readBoth(Descriptor& output, Descriptor& errors, ProgramRun& run) {
     while (output || errors) {
         std::array<pollfd, 2> entries{{{output.get(), POLLIN, 0}, {errors.get(), POLLIN, 0}}};
         constexpr auto kMost = std::chrono::milliseconds(kPatience).count();

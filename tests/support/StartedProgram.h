@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/foundation/files/UniqueFd.h"
+#include "platform/foundation/os/Descriptor.h"
 
 #include <array>
 #include <chrono>
@@ -48,13 +48,13 @@ public:
 private:
     pid_t pid_ = -1;
     bool ownGroup_ = false;
-    UniqueFd pidfd_;
+    Descriptor pidfd_;
     std::optional<int> status_;
 };
 
 struct PipeEnds {
-    UniqueFd read;
-    UniqueFd write;
+    Descriptor read;
+    Descriptor write;
 };
 [[nodiscard]] PipeEnds makePipe();
 

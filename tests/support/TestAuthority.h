@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/security/CodeSigner.h"
+#include "platform/security/signature/CodeSigner.h"
 #include "platform/security/signature/OpenSSLHandles.h"
 
 #include <cstdint>

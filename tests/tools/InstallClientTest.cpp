@@ -3,7 +3,7 @@
 
 #include "codesign/ClientVerification.h"
 #include "codesign/QVCodeSignatureVerifier.h"
-#include "platform/security/GuestServices.h"
+#include "platform/security/guest/GuestServices.h"
 #include "service/Puppet.h"
 #include "support/ClientProcess.h"
 #include "support/LiveService.h"
@@ -204,7 +204,7 @@ TEST_F(InstallClient, WhatIsHeldOfTheSourceMeansNothing) {
     fs::create_hard_link(source, other);
     const fs::path link = folder_ / "link to source";
     fs::create_symlink(source, link);
-    const UniqueFd held(::open(source.c_str(), O_RDWR | O_CLOEXEC));
+    const Descriptor held(::open(source.c_str(), O_RDWR | O_CLOEXEC));
     void* mapped =
         ::mmap(nullptr, content.size(), PROT_READ | PROT_WRITE, MAP_SHARED, held.get(), 0);
     ASSERT_NE(mapped, MAP_FAILED);
@@ -226,7 +226,7 @@ TEST_F(InstallClient, WhatIsHeldOfTheSourceMeansNothing) {
 TEST_F(InstallClient, ASourceThatChangesMeanwhileIsRefusedOrWhole) {
     const fs::path source = signedProgram("source", "hard,kill");
     const std::string content = contentOf(source);
-    const UniqueFd held(::open(source.c_str(), O_WRONLY | O_CLOEXEC));
+    const Descriptor held(::open(source.c_str(), O_WRONLY | O_CLOEXEC));
     const auto place = static_cast<off_t>(content.find("QVCHANGEABLE"));
     std::atomic<bool> done = false;
     std::thread writer([&] {

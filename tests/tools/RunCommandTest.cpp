@@ -1,7 +1,7 @@
 // qvcatalog run, and the client in plain C, against the running service.
 
 #include "platform/foundation/plist/PropertyList.h"
-#include "platform/workspace/TrashService.h"
+#include "platform/workspace/trash/TrashService.h"
 #include "service/ServiceTest.h"
 #include "support/TemporaryDirectory.h"
 #include "support/TestAuthority.h"

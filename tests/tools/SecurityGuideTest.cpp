@@ -1,8 +1,8 @@
 // The commands of docs/security.md, as they stand there.
 
-#include "platform/security/CodeExaminer.h"
-#include "platform/security/CodeSigningStatus.h"
-#include "platform/security/Requirement.h"
+#include "platform/security/examination/CodeExaminer.h"
+#include "platform/security/requirement/CodeSigningStatus.h"
+#include "platform/security/requirement/Requirement.h"
 #include "support/TestAuthority.h"
 #include "tools/Command.h"
 
@@ -52,7 +52,7 @@ TEST(SecurityGuide, ItsCommandsMakeAnchorsAndClientsThatCount) {
     }
     CodeExaminer examiner(anchors, ::geteuid());
     const auto judged = [&] {
-        const UniqueFd client(::open((folder / "client").c_str(), O_RDONLY | O_CLOEXEC));
+        const Descriptor client(::open((folder / "client").c_str(), O_RDONLY | O_CLOEXEC));
         return examiner.examine(client.get(), CodeExaminer::Deadline::max());
     };
     const auto client = judged();

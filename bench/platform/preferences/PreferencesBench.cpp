@@ -3,7 +3,7 @@
 //
 //   bench_preferences [WRITES]
 
-#include "platform/foundation/files/UniqueFd.h"
+#include "platform/foundation/os/Descriptor.h"
 #include "platform/foundation/plist/PropertyList.h"
 #include "platform/preferences/PreferenceFiles.h"
 #include "support/Contest.h"
@@ -85,9 +85,9 @@ int store(const Homes& homes, const PreferencesDomain& domain, int writes) {
 
 // The same bytes, with nothing but what makes them durable and never seen by halves.
 int storeBare(const Homes& homes, const std::string& bytes, int writes) {
-    const qv::UniqueFd folder(::open(homes.bare().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const qv::Descriptor folder(::open(homes.bare().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     for (int i = 0; i < writes; ++i) {
-        const qv::UniqueFd file(
+        const qv::Descriptor file(
             ::openat(folder.get(), "new", O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
         if (!file || ::write(file.get(), bytes.data(), bytes.size()) < 0 ||
             ::fsync(file.get()) != 0 ||

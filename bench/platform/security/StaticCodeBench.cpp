@@ -3,11 +3,11 @@
 //
 //   bench_static_code [SIZE-IN-MIB]
 
-#include "platform/foundation/files/UniqueFd.h"
-#include "platform/security/CodeExaminer.h"
-#include "platform/security/CodeSigner.h"
-#include "platform/security/StaticCode.h"
-#include "platform/security/TrustAnchors.h"
+#include "platform/foundation/os/Descriptor.h"
+#include "platform/security/examination/CodeExaminer.h"
+#include "platform/security/signature/CodeSigner.h"
+#include "platform/security/signature/StaticCode.h"
+#include "platform/security/signature/TrustAnchors.h"
 #include "support/TemporaryDirectory.h"
 #include "support/TestAuthority.h"
 
@@ -79,7 +79,7 @@ void measure(std::size_t mebibytes) {
         filling[at] = static_cast<char>(at >> 12U);
     }
     {
-        const qv::UniqueFd file(::open(path.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC));
+        const qv::Descriptor file(::open(path.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC));
         need(::write(file.get(), filling.data(), filling.size()) ==
                  static_cast<ssize_t>(filling.size()),
              "writing the program");
@@ -88,7 +88,7 @@ void measure(std::size_t mebibytes) {
     need(outcome.has_value(), outcome ? "" : outcome.error().description());
 
     const auto examine = [&](qv::CodeExaminer& examiner) {
-        const qv::UniqueFd file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+        const qv::Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
         const auto code = examiner.examine(file.get(), qv::CodeExaminer::Deadline::max());
         need(code->status() == 0 && code->facts().chain.back().vendorRoot, code->reason());
     };

@@ -27,7 +27,7 @@
 
 namespace {
 
-using qv::UniqueFd;
+using qv::Descriptor;
 using qv::Value;
 
 constexpr double kGoal = 3;
@@ -75,8 +75,8 @@ struct Folder {
     std::string path = "/tmp/qvbench.XXXXXX";
 };
 
-UniqueFd listenAt(const std::string& path) {
-    UniqueFd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+Descriptor listenAt(const std::string& path) {
+    Descriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     path.copy(address.sun_path, sizeof address.sun_path - 1);
@@ -87,7 +87,7 @@ UniqueFd listenAt(const std::string& path) {
     return socket;
 }
 
-void serve(UniqueFd socket) {
+void serve(Descriptor socket) {
     const auto queue = qv::xpc::MainQueue::create().value();
     const auto listener = qv::xpc::Listener::withSocket(std::move(socket), *queue).value();
     listener->setEventHandler([](const std::shared_ptr<qv::xpc::Connection>& connection) {
@@ -148,12 +148,12 @@ void measure(int rounds) {
     const std::size_t size = qv::xpc::kFrameHeaderSize + withNonce.value().size();
 
     const Folder folder;
-    UniqueFd listener = listenAt(folder.socket());
+    Descriptor listener = listenAt(folder.socket());
     const Child service([&] { serve(std::move(listener)); });
     std::array<int, 2> ends{};
     need(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) == 0, "socketpair");
-    const UniqueFd ours(ends[0]);
-    UniqueFd theirs(ends[1]);
+    const Descriptor ours(ends[0]);
+    Descriptor theirs(ends[1]);
     const Child peer([&] { echo(theirs.get(), size); });
 
     auto connection = qv::xpc::ClientConnection::connect(folder.socket());

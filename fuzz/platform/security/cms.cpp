@@ -1,11 +1,11 @@
 // Arbitrary bytes as a signature over fixed content. Certificates are judged even when no key
 // signed anything, because the fuzzer has none.
 
-#include "platform/security/TrustAnchors.h"
 #include "platform/security/signature/CMSEnvelope.h"
 #include "platform/security/signature/CMSSignature.h"
 #include "platform/security/signature/CertificateChain.h"
 #include "platform/security/signature/CertificateReader.h"
+#include "platform/security/signature/TrustAnchors.h"
 
 #include <cstdlib>
 

@@ -1,9 +1,9 @@
 // What the examiner and the service say to each other: an examiner that was taken over may answer
 // anything, and what is read of it must read the same again.
 
-#include "platform/security/StaticCode.h"
-#include "platform/security/TrustAnchors.h"
 #include "platform/security/examination/ExaminationWire.h"
+#include "platform/security/signature/StaticCode.h"
+#include "platform/security/signature/TrustAnchors.h"
 
 #include <cstddef>
 #include <cstdint>

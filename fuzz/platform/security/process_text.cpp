@@ -1,8 +1,8 @@
 // Arbitrary text as each of the process files: what is taken from it stands in it, and a refusal
 // tells why.
 
-#include "platform/security/CodeSigningStatus.h"
 #include "platform/security/guest/ProcessText.h"
+#include "platform/security/requirement/CodeSigningStatus.h"
 
 #include <cstdlib>
 #include <tuple>

@@ -1,9 +1,9 @@
 // Arbitrary text as a code requirement: it compiles to what its canonical text compiles to, or is
 // refused with a reason and a place inside of it.
 
-#include "platform/security/Requirement.h"
+#include "platform/security/requirement/Requirement.h"
 
-#include "platform/security/CodeSigningStatus.h"
+#include "platform/security/requirement/CodeSigningStatus.h"
 
 #include <cstdlib>
 

@@ -1,7 +1,7 @@
 // Arbitrary bytes as a signed file, and as a code directory: what is read writes back and reads the
 // same again.
 
-#include "platform/foundation/files/UniqueFd.h"
+#include "platform/foundation/os/Descriptor.h"
 #include "platform/security/signature/CodeDirectory.h"
 #include "platform/security/signature/OpenSSLHandles.h"
 #include "platform/security/signature/SignatureTrailer.h"
@@ -42,7 +42,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
     }
     const std::string_view bytes = qv::bytesView(data, size);
     readDirectory(bytes);
-    const qv::UniqueFd file(::memfd_create("program", MFD_CLOEXEC));
+    const qv::Descriptor file(::memfd_create("program", MFD_CLOEXEC));
     if (!file || ::write(file.get(), data, size) != static_cast<ssize_t>(size)) {
         return 0;
     }

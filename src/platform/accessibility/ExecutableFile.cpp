@@ -1,8 +1,8 @@
 #include "platform/accessibility/ExecutableFile.h"
 
 #include "platform/accessibility/AccessibilityError.h"
-#include "platform/foundation/files/HeldItem.h"
-#include "platform/foundation/files/content/FileBytes.h"
+#include "platform/foundation/files/item/HeldItem.h"
+#include "platform/foundation/os/FileBytes.h"
 
 #include <fmt/core.h>
 
@@ -22,7 +22,7 @@ namespace {
 constexpr off_t kMostBytes = off_t{1} << 30U;
 
 // The kernel's name for a descriptor: leads to the very file, whatever its path leads to by now.
-std::string nameOf(const UniqueFd& fd) { return fmt::format("/proc/self/fd/{}", fd.get()); }
+std::string nameOf(const Descriptor& fd) { return fmt::format("/proc/self/fd/{}", fd.get()); }
 
 // An errno about the way to a file.
 AXError codeOf(int errorNumber) {
@@ -51,7 +51,7 @@ tl::expected<ExecutableFile, Error> ExecutableFile::at(const std::string& path) 
         return tl::unexpected(
             accessibilityError(kAXErrorIllegalArgument, path, "names no file of a program"));
     }
-    tl::expected<UniqueFd, int> file = holdItem(path, LastLink::follow);
+    tl::expected<Descriptor, int> file = holdItem(path, LastLink::follow);
     if (!file) {
         return tl::unexpected(
             accessibilityError(codeOf(file.error()), path, errnoText(file.error())));
@@ -72,7 +72,7 @@ tl::expected<ExecutableFile, Error> ExecutableFile::at(const std::string& path) 
     return found;
 }
 
-tl::expected<ExecutableFile, Error> ExecutableFile::held(UniqueFd file, std::string path) {
+tl::expected<ExecutableFile, Error> ExecutableFile::held(Descriptor file, std::string path) {
     struct stat info{};
     auto key = FileKey::of(file.get());
     if (!key || ::fstat(file.get(), &info) != 0) {
@@ -96,8 +96,8 @@ Error ExecutableFile::failure(std::string_view cause) const {
     return accessibilityError(kAXErrorFailure, path_, cause);
 }
 
-tl::expected<UniqueFd, Error> ExecutableFile::openToRead() const {
-    UniqueFd readable(::open(nameOf(file_).c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+tl::expected<Descriptor, Error> ExecutableFile::openToRead() const {
+    Descriptor readable(::open(nameOf(file_).c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     if (!readable) {
         return tl::unexpected(failure(fmt::format("cannot be read: {}", errnoText(errno))));
     }
@@ -134,7 +134,7 @@ tl::expected<SHA256Digest, Error> ExecutableFile::digestOf(int readable) const {
 
 tl::expected<SHA256Digest, Error> ExecutableFile::digest() const {
     return openToRead().and_then(
-        [&](const UniqueFd& readable) { return digestOf(readable.get()); });
+        [&](const Descriptor& readable) { return digestOf(readable.get()); });
 }
 
 tl::expected<FileContentMark, Error> ExecutableFile::contentMark(std::int64_t now) const {

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "platform/foundation/digest/SHA256.h"
-#include "platform/foundation/files/UniqueFd.h"
-#include "platform/foundation/files/content/FileKey.h"
+#include "platform/foundation/os/Descriptor.h"
+#include "platform/foundation/os/FileKey.h"
 #include "platform/foundation/values/Error.h"
 
 #include <tl/expected.hpp>
@@ -29,7 +29,8 @@ public:
     /// FIFO may do something.
     [[nodiscard]] static tl::expected<ExecutableFile, Error> at(const std::string& path);
     /// One that is held already, opened with O_PATH.
-    [[nodiscard]] static tl::expected<ExecutableFile, Error> held(UniqueFd file, std::string path);
+    [[nodiscard]] static tl::expected<ExecutableFile, Error> held(Descriptor file,
+                                                                  std::string path);
 
     [[nodiscard]] const std::string& path() const noexcept { return path_; } ///< without links
     /// `generation` is 0: only who may read a file is told.
@@ -48,13 +49,13 @@ public:
     [[nodiscard]] tl::expected<FileContentMark, Error> contentMark(std::int64_t now) const;
 
 private:
-    ExecutableFile(UniqueFd file, std::string path, FileKey key, mode_t mode)
+    ExecutableFile(Descriptor file, std::string path, FileKey key, mode_t mode)
         : file_(std::move(file)), path_(std::move(path)), key_(key), mode_(mode) {}
-    [[nodiscard]] tl::expected<UniqueFd, Error> openToRead() const;
+    [[nodiscard]] tl::expected<Descriptor, Error> openToRead() const;
     [[nodiscard]] tl::expected<SHA256Digest, Error> digestOf(int readable) const;
     [[nodiscard]] Error failure(std::string_view cause) const;
 
-    UniqueFd file_; // O_PATH
+    Descriptor file_; // O_PATH
     std::string path_;
     FileKey key_;
     mode_t mode_ = 0;

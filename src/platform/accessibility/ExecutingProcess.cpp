@@ -1,7 +1,7 @@
 #include "platform/accessibility/ExecutingProcess.h"
 
 #include "platform/accessibility/AccessibilityError.h"
-#include "platform/foundation/files/content/FileBytes.h"
+#include "platform/foundation/os/FileBytes.h"
 
 #include <fmt/core.h>
 
@@ -33,11 +33,11 @@ tl::unexpected<Error> fault(std::string_view process, int errorNumber) {
 tl::expected<ExecutingProcess, Error> ExecutingProcess::find(pid_t process) {
     std::string name = fmt::format("process {}", process);
     // The C library's header for it has no C++ linkage everywhere.
-    UniqueFd pidfd(static_cast<int>(::syscall(SYS_pidfd_open, process, 0U)));
+    Descriptor pidfd(static_cast<int>(::syscall(SYS_pidfd_open, process, 0U)));
     if (!pidfd) {
         return fault(name, errno);
     }
-    UniqueFd folder(
+    Descriptor folder(
         ::open(fmt::format("/proc/{}", process).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     if (!folder) {
         return fault(name, errno);
@@ -70,7 +70,7 @@ std::string ExecutingProcess::executablePath() const {
 }
 
 tl::expected<ExecutableFile, Error> ExecutingProcess::executable() const {
-    UniqueFd file(::openat(folder_.get(), "exe", O_PATH | O_CLOEXEC));
+    Descriptor file(::openat(folder_.get(), "exe", O_PATH | O_CLOEXEC));
     if (!file && errno == ENOENT && !hasEnded()) { // a part of the kernel
         return tl::unexpected(
             accessibilityError(kAXErrorIllegalArgument, name_, "executes no file"));

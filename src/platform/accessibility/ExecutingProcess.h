@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/accessibility/ExecutableFile.h"
-#include "platform/foundation/files/UniqueFd.h"
+#include "platform/foundation/os/Descriptor.h"
 #include "platform/foundation/values/Error.h"
 
 #include <tl/expected.hpp>
@@ -26,15 +26,15 @@ public:
     [[nodiscard]] bool stillExecutes(const ExecutableFile& file) const;
 
 private:
-    ExecutingProcess(std::string name, UniqueFd pidfd, UniqueFd folder)
+    ExecutingProcess(std::string name, Descriptor pidfd, Descriptor folder)
         : name_(std::move(name)), pidfd_(std::move(pidfd)), folder_(std::move(folder)) {}
     [[nodiscard]] bool hasEnded() const;
     [[nodiscard]] bool isInOurUserNamespace() const;
     [[nodiscard]] std::string executablePath() const; ///< empty when there is none
 
     std::string name_; // for errors
-    UniqueFd pidfd_;
-    UniqueFd folder_; // of /proc; names nothing any more once the process is gone
+    Descriptor pidfd_;
+    Descriptor folder_; // of /proc; names nothing any more once the process is gone
 };
 
 } // namespace qv

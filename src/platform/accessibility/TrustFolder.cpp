@@ -1,10 +1,10 @@
 #include "platform/accessibility/TrustFolder.h"
 
 #include "platform/accessibility/AccessibilityError.h"
-#include "platform/foundation/files/Sync.h"
-#include "platform/foundation/files/TemporaryName.h"
-#include "platform/foundation/files/content/FileBytes.h"
-#include "platform/foundation/files/content/ReplacementFile.h"
+#include "platform/foundation/os/FileBytes.h"
+#include "platform/foundation/os/Folder.h"
+#include "platform/foundation/os/ReplacementFile.h"
+#include "platform/foundation/os/TemporaryName.h"
 
 #include <fmt/core.h>
 
@@ -58,7 +58,7 @@ int makeFolder(int parent, const char* name) {
         return errno == EEXIST ? 0 : errno;
     }
     // Whatever the mask and the folder above: group and mode are these.
-    const UniqueFd made(::openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    const Descriptor made(::openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     if (!made || ::fchown(made.get(), 0, 0) != 0 || ::fchmod(made.get(), kMode) != 0) {
         return errno;
     }
@@ -66,15 +66,15 @@ int makeFolder(int parent, const char* name) {
 }
 
 // The descriptor is none when there is no folder and none is to be made.
-tl::expected<UniqueFd, Error> enter(int parent, const char* name, const std::string& path,
-                                    Missing missing) {
+tl::expected<Descriptor, Error> enter(int parent, const char* name, const std::string& path,
+                                      Missing missing) {
     constexpr int kFlags = O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
-    UniqueFd folder(::openat(parent, name, kFlags));
+    Descriptor folder(::openat(parent, name, kFlags));
     if (!folder && errno == ENOENT && missing == Missing::isMade) {
         if (const int error = makeFolder(parent, name)) {
             return tl::unexpected(storeFault(path, error));
         }
-        folder = UniqueFd(::openat(parent, name, kFlags));
+        folder = Descriptor(::openat(parent, name, kFlags));
     }
     if (!folder) {
         if (errno == ENOENT && missing == Missing::isNone) {
@@ -91,9 +91,9 @@ tl::expected<UniqueFd, Error> enter(int parent, const char* name, const std::str
 }
 
 // The lower folder.
-tl::expected<UniqueFd, Error> enterBoth(const fs::path& state, Missing missing) {
+tl::expected<Descriptor, Error> enterBoth(const fs::path& state, Missing missing) {
     const fs::path above = state.parent_path();
-    UniqueFd parent(::open(above.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    Descriptor parent(::open(above.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     if (!parent) {
         if (errno == ENOENT && missing == Missing::isNone) {
             return parent;
@@ -121,7 +121,7 @@ tl::expected<std::optional<TrustFolder>, Error> TrustFolder::find(const std::str
 }
 
 tl::expected<TrustFolder, Error> TrustFolder::make(const std::string& state) {
-    return enterBoth(state, Missing::isMade).map([&](UniqueFd folder) {
+    return enterBoth(state, Missing::isMade).map([&](Descriptor folder) {
         return TrustFolder(std::move(folder), fs::path(state) / kFolder);
     });
 }
@@ -132,7 +132,7 @@ std::string TrustFolder::pathOf(std::string_view name) const {
 
 tl::expected<TrustList, Error> TrustFolder::load() const {
     const std::string path = pathOf(kStore);
-    const UniqueFd file(
+    const Descriptor file(
         ::openat(folder_.get(), kStore, O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC));
     if (!file) {
         return errno == ENOENT ? tl::expected<TrustList, Error>()
@@ -156,10 +156,10 @@ tl::expected<TrustList, Error> TrustFolder::load() const {
         [&](const std::string& cause) { return storeFault(path, cause); });
 }
 
-tl::expected<UniqueFd, Error> TrustFolder::lock(std::chrono::milliseconds patience) const {
+tl::expected<Descriptor, Error> TrustFolder::lock(std::chrono::milliseconds patience) const {
     constexpr mode_t kOwnerOnly = 0600; // who could open it could keep everybody waiting
     const std::string path = pathOf(kLock);
-    UniqueFd file(
+    Descriptor file(
         ::openat(folder_.get(), kLock, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, kOwnerOnly));
     if (!file) {
         return tl::unexpected(storeFault(path, errno));
@@ -205,7 +205,7 @@ Error TrustFolder::save(const TrustList& list) const {
         return storeFault(path, "would be larger than 16 MiB");
     }
     constexpr mode_t kForAllToRead = 0644;
-    UniqueFd folder(::fcntl(folder_.get(), F_DUPFD_CLOEXEC, 0));
+    Descriptor folder(::fcntl(folder_.get(), F_DUPFD_CLOEXEC, 0));
     if (!folder) {
         return storeFault(path, errno);
     }

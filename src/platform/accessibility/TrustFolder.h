@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/accessibility/TrustList.h"
-#include "platform/foundation/files/UniqueFd.h"
+#include "platform/foundation/os/Descriptor.h"
 #include "platform/foundation/values/Error.h"
 
 #include <tl/expected.hpp>
@@ -30,17 +30,17 @@ public:
 
     /// Nobody else changes the store while the descriptor lives. Then what a writer has left that
     /// was killed is removed.
-    [[nodiscard]] tl::expected<UniqueFd, Error> lock(std::chrono::milliseconds patience) const;
+    [[nodiscard]] tl::expected<Descriptor, Error> lock(std::chrono::milliseconds patience) const;
     /// Durable when it succeeds; when it fails the store is the old one. Under the lock only.
     [[nodiscard]] Error save(const TrustList& list) const;
 
 private:
-    TrustFolder(UniqueFd folder, std::string path)
+    TrustFolder(Descriptor folder, std::string path)
         : folder_(std::move(folder)), path_(std::move(path)) {}
     [[nodiscard]] Error removeLeftovers() const;
     [[nodiscard]] std::string pathOf(std::string_view name) const;
 
-    UniqueFd folder_;
+    Descriptor folder_;
     std::string path_; // for errors
 };
 

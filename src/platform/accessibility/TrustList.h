@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/foundation/digest/SHA256.h"
-#include "platform/foundation/files/content/FileKey.h"
+#include "platform/foundation/os/FileKey.h"
 
 #include <tl/expected.hpp>
 

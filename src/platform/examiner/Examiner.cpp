@@ -2,9 +2,9 @@
 
 #include "platform/examiner/Sandbox.h"
 #include "platform/foundation/log/Log.h"
-#include "platform/security/StaticCode.h"
-#include "platform/security/TrustAnchors.h"
 #include "platform/security/examination/ExaminationWire.h"
+#include "platform/security/signature/StaticCode.h"
+#include "platform/security/signature/TrustAnchors.h"
 
 #include <fmt/core.h>
 
@@ -31,20 +31,20 @@ constexpr milliseconds kLongestTime{10'000};
 void complain(std::string_view what) { log::write(log::Priority::error, what); }
 
 struct Request {
-    UniqueFd program;
+    Descriptor program;
     Value content;
 };
 
 // The descriptor in a piece's control data, if one came.
-UniqueFd descriptorIn(msghdr& message) {
-    UniqueFd found;
+Descriptor descriptorIn(msghdr& message) {
+    Descriptor found;
     for (cmsghdr* header = CMSG_FIRSTHDR(&message); header != nullptr;
          header = CMSG_NXTHDR(&message, header)) {
         if (header->cmsg_level == SOL_SOCKET && header->cmsg_type == SCM_RIGHTS &&
             header->cmsg_len == CMSG_LEN(sizeof(int))) {
             int fd = -1;
             std::memcpy(&fd, CMSG_DATA(header), sizeof fd);
-            found = UniqueFd(fd);
+            found = Descriptor(fd);
         }
     }
     return found;
@@ -66,7 +66,7 @@ tl::expected<Request, std::string> receiveRequest(int connection) {
         if (count <= 0) {
             return tl::unexpected<std::string>("a request was not finished");
         }
-        if (UniqueFd program = descriptorIn(message)) {
+        if (Descriptor program = descriptorIn(message)) {
             request.program = std::move(program);
         }
         const auto complete = frame.take({piece.data(), static_cast<std::size_t>(count)});
@@ -139,7 +139,7 @@ void Examiner::reap(int options) {
     }
 }
 
-void Examiner::serve(const UniqueFd& connection) {
+void Examiner::serve(const Descriptor& connection) {
     const pid_t child = ::fork();
     if (child < 0) {
         complain(fmt::format("no process for an examination: {}", strerrordesc_np(errno)));
@@ -174,7 +174,7 @@ int Examiner::run(std::chrono::milliseconds idleTime) {
             }
             continue;
         }
-        const UniqueFd connection(
+        const Descriptor connection(
             ready < 0 ? -1 : ::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC));
         if (connection) {
             serve(connection);

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/foundation/files/UniqueFd.h"
+#include "platform/foundation/os/Descriptor.h"
 
 #include <chrono>
 
@@ -14,16 +14,16 @@ class Examiner {
 public:
     static constexpr int kMostAtOnce = 8;
 
-    explicit Examiner(UniqueFd listener) : listener_(std::move(listener)) {}
+    explicit Examiner(Descriptor listener) : listener_(std::move(listener)) {}
 
     /// Serves until nothing was asked for so long. The exit status.
     [[nodiscard]] int run(std::chrono::milliseconds idleTime);
 
 private:
     void reap(int options);
-    void serve(const UniqueFd& connection);
+    void serve(const Descriptor& connection);
 
-    UniqueFd listener_;
+    Descriptor listener_;
     int running_ = 0;
 };
 

@@ -1,6 +1,6 @@
 #include "platform/examiner/Examiner.h"
 #include "platform/examiner/Sandbox.h"
-#include "platform/foundation/files/SocketPlace.h"
+#include "platform/foundation/files/item/SocketPlace.h"
 #include "platform/foundation/log/Log.h"
 #include "platform/foundation/process/ProcessState.h"
 
@@ -35,7 +35,7 @@ int main() {
         ::fcntl(SD_LISTEN_FDS_START, F_SETFD, FD_CLOEXEC) != 0) {
         return fail("no listening socket was handed over");
     }
-    qv::UniqueFd listener(SD_LISTEN_FDS_START);
+    qv::Descriptor listener(SD_LISTEN_FDS_START);
     constexpr std::string_view kFolder = QV_DEVELOPMENT_FOLDER; // empty but in a developer's build
     if (kFolder.empty() && ::geteuid() == 0) {
         return fail("started as root; its unit gives it a user of its own");

@@ -2,7 +2,7 @@
 
 #include "platform/foundation/values/UTF8.h"
 #include "platform/predicate/Predicate.h"
-#include "platform/predicate/Reasons.h"
+#include "platform/predicate/language/Reasons.h"
 
 #include <fmt/core.h>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/predicate/Language.h"
+#include "platform/predicate/language/Language.h"
 
 #include <cstddef>
 #include <string>

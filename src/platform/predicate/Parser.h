@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/predicate/Lexer.h"
-#include "platform/predicate/Literals.h"
+#include "platform/predicate/language/Literals.h"
 
 #include <string>
 #include <string_view>

@@ -1,7 +1,7 @@
-#include "platform/predicate/Functions.h"
 #include "platform/predicate/Parser.h"
 #include "platform/predicate/Predicate.h"
-#include "platform/predicate/Reasons.h"
+#include "platform/predicate/evaluation/Functions.h"
+#include "platform/predicate/language/Reasons.h"
 
 #include <fmt/core.h>
 

@@ -1,8 +1,8 @@
 #include "platform/predicate/Predicate.h"
 
 #include "platform/foundation/values/Description.h"
-#include "platform/predicate/Evaluation.h"
 #include "platform/predicate/Parser.h"
+#include "platform/predicate/evaluation/Evaluation.h"
 
 #include <fmt/core.h>
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/foundation/values/Exception.h"
-#include "platform/predicate/KeyValueCoding.h"
+#include "platform/predicate/evaluation/KeyValueCoding.h"
 
 #include <cstddef>
 #include <memory>

@@ -1,9 +1,9 @@
 #include "platform/foundation/values/Description.h"
-#include "platform/predicate/Expression.h"
-#include "platform/predicate/Functions.h"
-#include "platform/predicate/Language.h"
-#include "platform/predicate/Literals.h"
 #include "platform/predicate/Predicate.h"
+#include "platform/predicate/evaluation/Functions.h"
+#include "platform/predicate/language/Expression.h"
+#include "platform/predicate/language/Language.h"
+#include "platform/predicate/language/Literals.h"
 
 #include <fmt/core.h>
 

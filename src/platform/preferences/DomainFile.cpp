@@ -1,9 +1,9 @@
 #include "platform/preferences/DomainFile.h"
 
-#include "platform/foundation/files/Sync.h"
-#include "platform/foundation/files/UniqueFd.h"
-#include "platform/foundation/files/content/FileBytes.h"
-#include "platform/foundation/files/content/ReplacementFile.h"
+#include "platform/foundation/os/Descriptor.h"
+#include "platform/foundation/os/FileBytes.h"
+#include "platform/foundation/os/Folder.h"
+#include "platform/foundation/os/ReplacementFile.h"
 #include "platform/foundation/plist/PropertyList.h"
 #include "platform/preferences/DomainFolder.h"
 #include "platform/preferences/PreferenceError.h"
@@ -64,7 +64,7 @@ struct FileContent {
 tl::expected<std::optional<FileContent>, Error> contentOf(int folder, const DomainPlace& place) {
     const std::string path = place.path();
     // A FIFO must not keep the reader waiting.
-    const UniqueFd file(
+    const Descriptor file(
         ::openat(folder, place.fileName.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     if (!file && (errno == ENOENT || errno == ELOOP)) {
         return std::nullopt;
@@ -157,7 +157,7 @@ std::optional<Value> changed(const Value& values, const Changes& changes) {
 Value valuesOf(const Found& found) { return found.values.value_or(Value::dictionary({})); }
 
 // Whether a look without the lock shows that there is nothing to do.
-bool isUnchanged(const DomainPlace& place, const UniqueFd& folder, const Changes& changes) {
+bool isUnchanged(const DomainPlace& place, const Descriptor& folder, const Changes& changes) {
     const auto found = folder ? read(folder.get(), place, Patience::once) : Found{};
     const bool isEmptyFile =
         found && found->values && found->file.st_size == 0; // maybe not for long
@@ -191,7 +191,7 @@ Error write(int folder, const DomainPlace& place, const Found& old, const Value&
     if (text->size() > static_cast<std::size_t>(kLargestFile)) {
         return failureAt(path, EFBIG, kTooLarge);
     }
-    auto file = ReplacementFile::create(UniqueFd(::fcntl(folder, F_DUPFD_CLOEXEC, 0)),
+    auto file = ReplacementFile::create(Descriptor(::fcntl(folder, F_DUPFD_CLOEXEC, 0)),
                                         place.fileName, incompleteName());
     if (!file) {
         return failureAt(path, file.error());

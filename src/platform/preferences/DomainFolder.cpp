@@ -1,7 +1,7 @@
 #include "platform/preferences/DomainFolder.h"
 
-#include "platform/foundation/files/Sync.h"
-#include "platform/foundation/files/TemporaryName.h"
+#include "platform/foundation/os/Folder.h"
+#include "platform/foundation/os/TemporaryName.h"
 #include "platform/preferences/PreferenceError.h"
 
 #include <algorithm>
@@ -29,15 +29,15 @@ constexpr int kFolderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 enum class Missing : std::uint8_t { leave, make };
 
 // A folder in a folder, no link; errno where there is none.
-UniqueFd folderIn(int parent, const std::string& name, std::optional<mode_t> modeToMake) {
+Descriptor folderIn(int parent, const std::string& name, std::optional<mode_t> modeToMake) {
     const bool made = modeToMake && ::mkdirat(parent, name.c_str(), 0700) == 0;
     if (modeToMake && !made && errno != EEXIST) {
         return {};
     }
-    UniqueFd folder(::openat(parent, name.c_str(), kFolderFlags));
+    Descriptor folder(::openat(parent, name.c_str(), kFolderFlags));
     if (folder && made) {
         // The mask of the process must not count, and a power cut must not lose what it will hold.
-        const UniqueFd above(::openat(folder.get(), "..", O_PATH | O_DIRECTORY | O_CLOEXEC));
+        const Descriptor above(::openat(folder.get(), "..", O_PATH | O_DIRECTORY | O_CLOEXEC));
         const int unsaved =
             !above || ::fchmod(folder.get(), *modeToMake) != 0 ? errno : syncFolder(above.get());
         if (unsaved != 0) {
@@ -48,8 +48,8 @@ UniqueFd folderIn(int parent, const std::string& name, std::optional<mode_t> mod
     return folder;
 }
 
-UniqueFd openBase(const DomainPlace& place, Missing missing) {
-    UniqueFd base(::open(place.base.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+Descriptor openBase(const DomainPlace& place, Missing missing) {
+    Descriptor base(::open(place.base.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     if (!base && errno == ENOENT && missing == Missing::make && place.baseMode) {
         base = folderIn(AT_FDCWD, place.base, place.baseMode);
     }
@@ -57,12 +57,12 @@ UniqueFd openBase(const DomainPlace& place, Missing missing) {
 }
 
 // Without a folder where it is missing and is to be left so.
-tl::expected<UniqueFd, Error> reachFolder(const DomainPlace& place, Missing missing) {
-    UniqueFd folder = openBase(place, missing);
+tl::expected<Descriptor, Error> reachFolder(const DomainPlace& place, Missing missing) {
+    Descriptor folder = openBase(place, missing);
     if (!folder) {
         const int cause = errno;
         const bool mayBeMissing = cause == ENOENT && missing == Missing::leave && place.baseMode;
-        return mayBeMissing ? tl::expected<UniqueFd, Error>()
+        return mayBeMissing ? tl::expected<Descriptor, Error>()
                             : tl::unexpected(failureAt(place.base, cause));
     }
     for (std::size_t i = 0; i < place.folders.size(); ++i) {
@@ -89,10 +89,10 @@ bool isStillThere(int file, int folder) {
 }
 
 // 0, EWOULDBLOCK while others have it, or what is wrong.
-int tryLock(int folder, UniqueFd& file) {
+int tryLock(int folder, Descriptor& file) {
     constexpr mode_t kOwnerOnly = 0600;
-    file = UniqueFd(::openat(folder, kLockName,
-                             O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, kOwnerOnly));
+    file = Descriptor(::openat(folder, kLockName,
+                               O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, kOwnerOnly));
     struct stat info{};
     if (!file || ::fstat(file.get(), &info) != 0) {
         return errno;
@@ -120,11 +120,11 @@ struct CloseFolder {
 
 } // namespace
 
-tl::expected<UniqueFd, Error> openFolder(const DomainPlace& place) {
+tl::expected<Descriptor, Error> openFolder(const DomainPlace& place) {
     return reachFolder(place, Missing::leave);
 }
 
-tl::expected<UniqueFd, Error> makeFolder(const DomainPlace& place) {
+tl::expected<Descriptor, Error> makeFolder(const DomainPlace& place) {
     return reachFolder(place, Missing::make);
 }
 
@@ -136,7 +136,7 @@ tl::expected<FolderLock, Error> FolderLock::take(int folder, const std::string& 
         return tl::unexpected(failureAt(folderPath + "/" + kLockName, errorNumber, cause));
     };
     for (;;) {
-        UniqueFd file;
+        Descriptor file;
         const int status = tryLock(folder, file);
         if (status == 0) {
             return FolderLock(std::move(file));
@@ -157,7 +157,7 @@ tl::expected<FolderLock, Error> FolderLock::take(int folder, const std::string& 
 std::string incompleteName() { return std::string(kIncompletePrefix) + temporaryName(); }
 
 void removeIncomplete(int folder) {
-    UniqueFd again(::openat(folder, ".", kFolderFlags)); // with an offset of its own
+    Descriptor again(::openat(folder, ".", kFolderFlags)); // with an offset of its own
     const std::unique_ptr<DIR, CloseFolder> listing(again ? ::fdopendir(again.get()) : nullptr);
     if (!listing) {
         return;

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/foundation/files/UniqueFd.h"
+#include "platform/foundation/os/Descriptor.h"
 #include "platform/foundation/values/Error.h"
 #include "platform/preferences/DomainPlace.h"
 
@@ -12,9 +12,9 @@
 namespace qv::preferences {
 
 /// The folder of a domain as it is; none where it is missing. From the base on no link is followed.
-[[nodiscard]] tl::expected<UniqueFd, Error> openFolder(const DomainPlace& place);
+[[nodiscard]] tl::expected<Descriptor, Error> openFolder(const DomainPlace& place);
 /// The same, having made what was missing.
-[[nodiscard]] tl::expected<UniqueFd, Error> makeFolder(const DomainPlace& place);
+[[nodiscard]] tl::expected<Descriptor, Error> makeFolder(const DomainPlace& place);
 
 /// Keeps the other writers of a folder out while it lives. What is locked is a file of its own that
 /// stays in the folder, and not the folder: anybody may open /usr/local/etc, and could then keep
@@ -26,8 +26,8 @@ public:
                                                 std::chrono::milliseconds patience);
 
 private:
-    explicit FolderLock(UniqueFd file) : file_(std::move(file)) {}
-    UniqueFd file_;
+    explicit FolderLock(Descriptor file) : file_(std::move(file)) {}
+    Descriptor file_;
 };
 
 /// A name for a file that is not complete yet; no other part of the system makes such names.

@@ -187,7 +187,7 @@ ClientConnection::Step ClientConnection::open(const Deadline& deadline) {
     std::memcpy(address.sun_path, path_.c_str(), path_.size() + 1);
     reader_.reset();
     sequence_ = 0;
-    UniqueFd fresh(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    Descriptor fresh(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     if (!fresh) {
         return Failure{unreachable(path_, errno)};
     }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/foundation/files/UniqueFd.h"
+#include "platform/foundation/os/Descriptor.h"
 #include "platform/foundation/values/Error.h"
 #include "platform/xpc/ClientError.h"
 #include "platform/xpc/wire/FrameReader.h"
@@ -66,7 +66,7 @@ private:
     [[nodiscard]] Error wait(short events, const Deadline& deadline) const;
 
     std::string path_;
-    UniqueFd socket_;
+    Descriptor socket_;
     FrameReader reader_;
     Value nonce_;
     std::uint64_t sequence_ = 0;

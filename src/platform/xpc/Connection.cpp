@@ -59,14 +59,14 @@ std::shared_ptr<Connection> Message::remoteConnection() const noexcept {
     return route_ == nullptr ? nullptr : route_->connection.lock();
 }
 
-Connection::Connection(MainQueue& queue, UniqueFd socket, Peer peer, const Limits& limits)
+Connection::Connection(MainQueue& queue, Descriptor socket, Peer peer, const Limits& limits)
     : queue_(queue), limits_(limits), peer_(std::move(peer)), socket_(std::move(socket)),
       reader_(FrameReader::Receiver::service, limits.body), writer_(limits.replyQueue),
       begin_(queue.now()) {}
 
 Connection::~Connection() = default;
 
-std::shared_ptr<Connection> Connection::create(MainQueue& queue, UniqueFd socket, Peer peer,
+std::shared_ptr<Connection> Connection::create(MainQueue& queue, Descriptor socket, Peer peer,
                                                const Limits& limits) {
     std::shared_ptr<Connection> connection(
         new Connection(queue, std::move(socket), std::move(peer), limits));

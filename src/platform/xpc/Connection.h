@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/foundation/files/UniqueFd.h"
+#include "platform/foundation/os/Descriptor.h"
 #include "platform/xpc/Limits.h"
 #include "platform/xpc/MainQueue.h"
 #include "platform/xpc/Message.h"
@@ -25,7 +25,7 @@ public:
     using EventHandler = std::function<void(const Event&)>;
 
     /// Takes an accepted, non-blocking stream socket with SO_PASSCRED.
-    [[nodiscard]] static std::shared_ptr<Connection> create(MainQueue& queue, UniqueFd socket,
+    [[nodiscard]] static std::shared_ptr<Connection> create(MainQueue& queue, Descriptor socket,
                                                             Peer peer, const Limits& limits);
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
@@ -67,7 +67,7 @@ private:
     friend struct ReplyRoute;
     enum class State : std::uint8_t { suspended, active, closed };
 
-    Connection(MainQueue& queue, UniqueFd socket, Peer peer, const Limits& limits);
+    Connection(MainQueue& queue, Descriptor socket, Peer peer, const Limits& limits);
 
     // Every entry from the loop goes through here: a failure ends this connection only.
     template <typename Work> void perform(const Work& work) noexcept;
@@ -95,7 +95,7 @@ private:
     MainQueue& queue_;
     Limits limits_;
     Peer peer_;
-    UniqueFd socket_;
+    Descriptor socket_;
     EventSource io_; // after socket_: gone before it
     EventSource timer_;
     State state_ = State::suspended;

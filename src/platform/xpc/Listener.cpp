@@ -1,6 +1,6 @@
 #include "platform/xpc/Listener.h"
 
-#include "platform/foundation/files/SocketPlace.h"
+#include "platform/foundation/files/item/SocketPlace.h"
 #include "platform/foundation/log/Log.h"
 #include "platform/foundation/values/Weakness.h"
 #include "platform/xpc/wire/WireError.h"
@@ -37,7 +37,7 @@ struct NamesDeleter {
     }
 };
 
-UniqueFd freshSpare() { return UniqueFd(::eventfd(0, EFD_CLOEXEC)); }
+Descriptor freshSpare() { return Descriptor(::eventfd(0, EFD_CLOEXEC)); }
 
 // Every piece tells its sender, and none may bring descriptors.
 Error setMessageOptions(int socket) {
@@ -69,7 +69,7 @@ void logRefusal(std::string_view record) { log::write(log::Priority::error, reco
 
 } // namespace
 
-Listener::Listener(UniqueFd socket, MainQueue& queue, const Limits& limits)
+Listener::Listener(Descriptor socket, MainQueue& queue, const Limits& limits)
     : queue_(queue), limits_(limits), socket_(std::move(socket)), spare_(freshSpare()),
       refusals_(queue, limits.refusalsLogged, kRefusalInterval, logRefusal),
       debts_(limits.strangers) {}
@@ -89,10 +89,10 @@ Listener::createMachService(const std::string& name, MainQueue& queue, const Lim
     if (count < 0) {
         return tl::unexpected(Error::posix(-count));
     }
-    UniqueFd found;
+    Descriptor found;
     std::size_t matches = 0;
     for (int i = 0; i < count; ++i) {
-        UniqueFd handedOver(SD_LISTEN_FDS_START + i);
+        Descriptor handedOver(SD_LISTEN_FDS_START + i);
         if (name == names.get()[i]) {
             found = std::move(handedOver);
             ++matches;
@@ -108,7 +108,7 @@ Listener::createMachService(const std::string& name, MainQueue& queue, const Lim
 }
 
 tl::expected<std::unique_ptr<Listener>, Error>
-Listener::withSocket(UniqueFd socket, MainQueue& queue, const Limits& limits) {
+Listener::withSocket(Descriptor socket, MainQueue& queue, const Limits& limits) {
     if (::sd_is_socket_unix(socket.get(), SOCK_STREAM, 1, nullptr, 0) <= 0) {
         return tl::unexpected(
             wireError(WireErrorCode::noListener,
@@ -140,7 +140,7 @@ std::string Listener::path() const { return socketPath(socket_.get()); }
 // One client a turn: deciding about it may take a while.
 void Listener::onReady() {
     const int mode = isWeakened(Weakness::nonBlocking) ? 0 : SOCK_NONBLOCK;
-    UniqueFd socket(::accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC | mode));
+    Descriptor socket(::accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC | mode));
     if (socket) {
         admit(std::move(socket));
         return;
@@ -165,7 +165,7 @@ void Listener::shedNewest() {
     const Error cause = Error::posix(errno);
     spare_.reset();
     const bool shed = static_cast<bool>(
-        UniqueFd(::accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK)));
+        Descriptor(::accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK)));
     spare_ = freshSpare();
     if (!shed) {
         pause(cause.localizedDescription());
@@ -174,7 +174,7 @@ void Listener::shedNewest() {
     refusals_.log(fmt::format("Connection refused: {}", cause.localizedDescription()));
 }
 
-void Listener::admit(UniqueFd socket) {
+void Listener::admit(Descriptor socket) {
     const auto refuse = [&](std::string_view why) {
         refusals_.log(fmt::format("Connection refused: {}", why));
     };
@@ -231,7 +231,7 @@ void Listener::charge(uid_t user, std::chrono::nanoseconds time) {
     }
 }
 
-tl::expected<Peer, Error> Listener::identify(const UniqueFd& socket) {
+tl::expected<Peer, Error> Listener::identify(const Descriptor& socket) {
     // Inherited only by those who connect after the listening socket has the options, and the
     // client whose connecting starts the service has connected before.
     if (const Error error = setMessageOptions(socket.get())) {

@@ -25,7 +25,7 @@ public:
     createMachService(const std::string& name, MainQueue& queue, const Limits& limits = {});
     /// The same from a socket that listens already.
     [[nodiscard]] static tl::expected<std::unique_ptr<Listener>, Error>
-    withSocket(UniqueFd socket, MainQueue& queue, const Limits& limits = {});
+    withSocket(Descriptor socket, MainQueue& queue, const Limits& limits = {});
 
     Listener(const Listener&) = delete;
     Listener& operator=(const Listener&) = delete;
@@ -45,19 +45,19 @@ public:
     [[nodiscard]] std::string path() const;
 
 private:
-    Listener(UniqueFd socket, MainQueue& queue, const Limits& limits);
+    Listener(Descriptor socket, MainQueue& queue, const Limits& limits);
 
     void onReady();
     void shedNewest();
-    void admit(UniqueFd socket);
-    [[nodiscard]] tl::expected<Peer, Error> identify(const UniqueFd& socket);
+    void admit(Descriptor socket);
+    [[nodiscard]] tl::expected<Peer, Error> identify(const Descriptor& socket);
     void present(const std::shared_ptr<Connection>& connection);
     void pause(std::string_view reason);
 
     MainQueue& queue_;
     Limits limits_;
-    UniqueFd socket_;
-    UniqueFd spare_; // given up for a moment to shed a client when no descriptor is left
+    Descriptor socket_;
+    Descriptor spare_; // given up for a moment to shed a client when no descriptor is left
     EventSource source_;
     EventSource pauseTimer_;
     EventHandler handler_;

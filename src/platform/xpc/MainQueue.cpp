@@ -66,7 +66,7 @@ tl::expected<std::unique_ptr<MainQueue>, Error> MainQueue::create() {
 }
 
 Error MainQueue::takeArrivals() {
-    arrivals_ = UniqueFd(::epoll_create1(EPOLL_CLOEXEC));
+    arrivals_ = Descriptor(::epoll_create1(EPOLL_CLOEXEC));
     if (!arrivals_) {
         return Error::posix(errno);
     }

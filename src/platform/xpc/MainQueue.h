@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/foundation/files/UniqueFd.h"
+#include "platform/foundation/os/Descriptor.h"
 #include "platform/xpc/EventSource.h"
 
 #include <tl/expected.hpp>
@@ -83,7 +83,7 @@ private:
     std::unique_ptr<sd_event, LoopDeleter> loop_;
     // The loop serves sources that became ready together in any order; an epoll of their own gives
     // descriptors one by one, as their bytes came in.
-    UniqueFd arrivals_;
+    Descriptor arrivals_;
     EventSource arrivalsSource_;
     std::deque<Work> deferred_;
     EventSource deferredSource_;

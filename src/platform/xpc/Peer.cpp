@@ -32,7 +32,7 @@ tl::unexpected<Error> unknown(std::string_view why) {
 
 // A small file of the process file system; empty when it cannot be read.
 std::string textOf(const std::string& path) {
-    const UniqueFd file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
     std::string text(kLongestText, '\0');
     const ssize_t count = file ? ::read(file.get(), text.data(), text.size()) : -1;
     text.resize(count < 0 ? 0 : static_cast<std::size_t>(count));
@@ -95,7 +95,7 @@ tl::expected<ucred, Error> credentialsOf(int socket) {
 
 } // namespace
 
-Peer::Peer(UniqueFd pidfd, const PeerCredentials& credentials) noexcept
+Peer::Peer(Descriptor pidfd, const PeerCredentials& credentials) noexcept
     : pidfd_(std::move(pidfd)), credentials_(credentials) {}
 
 std::optional<uid_t> Peer::userOfSocket(int socket) {
@@ -119,7 +119,7 @@ tl::expected<Peer, Error> Peer::ofSocket(int socket) {
         }
         return tl::unexpected(Error::posix(errno));
     }
-    UniqueFd pidfd(fd);
+    Descriptor pidfd(fd);
     const std::optional<pid_t> named = pidOf(pidfd.get());
     if (named != credentials->pid) {
         return unknown(fmt::format("the peer, process {}, has ended", credentials->pid));
@@ -134,7 +134,7 @@ tl::expected<Peer, Error> Peer::ofProcess(int socket) {
         return tl::unexpected(credentials.error());
     }
     // The C library's own function has no C linkage in Debian 12's headers.
-    UniqueFd pidfd(static_cast<int>(::syscall(SYS_pidfd_open, credentials->pid, 0)));
+    Descriptor pidfd(static_cast<int>(::syscall(SYS_pidfd_open, credentials->pid, 0)));
     if (!pidfd) {
         return tl::unexpected(Error::posix(errno));
     }

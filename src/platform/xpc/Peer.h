@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/foundation/files/UniqueFd.h"
+#include "platform/foundation/os/Descriptor.h"
 #include "platform/foundation/values/Error.h"
 
 #include <tl/expected.hpp>
@@ -42,8 +42,8 @@ public:
     [[nodiscard]] bool isFromProcessID() const noexcept { return fromProcessID_; }
 
 private:
-    Peer(UniqueFd pidfd, const PeerCredentials& credentials) noexcept;
-    UniqueFd pidfd_;
+    Peer(Descriptor pidfd, const PeerCredentials& credentials) noexcept;
+    Descriptor pidfd_;
     bool fromProcessID_ = false;
     PeerCredentials credentials_;
 };

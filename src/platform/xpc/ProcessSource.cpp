@@ -10,7 +10,7 @@
 
 namespace qv::xpc {
 
-ProcessSource::ProcessSource(MainQueue& queue, UniqueFd pidfd, MainQueue::Work handler)
+ProcessSource::ProcessSource(MainQueue& queue, Descriptor pidfd, MainQueue::Work handler)
     : queue_(queue), pidfd_(std::move(pidfd)),
       handler_(std::make_shared<MainQueue::Work>(std::move(handler))) {}
 
@@ -18,7 +18,7 @@ ProcessSource::~ProcessSource() = default;
 
 tl::expected<std::unique_ptr<ProcessSource>, Error>
 ProcessSource::create(MainQueue& queue, int pidfd, MainQueue::Work handler) {
-    UniqueFd own(::fcntl(pidfd, F_DUPFD_CLOEXEC, 3));
+    Descriptor own(::fcntl(pidfd, F_DUPFD_CLOEXEC, 3));
     if (!own) {
         return tl::unexpected(Error::posix(errno));
     }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/foundation/files/UniqueFd.h"
+#include "platform/foundation/os/Descriptor.h"
 #include "platform/xpc/MainQueue.h"
 
 namespace qv::xpc {
@@ -27,12 +27,12 @@ public:
     [[nodiscard]] bool hasEnded() const noexcept;
 
 private:
-    ProcessSource(MainQueue& queue, UniqueFd pidfd, MainQueue::Work handler);
+    ProcessSource(MainQueue& queue, Descriptor pidfd, MainQueue::Work handler);
     void processEnded();
     void announce();
 
     MainQueue& queue_;
-    UniqueFd pidfd_;
+    Descriptor pidfd_;
     EventSource source_; // after pidfd_: gone before it
     std::shared_ptr<MainQueue::Work> handler_;
     bool resumed_ = false;

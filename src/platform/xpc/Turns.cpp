@@ -13,7 +13,7 @@ namespace qv::xpc {
 tl::expected<std::unique_ptr<Turns>, Error> Turns::create(MainQueue& queue) {
     std::unique_ptr<Turns> turns(
         new Turns(queue)); // NOLINT(cppcoreguidelines-owning-memory): the constructor is private
-    turns->always_ = UniqueFd(::eventfd(1, EFD_CLOEXEC));
+    turns->always_ = Descriptor(::eventfd(1, EFD_CLOEXEC));
     if (!turns->always_) {
         return tl::unexpected(Error::posix(errno));
     }

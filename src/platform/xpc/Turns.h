@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/foundation/files/UniqueFd.h"
+#include "platform/foundation/os/Descriptor.h"
 #include "platform/xpc/EventSource.h"
 
 #include <tl/expected.hpp>
@@ -55,7 +55,7 @@ private:
     void beginNext();
 
     MainQueue& queue_;
-    UniqueFd always_;    ///< always readable; on the queue while a request waits
+    Descriptor always_;  ///< always readable; on the queue while a request waits
     EventSource source_; // after always_: gone before it
     std::list<User> users_;
     std::optional<uid_t> last_; ///< who had the last turn

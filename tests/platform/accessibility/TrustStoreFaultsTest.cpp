@@ -89,7 +89,8 @@ TEST_F(TrustStoreFaults, AFullDiskLeavesTheOldStore) {
     TrustStore store(place / "state");
     ASSERT_TRUE(store.grant(program("one")));
     const auto before = store.list();
-    const UniqueFd filler(::open((place / "filler").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+    const Descriptor filler(
+        ::open((place / "filler").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
     while (writeAll(filler.get(), std::string(4096, 'x'))) {
     }
     const auto refused = store.grant(program("two"));
@@ -104,7 +105,7 @@ TEST_F(TrustStoreFaults, AFullDiskLeavesTheOldStore) {
 
 TEST_F(TrustStoreFaults, AWriterThatNeverEndsIsNotWaitedForForever) {
     ASSERT_TRUE(store_.grant(program("one")));
-    const UniqueFd lock(::open((state_ / "accessibility/lock").c_str(), O_RDWR | O_CLOEXEC));
+    const Descriptor lock(::open((state_ / "accessibility/lock").c_str(), O_RDWR | O_CLOEXEC));
     ASSERT_EQ(::flock(lock.get(), LOCK_EX), 0);
     const auto refused =
         TrustStore(state_, {}, std::chrono::milliseconds(20)).grant(folder_ / "one");

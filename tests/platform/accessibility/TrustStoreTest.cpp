@@ -187,13 +187,13 @@ TEST_F(TrustTest, TheKeyAloneCountsOnlyForSettledFiles) {
     EXPECT_FALSE(settled(kOld / 2)) << "a change within the clock's tick would leave no trace";
     EXPECT_FALSE(settled(-kOld)) << "of the future";
     {
-        const UniqueFd writer(::open(path.c_str(), O_RDWR | O_CLOEXEC));
+        const Descriptor writer(::open(path.c_str(), O_RDWR | O_CLOEXEC));
         EXPECT_FALSE(settled(kOld));
     }
     EXPECT_TRUE(settled(kOld));
     void* mapped = MAP_FAILED;
     {
-        const UniqueFd writer(::open(path.c_str(), O_RDWR | O_CLOEXEC));
+        const Descriptor writer(::open(path.c_str(), O_RDWR | O_CLOEXEC));
         mapped = ::mmap(nullptr, 8192, PROT_READ | PROT_WRITE, MAP_SHARED, writer.get(), 0);
     }
     ASSERT_NE(mapped, MAP_FAILED);

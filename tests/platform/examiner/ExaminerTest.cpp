@@ -1,9 +1,9 @@
 // The examiner as a process of its own: what it answers, what it has given up, and what neither a
 // broken request nor a broken program does to the next one.
 
-#include "platform/security/CodeSigner.h"
-#include "platform/security/CodeSigningStatus.h"
 #include "platform/security/examination/ExaminerCall.h"
+#include "platform/security/requirement/CodeSigningStatus.h"
+#include "platform/security/signature/CodeSigner.h"
 #include "support/LiveService.h"
 #include "support/TestAuthority.h"
 
@@ -60,15 +60,15 @@ protected:
             }
         }
     }
-    [[nodiscard]] UniqueFd opened() const {
-        return UniqueFd(::open(program().c_str(), O_RDONLY | O_CLOEXEC));
+    [[nodiscard]] Descriptor opened() const {
+        return Descriptor(::open(program().c_str(), O_RDONLY | O_CLOEXEC));
     }
     // What a connection answers that gets these bytes and then no more.
     [[nodiscard]] std::string answerTo(std::string_view bytes) const {
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
         socketPath().copy(static_cast<char*>(address.sun_path), sizeof address.sun_path - 1);
-        const UniqueFd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        const Descriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
         if (!socket) {
             return "no socket";
         }
@@ -86,7 +86,7 @@ protected:
     TemporaryDirectory folder_{QV_BUILD_FOLDER};
     TestAuthority authority_;
     TrustAnchors anchors_{folder_ / "anchors.d", ::geteuid()};
-    UniqueFd listener_;
+    Descriptor listener_;
     std::unique_ptr<StartedProgram> examiner_;
 };
 
@@ -97,12 +97,12 @@ TEST_F(ExaminerTest, SaysWhatAnExaminationInThisProcessSays) {
     EXPECT_EQ(judged->encoded(),
               StaticCode::examine(opened().get(), {.anchors = *anchors()}).encoded());
 
-    const UniqueFd changed(::open(program().c_str(), O_RDWR | O_CLOEXEC));
+    const Descriptor changed(::open(program().c_str(), O_RDWR | O_CLOEXEC));
     ASSERT_EQ(::pwrite(changed.get(), "x", 1, 4096), 1);
     EXPECT_EQ(examined(changed.get())->status(), codesign_status::kSignatureFailed);
-    const UniqueFd plain(::open("/bin/true", O_RDONLY | O_CLOEXEC));
+    const Descriptor plain(::open("/bin/true", O_RDONLY | O_CLOEXEC));
     EXPECT_EQ(examined(plain.get())->status(), codesign_status::kUnsigned);
-    const UniqueFd folder(::open("/", O_RDONLY | O_CLOEXEC));
+    const Descriptor folder(::open("/", O_RDONLY | O_CLOEXEC));
     EXPECT_EQ(examined(folder.get())->status(), codesign_status::kRegularFile);
     EXPECT_EQ(examined(opened().get(), milliseconds(0))->status(), codesign_status::kCancelled);
 }
@@ -153,10 +153,10 @@ TEST_F(ExaminerTest, SlowClientsDoNotKeepOthersWaiting) {
 // What an examiner that breaks leaves behind is no judgement, whatever it was about to say.
 TEST_F(ExaminerTest, ABrokenAnswerIsNoJudgement) {
     const std::string place = folder_ / "false.sock";
-    const UniqueFd listener = listenAt(place);
+    const Descriptor listener = listenAt(place);
     const auto judgementFrom = [&](std::string_view answer) {
         auto call = ExaminerCall::begin(place, opened().get(), *anchors(), kTime);
-        const UniqueFd connection(::accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
+        const Descriptor connection(::accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
         while (call->isSending() && !call->advance()) {
         }
         std::string request(kLongestRequest, '\0');

@@ -94,7 +94,7 @@ public:
 
 private:
     pid_t pid_ = -1;
-    UniqueFd told_;
+    Descriptor told_;
 };
 
 TEST_F(ConcurrentWriters, KilledOnesLeaveTheOldValueOrTheNew) {

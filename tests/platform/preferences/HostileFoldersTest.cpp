@@ -1,6 +1,6 @@
 // What others have laid in the way: links, FIFOs, locks, leftovers; and folders that take nothing.
 
-#include "platform/foundation/files/UniqueFd.h"
+#include "platform/foundation/os/Descriptor.h"
 #include "platform/preferences/DomainFolder.h"
 #include "platform/preferences/Support.h"
 #include "support/SmallFileSystem.h"
@@ -103,7 +103,7 @@ TEST_F(HostileFolders, ALockThatIsNeverGivenBackFailsInTime) {
     struct stat info{};
     ASSERT_EQ(::lstat((config_ / kLock).c_str(), &info), 0);
     EXPECT_EQ(info.st_mode & 07777U, 0600U) << "anybody who may open it may hold it";
-    const UniqueFd lock(::open((config_ / kLock).c_str(), O_RDONLY | O_CLOEXEC));
+    const Descriptor lock(::open((config_ / kLock).c_str(), O_RDONLY | O_CLOEXEC));
     ASSERT_EQ(::flock(lock.get(), LOCK_EX), 0);
     EXPECT_THAT(set("key", text("new"), domain_), HasSubstr("others hold the lock"));
     EXPECT_EQ(preferences_.copyValue("key", domain_), text("old")) << "reading needs no lock";
@@ -115,7 +115,7 @@ TEST_F(HostileFolders, ALockThatIsNeverGivenBackFailsInTime) {
 // Whoever locks the folder itself keeps nobody waiting.
 TEST_F(HostileFolders, ALockOfTheFolderDoesNotCount) {
     fs::create_directory(anyUsers_);
-    const UniqueFd lock(::open(anyUsers_.c_str(), O_RDONLY | O_CLOEXEC));
+    const Descriptor lock(::open(anyUsers_.c_str(), O_RDONLY | O_CLOEXEC));
     ASSERT_EQ(::flock(lock.get(), LOCK_EX), 0);
     EXPECT_EQ(set("key", text("x"), {"a", kAnyone, kAnyHost}), "");
 }
@@ -123,7 +123,7 @@ TEST_F(HostileFolders, ALockOfTheFolderDoesNotCount) {
 // A lock on a file that is no longer the one that others find excludes nobody.
 TEST_F(HostileFolders, ALockFileThatWasReplacedIsNotWaitedFor) {
     ASSERT_EQ(set("key", text("old"), domain_), "");
-    const UniqueFd lock(::open((config_ / kLock).c_str(), O_RDONLY | O_CLOEXEC));
+    const Descriptor lock(::open((config_ / kLock).c_str(), O_RDONLY | O_CLOEXEC));
     ASSERT_EQ(::flock(lock.get(), LOCK_EX), 0);
     fs::remove(config_ / kLock);
     EXPECT_EQ(set("key", text("new"), domain_), "");
@@ -208,7 +208,7 @@ private:
         flags = (flags & ~FS_IMMUTABLE_FL) | wanted;
         return ::ioctl(item_.get(), FS_IOC_SETFLAGS, &flags) == 0;
     }
-    UniqueFd item_;
+    Descriptor item_;
     bool works_ = false;
 };
 

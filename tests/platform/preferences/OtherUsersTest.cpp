@@ -172,7 +172,7 @@ private:
             ::setresuid(kNobody, kNobody, kNobody) != 0) {
             ::_exit(1);
         }
-        const UniqueFd file(::open(lock.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+        const Descriptor file(::open(lock.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
         if (::flock(file.get(), LOCK_EX) != 0 || ::write(ready, "r", 1) != 1) {
             ::_exit(1);
         }

@@ -1,6 +1,6 @@
 // What is in the files: whether others read it, what of the old content stays, and what is refused.
 
-#include "platform/foundation/files/UniqueFd.h"
+#include "platform/foundation/os/Descriptor.h"
 #include "platform/foundation/plist/PropertyList.h"
 #include "platform/foundation/values/URL.h"
 #include "platform/preferences/Support.h"
@@ -174,7 +174,7 @@ TEST_F(StoredFilesTest, AFileThatIsNoDictionaryStaysAsItIs) {
 // Other writers rewrite the file in its place. Taken for empty, all of their values would be lost.
 TEST_F(StoredFilesTest, AFileThatIsBeingWrittenIsWaitedFor) {
     put(""); // as the other writer has truncated it
-    const UniqueFd events(::inotify_init1(IN_CLOEXEC));
+    const Descriptor events(::inotify_init1(IN_CLOEXEC));
     ASSERT_GE(::inotify_add_watch(events.get(), file_.c_str(), IN_CLOSE_NOWRITE), 0);
     const pid_t writer = ::fork();
     if (writer == 0) {

@@ -1,4 +1,4 @@
-#include "platform/security/AllowedClients.h"
+#include "platform/security/install/AllowedClients.h"
 
 #include "SignatureFixture.h"
 #include <functional>

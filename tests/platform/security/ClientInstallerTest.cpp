@@ -3,9 +3,9 @@
 
 #include "platform/security/install/ClientInstaller.h"
 
-#include "platform/security/GuestServices.h"
-#include "platform/security/Requirement.h"
 #include "platform/security/SignatureFixture.h"
+#include "platform/security/guest/GuestServices.h"
+#include "platform/security/requirement/Requirement.h"
 #include "platform/security/signature/SignatureTrailer.h"
 #include "support/SmallFileSystem.h"
 

@@ -1,4 +1,4 @@
-#include "platform/security/CodeExaminer.h"
+#include "platform/security/examination/CodeExaminer.h"
 
 #include "platform/foundation/plist/PropertyList.h"
 #include "platform/security/signature/CoveredRange.h"
@@ -34,8 +34,8 @@ std::string revoking(std::span<const std::uint8_t> digest) {
 class CodeExaminerTest : public testing::Test {
 protected:
     void SetUp() override { ASSERT_TRUE(program_.sign()); }
-    [[nodiscard]] UniqueFd opened() const {
-        return UniqueFd(::open(program_.path().c_str(), O_RDWR | O_CLOEXEC));
+    [[nodiscard]] Descriptor opened() const {
+        return Descriptor(::open(program_.path().c_str(), O_RDWR | O_CLOEXEC));
     }
     [[nodiscard]] std::string anchors() const { return program_.anchorFolder(); }
 
@@ -49,7 +49,7 @@ TEST_F(CodeExaminerTest, JudgesAnUnchangedGoodProgramOnce) {
     ASSERT_EQ(first->status(), kSuccess) << first->reason();
     EXPECT_EQ(examiner.examine(opened().get(), kNoDeadline), first);
 
-    const UniqueFd file = opened();
+    const Descriptor file = opened();
     ASSERT_EQ(::pwrite(file.get(), "x", 1, 4096), 1);
     // The writer hides the moment.
     const std::array<timespec, 2> times = {timespec{0, UTIME_OMIT}, timespec{1, 0}};
@@ -137,7 +137,7 @@ TEST_F(CodeExaminerTest, ADeferringOneReadsNothingThatIsSigned) {
     writeWithMode(program_.anchorFolder() / "revoked", std::string(64, 'a'), 0644);
     EXPECT_EQ(examiner.examine(opened().get(), kNoDeadline), nullptr);
 
-    const UniqueFd plain(::open("/bin/true", O_RDONLY | O_CLOEXEC));
+    const Descriptor plain(::open("/bin/true", O_RDONLY | O_CLOEXEC));
     EXPECT_EQ(examiner.examine(plain.get(), kNoDeadline)->status(), kUnsigned);
     EXPECT_FALSE(examiner.takeProgram());
 }
@@ -183,7 +183,7 @@ TEST_F(CodeExaminerTest, AJudgementSurvivesItsWayBetweenProcesses) {
 
 TEST(CoveredRange, StopsAtItsLimits) {
     const TemporaryDirectory folder;
-    const UniqueFd file(::open(folder.write("file", "x").c_str(), O_RDWR | O_CLOEXEC));
+    const Descriptor file(::open(folder.write("file", "x").c_str(), O_RDWR | O_CLOEXEC));
     EXPECT_EQ(digestOfCoveredRange(file.get(), 1, kNoDeadline), sha256("x"));
     ASSERT_EQ(::ftruncate(file.get(), 1LL << 40), 0); // sparse
     EXPECT_EQ(statusOf(digestOfCoveredRange(file.get(), kLongestCoveredRange + 1, kNoDeadline)),

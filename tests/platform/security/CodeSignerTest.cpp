@@ -1,4 +1,4 @@
-#include "platform/foundation/files/UniqueFd.h"
+#include "platform/foundation/os/Descriptor.h"
 #include "platform/security/signature/SignatureTrailer.h"
 
 #include <gmock/gmock.h>

@@ -1,7 +1,7 @@
-#include "platform/security/CodeSigningStatus.h"
 #include "platform/security/GuestTest.h"
 #include "platform/security/guest/GuestCode.h"
 #include "platform/security/guest/ProcessFileSystem.h"
+#include "platform/security/requirement/CodeSigningStatus.h"
 
 #include <gmock/gmock.h>
 
@@ -37,13 +37,13 @@ public:
     /// All paths that were looked at, ever.
     [[nodiscard]] const std::set<std::string>& paths() const { return paths_; }
 
-    Result<UniqueFd> openProcess(pid_t pid) override {
+    Result<Descriptor> openProcess(pid_t pid) override {
         return answer("openProcess", [&] { return kernel_.openProcess(pid); });
     }
-    Result<UniqueFd> duplicate(int fd) override {
+    Result<Descriptor> duplicate(int fd) override {
         return answer("duplicate", [&] { return kernel_.duplicate(fd); });
     }
-    Result<UniqueFd> open(int directory, const std::string& path, int flags) override {
+    Result<Descriptor> open(int directory, const std::string& path, int flags) override {
         paths_.insert(path);
         return answer("open", [&] { return kernel_.open(directory, path, flags); });
     }

@@ -1,7 +1,7 @@
-#include "platform/security/CodeSigningStatus.h"
 #include "platform/security/GuestTest.h"
 #include "platform/security/guest/GuestCode.h"
 #include "platform/security/guest/GuestReport.h"
+#include "platform/security/requirement/CodeSigningStatus.h"
 
 #include <gmock/gmock.h>
 

@@ -1,5 +1,5 @@
-#include "platform/security/CodeSigningStatus.h"
 #include "platform/security/GuestTest.h"
+#include "platform/security/requirement/CodeSigningStatus.h"
 
 #include <gmock/gmock.h>
 
@@ -156,12 +156,12 @@ TEST_F(GuestLookupLive, APeerWhoseDescriptorIsNotItsOwnIsRefused) {
 
 TEST_F(GuestLookupLive, OnlyProgramsOfLocalFileSystemsAreRead) {
     constexpr unsigned kKeepsDescriptor = 0;
-    const UniqueFd memory(::memfd_create("client", kKeepsDescriptor));
+    const Descriptor memory(::memfd_create("client", kKeepsDescriptor));
     const std::string content = contentOf(program_);
     ASSERT_EQ(::write(memory.get(), content.data(), content.size()),
               static_cast<ssize_t>(content.size()));
-    const UniqueFd readable(::open(("/proc/self/fd/" + std::to_string(memory.get())).c_str(),
-                                   O_RDONLY)); // NOLINT(android-cloexec-open): handed on
+    const Descriptor readable(::open(("/proc/self/fd/" + std::to_string(memory.get())).c_str(),
+                                     O_RDONLY)); // NOLINT(android-cloexec-open): handed on
     ClientProcess::Options options =
         ClientProcess::Options::asNobody("/proc/self/fd/" + std::to_string(readable.get()));
     const ClientProcess client(options);

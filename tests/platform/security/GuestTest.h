@@ -1,8 +1,8 @@
 #pragma once
 
-#include "platform/security/GuestServices.h"
-#include "platform/security/SecCode.h"
 #include "platform/security/guest/GuestAttributes.h"
+#include "platform/security/guest/GuestServices.h"
+#include "platform/security/guest/SecCode.h"
 #include "support/ClientProcess.h"
 #include "support/InstalledPrograms.h"
 

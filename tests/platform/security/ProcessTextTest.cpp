@@ -1,7 +1,7 @@
 #include "platform/security/guest/ProcessText.h"
 
-#include "platform/foundation/files/UniqueFd.h"
-#include "platform/security/CodeSigningStatus.h"
+#include "platform/foundation/os/Descriptor.h"
+#include "platform/security/requirement/CodeSigningStatus.h"
 #include "support/TemporaryDirectory.h"
 
 #include <gmock/gmock.h>
@@ -154,7 +154,7 @@ TEST(ProcessTextMounts, FindsTheTypeBehindAnyNumberOfTags) {
 // The kernel's own texts, with a name of a process and of a file that try to look like a line.
 TEST(ProcessTextKernel, ReadsTheFilesOfAHostilelyNamedProcess) {
     constexpr const char* kFile = "x\n1000-2000 r-xp 00000000 fe:00 7 /a";
-    const UniqueFd memory(::memfd_create(kFile, MFD_CLOEXEC));
+    const Descriptor memory(::memfd_create(kFile, MFD_CLOEXEC));
     ASSERT_TRUE(memory);
     ASSERT_EQ(::ftruncate(memory.get(), 4096), 0);
     void* mapped = ::mmap(nullptr, 4096, PROT_READ | PROT_EXEC, MAP_PRIVATE, memory.get(), 0);

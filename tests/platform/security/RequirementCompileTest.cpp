@@ -1,5 +1,5 @@
-#include "platform/security/CodeSigningStatus.h"
-#include "platform/security/Requirement.h"
+#include "platform/security/requirement/CodeSigningStatus.h"
+#include "platform/security/requirement/Requirement.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "platform/security/Requirement.h"
+#include "platform/security/requirement/Requirement.h"
 
 #include <gtest/gtest.h>
 

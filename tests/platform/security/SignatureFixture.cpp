@@ -1,6 +1,6 @@
 #include "SignatureFixture.h"
 
-#include "platform/foundation/files/UniqueFd.h"
+#include "platform/foundation/os/Descriptor.h"
 
 #include <fcntl.h>
 #include <stdexcept>
@@ -47,7 +47,7 @@ SignedProgram::SignedProgram(const TestAuthority& authority)
 
 StaticCode SignedProgram::examinedUnder(const TrustAnchors& anchors,
                                         std::chrono::steady_clock::time_point deadline) const {
-    const UniqueFd file(::open(path().c_str(), O_RDONLY | O_CLOEXEC));
+    const Descriptor file(::open(path().c_str(), O_RDONLY | O_CLOEXEC));
     return StaticCode::examine(file.get(), {.anchors = *anchors.current(), .deadline = deadline});
 }
 

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "platform/security/CodeSigningStatus.h"
-#include "platform/security/StaticCode.h"
-#include "platform/security/TrustAnchors.h"
+#include "platform/security/requirement/CodeSigningStatus.h"
 #include "platform/security/signature/CodeDirectory.h"
+#include "platform/security/signature/StaticCode.h"
+#include "platform/security/signature/TrustAnchors.h"
 #include "support/TemporaryDirectory.h"
 #include "support/TestAuthority.h"
 

@@ -1,6 +1,6 @@
 #include "platform/security/signature/SignatureTrailer.h"
 
-#include "platform/foundation/files/UniqueFd.h"
+#include "platform/foundation/os/Descriptor.h"
 
 #include <gtest/gtest.h>
 
@@ -18,7 +18,7 @@ const std::string kProgram = "\x7f" + std::string("ELF") + std::string(96, 'p');
 tl::expected<SignatureTrailer, SignatureFailure> readFrom(std::string_view bytes) {
     const TemporaryDirectory folder;
     const auto path = folder.write("program", bytes);
-    const UniqueFd file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
     return SignatureTrailer::read(file.get(), bytes.size());
 }
 
@@ -85,7 +85,7 @@ TEST(SignatureTrailer, FindsWhatIsOutOfPlaceInItsOrder) {
 TEST(SignatureTrailer, FileThatShrinksMeanwhileIsAnErrorNotAShortRead) {
     const TemporaryDirectory folder;
     const auto path = folder.write("program", kProgram);
-    const UniqueFd file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
     const auto read = SignatureTrailer::read(file.get(), kProgram.size() + 1);
     EXPECT_EQ(statusOf(read), kErrnoBase + ENODATA);
 }

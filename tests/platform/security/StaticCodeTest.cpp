@@ -1,4 +1,4 @@
-#include "platform/foundation/files/UniqueFd.h"
+#include "platform/foundation/os/Descriptor.h"
 #include "platform/security/signature/SignatureTrailer.h"
 
 #include <fmt/core.h>
@@ -63,7 +63,7 @@ TEST(StaticCode, UnsignedIsNotTheSameAsUnknown) {
     EXPECT_FALSE(plain.hasTrailer() || plain.signatureIntact() || plain.digestMatches());
     program.folder().write("program", "#!/bin/sh\n");
     EXPECT_EQ(program.examined().status(), kBadObjectFormat);
-    const UniqueFd folder(::open(program.folder().path().c_str(), O_RDONLY | O_CLOEXEC));
+    const Descriptor folder(::open(program.folder().path().c_str(), O_RDONLY | O_CLOEXEC));
     const auto anchors = program.anchors().current();
     EXPECT_EQ(StaticCode::examine(folder.get(), {.anchors = *anchors}).status(), kRegularFile);
     EXPECT_EQ(StaticCode::examine(-1, {.anchors = *anchors}).status(), kErrnoBase + EBADF);
@@ -161,7 +161,7 @@ TEST(StaticCode, HugeAndLateProgramsAreNotRead) {
     trailer.cms = cmsOver(trailer.directory,
                           {.signers = {&authority().leaf}, .others = {&authority().intermediate}});
     const std::string end = trailer.encoded();
-    const UniqueFd file(::open(program.path().c_str(), O_RDWR | O_CLOEXEC));
+    const Descriptor file(::open(program.path().c_str(), O_RDWR | O_CLOEXEC));
     ASSERT_EQ(::pwrite(file.get(), end.data(), end.size(), 1LL << 40),
               static_cast<ssize_t>(end.size())); // sparse
     EXPECT_EQ(program.examined().status(), kSignatureNotVerifiable);
@@ -191,7 +191,7 @@ private:
     // Nothing happens to the anchors: a clock that runs ahead spares reading them every time.
     TrustAnchors anchors_{program_.anchorFolder(), ::geteuid(),
                           [] { return std::chrono::system_clock::now() + std::chrono::hours(1); }};
-    UniqueFd file_;
+    Descriptor file_;
     std::string bytes_;
 };
 

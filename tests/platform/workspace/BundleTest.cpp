@@ -1,4 +1,4 @@
-#include "platform/workspace/Bundle.h"
+#include "platform/workspace/applications/Bundle.h"
 
 #include "support/TemporaryDirectory.h"
 

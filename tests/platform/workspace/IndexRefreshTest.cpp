@@ -1,6 +1,6 @@
 // An index that has answered once, and folders that change then.
 
-#include "platform/foundation/files/UniqueFd.h"
+#include "platform/foundation/os/Descriptor.h"
 
 #include "Applications.h"
 #include <fstream>
@@ -157,7 +157,7 @@ private:
         return static_cast<bool>(limit << 1 << std::flush) && takeOne();
     }
     static bool takeOne() { // so that nothing is left
-        static const UniqueFd taken(::inotify_init1(IN_CLOEXEC));
+        static const Descriptor taken(::inotify_init1(IN_CLOEXEC));
         return taken && (::inotify_add_watch(taken.get(), "/", IN_CREATE) >= 0);
     }
     std::string seen() {

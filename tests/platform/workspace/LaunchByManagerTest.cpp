@@ -1,6 +1,6 @@
 // A service manager, played by the test: what it is asked to start, and what becomes of its answer.
 
-#include "platform/foundation/files/UniqueFd.h"
+#include "platform/foundation/os/Descriptor.h"
 #include "platform/workspace/launch/Bus.h"
 #include "platform/workspace/launch/Launcher.h"
 #include "support/TemporaryDirectory.h"
@@ -112,7 +112,7 @@ protected:
     }
 
     test::TemporaryDirectory folder_;
-    UniqueFd listener_;
+    Descriptor listener_;
     UserProcesses processes_;
     std::string unit_;
 };

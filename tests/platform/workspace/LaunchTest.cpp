@@ -1,6 +1,6 @@
 #include "platform/foundation/values/Description.h"
-#include "platform/workspace/LinuxWorkspace.h"
 #include "platform/workspace/launch/Launcher.h"
+#include "platform/workspace/launch/LinuxWorkspace.h"
 #include "platform/workspace/launch/TextList.h"
 #include "support/ClientProcess.h"
 #include "support/SilentFileSystem.h"
@@ -112,7 +112,7 @@ TEST_F(Launch, RunsAsWhoAskedApartFromThisProcess) {
     if (::geteuid() != 0) {
         GTEST_SKIP() << "needs root: launches for another user";
     }
-    const UniqueFd leak(::fcntl(2, F_DUPFD, 700)); // not closed on exec
+    const Descriptor leak(::fcntl(2, F_DUPFD, 700)); // not closed on exec
     const mode_t mask = ::umask(0);
     const Error error = launch(witness("witness"), {.process = ::getpid(), .user = kNobody});
     ::umask(mask);
@@ -311,7 +311,7 @@ TEST_F(Launch, LeavesTheStartToAManagerThatRuns) {
 // A user can lay both in the way, and the service does nothing else meanwhile.
 TEST_F(Launch, LosesItsPatienceWithWhoDoesNotAnswer) {
     using namespace std::chrono_literals;
-    std::vector<UniqueFd> silent;
+    std::vector<Descriptor> silent;
     const auto listen = [&](const fs::path& at) {
         const sockaddr_un address = addressOf(at);
         silent.emplace_back(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));

@@ -1,6 +1,6 @@
-#include "platform/foundation/files/Volume.h"
-#include "platform/workspace/TrashInfo.h"
-#include "platform/workspace/TrashService.h"
+#include "platform/foundation/files/item/Volume.h"
+#include "platform/workspace/trash/TrashInfo.h"
+#include "platform/workspace/trash/TrashService.h"
 #include "support/TemporaryDirectory.h"
 
 #include <fmt/core.h>

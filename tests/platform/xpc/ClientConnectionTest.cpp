@@ -40,7 +40,8 @@ public:
     explicit ScriptedService(std::vector<Act> acts)
         : listener_(test::listeningSocket(path())), thread_([this, acts = std::move(acts)] {
               for (const Act& act : acts) {
-                  const UniqueFd client(::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC));
+                  const Descriptor client(
+                      ::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC));
                   act(client.get());
               }
               listener_.reset();
@@ -76,7 +77,7 @@ public:
 
 private:
     qv::test::TemporaryDirectory directory_;
-    UniqueFd listener_;
+    Descriptor listener_;
     std::thread thread_;
 };
 

@@ -221,8 +221,8 @@ TEST(HostilePeer, MayDieInAnyState) {
     for (const Row& row : rows) {
         std::array<int, 2> ready{};
         ASSERT_EQ(::pipe2(ready.data(), O_CLOEXEC), 0);
-        const UniqueFd readEnd(ready[0]);
-        const UniqueFd writeEnd(ready[1]);
+        const Descriptor readEnd(ready[0]);
+        const Descriptor writeEnd(ready[1]);
         const std::size_t messages = service.waitForMessages(0);
         ChildProcess client([&] {
             RawClient inside(service.path());
@@ -250,8 +250,8 @@ TEST(HostilePeer, IsNotObeyedAfterItsEnd) {
     ServiceThread service;
     std::array<int, 2> ends{};
     ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()), 0);
-    const UniqueFd ours(ends[0]);
-    const UniqueFd theirs(ends[1]);
+    const Descriptor ours(ends[0]);
+    const Descriptor theirs(ends[1]);
     char byte = 0;
     ChildProcess client([&] {
         RawClient inside(service.path());

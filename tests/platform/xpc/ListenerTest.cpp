@@ -50,7 +50,7 @@ bool isListening(int fd) {
 
 TEST(Listener, TakesTheSocketHandedOverUnderItsName) {
     const qv::test::TemporaryDirectory directory;
-    const UniqueFd socket = test::listeningSocket(directory / "socket");
+    const Descriptor socket = test::listeningSocket(directory / "socket");
     const auto made = [](const auto& listener) {
         // Neither the variables nor a second socket must reach the tools that steps run.
         return listener.has_value() && std::getenv("LISTEN_FDS") == nullptr &&
@@ -65,7 +65,7 @@ TEST(Listener, TakesTheSocketHandedOverUnderItsName) {
 
 TEST(Listener, CannotBeMadeWithoutOneUsableSocket) {
     const qv::test::TemporaryDirectory directory;
-    const UniqueFd socket = test::listeningSocket(directory / "socket");
+    const Descriptor socket = test::listeningSocket(directory / "socket");
     const auto refused = [](const auto& listener) {
         return !listener.has_value() && std::getenv("LISTEN_FDS") == nullptr;
     };
@@ -76,11 +76,11 @@ TEST(Listener, CannotBeMadeWithoutOneUsableSocket) {
                                    "com.larkwen.qvcatalog.helper:com.larkwen.qvcatalog.helper",
                                    refused),
               0);
-    const UniqueFd idle(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const Descriptor idle(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     EXPECT_EQ(statusWhenHandedOver(idle.get(), "1", kName, refused), 0);
-    const UniqueFd datagrams(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const Descriptor datagrams(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     EXPECT_EQ(statusWhenHandedOver(datagrams.get(), "1", kName, refused), 0);
-    const UniqueFd file(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+    const Descriptor file(::open("/dev/null", O_RDONLY | O_CLOEXEC));
     EXPECT_EQ(statusWhenHandedOver(file.get(), "1", kName, refused), 0);
 }
 
@@ -260,8 +260,8 @@ TEST(Listener, SurvivesTheLackOfDescriptors) {
     ServiceThread service;
     std::array<int, 2> go{};
     ASSERT_EQ(::pipe2(go.data(), O_CLOEXEC), 0);
-    const UniqueFd goRead(go[0]);
-    UniqueFd goWrite(go[1]);
+    const Descriptor goRead(go[0]);
+    Descriptor goWrite(go[1]);
     ChildProcess clients([&] {
         char byte = 0;
         static_cast<void>(!::read(goRead.get(), &byte, 1));
@@ -274,7 +274,7 @@ TEST(Listener, SurvivesTheLackOfDescriptors) {
     });
     rlimit before{};
     ::getrlimit(RLIMIT_NOFILE, &before);
-    const UniqueFd highest(::fcntl(goWrite.get(), F_DUPFD_CLOEXEC, 0));
+    const Descriptor highest(::fcntl(goWrite.get(), F_DUPFD_CLOEXEC, 0));
     rlimit scarce = before;
     scarce.rlim_cur = static_cast<rlim_t>(highest.get()) + 1; // all numbers below are taken
     ::setrlimit(RLIMIT_NOFILE, &scarce);

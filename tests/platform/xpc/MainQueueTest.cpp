@@ -28,7 +28,9 @@ protected:
     EventSource guard_ = queue_->addTimer([this] { queue_->exit(99); }).value();
 };
 
-UniqueFd pidfdOf(int pid) { return UniqueFd(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0))); }
+Descriptor pidfdOf(int pid) {
+    return Descriptor(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
+}
 
 // A process that waits to be killed.
 int waitForever() {
@@ -58,7 +60,7 @@ TEST_F(MainQueueTest, RunsDeferredWorkInOrderAndGivesTheExitCode) {
 // An exception through a C frame would be the end of the process; one handler's fault must end no
 // other.
 TEST_F(MainQueueTest, OutlivesHandlersThatThrow) {
-    const UniqueFd event(::eventfd(1, EFD_CLOEXEC));
+    const Descriptor event(::eventfd(1, EFD_CLOEXEC));
     int calls = 0;
     const EventSource source = queue_
                                    ->watch(event.get(), EPOLLIN,
@@ -77,7 +79,7 @@ TEST_F(MainQueueTest, OutlivesHandlersThatThrow) {
 }
 
 TEST_F(MainQueueTest, LetsAHandlerEndItsOwnRegistration) {
-    const UniqueFd event(::eventfd(1, EFD_CLOEXEC));
+    const Descriptor event(::eventfd(1, EFD_CLOEXEC));
     EventSource source;
     auto witness = std::make_shared<int>(1);
     source = queue_
@@ -140,7 +142,7 @@ using ProcessSourceTest = QueueTest;
 
 TEST_F(ProcessSourceTest, FiresOnceWhenTheProcessEnds) {
     const ChildProcess child(waitForever);
-    const UniqueFd pidfd = pidfdOf(child.pid());
+    const Descriptor pidfd = pidfdOf(child.pid());
     int calls = 0;
     const auto source = ProcessSource::create(*queue_, pidfd.get(), [&] {
                             ++calls;
@@ -157,7 +159,7 @@ TEST_F(ProcessSourceTest, FiresOnceWhenTheProcessEnds) {
 
 TEST_F(ProcessSourceTest, FiresForAProcessThatHasEndedBeforeButNotBeforeResume) {
     ChildProcess child([] { return 0; });
-    const UniqueFd pidfd = pidfdOf(child.pid());
+    const Descriptor pidfd = pidfdOf(child.pid());
     child.wait();
     bool resumed = false;
     std::unique_ptr<ProcessSource> late;
@@ -177,7 +179,7 @@ TEST_F(ProcessSourceTest, FiresForAProcessThatHasEndedBeforeButNotBeforeResume) 
 
 TEST_F(ProcessSourceTest, StaysSilentWhenCancelled) {
     ChildProcess child([] { return 0; });
-    const UniqueFd pidfd = pidfdOf(child.pid());
+    const Descriptor pidfd = pidfdOf(child.pid());
     child.wait();
     const auto fail = [] { FAIL() << "a cancelled source fired"; };
     const auto cancelled = ProcessSource::create(*queue_, pidfd.get(), fail).value();
@@ -196,7 +198,7 @@ TEST_F(ProcessSourceTest, StaysSilentWhenCancelled) {
 // that never end must not keep ends from being noticed.
 TEST_F(ProcessSourceTest, ComesAfterTheRequestThatWaits) {
     ChildProcess child([] { return 0; });
-    const UniqueFd pidfd = pidfdOf(child.pid());
+    const Descriptor pidfd = pidfdOf(child.pid());
     child.wait();
     std::string order;
     const auto source = ProcessSource::create(*queue_, pidfd.get(), [&] {
@@ -223,7 +225,7 @@ using TurnsTest = QueueTest;
 // one is given up.
 TEST_F(TurnsTest, UsersTakeTurnsWhenRequestsWait) {
     std::string order;
-    const UniqueFd arrival(::eventfd(0, EFD_CLOEXEC));
+    const Descriptor arrival(::eventfd(0, EFD_CLOEXEC));
     const auto enter = [&](uid_t user, const char* name) {
         EXPECT_FALSE(queue_->turns().enter(user, name, [&order, &arrival, name] {
             order += name;

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/foundation/files/UniqueFd.h"
+#include "platform/foundation/os/Descriptor.h"
 #include "platform/xpc/wire/Frame.h"
 
 #include <cstdint>
@@ -42,7 +42,7 @@ public:
     [[nodiscard]] bool isServed(std::uint64_t sequence = 1) const;
 
 private:
-    UniqueFd socket_;
+    Descriptor socket_;
     std::string nonce_;
 };
 

@@ -1,6 +1,6 @@
 #include "RunProgram.h"
 
-#include "platform/foundation/files/UniqueFd.h"
+#include "platform/foundation/os/Descriptor.h"
 
 #include <array>
 #include <fcntl.h>
@@ -28,8 +28,8 @@ ProgramRun runProgram(const std::vector<std::string>& command) {
     if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
         return {-1, "no pipe"};
     }
-    const UniqueFd readEnd(ends[0]);
-    UniqueFd writeEnd(ends[1]);
+    const Descriptor readEnd(ends[0]);
+    Descriptor writeEnd(ends[1]);
     // Everything is made ready before the fork: other threads may hold any lock at that moment.
     std::vector<std::string> arguments = command;
     std::vector<std::string> variables = {"ASAN_OPTIONS=exitcode=99", "UBSAN_OPTIONS=exitcode=99"};

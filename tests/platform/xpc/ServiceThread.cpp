@@ -18,8 +18,8 @@ namespace {
 constexpr std::chrono::seconds kPatience{60};
 }
 
-UniqueFd listeningSocket(const std::string& path) {
-    UniqueFd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+Descriptor listeningSocket(const std::string& path) {
+    Descriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
@@ -35,7 +35,7 @@ ServiceThread::ServiceThread(Behaviour behaviour)
     std::promise<void> ready;
     thread_ = std::thread([&] {
         queue_ = MainQueue::create().value();
-        UniqueFd socket = listeningSocket(path());
+        Descriptor socket = listeningSocket(path());
         if (behaviour_.beforeStart) {
             behaviour_.beforeStart(path());
         }

@@ -15,7 +15,7 @@
 namespace qv::xpc::test {
 
 /// A listening stream socket at `path`.
-UniqueFd listeningSocket(const std::string& path);
+Descriptor listeningSocket(const std::string& path);
 
 /// A service on a thread of its own: real loop, real listener, socket in a temporary folder. Unless
 /// told otherwise it accepts everybody and answers each message with its own dictionary.
@@ -63,7 +63,7 @@ private:
 
     Behaviour behaviour_;
     qv::test::TemporaryDirectory directory_;
-    UniqueFd wake_;
+    Descriptor wake_;
     std::mutex mutex_;
     std::condition_variable changed_;
     std::vector<std::function<void()>> orders_;

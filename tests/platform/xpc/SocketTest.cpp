@@ -21,8 +21,8 @@ using test::descriptorCount;
 using test::RawClient;
 
 struct Pair {
-    UniqueFd ours;
-    UniqueFd theirs;
+    Descriptor ours;
+    Descriptor theirs;
 };
 
 Pair socketPair() {
@@ -30,7 +30,7 @@ Pair socketPair() {
     EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds.data()), 0);
     const int on = 1;
     ::setsockopt(fds[0], SOL_SOCKET, SO_PASSCRED, &on, sizeof on);
-    return {UniqueFd(fds[0]), UniqueFd(fds[1])};
+    return {Descriptor(fds[0]), Descriptor(fds[1])};
 }
 
 void sendDescriptors(int socket, std::size_t count) {
@@ -99,13 +99,13 @@ TEST(SocketIO, ReportsAClosedPeerWithoutASignal) {
 TEST(Peer, NamesTheProcessThatConnectedOrFails) {
     const qv::test::TemporaryDirectory directory;
     const std::string path = directory / "socket";
-    const UniqueFd listener = test::listeningSocket(path);
+    const Descriptor listener = test::listeningSocket(path);
     {
         ChildProcess child([&] {
             const RawClient client(path);
             return static_cast<int>(client.receive(1).size());
         });
-        const UniqueFd socket(::accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
+        const Descriptor socket(::accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
         for (const auto& peer : {Peer::ofSocket(socket.get()), Peer::ofProcess(socket.get())}) {
             ASSERT_TRUE(peer);
             EXPECT_EQ(peer->credentials().pid, child.pid());
@@ -124,10 +124,10 @@ TEST(Peer, NamesTheProcessThatConnectedOrFails) {
         return 0;
     });
     gone.wait();
-    const UniqueFd socket(::accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
+    const Descriptor socket(::accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
     EXPECT_FALSE(Peer::ofSocket(socket.get()));
     EXPECT_FALSE(Peer::ofProcess(socket.get()));
-    const UniqueFd noSocket(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+    const Descriptor noSocket(::open("/dev/null", O_RDONLY | O_CLOEXEC));
     EXPECT_FALSE(Peer::ofSocket(noSocket.get()));
 }
 

@@ -9,7 +9,7 @@
 //
 // bench_file_manager [GIB]: how large the large file is (1 GiB).
 
-#include "platform/foundation/files/FileManager.h"
+#include "platform/foundation/files/manager/FileManager.h"
 #include "support/Contest.h"
 #include "support/TemporaryDirectory.h"
 

@@ -2,7 +2,7 @@
 // through GNU chown -R and chmod -R, taking turns; with one thread and with two. Goal: at most 0.8
 // of the peer's wall time and of its processor time.
 
-#include "platform/foundation/files/ChangeMode.h"
+#include "platform/foundation/files/item/ChangeMode.h"
 #include "platform/foundation/files/walk/TreeWalk.h"
 #include "support/Contest.h"
 #include "support/TemporaryDirectory.h"

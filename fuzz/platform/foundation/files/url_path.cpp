@@ -2,7 +2,7 @@
 // call takes as it is, that a URL made of it leads back to, and whose parent and children are where
 // they belong.
 
-#include "platform/foundation/files/FileSystemPath.h"
+#include "platform/foundation/files/item/FileSystemPath.h"
 
 #include <cstdlib>
 

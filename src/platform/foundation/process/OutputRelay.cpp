@@ -103,7 +103,7 @@ private:
         return at;
     }
 
-    UniqueFd destination_;
+    Descriptor destination_;
     Pipe pipe_;
     std::chrono::milliseconds patience_;
     bool isSocket_ = false;

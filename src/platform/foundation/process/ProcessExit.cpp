@@ -1,6 +1,6 @@
 #include "platform/foundation/process/ProcessExit.h"
 
-#include "platform/foundation/files/UniqueFd.h"
+#include "platform/foundation/os/Descriptor.h"
 
 #include <cerrno>
 #include <chrono>
@@ -19,10 +19,10 @@ void waitForExitOfProcess(pid_t process) {
         return;
     }
     constexpr std::chrono::milliseconds kUntilThereIsRoom{100};
-    UniqueFd pidfd(::pidfd_open(process, 0));
+    Descriptor pidfd(::pidfd_open(process, 0));
     while (!pidfd && (errno == EMFILE || errno == ENFILE || errno == ENOMEM)) {
         std::this_thread::sleep_for(kUntilThereIsRoom); // what is short is no sign of its end
-        pidfd = UniqueFd(::pidfd_open(process, 0));
+        pidfd = Descriptor(::pidfd_open(process, 0));
     }
     pollfd entry{pidfd.get(), POLLIN, 0};
     while (pidfd && ::poll(&entry, 1, -1) < 0 && (errno == EINTR || errno == ENOMEM)) {

@@ -1,6 +1,6 @@
 #include "platform/foundation/process/ProcessState.h"
 
-#include "platform/foundation/files/UniqueFd.h"
+#include "platform/foundation/os/Descriptor.h"
 
 #include <fmt/core.h>
 
@@ -33,7 +33,7 @@ Error openStandardDescriptors() {
         if (::fcntl(number, F_GETFD) >= 0) {
             continue;
         }
-        UniqueFd null(::open("/dev/null", O_RDWR | O_CLOEXEC)); // the lowest free number
+        Descriptor null(::open("/dev/null", O_RDWR | O_CLOEXEC)); // the lowest free number
         if (!null || (null.get() == number && ::fcntl(number, F_SETFD, 0) != 0)) {
             return Error::withDescription(
                 error_domain::kPOSIX, errno,

@@ -81,11 +81,11 @@ std::vector<std::string> toolEnvironment() {
 }
 
 // Out of the way of 0, 1 and 2, which are filled one after the other.
-UniqueFd aboveStandard(UniqueFd fd) {
+Descriptor aboveStandard(Descriptor fd) {
     if (!fd || fd.get() >= kFirstPrivateFd) {
         return fd;
     }
-    UniqueFd moved(::fcntl(fd.get(), F_DUPFD_CLOEXEC, kFirstPrivateFd));
+    Descriptor moved(::fcntl(fd.get(), F_DUPFD_CLOEXEC, kFirstPrivateFd));
     if (!moved) {
         refuse(fmt::format("descriptor {} cannot be given to a tool: {}", fd.get(),
                            strerrordesc_np(errno)));
@@ -100,7 +100,7 @@ tl::expected<Pipe, Error> Pipe::pipe() {
     if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
         return tl::unexpected(Error::posix(errno));
     }
-    return Pipe{UniqueFd(ends[0]), UniqueFd(ends[1])};
+    return Pipe{Descriptor(ends[0]), Descriptor(ends[1])};
 }
 
 Task::~Task() {
@@ -122,9 +122,9 @@ void Task::setArguments(std::vector<std::string> arguments) {
     arguments_ = std::move(arguments);
 }
 
-void Task::setStandardInput(UniqueFd fd) { standard_[0] = aboveStandard(std::move(fd)); }
-void Task::setStandardOutput(UniqueFd fd) { standard_[1] = aboveStandard(std::move(fd)); }
-void Task::setStandardError(UniqueFd fd) { standard_[2] = aboveStandard(std::move(fd)); }
+void Task::setStandardInput(Descriptor fd) { standard_[0] = aboveStandard(std::move(fd)); }
+void Task::setStandardOutput(Descriptor fd) { standard_[1] = aboveStandard(std::move(fd)); }
+void Task::setStandardError(Descriptor fd) { standard_[2] = aboveStandard(std::move(fd)); }
 
 void Task::launch() {
     if (state_ != State::notLaunched) {
@@ -133,8 +133,8 @@ void Task::launch() {
     checkLaunchPath(launchPath_);
     spawn();
     state_ = State::running;
-    pidfd_ = UniqueFd(::pidfd_open(pid_, 0));
-    for (UniqueFd& fd : standard_) {
+    pidfd_ = Descriptor(::pidfd_open(pid_, 0));
+    for (Descriptor& fd : standard_) {
         fd.reset();
     }
 }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/foundation/files/UniqueFd.h"
+#include "platform/foundation/os/Descriptor.h"
 #include "platform/foundation/values/Error.h"
 
 #include <tl/expected.hpp>
@@ -16,8 +16,8 @@ namespace qv {
 
 /// Both ends close on exec; a Task hands the one it is given to its tool.
 struct Pipe {
-    UniqueFd fileHandleForReading;
-    UniqueFd fileHandleForWriting;
+    Descriptor fileHandleForReading;
+    Descriptor fileHandleForWriting;
 
     [[nodiscard]] static tl::expected<Pipe, Error> pipe();
 };
@@ -51,9 +51,9 @@ public:
     void setArguments(std::vector<std::string> arguments);
     // Without these the tool shares this process's own. The descriptor is closed here once the
     // tool has it, so that the reader of a pipe sees its end.
-    void setStandardInput(UniqueFd fd);
-    void setStandardOutput(UniqueFd fd);
-    void setStandardError(UniqueFd fd);
+    void setStandardInput(Descriptor fd);
+    void setStandardOutput(Descriptor fd);
+    void setStandardError(Descriptor fd);
 
     /// Returns when the program has been started; throws, with path and cause in the reason, when
     /// it cannot be.
@@ -78,10 +78,10 @@ private:
 
     std::string launchPath_;
     std::vector<std::string> arguments_;
-    std::array<UniqueFd, 3> standard_;
+    std::array<Descriptor, 3> standard_;
     State state_ = State::notLaunched;
     pid_t pid_ = 0;
-    UniqueFd pidfd_; // none when there was no descriptor to be had
+    Descriptor pidfd_; // none when there was no descriptor to be had
     TerminationReason reason_ = TerminationReason::exit;
     int status_ = 0;
 };

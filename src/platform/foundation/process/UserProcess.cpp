@@ -174,7 +174,7 @@ tl::expected<std::string, Error> perform(const UserRecord& user,
         beTheChild(user, groups, pipe->fileHandleForWriting.get(), parent, work);
     }
     pipe->fileHandleForWriting.reset();
-    const UniqueFd pidfd(::pidfd_open(pid, 0));
+    const Descriptor pidfd(::pidfd_open(pid, 0));
     std::string said;
     const int unread = readResult(pipe->fileHandleForReading.get(), deadline, longest, said);
     const auto [lost, status, isReaped] = end(pid, pidfd.get(), deadline, unread != 0);

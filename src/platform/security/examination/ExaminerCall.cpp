@@ -1,6 +1,6 @@
 #include "platform/security/examination/ExaminerCall.h"
 
-#include "platform/foundation/files/content/FileBytes.h"
+#include "platform/foundation/os/FileBytes.h"
 
 #include <fmt/core.h>
 
@@ -28,7 +28,7 @@ bool isTrusted(int socket) {
 
 } // namespace
 
-ExaminerCall::ExaminerCall(UniqueFd socket, int program, std::string request) noexcept
+ExaminerCall::ExaminerCall(Descriptor socket, int program, std::string request) noexcept
     : socket_(std::move(socket)), program_(program), request_(std::move(request)) {}
 
 tl::expected<ExaminerCall, std::string> ExaminerCall::begin(const std::string& path, int program,
@@ -43,7 +43,7 @@ tl::expected<ExaminerCall, std::string> ExaminerCall::begin(const std::string& p
         return failure("no path of a socket");
     }
     std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
-    UniqueFd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    Descriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast): how sockets take addresses
     const auto* where = reinterpret_cast<const sockaddr*>(&address);
     if (!socket || ::connect(socket.get(), where, sizeof address) != 0) {

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "platform/foundation/files/UniqueFd.h"
-#include "platform/security/StaticCode.h"
-#include "platform/security/TrustAnchors.h"
+#include "platform/foundation/os/Descriptor.h"
 #include "platform/security/examination/ExaminationWire.h"
+#include "platform/security/signature/StaticCode.h"
+#include "platform/security/signature/TrustAnchors.h"
 
 #include <tl/expected.hpp>
 
@@ -33,12 +33,12 @@ public:
     [[nodiscard]] std::optional<Result> advance();
 
 private:
-    ExaminerCall(UniqueFd socket, int program, std::string request) noexcept;
+    ExaminerCall(Descriptor socket, int program, std::string request) noexcept;
     /// What went wrong; empty when nothing did.
     std::string send();
     std::optional<Result> receive();
 
-    UniqueFd socket_;
+    Descriptor socket_;
     int program_;
     std::string request_; // what of it has still to go
     bool programSent_ = false;

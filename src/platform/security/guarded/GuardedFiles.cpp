@@ -1,6 +1,6 @@
 #include "platform/security/guarded/GuardedFiles.h"
 
-#include "platform/foundation/files/content/FileBytes.h"
+#include "platform/foundation/os/FileBytes.h"
 
 #include <fmt/core.h>
 
@@ -41,17 +41,17 @@ bool GuardedFiles::isMissing() const {
     return ::lstat(folder_.c_str(), &info) != 0 && errno == ENOENT;
 }
 
-GuardedFiles::Outcome<UniqueFd> GuardedFiles::enter() const {
+GuardedFiles::Outcome<Descriptor> GuardedFiles::enter() const {
     return guard_.enter(folder_, Place::inside);
 }
 
-GuardedFiles::Outcome<UniqueFd> GuardedFiles::openFolder(int parent, const Item& folder) const {
+GuardedFiles::Outcome<Descriptor> GuardedFiles::openFolder(int parent, const Item& folder) const {
     return guard_.openFolder(parent, folder.name, folder.path, Place::inside);
 }
 
 GuardedFiles::Outcome<std::vector<GuardedFiles::Item>>
 GuardedFiles::itemsIn(int folder, const std::string& path) {
-    UniqueFd own(::openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    Descriptor own(::openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     const DirectoryHandle stream(own ? ::fdopendir(own.get()) : nullptr);
     if (!stream) {
         return fault(path, errno);
@@ -84,7 +84,7 @@ GuardedFiles::Outcome<std::string> GuardedFiles::contentOf(int parent, const Ite
     }
     paths_.add(path, WatchedPaths::Kind::content);
     // O_NONBLOCK: a pipe must not hold us up before it is found to be no file.
-    const UniqueFd opened(
+    const Descriptor opened(
         ::openat(parent, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     if (!opened) {
         return errno == ELOOP ? GuardedPath::fault(path, "is a symbolic link") : fault(path, errno);

@@ -38,8 +38,8 @@ public:
     [[nodiscard]] const std::string& folder() const noexcept { return folder_; }
     /// The folder does not exist.
     [[nodiscard]] bool isMissing() const;
-    [[nodiscard]] Outcome<UniqueFd> enter() const;
-    [[nodiscard]] Outcome<UniqueFd> openFolder(int parent, const Item& folder) const;
+    [[nodiscard]] Outcome<Descriptor> enter() const;
+    [[nodiscard]] Outcome<Descriptor> openFolder(int parent, const Item& folder) const;
     /// The items of an open folder, sorted; at most one more than may be there.
     [[nodiscard]] static Outcome<std::vector<Item>> itemsIn(int folder, const std::string& path);
     [[nodiscard]] Outcome<std::string> contentOf(int parent, const Item& file);

@@ -1,7 +1,7 @@
 #include "platform/security/guarded/GuardedPath.h"
 
-#include "platform/foundation/files/content/FileBytes.h"
 #include "platform/foundation/log/Log.h"
+#include "platform/foundation/os/FileBytes.h"
 
 #include <fmt/core.h>
 
@@ -16,7 +16,7 @@ tl::unexpected<std::string> GuardedPath::fault(std::string_view path, std::strin
     return tl::unexpected<std::string>(fmt::format("{}: {}", log::foreign(path), what));
 }
 
-GuardedPath::Outcome<UniqueFd> GuardedPath::enter(const std::string& folder, Place last) const {
+GuardedPath::Outcome<Descriptor> GuardedPath::enter(const std::string& folder, Place last) const {
     if (!folder.starts_with('/')) {
         return fault(folder, "is no absolute path");
     }
@@ -24,7 +24,7 @@ GuardedPath::Outcome<UniqueFd> GuardedPath::enter(const std::string& folder, Pla
     if (visitor_) {
         visitor_(path, Place::onTheWay);
     }
-    UniqueFd at(::open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    Descriptor at(::open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
     if (!at) {
         return fault(path, errnoText(errno));
     }
@@ -52,12 +52,14 @@ GuardedPath::Outcome<UniqueFd> GuardedPath::enter(const std::string& folder, Pla
     return at;
 }
 
-GuardedPath::Outcome<UniqueFd> GuardedPath::openFolder(int parent, const std::string& name,
-                                                       const std::string& path, Place place) const {
+GuardedPath::Outcome<Descriptor> GuardedPath::openFolder(int parent, const std::string& name,
+                                                         const std::string& path,
+                                                         Place place) const {
     if (visitor_) {
         visitor_(path, place);
     }
-    UniqueFd folder(::openat(parent, name.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    Descriptor folder(
+        ::openat(parent, name.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     if (!folder) {
         return errno == ENOTDIR ? fault(path, "is no folder (a symbolic link does not count)")
                                 : fault(path, errnoText(errno));

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/foundation/files/UniqueFd.h"
+#include "platform/foundation/os/Descriptor.h"
 
 #include <tl/expected.hpp>
 
@@ -30,10 +30,10 @@ public:
         : allowedOwner_(allowedOwner), visitor_(std::move(visitor)) {}
 
     /// An absolute path without `.` and `..`. The folder is opened with O_PATH.
-    [[nodiscard]] Outcome<UniqueFd> enter(const std::string& folder, Place last) const;
+    [[nodiscard]] Outcome<Descriptor> enter(const std::string& folder, Place last) const;
     /// One step down; `path` for the error.
-    [[nodiscard]] Outcome<UniqueFd> openFolder(int parent, const std::string& name,
-                                               const std::string& path, Place place) const;
+    [[nodiscard]] Outcome<Descriptor> openFolder(int parent, const std::string& name,
+                                                 const std::string& path, Place place) const;
     /// Owner and mode of an open file or folder.
     [[nodiscard]] Outcome<void> judge(int fd, const std::string& path, Place place) const;
 

@@ -1,8 +1,8 @@
 #include "platform/security/guest/GuestAttributes.h"
 
-#include "platform/security/CodeSigningStatus.h"
-#include "platform/security/SecCode.h"
-#include "platform/security/guest/GuestError.h"
+#include "platform/security/guest/SecCode.h"
+#include "platform/security/requirement/CodeSigningError.h"
+#include "platform/security/requirement/CodeSigningStatus.h"
 
 #include <fmt/core.h>
 

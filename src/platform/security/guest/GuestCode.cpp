@@ -1,10 +1,10 @@
 #include "platform/security/guest/GuestCode.h"
 
 #include "platform/foundation/values/Weakness.h"
-#include "platform/security/CodeSigningStatus.h"
-#include "platform/security/Requirement.h"
-#include "platform/security/guest/GuestError.h"
 #include "platform/security/guest/GuestReport.h"
+#include "platform/security/requirement/CodeSigningError.h"
+#include "platform/security/requirement/CodeSigningStatus.h"
+#include "platform/security/requirement/Requirement.h"
 
 #include <fmt/core.h>
 

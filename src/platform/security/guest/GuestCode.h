@@ -1,8 +1,8 @@
 #pragma once
 
-#include "platform/security/SecCode.h"
 #include "platform/security/guest/GuestFlags.h"
 #include "platform/security/guest/GuestLookup.h"
+#include "platform/security/guest/SecCode.h"
 
 #include <memory>
 

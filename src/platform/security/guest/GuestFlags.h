@@ -1,9 +1,9 @@
 #pragma once
 
-#include "platform/security/StaticCode.h"
 #include "platform/security/guest/GuestConfiguration.h"
 #include "platform/security/guest/GuestObservation.h"
-#include "platform/security/guest/LaunchMark.h"
+#include "platform/security/guest/LaunchMarkCheck.h"
+#include "platform/security/signature/StaticCode.h"
 
 #include <cstdint>
 #include <optional>

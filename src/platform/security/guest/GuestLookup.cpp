@@ -2,10 +2,10 @@
 
 #include "platform/foundation/log/Log.h"
 #include "platform/foundation/values/Weakness.h"
-#include "platform/security/CodeSigningStatus.h"
 #include "platform/security/guest/AllowedFileSystems.h"
-#include "platform/security/guest/GuestError.h"
-#include "platform/security/guest/LaunchMark.h"
+#include "platform/security/guest/LaunchMarkCheck.h"
+#include "platform/security/requirement/CodeSigningError.h"
+#include "platform/security/requirement/CodeSigningStatus.h"
 #include "platform/security/signature/SignatureTrailer.h"
 
 #include <fmt/core.h>

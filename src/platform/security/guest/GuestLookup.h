@@ -1,13 +1,13 @@
 #pragma once
 
-#include "platform/foundation/files/UniqueFd.h"
-#include "platform/security/CodeExaminer.h"
-#include "platform/security/StaticCode.h"
+#include "platform/foundation/os/Descriptor.h"
+#include "platform/security/examination/CodeExaminer.h"
 #include "platform/security/guest/GuestAttributes.h"
 #include "platform/security/guest/GuestConfiguration.h"
 #include "platform/security/guest/GuestObservation.h"
 #include "platform/security/guest/GuestPeers.h"
 #include "platform/security/guest/ProcessReader.h"
+#include "platform/security/signature/StaticCode.h"
 
 #include <tl/expected.hpp>
 
@@ -21,10 +21,10 @@ namespace qv {
 
 /// The descriptors that bind a look-up to one image of one process.
 struct GuestHandles {
-    UniqueFd process; ///< pidfd
+    Descriptor process; ///< pidfd
     // None of these of a peer that was turned away by its credentials:
-    UniqueFd directory; ///< of the process in procfs; answers ESRCH once the process is gone
-    UniqueFd image;     ///< its `maps`: reads nothing once the process has executed something else
+    Descriptor directory; ///< of the process in procfs; answers ESRCH once the process is gone
+    Descriptor image; ///< its `maps`: reads nothing once the process has executed something else
 };
 
 struct GuestRecord {
@@ -77,7 +77,7 @@ private:
     const ConnectedPeer* peer_ = nullptr;
     GuestHandles handles_;
     GuestObservation observation_;
-    UniqueFd executable_;
+    Descriptor executable_;
     std::uint64_t executableMount_ = 0;
     std::string maps_; // as first read
     bool isComplete_ = false;

@@ -2,10 +2,10 @@
 
 #include "platform/foundation/log/Log.h"
 #include "platform/foundation/values/Description.h"
-#include "platform/security/StaticCode.h"
 #include "platform/security/guest/AllowedFileSystems.h"
 #include "platform/security/guest/GuestCode.h"
-#include "platform/security/guest/GuestError.h"
+#include "platform/security/requirement/CodeSigningError.h"
+#include "platform/security/signature/StaticCode.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>

@@ -1,9 +1,9 @@
 #pragma once
 
 #include "platform/foundation/values/Error.h"
-#include "platform/security/CodeFacts.h"
-#include "platform/security/Requirement.h"
 #include "platform/security/guest/GuestFlags.h"
+#include "platform/security/requirement/CodeFacts.h"
+#include "platform/security/requirement/Requirement.h"
 
 #include <span>
 #include <string>

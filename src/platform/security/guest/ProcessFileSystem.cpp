@@ -26,22 +26,22 @@ template <typename Call> auto checked(Call call) -> tl::expected<decltype(call()
     }
 }
 
-template <typename Call> tl::expected<UniqueFd, int> checkedDescriptor(Call call) {
-    return checked(call).map([](auto fd) { return UniqueFd(static_cast<int>(fd)); });
+template <typename Call> tl::expected<Descriptor, int> checkedDescriptor(Call call) {
+    return checked(call).map([](auto fd) { return Descriptor(static_cast<int>(fd)); });
 }
 
 } // namespace
 
 // The C library of Debian 12 has no wrapper that its C++ headers can be asked for portably.
-ProcessFileSystem::Result<UniqueFd> KernelProcessFileSystem::openProcess(pid_t pid) {
+ProcessFileSystem::Result<Descriptor> KernelProcessFileSystem::openProcess(pid_t pid) {
     return checkedDescriptor([pid] { return ::syscall(SYS_pidfd_open, pid, 0U); });
 }
 
-ProcessFileSystem::Result<UniqueFd> KernelProcessFileSystem::duplicate(int fd) {
+ProcessFileSystem::Result<Descriptor> KernelProcessFileSystem::duplicate(int fd) {
     return checkedDescriptor([fd] { return ::fcntl(fd, F_DUPFD_CLOEXEC, 0); });
 }
 
-ProcessFileSystem::Result<UniqueFd>
+ProcessFileSystem::Result<Descriptor>
 KernelProcessFileSystem::open(int directory, const std::string& path, int flags) {
     return checkedDescriptor(
         [&] { return ::openat(directory, path.c_str(), flags | O_CLOEXEC | O_NOCTTY); });

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/foundation/files/UniqueFd.h"
+#include "platform/foundation/os/Descriptor.h"
 
 #include <tl/expected.hpp>
 
@@ -34,11 +34,11 @@ public:
     virtual ~ProcessFileSystem() = default;
 
     /// A pidfd of a process; its thread group, not one of its threads.
-    virtual Result<UniqueFd> openProcess(pid_t pid) = 0;
-    virtual Result<UniqueFd> duplicate(int fd) = 0;
+    virtual Result<Descriptor> openProcess(pid_t pid) = 0;
+    virtual Result<Descriptor> duplicate(int fd) = 0;
     /// `path` relative to `directory` (AT_FDCWD for an absolute one); `flags` as open(2) takes
     /// them.
-    virtual Result<UniqueFd> open(int directory, const std::string& path, int flags) = 0;
+    virtual Result<Descriptor> open(int directory, const std::string& path, int flags) = 0;
     virtual Result<struct stat> status(int fd) = 0;
     /// Follows links.
     virtual Result<struct stat> statusAt(int directory, const std::string& path) = 0;
@@ -56,9 +56,9 @@ public:
 /// The running kernel.
 class KernelProcessFileSystem final : public ProcessFileSystem {
 public:
-    Result<UniqueFd> openProcess(pid_t pid) override;
-    Result<UniqueFd> duplicate(int fd) override;
-    Result<UniqueFd> open(int directory, const std::string& path, int flags) override;
+    Result<Descriptor> openProcess(pid_t pid) override;
+    Result<Descriptor> duplicate(int fd) override;
+    Result<Descriptor> open(int directory, const std::string& path, int flags) override;
     Result<struct stat> status(int fd) override;
     Result<struct stat> statusAt(int directory, const std::string& path) override;
     Result<FileOnMount> fileAt(int directory, const std::string& path) override;

@@ -1,7 +1,7 @@
 #include "platform/security/guest/ProcessReader.h"
 
-#include "platform/security/CodeSigningStatus.h"
-#include "platform/security/guest/GuestError.h"
+#include "platform/security/requirement/CodeSigningError.h"
+#include "platform/security/requirement/CodeSigningStatus.h"
 
 #include <fmt/core.h>
 
@@ -42,7 +42,7 @@ tl::expected<std::string, Error> ProcessReader::text(int fd, std::string_view na
 }
 
 tl::expected<std::string, Error> ProcessReader::textAt(int directory, const std::string& path) {
-    return openAt(directory, path, O_RDONLY).and_then([&](const UniqueFd& file) {
+    return openAt(directory, path, O_RDONLY).and_then([&](const Descriptor& file) {
         return text(file.get(), path);
     });
 }
@@ -72,8 +72,8 @@ tl::expected<DescriptorInfo, Error> ProcessReader::descriptorInfo(int fd) {
         .and_then(parseDescriptorInfo);
 }
 
-tl::expected<UniqueFd, Error> ProcessReader::openAt(int directory, const std::string& path,
-                                                    int flags) {
+tl::expected<Descriptor, Error> ProcessReader::openAt(int directory, const std::string& path,
+                                                      int flags) {
     return system_.open(directory, path, flags).map_error([&](int errorNumber) {
         return codeSigningSystemError(path, errorNumber);
     });
@@ -110,11 +110,12 @@ ProcessReader::located(const ProcessFileSystem::Result<FileOnMount>& file, int d
 }
 
 tl::expected<MountedFileSystem, Error> ProcessReader::fileSystemOf(int fd) {
-    return openAt(AT_FDCWD, "/proc/self", O_PATH | O_DIRECTORY).and_then([&](const UniqueFd& self) {
-        return locateOpen(fd, self.get()).map([](const LocatedFile& located) {
-            return located.fileSystem;
+    return openAt(AT_FDCWD, "/proc/self", O_PATH | O_DIRECTORY)
+        .and_then([&](const Descriptor& self) {
+            return locateOpen(fd, self.get()).map([](const LocatedFile& located) {
+                return located.fileSystem;
+            });
         });
-    });
 }
 
 tl::expected<MountedFileSystem, Error> ProcessReader::fileSystemOfMount(std::uint64_t mount,

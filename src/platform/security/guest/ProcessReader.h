@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/foundation/files/UniqueFd.h"
+#include "platform/foundation/os/Descriptor.h"
 #include "platform/security/guest/ProcessFileSystem.h"
 #include "platform/security/guest/ProcessText.h"
 
@@ -42,7 +42,7 @@ public:
 
     /// Of a descriptor of our own.
     tl::expected<DescriptorInfo, Error> descriptorInfo(int fd);
-    tl::expected<UniqueFd, Error> openAt(int directory, const std::string& path, int flags);
+    tl::expected<Descriptor, Error> openAt(int directory, const std::string& path, int flags);
     tl::expected<struct stat, Error> status(int fd, std::string_view name);
     tl::expected<struct stat, Error> statusAt(int directory, const std::string& path);
 

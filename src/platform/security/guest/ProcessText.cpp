@@ -1,7 +1,7 @@
 #include "platform/security/guest/ProcessText.h"
 
-#include "platform/security/CodeSigningStatus.h"
-#include "platform/security/guest/GuestError.h"
+#include "platform/security/requirement/CodeSigningError.h"
+#include "platform/security/requirement/CodeSigningStatus.h"
 
 #include <fmt/core.h>
 

@@ -1,15 +1,15 @@
 #include "platform/security/install/ClientInstaller.h"
 
-#include "platform/foundation/files/UniqueFd.h"
-#include "platform/foundation/files/content/FileBytes.h"
-#include "platform/foundation/files/content/ReplacementFile.h"
 #include "platform/foundation/log/Log.h"
-#include "platform/security/CodeSigningStatus.h"
-#include "platform/security/GuestServices.h"
+#include "platform/foundation/os/Descriptor.h"
+#include "platform/foundation/os/FileBytes.h"
+#include "platform/foundation/os/ReplacementFile.h"
 #include "platform/security/guarded/GuardedPath.h"
 #include "platform/security/guest/AllowedFileSystems.h"
 #include "platform/security/guest/GuestReport.h"
+#include "platform/security/guest/GuestServices.h"
 #include "platform/security/guest/ProcessReader.h"
+#include "platform/security/requirement/CodeSigningStatus.h"
 #include "platform/security/signature/CoveredRange.h"
 #include "platform/security/signature/SignatureFailure.h"
 #include "platform/security/signature/SignatureTrailer.h"
@@ -120,14 +120,14 @@ Outcome<void> judgePlace(int folder, const Destination& destination) {
 }
 
 struct Source {
-    UniqueFd file;
+    Descriptor file;
     std::uint64_t length = 0;
 };
 
 Outcome<Source> openSource(const std::string& path) {
     // O_NONBLOCK: a pipe must not hold us up before it is found to be no file.
-    Source source{.file =
-                      UniqueFd(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC))};
+    Source source{
+        .file = Descriptor(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC))};
     struct stat info{};
     if (!source.file || ::fstat(source.file.get(), &info) != 0) {
         return systemFailure(errno, path);
@@ -180,7 +180,7 @@ public:
     }
 
 private:
-    [[nodiscard]] Outcome<UniqueFd> enterFolder(const Destination& destination) const {
+    [[nodiscard]] Outcome<Descriptor> enterFolder(const Destination& destination) const {
         auto folder = GuardedPath(configuration_.anchorOwner)
                           .enter(destination.folder, GuardedPath::Place::onTheWay);
         if (!folder) {
@@ -201,7 +201,7 @@ private:
         return std::move(*folder);
     }
 
-    [[nodiscard]] Outcome<InstalledClient> install(const Source& source, UniqueFd folder,
+    [[nodiscard]] Outcome<InstalledClient> install(const Source& source, Descriptor folder,
                                                    const Destination& destination,
                                                    gid_t group) const {
         const std::string path = destination.path();

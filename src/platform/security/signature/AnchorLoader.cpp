@@ -15,13 +15,13 @@ namespace {
 
 constexpr std::string_view kRevokedList = "revoked";
 
-struct Folder {
+struct RoleFolder {
     std::string_view name;
     bool AnchorSet::Roles::* role;
 };
-constexpr std::array kFolders = {Folder{"vendor", &AnchorSet::Roles::vendor},
-                                 Folder{"platform", &AnchorSet::Roles::platform},
-                                 Folder{"trusted", &AnchorSet::Roles::trusted}};
+constexpr std::array kFolders = {RoleFolder{"vendor", &AnchorSet::Roles::vendor},
+                                 RoleFolder{"platform", &AnchorSet::Roles::platform},
+                                 RoleFolder{"trusted", &AnchorSet::Roles::trusted}};
 
 tl::unexpected<std::string> fault(std::string_view path, std::string_view what) {
     return GuardedPath::fault(path, what);
@@ -80,7 +80,7 @@ AnchorLoader::Outcome AnchorLoader::readAll() {
     }
     for (const GuardedFiles::Item& item : *items) {
         const auto* known = std::ranges::find_if(
-            kFolders, [&](const Folder& each) { return each.name == item.name; });
+            kFolders, [&](const RoleFolder& each) { return each.name == item.name; });
         Outcome outcome;
         if (known != kFolders.end()) {
             outcome = readCertificates(folder->get(), item, known->role);

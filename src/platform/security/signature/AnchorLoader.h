@@ -1,8 +1,8 @@
 #pragma once
 
-#include "platform/security/TrustAnchors.h"
 #include "platform/security/guarded/GuardedFiles.h"
 #include "platform/security/signature/AnchorSetBuilder.h"
+#include "platform/security/signature/TrustAnchors.h"
 
 #include <tl/expected.hpp>
 

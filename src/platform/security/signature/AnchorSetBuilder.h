@@ -1,7 +1,7 @@
 #pragma once
 
-#include "platform/security/TrustAnchors.h"
 #include "platform/security/signature/OpenSSLHandles.h"
+#include "platform/security/signature/TrustAnchors.h"
 
 #include <tl/expected.hpp>
 

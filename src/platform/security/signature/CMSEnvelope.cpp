@@ -1,6 +1,6 @@
 #include "platform/security/signature/CMSEnvelope.h"
 
-#include "platform/security/CodeSigningStatus.h"
+#include "platform/security/requirement/CodeSigningStatus.h"
 #include "platform/security/signature/DERReader.h"
 
 #include <fmt/core.h>

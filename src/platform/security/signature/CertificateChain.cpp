@@ -1,6 +1,6 @@
 #include "platform/security/signature/CertificateChain.h"
 
-#include "platform/security/CodeSigningStatus.h"
+#include "platform/security/requirement/CodeSigningStatus.h"
 #include "platform/security/signature/CertificateReader.h"
 #include "platform/security/signature/CertificateRules.h"
 

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "platform/security/CodeFacts.h"
-#include "platform/security/TrustAnchors.h"
+#include "platform/security/requirement/CodeFacts.h"
 #include "platform/security/signature/OpenSSLHandles.h"
 #include "platform/security/signature/SignatureFailure.h"
+#include "platform/security/signature/TrustAnchors.h"
 
 #include <cstdint>
 #include <vector>

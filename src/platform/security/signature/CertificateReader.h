@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/foundation/digest/SHA256.h"
-#include "platform/security/CodeFacts.h"
+#include "platform/security/requirement/CodeFacts.h"
 #include "platform/security/signature/OpenSSLHandles.h"
 
 #include <tl/expected.hpp>

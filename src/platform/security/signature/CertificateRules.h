@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/security/CodeFacts.h"
+#include "platform/security/requirement/CodeFacts.h"
 #include "platform/security/signature/OpenSSLHandles.h"
 
 #include <string>

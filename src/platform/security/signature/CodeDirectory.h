@@ -3,7 +3,7 @@
 #include "platform/foundation/digest/SHA256.h"
 #include "platform/foundation/values/Error.h"
 #include "platform/foundation/values/Value.h"
-#include "platform/security/CodeSigningStatus.h"
+#include "platform/security/requirement/CodeSigningStatus.h"
 #include "platform/security/signature/SignatureFailure.h"
 
 #include <array>

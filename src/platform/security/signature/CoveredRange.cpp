@@ -1,8 +1,8 @@
 #include "platform/security/signature/CoveredRange.h"
 
-#include "platform/foundation/files/content/FileBytes.h"
-#include "platform/foundation/files/content/FileKey.h"
-#include "platform/security/CodeSigningStatus.h"
+#include "platform/foundation/os/FileBytes.h"
+#include "platform/foundation/os/FileKey.h"
+#include "platform/security/requirement/CodeSigningStatus.h"
 
 #include <fmt/core.h>
 

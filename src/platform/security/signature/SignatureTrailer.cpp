@@ -1,7 +1,7 @@
 #include "platform/security/signature/SignatureTrailer.h"
 
-#include "platform/foundation/files/content/FileBytes.h"
-#include "platform/security/CodeSigningStatus.h"
+#include "platform/foundation/os/FileBytes.h"
+#include "platform/security/requirement/CodeSigningStatus.h"
 
 #include <fmt/core.h>
 

@@ -1,9 +1,9 @@
 #include "platform/security/signature/SigningIdentity.h"
 
-#include "platform/foundation/files/UniqueFd.h"
-#include "platform/foundation/files/content/FileBytes.h"
 #include "platform/foundation/log/Log.h"
-#include "platform/security/CodeSigningStatus.h"
+#include "platform/foundation/os/Descriptor.h"
+#include "platform/foundation/os/FileBytes.h"
+#include "platform/security/requirement/CodeSigningStatus.h"
 #include "platform/security/signature/CertificateReader.h"
 
 #include <fmt/core.h>
@@ -34,7 +34,7 @@ tl::unexpected<SignatureFailure> unusable(std::string_view path, std::string_vie
 }
 
 tl::expected<std::string, SignatureFailure> contentOf(const std::string& path, Secrecy secrecy) {
-    const UniqueFd file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    const Descriptor file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     struct stat info{};
     if (!file || ::fstat(file.get(), &info) != 0) {
         return systemFailure(errno, path);

@@ -1,6 +1,6 @@
 #include "platform/security/transforms/DigestTransform.h"
 
-#include "platform/foundation/files/UniqueFd.h"
+#include "platform/foundation/os/Descriptor.h"
 
 #include <fmt/core.h>
 
@@ -43,8 +43,8 @@ private:
     MessageDigestHandle context_;
 };
 
-tl::expected<UniqueFd, Error> openRegularFile(const std::string& path) {
-    UniqueFd file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
+tl::expected<Descriptor, Error> openRegularFile(const std::string& path) {
+    Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
     struct stat facts{};
     if (!file || ::fstat(file.get(), &facts) != 0) {
         return tl::unexpected(Error::posix(errno));
@@ -74,7 +74,7 @@ tl::expected<Value, Error> DigestTransform::executeOnFile(const std::string& pat
     if (!digest_) {
         return tl::unexpected(refusal());
     }
-    const tl::expected<UniqueFd, Error> file = openRegularFile(path);
+    const tl::expected<Descriptor, Error> file = openRegularFile(path);
     if (!file) {
         return tl::unexpected(file.error());
     }

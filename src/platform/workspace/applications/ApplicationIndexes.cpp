@@ -1,6 +1,6 @@
 #include "platform/workspace/applications/ApplicationIndexes.h"
 
-#include "platform/workspace/Patience.h"
+#include "platform/workspace/applications/Patience.h"
 
 #include <unistd.h>
 #include <utility>

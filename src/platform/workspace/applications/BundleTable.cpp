@@ -1,8 +1,8 @@
 #include "platform/workspace/applications/BundleTable.h"
 
-#include "platform/foundation/files/walk/HeldFolder.h"
 #include "platform/foundation/files/walk/TreeWalk.h"
-#include "platform/workspace/Bundle.h"
+#include "platform/foundation/os/Folder.h"
+#include "platform/workspace/applications/Bundle.h"
 #include "platform/workspace/applications/FoldedText.h"
 
 #include <algorithm>
@@ -24,7 +24,7 @@ bool leadsThroughLink(int folder, const char* name) {
     open_how how{};
     how.flags = O_PATH | O_CLOEXEC;
     how.resolve = RESOLVE_NO_SYMLINKS;
-    const UniqueFd file(static_cast<int>(::syscall(SYS_openat2, folder, name, &how, sizeof how)));
+    const Descriptor file(static_cast<int>(::syscall(SYS_openat2, folder, name, &how, sizeof how)));
     return !file && errno == ELOOP;
 }
 
@@ -32,7 +32,7 @@ bool leadsThroughLink(int folder, const char* name) {
 void watchInfoLists(int folder, const std::string& path, ChangeWatch& watch) {
     watch.watch(folder, ChangeWatch::Interest::infoLists);
     for (const char* name : {"Contents", "Resources"}) {
-        if (const UniqueFd inner = openFolderIn(folder, name)) {
+        if (const Descriptor inner = openFolderIn(folder, name)) {
             watch.watch(inner.get(), ChangeWatch::Interest::infoLists);
         }
     }
@@ -93,7 +93,7 @@ private:
 void BundleTable::read(const std::vector<BundleFolder>& folders, ChangeWatch& watch) {
     records_.clear();
     for (const BundleFolder& root : folders) {
-        UniqueFd folder = watch.openRoot(root.path);
+        Descriptor folder = watch.openRoot(root.path);
         if (!folder) {
             continue;
         }

@@ -20,7 +20,7 @@ constexpr std::uint32_t kEvents = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOV
 constexpr std::uint32_t kOfTheFolder = IN_DELETE_SELF | IN_MOVE_SELF | IN_UNMOUNT | IN_IGNORED;
 
 std::optional<FileKey> keyOf(const std::string& path) {
-    const UniqueFd file(::open(path.c_str(), O_PATH | O_CLOEXEC));
+    const Descriptor file(::open(path.c_str(), O_PATH | O_CLOEXEC));
     const auto key = file ? FileKey::of(file.get()) : tl::unexpected(errno);
     return key ? std::optional(*key) : std::nullopt;
 }
@@ -68,7 +68,7 @@ bool LinkedFiles::haveChanged() const {
 
 void ChangeWatch::beginReading() {
     if (!events_) {
-        events_ = UniqueFd(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
+        events_ = Descriptor(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
     }
     isReliable_ = static_cast<bool>(events_);
     formerInterests_ = std::exchange(interests_, {});
@@ -85,8 +85,8 @@ void ChangeWatch::endReading() {
     formerInterests_.clear();
 }
 
-UniqueFd ChangeWatch::openRoot(const std::string& path) {
-    UniqueFd folder(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+Descriptor ChangeWatch::openRoot(const std::string& path) {
+    Descriptor folder(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     struct stat info{};
     if (folder && ::fstat(folder.get(), &info) == 0) {
         roots_.push_back({path, info});

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "platform/foundation/files/UniqueFd.h"
-#include "platform/foundation/files/content/FileKey.h"
+#include "platform/foundation/os/Descriptor.h"
+#include "platform/foundation/os/FileKey.h"
 
 #include <cstdint>
 #include <optional>
@@ -48,7 +48,7 @@ public:
     void beginReading();
     void endReading();
     /// A root, followed if it is a link: open for reading; none when it cannot be opened.
-    [[nodiscard]] UniqueFd openRoot(const std::string& path);
+    [[nodiscard]] Descriptor openRoot(const std::string& path);
     /// To be called before the folder is read.
     void watch(int folder, Interest interest);
     [[nodiscard]] LinkedFiles& links() { return links_; }
@@ -64,7 +64,7 @@ private:
     [[nodiscard]] bool takeEvents();
     [[nodiscard]] bool haveRootsChanged() const;
 
-    UniqueFd events_;
+    Descriptor events_;
     std::unordered_map<int, unsigned> interests_; // by watch descriptor
     std::unordered_map<int, unsigned> formerInterests_;
     std::vector<Root> roots_;

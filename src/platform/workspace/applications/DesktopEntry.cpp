@@ -1,8 +1,8 @@
 #include "platform/workspace/applications/DesktopEntry.h"
 
-#include "platform/foundation/files/content/FileBytes.h"
+#include "platform/foundation/os/FileBytes.h"
+#include "platform/foundation/os/RegularFile.h"
 #include "platform/foundation/values/UTF8.h"
-#include "platform/workspace/RegularFile.h"
 
 #include <fmt/core.h>
 
@@ -249,7 +249,7 @@ tl::expected<DesktopEntry, std::string> DesktopEntry::parse(std::string_view byt
 }
 
 tl::expected<DesktopEntry, std::string> DesktopEntry::contentsOfFile(const std::string& path) {
-    const UniqueFd file = openRegularFile(path);
+    const Descriptor file = openRegularFile(path);
     return file ? contentsOfFile(file.get(), path) : tl::unexpected(errnoText(errno));
 }
 

@@ -1,7 +1,7 @@
 #include "platform/workspace/applications/EntryTable.h"
 
 #include "platform/foundation/files/walk/TreeWalk.h"
-#include "platform/workspace/RegularFile.h"
+#include "platform/foundation/os/RegularFile.h"
 #include "platform/workspace/applications/ExecLine.h"
 #include "platform/workspace/applications/FoldedText.h"
 
@@ -82,7 +82,7 @@ void EntryTable::list(const std::vector<std::string>& folders, ChangeWatch& watc
     links_.clear();
     hasContents_ = false;
     for (std::size_t index = 0; index < folders.size(); ++index) {
-        UniqueFd folder = watch.openRoot(folders[index]);
+        Descriptor folder = watch.openRoot(folders[index]);
         if (folder) {
             watch.watch(folder.get(), ChangeWatch::Interest::entries);
             EntryFinder finder(folders[index] == "/" ? 0 : folders[index].size(),
@@ -173,7 +173,7 @@ void EntryTable::readContents() {
         if (entries_[index].isLink) {
             links_.note(path);
         }
-        const UniqueFd file = openRegularFile(path);
+        const Descriptor file = openRegularFile(path);
         const auto bytes =
             file ? contentOfRegularFile(file.get(), DesktopEntry::kLongestFile) : std::nullopt;
         if (!bytes) {

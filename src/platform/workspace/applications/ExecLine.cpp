@@ -1,6 +1,6 @@
 #include "platform/workspace/applications/ExecLine.h"
 
-#include "platform/workspace/RegularFile.h"
+#include "platform/foundation/os/RegularFile.h"
 
 #include <fmt/core.h>
 

@@ -1,14 +1,14 @@
 #include "platform/workspace/launch/ApplicationResolver.h"
 
-#include "platform/foundation/files/FileErrors.h"
-#include "platform/foundation/files/HeldItem.h"
-#include "platform/foundation/files/content/FileBytes.h"
-#include "platform/foundation/files/walk/HeldFolder.h"
-#include "platform/workspace/Bundle.h"
-#include "platform/workspace/Patience.h"
-#include "platform/workspace/RegularFile.h"
+#include "platform/foundation/files/item/FileErrors.h"
+#include "platform/foundation/files/item/HeldItem.h"
+#include "platform/foundation/os/FileBytes.h"
+#include "platform/foundation/os/Folder.h"
+#include "platform/foundation/os/RegularFile.h"
+#include "platform/workspace/applications/Bundle.h"
 #include "platform/workspace/applications/DesktopEntry.h"
 #include "platform/workspace/applications/ExecLine.h"
+#include "platform/workspace/applications/Patience.h"
 #include "platform/workspace/launch/LaunchError.h"
 #include "platform/workspace/launch/TextList.h"
 
@@ -65,7 +65,7 @@ bool isFolderPath(std::string_view path) {
 }
 
 Start resolveBundle(int item, const std::string& path) {
-    const UniqueFd folder = openFolderIn(item, ".");
+    const Descriptor folder = openFolderIn(item, ".");
     const std::optional<Bundle> bundle =
         folder ? std::optional(Bundle::bundleInFolder(folder.get(), path)) : std::nullopt;
     const bool isOne = bundle && (bundle->hasInfoDictionary() || path.ends_with(".app"));
@@ -109,7 +109,7 @@ Start resolveCommand(ApplicationStart start, const DesktopEntry& entry) {
 }
 
 Start resolveDesktopEntry(int item, const std::string& path) {
-    const UniqueFd file = openRegularFile(item);
+    const Descriptor file = openRegularFile(item);
     const tl::expected<DesktopEntry, std::string> entry =
         file ? DesktopEntry::contentsOfFile(file.get(), path) : tl::unexpected(errnoText(errno));
     if (!entry) {
@@ -143,7 +143,7 @@ Start resolveDesktopEntry(int item, const std::string& path) {
 }
 
 Start resolve(const std::string& path) {
-    const tl::expected<UniqueFd, int> item = holdItem(path, LastLink::follow);
+    const tl::expected<Descriptor, int> item = holdItem(path, LastLink::follow);
     struct stat info{};
     if (!item || ::fstat(item->get(), &info) != 0) {
         const int cause = item ? errno : item.error();

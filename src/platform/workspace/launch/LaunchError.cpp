@@ -1,7 +1,7 @@
 #include "platform/workspace/launch/LaunchError.h"
 
-#include "platform/foundation/files/FileErrors.h"
-#include "platform/foundation/files/content/FileBytes.h"
+#include "platform/foundation/files/item/FileErrors.h"
+#include "platform/foundation/os/FileBytes.h"
 
 #include <fmt/core.h>
 

@@ -1,8 +1,8 @@
 #include "platform/workspace/launch/LaunchSession.h"
 
-#include "platform/foundation/files/UniqueFd.h"
+#include "platform/foundation/os/Descriptor.h"
 #include "platform/foundation/values/UTF8.h"
-#include "platform/workspace/Patience.h"
+#include "platform/workspace/applications/Patience.h"
 
 #include <fmt/core.h>
 #include <systemd/sd-login.h>
@@ -79,7 +79,7 @@ bool isOfSession(std::string_view variable) {
 }
 
 std::string contentOf(int folder, const char* name) {
-    const UniqueFd file(::openat(folder, name, O_RDONLY | O_CLOEXEC));
+    const Descriptor file(::openat(folder, name, O_RDONLY | O_CLOEXEC));
     std::string content;
     std::array<char, 4096> piece{};
     ssize_t count = 0;
@@ -101,7 +101,7 @@ std::optional<uid_t> userOfProcess(int process) {
 }
 
 std::string environmentOfProcess(pid_t pid, uid_t user) {
-    const UniqueFd process(
+    const Descriptor process(
         ::open(fmt::format("/proc/{}", pid).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     if (!process || userOfProcess(process.get()) != user) { // gone, its number another's maybe
         return {};

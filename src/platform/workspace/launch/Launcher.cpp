@@ -1,6 +1,6 @@
 #include "platform/workspace/launch/Launcher.h"
 
-#include "platform/foundation/files/UniqueFd.h"
+#include "platform/foundation/os/Descriptor.h"
 #include "platform/foundation/process/ProcessState.h"
 #include "platform/foundation/process/SpawnProcess.h"
 #include "platform/workspace/launch/BusActivation.h"
@@ -24,18 +24,18 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 // Why it was not started; nothing when it was.
-struct Refusal {
+struct StartFailure {
     int errorNumber = 0;
     std::string reason;
 };
 
-std::string encoded(const Refusal& refusal) {
+std::string encoded(const StartFailure& refusal) {
     return refusal.reason.empty() ? std::string()
                                   : fmt::format("{} {}", refusal.errorNumber, refusal.reason);
 }
 
-Refusal decoded(const std::string& text) {
-    Refusal refusal;
+StartFailure decoded(const std::string& text) {
+    StartFailure refusal;
     const char* const end = text.data() + text.size();
     const auto [after, error] = std::from_chars(text.data(), end, refusal.errorNumber);
     refusal.reason.assign(after + (after != end ? 1 : 0), end);
@@ -51,9 +51,9 @@ std::string workingFolder(const ApplicationStart& application, const LaunchSessi
 
 // In the process that is the user already. It ends at once, and the application becomes a child of
 // the machine's first process.
-Refusal startDetached(const ApplicationStart& application, const LaunchSession& session) {
+StartFailure startDetached(const ApplicationStart& application, const LaunchSession& session) {
     resetFileModeMask();
-    const UniqueFd null(::open("/dev/null", O_RDWR | O_CLOEXEC));
+    const Descriptor null(::open("/dev/null", O_RDWR | O_CLOEXEC));
     const std::string folder = workingFolder(application, session);
     if (::chdir(folder.c_str()) != 0) { // else the program would be blamed for it
         return {errno, fmt::format("its working folder {} cannot be entered", folder)};
@@ -64,9 +64,10 @@ Refusal startDetached(const ApplicationStart& application, const LaunchSession& 
                                        .directory = ".",
                                        .standard = {null.get(), null.get(), null.get()},
                                        .leads = SpawnRequest::Leads::session});
-    return spawned ? Refusal()
-                   : Refusal{spawned.error().errorNumber,
-                             fmt::format("{} cannot be executed", application.command.front())};
+    return spawned
+               ? StartFailure()
+               : StartFailure{spawned.error().errorNumber,
+                              fmt::format("{} cannot be executed", application.command.front())};
 }
 
 // Units of one name refuse each other.
@@ -100,8 +101,8 @@ std::string onOneLine(std::string text) {
 
 // In a process that its user cannot trace, and without a program of its own: it lives where the
 // service does.
-Refusal startByManager(const ApplicationStart& application, const LaunchSession& session,
-                       Clock::time_point deadline) {
+StartFailure startByManager(const ApplicationStart& application, const LaunchSession& session,
+                            Clock::time_point deadline) {
     const bool isUsers = session.manager == LaunchSession::Manager::user;
     const ServiceUnit unit{
         .name = unitName(application),
@@ -127,12 +128,13 @@ public:
           patience_({.bus = processes.patienceWith(session.user.user, patience.bus),
                      .manager = processes.patienceWith(session.user.user, patience.manager)}) {}
 
-    Refusal run() {
-        Refusal refusal{0, fmt::format("only a session bus starts it, and user {} has none",
-                                       session_.user.name)};
+    StartFailure run() {
+        StartFailure refusal{0, fmt::format("only a session bus starts it, and user {} has none",
+                                            session_.user.name)};
         if (!application_.busName.empty() && !session_.busAddress.empty()) {
             refusal = attempt(session_.user, patience_.bus, [&](std::chrono::milliseconds time) {
-                return Refusal{0, activateOnBus(session_.busAddress, application_.busName, time)};
+                return StartFailure{0,
+                                    activateOnBus(session_.busAddress, application_.busName, time)};
             });
             if (refusal.reason.empty()) {
                 return refusal;
@@ -142,7 +144,7 @@ public:
     }
 
 private:
-    Refusal runCommand() {
+    StartFailure runCommand() {
         if (session_.manager == LaunchSession::Manager::none) {
             return attempt(session_.user, patience_.manager, [&](std::chrono::milliseconds) {
                 return startDetached(application_, session_);
@@ -157,14 +159,14 @@ private:
     }
 
     // `start` is given less time than there is, so that it can say why it failed.
-    Refusal attempt(const UserRecord& as, std::chrono::milliseconds patience,
-                    const std::function<Refusal(std::chrono::milliseconds)>& start) {
+    StartFailure attempt(const UserRecord& as, std::chrono::milliseconds patience,
+                         const std::function<StartFailure(std::chrono::milliseconds)>& start) {
         const uid_t user = session_.user.user;
         const auto enough = patience - std::min(patience / 5, std::chrono::milliseconds(200));
         const Clock::time_point begin = Clock::now();
         const auto said = processes_.perform(as, [&] { return encoded(start(enough)); },
                                              {.patience = patience, .onBehalfOf = user});
-        Refusal refusal = said ? decoded(*said) : notPerformed(as, said.error());
+        StartFailure refusal = said ? decoded(*said) : notPerformed(as, said.error());
         if (!refusal.reason.empty() && Clock::now() - begin >= enough) {
             processes_.noteLate(user);
             wasLate_ = true;
@@ -174,7 +176,7 @@ private:
         return refusal;
     }
 
-    static Refusal notPerformed(const UserRecord& as, const Error& error) {
+    static StartFailure notPerformed(const UserRecord& as, const Error& error) {
         const auto errorNumber = static_cast<int>(error.code());
         return {errorNumber, errorNumber == ETIMEDOUT
                                  ? std::string("the service manager did not answer")
@@ -192,7 +194,7 @@ private:
 
 Error launch(const ApplicationStart& application, const LaunchSession& session,
              UserProcesses& processes, const LaunchPatience& patience) {
-    const Refusal refusal = Launch(application, session, processes, patience).run();
+    const StartFailure refusal = Launch(application, session, processes, patience).run();
     return refusal.reason.empty() ? Error()
                                   : launchError(launch_error::kUnknown, application.path,
                                                 refusal.reason, refusal.errorNumber);

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/workspace/Patience.h"
+#include "platform/workspace/applications/Patience.h"
 #include "platform/workspace/launch/ApplicationStart.h"
 #include "platform/workspace/launch/LaunchSession.h"
 

@@ -1,6 +1,6 @@
 #include "platform/xpc/wire/SocketIO.h"
 
-#include "platform/foundation/files/UniqueFd.h"
+#include "platform/foundation/os/Descriptor.h"
 #include "platform/foundation/values/Weakness.h"
 #include "platform/xpc/wire/WireError.h"
 
@@ -31,7 +31,7 @@ void closeDescriptors(const cmsghdr& header) {
     for (std::size_t i = 0; i < count; ++i) {
         int fd = -1;
         std::memcpy(&fd, CMSG_DATA(&header) + (i * sizeof(int)), sizeof(int));
-        const UniqueFd closed(fd);
+        const Descriptor closed(fd);
     }
 }
 

@@ -22,8 +22,9 @@ std::string resolvedElsewhere(const Value& root) {
     Task task;
     task.setLaunchPath(kPython);
     task.setArguments({QV_RESOLVE_ARCHIVE});
-    task.setStandardInput(UniqueFd(::open(input.c_str(), O_RDONLY | O_CLOEXEC)));
-    task.setStandardOutput(UniqueFd(::open(output.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600)));
+    task.setStandardInput(Descriptor(::open(input.c_str(), O_RDONLY | O_CLOEXEC)));
+    task.setStandardOutput(
+        Descriptor(::open(output.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600)));
     task.launch();
     task.waitUntilExit();
     EXPECT_EQ(task.terminationStatus(), 0);

@@ -1,6 +1,6 @@
-#include "platform/foundation/files/ChangeMode.h"
+#include "platform/foundation/files/item/ChangeMode.h"
 
-#include "platform/foundation/files/UniqueFd.h"
+#include "platform/foundation/os/Descriptor.h"
 #include "support/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
@@ -41,7 +41,7 @@ protected:
         folder_.write("target", "");
         std::filesystem::permissions(folder_ / "target", std::filesystem::perms(0600));
         std::filesystem::create_symlink("target", folder_ / "link");
-        parent_ = UniqueFd(::open(folder_.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        parent_ = Descriptor(::open(folder_.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     }
     [[nodiscard]] unsigned mode() const {
         struct stat info{};
@@ -55,7 +55,7 @@ protected:
                mode() == 0640 && changeModeNotFollowing(descriptor, "target", 0600) == 0;
     }
     test::TemporaryDirectory folder_;
-    UniqueFd parent_;
+    Descriptor parent_;
 };
 
 TEST_F(ChangeMode, NeverFollowsALinkOnAnyKernel) {

@@ -1,4 +1,4 @@
-#include "platform/foundation/files/FileManager.h"
+#include "platform/foundation/files/manager/FileManager.h"
 #include "support/SmallFileSystem.h"
 #include "support/TemporaryDirectory.h"
 #include "support/TreeListing.h"

@@ -1,6 +1,6 @@
-#include "platform/foundation/files/FileManager.h"
+#include "platform/foundation/files/manager/FileManager.h"
 
-#include "platform/foundation/files/ItemPlace.h"
+#include "platform/foundation/files/item/ItemPlace.h"
 #include "support/Effort.h"
 #include "support/SmallFileSystem.h"
 #include "support/TemporaryDirectory.h"

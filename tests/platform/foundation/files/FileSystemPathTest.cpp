@@ -1,4 +1,4 @@
-#include "platform/foundation/files/FileSystemPath.h"
+#include "platform/foundation/files/item/FileSystemPath.h"
 
 #include <gtest/gtest.h>
 

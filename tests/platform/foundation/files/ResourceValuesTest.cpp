@@ -1,6 +1,6 @@
-#include "platform/foundation/files/ResourceValues.h"
+#include "platform/foundation/files/item/ResourceValues.h"
 
-#include "platform/foundation/files/ItemReplacement.h"
+#include "platform/foundation/files/manager/ItemReplacement.h"
 #include "support/SmallFileSystem.h"
 #include "support/TemporaryDirectory.h"
 

@@ -44,8 +44,8 @@ TEST(OutputRelay, AToolEndsThoughNobodyReadsItsOutput) {
     Pipe pipe = Pipe::pipe().value();
     std::array<int, 2> sockets{};
     ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, sockets.data()), 0);
-    const UniqueFd near(sockets[0]);
-    const UniqueFd far(sockets[1]);
+    const Descriptor near(sockets[0]);
+    const Descriptor far(sockets[1]);
     for (const int destination : {pipe.fileHandleForWriting.get(), near.get()}) {
         EXPECT_EQ(withOutputTo(destination,
                                [] {
@@ -63,7 +63,7 @@ TEST(OutputRelay, PassesEverythingOnInOrderToAReaderThatReads) {
     reader.setLaunchPath("/bin/cat");
     reader.setStandardInput(std::move(pipe.fileHandleForReading));
     reader.setStandardOutput(
-        UniqueFd(::open((folder / "read").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600)));
+        Descriptor(::open((folder / "read").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600)));
     reader.launch();
     EXPECT_EQ(withOutputTo(pipe.fileHandleForWriting.get(),
                            [] {
@@ -107,7 +107,7 @@ TEST(OutputRelay, SaysHowMuchWasDropped) {
 }
 
 TEST(OutputRelay, LeavesFilesAlone) {
-    const UniqueFd null(::open("/dev/null", O_WRONLY | O_CLOEXEC));
+    const Descriptor null(::open("/dev/null", O_WRONLY | O_CLOEXEC));
     EXPECT_EQ(withOutputTo(null.get(),
                            [] {
                                return std::string(OutputRelay::start().value() == nullptr ? "none"

@@ -46,7 +46,7 @@ TEST(ProcessState, PutsRightWhatAHostileParentLeft) {
         sigset_t all{};
         ::sigfillset(&all);
         ::sigprocmask(SIG_SETMASK, &all, nullptr);
-        const UniqueFd handedOver(::fcntl(1, F_DUPFD, 7));
+        const Descriptor handedOver(::fcntl(1, F_DUPFD, 7));
         ::close(0);
         ::close(2);
         sanitizeProcess();

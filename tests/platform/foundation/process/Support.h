@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/foundation/files/UniqueFd.h"
+#include "platform/foundation/os/Descriptor.h"
 #include "platform/foundation/process/Task.h"
 
 #include <array>
@@ -15,7 +15,7 @@
 
 namespace qv::test {
 
-inline std::string readToEnd(const UniqueFd& fd) {
+inline std::string readToEnd(const Descriptor& fd) {
     std::string text;
     std::array<char, 65536> chunk{};
     for (ssize_t n = 0; (n = ::read(fd.get(), chunk.data(), chunk.size())) > 0;) {
@@ -24,7 +24,7 @@ inline std::string readToEnd(const UniqueFd& fd) {
     return text;
 }
 
-inline void writeAll(const UniqueFd& fd, const std::string& text) {
+inline void writeAll(const Descriptor& fd, const std::string& text) {
     for (std::size_t at = 0; at < text.size();) {
         const ssize_t n = ::write(fd.get(), text.data() + at, text.size() - at);
         if (n <= 0) {
@@ -40,7 +40,7 @@ inline std::string inChild(const std::function<std::string()>& body) {
     const pid_t child = ::fork();
     if (child == 0) {
         // Out of the way of a body that closes or counts the low ones.
-        const UniqueFd out(::fcntl(pipe.fileHandleForWriting.get(), F_DUPFD_CLOEXEC, 500));
+        const Descriptor out(::fcntl(pipe.fileHandleForWriting.get(), F_DUPFD_CLOEXEC, 500));
         pipe = {};
         try {
             writeAll(out, body());

@@ -92,8 +92,8 @@ TEST(TaskEnvironment, AToolSeesNothingOfWhoeverStartedUs) {
                   becomeHostile();
                   ::umask(0);
                   // What a descriptor that was not closed on exec would be.
-                  const UniqueFd leak(::fcntl(2, F_DUPFD, 3));
-                  const UniqueFd farLeak(::fcntl(2, F_DUPFD, 900));
+                  const Descriptor leak(::fcntl(2, F_DUPFD, 3));
+                  const Descriptor farLeak(::fcntl(2, F_DUPFD, 900));
                   sanitizeProcess();
                   return showProcess();
               }),

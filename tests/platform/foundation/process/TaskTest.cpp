@@ -210,8 +210,9 @@ TEST(Task, CarriesALotOfOutputThroughPipesAndFiles) {
     const TemporaryDirectory top;
     const std::string file = top / "out";
     Task writer;
-    writer.setStandardOutput(UniqueFd(::open(file.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600)));
-    writer.setStandardError(UniqueFd(::open("/dev/null", O_WRONLY | O_CLOEXEC)));
+    writer.setStandardOutput(
+        Descriptor(::open(file.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600)));
+    writer.setStandardError(Descriptor(::open("/dev/null", O_WRONLY | O_CLOEXEC)));
     runShell(writer, "head -c 10485760 /dev/zero; echo lost >&2");
     EXPECT_EQ(fs::file_size(file), kBytes);
 }
@@ -223,8 +224,8 @@ TEST(Task, RedirectsDescriptorsThatHaveStandardNumbers) {
     const std::string text = test::inChild([&] {
         ::close(0);
         ::close(1);
-        UniqueFd output(::open(file.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600));
-        UniqueFd input(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+        Descriptor output(::open(file.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600));
+        Descriptor input(::open("/dev/null", O_RDONLY | O_CLOEXEC));
         const std::string numbers = fmt::format("{} {}", output.get(), input.get());
         Task task;
         task.setStandardOutput(std::move(output));
@@ -240,7 +241,7 @@ TEST(Task, SharesOurStandardDescriptorsWhereNoneAreGiven) {
     const TemporaryDirectory top;
     const std::string file = top / "out";
     EXPECT_EQ(test::inChild([&] {
-                  const UniqueFd out(::open(file.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600));
+                  const Descriptor out(::open(file.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600));
                   ::dup2(out.get(), 1);
                   ::dup2(out.get(), 2);
                   Task task;
@@ -301,7 +302,7 @@ TEST(Task, WaitsWithoutAPidfdWhenDescriptorsHaveRunOut) {
                   Task task;
                   task.setLaunchPath("/bin/sh");
                   task.setArguments({"-c", "exit 7"});
-                  const UniqueFd lowestFree(::fcntl(1, F_DUPFD_CLOEXEC, 3));
+                  const Descriptor lowestFree(::fcntl(1, F_DUPFD_CLOEXEC, 3));
                   rlimit none{};
                   ::getrlimit(RLIMIT_NOFILE, &none);
                   none.rlim_cur = static_cast<rlim_t>(lowestFree.get()) + 1;

@@ -157,8 +157,8 @@ TEST_F(UserProcess, HasNoCapabilitiesThatItsParentKeeps) {
 // A descriptor of the parent's is a right as well; its settings may be anything.
 TEST_F(UserProcess, StartsFromAKnownState) {
     const std::string said = test::inChild([&] {
-        const UniqueFd low(::open("/etc/passwd", O_RDONLY)); // survives an exec, too
-        const UniqueFd high(::fcntl(low.get(), F_DUPFD, 700));
+        const Descriptor low(::open("/etc/passwd", O_RDONLY)); // survives an exec, too
+        const Descriptor high(::fcntl(low.get(), F_DUPFD, 700));
         ::umask(0);
         EXPECT_EQ(::chdir("/tmp"), 0);
         ::signal(SIGTERM, SIG_IGN);
@@ -207,9 +207,9 @@ TEST_F(UserProcess, CannotBeReadOrTracedByTheUser) {
             if (!becomeNobody()) {
                 return "no nobody";
             }
-            const UniqueFd memory(
+            const Descriptor memory(
                 ::open(fmt::format("/proc/{}/mem", pid).c_str(), O_RDWR | O_CLOEXEC));
-            const UniqueFd maps(
+            const Descriptor maps(
                 ::open(fmt::format("/proc/{}/environ", pid).c_str(), O_RDONLY | O_CLOEXEC));
             return memory || maps ? "read" : "refused";
         });
@@ -234,7 +234,7 @@ TEST_F(UserProcess, DiesWithItsParent) {
     const pid_t child = waitForNumber();
     ::kill(parent, SIGKILL);
     EXPECT_EQ(::waitpid(parent, nullptr, 0), parent);
-    const UniqueFd pidfd(::pidfd_open(child, 0));
+    const Descriptor pidfd(::pidfd_open(child, 0));
     pollfd entry{pidfd.get(), POLLIN, 0};
     EXPECT_EQ(::poll(&entry, 1, static_cast<int>(kLong.count())), 1) << "it lives on";
     int status = 0;

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/foundation/files/UniqueFd.h"
+#include "platform/foundation/os/Descriptor.h"
 
 #include <atomic>
 #include <condition_variable>
@@ -23,8 +23,8 @@ public:
         std::vector<std::string> names;
     };
     struct Job {
-        UniqueFd folder;
-        UniqueFd mirror;
+        Descriptor folder;
+        Descriptor mirror;
         std::string path;
         Errands* errands = nullptr;
     };

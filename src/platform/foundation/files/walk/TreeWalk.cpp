@@ -1,8 +1,8 @@
 #include "platform/foundation/files/walk/TreeWalk.h"
 
-#include "platform/foundation/files/UniqueFd.h"
 #include "platform/foundation/files/walk/FolderQueue.h"
-#include "platform/foundation/files/walk/HeldFolder.h"
+#include "platform/foundation/os/Descriptor.h"
+#include "platform/foundation/os/Folder.h"
 
 #include <algorithm>
 #include <array>
@@ -50,9 +50,9 @@ bool isDotOrDotDot(const char* name) {
 }
 
 /// A folder that the walk is in.
-struct Folder {
-    HeldFolder held; // open unless the walk is far below
-    HeldFolder mirror;
+struct OpenFolder {
+    Folder held; // open unless the walk is far below
+    Folder mirror;
     std::unique_ptr<FolderQueue::Errands> errands; // once some of the content was handed out
     std::size_t pathLength = 0;                    // the part of Walk::path_ that names this folder
     off64_t position = 0;                          // behind the entry that was taken last
@@ -72,51 +72,51 @@ public:
     Walk& operator=(Walk&&) = delete;
     ~Walk(); // waits for what was handed out
 
-    void run(UniqueFd root, UniqueFd mirror);
+    void run(Descriptor root, Descriptor mirror);
 
 private:
     [[nodiscard]] bool goesOn() const { return !queue_.isAbandoned() && !visitor_.hasStopped(); }
     [[nodiscard]] TreeEntry entryOf(const char* name, EntryType type) const;
     const dirent64* nextEntry();
-    ssize_t readMore(Folder& folder);
+    ssize_t readMore(OpenFolder& folder);
     std::optional<EntryType> typeOf(const dirent64& entry);
     void enter(const char* name);
-    bool handOut(const char* name, UniqueFd& fd, UniqueFd& mirror);
-    void joinErrands(Folder& folder);
-    void waitForErrands(const Folder& folder) const;
+    bool handOut(const char* name, Descriptor& fd, Descriptor& mirror);
+    void joinErrands(OpenFolder& folder);
+    void waitForErrands(const OpenFolder& folder) const;
     void leave();
-    void resume(const Folder& below);
+    void resume(const OpenFolder& below);
     void descendAgain();
     bool closeUppermost();
-    UniqueFd openFolder(int parent, const char* name);
-    void push(UniqueFd fd, UniqueFd mirror);
-    void recycle(Folder& folder);
+    Descriptor openFolder(int parent, const char* name);
+    void push(Descriptor fd, Descriptor mirror);
+    void recycle(OpenFolder& folder);
     void reportFolder(int errorNumber);
     void report(const char* name, int errorNumber);
 
     TreeVisitor& visitor_;
     FolderQueue& queue_;
     std::string path_;
-    std::vector<Folder> folders_;
+    std::vector<OpenFolder> folders_;
     // Open are the root, from which a lost way is found again, and the folders from here on.
     std::size_t firstOpen_ = 1;
     std::vector<std::unique_ptr<ReadBuffer>> spareBuffers_;
 };
 
 Walk::~Walk() {
-    for (const Folder& folder : folders_) {
+    for (const OpenFolder& folder : folders_) {
         waitForErrands(folder);
     }
 }
 
 // They refer to what belongs to the folder.
-void Walk::waitForErrands(const Folder& folder) const {
+void Walk::waitForErrands(const OpenFolder& folder) const {
     if (folder.errands) {
         queue_.join(*folder.errands);
     }
 }
 
-void Walk::run(UniqueFd root, UniqueFd mirror) {
+void Walk::run(Descriptor root, Descriptor mirror) {
     push(std::move(root), std::move(mirror));
     while (!folders_.empty()) {
         const dirent64* entry = goesOn() ? nextEntry() : nullptr;
@@ -139,13 +139,13 @@ void Walk::run(UniqueFd root, UniqueFd mirror) {
 }
 
 TreeEntry Walk::entryOf(const char* name, EntryType type) const {
-    const Folder& folder = folders_.back();
+    const OpenFolder& folder = folders_.back();
     return {folder.held.get(), name, type, path_, folder.mirror.get()};
 }
 
 // None at the folder's end. The entry is valid until the next call for the same folder.
 const dirent64* Walk::nextEntry() {
-    Folder& folder = folders_.back();
+    OpenFolder& folder = folders_.back();
     if (folder.taken == folder.filled) {
         const ssize_t count = readMore(folder);
         if (count < 0) {
@@ -165,7 +165,7 @@ const dirent64* Walk::nextEntry() {
 }
 
 // What getdents64 answers.
-ssize_t Walk::readMore(Folder& folder) {
+ssize_t Walk::readMore(OpenFolder& folder) {
     if (!folder.buffer) {
         if (spareBuffers_.empty()) {
             spareBuffers_.push_back(std::make_unique_for_overwrite<ReadBuffer>());
@@ -196,7 +196,7 @@ std::optional<EntryType> Walk::typeOf(const dirent64& entry) {
 }
 
 void Walk::enter(const char* name) {
-    UniqueFd fd = openFolder(folders_.back().held.get(), name);
+    Descriptor fd = openFolder(folders_.back().held.get(), name);
     if (!fd) {
         report(name, errno);
         return;
@@ -204,7 +204,7 @@ void Walk::enter(const char* name) {
     if (!visitor_.enter(entryOf(name, EntryType::directory), fd.get())) {
         return;
     }
-    UniqueFd mirror;
+    Descriptor mirror;
     if (folders_.back().mirror.isOpen()) {
         mirror = openFolder(folders_.back().mirror.get(), name);
         if (!mirror) {
@@ -220,11 +220,11 @@ void Walk::enter(const char* name) {
     push(std::move(fd), std::move(mirror));
 }
 
-bool Walk::handOut(const char* name, UniqueFd& fd, UniqueFd& mirror) {
+bool Walk::handOut(const char* name, Descriptor& fd, Descriptor& mirror) {
     if (!queue_.wantsJobs()) {
         return false;
     }
-    Folder& parent = folders_.back();
+    OpenFolder& parent = folders_.back();
     if (!parent.errands) {
         parent.errands = std::make_unique<FolderQueue::Errands>();
     }
@@ -239,7 +239,7 @@ bool Walk::handOut(const char* name, UniqueFd& fd, UniqueFd& mirror) {
     return false;
 }
 
-void Walk::joinErrands(Folder& folder) {
+void Walk::joinErrands(OpenFolder& folder) {
     if (!folder.errands) {
         return;
     }
@@ -250,10 +250,10 @@ void Walk::joinErrands(Folder& folder) {
     folder.errands.reset();
 }
 
-void Walk::push(UniqueFd fd, UniqueFd mirror) {
-    Folder folder;
-    folder.held = HeldFolder(std::move(fd));
-    folder.mirror = HeldFolder(std::move(mirror));
+void Walk::push(Descriptor fd, Descriptor mirror) {
+    OpenFolder folder;
+    folder.held = Folder(std::move(fd));
+    folder.mirror = Folder(std::move(mirror));
     folder.pathLength = path_.size();
     folders_.push_back(std::move(folder));
     if (folders_.size() - firstOpen_ >= kOpenFolders) {
@@ -264,7 +264,7 @@ void Walk::push(UniqueFd fd, UniqueFd mirror) {
 void Walk::leave() {
     joinErrands(folders_.back());
     visitor_.finish(folders_.back().held.get(), folders_.back().mirror.get(), path_);
-    Folder left = std::move(folders_.back());
+    OpenFolder left = std::move(folders_.back());
     folders_.pop_back();
     recycle(left);
     if (folders_.empty()) {
@@ -283,8 +283,8 @@ void Walk::leave() {
 }
 
 // Opens the last folder again from one that was directly in it.
-void Walk::resume(const Folder& below) {
-    Folder& folder = folders_.back();
+void Walk::resume(const OpenFolder& below) {
+    OpenFolder& folder = folders_.back();
     firstOpen_ = folders_.size() - 1;
     if (!folder.held.reopen(below.held.get(), "..") ||
         (below.mirror.isOpen() && !folder.mirror.reopen(below.mirror.get(), ".."))) {
@@ -300,8 +300,8 @@ void Walk::descendAgain() {
     std::size_t reached = 0;
     int cause = 0;
     while (reached + 1 < folders_.size()) {
-        const Folder& parent = folders_[reached];
-        Folder& wanted = folders_[reached + 1];
+        const OpenFolder& parent = folders_[reached];
+        OpenFolder& wanted = folders_[reached + 1];
         const std::size_t begin = parent.pathLength + 1;
         const std::string name = path_.substr(begin, wanted.pathLength - begin);
         if (!wanted.held.reopen(parent.held.get(), name.c_str()) ||
@@ -330,7 +330,7 @@ bool Walk::closeUppermost() {
     if (firstOpen_ + 1 >= folders_.size()) {
         return false;
     }
-    Folder& folder = folders_[firstOpen_];
+    OpenFolder& folder = folders_[firstOpen_];
     folder.held.giveUp();
     folder.mirror.giveUp();
     recycle(folder);
@@ -338,15 +338,15 @@ bool Walk::closeUppermost() {
     return true;
 }
 
-UniqueFd Walk::openFolder(int parent, const char* name) {
-    UniqueFd fd = openFolderIn(parent, name);
+Descriptor Walk::openFolder(int parent, const char* name) {
+    Descriptor fd = openFolderIn(parent, name);
     while (!fd && (errno == EMFILE || errno == ENFILE) && closeUppermost()) {
         fd = openFolderIn(parent, name);
     }
     return fd;
 }
 
-void Walk::recycle(Folder& folder) {
+void Walk::recycle(OpenFolder& folder) {
     if (folder.buffer) {
         spareBuffers_.push_back(std::move(folder.buffer));
     }
@@ -404,8 +404,8 @@ Error walkTree(std::string_view rootPath, RootLink rootLink, TreeVisitor& visito
         path.pop_back(); // with a trailing slash the kernel would follow a link
     }
     const bool follow = rootLink == RootLink::follow;
-    UniqueFd root(::openat(AT_FDCWD, path.c_str(),
-                           O_RDONLY | O_DIRECTORY | O_CLOEXEC | (follow ? 0 : O_NOFOLLOW)));
+    Descriptor root(::openat(AT_FDCWD, path.c_str(),
+                             O_RDONLY | O_DIRECTORY | O_CLOEXEC | (follow ? 0 : O_NOFOLLOW)));
     if (!root) {
         const int cause = errno;
         struct stat info{};
@@ -418,11 +418,11 @@ Error walkTree(std::string_view rootPath, RootLink rootLink, TreeVisitor& visito
     return {};
 }
 
-void walkTree(UniqueFd folder, std::string path, TreeVisitor& visitor, unsigned threads) {
-    walkTrees(std::move(folder), UniqueFd(), std::move(path), visitor, threads);
+void walkTree(Descriptor folder, std::string path, TreeVisitor& visitor, unsigned threads) {
+    walkTrees(std::move(folder), Descriptor(), std::move(path), visitor, threads);
 }
 
-void walkTrees(UniqueFd folder, UniqueFd mirror, std::string path, TreeVisitor& visitor,
+void walkTrees(Descriptor folder, Descriptor mirror, std::string path, TreeVisitor& visitor,
                unsigned threads) {
     FolderQueue queue;
     {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/foundation/files/UniqueFd.h"
+#include "platform/foundation/os/Descriptor.h"
 #include "platform/foundation/values/Error.h"
 
 #include <cstdint>
@@ -80,11 +80,11 @@ enum class RootLink : std::uint8_t {
                              unsigned threads = 1);
 
 /// The same below a folder that is open for reading already; `path` is for messages only.
-void walkTree(UniqueFd folder, std::string path, TreeVisitor& visitor, unsigned threads = 1);
+void walkTree(Descriptor folder, std::string path, TreeVisitor& visitor, unsigned threads = 1);
 
 /// The same, and beside each folder its counterpart in a second tree is held open, one of the same
 /// name in the counterpart of its parent.
-void walkTrees(UniqueFd folder, UniqueFd mirror, std::string path, TreeVisitor& visitor,
+void walkTrees(Descriptor folder, Descriptor mirror, std::string path, TreeVisitor& visitor,
                unsigned threads = 1);
 
 /// As many threads as help a walk that does more than look: more than a few would only wait for

@@ -1,7 +1,7 @@
 #include "platform/foundation/files/walk/TreeWalk.h"
 
-#include "platform/foundation/files/UniqueFd.h"
 #include "platform/foundation/files/walk/CollectingVisitor.h"
+#include "platform/foundation/os/Descriptor.h"
 #include "support/SmallFileSystem.h"
 #include "support/TemporaryDirectory.h"
 
@@ -60,12 +60,12 @@ Error walk(const fs::path& root, CollectingVisitor& visitor, RootLink link = Roo
 class DeepTree {
 public:
     DeepTree(const fs::path& root, int depth, int files) : root_(root) {
-        UniqueFd folder(::open(root.c_str(), O_DIRECTORY | O_CLOEXEC));
+        Descriptor folder(::open(root.c_str(), O_DIRECTORY | O_CLOEXEC));
         for (int level = 0; level < depth; ++level) {
             if (!folder || ::mkdirat(folder.get(), "d", 0755) != 0) {
                 throw std::runtime_error("mkdirat");
             }
-            folder = UniqueFd(::openat(folder.get(), "d", O_DIRECTORY | O_CLOEXEC));
+            folder = Descriptor(::openat(folder.get(), "d", O_DIRECTORY | O_CLOEXEC));
             for (int file = 0; file < files; ++file) {
                 const std::string name = "f" + std::to_string(file);
                 if (::mknodat(folder.get(), name.c_str(), S_IFREG | 0644, 0) != 0) {
@@ -199,7 +199,7 @@ TEST(TreeWalk, TenThousandLevelsNeedFewDescriptors) {
         std::size_t count = 0;
         int highestFd = 0;
     } visitor;
-    const UniqueFd lowestFree(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+    const Descriptor lowestFree(::open("/dev/null", O_RDONLY | O_CLOEXEC));
     EXPECT_FALSE(walkTree(top.path().string(), RootLink::visitNone, visitor));
     EXPECT_EQ(visitor.count, 20'000U);
     EXPECT_LE(visitor.highestFd, lowestFree.get() + 64);
@@ -218,7 +218,7 @@ TEST(TreeWalk, FindsItsPlaceAgainInFoldersItHadToClose) {
 TEST(TreeWalk, MakesDoWithTheDescriptorsThereAre) {
     const TemporaryDirectory top;
     const DeepTree tree(top.path(), 100, 1);
-    const UniqueFd lowestFree(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+    const Descriptor lowestFree(::open("/dev/null", O_RDONLY | O_CLOEXEC));
     rlimit before{};
     ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
     rlimit few = before;
@@ -244,7 +244,7 @@ TEST(TreeWalk, AHugeFolderIsStreamed) {
     const TemporaryDirectory top;
     const test::SmallFileSystem quick(top / "memory", 256); // a folder of the disk without root
     const std::string path = top / "memory";
-    const UniqueFd folder(::open(path.c_str(), O_DIRECTORY | O_CLOEXEC));
+    const Descriptor folder(::open(path.c_str(), O_DIRECTORY | O_CLOEXEC));
     ASSERT_TRUE(folder);
     constexpr std::size_t kFiles = 100'000;
     for (std::size_t i = 0; i < kFiles; ++i) {
@@ -275,8 +275,8 @@ std::string failuresOfNobody(const fs::path& root) {
     if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
         return "no pipe";
     }
-    const UniqueFd reader(ends[0]);
-    UniqueFd writer(ends[1]);
+    const Descriptor reader(ends[0]);
+    Descriptor writer(ends[1]);
     const pid_t child = ::fork();
     if (child == 0) {
         constexpr uid_t kNobody = 65534;

@@ -1,0 +1,24 @@
+#pragma once
+
+#include "platform/foundation/files/item/NamedItem.h"
+#include "platform/foundation/values/URL.h"
+#include "platform/foundation/values/Value.h"
+
+#include <cstdint>
+#include <optional>
+
+/// What the file system knows of the item at a file URL; a link is an item itself. None when the
+/// item cannot be examined, or the URL names none.
+namespace qv::ResourceValues {
+
+/// The root of the volume; see files/Volume.h.
+[[nodiscard]] std::optional<URL> volume(const NamedItem& item);
+[[nodiscard]] std::optional<bool> isVolume(const NamedItem& item);
+/// In bytes; what a folder's own record takes.
+[[nodiscard]] std::optional<std::uint64_t> fileSize(const NamedItem& item);
+[[nodiscard]] std::optional<Date> contentModificationDate(const NamedItem& item);
+/// A folder that shows as one item: by its extension, or because it holds the information of a
+/// bundle.
+[[nodiscard]] std::optional<bool> isPackage(const NamedItem& item);
+
+} // namespace qv::ResourceValues

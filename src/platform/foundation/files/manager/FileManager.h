@@ -1,0 +1,38 @@
+#pragma once
+
+#include "platform/foundation/files/item/NamedItem.h"
+#include "platform/foundation/values/Error.h"
+
+#include <string_view>
+
+/// Items of the file system as a whole, with the errors that the platform's file manager gives:
+/// NSCocoaErrorDomain, the path (of an inner item when that is what failed), the destination, the
+/// operation and the POSIX error in the user information. No URL is an error like a missing item,
+/// code 4; one that is not a file URL is code 262.
+///
+/// Links are items themselves, never followed as the last component, but by fileExistsAtPath. Trees
+/// are walked from open folders, one component at a time, so that nobody who changes them meanwhile
+/// leads a call out of them; see files/HeldItem.h for links on the way to an item.
+namespace qv::FileManager {
+
+/// A folder with all its content, depth first; what is gone when an error ends it stays gone.
+[[nodiscard]] Error removeItemAtURL(const NamedItem& item);
+
+/// Never overwrites: 516 when the destination exists. See files/copy/CopyItem.h for what is kept.
+/// When it fails, nothing is left at the destination. Not synced.
+[[nodiscard]] Error copyItemAtURL(const NamedItem& source, const NamedItem& destination);
+
+/// Never overwrites. A success survives a power cut; see files/MoveItem.h for how.
+[[nodiscard]] Error moveItemAtURL(const NamedItem& source, const NamedItem& destination);
+
+/// Waits until an item with all its content and its name would survive a power cut.
+[[nodiscard]] Error syncItemAtURL(const NamedItem& item);
+
+/// Writes a file whole or not at all; one that exists is replaced. Whether it succeeded.
+[[nodiscard]] bool createFileAtPath(const NamedItem& item, std::string_view contents);
+
+/// Whether there is something at the end of all links. A link that must not be followed, or goes
+/// in circles, is something itself.
+[[nodiscard]] bool fileExistsAtPath(const NamedItem& item);
+
+} // namespace qv::FileManager

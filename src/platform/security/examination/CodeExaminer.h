@@ -1,0 +1,81 @@
+#pragma once
+
+#include "platform/foundation/os/Descriptor.h"
+#include "platform/security/examination/ExaminationCache.h"
+#include "platform/security/signature/StaticCode.h"
+#include "platform/security/signature/TrustAnchors.h"
+
+#include <chrono>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace qv {
+
+/// Judges programs on disk under the anchors as they are at the moment, in this process, and
+/// remembers the good ones. For one thread.
+class CodeExaminer {
+public:
+    using Deadline = std::chrono::steady_clock::time_point;
+
+    /// `anchorsFolder` and `anchorOwner` as TrustAnchors takes them.
+    CodeExaminer(std::string anchorsFolder, uid_t anchorOwner,
+                 ExaminationCache cache = ExaminationCache());
+    CodeExaminer(const CodeExaminer&) = delete;
+    CodeExaminer& operator=(const CodeExaminer&) = delete;
+    CodeExaminer(CodeExaminer&&) = delete;
+    CodeExaminer& operator=(CodeExaminer&&) = delete;
+    virtual ~CodeExaminer() = default;
+
+    /// The program behind a descriptor that is open for reading. Null: somebody else has yet to
+    /// judge it, which only a DeferringExaminer answers.
+    [[nodiscard]] std::shared_ptr<const StaticCode> examine(int fd, Deadline deadline);
+
+    /// Why nobody is trusted at present; empty when somebody is.
+    [[nodiscard]] std::string anchorsReason() const { return anchors_.reason(); }
+
+protected:
+    using Code = std::shared_ptr<const StaticCode>;
+    using Anchors = std::shared_ptr<const AnchorSet>;
+
+    /// A program that is not remembered.
+    virtual Code judge(int fd, const FileKey& file, const Anchors& anchors, Deadline deadline);
+    void remember(const FileKey& file, const Code& code) { cache_.add(file, code); }
+
+private:
+    TrustAnchors anchors_;
+    ExaminationCache cache_;
+};
+
+/// Leaves the judgement of everything that is signed to somebody with less privilege: what a
+/// stranger has signed is not for a process of root to read.
+class DeferringExaminer final : public CodeExaminer {
+public:
+    using CodeExaminer::CodeExaminer;
+
+    /// A program that was asked about in vain, and under which anchors it is to be judged.
+    struct Program {
+        Descriptor fd;
+        FileKey file;
+        std::shared_ptr<const AnchorSet> anchors;
+    };
+    /// The one that the last examination had no answer to; none when it had one.
+    [[nodiscard]] std::optional<Program> takeProgram();
+    /// The answer for the next examination, if that is of the very same, unchanged file under the
+    /// same anchors.
+    void provide(const Program& program, StaticCode code);
+
+protected:
+    Code judge(int fd, const FileKey& file, const Anchors& anchors, Deadline deadline) override;
+
+private:
+    std::optional<Program> program_;
+    struct Judgement {
+        FileKey file;
+        AnchorSet::Digest anchors;
+        Code code;
+    };
+    std::optional<Judgement> provided_;
+};
+
+} // namespace qv

@@ -1,0 +1,205 @@
+#include "platform/security/signature/CodeSigner.h"
+
+#include "platform/foundation/log/Log.h"
+#include "platform/foundation/os/Descriptor.h"
+#include "platform/foundation/os/FileBytes.h"
+#include "platform/foundation/os/ReplacementFile.h"
+#include "platform/security/requirement/CodeSigningStatus.h"
+#include "platform/security/signature/CertificateReader.h"
+#include "platform/security/signature/CertificateRules.h"
+#include "platform/security/signature/CodeDirectory.h"
+#include "platform/security/signature/CoveredRange.h"
+#include "platform/security/signature/SignatureTrailer.h"
+#include "platform/security/signature/SigningIdentity.h"
+#include "platform/security/signature/StaticCode.h"
+#include "platform/security/signature/TrustAnchors.h"
+
+#include <fmt/core.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/stat.h>
+
+namespace qv {
+
+namespace {
+
+using Outcome = tl::expected<void, SignatureFailure>;
+
+tl::unexpected<SignatureFailure> systemFailure(int errorNumber, std::string_view what) {
+    return signatureFailure(codesign_status::kErrnoBase + errorNumber,
+                            fmt::format("{}: {}", what, errnoText(errorNumber)));
+}
+
+// The program as it is: what is left of it without the signature it may have.
+struct Program {
+    Descriptor file;
+    struct stat info{};
+    std::uint64_t length = 0;
+};
+
+tl::expected<Program, SignatureFailure> openProgram(const std::string& path) {
+    Program program;
+    program.file =
+        Descriptor(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    if (!program.file || ::fstat(program.file.get(), &program.info) != 0) {
+        return systemFailure(errno, "the program");
+    }
+    if (!S_ISREG(program.info.st_mode)) {
+        return signatureFailure(codesign_status::kRegularFile, "no regular file");
+    }
+    const auto size = static_cast<std::uint64_t>(program.info.st_size);
+    const auto trailer = SignatureTrailer::read(program.file.get(), size);
+    if (!trailer && trailer.error().status != codesign_status::kUnsigned) {
+        return tl::unexpected(trailer.error());
+    }
+    program.length = trailer ? trailer->covered : size;
+    std::array<char, 4> head{};
+    if (program.length < SignatureTrailer::kShortestProgram ||
+        readExactly(program.file.get(), 0, head) != 0 ||
+        !SignatureTrailer::isELF({head.data(), head.size()})) {
+        return signatureFailure(codesign_status::kBadObjectFormat, "no ELF file");
+    }
+    if (program.length > kLongestCoveredRange) {
+        return signatureFailure(codesign_status::kSignatureNotVerifiable,
+                                fmt::format("{} bytes; at most {} can be signed", program.length,
+                                            kLongestCoveredRange));
+    }
+    return program;
+}
+
+CodeDirectory directoryOf(const SigningRequest& request) {
+    CodeDirectory directory;
+    directory.identifier = request.identifier;
+    directory.team = request.team;
+    directory.flags = request.flags;
+    directory.platform = request.platform;
+    directory.entitlements = request.entitlements;
+    directory.info = request.info;
+    return directory;
+}
+
+// What the judgement of the result would not find, or not say as well.
+Outcome judge(const SigningRequest& request, const SigningIdentity& identity) {
+    const CodeDirectory directory = directoryOf(request);
+    if (request.identifier.empty() || request.team.empty()) {
+        return signatureFailure(codesign_status::kInvalidAttributeValues,
+                                "identifier and team must not be empty");
+    }
+    if ((request.flags & ~CodeDirectory::kFlags) != 0) {
+        return signatureFailure(codesign_status::kInvalidAttributeValues,
+                                fmt::format("flags {:#x}: at most {:#x} can be asked for",
+                                            request.flags, CodeDirectory::kFlags));
+    }
+    if (!request.entitlements.is(Value::Kind::dictionary) ||
+        !request.info.is(Value::Kind::dictionary)) {
+        return signatureFailure(codesign_status::kInvalidAttributeValues,
+                                "entitlements and information must be dictionaries");
+    }
+    const auto certificate = certificateFacts(*identity.certificate);
+    if (!certificate) {
+        return signatureFailure(codesign_status::kInvalidAttributeValues,
+                                fmt::format("the signer's certificate: {}", certificate.error()));
+    }
+    if (directory.getTaskAllow() && hasDistributionMarker(*certificate) &&
+        !request.allowDebuggableDistribution) {
+        return signatureFailure(codesign_status::kInvalidEntitlements,
+                                "a program that may be debugged must not be signed with a "
+                                "certificate for distribution");
+    }
+    return {};
+}
+
+// The trailer over the bytes that were copied.
+tl::expected<std::string, SignatureFailure> trailerFor(const SigningRequest& request,
+                                                       const SigningIdentity& identity,
+                                                       const SHA256Digest& digest,
+                                                       std::uint64_t length) {
+    CodeDirectory directory = directoryOf(request);
+    directory.digest = digest;
+    directory.coveredLength = length;
+    auto encoded = directory.encoded();
+    if (!encoded) {
+        return signatureFailure(codesign_status::kBadDictionaryFormat,
+                                fmt::format("entitlements or information: {}",
+                                            log::foreign(encoded.error().description())));
+    }
+    auto cms = identity.sign(*encoded);
+    if (!cms) {
+        return tl::unexpected(cms.error());
+    }
+    SignatureTrailer trailer;
+    trailer.directory = std::move(*encoded);
+    trailer.cms = std::move(*cms);
+    if (std::max(trailer.directory.size(), trailer.cms.size()) > SignatureTrailer::kLongestPart) {
+        return signatureFailure(codesign_status::kInvalidAttributeValues,
+                                fmt::format("code directory of {} bytes, signature of {}: each may "
+                                            "have {}",
+                                            trailer.directory.size(), trailer.cms.size(),
+                                            SignatureTrailer::kLongestPart));
+    }
+    return trailer.encoded();
+}
+
+Outcome signProgram(const std::string& path, const SigningRequest& request) {
+    const auto program = openProgram(path);
+    if (!program) {
+        return tl::unexpected(program.error());
+    }
+    const auto identity =
+        SigningIdentity::load(request.certificatePath, request.keyPath, request.intermediatePaths);
+    if (!identity) {
+        return tl::unexpected(identity.error());
+    }
+    if (auto fine = judge(request, *identity); !fine) {
+        return fine;
+    }
+    auto replacement = ReplacementFile::create(path);
+    if (!replacement) {
+        return systemFailure(replacement.error(), "a file beside the program");
+    }
+    SHA256 running;
+    const int copied = replacement->copyFrom(program->file.get(), program->length,
+                                             [&](std::string_view part) { running.update(part); });
+    if (copied != 0) {
+        return systemFailure(copied, "copying the program");
+    }
+    const auto trailer = trailerFor(request, *identity, running.finish(), program->length);
+    if (!trailer) {
+        return tl::unexpected(trailer.error());
+    }
+    if (const int error = replacement->append(*trailer); error != 0) {
+        return systemFailure(error, "writing the signature");
+    }
+    const TrustAnchors nobody; // only whether it is good counts here, not who may use it
+    const StaticCode judged =
+        StaticCode::examine(replacement->descriptor(), Examination{.anchors = *nobody.current()});
+    if (judged.status() != codesign_status::kSuccess) {
+        return signatureFailure(judged.status(), judged.reason());
+    }
+    const struct stat& old = program->info;
+    int error = replacement->give(old.st_uid, old.st_gid, old.st_mode & 07777U);
+    if (error == 0) {
+        error = replacement->replace();
+    }
+    if (error != 0) {
+        return systemFailure(error, "replacing the program");
+    }
+    return {};
+}
+
+} // namespace
+
+tl::expected<void, Error> CodeSigner::sign(const std::string& path, const SigningRequest& request) {
+    if (const Outcome outcome = signProgram(path, request); !outcome) {
+        const std::string text = fmt::format("{}: {}", log::foreign(path), outcome.error().reason);
+        return tl::unexpected(
+            Error(error_domain::kOSStatus, outcome.error().status,
+                  Value::dictionary({{error_key::kDebugDescription, Value::string(text)}})));
+    }
+    return {};
+}
+
+} // namespace qv
