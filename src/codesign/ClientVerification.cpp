@@ -3,6 +3,7 @@
 #include "codesign/QVCodeSignatureVerifier.h"
 #include "platform/security/examination/CodeExaminer.h"
 #include "platform/security/examination/ExaminerCall.h"
+#include "platform/security/guest/GuestCode.h"
 #include "platform/security/guest/GuestServices.h"
 #include "platform/security/install/AllowedClients.h"
 
@@ -72,15 +73,6 @@ CodeSigningConfiguration configurationWith(const tl::expected<gid_t, int>& group
 
 } // namespace
 
-struct ClientVerification::Peer::Registration {
-    RegisteredPeer registered;
-};
-
-ClientVerification::Peer::Peer(std::unique_ptr<Registration> registration) noexcept
-    : registration_(std::move(registration)) {}
-ClientVerification::Peer::Peer(Peer&&) noexcept = default;
-ClientVerification::Peer::~Peer() = default;
-
 struct ClientVerification::Parts {
     explicit Parts(tl::expected<gid_t, int> group)
         : clientGroup(group), configuration(configurationWith(group)),
@@ -98,7 +90,7 @@ struct ClientVerification::Parts {
 struct ClientVerification::Examination::Work {
     DeferringExaminer& examiner;
     std::chrono::milliseconds time;
-    DeferringExaminer::Program program;
+    UnjudgedProgram program;
     std::unique_ptr<ExaminerCall> call; // once begun
 };
 
@@ -127,7 +119,7 @@ tl::expected<bool, std::string> ClientVerification::Examination::advance() {
 }
 
 tl::expected<void, std::string> ClientVerification::Examination::begin(const std::string& path) {
-    const DeferringExaminer::Program& program = work_->program;
+    const UnjudgedProgram& program = work_->program;
     auto call = ExaminerCall::begin(path, program.fd.get(), *program.anchors, work_->time);
     if (!call) {
         return tl::unexpected(call.error());
@@ -136,29 +128,28 @@ tl::expected<void, std::string> ClientVerification::Examination::begin(const std
     return {};
 }
 
-std::unique_ptr<ClientVerification::Examination> ClientVerification::takeExamination() {
-    auto program = parts_->examiner.takeProgram();
-    if (!program) {
-        return nullptr;
+ClientVerification::Guest
+ClientVerification::lookUp(const std::shared_ptr<const ProcessIdentity>& peer) {
+    GuestServices::Answer answer = parts_->services.lookUp(peer);
+    if (auto* program = std::get_if<UnjudgedProgram>(&answer)) {
+        // NOLINTNEXTLINE(cppcoreguidelines-owning-memory): its constructor is private
+        return std::unique_ptr<Examination>(new Examination(std::make_unique<Examination::Work>(
+            Examination::Work{.examiner = parts_->examiner,
+                              .time = parts_->configuration.lookupTime,
+                              .program = std::move(*program),
+                              .call = nullptr})));
     }
-    // NOLINTNEXTLINE(cppcoreguidelines-owning-memory): its constructor is private
-    return std::unique_ptr<Examination>(new Examination(std::make_unique<Examination::Work>(
-        Examination::Work{.examiner = parts_->examiner,
-                          .time = parts_->configuration.lookupTime,
-                          .program = std::move(*program),
-                          .call = nullptr})));
+    if (auto* refusal = std::get_if<Error>(&answer)) {
+        return std::move(*refusal);
+    }
+    return std::shared_ptr<const SecCode>(
+        std::get<std::shared_ptr<const GuestCode>>(std::move(answer)));
 }
 
 ClientVerification::ClientVerification() : parts_(std::make_unique<Parts>(clientGroupID())) {}
 ClientVerification::~ClientVerification() = default;
 
 CodeSigningServices& ClientVerification::services() noexcept { return parts_->services; }
-
-ClientVerification::Peer ClientVerification::registerPeer(pid_t pid, int pidfd, uid_t uid,
-                                                          gid_t gid) {
-    return Peer(std::make_unique<Peer::Registration>(Peer::Registration{
-        .registered = parts_->services.registerPeer(ConnectedPeer(pid, pidfd, uid, gid))}));
-}
 
 CodeSigningConfiguration ClientVerification::configuration() {
     return configurationWith(clientGroupID());

@@ -9,12 +9,15 @@
 #include <string>
 #include <string_view>
 #include <sys/types.h>
+#include <variant>
 #include <vector>
 
 namespace qv {
 
 class CodeSigningServices;
+class ProcessIdentity;
 class QVCodeSignatureVerifier;
+class SecCode;
 struct CodeSigningConfiguration;
 
 /// The code-signing services as this build configures them: the anchors of QV_ANCHOR_DIR and the
@@ -22,23 +25,6 @@ struct CodeSigningConfiguration;
 /// of it can be chosen at run time. For one thread.
 class ClientVerification {
 public:
-    /// A peer that is being verified. While it lives, a verifier that is made for its process
-    /// number judges this peer, not whatever holds the number by then.
-    class Peer {
-    public:
-        Peer(Peer&&) noexcept;
-        Peer& operator=(Peer&&) = delete;
-        Peer(const Peer&) = delete;
-        Peer& operator=(const Peer&) = delete;
-        ~Peer();
-
-    private:
-        friend class ClientVerification;
-        struct Registration;
-        explicit Peer(std::unique_ptr<Registration> registration) noexcept;
-        std::unique_ptr<Registration> registration_;
-    };
-
     ClientVerification();
     ClientVerification(const ClientVerification&) = delete;
     ClientVerification& operator=(const ClientVerification&) = delete;
@@ -49,8 +35,8 @@ public:
     /// What a QVCodeSignatureVerifier is given; lives as long as this object.
     [[nodiscard]] CodeSigningServices& services() noexcept;
 
-    /// Has another process, the examiner, judge the program of a peer that could not be verified
-    /// yet. Ends with its owner, which must not outlive the verification.
+    /// Has another process, the examiner, judge the program of a peer. Ends with its owner, which
+    /// must not outlive the verification.
     class Examination {
     public:
         ~Examination();
@@ -66,7 +52,7 @@ public:
         [[nodiscard]] int descriptor() const noexcept;
         [[nodiscard]] bool isSending() const noexcept;
         /// Goes on without waiting. True once the judgement is there; it counts for the very next
-        /// verification, so that has to be made at once. The error says why there is none.
+        /// look-up, so that has to be made at once. The error says why there is none.
         [[nodiscard]] tl::expected<bool, std::string> advance();
 
     private:
@@ -76,13 +62,10 @@ public:
         std::unique_ptr<Work> work_;
     };
 
-    /// To be asked right after a verification has failed: what it lacked was the judgement of a
-    /// program that nobody has examined yet. Null when it failed for good.
-    [[nodiscard]] std::unique_ptr<Examination> takeExamination();
-
-    /// `pidfd` (SO_PEERPIDFD) is borrowed and must live as long as the result; the others are
-    /// SO_PEERCRED.
-    [[nodiscard]] Peer registerPeer(pid_t pid, int pidfd, uid_t uid, gid_t gid);
+    /// The program of a peer, for a verifier to judge; or the reason to refuse it; or, if nobody
+    /// has judged its file yet, the examination that has to come first.
+    using Guest = std::variant<std::shared_ptr<const SecCode>, Error, std::unique_ptr<Examination>>;
+    [[nodiscard]] Guest lookUp(const std::shared_ptr<const ProcessIdentity>& peer);
 
     /// Has a verifier demand the requirement of an allowed client when the process satisfies that
     /// and not the verifier's own. Gives the client's name then, else nothing.

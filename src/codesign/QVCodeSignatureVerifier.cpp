@@ -2,7 +2,6 @@
 
 #include "platform/foundation/log/Log.h"
 #include "platform/foundation/values/Conversions.h"
-#include "platform/foundation/values/Weakness.h"
 #include "platform/security/guest/GuestAttributes.h"
 #include "platform/security/guest/SecCode.h"
 #include "platform/security/requirement/CodeSigningStatus.h"
@@ -35,25 +34,42 @@ Error statusError(std::int32_t status, std::string_view origin) {
     return makeError(error_domain::kOSStatus, status, origin);
 }
 
+tl::expected<std::shared_ptr<const SecCode>, Error> guestWith(const Value& attributes,
+                                                              CodeSigningServices& services) {
+    std::shared_ptr<const SecCode> code;
+    const std::int32_t status = services.copyGuestWithAttributes(attributes, &code);
+    if (status != codesign_status::kSuccess) {
+        return tl::unexpected(statusError(status, kInitOrigin));
+    }
+    return code;
+}
+
 } // namespace
 
 std::string QVCodeSignatureVerifier::codeSignatureRequirementWithTeamID(std::string_view teamID) {
     return fmt::format("anchor apple generic and certificate leaf[subject.OU] = \"{}\"", teamID);
 }
 
-QVCodeSignatureVerifier::QVCodeSignatureVerifier(const Value& attributes, std::string_view teamID,
-                                                 std::uint32_t requiredCodeSignatureAttributes,
-                                                 CodeSigningServices& services)
+QVCodeSignatureVerifier::QVCodeSignatureVerifier(
+    tl::expected<std::shared_ptr<const SecCode>, Error> guest, std::string_view teamID,
+    std::uint32_t requiredCodeSignatureAttributes, CodeSigningServices& services)
     : _requiredCodeSignatureAttributes(requiredCodeSignatureAttributes),
       // Every system of today is as new as the one that brought the hardened runtime.
       _requiredCodeSignatureAttributesAlternative(code_flags::kValid | code_flags::kRuntime),
       _codeSignatureRequirement(codeSignatureRequirementWithTeamID(teamID)), services_(services),
       log_(log::NSLog) {
-    const std::int32_t status = services_.copyGuestWithAttributes(attributes, &_code);
-    if (status != codesign_status::kSuccess) {
-        _error = statusError(status, kInitOrigin);
+    if (guest) {
+        _code = std::move(*guest);
+    } else {
+        _error = statusError(static_cast<std::int32_t>(guest.error().code()), kInitOrigin);
     }
 }
+
+QVCodeSignatureVerifier::QVCodeSignatureVerifier(const Value& attributes, std::string_view teamID,
+                                                 std::uint32_t requiredCodeSignatureAttributes,
+                                                 CodeSigningServices& services)
+    : QVCodeSignatureVerifier(guestWith(attributes, services), teamID,
+                              requiredCodeSignatureAttributes, services) {}
 
 QVCodeSignatureVerifier::QVCodeSignatureVerifier(pid_t pid, std::string_view teamID,
                                                  std::uint32_t requiredCodeSignatureAttributes,
@@ -109,7 +125,7 @@ Error QVCodeSignatureVerifier::checkFlags() const {
     }
     log_(fmt::format("csFlags={:x} | {:x} | {:x}", *status, _requiredCodeSignatureAttributes,
                      _requiredCodeSignatureAttributesAlternative));
-    if (fulfilsFlags(*status) || isWeakened(Weakness::codeFlags)) {
+    if (fulfilsFlags(*status)) {
         return {};
     }
     return makeError(
@@ -121,9 +137,9 @@ Error QVCodeSignatureVerifier::checkFlags() const {
 }
 
 bool QVCodeSignatureVerifier::satisfies(std::string_view text) const {
-    const auto status = _code ? statusFlags() : tl::unexpected(codesign_status::kObjectRequired);
+    const auto flags = _code ? statusFlags() : tl::unexpected(codesign_status::kObjectRequired);
     std::shared_ptr<const Requirement> requirement;
-    return !_error && status && fulfilsFlags(*status) &&
+    return !_error && flags && fulfilsFlags(*flags) &&
            services_.createRequirementWithString(text, &requirement) == codesign_status::kSuccess &&
            requirement != nullptr &&
            _code->checkValidityWithErrors(requirement.get(), nullptr) == codesign_status::kSuccess;
@@ -141,7 +157,7 @@ Error QVCodeSignatureVerifier::checkSignature() const {
     }
     Error platformError;
     status = _code->checkValidityWithErrors(requirement.get(), &platformError);
-    if (status == codesign_status::kSuccess || isWeakened(Weakness::codeRequirement)) {
+    if (status == codesign_status::kSuccess) {
         return {};
     }
     log_(fmt::format("SecCodeCheckValidityWithErrors() failed with status={}, error={}", status,

@@ -39,6 +39,11 @@ public:
                             std::uint32_t requiredCodeSignatureAttributes,
                             CodeSigningServices& services);
 
+    /// The same for a program that was looked up already; the error is that of the look-up.
+    QVCodeSignatureVerifier(tl::expected<std::shared_ptr<const SecCode>, Error> guest,
+                            std::string_view teamID, std::uint32_t requiredCodeSignatureAttributes,
+                            CodeSigningServices& services);
+
     /// Success: the process is acceptable. Else NSOSStatusErrorDomain with a status of the
     /// code-signing services, or "QVCodeSignatureVerifierDomain" 1: the flags are not enough.
     Error verifyRequirements() const;

@@ -85,12 +85,19 @@ void Admission::settle(Candidates::iterator candidate) {
 }
 
 Admission::Verdict Admission::verify(Candidate& candidate) {
-    const xpc::PeerCredentials& peer = candidate.connection->peer();
-    const ClientVerification::Peer registered =
-        verification_.registerPeer(peer.pid, peer.pidfd, peer.uid, peer.gid);
+    const std::shared_ptr<const ProcessIdentity>& peer = candidate.connection->peer();
+    ClientVerification::Guest guest = verification_.lookUp(peer);
+    if (auto* examination = std::get_if<std::unique_ptr<ClientVerification::Examination>>(&guest)) {
+        candidate.examination = std::move(*examination);
+        return Verdict::open;
+    }
+    using Program = std::shared_ptr<const SecCode>;
+    auto* program = std::get_if<Program>(&guest);
     const std::unique_ptr<QVCodeSignatureVerifier> verifier(
         new (std::nothrow) QVCodeSignatureVerifier(
-            peer.pid, kTeamID, kRequiredCodeSignatureAttributes, verification_.services()));
+            program != nullptr ? tl::expected<Program, Error>(std::move(*program))
+                               : tl::unexpected(std::get<Error>(std::move(guest))),
+            kTeamID, kRequiredCodeSignatureAttributes, verification_.services()));
     if (!verifier) {
         logRejection(candidate, "code signature verifier couldn't be initialized");
         return Verdict::rejected;
@@ -100,22 +107,17 @@ Admission::Verdict Admission::verify(Candidate& candidate) {
         verifier->setCodeSignatureRequirement(*requirement_);
     }
     const std::string client = verification_.chooseRequirement(*verifier);
-    const Error error = verifier->verifyRequirements();
-    if (!error) {
-        if (!client.empty()) {
-            verifications_.log(
-                fmt::format("Connection from pid {} accepted: client {}", peer.pid, client));
-        }
-        accepted_(candidate.connection, verifier->identityCheck());
-        return Verdict::accepted;
+    if (const Error error = verifier->verifyRequirements()) {
+        logRejection(candidate, fmt::format("code signing requirements not satisfied. error={}",
+                                            error.description()));
+        return Verdict::rejected;
     }
-    candidate.examination = verification_.takeExamination();
-    if (candidate.examination) {
-        return Verdict::open;
+    if (!client.empty()) {
+        verifications_.log(
+            fmt::format("Connection from pid {} accepted: client {}", peer->pid(), client));
     }
-    logRejection(candidate, fmt::format("code signing requirements not satisfied. error={}",
-                                        error.description()));
-    return Verdict::rejected;
+    accepted_(candidate.connection, verifier->identityCheck());
+    return Verdict::accepted;
 }
 
 std::string Admission::watch(Candidates::iterator candidate) {
@@ -186,7 +188,7 @@ void Admission::endExamination(Candidate& candidate) {
 
 void Admission::charge(Candidate& candidate, std::chrono::nanoseconds cost) {
     candidate.cost += cost;
-    charge_(candidate.connection->peer().uid, cost);
+    charge_(candidate.connection->peer()->user(), cost);
 }
 
 void Admission::settleWaiting() {
@@ -204,7 +206,7 @@ bool Admission::mayBegin(const Candidate& candidate) const {
         if (!other.examination) {
             continue;
         }
-        if (other.connection->peer().uid == candidate.connection->peer().uid) {
+        if (other.connection->peer()->user() == candidate.connection->peer()->user()) {
             return false;
         }
         ++underWay;

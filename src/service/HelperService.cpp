@@ -95,10 +95,10 @@ void HelperService::handleMessage(const std::shared_ptr<xpc::Connection>& connec
     }
     const Value* data = message.dictionary().find("data");
     const bool hasData = data != nullptr && data->is(Value::Kind::data);
-    const xpc::PeerCredentials& peer = connection->peer();
+    const ProcessIdentity& peer = *connection->peer();
     const Value result =
         executeScriptData(hasData ? data->asData() : std::string_view(),
-                          Requester{.process = peer.pid, .user = peer.uid}, services_);
+                          Requester{.process = peer.pid(), .user = peer.user()}, services_);
     if (std::optional<xpc::Reply> reply = connection->createReply(message)) {
         connection->send(*reply, replyOf(result));
     }
@@ -106,11 +106,11 @@ void HelperService::handleMessage(const std::shared_ptr<xpc::Connection>& connec
 }
 
 void HelperService::watchExit(const std::shared_ptr<xpc::Connection>& connection) {
-    const xpc::PeerCredentials& peer = connection->peer();
+    const ProcessIdentity& peer = *connection->peer();
     // A connection keeps its process; and while a watched one lives, no other can have its number.
     const auto known = std::ranges::find_if(exitWatches_, [&](const ExitWatch& watch) {
         return watch.connection.lock() == connection ||
-               (watch.pid == peer.pid && !watch.source->hasEnded());
+               (watch.pid == peer.pid() && !watch.source->hasEnded());
     });
     if (known != exitWatches_.end()) {
         known->connection = connection;
@@ -118,9 +118,9 @@ void HelperService::watchExit(const std::shared_ptr<xpc::Connection>& connection
         return;
     }
     const auto watch =
-        exitWatches_.insert(exitWatches_.end(), ExitWatch{peer.pid, connection, 1, nullptr});
+        exitWatches_.insert(exitWatches_.end(), ExitWatch{peer.pid(), connection, 1, nullptr});
     auto source =
-        xpc::ProcessSource::create(queue_, peer.pidfd, [this, watch] { handleExit(watch); });
+        xpc::ProcessSource::create(queue_, peer.pidfd(), [this, watch] { handleExit(watch); });
     if (!source) {
         exitWatches_.erase(watch); // the count is never taken back; the service stays up
         return;

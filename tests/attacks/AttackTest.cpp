@@ -45,19 +45,11 @@ void signByDevelopmentIdentity(const std::filesystem::path& program, std::uint32
     }
 }
 
-std::string nameOf(Weakness weakness) {
-    return std::string(kWeaknessNames.at(static_cast<std::size_t>(weakness)));
-}
+std::string namesOf(const Checks& checks) { return fmt::format("{}", fmt::join(checks, ",")); }
 
-std::string namesOf(const std::vector<Weakness>& weaknesses) {
-    std::vector<std::string> names;
-    std::ranges::transform(weaknesses, std::back_inserter(names), nameOf);
-    return fmt::format("{}", fmt::join(names, ","));
-}
-
-LiveService serviceWithout(const std::optional<std::vector<Weakness>>& weaknesses) {
-    return weaknesses ? LiveService(QV_WEAKENED_SERVICE, {"QV_WEAKNESS=" + namesOf(*weaknesses)})
-                      : LiveService();
+LiveService serviceWithout(const std::optional<Checks>& checks) {
+    return checks ? LiveService(QV_WEAKENED_SERVICE, {"QV_MUTATIONS=" + namesOf(*checks)})
+                  : LiveService();
 }
 
 } // namespace
@@ -78,8 +70,8 @@ AttackPrograms::AttackPrograms() {
     signByDevelopmentIdentity(folder_ / "crowd", kAllFlags);
 }
 
-Stage::Stage(const AttackPrograms& programs, const std::optional<std::vector<Weakness>>& weaknesses)
-    : programs_(programs), service_(serviceWithout(weaknesses)) {
+Stage::Stage(const AttackPrograms& programs, const std::optional<Checks>& checks)
+    : programs_(programs), service_(serviceWithout(checks)) {
     install(canaries_.path(), 0, 0, 0755);
     install(home(), kAttacker, kAttacker, 0755);
     script_ = PropertyList::dataWithPropertyList(
@@ -185,8 +177,7 @@ void AttackTest::SetUp() {
     }
 }
 
-bool AttackTest::succeeds(const Attack& attack,
-                          const std::optional<std::vector<Weakness>>& without) {
+bool AttackTest::succeeds(const Attack& attack, const std::optional<Checks>& without) {
     bool succeeded = false;
     {
         Stage stage(*programs(), without);
@@ -200,17 +191,17 @@ bool AttackTest::succeeds(const Attack& attack,
     return succeeded;
 }
 
-void AttackTest::expectStoppedBy(const std::vector<Weakness>& checks, const Attack& attack) {
+void AttackTest::expectStoppedBy(const Checks& checks, const Attack& attack) {
     EXPECT_TRUE(succeeds(attack, checks)) << "no attack at all: without " << namesOf(checks);
     for (std::size_t left = 0; checks.size() > 1 && left < checks.size(); ++left) {
-        std::vector<Weakness> others = checks;
+        Checks others = checks;
         others.erase(others.begin() + static_cast<std::ptrdiff_t>(left));
-        EXPECT_FALSE(succeeds(attack, others)) << "not stopped by " << nameOf(checks[left]);
+        EXPECT_FALSE(succeeds(attack, others)) << "not stopped by " << checks[left];
     }
     EXPECT_FALSE(succeeds(attack, std::nullopt)) << "THE SERVICE OBEYS";
 }
 
-void AttackTest::expectFailsWithout(const std::vector<Weakness>& checks, const Attack& attack) {
+void AttackTest::expectFailsWithout(const Checks& checks, const Attack& attack) {
     EXPECT_FALSE(succeeds(attack, checks)) << "succeeds without " << namesOf(checks);
     EXPECT_FALSE(succeeds(attack, std::nullopt)) << "THE SERVICE OBEYS";
 }

@@ -1,6 +1,5 @@
 #pragma once
 
-#include "platform/foundation/values/Weakness.h"
 #include "support/LedProgram.h"
 #include "support/LiveService.h"
 #include "support/TemporaryDirectory.h"
@@ -22,6 +21,9 @@ namespace qv::test {
 
 inline constexpr uid_t kAttacker = 65534;
 inline constexpr uid_t kOtherUser = 65533;
+
+/// Names of mutations (tests/mutations/attacks.txt), each of which takes one check out.
+using Checks = std::vector<std::string_view>;
 
 /// How long anybody may have to wait for the service.
 inline constexpr std::chrono::seconds kInTime{5};
@@ -51,7 +53,7 @@ private:
 class Stage {
 public:
     /// None: the service as it is built for everybody.
-    Stage(const AttackPrograms& programs, const std::optional<std::vector<Weakness>>& weaknesses);
+    Stage(const AttackPrograms& programs, const std::optional<Checks>& checks);
 
     [[nodiscard]] const AttackPrograms& programs() const { return programs_; }
     [[nodiscard]] LiveService& service() { return service_; }
@@ -106,14 +108,14 @@ protected:
 
     /// Each of these checks stops the attack alone: it succeeds without all of them, and fails as
     /// soon as one is there.
-    static void expectStoppedBy(const std::vector<Weakness>& checks, const Attack& attack);
+    static void expectStoppedBy(const Checks& checks, const Attack& attack);
     /// For attacks that the kernel refuses, or that gain nothing: fails without these checks, too.
-    static void expectFailsWithout(const std::vector<Weakness>& checks, const Attack& attack);
+    static void expectFailsWithout(const Checks& checks, const Attack& attack);
 
     static std::unique_ptr<AttackPrograms>& programs();
 
 private:
-    static bool succeeds(const Attack& attack, const std::optional<std::vector<Weakness>>& without);
+    static bool succeeds(const Attack& attack, const std::optional<Checks>& without);
 };
 
 } // namespace qv::test

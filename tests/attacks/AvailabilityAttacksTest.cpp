@@ -11,8 +11,6 @@
 namespace qv::test {
 namespace {
 
-using enum Weakness;
-
 // Old enough for a judgement of it to be remembered.
 bool isSettled(const std::string& program) {
     struct stat info{};
@@ -22,7 +20,7 @@ bool isSettled(const std::string& program) {
 class AvailabilityAttacks : public AttackTest {};
 
 TEST_F(AvailabilityAttacks, AFloodOfConnectionsOfOneUser) {
-    expectStoppedBy({usersConnections}, [](Stage& stage) {
+    expectStoppedBy({"usersConnections"}, [](Stage& stage) {
         const auto client = stage.client(stage.programs().genuine());
         EXPECT_TRUE(client->order("many 80").starts_with("greeted "));
         return !stage.servesOthers();
@@ -37,7 +35,7 @@ TEST_F(AvailabilityAttacks, AFloodOfStrangersWhoAreHardToJudge) {
     while (!isSettled(program)) {
         std::this_thread::yield();
     }
-    expectStoppedBy({usersStrangers}, [&](Stage& stage) {
+    expectStoppedBy({"usersStrangers"}, [&](Stage& stage) {
         const auto first = stage.start({program, stage.socketPath(), "1"});
         EXPECT_EQ(first->answer(), "waiting");
         EXPECT_TRUE(stage.service().waitForLog("rejected"));
@@ -53,7 +51,7 @@ TEST_F(AvailabilityAttacks, AFloodOfStrangersWhoAreHardToJudge) {
 }
 
 TEST_F(AvailabilityAttacks, HalfARequest) {
-    expectStoppedBy({nonBlocking}, [](Stage& stage) {
+    expectStoppedBy({"nonBlocking"}, [](Stage& stage) {
         const auto client = stage.acceptedClient();
         EXPECT_EQ(client->order("half"), "sent");
         return !stage.servesOthers();
@@ -62,7 +60,7 @@ TEST_F(AvailabilityAttacks, HalfARequest) {
 
 // Its replies fill the connection, and nobody reads them.
 TEST_F(AvailabilityAttacks, AStoppedClient) {
-    expectStoppedBy({nonBlocking}, [](Stage& stage) {
+    expectStoppedBy({"nonBlocking"}, [](Stage& stage) {
         const auto neighbour =
             stage.start({"neighbour", stage.programs().genuine(), stage.socketPath()});
         EXPECT_EQ(neighbour->answer(), "started");

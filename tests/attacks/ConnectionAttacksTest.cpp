@@ -9,8 +9,6 @@
 namespace qv::test {
 namespace {
 
-using enum Weakness;
-
 class ConnectionAttacks : public AttackTest {};
 
 // A process number, forced; an attacker starts programs until it comes round.
@@ -42,9 +40,9 @@ bool kernelKnowsPeers() {
 
 // The intruder connects, queues a request and ends; the genuine client gets its number.
 TEST_F(ConnectionAttacks, ReuseOfTheProcessNumberBeforeTheLookUp) {
-    std::vector<Weakness> checks{launchMark, nonce};
+    Checks checks{"launchMark", "nonce"};
     if (kernelKnowsPeers()) {
-        checks.push_back(peerProcess);
+        checks.push_back("peerProcess");
     }
     expectStoppedBy(checks, [](Stage& stage) {
         stage.hold();
@@ -62,7 +60,7 @@ TEST_F(ConnectionAttacks, ReuseOfTheProcessNumberBeforeTheLookUp) {
 
 // The genuine client ends after it was accepted; an intruder gets its number and has its socket.
 TEST_F(ConnectionAttacks, ReuseOfTheProcessNumberAfterAcceptance) {
-    expectStoppedBy({peerAlive, image, executable}, [](Stage& stage) {
+    expectStoppedBy({"peerAlive", "image", "executable"}, [](Stage& stage) {
         const std::string first = stage.home() / "first";
         const std::string second = stage.home() / "second";
         const auto accomplice = stage.client(stage.programs() / "client");
@@ -99,17 +97,17 @@ bool becomesTheClient(Stage& stage, std::string_view how) {
 }
 
 TEST_F(ConnectionAttacks, ARequestQueuedBeforeTheClientIsExecuted) {
-    expectStoppedBy({launchMark, nonce},
+    expectStoppedBy({"launchMark", "nonce"},
                     [](Stage& stage) { return becomesTheClient(stage, "queued"); });
 }
 
 TEST_F(ConnectionAttacks, ASiblingThatSendsAfterTheClientIsExecuted) {
-    expectStoppedBy({launchMark, sender},
+    expectStoppedBy({"launchMark", "sender"},
                     [](Stage& stage) { return becomesTheClient(stage, "sibling"); });
 }
 
 TEST_F(ConnectionAttacks, AnAcceptedClientThatExecutesSomethingElse) {
-    expectStoppedBy({image, executable}, [](Stage& stage) {
+    expectStoppedBy({"image", "executable"}, [](Stage& stage) {
         const auto client = stage.client(stage.programs().genuine());
         EXPECT_TRUE(client->order("connect").starts_with("connected"));
         EXPECT_EQ(client->order("await"), "greeted");
@@ -122,7 +120,7 @@ TEST_F(ConnectionAttacks, AnAcceptedClientThatExecutesSomethingElse) {
 }
 
 TEST_F(ConnectionAttacks, AForkedChildOfAnAcceptedClient) {
-    expectStoppedBy({sender}, [](Stage& stage) {
+    expectStoppedBy({"sender"}, [](Stage& stage) {
         const auto client = stage.acceptedClient();
         EXPECT_EQ(client->order("script " + stage.script()), "noted");
         static_cast<void>(client->order("forksend"));
@@ -131,7 +129,7 @@ TEST_F(ConnectionAttacks, AForkedChildOfAnAcceptedClient) {
 }
 
 TEST_F(ConnectionAttacks, AConnectionHandedToAnotherProcess) {
-    expectStoppedBy({sender}, [](Stage& stage) {
+    expectStoppedBy({"sender"}, [](Stage& stage) {
         const std::string place = stage.home() / "place";
         const auto intruder = stage.client(stage.programs() / "client");
         intruder->begin("receive " + place);
@@ -161,7 +159,7 @@ bool stealsTheConnection(Stage& stage, const std::filesystem::path& program) {
 }
 
 TEST_F(ConnectionAttacks, AConnectionStolenFromAnUnmarkedClient) {
-    expectStoppedBy({launchMark, dumpable, sender}, [](Stage& stage) {
+    expectStoppedBy({"launchMark", "dumpable", "sender"}, [](Stage& stage) {
         return stealsTheConnection(stage, stage.programs().unmarked());
     });
 }
@@ -169,7 +167,7 @@ TEST_F(ConnectionAttacks, AConnectionStolenFromAnUnmarkedClient) {
 // Here it is the kernel that stops everything: nobody but root reaches into a process that was
 // started by the rules for privileged programs.
 TEST_F(ConnectionAttacks, AConnectionStolenFromAGenuineClient) {
-    expectFailsWithout({launchMark, dumpable, sender}, [](Stage& stage) {
+    expectFailsWithout({"launchMark", "dumpable", "sender"}, [](Stage& stage) {
         const auto thief =
             stage.start({"neighbour", stage.programs().genuine(), stage.socketPath()});
         EXPECT_EQ(thief->answer(), "started");
@@ -187,9 +185,9 @@ bool kernelRefusesDescriptors() {
 }
 
 TEST_F(ConnectionAttacks, ARequestThatBringsADescriptor) {
-    std::vector<Weakness> checks{controlData};
+    Checks checks{"controlData"};
     if (kernelRefusesDescriptors()) {
-        checks.push_back(passedRights);
+        checks.push_back("passedRights");
     }
     expectStoppedBy(checks, [](Stage& stage) {
         const auto client = stage.acceptedClient();

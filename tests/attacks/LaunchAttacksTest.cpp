@@ -11,8 +11,6 @@
 namespace qv::test {
 namespace {
 
-using enum Weakness;
-
 class LaunchAttacks : public AttackTest {};
 
 std::vector<std::string> environmentOf(const Stage& stage) {
@@ -36,12 +34,12 @@ bool loadsALibrary(Stage& stage, std::string_view variable) {
 
 // A copy is as dumpable as any program, and what is loaded into it belongs to its user.
 TEST_F(LaunchAttacks, ALibraryPreloadedIntoAnUnmarkedClient) {
-    expectStoppedBy({launchMark, mappings, dumpable},
+    expectStoppedBy({"launchMark", "mappings", "dumpable"},
                     [](Stage& stage) { return loadsALibrary(stage, "LD_PRELOAD"); });
 }
 
 TEST_F(LaunchAttacks, AnAuditLibraryInAnUnmarkedClient) {
-    expectStoppedBy({launchMark, mappings, dumpable},
+    expectStoppedBy({"launchMark", "mappings", "dumpable"},
                     [](Stage& stage) { return loadsALibrary(stage, "LD_AUDIT"); });
 }
 
@@ -49,7 +47,7 @@ TEST_F(LaunchAttacks, AnAuditLibraryInAnUnmarkedClient) {
 // ones: no check of ours is needed.
 TEST_F(LaunchAttacks, ALibraryPreloadedIntoAGenuineClient) {
     for (const std::string_view variable : {"LD_PRELOAD", "LD_AUDIT"}) {
-        expectFailsWithout({launchMark, mappings, dumpable}, [&](Stage& stage) {
+        expectFailsWithout({"launchMark", "mappings", "dumpable"}, [&](Stage& stage) {
             const auto client = startWithLibrary(stage, variable, stage.programs().genuine());
             EXPECT_EQ(client->answer(), "started"); // and no library first
             EXPECT_EQ(client->order("connect").substr(0, 9), "connected");
@@ -83,15 +81,15 @@ bool startsTheClientAgain(Stage& stage, bool dutiful) {
 }
 
 TEST_F(LaunchAttacks, AProgramExecutedByAClientThatKeepsItsGroup) {
-    expectStoppedBy({mappings, dumpable},
+    expectStoppedBy({"mappings", "dumpable"},
                     [](Stage& stage) { return startsTheClientAgain(stage, false); });
-    expectFailsWithout({launchMark, mappings, dumpable},
+    expectFailsWithout({"launchMark", "mappings", "dumpable"},
                        [](Stage& stage) { return startsTheClientAgain(stage, true); });
 }
 
 // The kernel does not give the group to a program that is traced when it is executed.
 TEST_F(LaunchAttacks, ATracerFromTheFirstInstructionOn) {
-    expectStoppedBy({launchMark, dumpable, tracer}, [](Stage& stage) {
+    expectStoppedBy({"launchMark", "dumpable", "tracer"}, [](Stage& stage) {
         const auto client = stage.start(
             {"trace_at_exec", stage.programs().genuine(), stage.socketPath(), stage.script()});
         EXPECT_EQ(client->answer(), "rewritten");
@@ -116,12 +114,12 @@ bool supervises(Stage& stage, const std::filesystem::path& program) {
 }
 
 TEST_F(LaunchAttacks, ASupervisorOfTheSystemCalls) {
-    expectStoppedBy({launchMark, dumpable},
+    expectStoppedBy({"launchMark", "dumpable"},
                     [](Stage& stage) { return supervises(stage, stage.programs().genuine()); });
 }
 
 TEST_F(LaunchAttacks, ASupervisorOfAClientWithTheHardenedRuntimeAlone) {
-    expectStoppedBy({launchMark, dumpable, seccompFilter},
+    expectStoppedBy({"launchMark", "dumpable", "seccompFilter"},
                     [](Stage& stage) { return supervises(stage, stage.programs().hardened()); });
 }
 
@@ -137,7 +135,7 @@ bool rewrites(Stage& stage, std::vector<std::string> command) {
 }
 
 TEST_F(LaunchAttacks, ACopyOfTheClientInAHomeDirectory) {
-    expectStoppedBy({launchMark, mappings, dumpable}, [](Stage& stage) {
+    expectStoppedBy({"launchMark", "mappings", "dumpable"}, [](Stage& stage) {
         const auto copy = stage.attackersCopy(stage.programs().genuine());
         return rewrites(stage, {"neighbour", copy, stage.socketPath()});
     });
@@ -145,7 +143,7 @@ TEST_F(LaunchAttacks, ACopyOfTheClientInAHomeDirectory) {
 
 // A bit that the attacker may set on his copy: it gives his own group.
 TEST_F(LaunchAttacks, ACopyThatIsSetGroupIDToAnotherGroup) {
-    expectStoppedBy({launchMark, mappings, dumpable}, [](Stage& stage) {
+    expectStoppedBy({"launchMark", "mappings", "dumpable"}, [](Stage& stage) {
         const auto copy = stage.attackersCopy(stage.programs().genuine());
         install(copy, kAttacker, kAttacker, 02755);
         return rewrites(stage, {"neighbour", copy, stage.socketPath()});
@@ -154,10 +152,11 @@ TEST_F(LaunchAttacks, ACopyThatIsSetGroupIDToAnotherGroup) {
 
 // No name, no link, no file system that anybody knows, and an owner who is not root.
 TEST_F(LaunchAttacks, TheClientsBytesInMemory) {
-    expectStoppedBy({launchMark, mappings, dumpable, fileSystem, linkCount}, [](Stage& stage) {
-        return rewrites(stage,
-                        {"neighbour", "copy", stage.programs().genuine(), stage.socketPath()});
-    });
+    expectStoppedBy(
+        {"launchMark", "mappings", "dumpable", "fileSystem", "linkCount"}, [](Stage& stage) {
+            return rewrites(stage,
+                            {"neighbour", "copy", stage.programs().genuine(), stage.socketPath()});
+        });
 }
 
 // Without a copy the kernel refuses: see AConnectionStolenFromAGenuineClient.
@@ -165,7 +164,7 @@ TEST_F(LaunchAttacks, TheClientsBytesInMemory) {
 // A genuine client with a hole: it loads what its user names.
 TEST_F(LaunchAttacks, ALibraryThatOthersCanWriteInAGenuineClient) {
     for (const auto& [owner, mode] : {std::pair<uid_t, mode_t>{kAttacker, 0755}, {0, 0777}}) {
-        expectStoppedBy({mappings}, [&](Stage& stage) {
+        expectStoppedBy({"mappings"}, [&](Stage& stage) {
             const auto library = stage.attackersCopy(stage.programs() / "library.so");
             install(library, owner, 0, mode);
             const auto client = stage.client(stage.programs().genuine(), environmentOf(stage));

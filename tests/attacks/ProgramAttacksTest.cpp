@@ -15,7 +15,6 @@
 namespace qv::test {
 namespace {
 
-using enum Weakness;
 using testing::HasSubstr;
 
 class ProgramAttacks : public AttackTest {};
@@ -46,7 +45,7 @@ TEST_F(ProgramAttacks, AForgedLinkToTheExecutable) {
     if (startForger(Stage(*programs(), std::nullopt))->answer() != "forged") {
         GTEST_SKIP() << "needs user namespaces in which everybody is privileged";
     }
-    expectStoppedBy({userNamespace, launchMark, mappings, dumpable}, [](Stage& stage) {
+    expectStoppedBy({"userNamespace", "launchMark", "mappings", "dumpable"}, [](Stage& stage) {
         const auto forger = startForger(stage);
         EXPECT_EQ(forger->answer(), "forged");
         EXPECT_EQ(std::filesystem::read_symlink("/proc/" + std::to_string(forger->pid()) + "/exe"),
@@ -60,7 +59,7 @@ TEST_F(ProgramAttacks, AForgedLinkToTheExecutable) {
 // Nothing of it is asked for, so there is no check to leave out: it takes a service that accepts
 // everybody.
 TEST_F(ProgramAttacks, ForgedTexts) {
-    expectStoppedBy({codeFlags, codeRequirement}, [](Stage& stage) {
+    expectStoppedBy({"codeFlags", "codeRequirement"}, [](Stage& stage) {
         const auto program = stage.home() / "genuine (deleted)";
         std::filesystem::rename(stage.attackersCopy(stage.programs() / "forged_texts"), program);
         std::filesystem::create_symlink(stage.programs().genuine(), stage.home() / "genuine");
@@ -82,7 +81,7 @@ TEST_F(ProgramAttacks, ForgedTexts) {
 
 // A program that nobody has signed gains nothing by any single check: both rules must fall.
 TEST_F(ProgramAttacks, AnUnsignedProgram) {
-    expectStoppedBy({codeFlags, codeRequirement}, [](Stage& stage) {
+    expectStoppedBy({"codeFlags", "codeRequirement"}, [](Stage& stage) {
         const auto client = stage.client(stage.programs() / "client");
         EXPECT_TRUE(client->order("connect").starts_with("connected"));
         static_cast<void>(client->order("greet"));
@@ -103,7 +102,7 @@ bool isAbused(Stage& stage, LedProgram& client) {
 
 // The hole was closed by an update, but the attacker has kept the old program running.
 TEST_F(ProgramAttacks, ADeletedExecutable) {
-    expectStoppedBy({linkCount}, [](Stage& stage) {
+    expectStoppedBy({"linkCount"}, [](Stage& stage) {
         const auto program = stage.programs() / "outdated";
         std::filesystem::copy_file(stage.programs().genuine(), program);
         install(program, 0, kClientGroup, 02755);
@@ -153,7 +152,7 @@ TEST_F(ProgramAttacks, AnExecutableOnAForeignFileSystem) {
     const auto program = foreign.folder() / "client";
     std::filesystem::copy_file(programs()->genuine(), program);
     install(program, 0, kClientGroup, 02755);
-    expectStoppedBy({fileSystem}, [&](Stage& stage) {
+    expectStoppedBy({"fileSystem"}, [&](Stage& stage) {
         const auto client = stage.client(program);
         return isAbused(stage, *client);
     });

@@ -8,7 +8,7 @@ namespace qv::test {
 namespace {
 
 TEST(Weakness, IsOfNoProgramThatAnybodyGets) {
-    constexpr std::string_view kVariable = "QV_WEAKNESS";
+    constexpr std::string_view kVariable = "QV_MUTATIONS";
     EXPECT_NE(contentOf(QV_WEAKENED_SERVICE).find(kVariable), std::string::npos);
     for (const char* file : {QV_SERVICE_PROGRAM, QV_EXAMINER_PROGRAM, QV_TOOL, QV_LIBRARY}) {
         const std::string content = contentOf(file);

@@ -123,7 +123,7 @@ protected:
         service_.emplace(xpc::test::ServiceThread::Behaviour{
             .onMessage =
                 [this](xpc::test::ServiceThread&, const xpc::Message& message) {
-                    group_ = message.remoteConnection()->peer().gid;
+                    group_ = message.remoteConnection()->peer()->credentials()->group;
                     if (answering_) {
                         xpc::test::ServiceThread::echo(message);
                     }

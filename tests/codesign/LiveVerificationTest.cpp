@@ -37,10 +37,8 @@ protected:
         return verify(ClientProcess(ClientProcess::Options::asNobody(program)));
     }
     Error verify(const ClientProcess& client) {
-        const RegisteredPeer peer = services_->registerPeer(ConnectedPeer(
-            client.pid(), client.pidfd(), client.connectedUser(), client.connectedGroup()));
-        const QVCodeSignatureVerifier verifier(client.pid(), kTeam, kRequired, *services_);
-        return verifier.verifyRequirements();
+        return QVCodeSignatureVerifier(programOf(client, *services_), kTeam, kRequired, *services_)
+            .verifyRequirements();
     }
     std::optional<InstalledPrograms> programs_;
     std::optional<GuestServices> services_;
@@ -87,25 +85,6 @@ TEST_F(LiveVerification, RefusesAClientThatIsGone) {
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
     ASSERT_TRUE(error);
     EXPECT_EQ(error.code(), kNoProcess);
-}
-
-TEST_F(LiveVerification, TheServicesOfThisBuildJudgeTheRegisteredPeer) {
-    ClientVerification verification;
-    ClientProcess client(ClientProcess::Options::asNobody(programs_->unsignedClient("client")));
-    const auto codeOf = [&] {
-        const Error error =
-            QVCodeSignatureVerifier(client.pid(), kTeam, kRequired, verification.services())
-                .verifyRequirements();
-        return error ? error.code() : 0;
-    };
-    EXPECT_EQ(codeOf(), 1);
-    ClientProcess other(ClientProcess::Options::asNobody(*programs_ / "client"));
-    {
-        const ClientVerification::Peer peer =
-            verification.registerPeer(client.pid(), other.pidfd(), kNobody, kNobody);
-        EXPECT_EQ(codeOf(), codesign_status::kNoSuchCode);
-    }
-    EXPECT_EQ(codeOf(), 1);
 }
 
 TEST(ClientVerification, WarnsOfWhatKeepsEveryClientOut) {

@@ -110,13 +110,12 @@ ClientProcess::ClientProcess(const Options& options) {
         require(::getsockopt(connection_.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 &&
                     peer.pid == pid_,
                 "SO_PEERCRED");
-        user_ = peer.uid;
-        group_ = peer.gid;
         int pidfd = -1;
         size = sizeof pidfd;
         require(::getsockopt(connection_.get(), SOL_SOCKET, SO_PEERPIDFD, &pidfd, &size) == 0,
                 "SO_PEERPIDFD");
-        pidfd_ = Descriptor(pidfd);
+        identity_ = std::make_shared<const ProcessIdentity>(
+            pid_, Descriptor(pidfd), PeerCredentials{.user = peer.uid, .group = peer.gid});
         command('p');
     } catch (...) {
         kill();

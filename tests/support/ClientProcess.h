@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/foundation/os/Descriptor.h"
+#include "platform/foundation/os/ProcessIdentity.h"
 
 #include <filesystem>
 #include <optional>
@@ -36,10 +37,11 @@ public:
     ClientProcess& operator=(ClientProcess&&) = delete;
     ~ClientProcess();
 
+    [[nodiscard]] const ProcessIdentity::Shared& identity() const { return identity_; }
     [[nodiscard]] pid_t pid() const { return pid_; }
-    [[nodiscard]] int pidfd() const { return pidfd_.get(); } ///< SO_PEERPIDFD
-    [[nodiscard]] uid_t connectedUser() const { return user_; }
-    [[nodiscard]] gid_t connectedGroup() const { return group_; }
+    [[nodiscard]] int pidfd() const { return identity_->pidfd(); } ///< SO_PEERPIDFD
+    [[nodiscard]] uid_t connectedUser() const { return identity_->user(); }
+    [[nodiscard]] gid_t connectedGroup() const { return identity_->credentials()->group; }
 
     /// Gives a command and waits until it is done.
     void command(char letter) const;
@@ -49,10 +51,8 @@ public:
 
 private:
     Descriptor connection_;
-    Descriptor pidfd_;
+    ProcessIdentity::Shared identity_;
     pid_t pid_ = -1;
-    uid_t user_ = 0;
-    gid_t group_ = 0;
     bool reaped_ = false;
 };
 

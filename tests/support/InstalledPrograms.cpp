@@ -1,5 +1,7 @@
 #include "support/InstalledPrograms.h"
 
+#include "platform/security/guest/GuestCode.h"
+
 #include <fstream>
 #include <linux/magic.h>
 #include <stdexcept>
@@ -78,6 +80,15 @@ void InstalledPrograms::sign(const std::filesystem::path& program, const Signing
     if (const auto done = CodeSigner::sign(program, request); !done) {
         throw std::runtime_error(done.error().description());
     }
+}
+
+tl::expected<std::shared_ptr<const SecCode>, Error> programOf(const ClientProcess& client,
+                                                              GuestServices& services) {
+    GuestServices::Answer answer = services.lookUp(client.identity());
+    if (auto* refusal = std::get_if<Error>(&answer)) {
+        return tl::unexpected(std::move(*refusal));
+    }
+    return std::get<std::shared_ptr<const GuestCode>>(std::move(answer));
 }
 
 void install(const std::filesystem::path& file, uid_t user, gid_t group, mode_t mode) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/security/guest/GuestServices.h"
+#include "support/ClientProcess.h"
 #include "support/TemporaryDirectory.h"
 #include "support/TestAuthority.h"
 
@@ -46,6 +47,10 @@ private:
     TestAuthority authority_;
     TestAuthority stranger_;
 };
+
+/// The program of a client as the service looks it up: as the peer of its connection.
+[[nodiscard]] tl::expected<std::shared_ptr<const SecCode>, Error>
+programOf(const ClientProcess& client, GuestServices& services);
 
 /// Gives a file to somebody.
 void install(const std::filesystem::path& file, uid_t user, gid_t group, mode_t mode);

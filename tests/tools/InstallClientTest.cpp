@@ -63,9 +63,8 @@ protected:
     static Error verdictOf(const fs::path& program) {
         const ClientProcess client(ClientProcess::Options::asNobody(program));
         GuestServices services(ClientVerification::configuration());
-        const RegisteredPeer peer = services.registerPeer(ConnectedPeer(
-            client.pid(), client.pidfd(), client.connectedUser(), client.connectedGroup()));
-        return QVCodeSignatureVerifier(client.pid(), kTeam, 0x300, services).verifyRequirements();
+        return QVCodeSignatureVerifier(programOf(client, services), kTeam, 0x300, services)
+            .verifyRequirements();
     }
 
     const fs::path place_ = folder_ / "place";

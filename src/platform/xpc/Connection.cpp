@@ -1,7 +1,6 @@
 #include "platform/xpc/Connection.h"
 
 #include "platform/foundation/log/Log.h"
-#include "platform/foundation/values/Weakness.h"
 #include "platform/xpc/Turns.h"
 #include "platform/xpc/wire/SocketIO.h"
 #include "platform/xpc/wire/WireError.h"
@@ -59,15 +58,16 @@ std::shared_ptr<Connection> Message::remoteConnection() const noexcept {
     return route_ == nullptr ? nullptr : route_->connection.lock();
 }
 
-Connection::Connection(MainQueue& queue, Descriptor socket, Peer peer, const Limits& limits)
+Connection::Connection(MainQueue& queue, Descriptor socket, ProcessIdentity::Shared peer,
+                       const Limits& limits)
     : queue_(queue), limits_(limits), peer_(std::move(peer)), socket_(std::move(socket)),
       reader_(FrameReader::Receiver::service, limits.body), writer_(limits.replyQueue),
       begin_(queue.now()) {}
 
 Connection::~Connection() = default;
 
-std::shared_ptr<Connection> Connection::create(MainQueue& queue, Descriptor socket, Peer peer,
-                                               const Limits& limits) {
+std::shared_ptr<Connection> Connection::create(MainQueue& queue, Descriptor socket,
+                                               ProcessIdentity::Shared peer, const Limits& limits) {
     std::shared_ptr<Connection> connection(
         new Connection(queue, std::move(socket), std::move(peer), limits));
     connection->perform([] {}); // arms the deadline for a decision
@@ -153,7 +153,7 @@ template <typename Work> void Connection::perform(const Work& work) noexcept {
 void Connection::abandon(const char* reason) noexcept {
     try {
         log::write(log::Priority::error,
-                   fmt::format("Connection from pid {} closed after an exception: {}", peer().pid,
+                   fmt::format("Connection from pid {} closed after an exception: {}", processID(),
                                log::foreign(reason)));
         closeFor(wireError(WireErrorCode::handlerFailed, reason));
     } catch (...) { // no memory left even for that
@@ -235,10 +235,10 @@ std::size_t Connection::readPiece() {
                         cut ? "the peer closed amid a frame" : "the peer has closed"));
         return 0;
     }
-    if (piece->sender != peer().pid && !isWeakened(Weakness::sender)) {
+    if (piece->sender != processID()) {
         closeFor(wireError(WireErrorCode::foreignSender,
                            fmt::format("process {} wrote on the connection of process {}",
-                                       piece->sender.value_or(0), peer().pid)));
+                                       piece->sender.value_or(0), processID())));
         return 0;
     }
     if (!reader_.midFrame()) {
@@ -258,7 +258,7 @@ std::size_t Connection::readPiece() {
 
 void Connection::await(Frame frame) {
     waiting_ = std::move(frame);
-    const Error error = queue_.turns().enter(peer().uid, this, [weak = weak_from_this()] {
+    const Error error = queue_.turns().enter(peer_->user(), this, [weak = weak_from_this()] {
         if (const auto self = weak.lock(); self && self->waiting_) {
             self->perform([&] { self->begin(*std::exchange(self->waiting_, std::nullopt)); });
         }
@@ -271,7 +271,7 @@ void Connection::await(Frame frame) {
 void Connection::begin(const Frame& frame) {
     // A peer that is still there has had its process ID all along: no other process can have sent
     // under that number.
-    if (!peer_.isAlive() && !isWeakened(Weakness::peerAlive)) {
+    if (peer_->hasEnded()) {
         close(ConnectionError::Kind::invalidated,
               wireError(WireErrorCode::peerGone, "the peer has ended"));
         return;
@@ -287,8 +287,7 @@ void Connection::begin(const Frame& frame) {
         return;
     }
     const Value* nonce = dictionary->find("nonce");
-    if ((nonce == nullptr || !nonce->is(Value::Kind::data) || nonce->asData() != nonce_) &&
-        !isWeakened(Weakness::nonce)) {
+    if (nonce == nullptr || !nonce->is(Value::Kind::data) || nonce->asData() != nonce_) {
         closeFor(wireError(WireErrorCode::wrongNonce,
                            "a request does not repeat this connection's nonce"));
         return;
@@ -397,7 +396,7 @@ void Connection::close(ConnectionError::Kind kind, const Error& cause) {
     }
     const bool wasActive = std::exchange(state_, State::closed) == State::active;
     if (std::exchange(waiting_, std::nullopt)) {
-        queue_.turns().leave(peer().uid, this);
+        queue_.turns().leave(peer_->user(), this);
     }
     io_.reset();
     timer_.reset();

@@ -1,10 +1,10 @@
 #pragma once
 
 #include "platform/foundation/os/Descriptor.h"
+#include "platform/foundation/os/ProcessIdentity.h"
 #include "platform/xpc/Limits.h"
 #include "platform/xpc/MainQueue.h"
 #include "platform/xpc/Message.h"
-#include "platform/xpc/Peer.h"
 #include "platform/xpc/wire/FrameReader.h"
 #include "platform/xpc/wire/FrameWriter.h"
 
@@ -25,8 +25,8 @@ public:
     using EventHandler = std::function<void(const Event&)>;
 
     /// Takes an accepted, non-blocking stream socket with SO_PASSCRED.
-    [[nodiscard]] static std::shared_ptr<Connection> create(MainQueue& queue, Descriptor socket,
-                                                            Peer peer, const Limits& limits);
+    [[nodiscard]] static std::shared_ptr<Connection>
+    create(MainQueue& queue, Descriptor socket, ProcessIdentity::Shared peer, const Limits& limits);
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
     Connection(Connection&&) = delete;
@@ -34,8 +34,8 @@ public:
     ~Connection();
 
     /// Stays valid after the connection has ended.
-    [[nodiscard]] const PeerCredentials& peer() const noexcept { return peer_.credentials(); }
-    [[nodiscard]] pid_t processID() const noexcept { return peer().pid; }
+    [[nodiscard]] const ProcessIdentity::Shared& peer() const noexcept { return peer_; }
+    [[nodiscard]] pid_t processID() const noexcept { return peer_->pid(); }
 
     void setEventHandler(EventHandler handler);
     /// Asked when a request's turn has come; where it says no, the connection is closed.
@@ -67,7 +67,8 @@ private:
     friend struct ReplyRoute;
     enum class State : std::uint8_t { suspended, active, closed };
 
-    Connection(MainQueue& queue, Descriptor socket, Peer peer, const Limits& limits);
+    Connection(MainQueue& queue, Descriptor socket, ProcessIdentity::Shared peer,
+               const Limits& limits);
 
     // Every entry from the loop goes through here: a failure ends this connection only.
     template <typename Work> void perform(const Work& work) noexcept;
@@ -94,7 +95,7 @@ private:
 
     MainQueue& queue_;
     Limits limits_;
-    Peer peer_;
+    ProcessIdentity::Shared peer_;
     Descriptor socket_;
     EventSource io_; // after socket_: gone before it
     EventSource timer_;

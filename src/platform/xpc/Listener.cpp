@@ -2,7 +2,6 @@
 
 #include "platform/foundation/files/item/SocketPlace.h"
 #include "platform/foundation/log/Log.h"
-#include "platform/foundation/values/Weakness.h"
 #include "platform/xpc/wire/WireError.h"
 
 #include <fmt/core.h>
@@ -37,6 +36,8 @@ struct NamesDeleter {
     }
 };
 
+const int kAcceptFlags = SOCK_CLOEXEC | SOCK_NONBLOCK;
+
 Descriptor freshSpare() { return Descriptor(::eventfd(0, EFD_CLOEXEC)); }
 
 // Every piece tells its sender, and none may bring descriptors.
@@ -45,7 +46,7 @@ Error setMessageOptions(int socket) {
     if (::setsockopt(socket, SOL_SOCKET, SO_PASSCRED, &on, sizeof on) != 0) {
         return Error::posix(errno);
     }
-    const int off = isWeakened(Weakness::passedRights) ? 1 : 0;
+    const int off = 0;
     if (::setsockopt(socket, SOL_SOCKET, kPassRights, &off, sizeof off) != 0 &&
         errno != ENOPROTOOPT) { // older kernels: receive() refuses descriptors
         return Error::posix(errno);
@@ -139,8 +140,7 @@ std::string Listener::path() const { return socketPath(socket_.get()); }
 
 // One client a turn: deciding about it may take a while.
 void Listener::onReady() {
-    const int mode = isWeakened(Weakness::nonBlocking) ? 0 : SOCK_NONBLOCK;
-    Descriptor socket(::accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC | mode));
+    Descriptor socket(::accept4(socket_.get(), nullptr, nullptr, kAcceptFlags));
     if (socket) {
         admit(std::move(socket));
         return;
@@ -164,8 +164,8 @@ void Listener::onReady() {
 void Listener::shedNewest() {
     const Error cause = Error::posix(errno);
     spare_.reset();
-    const bool shed = static_cast<bool>(
-        Descriptor(::accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK)));
+    const bool shed =
+        static_cast<bool>(Descriptor(::accept4(socket_.get(), nullptr, nullptr, kAcceptFlags)));
     spare_ = freshSpare();
     if (!shed) {
         pause(cause.localizedDescription());
@@ -189,9 +189,8 @@ void Listener::admit(Descriptor socket) {
         return;
     }
     // Before anything that takes longer: thousands may wait behind each other.
-    if (const auto user = Peer::userOfSocket(socket.get());
-        user && debts_.isOverdrawn(*user, Debts::Clock::now()) &&
-        !isWeakened(Weakness::usersStrangers)) {
+    if (const auto user = userOfPeer(socket.get());
+        user && debts_.isOverdrawn(*user, Debts::Clock::now())) {
         refuse(fmt::format("too many of user {} were turned away", *user));
         return;
     }
@@ -201,25 +200,24 @@ void Listener::admit(Descriptor socket) {
         refuse(peer.error().localizedDescription());
         return;
     }
-    const PeerCredentials& credentials = peer->credentials();
+    const ProcessIdentity& process = *peer->process;
     const auto ofUser = std::ranges::count_if(connections_, [&](const auto& connection) {
-        return connection->peer().uid == credentials.uid;
+        return connection->peer()->user() == process.user();
     });
-    if (static_cast<std::size_t>(ofUser) >= limits_.connectionsPerUser &&
-        !isWeakened(Weakness::usersConnections)) {
-        refuse(fmt::format("pid {}: {} of user {} are open", credentials.pid, ofUser,
-                           credentials.uid));
+    if (static_cast<std::size_t>(ofUser) >= limits_.connectionsPerUser) {
+        refuse(
+            fmt::format("pid {}: {} of user {} are open", process.pid(), ofUser, process.user()));
         return;
     }
     const auto connection =
-        Connection::create(queue_, std::move(socket), std::move(*peer), limits_);
+        Connection::create(queue_, std::move(socket), std::move(peer->process), limits_);
     connections_.push_back(connection);
     connection->setClosedHandler([this, closed = connection.get()] {
         std::erase_if(connections_, [&](const auto& open) { return open.get() == closed; });
     });
     present(connection);
     if (connection->isClosed() && !connection->wasResumed()) {
-        charge(connection->peer().uid, Debts::Clock::now() - begin);
+        charge(connection->peer()->user(), Debts::Clock::now() - begin);
     }
 }
 
@@ -237,8 +235,8 @@ tl::expected<Peer, Error> Listener::identify(const Descriptor& socket) {
     if (const Error error = setMessageOptions(socket.get())) {
         return tl::unexpected(error);
     }
-    auto peer = Peer::ofSocket(socket.get());
-    if (peer && peer->isFromProcessID() && !std::exchange(weakIdentityLogged_, true)) {
+    auto peer = peerOf(socket.get());
+    if (peer && peer->isFoundByPID && !std::exchange(weakIdentityLogged_, true)) {
         log::write(log::Priority::notice,
                    "This kernel does not say which process connected: peers are identified by "
                    "process ID and start time");

@@ -2,6 +2,7 @@
 
 #include "platform/xpc/Connection.h"
 #include "platform/xpc/Debts.h"
+#include "platform/xpc/Peer.h"
 #include "platform/xpc/RateLimiter.h"
 
 #include <chrono>

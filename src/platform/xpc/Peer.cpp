@@ -1,21 +1,15 @@
 #include "platform/xpc/Peer.h"
 
-#include "platform/foundation/values/Weakness.h"
+#include "platform/foundation/os/ProcessText.h"
 #include "platform/xpc/wire/WireError.h"
 
 #include <fmt/core.h>
 
-#include <array>
 #include <cerrno>
-#include <charconv>
 #include <ctime>
 #include <fcntl.h>
-#include <optional>
-#include <poll.h>
 #include <string>
-#include <string_view>
 #include <sys/socket.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 #include <utility>
 
@@ -30,46 +24,12 @@ tl::unexpected<Error> unknown(std::string_view why) {
     return tl::unexpected(wireError(WireErrorCode::noIdentity, why));
 }
 
-// A small file of the process file system; empty when it cannot be read.
-std::string textOf(const std::string& path) {
-    const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+std::string textOf(int folder, const std::string& path) {
+    const Descriptor file(::openat(folder, path.c_str(), O_RDONLY | O_CLOEXEC));
     std::string text(kLongestText, '\0');
     const ssize_t count = file ? ::read(file.get(), text.data(), text.size()) : -1;
     text.resize(count < 0 ? 0 : static_cast<std::size_t>(count));
     return text;
-}
-
-template <typename Number> std::optional<Number> leadingNumber(std::string_view text) {
-    text.remove_prefix(std::min(text.find_first_not_of(" \t"), text.size()));
-    Number number{};
-    const auto result = std::from_chars(text.data(), text.data() + text.size(), number);
-    return result.ec == std::errc() ? std::optional(number) : std::nullopt;
-}
-
-// Which process a pidfd names; -1 for one that is gone altogether.
-std::optional<pid_t> pidOf(int pidfd) {
-    constexpr std::string_view kLabel = "\nPid:";
-    const std::string info = textOf(fmt::format("/proc/self/fdinfo/{}", pidfd));
-    const std::size_t place = info.find(kLabel);
-    if (place == std::string::npos) {
-        return std::nullopt;
-    }
-    return leadingNumber<pid_t>(std::string_view(info).substr(place + kLabel.size()));
-}
-
-// When a process was started, in clock ticks since the machine's start: the 22nd field, counted
-// from the last bracket because the name before it may hold anything.
-std::optional<std::uint64_t> startTicksOf(pid_t pid) {
-    constexpr int kFieldsBetween = 20; // blanks from the bracket to the field
-    const std::string info = textOf(fmt::format("/proc/{}/stat", pid));
-    std::size_t place = info.rfind(')');
-    for (int i = 0; i < kFieldsBetween && place != std::string::npos; ++i) {
-        place = info.find(' ', place + 1);
-    }
-    if (place == std::string::npos) {
-        return std::nullopt;
-    }
-    return leadingNumber<std::uint64_t>(std::string_view(info).substr(place));
 }
 
 std::uint64_t ticksNow() {
@@ -93,71 +53,64 @@ tl::expected<ucred, Error> credentialsOf(int socket) {
     return credentials;
 }
 
+ProcessIdentity::Shared identityOf(const ucred& credentials, Descriptor pidfd) {
+    return std::make_shared<const ProcessIdentity>(
+        credentials.pid, std::move(pidfd),
+        PeerCredentials{.user = credentials.uid, .group = credentials.gid});
+}
+
+tl::unexpected<Error> ended(pid_t peer) {
+    return unknown(fmt::format("the peer, process {}, has ended", peer));
+}
+
 } // namespace
 
-Peer::Peer(Descriptor pidfd, const PeerCredentials& credentials) noexcept
-    : pidfd_(std::move(pidfd)), credentials_(credentials) {}
-
-std::optional<uid_t> Peer::userOfSocket(int socket) {
+std::optional<uid_t> userOfPeer(int socket) {
     const auto credentials = credentialsOf(socket);
     return credentials ? std::optional(credentials->uid) : std::nullopt;
 }
 
-tl::expected<Peer, Error> Peer::ofSocket(int socket) {
+tl::expected<Peer, Error> peerOf(int socket) {
     const auto credentials = credentialsOf(socket);
     if (!credentials) {
         return tl::unexpected(credentials.error());
     }
     int fd = -1;
     socklen_t size = sizeof fd;
-    if (isWeakened(Weakness::peerProcess)) {
-        return ofProcess(socket);
-    }
     if (::getsockopt(socket, SOL_SOCKET, kPeerPidfd, &fd, &size) != 0) {
         if (errno == ENOPROTOOPT) {
-            return ofProcess(socket);
+            return peerByPID(socket);
         }
         return tl::unexpected(Error::posix(errno));
     }
     Descriptor pidfd(fd);
-    const std::optional<pid_t> named = pidOf(pidfd.get());
-    if (named != credentials->pid) {
-        return unknown(fmt::format("the peer, process {}, has ended", credentials->pid));
+    if (parsePidfdInfo(textOf(AT_FDCWD, fmt::format("/proc/self/fdinfo/{}", fd))) !=
+        credentials->pid) {
+        return ended(credentials->pid);
     }
-    return Peer(std::move(pidfd), {credentials->pid, credentials->uid, credentials->gid, fd});
+    return Peer{.process = identityOf(*credentials, std::move(pidfd))};
 }
 
-tl::expected<Peer, Error> Peer::ofProcess(int socket) {
+tl::expected<Peer, Error> peerByPID(int socket) {
     const std::uint64_t latestStart = ticksNow();
     const auto credentials = credentialsOf(socket);
     if (!credentials) {
         return tl::unexpected(credentials.error());
     }
-    // The C library's own function has no C linkage in Debian 12's headers.
-    Descriptor pidfd(static_cast<int>(::syscall(SYS_pidfd_open, credentials->pid, 0)));
+    Descriptor pidfd = openPidfd(credentials->pid);
     if (!pidfd) {
         return tl::unexpected(Error::posix(errno));
     }
-    const int fd = pidfd.get();
-    Peer peer(std::move(pidfd), {credentials->pid, credentials->uid, credentials->gid, fd});
-    peer.fromProcessID_ = true;
-    const std::optional<std::uint64_t> start = startTicksOf(credentials->pid);
-    if (!peer.isAlive()) { // so what was read was the text of that very process
-        return unknown(fmt::format("the peer, process {}, has ended", credentials->pid));
+    Peer peer{.process = identityOf(*credentials, std::move(pidfd)), .isFoundByPID = true};
+    const auto folder = peer.process->openFolder();
+    if (!folder) {
+        return ended(credentials->pid);
     }
-    if (!start || *start > latestStart) {
+    if (const auto start = parseStartTime(textOf(folder->get(), "stat"));
+        !start || *start > latestStart) {
         return unknown(fmt::format("process {} is younger than its connection", credentials->pid));
     }
     return peer;
-}
-
-bool Peer::isAlive() const noexcept {
-    pollfd state{pidfd_.get(), POLLIN, 0};
-    int result = 0;
-    do {
-        result = ::poll(&state, 1, 0);
-    } while (result < 0 && errno == EINTR);
-    return result == 0;
 }
 
 } // namespace qv::xpc

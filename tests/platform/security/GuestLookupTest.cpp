@@ -51,24 +51,6 @@ TEST(GuestAttributes, NumbersThatCanBeNoProcessNameNone) {
     EXPECT_EQ(lookUp(services, auditAttribute(token)), kNoProcess);
 }
 
-TEST(GuestPeers, TheLatestLivingRegistrationCounts) {
-    ConnectedPeers peers;
-    std::optional<RegisteredPeer> first = peers.add(ConnectedPeer(7, 1, 1000, 1));
-    std::optional<RegisteredPeer> second = peers.add(ConnectedPeer(7, 2, 1000, 2));
-    const RegisteredPeer other = peers.add(ConnectedPeer(8, 3, 1000, 3));
-    EXPECT_EQ(peers.find(7)->pidfd, 2);
-    RegisteredPeer moved(std::move(*second));
-    second.reset();
-    EXPECT_EQ(peers.find(7)->pidfd, 2);
-    first.reset();
-    EXPECT_EQ(peers.find(7)->pidfd, 2);
-    {
-        const RegisteredPeer last(std::move(moved));
-    }
-    EXPECT_EQ(peers.find(7), nullptr);
-    EXPECT_EQ(peers.find(8)->pidfd, 3);
-}
-
 class GuestLookupLive : public GuestTest {
 protected:
     void SetUp() override {
@@ -139,18 +121,6 @@ TEST_F(GuestLookupLive, AReusedNumberIsNotThePeer) {
     EXPECT_TRUE(judgePeer(*services_, second).isAccepted());
     if (numbered) {
         EXPECT_TRUE(judge(*services_, auditAttribute(tokenOf(second))).isAccepted());
-    }
-}
-
-TEST_F(GuestLookupLive, APeerWhoseDescriptorIsNotItsOwnIsRefused) {
-    const ClientProcess client(ClientProcess::Options::asNobody(program_));
-    const ClientProcess other(ClientProcess::Options::asNobody(program_));
-    for (const auto& [descriptor, status] : {std::pair{other.pidfd(), codesign_status::kNoSuchCode},
-                                             {-1, codesign_status::kErrnoBase + EBADF},
-                                             {STDIN_FILENO, codesign_status::kNoSuchCode}}) {
-        const RegisteredPeer peer =
-            services_->registerPeer(ConnectedPeer(client.pid(), descriptor, kNobody, kNobody));
-        EXPECT_EQ(lookUp(*services_, pidAttribute(client.pid())), status);
     }
 }
 

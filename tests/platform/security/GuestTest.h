@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/security/guest/GuestAttributes.h"
+#include "platform/security/guest/GuestCode.h"
 #include "platform/security/guest/GuestServices.h"
 #include "platform/security/guest/SecCode.h"
 #include "support/ClientProcess.h"
@@ -31,7 +32,7 @@ struct GuestOutcome {
     std::optional<std::int32_t> information = std::nullopt;
     std::uint32_t flags = 0;
     std::optional<std::int32_t> validity = std::nullopt;
-    std::string reason; ///< of the validity check
+    std::string reason = {}; ///< of the validity check
 
     /// The rule of the service: the flags, then the validity.
     [[nodiscard]] bool isAccepted() const {
@@ -41,15 +42,10 @@ struct GuestOutcome {
     }
 };
 
-[[nodiscard]] inline GuestOutcome judge(CodeSigningServices& services, const Value& attributes) {
+[[nodiscard]] inline GuestOutcome judge(CodeSigningServices& services, const SecCode& code) {
     GuestOutcome outcome;
-    std::shared_ptr<const SecCode> code;
-    outcome.lookup = services.copyGuestWithAttributes(attributes, &code);
-    if (outcome.lookup != 0) {
-        return outcome;
-    }
     Value information;
-    outcome.information = code->copySigningInformation(kSecCSDynamicInformation, &information);
+    outcome.information = code.copySigningInformation(kSecCSDynamicInformation, &information);
     if (outcome.information == 0) {
         outcome.flags =
             static_cast<std::uint32_t>(information.find(kSecCodeInfoStatus)->asInteger());
@@ -57,7 +53,7 @@ struct GuestOutcome {
     std::shared_ptr<const Requirement> requirement;
     EXPECT_EQ(services.createRequirementWithString(kTeamRequirement, &requirement), 0);
     Error error;
-    outcome.validity = code->checkValidityWithErrors(requirement.get(), &error);
+    outcome.validity = code.checkValidityWithErrors(requirement.get(), &error);
     if (error) {
         EXPECT_EQ(error.domain(), error_domain::kOSStatus);
         EXPECT_EQ(error.code(), outcome.validity);
@@ -66,11 +62,19 @@ struct GuestOutcome {
     return outcome;
 }
 
+[[nodiscard]] inline GuestOutcome judge(CodeSigningServices& services, const Value& attributes) {
+    std::shared_ptr<const SecCode> code;
+    const std::int32_t status = services.copyGuestWithAttributes(attributes, &code);
+    return status == 0 ? judge(services, *code) : GuestOutcome{.lookup = status};
+}
+
 /// Judges a client as a connection layer would: as the peer that connected.
 [[nodiscard]] inline GuestOutcome judgePeer(GuestServices& services, const ClientProcess& client) {
-    const RegisteredPeer peer = services.registerPeer(ConnectedPeer(
-        client.pid(), client.pidfd(), client.connectedUser(), client.connectedGroup()));
-    return judge(services, pidAttribute(client.pid()));
+    const GuestServices::Answer answer = services.lookUp(client.identity());
+    if (const auto* refusal = std::get_if<Error>(&answer)) {
+        return {.lookup = static_cast<std::int32_t>(refusal->code())};
+    }
+    return judge(services, *std::get<std::shared_ptr<const GuestCode>>(answer));
 }
 
 /// Names a client for good.

@@ -1,7 +1,6 @@
-#include "platform/security/guest/ProcessText.h"
+#include "platform/foundation/os/ProcessText.h"
 
 #include "platform/foundation/os/Descriptor.h"
-#include "platform/security/requirement/CodeSigningStatus.h"
 #include "support/TemporaryDirectory.h"
 
 #include <gmock/gmock.h>
@@ -29,13 +28,8 @@ std::string with(std::string_view text, std::string_view old, std::string_view r
     return result.replace(result.find(old), old.size(), replacement);
 }
 
-template <typename T> std::string reasonOf(const tl::expected<T, Error>& result) {
-    if (result) {
-        return "(accepted)";
-    }
-    EXPECT_EQ(result.error().code(), codesign_status::kInternalError);
-    const Value userInfo = result.error().userInfo();
-    return std::string(userInfo.find(error_key::kDebugDescription)->asString());
+template <typename T> std::string reasonOf(const tl::expected<T, std::string>& result) {
+    return result ? "(accepted)" : result.error();
 }
 
 TEST(ProcessTextMaps, KeepsWhatIsExecutableWhateverItIsCalled) {
@@ -117,16 +111,18 @@ TEST(ProcessTextStatus, NoProcessNameAddsOrHidesAField) {
               "status, line 7: the line is cut off");
 }
 
-TEST(ProcessTextDescriptors, TellsMountAndProcess) {
-    auto info = parseDescriptorInfo("pos:\t0\nflags:\t02000002\nmnt_id:\t27\nino:\t18\n");
-    ASSERT_TRUE(info);
-    EXPECT_EQ(info->mount, 27U);
-    EXPECT_EQ(info->process, std::nullopt);
-    info = parseDescriptorInfo("mnt_id:\t15\nPid:\t-1\nNSpid:\t-1\n");
-    ASSERT_TRUE(info);
-    EXPECT_EQ(info->process, -1);
-    EXPECT_EQ(reasonOf(parseDescriptorInfo("Pid:\t99999999999999\n")),
+TEST(ProcessTextDescriptors, TellsTheProcessOfAPidfd) {
+    EXPECT_EQ(parsePidfdInfo("mnt_id:\t15\nPid:\t-1\nNSpid:\t-1\n"), -1);
+    EXPECT_EQ(reasonOf(parsePidfdInfo("pos:\t0\nmnt_id:\t27\n")),
+              "fdinfo, line 2: there is no Pid");
+    EXPECT_EQ(reasonOf(parsePidfdInfo("Pid:\t99999999999999\n")),
               "fdinfo, line 1: Pid does not read");
+}
+
+TEST(ProcessTextStat, FindsTheStartBehindAnyName) {
+    const std::string fields = " S 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 4711 20\n";
+    EXPECT_EQ(parseStartTime("7 (a) S 1 2) (b)" + fields), 4711U);
+    EXPECT_EQ(reasonOf(parseStartTime("7 (a) S 1")), "stat, line 1: the start time does not read");
 }
 
 TEST(ProcessTextMounts, FindsTheTypeBehindAnyNumberOfTags) {
@@ -161,7 +157,7 @@ TEST(ProcessTextKernel, ReadsTheFilesOfAHostilelyNamedProcess) {
     ASSERT_NE(mapped, MAP_FAILED);
     const auto mappings = parseExecutableMappings(test::contentOf("/proc/self/maps"));
     ::munmap(mapped, 4096);
-    ASSERT_TRUE(mappings) << mappings.error().description();
+    ASSERT_TRUE(mappings) << mappings.error();
     EXPECT_THAT(*mappings, testing::Contains(Field(&ExecutableMapping::start,
                                                    reinterpret_cast<std::uintptr_t>(mapped))));
     EXPECT_THAT(*mappings,
@@ -172,7 +168,7 @@ TEST(ProcessTextKernel, ReadsTheFilesOfAHostilelyNamedProcess) {
     ASSERT_EQ(::prctl(PR_SET_NAME, "x\nUid:\t0\t0\t0"), 0);
     const auto status = parseProcessStatus(test::contentOf("/proc/thread-self/status"));
     ASSERT_EQ(::prctl(PR_SET_NAME, name.data()), 0);
-    ASSERT_TRUE(status) << status.error().description();
+    ASSERT_TRUE(status) << status.error();
     EXPECT_EQ(status->effectiveUser, ::geteuid());
     EXPECT_EQ(status->effectiveGroup, ::getegid());
 }

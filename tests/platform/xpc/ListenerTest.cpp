@@ -140,7 +140,7 @@ TEST(Listener, BoundsTheTimeSpentOnStrangersOfOneUser) {
     Limits limits;
     limits.strangers = 0ms; // used up by the first
     ServiceThread service({.limits = limits, .onConnection = [&](auto&, const auto& connection) {
-                               ++seen[connection->peer().uid];
+                               ++seen[connection->peer()->user()];
                                connection->cancel();
                            }});
     const std::filesystem::path socket = service.path();

@@ -106,18 +106,18 @@ TEST(Peer, NamesTheProcessThatConnectedOrFails) {
             return static_cast<int>(client.receive(1).size());
         });
         const Descriptor socket(::accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
-        for (const auto& peer : {Peer::ofSocket(socket.get()), Peer::ofProcess(socket.get())}) {
+        for (const auto& peer : {peerOf(socket.get()), peerByPID(socket.get())}) {
             ASSERT_TRUE(peer);
-            EXPECT_EQ(peer->credentials().pid, child.pid());
-            EXPECT_EQ(peer->credentials().uid, ::geteuid());
-            EXPECT_EQ(peer->credentials().gid, ::getegid());
-            EXPECT_TRUE(peer->isAlive());
-            EXPECT_NE(::fcntl(peer->credentials().pidfd, F_GETFD) & FD_CLOEXEC, 0);
+            EXPECT_EQ(peer->process->pid(), child.pid());
+            EXPECT_EQ(peer->process->user(), ::geteuid());
+            EXPECT_EQ(peer->process->credentials()->group, ::getegid());
+            EXPECT_FALSE(peer->process->hasEnded());
+            EXPECT_NE(::fcntl(peer->process->pidfd(), F_GETFD) & FD_CLOEXEC, 0);
         }
-        const auto peer = Peer::ofSocket(socket.get());
+        const auto peer = peerOf(socket.get());
         child.kill();
         child.wait();
-        EXPECT_FALSE(peer->isAlive());
+        EXPECT_TRUE(peer->process->hasEnded());
     }
     ChildProcess gone([&] {
         const RawClient client(path);
@@ -125,10 +125,10 @@ TEST(Peer, NamesTheProcessThatConnectedOrFails) {
     });
     gone.wait();
     const Descriptor socket(::accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
-    EXPECT_FALSE(Peer::ofSocket(socket.get()));
-    EXPECT_FALSE(Peer::ofProcess(socket.get()));
+    EXPECT_FALSE(peerOf(socket.get()));
+    EXPECT_FALSE(peerByPID(socket.get()));
     const Descriptor noSocket(::open("/dev/null", O_RDONLY | O_CLOEXEC));
-    EXPECT_FALSE(Peer::ofSocket(noSocket.get()));
+    EXPECT_FALSE(peerOf(noSocket.get()));
 }
 
 } // namespace

@@ -10,7 +10,7 @@ namespace qv {
 CodeExaminer::CodeExaminer(std::string anchorsFolder, uid_t anchorOwner, ExaminationCache cache)
     : anchors_(std::move(anchorsFolder), anchorOwner), cache_(std::move(cache)) {}
 
-CodeExaminer::Code CodeExaminer::examine(int fd, Deadline deadline) {
+CodeExaminer::Examined CodeExaminer::examine(int fd, Deadline deadline) {
     const Anchors anchors = anchors_.current();
     cache_.useAnchors(*anchors);
     const auto file = FileKey::of(fd);
@@ -24,17 +24,16 @@ CodeExaminer::Code CodeExaminer::examine(int fd, Deadline deadline) {
     return judge(fd, *file, anchors, deadline);
 }
 
-CodeExaminer::Code CodeExaminer::judge(int fd, const FileKey& file, const Anchors& anchors,
-                                       Deadline deadline) {
+CodeExaminer::Examined CodeExaminer::judge(int fd, const FileKey& file, const Anchors& anchors,
+                                           Deadline deadline) {
     auto code = std::make_shared<const StaticCode>(
         StaticCode::examine(fd, {.anchors = *anchors, .deadline = deadline}));
     remember(file, code);
     return code;
 }
 
-CodeExaminer::Code DeferringExaminer::judge(int fd, const FileKey& file, const Anchors& anchors,
-                                            Deadline /*deadline*/) {
-    program_.reset();
+CodeExaminer::Examined DeferringExaminer::judge(int fd, const FileKey& file, const Anchors& anchors,
+                                                Deadline /*deadline*/) {
     const auto provided = std::exchange(provided_, std::nullopt);
     if (provided && provided->file == file && provided->anchors == anchors->fingerprint()) {
         remember(file, provided->code);
@@ -49,15 +48,10 @@ CodeExaminer::Code DeferringExaminer::judge(int fd, const FileKey& file, const A
     if (!own) {
         return std::make_shared<const StaticCode>(StaticCode::unreadable(errno));
     }
-    program_.emplace(Program{.fd = std::move(own), .file = file, .anchors = anchors});
-    return nullptr;
+    return UnjudgedProgram{.fd = std::move(own), .file = file, .anchors = anchors};
 }
 
-std::optional<DeferringExaminer::Program> DeferringExaminer::takeProgram() {
-    return std::exchange(program_, std::nullopt);
-}
-
-void DeferringExaminer::provide(const Program& program, StaticCode code) {
+void DeferringExaminer::provide(const UnjudgedProgram& program, StaticCode code) {
     provided_ = Judgement{.file = program.file,
                           .anchors = program.anchors->fingerprint(),
                           .code = std::make_shared<const StaticCode>(std::move(code))};

@@ -9,8 +9,16 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <variant>
 
 namespace qv {
+
+/// A program that another process has yet to judge, and the anchors that it is judged under.
+struct UnjudgedProgram {
+    Descriptor fd;
+    FileKey file;
+    std::shared_ptr<const AnchorSet> anchors;
+};
 
 /// Judges programs on disk under the anchors as they are at the moment, in this process, and
 /// remembers the good ones. For one thread.
@@ -27,9 +35,10 @@ public:
     CodeExaminer& operator=(CodeExaminer&&) = delete;
     virtual ~CodeExaminer() = default;
 
-    /// The program behind a descriptor that is open for reading. Null: somebody else has yet to
-    /// judge it, which only a DeferringExaminer answers.
-    [[nodiscard]] std::shared_ptr<const StaticCode> examine(int fd, Deadline deadline);
+    /// The judgement (never null), or the program if another process has yet to judge it.
+    using Examined = std::variant<std::shared_ptr<const StaticCode>, UnjudgedProgram>;
+    /// The program behind a descriptor that is open for reading.
+    [[nodiscard]] Examined examine(int fd, Deadline deadline);
 
     /// Why nobody is trusted at present; empty when somebody is.
     [[nodiscard]] std::string anchorsReason() const { return anchors_.reason(); }
@@ -39,7 +48,7 @@ protected:
     using Anchors = std::shared_ptr<const AnchorSet>;
 
     /// A program that is not remembered.
-    virtual Code judge(int fd, const FileKey& file, const Anchors& anchors, Deadline deadline);
+    virtual Examined judge(int fd, const FileKey& file, const Anchors& anchors, Deadline deadline);
     void remember(const FileKey& file, const Code& code) { cache_.add(file, code); }
 
 private:
@@ -53,23 +62,14 @@ class DeferringExaminer final : public CodeExaminer {
 public:
     using CodeExaminer::CodeExaminer;
 
-    /// A program that was asked about in vain, and under which anchors it is to be judged.
-    struct Program {
-        Descriptor fd;
-        FileKey file;
-        std::shared_ptr<const AnchorSet> anchors;
-    };
-    /// The one that the last examination had no answer to; none when it had one.
-    [[nodiscard]] std::optional<Program> takeProgram();
     /// The answer for the next examination, if that is of the very same, unchanged file under the
     /// same anchors.
-    void provide(const Program& program, StaticCode code);
+    void provide(const UnjudgedProgram& program, StaticCode code);
 
 protected:
-    Code judge(int fd, const FileKey& file, const Anchors& anchors, Deadline deadline) override;
+    Examined judge(int fd, const FileKey& file, const Anchors& anchors, Deadline deadline) override;
 
 private:
-    std::optional<Program> program_;
     struct Judgement {
         FileKey file;
         AnchorSet::Digest anchors;

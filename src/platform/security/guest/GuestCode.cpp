@@ -1,6 +1,5 @@
 #include "platform/security/guest/GuestCode.h"
 
-#include "platform/foundation/values/Weakness.h"
 #include "platform/security/guest/GuestReport.h"
 #include "platform/security/requirement/CodeSigningError.h"
 #include "platform/security/requirement/CodeSigningStatus.h"
@@ -20,7 +19,7 @@ GuestCode::GuestCode(std::shared_ptr<ProcessFileSystem> system, GuestRecord reco
     : system_(std::move(system)), record_(std::move(record)), verdict_(std::move(verdict)) {}
 
 Error GuestCode::checkStillRunning() const {
-    const auto ended = system_->hasEnded(record_.handles.process.get());
+    const auto ended = system_->hasEnded(record_.handles.process->pidfd());
     if (!ended) {
         return codeSigningSystemError("pidfd", ended.error());
     }
@@ -43,13 +42,14 @@ Error GuestCode::checkStillRunning() const {
 }
 
 bool GuestCode::isUnchanged() const {
-    if (checkStillRunning() && !isWeakened(Weakness::image)) {
-        return false;
-    }
+    const bool stillRuns = !checkStillRunning();
+    return stillRuns && showsSameExecutable();
+}
+
+bool GuestCode::showsSameExecutable() const {
     const auto shown = system_->fileAt(record_.handles.directory.get(), "exe");
-    return (shown && shown->mount == record_.executableMount &&
-            isSameFile(shown->status, record_.observation.executable)) ||
-           isWeakened(Weakness::executable);
+    return shown && shown->mount == record_.executableMount &&
+           isSameFile(shown->status, record_.observation.executable);
 }
 
 std::int32_t GuestCode::copySigningInformation(std::uint32_t flags, Value* information) const {

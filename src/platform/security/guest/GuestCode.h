@@ -31,6 +31,7 @@ public:
 
 private:
     [[nodiscard]] Error judge(const Requirement* requirement) const;
+    [[nodiscard]] bool showsSameExecutable() const;
 
     std::shared_ptr<ProcessFileSystem> system_;
     GuestRecord record_;

@@ -1,7 +1,6 @@
 #include "platform/security/guest/GuestFlags.h"
 
 #include "platform/foundation/log/Log.h"
-#include "platform/foundation/values/Weakness.h"
 #include "platform/security/signature/CertificateRules.h"
 
 #include <fmt/format.h>
@@ -55,7 +54,7 @@ Lacks missingForMappings(const GuestObservation& seen) {
         return {{.why = "nothing executable is mapped", .remedy = {}}};
     }
     for (const MappedCode& code : seen.mappings) {
-        if (auto lack = missingForMapping(code); lack && !isWeakened(Weakness::mappings)) {
+        if (auto lack = missingForMapping(code)) {
             return {std::move(*lack)};
         }
     }
@@ -63,7 +62,7 @@ Lacks missingForMappings(const GuestObservation& seen) {
 }
 
 Lacks missingForNoTracer(const GuestObservation& seen) {
-    return seen.status.tracer == 0 || isWeakened(Weakness::tracer)
+    return seen.status.tracer == 0
                ? Lacks()
                : Lacks{{.why = fmt::format("process {} traces it", seen.status.tracer),
                         .remedy = "start it without a tracer (debugger, strace)"}};
@@ -72,7 +71,7 @@ Lacks missingForNoTracer(const GuestObservation& seen) {
 // What is not installed as a client is dumpable because of that, not of something that it does.
 Lacks missingForDumpable(const GuestObservation& seen, const Lacks& mark) {
     const bool installed = std::ranges::all_of(mark, &Lack::unseen);
-    if (!installed || !seen.dumpableKnown || !seen.dumpable || isWeakened(Weakness::dumpable)) {
+    if (!installed || !seen.dumpableKnown || !seen.dumpable) {
         return {};
     }
     return {{.why = "the process is dumpable: its user may trace it",
@@ -86,7 +85,7 @@ Lacks missingForNoFilter(const GuestObservation& seen) {
         return {{.why = "the kernel does not tell whether its system calls are filtered",
                  .remedy = {}}};
     }
-    return *seen.status.seccomp == 0 || isWeakened(Weakness::seccompFilter)
+    return *seen.status.seccomp == 0
                ? Lacks()
                : Lacks{
                      {.why = "its system calls are filtered (seccomp)",
@@ -121,7 +120,7 @@ ImageVerdict judgeImage(const GuestObservation& seen, const SignatureFacts& sign
         return invalid("nothing of the executable is mapped to be executed",
                        "start the signed program itself, not through a loader");
     }
-    if (seen.executable.st_nlink == 0 && !isWeakened(Weakness::linkCount)) {
+    if (seen.executable.st_nlink == 0) {
         return {.status = codesign_status::kStaticCodeChanged,
                 .lacks = {{.why = "the executable has been deleted or replaced",
                            .remedy = "start it again"}}};

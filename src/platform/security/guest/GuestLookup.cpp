@@ -1,7 +1,6 @@
 #include "platform/security/guest/GuestLookup.h"
 
 #include "platform/foundation/log/Log.h"
-#include "platform/foundation/values/Weakness.h"
 #include "platform/security/guest/AllowedFileSystems.h"
 #include "platform/security/guest/LaunchMarkCheck.h"
 #include "platform/security/requirement/CodeSigningError.h"
@@ -46,18 +45,29 @@ GuestLookup::GuestLookup(ProcessFileSystem& system, const CodeSigningConfigurati
       deadline_(std::chrono::steady_clock::now() + configuration.lookupTime),
       reader_(system, deadline_) {}
 
-tl::expected<GuestRecord, Error> GuestLookup::run(const GuestSelector& selector,
-                                                  const ConnectedPeer* peer) {
+tl::expected<GuestLookup::Found, Error> GuestLookup::run(const GuestSelector& selector) {
+    auto process = processNamed(selector);
+    if (!process) {
+        return tl::unexpected(std::move(process.error()));
+    }
+    return run(std::move(*process));
+}
+
+tl::expected<GuestLookup::Found, Error> GuestLookup::run(ProcessIdentity::Shared process) {
     static constexpr std::array kSteps{
-        &GuestLookup::bindProcess,           &GuestLookup::openImage,
-        &GuestLookup::compareUserNamespaces, &GuestLookup::openExecutable,
-        &GuestLookup::recogniseUnsigned,     &GuestLookup::readStatus,
-        &GuestLookup::readMappings,          &GuestLookup::examineSignature,
+        &GuestLookup::openFolder,
+        &GuestLookup::openImage,
+        &GuestLookup::compareUserNamespaces,
+        &GuestLookup::openExecutable,
+        &GuestLookup::recogniseUnsigned,
+        &GuestLookup::readStatus,
+        &GuestLookup::readMappings,
+        &GuestLookup::examineSignature,
         &GuestLookup::compareAgain,
     };
-    selector_ = selector;
-    peer_ = peer;
-    observation_.process = selector.process;
+    handles_.process = std::move(process);
+    observation_.process = handles_.process->pid();
+    observation_.peer = peer();
     for (const auto step : kSteps) {
         Error failure = reader_.overdue();
         if (!failure) {
@@ -66,6 +76,9 @@ tl::expected<GuestRecord, Error> GuestLookup::run(const GuestSelector& selector,
         if (failure) {
             // Whatever a process that goes away looks like, it has gone away.
             return tl::unexpected(hasEnded() ? noSuchProcess() : std::move(failure));
+        }
+        if (unjudged_) {
+            return std::move(*unjudged_);
         }
         if (isComplete_) {
             break;
@@ -77,44 +90,38 @@ tl::expected<GuestRecord, Error> GuestLookup::run(const GuestSelector& selector,
                        .code = std::move(code_)};
 }
 
-Error GuestLookup::bindProcess() {
-    if (selector_.process <= 0) {
-        return noSuchProcess();
+tl::expected<ProcessIdentity::Shared, Error>
+GuestLookup::processNamed(const GuestSelector& selector) {
+    if (selector.process <= 0) {
+        return tl::unexpected(noSuchProcess());
     }
-    auto& system = reader_.system();
-    auto process =
-        peer_ != nullptr ? system.duplicate(peer_->pidfd) : system.openProcess(selector_.process);
-    if (!process) {
-        // A thread has a number, too, but is no process: the kernel says one or the other.
+    auto pidfd = reader_.system().openProcess(selector.process);
+    if (!pidfd) {
+        // A thread has a number, too, but is not a process: the kernel says one or the other.
         const bool none =
-            peer_ == nullptr &&
-            (process.error() == ESRCH || process.error() == EINVAL || process.error() == ENOENT);
-        return none ? noSuchProcess() : codeSigningSystemError("pidfd", process.error());
+            pidfd.error() == ESRCH || pidfd.error() == EINVAL || pidfd.error() == ENOENT;
+        return tl::unexpected(none ? noSuchProcess()
+                                   : codeSigningSystemError("pidfd", pidfd.error()));
     }
-    const auto info = reader_.descriptorInfo(process->get());
-    if (!info) {
-        return info.error();
+    if (selector.inode) {
+        if (Error mismatch = checkToken(pidfd->get(), *selector.inode)) {
+            return tl::unexpected(std::move(mismatch));
+        }
     }
-    if (info->process != selector_.process) {
-        return info->process == -1
-                   ? noSuchProcess()
-                   : noSuchCode(fmt::format("the descriptor stands for process {}, not {}",
-                                            info->process.value_or(0), selector_.process));
-    }
-    handles_.process = std::move(*process);
-    if (peer_ != nullptr) {
-        observation_.peer = PeerCredentials{.user = peer_->uid, .group = peer_->gid};
-    }
-    if (Error mismatch = checkToken()) {
-        return mismatch;
+    return std::make_shared<const ProcessIdentity>(selector.process, std::move(*pidfd));
+}
+
+Error GuestLookup::openFolder() {
+    if (Error ended = requireAlive()) {
+        return ended;
     }
     if (lacksMarkForGood()) {
         code_ = std::make_shared<const StaticCode>(StaticCode::unreadable(EACCES));
         isComplete_ = true;
-        return requireAlive();
+        return {};
     }
-    auto directory =
-        reader_.openAt(AT_FDCWD, fmt::format("/proc/{}", selector_.process), O_PATH | O_DIRECTORY);
+    auto directory = reader_.openAt(AT_FDCWD, fmt::format("/proc/{}", handles_.process->pid()),
+                                    O_PATH | O_DIRECTORY);
     if (!directory) {
         return directory.error();
     }
@@ -127,38 +134,31 @@ Error GuestLookup::bindProcess() {
 // look at the process. Such a look is its user's to delay: the kernel opens some files of a process
 // only when that is not about to execute another program, which can take for ever.
 bool GuestLookup::lacksMarkForGood() const {
-    return peer_ != nullptr && !configuration_.developmentAnchors &&
-           !connectedWithMark(*observation_.peer, configuration_.clientGroup);
+    return peer() && !configuration_.developmentAnchors &&
+           !connectedWithMark(*peer(), configuration_.clientGroup);
 }
 
-Error GuestLookup::checkToken() {
-    if (!selector_.inode) {
-        return {};
-    }
-    const auto magic = reader_.system().fileSystemMagic(handles_.process.get());
+Error GuestLookup::checkToken(int pidfd, std::uint64_t inode) {
+    const auto magic = reader_.system().fileSystemMagic(pidfd);
     if (!magic) {
         return codeSigningSystemError("pidfd", magic.error());
     }
     if (*magic != kPidFsMagic) { // before, all pidfds share one inode: it would fit every process
         return noSuchCode("this kernel does not number processes for good");
     }
-    const auto status = reader_.status(handles_.process.get(), "pidfd");
+    const auto status = reader_.status(pidfd, "pidfd");
     if (!status) {
         return status.error();
     }
-    return status->st_ino == *selector_.inode ? Error()
-                                              : noSuchCode("the audit token is of another process");
+    return status->st_ino == inode ? Error() : noSuchCode("the audit token is of another process");
 }
 
 bool GuestLookup::hasEnded() {
-    if (!handles_.process) {
-        return false;
-    }
-    return reader_.system().hasEnded(handles_.process.get()).value_or(false);
+    return reader_.system().hasEnded(handles_.process->pidfd()).value_or(false);
 }
 
 Error GuestLookup::requireAlive() {
-    const auto ended = reader_.system().hasEnded(handles_.process.get());
+    const auto ended = reader_.system().hasEnded(handles_.process->pidfd());
     if (!ended) {
         return codeSigningSystemError("pidfd", ended.error());
     }
@@ -184,14 +184,12 @@ Error GuestLookup::compareUserNamespaces() {
     if (!theirs) {
         return theirs.error();
     }
-    return isSameFile(*ours, *theirs) || isWeakened(Weakness::userNamespace)
-               ? Error()
-               : noSuchCode("the process is in another user namespace");
+    return isSameFile(*ours, *theirs) ? Error()
+                                      : noSuchCode("the process is in another user namespace");
 }
 
 bool GuestLookup::isAllowed(const MountedFileSystem& fileSystem) const {
-    return isAllowedFileSystem(fileSystem.type, configuration_.allowTemporaryFileSystems) ||
-           isWeakened(Weakness::fileSystem);
+    return isAllowedFileSystem(fileSystem.type, configuration_.allowTemporaryFileSystems);
 }
 
 Error GuestLookup::openExecutable() {
@@ -240,7 +238,7 @@ Error GuestLookup::openExecutable() {
 // Of a program that is not signed no flag can be set, so that no other fact about its process
 // matters to a service that such programs knock at; people who ask get them all.
 Error GuestLookup::recogniseUnsigned() {
-    if (peer_ == nullptr ||
+    if (!peer() ||
         SignatureTrailer::isPresent(executable_.get(), observation_.executable.st_size)) {
         return {};
     }
@@ -258,7 +256,7 @@ Error GuestLookup::readStatus() {
     if (!text) {
         return text.error();
     }
-    const auto status = parseProcessStatus(*text);
+    const auto status = understood(parseProcessStatus(*text));
     if (!status) {
         return status.error();
     }
@@ -284,7 +282,7 @@ Error GuestLookup::readMappings() {
     if (!text) {
         return text.error();
     }
-    const auto mappings = parseExecutableMappings(*text);
+    const auto mappings = understood(parseExecutableMappings(*text));
     maps_ = std::move(*text);
     if (!mappings) {
         return mappings.error();
@@ -340,10 +338,12 @@ tl::expected<MappedCode, Error> GuestLookup::classify(const ExecutableMapping& m
 }
 
 Error GuestLookup::examineSignature() {
-    code_ = examiner_.examine(executable_.get(), deadline_);
-    if (!code_) {
-        return codeSigningSystemError("the program is being examined", EINPROGRESS);
+    auto examined = examiner_.examine(executable_.get(), deadline_);
+    if (auto* program = std::get_if<UnjudgedProgram>(&examined)) {
+        unjudged_ = std::move(*program);
+        return {};
     }
+    code_ = std::get<std::shared_ptr<const StaticCode>>(std::move(examined));
     return code_->status() == codesign_status::kCancelled
                ? codeSigningError(codesign_status::kCancelled, code_->reason())
                : Error();
@@ -377,7 +377,7 @@ tl::expected<bool, Error> GuestLookup::isMappedAsBefore(int maps) {
     if (*text == maps_) {
         return true;
     }
-    return parseExecutableMappings(*text).map([this](const auto& mappings) {
+    return understood(parseExecutableMappings(*text)).map([this](const auto& mappings) {
         return std::ranges::equal(mappings, observation_.mappings, {}, {}, &MappedCode::mapping);
     });
 }

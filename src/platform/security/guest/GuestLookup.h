@@ -1,11 +1,11 @@
 #pragma once
 
 #include "platform/foundation/os/Descriptor.h"
+#include "platform/foundation/os/ProcessIdentity.h"
 #include "platform/security/examination/CodeExaminer.h"
 #include "platform/security/guest/GuestAttributes.h"
 #include "platform/security/guest/GuestConfiguration.h"
 #include "platform/security/guest/GuestObservation.h"
-#include "platform/security/guest/GuestPeers.h"
 #include "platform/security/guest/ProcessReader.h"
 #include "platform/security/signature/StaticCode.h"
 
@@ -13,15 +13,17 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <variant>
 #include <vector>
 
 namespace qv {
 
 /// The descriptors that bind a look-up to one image of one process.
 struct GuestHandles {
-    Descriptor process; ///< pidfd
+    ProcessIdentity::Shared process;
     // None of these of a peer that was turned away by its credentials:
     Descriptor directory; ///< of the process in procfs; answers ESRCH once the process is gone
     Descriptor image; ///< its `maps`: reads nothing once the process has executed something else
@@ -42,13 +44,18 @@ public:
     GuestLookup(ProcessFileSystem& system, const CodeSigningConfiguration& configuration,
                 CodeExaminer& examiner);
 
-    /// Errors are those of codeSigningError: a status and the reason in words; kErrnoBase +
-    /// EINPROGRESS while the examiner has yet to learn what the program is worth.
-    tl::expected<GuestRecord, Error> run(const GuestSelector& selector, const ConnectedPeer* peer);
+    /// What was found, or the program if it has to be judged first.
+    using Found = std::variant<GuestRecord, UnjudgedProgram>;
+    /// Looks at the process that the selector names now. Errors are those of codeSigningError: a
+    /// status and the reason in words.
+    tl::expected<Found, Error> run(const GuestSelector& selector);
+    /// The same for a process that is held. One with credentials is looked at as the peer of a
+    /// connection.
+    tl::expected<Found, Error> run(ProcessIdentity::Shared process);
 
 private:
     // The steps, in their order; each gives success or why there is no guest.
-    Error bindProcess();
+    Error openFolder();
     Error openImage();
     Error compareUserNamespaces();
     Error openExecutable();
@@ -58,7 +65,11 @@ private:
     Error examineSignature();
     Error compareAgain();
 
-    Error checkToken();
+    tl::expected<ProcessIdentity::Shared, Error> processNamed(const GuestSelector& selector);
+    Error checkToken(int pidfd, std::uint64_t inode);
+    [[nodiscard]] const std::optional<PeerCredentials>& peer() const noexcept {
+        return handles_.process->credentials();
+    }
     [[nodiscard]] bool lacksMarkForGood() const;
     Error requireAlive();
     [[nodiscard]] bool hasEnded();
@@ -73,8 +84,6 @@ private:
     CodeExaminer& examiner_;
     CodeExaminer::Deadline deadline_;
     ProcessReader reader_;
-    GuestSelector selector_;
-    const ConnectedPeer* peer_ = nullptr;
     GuestHandles handles_;
     GuestObservation observation_;
     Descriptor executable_;
@@ -82,6 +91,7 @@ private:
     std::string maps_; // as first read
     bool isComplete_ = false;
     std::shared_ptr<const StaticCode> code_; // once it has been examined
+    std::optional<UnjudgedProgram> unjudged_;
 };
 
 } // namespace qv

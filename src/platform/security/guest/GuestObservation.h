@@ -1,6 +1,7 @@
 #pragma once
 
-#include "platform/security/guest/ProcessText.h"
+#include "platform/foundation/os/ProcessIdentity.h"
+#include "platform/foundation/os/ProcessText.h"
 
 #include <cstdint>
 #include <optional>
@@ -27,11 +28,6 @@ struct MappedCode {
 [[nodiscard]] inline bool isSameFile(const struct stat& left, const struct stat& right) noexcept {
     return left.st_dev == right.st_dev && left.st_ino == right.st_ino;
 }
-
-struct PeerCredentials {
-    uid_t user = 0;
-    gid_t group = 0;
-};
 
 /// What the kernel showed of a living process in one look-up. Facts only; GuestFlags judges them.
 struct GuestObservation {

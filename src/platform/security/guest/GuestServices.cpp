@@ -1,13 +1,14 @@
 #include "platform/security/guest/GuestServices.h"
 
-#include "platform/security/examination/CodeExaminer.h"
 #include "platform/security/guest/GuestAttributes.h"
 #include "platform/security/guest/GuestCode.h"
 #include "platform/security/guest/GuestFlags.h"
 #include "platform/security/guest/GuestLookup.h"
+#include "platform/security/requirement/CodeSigningError.h"
 #include "platform/security/requirement/CodeSigningStatus.h"
 #include "platform/security/requirement/Requirement.h"
 
+#include <cerrno>
 #include <utility>
 
 namespace qv {
@@ -28,20 +29,37 @@ GuestServices::GuestServices(CodeSigningConfiguration configuration, CodeExamine
 
 GuestServices::~GuestServices() = default;
 
+std::shared_ptr<const GuestCode> GuestServices::judged(GuestRecord record) const {
+    GuestVerdict verdict =
+        judgeGuest(record.observation, signatureFacts(*record.code), configuration_);
+    return std::make_shared<const GuestCode>(system_, std::move(record), std::move(verdict));
+}
+
+GuestServices::Answer GuestServices::lookUp(const ProcessIdentity::Shared& process) {
+    auto found = GuestLookup(*system_, configuration_, *examiner_).run(process);
+    if (!found) {
+        return std::move(found.error());
+    }
+    if (auto* program = std::get_if<UnjudgedProgram>(&*found)) {
+        return std::move(*program);
+    }
+    return judged(std::get<GuestRecord>(std::move(*found)));
+}
+
 tl::expected<std::shared_ptr<const GuestCode>, Error>
 GuestServices::lookUp(const Value& attributes) {
     const auto selector = selectGuest(attributes);
     if (!selector) {
         return tl::unexpected(selector.error());
     }
-    GuestLookup lookup(*system_, configuration_, *examiner_);
-    auto record = lookup.run(*selector, peers_.find(selector->process));
-    if (!record) {
-        return tl::unexpected(std::move(record.error()));
+    auto found = GuestLookup(*system_, configuration_, *examiner_).run(*selector);
+    if (!found) {
+        return tl::unexpected(std::move(found.error()));
     }
-    GuestVerdict verdict =
-        judgeGuest(record->observation, signatureFacts(*record->code), configuration_);
-    return std::make_shared<const GuestCode>(system_, std::move(*record), std::move(verdict));
+    if (std::holds_alternative<UnjudgedProgram>(*found)) {
+        return tl::unexpected(codeSigningSystemError("the program was not examined", EINPROGRESS));
+    }
+    return judged(std::get<GuestRecord>(std::move(*found)));
 }
 
 std::int32_t GuestServices::copyGuestWithAttributes(const Value& attributes,
@@ -74,7 +92,10 @@ GuestServices::createRequirementWithString(std::string_view text,
 std::string GuestServices::anchorsReason() const { return examiner_->anchorsReason(); }
 
 std::shared_ptr<const StaticCode> GuestServices::examine(int fd) const {
-    return examiner_->examine(fd, std::chrono::steady_clock::now() + configuration_.lookupTime);
+    auto examined =
+        examiner_->examine(fd, std::chrono::steady_clock::now() + configuration_.lookupTime);
+    auto* code = std::get_if<std::shared_ptr<const StaticCode>>(&examined);
+    return code == nullptr ? nullptr : std::move(*code);
 }
 
 } // namespace qv

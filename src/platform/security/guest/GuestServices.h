@@ -1,7 +1,8 @@
 #pragma once
 
+#include "platform/foundation/os/ProcessIdentity.h"
+#include "platform/security/examination/CodeExaminer.h"
 #include "platform/security/guest/GuestConfiguration.h"
-#include "platform/security/guest/GuestPeers.h"
 #include "platform/security/guest/SecCode.h"
 
 #include <tl/expected.hpp>
@@ -9,11 +10,12 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <variant>
 
 namespace qv {
 
-class CodeExaminer;
 class GuestCode;
+struct GuestRecord;
 class ProcessFileSystem;
 class StaticCode;
 
@@ -34,13 +36,8 @@ public:
     GuestServices& operator=(GuestServices&&) = delete;
     ~GuestServices() override;
 
-    /// From now until the registration ends, look-ups of this number mean this peer.
-    [[nodiscard]] RegisteredPeer registerPeer(const ConnectedPeer& peer) {
-        return peers_.add(peer);
-    }
-
-    /// A process that is not registered is found all the same, but never counts as marked at
-    /// launch, and so never as hard, killed on invalidation, or hardened.
+    /// A process that is looked up by its attributes never counts as marked at launch, and so never
+    /// as hard, killed on invalidation, or hardened.
     std::int32_t copyGuestWithAttributes(const Value& attributes,
                                          std::shared_ptr<const SecCode>* code) override;
 
@@ -51,6 +48,12 @@ public:
     /// The same as copyGuestWithAttributes, for those who show the reason or the findings.
     tl::expected<std::shared_ptr<const GuestCode>, Error> lookUp(const Value& attributes);
 
+    /// The program of a process, the reason why there is none, or the program's file if the
+    /// examiner has to judge that first.
+    using Answer = std::variant<std::shared_ptr<const GuestCode>, Error, UnjudgedProgram>;
+    /// The peer of a connection; a process without credentials is looked up as by its attributes.
+    Answer lookUp(const ProcessIdentity::Shared& process);
+
     /// The signature of a program on disk, by a descriptor open for reading.
     [[nodiscard]] std::shared_ptr<const StaticCode> examine(int fd) const;
 
@@ -58,11 +61,12 @@ public:
     [[nodiscard]] std::string anchorsReason() const;
 
 private:
+    [[nodiscard]] std::shared_ptr<const GuestCode> judged(GuestRecord record) const;
+
     CodeSigningConfiguration configuration_;
     std::shared_ptr<ProcessFileSystem> system_;
     std::unique_ptr<CodeExaminer> ownExaminer_;
     CodeExaminer* examiner_;
-    ConnectedPeers peers_;
 };
 
 } // namespace qv

@@ -1,7 +1,5 @@
 #include "platform/security/guest/LaunchMarkCheck.h"
 
-#include "platform/foundation/values/Weakness.h"
-
 #include <fmt/core.h>
 
 namespace qv {
@@ -40,13 +38,10 @@ std::vector<Lack> missingFromInstallation(const struct stat& file,
 }
 
 bool connectedWithMark(const PeerCredentials& peer, std::optional<gid_t> clientGroup) {
-    return clientGroup == peer.group || isWeakened(Weakness::launchMark);
+    return clientGroup == peer.group;
 }
 
 std::vector<Lack> missingForMark(const GuestObservation& seen, std::optional<gid_t> clientGroup) {
-    if (isWeakened(Weakness::launchMark)) {
-        return {};
-    }
     std::vector<Lack> lacks = missingFromInstallation(seen.executable, clientGroup);
     if (!clientGroup || (seen.peer && connectedWithMark(*seen.peer, clientGroup))) {
         return lacks;

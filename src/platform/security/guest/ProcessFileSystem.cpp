@@ -1,13 +1,15 @@
 #include "platform/security/guest/ProcessFileSystem.h"
 
+#include "platform/foundation/os/ProcessIdentity.h"
+
 #include <cerrno>
 #include <fcntl.h>
 #include <limits>
 #include <poll.h>
-#include <sys/syscall.h>
 #include <sys/sysmacros.h>
 #include <sys/vfs.h>
 #include <unistd.h>
+#include <utility>
 
 namespace qv {
 
@@ -32,13 +34,9 @@ template <typename Call> tl::expected<Descriptor, int> checkedDescriptor(Call ca
 
 } // namespace
 
-// The C library of Debian 12 has no wrapper that its C++ headers can be asked for portably.
 ProcessFileSystem::Result<Descriptor> KernelProcessFileSystem::openProcess(pid_t pid) {
-    return checkedDescriptor([pid] { return ::syscall(SYS_pidfd_open, pid, 0U); });
-}
-
-ProcessFileSystem::Result<Descriptor> KernelProcessFileSystem::duplicate(int fd) {
-    return checkedDescriptor([fd] { return ::fcntl(fd, F_DUPFD_CLOEXEC, 0); });
+    Descriptor pidfd = openPidfd(pid);
+    return pidfd ? Result<Descriptor>(std::move(pidfd)) : tl::unexpected(errno);
 }
 
 ProcessFileSystem::Result<Descriptor>

@@ -35,7 +35,6 @@ public:
 
     /// A pidfd of a process; its thread group, not one of its threads.
     virtual Result<Descriptor> openProcess(pid_t pid) = 0;
-    virtual Result<Descriptor> duplicate(int fd) = 0;
     /// `path` relative to `directory` (AT_FDCWD for an absolute one); `flags` as open(2) takes
     /// them.
     virtual Result<Descriptor> open(int directory, const std::string& path, int flags) = 0;
@@ -57,7 +56,6 @@ public:
 class KernelProcessFileSystem final : public ProcessFileSystem {
 public:
     Result<Descriptor> openProcess(pid_t pid) override;
-    Result<Descriptor> duplicate(int fd) override;
     Result<Descriptor> open(int directory, const std::string& path, int flags) override;
     Result<struct stat> status(int fd) override;
     Result<struct stat> statusAt(int directory, const std::string& path) override;

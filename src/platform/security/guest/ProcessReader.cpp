@@ -67,11 +67,6 @@ tl::expected<std::string, Error> ProcessReader::smallTextAt(int directory,
     return text;
 }
 
-tl::expected<DescriptorInfo, Error> ProcessReader::descriptorInfo(int fd) {
-    return smallTextAt(AT_FDCWD, fmt::format("/proc/self/fdinfo/{}", fd))
-        .and_then(parseDescriptorInfo);
-}
-
 tl::expected<Descriptor, Error> ProcessReader::openAt(int directory, const std::string& path,
                                                       int flags) {
     return system_.open(directory, path, flags).map_error([&](int errorNumber) {
@@ -126,7 +121,7 @@ tl::expected<MountedFileSystem, Error> ProcessReader::fileSystemOfMount(std::uin
     // The process's own list: it may live among other mounts than ours. Numbers of mounts are the
     // kernel's, whatever list they stand in.
     const auto found = textAt(directory, "mountinfo").and_then([&](const std::string& mounts) {
-        return qv::fileSystemOfMount(mounts, mount);
+        return understood(qv::fileSystemOfMount(mounts, mount));
     });
     if (!found) {
         return tl::unexpected(found.error());

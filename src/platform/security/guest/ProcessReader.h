@@ -1,8 +1,10 @@
 #pragma once
 
 #include "platform/foundation/os/Descriptor.h"
+#include "platform/foundation/os/ProcessText.h"
 #include "platform/security/guest/ProcessFileSystem.h"
-#include "platform/security/guest/ProcessText.h"
+#include "platform/security/requirement/CodeSigningError.h"
+#include "platform/security/requirement/CodeSigningStatus.h"
 
 #include <tl/expected.hpp>
 
@@ -11,6 +13,7 @@
 #include <map>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace qv {
 
@@ -19,6 +22,13 @@ struct LocatedFile {
     FileOnMount file;
     MountedFileSystem fileSystem; ///< without a type when the process's mounts do not list it
 };
+
+/// A reading of a process file, its fault as an error of the code-signing services.
+template <typename T> tl::expected<T, Error> understood(tl::expected<T, std::string> read) {
+    return std::move(read).map_error([](const std::string& fault) {
+        return codeSigningError(codesign_status::kInternalError, fault);
+    });
+}
 
 /// Reads process files within a deadline. Errors carry a status (codeSigningError); a system call
 /// that failed is 100000 + errno and names the file.
@@ -40,8 +50,6 @@ public:
     /// The same for a small file that the kernel shows at once.
     tl::expected<std::string, Error> smallTextAt(int directory, const std::string& path);
 
-    /// Of a descriptor of our own.
-    tl::expected<DescriptorInfo, Error> descriptorInfo(int fd);
     tl::expected<Descriptor, Error> openAt(int directory, const std::string& path, int flags);
     tl::expected<struct stat, Error> status(int fd, std::string_view name);
     tl::expected<struct stat, Error> statusAt(int directory, const std::string& path);

@@ -1,7 +1,6 @@
 #include "platform/xpc/wire/SocketIO.h"
 
 #include "platform/foundation/os/Descriptor.h"
-#include "platform/foundation/values/Weakness.h"
 #include "platform/xpc/wire/WireError.h"
 
 #include <array>
@@ -19,7 +18,7 @@ constexpr std::size_t kDescriptorsTaken = 4;
 constexpr std::size_t kControlSize =
     CMSG_SPACE(sizeof(ucred)) + CMSG_SPACE(kDescriptorsTaken * sizeof(int));
 
-const int kWithoutWaiting = isWeakened(Weakness::nonBlocking) ? 0 : MSG_DONTWAIT;
+const int kWithoutWaiting = MSG_DONTWAIT;
 
 struct Control {
     std::optional<pid_t> sender;
@@ -76,8 +75,7 @@ tl::expected<Received, Error> receive(int socket, std::span<char> space, Waiting
         return tl::unexpected(Error::posix(errno));
     }
     const Control control = examine(message);
-    if ((control.foreign || (message.msg_flags & MSG_CTRUNC) != 0) &&
-        !isWeakened(Weakness::controlData)) {
+    if (control.foreign || (message.msg_flags & MSG_CTRUNC) != 0) {
         return tl::unexpected(wireError(WireErrorCode::descriptors,
                                         "descriptors or other control data came with a message"));
     }

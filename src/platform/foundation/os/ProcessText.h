@@ -1,7 +1,5 @@
 #pragma once
 
-#include "platform/foundation/values/Error.h"
-
 #include <tl/expected.hpp>
 
 #include <cstdint>
@@ -15,8 +13,8 @@ namespace qv {
 
 // Readers of the kernel's process files (proc(5)), as pure functions over their text. The process
 // that a text is about is hostile and chooses parts of it: its name, the paths of what it maps, the
-// names of its mount points. A text that does not read from its first to its last byte is refused
-// (NSOSStatusErrorDomain, codesign_status::kInternalError, the line and the cause in words).
+// names of its mount points. A text that does not read from its first to its last byte is refused;
+// the error names the file, the line and the cause in words.
 
 /// One executable range of a process's address space. Equality is what "nothing moved" means.
 struct ExecutableMapping {
@@ -33,11 +31,12 @@ struct ExecutableMapping {
 };
 
 /// The executable ranges out of `maps`.
-[[nodiscard]] tl::expected<std::vector<ExecutableMapping>, Error>
+[[nodiscard]] tl::expected<std::vector<ExecutableMapping>, std::string>
 parseExecutableMappings(std::string_view maps);
 
 struct ProcessStatus {
-    pid_t tracer = 0; ///< 0: none
+    pid_t tracer = 0;   ///< 0: none
+    uid_t realUser = 0; ///< the user who wrote the environment
     uid_t effectiveUser = 0;
     gid_t effectiveGroup = 0;
     gid_t savedGroup = 0;       ///< as the execution of the program left it, unless changed since
@@ -45,15 +44,13 @@ struct ProcessStatus {
 };
 
 /// Out of `status`. A field that comes twice is refused, so that no process name can add one.
-[[nodiscard]] tl::expected<ProcessStatus, Error> parseProcessStatus(std::string_view status);
+[[nodiscard]] tl::expected<ProcessStatus, std::string> parseProcessStatus(std::string_view status);
 
-struct DescriptorInfo {
-    std::optional<std::uint64_t> mount; ///< `mnt_id`
-    std::optional<pid_t> process;       ///< `Pid` of a pidfd: -1 once it has ended
-};
+/// The process of a pidfd, -1 once it has ended, out of `fdinfo/N`.
+[[nodiscard]] tl::expected<pid_t, std::string> parsePidfdInfo(std::string_view fdinfo);
 
-/// Out of `fdinfo/N`.
-[[nodiscard]] tl::expected<DescriptorInfo, Error> parseDescriptorInfo(std::string_view fdinfo);
+/// When a process was started, in clock ticks since the machine's start, out of `stat`.
+[[nodiscard]] tl::expected<std::uint64_t, std::string> parseStartTime(std::string_view stat);
 
 struct MountedFileSystem {
     std::string type;             ///< empty: not known
@@ -62,7 +59,7 @@ struct MountedFileSystem {
 };
 
 /// What `mountinfo` tells of a mount; none when it is not listed there.
-[[nodiscard]] tl::expected<std::optional<MountedFileSystem>, Error>
+[[nodiscard]] tl::expected<std::optional<MountedFileSystem>, std::string>
 fileSystemOfMount(std::string_view mountinfo, std::uint64_t mount);
 
 } // namespace qv

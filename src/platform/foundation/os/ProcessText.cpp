@@ -1,7 +1,4 @@
-#include "platform/security/guest/ProcessText.h"
-
-#include "platform/security/requirement/CodeSigningError.h"
-#include "platform/security/requirement/CodeSigningStatus.h"
+#include "platform/foundation/os/ProcessText.h"
 
 #include <fmt/core.h>
 
@@ -10,14 +7,14 @@
 #include <charconv>
 #include <functional>
 #include <span>
+#include <utility>
 
 namespace qv {
 
 namespace {
 
-Error malformed(std::string_view file, std::size_t line, std::string_view why) {
-    return codeSigningError(codesign_status::kInternalError,
-                            fmt::format("{}, line {}: {}", file, line, why));
+std::string malformed(std::string_view file, std::size_t line, std::string_view why) {
+    return fmt::format("{}, line {}: {}", file, line, why);
 }
 
 /// Hands out the lines of a text, each of which ends with a newline.
@@ -135,7 +132,8 @@ bool isLineOf(std::string_view key, std::string_view line) {
     return line.starts_with(key) && line.substr(key.size()).starts_with(':');
 }
 
-Error parseFields(std::string_view file, std::string_view text, std::span<Field> fields) {
+/// Returns the fault, or an empty text.
+std::string parseFields(std::string_view file, std::string_view text, std::span<Field> fields) {
     Lines lines(text);
     std::string_view line;
     while (lines.next(line)) {
@@ -187,7 +185,8 @@ std::function<bool(Cursor&)> idsInto(std::array<std::uint32_t, 4>& ids) {
 
 } // namespace
 
-tl::expected<std::vector<ExecutableMapping>, Error> parseExecutableMappings(std::string_view maps) {
+tl::expected<std::vector<ExecutableMapping>, std::string>
+parseExecutableMappings(std::string_view maps) {
     std::vector<ExecutableMapping> mappings;
     Lines lines(maps);
     std::string_view line;
@@ -207,36 +206,52 @@ tl::expected<std::vector<ExecutableMapping>, Error> parseExecutableMappings(std:
     return mappings;
 }
 
-tl::expected<ProcessStatus, Error> parseProcessStatus(std::string_view status) {
+tl::expected<ProcessStatus, std::string> parseProcessStatus(std::string_view status) {
     ProcessStatus result;
     std::array<std::uint32_t, 4> users{};
     std::array<std::uint32_t, 4> groups{};
     std::array fields{Field{"TracerPid", numberInto(result.tracer), true},
                       Field{"Uid", idsInto(users), true}, Field{"Gid", idsInto(groups), true},
                       Field{"Seccomp", numberInto(result.seccomp), false}};
-    if (const Error failure = parseFields("status", status, fields)) {
-        return tl::unexpected(failure);
+    if (std::string fault = parseFields("status", status, fields); !fault.empty()) {
+        return tl::unexpected(std::move(fault));
     }
+    result.realUser = users[0];
     result.effectiveUser = users[1];
     result.effectiveGroup = groups[1];
     result.savedGroup = groups[2];
     return result;
 }
 
-tl::expected<DescriptorInfo, Error> parseDescriptorInfo(std::string_view fdinfo) {
-    DescriptorInfo result;
-    std::array fields{Field{"mnt_id", numberInto(result.mount), false},
-                      Field{"Pid", numberInto(result.process), false}};
-    if (const Error failure = parseFields("fdinfo", fdinfo, fields)) {
-        return tl::unexpected(failure);
+tl::expected<pid_t, std::string> parsePidfdInfo(std::string_view fdinfo) {
+    pid_t process = 0;
+    std::array fields{Field{"Pid", numberInto(process), true}};
+    if (std::string fault = parseFields("fdinfo", fdinfo, fields); !fault.empty()) {
+        return tl::unexpected(std::move(fault));
     }
-    return result;
+    return process;
+}
+
+// "PID (NAME) STATE PPID ...": the 22nd field, counted from the last bracket because the name
+// before it may hold anything.
+tl::expected<std::uint64_t, std::string> parseStartTime(std::string_view stat) {
+    constexpr int kFieldsBetween = 19; // of the words behind the bracket
+    std::uint64_t ticks = 0;
+    const std::size_t bracket = stat.rfind(") ");
+    Cursor cursor(bracket == std::string_view::npos ? "" : stat.substr(bracket + 2));
+    for (int field = 0; field < kFieldsBetween; ++field) {
+        cursor.word();
+    }
+    if (!cursor.number(ticks)) {
+        return tl::unexpected(malformed("stat", 1, "the start time does not read"));
+    }
+    return ticks;
 }
 
 // "ID PARENT MAJOR:MINOR ROOT MOUNTPOINT OPTIONS [TAG...] - TYPE SOURCE SUPEROPTIONS"; the kernel
 // shows blanks and newlines in names as octal escapes, so words are what they seem.
-tl::expected<std::optional<MountedFileSystem>, Error> fileSystemOfMount(std::string_view mountinfo,
-                                                                        std::uint64_t mount) {
+tl::expected<std::optional<MountedFileSystem>, std::string>
+fileSystemOfMount(std::string_view mountinfo, std::uint64_t mount) {
     std::optional<MountedFileSystem> found;
     Lines lines(mountinfo);
     std::string_view line;
