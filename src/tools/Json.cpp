@@ -1,5 +1,6 @@
 #include "tools/Json.h"
 
+#include "platform/foundation/plist/Base64.h"
 #include "platform/foundation/plist/PropertyList.h"
 #include "platform/foundation/values/Description.h"
 #include "platform/foundation/values/Error.h"
@@ -16,23 +17,6 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 using Kind = Value::Kind;
-
-std::string base64(std::string_view bytes) {
-    constexpr std::string_view kAlphabet =
-        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    std::string text;
-    for (std::size_t i = 0; i < bytes.size(); i += 3) {
-        const auto byte = [&](std::size_t index) -> unsigned {
-            return index < bytes.size() ? static_cast<unsigned char>(bytes[index]) : 0;
-        };
-        const unsigned group = (byte(i) << 16U) | (byte(i + 1) << 8U) | byte(i + 2);
-        text += kAlphabet[(group >> 18U) & 63U];
-        text += kAlphabet[(group >> 12U) & 63U];
-        text += i + 1 < bytes.size() ? kAlphabet[(group >> 6U) & 63U] : '=';
-        text += i + 2 < bytes.size() ? kAlphabet[group & 63U] : '=';
-    }
-    return text;
-}
 
 Json toJson(const Value& value);
 
@@ -78,7 +62,7 @@ Json toJson(const Value& value) {
     case Kind::string:
         return std::string(value.asString());
     case Kind::data:
-        return {{"$data", base64(value.asData())}};
+        return {{"$data", plist::encodeBase64(value.asData())}};
     case Kind::date:
         return {{"$date", description(value)}};
     case Kind::uid:

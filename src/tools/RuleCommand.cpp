@@ -114,7 +114,7 @@ std::string shown(const std::optional<Value>& value) {
 
 // What became of a part: "true", "not evaluated", "5 (last of 3)".
 std::string outcomeOf(const PredicatePart& part) {
-    constexpr std::size_t kMost = 100; // bytes: a list that a rule makes can be very long
+    constexpr std::size_t kMostShown = 100; // bytes: a list that a rule makes can be very long
     if (part.evaluations == 0) {
         return "not evaluated";
     }
@@ -124,7 +124,7 @@ std::string outcomeOf(const PredicatePart& part) {
     } else if (part.last && part.isCondition) {
         outcome = part.last->asBoolean() ? "true" : "false";
     } else if (part.last) {
-        outcome = onOneLine(description(*part.last, kMost));
+        outcome = onOneLine(description(*part.last, kMostShown));
     }
     return part.evaluations == 1 ? outcome
                                  : fmt::format("{} (last of {})", outcome, part.evaluations);

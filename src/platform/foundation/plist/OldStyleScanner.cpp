@@ -1,6 +1,7 @@
 #include "platform/foundation/plist/OldStyleScanner.h"
 
 #include "platform/foundation/plist/Refusal.h"
+#include "platform/foundation/values/ASCII.h"
 #include "platform/foundation/values/UTF8.h"
 
 #include <fmt/core.h>
@@ -25,8 +26,6 @@ constexpr std::array<char16_t, 128> kNextStep{
     0x00EC, 0x00C6, 0x00ED, 0x00AA, 0x00EE, 0x00EF, 0x00F0, 0x00F1, 0x0141, 0x00D8, 0x0152, 0x00BA,
     0x00F2, 0x00F3, 0x00F4, 0x00F5, 0x00F6, 0x00E6, 0x00F9, 0x00FA, 0x00FB, 0x0131, 0x00FC, 0x00FD,
     0x0142, 0x00F8, 0x0153, 0x00DF, 0x00FE, 0x00FF, 0xFFFD, 0xFFFD};
-
-bool isSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
 bool isUnquoted(char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||

@@ -11,8 +11,6 @@ namespace qv::plist {
 
 namespace {
 
-constexpr std::string_view kWhiteSpace = " \t\r\n";
-
 bool isNamePart(char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
 }
@@ -50,7 +48,7 @@ private:
         return true;
     }
     void skipSpace() {
-        while (place_ < text_.size() && kWhiteSpace.find(text_[place_]) != std::string_view::npos) {
+        while (place_ < text_.size() && kXMLSpace.find(text_[place_]) != std::string_view::npos) {
             ++place_;
         }
     }

@@ -16,7 +16,6 @@ namespace qv::plist {
 
 namespace {
 
-constexpr std::string_view kWhiteSpace = " \t\r\n";
 constexpr std::string_view kEndOfText = "Encountered unexpected EOF";
 constexpr std::string_view kBadReference =
     "Encountered unknown ampersand-escape sequence at line {line}";
@@ -45,7 +44,7 @@ public:
     }
 
     tl::expected<Value, Error> read() {
-        start_ = text_.find_first_not_of(kWhiteSpace);
+        start_ = text_.find_first_not_of(kXMLSpace);
         if (start_ == std::string_view::npos) {
             return refuse(text_.size(), kEndOfText);
         }
@@ -182,7 +181,7 @@ private:
             }
             return true;
         }
-        const std::size_t place = bytes.find_first_not_of(kWhiteSpace);
+        const std::size_t place = bytes.find_first_not_of(kXMLSpace);
         if (place == std::string_view::npos) {
             return true;
         }

@@ -9,6 +9,9 @@
 
 namespace qv::plist {
 
+/// What XML counts as white space.
+inline constexpr std::string_view kXMLSpace = " \t\r\n";
+
 /// Reads an XML property list. `text`: valid UTF-8.
 [[nodiscard]] tl::expected<Value, Error> readXML(std::string_view text,
                                                  const PropertyListLimits& limits);

@@ -21,7 +21,6 @@ using Fault = tl::unexpected<ContentFault>;
 
 constexpr std::int64_t kReferenceInUnixTime = 978307200; // 2001-01-01
 
-bool isSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 std::size_t skipSpace(std::string_view text) {
     return static_cast<std::size_t>(std::ranges::find_if_not(text, isSpace) - text.begin());
 }

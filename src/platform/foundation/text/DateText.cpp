@@ -12,8 +12,6 @@ namespace qv {
 
 namespace {
 
-constexpr const char* kMachineLocale = "en_US_POSIX";
-
 icu::DateFormat::EStyle libraryStyle(DateFormatterStyle style) {
     switch (style) {
     case DateFormatterStyle::shortStyle:

@@ -6,6 +6,9 @@ namespace qv {
 
 // Dates as ICU counts them: milliseconds since 1970.
 
+/// The locale of texts that are for machines.
+inline constexpr const char* kMachineLocale = "en_US_POSIX";
+
 inline constexpr double kReferenceDate = 978307200; // 2001-01-01 in seconds since 1970
 
 [[nodiscard]] inline double millisecondsOf(Date date) {

@@ -17,7 +17,6 @@ namespace qv {
 namespace {
 
 constexpr std::size_t kLongestTimestamp = 256;
-constexpr const char* kMachineLocale = "en_US_POSIX";
 constexpr std::size_t kMillisecondDigits = 3;
 
 // The library's own would read "3e1" as 30.

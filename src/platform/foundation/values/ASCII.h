@@ -2,8 +2,12 @@
 
 namespace qv {
 
-// Letters and digits of ASCII, whatever the locale.
+// Letters, digits and white space of ASCII, whatever the locale.
 
+/// The white space of the C locale.
+[[nodiscard]] constexpr bool isSpace(char c) noexcept {
+    return c == ' ' || (c >= '\t' && c <= '\r');
+}
 [[nodiscard]] constexpr bool isDigit(char c) noexcept { return c >= '0' && c <= '9'; }
 [[nodiscard]] constexpr bool isLetter(char c) noexcept {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');

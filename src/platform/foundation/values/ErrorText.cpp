@@ -52,13 +52,6 @@ constexpr std::array<Participle, 7> kParticiples = {{
     {"Launch", "launched"},
 }};
 
-std::string_view withoutTrailingSlashes(std::string_view path) {
-    while (path.size() > 1 && path.ends_with('/')) {
-        path.remove_suffix(1);
-    }
-    return path;
-}
-
 std::string_view lastComponent(std::string_view path) {
     path = withoutTrailingSlashes(path);
     return path == "/" ? path : path.substr(path.rfind('/') + 1);

@@ -48,13 +48,6 @@ bool isFolder(const std::string& path) {
            S_ISDIR(info.st_mode);
 }
 
-std::string_view withoutTrailingSlashes(std::string_view path) {
-    while (path.size() > 1 && path.ends_with('/')) {
-        path.remove_suffix(1);
-    }
-    return path;
-}
-
 // Where the path begins and ends in a URL's text.
 std::pair<std::size_t, std::size_t> pathBounds(std::string_view text, std::size_t schemeLength) {
     std::size_t begin = schemeLength == 0 ? 0 : schemeLength + 1;
@@ -270,6 +263,13 @@ URL URL::URLByAppendingPathComponent(std::string_view component) const {
         text += '/';
     }
     return URL(text + text_.substr(end));
+}
+
+std::string_view withoutTrailingSlashes(std::string_view path) {
+    while (path.size() > 1 && path.ends_with('/')) {
+        path.remove_suffix(1);
+    }
+    return path;
 }
 
 } // namespace qv

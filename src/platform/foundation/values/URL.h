@@ -53,4 +53,7 @@ private:
 /// Bytes of a percent-encoded text. A `%` without two digits stays as it is.
 [[nodiscard]] std::string percentDecoded(std::string_view text);
 
+/// A path without the slashes at its end; "/" stays.
+[[nodiscard]] std::string_view withoutTrailingSlashes(std::string_view path);
+
 } // namespace qv

@@ -55,9 +55,9 @@ std::size_t setsIn(std::string_view pattern) {
 
 // Text for a matcher in pieces of some characters. When the time is over the text has no more, so
 // that no step of the matcher takes long, whatever it repeats.
-class BoundedText {
+class MatchedText {
 public:
-    BoundedText(std::string_view text, const Budget& budget, UErrorCode& status)
+    MatchedText(std::string_view text, const Budget& budget, UErrorCode& status)
         : budget_(budget), text_(::utext_openUTF8(nullptr, text.data(),
                                                   static_cast<std::int64_t>(text.size()), &status),
                                  ::utext_close) {
@@ -69,22 +69,22 @@ public:
             text_->pFuncs = &functions_;
         }
     }
-    BoundedText(const BoundedText&) = delete;
-    BoundedText(BoundedText&&) = delete;
-    BoundedText& operator=(const BoundedText&) = delete;
-    BoundedText& operator=(BoundedText&&) = delete;
-    ~BoundedText() = default;
+    MatchedText(const MatchedText&) = delete;
+    MatchedText(MatchedText&&) = delete;
+    MatchedText& operator=(const MatchedText&) = delete;
+    MatchedText& operator=(MatchedText&&) = delete;
+    ~MatchedText() = default;
     [[nodiscard]] UText* get() const noexcept { return text_.get(); }
 
 private:
     struct Functions : UTextFuncs {
-        BoundedText* owner = nullptr;
+        MatchedText* owner = nullptr;
     };
 
     static UBool U_CALLCONV accessWithinTime(UText* text, std::int64_t index, UBool forward) {
         constexpr unsigned kAccessesBetweenLooks = 64;
         // The matcher's copies of the text share these functions.
-        BoundedText& self = *static_cast<const Functions&>(*text->pFuncs).owner;
+        MatchedText& self = *static_cast<const Functions&>(*text->pFuncs).owner;
         self.over_ =
             self.over_ || (++self.accesses_ % kAccessesBetweenLooks == 0 && self.budget_.isOver());
         if (self.over_) {
@@ -163,7 +163,7 @@ bool textMatches(std::string_view text, std::string_view pattern, Modifiers modi
     const std::string folding = strips ? folded(text, diacritics) : std::string();
     const std::string_view subject = strips ? folding : text;
     icu::UnicodeString units;
-    std::optional<BoundedText> pieces;
+    std::optional<MatchedText> pieces;
     std::unique_ptr<icu::RegexMatcher> matcher;
     if (subject.size() <= kShortText) { // quicker in one piece
         units = unitsOf(subject);

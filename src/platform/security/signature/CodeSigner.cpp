@@ -28,7 +28,7 @@ namespace {
 
 using Outcome = tl::expected<void, SignatureFailure>;
 
-tl::unexpected<SignatureFailure> systemFailure(int errorNumber, std::string_view what) {
+tl::unexpected<SignatureFailure> signingFailure(int errorNumber, std::string_view what) {
     return signatureFailure(codesign_status::kErrnoBase + errorNumber,
                             fmt::format("{}: {}", what, errnoText(errorNumber)));
 }
@@ -45,7 +45,7 @@ tl::expected<Program, SignatureFailure> openProgram(const std::string& path) {
     program.file =
         Descriptor(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     if (!program.file || ::fstat(program.file.get(), &program.info) != 0) {
-        return systemFailure(errno, "the program");
+        return signingFailure(errno, "the program");
     }
     if (!S_ISREG(program.info.st_mode)) {
         return signatureFailure(codesign_status::kRegularFile, "no regular file");
@@ -158,20 +158,20 @@ Outcome signProgram(const std::string& path, const SigningRequest& request) {
     }
     auto replacement = ReplacementFile::create(path);
     if (!replacement) {
-        return systemFailure(replacement.error(), "a file beside the program");
+        return signingFailure(replacement.error(), "a file beside the program");
     }
     SHA256 running;
     const int copied = replacement->copyFrom(program->file.get(), program->length,
                                              [&](std::string_view part) { running.update(part); });
     if (copied != 0) {
-        return systemFailure(copied, "copying the program");
+        return signingFailure(copied, "copying the program");
     }
     const auto trailer = trailerFor(request, *identity, running.finish(), program->length);
     if (!trailer) {
         return tl::unexpected(trailer.error());
     }
     if (const int error = replacement->append(*trailer); error != 0) {
-        return systemFailure(error, "writing the signature");
+        return signingFailure(error, "writing the signature");
     }
     const TrustAnchors nobody; // only whether it is good counts here, not who may use it
     const StaticCode judged =
@@ -185,7 +185,7 @@ Outcome signProgram(const std::string& path, const SigningRequest& request) {
         error = replacement->replace();
     }
     if (error != 0) {
-        return systemFailure(error, "replacing the program");
+        return signingFailure(error, "replacing the program");
     }
     return {};
 }

@@ -14,7 +14,7 @@ namespace qv {
 
 namespace {
 
-namespace key {
+namespace field {
 constexpr std::string_view kStatus = "status";
 constexpr std::string_view kReason = "reason";
 constexpr std::string_view kHasTrailer = "trailer";
@@ -40,7 +40,7 @@ constexpr std::string_view kVendorRoot = "vendor-root";
 constexpr std::string_view kPlatformRoot = "platform-root";
 constexpr std::string_view kTrusted = "trusted";
 constexpr std::string_view kRevoked = "revoked";
-} // namespace key
+} // namespace field
 
 template <typename Bytes> Value bytesValue(const Bytes& bytes) {
     return Value::data(std::string(bytes.begin(), bytes.end()));
@@ -65,19 +65,19 @@ template <typename Pairs, typename Make> Value pairsValue(const Pairs& pairs, co
 
 Value encodedCertificate(const CertificateFacts& facts) {
     return Value::dictionary(
-        {{key::kSHA1, bytesValue(facts.sha1)},
-         {key::kSHA256, bytesValue(facts.sha256)},
-         {key::kSubject,
+        {{field::kSHA1, bytesValue(facts.sha1)},
+         {field::kSHA256, bytesValue(facts.sha256)},
+         {field::kSubject,
           pairsValue(facts.subject, [](const std::string& text) { return Value::string(text); })},
-         {key::kExtensions, textsValue(facts.extensionOIDs)},
-         {key::kPolicies, textsValue(facts.policyOIDs)},
-         {key::kTimestamps,
+         {field::kExtensions, textsValue(facts.extensionOIDs)},
+         {field::kPolicies, textsValue(facts.policyOIDs)},
+         {field::kTimestamps,
           pairsValue(facts.timestamps, [](Date date) { return Value::date(date); })},
-         {key::kExpires, Value::date(facts.expires)},
-         {key::kVendorRoot, Value::boolean(facts.vendorRoot)},
-         {key::kPlatformRoot, Value::boolean(facts.platformRoot)},
-         {key::kTrusted, Value::boolean(facts.trusted)},
-         {key::kRevoked, Value::boolean(facts.revoked)}});
+         {field::kExpires, Value::date(facts.expires)},
+         {field::kVendorRoot, Value::boolean(facts.vendorRoot)},
+         {field::kPlatformRoot, Value::boolean(facts.platformRoot)},
+         {field::kTrusted, Value::boolean(facts.trusted)},
+         {field::kRevoked, Value::boolean(facts.revoked)}});
 }
 
 } // namespace
@@ -85,20 +85,20 @@ Value encodedCertificate(const CertificateFacts& facts) {
 Value StaticCode::encoded() const {
     std::vector<Value> chain;
     std::ranges::transform(facts_.chain, std::back_inserter(chain), encodedCertificate);
-    return Value::dictionary({{key::kStatus, Value::integer(status_)},
-                              {key::kReason, Value::string(reason_)},
-                              {key::kHasTrailer, Value::boolean(hasTrailer_)},
-                              {key::kIntact, Value::boolean(signatureIntact_)},
-                              {key::kDigestMatches, Value::boolean(digestMatches_)},
-                              {key::kFlags, Value::integer(directoryFlags_)},
-                              {key::kGetTaskAllow, Value::boolean(getTaskAllow_)},
-                              {key::kIdentifier, Value::string(facts_.identifier)},
-                              {key::kTeam, Value::string(facts_.team)},
-                              {key::kCodeHash, bytesValue(facts_.cdhash)},
-                              {key::kPlatform, Value::integer(facts_.platform)},
-                              {key::kInfo, facts_.info},
-                              {key::kEntitlements, facts_.entitlements},
-                              {key::kChain, Value::array(std::move(chain))}});
+    return Value::dictionary({{field::kStatus, Value::integer(status_)},
+                              {field::kReason, Value::string(reason_)},
+                              {field::kHasTrailer, Value::boolean(hasTrailer_)},
+                              {field::kIntact, Value::boolean(signatureIntact_)},
+                              {field::kDigestMatches, Value::boolean(digestMatches_)},
+                              {field::kFlags, Value::integer(directoryFlags_)},
+                              {field::kGetTaskAllow, Value::boolean(getTaskAllow_)},
+                              {field::kIdentifier, Value::string(facts_.identifier)},
+                              {field::kTeam, Value::string(facts_.team)},
+                              {field::kCodeHash, bytesValue(facts_.cdhash)},
+                              {field::kPlatform, Value::integer(facts_.platform)},
+                              {field::kInfo, facts_.info},
+                              {field::kEntitlements, facts_.entitlements},
+                              {field::kChain, Value::array(std::move(chain))}});
 }
 
 /// Reads fields, each of one kind; keeps the name of the first that is missing or of another.
@@ -106,26 +106,26 @@ class StaticCodeDecoder {
 public:
     tl::expected<StaticCode, Error> decode(const Value& encoding) {
         StaticCode code;
-        read(encoding, key::kStatus, code.status_);
-        read(encoding, key::kReason, code.reason_);
-        read(encoding, key::kHasTrailer, code.hasTrailer_);
-        read(encoding, key::kIntact, code.signatureIntact_);
-        read(encoding, key::kDigestMatches, code.digestMatches_);
-        read(encoding, key::kFlags, code.directoryFlags_);
-        read(encoding, key::kGetTaskAllow, code.getTaskAllow_);
+        read(encoding, field::kStatus, code.status_);
+        read(encoding, field::kReason, code.reason_);
+        read(encoding, field::kHasTrailer, code.hasTrailer_);
+        read(encoding, field::kIntact, code.signatureIntact_);
+        read(encoding, field::kDigestMatches, code.digestMatches_);
+        read(encoding, field::kFlags, code.directoryFlags_);
+        read(encoding, field::kGetTaskAllow, code.getTaskAllow_);
         CodeFacts& facts = code.facts_;
-        read(encoding, key::kIdentifier, facts.identifier);
-        read(encoding, key::kTeam, facts.team);
-        readBytes(encoding, key::kCodeHash, facts.cdhash);
-        read(encoding, key::kPlatform, facts.platform);
-        if (const Value* info = field(encoding, key::kInfo, Value::Kind::dictionary)) {
+        read(encoding, field::kIdentifier, facts.identifier);
+        read(encoding, field::kTeam, facts.team);
+        readBytes(encoding, field::kCodeHash, facts.cdhash);
+        read(encoding, field::kPlatform, facts.platform);
+        if (const Value* info = field(encoding, field::kInfo, Value::Kind::dictionary)) {
             facts.info = *info;
         }
         if (const Value* entitlements =
-                field(encoding, key::kEntitlements, Value::Kind::dictionary)) {
+                field(encoding, field::kEntitlements, Value::Kind::dictionary)) {
             facts.entitlements = *entitlements;
         }
-        for (const Value& certificate : elements(encoding, key::kChain)) {
+        for (const Value& certificate : elements(encoding, field::kChain)) {
             facts.chain.push_back(certificateFacts(certificate));
         }
         if (!missing_.empty()) {
@@ -139,25 +139,25 @@ public:
 private:
     CertificateFacts certificateFacts(const Value& encoding) {
         CertificateFacts facts;
-        readBytes(encoding, key::kSHA1, facts.sha1);
-        readBytes(encoding, key::kSHA256, facts.sha256);
-        readPairs(encoding, key::kSubject, Value::Kind::string,
+        readBytes(encoding, field::kSHA1, facts.sha1);
+        readBytes(encoding, field::kSHA256, facts.sha256);
+        readPairs(encoding, field::kSubject, Value::Kind::string,
                   [&](std::string_view name, const Value& value) {
                       facts.subject.emplace_back(name, value.asString());
                   });
-        readTexts(encoding, key::kExtensions, facts.extensionOIDs);
-        readTexts(encoding, key::kPolicies, facts.policyOIDs);
-        readPairs(encoding, key::kTimestamps, Value::Kind::date,
+        readTexts(encoding, field::kExtensions, facts.extensionOIDs);
+        readTexts(encoding, field::kPolicies, facts.policyOIDs);
+        readPairs(encoding, field::kTimestamps, Value::Kind::date,
                   [&](std::string_view name, const Value& value) {
                       facts.timestamps.emplace_back(name, value.asDate());
                   });
-        if (const Value* expires = field(encoding, key::kExpires, Value::Kind::date)) {
+        if (const Value* expires = field(encoding, field::kExpires, Value::Kind::date)) {
             facts.expires = expires->asDate();
         }
-        read(encoding, key::kVendorRoot, facts.vendorRoot);
-        read(encoding, key::kPlatformRoot, facts.platformRoot);
-        read(encoding, key::kTrusted, facts.trusted);
-        read(encoding, key::kRevoked, facts.revoked);
+        read(encoding, field::kVendorRoot, facts.vendorRoot);
+        read(encoding, field::kPlatformRoot, facts.platformRoot);
+        read(encoding, field::kTrusted, facts.trusted);
+        read(encoding, field::kRevoked, facts.revoked);
         return facts;
     }
 
