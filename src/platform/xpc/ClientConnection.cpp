@@ -22,7 +22,6 @@ namespace qv::xpc {
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
 constexpr std::uint32_t kLongestBody = 64U << 20;
@@ -87,17 +86,11 @@ bool isReset(const Error& error) {
 }
 
 // The time left, at least nothing.
-milliseconds leftUntil(const Clock::time_point& deadline) {
-    return std::max(milliseconds(0), std::chrono::ceil<milliseconds>(deadline - Clock::now()));
-}
-
 // connect() waits for room in the listener's queue as long as sending may take. Not long at a time:
 // in a marked process no signal is handled meanwhile.
-int connectOnce(int socket, const sockaddr_un& address,
-                const ClientConnection::Deadline& deadline) {
+int connectOnce(int socket, const sockaddr_un& address, const Deadline& deadline) {
     constexpr milliseconds kLongest{1'000};
-    const auto wait =
-        std::clamp(deadline ? leftUntil(*deadline) : kLongest, milliseconds(1), kLongest);
+    const auto wait = std::max(milliseconds(1), deadline.left(kLongest));
     const timeval limit{static_cast<time_t>(wait.count() / 1'000),
                         static_cast<suseconds_t>(wait.count() % 1'000 * 1'000)};
     if (::setsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit) != 0) {
@@ -108,8 +101,7 @@ int connectOnce(int socket, const sockaddr_un& address,
     return ::connect(socket, place, sizeof address) == 0 ? 0 : errno;
 }
 
-Error connectTo(int socket, const sockaddr_un& address,
-                const ClientConnection::Deadline& deadline) {
+Error connectTo(int socket, const sockaddr_un& address, const Deadline& deadline) {
     for (;;) {
         int failure = 0;
         if (const Error error =
@@ -122,7 +114,7 @@ Error connectTo(int socket, const sockaddr_un& address,
             return failure == 0 ? Error()
                                 : unreachable(static_cast<const char*>(address.sun_path), failure);
         }
-        if (deadline && *deadline <= Clock::now()) {
+        if (deadline.hasPassed()) {
             return timedOut();
         }
     }
@@ -170,7 +162,7 @@ Error ClientConnection::repeat(const Deadline& deadline, const Attempt& attempt)
         if (!failure->mayRepeat || attempts == kMostAttempts) {
             return failure->error;
         }
-        if (deadline && *deadline <= Clock::now() + pause) {
+        if (deadline.left(pause + milliseconds(1)) <= pause) {
             return timedOut();
         }
         std::this_thread::sleep_for(pause);
@@ -285,7 +277,7 @@ ClientConnection::Step ClientConnection::sendAll(std::string_view bytes, const D
 tl::expected<Frame, ClientConnection::Failure>
 ClientConnection::receiveFrame(const Deadline& deadline, ClientErrorCode whenClosed) {
     // A reply takes as long as its script: without a deadline one call waits and receives.
-    const Waiting waiting = deadline ? Waiting::never : Waiting::forBytes;
+    const Waiting waiting = deadline.canPass() ? Waiting::never : Waiting::forBytes;
     for (;;) {
         const auto piece = receive(socket(), reader_.space(), waiting);
         if (!piece) {
@@ -320,16 +312,14 @@ ClientConnection::receiveFrame(const Deadline& deadline, ClientErrorCode whenClo
 Error ClientConnection::wait(short events, const Deadline& deadline) const {
     pollfd state{socket(), events, 0};
     for (;;) {
-        constexpr milliseconds kLongest{60'000};
-        const milliseconds left = deadline ? std::min(kLongest, leftUntil(*deadline)) : kLongest;
-        const int result = ::poll(&state, 1, static_cast<int>(left.count()));
+        const int result = ::poll(&state, 1, deadline.pollTimeout());
         if (result > 0) {
             return {};
         }
         if (result < 0 && errno != EINTR) {
             return protocolError("The connection cannot be waited for.", Error::posix(errno));
         }
-        if (deadline && *deadline <= Clock::now()) {
+        if (deadline.hasPassed()) {
             return timedOut();
         }
     }

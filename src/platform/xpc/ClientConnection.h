@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/foundation/os/Deadline.h"
 #include "platform/foundation/os/Descriptor.h"
 #include "platform/foundation/values/Error.h"
 #include "platform/xpc/ClientError.h"
@@ -30,17 +31,15 @@ namespace qv::xpc {
 /// If the connection just ends after the request, the service may have executed it.
 class ClientConnection {
 public:
-    using Deadline = std::optional<std::chrono::steady_clock::time_point>; ///< none: wait forever
-
     /// Connects and waits until the service has accepted this process.
     [[nodiscard]] static tl::expected<ClientConnection, Error>
-    connect(const std::string& path, const Deadline& deadline = std::nullopt);
+    connect(const std::string& path, const Deadline& deadline = {});
 
     /// Sends a request and waits for its reply. `dictionary` goes out with the connection's
     /// "nonce" added. After any error but that of a request which cannot be sent the connection is
     /// closed, and the next call connects anew.
-    [[nodiscard]] tl::expected<Value, Error>
-    sendMessageWithReply(const Value& dictionary, const Deadline& deadline = std::nullopt);
+    [[nodiscard]] tl::expected<Value, Error> sendMessageWithReply(const Value& dictionary,
+                                                                  const Deadline& deadline = {});
 
     /// The socket, borrowed; another one after a call that connected anew.
     [[nodiscard]] int socket() const noexcept { return socket_.get(); }
