@@ -8,7 +8,7 @@ namespace qv {
 
 bool isProcessTrusted(pid_t process) {
     const auto verdict = TrustStore().checkProcess(process);
-    return verdict && verdict->trust == Trust::granted;
+    return verdict && verdict->isTrusted;
 }
 
 bool isThisProcessTrusted() { return isProcessTrusted(::getpid()); }

@@ -25,17 +25,12 @@ std::string digestText(const SHA256Digest& digest) {
     return fmt::format("{:02x}", fmt::join(digest, ""));
 }
 
-Value jsonOf(const TrustedProgram& program) {
+Value jsonOf(const std::string& path, const TrustedProgram& program) {
     return Value::dictionary(
-        {{"path", Value::string(program.path)},
+        {{"path", Value::string(path)},
          {"sha256", Value::string(digestText(program.digest))},
          {"granted", Value::string(timeText(program.granted))},
-         {"requester", program.requester ? Value::unsignedInteger(*program.requester) : Value()},
-         {"device", Value::unsignedInteger(program.file.device)},
-         {"inode", Value::unsignedInteger(program.file.inode)},
-         {"size", Value::integer(program.file.size)},
-         {"modified", Value::integer(program.file.modified)},
-         {"changed", Value::integer(program.file.changed)}});
+         {"requester", program.requester ? Value::unsignedInteger(*program.requester) : Value()}});
 }
 
 tl::unexpected<Failure> unknown(const Error& error) {
@@ -51,12 +46,12 @@ Result trustList(const TrustListOptions& options) {
     }
     Terminal& out = Terminal::standardOutput();
     std::vector<Value> json;
-    for (const TrustedProgram& program : *programs) {
+    for (const auto& [path, program] : *programs) {
         if (options.json) {
-            json.push_back(jsonOf(program));
+            json.push_back(jsonOf(path, program));
             continue;
         }
-        out.line(shown(program.path));
+        out.line(shown(path));
         out.line(fmt::format("  granted {}{}, sha256 {}", timeText(program.granted),
                              program.requester ? fmt::format(" for user {}", *program.requester)
                                                : std::string(),
@@ -77,7 +72,7 @@ Result trustCheck(const TrustCheckOptions& options) {
     if (!verdict) {
         return unknown(verdict.error());
     }
-    const bool trusted = verdict->trust == Trust::granted;
+    const bool trusted = verdict->isTrusted;
     std::string what = options.pid ? fmt::format("process {}", *options.pid) : std::string();
     if (!verdict->path.empty()) {
         what += options.pid ? fmt::format(" ({})", shown(verdict->path)) : shown(verdict->path);

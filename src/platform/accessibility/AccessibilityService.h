@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/foundation/values/Error.h"
+
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -8,25 +10,19 @@ namespace qv {
 
 inline constexpr std::string_view kAXErrorDomain = "AXError";
 
-/// The platform's values.
+/// The codes of the platform that this service uses.
 enum AXError : std::int32_t { // NOLINT(performance-enum-size): as wide as the platform's
     kAXErrorSuccess = 0,
     kAXErrorFailure = -25200,
     kAXErrorIllegalArgument = -25201,
-    kAXErrorInvalidUIElement = -25202,
-    kAXErrorInvalidUIElementObserver = -25203,
     kAXErrorCannotComplete = -25204,
-    kAXErrorAttributeUnsupported = -25205,
-    kAXErrorActionUnsupported = -25206,
-    kAXErrorNotificationUnsupported = -25207,
-    kAXErrorNotImplemented = -25208,
-    kAXErrorNotificationAlreadyRegistered = -25209,
-    kAXErrorNotificationNotRegistered = -25210,
     kAXErrorAPIDisabled = -25211,
-    kAXErrorNoValue = -25212,
-    kAXErrorParameterizedAttributeUnsupported = -25213,
-    kAXErrorNotEnoughPrecision = -25214,
 };
+
+/// An error of kAXErrorDomain that names a place and what is wrong with it, which is its failure
+/// reason, too.
+[[nodiscard]] Error accessibilityError(AXError code, std::string_view place,
+                                       std::string_view cause);
 
 /// Grants programs the trust of accessibility: to see and to steer other programs.
 class AccessibilityService {
@@ -39,7 +35,7 @@ public:
     virtual ~AccessibilityService() = default;
 
     /// `path`: of an executable file; empty when it is not known. IllegalArgument: there is no such
-    /// file, or it is none that could be executed; APIDisabled: only root may; CannotComplete: the
+    /// file, or it could not be executed; APIDisabled: only root may; CannotComplete: the
     /// grant could not be stored; Failure: anything else.
     virtual AXError makeProcessTrusted(const std::string& path) = 0;
 };

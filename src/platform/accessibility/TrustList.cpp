@@ -1,14 +1,13 @@
 #include "platform/accessibility/TrustList.h"
 
-#include "platform/accessibility/AccessibilityError.h"
+#include "platform/foundation/log/Log.h"
 #include "platform/foundation/plist/PropertyList.h"
 
 #include <fmt/core.h>
 
 #include <algorithm>
-#include <array>
+#include <climits>
 #include <cmath>
-#include <limits>
 #include <utility>
 #include <vector>
 
@@ -20,9 +19,6 @@ using Kind = Value::Kind;
 
 constexpr std::int64_t kVersion = 1;
 constexpr std::int64_t kReferenceDate = 978'307'200; // 2001-01-01 in seconds since 1970
-constexpr std::array<std::string_view, 9> kKeys = {
-    "device", "inode", "size", "modified", "changed", "owner", "settled", "digest", "granted"};
-constexpr std::string_view kRequester = "requester";
 
 std::string debugText(const Error& error) {
     const Value info = error.userInfo();
@@ -30,123 +26,35 @@ std::string debugText(const Error& error) {
     return detail == nullptr ? error.localizedDescription() : std::string(detail->asString());
 }
 
-/// Reads the fields of one program and keeps the first fault.
-class EntryReader {
-public:
-    explicit EntryReader(const Value& entry) : entry_(entry) {}
-
-    template <typename Number> Number number(std::string_view key) {
-        const Value* value = find(key, {Kind::integer, Kind::unsignedInteger});
-        if (value == nullptr) {
-            return 0;
-        }
-        const bool fits = value->is(Kind::integer)
-                              ? std::in_range<Number>(value->asInteger())
-                              : std::in_range<Number>(value->asUnsignedInteger());
-        if (!fits) {
-            note(key, "is out of range");
-            return 0;
-        }
-        return value->is(Kind::integer) ? static_cast<Number>(value->asInteger())
-                                        : static_cast<Number>(value->asUnsignedInteger());
-    }
-    bool boolean(std::string_view key) {
-        const Value* value = find(key, {Kind::boolean, Kind::boolean});
-        return value != nullptr && value->asBoolean();
-    }
-    SHA256Digest digest(std::string_view key) {
-        SHA256Digest digest{};
-        if (const Value* value = find(key, {Kind::data, Kind::data})) {
-            if (value->asData().size() == digest.size()) {
-                std::ranges::copy(value->asData(), digest.begin());
-            } else {
-                note(key, "is no SHA-256");
-            }
-        }
-        return digest;
-    }
-    std::int64_t date(std::string_view key) {
-        const Value* value = find(key, {Kind::date, Kind::date});
-        return value == nullptr
-                   ? 0
-                   : std::llround(value->asDate().secondsSinceReference) + kReferenceDate;
-    }
-    [[nodiscard]] bool has(std::string_view key) const { return entry_.find(key) != nullptr; }
-    [[nodiscard]] const std::string& fault() const noexcept { return fault_; }
-
-private:
-    const Value* find(std::string_view key, std::pair<Kind, Kind> kinds) {
-        const Value* value = entry_.find(key);
-        if (value == nullptr) {
-            note(key, "is missing");
-        } else if (!value->is(kinds.first) && !value->is(kinds.second)) {
-            note(key, fmt::format("is of the wrong class, {}", className(value->kind())));
-            return nullptr;
-        }
-        return value;
-    }
-    void note(std::string_view key, std::string_view what) {
-        if (fault_.empty()) {
-            fault_ = fmt::format("\"{}\" {}", key, what);
-        }
-    }
-
-    const Value& entry_;
-    std::string fault_;
-};
-
-tl::expected<TrustedProgram, std::string> readProgram(std::string_view path, const Value& entry) {
-    const auto fault = [&](std::string_view what) {
-        return tl::unexpected(fmt::format("the program \"{}\": {}", shownPath(path), what));
-    };
-    if (!path.starts_with('/')) {
-        return fault("this is no absolute path");
-    }
-    if (!entry.is(Kind::dictionary)) {
-        return fault("is no dictionary");
-    }
-    EntryReader fields(entry);
+// None if the entry has another shape.
+std::optional<TrustedProgram> readProgram(const Value& entry) {
     TrustedProgram program;
-    program.path = path;
-    program.file = {.device = fields.number<dev_t>("device"),
-                    .inode = fields.number<ino_t>("inode"),
-                    .size = fields.number<off_t>("size"),
-                    .modified = fields.number<std::int64_t>("modified"),
-                    .changed = fields.number<std::int64_t>("changed"),
-                    .owner = fields.number<uid_t>("owner")};
-    program.settled = fields.boolean("settled");
-    program.digest = fields.digest("digest");
-    program.granted = fields.date("granted");
-    if (fields.has(kRequester)) {
-        program.requester = fields.number<uid_t>(kRequester);
+    const Value* digest = entry.find("digest");
+    const Value* granted = entry.find("granted");
+    if (digest == nullptr || !digest->is(Kind::data) ||
+        digest->asData().size() != program.digest.size() || granted == nullptr ||
+        !granted->is(Kind::date)) {
+        return std::nullopt;
     }
-    if (!fields.fault().empty()) {
-        return fault(fields.fault());
-    }
-    if (entry.asDictionary().size() != kKeys.size() + (program.requester ? 1 : 0)) {
-        return fault("has a key too many");
+    std::ranges::copy(digest->asData(), program.digest.begin());
+    program.granted = std::llround(granted->asDate().secondsSinceReference) + kReferenceDate;
+    if (const Value* requester = entry.find("requester")) {
+        if (!requester->is(Kind::integer) || !std::in_range<uid_t>(requester->asInteger())) {
+            return std::nullopt;
+        }
+        program.requester = static_cast<uid_t>(requester->asInteger());
     }
     return program;
 }
 
 Value valueOf(const TrustedProgram& program) {
-    const std::array<Value, kKeys.size()> values = {
-        Value::unsignedInteger(program.file.device),
-        Value::unsignedInteger(program.file.inode),
-        Value::integer(program.file.size),
-        Value::integer(program.file.modified),
-        Value::integer(program.file.changed),
-        Value::unsignedInteger(program.file.owner),
-        Value::boolean(program.settled),
-        Value::data({reinterpret_cast<const char*>(program.digest.data()), program.digest.size()}),
-        Value::date({static_cast<double>(program.granted - kReferenceDate)})};
-    std::vector<std::pair<Value, Value>> pairs;
-    pairs.reserve(values.size() + 1);
-    for (std::size_t i = 0; i < values.size(); ++i) {
-        pairs.emplace_back(Value::string(kKeys[i]), values[i]);
-    }
+    const auto* bytes = reinterpret_cast<const char*>(program.digest.data());
+    std::vector<std::pair<Value, Value>> pairs = {
+        {Value::string("digest"), Value::data({bytes, program.digest.size()})},
+        {Value::string("granted"),
+         Value::date({static_cast<double>(program.granted - kReferenceDate)})}};
     if (program.requester) {
-        pairs.emplace_back(Value::string(kRequester), Value::unsignedInteger(*program.requester));
+        pairs.emplace_back(Value::string("requester"), Value::unsignedInteger(*program.requester));
     }
     return Value::dictionary(std::move(pairs));
 }
@@ -159,24 +67,23 @@ tl::expected<TrustList, std::string> readTrustList(std::string_view content) {
     if (!document) {
         return tl::unexpected(debugText(document.error()));
     }
-    const Value& root = document->root;
-    const Value* version = root.find("version");
-    const Value* programs = root.find("programs");
+    const Value* version = document->root.find("version");
+    const Value* programs = document->root.find("programs");
     if (version == nullptr || !version->is(Kind::integer) || version->asInteger() != kVersion) {
         return tl::unexpected<std::string>("\"version\" is not 1");
     }
-    if (programs == nullptr || !programs->is(Kind::dictionary) || root.asDictionary().size() != 2) {
-        return tl::unexpected<std::string>(
-            "\"programs\" is no dictionary, or there is more beside it");
+    if (programs == nullptr || !programs->is(Kind::dictionary)) {
+        return tl::unexpected<std::string>("\"programs\" is not a dictionary");
     }
     TrustList list;
     const DictionaryView entries = programs->asDictionary();
     for (std::size_t i = 0; i < entries.size(); ++i) {
-        auto program = readProgram(entries.key(i), entries.value(i));
-        if (!program) {
-            return tl::unexpected(program.error());
+        const auto program = readProgram(entries.value(i));
+        if (!program || !entries.key(i).starts_with('/')) {
+            return tl::unexpected(fmt::format("the entry of \"{}\" is damaged",
+                                              log::foreign(entries.key(i), PATH_MAX)));
         }
-        list.emplace(entries.key(i), std::move(*program));
+        list.emplace(entries.key(i), *program);
     }
     return list;
 }

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "platform/foundation/digest/SHA256.h"
-#include "platform/foundation/os/FileKey.h"
 
 #include <tl/expected.hpp>
 
@@ -15,27 +14,22 @@
 
 namespace qv {
 
-/// A program that was granted trust, and the file that it was then.
+/// A program that was granted trust.
 struct TrustedProgram {
-    std::string path;               ///< absolute, without links; UTF-8
-    FileKey file;                   ///< `generation` is 0
-    bool settled = false;           ///< an unchanged `file` means unchanged bytes
     SHA256Digest digest{};          ///< of all bytes, a signature included
     std::int64_t granted = 0;       ///< seconds since 1970
-    std::optional<uid_t> requester; ///< who asked for it, when that is known
+    std::optional<uid_t> requester; ///< the user who asked for it, when that is known
 
     friend bool operator==(const TrustedProgram&, const TrustedProgram&) = default;
 };
 
-/// By path.
+/// By path: absolute, without links; UTF-8.
 using TrustList = std::map<std::string, TrustedProgram, std::less<>>;
 
 /// The store's content: an XML property list, a dictionary of `version` (1) and `programs`, a
-/// dictionary whose keys are the paths. A program is a dictionary of the integers `device`,
-/// `inode`, `size`, `modified` and `changed` (nanoseconds since 1970), `owner`, the boolean
-/// `settled`, the data `digest` (SHA-256), the date `granted` and, where it is known, the integer
-/// `requester`. Whatever is not exactly that is refused, so that nothing is lost by writing the
-/// list anew. Errors say what is wrong and where.
+/// dictionary whose keys are the paths. A program is a dictionary of the data `digest` (SHA-256),
+/// the date `granted` and, where it is known, the integer `requester`; other keys are ignored.
+/// Errors say what is wrong and where.
 [[nodiscard]] tl::expected<TrustList, std::string> readTrustList(std::string_view content);
 /// The error: a path that a list cannot hold.
 [[nodiscard]] tl::expected<std::string, std::string> writeTrustList(const TrustList& list);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/accessibility/TrustStore.h"
+#include "support/ErrorMatchers.h"
 #include "support/TemporaryDirectory.h"
 
 #include <gmock/gmock.h>
@@ -18,6 +19,7 @@ namespace fs = std::filesystem;
 using testing::HasSubstr;
 
 inline constexpr uid_t kNobody = 65534;
+inline constexpr std::string_view kNever = "trust was never granted";
 
 /// A store in a folder of its own, and programs to be put into it.
 class TrustTest : public testing::Test {
@@ -35,50 +37,39 @@ protected:
         fs::permissions(path, fs::perms(mode));
         return path;
     }
-    /// Of a path; fails the test where that cannot be found out.
-    [[nodiscard]] Trust trustIn(const fs::path& path) const {
-        const auto verdict = store_.check(path);
-        EXPECT_TRUE(verdict) << (verdict ? "" : verdict.error().localizedDescription());
-        return verdict ? verdict->trust : Trust::neverGranted;
+    /// A program that was granted trust.
+    [[nodiscard]] fs::path granted(std::string_view name) {
+        fs::path path = program(name);
+        EXPECT_FALSE(store_.grant(path)) << name;
+        return path;
     }
-    [[nodiscard]] std::string reasonAt(const fs::path& path) const {
-        const auto verdict = store_.check(path);
-        return verdict ? verdict->reason : verdict.error().localizedDescription();
+    static std::string textOf(const tl::expected<TrustVerdict, Error>& verdict) {
+        if (!verdict) {
+            return verdict.error().localizedDescription();
+        }
+        EXPECT_EQ(verdict->isTrusted, verdict->reason == "trusted");
+        return verdict->reason;
+    }
+    [[nodiscard]] std::string verdictOn(const fs::path& path) const {
+        return textOf(store_.check(path));
     }
     [[nodiscard]] std::vector<std::string> paths() const {
         std::vector<std::string> paths;
-        const auto list = store_.list();
-        EXPECT_TRUE(list) << (list ? "" : list.error().localizedDescription());
-        for (const TrustedProgram& one : list.value_or(std::vector<TrustedProgram>())) {
-            paths.push_back(one.path);
+        for (const auto& [path, program] : store_.list().value_or(TrustList())) {
+            paths.push_back(path);
         }
         return paths;
     }
-    /// What there is beside the store and its lock.
-    [[nodiscard]] std::size_t leftovers() const {
-        std::size_t count = 0;
-        for (const auto& item : fs::directory_iterator(file_.parent_path())) {
-            count += item.path() == file_ || item.path().filename() == "lock" ? 0U : 1U;
-        }
-        return count;
-    }
-    /// The exit status of a child process that does it.
-    static int inChild(const std::function<int()>& work) {
+    static int asNobody(const std::function<bool()>& work) {
         const pid_t child = ::fork();
         if (child == 0) {
-            ::_exit(work());
+            const bool isNobody = ::setresgid(kNobody, kNobody, kNobody) == 0 &&
+                                  ::setresuid(kNobody, kNobody, kNobody) == 0;
+            ::_exit(isNobody && work() ? 0 : 1);
         }
         int status = -1;
         EXPECT_EQ(::waitpid(child, &status, 0), child);
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
-    static int asNobody(const std::function<int()>& work) {
-        return inChild([&] {
-            return ::setresgid(kNobody, kNobody, kNobody) == 0 &&
-                           ::setresuid(kNobody, kNobody, kNobody) == 0
-                       ? work()
-                       : 99;
-        });
+        return status;
     }
 
     const TemporaryDirectory folder_;

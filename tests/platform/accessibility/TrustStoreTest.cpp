@@ -1,105 +1,70 @@
 // The store of trusted programs: what is trusted, and what no longer is.
 
-#include "platform/accessibility/ExecutableFile.h"
 #include "platform/accessibility/TrustFixture.h"
+#include "support/LedProgram.h"
 
 #include <array>
 #include <fcntl.h>
 #include <fstream>
-#include <sys/mman.h>
 #include <sys/stat.h>
 
 namespace qv::test {
 namespace {
 
-TEST_F(TrustTest, IsGrantedToTheVeryFileAtTheVeryPath) {
+TEST_F(TrustTest, TrustsTheseBytesAtThisPath) {
     const fs::path one = program("one");
-    const fs::path same = program("same bytes");
-    EXPECT_EQ(trustIn(one), Trust::neverGranted) << "without a store";
+    EXPECT_EQ(verdictOn(one), kNever) << "without a store";
     EXPECT_FALSE(fs::exists(state_)) << "asking leaves nothing";
-    const auto granted = store_.grant(one);
-    ASSERT_TRUE(granted) << granted.error().localizedDescription();
-    EXPECT_EQ(trustIn(one), Trust::granted);
-    EXPECT_EQ(trustIn(same), Trust::neverGranted);
+    EXPECT_EQ(store_.makeProcessTrusted(one), kAXErrorSuccess);
+    EXPECT_EQ(verdictOn(one), "trusted");
+    EXPECT_EQ(verdictOn(program("same bytes")), kNever);
     fs::create_hard_link(one, folder_ / "hard link");
-    EXPECT_EQ(trustIn(folder_ / "hard link"), Trust::neverGranted);
-    EXPECT_EQ(trustIn(one), Trust::granted) << "the link has changed its key, not its bytes";
-    fs::create_symlink(one, folder_ / "link");
-    EXPECT_EQ(trustIn(folder_ / "link"), Trust::granted);
+    EXPECT_EQ(verdictOn(folder_ / "hard link"), kNever);
+    EXPECT_EQ(store_.list()->at(one).requester, 1000U);
+    EXPECT_EQ(store_.list()->at(one).digest, sha256("#!/bin/true"));
 
     fs::rename(one, folder_ / "moved");
-    EXPECT_EQ(trustIn(folder_ / "moved"), Trust::neverGranted);
-    EXPECT_EQ(trustIn(one), Trust::changed);
-    EXPECT_THAT(reasonAt(one), HasSubstr("no longer the file that trust was granted to: No such"));
+    EXPECT_EQ(verdictOn(folder_ / "moved"), kNever);
+    EXPECT_THAT(verdictOn(one), HasSubstr("no longer the file that trust was granted to: No such"));
     fs::rename(folder_ / "moved", one);
-    EXPECT_EQ(trustIn(one), Trust::granted);
+    EXPECT_EQ(verdictOn(one), "trusted");
 
-    ASSERT_EQ(store_.list()->size(), 1U);
-    EXPECT_EQ(store_.list()->front(), *granted) << "what is read is what was stored";
-    EXPECT_EQ(granted->requester, 1000U);
-    EXPECT_EQ(granted->digest, sha256("#!/bin/true"));
-}
-
-TEST_F(TrustTest, EndsWithEveryChangeOfTheBytes) {
-    const auto granted = [&](std::string_view name) {
-        fs::path path = program(name, "#!/bin/true  ");
-        EXPECT_TRUE(store_.grant(path));
-        return path;
-    };
-    const fs::path replaced = granted("replaced");
-    fs::rename(program("new", "#!/bin/false "), replaced);
-    EXPECT_EQ(trustIn(replaced), Trust::changed);
-    EXPECT_THAT(reasonAt(replaced), HasSubstr("has changed since trust was granted"));
-
-    // The same size, and the date of modification put back.
-    const fs::path patched = granted("patched");
+    // Other bytes of the same size, the date of modification put back.
     struct stat before{};
-    ASSERT_EQ(::stat(patched.c_str(), &before), 0);
-    std::fstream(patched, std::ios::in | std::ios::out).seekp(7) << "fals";
+    ASSERT_EQ(::stat(one.c_str(), &before), 0);
+    std::fstream(one, std::ios::in | std::ios::out).seekp(7) << "fals";
     const std::array<timespec, 2> times = {before.st_atim, before.st_mtim};
-    ASSERT_EQ(::utimensat(AT_FDCWD, patched.c_str(), times.data(), 0), 0);
-    EXPECT_EQ(trustIn(patched), Trust::changed);
-
-    const fs::path longer = granted("longer");
-    std::ofstream(longer, std::ios::app) << "x";
-    EXPECT_EQ(trustIn(longer), Trust::changed);
-    ASSERT_TRUE(store_.grant(longer)) << "renewed";
-    EXPECT_EQ(trustIn(longer), Trust::granted);
-    EXPECT_EQ(paths().size(), 3U);
+    ASSERT_EQ(::utimensat(AT_FDCWD, one.c_str(), times.data(), 0), 0);
+    EXPECT_EQ(verdictOn(one), "the file has changed since trust was granted");
+    EXPECT_FALSE(store_.grant(one)) << "renewed";
+    EXPECT_EQ(verdictOn(one), "trusted");
+    EXPECT_EQ(paths().size(), 1U);
 }
 
-TEST_F(TrustTest, OfALinkIsThatOfTheFileItLeadsTo) {
+TEST_F(TrustTest, FollowsLinksToTheProgram) {
     const fs::path real = program("folder/program");
     fs::create_directory_symlink(folder_ / "folder", folder_ / "way");
     fs::create_symlink("way/program", folder_ / "link");
-    ASSERT_TRUE(store_.grant(folder_ / "link"));
+    ASSERT_FALSE(store_.grant(folder_ / "link"));
     EXPECT_THAT(paths(), testing::ElementsAre(real));
-    const fs::path other = program("other");
+    EXPECT_EQ(verdictOn(folder_ / "link"), "trusted");
     fs::remove(folder_ / "link");
-    fs::create_symlink(other, folder_ / "link");
-    EXPECT_EQ(trustIn(folder_ / "link"), Trust::neverGranted);
-    EXPECT_EQ(trustIn(real), Trust::granted);
+    fs::create_symlink(program("other"), folder_ / "link");
+    EXPECT_EQ(verdictOn(folder_ / "link"), kNever);
+    EXPECT_EQ(verdictOn(real), "trusted");
 }
 
-TEST_F(TrustTest, IsRefusedToWhatIsNoProgram) {
+TEST_F(TrustTest, RefusesWhatIsNotAProgram) {
     fs::create_symlink("nowhere", folder_ / "dangling");
     fs::create_symlink("loop", folder_ / "loop");
     ASSERT_EQ(::mkfifo((folder_ / "fifo").c_str(), 0755), 0);
     for (const std::string& path : std::initializer_list<std::string>{
-             "",
-             folder_ / "missing",
-             folder_ / "dangling",
-             folder_ / "loop",
-             folder_ / std::string(300, 'x'),
-             program("file") / "below",
-             folder_.path(),
-             folder_ / "fifo",
-             "/dev/null",
-             program("text", "#!/bin/sh", 0644),
-             program("cut").native() + '\0' + "off",
-         }) {
+             "", folder_ / "missing", folder_ / "dangling", folder_ / "loop",
+             folder_ / std::string(300, 'x'), program("file") / "below", folder_.path(),
+             folder_ / "fifo", "/dev/null", program("text", "#!/bin/sh", 0644),
+             program("cut").native() + '\0' + "off"}) {
         EXPECT_EQ(store_.makeProcessTrusted(path), kAXErrorIllegalArgument) << path;
-        EXPECT_EQ(trustIn(path), Trust::neverGranted) << path;
+        EXPECT_FALSE(store_.check(path)->isTrusted) << path;
     }
     const fs::path large = program("large");
     fs::resize_file(large, (std::uintmax_t{1} << 30U) + 1);
@@ -107,16 +72,15 @@ TEST_F(TrustTest, IsRefusedToWhatIsNoProgram) {
     EXPECT_EQ(store_.makeProcessTrusted(large), kAXErrorFailure);
     EXPECT_THAT(testing::internal::GetCapturedStderr(),
                 HasSubstr("Trust not granted: " + large.native() + ": is larger than 1 GiB"));
-    EXPECT_EQ(store_.makeProcessTrusted(program("\xff")), kAXErrorFailure);
-    EXPECT_FALSE(fs::exists(state_));
-    EXPECT_THAT(store_.grant(folder_ / "text").error().localizedDescription(),
-                HasSubstr("/text: may be executed by nobody"));
+    EXPECT_EQ(store_.makeProcessTrusted(program("\xff")), kAXErrorFailure) << "not UTF-8";
+    EXPECT_EQ(store_.makeProcessTrusted(program("bell\a")), kAXErrorCannotComplete)
+        << "XML has no such character";
+    EXPECT_TRUE(paths().empty());
 }
 
-TEST_F(TrustTest, IsRootsToGrantAndEverybodysToAskFor) {
-    const fs::path one = program("one");
+TEST_F(TrustTest, IsRootsToChangeAndEverybodysToRead) {
     const auto umask = ::umask(077);
-    ASSERT_EQ(store_.makeProcessTrusted(one), kAXErrorSuccess);
+    const fs::path one = granted("one");
     ::umask(umask);
     for (const auto& [path, mode] : {std::pair{state_, 0755U},
                                      {state_ / "accessibility", 0755U},
@@ -125,86 +89,99 @@ TEST_F(TrustTest, IsRootsToGrantAndEverybodysToAskFor) {
         struct stat info{};
         ASSERT_EQ(::stat(path.c_str(), &info), 0) << path;
         EXPECT_EQ(info.st_mode & 07777U, mode) << path;
-        EXPECT_EQ(info.st_uid + info.st_gid, 0U) << path;
+        EXPECT_EQ(info.st_uid, 0U) << path;
     }
-    EXPECT_EQ(asNobody([&] { return store_.check(one)->trust == Trust::granted ? 0 : 1; }), 0);
-    EXPECT_EQ(
-        asNobody([&] { return store_.makeProcessTrusted(one) == kAXErrorAPIDisabled ? 0 : 1; }), 0);
-    EXPECT_EQ(
-        asNobody([&] { return store_.revoke(one).error().code() == kAXErrorAPIDisabled ? 0 : 1; }),
-        0);
+    EXPECT_EQ(asNobody([&] {
+                  return verdictOn(one) == "trusted" &&
+                         store_.makeProcessTrusted(one) == kAXErrorAPIDisabled &&
+                         store_.revoke(one).error().code() == kAXErrorAPIDisabled;
+              }),
+              0);
     fs::permissions(one, fs::perms(0711));
-    EXPECT_EQ(asNobody([&] { return store_.check(one) ? 1 : 0; }), 0) << "it could not be read";
-    EXPECT_EQ(trustIn(one), Trust::granted);
+    EXPECT_EQ(asNobody([&] { return !store_.check(one); }), 0) << "it cannot be read";
+    EXPECT_EQ(verdictOn(one), "trusted");
 }
 
-TEST_F(TrustTest, IsRevokedByTheNameThatIsShown) {
-    const fs::path one = program("one");
-    const fs::path two = program("two");
-    EXPECT_FALSE(*store_.revoke(one)) << "without a store";
-    ASSERT_TRUE(store_.grant(one));
-    ASSERT_TRUE(store_.grant(two));
+TEST_F(TrustTest, RevokesByTheNameThatIsShown) {
+    EXPECT_FALSE(*store_.revoke(folder_ / "one")) << "without a store";
+    const fs::path one = granted("one");
+    const fs::path two = granted("line\nend <&\"'> \xc3\xb6");
     fs::remove(one);
-    EXPECT_TRUE(*store_.revoke(one)) << "the file is gone";
-    EXPECT_FALSE(*store_.revoke(one));
-    fs::create_symlink(two, one);
-    EXPECT_TRUE(*store_.revoke(one)) << "by a link";
-    EXPECT_EQ(trustIn(two), Trust::neverGranted);
-    EXPECT_TRUE(paths().empty());
-
-    // A program that became a link to another one: the name itself goes first.
-    fs::remove(one);
-    ASSERT_TRUE(store_.grant(program("one")));
-    ASSERT_TRUE(store_.grant(two));
-    fs::remove(one);
-    fs::create_symlink(two, one);
+    fs::create_symlink(two, one); // the name itself goes first
     EXPECT_TRUE(*store_.revoke(one));
     EXPECT_THAT(paths(), testing::ElementsAre(two));
+    EXPECT_TRUE(*store_.revoke(one)) << "by a link";
+    EXPECT_EQ(verdictOn(two), kNever);
+    EXPECT_FALSE(*store_.revoke(two));
+    EXPECT_TRUE(paths().empty());
 }
 
-TEST_F(TrustTest, NamesOfEveryKindAreKept) {
-    for (const char* name :
-         {"with space", "<&\"'>", "line\nend", "r\xc3\xa4ksm\xc3\xb6rg\xc3\xa5s"}) {
-        ASSERT_TRUE(store_.grant(program(name))) << name;
-        EXPECT_EQ(trustIn(folder_ / name), Trust::granted) << name;
+class TrustProcess : public TrustTest {
+protected:
+    // A program that answers what it is told, under a name in the folder.
+    [[nodiscard]] fs::path copy(const fs::path& program, std::string_view name) const {
+        fs::path path = folder_ / name;
+        fs::copy_file(program, path);
+        return path;
     }
-    // XML has no such character.
-    const auto refused = store_.grant(program("bell\a"));
-    ASSERT_FALSE(refused);
-    EXPECT_THAT(refused.error().localizedDescription(), HasSubstr("bell"));
-    EXPECT_EQ(paths().size(), 4U);
+    static LedProgram start(std::vector<std::string> command) {
+        LedProgram program({.command = std::move(command)});
+        EXPECT_EQ(program.order("ready"), "ready"); // it executes what it is to execute
+        return program;
+    }
+    [[nodiscard]] std::string verdictOf(pid_t process) const {
+        return textOf(store_.checkProcess(process));
+    }
+
+    static constexpr std::string_view kReplaced =
+        "the file was replaced or removed since the process started";
+};
+
+TEST_F(TrustProcess, IsJudgedByTheExecutedFile) {
+    const fs::path path = copy("/bin/cat", "echo");
+    ASSERT_FALSE(store_.grant(path));
+    const LedProgram running = start({path});
+    EXPECT_EQ(verdictOf(running.pid()), "trusted");
+    EXPECT_EQ(store_.checkProcess(running.pid())->path, path);
+    EXPECT_EQ(verdictOf(::getpid()), kNever);
+    EXPECT_EQ(asNobody([&] {
+                  const auto verdict = store_.checkProcess(running.pid());
+                  return !verdict && verdict.error().code() == kAXErrorFailure;
+              }),
+              0)
+        << "another user's process";
+    for (const pid_t number : {0, -1, 0x7fffffff}) {
+        EXPECT_EQ(verdictOf(number), "there is no such process") << number;
+    }
+    LedProgram zombie = start({path});
+    zombie.endInput();
+    ASSERT_TRUE(zombie.process().waitForEnd());
+    EXPECT_EQ(verdictOf(zombie.pid()), "executes no file");
+
+    fs::rename(copy("/bin/cat", "new"), path); // the same bytes even
+    EXPECT_EQ(verdictOf(running.pid()), kReplaced);
+    // A file whose name looks like that of a removed one is a file like any other.
+    fs::rename(path, path.native() + " (deleted)");
+    EXPECT_EQ(verdictOf(running.pid()), kReplaced);
+    ASSERT_FALSE(store_.grant(path.native() + " (deleted)"));
+    EXPECT_EQ(verdictOf(start({path.native() + " (deleted)"}).pid()), "trusted");
 }
 
-// The key of a file stands for its bytes only where nothing can have been written without a trace.
-TEST_F(TrustTest, TheKeyAloneCountsOnlyForSettledFiles) {
-    const fs::path path = program("program", std::string(8192, 'x'));
-    const auto settled = [&](std::int64_t age) {
-        const auto file = ExecutableFile::at(path);
-        return file->contentMark(file->key().changed + age)->settled;
-    };
-    constexpr std::int64_t kOld = 3'000'000'000;
-    EXPECT_TRUE(settled(kOld));
-    EXPECT_FALSE(settled(kOld / 2)) << "a change within the clock's tick would leave no trace";
-    EXPECT_FALSE(settled(-kOld)) << "of the future";
-    {
-        const Descriptor writer(::open(path.c_str(), O_RDWR | O_CLOEXEC));
-        EXPECT_FALSE(settled(kOld));
-    }
-    EXPECT_TRUE(settled(kOld));
-    void* mapped = MAP_FAILED;
-    {
-        const Descriptor writer(::open(path.c_str(), O_RDWR | O_CLOEXEC));
-        mapped = ::mmap(nullptr, 8192, PROT_READ | PROT_WRITE, MAP_SHARED, writer.get(), 0);
-    }
-    ASSERT_NE(mapped, MAP_FAILED);
-    EXPECT_FALSE(settled(kOld)) << "a mapping is written to without a trace";
-    ASSERT_EQ(::munmap(mapped, 8192), 0);
-    EXPECT_TRUE(settled(kOld));
-    fs::permissions(path, fs::perms(0775));
-    EXPECT_FALSE(settled(kOld));
-    fs::permissions(path, fs::perms(0755));
-    ASSERT_EQ(::chown(path.c_str(), kNobody, 0), 0);
-    EXPECT_FALSE(settled(kOld)) << "its owner can write";
+// Another program at the trusted path's name: neither a path of its own mounts nor its arguments
+// help it.
+TEST_F(TrustProcess, RejectsAnotherProgramAtTrustedPath) {
+    const fs::path path = copy("/bin/cat", "echo");
+    ASSERT_FALSE(store_.grant(path));
+    const fs::path tee = copy("/usr/bin/tee", "tee");
+    const LedProgram mounted =
+        start({"/usr/bin/unshare", "--mount", "/bin/sh", "-c",
+               "mount --bind \"$1\" \"$2\" && exec \"$2\"", "sh", tee, path});
+    EXPECT_EQ(verdictOf(mounted.pid()), "the file has changed since trust was granted");
+    const LedProgram renamed =
+        start({"/bin/bash", "--norc", "-c", "exec -a \"$1\" /usr/bin/tee", "bash", path});
+    EXPECT_EQ(verdictOf(renamed.pid()), kNever);
+    const LedProgram foreign = start({"/usr/bin/unshare", "--user", path});
+    EXPECT_THAT(verdictOf(foreign.pid()), HasSubstr("in another user namespace"));
 }
 
 } // namespace

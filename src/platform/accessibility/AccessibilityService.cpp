@@ -1,4 +1,4 @@
-#include "platform/accessibility/AccessibilityError.h"
+#include "platform/accessibility/AccessibilityService.h"
 
 #include "platform/foundation/log/Log.h"
 
@@ -9,12 +9,10 @@
 namespace qv {
 
 Error accessibilityError(AXError code, std::string_view place, std::string_view cause) {
-    const std::string text = fmt::format("{}: {}", shownPath(place), cause);
+    const std::string text = fmt::format("{}: {}", log::foreign(place, PATH_MAX), cause);
     return {kAXErrorDomain, code,
             Value::dictionary({{error_key::kLocalizedDescription, Value::string(text)},
                                {error_key::kLocalizedFailureReason, Value::string(cause)}})};
 }
-
-std::string shownPath(std::string_view path) { return log::foreign(path, PATH_MAX); }
 
 } // namespace qv
