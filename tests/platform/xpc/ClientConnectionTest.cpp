@@ -1,5 +1,7 @@
 #include "platform/xpc/ClientConnection.h"
 
+#include "support/ErrorMatchers.h"
+
 #include <gtest/gtest.h>
 
 #include "RawClient.h"
@@ -16,16 +18,9 @@ using test::frameBytes;
 using test::ServiceThread;
 using namespace std::chrono_literals;
 
-template <typename Result> std::int64_t codeOf(const Result& result) {
-    if (result.has_value()) {
-        return 0;
-    }
-    EXPECT_EQ(result.error().domain(), "QVCatalogClientErrorDomain");
-    EXPECT_FALSE(result.error().localizedDescription().empty());
-    return result.error().code();
+auto fails(ClientErrorCode code) {
+    return failsWith("QVCatalogClientErrorDomain", static_cast<std::int64_t>(code));
 }
-
-constexpr std::int64_t numberOf(ClientErrorCode code) { return static_cast<std::int64_t>(code); }
 
 Value dictionaryOf(std::string_view text) {
     return Value::dictionary({{"text", Value::string(text)}});
@@ -46,15 +41,6 @@ public:
               }
               listener_.reset();
           }) {}
-    /// Greets, reads what comes at once, and answers.
-    ScriptedService(const std::string& greeting, const std::string& answer)
-        : ScriptedService({[greeting, answer](int client) {
-              say(client, greeting);
-              if (!answer.empty()) {
-                  hear(client);
-                  say(client, answer);
-              }
-          }}) {}
     ~ScriptedService() { thread_.join(); }
     ScriptedService(const ScriptedService&) = delete;
     ScriptedService& operator=(const ScriptedService&) = delete;
@@ -91,7 +77,20 @@ std::string replyBytes(std::uint64_t sequence) {
                       false);
 }
 
-TEST(ClientConnection, ExchangesMessagesOfAnySizeAllowed) {
+ScriptedService::Act say(const std::string& bytes) {
+    return [bytes](int client) { ScriptedService::say(client, bytes); };
+}
+
+// `flags`: MSG_PEEK leaves the request unread.
+ScriptedService::Act greetAndHear(int flags, const std::string& answer) {
+    return [=](int client) {
+        ScriptedService::say(client, greetingBytes());
+        ScriptedService::hear(client, flags);
+        ScriptedService::say(client, answer);
+    };
+}
+
+TEST(ClientConnection, ExchangesMessagesOfAnySize) {
     const ServiceThread service;
     auto connection = ClientConnection::connect(service.path());
     ASSERT_TRUE(connection);
@@ -102,86 +101,67 @@ TEST(ClientConnection, ExchangesMessagesOfAnySizeAllowed) {
         EXPECT_EQ(reply->find("text")->asString().size(), size);
     }
     // What cannot be sent costs nothing but itself.
-    EXPECT_EQ(codeOf(connection->sendMessageWithReply(dictionaryOf(std::string(65UL << 20, 'x')))),
-              numberOf(ClientErrorCode::protocol));
-    EXPECT_EQ(codeOf(connection->sendMessageWithReply(Value::string("no dictionary"))),
-              numberOf(ClientErrorCode::protocol));
+    EXPECT_THAT(connection->sendMessageWithReply(dictionaryOf(std::string(65UL << 20, 'x'))),
+                fails(ClientErrorCode::protocol));
+    EXPECT_THAT(connection->sendMessageWithReply(Value::string("no dictionary")),
+                fails(ClientErrorCode::protocol));
     EXPECT_TRUE(connection->sendMessageWithReply(dictionaryOf("still there")));
 }
 
 TEST(ClientConnection, TellsApartWhyThereIsNoConnection) {
     const qv::test::TemporaryDirectory directory;
     const std::string missing = directory / "missing.sock";
-    EXPECT_EQ(codeOf(ClientConnection::connect(missing)), numberOf(ClientErrorCode::unreachable));
-    EXPECT_EQ(codeOf(ClientConnection::connect("")), numberOf(ClientErrorCode::unreachable));
-    EXPECT_EQ(codeOf(ClientConnection::connect(std::string(200, 'p'))),
-              numberOf(ClientErrorCode::unreachable));
+    EXPECT_THAT(ClientConnection::connect(missing), fails(ClientErrorCode::unreachable));
+    EXPECT_THAT(ClientConnection::connect(std::string(200, 'p')),
+                fails(ClientErrorCode::unreachable));
     const std::string deserted = directory / "deserted.sock";
     test::listeningSocket(deserted).reset();
-    EXPECT_EQ(codeOf(ClientConnection::connect(deserted)), numberOf(ClientErrorCode::unreachable));
+    EXPECT_THAT(ClientConnection::connect(deserted), fails(ClientErrorCode::unreachable));
     const ServiceThread rejecting(
         {.onConnection = [](ServiceThread&, const auto& connection) { connection->cancel(); }});
-    EXPECT_EQ(codeOf(ClientConnection::connect(rejecting.path())),
-              numberOf(ClientErrorCode::rejected));
+    EXPECT_THAT(ClientConnection::connect(rejecting.path()), fails(ClientErrorCode::rejected));
 }
 
-TEST(ClientConnection, RefusesGreetingsAndRepliesThatAreNone) {
+TEST(ClientConnection, RefusesWrongGreetingsAndReplies) {
     for (const std::string& greeting :
          {std::string(30, 'x'), replyBytes(0), frameBytes(FrameKind::greeting, "x", 0, false),
           frameBytes(FrameKind::greeting, bodyOfDictionary(Value::dictionary({})).value(), 0,
                      false)}) {
-        const ScriptedService service(greeting, "");
-        EXPECT_EQ(codeOf(ClientConnection::connect(service.path())),
-                  numberOf(ClientErrorCode::protocol));
+        const ScriptedService service({say(greeting)});
+        EXPECT_THAT(ClientConnection::connect(service.path()), fails(ClientErrorCode::protocol));
     }
     for (const std::string& answer : {std::string(30, 'x'), replyBytes(2), greetingBytes(),
                                       frameBytes(FrameKind::reply, "bplist00", 1, false)}) {
-        const ScriptedService service(greetingBytes(), answer);
+        const ScriptedService service({greetAndHear(0, answer)});
         auto connection = ClientConnection::connect(service.path());
         ASSERT_TRUE(connection);
-        EXPECT_EQ(codeOf(connection->sendMessageWithReply(dictionaryOf("x"))),
-                  numberOf(ClientErrorCode::protocol));
-        EXPECT_EQ(codeOf(connection->sendMessageWithReply(dictionaryOf("x"))),
-                  numberOf(ClientErrorCode::unreachable))
+        EXPECT_THAT(connection->sendMessageWithReply(dictionaryOf("x")),
+                    fails(ClientErrorCode::protocol));
+        EXPECT_THAT(connection->sendMessageWithReply(dictionaryOf("x")),
+                    fails(ClientErrorCode::unreachable))
             << "what comes after a wrong reply belongs to no request: it connects anew";
     }
-    const ScriptedService good(greetingBytes(), replyBytes(1));
-    EXPECT_TRUE(ClientConnection::connect(good.path())->sendMessageWithReply(dictionaryOf("x")));
 }
 
-TEST(ClientConnection, ReportsAServiceThatClosesInsteadOfAnswering) {
+TEST(ClientConnection, ReportsAServiceThatDoesNotAnswer) {
     const ServiceThread service({.onMessage = [](ServiceThread&, const Message& message) {
         message.remoteConnection()->cancel();
     }});
     auto connection = ClientConnection::connect(service.path());
     ASSERT_TRUE(connection);
-    EXPECT_EQ(codeOf(connection->sendMessageWithReply(dictionaryOf("x"))),
-              numberOf(ClientErrorCode::interrupted));
+    EXPECT_THAT(connection->sendMessageWithReply(dictionaryOf("x")),
+                fails(ClientErrorCode::interrupted));
     // Part of a reply means executed, whatever else is unread.
-    const ScriptedService cut({[](int client) {
-        ScriptedService::say(client, greetingBytes());
-        ScriptedService::hear(client, MSG_PEEK);
-        ScriptedService::say(client, replyBytes(1).substr(0, 9));
-    }});
+    const ScriptedService cut({greetAndHear(MSG_PEEK, replyBytes(1).substr(0, 9))});
     auto second = ClientConnection::connect(cut.path());
     ASSERT_TRUE(second);
-    EXPECT_EQ(codeOf(second->sendMessageWithReply(dictionaryOf("x"))),
-              numberOf(ClientErrorCode::interrupted));
+    EXPECT_THAT(second->sendMessageWithReply(dictionaryOf("x")),
+                fails(ClientErrorCode::interrupted));
 }
 
 const std::string kFarewell = frameBytes(FrameKind::farewell, "", 0, false);
 
 TEST(ClientConnection, SendsAgainWhatWasNotExecuted) {
-    const auto say = [](const std::string& bytes) {
-        return [bytes](int client) { ScriptedService::say(client, bytes); };
-    };
-    const auto greetAndHear = [](int flags, const std::string& bytes) {
-        return [=](int client) {
-            ScriptedService::say(client, greetingBytes());
-            ScriptedService::hear(client, flags);
-            ScriptedService::say(client, bytes);
-        };
-    };
     const std::vector<std::pair<const char*, ScriptedService::Act>> rows = {
         {"farewell before the greeting", say(kFarewell)},
         {"farewell to a silent client", say(greetingBytes() + kFarewell)},
@@ -207,12 +187,11 @@ TEST(ClientConnection, GivesUpOnAServiceThatKeepsLeaving) {
     ServiceThread service({.onConnection = [](ServiceThread&, const auto& connection) {
         connection->bidFarewell();
     }});
-    EXPECT_EQ(codeOf(ClientConnection::connect(service.path())),
-              numberOf(ClientErrorCode::notExecuted));
+    EXPECT_THAT(ClientConnection::connect(service.path()), fails(ClientErrorCode::notExecuted));
     EXPECT_LE(service.waitForConnections(0), 20U);
     const auto begin = std::chrono::steady_clock::now();
-    EXPECT_EQ(codeOf(ClientConnection::connect(service.path(), begin + 50ms)),
-              numberOf(ClientErrorCode::timedOut));
+    EXPECT_THAT(ClientConnection::connect(service.path(), begin + 50ms),
+                fails(ClientErrorCode::timedOut));
     EXPECT_LT(std::chrono::steady_clock::now() - begin, 5s);
 }
 
@@ -223,12 +202,11 @@ TEST(ClientConnection, GivesUpAtItsDeadline) {
         {.onMessage = [&](ServiceThread&, const Message& message) { held.push_back(message); }});
     auto connection = ClientConnection::connect(silent.path(), soon() + 5s);
     ASSERT_TRUE(connection);
-    EXPECT_EQ(codeOf(connection->sendMessageWithReply(dictionaryOf("x"), soon())),
-              numberOf(ClientErrorCode::timedOut));
+    EXPECT_THAT(connection->sendMessageWithReply(dictionaryOf("x"), soon()),
+                fails(ClientErrorCode::timedOut));
     silent.perform([&] { held.clear(); });
     const ServiceThread idle({.accepting = false}); // connects, but nobody greets
-    EXPECT_EQ(codeOf(ClientConnection::connect(idle.path(), soon())),
-              numberOf(ClientErrorCode::timedOut));
+    EXPECT_THAT(ClientConnection::connect(idle.path(), soon()), fails(ClientErrorCode::timedOut));
 }
 
 } // namespace

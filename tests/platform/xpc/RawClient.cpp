@@ -9,7 +9,6 @@
 #include <sys/time.h>
 #include <sys/un.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 namespace qv::xpc::test {
 
@@ -31,6 +30,12 @@ RawClient::RawClient(const std::string& path)
     const timeval patience{60, 0};
     ::setsockopt(fd(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
     ::setsockopt(fd(), SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
+}
+
+RawClient RawClient::greeted(const std::string& path) {
+    RawClient client(path);
+    client.greet();
+    return client;
 }
 
 bool RawClient::send(std::string_view bytes) const {
@@ -100,10 +105,6 @@ bool RawClient::isServed(std::uint64_t sequence) const {
     const Frame reply = readFrame();
     return reply.kind == FrameKind::reply && reply.sequence == sequence;
 }
-
-int ChildProcess::begin() { return ::fork(); }
-
-void ChildProcess::finish(int status) { ::_exit(status); }
 
 ChildProcess::~ChildProcess() {
     if (!reaped_) {

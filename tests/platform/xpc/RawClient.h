@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <unistd.h>
 
 namespace qv::xpc::test {
 
@@ -17,6 +18,8 @@ std::string frameBytes(FrameKind kind, std::string_view body, std::uint64_t sequ
 class RawClient {
 public:
     explicit RawClient(const std::string& path);
+    /// One that has read its greeting.
+    static RawClient greeted(const std::string& path);
 
     [[nodiscard]] int fd() const { return socket_.get(); }
     void close() { socket_.reset(); }
@@ -49,9 +52,9 @@ private:
 /// A process that runs `body` and exits; killed and reaped at the latest with its owner.
 class ChildProcess {
 public:
-    template <typename Body> explicit ChildProcess(const Body& body) : pid_(begin()) {
+    template <typename Body> explicit ChildProcess(const Body& body) : pid_(::fork()) {
         if (pid_ == 0) {
-            finish(body());
+            ::_exit(body());
         }
     }
     ~ChildProcess();
@@ -66,8 +69,6 @@ public:
     int wait();
 
 private:
-    static int begin();
-    [[noreturn]] static void finish(int status);
     int pid_;
     bool reaped_ = false;
 };

@@ -99,10 +99,6 @@ void ServiceThread::perform(const std::function<void()>& work) {
     done.get_future().wait();
 }
 
-void ServiceThread::startAccepting() {
-    perform([this] { listener_->resume(); });
-}
-
 void ServiceThread::acceptAndServe(const std::shared_ptr<Connection>& connection) {
     connection->setEventHandler([this](const Event& event) {
         record(event);

@@ -30,7 +30,7 @@ public:
         std::function<void(ServiceThread&, const Message&)> onMessage = nullptr;
         /// Runs when the socket listens, but before there is a Listener.
         std::function<void(const std::string& path)> beforeStart = nullptr;
-        bool accepting = true; ///< else the listener waits for startAccepting()
+        bool accepting = true; ///< else nobody is accepted
     };
 
     explicit ServiceThread(Behaviour behaviour);
@@ -45,7 +45,6 @@ public:
 
     /// Runs `work` on the queue and waits for it.
     void perform(const std::function<void()>& work);
-    void startAccepting();
     /// For onConnection: the usual handler, and on with it.
     void acceptAndServe(const std::shared_ptr<Connection>& connection);
     static void echo(const Message& message);

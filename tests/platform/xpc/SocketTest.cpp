@@ -7,7 +7,6 @@
 #include "RawClient.h"
 #include "ServiceThread.h"
 #include <array>
-#include <cerrno>
 #include <cstring>
 #include <fcntl.h>
 #include <sys/socket.h>
@@ -19,19 +18,6 @@ namespace {
 using test::ChildProcess;
 using test::descriptorCount;
 using test::RawClient;
-
-struct Pair {
-    Descriptor ours;
-    Descriptor theirs;
-};
-
-Pair socketPair() {
-    std::array<int, 2> fds{};
-    EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds.data()), 0);
-    const int on = 1;
-    ::setsockopt(fds[0], SOL_SOCKET, SO_PASSCRED, &on, sizeof on);
-    return {Descriptor(fds[0]), Descriptor(fds[1])};
-}
 
 void sendDescriptors(int socket, std::size_t count) {
     constexpr std::size_t kMost = 16;
@@ -55,48 +41,26 @@ void sendDescriptors(int socket, std::size_t count) {
 // A descriptor that stays behind is a leak that a client causes at will; more than fit must not
 // slip through either.
 TEST(SocketIO, RefusesAndClosesDescriptors) {
-    const Pair pair = socketPair();
+    std::array<int, 2> fds{};
+    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds.data()), 0);
+    const Descriptor ours(fds[0]);
+    const Descriptor theirs(fds[1]);
+    const int on = 1;
+    ::setsockopt(ours.get(), SOL_SOCKET, SO_PASSCRED, &on, sizeof on);
     const std::size_t before = descriptorCount();
     for (const std::size_t count : {1U, 4U, 16U}) {
-        sendDescriptors(pair.theirs.get(), count);
+        sendDescriptors(theirs.get(), count);
         std::array<char, 8> space{};
-        const auto piece = receive(pair.ours.get(), space);
+        const auto piece = receive(ours.get(), space);
         ASSERT_FALSE(piece) << count;
         EXPECT_EQ(piece.error().code(), static_cast<int>(WireErrorCode::descriptors));
         EXPECT_EQ(descriptorCount(), before);
     }
 }
 
-TEST(SocketIO, TellsWhoWroteEachPiece) {
-    const Pair pair = socketPair();
-    ASSERT_EQ(::write(pair.theirs.get(), "us", 2), 2);
-    ChildProcess child([&] { return ::write(pair.theirs.get(), "child", 5) == 5 ? 0 : 1; });
-    ASSERT_EQ(child.wait(), 0);
-    std::array<char, 64> space{};
-    const auto ours = receive(pair.ours.get(), space);
-    ASSERT_TRUE(ours);
-    EXPECT_EQ(ours->count, 2U);
-    EXPECT_EQ(ours->sender, ::getpid());
-    const auto theirs = receive(pair.ours.get(), space);
-    ASSERT_TRUE(theirs);
-    EXPECT_EQ(theirs->count, 5U);
-    EXPECT_EQ(theirs->sender, child.pid());
-    EXPECT_EQ(receive(pair.ours.get(), space)->outcome, Received::Outcome::wouldBlock);
-}
-
-TEST(SocketIO, ReportsAClosedPeerWithoutASignal) {
-    Pair pair = socketPair();
-    pair.theirs.reset();
-    std::array<char, 8> space{};
-    EXPECT_EQ(receive(pair.ours.get(), space)->outcome, Received::Outcome::ended);
-    const auto sent = send(pair.ours.get(), "x");
-    ASSERT_FALSE(sent);
-    EXPECT_EQ(sent.error(), Error::posix(EPIPE));
-}
-
 // Both ways of finding the peer must name the process that connected, and neither may find one
 // that has gone: the default would be user 0.
-TEST(Peer, NamesTheProcessThatConnectedOrFails) {
+TEST(Peer, NamesTheProcessThatConnected) {
     const qv::test::TemporaryDirectory directory;
     const std::string path = directory / "socket";
     const Descriptor listener = test::listeningSocket(path);
@@ -127,8 +91,6 @@ TEST(Peer, NamesTheProcessThatConnectedOrFails) {
     const Descriptor socket(::accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
     EXPECT_FALSE(peerOf(socket.get()));
     EXPECT_FALSE(peerByPID(socket.get()));
-    const Descriptor noSocket(::open("/dev/null", O_RDONLY | O_CLOEXEC));
-    EXPECT_FALSE(peerOf(noSocket.get()));
 }
 
 } // namespace
