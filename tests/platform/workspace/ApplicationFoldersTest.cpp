@@ -27,7 +27,7 @@ bool holdsUnprivileged(const std::function<bool()>& fact) {
 }
 
 // NOLINTBEGIN(concurrency-mt-unsafe): a child of one thread
-TEST(ApplicationFolders, OfAServiceAreTheSystemsFirst) {
+TEST(ApplicationFolders, PutTheSystemsFirstForAService) {
     UserRecord user;
     user.home = "/home/ann";
     ::setenv("XDG_DATA_DIRS", "/evil", 1);
@@ -47,7 +47,7 @@ TEST(ApplicationFolders, OfAServiceAreTheSystemsFirst) {
     EXPECT_TRUE(applicationFoldersFor(user)[1].entries.empty());
 }
 
-TEST(ApplicationFolders, OfAUserAreAsItsEnvironmentSays) {
+TEST(ApplicationFolders, FollowAUsersEnvironment) {
     EXPECT_TRUE(holdsUnprivileged([] {
         ::setenv("XDG_DATA_HOME", "/h", 1);
         ::setenv("XDG_DATA_DIRS", "/a/:relative::/b", 1);

@@ -58,21 +58,5 @@ TEST_F(BundleExecutable, IsAFileInsideThatCanBeExecuted) {
     EXPECT_EQ(executable("Inner.app"), "Inner.app/Inner") << "a link that stays inside";
 }
 
-TEST_F(BundleExecutable, GoesWithNames) {
-    folder_.write("A.app/Contents/Info.plist",
-                  "{ CFBundleIdentifier = com.x.A; CFBundleDisplayName = \"The A\"; CFBundleName = "
-                  "(no, text); }");
-    folder_.write("A.app/Resources/Info-gnustep.plist", "{ CFBundleName = later; }");
-    const auto bundle = Bundle::bundleWithURL(test::urlOf(folder_ / "A.app"));
-    ASSERT_TRUE(bundle);
-    EXPECT_TRUE(bundle->hasInfoDictionary());
-    EXPECT_EQ(bundle->bundleIdentifier(), "com.x.A");
-    EXPECT_EQ(bundle->displayName(), "The A");
-    EXPECT_EQ(bundle->bundleName(), std::nullopt) << "a list instead of a text";
-    const auto plain = Bundle::bundleWithURL(test::urlOf(folder_.path()));
-    ASSERT_TRUE(plain);
-    EXPECT_FALSE(plain->hasInfoDictionary());
-}
-
 } // namespace
 } // namespace qv

@@ -1,132 +1,173 @@
-#include "platform/workspace/applications/DesktopEntry.h"
+// Desktop entries and their command lines: entries.txt and commands.txt say what is read of each.
 
+#include "platform/workspace/applications/ExecLine.h"
 #include "support/TemporaryDirectory.h"
 
-#include <fmt/core.h>
+#include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <sstream>
 #include <sys/stat.h>
 
 namespace qv {
 namespace {
 
 using testing::HasSubstr;
+namespace fs = std::filesystem;
 
-DesktopEntry parsed(std::string_view text) {
-    const auto entry = DesktopEntry::parse(text, "/a.desktop");
-    EXPECT_TRUE(entry) << entry.error();
-    return entry.value_or(DesktopEntry());
-}
+struct Case {
+    std::string text;
+    std::string expected;
+};
 
-std::string refusal(std::string_view text) {
-    const auto entry = DesktopEntry::parse(text, "");
-    return entry ? "none" : entry.error();
-}
-
-TEST(DesktopEntry, ReadsItsGroupAndNoOther) {
-    const DesktopEntry entry = parsed("# a comment\n"
-                                      "[Other Group]\nExec=other\nthis is no pair\n"
-                                      "[Desktop Entry]\n"
-                                      "Type=Application\nName=Editor\nName[de]=Schreiber\n"
-                                      "Name[sr@latin]=Uredi\nExec=edit %U\nTryExec=edit\n"
-                                      "Path=/srv\nIcon=pen\nTerminal=true\nNoDisplay=true\n"
-                                      "Hidden=false\nDBusActivatable=true\nX-Flatpak=org.x.Edit\n"
-                                      "Exec[de]=localized\nexec=case\nX-Unknown_Key=1\n"
-                                      "[Desktop Action new]\nExec=action\nHidden=true\n");
-    EXPECT_TRUE(entry.isApplication());
-    EXPECT_EQ(entry.name, "Editor");
-    EXPECT_THAT(entry.localizedNames, testing::ElementsAre(testing::Pair("de", "Schreiber"),
-                                                           testing::Pair("sr@latin", "Uredi")));
-    EXPECT_EQ(entry.exec, "edit %U") << "of another group, or another key";
-    EXPECT_EQ(entry.tryExec + entry.path + entry.icon, "edit/srvpen");
-    EXPECT_TRUE(entry.terminal && entry.noDisplay && entry.dbusActivatable);
-    EXPECT_FALSE(entry.hidden);
-    EXPECT_EQ(entry.flatpakID, "org.x.Edit");
-    EXPECT_EQ(entry.filePath, "/a.desktop");
-}
-
-TEST(DesktopEntry, UndoesItsEscapesOnly) {
-    EXPECT_EQ(parsed("[Desktop Entry]\nName=\\sa\\tb\\nc\\rd\\\\n\n").name, " a\tb\nc\rd\\n");
-    EXPECT_EQ(parsed("[Desktop Entry]\nExec=x \"\\\"\" \\\\$ \\q\\").exec, "x \"\\\"\" \\$ \\q\\")
-        << "what is meant for the quoting of Exec stays";
-}
-
-TEST(DesktopEntry, ReadsWhatIsWrittenSloppily) {
-    const DesktopEntry entry =
-        parsed("\xEF\xBB\xBF\r\n [Desktop Entry] \r\n\t Type = Application \r\n"
-               "Name=First\r\nName=Last\r\nName[de]=A\nName[de]=B\n"
-               "Exec=one=two\r\nExec=one=two\nTerminal=True\nHidden=0\n"
-               "NoDisplay=\nIcon=");
-    EXPECT_TRUE(entry.isApplication()) << "blanks and line ends";
-    EXPECT_EQ(entry.name, "Last");
-    EXPECT_THAT(entry.localizedNames, testing::ElementsAre(testing::Pair("de", "B")));
-    EXPECT_EQ(entry.exec, "one=two") << "only the first = divides; the same again is no conflict";
-    EXPECT_TRUE(entry.terminal);
-}
-
-// What would be started must not depend on who reads the file.
-TEST(DesktopEntry, RefusesWhatIsAmbiguous) {
-    for (const char* pairs :
-         {"Exec=a\nExec=b", "Type=Application\nType=Link", "TryExec=a\nTryExec=b",
-          "Path=/a\nPath=/b", "Hidden=true\nHidden=false", "Terminal=false\nTerminal=true",
-          "DBusActivatable=true\nDBusActivatable=false", "X-Flatpak=a\nX-Flatpak=b"}) {
-        EXPECT_THAT(refusal(fmt::format("[Desktop Entry]\n{}\n", pairs)),
-                    testing::StartsWith("line 3: a second value of "));
+// A line with its bytes in braces put in.
+std::string bytesOf(std::string_view line) {
+    std::string bytes;
+    while (!line.empty()) {
+        const bool isByte = line.size() > 3 && line[0] == '{' && line[3] == '}';
+        bytes += isByte ? static_cast<char>(std::stoi(std::string(line.substr(1, 2)), nullptr, 16))
+                        : line[0];
+        line.remove_prefix(isByte ? 4 : 1);
     }
-    EXPECT_EQ(refusal("[Desktop Entry]\n[X]\n[Desktop Entry]\n"),
-              "line 3: a second group [Desktop Entry]");
-    EXPECT_EQ(refusal("\n[Desktop Entry]\nHidden=yes\n"),
-              "line 3: Hidden is neither true nor false");
-    EXPECT_EQ(refusal("[Desktop Entry]\n\nExec\n"),
-              "line 3: neither a pair KEY=VALUE nor a comment");
-    EXPECT_THAT(refusal("[Desktop Entry]\n[Desktop"), HasSubstr("line 2: a group header"));
-    EXPECT_THAT(refusal("[Desktop Entry]]\n"), HasSubstr("line 1: a group header"));
-    EXPECT_EQ(refusal("Exec=a\n[Desktop Entry]\n"), "line 1: a group must come first");
-    EXPECT_EQ(refusal("[Desktop Entry ]\n"), "there is no group [Desktop Entry]");
-    EXPECT_EQ(refusal(""), "there is no group [Desktop Entry]");
+    return bytes + "\n";
 }
 
-TEST(DesktopEntry, RefusesWhatIsNoText) {
-    EXPECT_THAT(refusal("[X]\n\xC3\x28=1\n[Desktop Entry]\n"),
-                HasSubstr("line 2: this is no UTF-8"));
-    EXPECT_THAT(refusal(std::string("[Desktop Entry]\nExec=a\0b\n", 25)), HasSubstr("line 2: "));
+std::vector<Case> casesOf(const char* file) {
+    std::istringstream lines(test::contentOf(fs::path(QV_CASES) / file));
+    std::vector<Case> cases;
+    bool isNew = true;
+    for (std::string line; std::getline(lines, line);) {
+        const bool isText = line.starts_with('|');
+        if (isText && isNew) {
+            cases.emplace_back();
+        }
+        if (isText || line.starts_with("= ")) {
+            const std::string bytes =
+                bytesOf(std::string_view(line).substr(line.size() > 1 ? 2 : 1));
+            (isText ? cases.back().text : cases.back().expected) += bytes;
+        }
+        isNew = !isText;
+    }
+    EXPECT_FALSE(cases.empty()) << file;
+    return cases;
+}
+
+// What is not empty or false, one line each.
+std::string shown(const DesktopEntry& entry) {
+    std::string text;
+    for (const auto& [name, member] : {std::pair{"type", &DesktopEntry::type},
+                                       {"name", &DesktopEntry::name},
+                                       {"exec", &DesktopEntry::exec},
+                                       {"tryExec", &DesktopEntry::tryExec},
+                                       {"path", &DesktopEntry::path},
+                                       {"icon", &DesktopEntry::icon},
+                                       {"flatpakID", &DesktopEntry::flatpakID}}) {
+        text += (entry.*member).empty() ? "" : fmt::format("{} {}\n", name, entry.*member);
+    }
+    for (const auto& [locale, name] : entry.localizedNames) {
+        text += fmt::format("name[{}] {}\n", locale, name);
+    }
+    std::vector<std::string_view> flags;
+    for (const auto& [name, member] : {std::pair{"terminal", &DesktopEntry::terminal},
+                                       {"hidden", &DesktopEntry::hidden},
+                                       {"noDisplay", &DesktopEntry::noDisplay},
+                                       {"dbusActivatable", &DesktopEntry::dbusActivatable}}) {
+        if (entry.*member) {
+            flags.emplace_back(name);
+        }
+    }
+    return flags.empty() ? text : fmt::format("{}{}\n", text, fmt::join(flags, " "));
+}
+
+std::string read(std::string_view text) {
+    const auto entry = DesktopEntry::parse(text, "/a.desktop");
+    return entry ? shown(*entry) : fmt::format("refused: {}\n", entry.error());
+}
+
+std::string command(std::string_view exec) {
+    DesktopEntry entry;
+    entry.exec = exec;
+    entry.icon = "pen";
+    entry.name = "My App";
+    entry.filePath = "/a b.desktop";
+    const auto words = commandOf(entry);
+    return words ? fmt::format("<{}>\n", fmt::join(*words, "><")) : words.error() + "\n";
+}
+
+TEST(DesktopEntry, IsReadAsListed) {
+    for (const Case& each : casesOf("entries.txt")) {
+        EXPECT_EQ(read(each.text), each.expected) << each.text;
+    }
+}
+
+TEST(ExecLine, IsReadAsListed) {
+    for (const Case& each : casesOf("commands.txt")) {
+        EXPECT_EQ(command(each.text.substr(0, each.text.size() - 1)), each.expected) << each.text;
+    }
+    for (const char c : std::string("\t\n\r'\\><~|&;$*?#()`")) {
+        EXPECT_EQ(command(fmt::format("sh -c x{}y", c)),
+                  "column 8: outside quotes, this character is reserved\n")
+            << c;
+    }
+}
+
+TEST(DesktopEntry, IsBounded) {
     const std::string head = "[Desktop Entry]\n";
     const std::string longest = head + std::string(DesktopEntry::kLongestFile - head.size(), '\n');
-    EXPECT_EQ(refusal(longest), "none");
-    EXPECT_THAT(refusal(longest + "\n"), HasSubstr("longer than"));
+    EXPECT_EQ(read(longest), "");
+    EXPECT_THAT(read(longest + "\n"), HasSubstr("longer than"));
     std::string names = head;
-    for (int locale = 0; locale < 2000; ++locale) {
-        names += fmt::format("Name[l{}]=x\n", locale);
+    std::string words = "a";
+    for (int number = 0; number <= 1024; ++number) {
+        names += fmt::format("Name[l{}]=x\n", number);
+        words += number < 1023 ? " b" : "";
     }
-    EXPECT_THAT(refusal(names), HasSubstr("line 1026: more than 1024")) << "unbounded memory";
+    EXPECT_THAT(read(names), HasSubstr("line 1026: more than 1024")) << "unbounded memory";
+    EXPECT_THAT(command(words), testing::StartsWith("<a><b>"));
+    EXPECT_THAT(command(words + " c"), HasSubstr("more than 1024 arguments"));
+    EXPECT_THAT(command("a " + std::string(std::size_t{128} * 1024, 'x')),
+                HasSubstr("more than 131072 bytes"));
 }
 
 // A user lays something in the way of a service that reads entries.
 TEST(DesktopEntry, OpensNothingButRegularFiles) {
     const test::TemporaryDirectory folder;
-    const auto read = [&](const char* name) {
-        const auto entry = DesktopEntry::contentsOfFile(folder / name);
-        return entry ? entry->name : entry.error();
-    };
     folder.write("real", "[Desktop Entry]\nName=Real\n");
     folder.write("long", std::string(DesktopEntry::kLongestFile + 1, '#'));
-    std::filesystem::create_symlink("real", folder / "link");
-    std::filesystem::create_symlink("loop", folder / "loop");
-    std::filesystem::create_symlink("/dev/tty", folder / "device");
-    std::filesystem::create_symlink("/proc/self/environ", folder / "kernel");
-    std::filesystem::create_symlink("/sys/kernel/mm/transparent_hugepage/enabled", folder / "sys");
-    std::filesystem::create_directory(folder / "folder");
+    fs::create_symlink("real", folder / "link");
+    fs::create_symlink("loop", folder / "loop");
     ASSERT_EQ(::mkfifo((folder / "fifo").c_str(), 0600), 0);
-    EXPECT_EQ(read("link"), "Real");
-    for (const char* name : {"device", "kernel", "folder", "fifo"}) {
-        EXPECT_EQ(read(name), "Invalid argument") << name;
+    EXPECT_EQ(DesktopEntry::contentsOfFile(folder / "link")->name, "Real");
+    for (const auto& [path, error] : {std::pair{folder / "fifo", "Invalid argument"},
+                                      {"/dev/tty", "Invalid argument"},
+                                      {"/proc/self/environ", "Invalid argument"},
+                                      {folder.path(), "Invalid argument"},
+                                      {folder / "long", "File too large"},
+                                      {folder / "loop", "Too many levels of symbolic links"}}) {
+        EXPECT_EQ(DesktopEntry::contentsOfFile(path).error(), error) << path;
     }
-    EXPECT_THAT(read("sys"), testing::AnyOf("Invalid argument", "No such file or directory"));
-    EXPECT_EQ(read("long"), "File too large");
-    EXPECT_EQ(read("loop"), "Too many levels of symbolic links");
-    EXPECT_EQ(read("missing"), "No such file or directory");
+}
+
+TEST(FindProgram, WantsAFileThatCanBeExecuted) {
+    const test::TemporaryDirectory folder;
+    for (const auto& [name, mode] : {std::pair{"one/tool", 0644U}, {"two/tool", 0001U}}) {
+        fs::permissions(folder.write(name, "x"), fs::perms(mode));
+    }
+    fs::create_directories(folder / "one/folder");
+    fs::create_symlink("tool", folder / "two/link");
+    const std::string list = fmt::format("relative::{0}/one:{0}/two", folder.path().native());
+    const std::string tool = folder / "two/tool";
+    EXPECT_EQ(findProgram("tool", list), tool) << "the first that can be executed";
+    EXPECT_EQ(findProgram("link", list), folder / "two/link");
+    EXPECT_EQ(findProgram(tool, ""), tool);
+    for (const std::string_view name : {std::string_view("folder"), std::string_view("../two/tool"),
+                                        std::string_view(), std::string_view("tool\0x", 6)}) {
+        EXPECT_EQ(findProgram(name, list), std::nullopt) << name;
+    }
+    EXPECT_TRUE(findProgram("sh")) << "in the usual folders";
 }
 
 } // namespace

@@ -117,7 +117,7 @@ protected:
     std::string unit_;
 };
 
-TEST_F(LaunchByManager, AsksForWhatWasMeantLetterForLetter) {
+TEST_F(LaunchByManager, AsksForTheCommandLetterForLetter) {
     EXPECT_EQ(launched("done", LaunchSession::Manager::user), "");
     EXPECT_THAT(
         unit_, testing::ContainsRegex("STRING \"app-org[.]example[.]A_b@[0-9a-f]{16}[.]service\""));
@@ -130,14 +130,14 @@ TEST_F(LaunchByManager, AsksForWhatWasMeantLetterForLetter) {
     EXPECT_THAT(unit_, Not(HasSubstr("STRING \"HOME=/\"")));
 }
 
-TEST_F(LaunchByManager, TellsTheMachinesManagerTheUserAndHisFolders) {
+TEST_F(LaunchByManager, NamesTheUserToTheMachinesManager) {
     EXPECT_EQ(launched("done", LaunchSession::Manager::system), "");
     EXPECT_THAT(unit_, testing::ContainsRegex("STRING \"User\"[^}]*STRING \"root\""));
     EXPECT_THAT(unit_, HasSubstr("STRING \"HOME=/\""));
     EXPECT_THAT(unit_, Not(HasSubstr("app.slice")));
 }
 
-TEST_F(LaunchByManager, IsNoSuccessBeforeTheProgramWasExecuted) {
+TEST_F(LaunchByManager, FailsUnlessTheProgramWasExecuted) {
     EXPECT_THAT(launched("failed", LaunchSession::Manager::user),
                 HasSubstr("the service manager did not start it: its program was not executed"));
 }

@@ -7,7 +7,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -83,27 +82,6 @@ TEST_F(Trash, KeepsWhatItTakesAndWhereItWas) {
     EXPECT_TRUE(where->onOwnVolume);
 }
 
-// The desktops' own reader of trashes shows what is there, and brings it back.
-TEST_F(Trash, IsReadByOthers) {
-    if (::access("/usr/bin/trash-list", X_OK) != 0) {
-        GTEST_SKIP() << "trash-list of the package trash-cli is not installed";
-    }
-    const fs::path item = folder_.write("a b/über%.txt", "kept");
-    ASSERT_EQ(code(trashItem(item)), "moved");
-    const auto shell = [&](const std::string& command) {
-        const std::string line =
-            fmt::format("HOME='{0}' XDG_DATA_HOME='{0}/.local/share' {1} >'{2}' 2>&1",
-                        home_.native(), command, (folder_ / "out").native());
-        EXPECT_EQ(std::system(line.c_str()), 0)
-            << command; // NOLINT(cert-env33-c,concurrency-mt-unsafe)
-        return test::contentOf(folder_ / "out");
-    };
-    EXPECT_THAT(shell("trash-list"), HasSubstr(" " + item.native() + "\n"));
-    shell(fmt::format("sh -c \"echo 0 | trash-restore '{}'\"", item.parent_path().native()));
-    EXPECT_EQ(test::contentOf(item), "kept");
-    EXPECT_EQ(shell("trash-list"), "");
-}
-
 TEST_F(Trash, TakesLinksAndFoldersAsTheyAre) {
     const auto target = folder_.write("target", "kept");
     fs::create_symlink(target, folder_ / "link");
@@ -174,28 +152,21 @@ protected:
 };
 
 TEST_F(VolumeTrash, IsTheVolumesOwn) {
-    EXPECT_EQ(volumeOf(item())->root, volume_.native());
     EXPECT_EQ(trashItem(item()).path, volume_ / ".Trash-0/files/item");
-    EXPECT_THAT(test::contentOf(volume_ / ".Trash-0/info/item.trashinfo"),
-                HasSubstr("\nPath=sub/item\n"));
     EXPECT_EQ(trashFolderFor(item())->path, volume_ / ".Trash-0/files");
     EXPECT_EQ(code(trashItem(volume_)), fmt::format("512 {}", EBUSY));
 }
 
-// The way that a script names is not the item's own: a link, or "..".
+// The way that a script names is not the item's own.
 TEST_F(VolumeTrash, NotesTheItemsOwnPlace) {
     fs::create_directory_symlink(volume_ / "sub", folder_ / "l");
     item();
-    EXPECT_EQ(code(trashItem(folder_ / "l/item")), "moved");
-    folder_.write("volume/sub/second", "");
-    EXPECT_EQ(code(trashItem(folder_ / "home/../volume/sub/second")), "moved");
-    for (const char* name : {"item", "second"}) {
-        EXPECT_THAT(test::contentOf(volume_ / ".Trash-0/info" / (std::string(name) + ".trashinfo")),
-                    HasSubstr(std::string("\nPath=sub/") + name + "\n"));
-    }
+    EXPECT_EQ(code(trashItem(folder_ / "home/../l/item")), "moved");
+    EXPECT_THAT(test::contentOf(volume_ / ".Trash-0/info/item.trashinfo"),
+                HasSubstr("\nPath=sub/item\n"));
 }
 
-TEST_F(VolumeTrash, UsesTheSharedFolderOnlyWhereThatIsSafe) {
+TEST_F(VolumeTrash, UsesOnlyASafeSharedFolder) {
     const fs::path shared = volume_ / ".Trash";
     fs::create_directory(shared);
     fs::permissions(shared, fs::perms(0777));
@@ -212,7 +183,7 @@ TEST_F(VolumeTrash, UsesTheSharedFolderOnlyWhereThatIsSafe) {
     EXPECT_TRUE(fs::exists(volume_ / "sub/item"));
 }
 
-TEST_F(VolumeTrash, IsMissingOnVolumesThatCannotBeWritten) {
+TEST_F(VolumeTrash, IsMissingOnReadOnlyVolumes) {
     const std::string path = item();
     ASSERT_EQ(::mount(nullptr, volume_.c_str(), nullptr, MS_BIND | MS_REMOUNT | MS_RDONLY, nullptr),
               0);
