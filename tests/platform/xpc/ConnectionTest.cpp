@@ -5,10 +5,10 @@
 
 #include "RawClient.h"
 #include "ServiceThread.h"
-#include <array>
-#include <future>
+#include <optional>
 #include <stdexcept>
 #include <sys/socket.h>
+#include <thread>
 
 namespace qv::xpc {
 namespace {
@@ -100,28 +100,24 @@ TEST(Connection, ReadsNoFurtherRequestWhileOneIsAtHand) {
 
 // While another request runs, one client closes after its request and one does not.
 TEST(Connection, DropsARequestWhoseClientHasClosed) {
-    std::vector<std::string> seen;
-    std::promise<void> running;
-    std::promise<void> sent;
+    std::string seen;
+    std::optional<RawClient> closing;
+    std::optional<RawClient> waiting;
     ServiceThread service({.onMessage = [&](ServiceThread&, const Message& message) {
-        seen.push_back(textOf(message));
-        if (seen.size() == 1) {
-            running.set_value();
-            sent.get_future().wait();
+        seen += textOf(message) + " ";
+        if (textOf(message) == "runs") {
+            EXPECT_TRUE(closing->send(closing->request("closes")));
+            closing->close();
+            EXPECT_TRUE(waiting->send(waiting->request("waits")));
         }
         ServiceThread::echo(message);
     }});
-    std::array<RawClient, 3> clients{RawClient::greeted(service.path()),
-                                     RawClient::greeted(service.path()),
-                                     RawClient::greeted(service.path())};
-    ASSERT_TRUE(clients[0].send(clients[0].request("runs")));
-    running.get_future().wait();
-    ASSERT_TRUE(clients[1].send(clients[1].request("closes")));
-    clients[1].close();
-    ASSERT_TRUE(clients[2].send(clients[2].request("waits")));
-    sent.set_value();
-    EXPECT_EQ(clients[2].readFrame().kind, FrameKind::reply);
-    EXPECT_EQ(seen, (std::vector<std::string>{"runs", "waits"}));
+    const RawClient running = RawClient::greeted(service.path());
+    closing = RawClient::greeted(service.path());
+    waiting = RawClient::greeted(service.path());
+    ASSERT_TRUE(running.send(running.request("runs")));
+    EXPECT_EQ(waiting->readFrame().kind, FrameKind::reply);
+    EXPECT_EQ(seen, "runs waits ");
 }
 
 TEST(Connection, EndsAloneWhenItsHandlerThrows) {
@@ -155,29 +151,24 @@ TEST(Connection, AnswersAClientThatSendsNoMore) {
 // A peer cannot be blamed for time in which nobody listened to it: half a frame, then a handler
 // that blocks the loop beyond the deadline, then the rest.
 TEST(Connection, CountsNoTimeOfABusyLoop) {
-    std::promise<void> blocking;
-    std::promise<void> restSent;
+    std::optional<RawClient> slow;
+    std::string request;
     Limits limits;
     limits.frame = 500ms;
     ServiceThread service(
         {.limits = limits, .onMessage = [&](ServiceThread&, const Message& message) {
              if (textOf(message) == "block") {
-                 blocking.set_value();
-                 restSent.get_future().wait();
-                 std::promise<void>().get_future().wait_for(700ms); // a long script
+                 std::this_thread::sleep_for(700ms); // a long script
+                 EXPECT_TRUE(slow->send(request.substr(30)));
              }
              ServiceThread::echo(message);
          }});
-    const RawClient slow = RawClient::greeted(service.path());
+    slow = RawClient::greeted(service.path());
     const RawClient busy = RawClient::greeted(service.path());
-    const std::string request = slow.request("slow", 9);
-    ASSERT_TRUE(slow.send(request.substr(0, 30)));
+    request = slow->request("slow", 9);
+    ASSERT_TRUE(slow->send(request.substr(0, 30)));
     ASSERT_TRUE(busy.send(busy.request("block")));
-    blocking.get_future().wait();
-    ASSERT_TRUE(slow.send(request.substr(30)));
-    restSent.set_value();
-    const Frame reply = slow.readFrame();
-    EXPECT_EQ(reply.sequence, 9U);
+    EXPECT_EQ(slow->readFrame().sequence, 9U);
 }
 
 } // namespace

@@ -73,30 +73,26 @@ void ServiceThread::run() {
     listener_.reset();
 }
 
-void ServiceThread::obey() {
-    eventfd_t ignored = 0;
-    ::eventfd_read(wake_.get(), &ignored);
-    std::vector<std::function<void()>> orders;
-    {
-        const std::scoped_lock lock(mutex_);
-        orders.swap(orders_);
-    }
-    for (const auto& order : orders) {
-        order();
-    }
-}
-
 void ServiceThread::perform(const std::function<void()>& work) {
     std::promise<void> done;
     {
         const std::scoped_lock lock(mutex_);
-        orders_.emplace_back([&] {
+        order_ = [&] {
             work();
             done.set_value();
-        });
+        };
     }
     ::eventfd_write(wake_.get(), 1);
     done.get_future().wait();
+}
+
+void ServiceThread::obey() {
+    eventfd_t ignored = 0;
+    ::eventfd_read(wake_.get(), &ignored);
+    std::unique_lock lock(mutex_);
+    const std::function<void()> order = std::move(order_);
+    lock.unlock();
+    order();
 }
 
 void ServiceThread::acceptAndServe(const std::shared_ptr<Connection>& connection) {

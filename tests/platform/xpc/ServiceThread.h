@@ -65,7 +65,7 @@ private:
     Descriptor wake_;
     std::mutex mutex_;
     std::condition_variable changed_;
-    std::vector<std::function<void()>> orders_;
+    std::function<void()> order_;
     std::vector<ConnectionError> errors_;
     std::size_t messages_ = 0;
     std::size_t connections_ = 0;
