@@ -2,15 +2,9 @@
 
 #include "support/TemporaryDirectory.h"
 
-#include <fcntl.h>
-#include <linux/sched.h>
 #include <poll.h>
 #include <stdexcept>
 #include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/syscall.h>
-#include <sys/un.h>
-#include <sys/wait.h>
 #include <system_error>
 #include <unistd.h>
 
@@ -22,8 +16,6 @@ namespace qv::test {
 
 namespace {
 
-constexpr int kDeadline = 20'000; // milliseconds, for what takes none
-
 void require(bool done, const char* what) {
     if (!done) {
         throw std::system_error(errno, std::generic_category(), what);
@@ -33,42 +25,7 @@ void require(bool done, const char* what) {
 void awaitInput(int fd, const char* what) {
     pollfd entry{.fd = fd, .events = POLLIN, .revents = 0};
     errno = ETIMEDOUT;
-    require(::poll(&entry, 1, kDeadline) == 1, what);
-}
-
-Descriptor listenAt(const std::string& path) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    require(path.copy(static_cast<char*>(address.sun_path), sizeof address.sun_path - 1) ==
-                path.size(),
-            "socket path");
-    Descriptor fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    require(
-        fd && ::bind(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
-            ::chmod(path.c_str(), 0666) == 0 && ::listen(fd.get(), 1) == 0,
-        "listener");
-    return fd;
-}
-
-std::vector<char*> pointers(std::vector<std::string>& texts) {
-    std::vector<char*> result;
-    for (std::string& text : texts) {
-        result.push_back(text.data());
-    }
-    result.push_back(nullptr);
-    return result;
-}
-
-pid_t forkAs(const ClientProcess::Options& options) {
-    pid_t wanted = options.pid.value_or(0);
-    clone_args arguments{};
-    arguments.exit_signal = SIGCHLD;
-    arguments.flags = options.userNamespace ? CLONE_NEWUSER : 0;
-    if (options.pid) {
-        arguments.set_tid = reinterpret_cast<std::uintptr_t>(&wanted);
-        arguments.set_tid_size = 1;
-    }
-    return static_cast<pid_t>(::syscall(SYS_clone3, &arguments, sizeof arguments));
+    require(::poll(&entry, 1, std::chrono::milliseconds(kPatience).count()) == 1, what);
 }
 
 } // namespace
@@ -83,52 +40,32 @@ ClientProcess::Options ClientProcess::Options::asNobody(const std::filesystem::p
 
 ClientProcess::ClientProcess(const Options& options) {
     const TemporaryDirectory folder;
-    require(::chmod(folder.path().c_str(), 0755) == 0, "folder");
+    std::filesystem::permissions(folder.path(), std::filesystem::perms(0755));
     const Descriptor listener = listenAt(folder / "socket");
-    std::vector<std::string> arguments{options.program, folder / "socket", options.file};
-    std::vector<std::string> environment = options.environment;
-    const std::vector<char*> argv = pointers(arguments);
-    const std::vector<char*> envp = pointers(environment);
-
-    pid_ = forkAs(options);
-    require(pid_ >= 0, "fork");
-    if (pid_ == 0) {
-        // The calls themselves: the library does not know of this child.
-        if (options.userNamespace ||
-            (::syscall(SYS_setresgid, options.group, options.group, options.group) == 0 &&
-             ::syscall(SYS_setresuid, options.user, options.user, options.user) == 0)) {
-            ::execve(argv[0], argv.data(), envp.data());
-        }
-        ::_exit(127);
+    ProgramStart start{.command = {options.program, folder / "socket", options.file},
+                       .environment = options.environment,
+                       .pid = options.pid.value_or(0),
+                       .userNamespace = options.userNamespace};
+    if (!options.userNamespace) {
+        start.user = options.user;
+        start.group = options.group;
     }
-    try {
-        awaitInput(listener.get(), "the client does not connect");
-        connection_ = Descriptor(::accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
-        require(static_cast<bool>(connection_), "accept");
-        ucred peer{};
-        socklen_t size = sizeof peer;
-        require(::getsockopt(connection_.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 &&
-                    peer.pid == pid_,
-                "SO_PEERCRED");
-        int pidfd = -1;
-        size = sizeof pidfd;
-        require(::getsockopt(connection_.get(), SOL_SOCKET, SO_PEERPIDFD, &pidfd, &size) == 0,
-                "SO_PEERPIDFD");
-        identity_ = std::make_shared<const ProcessIdentity>(
-            pid_, Descriptor(pidfd), PeerCredentials{.user = peer.uid, .group = peer.gid});
-        command('p');
-    } catch (...) {
-        kill();
-        reap();
-        throw;
-    }
-}
-
-ClientProcess::~ClientProcess() {
-    if (!reaped_) {
-        kill();
-        reap();
-    }
+    process_ = std::make_unique<StartedProgram>(start);
+    awaitInput(listener.get(), "the client does not connect");
+    connection_ = Descriptor(::accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
+    require(static_cast<bool>(connection_), "accept");
+    ucred peer{};
+    socklen_t size = sizeof peer;
+    require(::getsockopt(connection_.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 &&
+                peer.pid == pid(),
+            "SO_PEERCRED");
+    int pidfd = -1;
+    size = sizeof pidfd;
+    require(::getsockopt(connection_.get(), SOL_SOCKET, SO_PEERPIDFD, &pidfd, &size) == 0,
+            "SO_PEERPIDFD");
+    identity_ = std::make_shared<const ProcessIdentity>(
+        pid(), Descriptor(pidfd), PeerCredentials{.user = peer.uid, .group = peer.gid});
+    command('p');
 }
 
 void ClientProcess::command(char letter) const {
@@ -141,16 +78,9 @@ void ClientProcess::command(char letter) const {
     }
 }
 
-void ClientProcess::kill() {
-    require(::kill(pid_, SIGKILL) == 0, "kill");
-    siginfo_t info{};
-    require(::waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOWAIT) == 0, "wait");
-}
-
-void ClientProcess::reap() {
-    siginfo_t info{};
-    require(::waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED) == 0, "reap");
-    reaped_ = true;
+void ClientProcess::kill() const {
+    process_->kill();
+    require(process_->waitForEnd(), "the client does not end");
 }
 
 } // namespace qv::test

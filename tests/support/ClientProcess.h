@@ -1,9 +1,10 @@
 #pragma once
 
-#include "platform/foundation/os/Descriptor.h"
 #include "platform/foundation/os/ProcessIdentity.h"
+#include "support/StartedProgram.h"
 
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <string>
 #include <sys/types.h>
@@ -31,14 +32,8 @@ public:
     };
 
     explicit ClientProcess(const Options& options);
-    ClientProcess(const ClientProcess&) = delete;
-    ClientProcess& operator=(const ClientProcess&) = delete;
-    ClientProcess(ClientProcess&&) = delete;
-    ClientProcess& operator=(ClientProcess&&) = delete;
-    ~ClientProcess();
-
+    [[nodiscard]] pid_t pid() const { return process_->pid(); }
     [[nodiscard]] const ProcessIdentity::Shared& identity() const { return identity_; }
-    [[nodiscard]] pid_t pid() const { return pid_; }
     [[nodiscard]] int pidfd() const { return identity_->pidfd(); } ///< SO_PEERPIDFD
     [[nodiscard]] uid_t connectedUser() const { return identity_->user(); }
     [[nodiscard]] gid_t connectedGroup() const { return identity_->credentials()->group; }
@@ -46,14 +41,13 @@ public:
     /// Gives a command and waits until it is done.
     void command(char letter) const;
     /// Kills it and waits for its end; a zombie stays when it is not reaped.
-    void kill();
-    void reap();
+    void kill() const;
+    void reap() const { process_->wait(); }
 
 private:
+    std::unique_ptr<StartedProgram> process_;
     Descriptor connection_;
     ProcessIdentity::Shared identity_;
-    pid_t pid_ = -1;
-    bool reaped_ = false;
 };
 
 } // namespace qv::test

@@ -38,11 +38,7 @@ std::filesystem::path InstalledPrograms::unsignedClient(std::string_view name) {
 }
 
 std::filesystem::path InstalledPrograms::signedClient(std::string_view name, std::uint32_t flags) {
-    const std::filesystem::path program = unsignedClient(name);
-    SigningRequest request = authority_.requestIn(folder_ / "keys");
-    request.flags = flags;
-    sign(program, request);
-    return program;
+    return sign(name, flags, authority_.requestIn(folder_ / "keys"));
 }
 
 std::filesystem::path InstalledPrograms::markedClient(std::string_view name, std::uint32_t flags) {
@@ -52,23 +48,16 @@ std::filesystem::path InstalledPrograms::markedClient(std::string_view name, std
 }
 
 std::filesystem::path InstalledPrograms::debuggableClient(std::string_view name) {
-    const std::filesystem::path program = unsignedClient(name);
     SigningRequest request = authority_.requestIn(folder_ / "keys");
-    request.flags = 0;
     request.entitlements =
         Value::dictionary({{"com.apple.security.get-task-allow", Value::boolean(true)}});
     request.allowDebuggableDistribution = true;
-    sign(program, request);
-    return program;
+    return sign(name, 0, std::move(request));
 }
 
 std::filesystem::path InstalledPrograms::strangersClient(std::string_view name,
                                                          std::uint32_t flags) {
-    const std::filesystem::path program = unsignedClient(name);
-    SigningRequest request = stranger_.requestIn(folder_ / "strangers-keys");
-    request.flags = flags;
-    sign(program, request);
-    return program;
+    return sign(name, flags, stranger_.requestIn(folder_ / "strangers-keys"));
 }
 
 bool InstalledPrograms::ignoresSetGroup() const {
@@ -76,10 +65,14 @@ bool InstalledPrograms::ignoresSetGroup() const {
     return ::statvfs(folder_.path().c_str(), &info) != 0 || (info.f_flag & ST_NOSUID) != 0;
 }
 
-void InstalledPrograms::sign(const std::filesystem::path& program, const SigningRequest& request) {
+std::filesystem::path InstalledPrograms::sign(std::string_view name, std::uint32_t flags,
+                                              SigningRequest request) {
+    const std::filesystem::path program = unsignedClient(name);
+    request.flags = flags;
     if (const auto done = CodeSigner::sign(program, request); !done) {
         throw std::runtime_error(done.error().description());
     }
+    return program;
 }
 
 tl::expected<std::shared_ptr<const SecCode>, Error> programOf(const ClientProcess& client,

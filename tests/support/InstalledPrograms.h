@@ -41,7 +41,7 @@ public:
     }
 
 private:
-    void sign(const std::filesystem::path& program, const SigningRequest& request);
+    std::filesystem::path sign(std::string_view name, std::uint32_t flags, SigningRequest request);
 
     TemporaryDirectory folder_;
     TestAuthority authority_;

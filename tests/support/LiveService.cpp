@@ -7,9 +7,6 @@
 #include <iterator>
 #include <poll.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/un.h>
-#include <system_error>
 #include <unistd.h>
 #include <utility>
 
@@ -19,12 +16,6 @@ namespace {
 
 constexpr std::size_t kLongestLine = 8192;
 constexpr std::string_view kServiceName = "com.larkwen.qvcatalog.helper";
-
-void require(bool done, const char* what) {
-    if (!done) {
-        throw std::system_error(errno, std::generic_category(), what);
-    }
-}
 
 std::size_t linesWith(std::string_view log, std::string_view text) {
     std::size_t count = 0;
@@ -36,20 +27,6 @@ std::size_t linesWith(std::string_view log, std::string_view text) {
 }
 
 } // namespace
-
-Descriptor listenAt(const std::string& path) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    require(path.copy(static_cast<char*>(address.sun_path), sizeof address.sun_path - 1) ==
-                path.size(),
-            "socket path");
-    Descriptor fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    require(
-        fd && ::bind(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
-            ::chmod(path.c_str(), 0666) == 0 && ::listen(fd.get(), SOMAXCONN) == 0,
-        "listener");
-    return fd;
-}
 
 LiveService::LiveService(Listener listener)
     : LiveService(listener,
@@ -84,7 +61,7 @@ LiveService::LiveService(Listener listener, ProgramStart start) {
 // the same file system.
 void LiveService::letAnybodyConnect() {
     for (const TemporaryDirectory* folder : {&home_, &folder_}) {
-        require(::chmod(folder->path().c_str(), 0755) == 0, "folder");
+        std::filesystem::permissions(folder->path(), std::filesystem::perms(0755));
     }
     const std::string open = folder_ / "helper.sock";
     if (::link(socketPath_.c_str(), open.c_str()) == 0) {

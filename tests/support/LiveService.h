@@ -71,7 +71,4 @@ private:
     std::thread collector_;
 };
 
-/// A listening stream socket at `path`, which anybody may connect to.
-[[nodiscard]] Descriptor listenAt(const std::string& path);
-
 } // namespace qv::test

@@ -4,11 +4,14 @@
 #include <charconv>
 #include <csignal>
 #include <fcntl.h>
-#include <grp.h>
+#include <linux/sched.h>
 #include <poll.h>
 #include <stdexcept>
 #include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <system_error>
 #include <thread>
@@ -32,6 +35,7 @@ public:
     explicit ChildImage(const ProgramStart& start)
         : words_(start.command), variables_(start.environment), standard_(start.standard),
           listener_(start.listener), user_(start.user),
+          group_(start.group.value_or(start.user.value_or(0))),
           null_(::open("/dev/null", O_RDWR | O_CLOEXEC)) {
         if (listener_ >= 0) {
             variables_.emplace_back("LISTEN_FDS=1");
@@ -52,7 +56,7 @@ public:
     }
 
     [[noreturn]] void become(pid_t parent) {
-        bool ready = !user_ || becomeUser(*user_);
+        bool ready = !user_ || becomeUser();
         ::prctl(PR_SET_PDEATHSIG, SIGKILL); // which a change of user takes away
         ready = ready && ::getppid() == parent;
         for (int number = 0; number < kFirstHandedOver; ++number) {
@@ -75,9 +79,11 @@ private:
         return fd == number ? ::fcntl(fd, F_SETFD, 0) == 0 : ::dup2(fd, number) == number;
     }
 
-    static bool becomeUser(uid_t user) {
-        return ::setpgid(0, 0) == 0 && ::setgroups(0, nullptr) == 0 &&
-               ::setresgid(user, user, user) == 0 && ::setresuid(user, user, user) == 0;
+    // The calls themselves: the library may not know of this child.
+    [[nodiscard]] bool becomeUser() const {
+        return ::setpgid(0, 0) == 0 && ::syscall(SYS_setgroups, 0, nullptr) == 0 &&
+               ::syscall(SYS_setresgid, group_, group_, group_) == 0 &&
+               ::syscall(SYS_setresuid, *user_, *user_, *user_) == 0;
     }
 
     std::vector<std::string> words_;
@@ -85,10 +91,23 @@ private:
     std::array<int, 3> standard_;
     int listener_;
     std::optional<uid_t> user_;
+    gid_t group_;
     Descriptor null_;
     std::vector<char*> arguments_;
     std::vector<char*> environment_;
 };
+
+pid_t forkFor(const ProgramStart& start) {
+    if (start.pid == 0 && !start.userNamespace) {
+        return ::fork();
+    }
+    clone_args arguments{};
+    arguments.exit_signal = SIGCHLD;
+    arguments.flags = start.userNamespace ? CLONE_NEWUSER : 0;
+    arguments.set_tid = start.pid != 0 ? reinterpret_cast<std::uintptr_t>(&start.pid) : 0;
+    arguments.set_tid_size = start.pid != 0 ? 1 : 0;
+    return static_cast<pid_t>(::syscall(SYS_clone3, &arguments, sizeof arguments));
+}
 
 int statusOf(const siginfo_t& info) {
     return info.si_code == CLD_EXITED ? info.si_status : -info.si_status;
@@ -99,7 +118,7 @@ int statusOf(const siginfo_t& info) {
 StartedProgram::StartedProgram(const ProgramStart& start) : ownGroup_(start.user) {
     ChildImage image(start);
     const pid_t parent = ::getpid();
-    pid_ = ::fork();
+    pid_ = forkFor(start);
     if (pid_ < 0) {
         fail("fork");
     }
@@ -160,6 +179,19 @@ PipeEnds makePipe() {
         fail("pipe");
     }
     return {.read = Descriptor(ends[0]), .write = Descriptor(ends[1])};
+}
+
+Descriptor listenAt(const std::string& path) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(static_cast<char*>(address.sun_path), sizeof address.sun_path - 1);
+    Descriptor fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (path.size() >= sizeof address.sun_path || !fd ||
+        ::bind(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
+        ::chmod(path.c_str(), 0666) != 0 || ::listen(fd.get(), SOMAXCONN) != 0) {
+        fail(path.c_str());
+    }
+    return fd;
 }
 
 bool writeAll(int descriptor, std::string_view bytes) {

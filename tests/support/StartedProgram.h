@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 #include <sys/types.h>
+#include <thread>
 #include <vector>
 
 namespace qv::test {
@@ -15,15 +16,29 @@ namespace qv::test {
 /// The longest that a test waits for anything. Nothing takes a fraction of it unless it is broken.
 inline constexpr std::chrono::seconds kPatience{60};
 
+/// Waits until a condition holds that nothing tells; false when it does not come true in time.
+template <typename Condition> bool comesTrue(const Condition& condition) {
+    const auto end = std::chrono::steady_clock::now() + kPatience;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > end) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return true;
+}
+
 struct ProgramStart {
     std::vector<std::string> command; ///< the program's absolute path first
     std::vector<std::string> environment = {};
     std::array<int, 3> standard = {-1, -1, -1}; ///< borrowed; -1: /dev/null
     int listener = -1; ///< borrowed; handed over as a service manager does, as descriptor 3
     std::string listenerName = {};
-    /// Whom it is to run as, a group of the same number included; then it gets a process group of
-    /// its own, which ends with it.
+    /// Whom it is to run as; then it gets a process group of its own, which ends with it.
     std::optional<uid_t> user = std::nullopt;
+    std::optional<gid_t> group = std::nullopt; ///< else the number of the user
+    pid_t pid = 0;                             ///< wanted, must be free; 0: any
+    bool userNamespace = false;                ///< in one of its own
 };
 
 /// A program that runs beside the test, killed and reaped at the latest with its owner, and by the
@@ -57,6 +72,9 @@ struct PipeEnds {
     Descriptor write;
 };
 [[nodiscard]] PipeEnds makePipe();
+
+/// A listening stream socket at `path`, which anybody may connect to.
+[[nodiscard]] Descriptor listenAt(const std::string& path);
 
 /// Writes all of it; false when the reader has gone.
 bool writeAll(int descriptor, std::string_view bytes);
