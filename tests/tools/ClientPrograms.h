@@ -1,7 +1,8 @@
 #pragma once
 
 #include "support/InstalledPrograms.h"
-#include "tools/Command.h"
+#include "support/TestAuthority.h"
+#include "tools/Transcript.h"
 
 #include <filesystem>
 #include <string>
@@ -26,44 +27,29 @@ protected:
         std::filesystem::permissions(folder_.path(), std::filesystem::perms(0755));
     }
 
+    /// A program, copied to the folder and signed by the identity of this build.
     [[nodiscard]] std::filesystem::path
-    unsignedProgram(std::string_view name, const std::string& program = QV_SAMPLE_CLIENT) const {
+    signedProgram(std::string_view name, std::vector<std::string> more = {},
+                  const char* program = QV_SAMPLE_CLIENT) const {
         std::filesystem::copy_file(program, folder_ / name,
                                    std::filesystem::copy_options::overwrite_existing);
+        more.insert(more.begin(),
+                    {"sign", folder_ / name, "--identifier", "com.larkwen.QVCatalogHelper",
+                     "--team", std::string(kTeam), "--certificate", signer_ + "leaf.pem", "--key",
+                     signer_ + "leaf.key", "--intermediate", signer_ + "intermediate.pem"});
+        EXPECT_THAT(qvcatalog(more), Succeeds());
         return folder_ / name;
     }
-    [[nodiscard]] std::filesystem::path
-    signedProgram(std::string_view name, const std::string& flags = "",
-                  const std::vector<std::string>& more = {},
-                  const std::string& program = QV_SAMPLE_CLIENT) const {
-        const std::string signer = std::filesystem::path(QV_ANCHORS).replace_filename("signer/");
-        std::vector<std::string> arguments = {"sign", unsignedProgram(name, program)};
-        const auto add = [&](const std::string& option, const std::string& value) {
-            if (std::ranges::find(more, option) == more.end()) {
-                arguments.insert(arguments.end(), {option, value});
-            }
-        };
-        add("--identifier", "com.larkwen.QVCatalogHelper");
-        add("--team", std::string(kTeam));
-        add("--certificate", signer + "leaf.pem");
-        add("--key", signer + "leaf.key");
-        add("--intermediate", signer + "intermediate.pem");
-        if (!flags.empty()) {
-            add("--flags", flags);
-        }
-        arguments.insert(arguments.end(), more.begin(), more.end());
-        EXPECT_THAT(qvcatalog(arguments), Succeeds());
-        return folder_ / name;
-    }
-    [[nodiscard]] std::filesystem::path debuggableProgram(std::string_view name) const {
-        const auto list = folder_.write(
-            "entitlements", "<plist version=\"1.0\"><dict><key>com.apple.security.get-task-allow"
-                            "</key><true/></dict></plist>");
-        const auto program = signedProgram(name, "hard,kill", {"--entitlements", list});
-        std::filesystem::remove(list);
-        return program;
+    /// Runs a transcript with "sample", a program for clients, the identity of this build in
+    /// $SIGNER, that of a stranger in "keys" and that of another team in "hello".
+    void expectClientTranscript(const std::string& name) const {
+        static_cast<void>(TestAuthority().requestIn(folder_ / "keys"));
+        static_cast<void>(TestAuthority("HELLOTEAM").requestIn(folder_ / "hello"));
+        std::filesystem::copy_file(QV_SAMPLE_CLIENT, folder_ / "sample");
+        expectTranscript(name, folder_, {"SIGNER=" + signer_});
     }
 
+    const std::string signer_ = std::filesystem::path(QV_ANCHORS).replace_filename("signer/");
     TemporaryDirectory folder_;
 };
 

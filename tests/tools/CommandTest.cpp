@@ -1,0 +1,40 @@
+// The commands of qvcatalog that need no service, as transcripts of a shell.
+
+#include "support/RealUser.h"
+#include "tools/Transcript.h"
+
+#include <unistd.h>
+
+namespace qv::test {
+namespace {
+
+class Command : public testing::TestWithParam<const char*> {
+protected:
+    TemporaryDirectory folder_;
+};
+
+TEST_P(Command, PrintsWhatItsTranscriptShows) {
+    expectTranscript(GetParam(), folder_, {"VERSION=" QV_VERSION});
+}
+
+INSTANTIATE_TEST_SUITE_P(Of, Command, testing::Values("command", "plist", "rule", "application"));
+
+class RootsCommand : public testing::Test {
+protected:
+    void SetUp() override {
+        if (::geteuid() != 0) {
+            GTEST_SKIP() << "needs root, for a user, for owners and for devices";
+        }
+    }
+    TemporaryDirectory folder_;
+};
+
+TEST_F(RootsCommand, WritesIntoWhatItsPlaceIs) { expectTranscript("plist-output", folder_); }
+
+TEST_F(RootsCommand, ReadsPreferencesOfAUser) {
+    const RealUser user(folder_ / "home");
+    expectTranscript("preferences", folder_, {"NAME=" + user.name()});
+}
+
+} // namespace
+} // namespace qv::test
