@@ -13,80 +13,57 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
-#include <fstream>
-#include <sstream>
 #include <sys/ptrace.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
-#include <thread>
 #include <unistd.h>
 
 namespace qv::test {
 namespace {
 
+using testing::AllOf;
+using testing::ContainsRegex;
 using testing::HasSubstr;
+using testing::Not;
 using testing::StartsWith;
 
-/// A process as root sees it.
-class Observed {
-public:
-    explicit Observed(pid_t pid) : pid_(pid), folder_(fmt::format("/proc/{}/", pid)) {}
+const std::string kIgnoringSIGXFSZ = "\nSigIgn:\t[0-9a-f]{9}[13579bdf][0-9a-f]{6}\n";
 
-    [[nodiscard]] std::string status(const std::string& field) const {
-        std::ifstream lines(folder_ + "status");
-        for (std::string line; std::getline(lines, line);) {
-            if (line.starts_with(field + ":\t")) {
-                return line.substr(field.size() + 2);
-            }
-        }
-        return "missing";
-    }
-    [[nodiscard]] bool ignores(int number) const {
-        return (std::stoull(status("SigIgn"), nullptr, 16) >> (number - 1) & 1U) != 0;
-    }
-    /// The soft limit that the kernel calls "Max NAME".
-    [[nodiscard]] std::string limit(const std::string& name) const {
-        std::ifstream lines(folder_ + "limits");
-        for (std::string line; std::getline(lines, line);) {
-            if (line.starts_with("Max " + name + ' ')) {
-                std::istringstream words(line.substr(name.size() + 4));
-                words >> line;
-                return line;
-            }
-        }
-        return "missing";
-    }
-    /// What its user has no rights on belongs to root.
-    [[nodiscard]] bool isDumpable() const {
-        struct stat info{};
-        return ::stat((folder_ + "status").c_str(), &info) == 0 && info.st_uid != 0;
-    }
-    [[nodiscard]] bool maps(std::string_view name) const {
-        return contentOf(folder_ + "maps").find(name) != std::string::npos;
-    }
-    [[nodiscard]] std::string descriptor(int number) const {
-        std::error_code error;
-        return std::filesystem::read_symlink(fmt::format("{}fd/{}", folder_, number), error);
-    }
-    /// Its highest socket; -1 for none.
-    [[nodiscard]] int socket() const {
-        int found = -1;
-        for (const auto& entry : std::filesystem::directory_iterator(folder_ + "fd")) {
-            const int number = std::stoi(entry.path().filename());
-            found = descriptor(number).starts_with("socket:") ? std::max(found, number) : found;
-        }
-        return found;
-    }
-    [[nodiscard]] pid_t child() const {
-        return static_cast<pid_t>(
-            std::stol(contentOf(fmt::format("{}task/{}/children", folder_, pid_))));
-    }
+/// A file of a process, as root sees it.
+std::string seen(pid_t pid, std::string_view file) {
+    return contentOf(fmt::format("/proc/{}/{}", pid, file));
+}
 
-private:
-    pid_t pid_;
-    std::string folder_;
-};
+std::string descriptorOf(pid_t pid, int number) {
+    std::error_code error;
+    return std::filesystem::read_symlink(fmt::format("/proc/{}/fd/{}", pid, number), error);
+}
+
+/// The highest socket of a process; -1 for none.
+int socketOf(pid_t pid) {
+    int found = -1;
+    for (const auto& entry : std::filesystem::directory_iterator(fmt::format("/proc/{}/fd", pid))) {
+        const int number = std::stoi(entry.path().filename());
+        found = descriptorOf(pid, number).starts_with("socket:") ? std::max(found, number) : found;
+    }
+    return found;
+}
+
+/// The files of a process that its user has no rights on belong to root.
+bool isDumpable(pid_t pid) {
+    struct stat info{};
+    return ::stat(fmt::format("/proc/{}/status", pid).c_str(), &info) == 0 && info.st_uid != 0;
+}
+
+std::string groups(std::string_view real, std::string_view effective, std::string_view saved) {
+    return fmt::format("\nGid:\t{}\t{}\t{}\t{}\n", real, effective, saved, effective);
+}
+
+/// Waits until a process has these groups: an executed program has them a moment later.
+bool comesToHave(pid_t pid, const std::string& groups) {
+    return comesTrue([&] { return seen(pid, "status").find(groups) != std::string::npos; });
+}
 
 /// What its own user can do to a process, as nobody.
 struct Attack {
@@ -154,33 +131,28 @@ protected:
                 .environment = {"LD_PRELOAD=" + library().string(),
                                 "ASAN_OPTIONS=verify_asan_link_order=0:detect_leaks=0"}};
     }
-    /// What such a client prints, connecting to `socket` or to the service there is.
-    ProgramRun run(const std::string& means, const std::string& manner,
-                   const std::string& socket = {}) {
-        return runProgram(
-            hostile(means, {marked(), socket.empty() ? service_->path() : socket, manner}).command);
-    }
     void expectItsDutiesDone(const StartedProgram& program) {
         ASSERT_EQ(service_->waitForMessages(1), 1U);
         service_->perform([] {}); // after the handler
         EXPECT_EQ(group_, kClientGroup) << "it was marked when it connected";
-        const Observed seen(program.pid());
-        EXPECT_EQ(seen.status("Gid"), "65534\t65534\t47110\t65534") << "saved until the reply";
-        EXPECT_FALSE(seen.isDumpable());
-        EXPECT_EQ(seen.status("Umask"), "0022");
-        EXPECT_EQ(seen.status("SigBlk"), "0000000000000000");
-        EXPECT_TRUE(seen.ignores(SIGXFSZ));
-        EXPECT_EQ(seen.limit("core file size"), "0");
-        EXPECT_EQ(seen.limit("open files"), "1024");
-        EXPECT_EQ(seen.limit("stack size"), "8388608");
-        for (const char* name : {"file size", "address space", "data size"}) {
-            EXPECT_EQ(seen.limit(name), "unlimited") << name;
-        }
+        const pid_t pid = program.pid();
+        EXPECT_FALSE(isDumpable(pid));
+        EXPECT_THAT(seen(pid, "status"),
+                    AllOf(HasSubstr(groups("65534", "65534", "47110")),
+                          HasSubstr("\nUmask:\t0022\n"), HasSubstr("\nSigBlk:\t0000000000000000\n"),
+                          ContainsRegex(kIgnoringSIGXFSZ)))
+            << "the group is saved until the reply";
+        EXPECT_THAT(seen(pid, "limits"),
+                    AllOf(ContainsRegex("core file size +0 "), ContainsRegex("open files +1024 "),
+                          ContainsRegex("stack size +8388608 "),
+                          ContainsRegex("file size +unlimited "),
+                          ContainsRegex("address space +unlimited "),
+                          ContainsRegex("data size +unlimited ")));
         for (const int number : {0, 1, 2}) { // the C library may have been first
-            EXPECT_THAT(seen.descriptor(number), testing::AnyOf("/dev/null", "/dev/full"));
+            EXPECT_THAT(descriptorOf(pid, number), testing::AnyOf("/dev/null", "/dev/full"));
         }
-        EXPECT_FALSE(seen.maps("preloaded.so"));
-        const int socket = seen.socket();
+        EXPECT_THAT(seen(pid, "maps"), Not(HasSubstr("preloaded.so")));
+        const int socket = socketOf(pid);
         ASSERT_GT(socket, 2);
         const Attack attack = Attack::on(program.pid(), socket);
         EXPECT_FALSE(attack.socketTaken);
@@ -194,10 +166,6 @@ protected:
 };
 
 constexpr std::string_view kAllMeans = QV_SANITIZED ? "dml" : "dmla";
-constexpr std::string_view kSaved = "65534 65534 47110\n";
-constexpr std::string_view kGivenUp =
-    "This process cannot be a client of the service: this process has given up its client group; "
-    "start the program anew.\n";
 
 TEST_F(LaunchDuties, AreDoneInASetGroupIDProgram) {
     const StartedProgram program(
@@ -206,22 +174,10 @@ TEST_F(LaunchDuties, AreDoneInASetGroupIDProgram) {
     if (HasFatalFailure()) {
         return; // it may not run
     }
-    const Observed child(Observed(program.pid()).child());
-    // The kernel lets the parent go on a moment before the executed child has its groups.
-    for (int i = 0; i < 500 && child.status("Gid") != "65534\t65534\t65534\t65534"; ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    EXPECT_EQ(child.status("Gid"), "65534\t65534\t65534\t65534") << "the child may not have it";
-    EXPECT_EQ(child.socket(), -1) << "the child may not have the socket";
-}
-
-TEST_F(LaunchDuties, AreDoneInPlainCToo) {
-    const auto script = *programs_ / "script";
-    std::ofstream(script) << "()";
-    install(script, 0, 0, 0644);
-    const StartedProgram program(
-        hostile(std::string(kAllMeans), {marked(QV_PLAIN_CLIENT), script, service_->path()}));
-    expectItsDutiesDone(program);
+    const pid_t child =
+        std::stoi(seen(program.pid(), fmt::format("task/{}/children", program.pid())));
+    EXPECT_TRUE(comesToHave(child, groups("65534", "65534", "65534"))) << "the child has the group";
+    EXPECT_EQ(socketOf(child), -1) << "the child has the socket";
 }
 
 // Also shows what the same starter and the same attacker achieve where nothing is done.
@@ -230,43 +186,58 @@ TEST_F(LaunchDuties, AreNoneInAnyOtherProgram) {
     const StartedProgram program(
         hostile(std::string(kAllMeans), {client, service_->path(), "serve"}));
     ASSERT_EQ(service_->waitForMessages(1), 1U);
-    const Observed seen(program.pid());
-    EXPECT_TRUE(seen.isDumpable());
-    EXPECT_EQ(seen.status("Umask"), "0000");
-    EXPECT_NE(seen.status("SigBlk"), "0000000000000000");
-    EXPECT_FALSE(seen.ignores(SIGXFSZ));
-    EXPECT_EQ(seen.limit("open files"), "4");
-    EXPECT_EQ(seen.limit("file size"), "0");
-    EXPECT_THAT(seen.descriptor(0), StartsWith("socket:"));
-    EXPECT_TRUE(seen.maps("preloaded.so"));
+    const pid_t pid = program.pid();
+    EXPECT_TRUE(isDumpable(pid));
+    EXPECT_THAT(seen(pid, "status"), AllOf(HasSubstr("\nUmask:\t0000\n"),
+                                           Not(HasSubstr("\nSigBlk:\t0000000000000000\n")),
+                                           Not(ContainsRegex(kIgnoringSIGXFSZ))));
+    EXPECT_THAT(seen(pid, "limits"),
+                AllOf(ContainsRegex("open files +4 "), ContainsRegex("Max file size +0 ")));
+    EXPECT_THAT(descriptorOf(pid, 0), StartsWith("socket:"));
+    EXPECT_THAT(seen(pid, "maps"), HasSubstr("preloaded.so"));
     const std::string yama = contentOf("/proc/sys/kernel/yama/ptrace_scope");
     if (yama.empty() || yama == "0\n") { // else the machine protects every program
-        const Attack attack = Attack::on(program.pid(), seen.socket());
+        const Attack attack = Attack::on(pid, socketOf(pid));
         EXPECT_TRUE(attack.socketTaken);
         EXPECT_TRUE(attack.traced);
     }
 }
 
-TEST_F(LaunchDuties, EndWhenAHardLimitIsTooLow) {
-    constexpr std::string_view kTooLow =
-        "This process cannot be a client of the service: the hard limit RLIMIT_NOFILE is 16, less "
-        "than the 64 that it needs.\n";
-    EXPECT_EQ(run("h", "twice").output, fmt::format("{0}{0}{1}", kTooLow, kSaved));
-    EXPECT_EQ(service_->waitForConnections(0), 0U);
-}
-
-TEST_F(LaunchDuties, AllowConnectionsUntilTheReply) {
-    answering_ = true;
-    const auto client = marked();
-    const std::vector<std::pair<std::string, std::string>> rows = {
-        {"twice", fmt::format("connected\nconnected\n{}", kSaved)},
-        {"reply", fmt::format("{0}{0}65534 65534 65534\n", kGivenUp)},
-        {"keep", fmt::format("connected\n{}65534 65534 65534\n", kGivenUp)},
+TEST_F(LaunchDuties, ShowInWhatTheClientPrints) {
+    struct Row {
+        const char* means;
+        const char* manner;
+        bool isServed;
+        std::string printed;
+        std::size_t connections;
     };
-    for (const auto& [manner, output] : rows) {
-        EXPECT_EQ(runProgram(hostile("", {client, service_->path(), manner}).command).output,
-                  output)
-            << manner;
+    const std::string unfit = "This process cannot be a client of the service: ";
+    const std::string saved = "65534 65534 47110\n";
+    const std::string givenUp =
+        unfit + "this process has given up its client group; start the program anew.\n";
+    const std::string tooLow =
+        unfit + "the hard limit RLIMIT_NOFILE is 16, less than the 64 that it needs.\n";
+    const std::string shown = unfit +
+                              "it cannot hide its client group 47110 (real 65534, effective "
+                              "47110, saved 47110).\n";
+    const auto client = marked();
+    for (const auto& [means, manner, isServed, printed, connections] :
+         {Row{"h", "twice", true, tooLow + tooLow + saved, 0},
+          {"s", "twice", true, shown + shown + "65534 47110 47110\n", 0},
+          {"", "twice", false, "The service cannot be reached at ", 0},
+          // Steps that are tried without the service would run with the group.
+          {"", "block", true, saved, 0},
+          {"", "twice", true, "connected\nconnected\n" + saved, 2},
+          {"", "reply", true, givenUp + givenUp + "65534 65534 65534\n", 3},
+          {"", "keep", true, "connected\n" + givenUp + "65534 65534 65534\n", 5}}) {
+        answering_ = true;
+        const std::string path = isServed ? service_->path() : (*programs_ / "no.sock").native();
+        const std::string output =
+            runProgram(hostile(means, {client, path, manner}).command).output;
+        EXPECT_THAT(output, StartsWith(printed)) << manner;
+        EXPECT_EQ(isServed, output == printed) << manner;
+        EXPECT_THAT(output, testing::EndsWith(isServed ? printed : saved)) << manner;
+        EXPECT_EQ(service_->waitForConnections(connections), connections) << manner;
     }
 }
 
@@ -278,44 +249,22 @@ TEST_F(LaunchDuties, ShowTheGroupInOneThreadOnly) {
     install(path, 0, 0, 0666);
     const xpc::test::RawClient first(path);
     const StartedProgram program(hostile("", {marked(), path, "beside"}));
-    // Of its first thread, which connects, and then of the other one.
-    const auto groups = [&] {
-        std::vector<std::string> found = {Observed(program.pid()).status("Gid")};
+    const pid_t pid = program.pid();
+    // Of the thread that connects; the kernel starts it with the group in every respect.
+    ASSERT_TRUE(comesToHave(pid, groups("65534", "47110", "47110")));
+    const auto other = [&] {
         for (const auto& thread :
-             std::filesystem::directory_iterator(fmt::format("/proc/{}/task", program.pid()))) {
-            if (const pid_t number = std::stoi(thread.path().filename()); number != program.pid()) {
-                found.push_back(Observed(number).status("Gid"));
+             std::filesystem::directory_iterator(fmt::format("/proc/{}/task", pid))) {
+            if (const pid_t number = std::stoi(thread.path().filename()); number != pid) {
+                return number;
             }
         }
-        return found;
+        return pid;
     };
-    // The kernel starts it with the group in every respect.
-    const std::vector<std::string> shown = {"65534\t47110\t47110\t47110",
-                                            "65534\t65534\t47110\t65534"};
-    for (int i = 0; i < 500 && groups() != shown; ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    EXPECT_EQ(groups(), shown);
-    EXPECT_FALSE(Observed(program.pid()).isDumpable());
-}
-
-TEST_F(LaunchDuties, HideTheGroupWhenThereIsNoService) {
-    const std::string printed = run("", "twice", *programs_ / "no.sock").output;
-    EXPECT_THAT(printed, StartsWith("The service cannot be reached"));
-    EXPECT_THAT(printed, testing::EndsWith(kSaved));
-}
-
-// Steps that are tried without the service would run with the group.
-TEST_F(LaunchDuties, HideTheGroupBeforeAScriptHasItsBlock) {
-    EXPECT_EQ(run("", "block").output, kSaved);
-    EXPECT_EQ(service_->waitForConnections(0), 0U);
-}
-
-TEST_F(LaunchDuties, RefuseTheConnectionWhenTheGroupStays) {
-    EXPECT_THAT(run("s", "twice").output,
-                StartsWith("This process cannot be a client of the service: it cannot hide its "
-                           "client group 47110 (real 65534, effective 47110, saved 47110).\n"));
-    EXPECT_EQ(service_->waitForConnections(0), 0U);
+    EXPECT_TRUE(comesTrue([&] { return other() != pid; }));
+    EXPECT_TRUE(comesToHave(other(), groups("65534", "65534", "47110")));
+    EXPECT_TRUE(comesToHave(pid, groups("65534", "47110", "47110")));
+    EXPECT_FALSE(isDumpable(pid));
 }
 
 } // namespace
