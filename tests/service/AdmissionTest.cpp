@@ -1,5 +1,5 @@
-// Clients whose programs nobody has judged yet: how the service has them judged, and that waiting
-// for it is only their own.
+// Clients whose programs nobody has judged yet: how the service has them judged, while others go
+// on.
 
 #include "service/ServiceTest.h"
 
@@ -20,7 +20,7 @@ protected:
     }
 };
 
-TEST_F(Admission, ManyClientsOfOneUserWaitForTheirTurn) {
+TEST_F(Admission, ManyClientsOfOneUserTakeTurns) {
     const auto program = freshProgram("fresh");
     std::vector<std::unique_ptr<Puppet>> clients;
     for (int i = 0; i < 6; ++i) {
@@ -34,7 +34,7 @@ TEST_F(Admission, ManyClientsOfOneUserWaitForTheirTurn) {
     }
 }
 
-TEST_F(Admission, WithoutAnExaminerNobodyNewIsAccepted) {
+TEST_F(Admission, NeedsAnExaminerForNewPrograms) {
     service_->examiner().kill();
     Puppet late(freshProgram("late"));
     EXPECT_FALSE(late.connect(service_->socketPath()));
@@ -44,15 +44,13 @@ TEST_F(Admission, WithoutAnExaminerNobodyNewIsAccepted) {
 }
 
 // A stopped examiner stands for any that hangs.
-TEST_F(Admission, AnExaminationThatTakesTooLongEndsOnlyItself) {
+TEST_F(Admission, EndsALateExaminationAlone) {
     keepServing();
     ASSERT_EQ(::kill(service_->examiner().pid(), SIGSTOP), 0);
     Puppet late(freshProgram("late"));
-    late.begin("connect " + service_->socketPath());
-    ASSERT_EQ(late.answer(), "connected");
     Puppet second(freshProgram("second"));
-    second.begin("connect " + service_->socketPath());
-    ASSERT_EQ(second.answer(), "connected");
+    ASSERT_EQ(late.order("connect " + service_->socketPath()), "connected");
+    ASSERT_EQ(second.order("connect " + service_->socketPath()), "connected");
     EXPECT_TRUE(client_->execute(Value::array({}))->success) << "kept waiting by others";
     EXPECT_FALSE(late.greet());
     EXPECT_FALSE(second.greet());
@@ -63,7 +61,7 @@ TEST_F(Admission, AnExaminationThatTakesTooLongEndsOnlyItself) {
 }
 
 // A program that keeps the examiner busy for long may come again and again.
-TEST_F(Admission, AUserOwesTheTimeOfTheExaminer) {
+TEST_F(Admission, ChargesUsersForTheirExaminations) {
     keepServing();
     const ProgramStart ofAUser{.command = {freshProgram("slow")}, .user = kNobody};
     std::filesystem::permissions(folder_.path(), std::filesystem::perms(0755));
@@ -78,7 +76,7 @@ TEST_F(Admission, AUserOwesTheTimeOfTheExaminer) {
     EXPECT_TRUE(servesOthers());
 }
 
-TEST_F(Admission, AClientThatGoesAwayLeavesNothing) {
+TEST_F(Admission, KeepsNothingOfClientsThatLeave) {
     keepServing();
     const auto program = freshProgram("leaves");
     ASSERT_TRUE(client_->execute(Value::array({})) && client_->execute(Value::array({})))
@@ -95,10 +93,10 @@ TEST_F(Admission, AClientThatGoesAwayLeavesNothing) {
     EXPECT_TRUE(fallsTo(before)) << service_->descriptors() << " from " << before;
 }
 
-TEST_F(Admission, AFloodOfStrangersIsToldInFewLines) {
+TEST_F(Admission, TellsManyStrangersInFewLines) {
     keepServing();
+    Puppet stranger(Puppet::unsignedProgram());
     for (int i = 0; i < 60; ++i) {
-        Puppet stranger(Puppet::unsignedProgram());
         EXPECT_FALSE(stranger.connect(service_->socketPath()));
     }
     EXPECT_TRUE(service_->waitForLog("further records of this kind"));

@@ -1,9 +1,8 @@
 // What a script's sender is answered, through the socket of the running service.
 
 #include "platform/foundation/archive/KeyedUnarchiver.h"
-#include "platform/foundation/plist/PropertyList.h"
-#include "service/RawList.h"
 #include "service/ServiceTest.h"
+#include "support/ErrorMatchers.h"
 
 #include <gmock/gmock.h>
 
@@ -12,255 +11,175 @@ namespace {
 
 using testing::HasSubstr;
 
-constexpr std::string_view kScriptDomain = "QVCatalogScriptErrorDomain";
+constexpr std::string_view kScript = "QVCatalogScriptErrorDomain";
+constexpr std::string_view kCocoa = "NSCocoaErrorDomain";
+const Value kType = Value::string("executeQVCatalogScript");
 
 class Outcome : public ServiceTest {
 protected:
-    // The result dictionary of a request, as it stands in the archive.
-    Value resultOf(const Value& request) {
+    [[nodiscard]] Value note(std::string_view line) const { return noteStep(notes_, line); }
+    const std::filesystem::path notes_ = folder_ / "notes";
+};
+
+TEST_F(Outcome, HoldsItsEntriesAndNoOther) {
+    const auto resultOf = [&](const Value& request) {
         EXPECT_TRUE(client_->send(client_->request(request)));
         const std::optional<std::string> archive = client_->replyData();
         return archive ? KeyedUnarchiver::unarchiveObjectWithData(*archive).value() : Value();
-    }
-    void expectNothingDone(const Value& result) {
-        ASSERT_TRUE(result.is(Value::Kind::dictionary));
-        EXPECT_EQ(*result.find("success"), Value::boolean(false));
-        EXPECT_EQ(*result.find("errorScriptStepIndex"), number(-1));
-        EXPECT_EQ(result.find("error"), nullptr);
-    }
-};
-
-const Value kType = Value::string("executeQVCatalogScript");
-
-TEST_F(Outcome, ASuccessHasNoErrorEntry) {
-    const auto file = folder_.write("file", "");
-    const Value script =
-        Value::array({noteStep(file, "done"), Value::dictionary({{"operation", number(13)},
-                                                                 {"URL", fileURL(file)},
-                                                                 {"arg1", number(0640)}})});
-    const auto list = PropertyList::dataWithPropertyList(script, PropertyListFormat::xml).value();
-    const Value result =
-        resultOf(Value::dictionary({{"type", kType}, {"data", Value::data(list)}}));
-    EXPECT_EQ(*result.find("success"), Value::boolean(true));
-    EXPECT_TRUE(result.find("success")->is(Value::Kind::boolean)) << "a number is no boolean";
-    EXPECT_EQ(*result.find("errorScriptStepIndex"), number(-1));
-    EXPECT_EQ(result.find("error"), nullptr);
-    EXPECT_EQ(contentOf(file), "done\n");
-    EXPECT_EQ(std::filesystem::status(file).permissions(), std::filesystem::perms(0640));
-}
-
-TEST_F(Outcome, AFailingStepIsNamedAndTheRestIsLeft) {
-    const auto file = folder_ / "file";
-    const auto outcome = client_->execute(Value::array(
-        {noteStep(file, "first"), toolStep("/bin/false", {"x"}), noteStep(file, "third")}));
-    ASSERT_TRUE(outcome);
-    EXPECT_FALSE(outcome->success);
-    EXPECT_EQ(outcome->errorScriptStepIndex, 1);
-    EXPECT_EQ(outcome->error.domain(), kScriptDomain);
-    EXPECT_EQ(outcome->error.code(), 1);
-    EXPECT_THAT(outcome->error.localizedDescription(),
-                HasSubstr("Tool exited with code 1: /bin/false"));
-    EXPECT_EQ(contentOf(file), "first\n");
-}
-
-TEST_F(Outcome, DataThatIsMissingEmptyOrOfAnotherTypeIsAnsweredWithoutAnError) {
-    expectNothingDone(resultOf(Value::dictionary({{"type", kType}})));
-    expectNothingDone(resultOf(Value::dictionary({{"type", kType}, {"data", Value::data("")}})));
-    expectNothingDone(resultOf(Value::dictionary({{"type", kType}, {"data", text("()")}})));
-    client_->finish();
-    EXPECT_EQ(service_->waitForExit(), 0) << "not counted, or counted for ever";
-}
-
-TEST_F(Outcome, DataThatIsNoPropertyListIsAnsweredWithTheParsersError) {
-    const auto outcome = client_->executeData("<plist><array><dict>");
-    ASSERT_TRUE(outcome);
-    EXPECT_FALSE(outcome->success);
-    EXPECT_EQ(outcome->errorScriptStepIndex, -1);
-    EXPECT_EQ(outcome->error.domain(), "NSCocoaErrorDomain");
-    EXPECT_EQ(outcome->error.code(), 3840);
-    EXPECT_THAT(outcome->error.description(), HasSubstr("line 1"));
-    client_->finish();
-    EXPECT_EQ(service_->waitForExit(), 0) << "not counted, or counted for ever";
-}
-
-TEST_F(Outcome, ARootThatIsNoArrayIsAnsweredWithTheReason) {
-    RawList null;
-    null.add(std::string(1, '\0'));
-    const std::vector<std::pair<std::string, std::string_view>> rows = {
-        {"{ operation = 8; }", "not a dictionary"},
-        {"word", "not a string"},
-        {"<00ff>", "not data"},
-        {"<plist><integer>5</integer></plist>", "not a number"},
-        {"<plist><true/></plist>", "not a boolean"},
-        {"<plist><real>1.5</real></plist>", "not a number"},
-        {"<plist><date>2012-05-01T00:00:00Z</date></plist>", "not a date"},
-        {null.bytes(), "not the null object"},
     };
-    for (const auto& [script, kind] : rows) {
-        const auto outcome = client_->executeData(script);
+    const Value done = resultOf(Value::dictionary({{"type", kType}, {"data", Value::data("()")}}));
+    EXPECT_EQ(done, Value::dictionary(
+                        {{"success", Value::boolean(true)}, {"errorScriptStepIndex", number(-1)}}));
+    EXPECT_TRUE(done.find("success")->is(Value::Kind::boolean)) << "a number is no boolean";
+    const Value nothing = Value::dictionary(
+        {{"success", Value::boolean(false)}, {"errorScriptStepIndex", number(-1)}});
+    EXPECT_EQ(resultOf(Value::dictionary({{"type", kType}})), nothing);
+    EXPECT_EQ(resultOf(Value::dictionary({{"type", kType}, {"data", Value::data("")}})), nothing);
+    EXPECT_EQ(resultOf(Value::dictionary({{"type", kType}, {"data", text("()")}})), nothing);
+    client_->finish();
+    EXPECT_EQ(service_->waitForExit(), 0) << "not counted, or counted for ever";
+}
+
+// Some are faults that a careless engine would take the service down with.
+TEST_F(Outcome, NamesTheFailedStepAndItsError) {
+    struct Row {
+        int step; ///< the one that fails, between two notes; -1: the whole script
+        std::string script;
+        std::string_view domain;
+        std::int64_t code;
+        std::string_view reason;
+    };
+    const std::string program = folder_.write("program", "neither script nor program");
+    std::filesystem::permissions(program, std::filesystem::perms(0755));
+    const std::vector<Row> rows = {
+        {-1, "<plist><array><dict>", kCocoa, 3840, "line 1"},
+        {-1, "( { operation = 8; arg1 =", kCocoa, 3840, "line 1"},
+        {-1, std::string(100'000, '('), kCocoa, 3840, "line 1"},
+        {-1, "word", kScript, 0, "a script must be an array of steps, not a string"},
+        {-1, "<plist><true/></plist>", kScript, 0,
+         "a script must be an array of steps, not a boolean"},
+        {1, "word", kScript, 0, "a step must be a dictionary, not a string"},
+        {1, "{ operation = (); }", kScript, 0, "\"operation\" of the step is"},
+        {1, "{ operation = 8; }", kScript, 0, "\"arg1\" of the step is missing"},
+        {1, "{ operation = 8; arg1 = <00>; }", kScript, 0, "a string"},
+        {1, "{ operation = 8; arg1 = /bin/true; arg2 = (<00>); }", kScript, 0,
+         "an array of strings"},
+        {1, "{ operation = 8; arg1 = /no/such/tool; }", kScript, 0, "No such file"},
+        {1, "{ operation = 8; arg1 = bin/true; }", kScript, 0, "not absolute"},
+        {1, "{ operation = 8; arg1 = /dev/null; }", kScript, 0, "regular file"},
+        {1, "{ operation = 8; arg1 = \"" + program + "\"; }", kScript, 0, "format"},
+        {1, "{ operation = 8; arg1 = /bin/false; }", kScript, 1, "exited with code 1: /bin/false"},
+        {1, "{ operation = 8; arg1 = /bin/sh; arg2 = (\"-c\", \"kill -SEGV $$\"); }", kScript, 0,
+         "Uncaught signal executing /bin/sh"},
+        {1, "{ operation = 13; URL = <00>; }", kScript, 0, "\"URL\" of the step is data"},
+        {1, "{ operation = 13; }", kCocoa, 4, ""},
+        {1, "{ operation = 13; URL = \"http://host/x\"; }", kCocoa, 262, ""},
+        {1, "{ operation = 1; URL = \"file:///nothing.app\"; }", kCocoa, 4, ""},
+        {1, "{ operation = 17; arg1 = (); }", kScript, 0, "a rule"},
+    };
+    const std::string note =
+        "{ operation = 8; arg1 = /bin/sh; arg2 = (\"-c\", \"echo x >>$0\", \"" + notes_.native() +
+        "\"); }";
+    for (const auto& [step, script, domain, code, reason] : rows) {
+        std::filesystem::remove(notes_);
+        const auto outcome = client_->executeData(
+            step < 0 ? script : fmt::format("( {}, {}, {} )", note, script, note));
         ASSERT_TRUE(outcome) << script;
         EXPECT_FALSE(outcome->success) << script;
-        EXPECT_EQ(outcome->errorScriptStepIndex, -1) << script;
-        EXPECT_EQ(outcome->error.domain(), kScriptDomain) << script;
-        EXPECT_THAT(
-            outcome->error.localizedDescription(),
-            testing::AllOf(HasSubstr("a script must be an array of steps"), HasSubstr(kind)));
-    }
-    EXPECT_TRUE(service_->waitForLog("script raised an exception", rows.size()));
-}
-
-// Each is a caller's fault that a careless engine would take the service down with.
-TEST_F(Outcome, AFaultOfTheScriptNamesItsStepAndIsSurvived) {
-    const auto notExecutable = folder_.write("not executable", "");
-    const auto noProgram = folder_.write("no program", "neither script nor program");
-    std::filesystem::permissions(noProgram, std::filesystem::perms(0755));
-    const auto step = [](std::int64_t operation, std::string_view key, const Value& value) {
-        return Value::dictionary({{"operation", number(operation)}, {key, value}});
-    };
-    const Value good = toolStep("/bin/true", {});
-    const std::vector<std::pair<Value, std::string_view>> rows = {
-        {text("no dictionary"), "not a string"},
-        {Value::array({}), "not an array"},
-        {Value(), "not the null object"},
-        {toolStep("/no/such/tool", {}), "No such file"},
-        {toolStep("/bin", {}), "directory"},
-        {toolStep("bin/true", {}), "not absolute"},
-        {toolStep("", {}), "not set"},
-        {toolStep(notExecutable.native(), {}), "Permission denied"},
-        {toolStep(noProgram.native(), {}), "format"},
-        {toolStep("/dev/null", {}), "regular file"},
-        {Value::dictionary({{"operation", number(8)}}), "\"arg1\" of the step is missing"},
-        {step(8, "arg1", number(5)), "a string"},
-        {Value::dictionary({{"operation", number(8)},
-                            {"arg1", text("/bin/true")},
-                            {"arg2", Value::array({number(1)})}}),
-         "an array of strings"},
-        {step(13, "URL", number(5)), "\"URL\" of the step is a number"},
-        {step(13, "arg1", Value::date({1})), "it must be a number"},
-        {step(17, "arg1", Value::array({})), "a rule"},
-        {Value::dictionary({{"operation", Value::array({})}}), "\"operation\" of the step is"},
-    };
-    for (const auto& [bad, reason] : rows) {
-        const auto outcome = client_->execute(Value::array({good, bad, good}));
-        ASSERT_TRUE(outcome) << reason;
-        EXPECT_FALSE(outcome->success) << reason;
-        EXPECT_EQ(outcome->errorScriptStepIndex, 1) << outcome->error.description();
-        EXPECT_EQ(outcome->error.domain(), kScriptDomain) << reason;
-        EXPECT_THAT(outcome->error.localizedDescription(), HasSubstr(reason));
-    }
-}
-
-TEST_F(Outcome, UnknownCodesAreSkippedAndMissingFieldsAreErrors) {
-    const auto file = folder_ / "file";
-    const auto skipped = client_->execute(
-        Value::array({Value::dictionary({{"operation", number(23)}}),
-                      Value::dictionary({{"operation", number(-1)}, {"arg1", number(1)}}),
-                      Value::dictionary({{"operation", text("99")}}), noteStep(file, "done")}));
-    EXPECT_TRUE(skipped && skipped->success);
-    EXPECT_EQ(contentOf(file), "done\n");
-    const std::vector<std::pair<Value, std::int64_t>> rows = {
-        {Value::dictionary({{"operation", number(13)}}), 4},
-        {Value::dictionary({{"operation", number(13)}, {"URL", text("http://host/x")}}), 262},
-    };
-    for (const auto& [step, code] : rows) {
-        const auto outcome = client_->execute(Value::array({step}));
-        ASSERT_TRUE(outcome && !outcome->success);
-        EXPECT_EQ(outcome->errorScriptStepIndex, 0);
-        EXPECT_EQ(outcome->error.domain(), "NSCocoaErrorDomain");
-        EXPECT_EQ(outcome->error.code(), code);
+        EXPECT_EQ(outcome->errorScriptStepIndex, step) << script;
+        EXPECT_THAT(outcome->error, failsWith(domain, code)) << script;
+        EXPECT_THAT(outcome->error.description(), HasSubstr(reason)) << script;
+        EXPECT_EQ(contentOf(notes_), step < 0 ? "" : "x\n") << script;
     }
 }
 
 // Longer than what may wait to be sent: the connection was closed, and nobody knew what was done.
-TEST_F(Outcome, AnErrorThatHoldsTooMuchIsAnsweredWithItsBeginning) {
-    const auto file = folder_ / "file";
+TEST_F(Outcome, ShortensAnErrorThatIsTooLong) {
     const std::string letters(std::size_t{20} << 20U, 'x');
     const std::string path = std::string(std::size_t{20} << 20U, '/') + "x";
     for (const Value& failing :
          {toolStep(letters, {}),
           Value::dictionary({{"operation", number(2)}, {"URL", text("file://" + path)}})}) {
-        const auto outcome = client_->execute(Value::array({noteStep(file, "first"), failing}));
-        ASSERT_TRUE(outcome);
-        EXPECT_FALSE(outcome->success);
+        const auto outcome = client_->execute(Value::array({note("first"), failing}));
+        ASSERT_TRUE(outcome && !outcome->success);
         EXPECT_EQ(outcome->errorScriptStepIndex, 1);
         EXPECT_NE(outcome->error.domain(), "");
         EXPECT_THAT(outcome->error.localizedDescription(), HasSubstr("shortened"));
     }
-    EXPECT_EQ(contentOf(file), "first\nfirst\n");
-}
-
-TEST_F(Outcome, AToolThatASignalEndsFails) {
-    const auto outcome =
-        client_->execute(Value::array({toolStep("/bin/sh", {"-c", "kill -SEGV $$"})}));
-    ASSERT_TRUE(outcome && !outcome->success);
-    EXPECT_EQ(outcome->errorScriptStepIndex, 0);
-    EXPECT_EQ(outcome->error.code(), 0);
-    EXPECT_THAT(outcome->error.localizedDescription(),
-                HasSubstr("Uncaught signal executing /bin/sh"));
+    EXPECT_EQ(contentOf(notes_), "first\nfirst\n");
 }
 
 // Two steps that say the same are two steps, unless the list holds one of them twice.
-TEST_F(Outcome, TheFailedStepIsFoundByIdentity) {
-    const auto failsTheSecondTime = [this](bool shared) {
-        RawList list;
-        // 0: root; 1, 2: the steps; then their keys and values.
-        list.add(RawList::array(shared ? RawList::References{1, 1, 1} : RawList::References{1, 2}));
-        list.add(RawList::dictionary({3, 4, 5}, {6, 7, 8}));
-        list.add(RawList::dictionary({3, 4, 5}, {6, 7, 8}));
-        for (const char* key : {"operation", "arg1", "arg2"}) {
-            list.add(RawList::text(key));
-        }
-        list.add(RawList::number(8));
-        list.add(RawList::text("/bin/mkdir"));
-        list.add(RawList::array({9}));
-        list.add(RawList::text((folder_ / (shared ? "shared" : "equal")).native()));
-        const auto outcome = client_->executeData(list.bytes());
-        EXPECT_TRUE(outcome && !outcome->success);
-        return outcome ? outcome->errorScriptStepIndex : -2;
+TEST_F(Outcome, FindsTheFailedStepByIdentity) {
+    const auto failingIndex = [&](const Value& step, const Value& again) {
+        const auto outcome = client_->execute(Value::array({step, again}));
+        return outcome && !outcome->success ? outcome->errorScriptStepIndex : -2;
     };
-    EXPECT_EQ(failsTheSecondTime(false), 1);
-    EXPECT_EQ(failsTheSecondTime(true), 0);
+    const auto make = [&](std::string_view name) {
+        return toolStep("/bin/mkdir", {(folder_ / name).native()});
+    };
+    EXPECT_EQ(failingIndex(make("equal"), make("equal")), 1);
+    const Value shared = make("shared");
+    EXPECT_EQ(failingIndex(shared, shared), 0);
 }
 
-// What is no request to carry out a script gets no answer, has nothing done and is not counted.
-TEST_F(Outcome, OtherMessagesArePassedOver) {
-    const auto file = folder_ / "file";
-    const Value data = Value::data(binary(Value::array({noteStep(file, "done")})));
-    const auto typed = [&](const Value& type) {
-        return client_->request(Value::dictionary({{"type", type}, {"data", data}}), 1);
-    };
-    EXPECT_TRUE(client_->send(typed(text("executeQVCatalogscript"))));
-    EXPECT_TRUE(client_->send(typed(text("executeQVCatalogScript "))));
-    EXPECT_TRUE(client_->send(typed(text(""))));
-    EXPECT_TRUE(client_->send(typed(number(1))));
-    EXPECT_TRUE(client_->send(typed(Value::data("executeQVCatalogScript"))));
-    EXPECT_TRUE(client_->send(client_->request(Value::dictionary({{"data", data}}), 1)));
+// A message that is not a request to carry out a script gets no answer, has nothing done and is not
+// counted. Were one answered, its answer would be the first frame to come.
+TEST_F(Outcome, IsNotOwedToOtherMessages) {
+    const Value data = Value::data("({ operation = 8; arg1 = /bin/echo; arg2 = (obeyed); })");
+    for (const Value& type : {text("executeQVCatalogscript"), text("executeQVCatalogScript "),
+                              text(""), number(1), Value::data("executeQVCatalogScript")}) {
+        EXPECT_TRUE(
+            client_->send(client_->request(Value::dictionary({{"type", type}, {"data", data}}))));
+    }
+    EXPECT_TRUE(client_->send(client_->request(Value::dictionary({{"data", data}}))));
     EXPECT_TRUE(client_->send(
         client_->request(Value::dictionary({{"type", kType}, {"data", data}}), 1, false)))
         << "no reply is expected";
     const auto other = connected();
     ASSERT_NE(other, nullptr);
-    EXPECT_TRUE(client_->send(typed(text("one more, so that all before it have been read"))));
-    client_->finish();
-    EXPECT_TRUE(service_->waitForLog("XPC Error"));
-    EXPECT_EQ(contentOf(file), "");
-    ASSERT_TRUE(other->send(other->scriptRequest("()", 7)));
-    const auto reply = other->frame();
-    ASSERT_TRUE(reply) << "the service ended with a client that it should not have counted";
-    EXPECT_EQ(reply->sequence, 7U);
-    other->finish();
-    EXPECT_EQ(service_->waitForExit(), 0);
-}
-
-// Were one of them answered, the answer to the last would not be the first frame to come.
-TEST_F(Outcome, OtherMessagesAreNotAnswered) {
-    ASSERT_TRUE(client_->send(
-        client_->request(Value::dictionary({{"type", text("EXECUTEQVCATALOGSCRIPT")}}), 1)));
-    ASSERT_TRUE(client_->send(client_->request(Value::dictionary({{"type", kType}}), 2, false)));
-    ASSERT_TRUE(client_->send(client_->scriptRequest("()", 3)));
+    ASSERT_TRUE(other->execute(Value::array({})));
+    ASSERT_TRUE(client_->send(client_->scriptRequest("()", 7)));
     const auto reply = client_->frame();
     ASSERT_TRUE(reply);
-    EXPECT_EQ(reply->sequence, 3U);
+    EXPECT_EQ(reply->sequence, 7U);
+    EXPECT_EQ(service_->log().find("obeyed"), std::string::npos);
+    other->finish();
+    client_->finish();
+    EXPECT_EQ(service_->waitForExit(), 0) << "another message was counted";
+}
+
+// A hundred bytes that would be 10^30 steps if what is shared were copied, and an argument of
+// 100 GB for a tool.
+TEST_F(Outcome, DoesNotMultiplyWhatIsShared) {
+    ASSERT_TRUE(client_->execute(Value::array({})));
+    const std::size_t before = service_->residentKilobytes();
+    Value bomb = Value::array({});
+    for (int level = 0; level < 30; ++level) {
+        bomb = Value::array(std::vector<Value>(10, bomb));
+    }
+    const auto outcome = client_->execute(bomb);
+    ASSERT_TRUE(outcome && !outcome->success);
+    EXPECT_EQ(outcome->errorScriptStepIndex, 0) << "its first step is an array";
+    const Value longText = text(std::string(1 << 20, 'x'));
+    const auto refused = client_->execute(Value::array(
+        {Value::dictionary({{"operation", number(8)},
+                            {"arg1", text("/bin/false")},
+                            {"arg2", Value::array(std::vector<Value>(100'000, longText))}})}));
+    ASSERT_TRUE(refused && refused->error);
+    EXPECT_THAT(refused->error.localizedDescription(), HasSubstr("Argument list too long"));
+    EXPECT_LT(service_->residentKilobytes(), before + 20'000);
+}
+
+// Nothing of it may pile up in the service, whose outputs the tool has inherited.
+TEST_F(Outcome, LetsAToolPrintWithoutEnd) {
+    constexpr std::uint64_t kBytes = 100'000'000;
+    const std::size_t before = service_->residentKilobytes();
+    const auto outcome = client_->execute(
+        Value::array({toolStep("/usr/bin/head", {"-c", "100000000", "/dev/zero"})}));
+    EXPECT_TRUE(outcome && outcome->success);
+    EXPECT_TRUE(service_->waitForPrinted(kBytes));
+    EXPECT_LT(service_->residentKilobytes(), before + 4000);
 }
 
 } // namespace

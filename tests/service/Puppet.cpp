@@ -1,40 +1,14 @@
 #include "service/Puppet.h"
 
 #include "platform/foundation/plist/PropertyList.h"
-
-#include <fmt/format.h>
+#include "platform/xpc/RawClient.h"
 
 #include <stdexcept>
 
 namespace qv::test {
 
-namespace {
-
-constexpr std::size_t kLongestLine = 4096; // longer sendings go through a file
-
-std::string hexOf(std::string_view bytes) {
-    std::string hex;
-    for (const char byte : bytes) {
-        fmt::format_to(std::back_inserter(hex), "{:02x}", static_cast<unsigned char>(byte));
-    }
-    return hex;
-}
-
-std::string bytesOf(std::string_view hex) {
-    std::string bytes;
-    for (; hex.size() > 1; hex.remove_prefix(2)) {
-        bytes += static_cast<char>(std::stoi(std::string(hex.substr(0, 2)), nullptr, 16));
-    }
-    return bytes;
-}
-
-} // namespace
-
 std::filesystem::path Puppet::signedProgram() { return QV_LIVE_PROGRAMS "/wire_puppet"; }
 std::filesystem::path Puppet::unsignedProgram() { return QV_WIRE_PUPPET; }
-
-Puppet::Puppet(const std::filesystem::path& program)
-    : program_(ProgramStart{.command = {program}}) {}
 
 bool Puppet::connect(const std::string& socketPath) {
     if (const std::string result = order("connect " + socketPath); result != "connected") {
@@ -53,58 +27,42 @@ bool Puppet::greet() {
 }
 
 bool Puppet::send(std::string_view bytes) {
-    return (bytes.size() < kLongestLine
-                ? order("send " + hexOf(bytes))
-                : order("sendfile " + folder_.write("sending", bytes).string())) == "sent";
-}
-
-std::optional<std::string> Puppet::frameBytes() {
-    const std::string line = order("frame");
-    constexpr std::string_view kLabel = "frame ";
-    if (!line.starts_with(kLabel)) {
-        return std::nullopt;
-    }
-    return bytesOf(std::string_view(line).substr(kLabel.size()));
+    return order("send " + folder_.write("sent", bytes).native()) == "sent";
 }
 
 std::optional<xpc::Frame> Puppet::frame() {
-    const std::optional<std::string> bytes = frameBytes();
-    if (!bytes) {
+    const std::filesystem::path file = folder_ / "received";
+    if (order("frame " + file.native()) != "frame") {
         return std::nullopt;
     }
+    const std::string bytes = contentOf(file);
     const auto header =
-        xpc::decodeFrameHeader(std::span(*bytes).first<xpc::kFrameHeaderSize>()).value();
+        xpc::decodeFrameHeader(std::span(bytes).first<xpc::kFrameHeaderSize>()).value();
     return xpc::Frame{header.kind, header.replyExpected, header.sequence,
-                      bytes->substr(xpc::kFrameHeaderSize)};
-}
-
-std::string binary(const Value& script) {
-    return PropertyList::dataWithPropertyList(script, PropertyListFormat::binary).value();
-}
-
-std::string requestFrame(std::string_view body, std::uint64_t sequence, bool replyExpected) {
-    const xpc::FrameHeaderBytes header =
-        xpc::encodeFrameHeader({xpc::FrameKind::request, replyExpected, sequence,
-                                static_cast<std::uint32_t>(body.size())});
-    return std::string(header.data(), header.size()).append(body);
+                      bytes.substr(xpc::kFrameHeaderSize)};
 }
 
 std::string Puppet::request(const Value& dictionary, std::uint64_t sequence,
                             bool replyExpected) const {
-    std::vector<std::pair<Value, Value>> pairs;
+    std::vector<std::pair<Value, Value>> pairs = {{Value::string("nonce"), Value::data(nonce_)}};
     const DictionaryView given = dictionary.asDictionary();
     for (std::size_t i = 0; i < given.size(); ++i) {
         pairs.emplace_back(given.keys()[i], given.value(i));
     }
-    pairs.emplace_back(Value::string("nonce"), Value::data(nonce_));
-    return requestFrame(xpc::bodyOfDictionary(Value::dictionary(std::move(pairs))).value(),
-                        sequence, replyExpected);
+    return xpc::test::frameBytes(xpc::FrameKind::request,
+                                 xpc::bodyOfDictionary(Value::dictionary(std::move(pairs))).value(),
+                                 sequence, replyExpected);
 }
 
 std::string Puppet::scriptRequest(std::string_view script, std::uint64_t sequence) const {
     return request(Value::dictionary({{"type", Value::string("executeQVCatalogScript")},
                                       {"data", Value::data(script)}}),
                    sequence);
+}
+
+std::string Puppet::scriptRequest(const Value& script) const {
+    return scriptRequest(
+        PropertyList::dataWithPropertyList(script, PropertyListFormat::binary).value());
 }
 
 std::optional<std::string> Puppet::replyData() {
@@ -118,33 +76,27 @@ std::optional<std::string> Puppet::replyData() {
 
 std::optional<ScriptOutcome> Puppet::outcome() {
     const std::optional<std::string> archive = replyData();
-    if (!archive) {
-        return std::nullopt;
-    }
-    return decodeReply(*archive).value();
+    return archive ? std::optional(decodeReply(*archive).value()) : std::nullopt;
 }
 
 std::optional<ScriptOutcome> Puppet::executeData(std::string_view script) {
-    if (!send(scriptRequest(script))) {
-        return std::nullopt;
-    }
-    return outcome();
+    return send(scriptRequest(script)) ? outcome() : std::nullopt;
 }
 
 std::optional<ScriptOutcome> Puppet::execute(const Value& steps) {
-    return executeData(binary(steps));
+    return send(scriptRequest(steps)) ? outcome() : std::nullopt;
 }
 
 void Puppet::finish() {
-    program_.endInput();
+    endInput();
     if (process().wait() != 0) {
-        throw std::runtime_error("the puppet did not end well");
+        throw std::runtime_error("the client did not end in an orderly way");
     }
 }
 
 void Puppet::kill() {
     process().kill();
-    static_cast<void>(process().wait());
+    process().wait();
 }
 
 } // namespace qv::test

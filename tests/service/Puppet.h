@@ -14,17 +14,12 @@ namespace qv::test {
 
 /// A client of the service that a test leads by the hand: wire_puppet, signed as a good client
 /// unless another copy of it is named.
-class Puppet {
+class Puppet : public LedProgram {
 public:
-    explicit Puppet(const std::filesystem::path& program = signedProgram());
+    explicit Puppet(const std::filesystem::path& program = signedProgram())
+        : LedProgram(ProgramStart{.command = {program}}) {}
     [[nodiscard]] static std::filesystem::path signedProgram();
     [[nodiscard]] static std::filesystem::path unsignedProgram();
-
-    /// Gives a command and waits for its answer.
-    std::string order(std::string_view command) { return program_.order(command); }
-    /// The same in two halves.
-    void begin(std::string_view command) { program_.begin(command); }
-    std::string answer() { return program_.answer(); }
 
     /// Connects and reads the greeting; false when the service closed instead.
     bool connect(const std::string& socketPath);
@@ -34,7 +29,6 @@ public:
     bool send(std::string_view bytes);
     /// The next frame; none when the service closed instead.
     std::optional<xpc::Frame> frame();
-    std::optional<std::string> frameBytes();
 
     /// A request with this connection's nonce added to `dictionary`.
     [[nodiscard]] std::string request(const Value& dictionary, std::uint64_t sequence = 1,
@@ -42,6 +36,7 @@ public:
     /// A request that has this property list carried out.
     [[nodiscard]] std::string scriptRequest(std::string_view script,
                                             std::uint64_t sequence = 1) const;
+    [[nodiscard]] std::string scriptRequest(const Value& script) const;
     /// The archive in the next frame.
     std::optional<std::string> replyData();
     std::optional<ScriptOutcome> outcome();
@@ -51,21 +46,10 @@ public:
     /// Ends in an orderly way, or not; the process is gone for good afterwards.
     void finish();
     void kill();
-    [[nodiscard]] StartedProgram& process() { return program_.process(); }
-    [[nodiscard]] pid_t pid() const { return program_.pid(); }
-    [[nodiscard]] const std::string& nonce() const { return nonce_; }
 
 private:
     TemporaryDirectory folder_;
-    LedProgram program_;
     std::string nonce_;
 };
-
-/// A script as its sender would encode it.
-[[nodiscard]] std::string binary(const Value& script);
-
-/// The bytes of a request frame with this body.
-[[nodiscard]] std::string requestFrame(std::string_view body, std::uint64_t sequence = 1,
-                                       bool replyExpected = true);
 
 } // namespace qv::test

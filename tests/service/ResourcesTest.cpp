@@ -1,4 +1,4 @@
-// What the service holds after many clients must be what it held before.
+// After many clients the service holds as much as before.
 
 #include "service/ServiceTest.h"
 
@@ -29,12 +29,12 @@ protected:
     }
 };
 
-TEST_F(Resources, AreGivenBackAfterRejectedClients) {
+TEST_F(Resources, OfRejectedClientsAreGivenBack) {
     Puppet stranger(Puppet::unsignedProgram());
     expectNothingKept([&] { ASSERT_FALSE(stranger.connect(service_->socketPath())); });
 }
 
-TEST_F(Resources, AreGivenBackAfterServedConnections) {
+TEST_F(Resources, OfServedConnectionsAreGivenBack) {
     Puppet other;
     const auto round = [&] {
         ASSERT_TRUE(other.connect(service_->socketPath()));
@@ -44,7 +44,7 @@ TEST_F(Resources, AreGivenBackAfterServedConnections) {
     expectNothingKept(round);
 }
 
-TEST_F(Resources, AreGivenBackAfterServedProcesses) {
+TEST_F(Resources, OfServedProcessesAreGivenBack) {
     ASSERT_TRUE(client_->execute(Value::array({}))); // counted, so that the service stays
     ASSERT_TRUE(servesOthers());                     // what the loop makes on first use, it keeps
     expectNothingKept([&] { ASSERT_TRUE(servesOthers()); });

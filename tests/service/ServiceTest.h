@@ -7,7 +7,6 @@
 #include <fmt/core.h>
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
 #include <memory>
 #include <optional>
 #include <sys/stat.h>
@@ -30,10 +29,7 @@ protected:
 
     void TearDown() override {
         if (HasFailure() && service_ != nullptr) {
-            constexpr std::size_t kMost = 8000;
-            const std::string log = service_->log();
-            std::cerr << "what the service said last:\n"
-                      << log.substr(log.size() - std::min(log.size(), kMost));
+            std::cerr << service_->log();
         }
     }
 
@@ -74,28 +70,6 @@ protected:
     std::unique_ptr<Puppet> client_;
     std::unique_ptr<Puppet> keeper_;
     TemporaryDirectory folder_;
-};
-
-/// A step that keeps the service busy until the test opens the gate, or ends.
-class Gate {
-public:
-    Gate() {
-        if (::mkfifo(path_.c_str(), 0600) != 0) {
-            throw std::runtime_error("no gate");
-        }
-        writer_ = Descriptor(::open(path_.c_str(), O_RDWR | O_CLOEXEC));
-    }
-    [[nodiscard]] Value step() const {
-        return toolStep("/bin/sh",
-                        {"-c", "exec <\"$1\"; echo At the gate; exec cat", "sh", path_.native()});
-    }
-    /// To be called when "At the gate" has been printed.
-    void open() { writer_.reset(); }
-
-private:
-    TemporaryDirectory folder_;
-    std::filesystem::path path_ = folder_ / "gate";
-    Descriptor writer_;
 };
 
 /// A step that leaves a line in a file.

@@ -1,173 +1,71 @@
-// A client that does what it is told, with plain system calls and without our libraries. Each line
-// of standard input is a command and gets one line of answer; it ends with its input.
+// A client that does what it is told. Each line of standard input is a command and gets one line of
+// answer; it ends with its input.
 //
-//     connect PATH      "connected" or the reason
-//     send HEX          "sent", or "refused" when the service has closed
-//     sendfile PATH     the same with a file's bytes
-//     childsend HEX     the same, by a process of its own that inherited the connection
-//     frame             "frame HEX", a whole frame as it came; else as "end"
+//     connect PATH      "connected"
+//     send FILE         sends a file's bytes: "sent", or "refused" if the service has closed
+//     frame FILE        writes the next frame into a file: "frame", or "closed" if none comes
 //     end               reads on to the end: "orderly", "reset", or "nothing" if none comes
 //     shutdown, close   "done"
 
-#include <algorithm>
+#include "platform/xpc/RawClient.h"
+#include "support/TemporaryDirectory.h"
+
 #include <array>
-#include <cerrno>
-#include <cstdint>
-#include <cstring>
 #include <fstream>
 #include <iostream>
-#include <string>
-#include <string_view>
+#include <optional>
 #include <sys/socket.h>
-#include <sys/time.h>
-#include <sys/un.h>
-#include <sys/wait.h>
-#include <unistd.h>
-#include <utility>
 
 // For tests that change a signed program: stands in the file as it is, whatever the compiler does.
 [[gnu::used]] extern const volatile char kChangeable[] = "this text may be changed";
 
 namespace {
 
-constexpr std::size_t kHeaderSize = 24;
-constexpr time_t kPatience = 60;
+using qv::xpc::test::RawClient;
 
-class Puppet {
-public:
-    std::string obey(std::string_view command, const std::string& argument) {
-        if (command == "connect") {
-            return connect(argument);
-        }
-        if (command == "send") {
-            return send(bytesOf(argument));
-        }
-        if (command == "sendfile") {
-            std::ifstream file(argument, std::ios::binary);
-            return send(std::string(std::istreambuf_iterator<char>(file), {}));
-        }
-        if (command == "childsend") {
-            return sendFromChild(bytesOf(argument));
-        }
-        if (command == "frame") {
-            return frame();
-        }
-        if (command == "end") {
-            return end();
-        }
-        if (command == "shutdown") {
-            return ::shutdown(socket_, SHUT_WR) == 0 ? "done" : failure();
-        }
-        if (command == "close") {
-            return ::close(std::exchange(socket_, -1)) == 0 ? "done" : failure();
-        }
-        return "unknown command";
+std::string readFrame(const RawClient& client, const std::string& file) {
+    std::string bytes = client.receive(qv::xpc::kFrameHeaderSize);
+    if (bytes.size() < qv::xpc::kFrameHeaderSize) {
+        return "closed";
     }
+    const auto header =
+        qv::xpc::decodeFrameHeader(std::span(bytes).first<qv::xpc::kFrameHeaderSize>());
+    bytes += client.receive(header.value().bodyLength);
+    std::ofstream(file, std::ios::binary) << bytes;
+    return "frame";
+}
 
-private:
-    static std::string failure() { return strerrordesc_np(errno); }
-
-    static std::string bytesOf(std::string_view hex) {
-        std::string bytes;
-        for (; hex.size() > 1; hex.remove_prefix(2)) {
-            bytes += static_cast<char>(std::stoi(std::string(hex.substr(0, 2)), nullptr, 16));
-        }
-        return bytes;
+std::string obey(std::optional<RawClient>& client, std::string_view command,
+                 const std::string& argument) {
+    constexpr std::array<const char*, 3> kEnds = {"nothing", "orderly", "reset"};
+    if (command == "connect") {
+        client.emplace(argument);
+        return "connected";
     }
-
-    static std::string hexOf(std::string_view bytes) {
-        constexpr std::string_view kDigits = "0123456789abcdef";
-        std::string hex;
-        for (const char byte : bytes) {
-            const auto number = static_cast<unsigned char>(byte);
-            hex += kDigits[number >> 4U];
-            hex += kDigits[number & 15U];
-        }
-        return hex;
+    if (command == "send") {
+        return client->send(qv::test::contentOf(argument)) ? "sent" : "refused";
     }
-
-    std::string connect(const std::string& path) {
-        if (socket_ >= 0) {
-            ::close(socket_);
-        }
-        socket_ = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        const timeval patience{kPatience, 0};
-        ::setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
-        ::setsockopt(socket_, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        path.copy(static_cast<char*>(address.sun_path), sizeof address.sun_path - 1);
-        const int result =
-            ::connect(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address);
-        return result == 0 ? "connected" : failure();
+    if (command == "frame") {
+        return readFrame(*client, argument);
     }
-
-    [[nodiscard]] std::string send(std::string_view bytes) const {
-        while (!bytes.empty()) {
-            const ssize_t count = ::send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-            if (count <= 0) {
-                return "refused";
-            }
-            bytes.remove_prefix(static_cast<std::size_t>(count));
-        }
-        return "sent";
+    if (command == "end") {
+        return kEnds.at(static_cast<std::size_t>(client->end()));
     }
-
-    [[nodiscard]] std::string sendFromChild(std::string_view bytes) const {
-        const pid_t child = ::fork();
-        if (child == 0) {
-            ::_exit(send(bytes) == "sent" ? 0 : 1);
-        }
-        int status = 0;
-        ::waitpid(child, &status, 0);
-        return status == 0 ? "sent" : "refused";
+    if (command == "shutdown") {
+        return ::shutdown(client->fd(), SHUT_WR) == 0 ? "done" : "not connected";
     }
-
-    // What came, and how it ended when that is less than was asked for.
-    std::string_view receive(std::size_t count, std::string& bytes) const {
-        std::array<char, 65536> piece{};
-        while (count > 0) {
-            const ssize_t got = ::recv(socket_, piece.data(), std::min(count, piece.size()), 0);
-            if (got <= 0) {
-                return got == 0 ? "orderly" : (errno == ECONNRESET ? "reset" : "nothing");
-            }
-            bytes.append(piece.data(), static_cast<std::size_t>(got));
-            count -= static_cast<std::size_t>(got);
-        }
-        return "";
-    }
-
-    [[nodiscard]] std::string frame() const {
-        std::string bytes;
-        std::string_view ending = receive(kHeaderSize, bytes);
-        if (ending.empty()) {
-            std::uint32_t length = 0;
-            std::memcpy(&length, bytes.data() + 16, sizeof length);
-            ending = receive(length, bytes);
-        }
-        return ending.empty() ? "frame " + hexOf(bytes) : std::string(ending);
-    }
-
-    [[nodiscard]] std::string end() const {
-        for (;;) {
-            std::string ignored;
-            if (const std::string_view ending = receive(1, ignored); !ending.empty()) {
-                return std::string(ending);
-            }
-        }
-    }
-
-    int socket_ = -1;
-};
+    client.reset();
+    return "done";
+}
 
 } // namespace
 
 int main() {
-    Puppet puppet;
+    std::optional<RawClient> client;
     for (std::string line; std::getline(std::cin, line);) {
         const std::size_t space = std::min(line.find(' '), line.size());
         const std::string argument = line.substr(std::min(space + 1, line.size()));
-        std::cout << puppet.obey(std::string_view(line).substr(0, space), argument) << std::endl;
+        std::cout << obey(client, std::string_view(line).substr(0, space), argument) << std::endl;
     }
     return 0;
 }
