@@ -7,6 +7,7 @@
 #include <linux/sched.h>
 #include <poll.h>
 #include <stdexcept>
+#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -14,7 +15,6 @@
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <system_error>
-#include <thread>
 #include <unistd.h>
 
 namespace qv::test {
@@ -235,32 +235,22 @@ void readBoth(Descriptor& output, Descriptor& errors, ProgramRun& run) {
 
 ProgramRun runProgram(const std::vector<std::string>& command, std::string_view input,
                       std::vector<std::string> environment) {
-    PipeEnds in = makePipe();
+    const Descriptor in(::memfd_create("input", MFD_CLOEXEC)); // nobody waits until it is read
+    if (!in || !writeAll(in.get(), input) || ::lseek(in.get(), 0, SEEK_SET) != 0) {
+        fail("input");
+    }
     PipeEnds out = makePipe();
     PipeEnds err = makePipe();
     environment.insert(environment.end(), {"ASAN_OPTIONS=exitcode=99", "UBSAN_OPTIONS=exitcode=99",
                                            "LSAN_OPTIONS=exitcode=99"});
     StartedProgram program({.command = command,
                             .environment = std::move(environment),
-                            .standard = {in.read.get(), out.write.get(), err.write.get()}});
-    in.read.reset();
+                            .standard = {in.get(), out.write.get(), err.write.get()}});
     out.write.reset();
     err.write.reset();
-    std::thread feeder([&] {
-        sigset_t broken{}; // for this thread only: a program may leave its input
-        ::sigemptyset(&broken);
-        ::sigaddset(&broken, SIGPIPE);
-        ::pthread_sigmask(SIG_BLOCK, &broken, nullptr);
-        static_cast<void>(writeAll(in.write.get(), input));
-        in.write.reset();
-    });
     ProgramRun run;
     readBoth(out.read, err.read, run);
     run.status = program.wait().value_or(-SIGKILL);
-    if (run.status == -SIGKILL) {
-        program.kill(); // else the feeder might wait for ever
-    }
-    feeder.join();
     return run;
 }
 
