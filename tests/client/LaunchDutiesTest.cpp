@@ -114,15 +114,11 @@ protected:
         install(library(), 0, 0, 0755);
     }
     [[nodiscard]] std::filesystem::path library() const { return *programs_ / "preloaded.so"; }
-    std::filesystem::path installed(const std::filesystem::path& program, gid_t group,
-                                    mode_t mode) {
+    std::filesystem::path marked(const char* program = QV_DUTIFUL_CLIENT, mode_t mode = 02755) {
         std::filesystem::path copy = *programs_ / "client";
         std::filesystem::copy_file(program, copy);
-        install(copy, 0, group, mode);
+        install(copy, 0, kClientGroup, mode);
         return copy;
-    }
-    std::filesystem::path marked(const std::filesystem::path& program = QV_DUTIFUL_CLIENT) {
-        return installed(program, kClientGroup, 02755);
     }
     [[nodiscard]] ProgramStart hostile(const std::string& means,
                                        std::vector<std::string> command) const {
@@ -167,7 +163,7 @@ protected:
 
 constexpr std::string_view kAllMeans = QV_SANITIZED ? "dml" : "dmla";
 
-TEST_F(LaunchDuties, AreDoneInASetGroupIDProgram) {
+TEST_F(LaunchDuties, AreDoneInMarkedProgram) {
     const StartedProgram program(
         hostile(std::string(kAllMeans), {marked(), service_->path(), "serve"}));
     expectItsDutiesDone(program);
@@ -180,9 +176,17 @@ TEST_F(LaunchDuties, AreDoneInASetGroupIDProgram) {
     EXPECT_EQ(socketOf(child), -1) << "the child has the socket";
 }
 
+TEST_F(LaunchDuties, AreDoneInPlainCToo) {
+    const auto script = *programs_ / "script";
+    writeWithMode(script, "()", 0644);
+    const StartedProgram program(
+        hostile(std::string(kAllMeans), {marked(QV_PLAIN_CLIENT), script, service_->path()}));
+    expectItsDutiesDone(program);
+}
+
 // Also shows what the same starter and the same attacker achieve where nothing is done.
 TEST_F(LaunchDuties, AreNoneInAnyOtherProgram) {
-    const auto client = installed(QV_DUTIFUL_CLIENT, kClientGroup, 0755);
+    const auto client = marked(QV_DUTIFUL_CLIENT, 0755);
     const StartedProgram program(
         hostile(std::string(kAllMeans), {client, service_->path(), "serve"}));
     ASSERT_EQ(service_->waitForMessages(1), 1U);
@@ -242,7 +246,7 @@ TEST_F(LaunchDuties, ShowInWhatTheClientPrints) {
 }
 
 // The client waits in connect() for room in the listener's queue.
-TEST_F(LaunchDuties, ShowTheGroupInOneThreadOnly) {
+TEST_F(LaunchDuties, ShowGroupInOneThreadOnly) {
     const std::string path = *programs_ / "full.sock";
     const Descriptor listener = xpc::test::listeningSocket(path);
     ASSERT_EQ(::listen(listener.get(), 0), 0);

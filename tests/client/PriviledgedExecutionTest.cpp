@@ -30,7 +30,7 @@ protected:
     TemporaryDirectory folder_;
 };
 
-TEST_F(PriviledgedExecution, CuresWhatTheUserMayNotDo) {
+TEST_F(PriviledgedExecution, CuresALackOfRights) {
     for (const char* manner : {"direct", "admin"}) {
         LiveService service;
         const std::string file = folder_.write(manner, "");

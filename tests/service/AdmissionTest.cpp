@@ -20,7 +20,7 @@ protected:
     }
 };
 
-TEST_F(Admission, ManyClientsOfOneUserTakeTurns) {
+TEST_F(Admission, ClientsOfOneUserTakeTurns) {
     const auto program = freshProgram("fresh");
     std::vector<std::unique_ptr<Puppet>> clients;
     for (int i = 0; i < 6; ++i) {

@@ -73,7 +73,7 @@ TEST_F(Lifecycle, CountsAClientThatHasClosed) {
     EXPECT_EQ(service_->waitForExit(), 0);
 }
 
-TEST_F(Lifecycle, CountsNoClientWithoutAWholeScript) {
+TEST_F(Lifecycle, CountsOnlyWholeScripts) {
     client_->finish();
     EXPECT_TRUE(service_->waitForLog("XPC Error"));
     const auto second = connected();
@@ -107,7 +107,7 @@ TEST_F(Lifecycle, ForgetsClientsThatDieUnjudged) {
 }
 
 // Without a watch the message cannot be taken back: the reply comes as usual and the service stays.
-TEST_F(Lifecycle, StaysWhenAnExitCannotBeWatched) {
+TEST_F(Lifecycle, StaysWhenExitCannotBeWatched) {
     rlimit usual{};
     rlimit none{3, 0};
     ASSERT_EQ(::prlimit(service_->pid(), RLIMIT_NOFILE, nullptr, &usual), 0);

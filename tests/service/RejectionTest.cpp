@@ -51,7 +51,7 @@ TEST_F(Rejection, MeetsProgramsThatDoNotQualify) {
 }
 
 // What runs is judged, not what the path leads to by now.
-TEST_F(Rejection, IgnoresAGoodProgramInItsPlace) {
+TEST_F(Rejection, IgnoresGoodProgramInItsPlace) {
     const auto program = copyOf(Puppet::unsignedProgram(), "program");
     Puppet client(program);
     ASSERT_FALSE(client.connect(service_->socketPath())) << "it runs by now";

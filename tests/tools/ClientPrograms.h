@@ -2,7 +2,7 @@
 
 #include "support/InstalledPrograms.h"
 #include "support/TestAuthority.h"
-#include "tools/Transcript.h"
+#include "tools/Command.h"
 
 #include <filesystem>
 #include <string>

@@ -1,7 +1,6 @@
 #pragma once
 
-#include "support/StartedProgram.h"
-#include "support/TemporaryDirectory.h"
+#include "support/Transcript.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -20,11 +19,12 @@ inline ProgramRun qvcatalog(std::vector<std::string> arguments, std::string_view
     return runProgram(arguments, input);
 }
 
-/// What a line of Python prints that is given `input` on its standard input.
-inline std::string python(const std::string& program, std::string_view input) {
-    const ProgramRun run = runProgram({QV_PYTHON, "-c", program}, input);
-    EXPECT_EQ(run.errors, "");
-    return run.output;
+/// Follows tests/tools/transcripts/`name`.txt in the folder, which holds the command.
+inline void expectTranscript(const std::string& name, const TemporaryDirectory& folder,
+                             std::vector<std::string> environment = {}) {
+    std::filesystem::permissions(folder.path(), std::filesystem::perms(0755));
+    std::filesystem::copy_file(QV_COMMAND, folder / "qvcatalog");
+    followTranscript(QV_TRANSCRIPTS "/" + name + ".txt", folder, std::move(environment));
 }
 
 // NOLINTBEGIN(readability-identifier-naming): matchers are named like types

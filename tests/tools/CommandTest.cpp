@@ -1,7 +1,8 @@
 // The commands of qvcatalog that need no service, as transcripts of a shell.
 
+#include "tools/Command.h"
+
 #include "support/RealUser.h"
-#include "tools/Transcript.h"
 
 #include <unistd.h>
 

@@ -55,7 +55,7 @@ protected:
 
 TEST_F(InstallClient, PrintsWhatItsTranscriptShows) { expectClientTranscript("install"); }
 
-TEST_F(InstallClient, MakesAClientThatTheServiceAccepts) {
+TEST_F(InstallClient, MakesAnAcceptedClient) {
     for (const char* flags : {"hard,kill", "runtime"}) {
         const fs::path source = signedProgram("source", {"--flags", flags});
         EXPECT_TRUE(verdictOf(source)) << "it would be accepted without being installed";
@@ -72,7 +72,7 @@ TEST_F(InstallClient, MakesAClientThatTheServiceAccepts) {
 }
 
 // A writer who never rests: what is installed is what was judged, every time.
-TEST_F(InstallClient, InstallsAChangingSourceWholeOrNot) {
+TEST_F(InstallClient, InstallsChangingSourcesWhole) {
     const fs::path source = signedProgram("source", {"--flags", "hard,kill"});
     const std::string content = contentOf(source);
     const Descriptor held(::open(source.c_str(), O_WRONLY | O_CLOEXEC));

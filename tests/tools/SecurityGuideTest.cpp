@@ -29,7 +29,7 @@ std::vector<std::string> commandsOf(const std::string& document) {
     return blocks;
 }
 
-TEST(SecurityGuide, ItsCommandsMakeAnchorsAndClientsThatCount) {
+TEST(SecurityGuide, MakesAnchorsAndClients) {
     const TemporaryDirectory folder;
     const std::string anchors = folder / "anchors.d";
     std::vector<std::string> blocks = commandsOf(contentOf(QV_GUIDE));

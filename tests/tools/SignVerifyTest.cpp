@@ -1,7 +1,7 @@
 // qvcatalog sign and verify on real programs, with the anchors of this build.
 
 #include "support/TestAuthority.h"
-#include "tools/Transcript.h"
+#include "tools/Command.h"
 
 #include <unistd.h>
 

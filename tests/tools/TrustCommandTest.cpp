@@ -2,7 +2,7 @@
 
 #include "client/AccessibilityTrust.h"
 #include "platform/accessibility/TrustStore.h"
-#include "tools/Transcript.h"
+#include "tools/Command.h"
 
 #include <unistd.h>
 
