@@ -3,6 +3,7 @@
 #include "platform/foundation/plist/PropertyList.h"
 #include "platform/security/signature/CodeSigner.h"
 #include "script/Steps.h"
+#include "support/BuildFolder.h"
 #include "support/InstalledPrograms.h"
 
 #include <fmt/format.h>
@@ -32,7 +33,7 @@ void require(bool done, const char* what) {
 }
 
 void signByDevelopmentIdentity(const std::filesystem::path& program, std::uint32_t flags) {
-    const std::filesystem::path signer = QV_SIGNER;
+    const std::filesystem::path signer = built("identity/signer");
     SigningRequest request;
     request.identifier = "com.larkwen.QVCatalogHelper";
     request.team = kTeam;
@@ -48,7 +49,7 @@ void signByDevelopmentIdentity(const std::filesystem::path& program, std::uint32
 std::string namesOf(const Checks& checks) { return fmt::format("{}", fmt::join(checks, ",")); }
 
 LiveService serviceWithout(const std::optional<Checks>& checks) {
-    return checks ? LiveService(QV_WEAKENED_SERVICE, {"QV_MUTATIONS=" + namesOf(*checks)})
+    return checks ? LiveService(built("bin/weakened_service"), {"QV_MUTATIONS=" + namesOf(*checks)})
                   : LiveService();
 }
 
@@ -56,7 +57,7 @@ LiveService serviceWithout(const std::optional<Checks>& checks) {
 
 AttackPrograms::AttackPrograms() {
     install(folder_.path(), 0, 0, 0755);
-    for (const auto& entry : std::filesystem::directory_iterator(QV_ATTACK_PROGRAMS)) {
+    for (const auto& entry : std::filesystem::directory_iterator(built("attacks"))) {
         std::filesystem::copy_file(entry.path(), folder_ / entry.path().filename().native());
     }
     for (const auto& [program, flags] :

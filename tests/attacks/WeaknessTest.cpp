@@ -1,5 +1,6 @@
 // The build that leaves checks out is one for these tests alone.
 
+#include "support/BuildFolder.h"
 #include "support/TemporaryDirectory.h"
 
 #include <gmock/gmock.h>
@@ -9,8 +10,9 @@ namespace {
 
 TEST(Weakness, IsOfNoProgramThatAnybodyGets) {
     constexpr std::string_view kVariable = "QV_MUTATIONS";
-    EXPECT_NE(contentOf(QV_WEAKENED_SERVICE).find(kVariable), std::string::npos);
-    for (const char* file : {QV_SERVICE_PROGRAM, QV_EXAMINER_PROGRAM, QV_TOOL, QV_LIBRARY}) {
+    EXPECT_NE(contentOf(built("bin/weakened_service")).find(kVariable), std::string::npos);
+    for (const std::string& file : {built("bin/QVCatalogHelperXPC"), built("bin/QVCatalogExaminer"),
+                             built("bin/qvcatalog"), built("lib/libqvcatalog.so")}) {
         const std::string content = contentOf(file);
         EXPECT_FALSE(content.empty()) << file;
         EXPECT_EQ(content.find(kVariable), std::string::npos) << file;

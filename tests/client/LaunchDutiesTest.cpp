@@ -4,6 +4,7 @@
 #include "platform/foundation/values/Value.h"
 #include "platform/xpc/RawClient.h"
 #include "platform/xpc/ServiceThread.h"
+#include "support/BuildFolder.h"
 #include "support/ClientProcess.h"
 #include "support/InstalledPrograms.h"
 #include "support/StartedProgram.h"
@@ -110,11 +111,12 @@ protected:
                     install(path.parent_path(), 0, 0, 0755);
                     install(path, 0, 0, 0666);
                 }});
-        std::filesystem::copy_file(QV_SAMPLE_LIBRARY, library());
+        std::filesystem::copy_file(built("lib/libqv_sample_library.so"), library());
         install(library(), 0, 0, 0755);
     }
     [[nodiscard]] std::filesystem::path library() const { return *programs_ / "preloaded.so"; }
-    std::filesystem::path marked(const char* program = QV_DUTIFUL_CLIENT, mode_t mode = 02755) {
+    std::filesystem::path marked(const std::string& program = built("bin/dutiful_client"),
+                                 mode_t mode = 02755) {
         std::filesystem::path copy = *programs_ / "client";
         std::filesystem::copy_file(program, copy);
         install(copy, 0, kClientGroup, mode);
@@ -122,7 +124,7 @@ protected:
     }
     [[nodiscard]] ProgramStart hostile(const std::string& means,
                                        std::vector<std::string> command) const {
-        command.insert(command.begin(), {QV_HOSTILE_START, means});
+        command.insert(command.begin(), {built("bin/hostile_start"), means});
         return {.command = std::move(command),
                 .environment = {"LD_PRELOAD=" + library().string(),
                                 "ASAN_OPTIONS=verify_asan_link_order=0:detect_leaks=0"}};
@@ -161,7 +163,7 @@ protected:
     std::optional<xpc::test::ServiceThread> service_;
 };
 
-constexpr std::string_view kAllMeans = QV_SANITIZED ? "dml" : "dmla";
+const std::string_view kAllMeans = isSanitized() ? "dml" : "dmla";
 
 TEST_F(LaunchDuties, AreDoneInMarkedProgram) {
     const StartedProgram program(
@@ -179,14 +181,14 @@ TEST_F(LaunchDuties, AreDoneInMarkedProgram) {
 TEST_F(LaunchDuties, AreDoneInPlainCToo) {
     const auto script = *programs_ / "script";
     writeWithMode(script, "()", 0644);
-    const StartedProgram program(
-        hostile(std::string(kAllMeans), {marked(QV_PLAIN_CLIENT), script, service_->path()}));
+    const StartedProgram program(hostile(
+        std::string(kAllMeans), {marked(built("bin/plain-client")), script, service_->path()}));
     expectItsDutiesDone(program);
 }
 
 // Also shows what the same starter and the same attacker achieve where nothing is done.
 TEST_F(LaunchDuties, AreNoneInAnyOtherProgram) {
-    const auto client = marked(QV_DUTIFUL_CLIENT, 0755);
+    const auto client = marked(built("bin/dutiful_client"), 0755);
     const StartedProgram program(
         hostile(std::string(kAllMeans), {client, service_->path(), "serve"}));
     ASSERT_EQ(service_->waitForMessages(1), 1U);

@@ -1,5 +1,6 @@
 // An application's script object whose rights do not suffice, and the service that has them.
 
+#include "support/BuildFolder.h"
 #include "support/LiveService.h"
 
 #include <gmock/gmock.h>
@@ -24,7 +25,7 @@ protected:
     ProgramRun change(const std::string& file, const std::string& manner,
                       const std::string& socket) {
         // Its leaks cannot be looked for: it is no longer what it was started as.
-        return runProgram({QV_LIVE_PROGRAMS "/script_client", socket, file, "65534", manner}, "",
+        return runProgram({built("live/script_client"), socket, file, "65534", manner}, "",
                           {"ASAN_OPTIONS=detect_leaks=0"});
     }
     TemporaryDirectory folder_;

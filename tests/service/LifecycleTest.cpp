@@ -1,6 +1,7 @@
 // How the service begins, counts its clients and ends.
 
 #include "service/ServiceTest.h"
+#include "support/BuildFolder.h"
 
 #include <gmock/gmock.h>
 
@@ -27,13 +28,13 @@ TEST(LifecycleWithoutListener, IsLoggedAndEndsWithStatus1) {
 // At a socket of the machine it would serve everybody, whatever way leads there.
 TEST(LifecycleOfADevelopersBuild, RefusesASocketOutsideItsFolder) {
     const TemporaryDirectory outside;
-    const TemporaryDirectory inside(QV_BUILD_FOLDER);
+    const TemporaryDirectory inside(built());
     std::filesystem::create_directory_symlink(outside.path(), inside / "out");
     std::string upwards = inside.path();
     for (auto depth = std::ranges::distance(inside.path()); depth > 1; --depth) {
         upwards += "/..";
     }
-    for (const char* program : {QV_SERVICE_PROGRAM, QV_EXAMINER_PROGRAM}) {
+    for (const std::string& program : {built("bin/QVCatalogHelperXPC"), built("bin/QVCatalogExaminer")}) {
         for (const std::string& folder : {outside.path().string(), (inside / "out").string(),
                                           upwards + outside.path().string()}) {
             PipeEnds printed = makePipe();
@@ -45,7 +46,7 @@ TEST(LifecycleOfADevelopersBuild, RefusesASocketOutsideItsFolder) {
             EXPECT_EQ(started.wait(), 1) << program << folder;
             std::array<char, 4096> log{};
             ASSERT_GT(::read(printed.read.get(), log.data(), log.size() - 1), 0);
-            EXPECT_THAT(log.data(), HasSubstr("not stand in its build folder " QV_BUILD_FOLDER));
+            EXPECT_THAT(log.data(), HasSubstr("not stand in its build folder " + built()));
             std::filesystem::remove(folder + "/socket");
         }
     }

@@ -1,5 +1,6 @@
 // Units, a group, and the lists inside the service.
 
+#include "support/BuildFolder.h"
 #include "support/Transcript.h"
 
 namespace qv::test {
@@ -8,9 +9,10 @@ namespace {
 TEST(Packaging, PrintsWhatItsTranscriptShows) {
     const TemporaryDirectory folder;
     followTranscript(QV_TRANSCRIPT, folder,
-                     {"UNITS=" QV_UNITS, "SYSUSERS=" QV_SYSUSERS, "SOURCES=" QV_SERVICE_SOURCES,
-                      "INFO=" QV_INFO_PLIST, "SERVICE=" QV_SERVICE_PROGRAM, "VERSION=" QV_VERSION,
-                      "SOCKET=" QV_SOCKET_PATH, "SYSTEMD_COLORS=0"});
+                     {"UNITS=" + built("packaging"), "SYSUSERS=" QV_SYSUSERS,
+                      "SOURCES=" QV_SERVICE_SOURCES, "INFO=" + built("Info.plist"),
+                      "SERVICE=" + built("bin/QVCatalogHelperXPC"), "VERSION=" QV_VERSION,
+                      "SOCKET=" + built("run/helper.sock"), "SYSTEMD_COLORS=0"});
 }
 
 } // namespace

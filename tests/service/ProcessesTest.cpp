@@ -1,6 +1,7 @@
 // Scripts that wait for processes, start them, and change what belongs to the whole machine.
 
 #include "service/ServiceTest.h"
+#include "support/BuildFolder.h"
 
 #include <gmock/gmock.h>
 
@@ -116,8 +117,8 @@ TEST_F(Processes, TrustIsGrantedToAProgram) {
     const auto outcome = client_->execute(
         Value::array({Value::dictionary({{"operation", number(14)}, {"URL", fileURL(trusted)}})}));
     EXPECT_TRUE(outcome && outcome->success);
-    EXPECT_EQ(runProgram({QV_COMMAND, "trust", "check", trusted}).status, 0);
-    EXPECT_EQ(runProgram({QV_COMMAND, "trust", "revoke", trusted}).status, 0);
+    EXPECT_EQ(runProgram({built("bin/qvcatalog"), "trust", "check", trusted}).status, 0);
+    EXPECT_EQ(runProgram({built("bin/qvcatalog"), "trust", "revoke", trusted}).status, 0);
 }
 
 } // namespace

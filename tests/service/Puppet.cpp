@@ -2,13 +2,14 @@
 
 #include "platform/foundation/plist/PropertyList.h"
 #include "platform/xpc/RawClient.h"
+#include "support/BuildFolder.h"
 
 #include <stdexcept>
 
 namespace qv::test {
 
-std::filesystem::path Puppet::signedProgram() { return QV_LIVE_PROGRAMS "/wire_puppet"; }
-std::filesystem::path Puppet::unsignedProgram() { return QV_WIRE_PUPPET; }
+std::filesystem::path Puppet::signedProgram() { return built("live/wire_puppet"); }
+std::filesystem::path Puppet::unsignedProgram() { return built("bin/wire_puppet"); }
 
 bool Puppet::connect(const std::string& socketPath) {
     if (const std::string result = order("connect " + socketPath); result != "connected") {

@@ -1,6 +1,7 @@
 // Clients that the service must turn away, and what it does for them: nothing.
 
 #include "service/ServiceTest.h"
+#include "support/BuildFolder.h"
 #include "support/MovedAnchors.h"
 #include "support/TestAuthority.h"
 
@@ -64,7 +65,7 @@ TEST_F(Rejection, MeetsEverybodyWhileAnchorsAreMissing) {
     const MovedAnchors anchors;
     expectRejected(Puppet::signedProgram(), "");
     LiveService fresh;
-    EXPECT_TRUE(fresh.waitForLog("no client can be trusted: " QV_ANCHORS));
+    EXPECT_TRUE(fresh.waitForLog("no client can be trusted: " + built("identity/anchors.d")));
     anchors.copyBack();
     EXPECT_TRUE(Puppet().connect(fresh.socketPath())) << "found again without a restart";
 }
@@ -73,7 +74,8 @@ TEST_F(Rejection, MeetsEverybodyWhileAnchorsAreWritable) {
     const MovedAnchors anchors;
     anchors.copyBack();
     EXPECT_TRUE(Puppet().connect(service_->socketPath())) << "the copy is as good";
-    std::filesystem::permissions(QV_ANCHORS "/vendor", std::filesystem::perms::others_write,
+    std::filesystem::permissions(built("identity/anchors.d/vendor"),
+                                 std::filesystem::perms::others_write,
                                  std::filesystem::perm_options::add);
     expectRejected(Puppet::signedProgram(), "");
     LiveService fresh;

@@ -1,13 +1,14 @@
 // After many clients the service holds as much as before.
 
 #include "service/ServiceTest.h"
+#include "support/BuildFolder.h"
 
 namespace qv::test {
 namespace {
 
 constexpr int kMany = 200;
 constexpr int kWarmingUp = 20;
-constexpr std::size_t kTolerance = QV_SANITIZED ? 16'000 : 1000; // kilobytes
+const std::size_t kTolerance = isSanitized() ? 16'000 : 1000; // kilobytes
 
 class Resources : public ServiceTest {
 protected:

@@ -1,6 +1,7 @@
 #include "support/InstalledPrograms.h"
 
 #include "platform/security/guest/GuestCode.h"
+#include "support/BuildFolder.h"
 
 #include <fstream>
 #include <linux/magic.h>
@@ -32,7 +33,7 @@ CodeSigningConfiguration InstalledPrograms::configuration() const {
 
 std::filesystem::path InstalledPrograms::unsignedClient(std::string_view name) {
     const std::filesystem::path program = folder_ / name;
-    std::filesystem::copy_file(QV_SAMPLE_CLIENT, program);
+    std::filesystem::copy_file(built("bin/qv_sample_client"), program);
     install(program, 0, 0, 0755);
     return program;
 }

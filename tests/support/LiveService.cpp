@@ -1,5 +1,7 @@
 #include "support/LiveService.h"
 
+#include "support/BuildFolder.h"
+
 #include <array>
 #include <cerrno>
 #include <filesystem>
@@ -30,7 +32,7 @@ std::size_t linesWith(std::string_view log, std::string_view text) {
 
 LiveService::LiveService(Listener listener)
     : LiveService(listener,
-                  {.command = {QV_SERVICE_PROGRAM},
+                  {.command = {built("bin/QVCatalogHelperXPC")},
                    // A sanitizer that keeps freed memory would hide what the service itself holds.
                    .environment = {"ASAN_OPTIONS=quarantine_size_mb=1"}}) {}
 
@@ -45,7 +47,7 @@ LiveService::LiveService(Listener listener, ProgramStart start) {
     letAnybodyConnect();
     examinerSocket_ = listenAt(home_ / "examiner.sock");
     examiner_ = std::make_unique<StartedProgram>(
-        ProgramStart{.command = {QV_EXAMINER_PROGRAM},
+        ProgramStart{.command = {built("bin/QVCatalogExaminer")},
                      .standard = {-1, printed_.write.get(), printed_.write.get()},
                      .listener = examinerSocket_.get(),
                      .listenerName = "com.larkwen.qvcatalog.examiner"});

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "support/BuildFolder.h"
 #include "support/StartedProgram.h"
 #include "support/TemporaryDirectory.h"
 
@@ -54,7 +55,7 @@ private:
     void collect();
     void take(std::string_view piece);
 
-    TemporaryDirectory home_{QV_BUILD_FOLDER};
+    TemporaryDirectory home_{built()};
     TemporaryDirectory folder_;
     std::string socketPath_ = home_ / "helper.sock";
     Descriptor examinerSocket_;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "support/BuildFolder.h"
 #include "support/InstalledPrograms.h"
 #include "support/TestAuthority.h"
 #include "tools/Command.h"
@@ -30,7 +31,7 @@ protected:
     /// A program, copied to the folder and signed by the identity of this build.
     [[nodiscard]] std::filesystem::path
     signedProgram(std::string_view name, std::vector<std::string> more = {},
-                  const char* program = QV_SAMPLE_CLIENT) const {
+                  const std::string& program = built("bin/qv_sample_client")) const {
         std::filesystem::copy_file(program, folder_ / name,
                                    std::filesystem::copy_options::overwrite_existing);
         more.insert(more.begin(),
@@ -45,11 +46,12 @@ protected:
     void expectClientTranscript(const std::string& name) const {
         static_cast<void>(TestAuthority().requestIn(folder_ / "keys"));
         static_cast<void>(TestAuthority("HELLOTEAM").requestIn(folder_ / "hello"));
-        std::filesystem::copy_file(QV_SAMPLE_CLIENT, folder_ / "sample");
+        std::filesystem::copy_file(built("bin/qv_sample_client"), folder_ / "sample");
         expectTranscript(name, folder_, {"SIGNER=" + signer_});
     }
 
-    const std::string signer_ = std::filesystem::path(QV_ANCHORS).replace_filename("signer/");
+    const std::string signer_ =
+        std::filesystem::path(built("identity/anchors.d")).replace_filename("signer/");
     TemporaryDirectory folder_;
 };
 

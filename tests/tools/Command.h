@@ -1,5 +1,6 @@
 #pragma once
 
+#include "support/BuildFolder.h"
 #include "support/Transcript.h"
 
 #include <gmock/gmock.h>
@@ -14,7 +15,7 @@ namespace qv::test {
 
 /// Runs the command `qvcatalog` of this build, an unsigned one unless told otherwise.
 inline ProgramRun qvcatalog(std::vector<std::string> arguments, std::string_view input = {},
-                            const std::string& program = QV_COMMAND) {
+                            const std::string& program = built("bin/qvcatalog")) {
     arguments.insert(arguments.begin(), program);
     return runProgram(arguments, input);
 }
@@ -23,7 +24,7 @@ inline ProgramRun qvcatalog(std::vector<std::string> arguments, std::string_view
 inline void expectTranscript(const std::string& name, const TemporaryDirectory& folder,
                              std::vector<std::string> environment = {}) {
     std::filesystem::permissions(folder.path(), std::filesystem::perms(0755));
-    std::filesystem::copy_file(QV_COMMAND, folder / "qvcatalog");
+    std::filesystem::copy_file(built("bin/qvcatalog"), folder / "qvcatalog");
     followTranscript(QV_TRANSCRIPTS "/" + name + ".txt", folder, std::move(environment));
 }
 

@@ -1,6 +1,7 @@
 // A packaged desktop application, found and launched through the service, on a display of its own.
 
 #include "service/ServiceTest.h"
+#include "support/BuildFolder.h"
 #include "support/StartedProgram.h"
 #include "support/TemporaryDirectory.h"
 #include "tools/Command.h"
@@ -12,7 +13,7 @@
 namespace qv::test {
 namespace {
 
-const std::string kSigned = QV_LIVE_PROGRAMS "/qvcatalog";
+const std::string kSigned = built("live/qvcatalog");
 
 class DesktopLaunch : public ServiceTest {
 protected:

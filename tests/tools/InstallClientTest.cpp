@@ -4,6 +4,7 @@
 #include "codesign/QVCodeSignatureVerifier.h"
 #include "platform/security/guest/GuestServices.h"
 #include "service/Puppet.h"
+#include "support/BuildFolder.h"
 #include "support/ClientProcess.h"
 #include "support/LiveService.h"
 #include "support/MovedAnchors.h"
@@ -65,7 +66,7 @@ TEST_F(InstallClient, MakesAnAcceptedClient) {
     }
     LiveService service;
     const fs::path source =
-        signedProgram("puppet", {"--flags", "hard,kill,expires"}, QV_WIRE_PUPPET);
+        signedProgram("puppet", {"--flags", "hard,kill,expires"}, built("bin/wire_puppet"));
     EXPECT_FALSE(Puppet(source).connect(service.socketPath()));
     ASSERT_THAT(installClient(source, place_ / "puppet"), Succeeds());
     EXPECT_TRUE(Puppet(place_ / "puppet").connect(service.socketPath()));
@@ -99,12 +100,13 @@ TEST_F(InstallClient, FollowsTheAnchors) {
     const MovedAnchors anchors;
     const fs::path source = signedProgram("source", {"--flags", "hard,kill"});
     EXPECT_THAT(installClient(source, place_ / "client"),
-                FailsWith(1, "no client can be trusted here: " QV_ANCHORS ": No such file"));
+                FailsWith(1, "no client can be trusted here: " + built(
+                                 "identity/anchors.d") ": No such file"));
     MovedAnchors::copyBack();
     const ProgramRun run = installClient(source, place_ / "client");
     ASSERT_THAT(run, Succeeds()) << "the copy is as good";
     const std::size_t hash = run.output.find("cdhash: ") + 8;
-    std::ofstream(QV_ANCHORS "/revoked") << run.output.substr(hash, 40) << '\n';
+    std::ofstream(built("identity/anchors.d/revoked")) << run.output.substr(hash, 40) << '\n';
     EXPECT_THAT(installClient(source, place_ / "client"),
                 FailsWith(1, "this very code directory is revoked"));
 }

@@ -2,6 +2,7 @@
 
 #include "platform/workspace/trash/TrashService.h"
 #include "service/ServiceTest.h"
+#include "support/BuildFolder.h"
 #include "support/TemporaryDirectory.h"
 #include "support/TestAuthority.h"
 #include "tools/Command.h"
@@ -12,7 +13,7 @@ namespace {
 using testing::HasSubstr;
 using testing::Not;
 
-const std::string kSigned = QV_LIVE_PROGRAMS "/qvcatalog";
+const std::string kSigned = built("live/qvcatalog");
 
 class RunCommand : public ServiceTest {
 protected:
@@ -31,7 +32,7 @@ TEST_F(RunCommand, ShowsHowAScriptWent) {
     static_cast<void>(TestAuthority().requestIn(folder_ / "keys"));
     expectTranscript("run", folder_,
                      {"SOCKET=" + service_->socketPath(), "QVCATALOG=" + kSigned,
-                      "PLAIN=" QV_LIVE_PROGRAMS "/plain-client", "EXAMPLES=" QV_EXAMPLES,
+                      "PLAIN=" + built("live/plain-client"), "EXAMPLES=" QV_EXAMPLES,
                       "SERVICE=" + std::to_string(service_->pid())});
     EXPECT_TRUE(service_->waitForLog("second step"));
     EXPECT_THAT(service_->log(), Not(HasSubstr("never seen")));

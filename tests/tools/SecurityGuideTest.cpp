@@ -3,6 +3,7 @@
 #include "platform/security/examination/CodeExaminer.h"
 #include "platform/security/requirement/CodeSigningStatus.h"
 #include "platform/security/requirement/Requirement.h"
+#include "support/BuildFolder.h"
 #include "support/TestAuthority.h"
 #include "tools/Command.h"
 
@@ -39,12 +40,12 @@ TEST(SecurityGuide, MakesAnchorsAndClients) {
     blocks[1].replace(blocks[1].find(usual), usual.size(), "");
     copySmallProgram(folder.path() / "client");
     const auto run = [&](const std::string& commands) {
-        const ProgramRun done =
-            runProgram({"/bin/bash", "-euc", "cd \"$1\"; anchors=$2; umask 022; " + commands,
-                        "bash", folder.path(), anchors},
-                       "",
-                       {"PATH=" + std::filesystem::path(QV_COMMAND).parent_path().string() +
-                        ":/usr/bin:/bin"});
+        const ProgramRun done = runProgram(
+            {"/bin/bash", "-euc", "cd \"$1\"; anchors=$2; umask 022; " + commands, "bash",
+             folder.path(), anchors},
+            "",
+            {"PATH=" + std::filesystem::path(built("bin/qvcatalog")).parent_path().string() +
+             ":/usr/bin:/bin"});
         ASSERT_EQ(done.status, 0) << commands << done.errors;
     };
     for (std::size_t i = 0; i < 3; ++i) {

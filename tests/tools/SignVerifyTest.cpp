@@ -1,5 +1,6 @@
 // qvcatalog sign and verify on real programs, with the anchors of this build.
 
+#include "support/BuildFolder.h"
 #include "support/TestAuthority.h"
 #include "tools/Command.h"
 
@@ -15,8 +16,8 @@ TEST(SignAndVerify, PrintWhatTheirTranscriptShows) {
     const TemporaryDirectory folder;
     static_cast<void>(TestAuthority().requestIn(folder / "keys"));
     static_cast<void>(TestAuthority().requestIn(folder / "other"));
-    std::filesystem::copy_file(QV_WIRE_PUPPET, folder / "program");
-    std::filesystem::copy_file(QV_LIVE_PROGRAMS "/wire_puppet", folder / "good");
+    std::filesystem::copy_file(built("bin/wire_puppet"), folder / "program");
+    std::filesystem::copy_file(built("live/wire_puppet"), folder / "good");
     expectTranscript("sign", folder);
 }
 

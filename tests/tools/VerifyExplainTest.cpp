@@ -2,6 +2,7 @@
 
 #include "platform/security/SignatureFixture.h"
 #include "platform/security/signature/SignatureTrailer.h"
+#include "support/BuildFolder.h"
 #include "support/ClientProcess.h"
 #include "tools/ClientPrograms.h"
 
@@ -44,14 +45,14 @@ TEST_F(VerifyExplain, TellsWhetherAnExpiryCounts) {
         spec.validFromDays = -20;
         spec.validToDays = lastDay;
         const TestIdentity signer = authority.intermediate.issue(spec);
-        CodeDirectory directory = directoryFor(contentOf(QV_SAMPLE_CLIENT));
+        CodeDirectory directory = directoryFor(contentOf(built("bin/qv_sample_client")));
         directory.flags = flags;
         SignatureTrailer trailer;
         trailer.directory = directory.encoded().value();
         trailer.cms =
             cmsOver(trailer.directory, {.signers = {&signer}, .others = {&authority.intermediate}});
         const auto program = folder_ / std::to_string(static_cast<int>(flags) * lastDay);
-        std::filesystem::copy_file(QV_SAMPLE_CLIENT, program);
+        std::filesystem::copy_file(built("bin/qv_sample_client"), program);
         std::ofstream(program, std::ios::app) << trailer.encoded();
         const ClientProcess client(ClientProcess::Options::asNobody(program));
         for (const auto& run : {qvcatalog({"verify", program, "--explain"}), verify(client)}) {

@@ -4,6 +4,7 @@
 #include "platform/security/examination/ExaminerCall.h"
 #include "platform/security/requirement/CodeSigningStatus.h"
 #include "platform/security/signature/CodeSigner.h"
+#include "support/BuildFolder.h"
 #include "support/LiveService.h"
 #include "support/TestAuthority.h"
 
@@ -29,7 +30,7 @@ protected:
     void SetUp() override {
         listener_ = listenAt(socketPath());
         examiner_ = std::make_unique<StartedProgram>(
-            ProgramStart{.command = {QV_EXAMINER_PROGRAM},
+            ProgramStart{.command = {built("bin/QVCatalogExaminer")},
                          .listener = listener_.get(),
                          .listenerName = "com.larkwen.qvcatalog.examiner"});
         authority_.anchorIn(folder_ / "anchors.d");
@@ -83,7 +84,7 @@ protected:
         return answer;
     }
 
-    TemporaryDirectory folder_{QV_BUILD_FOLDER};
+    TemporaryDirectory folder_{built()};
     TestAuthority authority_;
     TrustAnchors anchors_{folder_ / "anchors.d", ::geteuid()};
     Descriptor listener_;
@@ -119,7 +120,7 @@ TEST_F(ExaminerTest, HasGivenUpEveryPrivilege) {
     for (const char* set : {"CapInh", "CapPrm", "CapEff", "CapAmb"}) {
         EXPECT_THAT(status, HasSubstr(std::string(set) + ":\t0000000000000000\n"));
     }
-    if (!QV_SANITIZED) {
+    if (!isSanitized()) {
         EXPECT_THAT(status, HasSubstr("Seccomp:\t2\n"));
     }
 }

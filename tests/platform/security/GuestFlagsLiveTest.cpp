@@ -2,6 +2,7 @@
 #include "platform/security/guest/GuestCode.h"
 #include "platform/security/guest/GuestReport.h"
 #include "platform/security/requirement/CodeSigningStatus.h"
+#include "support/BuildFolder.h"
 
 #include <gmock/gmock.h>
 
@@ -62,7 +63,7 @@ TEST_F(GuestFlagsLive, APreloadedCopyOfTheUserIsNotMarked) {
     const std::filesystem::path program = programs()->signedClient("copy", kAsked);
     install(program, kNobody, kNobody, 0755);
     const std::filesystem::path library = *programs() / "library.so";
-    std::filesystem::copy_file(QV_SAMPLE_LIBRARY, library);
+    std::filesystem::copy_file(built("lib/libqv_sample_library.so"), library);
     install(library, kNobody, kNobody, 0755);
     ClientProcess::Options options = ClientProcess::Options::asNobody(program);
     options.environment = {"LD_PRELOAD=" + library.string()};
@@ -93,7 +94,7 @@ TEST_F(GuestFlagsLive, TheMarkIsThatOfTheProgramThatConnected) {
 TEST_F(GuestFlagsLive, WhatAClientDoesToItselfCostsItsFlags) {
     const std::filesystem::path program = programs()->markedClient("opens-up", kAsked);
     const std::filesystem::path library = *programs() / "users.so";
-    std::filesystem::copy_file(QV_SAMPLE_LIBRARY, library);
+    std::filesystem::copy_file(built("lib/libqv_sample_library.so"), library);
     install(library, kNobody, kNobody, 0755);
     const std::uint32_t hard = kHard | kRequireLibraryValidation | kRuntime;
     for (const auto& [command, lost] : {std::pair{'a', hard},

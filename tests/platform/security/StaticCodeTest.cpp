@@ -1,5 +1,6 @@
 #include "platform/foundation/os/Descriptor.h"
 #include "platform/security/signature/SignatureTrailer.h"
+#include "support/BuildFolder.h"
 
 #include <fmt/core.h>
 #include <gmock/gmock.h>
@@ -210,7 +211,7 @@ TEST(StaticCode, NoFlippedBitIsAccepted) {
     std::map<std::int32_t, int> seen;
     for (std::uint64_t byte = covered; byte < mutations.size(); ++byte) {
         // With sanitizers an eighth of it must do.
-        for (unsigned bit = QV_SANITIZED ? byte % 8 : 0; bit < 8; bit += QV_SANITIZED ? 8 : 1) {
+        for (unsigned bit = isSanitized() ? byte % 8 : 0; bit < 8; bit += isSanitized() ? 8 : 1) {
             const StaticCode code = mutations.flipped(byte, bit);
             ++seen[code.status()];
             ASSERT_TRUE(kRefusals.contains(code.status()))

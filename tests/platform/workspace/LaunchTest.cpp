@@ -2,6 +2,7 @@
 #include "platform/workspace/launch/Launcher.h"
 #include "platform/workspace/launch/LinuxWorkspace.h"
 #include "platform/workspace/launch/TextList.h"
+#include "support/BuildFolder.h"
 #include "support/ClientProcess.h"
 #include "support/LedProgram.h"
 #include "support/SilentFileSystem.h"
@@ -369,7 +370,7 @@ TEST_F(LaunchForUser, HasTheSessionsBusStartWhatItCan) {
     ASSERT_EQ(::chown(folder.c_str(), kNobody, kNobody), 0);
     fs::permissions(run_.path(), fs::perms(0755));
     // A copy, because the user may not see the folder that this was built in.
-    fs::copy_file(QV_BUS_APPLICATION, top_ / "bus-application");
+    fs::copy_file(built("bin/qv_bus_application"), top_ / "bus-application");
     top_.write("services/org.example.App.service",
                fmt::format("[D-BUS Service]\nName=org.example.App\nExec={} org.example.App "
                            "/org/example/App {}\n",

@@ -1,6 +1,7 @@
 #include "platform/foundation/process/ProcessState.h"
 #include "platform/foundation/process/Support.h"
 #include "platform/foundation/process/Task.h"
+#include "support/BuildFolder.h"
 
 #include <fmt/core.h>
 #include <gtest/gtest.h>
@@ -53,7 +54,7 @@ void becomeHostile() {
 std::string showProcess() {
     Pipe pipe = Pipe::pipe().value();
     Task task;
-    task.setLaunchPath(QV_SHOW_PROCESS);
+    task.setLaunchPath(built("bin/qv_show_process"));
     task.setArguments({"first", "", "two words", "--", "\xFF"});
     task.setStandardOutput(std::move(pipe.fileHandleForWriting));
     task.launch();
@@ -84,7 +85,7 @@ std::string golden() {
         "descriptors 0 1 2\n"
         "own group true\n"
         "status 0\n",
-        QV_SHOW_PROCESS, user->pw_dir, user->pw_name, user->pw_name);
+        built("bin/qv_show_process"), user->pw_dir, user->pw_name, user->pw_name);
 }
 
 TEST(TaskEnvironment, AToolSeesNothingOfWhoeverStartedUs) {
