@@ -2,6 +2,7 @@
 
 option(QV_TESTS "Build the tests" ON)
 option(QV_BENCH "Build the benchmarks" OFF)
+option(QV_REPLAY "Build a test of each fuzz target, which runs its stored inputs" OFF)
 option(QV_UNITY "Compile several sources of a room, or of a test, at a time" ON)
 option(QV_FUZZ "Build the fuzz targets (Clang only)" OFF)
 set(QV_SANITIZE "" CACHE STRING "Sanitizers for every target, as -fsanitize= takes them")
@@ -60,20 +61,23 @@ endif()
 
 # Hardening of everything that may run as root.
 add_compile_options(-fstack-protector-strong -fstack-clash-protection -fcf-protection)
-if(NOT CMAKE_BUILD_TYPE STREQUAL "Debug" AND NOT QV_SANITIZE)
-  add_compile_options(-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
-endif()
 add_compile_definitions(_GLIBCXX_ASSERTIONS)
 add_link_options(-Wl,-z,relro,-z,now,-z,noexecstack)
 
+
+# For the system's own code, beyond what tests get: see qv_room.
+set(QV_ROOM_OPTIONS)
+set(QV_ROOM_LINK_OPTIONS)
 if(QV_SANITIZE)
-  add_compile_options(-fsanitize=${QV_SANITIZE} -fno-omit-frame-pointer)
-  add_link_options(-fsanitize=${QV_SANITIZE})
+  set(QV_ROOM_OPTIONS -fsanitize=${QV_SANITIZE} -fno-omit-frame-pointer)
+  set(QV_ROOM_LINK_OPTIONS -fsanitize=${QV_SANITIZE})
   if(QV_SANITIZE MATCHES "undefined")
     # The check of virtual tables opens a pipe to look at memory, and takes the lack of descriptors,
     # which tests bring about, for a fault.
-    add_compile_options(-fno-sanitize-recover=undefined -fno-sanitize=vptr)
+    list(APPEND QV_ROOM_OPTIONS -fno-sanitize-recover=undefined -fno-sanitize=vptr)
   endif()
+elseif(NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
+  set(QV_ROOM_OPTIONS -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
 endif()
 
 find_package(PkgConfig REQUIRED)

@@ -7,13 +7,15 @@ target_precompile_headers(qv_room_common PRIVATE
   <algorithm> <array> <chrono> <cstdint> <functional> <map> <memory> <mutex> <optional> <span> <string>
   <string_view> <utility> <variant> <vector> <fmt/core.h> <tl/expected.hpp>)
 target_link_libraries(qv_room_common PRIVATE fmt::fmt)
+target_compile_options(qv_room_common PRIVATE ${QV_ROOM_OPTIONS})
 
 # A room is one folder of src/ built as a static library. It sees its own headers and those of the
 # rooms it names, and nothing else: its only include directory is a folder of the build tree that
 # holds a single symbolic link to it. PRIVATE unless a header of the room needs the other one.
 #
-# Sources are compiled six at a time, so a name of an anonymous namespace means one thing in a room;
-# those under ALONE, which take all names of an enumeration in, for example, are compiled by themselves.
+# Sources of a room are compiled all at once, so a name of an anonymous namespace means one thing in a
+# room; those under ALONE, which take all names of an enumeration in, for example, are compiled by
+# themselves.
 #
 #   qv_room(script SOURCES a.cpp b.cpp PUBLIC platform/foundation/values PRIVATE rules LIBRARIES ...)
 function(qv_room path)
@@ -27,7 +29,9 @@ function(qv_room path)
   add_library(${name} STATIC ${ROOM_SOURCES})
   target_include_directories(${name} PUBLIC "${view}")
   target_precompile_headers(${name} REUSE_FROM qv_room_common)
-  set_target_properties(${name} PROPERTIES UNITY_BUILD ${QV_UNITY} UNITY_BUILD_BATCH_SIZE 6)
+  target_compile_options(${name} PRIVATE ${QV_ROOM_OPTIONS})
+  target_link_options(${name} PUBLIC ${QV_ROOM_LINK_OPTIONS})
+  set_target_properties(${name} PROPERTIES UNITY_BUILD ${QV_UNITY} UNITY_BUILD_BATCH_SIZE 0)
   list(TRANSFORM ROOM_ALONE PREPEND "${CMAKE_SOURCE_DIR}/src/${path}/")
   set_source_files_properties(${ROOM_ALONE} PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
   foreach(kind PUBLIC PRIVATE)
@@ -55,21 +59,6 @@ function(qv_use_rooms target)
   endforeach()
 endfunction()
 
-function(qv_test_options target)
-  # What is read from a precompiled header no longer counts as a system header's for these.
-  target_compile_options(${target} PRIVATE
-    $<$<CXX_COMPILER_ID:GNU>:-Wno-array-bounds> $<$<CXX_COMPILER_ID:GNU>:-Wno-stringop-overflow>)
-  # Of what is tested, not of the test, speed counts; and it is what the sanitizers are to watch.
-  if(NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
-    target_compile_options(${target} PRIVATE -O0 -U_FORTIFY_SOURCE)
-    if(QV_SANITIZE MATCHES "undefined")
-      target_compile_options(${target} PRIVATE -fno-sanitize=undefined)
-    elseif(NOT QV_SANITIZE)
-      target_compile_options(${target} PRIVATE -g0)
-    endif()
-  endif()
-endfunction()
-
 # One test program of a room: qv_test(name SOURCES ... ROOMS ... [LIBRARIES ...] [LABELS root]).
 # Label "root": needs root and says so when it skips. Label "live": starts the real service. Label
 # "threads": several threads at work, so that the thread sanitizer looks at it; the target "threads"
@@ -79,9 +68,8 @@ function(qv_test name)
   add_executable(${name} ${TEST_SOURCES})
   qv_use_rooms(${name} ${TEST_ROOMS})
   target_include_directories(${name} PRIVATE "${CMAKE_SOURCE_DIR}/tests")
-  qv_test_options(${name})
   target_precompile_headers(${name} REUSE_FROM qv_test_common)
-  set_target_properties(${name} PROPERTIES UNITY_BUILD ${QV_UNITY} UNITY_BUILD_BATCH_SIZE 6)
+  set_target_properties(${name} PROPERTIES UNITY_BUILD ${QV_UNITY} UNITY_BUILD_BATCH_SIZE 0)
   target_link_libraries(${name} PRIVATE qv_test_support GTest::gmock GTest::gtest_main
                                         ${TEST_LIBRARIES})
   add_test(NAME ${name} COMMAND ${name})
@@ -95,17 +83,19 @@ function(qv_test name)
 endfunction()
 
 # One fuzz target, its seeds in corpus/<name> beside its source: qv_fuzz(name SOURCES ... ROOMS ...).
-# Where tests are built it becomes a test too, which runs every stored input once.
+# In a developer's build it becomes a test too, which runs every stored input once; the fuzz stage of
+# ./test does that by itself.
 function(qv_fuzz name)
   cmake_parse_arguments(FUZZ "" "" "SOURCES;ROOMS;LIBRARIES" ${ARGN})
   if(QV_FUZZ)
     add_executable(fuzz_${name} ${FUZZ_SOURCES})
     qv_use_rooms(fuzz_${name} ${FUZZ_ROOMS})
     target_link_libraries(fuzz_${name} PRIVATE ${FUZZ_LIBRARIES})
+    target_compile_options(fuzz_${name} PRIVATE ${QV_ROOM_OPTIONS})
     target_link_options(fuzz_${name} PRIVATE -fsanitize=fuzzer)
     add_dependencies(fuzzers fuzz_${name})
   endif()
-  if(QV_TESTS)
+  if(QV_REPLAY)
     qv_test(replay_${name}
       SOURCES ${FUZZ_SOURCES} "${CMAKE_SOURCE_DIR}/tests/support/ReplayCorpusTest.cpp"
       ROOMS ${FUZZ_ROOMS} LIBRARIES ${FUZZ_LIBRARIES})
