@@ -3,9 +3,9 @@
 #include "platform/foundation/process/Requester.h"
 #include "script/FunctionView.h"
 #include "script/KeyValueStorage.h"
-#include "script/OperationTable.h"
 #include "script/PlatformServices.h"
 #include "script/QVCatalogScript.h"
+#include "script/step/OperationTable.h"
 
 #include <vector>
 

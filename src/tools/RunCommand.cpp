@@ -3,7 +3,7 @@
 #include "platform/foundation/plist/PropertyList.h"
 #include "platform/foundation/values/Conversions.h"
 #include "platform/foundation/values/Description.h"
-#include "script/OperationTable.h"
+#include "script/step/OperationTable.h"
 #include "tools/Commands.h"
 #include "tools/Input.h"
 #include "tools/Json.h"

@@ -1,4 +1,4 @@
-#include "script/OperationTable.h"
+#include "script/step/OperationTable.h"
 
 #include "script/Steps.h"
 

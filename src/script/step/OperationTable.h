@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/foundation/values/Error.h"
-#include "script/StepRecord.h"
+#include "script/step/StepRecord.h"
 
 #include <cstdint>
 #include <optional>

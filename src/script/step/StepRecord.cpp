@@ -1,4 +1,4 @@
-#include "script/StepRecord.h"
+#include "script/step/StepRecord.h"
 
 #include "platform/foundation/values/Exception.h"
 
