@@ -159,19 +159,16 @@ Error ScriptEngine::_recordAndPerformOperationInPriviledgedBlock(OperationsBlock
     return error;
 }
 
-Error ScriptEngine::perform(OperationCode code, FunctionView<StepValues()> values,
+Error ScriptEngine::perform(OperationCode code, std::initializer_list<StepArgument> arguments,
                             ExecutionBlock executionBlock) {
     if (!executeScript) {
         return {};
     }
     const Operation& operation = operationRow(code);
-    const StepValues fields = values();
-    for (std::size_t i = 0; i < fields.size(); ++i) {
-        if (isURLKey(operation.keys[i]) && !fields[i]) {
-            return urlError(operation.keys[i], nullptr);
-        }
+    if (Error error = missingURL(operation, arguments)) {
+        return error;
     }
-    const auto record = [&] { return std::optional(stepRecord(operation, fields)); };
+    const auto record = [&] { return std::optional(stepRecord(operation, arguments)); };
     return _recordOrExecuteWithRecordingBlock(record, executionBlock, nullptr, operation.options);
 }
 

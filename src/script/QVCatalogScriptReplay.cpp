@@ -1,4 +1,3 @@
-#include "platform/foundation/values/Conversions.h"
 #include "platform/foundation/values/Exception.h"
 #include "script/ScriptEngine.h"
 
@@ -9,10 +8,11 @@ namespace qv {
 namespace {
 
 // An operation takes a text that is not a URL for a missing URL. Only the record has the text.
-Error urlErrorAmong(std::span<const StepKey> keys, const StepFields& fields, const Error& error) {
-    for (const StepKey key : keys) {
-        if (isURLKey(key) && fields[key] != nullptr) {
-            if (Error better = urlError(key, fields[key])) {
+Error urlErrorAmong(const Operation& operation, const StepFields& fields, const Error& error) {
+    for (const Field& field : operation.fields) {
+        const Value* text = field.kind == FieldKind::item ? fields[field.key] : nullptr;
+        if (text != nullptr) {
+            if (Error better = urlError(field.key, text)) {
                 return better;
             }
         }
@@ -44,9 +44,7 @@ bool QVCatalogScript::executeRecording(const Value& steps, Error* error,
         if (!engine_->executeScript) {
             fields.skip();
         }
-        const auto code =
-            static_cast<std::uint64_t>(integerValue(fields.number(StepKey::operation)));
-        const Operation* operation = operationForCode(code);
+        const Operation* operation = operationForCode(fields.operation());
         if (operation == nullptr) {
             engine_->executeRecordingLastStatementError = {};
             continue;
@@ -70,7 +68,7 @@ bool QVCatalogScript::executeRecording(const Value& steps, Error* error,
 Error ScriptEngine::replayStep(const Operation& operation, const StepFields& fields) {
     if (operation.replay != nullptr) {
         const Error error = operation.replay(script_, fields);
-        return error ? urlErrorAmong(operation.keys, fields, error) : error;
+        return error ? urlErrorAmong(operation, fields, error) : error;
     }
     const auto refuse = [&] {
         return Error::withDescription(

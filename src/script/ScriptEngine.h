@@ -5,8 +5,9 @@
 #include "script/KeyValueStorage.h"
 #include "script/PlatformServices.h"
 #include "script/QVCatalogScript.h"
-#include "script/step/OperationTable.h"
+#include "script/step/StepRecord.h"
 
+#include <initializer_list>
 #include <vector>
 
 namespace qv {
@@ -50,10 +51,10 @@ public:
                                              OperationsBlock priviledgedExecutionBlock,
                                              unsigned options);
     Error _recordAndPerformOperationInPriviledgedBlock(OperationsBlock block);
-    /// Records `values` under the keys of the operation's row of the table, or acts.
-    Error perform(OperationCode code, FunctionView<StepValues()> values,
+    /// Records `arguments`, one for each field of the operation's row, or acts.
+    Error perform(OperationCode code, std::initializer_list<StepArgument> arguments,
                   ExecutionBlock executionBlock);
-    void recordControlStep(OperationCode code, const StepValues& values);
+    void recordControlStep(OperationCode code, std::initializer_list<StepArgument> arguments);
     Error replayStep(const Operation& operation, const StepFields& fields);
 
     // The operations of these names, for items whose places are held already.

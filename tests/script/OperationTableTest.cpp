@@ -1,80 +1,141 @@
 #include "script/step/OperationTable.h"
 
+#include "platform/foundation/plist/PropertyList.h"
 #include "script/Steps.h"
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
-#include <map>
+#include <fstream>
+#include <functional>
+#include <sstream>
 
 namespace qv {
 namespace {
 
 using test::number;
+using test::text;
 
-// The codes, names, recorded keys and options are an interface with every script ever recorded.
-TEST(OperationTable, ListsEveryCodeWithItsKeysAndOptions) {
-    using enum StepKey;
-    struct Row {
-        std::string_view selector;
-        std::vector<StepKey> keys;
-        int options;
+std::string contentOf(const char* path) {
+    std::ifstream file(path);
+    return (std::ostringstream() << file.rdbuf()).str();
+}
+
+// As a list in XML holds it, on one line.
+std::string lineOf(const Value& record) {
+    std::string line =
+        PropertyList::dataWithPropertyList(record, PropertyListFormat::xml).value_or("not a list");
+    std::erase_if(line, [](char c) { return c == '\n' || c == '\t'; });
+    const std::size_t begin = line.find("<dict>");
+    return line.substr(begin, line.rfind("</plist>") - begin);
+}
+
+/// Every method once, no value like another one of its step.
+void callAll(QVCatalogScript& script) {
+    const auto a = URL::URLWithString("file:///a");
+    const auto b = URL::URLWithString("file:///b%20c");
+    const std::function<void()> calls[] = {
+        [&] { static_cast<void>(script.waitForQuitOfApplicationWithPID(-7)); },
+        [&] { static_cast<void>(script.launchApplicationAtURL(a)); },
+        [&] { static_cast<void>(script.removeItemAtURL(a)); },
+        [&] { static_cast<void>(script.trashItemAtURL(b)); },
+        [&] { static_cast<void>(script.moveItemFromURL(a, b, true, false)); },
+        [&] { static_cast<void>(script.copyItemFromURL(a, b, false, true)); },
+        [&] { static_cast<void>(script.replaceItemAtURL(a, b, true)); },
+        [&] { static_cast<void>(script.touchItemAtURL(a)); },
+        [&] {
+            static_cast<void>(script.executeTool(text("/bin/true"), test::strings({"x", "y"}),
+                                                 Value::array({number(0)})));
+        },
+        [&] {
+            static_cast<void>(script.setPreferencesForApplicationID(
+                text("app"), text("key"), Value::real(0.5), text("user"), text("host")));
+        },
+        [&] { static_cast<void>(script.saveOwnerAndGroupOfURL(a, text("id"))); },
+        [&] { static_cast<void>(script.applyOwnerAndGroupOfURL(a, true, text("id"))); },
+        [&] { static_cast<void>(script.changeOwnershipOfItem(a, 0xFFFFFFFF, 4, true)); },
+        [&] { static_cast<void>(script.changeModeOfItem(a, 04755, true)); },
+        [&] { static_cast<void>(script.makeProcessAXTrusted(a)); },
+        [&] { script.updateProgressField(7, text("half")); },
+        [&] { script.beginIfBlock(text("1 == 1")); },
+        [&] { script.beginElseBlock(); },
+        [&] { script.endIfBlock(); },
+        [&] { script.setErrorHandlingBehaviour(-1); },
+        [&] { script.setExecuteWithAdminRights(true); },
+        [&] { script.setKeyValueStorage(std::nullopt); }, // which records what there is
     };
-    const std::vector<Row> rows = {
-        {"waitForQuitOfApplicationWithPID:", {arg1}, 0},
-        {"launchApplicationAtURL:", {URL}, 0},
-        {"removeItemAtURL:", {URL}, 5},
-        {"trashItemAtURL:", {URL}, 5},
-        {"moveItemFromURL:toURL:adaptOwnershipToParent:atomic:", {fromURL, toURL, arg1, arg2}, 5},
-        {"copyItemFromURL:toURL:adaptOwnershipToParent:atomic:", {fromURL, toURL, arg1, arg2}, 5},
-        {"replaceItemAtURL:withItemAtURL:adaptOwnershipToParent:", {fromURL, toURL, arg1}, 5},
-        {"touchItemAtURL:", {URL}, 5},
-        {"executeTool:arguments:successReturnCodes:", {arg1, arg2, arg3}, 1},
-        {"setPreferencesForApplicationID:key:value:userName:hostName:",
-         {arg1, arg2, arg3, arg4, arg5},
-         5},
-        {"saveOwnerAndGroupOfURL:toID:", {fromURL, arg1}, 0},
-        {"applyOwnerAndGroupOfURL:recursive:fromID:", {toURL, arg1, arg2}, 5},
-        {"changeOwnershipOfItem:userID:groupID:recursive:", {URL, arg1, arg2, arg3}, 5},
-        {"changeModeOfItem:toMode:recursive:", {URL, arg1, arg2}, 5},
-        {"makeProcessAXTrusted:", {URL}, 3},
-        {"executeAppleScript:", {arg1}, 0},
-        {"updateProgressField:withValue:", {arg1, arg2}, 0},
-        {"beginIfBlock:", {arg1}, 0},
-        {"beginElseBlock", {}, 0},
-        {"endIfBlock", {}, 0},
-        {"setErrorHandlingBehaviour:", {arg1}, 0},
-        {"setExecuteWithAdminRights:", {arg1}, 0},
-        {"setKeyValueStorage:", {arg1}, 0},
-    };
-    ASSERT_EQ(allOperations().size(), rows.size());
-    for (std::size_t code = 0; code < rows.size(); ++code) {
-        const Operation* operation = operationForCode(code);
-        ASSERT_NE(operation, nullptr);
-        EXPECT_EQ(operation->selector, rows[code].selector);
-        EXPECT_TRUE(std::ranges::equal(operation->keys, rows[code].keys)) << rows[code].selector;
-        EXPECT_EQ(operation->options, rows[code].options) << rows[code].selector;
-        EXPECT_EQ(operation->returnsError, code < 16) << rows[code].selector;
+    for (const auto& call : calls) {
+        call();
     }
-    EXPECT_EQ(operationForCode(23), nullptr);
+}
+
+/// The records of what is done to a script that has a storage, without those of its settings.
+std::vector<Value> recorded(const std::function<void(QVCatalogScript&)>& work) {
+    QVCatalogScript script;
+    script.setKeyValueStorage(Value::dictionary({{"a", number(1)}}));
+    EXPECT_TRUE(script.beginRecording());
+    work(script);
+    const Value steps = script.endRecording().value();
+    const std::span<const Value> list = steps.asArray().subspan(3);
+    return {list.begin(), list.end()};
+}
+
+std::string golden(const std::vector<Value>& records) {
+    constexpr std::string_view kEffects[] = {"reads",  "creates", "changes", "removes",
+                                             "starts", "decides", "opaque"};
+    std::string all;
+    for (const Operation& operation : allOperations()) {
+        all += fmt::format("{} {} {}", static_cast<int>(operation.code), operation.selector,
+                           kEffects[static_cast<std::size_t>(operation.effect)]);
+        all += (operation.options & kPriviledgedWithAdminRights) != 0 ? ", with admin rights" : "";
+        all += (operation.options & kAlwaysPriviledged) != 0 ? ", always handed over" : "";
+        all += (operation.options & kRetryPriviledged) != 0 ? ", retried\n" : "\n";
+        const auto record = std::ranges::find_if(records, [&](const Value& each) {
+            return *each.find("operation") == number(static_cast<int>(operation.code));
+        });
+        all += record == records.end() ? "not recorded\n" : lineOf(*record) + "\n";
+    }
+    return all;
+}
+
+// The rows and the records are an interface with every script ever recorded.
+TEST(OperationTable, RecordsAndReplaysTheGoldenFile) {
+    const std::vector<Value> records = recorded(callAll);
+    EXPECT_EQ(golden(records), contentOf(QV_GOLDEN));
+    const std::vector<Value> again = recorded([&](QVCatalogScript& script) {
+        EXPECT_TRUE(script.executeRecording(Value::array(records), nullptr, nullptr));
+    });
+    EXPECT_EQ(golden(again), contentOf(QV_GOLDEN)) << "decoded and recorded again";
+    EXPECT_EQ(operationForCode(kOperationCount), nullptr);
     EXPECT_EQ(operationForCode(static_cast<std::uint64_t>(-1)), nullptr);
 }
 
-// An operation that is not there yet must not be taken for done.
-TEST(OperationTable, OperationsThatAreMissingAnswerOneClearError) {
+// "| 2 | remove {item} | `URL` item (file URL) |", and then what the README alone knows.
+TEST(OperationTable, IsTheTableOfTheReadme) {
+    const std::string readme = contentOf(QV_README);
     for (const Operation& operation : allOperations()) {
-        if (operation.replay != nullptr) {
-            continue;
+        std::vector<std::string> fields;
+        for (const Field& field : operation.fields) {
+            const bool isOptional =
+                field.missing == Missing::zero || field.missing == Missing::none;
+            fields.push_back(fmt::format("`{}` {} ({}{})", stepKeyName(field.key), field.name,
+                                         infoOf(field.kind).name, isOptional ? ", optional" : ""));
         }
-        const Value steps = Value::array(
-            {Value::dictionary({{"operation", number(static_cast<int>(operation.code))}})});
-        const test::Replayed result = test::replay(steps);
-        EXPECT_FALSE(result.success) << operation.selector;
-        ASSERT_TRUE(result.error) << operation.selector;
-        EXPECT_EQ(result.error.domain(), kCatalogScriptErrorDomain);
-        EXPECT_EQ(result.error.code(), 0);
-        EXPECT_EQ(result.error.localizedDescription(),
-                  "Operation 15 (executeAppleScript) is not available in this version");
+        const std::string row = fmt::format("\n| {} | {} | {} |", static_cast<int>(operation.code),
+                                            operation.text, fmt::join(fields, ", "));
+        EXPECT_NE(readme.find(row), std::string::npos) << "the README lacks:" << row;
     }
+}
+
+// An operation that is not there yet must not be taken for done.
+TEST(OperationTable, MissingOperationAnswersAnError) {
+    const Value step = Value::dictionary({{"operation", number(15)}});
+    const test::Replayed result = test::replay(Value::array({step}));
+    EXPECT_FALSE(result.success);
+    EXPECT_EQ(result.error,
+              Error::withDescription(kCatalogScriptErrorDomain, 0,
+                                     "Operation 15 (executeAppleScript) is not available in this "
+                                     "version"));
 }
 
 } // namespace

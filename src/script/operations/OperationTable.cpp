@@ -1,184 +1,139 @@
 #include "script/step/OperationTable.h"
 
-#include "platform/foundation/values/Conversions.h"
-#include "platform/foundation/values/Exception.h"
 #include "script/QVCatalogScript.h"
-
-#include <fmt/core.h>
+#include "script/operations/Fields.h"
 
 #include <array>
-#include <cassert>
+#include <functional>
+#include <tuple>
+#include <type_traits>
 
 namespace qv {
 
 namespace {
 
 using Script = QVCatalogScript;
-using Fields = StepFields;
-using enum StepKey;
-
-constexpr std::array kURL = {URL};
-constexpr std::array kArg1 = {arg1};
-constexpr std::array kArg1To2 = {arg1, arg2};
-constexpr std::array kArg1To3 = {arg1, arg2, arg3};
-constexpr std::array kArg1To5 = {arg1, arg2, arg3, arg4, arg5};
-constexpr std::array kFromTo1To2 = {fromURL, toURL, arg1, arg2};
-constexpr std::array kFromTo1 = {fromURL, toURL, arg1};
-constexpr std::array kFrom1 = {fromURL, arg1};
-constexpr std::array kTo1To2 = {toURL, arg1, arg2};
-constexpr std::array kURL1To3 = {URL, arg1, arg2, arg3};
-constexpr std::array kURL1To2 = {URL, arg1, arg2};
-constexpr std::span<const StepKey> kNothing;
-
-constexpr std::uint8_t kAdminAndRetry = kPriviledgedWithAdminRights | kRetryPriviledged;
-
-std::uint32_t bitsOfInt(const Value* value) { return static_cast<std::uint32_t>(intValue(value)); }
-
-Error replayWait(Script& script, const Fields& step) {
-    return script.waitForQuitOfApplicationWithPID(intValue(step.number(arg1)));
-}
-
-Error replayLaunch(Script& script, const Fields& step) {
-    return script.launchApplicationAtURL(step.url(URL));
-}
-
-Error replayRemove(Script& script, const Fields& step) {
-    return script.removeItemAtURL(step.url(URL));
-}
-
-Error replayTrash(Script& script, const Fields& step) {
-    return script.trashItemAtURL(step.url(URL));
-}
-
-Error replayMove(Script& script, const Fields& step) {
-    return script.moveItemFromURL(step.url(fromURL), step.url(toURL), boolValue(step.number(arg1)),
-                                  boolValue(step.number(arg2)));
-}
-
-Error replayCopy(Script& script, const Fields& step) {
-    return script.copyItemFromURL(step.url(fromURL), step.url(toURL), boolValue(step.number(arg1)),
-                                  boolValue(step.number(arg2)));
-}
-
-Error replayReplace(Script& script, const Fields& step) {
-    return script.replaceItemAtURL(step.url(toURL), step.url(fromURL),
-                                   boolValue(step.number(arg1)));
-}
-
-Error replayTouch(Script& script, const Fields& step) {
-    return script.touchItemAtURL(step.url(URL));
-}
-
-Error replayTool(Script& script, const Fields& step) {
-    return script.executeTool(step.object(arg1), step.object(arg2), step.object(arg3));
-}
-
-Error replayPreferences(Script& script, const Fields& step) {
-    return script.setPreferencesForApplicationID(step.object(arg1), step.object(arg2),
-                                                 step.object(arg3), step.object(arg4),
-                                                 step.object(arg5));
-}
-
-Error replaySaveOwner(Script& script, const Fields& step) {
-    return script.saveOwnerAndGroupOfURL(step.url(fromURL), step.object(arg1));
-}
-
-Error replayApplyOwner(Script& script, const Fields& step) {
-    return script.applyOwnerAndGroupOfURL(step.url(toURL), boolValue(step.number(arg1)),
-                                          step.object(arg2));
-}
-
-Error replayChangeOwnership(Script& script, const Fields& step) {
-    return script.changeOwnershipOfItem(step.url(URL), bitsOfInt(step.number(arg1)),
-                                        bitsOfInt(step.number(arg2)), boolValue(step.number(arg3)));
-}
-
-Error replayChangeMode(Script& script, const Fields& step) {
-    return script.changeModeOfItem(
-        step.url(URL), static_cast<std::uint16_t>(bitsOfInt(step.number(arg1)) & 0xFFFFU),
-        boolValue(step.number(arg2)));
-}
-
-Error replayTrusted(Script& script, const Fields& step) {
-    return script.makeProcessAXTrusted(step.url(URL));
-}
-
-Error replayProgress(Script& script, const Fields& step) {
-    script.updateProgressField(bitsOfInt(step.number(arg1)), step.object(arg2));
-    return {};
-}
-
-Error replayIf(Script& script, const Fields& step) {
-    script.beginIfBlock(step.object(arg1));
-    return {};
-}
-
-Error replayElse(Script& script, const Fields& /*step*/) {
-    script.beginElseBlock();
-    return {};
-}
-
-Error replayEndIf(Script& script, const Fields& /*step*/) {
-    script.endIfBlock();
-    return {};
-}
-
-Error replayErrorBehaviour(Script& script, const Fields& step) {
-    script.setErrorHandlingBehaviour(intValue(step.number(arg1)));
-    return {};
-}
-
-// Only the low 8 bits count, so 256 means no.
-Error replayAdminRights(Script& script, const Fields& step) {
-    script.setExecuteWithAdminRights((bitsOfInt(step.number(arg1)) & 0xFFU) != 0);
-    return {};
-}
-
-Error replayStorage(Script& script, const Fields& step) {
-    script.setKeyValueStorage(step.object(arg1));
-    return {};
-}
-
 using enum OperationCode;
+using namespace field;
+
+template <typename... Values, typename Result, typename... Parameters>
+constexpr bool takes(Result (Script::* /*method*/)(Parameters...)) {
+    return std::is_same_v<std::tuple<std::remove_cvref_t<Parameters>...>, std::tuple<Values...>>;
+}
+template <typename... Values, typename... Parameters>
+constexpr bool takes(Error (* /*function*/)(Script&, Parameters...)) {
+    return std::is_same_v<std::tuple<std::remove_cvref_t<Parameters>...>, std::tuple<Values...>>;
+}
+
+template <auto method, typename... Values> Error call(Script& script, const Values&... values) {
+    static_assert(takes<Values...>(method), "the kinds of the fields are those of the parameters");
+    if constexpr (std::is_void_v<std::invoke_result_t<decltype(method), Script&, Values...>>) {
+        std::invoke(method, script, values...);
+        return {};
+    } else {
+        return std::invoke(method, script, values...);
+    }
+}
+
+template <auto method, const Field&... fields>
+Error replay(Script& script, const StepFields& step) {
+    // Braces: the first field that is wrong is the one that the Exception names.
+    const std::tuple values{step.get<fields.kind>(fields.key)...};
+    return std::apply([&](const auto&... each) { return call<method>(script, each...); }, values);
+}
+
+template <const Field&... fields>
+constexpr std::array<Field, sizeof...(fields)> kFieldsOf = {fields...};
+
+/// A row whose fields are the parameters of its method, a null pointer if there is none.
+template <auto method, const Field&... fields>
+constexpr Operation row(OperationCode code, std::string_view selector, unsigned options,
+                        Effect effect, std::string_view text) {
+    Operation operation{.code = code,
+                        .selector = selector,
+                        .fields = kFieldsOf<fields...>,
+                        .options = static_cast<std::uint8_t>(options),
+                        .effect = effect,
+                        .text = text,
+                        .replay = nullptr};
+    if constexpr (method != nullptr) {
+        operation.replay = replay<method, fields...>;
+    }
+    return operation;
+}
+
+// The record names the new item first.
+Error replaceItem(Script& script, const std::optional<qv::URL>& newItem,
+                  const std::optional<qv::URL>& oldItem, bool adaptOwnershipToParent) {
+    return script.replaceItemAtURL(oldItem, newItem, adaptOwnershipToParent);
+}
+
+constexpr unsigned kAdminAndRetry = kPriviledgedWithAdminRights | kRetryPriviledged;
 
 constexpr std::array<Operation, kOperationCount> kTable = {{
-    {waitForQuitOfApplicationWithPID, "waitForQuitOfApplicationWithPID:", kArg1, kNoOptions, true,
-     replayWait},
-    {launchApplicationAtURL, "launchApplicationAtURL:", kURL, kNoOptions, true, replayLaunch},
-    {removeItemAtURL, "removeItemAtURL:", kURL, kAdminAndRetry, true, replayRemove},
-    {trashItemAtURL, "trashItemAtURL:", kURL, kAdminAndRetry, true, replayTrash},
-    {moveItemFromURL, "moveItemFromURL:toURL:adaptOwnershipToParent:atomic:", kFromTo1To2,
-     kAdminAndRetry, true, replayMove},
-    {copyItemFromURL, "copyItemFromURL:toURL:adaptOwnershipToParent:atomic:", kFromTo1To2,
-     kAdminAndRetry, true, replayCopy},
-    {replaceItemAtURL, "replaceItemAtURL:withItemAtURL:adaptOwnershipToParent:", kFromTo1,
-     kAdminAndRetry, true, replayReplace},
-    {touchItemAtURL, "touchItemAtURL:", kURL, kAdminAndRetry, true, replayTouch},
-    {executeTool, "executeTool:arguments:successReturnCodes:", kArg1To3,
-     kPriviledgedWithAdminRights, true, replayTool},
-    {setPreferencesForApplicationID, "setPreferencesForApplicationID:key:value:userName:hostName:",
-     kArg1To5, kAdminAndRetry, true, replayPreferences},
-    {saveOwnerAndGroupOfURL, "saveOwnerAndGroupOfURL:toID:", kFrom1, kNoOptions, true,
-     replaySaveOwner},
-    {applyOwnerAndGroupOfURL, "applyOwnerAndGroupOfURL:recursive:fromID:", kTo1To2, kAdminAndRetry,
-     true, replayApplyOwner},
-    {changeOwnershipOfItem, "changeOwnershipOfItem:userID:groupID:recursive:", kURL1To3,
-     kAdminAndRetry, true, replayChangeOwnership},
-    {changeModeOfItem, "changeModeOfItem:toMode:recursive:", kURL1To2, kAdminAndRetry, true,
-     replayChangeMode},
-    {makeProcessAXTrusted, "makeProcessAXTrusted:", kURL,
-     kPriviledgedWithAdminRights | kAlwaysPriviledged, true, replayTrusted},
-    {executeAppleScript, "executeAppleScript:", kArg1, kNoOptions, true, nullptr},
-    {updateProgressField, "updateProgressField:withValue:", kArg1To2, kNoOptions, false,
-     replayProgress},
-    {beginIfBlock, "beginIfBlock:", kArg1, kNoOptions, false, replayIf},
-    {beginElseBlock, "beginElseBlock", kNothing, kNoOptions, false, replayElse},
-    {endIfBlock, "endIfBlock", kNothing, kNoOptions, false, replayEndIf},
-    {setErrorHandlingBehaviour, "setErrorHandlingBehaviour:", kArg1, kNoOptions, false,
-     replayErrorBehaviour},
-    {setExecuteWithAdminRights, "setExecuteWithAdminRights:", kArg1, kNoOptions, false,
-     replayAdminRights},
-    {setKeyValueStorage, "setKeyValueStorage:", kArg1, kNoOptions, false, replayStorage},
+    row<&Script::waitForQuitOfApplicationWithPID, kProcess>(
+        waitForQuitOfApplicationWithPID, "waitForQuitOfApplicationWithPID:", kNoOptions,
+        Effect::reads, "wait until {process} has quit"),
+    row<&Script::launchApplicationAtURL, kApplicationItem>(launchApplicationAtURL,
+                                                           "launchApplicationAtURL:", kNoOptions,
+                                                           Effect::starts, "launch {application}"),
+    row<&Script::removeItemAtURL, kItem>(removeItemAtURL, "removeItemAtURL:", kAdminAndRetry,
+                                         Effect::removes, "remove {item}"),
+    row<&Script::trashItemAtURL, kItem>(trashItemAtURL, "trashItemAtURL:", kAdminAndRetry,
+                                        Effect::removes, "trash {item}"),
+    row<&Script::moveItemFromURL, kFrom, kTo, kAdapt, kAtomic>(
+        moveItemFromURL, "moveItemFromURL:toURL:adaptOwnershipToParent:atomic:", kAdminAndRetry,
+        Effect::changes, "move {from} to {to}"),
+    row<&Script::copyItemFromURL, kFrom, kTo, kAdapt, kAtomic>(
+        copyItemFromURL, "copyItemFromURL:toURL:adaptOwnershipToParent:atomic:", kAdminAndRetry,
+        Effect::creates, "copy {from} to {to}"),
+    row<replaceItem, kNewItem, kOldItem, kAdapt>(
+        replaceItemAtURL, "replaceItemAtURL:withItemAtURL:adaptOwnershipToParent:", kAdminAndRetry,
+        Effect::changes, "replace {old item} by {new item}"),
+    row<&Script::touchItemAtURL, kItem>(touchItemAtURL, "touchItemAtURL:", kAdminAndRetry,
+                                        Effect::changes, "touch {item}"),
+    row<&Script::executeTool, kTool, kArguments, kExitCodes>(
+        executeTool, "executeTool:arguments:successReturnCodes:", kPriviledgedWithAdminRights,
+        Effect::opaque, "run {tool} and wait for it"),
+    row<&Script::setPreferencesForApplicationID, kApplication, kPreferenceKey, kPreference, kUser,
+        kHost>(setPreferencesForApplicationID,
+               "setPreferencesForApplicationID:key:value:userName:hostName:", kAdminAndRetry,
+               Effect::changes, "set the preference {key} of {application}"),
+    row<&Script::saveOwnerAndGroupOfURL, kItemToSave, kSaveAs>(
+        saveOwnerAndGroupOfURL, "saveOwnerAndGroupOfURL:toID:", kNoOptions, Effect::reads,
+        "save owner and group of {item} as {identifier}"),
+    row<&Script::applyOwnerAndGroupOfURL, kItemToOwn, kOwnerRecursive, kSavedAs>(
+        applyOwnerAndGroupOfURL, "applyOwnerAndGroupOfURL:recursive:fromID:", kAdminAndRetry,
+        Effect::changes, "give {item} the owner and group saved as {identifier}"),
+    row<&Script::changeOwnershipOfItem, kItem, kUserID, kGroupID, kIDsRecursive>(
+        changeOwnershipOfItem, "changeOwnershipOfItem:userID:groupID:recursive:", kAdminAndRetry,
+        Effect::changes, "change owner and group of {item} to {user} and {group}"),
+    row<&Script::changeModeOfItem, kItem, kMode, kModeRecursive>(
+        changeModeOfItem, "changeModeOfItem:toMode:recursive:", kAdminAndRetry, Effect::changes,
+        "change the mode of {item} to {mode}"),
+    row<&Script::makeProcessAXTrusted, kProgram>(
+        makeProcessAXTrusted,
+        "makeProcessAXTrusted:", kPriviledgedWithAdminRights | kAlwaysPriviledged, Effect::changes,
+        "grant {program} accessibility trust"),
+    row<nullptr, kAppleScript>(executeAppleScript, "executeAppleScript:", kNoOptions,
+                               Effect::opaque, "run the AppleScript {source}"),
+    row<&Script::updateProgressField, kProgressField, kProgress>(
+        updateProgressField, "updateProgressField:withValue:", kNoOptions, Effect::reads,
+        "report {value} as progress in field {field}"),
+    row<&Script::beginIfBlock, kRule>(beginIfBlock, "beginIfBlock:", kNoOptions, Effect::decides,
+                                      "if {rule}"),
+    row<&Script::beginElseBlock>(beginElseBlock, "beginElseBlock", kNoOptions, Effect::decides,
+                                 "else"),
+    row<&Script::endIfBlock>(endIfBlock, "endIfBlock", kNoOptions, Effect::decides, "end if"),
+    row<&Script::setErrorHandlingBehaviour, kErrorBehaviour>(
+        setErrorHandlingBehaviour, "setErrorHandlingBehaviour:", kNoOptions, Effect::decides,
+        "set the error behaviour to {behaviour}"),
+    row<&Script::setExecuteWithAdminRights, kAdminRights>(
+        setExecuteWithAdminRights, "setExecuteWithAdminRights:", kNoOptions, Effect::decides,
+        "set admin rights to {admin rights}"),
+    row<&Script::setKeyValueStorage, kStorage>(setKeyValueStorage,
+                                               "setKeyValueStorage:", kNoOptions, Effect::decides,
+                                               "set the key-value storage to {storage}"),
 }};
 
 constexpr bool codesAreIndexes() {
@@ -206,23 +161,5 @@ const Operation& operationRow(OperationCode code) noexcept {
 }
 
 std::span<const Operation> allOperations() noexcept { return kTable; }
-
-Value stepRecord(const Operation& operation, const StepValues& values) {
-    assert(values.size() == operation.keys.size());
-    std::vector<std::pair<Value, Value>> pairs;
-    pairs.emplace_back(Value::string(stepKeyName(StepKey::operation)),
-                       Value::integer(static_cast<std::int64_t>(operation.code)));
-    for (std::size_t i = 0; i < values.size(); ++i) {
-        const std::optional<Value>& value = values[i];
-        if (value) {
-            pairs.emplace_back(Value::string(stepKeyName(operation.keys[i])), *value);
-        } else if (operation.code != setPreferencesForApplicationID) {
-            throw Exception(std::string(exception_name::kInvalidArgument),
-                            fmt::format("{} cannot be recorded: \"{}\" of its step is missing",
-                                        operationName(operation), stepKeyName(operation.keys[i])));
-        }
-    }
-    return Value::dictionary(std::move(pairs));
-}
 
 } // namespace qv

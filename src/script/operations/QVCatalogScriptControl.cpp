@@ -1,11 +1,13 @@
 #include "platform/foundation/values/Exception.h"
 #include "rules/QVRuleChecker.h"
 #include "script/ScriptEngine.h"
+#include "script/operations/Fields.h"
 
 namespace qv {
 
-void ScriptEngine::recordControlStep(OperationCode code, const StepValues& values) {
-    recordedSteps.push_back(stepRecord(operationRow(code), values));
+void ScriptEngine::recordControlStep(OperationCode code,
+                                     std::initializer_list<StepArgument> arguments) {
+    recordedSteps.push_back(stepRecord(operationRow(code), arguments));
 }
 
 void QVCatalogScript::updateProgressField(std::uint32_t field,
@@ -14,8 +16,7 @@ void QVCatalogScript::updateProgressField(std::uint32_t field,
         return;
     }
     if (engine_->isRecording) {
-        engine_->recordControlStep(OperationCode::updateProgressField,
-                                   {Value::integer(field), withValue});
+        engine_->recordControlStep(OperationCode::updateProgressField, {field, withValue});
     } else if (engine_->updateProgressBlock) {
         engine_->updateProgressBlock(*this, field, withValue);
     }
@@ -32,9 +33,7 @@ void QVCatalogScript::beginIfBlock(const std::optional<Value>& rule) {
         ++engine_->ignoreIfBlocksCount;
         return;
     }
-    if (rule && !rule->is(Value::Kind::string)) {
-        refuseField(StepKey::arg1, "a string, a rule", &*rule);
-    }
+    checkField(field::kRule, rule);
     const auto checker = QVRuleChecker::ruleCheckerWithDefaultFunctions(true);
     const bool failed = static_cast<bool>(executeRecordingLastStatementError());
     checker->setKvoValues(
@@ -67,7 +66,7 @@ void QVCatalogScript::setErrorHandlingBehaviour(std::int32_t behaviour) {
     }
     if (engine_->isRecording) {
         engine_->recordControlStep(OperationCode::setErrorHandlingBehaviour,
-                                   {Value::integer(static_cast<std::uint32_t>(behaviour))});
+                                   {static_cast<std::uint32_t>(behaviour)});
     } else {
         engine_->errorHandlingBehaviour = behaviour;
     }
@@ -78,8 +77,7 @@ void QVCatalogScript::setExecuteWithAdminRights(bool flag) {
         return;
     }
     if (engine_->isRecording) {
-        engine_->recordControlStep(OperationCode::setExecuteWithAdminRights,
-                                   {Value::boolean(flag)});
+        engine_->recordControlStep(OperationCode::setExecuteWithAdminRights, {flag});
     } else {
         engine_->executeWithAdminRights = flag;
     }

@@ -115,34 +115,27 @@ bool isLedAstray(const NamedItem& item) { return !item.place() && item.place().e
 } // namespace
 
 Error QVCatalogScript::removeItemAtURL(const std::optional<URL>& url) {
-    return engine_->perform(
-        OperationCode::removeItemAtURL, [&] { return StepValues{stringFromURL(url)}; },
-        [&] { return FileManager::removeItemAtURL(url); });
+    return engine_->perform(OperationCode::removeItemAtURL, {url},
+                            [&] { return FileManager::removeItemAtURL(url); });
 }
 
 // What moving and copying share: the record, and that it is the source that is re-owned first.
 Error ScriptEngine::performOnWay(OperationCode code, const NamedItem& from, const NamedItem& to,
                                  bool adaptOwnershipToParent, bool atomic,
                                  ExecutionBlock executionBlock) {
-    return perform(
-        code,
-        [&] {
-            return StepValues{stringFromURL(from.url()), stringFromURL(to.url()),
-                              Value::boolean(adaptOwnershipToParent), Value::boolean(atomic)};
-        },
-        [&] {
-            std::uint32_t userID = 0;
-            std::uint32_t groupID = 0;
-            Error error;
-            const bool isRefused = isLedAstray(from) || isLedAstray(to);
-            if (adaptOwnershipToParent && to.url() && !isRefused) {
-                error = readOwnershipOfFolder(to, *to.url(), userID, groupID);
-                if (!error) {
-                    error = changeOwnership(from, userID, groupID, true);
-                }
+    return perform(code, {from.url(), to.url(), adaptOwnershipToParent, atomic}, [&] {
+        std::uint32_t userID = 0;
+        std::uint32_t groupID = 0;
+        Error error;
+        const bool isRefused = isLedAstray(from) || isLedAstray(to);
+        if (adaptOwnershipToParent && to.url() && !isRefused) {
+            error = readOwnershipOfFolder(to, *to.url(), userID, groupID);
+            if (!error) {
+                error = changeOwnership(from, userID, groupID, true);
             }
-            return error ? error : executionBlock();
-        });
+        }
+        return error ? error : executionBlock();
+    });
 }
 
 Error ScriptEngine::move(const NamedItem& from, const NamedItem& to, bool adaptOwnershipToParent,
@@ -176,12 +169,7 @@ Error QVCatalogScript::replaceItemAtURL(const std::optional<URL>& url,
                                         const std::optional<URL>& withItemAtURL,
                                         bool adaptOwnershipToParent) {
     return engine_->perform(
-        OperationCode::replaceItemAtURL,
-        [&] {
-            return StepValues{stringFromURL(withItemAtURL), stringFromURL(url),
-                              Value::boolean(adaptOwnershipToParent)};
-        },
-        [&] {
+        OperationCode::replaceItemAtURL, {withItemAtURL, url, adaptOwnershipToParent}, [&] {
             const NamedItem item(url);
             if (!item.path()) {
                 return item.path().error();
@@ -208,30 +196,27 @@ Error QVCatalogScript::replaceItemAtURL(const std::optional<URL>& url,
 }
 
 Error QVCatalogScript::touchItemAtURL(const std::optional<URL>& url) {
-    return engine_->perform(
-        OperationCode::touchItemAtURL, [&] { return StepValues{stringFromURL(url)}; },
-        [&] {
-            timeval now{};
-            if (::gettimeofday(&now, nullptr) != 0) {
-                return Error::posix(errno);
-            }
-            const NamedItem item(url);
-            static_cast<void>(item.place()); // what is looked for and made is in one folder
-            tl::expected<Descriptor, Error> held = item.hold();
-            if (!held && held.error() == Error::posix(ENOENT)) {
-                static_cast<void>(FileManager::createFileAtPath(item, ""));
-                held = item.hold();
-            }
-            if (!held) {
-                return held.error();
-            }
-            constexpr long kNanoseconds = 1000; // in a microsecond
-            const timespec instant{now.tv_sec, now.tv_usec * kNanoseconds};
-            const std::array<timespec, 2> times = {instant, instant};
-            return ::utimensat(held->get(), "", times.data(), AT_EMPTY_PATH) == 0
-                       ? Error()
-                       : Error::posix(errno);
-        });
+    return engine_->perform(OperationCode::touchItemAtURL, {url}, [&] {
+        timeval now{};
+        if (::gettimeofday(&now, nullptr) != 0) {
+            return Error::posix(errno);
+        }
+        const NamedItem item(url);
+        static_cast<void>(item.place()); // what is looked for and made is in one folder
+        tl::expected<Descriptor, Error> held = item.hold();
+        if (!held && held.error() == Error::posix(ENOENT)) {
+            static_cast<void>(FileManager::createFileAtPath(item, ""));
+            held = item.hold();
+        }
+        if (!held) {
+            return held.error();
+        }
+        constexpr long kNanoseconds = 1000; // in a microsecond
+        const timespec instant{now.tv_sec, now.tv_usec * kNanoseconds};
+        const std::array<timespec, 2> times = {instant, instant};
+        return ::utimensat(held->get(), "", times.data(), AT_EMPTY_PATH) == 0 ? Error()
+                                                                              : Error::posix(errno);
+    });
 }
 
 URL ScriptEngine::_smartArchiveNameItem(const URL& item, const URL& atDirectory) {
@@ -266,36 +251,33 @@ std::optional<URL> ScriptEngine::trashPathForURL(const NamedItem& item, bool* vo
 Error QVCatalogScript::trashItemAtURL(const std::optional<URL>& url) { return engine_->trash(url); }
 
 Error ScriptEngine::trash(const NamedItem& item) {
-    return perform(
-        OperationCode::trashItemAtURL, [&] { return StepValues{stringFromURL(item.url())}; },
-        [&] {
-            if (!item.path()) {
-                return item.path().error();
-            }
-            if (!item.place()) {
-                return fileError({item.place().error(), FileAccess::write, *item.path(), ""},
-                                 "Trash");
-            }
-            const TrashOutcome outcome = trashService().trashItem(*item.place());
-            if (outcome.kind != TrashOutcome::Kind::failed) {
-                return Error();
-            }
-            const std::optional<URL> folder = trashPathForURL(item, nullptr, trashService());
-            if (!folder) {
-                return outcome.error;
-            }
-            const NamedItem destination = freeArchive(item, *item.url(), *folder, nullptr);
-            if (Error error = checkedArchive(*item.url(), *destination.url(), *folder)) {
-                return error;
-            }
-            if (Error error = move(item, destination, true, false)) {
-                return error;
-            }
-            if (destination.path()) {
-                trashService().noteOrigin(*destination.path(), *item.place());
-            }
-            return outcome.error; // that it lies in a trash after all does not undo the failure
-        });
+    return perform(OperationCode::trashItemAtURL, {item.url()}, [&] {
+        if (!item.path()) {
+            return item.path().error();
+        }
+        if (!item.place()) {
+            return fileError({item.place().error(), FileAccess::write, *item.path(), ""}, "Trash");
+        }
+        const TrashOutcome outcome = trashService().trashItem(*item.place());
+        if (outcome.kind != TrashOutcome::Kind::failed) {
+            return Error();
+        }
+        const std::optional<URL> folder = trashPathForURL(item, nullptr, trashService());
+        if (!folder) {
+            return outcome.error;
+        }
+        const NamedItem destination = freeArchive(item, *item.url(), *folder, nullptr);
+        if (Error error = checkedArchive(*item.url(), *destination.url(), *folder)) {
+            return error;
+        }
+        if (Error error = move(item, destination, true, false)) {
+            return error;
+        }
+        if (destination.path()) {
+            trashService().noteOrigin(*destination.path(), *item.place());
+        }
+        return outcome.error; // that it lies in a trash after all does not undo the failure
+    });
 }
 
 } // namespace qv

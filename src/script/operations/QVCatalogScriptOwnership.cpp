@@ -5,6 +5,7 @@
 #include "platform/foundation/values/Conversions.h"
 #include "platform/foundation/values/Exception.h"
 #include "script/ScriptEngine.h"
+#include "script/operations/Fields.h"
 
 #include <fmt/core.h>
 
@@ -207,9 +208,7 @@ Error QVCatalogScript::readModeOfItem(const std::optional<URL>& url, std::uint16
 Error QVCatalogScript::saveOwnerAndGroupOfURL(const std::optional<URL>& url,
                                               const std::optional<Value>& toID) {
     return engine_->perform(
-        OperationCode::saveOwnerAndGroupOfURL,
-        [&] { return StepValues{stringFromURL(url), KeyValueStorage::recordable(toID)}; },
-        [&] {
+        OperationCode::saveOwnerAndGroupOfURL, {url, KeyValueStorage::recordable(toID)}, [&] {
             std::uint32_t userID = 0;
             std::uint32_t groupID = 0;
             if (Error error = readOwnershipOfItem(url, &userID, &groupID)) {
@@ -217,9 +216,7 @@ Error QVCatalogScript::saveOwnerAndGroupOfURL(const std::optional<URL>& url,
             }
             const Value saved = Value::dictionary(
                 {{"uid", Value::integer(userID)}, {"gid", Value::integer(groupID)}});
-            if (!toID) {
-                refuseField(StepKey::arg1, "what the owner is saved under", nullptr);
-            }
+            checkField(field::kSaveAs, toID);
             engine_->keyValueStorage.setObject(saved, *toID);
             return Error();
         });
@@ -229,11 +226,7 @@ Error QVCatalogScript::applyOwnerAndGroupOfURL(const std::optional<URL>& url, bo
                                                const std::optional<Value>& fromID) {
     return engine_->perform(
         OperationCode::applyOwnerAndGroupOfURL,
-        [&] {
-            return StepValues{stringFromURL(url), Value::boolean(recursive),
-                              KeyValueStorage::recordable(fromID)};
-        },
-        [&] {
+        {url, recursive, KeyValueStorage::recordable(fromID)}, [&] {
             const Value* saved = fromID ? engine_->keyValueStorage.objectForKey(*fromID) : nullptr;
             if (saved == nullptr) {
                 return Error::withDescription(kCatalogScriptErrorDomain, 0, "saveID doesn't exist");
@@ -251,23 +244,14 @@ Error QVCatalogScript::changeOwnershipOfItem(const std::optional<URL>& url, std:
 Error ScriptEngine::changeOwnership(const NamedItem& item, std::uint32_t userID,
                                     std::uint32_t groupID, bool recursive) {
     return perform(
-        OperationCode::changeOwnershipOfItem,
-        [&] {
-            return StepValues{stringFromURL(item.url()), Value::integer(userID),
-                              Value::integer(groupID), Value::boolean(recursive)};
-        },
+        OperationCode::changeOwnershipOfItem, {item.url(), userID, groupID, recursive},
         [&] { return changeItem(script_, item, OwnershipChange(userID, groupID), recursive); });
 }
 
 Error QVCatalogScript::changeModeOfItem(const std::optional<URL>& url, std::uint16_t toMode,
                                         bool recursive) {
-    return engine_->perform(
-        OperationCode::changeModeOfItem,
-        [&] {
-            return StepValues{stringFromURL(url), Value::integer(toMode),
-                              Value::boolean(recursive)};
-        },
-        [&] { return changeItem(*this, url, ModeChange(toMode), recursive); });
+    return engine_->perform(OperationCode::changeModeOfItem, {url, toMode, recursive},
+                            [&] { return changeItem(*this, url, ModeChange(toMode), recursive); });
 }
 
 } // namespace qv

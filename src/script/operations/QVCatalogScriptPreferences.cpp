@@ -2,6 +2,7 @@
 #include "platform/foundation/values/Description.h"
 #include "platform/preferences/PreferencesService.h"
 #include "script/ScriptEngine.h"
+#include "script/operations/Fields.h"
 
 #include <fmt/core.h>
 
@@ -11,15 +12,9 @@ namespace qv {
 
 namespace {
 
-std::optional<std::string> name(StepKey key, std::string_view wanted,
-                                const std::optional<Value>& value) {
-    if (!value) {
-        return std::nullopt;
-    }
-    if (!value->is(Value::Kind::string)) {
-        refuseField(key, wanted, &*value);
-    }
-    return std::string(value->asString());
+std::optional<std::string> name(const Field& field, const std::optional<Value>& value) {
+    checkField(field, value);
+    return value ? std::optional(std::string(value->asString())) : std::nullopt;
 }
 
 } // namespace
@@ -31,14 +26,12 @@ Error QVCatalogScript::setPreferencesForApplicationID(const std::optional<Value>
                                                       const std::optional<Value>& hostName) {
     return engine_->perform(
         OperationCode::setPreferencesForApplicationID,
-        [&] { return StepValues{applicationID, key, value, userName, hostName}; },
-        [&] {
-            const PreferencesDomain domain{
-                .applicationID = name(StepKey::arg1, "a string, an application", applicationID),
-                .userName = name(StepKey::arg4, "a string, a user", userName),
-                .hostName = name(StepKey::arg5, "a string, a host", hostName)};
-            engine_->preferencesService().setValue(name(StepKey::arg2, "a string, a key", key),
-                                                   value, domain);
+        {applicationID, key, value, userName, hostName}, [&] {
+            const PreferencesDomain domain{.applicationID =
+                                               name(field::kApplication, applicationID),
+                                           .userName = name(field::kUser, userName),
+                                           .hostName = name(field::kHost, hostName)};
+            engine_->preferencesService().setValue(name(field::kPreferenceKey, key), value, domain);
             const Error cause = engine_->preferencesService().synchronize(domain);
             if (!cause) {
                 return Error();

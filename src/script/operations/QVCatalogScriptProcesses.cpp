@@ -7,33 +7,26 @@
 namespace qv {
 
 Error QVCatalogScript::waitForQuitOfApplicationWithPID(std::int32_t pid) {
-    return engine_->perform(
-        OperationCode::waitForQuitOfApplicationWithPID,
-        [&] { return StepValues{Value::integer(pid)}; },
-        [&] {
-            engine_->workspaceService().noteSession(); // who asked may be who quits
-            waitForExitOfProcess(pid);
-            return Error();
-        });
+    return engine_->perform(OperationCode::waitForQuitOfApplicationWithPID, {pid}, [&] {
+        engine_->workspaceService().noteSession(); // who asked may be who quits
+        waitForExitOfProcess(pid);
+        return Error();
+    });
 }
 
 Error QVCatalogScript::launchApplicationAtURL(const std::optional<URL>& url) {
-    return engine_->perform(
-        OperationCode::launchApplicationAtURL, [&] { return StepValues{stringFromURL(url)}; },
-        [&] {
-            return engine_->workspaceService().launchApplicationAtURL(url, kWorkspaceLaunchDefault,
-                                                                      Value::dictionary({}));
-        });
+    return engine_->perform(OperationCode::launchApplicationAtURL, {url}, [&] {
+        return engine_->workspaceService().launchApplicationAtURL(url, kWorkspaceLaunchDefault,
+                                                                  Value::dictionary({}));
+    });
 }
 
 Error QVCatalogScript::makeProcessAXTrusted(const std::optional<URL>& url) {
-    return engine_->perform(
-        OperationCode::makeProcessAXTrusted, [&] { return StepValues{stringFromURL(url)}; },
-        [&] {
-            const AXError error = engine_->accessibilityService().makeProcessTrusted(
-                fileSystemPath(url).value_or(""));
-            return error == kAXErrorSuccess ? Error() : Error(kAXErrorDomain, error);
-        });
+    return engine_->perform(OperationCode::makeProcessAXTrusted, {url}, [&] {
+        const AXError error =
+            engine_->accessibilityService().makeProcessTrusted(fileSystemPath(url).value_or(""));
+        return error == kAXErrorSuccess ? Error() : Error(kAXErrorDomain, error);
+    });
 }
 
 } // namespace qv

@@ -4,6 +4,7 @@
 #include "platform/foundation/values/Description.h"
 #include "platform/foundation/values/Exception.h"
 #include "script/ScriptEngine.h"
+#include "script/operations/Fields.h"
 
 #include <fmt/core.h>
 
@@ -16,9 +17,7 @@ namespace qv {
 namespace {
 
 std::string launchPath(const std::optional<Value>& tool) {
-    if (!tool || !tool->is(Value::Kind::string)) {
-        refuseField(StepKey::arg1, "a string, the path of a tool", tool ? &*tool : nullptr);
-    }
+    checkField(field::kTool, tool);
     return std::string(tool->asString());
 }
 
@@ -34,18 +33,17 @@ std::vector<std::string> argumentList(std::string_view path,
     constexpr std::size_t kMostBytes = std::size_t{6} << 20U; // the kernel takes no more
     std::vector<std::string> list;
     std::size_t bytes = 0;
+    checkField(field::kArguments, arguments);
     if (!arguments || arguments->isNull()) {
         return list;
-    }
-    if (!arguments->is(Value::Kind::array)) {
-        refuseField(StepKey::arg2, "an array of strings, a tool's arguments", &*arguments);
     }
     for (const Value& argument : arguments->asArray()) {
         if (!argument.is(Value::Kind::string)) {
             throw Exception(std::string(exception_name::kInvalidArgument),
-                            fmt::format("\"arg2\" of the step holds {}; it must be an array of "
-                                        "strings, a tool's arguments",
-                                        kindText(argument.kind())));
+                            fmt::format("\"{}\" of the step holds {}; it must be {}",
+                                        stepKeyName(field::kArguments.key),
+                                        kindText(argument.kind()),
+                                        infoOf(field::kArguments.kind).wanted));
         }
         bytes += argument.asString().size() + 1;
         if (bytes > kMostBytes) {
@@ -97,10 +95,8 @@ Error runTool(const std::optional<Value>& tool, const std::optional<Value>& argu
 Error QVCatalogScript::executeTool(const std::optional<Value>& tool,
                                    const std::optional<Value>& arguments,
                                    const std::optional<Value>& successReturnCodes) {
-    return engine_->perform(
-        OperationCode::executeTool,
-        [&] { return StepValues{tool, arguments.value_or(Value()), successReturnCodes}; },
-        [&] { return runTool(tool, arguments); });
+    return engine_->perform(OperationCode::executeTool, {tool, arguments, successReturnCodes},
+                            [&] { return runTool(tool, arguments); });
 }
 
 } // namespace qv

@@ -1,13 +1,10 @@
 #pragma once
 
-#include "platform/foundation/values/Error.h"
-#include "script/step/StepRecord.h"
+#include "script/step/StepFields.h"
 
 #include <cstdint>
-#include <optional>
 #include <span>
 #include <string_view>
-#include <vector>
 
 namespace qv {
 
@@ -49,20 +46,30 @@ enum OperationOptions : std::uint8_t {
     kRetryPriviledged = 4,           ///< try once more on the privileged side after a failure
 };
 
-/// The values of a step record in the order of its row's keys; an absent one leaves its key out.
-using StepValues = std::vector<std::optional<Value>>;
+/// What an operation does to the machine.
+enum class Effect : std::uint8_t {
+    reads,   ///< changes nothing
+    creates, ///< makes what was not there, and overwrites nothing
+    changes,
+    removes,
+    starts,  ///< a program that goes on
+    decides, ///< which of the following steps are carried out, and how
+    opaque,  ///< whatever the program does that it runs
+};
 
-/// One row: how an operation is recorded and how its record becomes a call again. To add an
-/// operation, add a method and put its call into its row.
+/// One row: all that is known of an operation. To add one, add a method and a row.
 struct Operation {
     OperationCode code;
     std::string_view selector;
-    std::span<const StepKey> keys; ///< what it records
+    std::span<const Field> fields; ///< what it records, in the order of their keys
     std::uint8_t options;          ///< OperationOptions
-    bool returnsError;             ///< an operation; otherwise a control step
-    /// Converts the fields of a record and calls the method. Null: this version does not have it.
+    Effect effect;
+    std::string_view text; ///< how a person reads it, "{name}" for a field: "copy {from} to {to}"
+    /// Takes the fields of a record and calls the method. Null: this version does not have it.
     Error (*replay)(QVCatalogScript& script, const StepFields& fields);
 };
+
+// The rows stand in operations/OperationTable.cpp, above the methods that they call.
 
 /// Null pointer for a number that is no code; negative numbers come as large ones.
 [[nodiscard]] const Operation* operationForCode(std::uint64_t code) noexcept;
@@ -70,9 +77,5 @@ struct Operation {
 [[nodiscard]] std::string_view operationName(const Operation& operation) noexcept;
 [[nodiscard]] const Operation& operationRow(OperationCode code) noexcept;
 [[nodiscard]] std::span<const Operation> allOperations() noexcept;
-
-/// The record of an operation: "operation" and the row's keys with these values. Throws an
-/// Exception when one is missing that is not a preference's.
-[[nodiscard]] Value stepRecord(const Operation& operation, const StepValues& values);
 
 } // namespace qv

@@ -4,91 +4,55 @@
 
 #include <fmt/core.h>
 
+#include <cassert>
+
 namespace qv {
 
-namespace {
-
-constexpr std::array<std::string_view, kStepKeyCount> kNames = {
-    "fromURL", "toURL", "URL", "arg1", "arg2", "arg3", "arg4", "arg5", "operation"};
-
-} // namespace
-
-std::string_view stepKeyName(StepKey key) noexcept { return kNames[static_cast<std::size_t>(key)]; }
-
-void refuseField(StepKey key, std::string_view wanted, const Value* found) {
-    throw Exception(std::string(exception_name::kInvalidArgument),
-                    fmt::format("\"{}\" of the step is {}; it must be {}", stepKeyName(key),
-                                found == nullptr ? "missing" : kindText(found->kind()), wanted));
-}
-
-Error urlError(StepKey key, const Value* text) {
-    if (text != nullptr && urlFromString(text)) {
-        return {};
+std::optional<Value> StepArgument::recorded() const {
+    if (const auto* url = std::get_if<const std::optional<URL>*>(&argument_)) {
+        return **url ? std::optional(Value::string((**url)->absoluteString())) : std::nullopt;
     }
-    const std::string found =
-        text == nullptr ? "missing" : fmt::format("“{}”, which is not a URL", text->asString());
-    const std::string why =
-        fmt::format("\"{}\" of the step is {}; it must be a file URL such as file:///opt/app",
-                    stepKeyName(key), found);
-    return {error_domain::kCocoa, cocoa_error::kFileNoSuchFile,
-            Value::dictionary({{error_key::kDebugDescription, Value::string(why)}})};
-}
-
-std::optional<URL> urlFromString(const Value* text) {
-    return text == nullptr ? std::nullopt : URL::URLWithString(text->asString());
-}
-
-std::optional<Value> stringFromURL(const std::optional<URL>& url) {
-    return url ? std::optional(Value::string(url->absoluteString())) : std::nullopt;
-}
-
-std::optional<Value> StepFields::object(StepKey key) const {
-    const Value* value = (*this)[key];
-    return value == nullptr ? std::nullopt : std::optional<Value>(*value);
-}
-
-const Value* StepFields::number(StepKey key) const {
-    const Value* value = (*this)[key];
-    if (value != nullptr && !value->isNumber() && !value->is(Value::Kind::string)) {
-        refuseField(key, "a number", value);
+    if (const auto* value = std::get_if<const std::optional<Value>*>(&argument_)) {
+        return **value;
     }
-    return value;
+    const bool* flag = std::get_if<bool>(&argument_);
+    return flag != nullptr ? Value::boolean(*flag)
+                           : Value::integer(std::get<std::int64_t>(argument_));
 }
 
-const StepReader::Layout& StepReader::layoutOf(const KeyList& keys) {
-    const auto identity = reinterpret_cast<std::uintptr_t>(keys.identity());
-    Layout& layout = layouts_[(identity >> 4U) % layouts_.size()];
-    if (!layout.filled || !layout.keys.sameAs(keys)) {
-        layout.keys = keys;
-        layout.filled = true;
-        for (std::size_t i = 0; i < kStepKeyCount; ++i) {
-            const std::optional<std::size_t> place = keys.indexOf(kNames[i]);
-            layout.index[i] = place ? static_cast<std::int32_t>(*place) : -1;
+Error missingURL(const Operation& operation, StepArguments arguments) {
+    for (std::size_t i = 0; i < arguments.size(); ++i) {
+        if (arguments[i].isMissingURL()) {
+            return urlError(operation.fields[i].key, nullptr);
         }
     }
-    return layout;
+    return {};
 }
 
-StepFields StepReader::read(const Value& step) {
-    if (!step.is(Value::Kind::dictionary)) {
-        throw Exception(std::string(exception_name::kInvalidArgument),
-                        fmt::format("a step must be a dictionary, not {}", kindText(step.kind())));
-    }
-    const DictionaryView pairs = step.asDictionary();
-    const Layout& layout = layoutOf(pairs.keys());
-    StepFields fields;
-    for (std::size_t i = 0; i < kStepKeyCount; ++i) {
-        if (layout.index[i] >= 0) {
-            fields.fields_[i] = &pairs.value(static_cast<std::size_t>(layout.index[i]));
+Value stepRecord(const Operation& operation, StepArguments arguments) {
+    assert(arguments.size() == operation.fields.size());
+    std::vector<std::pair<Value, Value>> pairs;
+    pairs.emplace_back(Value::string(stepKeyName(StepKey::operation)),
+                       Value::integer(static_cast<std::int64_t>(operation.code)));
+    for (std::size_t i = 0; i < arguments.size(); ++i) {
+        const Field& field = operation.fields[i];
+        if (const std::optional<Value> value = arguments[i].recorded()) {
+            pairs.emplace_back(Value::string(stepKeyName(field.key)), *value);
+            continue;
+        }
+        switch (field.inRecord) {
+        case InRecord::required:
+            throw Exception(std::string(exception_name::kInvalidArgument),
+                            fmt::format("{} cannot be recorded: \"{}\" of its step is missing",
+                                        operationName(operation), stepKeyName(field.key)));
+        case InRecord::nullObject:
+            pairs.emplace_back(Value::string(stepKeyName(field.key)), Value());
+            break;
+        case InRecord::leftOut:
+            break;
         }
     }
-    for (const StepKey key : {StepKey::fromURL, StepKey::toURL, StepKey::URL}) {
-        const Value* text = fields[key];
-        if (text != nullptr && !text->is(Value::Kind::string)) {
-            refuseField(key, "a string, a file URL", text);
-        }
-    }
-    return fields;
+    return Value::dictionary(std::move(pairs));
 }
 
 } // namespace qv
