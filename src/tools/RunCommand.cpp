@@ -1,9 +1,8 @@
 #include "client/QVCatalogHelperClient.h"
 #include "platform/foundation/os/FileBytes.h"
 #include "platform/foundation/plist/PropertyList.h"
-#include "platform/foundation/values/Conversions.h"
 #include "platform/foundation/values/Description.h"
-#include "script/step/OperationTable.h"
+#include "script/step/StepText.h"
 #include "tools/Commands.h"
 #include "tools/Input.h"
 #include "tools/Json.h"
@@ -22,24 +21,6 @@ using Style = Terminal::Style;
 // Whoever may use this program may have anything done as root, so in an installed system only root
 // may. A developer's build talks to the developer's own service.
 bool mayRun() { return QV_DEVELOPMENT_BUILD || ::geteuid() == 0; }
-
-// "executeTool /bin/true" and the like; only for showing, so it takes anything.
-std::string stepSummary(const Value& step) {
-    const Value* code = step.find("operation");
-    const Operation* operation = nullptr;
-    if (code == nullptr || code->isNumber() || code->is(Value::Kind::string)) {
-        operation = operationForCode(static_cast<std::uint64_t>(integerValue(code)));
-    }
-    std::string summary =
-        operation == nullptr ? "unknown operation" : std::string(operationName(*operation));
-    for (const std::string_view key : {"fromURL", "toURL", "URL", "arg1"}) {
-        const Value* field = step.find(key);
-        if (field != nullptr && field->is(Value::Kind::string)) {
-            summary += fmt::format(" {}", field->asString());
-        }
-    }
-    return summary;
-}
 
 Value outcomeAsValue(const ScriptOutcome& outcome) {
     std::vector<std::pair<Value, Value>> pairs = {
@@ -90,7 +71,7 @@ void showOutcome(const ScriptOutcome& outcome, const Value& steps) {
         Style::bad));
     if (index < count) {
         out.line(fmt::format("  step:  {}",
-                             out.styled(stepSummary(steps.asArray()[index]), Style::strong)));
+                             out.styled(stepText(steps.asArray()[index]), Style::strong)));
     }
     if (outcome.error) {
         out.line(fmt::format("  error: {}", out.styled(errorText(outcome.error), Style::plain)));

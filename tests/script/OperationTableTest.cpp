@@ -2,6 +2,7 @@
 
 #include "platform/foundation/plist/PropertyList.h"
 #include "script/Steps.h"
+#include "script/step/StepText.h"
 
 #include <fmt/format.h>
 #include <gtest/gtest.h>
@@ -124,6 +125,29 @@ TEST(OperationTable, IsTheTableOfTheReadme) {
         const std::string row = fmt::format("\n| {} | {} | {} |", static_cast<int>(operation.code),
                                             operation.text, fmt::join(fields, ", "));
         EXPECT_NE(readme.find(row), std::string::npos) << "the README lacks:" << row;
+    }
+}
+
+TEST(OperationTable, ReadsStepsToAPerson) {
+    const std::pair<Value, std::string_view> rows[] = {
+        {test::toolStep("/bin/ls", {"-l"}), "run /bin/ls"},
+        {Value::dictionary({{"operation", text("4")}, {"fromURL", text("file:///a")}}),
+         "move file:///a to (no to)"},
+        {Value::dictionary(
+             {{"operation", number(13)}, {"URL", Value::array({})}, {"arg1", number(0755)}}),
+         "change the mode of (an array) to 0755"},
+        {Value::dictionary({{"operation", number(21)}, {"arg1", Value::boolean(true)}}),
+         "set admin rights to yes"},
+        {Value::dictionary({{"operation", number(0)}, {"arg1", number(-7)}}),
+         "wait until -7 has quit"},
+        {Value::dictionary({{"operation", number(19)}}), "end if"},
+        {Value::dictionary({}), "wait until (no process) has quit"},
+        {Value::dictionary({{"operation", number(99)}}), "unknown operation"},
+        {Value::dictionary({{"operation", Value::array({})}}), "unknown operation"},
+        {number(3), "unknown operation"},
+    };
+    for (const auto& [step, expected] : rows) {
+        EXPECT_EQ(stepText(step), expected);
     }
 }
 

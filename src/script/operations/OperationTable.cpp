@@ -3,6 +3,7 @@
 #include "script/QVCatalogScript.h"
 #include "script/operations/Fields.h"
 
+#include <algorithm>
 #include <array>
 #include <functional>
 #include <tuple>
@@ -94,7 +95,7 @@ constexpr std::array<Operation, kOperationCount> kTable = {{
                                         Effect::changes, "touch {item}"),
     row<&Script::executeTool, kTool, kArguments, kExitCodes>(
         executeTool, "executeTool:arguments:successReturnCodes:", kPriviledgedWithAdminRights,
-        Effect::opaque, "run {tool} and wait for it"),
+        Effect::opaque, "run {tool}"),
     row<&Script::setPreferencesForApplicationID, kApplication, kPreferenceKey, kPreference, kUser,
         kHost>(setPreferencesForApplicationID,
                "setPreferencesForApplicationID:key:value:userName:hostName:", kAdminAndRetry,
@@ -145,6 +146,28 @@ constexpr bool codesAreIndexes() {
     return true;
 }
 static_assert(codesAreIndexes(), "a row stands at the place that its code numbers");
+
+constexpr bool textsNameFields() {
+    for (const Operation& operation : kTable) {
+        std::string_view rest = operation.text;
+        for (std::size_t open = rest.find('{'); open != rest.npos; open = rest.find('{')) {
+            const std::string_view name = rest.substr(open + 1, rest.find('}') - open - 1);
+            if (std::ranges::find(operation.fields, name, &Field::name) == operation.fields.end()) {
+                return false;
+            }
+            rest.remove_prefix(rest.find('}') + 1);
+        }
+    }
+    return true;
+}
+static_assert(textsNameFields(), "a name in braces is that of a field");
+
+constexpr bool fieldsAreInOrder() {
+    return std::ranges::all_of(kTable, [](const Operation& operation) {
+        return std::ranges::is_sorted(operation.fields, {}, &Field::key);
+    });
+}
+static_assert(fieldsAreInOrder(), "a record holds the fields in the order of their keys");
 
 } // namespace
 
