@@ -74,20 +74,15 @@ protected:
     QVCatalogScript script;
 };
 
-TEST_F(Files, AreRemovedMovedAndCopiedWithThePlatformsErrors) {
+TEST_F(Files, AnswerThePlatformsErrors) {
     folder.write("a", "A");
     EXPECT_FALSE(script.copyItemFromURL(url("a"), url("b"), false, false));
     EXPECT_EQ(script.copyItemFromURL(url("a"), url("b"), false, false).code(), 516);
-    EXPECT_EQ(script.copyItemFromURL(url("none"), url("c"), false, false).code(), 260);
     EXPECT_FALSE(script.moveItemFromURL(url("b"), url("c"), false, true));
-    EXPECT_EQ(read("c"), "A");
-    EXPECT_EQ(read("b"), "nothing");
     EXPECT_EQ(script.moveItemFromURL(url("a"), url("c"), false, false).code(), 516);
+    EXPECT_EQ(read("c"), "A");
     EXPECT_FALSE(script.removeItemAtURL(url("c")));
     EXPECT_EQ(script.removeItemAtURL(url("c")).code(), 4);
-    EXPECT_EQ(script.removeItemAtURL(std::nullopt).code(), 4);
-    EXPECT_EQ(script.removeItemAtURL(URL::URLWithString("http://x/a")).code(), 262);
-    EXPECT_EQ(read("a"), "A");
 }
 
 TEST_F(Files, AnAtomicCopyGoesByANameOfItsOwn) {
@@ -147,29 +142,23 @@ TEST_F(Files, NothingIsReOwnedWhereALinkOfAUserLeads) {
 }
 
 TEST_F(Files, ArchiveNamesTellVersionsThenDaysThenNumbers) {
-    const auto name = [&](std::string_view item) {
-        return ScriptEngine::_smartArchiveNameItem(*url(item), *urlOf(folder.path()))
-            .lastPathComponent();
-    };
-    EXPECT_EQ(name("free.txt"), "free.txt");
     app("Foo.app", "2.1", "");
-    EXPECT_EQ(name("Foo.app"), "Foo (2.1).app");
-    folder.write("Foo (2.1).app", "");
-    EXPECT_EQ(name("Foo.app"), "Foo (2.1 - 1).app");
-    folder.write("Foo (2.1 - 1).app", "");
-    EXPECT_EQ(name("Foo.app"), "Foo (2.1 - 2).app");
     const auto dated = folder.write("notes", "");
     const std::array<timeval, 2> day = {timeval{1335873600, 0}, timeval{1335873600, 0}};
     ASSERT_EQ(::utimes(dated.c_str(), day.data()), 0); // 2012-05-01 12:00 UTC
-    EXPECT_EQ(name("notes"), "notes (2012-05-01)");
-    folder.write("notes (2012-05-01)", "");
-    EXPECT_EQ(name("notes"), "notes (2012-05-01 - 1)");
-    folder.write("other/gone", "");
     folder.write("gone", "");
-    EXPECT_EQ(ScriptEngine::_smartArchiveNameItem(*url("missing/gone"), *urlOf(folder.path()))
-                  .lastPathComponent(),
-              "gone (0)")
-        << "neither a version nor a date";
+    const std::pair<std::string_view, std::string_view> rows[] = {
+        {"free.txt", "free.txt"},         {"Foo.app", "Foo (2.1).app"},
+        {"Foo.app", "Foo (2.1 - 1).app"}, {"Foo.app", "Foo (2.1 - 2).app"},
+        {"notes", "notes (2012-05-01)"},  {"notes", "notes (2012-05-01 - 1)"},
+        {"missing/gone", "gone (0)"},
+    };
+    for (const auto& [item, name] : rows) {
+        EXPECT_EQ(ScriptEngine::_smartArchiveNameItem(*url(item), *urlOf(folder.path()))
+                      .lastPathComponent(),
+                  name);
+        folder.write(name, "");
+    }
 }
 
 // A list that others hide must not show in a name.
@@ -195,7 +184,7 @@ TEST_F(Files, AVersionLeadsNoArchiveElsewhere) {
     fs::create_directories(folder / "user/Foo (");
     fs::create_directory(folder / "elsewhere");
     const Error refused = script.replaceItemAtURL(url("user/Foo.app"), url("new.app"), false);
-    EXPECT_EQ(refused.code(), 4);
+    ASSERT_EQ(refused.code(), 4);
     EXPECT_EQ(refused.userInfo().find("NSUnderlyingError")->asError(), Error::posix(ENOENT));
     trash->home = folder / "user";
     EXPECT_EQ(script.trashItemAtURL(url("user/Foo.app")).code(), 4);
@@ -239,41 +228,37 @@ TEST_F(Files, TrashingFallsBackToMoving) {
     EXPECT_EQ(read("other"), "left") << "no fallback without an error";
 }
 
-TEST_F(Files, TheTrashFolderOfAnItemIsItsVolumesOrTheUsers) {
+TEST_F(Files, TheTrashFolderIsTheVolumesOrTheUsers) {
     folder.write("item", "");
     bool own = true;
     EXPECT_FALSE(ScriptEngine::trashPathForURL(url("item"), &own, *trash));
     EXPECT_FALSE(own);
     trash->home = "/home/trash";
-    EXPECT_EQ(ScriptEngine::trashPathForURL(url("item"), &own, *trash)->path(), "/home/trash");
-    EXPECT_FALSE(own);
+    EXPECT_EQ(ScriptEngine::trashPathForURL(url("item"), nullptr, *trash)->path(), "/home/trash");
     trash->own = "/own/trash";
     EXPECT_EQ(ScriptEngine::trashPathForURL(url("item"), &own, *trash)->path(), "/own/trash");
     EXPECT_TRUE(own);
-    EXPECT_EQ(ScriptEngine::trashPathForURL(url("item"), nullptr, *trash)->path(), "/own/trash");
-    EXPECT_FALSE(ScriptEngine::trashPathForURL(url("missing"), &own, *trash))
-        << "its volume cannot be read";
+    EXPECT_FALSE(ScriptEngine::trashPathForURL(url("missing"), &own, *trash));
     EXPECT_FALSE(own);
 }
 
 TEST_F(Files, TouchingMakesAndDates) {
-    const auto times = [&](std::string_view name) {
+    const auto touched = [&](std::string_view name) {
+        EXPECT_FALSE(script.touchItemAtURL(url(name))) << name;
         struct stat info{};
         EXPECT_EQ(::stat((folder / name).c_str(), &info), 0);
         EXPECT_EQ(info.st_atim.tv_sec, info.st_mtim.tv_sec);
         EXPECT_EQ(info.st_atim.tv_nsec, info.st_mtim.tv_nsec);
         return info.st_mtim.tv_sec;
     };
-    EXPECT_FALSE(script.touchItemAtURL(url("fresh")));
-    EXPECT_GT(times("fresh"), 1'600'000'000);
-    EXPECT_EQ(fs::file_size(folder / "fresh"), 0U);
+    EXPECT_GT(touched("fresh"), 1'600'000'000);
+    EXPECT_EQ(read("fresh"), "");
     folder.write("old", "content");
     const std::array<timeval, 2> past = {timeval{1, 0}, timeval{2, 0}};
     ASSERT_EQ(::utimes((folder / "old").c_str(), past.data()), 0);
-    EXPECT_FALSE(script.touchItemAtURL(url("old")));
-    EXPECT_GT(times("old"), 1'600'000'000);
+    EXPECT_GT(touched("old"), 1'600'000'000);
     EXPECT_EQ(read("old"), "content");
-    EXPECT_FALSE(script.touchItemAtURL(urlOf(folder.path())));
+    EXPECT_GT(touched("."), 1'600'000'000);
     EXPECT_EQ(script.touchItemAtURL(url("no/such/folder")), Error::posix(ENOENT));
 }
 

@@ -3,24 +3,18 @@
 #include "platform/foundation/plist/PropertyList.h"
 #include "script/Steps.h"
 #include "script/step/StepText.h"
+#include "support/TemporaryDirectory.h"
 
 #include <fmt/format.h>
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
-#include <fstream>
 #include <functional>
-#include <sstream>
 
 namespace qv {
 namespace {
 
 using test::number;
 using test::text;
-
-std::string contentOf(const char* path) {
-    std::ifstream file(path);
-    return (std::ostringstream() << file.rdbuf()).str();
-}
 
 // As a list in XML holds it, on one line.
 std::string lineOf(const Value& record) {
@@ -35,39 +29,32 @@ std::string lineOf(const Value& record) {
 void callAll(QVCatalogScript& script) {
     const auto a = URL::URLWithString("file:///a");
     const auto b = URL::URLWithString("file:///b%20c");
-    const std::function<void()> calls[] = {
-        [&] { static_cast<void>(script.waitForQuitOfApplicationWithPID(-7)); },
-        [&] { static_cast<void>(script.launchApplicationAtURL(a)); },
-        [&] { static_cast<void>(script.removeItemAtURL(a)); },
-        [&] { static_cast<void>(script.trashItemAtURL(b)); },
-        [&] { static_cast<void>(script.moveItemFromURL(a, b, true, false)); },
-        [&] { static_cast<void>(script.copyItemFromURL(a, b, false, true)); },
-        [&] { static_cast<void>(script.replaceItemAtURL(a, b, true)); },
-        [&] { static_cast<void>(script.touchItemAtURL(a)); },
-        [&] {
-            static_cast<void>(script.executeTool(text("/bin/true"), test::strings({"x", "y"}),
-                                                 Value::array({number(0)})));
-        },
-        [&] {
-            static_cast<void>(script.setPreferencesForApplicationID(
-                text("app"), text("key"), Value::real(0.5), text("user"), text("host")));
-        },
-        [&] { static_cast<void>(script.saveOwnerAndGroupOfURL(a, text("id"))); },
-        [&] { static_cast<void>(script.applyOwnerAndGroupOfURL(a, true, text("id"))); },
-        [&] { static_cast<void>(script.changeOwnershipOfItem(a, 0xFFFFFFFF, 4, true)); },
-        [&] { static_cast<void>(script.changeModeOfItem(a, 04755, true)); },
-        [&] { static_cast<void>(script.makeProcessAXTrusted(a)); },
-        [&] { script.updateProgressField(7, text("half")); },
-        [&] { script.beginIfBlock(text("1 == 1")); },
-        [&] { script.beginElseBlock(); },
-        [&] { script.endIfBlock(); },
-        [&] { script.setErrorHandlingBehaviour(-1); },
-        [&] { script.setExecuteWithAdminRights(true); },
-        [&] { script.setKeyValueStorage(std::nullopt); }, // which records what there is
+    const Error answers[] = {
+        script.waitForQuitOfApplicationWithPID(-7),
+        script.launchApplicationAtURL(a),
+        script.removeItemAtURL(a),
+        script.trashItemAtURL(b),
+        script.moveItemFromURL(a, b, true, false),
+        script.copyItemFromURL(a, b, false, true),
+        script.replaceItemAtURL(a, b, true),
+        script.touchItemAtURL(a),
+        script.executeTool(text("/bin/true"), test::strings({"x", "y"}), Value::array({number(0)})),
+        script.setPreferencesForApplicationID(text("app"), text("key"), Value::real(0.5),
+                                              text("user"), text("host")),
+        script.saveOwnerAndGroupOfURL(a, text("id")),
+        script.applyOwnerAndGroupOfURL(a, true, text("id")),
+        script.changeOwnershipOfItem(a, 0xFFFFFFFF, 4, true),
+        script.changeModeOfItem(a, 04755, true),
+        script.makeProcessAXTrusted(a),
     };
-    for (const auto& call : calls) {
-        call();
-    }
+    EXPECT_THAT(answers, testing::Each(Error()));
+    script.updateProgressField(7, text("half"));
+    script.beginIfBlock(text("1 == 1"));
+    script.beginElseBlock();
+    script.endIfBlock();
+    script.setErrorHandlingBehaviour(-1);
+    script.setExecuteWithAdminRights(true);
+    script.setKeyValueStorage(std::nullopt); // records the storage that there is
 }
 
 /// The records of what is done to a script that has a storage, without those of its settings.
@@ -102,18 +89,18 @@ std::string golden(const std::vector<Value>& records) {
 // The rows and the records are an interface with every script ever recorded.
 TEST(OperationTable, RecordsAndReplaysTheGoldenFile) {
     const std::vector<Value> records = recorded(callAll);
-    EXPECT_EQ(golden(records), contentOf(QV_GOLDEN));
+    EXPECT_EQ(golden(records), test::contentOf(QV_GOLDEN));
     const std::vector<Value> again = recorded([&](QVCatalogScript& script) {
         EXPECT_TRUE(script.executeRecording(Value::array(records), nullptr, nullptr));
     });
-    EXPECT_EQ(golden(again), contentOf(QV_GOLDEN)) << "decoded and recorded again";
+    EXPECT_EQ(golden(again), test::contentOf(QV_GOLDEN)) << "decoded and recorded again";
     EXPECT_EQ(operationForCode(kOperationCount), nullptr);
     EXPECT_EQ(operationForCode(static_cast<std::uint64_t>(-1)), nullptr);
 }
 
 // "| 2 | remove {item} | `URL` item (file URL) |", and then what the README alone knows.
 TEST(OperationTable, IsTheTableOfTheReadme) {
-    const std::string readme = contentOf(QV_README);
+    const std::string readme = test::contentOf(QV_README);
     for (const Operation& operation : allOperations()) {
         std::vector<std::string> fields;
         for (const Field& field : operation.fields) {

@@ -30,47 +30,32 @@ protected:
     Error answer;
 };
 
-TEST(Recording, BeginsWithTheSettingsAndKeepsTheOrder) {
-    QVCatalogScript script;
-    ASSERT_TRUE(script.beginRecording());
-    EXPECT_FALSE(script.beginRecording());
-    EXPECT_FALSE(script.changeModeOfItem(URL::URLWithString("file:///tmp/a"), 0755, true));
-    EXPECT_FALSE(script.executeTool(text("/bin/true"), std::nullopt, Value::array({number(0)})));
-    const std::optional<Value> steps = script.endRecording();
-    ASSERT_TRUE(steps);
-    EXPECT_EQ(*steps,
-              Value::array({
-                  Value::dictionary({{"operation", number(21)}, {"arg1", Value::boolean(false)}}),
-                  Value::dictionary({{"operation", number(20)}, {"arg1", number(0)}}),
-                  Value::dictionary({{"operation", number(22)}, {"arg1", Value::dictionary({})}}),
-                  Value::dictionary({{"operation", number(13)},
-                                     {"URL", text("file:///tmp/a")},
-                                     {"arg1", number(0755)},
-                                     {"arg2", Value::boolean(true)}}),
-                  Value::dictionary({{"operation", number(8)},
-                                     {"arg1", text("/bin/true")},
-                                     {"arg2", Value()},
-                                     {"arg3", Value::array({number(0)})}}),
-              }));
-    EXPECT_FALSE(script.endRecording()) << "recording has ended";
-}
-
-// The settings steps carry what is in force, not the defaults; the storage step drops its argument.
-TEST(Recording, CarriesTheSettingsInForce) {
+// The steps of the settings hold what is in force; that of the storage drops its argument.
+TEST(Recording, BeginsWithTheSettingsInForce) {
     QVCatalogScript script;
     const Value storage = Value::dictionary({{"a", number(1)}});
     script.setKeyValueStorage(storage);
     script.setErrorHandlingBehaviour(-1);
     script.setExecuteWithAdminRights(true);
     ASSERT_TRUE(script.beginRecording());
+    EXPECT_FALSE(script.beginRecording());
     script.setKeyValueStorage(Value::dictionary({{"other", number(2)}}));
-    const Value steps = *script.endRecording();
-    const std::span<const Value> list = steps.asArray();
-    ASSERT_EQ(list.size(), 4U);
-    EXPECT_EQ(*list[0].find("arg1"), Value::boolean(true));
-    EXPECT_EQ(*list[1].find("arg1"), Value::integer(4294967295)) << "recorded unsigned";
-    EXPECT_EQ(*list[2].find("arg1"), storage);
-    EXPECT_EQ(*list[3].find("arg1"), storage);
+    EXPECT_FALSE(script.executeTool(text("/bin/true"), std::nullopt, Value::array({})));
+    EXPECT_FALSE(script.setPreferencesForApplicationID(text("a"), {}, {}, {}, text("h")));
+    const auto step = [](int operation, const Value& argument) {
+        return Value::dictionary({{"operation", number(operation)}, {"arg1", argument}});
+    };
+    EXPECT_EQ(
+        script.endRecording(),
+        Value::array({step(21, Value::boolean(true)), step(20, number(4294967295)),
+                      step(22, storage), step(22, storage),
+                      Value::dictionary({{"operation", number(8)},
+                                         {"arg1", text("/bin/true")},
+                                         {"arg2", Value()},
+                                         {"arg3", Value::array({})}}),
+                      Value::dictionary(
+                          {{"operation", number(9)}, {"arg1", text("a")}, {"arg5", text("h")}})}));
+    EXPECT_FALSE(script.endRecording()) << "recording has ended";
 }
 
 TEST(Recording, RefusesWhatARecordCannotHold) {
@@ -82,20 +67,6 @@ TEST(Recording, RefusesWhatARecordCannotHold) {
     script.setKeyValueStorage(std::nullopt);
     EXPECT_THROW(script.beginRecording(), Exception);
     EXPECT_FALSE(script.endRecording()) << "nothing was begun";
-}
-
-TEST(Recording, RecordsControlSteps) {
-    QVCatalogScript script;
-    ASSERT_TRUE(script.beginRecording());
-    script.updateProgressField(7, text("half"));
-    script.beginElseBlock();
-    script.endIfBlock();
-    const Value steps = *script.endRecording();
-    EXPECT_EQ(steps.asArray()[3],
-              Value::dictionary(
-                  {{"operation", number(16)}, {"arg1", number(7)}, {"arg2", text("half")}}));
-    EXPECT_EQ(steps.asArray()[4], Value::dictionary({{"operation", number(18)}}));
-    EXPECT_EQ(steps.asArray()[5], Value::dictionary({{"operation", number(19)}}));
 }
 
 TEST_F(HandOff, RetriesAFailureOnceAndKeepsTheFirstError) {
@@ -174,44 +145,35 @@ TEST_F(HandOff, HandsOverWhatNeedsAdminRightsWithoutTryingIt) {
     EXPECT_EQ(handedOver.size(), 1U);
 }
 
-TEST_F(HandOff, AlwaysOptionAndOwnPriviledgedBlock) {
-    int executed = 0;
-    const auto execute = [&] {
-        ++executed;
+TEST_F(HandOff, HandsOverTheOperationsOfABlock) {
+    const auto never = [] {
+        ADD_FAILURE() << "carried out here";
         return Error();
     };
-    const auto record = [] {
-        return std::optional(Value::dictionary({{"operation", number(99)}}));
-    };
-    EXPECT_FALSE(ScriptEngine::of(script)._recordOrExecuteWithRecordingBlock(
-        record, execute, nullptr, kAlwaysPriviledged));
-    EXPECT_EQ(executed, 0);
-    ASSERT_EQ(handedOver.size(), 1U);
-    EXPECT_EQ(*handedOver[0].asArray()[3].find("operation"), number(99));
     const auto operations = [&] {
-        static_cast<void>(script.changeModeOfItem(kMissing, 1, false));
-        static_cast<void>(script.changeModeOfItem(kMissing, 2, false));
+        EXPECT_FALSE(script.changeModeOfItem(kMissing, 1, false));
+        EXPECT_FALSE(script.changeModeOfItem(kMissing, 2, false));
     };
     EXPECT_FALSE(ScriptEngine::of(script)._recordOrExecuteWithRecordingBlock(
-        record, execute, operations, kAlwaysPriviledged));
+        nullptr, never, operations, kAlwaysPriviledged));
+    EXPECT_FALSE(script.makeProcessAXTrusted(kMissing)) << "without admin rights";
     ASSERT_EQ(handedOver.size(), 2U);
-    EXPECT_EQ(handedOver[1].asArray().size(), 5U) << "the block's own operations are handed over";
+    EXPECT_EQ(handedOver[0].asArray().size(), 5U);
+    EXPECT_EQ(*handedOver[1].asArray()[3].find("operation"), number(14));
 }
 
 TEST(HandOffErrors, HaveTheirTexts) {
     QVCatalogScript script;
-    const auto nothing = [] {};
-    Error error = ScriptEngine::of(script)._recordAndPerformOperationInPriviledgedBlock(nothing);
-    EXPECT_EQ(error, Error::withDescription(kCatalogScriptErrorDomain, 0,
-                                            "No block specified for priviledged execution"));
-    const auto endsRecording = [&] { static_cast<void>(script.endRecording()); };
-    error = ScriptEngine::of(script)._recordAndPerformOperationInPriviledgedBlock(endsRecording);
-    EXPECT_EQ(error, Error::withDescription(kCatalogScriptErrorDomain, 0,
-                                            "No priviledged operations recorded"));
+    const auto errorOf = [&](ScriptEngine::OperationsBlock block) {
+        return ScriptEngine::of(script)
+            ._recordAndPerformOperationInPriviledgedBlock(block)
+            .localizedDescription();
+    };
+    EXPECT_EQ(errorOf([] {}), "No block specified for priviledged execution");
+    EXPECT_EQ(errorOf([&] { static_cast<void>(script.endRecording()); }),
+              "No priviledged operations recorded");
     ASSERT_TRUE(script.beginRecording());
-    error = ScriptEngine::of(script)._recordAndPerformOperationInPriviledgedBlock(nothing);
-    EXPECT_EQ(error, Error::withDescription(kCatalogScriptErrorDomain, 0,
-                                            "Recording of priviledged operation failed"));
+    EXPECT_EQ(errorOf([] {}), "Recording of priviledged operation failed");
 }
 
 } // namespace

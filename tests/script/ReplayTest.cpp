@@ -31,7 +31,7 @@ protected:
     const Value fail = toolStep("/bin/false", {});
 };
 
-TEST_F(Replay, StopsAtTheFirstErrorAndNamesTheVeryStep) {
+TEST_F(Replay, StopsAtTheFirstError) {
     const Value steps = Value::array({mark("a"), fail, mark("c"), fail});
     const test::Replayed result = replay(steps);
     EXPECT_FALSE(result.success);
@@ -54,27 +54,23 @@ TEST_F(Replay, GoesOnWhenTheErrorBehaviourSaysSo) {
 }
 
 TEST_F(Replay, SkipsUnknownCodesAndTakesTextForNumbers) {
-    const Value steps = Value::array({control(23), control(99), control(-1),
-                                      Value::dictionary({{"operation", text("99")}}), mark("a")});
-    EXPECT_TRUE(replay(steps).success);
+    EXPECT_TRUE(replay(Value::array({control(23), control(99), control(-1),
+                                     Value::dictionary({{"operation", text("99")}}), mark("a")}))
+                    .success);
     EXPECT_TRUE(ran("a"));
-    EXPECT_TRUE(replay(Value::array({})).success);
 }
 
-TEST_F(Replay, ControlStepsSwitchExecution) {
-    // An else with no open block turns everything off until an end if.
+// An else with no open block turns everything off until an end if.
+TEST_F(Replay, SettingsInASkippedBranchDoNothing) {
     QVCatalogScript script;
-    EXPECT_TRUE(
-        replay(script, Value::array({control(18), mark("skipped"), fail, control(20, number(5)),
-                                     control(21, number(1)), control(19), mark("run")}))
-            .success);
+    EXPECT_TRUE(replay(script, Value::array({control(18), mark("skipped"), control(20, number(5)),
+                                             control(21, number(1)), control(16), control(19),
+                                             mark("run")}))
+                    .success);
     EXPECT_FALSE(ran("skipped"));
     EXPECT_TRUE(ran("run"));
-    EXPECT_EQ(script.errorHandlingBehaviour(), 0) << "setters inside a skipped branch do nothing";
+    EXPECT_EQ(script.errorHandlingBehaviour(), 0);
     EXPECT_FALSE(script.executeWithAdminRights());
-    EXPECT_TRUE(
-        replay(Value::array({control(18), control(18), mark("again"), control(19)})).success);
-    EXPECT_TRUE(ran("again"));
 }
 
 TEST_F(Replay, ConvertsArgumentsAsTheTableSays) {
@@ -93,40 +89,30 @@ TEST_F(Replay, ConvertsArgumentsAsTheTableSays) {
     EXPECT_EQ(info.st_mode & 07777U, 0755U) << "the low 16 bits of 0x101ED";
 }
 
+// The service's answers to such steps hold their reasons.
 TEST_F(Replay, CallersFaultsRaiseAndTellTheStep) {
-    const Value notSteps = Value::array({mark("a"), text("no step"), mark("c")});
-    QVCatalogScript script;
-    EXPECT_THROW(replay(script, notSteps), Exception);
-    EXPECT_EQ(script.currentStep(), &notSteps.asArray()[1]);
-    EXPECT_TRUE(ran("a"));
-    EXPECT_FALSE(ran("c"));
-
-    for (const Value& root : {text("x"), Value::dictionary({}), number(3), Value(),
-                              Value::data("x"), Value::set({}), Value::boolean(true)}) {
-        EXPECT_THROW(replay(root), Exception) << static_cast<int>(root.kind());
-    }
+    const auto step = [](int operation, std::string_view key, const Value& value) {
+        return Value::dictionary({{"operation", number(operation)}, {key, value}});
+    };
     const std::vector<Value> bad = {
-        Value::dictionary({{"operation", Value::array({})}}),
-        Value::dictionary({{"operation", Value()}}),
-        Value::dictionary({{"operation", number(13)}, {"URL", number(5)}}),
-        Value::dictionary({{"operation", number(99)}, {"toURL", number(5)}}),
-        Value::dictionary({{"operation", number(12)}, {"arg1", Value::date({1})}}),
-        Value::dictionary({{"operation", number(8)}}),
-        Value::dictionary({{"operation", number(8)}, {"arg1", number(1)}}),
+        text("no step"),
+        step(99, "toURL", number(5)),
+        step(12, "arg3", Value::date({1})),
+        step(8, "arg1", number(1)),
         Value::dictionary(
             {{"operation", number(8)}, {"arg1", text("/bin/true")}, {"arg2", text("x")}}),
-        Value::dictionary({{"operation", number(8)},
-                           {"arg1", text("/bin/true")},
-                           {"arg2", Value::array({number(1)})}}),
-        Value::dictionary({{"operation", number(8)}, {"arg1", text("/nonexistent/tool")}}),
-        Value::dictionary({{"operation", number(10)}, {"fromURL", text("file:///")}}),
+        step(10, "fromURL", text("file:///")),
     };
-    for (const Value& step : bad) {
-        EXPECT_THROW(replay(Value::array({step})), Exception) << description(step);
+    for (const Value& each : bad) {
+        const Value steps = Value::array({mark("a"), each, mark("c")});
+        QVCatalogScript script;
+        EXPECT_THROW(replay(script, steps), Exception) << description(each);
+        EXPECT_EQ(script.currentStep(), &steps.asArray()[1]);
     }
+    EXPECT_TRUE(ran("a"));
+    EXPECT_FALSE(ran("c"));
 }
 
-// Shared steps of a binary list are one object: the failed step is found by identity.
 TEST_F(Replay, StorageIsCopiedOnTheFirstWriteOnly) {
     const Value given =
         Value::dictionary({{"old", Value::dictionary({{"uid", number(1)}, {"gid", number(2)}})}});
@@ -145,20 +131,16 @@ TEST_F(Replay, StorageIsCopiedOnTheFirstWriteOnly) {
     EXPECT_THROW(replay(Value::array({control(22, text("x")), steps.asArray()[1]})), Exception);
 }
 
-TEST_F(Replay, ProgressGoesToTheBlockOfADirectScript) {
+TEST_F(Replay, ReportsProgressToTheBlock) {
     QVCatalogScript script;
-    std::vector<std::pair<std::uint32_t, Value>> seen;
+    std::vector<std::pair<std::uint32_t, std::optional<Value>>> seen;
     script.setUpdateProgressBlock(
         [&](QVCatalogScript&, std::uint32_t field, const std::optional<Value>& value) {
-            seen.emplace_back(field, value.value_or(text("none")));
+            seen.emplace_back(field, value);
         });
-    ASSERT_TRUE(replay(script, Value::array({Value::dictionary({{"operation", number(16)},
-                                                                {"arg1", number(3)},
-                                                                {"arg2", text("x")}}),
-                                             control(18), control(16), control(19)}))
-                    .success);
-    ASSERT_EQ(seen.size(), 1U);
-    EXPECT_EQ(seen[0], std::pair(3U, text("x")));
+    const Value step = Value::dictionary({{"operation", number(16)}, {"arg2", text("x")}});
+    ASSERT_TRUE(replay(script, Value::array({control(16, number(3)), step})).success);
+    EXPECT_EQ(seen, (decltype(seen){{3, std::nullopt}, {0, text("x")}}));
 }
 
 } // namespace
