@@ -141,7 +141,7 @@ TEST_F(Files, NothingIsReOwnedWhereALinkOfAUserLeads) {
     EXPECT_EQ(info.st_uid, 0U);
 }
 
-TEST_F(Files, ArchiveNamesTellVersionsThenDaysThenNumbers) {
+TEST_F(Files, GiveArchivesFreeNames) {
     app("Foo.app", "2.1", "");
     const auto dated = folder.write("notes", "");
     const std::array<timeval, 2> day = {timeval{1335873600, 0}, timeval{1335873600, 0}};
@@ -228,7 +228,7 @@ TEST_F(Files, TrashingFallsBackToMoving) {
     EXPECT_EQ(read("other"), "left") << "no fallback without an error";
 }
 
-TEST_F(Files, TheTrashFolderIsTheVolumesOrTheUsers) {
+TEST_F(Files, FindTheTrashOfVolumeOrUser) {
     folder.write("item", "");
     bool own = true;
     EXPECT_FALSE(ScriptEngine::trashPathForURL(url("item"), &own, *trash));
