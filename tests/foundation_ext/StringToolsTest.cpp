@@ -1,91 +1,146 @@
-// Filtering, rewriting and making strings, and their digests.
+// Comparing, searching, rewriting and making strings, and their digests.
 
 #include "foundation_ext/QVStringTools.h"
 #include "platform/foundation/text/CharacterSet.h"
+#include "platform/foundation/values/Exception.h"
+#include "support/CaseFile.h"
 
+#include <fmt/core.h>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
-#include <initializer_list>
+#include <chrono>
+#include <map>
 #include <set>
-#include <utility>
 
 namespace qv::test {
 namespace {
 
 using namespace std::literals;
+using Options = StringCompareOptions;
 
-using TextRows = std::initializer_list<std::pair<std::string_view, std::string_view>>;
+TEST(StringTools, CompareVersions) {
+    for (const auto& [place, fields] : casesOf(QV_EXT_CASES "/versions.txt", 5)) {
+        const std::string& left = fields[0];
+        const std::string& right = fields[1];
+        const auto result = [&, &separator = fields[2]](const auto& a, const auto& b) {
+            return std::to_string(
+                static_cast<int>(QVStringTools::compareVersionTo(a, b, separator)));
+        };
+        EXPECT_EQ(result(left, right), fields[3]) << place;
+        EXPECT_EQ(result(right, left), fields[4]) << place << ", right to left";
+    }
+    EXPECT_EQ(QVStringTools::compareVersionTo("10.6.8", "10.7"), ComparisonResult::ascending);
+    EXPECT_EQ(QVStringTools::compareVersionTo("1", std::nullopt), ComparisonResult::same);
+    EXPECT_EQ(QVStringTools::compareVersionTo(std::nullopt, "1"), ComparisonResult::same);
+}
 
-TEST(Filtering, KeepsTheUnitsOfASet) {
+TEST(StringTools, OrderNamesAsPeopleExpect) {
+    for (const auto& [place, fields] : casesOf(QV_EXT_CASES "/names.txt", 3)) {
+        const auto result = [](std::string_view left, std::string_view right) {
+            return static_cast<int>(QVStringTools::compareLikeFinder(left, right));
+        };
+        EXPECT_EQ(result(fields[0], fields[1]), std::stoi(fields[2])) << place;
+        EXPECT_EQ(result(fields[1], fields[0]), -std::stoi(fields[2])) << place;
+    }
+}
+
+Options optionsOf(std::string_view names) {
+    static const std::map<std::string_view, Options> kNames{
+        {"backwards", Options::backwards},    {"anchored", Options::anchored},
+        {"literal", Options::literal},        {"case", Options::caseInsensitive},
+        {"width", Options::widthInsensitive}, {"diacritics", Options::diacriticInsensitive},
+        {"regex", Options::regularExpression}};
+    Options options = Options::none;
+    for (const auto& [name, option] : kNames) {
+        options = names.find(name) == std::string_view::npos ? options : options | option;
+    }
+    return options;
+}
+
+// "LOCATION+LENGTH", or "none".
+std::string found(std::string_view text, std::string_view wanted, Options options, int occurence) {
+    const Range range = QVStringTools::rangeOfString(text, wanted, options, {}, occurence);
+    return range.location == kNotFound ? "none"
+                                       : fmt::format("{}+{}", range.location, range.length);
+}
+
+TEST(StringTools, FindTheNthOccurrence) {
+    for (const auto& [place, fields] : casesOf(QV_EXT_CASES "/search.txt", 5)) {
+        EXPECT_EQ(found(fields[0], fields[1], optionsOf(fields[2]), std::stoi(fields[3])),
+                  fields[4])
+            << place;
+    }
+    EXPECT_TRUE(QVStringTools::containsString("a.b", "."));
+    EXPECT_FALSE(QVStringTools::containsString("a.b", "A"));
+}
+
+// Both would take minutes if every place were tried anew.
+TEST(StringTools, SearchInLinearTime) {
+    const auto begin = std::chrono::steady_clock::now();
+    const std::string text(200'000, 'a');
+    const std::string wanted = std::string(100'000, 'a') + "b";
+    EXPECT_EQ(found(text, wanted, Options::none, 1), "none");
+    EXPECT_EQ(found(text, wanted, Options::caseInsensitive | Options::backwards, 1), "none");
+    EXPECT_EQ(found("é" + text, wanted, Options::none, 1), "none");
+    EXPECT_EQ(found(text, "(a*)*b", Options::regularExpression, 1), "none");
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(60));
+}
+
+TEST(StringTools, CutBeforeTheOccurrence) {
+    const auto until = [](std::string_view text, std::uint64_t location, int occurence) {
+        return QVStringTools::subStringToOccurenceOf(text, ".", Options::none, {location, 1},
+                                                     occurence);
+    };
+    EXPECT_EQ(until("ab.cd.ef", 0, 2), "ab.cd");
+    EXPECT_EQ(until("ab.cd.ef", 1, 2), "b.cd"); // though the search begins at 0
+    EXPECT_EQ(until("ab.cd", 2, 1), "");
+    EXPECT_EQ(until("ab.cd", 0, 2), std::nullopt);
+    EXPECT_EQ(until("😀é.cd", 2, 1), "é");
+    EXPECT_THROW(static_cast<void>(until("ab.cd", 3, 1)), Exception);
+    EXPECT_THROW(static_cast<void>(until("ab.cd", kNotFound, 1)), Exception);
+}
+
+TEST(StringTools, ReplaceEveryOccurrence) {
+    for (const auto& [place, fields] : casesOf(QV_EXT_CASES "/replacing.txt", 5)) {
+        EXPECT_EQ(QVStringTools::stringByReplacingString(fields[0], fields[1], fields[2],
+                                                         optionsOf(fields[3])),
+                  fields[4])
+            << place;
+    }
+    using QVStringTools::stringByReplacingString;
+    EXPECT_EQ(stringByReplacingString("a-b", std::nullopt, "+", Options::none), "a-b");
+    EXPECT_EQ(stringByReplacingString("a-b", "-", std::nullopt, Options::none), "a-b");
+}
+
+TEST(StringTools, RewriteText) {
+    using Operation = std::optional<std::string> (*)(std::string_view);
+    const std::map<std::string_view, Operation> operations{
+        {"stripNonChar",
+         [](auto text) { return std::optional(QVStringTools::stripNonChar(text)); }},
+        {"quoteQuotes", [](auto text) { return std::optional(QVStringTools::quoteQuotes(text)); }},
+        {"removeWhitespace",
+         [](auto text) { return std::optional(QVStringTools::stringWithRemovedWhitespace(text)); }},
+        {"percentEscapes", QVStringTools::stringWithAddedPercentEscapes},
+        {"reverseDomainParent", QVStringTools::reverseDomainParent},
+        {"domainParent", QVStringTools::domainParent}};
+    for (const auto& [place, fields] : casesOf(QV_EXT_CASES "/strings.txt", 3)) {
+        EXPECT_EQ(operations.at(fields[0])(fields[1]).value_or("none"), fields[2]) << place;
+    }
+}
+
+TEST(StringTools, KeepTheUnitsOfASet) {
     CharacterSet set = CharacterSet::withCharactersInString(u"abé");
+    set |= CharacterSet::withCharactersInString(u"\xD83D"); // half of 😀
     const auto kept = [&](std::string_view text) {
         return QVStringTools::stringWithAllCharactersStrippedNotInCharacterSet(text, set);
     };
     EXPECT_EQ(kept("b-a-é-c"), "baé");
-    EXPECT_EQ(kept("xyz"), "");
-    EXPECT_EQ(kept(""), "");
-    set |= CharacterSet::withCharactersInString(u"\xD83D"); // half of 😀
     EXPECT_EQ(kept("a😀b"), "a\uFFFDb");
 }
 
-TEST(Filtering, KeepsLettersWithACaseAndDigits) {
-    for (const auto& [text, expected] : TextRows{
-             {"My App 2.0 (beta)!", "MyApp20beta"},
-             {"Größe_ÄÖ Ωω Жж", "GrößeÄÖΩωЖж"},
-             {"ªʰⅰⓐǅ٣中", ""}, // no letters of a case, titles, digits of other scripts
-             {"😀𝐀a", "a"},    // two units are two characters, of which none is a letter
-             {"", ""},
-         }) {
-        EXPECT_EQ(QVStringTools::stripNonChar(text), expected) << text;
-    }
-}
-
-TEST(Rewriting, QuotesQuotes) {
-    for (const auto& [text, expected] : TextRows{
-             {R"(say "hi")", R"(say \"hi\")"},
-             {R"("")", R"(\"\")"},
-             {R"(\")", R"(\\")"}, // a backslash is left alone
-             {"“hi”", "“hi”"},
-             {"", ""},
-         }) {
-        EXPECT_EQ(QVStringTools::quoteQuotes(text), expected) << text;
-    }
-}
-
-TEST(Rewriting, RemovesWhitespace) {
-    for (const auto& [text, expected] : TextRows{
-             {" a b\tc\nd\r\ne ", "abcde"},
-             {"\v\fa\vb\f", "a\vb"}, // in the middle only the four are removed
-             {"\u00A0\u200B\u2028\u3000\u0085x\u00A0y\u00A0 ", "x\u00A0y"},
-             {"\u2003x", "\u2003x"},
-             {" \u00A0\t", ""},
-             {"", ""},
-         }) {
-        EXPECT_EQ(QVStringTools::stringWithRemovedWhitespace(text), expected) << text;
-    }
-}
-
-TEST(Rewriting, EscapesWhatAURLCannotHold) {
-    for (const auto& [text, expected] : TextRows{
-             {"http://a.b:80/c;d?e=f&g=h,i@j+k$l", "http://a.b:80/c;d?e=f&g=h,i@j+k$l"},
-             {"AZaz09-_.!~*'()", "AZaz09-_.!~*'()"},
-             {"a b\"c#d%e<f>", "a%20b%22c%23d%25e%3Cf%3E"},
-             {"[\\]^`{|}", "%5B%5C%5D%5E%60%7B%7C%7D"},
-             {"é😀", "%C3%A9%F0%9F%98%80"},
-             {std::string_view("\0\x1F\x7F", 3), "%00%1F%7F"},
-             {"", ""},
-         }) {
-        EXPECT_EQ(QVStringTools::stringWithAddedPercentEscapes(text), expected) << text;
-    }
-    EXPECT_EQ(QVStringTools::stringWithAddedPercentEscapes("a\xFF"), std::nullopt);
-}
-
-TEST(Making, GivesUnitsAndCharacters) {
+TEST(StringTools, GiveUnitsAndCharacters) {
     EXPECT_EQ(QVStringTools::uniCharRepresentation("aé😀"), u"aé😀");
-    EXPECT_EQ(QVStringTools::uniCharRepresentation(""), u"");
     for (const auto& [unit, expected] : std::initializer_list<std::pair<char16_t, std::string>>{
-             {u'A', "A"},
              {u'é', "é"},
              {0, "\0"s},
              {0x4100, "\u4100"}, // not the "A" of the other byte order
@@ -97,15 +152,14 @@ TEST(Making, GivesUnitsAndCharacters) {
     }
 }
 
-TEST(Making, GivesHexadecimal) {
-    EXPECT_EQ(QVStringTools::stringWithHexValuesForData("\x0A\xFF"), "0aff");
-    EXPECT_EQ(QVStringTools::stringWithHexValuesForData(std::string_view("\0\x80", 2)), "0080");
+TEST(StringTools, GiveHexadecimal) {
+    EXPECT_EQ(QVStringTools::stringWithHexValuesForData("\x0A\xFF\0\x80"sv), "0aff0080");
     EXPECT_EQ(QVStringTools::stringWithHexValuesForData(""), "");
     EXPECT_EQ(QVStringTools::stringWithHexValuesForData(std::string_view()), std::nullopt);
     EXPECT_EQ(QVStringTools::stringWithHexValuesForData(std::nullopt), std::nullopt);
 }
 
-TEST(Making, GivesRandomUUIDs) {
+TEST(StringTools, GiveRandomUUIDs) {
     const auto hasForm = testing::MatchesRegex(
         "[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}");
     std::set<std::string> seen;
@@ -116,7 +170,6 @@ TEST(Making, GivesRandomUUIDs) {
     }
 }
 
-// The last digest as `md5sum` computes it.
 TEST(StringDigests, AreOfTheBytesInAnEncoding) {
     struct Row {
         StringEncoding encoding;
@@ -143,39 +196,29 @@ TEST(StringDigests, AreOfTheBytesInAnEncoding) {
     EXPECT_EQ(dataUsingEncoding(piece, StringEncoding::ascii), piece);
     EXPECT_EQ(QVStringTools::computeDigestStringOfType("é", kSecDigestMD5,
                                                        StringEncoding::isoLatin1, nullptr),
-              "3406877694691ddd1dfb0aca54681407");
+              "3406877694691ddd1dfb0aca54681407"); // as md5sum computes it
+    EXPECT_EQ(QVStringTools::stringWithHexValuesForData(QVStringTools::md5DigestData("é")),
+              QVStringTools::md5Digest("é"));
+    EXPECT_EQ(QVStringTools::md5Digest("abc"), "900150983cd24fb0d6963f7d28e17f72");
+    EXPECT_EQ(QVStringTools::stringWithHexValuesForData(QVStringTools::sha1DigestData("é")),
+              QVStringTools::sha1Digest("é"));
+    EXPECT_EQ(QVStringTools::sha1Digest("abc"), "a9993e364706816aba3e25717850c26c9cd0d89d");
 }
 
 TEST(StringDigests, AreNoneWhereTheEncodingFails) {
+    const auto digest = [](std::string_view text, StringEncoding encoding, Error& error) {
+        return QVStringTools::computeDigestDataOfType(text, kSecDigestMD5, encoding, &error);
+    };
     Error error = Error::posix(1); // is left alone, as nothing was digested
-    EXPECT_EQ(
-        QVStringTools::computeDigestStringOfType("é", kSecDigestMD5, StringEncoding::ascii, &error),
-        std::nullopt);
-    EXPECT_EQ(QVStringTools::computeDigestDataOfType("Ж", kSecDigestMD5, StringEncoding::isoLatin1,
-                                                     &error),
-              std::nullopt);
-    EXPECT_EQ(QVStringTools::computeDigestDataOfType("a", kSecDigestMD5,
-                                                     static_cast<StringEncoding>(12345), &error),
-              std::nullopt);
-    EXPECT_EQ(error.code(), 1);
+    EXPECT_EQ(digest("é", StringEncoding::ascii, error), std::nullopt);
+    EXPECT_EQ(digest("Ж", StringEncoding::isoLatin1, error), std::nullopt);
+    EXPECT_EQ(digest("a", static_cast<StringEncoding>(12345), error), std::nullopt);
+    EXPECT_EQ(error, Error::posix(1));
     EXPECT_EQ(QVStringTools::md5Digest("\xFF"), std::nullopt);
     EXPECT_EQ(
         QVStringTools::computeDigestStringOfType("a", "no such", StringEncoding::utf8, &error),
         std::nullopt);
     EXPECT_EQ(error.domain(), error_domain::kOSStatus);
-}
-
-TEST(StringDigests, AreThoseOfUTF8) {
-    EXPECT_EQ(QVStringTools::md5Digest(""), "d41d8cd98f00b204e9800998ecf8427e");
-    EXPECT_EQ(QVStringTools::sha1Digest(""), "da39a3ee5e6b4b0d3255bfef95601890afd80709");
-    EXPECT_EQ(QVStringTools::md5Digest("abc"), "900150983cd24fb0d6963f7d28e17f72");
-    EXPECT_EQ(QVStringTools::sha1Digest("abc"), "a9993e364706816aba3e25717850c26c9cd0d89d");
-    EXPECT_EQ(QVStringTools::stringWithHexValuesForData(QVStringTools::md5DigestData("é")),
-              QVStringTools::md5Digest("é"));
-    EXPECT_EQ(QVStringTools::md5DigestData("é")->size(), 16U);
-    EXPECT_EQ(QVStringTools::stringWithHexValuesForData(QVStringTools::sha1DigestData("é")),
-              QVStringTools::sha1Digest("é"));
-    EXPECT_EQ(QVStringTools::sha1DigestData("é")->size(), 20U);
 }
 
 } // namespace

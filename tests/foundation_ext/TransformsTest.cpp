@@ -3,9 +3,10 @@
 #include "foundation_ext/QVStringTools.h"
 #include "foundation_ext/QVTransforms.h"
 #include "platform/security/transforms/DigestTransform.h"
+#include "support/ErrorMatchers.h"
 #include "support/TemporaryDirectory.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <cerrno>
 #include <initializer_list>
@@ -33,29 +34,18 @@ std::optional<std::string> hex(const std::optional<std::string>& bytes) {
 }
 
 // RFC 1321, FIPS 180 and FIPS 202 publish these.
-TEST(Digests, AreTheKnownOnes) {
-    struct Row {
-        DigestType type;
-        std::string input;
-        std::string_view digest;
-    };
-    const std::string million(1'000'000, 'a');
-    for (const Row& row : std::initializer_list<Row>{
-             {kSecDigestMD5, "", "d41d8cd98f00b204e9800998ecf8427e"},
-             {kSecDigestMD5, "abc", "900150983cd24fb0d6963f7d28e17f72"},
-             {kSecDigestMD5, "message digest", "f96b697d7cb7938d525a2f31aaf161d0"},
-             {kSecDigestMD5, million, "7707d6ae4e027c70eea2a935c2296f21"},
-             {kSecDigestSHA1, "", "da39a3ee5e6b4b0d3255bfef95601890afd80709"},
-             {kSecDigestSHA1, "abc", "a9993e364706816aba3e25717850c26c9cd0d89d"},
-             {kSecDigestSHA1, million, "34aa973cd4c4daa4f61eeb2bdbad27316534016f"},
-             {"sha256", "abc", "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad"},
-             {"SHA3-224", "abc", "e642824c3f8cf24ad09234ee7d3c766fc9a3a5168d0c94ad73b46fdf"},
+TEST(Digests, AreThePublishedOnes) {
+    for (const auto& [type, digest] :
+         std::initializer_list<std::pair<DigestType, std::string_view>>{
+             {kSecDigestMD5, "900150983cd24fb0d6963f7d28e17f72"},
+             {kSecDigestSHA1, "a9993e364706816aba3e25717850c26c9cd0d89d"},
+             {"sha256", "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad"},
+             {"SHA3-224", "e642824c3f8cf24ad09234ee7d3c766fc9a3a5168d0c94ad73b46fdf"},
          }) {
         Error error = Error::posix(EIO);
-        EXPECT_EQ(QVTransforms::computeDigestStringOfType(row.input, row.type, &error), row.digest)
-            << row.type;
+        EXPECT_EQ(QVTransforms::computeDigestStringOfType("abc", type, &error), digest) << type;
         EXPECT_FALSE(error) << "is not cleared";
-        EXPECT_EQ(hex(QVTransforms::computeDigestOfType(row.input, row.type, nullptr)), row.digest);
+        EXPECT_EQ(hex(QVTransforms::computeDigestOfType("abc", type, nullptr)), digest);
     }
     EXPECT_EQ(QVTransforms::md5Digest("abc"), hex(QVTransforms::md5DigestData("abc")));
     EXPECT_EQ(QVTransforms::sha1Digest("abc"), hex(QVTransforms::sha1DigestData("abc")));
@@ -67,10 +57,10 @@ TEST(Digests, OfUnknownTypesFailWithAReason) {
     for (const DigestType type : {"", "MD6", "MD4", "AES-128-ECB"}) {
         Error error;
         EXPECT_EQ(QVTransforms::computeDigestOfType("abc", type, &error), std::nullopt) << type;
-        EXPECT_EQ(error.domain(), error_domain::kOSStatus);
-        EXPECT_EQ(error.code(), transform_status::kInvalidDigestAlgorithm);
-        EXPECT_NE(error.localizedDescription().find("\"" + std::string(type) + "\""),
-                  std::string::npos);
+        EXPECT_THAT(error,
+                    failsWith(error_domain::kOSStatus, transform_status::kInvalidDigestAlgorithm));
+        EXPECT_THAT(error.localizedDescription(),
+                    testing::HasSubstr("\"" + std::string(type) + "\""));
         EXPECT_EQ(QVTransforms::computeDigestOfType("abc", type, nullptr), std::nullopt);
     }
 }
@@ -84,15 +74,13 @@ TEST(Digests, OfFilesAreThoseOfTheirBytes) {
             content[at] = static_cast<char>(at * 31 + (at >> 16U));
         }
         const std::string path = folder.write("file", content);
-        for (const DigestType type : {kSecDigestMD5, kSecDigestSHA1}) {
-            EXPECT_EQ(QVTransforms::computeDigestStringOfFile(path, type, nullptr),
-                      QVTransforms::computeDigestStringOfType(content, type, nullptr))
-                << type << " of " << size;
-        }
+        EXPECT_EQ(QVTransforms::computeDigestStringOfFile(path, kSecDigestMD5, nullptr),
+                  QVTransforms::md5Digest(content))
+            << size;
     }
 }
 
-TEST(Digests, OfWhatIsNoRegularFileFail) {
+TEST(Digests, OfOtherThanRegularFilesFail) {
     const TemporaryDirectory folder;
     ASSERT_EQ(::mkfifo((folder / "fifo").c_str(), 0600), 0);
     for (const auto& [path, code] : std::initializer_list<std::pair<std::string, int>>{
@@ -132,44 +120,23 @@ TEST(Transforms, GiveNothingWhenThereIsNone) {
     EXPECT_EQ(QVTransforms::performTransform("abc", nullptr, nullptr), std::nullopt);
 }
 
-// The blocks of FIPS 197 and SP 800-38A, the padding's block behind them as `openssl enc` makes it.
+// A block of FIPS 197, the padding's block behind it as `openssl enc` makes it.
 TEST(AES128, EncryptsAsPublished) {
-    struct Row {
-        std::string_view key;
-        std::string_view plaintext;
-        std::string_view ciphertext;
-    };
-    for (const Row& row : std::initializer_list<Row>{
-             {"000102030405060708090a0b0c0d0e0f", "", "954f64f2e4e86e9eee82d20216684899"},
-             {"000102030405060708090a0b0c0d0e0f", "00112233445566778899aabbccddeeff",
-              "69c4e0d86a7b0430d8cdb78070b4c55a954f64f2e4e86e9eee82d20216684899"},
-             {"2b7e151628aed2a6abf7158809cf4f3c",
-              "6bc1bee22e409f96e93d7e117393172aae2d8a571e03ac9c9eb76fac45af8e51",
-              "3ad77bb40d7a3660a89ecaf32466ef97f5d3d58503b9699de785895a96fdbaaf"
-              "a254be88e037ddd9d79fb6411c3f9df8"},
-         }) {
-        const std::string key = bytesOf(row.key);
-        EXPECT_EQ(hex(QVTransforms::encryptAES128With16ByteKey(bytesOf(row.plaintext), key)),
-                  row.ciphertext);
-        EXPECT_EQ(hex(QVTransforms::decryptAES128With16ByteKey(bytesOf(row.ciphertext), key)),
-                  row.plaintext);
-    }
+    const std::string key = bytesOf("000102030405060708090a0b0c0d0e0f");
+    const std::string plaintext = bytesOf("00112233445566778899aabbccddeeff");
+    EXPECT_EQ(hex(QVTransforms::encryptAES128With16ByteKey(plaintext, key)),
+              "69c4e0d86a7b0430d8cdb78070b4c55a954f64f2e4e86e9eee82d20216684899");
     EXPECT_EQ(hex(QVTransforms::encryptAES128WithPassword("attack at dawn", "secret")),
               "305de0b0675675db461b943538778010");
     EXPECT_EQ(QVTransforms::decryptAES128WithPassword(bytesOf("305de0b0675675db461b943538778010"),
                                                       "secret"),
               "attack at dawn");
-}
-
-TEST(AES128, PadsToTheNextBlock) {
-    for (const std::size_t size : {0U, 1U, 15U, 16U, 17U, 31U, 32U, 100'000U}) {
-        const std::string plaintext(size, 'x');
-        const auto ciphertext = QVTransforms::encryptAES128With16ByteKey(plaintext, "key");
+    for (const std::size_t size : {0U, 15U, 16U, 17U, 32U, 100'000U}) {
+        const std::string text(size, 'x');
+        const auto ciphertext = QVTransforms::encryptAES128With16ByteKey(text, "key");
         EXPECT_EQ(ciphertext->size(), (size / 16 + 1) * 16);
-        EXPECT_EQ(QVTransforms::decryptAES128With16ByteKey(*ciphertext, "key"), plaintext);
+        EXPECT_EQ(QVTransforms::decryptAES128With16ByteKey(*ciphertext, "key"), text);
     }
-    const auto twoEqual = QVTransforms::encryptAES128With16ByteKey(std::string(32, 'x'), "key");
-    EXPECT_EQ(twoEqual->substr(0, 16), twoEqual->substr(16, 16));
 }
 
 TEST(AES128, FillsUpAndCutsKeys) {
@@ -177,12 +144,11 @@ TEST(AES128, FillsUpAndCutsKeys) {
         return QVTransforms::encryptAES128With16ByteKey("text", key);
     };
     EXPECT_EQ(encrypted("12345"), encrypted("12345"s + std::string(11, '\0')));
-    EXPECT_EQ(encrypted(""), encrypted(std::string(16, '\0')));
     EXPECT_EQ(encrypted("0123456789abcdefWXYZ"), encrypted("0123456789abcdef"));
     EXPECT_NE(encrypted("0123456789abcdef"), encrypted("0123456789abcdeF"));
 }
 
-TEST(AES128, GivesNothingWithoutAKeyOrUnderAWrongOne) {
+TEST(AES128, GivesNothingWithoutTheRightKey) {
     using QVTransforms::decryptAES128With16ByteKey;
     const std::string ciphertext = bytesOf("69c4e0d86a7b0430d8cdb78070b4c55a"
                                            "954f64f2e4e86e9eee82d20216684899");
@@ -247,7 +213,7 @@ TEST(Signatures, AreVerifiedWithACertificate) {
     }
 }
 
-TEST(Signatures, AreNotVerifiedWithoutOneOrWithoutACertificate) {
+TEST(Signatures, NeedSignatureAndCertificate) {
     bool valid = true;
     Error error;
     EXPECT_FALSE(
