@@ -2,8 +2,7 @@
 
 #include "platform/foundation/values/Exception.h"
 #include "platform/foundation/values/URL.h"
-
-#include <gtest/gtest.h>
+#include "support/CaseFile.h"
 
 #include <vector>
 
@@ -27,7 +26,7 @@ Error fileError(std::int64_t code, std::string_view operation, const Error& unde
                  {"NSUnderlyingError", underlying ? Value::error(underlying) : Value()}})};
 }
 
-TEST(Error, DescriptionsAreThePlatformsLetterForLetter) {
+TEST(Error, IsDescribedLetterForLetter) {
     const std::vector<std::pair<Error, std::string_view>> rows = {
         {Error::posix(2), R"(Error Domain=NSPOSIXErrorDomain Code=2 "No such file or directory")"},
         {Error("NSPOSIXErrorDomain", 4294967298),
@@ -65,7 +64,7 @@ TEST(Error, DescriptionsAreThePlatformsLetterForLetter) {
 
 // Values of the user information begin at the margin, wherever the error stands itself; strings
 // among them are not quoted. No address betrays the memory of a root service.
-TEST(Error, UserInformationHoldsArraysAndUnderlyingErrors) {
+TEST(Error, DescribesArraysAndUnderlyingErrors) {
     const Error error(
         "NSCocoaErrorDomain", 512,
         Value::dictionary({{"NSUserStringVariant", Value::array({Value::string("Remove")})},
@@ -83,7 +82,7 @@ TEST(Error, UserInformationHoldsArraysAndUnderlyingErrors) {
               "Error Domain=D Code=1 \"(null)\" UserInfo={list=(\n    " + expected + "\n)}");
 }
 
-TEST(Error, LocalizedDescriptionsAreSentences) {
+TEST(Error, IsToldInSentences) {
     const std::vector<std::pair<Error, std::string_view>> rows = {
         {Error::withDescription("D", 1, "Own words"), "Own words"},
         {Error("D", 1, info({{"NSLocalizedFailureReason", "No room."}})),
@@ -100,53 +99,39 @@ TEST(Error, LocalizedDescriptionsAreSentences) {
     }
 }
 
-TEST(Error, FileErrorsNameTheItemAndItsDestination) {
-    const std::vector<std::pair<Error, std::string_view>> rows = {
-        {fileError(4, "Remove"), "“Demo.app” couldn’t be removed."},
-        {fileError(513, "Remove"),
-         "“Demo.app” couldn’t be removed because you don’t have permission to access it."},
-        {fileError(260, "Copy"),
-         "The file “Demo.app” couldn’t be opened because there is no such file."},
-        {fileError(516, "Copy"), "“Demo.app” couldn’t be copied to “apps” because an item with the "
-                                 "same name already exists."},
-        {fileError(516, "Move"), "“Demo.app” couldn’t be moved to “apps” because an item with the "
-                                 "same name already exists."},
-        {fileError(4, "Move"),
-         "“Demo.app” couldn’t be moved to “apps” because either the former doesn’t exist, or the "
-         "folder containing the latter doesn’t exist."},
-        {fileError(640, "Copy", Error::posix(28)),
-         "“Demo.app” couldn’t be copied to “apps”: No space left on device."},
-        {fileError(642, "Move", fileError(642, "Copy", Error::posix(30))),
-         "“Demo.app” couldn’t be moved to “apps”: “Demo.app” couldn’t be copied to “apps”: "
-         "Read-only file system."},
-        {fileError(512, "", Error::withDescription("D", 1, "Own words.")),
-         "“Demo.app” couldn’t be saved: Own words."},
-        {fileError(4, "Trash", Error::posix(2)),
-         "“Demo.app” couldn’t be moved to the trash: No such file or directory."},
-        {fileError(3328, "Trash", Error::posix(95)),
-         "“Demo.app” couldn’t be moved to the trash because its volume has none."},
-        {fileError(4, "Launch", Error::posix(2)),
-         "“Demo.app” couldn’t be launched: No such file or directory."},
-        {Error("NSCocoaErrorDomain", 258,
-               Value::dictionary({{"NSURL", Value::url(*URL::URLWithString("file:///a%00"))},
-                                  {"NSDebugDescription", Value::string("it holds a NUL")}})),
-         "“file:///a%00” couldn’t be opened: it holds a NUL."},
-        {Error("NSCocoaErrorDomain", 262),
-         "The file couldn’t be opened because the specified URL type isn’t supported."},
-        {Error("NSCocoaErrorDomain", 260,
-               Value::dictionary({{"NSURL", Value::url(URL::fileURLWithPath("/a b/{0}"))}})),
-         "The file “{0}” couldn’t be opened because there is no such file."},
-    };
-    for (const auto& [error, expected] : rows) {
-        EXPECT_EQ(error.localizedDescription(), expected);
-        EXPECT_NE(error.description().find("\"" + std::string(expected) + "\""), std::string::npos);
-        EXPECT_EQ(error.userInfo().find("NSLocalizedDescription"), nullptr);
+void expectSentence(const Error& error, std::string_view sentence) {
+    EXPECT_EQ(error.localizedDescription(), sentence);
+    EXPECT_NE(error.description().find("\"" + std::string(sentence) + "\""), std::string::npos);
+    EXPECT_EQ(error.userInfo().find("NSLocalizedDescription"), nullptr);
+}
+
+TEST(Error, NamesTheItemAndItsDestination) {
+    for (const auto& [place, fields] : test::casesOf(QV_VALUE_CASES "/file-errors.txt", 4)) {
+        SCOPED_TRACE(place);
+        const Error cause = fields[2] == "-" ? Error() : Error::posix(std::stoi(fields[2]));
+        expectSentence(fileError(std::stoi(fields[0]), fields[1], cause), fields[3]);
     }
+    expectSentence(fileError(642, "Move", fileError(642, "Copy", Error::posix(30))),
+                   "“Demo.app” couldn’t be moved to “apps”: “Demo.app” couldn’t be copied to "
+                   "“apps”: Read-only file system.");
+    expectSentence(fileError(512, "", Error::withDescription("D", 1, "Own words.")),
+                   "“Demo.app” couldn’t be saved: Own words.");
+    expectSentence(
+        Error("NSCocoaErrorDomain", 258,
+              Value::dictionary({{"NSURL", Value::url(*URL::URLWithString("file:///a%00"))},
+                                 {"NSDebugDescription", Value::string("it holds a NUL")}})),
+        "“file:///a%00” couldn’t be opened: it holds a NUL.");
+    expectSentence(
+        Error("NSCocoaErrorDomain", 260,
+              Value::dictionary({{"NSURL", Value::url(URL::fileURLWithPath("/a/{0}"))}})),
+        "The file “{0}” couldn’t be opened because there is no such file.");
+    expectSentence(Error("NSCocoaErrorDomain", 262),
+                   "The file couldn’t be opened because the specified URL type isn’t supported.");
     EXPECT_EQ(Error("NSCocoaErrorDomain", 4).localizedDescription(),
               "The operation couldn’t be completed. (NSCocoaErrorDomain error 4.)");
 }
 
-TEST(Error, EmptyMeansSuccessAndUserInformationIsNeverMissing) {
+TEST(Error, IsSuccessWhenEmpty) {
     EXPECT_FALSE(Error());
     EXPECT_TRUE(Error::posix(0));
     EXPECT_TRUE(Error::posix(1).userInfo().asDictionary().empty());
