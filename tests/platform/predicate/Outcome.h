@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/predicate/Predicate.h"
+#include "support/Repeated.h"
 
 #include <string>
 #include <string_view>
@@ -17,15 +18,6 @@ inline std::string outcome(std::string_view text, const Value& object = {},
     } catch (const Exception& exception) {
         return exception.name() + ": " + exception.reason();
     }
-}
-
-inline std::string repeated(std::string_view text, std::size_t count) {
-    std::string result;
-    result.reserve(text.size() * count);
-    for (std::size_t i = 0; i < count; ++i) {
-        result += text;
-    }
-    return result;
 }
 
 } // namespace qv::test

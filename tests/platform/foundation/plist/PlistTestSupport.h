@@ -1,7 +1,8 @@
 #pragma once
 
 #include "platform/foundation/plist/PropertyList.h"
-#include "platform/foundation/values/Value.h"
+#include "support/Repeated.h"
+#include "support/ValueDump.h"
 
 #include <cstddef>
 #include <initializer_list>
@@ -11,16 +12,12 @@
 
 namespace qv::test {
 
-/// A value on one line, every kind to be told from every other: `{a: 1, b: [r0.5, "x", <0fa0>]}`.
-[[nodiscard]] std::string dump(const Value& value);
-
 /// What a reader made of data: its dump, or "refused: REASON" (checks domain and code).
 [[nodiscard]] std::string readDump(std::string_view data, const PropertyListLimits& limits = {});
 
 /// The reason of an error, its NSDebugDescription.
 [[nodiscard]] std::string reasonOf(const Error& error);
 
-[[nodiscard]] std::string repeated(std::string_view piece, std::size_t count);
 [[nodiscard]] std::string bytes(std::initializer_list<int> values);
 
 /// A binary list of objects given byte by byte.
@@ -33,6 +30,9 @@ struct BinaryParts {
 
     [[nodiscard]] std::string list() const;
 };
+
+/// Arrays within each other, with offsets and references of four bytes.
+[[nodiscard]] BinaryParts binaryChain(std::size_t depth);
 
 /// Bytes of a number, the greatest first.
 [[nodiscard]] std::string bigEndian(std::size_t number, std::size_t size);
