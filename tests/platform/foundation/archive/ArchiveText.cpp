@@ -2,66 +2,16 @@
 
 #include "platform/foundation/archive/KeyedUnarchiver.h"
 #include "platform/foundation/plist/PropertyList.h"
-
-#include <fmt/format.h>
-#include <fmt/ranges.h>
-
-#include <string_view>
-#include <utility>
-#include <vector>
+#include "support/ErrorMatchers.h"
+#include "support/ValueDump.h"
 
 namespace qv::test {
-
-namespace {
-
-std::string dictionaryText(const DictionaryView& pairs) {
-    std::vector<std::string> texts;
-    for (std::size_t i = 0; i < pairs.size(); ++i) {
-        texts.push_back(fmt::format("{}: {}", pairs.key(i), listText(pairs.value(i))));
-    }
-    return fmt::format("{{ {} }}", fmt::join(texts, ", "));
-}
-
-std::string arrayText(std::span<const Value> elements) {
-    std::vector<std::string> texts;
-    for (const Value& element : elements) {
-        texts.push_back(listText(element));
-    }
-    return fmt::format("[{}]", fmt::join(texts, ", "));
-}
-
-} // namespace
-
-std::string listText(const Value& value) {
-    switch (value.kind()) {
-    case Value::Kind::boolean:
-        return value.asBoolean() ? "true" : "false";
-    case Value::Kind::integer:
-        return fmt::format("{}", value.asInteger());
-    case Value::Kind::unsignedInteger:
-        return fmt::format("{}", value.asUnsignedInteger());
-    case Value::Kind::real:
-        return fmt::format("{:#}", value.asReal());
-    case Value::Kind::string:
-        return fmt::format("\"{}\"", value.asString());
-    case Value::Kind::data:
-        return fmt::format("<{:02x}>", fmt::join(value.asData(), ""));
-    case Value::Kind::uid:
-        return fmt::format("UID {}", value.asUID().index);
-    case Value::Kind::array:
-        return arrayText(value.asArray());
-    case Value::Kind::dictionary:
-        return dictionaryText(value.asDictionary());
-    default:
-        return fmt::format("unexpected {}", className(value.kind()));
-    }
-}
 
 std::vector<std::string> objectTexts(std::string_view archive) {
     const Value root = PropertyList::propertyListWithData(archive).value().root;
     std::vector<std::string> texts;
     for (const Value& element : root.find("$objects")->asArray()) {
-        texts.push_back(listText(element));
+        texts.push_back(dump(element));
     }
     return texts;
 }
@@ -71,13 +21,9 @@ std::string refusalOf(std::string_view archive) {
     if (result) {
         return "no error";
     }
+    EXPECT_THAT(result, failsWith(error_domain::kCocoa, 4864));
     const Value userInfo = result.error().userInfo();
-    const Value* text = userInfo.find(error_key::kDebugDescription);
-    if (result.error().domain() != error_domain::kCocoa || result.error().code() != 4864 ||
-        text == nullptr) {
-        return "odd error " + result.error().description();
-    }
-    return std::string(text->asString());
+    return std::string(userInfo.find(error_key::kDebugDescription)->asString());
 }
 
 std::string archiveOf(std::vector<Value> elements) {

@@ -10,12 +10,7 @@
 
 namespace qv::test {
 
-/// A property list on one line, kinds told apart: `{ NS.keys: [UID 2], NSCode: 0 }`, `false`,
-/// `1.0`,
-/// `<6162>`. Dictionaries in the order of their keys.
-[[nodiscard]] std::string listText(const Value& value);
-
-/// `listText` of every element of an archive's `$objects`.
+/// The dump of every element of an archive's `$objects`.
 [[nodiscard]] std::vector<std::string> objectTexts(std::string_view archive);
 
 /// The NSDebugDescription with which reading fails, after a check of domain and code; "no error".

@@ -31,7 +31,7 @@ std::string resolvedElsewhere(const Value& root) {
     return test::contentOf(output);
 }
 
-TEST(ForeignReader, AnotherImplementationReadsAReply) {
+TEST(ForeignReader, ReadsAReply) {
     if (::access(kPython, X_OK) != 0) {
         GTEST_SKIP() << kPython << " is not installed";
     }

@@ -4,6 +4,8 @@
 #include "platform/foundation/archive/KeyedUnarchiver.h"
 #include "platform/foundation/plist/PropertyList.h"
 #include "platform/foundation/values/URL.h"
+#include "support/ErrorMatchers.h"
+#include "support/ValueDump.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -15,7 +17,7 @@
 namespace qv {
 namespace {
 
-using test::listText;
+using test::dump;
 using test::objectTexts;
 using testing::ElementsAre;
 
@@ -31,53 +33,54 @@ Value replyWithError() {
     });
 }
 
-TEST(KeyedArchiver, NumbersTheObjectsOfAReplyAsThePlatformDoes) {
+TEST(KeyedArchiver, NumbersObjectsAsThePlatformDoes) {
     const std::string data = archive(replyWithError());
     EXPECT_THAT(
         objectTexts(data),
         ElementsAre("\"$null\"",
-                    "{ NS.keys: [UID 2, UID 3, UID 4], NS.objects: [UID 5, UID 6, UID 7], "
-                    "$class: UID 12 }",
+                    "{NS.keys: [uid(2), uid(3), uid(4)], NS.objects: [uid(5), uid(6), uid(7)], "
+                    "$class: uid(12)}",
                     "\"success\"", "\"errorScriptStepIndex\"", "\"error\"", "false", "2",
-                    "{ NSDomain: UID 8, NSUserInfo: UID 9, NSCode: 0, $class: UID 13 }",
+                    "{NSDomain: uid(8), NSUserInfo: uid(9), NSCode: 0, $class: uid(13)}",
                     "\"QVCatalogScriptErrorDomain\"",
-                    "{ NS.keys: [UID 10], NS.objects: [UID 11], $class: UID 12 }",
+                    "{NS.keys: [uid(10)], NS.objects: [uid(11)], $class: uid(12)}",
                     "\"NSLocalizedDescription\"", "\"text\"",
-                    "{ $classname: \"NSDictionary\", $classes: [\"NSDictionary\", \"NSObject\"] }",
-                    "{ $classname: \"NSError\", $classes: [\"NSError\", \"NSObject\"] }"));
+                    "{$classname: \"NSDictionary\", $classes: [\"NSDictionary\", \"NSObject\"]}",
+                    "{$classname: \"NSError\", $classes: [\"NSError\", \"NSObject\"]}"));
 
     const Value root = PropertyList::propertyListWithData(data).value().root;
-    EXPECT_EQ(listText(*root.find("$version")), "100000");
-    EXPECT_EQ(listText(*root.find("$archiver")), "\"NSKeyedArchiver\"");
-    EXPECT_EQ(listText(*root.find("$top")), "{ root: UID 1 }");
+    EXPECT_EQ(dump(*root.find("$version")), "100000");
+    EXPECT_EQ(dump(*root.find("$archiver")), "\"NSKeyedArchiver\"");
+    EXPECT_EQ(dump(*root.find("$top")), "{root: uid(1)}");
     EXPECT_EQ(root.asDictionary().size(), 4U);
 }
 
-TEST(KeyedArchiver, SharesEqualStringsAndNumbersButNeverAcrossKinds) {
+TEST(KeyedArchiver, SharesEqualLeavesOfOneKind) {
     const Value bytes = Value::data("ab");
-    EXPECT_THAT(objectTexts(archive(Value::array({
-                    Value::integer(0),
-                    Value::boolean(false),
-                    Value::real(0),
-                    Value::integer(0),
-                    Value::boolean(false),
-                    Value::real(0),
-                    Value::string("0"),
-                    Value::string("0"),
-                    Value::integer(std::numeric_limits<std::int64_t>::min()),
-                    Value::unsignedInteger(1ULL << 63U),
-                    bytes,
-                    bytes,
-                    Value(),
-                    Value(),
-                }))),
-                ElementsAre("\"$null\"",
-                            "{ NS.objects: [UID 2, UID 3, UID 4, UID 2, UID 3, UID 4, UID 5, UID "
-                            "5, UID 6, UID 7, UID 8, UID 8, UID 9, UID 9], $class: UID 11 }",
-                            "0", "false", "0.0", "\"0\"", "-9223372036854775808",
-                            "9223372036854775808", "<6162>", "{ $class: UID 10 }",
-                            "{ $classname: \"NSNull\", $classes: [\"NSNull\", \"NSObject\"] }",
-                            "{ $classname: \"NSArray\", $classes: [\"NSArray\", \"NSObject\"] }"));
+    EXPECT_THAT(
+        objectTexts(archive(Value::array({
+            Value::integer(0),
+            Value::boolean(false),
+            Value::real(0),
+            Value::integer(0),
+            Value::boolean(false),
+            Value::real(0),
+            Value::string("0"),
+            Value::string("0"),
+            Value::integer(std::numeric_limits<std::int64_t>::min()),
+            Value::unsignedInteger(1ULL << 63U),
+            bytes,
+            bytes,
+            Value(),
+            Value(),
+        }))),
+        ElementsAre("\"$null\"",
+                    "{NS.objects: [uid(2), uid(3), uid(4), uid(2), uid(3), uid(4), uid(5), uid(5), "
+                    "uid(6), uid(7), uid(8), uid(8), uid(9), uid(9)], $class: uid(11)}",
+                    "0", "false", "r0", "\"0\"", "-9223372036854775808", "9223372036854775808u",
+                    "<6162>", "{$class: uid(10)}",
+                    "{$classname: \"NSNull\", $classes: [\"NSNull\", \"NSObject\"]}",
+                    "{$classname: \"NSArray\", $classes: [\"NSArray\", \"NSObject\"]}"));
 }
 
 TEST(KeyedArchiver, GivesEveryOtherClassItsForm) {
@@ -86,27 +89,27 @@ TEST(KeyedArchiver, GivesEveryOtherClassItsForm) {
         std::vector<std::string> elements; // behind "$null"
     };
     const auto type = [](const std::string& name) {
-        return "{ $classname: \"" + name + "\", $classes: [\"" + name + "\", \"NSObject\"] }";
+        return "{$classname: \"" + name + "\", $classes: [\"" + name + "\", \"NSObject\"]}";
     };
     const std::vector<Case> cases{
-        {Value::date({-0.5}), {"{ NS.time: -0.5, $class: UID 2 }", type("NSDate")}},
+        {Value::date({-0.5}), {"{NS.time: r-0.5, $class: uid(2)}", type("NSDate")}},
         {Value::url(URL::URLWithString("file:///a%20b").value()),
-         {"{ NS.base: UID 0, NS.relative: UID 2, $class: UID 3 }", "\"file:///a%20b\"",
+         {"{NS.base: uid(0), NS.relative: uid(2), $class: uid(3)}", "\"file:///a%20b\"",
           type("NSURL")}},
         {Value::set({Value::string("a")}),
-         {"{ NS.objects: [UID 2], $class: UID 3 }", "\"a\"", type("NSSet")}},
-        {Value::array({}), {"{ NS.objects: [], $class: UID 2 }", type("NSArray")}},
+         {"{NS.objects: [uid(2)], $class: uid(3)}", "\"a\"", type("NSSet")}},
+        {Value::array({}), {"{NS.objects: [], $class: uid(2)}", type("NSArray")}},
         {Value::dictionary({}),
-         {"{ NS.keys: [], NS.objects: [], $class: UID 2 }", type("NSDictionary")}},
+         {"{NS.keys: [], NS.objects: [], $class: uid(2)}", type("NSDictionary")}},
         {Value::error(Error::posix(2)),
-         {"{ NSDomain: UID 2, NSUserInfo: UID 0, NSCode: 2, $class: UID 3 }",
+         {"{NSDomain: uid(2), NSUserInfo: uid(0), NSCode: 2, $class: uid(3)}",
           "\"NSPOSIXErrorDomain\"", type("NSError")}},
         // As a plain string it would be read as nil.
         {Value::array({Value::string("$null"), Value::string("$null")}),
-         {"{ NS.objects: [UID 2, UID 2], $class: UID 4 }",
-          "{ NS.string: \"$null\", $class: UID 3 }",
-          "{ $classname: \"NSMutableString\", $classes: [\"NSMutableString\", \"NSString\", "
-          "\"NSObject\"] }",
+         {"{NS.objects: [uid(2), uid(2)], $class: uid(4)}",
+          "{NS.string: \"$null\", $class: uid(3)}",
+          "{$classname: \"NSMutableString\", $classes: [\"NSMutableString\", \"NSString\", "
+          "\"NSObject\"]}",
           type("NSArray")}},
         {Value::string("x"), {"\"x\""}},
         {Value::data(""), {"<>"}},
@@ -118,11 +121,10 @@ TEST(KeyedArchiver, GivesEveryOtherClassItsForm) {
     }
 }
 
-TEST(KeyedArchiver, RefusesAUIDSinceItIsNoObject) {
+TEST(KeyedArchiver, RefusesUIDs) {
     const auto result =
         KeyedArchiver::archivedDataWithRootObject(Value::array({Value(), test::uid(1)}));
-    ASSERT_FALSE(result);
-    EXPECT_EQ(result.error().code(), 4864);
+    ASSERT_THAT(result, failsWith(error_domain::kCocoa, 4864));
     const Value userInfo = result.error().userInfo();
     EXPECT_EQ(userInfo.find(error_key::kDebugDescription)->asString(),
               "object 4: a UID cannot be archived");
@@ -154,7 +156,7 @@ Value everything() {
                               {"again", shared}});
 }
 
-TEST(KeyedArchiver, WhatIsArchivedComesBackWithKindsAndSharing) {
+TEST(KeyedArchiver, KeepsKindsAndSharing) {
     const Value before = everything();
     const std::string data = archive(before);
     const Value after = KeyedUnarchiver::unarchiveObjectWithData(data).value();
@@ -172,8 +174,7 @@ TEST(KeyedArchiver, DeepTreesNeedNoStack) {
     for (int i = 0; i < 100'000; ++i) {
         deep = Value::array({deep});
     }
-    const std::string data = archive(deep);
-    EXPECT_EQ(test::refusalOf(data), "object 513: nests deeper than 512 objects");
+    EXPECT_EQ(test::refusalOf(archive(deep)), "object 513: nests deeper than 512 objects");
 }
 
 } // namespace
