@@ -1,6 +1,7 @@
 #include "platform/foundation/files/item/ChangeMode.h"
 
 #include "platform/foundation/os/Descriptor.h"
+#include "support/InChild.h"
 #include "support/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
@@ -14,8 +15,6 @@
 #include <linux/seccomp.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace qv {
 namespace {
@@ -61,16 +60,14 @@ protected:
 TEST_F(ChangeMode, NeverFollowsALinkOnAnyKernel) {
     EXPECT_TRUE(keepsItsPromise());
     for (const int errorNumber : {ENOSYS, EPERM}) {
-        const pid_t child = ::fork();
-        ASSERT_GE(child, 0);
-        if (child == 0) {
-            ::_exit(refuseNewCall(static_cast<std::uint32_t>(errorNumber)) && keepsItsPromise()
-                        ? EXIT_SUCCESS
-                        : EXIT_FAILURE);
-        }
-        int status = 0;
-        ASSERT_EQ(::waitpid(child, &status, 0), child);
-        EXPECT_EQ(status, 0) << errorNumber;
+        EXPECT_EQ(test::inChild([&] {
+                      return refuseNewCall(static_cast<std::uint32_t>(errorNumber)) &&
+                                     keepsItsPromise()
+                                 ? EXIT_SUCCESS
+                                 : EXIT_FAILURE;
+                  }),
+                  EXIT_SUCCESS)
+            << errorNumber;
     }
 }
 

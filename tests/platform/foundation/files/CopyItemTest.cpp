@@ -1,4 +1,6 @@
 #include "platform/foundation/files/manager/FileManager.h"
+#include "platform/foundation/files/walk/DeepTree.h"
+#include "support/InChild.h"
 #include "support/SmallFileSystem.h"
 #include "support/TemporaryDirectory.h"
 #include "support/TreeListing.h"
@@ -11,13 +13,11 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
-#include <grp.h>
 #include <string>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <sys/un.h>
-#include <sys/wait.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
@@ -113,7 +113,7 @@ TEST_F(CopyItem, KeepsAllThatAnItemIs) {
     }
 }
 
-TEST_F(CopyItem, KeepsAttributesAndAccessListsAndTakesNoneFromItsParent) {
+TEST_F(CopyItem, KeepsAttributesAndAccessLists) {
     top.write("tree/file", "f");
     top.write("tree/plain", "p");
     fs::create_directory(top / "tree/folder");
@@ -177,7 +177,7 @@ TEST_F(CopyItem, KeepsHoles) {
     EXPECT_EQ(fs::file_size(top / "hole copy"), static_cast<std::uintmax_t>(kSize));
 }
 
-TEST_F(CopyItem, CopiesFilesWhoseSizeNobodyKnows) {
+TEST_F(CopyItem, CopiesFilesOfUnknownSize) {
     ASSERT_FALSE(FileManager::copyItemAtURL(urlOf("/proc/version"), urlOf(top / "version")));
     EXPECT_EQ(test::contentOf(top / "version"), test::contentOf("/proc/version"));
 }
@@ -234,7 +234,7 @@ TEST_F(CopyItem, DoesNotCopyItsCopy) {
 }
 
 // Without root: a folder that its owner may not write is copied whole, and removed when it fails.
-TEST_F(CopyItem, CopesWithFoldersThatMayNotBeWritten) {
+TEST_F(CopyItem, CopiesReadOnlyFoldersWithoutRoot) {
     if (::geteuid() != 0) {
         GTEST_SKIP() << "needs root to become another user";
     }
@@ -243,15 +243,10 @@ TEST_F(CopyItem, CopesWithFoldersThatMayNotBeWritten) {
     ASSERT_EQ(::system(("chown -R 4711:4711 " + top.path().native()).c_str()), 0);
     fs::permissions(top / "tree/locked", fs::perms(0555));
     const auto asUser = [&](std::string_view from, std::string_view to) {
-        const pid_t child = ::fork();
-        if (child == 0) {
-            const bool dropped =
-                ::setgroups(0, nullptr) == 0 && ::setgid(4711) == 0 && ::setuid(4711) == 0;
-            ::_exit(dropped ? static_cast<int>(copy(from, to).code()) % 251 : 250);
-        }
-        int status = 0;
-        ::waitpid(child, &status, 0);
-        return WEXITSTATUS(status);
+        return test::inChildAs(4711, [&] {
+            const Error error = copy(from, to);
+            return error ? static_cast<int>(error.code()) % 251 : 0;
+        });
     };
     fs::permissions(top / "tree/secret", fs::perms(0));
     EXPECT_EQ(asUser("tree", "copy"), 257 % 251);
@@ -266,33 +261,21 @@ TEST_F(CopyItem, CopesWithFoldersThatMayNotBeWritten) {
 }
 
 // 10,000 folders below each other are neither too many descriptors nor too deep a stack.
-TEST_F(CopyItem, IsNotAfraidOfDepth) {
+TEST_F(CopyItem, CopiesAndRemovesDeepTrees) {
     constexpr int kDepth = 10'000;
     const test::SmallFileSystem quick(top / "memory", 256); // a folder of the disk without root
     fs::create_directory(top / "memory/deep");
-    int folder = ::open((top / "memory/deep").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    for (int level = 0; level < kDepth; ++level) {
-        ASSERT_EQ(::mkdirat(folder, "d", 0700), 0);
-        const int file = ::openat(folder, "f", O_CREAT | O_WRONLY | O_CLOEXEC, 0600);
-        ::close(file);
-        const int next = ::openat(folder, "d", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-        ::close(folder);
-        folder = next;
-    }
-    ::close(folder);
+    const test::DeepTree tree(top / "memory/deep", kDepth, 1);
     ASSERT_FALSE(copy("memory/deep", "memory/copy"));
     int level = 0;
-    folder = ::open((top / "memory/copy").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    for (int next = folder; next >= 0; ++level) {
-        EXPECT_EQ(::faccessat(folder, "f", F_OK, 0), level < kDepth ? 0 : -1) << level;
-        next = ::openat(folder, "d", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-        ::close(folder);
-        folder = next;
+    Descriptor folder(::open((top / "memory/copy").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    for (; folder; ++level) {
+        EXPECT_EQ(::faccessat(folder.get(), "f0", F_OK, 0), level > 0 ? 0 : -1) << level;
+        folder = Descriptor(::openat(folder.get(), "d", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     }
     EXPECT_EQ(level, kDepth + 1);
     EXPECT_FALSE(FileManager::removeItemAtURL(urlOf(top / "memory/copy")));
-    EXPECT_FALSE(FileManager::removeItemAtURL(urlOf(top / "memory/deep")));
-    EXPECT_TRUE(fs::is_empty(top / "memory"));
+    EXPECT_FALSE(fs::exists(top / "memory/copy"));
 }
 
 } // namespace

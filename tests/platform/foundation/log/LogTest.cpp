@@ -1,8 +1,7 @@
 #include "platform/foundation/log/Log.h"
 
 #include "platform/foundation/values/UTF8.h"
-
-#include <gtest/gtest.h>
+#include "support/CaseFile.h"
 
 #include <algorithm>
 #include <string>
@@ -13,27 +12,13 @@ namespace {
 
 using namespace std::string_view_literals;
 
-TEST(Log, ForeignTextShowsTheBytesOfWhatIsNoPlainText) {
-    const std::vector<std::pair<std::string_view, std::string_view>> rows = {
-        {"plain %s%n text", "plain %s%n text"},
-        {"a\nb\r\tc", R"(a\x0ab\x0d\x09c)"},
-        {"\x1b[31mred", R"(\x1b[31mred)"},
-        {"nul\0!"sv, R"(nul\x00!)"},
-        {"\x7f", R"(\x7f)"},
-        {"\u0080\u009b31m", R"(\xc2\x80\xc2\x9b31m)"}, // control characters above ASCII
-        {"\u00a0caf\u00e9 \u65e5 \U0001F600", "\u00a0caf\u00e9 \u65e5 \U0001F600"},
-        {"\xff\xc3\xa9\xc3", R"(\xffé\xc3)"},
-        {"\xe2\x82", R"(\xe2\x82)"},
-        {"\xed\xa0\x80", R"(\xed\xa0\x80)"},
-        {"a\u2028b\u2029c", R"(a\xe2\x80\xa8b\xe2\x80\xa9c)"},         // line ends
-        {"\u202egnp\u202c.exe", R"(\xe2\x80\xaegnp\xe2\x80\xac.exe)"}, // written backwards
-    };
-    for (const auto& [text, shown] : rows) {
-        EXPECT_EQ(log::foreign(text), shown);
+TEST(Log, EscapesForeignText) {
+    for (const auto& [place, fields] : test::casesOf(QV_LOG_CASES "/foreign.txt", 2)) {
+        EXPECT_EQ(log::foreign(fields[0]), fields[1]) << place;
     }
 }
 
-TEST(Log, ForeignTextIsCutBetweenCharacters) {
+TEST(Log, CutsForeignTextBetweenCharacters) {
     EXPECT_EQ(log::foreign("12345678", 8), "12345678");
     EXPECT_EQ(log::foreign("123456789", 8), "12345678...");
     EXPECT_EQ(log::foreign("1234567\u00e9", 8), "1234567...");
@@ -49,7 +34,7 @@ std::string writtenTo(void (*write)(std::string_view), std::string_view text) {
     return testing::internal::GetCapturedStderr();
 }
 
-TEST(Log, EachCallIsOneLineWhateverTheText) {
+TEST(Log, WritesOneLineForEachCall) {
     log::open("demo", log::Destination::standardError);
     std::string every;
     for (int c = 0; c < 256; ++c) {

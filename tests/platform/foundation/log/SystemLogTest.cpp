@@ -1,4 +1,5 @@
 #include "platform/foundation/log/Log.h"
+#include "support/InChild.h"
 
 #include <gtest/gtest.h>
 
@@ -12,7 +13,6 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
-#include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
 
@@ -95,18 +95,11 @@ int checkRecords() {
 // The call that takes a format: a text with directives must not be one, a line end must not begin
 // a record of its own.
 TEST(SystemLog, RecordsAreTextAndNeverFormats) {
-    const pid_t child = ::fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) {
-        ::_exit(checkRecords());
-    }
-    int status = 0;
-    ASSERT_EQ(::waitpid(child, &status, 0), child);
-    ASSERT_TRUE(WIFEXITED(status));
-    if (WEXITSTATUS(status) == kNoNamespace) {
+    const int outcome = test::inChild(checkRecords);
+    if (outcome == kNoNamespace) {
         GTEST_SKIP() << "a mount namespace of its own needs root";
     }
-    EXPECT_EQ(WEXITSTATUS(status), 0);
+    EXPECT_EQ(outcome, 0);
 }
 
 } // namespace

@@ -12,10 +12,12 @@
 #include <cstdio>
 #include <fcntl.h>
 #include <filesystem>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <string_view>
 #include <thread>
+#include <utility>
 
 namespace fs = std::filesystem;
 using testing::IsEmpty;
@@ -34,10 +36,10 @@ void makeChain(const TemporaryDirectory& top, int depth) {
     }
     fs::create_directories(folder);
     for (; folder != top / "root"; folder = folder.parent_path()) {
-        static_cast<void>(top.write(fs::relative(folder / "f", top.path()).string(), "x"));
+        top.write(fs::relative(folder / "f", top.path()).string(), "x");
     }
-    static_cast<void>(top.write("outside/d/canary", "x"));
-    static_cast<void>(top.write("root/last", "x"));
+    top.write("outside/d/canary", "x");
+    top.write("root/last", "x");
 }
 
 fs::path levelPath(const TemporaryDirectory& top, int level) {
@@ -53,85 +55,77 @@ bool sawCanary(const CollectingVisitor& visitor) {
                                [](const auto& item) { return item.first.ends_with("/canary"); });
 }
 
-TEST(TreeWalkRace, VanishingItemsAreNoFailure) {
-    const TemporaryDirectory top;
-    makeChain(top, 3);
+// A chain of this depth, which changes once, when the walk shows the folder at a level.
+class ChangingTree {
+public:
+    ChangingTree(int depth, int level, std::function<void(const ChangingTree& tree)> change)
+        : change_(std::move(change)) {
+        makeChain(top, depth);
+        visitor.root = top / "root";
+        visitor.onVisit = [this, shown = folder(level)](const TreeEntry& entry) {
+            if (change_ && entry.path() == shown) {
+                std::exchange(change_, nullptr)(*this);
+            }
+        };
+    }
+    [[nodiscard]] fs::path folder(int level) const { return levelPath(top, level); }
+    void walk() {
+        EXPECT_FALSE(walkTree(visitor.root, RootLink::visitNone, visitor));
+        EXPECT_FALSE(change_) << "the tree did not change";
+        EXPECT_FALSE(sawCanary(visitor));
+    }
+
+    TemporaryDirectory top;
     CollectingVisitor visitor;
-    visitor.root = top / "root";
-    visitor.onVisit = [&](const TreeEntry& entry) {
-        if (entry.path() == levelPath(top, 2)) {
-            fs::remove_all(entry.path()); // shown, and gone before it is opened
-        }
-    };
-    EXPECT_FALSE(walkTree(visitor.root, RootLink::visitNone, visitor));
-    EXPECT_THAT(visitor.failures, IsEmpty());
-    EXPECT_TRUE(visitor.visits.contains(top / "root/last"));
+
+private:
+    std::function<void(const ChangingTree& tree)> change_;
+};
+
+TEST(TreeWalkRace, VanishingItemsAreNoFailure) {
+    ChangingTree tree(3, 2, [](const ChangingTree& it) { fs::remove_all(it.folder(2)); });
+    tree.walk();
+    EXPECT_THAT(tree.visitor.failures, IsEmpty());
+    EXPECT_TRUE(tree.visitor.visits.contains(tree.top / "root/last"));
 }
 
-TEST(TreeWalkRace, AFolderReplacedByALinkAfterItWasShownIsNotEntered) {
-    const TemporaryDirectory top;
-    makeChain(top, 3);
-    CollectingVisitor visitor;
-    visitor.root = top / "root";
-    visitor.onVisit = [&](const TreeEntry& entry) {
-        if (entry.path() == levelPath(top, 2)) {
-            fs::rename(entry.path(), top / "aside");
-            fs::create_directory_symlink(top / "outside", entry.path());
-        }
-    };
-    EXPECT_FALSE(walkTree(visitor.root, RootLink::visitNone, visitor));
-    EXPECT_FALSE(sawCanary(visitor));
-    EXPECT_EQ(visitor.failures[levelPath(top, 2)], ENOTDIR);
-    EXPECT_TRUE(visitor.visits.contains(top / "root/last"));
+TEST(TreeWalkRace, DoesNotEnterALinkInAFoldersPlace) {
+    ChangingTree tree(3, 2, [](const ChangingTree& it) {
+        fs::rename(it.folder(2), it.top / "aside");
+        fs::create_directory_symlink(it.top / "outside", it.folder(2));
+    });
+    tree.walk();
+    EXPECT_EQ(tree.visitor.failures[tree.folder(2)], ENOTDIR);
+    EXPECT_TRUE(tree.visitor.visits.contains(tree.top / "root/last"));
 }
 
 // The walk is at level 80, the upper folders are closed, and level 11 is moved out of level 10:
 // ".." leads elsewhere from there.
-TEST(TreeWalkRace, GoesBackByNameWhereTheWayUpLeadsElsewhere) {
-    const TemporaryDirectory top;
-    makeChain(top, 80);
-    CollectingVisitor visitor;
-    visitor.root = top / "root";
-    bool moved = false;
-    visitor.onVisit = [&](const TreeEntry& entry) {
-        if (entry.path() == levelPath(top, 80) && !moved) {
-            moved = true;
-            fs::rename(levelPath(top, 11), top / "outside/moved");
-        }
-    };
-    EXPECT_FALSE(walkTree(visitor.root, RootLink::visitNone, visitor));
-    EXPECT_TRUE(moved);
-    EXPECT_THAT(visitor.failures, IsEmpty());
-    EXPECT_EQ(visitor.visits.size(), 161U) << "the rest of a folder was lost";
-    EXPECT_TRUE(visitor.visitedEachOnce());
-    EXPECT_FALSE(sawCanary(visitor));
+TEST(TreeWalkRace, GoesBackByName) {
+    ChangingTree tree(80, 80, [](const ChangingTree& it) {
+        fs::rename(it.folder(11), it.top / "outside/moved");
+    });
+    tree.walk();
+    EXPECT_THAT(tree.visitor.failures, IsEmpty());
+    EXPECT_EQ(tree.visitor.visits.size(), 161U) << "the rest of a folder was lost";
+    EXPECT_TRUE(tree.visitor.visitedEachOnce());
 }
 
 // As before, but level 10 is gone as well, a link in its place: what was left in it cannot be
 // reached, and its name must not be followed.
-TEST(TreeWalkRace, ReportsAFolderThatItCannotComeBackTo) {
-    const TemporaryDirectory top;
-    makeChain(top, 80);
-    CollectingVisitor visitor;
-    visitor.root = top / "root";
-    bool moved = false;
-    visitor.onVisit = [&](const TreeEntry& entry) {
-        if (entry.path() == levelPath(top, 80) && !moved) {
-            moved = true;
-            fs::rename(levelPath(top, 11), top / "inner");
-            fs::rename(levelPath(top, 10), top / "outer");
-            fs::create_directory_symlink(top / "outside", levelPath(top, 10));
-        }
-    };
-    EXPECT_FALSE(walkTree(visitor.root, RootLink::visitNone, visitor));
-    EXPECT_TRUE(moved);
-    EXPECT_EQ(visitor.failures.size(), 1U);
-    EXPECT_EQ(visitor.failures[levelPath(top, 10)], ENOTDIR);
-    EXPECT_FALSE(sawCanary(visitor));
+TEST(TreeWalkRace, ReportsAFolderItCannotReturnTo) {
+    ChangingTree tree(80, 80, [](const ChangingTree& it) {
+        fs::rename(it.folder(11), it.top / "inner");
+        fs::rename(it.folder(10), it.top / "outer");
+        fs::create_directory_symlink(it.top / "outside", it.folder(10));
+    });
+    tree.walk();
+    EXPECT_EQ(tree.visitor.failures.size(), 1U);
+    EXPECT_EQ(tree.visitor.failures[tree.folder(10)], ENOTDIR);
     for (int level = 1; level < 10; ++level) {
-        EXPECT_TRUE(visitor.visits.contains(levelPath(top, level) / "f")) << level;
+        EXPECT_TRUE(tree.visitor.visits.contains(tree.folder(level) / "f")) << level;
     }
-    EXPECT_TRUE(visitor.visits.contains(top / "root/last"));
+    EXPECT_TRUE(tree.visitor.visits.contains(tree.top / "root/last"));
 }
 
 // The main thread loses its way back to a folder of which the other one is still at a part: the
@@ -181,7 +175,7 @@ struct LosingItsWay : TreeVisitor {
     std::atomic<int> elsewhere = 0;
 };
 
-TEST(TreeWalkRace, WaitsForTheOtherThreadInAFolderThatIsLost) {
+TEST(TreeWalkRace, WaitsForOthersInALostFolder) {
     LosingItsWay visitor;
     for (const char* part : {"a/middle/k0", "a/middle/k1", "b/middle/k0", "b/middle/k1"}) {
         std::string folder = std::string("root/") + part;

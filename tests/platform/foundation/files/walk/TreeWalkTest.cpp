@@ -1,7 +1,9 @@
 #include "platform/foundation/files/walk/TreeWalk.h"
 
 #include "platform/foundation/files/walk/CollectingVisitor.h"
+#include "platform/foundation/files/walk/DeepTree.h"
 #include "platform/foundation/os/Descriptor.h"
+#include "support/InChild.h"
 #include "support/SmallFileSystem.h"
 #include "support/TemporaryDirectory.h"
 
@@ -20,7 +22,6 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace fs = std::filesystem;
@@ -47,6 +48,7 @@ namespace qv {
 namespace {
 
 using test::CollectingVisitor;
+using test::DeepTree;
 using test::TemporaryDirectory;
 
 Error walk(const fs::path& root, CollectingVisitor& visitor, RootLink link = RootLink::visitNone,
@@ -55,52 +57,16 @@ Error walk(const fs::path& root, CollectingVisitor& visitor, RootLink link = Roo
     return walkTree(root.string(), link, visitor, threads);
 }
 
-/// A chain of folders "d" that begins below `root`, `files` files "f0"... in each. Freed without
-/// a path that grows with it, and without help from what is tested.
-class DeepTree {
-public:
-    DeepTree(const fs::path& root, int depth, int files) : root_(root) {
-        Descriptor folder(::open(root.c_str(), O_DIRECTORY | O_CLOEXEC));
-        for (int level = 0; level < depth; ++level) {
-            if (!folder || ::mkdirat(folder.get(), "d", 0755) != 0) {
-                throw std::runtime_error("mkdirat");
-            }
-            folder = Descriptor(::openat(folder.get(), "d", O_DIRECTORY | O_CLOEXEC));
-            for (int file = 0; file < files; ++file) {
-                const std::string name = "f" + std::to_string(file);
-                if (::mknodat(folder.get(), name.c_str(), S_IFREG | 0644, 0) != 0) {
-                    throw std::runtime_error("mknodat");
-                }
-            }
-        }
-    }
-    ~DeepTree() {
-        std::error_code none;
-        for (fs::rename(root_ / "d", root_ / "top", none); !none;
-             fs::rename(root_ / "next", root_ / "top", none)) {
-            fs::rename(root_ / "top" / "d", root_ / "next", none);
-            fs::remove_all(root_ / "top");
-        }
-    }
-    DeepTree(const DeepTree&) = delete;
-    DeepTree& operator=(const DeepTree&) = delete;
-    DeepTree(DeepTree&&) = delete;
-    DeepTree& operator=(DeepTree&&) = delete;
-
-private:
-    fs::path root_;
-};
-
 void makeSampleTree(const TemporaryDirectory& top) {
-    static_cast<void>(top.write("root/folder/inner/file", "x"));
-    static_cast<void>(top.write("root/.hidden", "x"));
-    static_cast<void>(top.write("outside/secret", "x"));
+    top.write("root/folder/inner/file", "x");
+    top.write("root/.hidden", "x");
+    top.write("outside/secret", "x");
     fs::create_directory_symlink(top / "outside", top / "root/folder/link");
     fs::create_symlink("nowhere", top / "root/dangling");
     ASSERT_EQ(::mkfifo((top / "root/pipe").c_str(), 0600), 0);
 }
 
-TEST(TreeWalk, VisitsEveryItemOnceWithItsTypeAndNothingBehindLinks) {
+TEST(TreeWalk, VisitsEveryItemOnceWithItsType) {
     const TemporaryDirectory top;
     makeSampleTree(top);
     const std::string root = top / "root";
@@ -123,9 +89,9 @@ TEST(TreeWalk, VisitsEveryItemOnceWithItsTypeAndNothingBehindLinks) {
     }
 }
 
-TEST(TreeWalk, RootsThatAreNoFolders) {
+TEST(TreeWalk, TakesFoldersOnlyAsRoots) {
     const TemporaryDirectory top;
-    static_cast<void>(top.write("folder/file", "x"));
+    top.write("folder/file", "x");
     fs::create_directory_symlink("folder", top / "link");
     struct Case {
         std::string path;
@@ -155,7 +121,7 @@ TEST(TreeWalk, RootsThatAreNoFolders) {
     }
 }
 
-TEST(TreeWalk, WhatTheVisitorThrowsEndsTheWalk) {
+TEST(TreeWalk, EndsWhenTheVisitorThrows) {
     for (const unsigned threads : {1U, 3U}) {
         CollectingVisitor visitor;
         visitor.onVisit = [](const TreeEntry& entry) { throw std::runtime_error(entry.path()); };
@@ -169,12 +135,12 @@ TEST(TreeWalk, WhatTheVisitorThrowsEndsTheWalk) {
     }
 }
 
-TEST(TreeWalk, SeveralThreadsVisitEveryItemOnceBetweenThem) {
+TEST(TreeWalk, ThreadsVisitEveryItemOnce) {
     const TemporaryDirectory top;
     for (int folder = 0; folder < 200; ++folder) {
         const std::string name = "folder" + std::to_string(folder);
-        static_cast<void>(top.write(name + "/inner/file", "x"));
-        static_cast<void>(top.write(name + "/file", "x"));
+        top.write(name + "/inner/file", "x");
+        top.write(name + "/file", "x");
     }
     const DeepTree tree(top.path(), 60, 3);
     CollectingVisitor visitor;
@@ -185,37 +151,19 @@ TEST(TreeWalk, SeveralThreadsVisitEveryItemOnceBetweenThem) {
     EXPECT_THAT(visitor.failures, IsEmpty());
 }
 
-TEST(TreeWalk, TenThousandLevelsNeedFewDescriptors) {
-    const TemporaryDirectory top;
-    const DeepTree tree(top.path(), 10'000, 1);
-    struct Counter : TreeVisitor {
-        void visit(const TreeEntry& entry) override {
-            ++count;
-            highestFd = std::max(highestFd, entry.parentFd);
-        }
-        void failed(const std::string& path, const Error& error) override {
-            ADD_FAILURE() << path.size() << " " << error.description();
-        }
-        std::size_t count = 0;
-        int highestFd = 0;
-    } visitor;
-    const Descriptor lowestFree(::open("/dev/null", O_RDONLY | O_CLOEXEC));
-    EXPECT_FALSE(walkTree(top.path().string(), RootLink::visitNone, visitor));
-    EXPECT_EQ(visitor.count, 20'000U);
-    EXPECT_LE(visitor.highestFd, lowestFree.get() + 64);
-}
-
-TEST(TreeWalk, FindsItsPlaceAgainInFoldersItHadToClose) {
+TEST(TreeWalk, FindsItsPlaceInFoldersItClosed) {
     const TemporaryDirectory top;
     const DeepTree tree(top.path(), 100, 50); // entries before and behind the folder to go down to
+    const Descriptor lowestFree(::open("/dev/null", O_RDONLY | O_CLOEXEC));
     CollectingVisitor visitor;
     EXPECT_FALSE(walk(top.path(), visitor));
     EXPECT_EQ(visitor.visits.size(), 100U * 51U);
     EXPECT_TRUE(visitor.visitedEachOnce());
     EXPECT_THAT(visitor.failures, IsEmpty());
+    EXPECT_LE(visitor.highestFd, lowestFree.get() + 64);
 }
 
-TEST(TreeWalk, MakesDoWithTheDescriptorsThereAre) {
+TEST(TreeWalk, MakesDoWithFewDescriptors) {
     const TemporaryDirectory top;
     const DeepTree tree(top.path(), 100, 1);
     const Descriptor lowestFree(::open("/dev/null", O_RDONLY | O_CLOEXEC));
@@ -240,7 +188,7 @@ std::size_t residentBytes() {
     return resident * static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
 }
 
-TEST(TreeWalk, AHugeFolderIsStreamed) {
+TEST(TreeWalk, StreamsAHugeFolder) {
     const TemporaryDirectory top;
     const test::SmallFileSystem quick(top / "memory", 256); // a folder of the disk without root
     const std::string path = top / "memory";
@@ -269,53 +217,26 @@ TEST(TreeWalk, AHugeFolderIsStreamed) {
     EXPECT_LT(visitor.bytes, before + std::size_t{2} * 1024 * 1024);
 }
 
-// Walks as a user without privileges and shows the failures as "path errno" lines.
-std::string failuresOfNobody(const fs::path& root) {
-    std::array<int, 2> ends{};
-    if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
-        return "no pipe";
-    }
-    const Descriptor reader(ends[0]);
-    Descriptor writer(ends[1]);
-    const pid_t child = ::fork();
-    if (child == 0) {
-        constexpr uid_t kNobody = 65534;
-        if (::getuid() == 0 && (::setresgid(kNobody, kNobody, kNobody) != 0 ||
-                                ::setresuid(kNobody, kNobody, kNobody) != 0)) {
-            ::_exit(2);
-        }
-        CollectingVisitor visitor;
-        const Error error = walk(root, visitor);
-        std::string text = error ? error.description() + "\n" : std::string();
-        for (const auto& [path, code] : visitor.failures) {
-            text += path + " " + std::to_string(code) + "\n";
-        }
-        text += visitor.visits.contains(root / "z/file") ? "" : "the walk did not go on\n";
-        const bool written =
-            ::write(writer.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
-        ::_exit(written ? 0 : 3);
-    }
-    writer.reset();
-    std::string text;
-    std::array<char, 4096> chunk{};
-    for (ssize_t n = 0; (n = ::read(reader.get(), chunk.data(), chunk.size())) > 0;) {
-        text.append(chunk.data(), static_cast<std::size_t>(n));
-    }
-    int status = 0;
-    ::waitpid(child, &status, 0);
-    return status == 0 ? text : "the child failed";
-}
-
-TEST(TreeWalk, AnUnreadableFolderIsReportedAndTheWalkGoesOn) {
+TEST(TreeWalk, ReportsAnUnreadableFolder) {
     const TemporaryDirectory top;
     fs::permissions(top.path(), fs::perms::others_read | fs::perms::others_exec,
                     fs::perm_options::add);
     for (const char* name : {"root/a/file", "root/locked/file", "root/z/file"}) {
-        static_cast<void>(top.write(name, "x"));
+        top.write(name, "x");
     }
     fs::permissions(top / "root/locked", fs::perms::none);
-    EXPECT_EQ(failuresOfNobody(top / "root"),
-              (top / "root/locked").string() + " " + std::to_string(EACCES) + "\n");
+    const auto walkAndLook = [&] {
+        CollectingVisitor visitor;
+        const bool fails = walk(top / "root", visitor) ? true : false;
+        const std::map<std::string, std::int64_t> expected{{top / "root/locked", EACCES}};
+        return !fails && visitor.failures == expected &&
+                       visitor.visits.contains(top / "root/z/file")
+                   ? EXIT_SUCCESS
+                   : EXIT_FAILURE;
+    };
+    constexpr uid_t kNobody = 65534;
+    EXPECT_EQ(::getuid() == 0 ? test::inChildAs(kNobody, walkAndLook) : walkAndLook(),
+              EXIT_SUCCESS);
     fs::permissions(top / "root/locked", fs::perms::owner_all);
 }
 
