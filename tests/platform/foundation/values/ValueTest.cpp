@@ -1,7 +1,6 @@
 #include "platform/foundation/values/Value.h"
 
 #include "platform/foundation/values/Error.h"
-#include "platform/foundation/values/URL.h"
 
 #include <gtest/gtest.h>
 
@@ -13,7 +12,6 @@
 namespace qv {
 namespace {
 
-using namespace std::string_view_literals;
 using Kind = Value::Kind;
 
 constexpr std::int64_t kMost = std::numeric_limits<std::int64_t>::max();
@@ -43,31 +41,6 @@ TEST(Value, IntegersOfEveryWidthComeBack) {
         EXPECT_TRUE(value.is(Kind::unsignedInteger));
         EXPECT_EQ(value.asUnsignedInteger(), number);
     }
-}
-
-TEST(Value, EveryKindGivesBackWhatWentIn) {
-    EXPECT_TRUE(Value().isNull());
-    EXPECT_TRUE(Value().is(Kind::null));
-    EXPECT_FALSE(Value::boolean(false).isNull());
-    EXPECT_TRUE(Value::boolean(true).asBoolean());
-    EXPECT_FALSE(Value::boolean(false).asBoolean());
-    EXPECT_EQ(Value::real(-0.5).asReal(), -0.5);
-    EXPECT_EQ(Value::string("").asString(), "");
-    EXPECT_EQ(Value::string("a\0b"sv).asString(), "a\0b"sv);
-    EXPECT_EQ(Value::data("\0\xff"sv).asData(), "\0\xff"sv);
-    EXPECT_EQ(Value::date({1.5}).asDate(), Date{1.5});
-    EXPECT_EQ(Value::uid({4294967295U}).asUID().index, 4294967295U);
-    EXPECT_EQ(Value::url(URL::fileURLWithPath("/a[")).asURL(), URL::fileURLWithPath("/a["));
-    EXPECT_EQ(Value::error(Error("D", kLeast)).asError().code(), kLeast);
-    EXPECT_EQ(Value::error(Error("D", 1)).asError().domain(), "D");
-    EXPECT_EQ(Value::array({Value::integer(1), Value()}).asArray().size(), 2U);
-    for (const Value& number : {Value::boolean(true), Value::integer(1), Value::real(1),
-                                Value::unsignedInteger(~std::uint64_t{0})}) {
-        EXPECT_TRUE(number.isNumber());
-        EXPECT_EQ(className(number.kind()), "NSNumber");
-    }
-    EXPECT_FALSE(Value::string("1").isNumber());
-    EXPECT_FALSE(Value().isNumber());
 }
 
 // A failing step is found among its equals by identity.
