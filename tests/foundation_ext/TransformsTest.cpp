@@ -49,8 +49,6 @@ TEST(Digests, AreThePublishedOnes) {
     }
     EXPECT_EQ(QVTransforms::md5Digest("abc"), hex(QVTransforms::md5DigestData("abc")));
     EXPECT_EQ(QVTransforms::sha1Digest("abc"), hex(QVTransforms::sha1DigestData("abc")));
-    EXPECT_EQ(QVTransforms::md5DigestData("abc")->size(), 16U);
-    EXPECT_EQ(QVTransforms::sha1DigestData("abc")->size(), 20U);
 }
 
 TEST(Digests, OfUnknownTypesFailWithAReason) {
@@ -206,7 +204,7 @@ TEST(Signatures, AreVerifiedWithACertificate) {
             << row.certificate;
         EXPECT_EQ(valid, row.valid) << row.certificate;
         EXPECT_EQ(!error, row.ran) << row.certificate;
-        EXPECT_TRUE(row.ran || error.domain() == error_domain::kOSStatus);
+        EXPECT_TRUE(row.ran || (error && error.domain() == error_domain::kOSStatus));
         EXPECT_EQ(QVTransforms::verifySignature(row.message, row.signature, sample(row.certificate),
                                                 nullptr, nullptr),
                   row.ran);

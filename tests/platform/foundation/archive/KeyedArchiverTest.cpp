@@ -25,16 +25,11 @@ std::string archive(const Value& root) {
     return KeyedArchiver::archivedDataWithRootObject(root).value();
 }
 
-Value replyWithError() {
-    return Value::dictionary({
-        {"success", Value::boolean(false)},
-        {"errorScriptStepIndex", Value::integer(2)},
-        {"error", Value::error(Error::withDescription("QVCatalogScriptErrorDomain", 0, "text"))},
-    });
-}
-
 TEST(KeyedArchiver, NumbersObjectsAsThePlatformDoes) {
-    const std::string data = archive(replyWithError());
+    const Error error = Error::withDescription("QVCatalogScriptErrorDomain", 0, "text");
+    const std::string data = archive(Value::dictionary({{"success", Value::boolean(false)},
+                                                        {"errorScriptStepIndex", Value::integer(2)},
+                                                        {"error", Value::error(error)}}));
     EXPECT_THAT(
         objectTexts(data),
         ElementsAre("\"$null\"",

@@ -9,8 +9,6 @@
 namespace qv::test {
 namespace {
 
-constexpr std::size_t kTrailer = 32;
-
 // The bytes of hexadecimal numbers between blanks.
 std::string fromHex(std::string_view text) {
     std::string data;
@@ -32,39 +30,19 @@ TEST(BinaryReader, ReadsOrRefusesObjects) {
 }
 
 TEST(BinaryReader, RefusesBrokenTrailers) {
-    struct Row {
-        std::size_t place; // in the trailer
-        std::string number;
-        std::string_view reason;
-    };
     const std::string good = BinaryParts{{bytes({0xA1, 1}), bytes({0x09})}}.list();
-    ASSERT_EQ(readDump(good), "[true]");
-    const std::size_t trailer = good.size() - kTrailer; // 13
-    for (const Row& row : std::initializer_list<Row>{
-             {0, "sort v", ""},
-             {8, bigEndian(0, 8), "No objects at byte offset 21"},
-             {8, std::string(8, '\xFF'), "Number of objects out of range at byte offset 21"},
-             {8, bigEndian(3, 8),
-              "Offset table of as many objects does not end at the trailer at byte offset 21"},
-             {16, bigEndian(2, 8), "Top object is not among the objects at byte offset 29"},
-             {24, bigEndian(8, 8), "Offset of the offset table out of range at byte offset 37"},
-             {24, bigEndian(13, 8), "Offset of the offset table out of range at byte offset 37"},
-             {24, std::string(8, '\xFF'),
-              "Offset of the offset table out of range at byte offset 37"},
-             {24, bigEndian(10, 8),
-              "Offset table of as many objects does not end at the trailer at byte offset 21"},
-             {6, bigEndian(0, 1), "Offset size is zero at byte offset 19"},
-             {7, bigEndian(0, 1), "Reference size is zero at byte offset 20"},
-         }) {
-        std::string list = good;
-        list.replace(trailer + row.place, row.number.size(), row.number);
-        EXPECT_EQ(readDump(list),
-                  row.reason.empty() ? "[true]" : "refused: " + std::string(row.reason));
+    const auto with = [&](std::size_t place, const std::string& number) {
+        return readDump(std::string(good).replace(good.size() - 32 + place, number.size(), number));
+    };
+    EXPECT_EQ(with(0, "sort v"), "[true]");
+    for (const auto& [place, fields] : casesOf(QV_PLIST_CASES "/trailers.txt", 3)) {
+        EXPECT_EQ(with(std::stoul(fields[0]), fromHex(fields[1])), "refused: " + fields[2])
+            << place;
     }
     EXPECT_THAT(readDump(good + "x"), testing::HasSubstr("at byte offset"));
 }
 
-TEST(BinaryReader, RefusesOffsetsAndSizesThatCannotBe) {
+TEST(BinaryReader, RefusesImpossibleOffsetsAndSizes) {
     BinaryParts parts{{bytes({0xA1, 1}), bytes({0x09})}};
     parts.offsets = {7, 10};
     EXPECT_EQ(readDump(parts.list()), "refused: Object offset out of range at byte offset 11");

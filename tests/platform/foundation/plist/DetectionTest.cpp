@@ -1,4 +1,5 @@
 #include "platform/foundation/plist/Refusal.h"
+#include "support/CaseFile.h"
 
 #include <gmock/gmock.h>
 
@@ -56,20 +57,11 @@ TEST(Detection, HonoursTheDeclaredEncoding) {
         return readDump("<?xml version=\"1.0\" encoding='" + std::string(name) + "'?><string>" +
                         std::string(content) + "</string>");
     };
-    EXPECT_EQ(declared("ISO-8859-1", "\xE9\x80"), "\"é\u0080\"");
-    EXPECT_EQ(declared("iso-8859-15", "\xA4"), "\"€\"");
-    EXPECT_EQ(declared("Windows-1252", "\x80\xFF"), "\"€ÿ\"");
-    EXPECT_EQ(declared("Shift_JIS", "\x83\x65\xB1"), "\"テｱ\"");
+    for (const auto& [place, fields] : casesOf(QV_PLIST_CASES "/encodings.txt", 3)) {
+        EXPECT_THAT(declared(fields[0], fields[1]), testing::HasSubstr(fields[2])) << place;
+    }
     EXPECT_EQ(declared("KOI8-R", "\xC1" + std::string(20'000, '\xC2')),
               "\"а" + repeated("б", 20'000) + "\"");
-    EXPECT_EQ(declared("Shift_JIS", "a\x83"),
-              "refused: Unable to convert string to correct encoding at line 1, column 52");
-    EXPECT_EQ(declared("UTF-8", "é"), "\"é\"");
-    EXPECT_THAT(declared("US-ASCII", "é"), testing::HasSubstr("Unable to convert"));
-    EXPECT_THAT(declared("klingon", "a"),
-                testing::HasSubstr("Encountered unknown encoding (klingon) on line 1, column 31"));
-    EXPECT_THAT(declared("ibm-37,swaplfnl", "a"), testing::HasSubstr("unknown encoding"));
-    EXPECT_THAT(declared("UTF-16", "a"), testing::HasSubstr("wrong encoding (UTF-16) on line 1"));
     EXPECT_EQ(readDump("<string>\n\xED\xA0\x80</string>"),
               "refused: Unable to convert string to correct encoding at line 2, column 1");
 }
@@ -93,13 +85,16 @@ TEST(Detection, CountsLinesAndCharacters) {
         const plist::TextPosition position = plist::positionOf(text, offset);
         return std::to_string(position.line) + ":" + std::to_string(position.column);
     };
-    EXPECT_EQ(at(0), "1:1");
-    EXPECT_EQ(at(2), "1:2");
-    EXPECT_EQ(at(5), "2:2");
-    EXPECT_EQ(at(7), "3:1");
-    EXPECT_EQ(at(9), "4:1");
-    EXPECT_EQ(at(10), "5:1");
-    EXPECT_EQ(at(99), "5:2");
+    for (const auto& [offset, place] :
+         std::initializer_list<std::pair<std::size_t, const char*>>{{0, "1:1"},
+                                                                    {2, "1:2"},
+                                                                    {5, "2:2"},
+                                                                    {7, "3:1"},
+                                                                    {9, "4:1"},
+                                                                    {10, "5:1"},
+                                                                    {99, "5:2"}}) {
+        EXPECT_EQ(at(offset), place);
+    }
 }
 
 } // namespace

@@ -41,16 +41,5 @@ TEST(XMLReader, ReadsDictionariesOfManyKeys) {
     }
 }
 
-TEST(XMLReader, SharesKeysAmongAlikeDictionaries) {
-    const auto list = PropertyList::propertyListWithData(
-        "<array><dict><key>a</key><true/><key>b</key><true/></dict>"
-        "<dict><key>a</key><false/><key>b</key><true/></dict>"
-        "<dict><key>ab</key><true/><key></key><true/></dict></array>");
-    ASSERT_TRUE(list);
-    const std::span<const Value> all = list->root.asArray();
-    EXPECT_TRUE(all[0].asDictionary().keys().sameAs(all[1].asDictionary().keys()));
-    EXPECT_EQ(dump(all[2]), "{ab: true, : true}");
-}
-
 } // namespace
 } // namespace qv::test
