@@ -2,7 +2,7 @@
 
 #include "platform/foundation/archive/KeyedUnarchiver.h"
 #include "platform/foundation/plist/PropertyList.h"
-#include "platform/foundation/process/LaunchMark.h"
+#include "platform/foundation/process/state/LaunchMark.h"
 #include "platform/foundation/values/Conversions.h"
 #include "platform/foundation/values/Exception.h"
 #include "platform/xpc/ClientConnection.h"

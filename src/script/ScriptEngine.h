@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/foundation/process/Requester.h"
+#include "platform/foundation/process/state/Requester.h"
 #include "script/FunctionView.h"
 #include "script/KeyValueStorage.h"
 #include "script/PlatformServices.h"

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "codesign/ClientVerification.h"
-#include "platform/foundation/process/Requester.h"
+#include "platform/foundation/process/state/Requester.h"
 #include "platform/foundation/values/Value.h"
 #include "platform/xpc/Connection.h"
 #include "platform/xpc/MainQueue.h"

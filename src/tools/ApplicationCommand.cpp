@@ -1,5 +1,5 @@
 #include "platform/foundation/files/item/FileErrors.h"
-#include "platform/foundation/process/UserRecord.h"
+#include "platform/foundation/process/state/UserRecord.h"
 #include "platform/workspace/applications/ApplicationIndex.h"
 #include "tools/Commands.h"
 #include "tools/Json.h"

@@ -2,7 +2,7 @@
 #include "platform/examiner/Sandbox.h"
 #include "platform/foundation/files/item/SocketPlace.h"
 #include "platform/foundation/log/Log.h"
-#include "platform/foundation/process/ProcessState.h"
+#include "platform/foundation/process/state/ProcessState.h"
 
 #include <fmt/core.h>
 #include <openssl/crypto.h>

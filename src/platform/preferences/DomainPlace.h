@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/foundation/process/UserRecord.h"
+#include "platform/foundation/process/state/UserRecord.h"
 #include "platform/foundation/values/Error.h"
 #include "platform/preferences/PreferencesService.h"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/foundation/process/UserProcess.h"
+#include "platform/foundation/process/worker/UserProcess.h"
 #include "platform/preferences/DomainFile.h"
 #include "platform/preferences/DomainPlace.h"
 #include "platform/preferences/PreferencesService.h"

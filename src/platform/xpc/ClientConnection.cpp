@@ -1,7 +1,7 @@
 #include "platform/xpc/ClientConnection.h"
 
 #include "platform/foundation/log/Log.h"
-#include "platform/foundation/process/LaunchMark.h"
+#include "platform/foundation/process/state/LaunchMark.h"
 #include "platform/xpc/wire/SocketIO.h"
 
 #include <fmt/core.h>

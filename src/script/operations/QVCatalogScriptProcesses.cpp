@@ -1,6 +1,6 @@
 #include "platform/accessibility/AccessibilityService.h"
 #include "platform/foundation/files/item/FileSystemPath.h"
-#include "platform/foundation/process/ProcessExit.h"
+#include "platform/foundation/process/state/ProcessExit.h"
 #include "platform/workspace/launch/WorkspaceService.h"
 #include "script/ScriptEngine.h"
 

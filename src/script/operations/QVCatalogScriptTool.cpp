@@ -1,6 +1,6 @@
 #include "platform/foundation/files/item/HeldItem.h"
 #include "platform/foundation/os/FileBytes.h"
-#include "platform/foundation/process/Task.h"
+#include "platform/foundation/process/task/Task.h"
 #include "platform/foundation/values/Description.h"
 #include "platform/foundation/values/Exception.h"
 #include "script/ScriptEngine.h"

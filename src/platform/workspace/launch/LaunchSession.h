@@ -1,8 +1,8 @@
 #pragma once
 
-#include "platform/foundation/process/Requester.h"
-#include "platform/foundation/process/UserProcess.h"
-#include "platform/foundation/process/UserRecord.h"
+#include "platform/foundation/process/state/Requester.h"
+#include "platform/foundation/process/state/UserRecord.h"
+#include "platform/foundation/process/worker/UserProcess.h"
 
 #include <tl/expected.hpp>
 

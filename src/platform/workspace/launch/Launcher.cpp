@@ -1,8 +1,8 @@
 #include "platform/workspace/launch/Launcher.h"
 
 #include "platform/foundation/os/Descriptor.h"
-#include "platform/foundation/process/ProcessState.h"
-#include "platform/foundation/process/SpawnProcess.h"
+#include "platform/foundation/process/state/ProcessState.h"
+#include "platform/foundation/process/task/SpawnProcess.h"
 #include "platform/workspace/launch/BusActivation.h"
 #include "platform/workspace/launch/LaunchError.h"
 #include "platform/workspace/launch/ServiceUnit.h"

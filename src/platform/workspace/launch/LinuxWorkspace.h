@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/foundation/process/Requester.h"
+#include "platform/foundation/process/state/Requester.h"
 #include "platform/workspace/launch/WorkspaceMemory.h"
 #include "platform/workspace/launch/WorkspaceService.h"
 

@@ -3,7 +3,7 @@
 #include "platform/foundation/files/item/Volume.h"
 #include "platform/foundation/os/Descriptor.h"
 #include "platform/foundation/os/Folder.h"
-#include "platform/foundation/process/UserRecord.h"
+#include "platform/foundation/process/state/UserRecord.h"
 #include "platform/workspace/trash/TrashInfo.h"
 #include "platform/workspace/trash/TrashService.h"
 

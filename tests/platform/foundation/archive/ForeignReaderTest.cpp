@@ -1,5 +1,5 @@
 #include "platform/foundation/archive/KeyedArchiver.h"
-#include "platform/foundation/process/Task.h"
+#include "platform/foundation/process/task/Task.h"
 #include "platform/foundation/values/URL.h"
 #include "support/TemporaryDirectory.h"
 

@@ -1,7 +1,7 @@
-#include "platform/foundation/process/OutputRelay.h"
+#include "platform/foundation/process/task/OutputRelay.h"
 
 #include "platform/foundation/process/Support.h"
-#include "platform/foundation/process/Task.h"
+#include "platform/foundation/process/task/Task.h"
 #include "support/TemporaryDirectory.h"
 
 #include <fmt/core.h>

@@ -1,7 +1,7 @@
-#include "platform/foundation/process/ProcessState.h"
+#include "platform/foundation/process/state/ProcessState.h"
 
-#include "platform/foundation/process/ProcessExit.h"
 #include "platform/foundation/process/Support.h"
+#include "platform/foundation/process/state/ProcessExit.h"
 
 #include <fmt/core.h>
 #include <gtest/gtest.h>

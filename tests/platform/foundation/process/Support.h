@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/foundation/os/Descriptor.h"
-#include "platform/foundation/process/Task.h"
+#include "platform/foundation/process/task/Task.h"
 
 #include <array>
 #include <cstddef>

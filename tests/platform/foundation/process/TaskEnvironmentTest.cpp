@@ -1,6 +1,6 @@
-#include "platform/foundation/process/ProcessState.h"
 #include "platform/foundation/process/Support.h"
-#include "platform/foundation/process/Task.h"
+#include "platform/foundation/process/state/ProcessState.h"
+#include "platform/foundation/process/task/Task.h"
 #include "support/BuildFolder.h"
 
 #include <fmt/core.h>

@@ -1,4 +1,4 @@
-#include "platform/foundation/process/Task.h"
+#include "platform/foundation/process/task/Task.h"
 
 #include "platform/foundation/process/Support.h"
 #include "platform/foundation/values/Exception.h"

@@ -1,7 +1,7 @@
 // A process that works as another user: who it is, what it has, and that nothing he does keeps its
 // parent waiting.
 
-#include "platform/foundation/process/UserProcess.h"
+#include "platform/foundation/process/worker/UserProcess.h"
 
 #include "platform/foundation/process/Support.h"
 #include "support/RealUser.h"

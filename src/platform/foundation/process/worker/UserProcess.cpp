@@ -1,7 +1,7 @@
-#include "platform/foundation/process/UserProcess.h"
+#include "platform/foundation/process/worker/UserProcess.h"
 
-#include "platform/foundation/process/ProcessState.h"
-#include "platform/foundation/process/Task.h"
+#include "platform/foundation/process/state/ProcessState.h"
+#include "platform/foundation/process/task/Task.h"
 
 #include <algorithm>
 #include <array>

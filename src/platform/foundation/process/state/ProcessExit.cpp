@@ -1,4 +1,4 @@
-#include "platform/foundation/process/ProcessExit.h"
+#include "platform/foundation/process/state/ProcessExit.h"
 
 #include "platform/foundation/os/Descriptor.h"
 

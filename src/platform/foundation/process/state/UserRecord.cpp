@@ -1,4 +1,4 @@
-#include "platform/foundation/process/UserRecord.h"
+#include "platform/foundation/process/state/UserRecord.h"
 
 #include <cerrno>
 #include <grp.h>

@@ -1,6 +1,6 @@
-#include "platform/foundation/process/LaunchMark.h"
+#include "platform/foundation/process/state/LaunchMark.h"
 
-#include "platform/foundation/process/ProcessState.h"
+#include "platform/foundation/process/state/ProcessState.h"
 
 #include <fmt/core.h>
 

@@ -1,4 +1,4 @@
-#include "platform/foundation/process/SpawnProcess.h"
+#include "platform/foundation/process/task/SpawnProcess.h"
 
 #include <csignal>
 #include <cstring>

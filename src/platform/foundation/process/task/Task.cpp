@@ -1,7 +1,7 @@
-#include "platform/foundation/process/Task.h"
+#include "platform/foundation/process/task/Task.h"
 
-#include "platform/foundation/process/SpawnProcess.h"
-#include "platform/foundation/process/UserRecord.h"
+#include "platform/foundation/process/state/UserRecord.h"
+#include "platform/foundation/process/task/SpawnProcess.h"
 #include "platform/foundation/values/Exception.h"
 
 #include <fmt/core.h>

@@ -1,4 +1,4 @@
-#include "platform/foundation/process/ProcessState.h"
+#include "platform/foundation/process/state/ProcessState.h"
 
 #include "platform/foundation/os/Descriptor.h"
 

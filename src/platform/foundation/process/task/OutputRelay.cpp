@@ -1,6 +1,6 @@
-#include "platform/foundation/process/OutputRelay.h"
+#include "platform/foundation/process/task/OutputRelay.h"
 
-#include "platform/foundation/process/Task.h"
+#include "platform/foundation/process/task/Task.h"
 
 #include <fmt/core.h>
 
