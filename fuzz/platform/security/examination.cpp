@@ -1,7 +1,7 @@
 // What the examiner and the service say to each other: an examiner that was taken over may answer
 // anything, and what is read of it must read the same again.
 
-#include "platform/security/examination/ExaminationWire.h"
+#include "platform/security/examination/ExaminerCall.h"
 #include "platform/security/signature/StaticCode.h"
 #include "platform/security/signature/TrustAnchors.h"
 
@@ -12,7 +12,7 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string_view bytes(reinterpret_cast<const char*>(data), size);
-    qv::ExaminationFrameReader reader(qv::kLongestReply);
+    qv::ValueFrameReader reader(qv::kLongestReply);
     const std::size_t half = size / 2;
     auto complete = reader.take(bytes.substr(0, half));
     if (complete && !*complete) {
@@ -21,14 +21,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (!complete || !*complete) {
         return 0;
     }
-    const auto content = reader.content();
+    const qv::WorkResult content = reader.result();
     if (!content) {
+        static_cast<void>(content.error().localizedDescription()); // which the service logs
         return 0;
     }
     if (const auto code = qv::StaticCode::decoded(*content)) {
         const auto again = qv::StaticCode::decoded(code->encoded());
-        if (!again || qv::examinationFrame(again->encoded(), qv::kLongestReply) !=
-                          qv::examinationFrame(code->encoded(), qv::kLongestReply)) {
+        if (!again || qv::frameOf(again->encoded(), qv::kLongestReply) !=
+                          qv::frameOf(code->encoded(), qv::kLongestReply)) {
             std::abort();
         }
     }

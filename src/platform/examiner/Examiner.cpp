@@ -1,8 +1,9 @@
 #include "platform/examiner/Examiner.h"
 
-#include "platform/examiner/Sandbox.h"
 #include "platform/foundation/log/Log.h"
-#include "platform/security/examination/ExaminationWire.h"
+#include "platform/foundation/os/FileBytes.h"
+#include "platform/foundation/process/worker/Sandbox.h"
+#include "platform/security/examination/ExaminerCall.h"
 #include "platform/security/signature/StaticCode.h"
 #include "platform/security/signature/TrustAnchors.h"
 
@@ -30,6 +31,10 @@ constexpr milliseconds kLongestTime{10'000};
 
 void complain(std::string_view what) { log::write(log::Priority::error, what); }
 
+tl::unexpected<Error> refuse(std::string_view why) {
+    return tl::unexpected(Error::withDescription(kWorkerErrorDomain, EBADMSG, why));
+}
+
 struct Request {
     Descriptor program;
     Value content;
@@ -50,9 +55,9 @@ Descriptor descriptorIn(msghdr& message) {
     return found;
 }
 
-tl::expected<Request, std::string> receiveRequest(int connection) {
+tl::expected<Request, Error> receiveRequest(int connection) {
     Request request;
-    ExaminationFrameReader frame(kLongestRequest);
+    ValueFrameReader frame(kLongestRequest);
     std::array<char, 65536> piece; // NOLINT(cppcoreguidelines-pro-type-member-init): filled below
     for (;;) {
         alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(int))> control{};
@@ -63,20 +68,17 @@ tl::expected<Request, std::string> receiveRequest(int connection) {
         message.msg_control = control.data();
         message.msg_controllen = control.size();
         const ssize_t count = ::recvmsg(connection, &message, MSG_CMSG_CLOEXEC);
-        if (count <= 0) {
-            return tl::unexpected<std::string>("a request was not finished");
+        if (count < 0) {
+            return refuse(errnoText(errno));
         }
         if (Descriptor program = descriptorIn(message)) {
             request.program = std::move(program);
         }
         const auto complete = frame.take({piece.data(), static_cast<std::size_t>(count)});
-        if (!complete) {
-            return tl::unexpected(complete.error());
-        }
-        if (!*complete) {
+        if (complete && !*complete && count > 0) {
             continue;
         }
-        auto content = frame.content();
+        auto content = complete ? frame.result() : tl::unexpected(complete.error());
         if (!content) {
             return tl::unexpected(content.error());
         }
@@ -95,7 +97,7 @@ milliseconds limitTime(const Value& request) {
     return time;
 }
 
-tl::expected<std::string, std::string> answer(int connection) {
+WorkResult answer(int connection) {
     const auto request = receiveRequest(connection);
     if (!request) {
         return tl::unexpected(request.error());
@@ -103,20 +105,16 @@ tl::expected<std::string, std::string> answer(int connection) {
     const milliseconds time = limitTime(request->content);
     const Value* encoding = request->content.find("anchors");
     if (encoding == nullptr || !request->program) {
-        return tl::unexpected<std::string>("a request lacks anchors or program");
+        return refuse("a request lacks anchors or program");
     }
     const auto anchors = AnchorSet::decoded(*encoding);
     if (!anchors) {
-        return tl::unexpected(anchors.error());
+        return refuse(anchors.error());
     }
-    const StaticCode code = StaticCode::examine(
-        request->program.get(),
-        {.anchors = **anchors, .deadline = std::chrono::steady_clock::now() + time});
-    std::string reply = examinationFrame(code.encoded(), kLongestReply);
-    if (reply.empty()) {
-        return tl::unexpected<std::string>("a judgement is too long to be told");
-    }
-    return reply;
+    return StaticCode::examine(
+               request->program.get(),
+               {.anchors = **anchors, .deadline = std::chrono::steady_clock::now() + time})
+        .encoded();
 }
 
 bool sendAll(int connection, std::string_view bytes) {
@@ -151,15 +149,16 @@ void Examiner::serve(const Descriptor& connection) {
     }
     listener_.reset();
     ::alarm(kSecondsForRequest);
-    if (const std::string failed = keepToExamining(); !failed.empty()) {
+    if (const std::string failed = keepToComputing(); !failed.empty()) {
         complain(failed);
         ::_exit(EXIT_FAILURE);
     }
-    const auto reply = answer(connection.get());
-    if (!reply) {
-        complain(log::foreign(reply.error()));
+    const WorkResult result = answer(connection.get());
+    if (!result) {
+        complain(log::foreign(result.error().localizedDescription()));
     }
-    ::_exit(reply && sendAll(connection.get(), *reply) ? EXIT_SUCCESS : EXIT_FAILURE);
+    const bool isSent = sendAll(connection.get(), replyFrameOf(result, kLongestReply));
+    ::_exit(result && isSent ? EXIT_SUCCESS : EXIT_FAILURE);
 }
 
 int Examiner::run(std::chrono::milliseconds idleTime) {

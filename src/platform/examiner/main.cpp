@@ -1,8 +1,8 @@
 #include "platform/examiner/Examiner.h"
-#include "platform/examiner/Sandbox.h"
 #include "platform/foundation/files/item/SocketPlace.h"
 #include "platform/foundation/log/Log.h"
 #include "platform/foundation/process/state/ProcessState.h"
+#include "platform/foundation/process/worker/Sandbox.h"
 
 #include <fmt/core.h>
 #include <openssl/crypto.h>
@@ -53,9 +53,9 @@ int main() {
                               nullptr) != 1) {
         return fail("the cryptographic library does not start");
     }
-    std::string kept = qv::examiner::dropPrivileges(QV_EXAMINER_USER);
+    std::string kept = qv::dropPrivileges(QV_EXAMINER_USER);
     if (kept.empty()) {
-        kept = qv::examiner::keepToServing();
+        kept = qv::keepToServing();
     }
     if (!kept.empty()) {
         return fail(fmt::format("privileges cannot be given up: {}", kept));

@@ -1,14 +1,11 @@
 #include "platform/preferences/PreferenceFiles.h"
 
-#include "platform/foundation/plist/PropertyList.h"
 #include "platform/preferences/PreferenceError.h"
 #include "platform/preferences/Storable.h"
 
 #include <fmt/core.h>
 
-#include <array>
 #include <cerrno>
-#include <charconv>
 #include <utility>
 #include <vector>
 
@@ -20,31 +17,12 @@ using preferences::failureAt;
 
 namespace {
 
-// The language between this process and the one that works as a user: one letter, then the rest.
-constexpr char kNothing = 'n';
-constexpr char kValue = 'v';   // a binary property list
-constexpr char kFailure = 'f'; // the errno, a blank, the description
-
 // What another user's values may take; the largest file, and what its encoding may add to it.
 constexpr std::size_t kLongestAnswer = std::size_t{512} << 20U;
 
-std::string failureText(const Error& error) {
-    return fmt::format("{}{} {}", kFailure, error.code(), error.localizedDescription());
-}
-
-Error failureFrom(std::string_view text) {
-    int code = EPROTO;
-    const char* const end = text.data() + text.size();
-    const char* rest = std::from_chars(text.data() + 1, end, code).ptr;
-    rest += rest == end ? 0 : 1;
-    return Error::withDescription(error_domain::kPOSIX, code,
-                                  std::string_view(rest, static_cast<std::size_t>(end - rest)));
-}
-
 // Why a user's process has not done what it should.
-Error failureToAct(const UserRecord& user, const DomainPlace& place, const Error& error) {
+Error failureToAct(const UserRecord& user, const DomainPlace& place, int code) {
     const std::string& name = user.name;
-    const int code = static_cast<int>(error.code());
     switch (code) {
     case EPERM:
         return failureAt(place.path(), code, fmt::format("may not act as the user \"{}\"", name));
@@ -62,21 +40,18 @@ Error failureToAct(const UserRecord& user, const DomainPlace& place, const Error
     }
 }
 
-std::string answerTo(const DomainPlace& place, const std::optional<std::string>& key) {
-    const auto values = preferences::readDomain(place);
+// The values of a domain, or of one of its keys alone; the null object where there is no file.
+WorkResult valuesOf(const DomainPlace& place, const std::optional<std::string>& key) {
+    auto values = preferences::readDomain(place);
     if (!values) {
-        return failureText(values.error());
+        return tl::unexpected(values.error());
     }
-    const std::optional<Value>& all = *values;
-    const Value* wanted = all ? &*all : nullptr;
-    if (wanted != nullptr && key) {
-        wanted = wanted->find(*key);
+    const Value all = values->value_or(Value());
+    if (!key) {
+        return all;
     }
-    if (wanted == nullptr) {
-        return {kNothing};
-    }
-    const auto list = PropertyList::dataWithPropertyList(*wanted, PropertyListFormat::binary);
-    return list ? kValue + *list : failureText(preferences::refusalAt(place.path(), list.error()));
+    const Value* const found = all.find(*key);
+    return found != nullptr ? Value::dictionary({{*key, *found}}) : Value();
 }
 
 Error whyUnstorable(const Changes& changes, const std::string& path) {
@@ -100,36 +75,33 @@ PreferenceFiles::PreferenceFiles(PreferenceSurroundings surroundings,
     : surroundings_(std::move(surroundings)),
       processes_(processes ? std::move(processes) : std::make_shared<UserProcesses>()) {}
 
-tl::expected<std::string, Error>
-PreferenceFiles::performAs(const UserRecord& user, const std::function<std::string()>& work,
-                           std::size_t longest) const {
-    auto answer = processes_->perform(
-        user, work,
-        {.patience = processes_->patienceWith(user.user, surroundings_.userPatience),
-         .longest = longest});
-    if (answer) {
-        processes_->noteAnswer(user.user);
+WorkResult PreferenceFiles::performAs(const UserRecord& user, const DomainPlace& place,
+                                      const std::function<WorkResult(const Value&)>& work) const {
+    auto result = processes_->perform(
+        user.user, {.as = user,
+                    .run = work,
+                    .patience = processes_->patienceWith(user.user, surroundings_.userPatience),
+                    .longest = kLongestAnswer});
+    if (const int cause = result ? 0 : workerFailure(result.error()); cause != 0) {
+        return tl::unexpected(failureToAct(user, place, cause));
     }
-    return answer;
+    processes_->noteAnswer(user.user);
+    return result;
 }
 
-// A value of another user's, or all of them.
+// All values, or that of a key alone; none where there is no file.
 tl::expected<std::optional<Value>, Error>
-PreferenceFiles::askUser(const UserRecord& user, const DomainPlace& place,
-                         const std::optional<std::string>& key) const {
-    const auto answer = performAs(user, [&] { return answerTo(place, key); }, kLongestAnswer);
-    if (!answer) {
-        return tl::unexpected(failureToAct(user, place, answer.error()));
+PreferenceFiles::read(const DomainPlace& place, const std::optional<std::string>& key) const {
+    const std::optional<UserRecord>& user = place.otherUser;
+    if (!user) {
+        return preferences::readDomain(place);
     }
-    if (answer->front() == kFailure) {
-        return tl::unexpected(failureFrom(*answer));
+    auto values =
+        performAs(*user, place, [&](const Value& /*input*/) { return valuesOf(place, key); });
+    if (!values) {
+        return tl::unexpected(values.error());
     }
-    if (answer->front() == kNothing) {
-        return std::nullopt;
-    }
-    auto list = PropertyList::propertyListWithData(std::string_view(*answer).substr(1));
-    return list ? tl::expected<std::optional<Value>, Error>(std::move(list->root))
-                : tl::unexpected(preferences::refusalAt(place.path(), list.error()));
+    return values->isNull() ? std::nullopt : std::optional(std::move(*values));
 }
 
 void PreferenceFiles::setValue(const std::optional<std::string>& key,
@@ -162,16 +134,12 @@ Error PreferenceFiles::store(const Noted& noted, const PreferencesDomain& domain
     if (!user) {
         return preferences::changeDomain(*place, noted.changes, surroundings_.lockPatience);
     }
-    const auto change = [&]() -> std::string {
-        const Error error =
-            preferences::changeDomain(*place, noted.changes, surroundings_.lockPatience);
-        return error ? failureText(error) : std::string{kNothing};
+    const auto change = [&](const Value& /*input*/) {
+        return resultOf(
+            preferences::changeDomain(*place, noted.changes, surroundings_.lockPatience));
     };
-    const auto answer = performAs(*user, change, kLongestUserResult);
-    if (!answer) {
-        return failureToAct(*user, *place, answer.error());
-    }
-    return answer->front() == kFailure ? failureFrom(*answer) : Error();
+    const WorkResult result = performAs(*user, *place, change);
+    return result ? Error() : result.error();
 }
 
 tl::expected<std::optional<Value>, Error>
@@ -180,8 +148,7 @@ PreferenceFiles::values(const PreferencesDomain& domain) const {
     if (!place) {
         return tl::unexpected(place.error());
     }
-    const std::optional<UserRecord>& user = place->otherUser;
-    return user ? askUser(*user, *place, std::nullopt) : preferences::readDomain(*place);
+    return read(*place, std::nullopt);
 }
 
 std::optional<Value> PreferenceFiles::copyValue(std::string_view key,
@@ -190,10 +157,7 @@ std::optional<Value> PreferenceFiles::copyValue(std::string_view key,
     if (!place) {
         return std::nullopt;
     }
-    if (const std::optional<UserRecord>& user = place->otherUser) {
-        return askUser(*user, *place, std::string(key)).value_or(std::nullopt);
-    }
-    const auto values = preferences::readDomain(*place).value_or(std::nullopt);
+    const auto values = read(*place, std::string(key)).value_or(std::nullopt);
     const Value* found = values ? values->find(key) : nullptr;
     return found != nullptr ? std::optional(*found) : std::nullopt;
 }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/foundation/process/worker/UserProcess.h"
+#include "platform/foundation/process/worker/UserProcesses.h"
 #include "platform/preferences/DomainFile.h"
 #include "platform/preferences/DomainPlace.h"
 #include "platform/preferences/PreferencesService.h"
@@ -52,12 +52,11 @@ private:
     };
 
     [[nodiscard]] Error store(const Noted& noted, const PreferencesDomain& domain) const;
-    [[nodiscard]] tl::expected<std::string, Error>
-    performAs(const UserRecord& user, const std::function<std::string()>& work,
-              std::size_t longest) const;
+    [[nodiscard]] WorkResult performAs(const UserRecord& user,
+                                       const preferences::DomainPlace& place,
+                                       const std::function<WorkResult(const Value&)>& work) const;
     [[nodiscard]] tl::expected<std::optional<Value>, Error>
-    askUser(const UserRecord& user, const preferences::DomainPlace& place,
-            const std::optional<std::string>& key) const;
+    read(const preferences::DomainPlace& place, const std::optional<std::string>& key) const;
 
     PreferenceSurroundings surroundings_;
     std::shared_ptr<UserProcesses> processes_;

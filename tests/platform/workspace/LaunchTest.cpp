@@ -1,7 +1,6 @@
 #include "platform/foundation/values/Description.h"
 #include "platform/workspace/launch/Launcher.h"
 #include "platform/workspace/launch/LinuxWorkspace.h"
-#include "platform/workspace/launch/TextList.h"
 #include "support/BuildFolder.h"
 #include "support/ClientProcess.h"
 #include "support/LedProgram.h"
@@ -306,19 +305,6 @@ TEST_F(Launch, WaitsLittleForSilentServices) {
     session.busAddress.clear();
     EXPECT_EQ(failure(qv::launch(start, session, processes)), "launched");
     EXPECT_EQ(patience(), 1000s);
-}
-
-// The process that tells them may be in anybody's hands.
-TEST(TextList, GivesAllThatWasToldOrNothing) {
-    const std::vector<std::string> texts = {"", "a:1", std::string("\0\n", 2), "7:x"};
-    const std::string whole = encodedTexts(texts);
-    EXPECT_EQ(decodedTexts(whole), texts);
-    EXPECT_EQ(decodedTexts(""), std::vector<std::string>());
-    for (const std::string& broken :
-         {whole.substr(0, whole.size() - 1), whole + "1", std::string("5"), std::string(":"),
-          std::string("-1:x"), std::string("99999999999999999999:x"), std::string("1;x")}) {
-        EXPECT_EQ(decodedTexts(broken), std::nullopt) << broken;
-    }
 }
 
 // Whatever of a user's is looked at may be on a file system that never answers.

@@ -52,14 +52,13 @@ tl::expected<ExaminerCall, std::string> ExaminerCall::begin(const std::string& p
     if (!isTrusted(socket.get())) {
         return failure("the socket belongs to another user");
     }
-    std::string request =
-        examinationFrame(Value::dictionary({{"anchors", anchors.encoded()},
-                                            {"milliseconds", Value::integer(time.count())}}),
-                         kLongestRequest);
-    if (request.empty()) {
-        return failure("the anchors are too many to be sent");
+    auto request = frameOf(Value::dictionary({{"anchors", anchors.encoded()},
+                                              {"milliseconds", Value::integer(time.count())}}),
+                           kLongestRequest);
+    if (!request) {
+        return failure(request.error().localizedDescription());
     }
-    return ExaminerCall(std::move(socket), program, std::move(request));
+    return ExaminerCall(std::move(socket), program, std::move(*request));
 }
 
 std::optional<ExaminerCall::Result> ExaminerCall::advance() {
@@ -102,20 +101,16 @@ std::optional<ExaminerCall::Result> ExaminerCall::receive() {
         if (count < 0 && isEndless(errno)) {
             return std::nullopt;
         }
-        if (count <= 0) {
-            return tl::unexpected(count == 0 ? std::string("it ended without an answer")
-                                             : errnoText(errno));
+        if (count < 0) {
+            return tl::unexpected(errnoText(errno));
         }
         const auto complete = reply_.take({piece.data(), static_cast<std::size_t>(count)});
-        if (!complete) {
-            return tl::unexpected(complete.error());
-        }
-        if (!*complete) {
+        if (complete && !*complete && count > 0) {
             continue;
         }
-        const auto content = reply_.content();
+        const WorkResult content = complete ? reply_.result() : tl::unexpected(complete.error());
         if (!content) {
-            return tl::unexpected(content.error());
+            return tl::unexpected(content.error().localizedDescription());
         }
         return StaticCode::decoded(*content).map_error(
             [](const Error& error) { return error.description(); });

@@ -1,17 +1,28 @@
 #pragma once
 
 #include "platform/foundation/os/Descriptor.h"
-#include "platform/security/examination/ExaminationWire.h"
+#include "platform/foundation/process/worker/ValueFrame.h"
 #include "platform/security/signature/StaticCode.h"
 #include "platform/security/signature/TrustAnchors.h"
 
 #include <tl/expected.hpp>
 
 #include <chrono>
+#include <cstddef>
 #include <optional>
 #include <string>
 
 namespace qv {
+
+// What the service and its examiner say to each other over a stream socket, one request and one
+// reply a connection: frames (ValueFrame.h). With the first byte of the request comes one
+// descriptor: the program, open for reading.
+//
+//     request   "anchors" (AnchorSet::encoded), "milliseconds" (how long it may take)
+//     reply     StaticCode::encoded
+
+inline constexpr std::size_t kLongestRequest = std::size_t{4} << 20U; ///< all anchors there can be
+inline constexpr std::size_t kLongestReply = std::size_t{1} << 20U;
 
 /// Asks the examiner, another process without privilege, what a program is worth. Never waits: its
 /// owner watches the descriptor and lets it go on. Ends with its owner.
@@ -42,7 +53,7 @@ private:
     int program_;
     std::string request_; // what of it has still to go
     bool programSent_ = false;
-    ExaminationFrameReader reply_{kLongestReply};
+    ValueFrameReader reply_{kLongestReply};
 };
 
 } // namespace qv

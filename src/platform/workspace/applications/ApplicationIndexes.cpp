@@ -19,14 +19,16 @@ std::optional<std::string>
 askAsUser(const UserRecord& user, const ApplicationFolders& folders,
           const std::function<EntryTable::Answer(ApplicationIndex&)>& question,
           UserProcesses& processes) {
-    const auto look = [&] {
+    const auto look = [&](const Value& /*input*/) -> WorkResult {
         ApplicationIndex index({folders});
-        return question(index).path.value_or("");
+        return Value::data(question(index).path.value_or(""));
     };
-    auto path = processes.perform(user, look,
-                                  {.patience = processes.patienceWith(user.user, kPatienceToLook)});
-    const bool isPath = path && path->starts_with('/') && path->find('\0') == std::string::npos;
-    return isPath ? std::optional(std::move(*path)) : std::nullopt;
+    const WorkResult found = processes.perform(
+        user.user,
+        {.as = user, .run = look, .patience = processes.patienceWith(user.user, kPatienceToLook)});
+    std::string path(found && found->is(Value::Kind::data) ? found->asData() : "");
+    const bool isPath = path.starts_with('/') && path.find('\0') == std::string::npos;
+    return isPath ? std::optional(std::move(path)) : std::nullopt;
 }
 
 } // namespace

@@ -10,7 +10,6 @@
 #include "platform/workspace/applications/ExecLine.h"
 #include "platform/workspace/applications/Patience.h"
 #include "platform/workspace/launch/LaunchError.h"
-#include "platform/workspace/launch/TextList.h"
 
 #include <fmt/core.h>
 #include <systemd/sd-bus.h>
@@ -18,9 +17,9 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <charconv>
 #include <cstdint>
 #include <filesystem>
+#include <iterator>
 #include <string_view>
 #include <sys/stat.h>
 #include <utility>
@@ -166,20 +165,24 @@ Start resolve(const std::string& path) {
                             .busName = {}};
 }
 
-// Between the process that looks and this one.
+// Between the process that looks and this one. Paths are bytes, not text.
 
-constexpr const char* kStart = "start";
-constexpr const char* kRefusal = "refusal";
+constexpr std::array<std::pair<std::string_view, std::string ApplicationStart::*>, 4> kTexts = {
+    {{"path", &ApplicationStart::path},
+     {"identifier", &ApplicationStart::identifier},
+     {"workingFolder", &ApplicationStart::workingFolder},
+     {"busName", &ApplicationStart::busName}}};
+constexpr std::string_view kCommand = "command";
 
-std::string encoded(const Start& start) {
-    if (!start) {
-        const auto& [code, reason, errorNumber] = start.error();
-        return encodedTexts({kRefusal, std::to_string(code), reason, std::to_string(errorNumber)});
+Value encoded(const ApplicationStart& start) {
+    std::vector<Value> command;
+    std::ranges::transform(start.command, std::back_inserter(command), &Value::data);
+    std::vector<std::pair<Value, Value>> pairs = {
+        {Value::string(kCommand), Value::array(std::move(command))}};
+    for (const auto& [key, text] : kTexts) {
+        pairs.emplace_back(Value::string(key), Value::data(start.*text));
     }
-    std::vector<std::string> texts = {kStart, start->path, start->identifier, start->workingFolder,
-                                      start->busName};
-    texts.insert(texts.end(), start->command.begin(), start->command.end());
-    return encodedTexts(texts);
+    return Value::dictionary(std::move(pairs));
 }
 
 // The answer comes from a process of the user, so it is checked.
@@ -194,54 +197,65 @@ bool isStart(const ApplicationStart& start) {
            (start.workingFolder.empty() || isFolderPath(start.workingFolder));
 }
 
-template <typename Number> Number numberIn(const std::string& text) {
-    Number number{};
-    std::from_chars(text.data(), text.data() + text.size(), number);
-    return number;
+bool isData(const Value& value) { return value.is(Value::Kind::data); }
+
+std::optional<ApplicationStart> decoded(const Value& encoding) {
+    ApplicationStart start;
+    for (const auto& [key, text] : kTexts) {
+        const Value* const value = encoding.find(key);
+        if (value == nullptr || !isData(*value)) {
+            return std::nullopt;
+        }
+        start.*text = value->asData();
+    }
+    const Value* const command = encoding.find(kCommand);
+    if (command == nullptr || !command->is(Value::Kind::array) ||
+        !std::ranges::all_of(command->asArray(), isData)) {
+        return std::nullopt;
+    }
+    std::ranges::transform(command->asArray(), std::back_inserter(start.command),
+                           [](const Value& word) { return std::string(word.asData()); });
+    return isStart(start) ? std::optional(std::move(start)) : std::nullopt;
 }
 
-Start decoded(std::string_view encoding) {
-    constexpr std::size_t kBeforeCommand = 5;
-    auto texts = decodedTexts(encoding);
-    if (texts && texts->size() == 4 && texts->front() == kRefusal) {
-        return tl::unexpected(Refusal{.code = numberIn<std::int64_t>(texts->at(1)),
-                                      .reason = texts->at(2),
-                                      .errorNumber = numberIn<int>(texts->at(3))});
-    }
-    if (texts && texts->size() >= kBeforeCommand && texts->front() == kStart) {
-        ApplicationStart start{.path = texts->at(1),
-                               .identifier = texts->at(2),
-                               .command = {texts->begin() + kBeforeCommand, texts->end()},
-                               .workingFolder = texts->at(3),
-                               .busName = texts->at(4)};
-        if (isStart(start)) {
-            return start;
-        }
-    }
-    return refuse(launch_error::kUnknown, "what was found there makes no sense");
+Error errorOf(const Refusal& refusal, const std::string& path) {
+    return refusal.errorNumber != 0 ? fileError({.errorNumber = refusal.errorNumber,
+                                                 .access = FileAccess::write,
+                                                 .path = path,
+                                                 .destination = {}},
+                                                "Launch")
+                                    : launchError(refusal.code, path, refusal.reason);
+}
+
+WorkResult look(const Value& input) {
+    const std::string path(input.asData());
+    const Start start = resolve(path);
+    return start ? WorkResult(encoded(*start)) : tl::unexpected(errorOf(start.error(), path));
 }
 
 } // namespace
 
 tl::expected<ApplicationStart, Error>
 resolveApplication(const std::string& path, const UserRecord& user, UserProcesses& processes) {
-    constexpr std::size_t kLongest = std::size_t{1} << 20U;
-    const auto said = processes.perform(
-        user, [&] { return encoded(resolve(path)); },
-        {.patience = processes.patienceWith(user.user, kPatienceToLook), .longest = kLongest});
-    if (!said) {
-        return tl::unexpected(launchError(launch_error::kUnknown, path,
-                                          whyNotPerformed(user, said.error()),
-                                          static_cast<int>(said.error().code())));
+    const WorkResult found = processes.perform(
+        user.user, {.as = user,
+                    .run = look,
+                    .input = Value::data(path),
+                    .patience = processes.patienceWith(user.user, kPatienceToLook),
+                    .longest = std::size_t{1} << 20U});
+    if (!found) {
+        const int cause = workerFailure(found.error());
+        return tl::unexpected(cause == 0
+                                  ? found.error()
+                                  : launchError(launch_error::kUnknown, path,
+                                                whyNotPerformed(user, found.error()), cause));
     }
-    return decoded(*said).map_error([&](const Refusal& refusal) {
-        return refusal.errorNumber != 0 ? fileError({.errorNumber = refusal.errorNumber,
-                                                     .access = FileAccess::write,
-                                                     .path = path,
-                                                     .destination = {}},
-                                                    "Launch")
-                                        : launchError(refusal.code, path, refusal.reason);
-    });
+    std::optional<ApplicationStart> start = decoded(*found);
+    if (!start) {
+        return tl::unexpected(
+            launchError(launch_error::kUnknown, path, "what was found there makes no sense"));
+    }
+    return std::move(*start);
 }
 
 } // namespace qv

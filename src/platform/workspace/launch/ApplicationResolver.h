@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/foundation/process/worker/UserProcess.h"
+#include "platform/foundation/process/worker/UserProcesses.h"
 #include "platform/workspace/launch/ApplicationStart.h"
 
 #include <tl/expected.hpp>

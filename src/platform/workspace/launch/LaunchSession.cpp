@@ -112,18 +112,18 @@ std::string environmentOfProcess(pid_t pid, uid_t user) {
 // Another process reads them, of the same rights: the kernel has whoever asks wait while their
 // owner executes another program, for as long as he likes.
 std::vector<std::string> variablesOfProcess(pid_t pid, uid_t user, UserProcesses& processes) {
-    const auto all = processes
-                         .perform(userRecord(::geteuid()).value_or(UserRecord()),
-                                  [&] { return environmentOfProcess(pid, user); },
-                                  {.patience = processes.patienceWith(user, kPatienceToLook),
-                                   .longest = 2 * kLongestEnvironment,
-                                   .onBehalfOf = user})
-                         .value_or("");
+    const WorkResult read =
+        processes.perform(user, {.as = userRecord(::geteuid()).value_or(UserRecord()),
+                                 .run = [&](const Value& /*input*/) -> WorkResult {
+                                     return Value::data(environmentOfProcess(pid, user));
+                                 },
+                                 .patience = processes.patienceWith(user, kPatienceToLook),
+                                 .longest = 2 * kLongestEnvironment});
+    const std::string_view all = read && read->is(Value::Kind::data) ? read->asData() : "";
     std::vector<std::string> variables;
     for (std::size_t at = 0; at < all.size();) {
         const std::size_t end = std::min(all.find('\0', at), all.size());
-        if (const std::string_view each = std::string_view(all).substr(at, end - at);
-            isOfSession(each)) {
+        if (const std::string_view each = all.substr(at, end - at); isOfSession(each)) {
             variables.emplace_back(each);
         }
         at = end + 1;
@@ -202,20 +202,17 @@ bool isThere(const std::string& path) {
 constexpr const char* kBus = "/bus";
 constexpr const char* kManagerPlace = "/systemd/private";
 
-// Tells which parts of a user's runtime folder exist: `f` for itself, `b` for the bus, `m` for the
-// manager. The user may have mounted anything in it.
-tl::expected<std::string, Error>
-lookIntoRuntimeFolder(const std::string& folder, const UserRecord& user, UserProcesses& processes) {
-    const auto look = [&] {
-        std::string found;
-        for (const auto& [sign, place] :
-             {std::pair{"f", folder}, {"b", folder + kBus}, {"m", folder + kManagerPlace}}) {
-            found += isThere(place) ? sign : "";
+// Gives the parts of a user's runtime folder that exist, "" for itself. The user may have mounted
+// anything in it.
+WorkResult lookIntoRuntimeFolder(const Value& input) {
+    const std::string folder(input.asData());
+    std::vector<Value> found;
+    for (const char* const part : {"", kBus, kManagerPlace}) {
+        if (isThere(folder + part)) {
+            found.push_back(Value::string(part));
         }
-        return found;
-    };
-    return processes.perform(
-        user, look, {.patience = processes.patienceWith(user.user, kPatienceToLook), .longest = 3});
+    }
+    return Value::array(std::move(found));
 }
 
 // Finds the manager that starts programs there, and its socket.
@@ -266,15 +263,22 @@ tl::expected<LaunchSession, std::string> findLaunchSession(const Requester& requ
     LaunchSession session;
     session.user = std::move(*user);
     const std::string folder = fmt::format("{}/user/{}", runFolder, uid);
-    const auto found = lookIntoRuntimeFolder(folder, session.user, processes);
+    const WorkResult found =
+        processes.perform(uid, {.as = session.user,
+                                .run = lookIntoRuntimeFolder,
+                                .input = Value::data(folder),
+                                .patience = processes.patienceWith(uid, kPatienceToLook)});
     if (!found) {
         return tl::unexpected(fmt::format("{} cannot be looked into: {}", folder,
                                           whyNotPerformed(session.user, found.error())));
     }
-    session.runtimeFolder = found->find('f') != std::string::npos ? folder : "";
-    session.busAddress =
-        found->find('b') != std::string::npos ? fmt::format("unix:path={}{}", folder, kBus) : "";
-    findManager(session, found->find('m') != std::string::npos, runFolder);
+    const auto has = [&](std::string_view part) {
+        return found->is(Value::Kind::array) &&
+               std::ranges::find(found->asArray(), Value::string(part)) != found->asArray().end();
+    };
+    session.runtimeFolder = has("") ? folder : "";
+    session.busAddress = has(kBus) ? fmt::format("unix:path={}{}", folder, kBus) : "";
+    findManager(session, has(kManagerPlace), runFolder);
     if (uid == requester.user) {
         addVariables(session.variables, variablesOfProcess(requester.process, uid, processes));
     }

@@ -2,7 +2,7 @@
 
 #include "platform/foundation/process/state/Requester.h"
 #include "platform/foundation/process/state/UserRecord.h"
-#include "platform/foundation/process/worker/UserProcess.h"
+#include "platform/foundation/process/worker/UserProcesses.h"
 
 #include <tl/expected.hpp>
 

@@ -11,7 +11,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <fcntl.h>
 #include <functional>
 #include <sys/random.h>
@@ -23,23 +22,8 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// Why it was not started; nothing when it was.
-struct StartFailure {
-    int errorNumber = 0;
-    std::string reason;
-};
-
-std::string encoded(const StartFailure& refusal) {
-    return refusal.reason.empty() ? std::string()
-                                  : fmt::format("{} {}", refusal.errorNumber, refusal.reason);
-}
-
-StartFailure decoded(const std::string& text) {
-    StartFailure refusal;
-    const char* const end = text.data() + text.size();
-    const auto [after, error] = std::from_chars(text.data(), end, refusal.errorNumber);
-    refusal.reason.assign(after + (after != end ? 1 : 0), end);
-    return refusal;
+Error refusal(const ApplicationStart& application, std::string_view reason, int errorNumber = 0) {
+    return launchError(launch_error::kUnknown, application.path, reason, errorNumber);
 }
 
 std::string workingFolder(const ApplicationStart& application, const LaunchSession& session) {
@@ -51,12 +35,13 @@ std::string workingFolder(const ApplicationStart& application, const LaunchSessi
 
 // In the process that is the user already. It ends at once, and the application becomes a child of
 // the machine's first process.
-StartFailure startDetached(const ApplicationStart& application, const LaunchSession& session) {
+Error startDetached(const ApplicationStart& application, const LaunchSession& session) {
     resetFileModeMask();
     const Descriptor null(::open("/dev/null", O_RDWR | O_CLOEXEC));
     const std::string folder = workingFolder(application, session);
     if (::chdir(folder.c_str()) != 0) { // else the program would be blamed for it
-        return {errno, fmt::format("its working folder {} cannot be entered", folder)};
+        return refusal(application, fmt::format("its working folder {} cannot be entered", folder),
+                       errno);
     }
     const auto spawned = spawnProcess({.program = application.command.front(),
                                        .words = application.command,
@@ -64,10 +49,10 @@ StartFailure startDetached(const ApplicationStart& application, const LaunchSess
                                        .directory = ".",
                                        .standard = {null.get(), null.get(), null.get()},
                                        .leads = SpawnRequest::Leads::session});
-    return spawned
-               ? StartFailure()
-               : StartFailure{spawned.error().errorNumber,
-                              fmt::format("{} cannot be executed", application.command.front())};
+    return spawned ? Error()
+                   : refusal(application,
+                             fmt::format("{} cannot be executed", application.command.front()),
+                             spawned.error().errorNumber);
 }
 
 // Units of one name refuse each other.
@@ -101,8 +86,8 @@ std::string onOneLine(std::string text) {
 
 // In a process that its user cannot trace, and without a program of its own: it lives where the
 // service does.
-StartFailure startByManager(const ApplicationStart& application, const LaunchSession& session,
-                            Clock::time_point deadline) {
+Error startByManager(const ApplicationStart& application, const LaunchSession& session,
+                     Clock::time_point deadline) {
     const bool isUsers = session.manager == LaunchSession::Manager::user;
     const ServiceUnit unit{
         .name = unitName(application),
@@ -115,8 +100,10 @@ StartFailure startByManager(const ApplicationStart& application, const LaunchSes
         .command = application.command,
     };
     const std::string failure = startUnit(session.managerSocket, unit, deadline);
-    return {0, failure.empty() ? failure
-                               : fmt::format("the service manager did not start it: {}", failure)};
+    return failure.empty()
+               ? Error()
+               : refusal(application,
+                         fmt::format("the service manager did not start it: {}", failure));
 }
 
 // One launch, which goes from one starter to the next.
@@ -128,23 +115,25 @@ public:
           patience_({.bus = processes.patienceWith(session.user.user, patience.bus),
                      .manager = processes.patienceWith(session.user.user, patience.manager)}) {}
 
-    StartFailure run() {
-        StartFailure refusal{0, fmt::format("only a session bus starts it, and user {} has none",
-                                            session_.user.name)};
+    Error run() {
+        Error error =
+            refusal(application_, fmt::format("only a session bus starts it, and user {} has none",
+                                              session_.user.name));
         if (!application_.busName.empty() && !session_.busAddress.empty()) {
-            refusal = attempt(session_.user, patience_.bus, [&](std::chrono::milliseconds time) {
-                return StartFailure{0,
-                                    activateOnBus(session_.busAddress, application_.busName, time)};
+            error = attempt(session_.user, patience_.bus, [&](std::chrono::milliseconds time) {
+                const std::string failure =
+                    activateOnBus(session_.busAddress, application_.busName, time);
+                return failure.empty() ? Error() : refusal(application_, failure);
             });
-            if (refusal.reason.empty()) {
-                return refusal;
+            if (!error) {
+                return error;
             }
         }
-        return application_.command.empty() ? refusal : runCommand();
+        return application_.command.empty() ? error : runCommand();
     }
 
 private:
-    StartFailure runCommand() {
+    Error runCommand() {
         if (session_.manager == LaunchSession::Manager::none) {
             return attempt(session_.user, patience_.manager, [&](std::chrono::milliseconds) {
                 return startDetached(application_, session_);
@@ -159,28 +148,33 @@ private:
     }
 
     // `start` is given less time than there is, so that it can say why it failed.
-    StartFailure attempt(const UserRecord& as, std::chrono::milliseconds patience,
-                         const std::function<StartFailure(std::chrono::milliseconds)>& start) {
+    Error attempt(const UserRecord& as, std::chrono::milliseconds patience,
+                  const std::function<Error(std::chrono::milliseconds)>& start) {
         const uid_t user = session_.user.user;
         const auto enough = patience - std::min(patience / 5, std::chrono::milliseconds(200));
         const Clock::time_point begin = Clock::now();
-        const auto said = processes_.perform(as, [&] { return encoded(start(enough)); },
-                                             {.patience = patience, .onBehalfOf = user});
-        StartFailure refusal = said ? decoded(*said) : notPerformed(as, said.error());
-        if (!refusal.reason.empty() && Clock::now() - begin >= enough) {
+        const WorkResult result = processes_.perform(
+            user, {.as = as,
+                   .run = [&](const Value& /*input*/) { return resultOf(start(enough)); },
+                   .patience = patience});
+        if (!result && Clock::now() - begin >= enough) {
             processes_.noteLate(user);
             wasLate_ = true;
-        } else if (refusal.reason.empty() && !wasLate_) {
+        } else if (result && !wasLate_) {
             processes_.noteAnswer(user);
         }
-        return refusal;
+        return result ? Error() : told(as, result.error());
     }
 
-    static StartFailure notPerformed(const UserRecord& as, const Error& error) {
-        const auto errorNumber = static_cast<int>(error.code());
-        return {errorNumber, errorNumber == ETIMEDOUT
-                                 ? std::string("the service manager did not answer")
-                                 : whyNotPerformed(as, error)};
+    [[nodiscard]] Error told(const UserRecord& as, const Error& error) const {
+        const int cause = workerFailure(error);
+        if (cause == 0) {
+            return error;
+        }
+        return refusal(application_,
+                       cause == ETIMEDOUT ? std::string("the service manager did not answer")
+                                          : whyNotPerformed(as, error),
+                       cause);
     }
 
     const ApplicationStart& application_;
@@ -194,10 +188,7 @@ private:
 
 Error launch(const ApplicationStart& application, const LaunchSession& session,
              UserProcesses& processes, const LaunchPatience& patience) {
-    const StartFailure refusal = Launch(application, session, processes, patience).run();
-    return refusal.reason.empty() ? Error()
-                                  : launchError(launch_error::kUnknown, application.path,
-                                                refusal.reason, refusal.errorNumber);
+    return Launch(application, session, processes, patience).run();
 }
 
 } // namespace qv

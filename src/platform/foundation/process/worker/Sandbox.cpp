@@ -1,23 +1,26 @@
-#include "platform/examiner/Sandbox.h"
+#include "platform/foundation/process/worker/Sandbox.h"
 
 #include <fmt/core.h>
 
+#include <array>
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
 #include <fcntl.h>
 #include <grp.h>
 #include <initializer_list>
+#include <linux/capability.h>
 #include <linux/fs.h>
 #include <memory>
 #include <seccomp.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 #include <utility>
 
-namespace qv::examiner {
+namespace qv {
 
 namespace {
 
@@ -110,19 +113,28 @@ std::string keepTo(std::initializer_list<Calls> lists) {
     return filter.load();
 }
 
-std::string becomeUser(unsigned user) {
-    if (::setgroups(0, nullptr) != 0 || ::setresgid(user, user, user) != 0 ||
-        ::setresuid(user, user, user) != 0) {
-        return failure(fmt::format("becoming user {}", user), errno);
-    }
-    return ::setresuid(0, 0, 0) == 0 ? "root's identity came back" : "";
+bool dropCapabilities() {
+    __user_cap_header_struct header{.version = _LINUX_CAPABILITY_VERSION_3, .pid = 0};
+    const std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3> none{};
+    return ::syscall(SYS_capset, &header, none.data()) == 0;
 }
 
 } // namespace
 
-std::string dropPrivileges(unsigned user) {
+std::string becomeUser(uid_t user, gid_t group, const std::vector<gid_t>& groups) {
+    uid_t real = 0;
+    uid_t effective = 0;
+    uid_t saved = 0;
+    const bool isDone =
+        ::setgroups(groups.size(), groups.data()) == 0 && ::setresgid(group, group, group) == 0 &&
+        ::setresuid(user, user, user) == 0 && ::getresuid(&real, &effective, &saved) == 0 &&
+        real == user && effective == user && saved == user && (user == 0 || dropCapabilities());
+    return isDone ? "" : failure(fmt::format("becoming user {}", user), errno);
+}
+
+std::string dropPrivileges(uid_t user) {
     if (::geteuid() == 0) {
-        if (std::string failed = becomeUser(user); !failed.empty()) {
+        if (std::string failed = becomeUser(user, user, {}); !failed.empty()) {
             return failed;
         }
     }
@@ -144,6 +156,6 @@ std::string dropPrivileges(unsigned user) {
 
 std::string keepToServing() { return keepTo({kComputing, kOpenDescriptors, kServing}); }
 
-std::string keepToExamining() { return keepTo({kComputing, kOpenDescriptors}); }
+std::string keepToComputing() { return keepTo({kComputing, kOpenDescriptors}); }
 
-} // namespace qv::examiner
+} // namespace qv

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+namespace qv {
+
+// What a process gives up for good before it works for somebody else or looks at a stranger's
+// bytes. Each function gives what could not be given up, in words; empty when everything was.
+
+/// Every identity of root's for that of a user; with the saved IDs, so that nothing that happens
+/// later takes one back. A user other than root has no capability then.
+[[nodiscard]] std::string becomeUser(uid_t user, gid_t group, const std::vector<gid_t>& groups);
+
+/// Root's identity where it has it, for that of `user`, a number; every privilege, also of what
+/// it might execute; memory that others could look into; cores, more than a few descriptors.
+[[nodiscard]] std::string dropPrivileges(uid_t user);
+
+/// All system calls but those that it takes to wait for connections and to start and reap
+/// processes like this one.
+[[nodiscard]] std::string keepToServing();
+
+/// All system calls but those that it takes to read open descriptors, to compute, and to answer on
+/// one: no file can be opened, no process started or signalled, no socket made.
+[[nodiscard]] std::string keepToComputing();
+
+} // namespace qv
