@@ -2,7 +2,6 @@
 
 #include "platform/foundation/process/Support.h"
 #include "platform/foundation/process/task/Task.h"
-#include "support/TemporaryDirectory.h"
 
 #include <fmt/core.h>
 #include <gmock/gmock.h>
@@ -12,6 +11,7 @@
 #include <chrono>
 #include <fcntl.h>
 #include <functional>
+#include <future>
 #include <string>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -40,48 +40,32 @@ std::string runShell(const std::string& script) {
     return fmt::format("{}", task.terminationStatus());
 }
 
-TEST(OutputRelay, AToolEndsThoughNobodyReadsItsOutput) {
-    Pipe pipe = Pipe::pipe().value();
+TEST(OutputRelay, LetsToolsEndThatNobodyReads) {
     std::array<int, 2> sockets{};
     ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, sockets.data()), 0);
     const Descriptor near(sockets[0]);
     const Descriptor far(sockets[1]);
-    for (const int destination : {pipe.fileHandleForWriting.get(), near.get()}) {
-        EXPECT_EQ(withOutputTo(destination,
-                               [] {
-                                   const auto relay = OutputRelay::start(kShort).value();
-                                   return runShell("head -c 3000000 /dev/zero");
-                               }),
-                  "0");
-    }
+    EXPECT_EQ(withOutputTo(near.get(),
+                           [] {
+                               const auto relay = OutputRelay::start(kShort).value();
+                               return runShell("head -c 3000000 /dev/zero");
+                           }),
+              "0");
 }
 
-TEST(OutputRelay, PassesEverythingOnInOrderToAReaderThatReads) {
-    const test::TemporaryDirectory folder;
+TEST(OutputRelay, PassesOnInOrder) {
     Pipe pipe = Pipe::pipe().value();
-    Task reader;
-    reader.setLaunchPath("/bin/cat");
-    reader.setStandardInput(std::move(pipe.fileHandleForReading));
-    reader.setStandardOutput(
-        Descriptor(::open((folder / "read").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600)));
-    reader.launch();
+    auto read =
+        std::async(std::launch::async, [&] { return test::readToEnd(pipe.fileHandleForReading); });
     EXPECT_EQ(withOutputTo(pipe.fileHandleForWriting.get(),
                            [] {
                                const auto relay = OutputRelay::start().value();
-                               for (int i = 0; i < 3; ++i) { // both lead to one place
-                                   runShell("echo error >&2; echo out; echo err >&2; head -c "
-                                            "200000 /dev/zero | tr '\\0' x; echo");
-                               }
-                               return std::string("done");
+                               return runShell("echo error >&2; echo out; echo err >&2; head -c "
+                                               "200000 /dev/zero | tr '\\0' x"); // one place
                            }),
-              "done");
+              "0");
     pipe.fileHandleForWriting.reset();
-    reader.waitUntilExit();
-    std::string expected;
-    for (int i = 0; i < 3; ++i) {
-        expected += "error\nout\nerr\n" + std::string(200000, 'x') + "\n";
-    }
-    EXPECT_EQ(test::contentOf(folder / "read"), expected);
+    EXPECT_EQ(read.get(), "error\nout\nerr\n" + std::string(200000, 'x'));
 }
 
 TEST(OutputRelay, SaysHowMuchWasDropped) {
@@ -108,12 +92,10 @@ TEST(OutputRelay, SaysHowMuchWasDropped) {
 
 TEST(OutputRelay, LeavesFilesAlone) {
     const Descriptor null(::open("/dev/null", O_WRONLY | O_CLOEXEC));
-    EXPECT_EQ(withOutputTo(null.get(),
-                           [] {
-                               return std::string(OutputRelay::start().value() == nullptr ? "none"
-                                                                                          : "one");
-                           }),
-              "none");
+    EXPECT_EQ(
+        withOutputTo(null.get(),
+                     [] { return std::to_string(int{OutputRelay::start().value() != nullptr}); }),
+        "0");
 }
 
 } // namespace
