@@ -73,11 +73,8 @@ protected:
         std::filesystem::permissions(folder_.path(), std::filesystem::perms(0777));
     }
 
-    // No zombie and no process stays behind a call.
     void TearDown() override {
-        if (::geteuid() == 0) {
-            EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1) << "a child is left";
-        }
+        EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1) << "a child is left";
     }
 
     // Work that tells its process ID, then does nothing for ever.
@@ -90,11 +87,7 @@ protected:
     }
 
     [[nodiscard]] pid_t waitForNumber() const {
-        const auto deadline = std::chrono::steady_clock::now() + test::kPatience;
-        while (!std::filesystem::exists(folder_ / "pid")) {
-            if (std::chrono::steady_clock::now() > deadline) {
-                throw std::runtime_error("the child has told no number");
-            }
+        while (!std::filesystem::exists(folder_ / "pid")) { // until the test's own time limit
             std::this_thread::yield();
         }
         return std::stoi(test::contentOf(folder_ / "pid"));
@@ -158,19 +151,6 @@ TEST_F(Worker, StartsFromAKnownState) {
     EXPECT_THAT(state, HasSubstr("\nSigBlk:\t0000000000000000\nSigIgn:\t0000000001001000\n"));
 }
 
-// The pipe may get any numbers.
-TEST_F(Worker, AnswersWhateverDescriptorsAreFree) {
-    for (const std::vector<int>& closed : {std::vector{0}, {1}, {0, 1, 2}, {3}, {3, 4}}) {
-        EXPECT_EQ(test::inChild([&] {
-                      ::close_range(3, 400, 0);
-                      std::ranges::for_each(closed, ::close);
-                      return said([] { return "here"; });
-                  }),
-                  "here")
-            << fmt::format("{}", closed);
-    }
-}
-
 // It is a copy of a process of root's, with all that is in its memory.
 TEST_F(Worker, CannotBeTracedByTheUser) {
     std::thread caller([&] { EXPECT_THAT(performWork(telling()), fails(ECHILD)); });
@@ -208,10 +188,9 @@ TEST_F(Worker, DiesWithItsParent) {
     ::kill(parent, SIGKILL);
     EXPECT_EQ(::waitpid(parent, nullptr, 0), parent);
     int status = 0;
-    const auto deadline = std::chrono::steady_clock::now() + test::kPatience;
+    const auto deadline = std::chrono::steady_clock::now() + 20s;
     while (::waitpid(child, &status, WNOHANG) == 0) {
-        ASSERT_LT(std::chrono::steady_clock::now(), deadline) << "it lives on";
-        std::this_thread::yield();
+        ::kill(child, std::chrono::steady_clock::now() < deadline ? 0 : SIGTERM); // it lives on
     }
     EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
     ASSERT_EQ(::prctl(PR_SET_CHILD_SUBREAPER, 0), 0);
@@ -325,21 +304,26 @@ TEST_F(Worker, ConfinedMayOnlyCompute) {
     }
 }
 
-// The parent's own signals interrupt its waiting, but end none of it.
-TEST_F(Worker, SurvivesSignalsToTheParent) {
-    EXPECT_EQ(test::inChild([] {
-                  struct sigaction action{};
-                  action.sa_handler = [](int) {};
-                  ::sigaction(SIGALRM, &action, nullptr); // without SA_RESTART
-                  const itimerval often{{0, 200}, {0, 200}};
-                  ::setitimer(ITIMER_REAL, &often, nullptr);
-                  std::string all;
-                  for (int i = 0; i < 100; ++i) {
-                      all += said([] { return "x"; });
-                  }
-                  return all;
-              }),
-              std::string(100, 'x'));
+// The pipe may get any numbers; the parent's own signals interrupt its waiting, but end none of it.
+TEST_F(Worker, AnswersWhateverItsParentIsLike) {
+    for (const int closed : {0, 1, 3}) {
+        EXPECT_EQ(test::inChild([closed] {
+                      ::close_range(3, 400, 0);
+                      ::close(closed);
+                      struct sigaction action{};
+                      action.sa_handler = [](int) {};
+                      ::sigaction(SIGALRM, &action, nullptr); // without SA_RESTART
+                      const itimerval often{{0, 200}, {0, 200}};
+                      ::setitimer(ITIMER_REAL, &often, nullptr);
+                      std::string all;
+                      for (int i = 0; i < 30; ++i) {
+                          all += said([] { return "x"; });
+                      }
+                      return all;
+                  }),
+                  std::string(30, 'x'))
+            << closed;
+    }
 }
 
 TEST_F(Worker, BecomesNobodyElseWithoutPrivilege) {
