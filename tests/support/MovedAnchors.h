@@ -27,7 +27,7 @@ public:
     }
 
 private:
-    static constexpr const char* kAside =
+    static inline const std::string kAside =
         built("identity/anchors.d.aside"); // prepare-programs knows it, too
 };
 

@@ -20,6 +20,9 @@ inline ProgramRun qvcatalog(std::vector<std::string> arguments, std::string_view
     return runProgram(arguments, input);
 }
 
+/// The command as a client that the service accepts.
+inline const std::string kSigned = built("live/qvcatalog");
+
 /// Follows tests/tools/transcripts/`name`.txt in the folder, which holds the command.
 inline void expectTranscript(const std::string& name, const TemporaryDirectory& folder,
                              std::vector<std::string> environment = {}) {

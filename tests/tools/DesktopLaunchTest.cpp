@@ -13,8 +13,6 @@
 namespace qv::test {
 namespace {
 
-const std::string kSigned = built("live/qvcatalog");
-
 class DesktopLaunch : public ServiceTest {
 protected:
     void SetUp() override {

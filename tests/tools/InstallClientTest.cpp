@@ -100,8 +100,8 @@ TEST_F(InstallClient, FollowsTheAnchors) {
     const MovedAnchors anchors;
     const fs::path source = signedProgram("source", {"--flags", "hard,kill"});
     EXPECT_THAT(installClient(source, place_ / "client"),
-                FailsWith(1, "no client can be trusted here: " + built(
-                                 "identity/anchors.d") ": No such file"));
+                FailsWith(1, "no client can be trusted here: " +
+                                 built("identity/anchors.d: No such file")));
     MovedAnchors::copyBack();
     const ProgramRun run = installClient(source, place_ / "client");
     ASSERT_THAT(run, Succeeds()) << "the copy is as good";

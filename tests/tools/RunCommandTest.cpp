@@ -13,8 +13,6 @@ namespace {
 using testing::HasSubstr;
 using testing::Not;
 
-const std::string kSigned = built("live/qvcatalog");
-
 class RunCommand : public ServiceTest {
 protected:
     void SetUp() override {

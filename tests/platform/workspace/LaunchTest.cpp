@@ -356,7 +356,7 @@ TEST_F(LaunchForUser, HasTheSessionsBusStartWhatItCan) {
     ASSERT_EQ(::chown(folder.c_str(), kNobody, kNobody), 0);
     fs::permissions(run_.path(), fs::perms(0755));
     // A copy, because the user may not see the folder that this was built in.
-    fs::copy_file(built("bin/qv_bus_application"), top_ / "bus-application");
+    fs::copy_file(test::built("bin/qv_bus_application"), top_ / "bus-application");
     top_.write("services/org.example.App.service",
                fmt::format("[D-BUS Service]\nName=org.example.App\nExec={} org.example.App "
                            "/org/example/App {}\n",

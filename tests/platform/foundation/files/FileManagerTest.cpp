@@ -96,13 +96,13 @@ TEST_F(FileManagerTest, TellsWhatWentWrongAndWhere) {
     const auto move = [&](std::string_view from, std::string_view to) {
         return FileManager::moveItemAtURL(url(from), url(to));
     };
-    struct Case {
+    struct Row {
         Error error;
         std::int64_t code;
         int cause;
         std::string operation;
     };
-    for (const Case& row : std::vector<Case>{
+    for (const Row& row : std::vector<Row>{
              {remove(url("none")), 4, ENOENT, "Remove"},
              {remove(url("file/x")), 512, ENOTDIR, "Remove"},
              {remove(urlOf("/proc/self")), 513, EPERM, "Remove"},

@@ -93,14 +93,14 @@ TEST(TreeWalk, TakesFoldersOnlyAsRoots) {
     const TemporaryDirectory top;
     top.write("folder/file", "x");
     fs::create_directory_symlink("folder", top / "link");
-    struct Case {
+    struct Row {
         std::string path;
         RootLink link;
         int errorNumber;
         std::size_t visits;
     };
     const std::string base = top.path();
-    const Case cases[] = {
+    const Row cases[] = {
         // NOLINT(modernize-avoid-c-arrays): a table that counts itself
         {base + "/folder/file", RootLink::visitNone, 0, 0},
         {base + "/link", RootLink::visitNone, 0, 0},
@@ -111,7 +111,7 @@ TEST(TreeWalk, TakesFoldersOnlyAsRoots) {
         {base + "/folder/file/below", RootLink::follow, ENOTDIR, 0},
         {"", RootLink::follow, ENOENT, 0},
     };
-    for (const Case& row : cases) {
+    for (const Row& row : cases) {
         SCOPED_TRACE(row.path);
         CollectingVisitor visitor;
         EXPECT_EQ(walk(row.path, visitor, row.link),
