@@ -4,7 +4,9 @@
 #include "platform/security/guest/SecCode.h"
 #include "platform/security/requirement/CodeSigningStatus.h"
 #include "platform/security/requirement/Requirement.h"
+#include "support/ErrorMatchers.h"
 
+#include <fmt/core.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -12,8 +14,6 @@ namespace qv {
 namespace {
 
 using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
 
 constexpr std::string_view kInitOrigin =
     "-[QVCodeSignatureVerifier initWithAttributes:teamID:requiredCodeSignatureAttributes:]";
@@ -21,8 +21,9 @@ constexpr std::string_view kVerifyOrigin = "-[QVCodeSignatureVerifier verifyRequ
 constexpr std::string_view kTeam = "T4KQ8ZP3WM";
 constexpr std::uint32_t kRequired = 0x300;
 
-/// What the services answer, and what they were asked.
-struct Script {
+/// Answers as it is told, and notes what it was asked.
+class ScriptedServices final : public CodeSigningServices {
+public:
     std::int32_t lookup = 0;
     std::int32_t information = 0;
     Value status = Value::integer(0x301);
@@ -31,47 +32,20 @@ struct Script {
     bool withoutResults = false; ///< successes that give nothing
     std::vector<std::string> calls;
     Value attributes;
-};
 
-class ScriptedCode final : public SecCode {
-public:
-    explicit ScriptedCode(Script& script) : script_(script) {}
-    std::int32_t copySigningInformation(std::uint32_t flags, Value* information) const override {
-        script_.calls.push_back("information " + std::to_string(flags));
-        if (script_.information == 0) {
-            *information = Value::dictionary({{kSecCodeInfoStatus, script_.status}});
-        }
-        return script_.information;
-    }
-    std::int32_t checkValidityWithErrors(const Requirement* requirement,
-                                         Error* error) const override {
-        script_.calls.push_back("validity " + requirement->text());
-        *error = script_.validityError;
-        return script_.validity;
-    }
-
-    [[nodiscard]] bool isUnchanged() const override { return true; }
-
-private:
-    Script& script_;
-};
-
-class ScriptedServices final : public CodeSigningServices {
-public:
-    explicit ScriptedServices(Script& script) : script_(script) {}
-    std::int32_t copyGuestWithAttributes(const Value& attributes,
+    std::int32_t copyGuestWithAttributes(const Value& asked,
                                          std::shared_ptr<const SecCode>* code) override {
-        script_.calls.emplace_back("guest");
-        script_.attributes = attributes;
-        if (script_.lookup == 0 && !script_.withoutResults) {
-            *code = std::make_shared<ScriptedCode>(script_);
+        calls.emplace_back("guest");
+        attributes = asked;
+        if (lookup == 0 && !withoutResults) {
+            *code = std::make_shared<Code>(*this);
         }
-        return script_.lookup;
+        return lookup;
     }
     std::int32_t
     createRequirementWithString(std::string_view text,
                                 std::shared_ptr<const Requirement>* requirement) override {
-        script_.calls.emplace_back("compile");
+        calls.emplace_back("compile");
         const auto compiled = Requirement::compile(text);
         if (!compiled) {
             return codesign_status::kReqInvalid;
@@ -81,23 +55,39 @@ public:
     }
 
 private:
-    Script& script_;
+    class Code final : public SecCode {
+    public:
+        explicit Code(ScriptedServices& script) : script_(script) {}
+        std::int32_t copySigningInformation(std::uint32_t flags,
+                                            Value* information) const override {
+            script_.calls.push_back("information " + std::to_string(flags));
+            if (script_.information == 0) {
+                *information = Value::dictionary({{kSecCodeInfoStatus, script_.status}});
+            }
+            return script_.information;
+        }
+        std::int32_t checkValidityWithErrors(const Requirement* requirement,
+                                             Error* error) const override {
+            script_.calls.push_back("validity " + requirement->text());
+            *error = script_.validityError;
+            return script_.validity;
+        }
+        [[nodiscard]] bool isUnchanged() const override { return true; }
+
+    private:
+        ScriptedServices& script_;
+    };
 };
 
-/// Runs a verification and keeps what it logged.
+/// A verification and what it logged.
 struct Verification {
-    explicit Verification(Script& script, std::uint32_t required = kRequired,
-                          std::optional<std::string> requirement = std::nullopt,
-                          std::optional<std::uint32_t> alternative = std::nullopt) {
-        ScriptedServices services(script);
+    explicit Verification(ScriptedServices& services, std::uint32_t required = kRequired,
+                          std::uint32_t alternative = 0x10001,
+                          std::string_view requirement = "identifier x") {
         testing::internal::CaptureStderr();
         QVCodeSignatureVerifier verifier(4711, kTeam, required, services);
-        if (requirement) {
-            verifier.setCodeSignatureRequirement(*requirement);
-        }
-        if (alternative) {
-            verifier.setRequiredCodeSignatureAttributesAlternative(*alternative);
-        }
+        verifier.setCodeSignatureRequirement(std::string(requirement));
+        verifier.setRequiredCodeSignatureAttributesAlternative(alternative);
         error = verifier.verifyRequirements();
         log = testing::internal::GetCapturedStderr();
     }
@@ -105,47 +95,22 @@ struct Verification {
     std::string log;
 };
 
-std::string textOf(const Error& error, std::string_view key) {
-    const Value userInfo = error.userInfo();
-    const Value* value = userInfo.find(key);
-    return value == nullptr ? "(none)" : std::string(value->asString());
-}
-
-void expectStatusError(const Error& error, std::int32_t status, std::string_view origin) {
-    ASSERT_TRUE(error);
-    EXPECT_EQ(error.domain(), error_domain::kOSStatus);
-    EXPECT_EQ(error.code(), status);
-    EXPECT_EQ(textOf(error, "origin"), origin);
-    EXPECT_EQ(textOf(error, "src"), "QVCodeSignatureVerifier");
-    EXPECT_EQ(error.userInfo().asDictionary().size(), 2U);
-}
-
-TEST(QVCodeSignatureVerifier, BuildsTheRequirementOfATeamAsItIs) {
-    EXPECT_EQ(QVCodeSignatureVerifier::codeSignatureRequirementWithTeamID("T4KQ8ZP3WM"),
-              "anchor apple generic and certificate leaf[subject.OU] = \"T4KQ8ZP3WM\"");
-    EXPECT_EQ(QVCodeSignatureVerifier::codeSignatureRequirementWithTeamID("a\"b{}"),
-              "anchor apple generic and certificate leaf[subject.OU] = \"a\"b{}\"");
-}
-
-TEST(QVCodeSignatureVerifier, LooksTheProcessUpOnceAndStartsWithTheTeamsRequirement) {
-    Script script;
-    ScriptedServices services(script);
+TEST(QVCodeSignatureVerifier, LooksUpOnceAndWantsTeam) {
+    ScriptedServices services;
     const QVCodeSignatureVerifier byPid(4711, kTeam, kRequired, services);
-    EXPECT_EQ(script.attributes, Value::dictionary({{"pid", Value::integer(4711)}}));
+    EXPECT_EQ(services.attributes, Value::dictionary({{"pid", Value::integer(4711)}}));
     EXPECT_EQ(byPid.codeSignatureRequirement(),
-              QVCodeSignatureVerifier::codeSignatureRequirementWithTeamID(kTeam));
+              "anchor apple generic and certificate leaf[subject.OU] = \"T4KQ8ZP3WM\"");
     EXPECT_EQ(byPid.requiredCodeSignatureAttributes(), kRequired);
     EXPECT_EQ(byPid.requiredCodeSignatureAttributesAlternative(), 0x10001U);
     const AuditToken token{.words = {1, 2, 3, 4, 5, 6, 7, 8}};
     const QVCodeSignatureVerifier byToken(token, kTeam, kRequired, services);
-    EXPECT_EQ(script.attributes, Value::dictionary({{"audit", token.data()}}));
-    EXPECT_EQ(token.data().asData().size(), 32U);
-    EXPECT_THAT(script.calls, ElementsAre("guest", "guest"));
+    EXPECT_EQ(services.attributes, Value::dictionary({{"audit", token.data()}}));
+    EXPECT_THAT(services.calls, ElementsAre("guest", "guest"));
 }
 
-TEST(QVCodeSignatureVerifier, AsksInTheGivenOrderAndAgainEachTime) {
-    Script script;
-    ScriptedServices services(script);
+TEST(QVCodeSignatureVerifier, AsksInGivenOrderEachTime) {
+    ScriptedServices services;
     QVCodeSignatureVerifier verifier(4711, kTeam, kRequired, services);
     verifier.setCodeSignatureRequirement("identifier com.x");
     testing::internal::CaptureStderr();
@@ -153,30 +118,12 @@ TEST(QVCodeSignatureVerifier, AsksInTheGivenOrderAndAgainEachTime) {
     EXPECT_FALSE(verifier.verifyRequirements());
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
               "csFlags=301 | 300 | 10001\ncsFlags=301 | 300 | 10001\n");
-    const std::string validity = "validity " + Requirement::compile("identifier com.x")->text();
-    EXPECT_THAT(script.calls, ElementsAre("guest", "information 8", "compile", validity,
-                                          "information 8", "compile", validity));
+    const std::string validity = R"(validity identifier "com.x")";
+    EXPECT_THAT(services.calls, ElementsAre("guest", "information 8", "compile", validity,
+                                            "information 8", "compile", validity));
 }
 
-TEST(QVCodeSignatureVerifier, AProcessThatIsNotFoundFailsWithoutALine) {
-    Script script;
-    script.lookup = 100003;
-    const Verification verification(script);
-    expectStatusError(verification.error, 100003, kInitOrigin);
-    EXPECT_THAT(verification.log, IsEmpty());
-    EXPECT_THAT(script.calls, ElementsAre("guest"));
-}
-
-TEST(QVCodeSignatureVerifier, InformationThatIsNotReadableEndsIt) {
-    Script script;
-    script.information = codesign_status::kNoSuchCode;
-    const Verification verification(script);
-    expectStatusError(verification.error, codesign_status::kNoSuchCode, kVerifyOrigin);
-    EXPECT_THAT(verification.log, IsEmpty());
-    EXPECT_THAT(script.calls, ElementsAre("guest", "information 8"));
-}
-
-TEST(QVCodeSignatureVerifier, TheFlagsRule) {
+TEST(QVCodeSignatureVerifier, AppliesFlagsRule) {
     struct Row {
         std::uint32_t status;
         std::uint32_t required;
@@ -184,7 +131,6 @@ TEST(QVCodeSignatureVerifier, TheFlagsRule) {
         bool passes;
     };
     for (const Row& row : {Row{0x4, 0x300, 0x10001, true},
-                           {0x4, 0x300, 0, true},
                            {0x301, 0x300, 0x10001, true},
                            {0x300, 0x300, 0, true},
                            {0x101, 0x300, 0x10001, false},
@@ -192,88 +138,100 @@ TEST(QVCodeSignatureVerifier, TheFlagsRule) {
                            {0x10001, 0x300, 0x10001, true},
                            {0x10000, 0x300, 0x10001, false},
                            {0x10001, 0x300, 0, false},
-                           {0x1, 0x300, 0x10001, false},
-                           {0x1, 0x300, 0x1, true},
                            {0x20000001, 0x300, 0x1, true},
-                           {0, 0x300, 0x10001, false},
                            {0, 0x300, 0, false},
                            {0, 0, 0x10001, true},
                            {0xfffffcfb, 0x300, 0, false},
                            {0x80000000, 0x80000000, 0, true}}) {
-        Script script;
-        script.status = Value::integer(row.status);
-        const Verification verification(script, row.required, std::nullopt, row.alternative);
+        ScriptedServices services;
+        services.status = Value::integer(row.status);
+        const Verification verification(services, row.required, row.alternative);
         EXPECT_EQ(!verification.error, row.passes) << std::hex << row.status;
         // The requirement is not even compiled for a process with the wrong flags.
-        EXPECT_EQ(script.calls.size(), row.passes ? 4U : 2U) << std::hex << row.status;
-        EXPECT_THAT(verification.log, testing::StartsWith("csFlags="));
+        EXPECT_EQ(services.calls.size(), row.passes ? 4U : 2U) << std::hex << row.status;
     }
 }
 
-TEST(QVCodeSignatureVerifier, WrongFlagsAreToldInHexadecimal) {
-    Script script;
-    script.status = Value::integer(0xAAC101);
-    const Verification verification(script);
-    ASSERT_TRUE(verification.error);
-    EXPECT_EQ(verification.error.domain(), "QVCodeSignatureVerifierDomain");
-    EXPECT_EQ(verification.error.code(), 1);
-    EXPECT_EQ(textOf(verification.error, "NSLocalizedDescription"),
-              "Codesigning flags requirements not fulfilled: actual=aac101, required=300");
-    EXPECT_EQ(textOf(verification.error, "origin"), kVerifyOrigin);
-    EXPECT_EQ(textOf(verification.error, "src"), "QVCodeSignatureVerifier");
-    EXPECT_EQ(verification.log, "csFlags=aac101 | 300 | 10001\n");
-}
-
-TEST(QVCodeSignatureVerifier, ARequirementThatDoesNotCompileFailsWithItsStatus) {
-    for (const char* text : {"", "/* nothing */", "anchor", "anchor apple and"}) {
-        Script script;
-        const Verification verification(script, kRequired, text);
-        expectStatusError(verification.error, codesign_status::kReqInvalid, kVerifyOrigin);
-        EXPECT_THAT(script.calls, ElementsAre("guest", "information 8", "compile"));
+TEST(QVCodeSignatureVerifier, TellsWrongFlagsInHexadecimal) {
+    for (const auto& [status, shown] :
+         {std::pair{Value::integer(0xAAC101), "aac101"}, {Value::string("301"), "0"}}) {
+        ScriptedServices services;
+        services.status = status;
+        const Verification verification(services);
+        EXPECT_THAT(verification.error, failsWith("QVCodeSignatureVerifierDomain", 1));
+        EXPECT_EQ(verification.error.userInfo(),
+                  Value::dictionary(
+                      {{"origin", Value::string(kVerifyOrigin)},
+                       {"src", Value::string("QVCodeSignatureVerifier")},
+                       {"NSLocalizedDescription",
+                        Value::string(fmt::format("Codesigning flags requirements not fulfilled: "
+                                                  "actual={}, required=300",
+                                                  shown))}}));
+        EXPECT_EQ(verification.log, fmt::format("csFlags={} | 300 | 10001\n", shown));
     }
-    // A team identifier can close its own quotes: that text must not compile to something else.
-    Script script;
-    ScriptedServices services(script);
-    const QVCodeSignatureVerifier verifier(4711, "x\"y", 0, services);
-    expectStatusError(verifier.verifyRequirements(), codesign_status::kReqInvalid, kVerifyOrigin);
 }
 
-TEST(QVCodeSignatureVerifier, AnInvalidSignatureCarriesThePlatformsError) {
-    const Error platformError(error_domain::kOSStatus, -67050,
-                              Value::dictionary({{"NSDebugDescription", Value::string("why")}}));
-    Script script;
-    script.validity = -67050;
-    script.validityError = platformError;
-    const Verification verification(script);
-    ASSERT_TRUE(verification.error);
-    EXPECT_EQ(verification.error.domain(), error_domain::kOSStatus);
-    EXPECT_EQ(verification.error.code(), -67050);
+TEST(QVCodeSignatureVerifier, EndsAtFirstFailure) {
+    constexpr std::string_view kFlagsLog = "csFlags=301 | 300 | 10001\n";
+    struct Case {
+        const char* fault;
+        void (*script)(ScriptedServices& services);
+        const char* requirement;
+        std::int32_t status;
+        std::size_t calls;
+        std::string log;
+    };
+    for (const Case& each : {
+             Case{"not found", [](auto& services) { services.lookup = 100003; }, "always", 100003,
+                  1, ""},
+             {"found without a result", [](auto& services) { services.withoutResults = true; },
+              "always", codesign_status::kObjectRequired, 1, ""},
+             {"no information",
+              [](auto& services) { services.information = codesign_status::kNoSuchCode; }, "always",
+              codesign_status::kNoSuchCode, 2, ""},
+             {"empty requirement", [](auto&) {}, "/* nothing */", codesign_status::kReqInvalid, 3,
+              std::string(kFlagsLog)},
+             // A team identifier can close its own quotes: that text must not compile.
+             {"team with a quote", [](auto&) {}, nullptr, codesign_status::kReqInvalid, 3,
+              std::string(kFlagsLog)},
+             {"invalid without an error", [](auto& services) { services.validity = -67061; },
+              "always", -67061, 4,
+              std::string(kFlagsLog) +
+                  "SecCodeCheckValidityWithErrors() failed with status=-67061, error=(null)\n"},
+         }) {
+        SCOPED_TRACE(each.fault);
+        ScriptedServices services;
+        each.script(services);
+        const Verification verification(
+            services, kRequired, 0x10001,
+            each.requirement != nullptr
+                ? each.requirement
+                : QVCodeSignatureVerifier::codeSignatureRequirementWithTeamID("x\"y"));
+        EXPECT_THAT(verification.error, failsWith(error_domain::kOSStatus, each.status));
+        EXPECT_EQ(
+            verification.error.userInfo(),
+            Value::dictionary(
+                {{"origin", Value::string(each.status == 100003 ? kInitOrigin : kVerifyOrigin)},
+                 {"src", Value::string("QVCodeSignatureVerifier")}}));
+        EXPECT_EQ(services.calls.size(), each.calls);
+        EXPECT_EQ(verification.log, each.log);
+    }
+}
+
+TEST(QVCodeSignatureVerifier, CarriesPlatformsError) {
+    ScriptedServices services;
+    services.validity = -67050;
+    services.validityError =
+        Error(error_domain::kOSStatus, -67050,
+              Value::dictionary({{"NSDebugDescription", Value::string("why")}}));
+    const Verification verification(services);
+    EXPECT_THAT(verification.error, failsWith(error_domain::kOSStatus, -67050));
     EXPECT_EQ(verification.error.userInfo(),
               Value::dictionary({{"origin", Value::string(kVerifyOrigin)},
                                  {"src", Value::string("QVCodeSignatureVerifier")},
-                                 {"NSUnderlyingError", Value::error(platformError)}}));
-    EXPECT_EQ(verification.log,
-              "csFlags=301 | 300 | 10001\n"
-              "SecCodeCheckValidityWithErrors() failed with status=-67050, error=" +
-                  platformError.description() + "\n");
-}
-
-TEST(QVCodeSignatureVerifier, AnInvalidSignatureWithoutAnErrorIsRefusedAllTheSame) {
-    Script script;
-    script.validity = -67061;
-    const Verification verification(script);
-    expectStatusError(verification.error, -67061, kVerifyOrigin);
-    EXPECT_THAT(verification.log, HasSubstr("status=-67061, error=(null)\n"));
-}
-
-TEST(QVCodeSignatureVerifier, SuccessesWithoutResultsAreNoSuccess) {
-    Script script;
-    script.withoutResults = true;
-    expectStatusError(Verification(script).error, codesign_status::kObjectRequired, kVerifyOrigin);
-    Script noNumber;
-    noNumber.status = Value::string("301");
-    EXPECT_EQ(textOf(Verification(noNumber).error, "NSLocalizedDescription"),
-              "Codesigning flags requirements not fulfilled: actual=0, required=300");
+                                 {"NSUnderlyingError", Value::error(services.validityError)}}));
+    EXPECT_THAT(verification.log, testing::EndsWith("failed with status=-67050, error=" +
+                                                    services.validityError.description() + "\n"));
 }
 
 } // namespace

@@ -12,30 +12,23 @@ using namespace codesign_status;
 
 using Pairs = std::vector<std::pair<Value, Value>>;
 
-Pairs goodPairs() {
-    return {{Value::string("format"), Value::integer(1)},
-            {Value::string("identifier"), Value::string("com.larkwen.x")},
-            {Value::string("team"), Value::string("T4KQ8ZP3WM")},
-            {Value::string("flags"), Value::integer(0x300)},
-            {Value::string("digest-algorithm"), Value::string("sha256")},
-            {Value::string("digest"), Value::data(std::string(32, 'd'))},
-            {Value::string("covered-length"), Value::integer(1000)}};
-}
+const Pairs kGood = {{Value::string("format"), Value::integer(1)},
+                     {Value::string("identifier"), Value::string("com.larkwen.x")},
+                     {Value::string("team"), Value::string("T4KQ8ZP3WM")},
+                     {Value::string("flags"), Value::integer(0x300)},
+                     {Value::string("digest-algorithm"), Value::string("sha256")},
+                     {Value::string("digest"), Value::data(std::string(32, 'd'))},
+                     {Value::string("covered-length"), Value::integer(1000)}};
 
-std::string encoded(const Pairs& pairs, PropertyListFormat format = PropertyListFormat::binary) {
-    return PropertyList::dataWithPropertyList(Value::dictionary(pairs), format).value();
+std::string encoded(const Value& root, PropertyListFormat format = PropertyListFormat::binary) {
+    return PropertyList::dataWithPropertyList(root, format).value();
 }
 
 std::string with(std::string_view name, const Value& value) {
-    Pairs pairs = goodPairs();
-    pairs.emplace_back(Value::string(name), value);
-    return encoded(pairs);
-}
-
-std::string without(std::string_view name) {
-    Pairs pairs = goodPairs();
+    Pairs pairs = kGood;
     std::erase_if(pairs, [&](const auto& pair) { return pair.first.asString() == name; });
-    return encoded(pairs);
+    pairs.emplace_back(Value::string(name), value);
+    return encoded(Value::dictionary(pairs));
 }
 
 std::string nested(std::size_t depth) { // arrays below the directory's dictionary
@@ -46,94 +39,67 @@ std::string nested(std::size_t depth) { // arrays below the directory's dictiona
     return with("info", Value::dictionary({{"k", value}}));
 }
 
-TEST(CodeDirectory, IsReadBackAsWritten) {
-    CodeDirectory directory = directoryFor("program");
-    directory.platform = 0xFFFFFFFF;
-    directory.coveredLength = std::uint64_t{1} << 40U;
-    directory.info = Value::dictionary({{"CFBundleVersion", Value::string("1.0.3")}});
-    directory.entitlements =
-        Value::dictionary({{"com.apple.security.get-task-allow", Value::boolean(true)}});
-    const auto read = CodeDirectory::decode(directory.encoded().value());
-    ASSERT_TRUE(read) << reasonOf(read);
-    EXPECT_EQ(read->identifier, directory.identifier);
-    EXPECT_EQ(read->team, directory.team);
-    EXPECT_EQ(read->flags, directory.flags);
-    EXPECT_EQ(read->platform, directory.platform);
-    EXPECT_EQ(read->digest, directory.digest);
-    EXPECT_EQ(read->coveredLength, directory.coveredLength);
-    EXPECT_EQ(read->info, directory.info);
-    EXPECT_EQ(read->entitlements, directory.entitlements);
-    EXPECT_TRUE(read->getTaskAllow());
-    EXPECT_TRUE(CodeDirectory::decode(encoded(goodPairs(), PropertyListFormat::xml)));
-}
-
-TEST(CodeDirectory, OnlyBooleanTrueAllowsDebugging) {
-    for (const Value& value : {Value::integer(1), Value::string("true"), Value::boolean(false)}) {
+TEST(CodeDirectory, AllowsDebuggingByBooleanTrueOnly) {
+    for (const auto& [value, allows] : {std::pair{Value::integer(1), false},
+                                        {Value::string("true"), false},
+                                        {Value::boolean(false), false},
+                                        {Value::boolean(true), true}}) {
         CodeDirectory directory = directoryFor("program");
         directory.entitlements = Value::dictionary({{"com.apple.security.get-task-allow", value}});
-        EXPECT_FALSE(directory.getTaskAllow());
+        EXPECT_EQ(directory.getTaskAllow(), allows);
     }
 }
 
-TEST(CodeDirectory, RefusesWhatIsNotExactlyADirectory) {
+TEST(CodeDirectory, NeedsEachKeyOfItsClass) {
+    for (std::size_t index = 0; index < kGood.size(); ++index) {
+        Pairs without = kGood;
+        without.erase(without.begin() + static_cast<std::ptrdiff_t>(index));
+        const std::string_view key = kGood[index].first.asString();
+        for (const std::string& bytes :
+             {encoded(Value::dictionary(without)), with(key, Value::boolean(true)),
+              with(key, Value::real(1)), with(key, Value::string(""))}) {
+            const auto read = CodeDirectory::decode(bytes);
+            EXPECT_EQ(statusOf(read), kBadDictionaryFormat) << key << ": " << reasonOf(read);
+        }
+    }
+}
+
+TEST(CodeDirectory, RefusesValuesOutOfRange) {
+    const std::string xml = encoded(Value::dictionary(kGood), PropertyListFormat::xml);
+    std::string twice = xml;
+    twice.insert(twice.find("<key>"), "<key>team</key><string>ANOTHER</string>");
     struct Case {
         const char* fault;
         std::string bytes;
-        std::int32_t status;
+        std::int32_t status = kBadDictionaryFormat;
     };
-    const std::vector<Case> cases = {
-        {"nothing", "", kBadDictionaryFormat},
-        {"old-style text", "{format = 1;}", kBadDictionaryFormat},
-        {"an array",
-         PropertyList::dataWithPropertyList(Value::array({}), PropertyListFormat::binary).value(),
-         kBadDictionaryFormat},
-        {"unknown key", with("Identifier", Value::string("x")), kBadDictionaryFormat},
-        {"format as boolean", with("format", Value::boolean(true)), kBadDictionaryFormat},
-        {"format 2", with("format", Value::integer(2)), kSignatureUnsupported},
-        {"no format", without("format"), kBadDictionaryFormat},
-        {"no identifier", without("identifier"), kBadDictionaryFormat},
-        {"empty identifier", with("identifier", Value::string("")), kBadDictionaryFormat},
-        {"no team", without("team"), kBadDictionaryFormat},
-        {"empty team", with("team", Value::string("")), kBadDictionaryFormat},
-        {"flag that cannot be asked for", with("flags", Value::integer(0x301)),
-         kBadDictionaryFormat},
-        {"negative flags", with("flags", Value::integer(-1)), kBadDictionaryFormat},
-        {"flags as text", with("flags", Value::string("768")), kBadDictionaryFormat},
-        {"no flags", without("flags"), kBadDictionaryFormat},
-        {"other digest algorithm", with("digest-algorithm", Value::string("sha1")),
-         kUnsupportedDigestAlgorithm},
-        {"no digest algorithm", without("digest-algorithm"), kBadDictionaryFormat},
-        {"short digest", with("digest", Value::data(std::string(31, 'd'))), kBadDictionaryFormat},
-        {"digest as text", with("digest", Value::string(std::string(32, 'd'))),
-         kBadDictionaryFormat},
-        {"no digest", without("digest"), kBadDictionaryFormat},
-        {"negative length", with("covered-length", Value::integer(-1)), kBadDictionaryFormat},
-        {"length as real", with("covered-length", Value::real(1000)), kBadDictionaryFormat},
-        {"no length", without("covered-length"), kBadDictionaryFormat},
-        {"platform beyond 32 bits", with("platform", Value::integer(std::int64_t{1} << 32U)),
-         kBadDictionaryFormat},
-        {"entitlements as array", with("entitlements", Value::array({})), kBadDictionaryFormat},
-        {"info as text", with("info", Value::string("x")), kBadDictionaryFormat},
-        {"too deep", nested(15), kBadDictionaryFormat},
-        {"as deep as may be", nested(14), kSuccess},
-    };
-    for (const Case& each : cases) {
+    for (const Case& each : {
+             Case{"nothing", ""},
+             {"old-style text", "{format = 1;}"},
+             {"an array", encoded(Value::array({}))},
+             {"unknown key", with("Identifier", Value::string("x"))},
+             {"team twice", twice},
+             {"format 2", with("format", Value::integer(2)), kSignatureUnsupported},
+             {"unknown flag", with("flags", Value::integer(0x301))},
+             {"negative flags", with("flags", Value::integer(-1))},
+             {"other digest algorithm", with("digest-algorithm", Value::string("sha1")),
+              kUnsupportedDigestAlgorithm},
+             {"short digest", with("digest", Value::data(std::string(31, 'd')))},
+             {"long digest", with("digest", Value::data(std::string(33, 'd')))},
+             {"negative length", with("covered-length", Value::integer(-1))},
+             {"platform beyond 32 bits", with("platform", Value::integer(std::int64_t{1} << 32U))},
+             {"entitlements as array", with("entitlements", Value::array({}))},
+             {"info as text", with("info", Value::string("x"))},
+             {"too deep", nested(15)},
+             {"as deep as may be", nested(14), kSuccess},
+             {"highest platform", with("platform", Value::integer(0xFFFFFFFF)), kSuccess},
+             {"XML", xml, kSuccess},
+         }) {
         const auto read = CodeDirectory::decode(each.bytes);
         EXPECT_EQ(statusOf(read), each.status) << each.fault << ": " << reasonOf(read);
     }
-}
-
-TEST(CodeDirectory, RefusesAKeyThatComesTwice) {
-    std::string xml = encoded(goodPairs(), PropertyListFormat::xml);
-    const std::string second = "<key>team</key><string>ANOTHER</string>";
-    xml.insert(xml.find("<key>"), second);
-    const auto read = CodeDirectory::decode(xml);
-    EXPECT_EQ(statusOf(read), kBadDictionaryFormat) << "which of the two would count?";
-}
-
-TEST(CodeDirectory, EscapesWhatItQuotes) {
-    const auto read = CodeDirectory::decode(with("line\nbreak\x1b", Value::integer(1)));
-    EXPECT_THAT(reasonOf(read), testing::HasSubstr("line\\x0abreak\\x1b"));
+    EXPECT_THAT(reasonOf(CodeDirectory::decode(with("line\nbreak\x1b", Value::integer(1)))),
+                testing::HasSubstr("line\\x0abreak\\x1b"));
 }
 
 } // namespace

@@ -57,7 +57,7 @@ struct Client {
     CodeSigningConfiguration configuration{.anchorsDirectory = {}, .clientGroup = kGroup};
 };
 
-TEST(GuestFlags, AMarkedClientGetsWhatItsSignatureAsksFor) {
+TEST(GuestFlags, GivesMarkedClientsWhatTheyAskFor) {
     Client client;
     EXPECT_EQ(client.judge().flags, kAll);
     EXPECT_EQ(client.judge().imageStatus, 0);
@@ -67,7 +67,7 @@ TEST(GuestFlags, AMarkedClientGetsWhatItsSignatureAsksFor) {
     }
 }
 
-TEST(GuestFlags, EveryFactThatLacksTakesItsFlags) {
+TEST(GuestFlags, WithholdFlagsForEachMissingFact) {
     struct Row {
         const char* fault;
         std::function<void(Client&)> spoil;
@@ -133,14 +133,14 @@ TEST(GuestFlags, EveryFactThatLacksTakesItsFlags) {
     }
 }
 
-TEST(GuestFlags, RootsProcessesNeedNotShowThatTheyAreNotDumpable) {
+TEST(GuestFlags, TakeRootsProcessesForNotDumpable) {
     Client client;
     client.observation.dumpable = true;
     client.observation.dumpableKnown = false;
     EXPECT_EQ(client.judge().flags, kAll);
 }
 
-TEST(GuestFlags, OnlyAProgramSignedForDebuggingIsValidUnderADebugger) {
+TEST(GuestFlags, DebuggedProgramsMustBeSignedForIt) {
     Client client;
     client.signature.getTaskAllow = true;
     client.observation.status.tracer = 9;
@@ -157,7 +157,7 @@ TEST(GuestFlags, OnlyAProgramSignedForDebuggingIsValidUnderADebugger) {
     EXPECT_EQ(client.judge().imageStatus, codesign_status::kGuestInvalid);
 }
 
-TEST(GuestFlags, NothingIsSaidOfUnsignedCode) {
+TEST(GuestFlags, AreNoneOfUnsignedCode) {
     Client client;
     client.signature = {};
     client.observation.status.tracer = 9;

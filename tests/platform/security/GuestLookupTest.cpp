@@ -18,37 +18,34 @@ std::int32_t lookUp(GuestServices& services, const Value& attributes) {
     return judge(services, attributes).lookup;
 }
 
-TEST(GuestAttributes, MustNameAProcessInOneOfTwoWays) {
+TEST(GuestAttributes, MustNameLivingProcess) {
     GuestServices services({});
-    EXPECT_EQ(lookUp(services, Value::dictionary({})),
-              codesign_status::kUnsupportedGuestAttributes);
-    EXPECT_EQ(lookUp(services, Value()), codesign_status::kUnsupportedGuestAttributes);
-    for (const auto& [key, value] : {std::pair{kSecGuestAttributePid, Value::string("1")},
-                                     {kSecGuestAttributePid, Value::boolean(true)},
-                                     {kSecGuestAttributeAudit, Value::data(std::string(31, '\1'))},
-                                     {kSecGuestAttributeAudit, Value::data(std::string(33, '\1'))},
-                                     {kSecGuestAttributeAudit, Value::integer(1)}}) {
-        EXPECT_EQ(lookUp(services, Value::dictionary({{key, value}})),
-                  codesign_status::kInvalidAttributeValues);
-    }
-    std::shared_ptr<const SecCode> code;
-    EXPECT_EQ(services.copyGuestWithAttributes(pidAttribute(::getpid()), nullptr),
-              codesign_status::kObjectRequired);
-}
-
-TEST(GuestAttributes, NumbersThatCanBeNoProcessNameNone) {
-    GuestServices services({});
+    using namespace codesign_status;
     constexpr std::int64_t kLarge = std::int64_t{1} << 32U;
-    for (const std::int64_t number : {std::int64_t{0}, std::int64_t{-1}, kLarge + ::getpid(),
-                                      std::numeric_limits<std::int64_t>::min()}) {
-        EXPECT_EQ(
-            lookUp(services, Value::dictionary({{kSecGuestAttributePid, Value::integer(number)}})),
-            kNoProcess)
-            << number;
+    const auto pid = [](const Value& number) {
+        return Value::dictionary({{kSecGuestAttributePid, number}});
+    };
+    const auto audit = [](const Value& token) {
+        return Value::dictionary({{kSecGuestAttributeAudit, token}});
+    };
+    const std::int64_t lowest = std::numeric_limits<std::int64_t>::min();
+    for (const auto& [name, attributes, status] :
+         {std::tuple{"nothing", Value::dictionary({}), kUnsupportedGuestAttributes},
+          {"null", Value(), kUnsupportedGuestAttributes},
+          {"text", pid(Value::string("1")), kInvalidAttributeValues},
+          {"boolean", pid(Value::boolean(true)), kInvalidAttributeValues},
+          {"short token", audit(Value::data(std::string(31, '\1'))), kInvalidAttributeValues},
+          {"long token", audit(Value::data(std::string(33, '\1'))), kInvalidAttributeValues},
+          {"number as token", audit(Value::integer(1)), kInvalidAttributeValues},
+          {"empty token", audit(AuditToken().data()), kNoProcess},
+          {"0", pid(Value::integer(0)), kNoProcess},
+          {"-1", pid(Value::integer(-1)), kNoProcess},
+          {"beyond 32 bits", pid(Value::integer(kLarge + ::getpid())), kNoProcess},
+          {"lowest number", pid(Value::integer(lowest)), kNoProcess}}) {
+        EXPECT_EQ(lookUp(services, attributes), status) << name;
     }
     std::thread([&] { EXPECT_EQ(lookUp(services, pidAttribute(::gettid())), kNoProcess); }).join();
-    AuditToken token;
-    EXPECT_EQ(lookUp(services, auditAttribute(token)), kNoProcess);
+    EXPECT_EQ(services.copyGuestWithAttributes(pidAttribute(::getpid()), nullptr), kObjectRequired);
 }
 
 class GuestLookupLive : public GuestTest {
@@ -67,7 +64,7 @@ protected:
     std::filesystem::path program_;
 };
 
-TEST_F(GuestLookupLive, NeitherAZombieNorAGoneProcessIsFound) {
+TEST_F(GuestLookupLive, FindsNeitherZombiesNorGoneProcesses) {
     ClientProcess client(ClientProcess::Options::asNobody(program_));
     ASSERT_TRUE(judgePeer(*services_, client).isAccepted());
     client.kill();
@@ -78,7 +75,7 @@ TEST_F(GuestLookupLive, NeitherAZombieNorAGoneProcessIsFound) {
     EXPECT_EQ(lookUp(*services_, pidAttribute(client.pid())), kNoProcess);
 }
 
-TEST_F(GuestLookupLive, ACodeIsOfOneImageOfOneProcess) {
+TEST_F(GuestLookupLive, CodeIsOfOneImageOfProcess) {
     ClientProcess::Options options = ClientProcess::Options::asNobody(program_);
     options.file = program_; // the same program, and yet another image
     for (const bool executes : {true, false}) {
@@ -103,7 +100,7 @@ TEST_F(GuestLookupLive, ACodeIsOfOneImageOfOneProcess) {
     }
 }
 
-TEST_F(GuestLookupLive, AReusedNumberIsNotThePeer) {
+TEST_F(GuestLookupLive, ReusedNumberIsNotThePeer) {
     ClientProcess first(ClientProcess::Options::asNobody(program_));
     const AuditToken token = tokenOf(first);
     const bool numbered = numbersProcessesForGood(first);
@@ -124,7 +121,7 @@ TEST_F(GuestLookupLive, AReusedNumberIsNotThePeer) {
     }
 }
 
-TEST_F(GuestLookupLive, OnlyProgramsOfLocalFileSystemsAreRead) {
+TEST_F(GuestLookupLive, ReadsProgramsOfLocalFileSystemsOnly) {
     constexpr unsigned kKeepsDescriptor = 0;
     const Descriptor memory(::memfd_create("client", kKeepsDescriptor));
     const std::string content = contentOf(program_);
@@ -138,14 +135,14 @@ TEST_F(GuestLookupLive, OnlyProgramsOfLocalFileSystemsAreRead) {
     EXPECT_EQ(judgePeer(*services_, client).lookup, codesign_status::kSignatureNotVerifiable);
 }
 
-TEST_F(GuestLookupLive, AProcessInAUserNamespaceOfItsOwnIsRefused) {
+TEST_F(GuestLookupLive, RefusesProcessesInOwnUserNamespace) {
     ClientProcess::Options options = ClientProcess::Options::asNobody(program_);
     options.userNamespace = true;
     const ClientProcess client(options);
     EXPECT_EQ(judgePeer(*services_, client).lookup, codesign_status::kNoSuchCode);
 }
 
-TEST_F(GuestLookupLive, TheLookUpEndsAtItsDeadline) {
+TEST_F(GuestLookupLive, EndsAtItsDeadline) {
     CodeSigningConfiguration configuration = programs()->configuration();
     configuration.lookupTime = std::chrono::milliseconds(0);
     GuestServices hurried(configuration);
@@ -153,7 +150,7 @@ TEST_F(GuestLookupLive, TheLookUpEndsAtItsDeadline) {
     EXPECT_EQ(judgePeer(hurried, client).lookup, codesign_status::kCancelled);
 }
 
-TEST_F(GuestLookupLive, ThreadsOfTheKernelAreNoCode) {
+TEST_F(GuestLookupLive, RefusesThreadsOfTheKernel) {
     if (contentOf("/proc/2/status").find("\nKthread:\t1\n") == std::string::npos) {
         GTEST_SKIP() << "process 2 is no thread of the kernel here";
     }

@@ -10,7 +10,8 @@ namespace qv::test {
 
 std::string cmsOver(std::string_view content, const CMSRecipe& recipe) {
     const BIOHandle source = bioReading(content);
-    const unsigned flags = CMS_BINARY | CMS_DETACHED | CMS_NOSMIMECAP | recipe.flags;
+    const unsigned place = recipe.carriesContent ? 0 : CMS_DETACHED;
+    const unsigned flags = CMS_BINARY | CMS_NOSMIMECAP | place | recipe.flags;
     const CMSHandle cms(CMS_sign(nullptr, nullptr, nullptr, source.get(), flags | CMS_PARTIAL));
     bool fine = cms != nullptr;
     for (const TestIdentity* signer : recipe.signers) {
@@ -22,6 +23,15 @@ std::string cmsOver(std::string_view content, const CMSRecipe& recipe) {
     }
     for (const TestIdentity* other : recipe.others) {
         fine = fine && CMS_add1_cert(cms.get(), other->certificate()) == 1;
+    }
+    if (recipe.hasRevocationList) {
+        const std::unique_ptr<X509_CRL, Releaser<X509_CRL_free>> list(X509_CRL_new());
+        const std::unique_ptr<ASN1_TIME, Releaser<ASN1_TIME_free>> now(X509_gmtime_adj(nullptr, 0));
+        const TestIdentity& issuer = authority().root;
+        X509_CRL_set_issuer_name(list.get(), X509_get_subject_name(issuer.certificate()));
+        X509_CRL_set1_lastUpdate(list.get(), now.get());
+        fine = fine && X509_CRL_sign(list.get(), issuer.key(), EVP_sha256()) > 0 &&
+               CMS_add1_crl(cms.get(), list.get()) == 1;
     }
     if (!fine || CMS_final(cms.get(), source.get(), nullptr, flags) != 1) {
         throw std::runtime_error("no CMS: " + openSSLComplaint());

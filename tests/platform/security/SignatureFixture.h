@@ -23,6 +23,8 @@ struct CMSRecipe {
     unsigned flags = 0; ///< beside binary and detached
     const EVP_MD* digest = EVP_sha256();
     bool hasUnsignedAttribute = false;
+    bool hasRevocationList = false;
+    bool carriesContent = false;
 };
 [[nodiscard]] std::string cmsOver(std::string_view content, const CMSRecipe& recipe);
 
