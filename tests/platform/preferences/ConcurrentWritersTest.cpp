@@ -7,6 +7,7 @@
 #include <csignal>
 #include <random>
 #include <sys/wait.h>
+#include <thread>
 
 namespace qv::test {
 namespace {
@@ -53,78 +54,32 @@ TEST_F(ConcurrentWriters, LoseNoneOfTheirKeys) {
     EXPECT_EQ(namesIn(config_), std::set<std::string>{"shared.plist"});
 }
 
-// A writer that stores ever higher numbers, with enough beside them to take some time, and tells
-// each once it is stored.
-class DoomedWriter {
-public:
-    template <typename Store> DoomedWriter(int first, const Store& store) {
-        PipeEnds pipe = makePipe();
-        pid_ = ::fork();
-        if (pid_ == 0) {
-            pipe.read.reset();
-            for (int i = first; store(i); ++i) {
-                if (::write(pipe.write.get(), &i, sizeof(i)) != sizeof(i)) {
-                    break;
-                }
-            }
-            ::_exit(1);
-        }
-        told_ = std::move(pipe.read);
-    }
-
-    int waitForOne() const {
-        int number = -1;
-        EXPECT_EQ(::read(told_.get(), &number, sizeof(number)),
-                  static_cast<ssize_t>(sizeof(number)));
-        return number;
-    }
-
-    /// The last number that it told.
-    int kill(int lastKnown) const {
-        ::kill(pid_, SIGKILL);
-        int status = 0;
-        EXPECT_EQ(::waitpid(pid_, &status, 0), pid_);
-        EXPECT_TRUE(WIFSIGNALED(status)) << "it had ended by itself";
-        int number = lastKnown;
-        while (::read(told_.get(), &number, sizeof(number)) == sizeof(number)) {
-            lastKnown = number;
-        }
-        return lastKnown;
-    }
-
-private:
-    pid_t pid_ = -1;
-    Descriptor told_;
-};
-
-TEST_F(ConcurrentWriters, KilledOnesLeaveTheOldValueOrTheNew) {
-    constexpr int kRounds = 200;
-    const Value padding = Value::data(std::string(20'000, 'x'));
+TEST_F(ConcurrentWriters, LeaveOldOrNewValueWhenKilled) {
+    const Value padding = Value::data(std::string(20'000, 'x')); // which takes some time
     ASSERT_TRUE(store("padding", padding));
     ASSERT_TRUE(store("number", Value::integer(0)));
     std::minstd_rand random; // NOLINT(cert-msc32-c,cert-msc51-cpp): the same moments every time
-    int number = 0;
-    int leftovers = 0;
-    for (int round = 0; round < kRounds; ++round) {
-        const DoomedWriter writer(number + 1,
-                                  [&](int i) { return store("number", Value::integer(i)); });
-        const int known = writer.waitForOne();
-        // Some moment of the next write, which takes about a millisecond.
-        const auto moment =
-            std::chrono::steady_clock::now() + std::chrono::microseconds(random() % 1500);
-        while (std::chrono::steady_clock::now() < moment) {
+    std::int64_t number = 0;
+    for (int round = 0; round < 100; ++round) {
+        const pid_t writer = ::fork();
+        if (writer == 0) {
+            for (std::int64_t next = number + 1; store("number", Value::integer(next)); ++next) {
+            }
+            ::_exit(1);
         }
-        const int told = writer.kill(known);
+        std::this_thread::sleep_for(std::chrono::microseconds(random() % 5000));
+        ::kill(writer, SIGKILL);
+        int status = 0;
+        ASSERT_EQ(::waitpid(writer, &status, 0), writer);
+        EXPECT_TRUE(WIFSIGNALED(status)) << "it had ended by itself";
         const auto stored = writer_->copyValue("number", domain_);
         ASSERT_TRUE(stored && stored->is(Value::Kind::integer)) << "neither old nor new";
-        number = static_cast<int>(stored->asInteger());
-        ASSERT_TRUE(number == told || number == told + 1) << number << " after " << told;
+        ASSERT_GE(stored->asInteger(), number);
         ASSERT_EQ(writer_->copyValue("padding", domain_), padding);
-        leftovers += namesIn(config_).size() > 1 ? 1 : 0;
-        ASSERT_TRUE(store("number", Value::integer(++number))) << "the lock is free again";
+        number = stored->asInteger() + 1;
+        ASSERT_TRUE(store("number", Value::integer(number))) << "the lock is free again";
         ASSERT_EQ(namesIn(config_), std::set<std::string>{"shared.plist"});
     }
-    RecordProperty("killed while they had an incomplete file", leftovers);
 }
 
 } // namespace
