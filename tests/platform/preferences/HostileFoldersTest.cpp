@@ -156,17 +156,5 @@ TEST_F(FoldersOfRoot, KeepOldFileOnFullDisk) {
     EXPECT_EQ(set("key", text("new"), domain_), "");
 }
 
-TEST_F(FoldersOfRoot, FailChangesOnlyWhenReadOnly) {
-    const SmallFileSystem disk(config_);
-    ASSERT_TRUE(disk.isMounted());
-    ASSERT_EQ(set("key", text("old"), domain_), "");
-    ASSERT_EQ(::mount(nullptr, config_.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr), 0);
-    EXPECT_THAT(set("key", text("new"), domain_), HasSubstr("Read-only file system"));
-    EXPECT_THAT(set("key", std::nullopt, domain_), HasSubstr("Read-only file system"));
-    EXPECT_EQ(set("key", text("old"), domain_), "");
-    EXPECT_NE(set("key", text("x"), mine("b")), "");
-    EXPECT_EQ(preferences_.copyValue("key", domain_), text("old"));
-}
-
 } // namespace
 } // namespace qv::test

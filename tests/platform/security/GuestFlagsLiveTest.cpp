@@ -6,7 +6,6 @@
 
 #include <gmock/gmock.h>
 
-#include <sys/ptrace.h>
 #include <tuple>
 
 namespace qv::test {
@@ -76,15 +75,6 @@ TEST_F(GuestFlagsLive, WithholdsFlagsFromClientsThatOpenUp) {
             }
         }
     }
-}
-
-TEST_F(GuestFlagsLive, TracersTakeValidity) {
-    const ClientProcess client(
-        ClientProcess::Options::asNobody(programs()->markedClient("traced", kAsked)));
-    ASSERT_EQ(::ptrace(PTRACE_SEIZE, client.pid(), nullptr, nullptr), 0);
-    const GuestOutcome outcome = judgePeer(*services_, client);
-    EXPECT_EQ(outcome.flags, kSigned | kDebugged | kHard | kRequireLibraryValidation);
-    EXPECT_EQ(outcome.validity, codesign_status::kGuestInvalid);
 }
 
 // A file whose name ends like that of a deleted one is not deleted.

@@ -28,19 +28,18 @@ MappedCode mappedFile(ino_t inode, uid_t owner, mode_t mode) {
 /// A client that was installed and started as it should be.
 struct Client {
     Client() {
-        observation.peer = PeerCredentials{.user = 1000, .group = kGroup};
-        observation.executable.st_dev = 1;
-        observation.executable.st_ino = 7;
-        observation.executable.st_nlink = 1;
-        observation.executable.st_gid = kGroup;
-        observation.executable.st_mode = S_IFREG | S_ISGID | 0755;
-        observation.status = {.effectiveUser = 1000, .effectiveGroup = 100, .seccomp = 0};
-        observation.dumpable = false;
-        observation.dumpableKnown = true;
-        observation.mappings = {
-            mappedFile(7, 0, S_ISGID | 0755),
-            mappedFile(8, 0, 0644),
-            {.mapping = {.name = "[vdso]"}, .backing = MappedCode::Backing::kernel}};
+        seen.peer = PeerCredentials{.user = 1000, .group = kGroup};
+        seen.executable.st_dev = 1;
+        seen.executable.st_ino = 7;
+        seen.executable.st_nlink = 1;
+        seen.executable.st_gid = kGroup;
+        seen.executable.st_mode = S_IFREG | S_ISGID | 0755;
+        seen.status = {.effectiveUser = 1000, .effectiveGroup = 100, .seccomp = 0};
+        seen.dumpable = false;
+        seen.dumpableKnown = true;
+        seen.mappings = {mappedFile(7, 0, S_ISGID | 0755),
+                         mappedFile(8, 0, 0644),
+                         {.mapping = {.name = "[vdso]"}, .backing = MappedCode::Backing::kernel}};
         signature = {.present = true,
                      .intact = true,
                      .digestMatches = true,
@@ -48,11 +47,9 @@ struct Client {
                      .getTaskAllow = false,
                      .platformRoot = false};
     }
-    [[nodiscard]] GuestVerdict judge() const {
-        return judgeGuest(observation, signature, configuration);
-    }
+    [[nodiscard]] GuestVerdict judge() const { return judgeGuest(seen, signature, configuration); }
 
-    GuestObservation observation;
+    GuestObservation seen;
     SignatureFacts signature;
     CodeSigningConfiguration configuration{.anchorsDirectory = {}, .clientGroup = kGroup};
 };
@@ -75,51 +72,44 @@ TEST(GuestFlags, WithholdFlagsForEachMissingFact) {
         std::int32_t imageStatus;
     };
     const auto mapping = [](MappedCode::Backing backing) {
-        return [backing](Client& client) { client.observation.mappings[1].backing = backing; };
+        return [backing](Client& client) { client.seen.mappings[1].backing = backing; };
     };
     const std::uint32_t hard = kHard | kRequireLibraryValidation | kRuntime;
     const std::uint32_t kill = kKill | kRuntime;
     const std::vector<Row> rows{
-        {"no client group configured", [](Client& c) { c.configuration.clientGroup.reset(); },
-         kMarked, 0},
-        {"not through a connection", [](Client& c) { c.observation.peer.reset(); }, kMarked, 0},
-        {"connected before the exec", [](Client& c) { c.observation.peer->group = 100; }, kMarked,
+        {"no client group configured", [](Client& c) { c.configuration.clientGroup = {}; }, kMarked,
          0},
-        {"user's copy", [](Client& c) { c.observation.executable.st_uid = 1000; }, kMarked, 0},
-        {"another group", [](Client& c) { c.observation.executable.st_gid = 0; }, kMarked, 0},
-        {"no set-group-id", [](Client& c) { c.observation.executable.st_mode = S_IFREG | 0755; },
-         kMarked, 0},
-        {"set-group-id without execution by the group",
-         [](Client& c) { c.observation.executable.st_mode = S_IFREG | S_ISGID | 0745; }, kMarked,
+        {"not through a connection", [](Client& c) { c.seen.peer = {}; }, kMarked, 0},
+        {"connected before the exec", [](Client& c) { c.seen.peer->group = 100; }, kMarked, 0},
+        {"user's copy", [](Client& c) { c.seen.executable.st_uid = 1000; }, kMarked, 0},
+        {"another group", [](Client& c) { c.seen.executable.st_gid = 0; }, kMarked, 0},
+        {"no set-group-id", [](Client& c) { c.seen.executable.st_mode = S_IFREG | 0755; }, kMarked,
          0},
-        {"group may write", [](Client& c) { c.observation.executable.st_mode |= S_IWGRP; }, kMarked,
-         0},
-        {"others may write", [](Client& c) { c.observation.executable.st_mode |= S_IWOTH; },
-         kMarked, 0},
-        {"user's library", [](Client& c) { c.observation.mappings[1].file.st_uid = 1000; }, hard,
-         0},
-        {"library that others may write",
-         [](Client& c) { c.observation.mappings[1].file.st_mode |= S_IWOTH; }, hard, 0},
-        {"writable code", [](Client& c) { c.observation.mappings[2].mapping.writable = true; },
-         hard, 0},
+        {"no execution by the group",
+         [](Client& c) { c.seen.executable.st_mode = S_IFREG | S_ISGID | 0745; }, kMarked, 0},
+        {"group may write", [](Client& c) { c.seen.executable.st_mode |= S_IWGRP; }, kMarked, 0},
+        {"others may write", [](Client& c) { c.seen.executable.st_mode |= S_IWOTH; }, kMarked, 0},
+        {"user's library", [](Client& c) { c.seen.mappings[1].file.st_uid = 1000; }, hard, 0},
+        {"open library", [](Client& c) { c.seen.mappings[1].file.st_mode |= S_IWOTH; }, hard, 0},
+        {"writable code", [](Client& c) { c.seen.mappings[2].mapping.writable = true; }, hard, 0},
         {"code without a file", mapping(MappedCode::Backing::anonymous), hard, 0},
         {"library on FUSE", mapping(MappedCode::Backing::refusedFile), hard, 0},
-        {"dumpable", [](Client& c) { c.observation.dumpable = true; }, kill, 0},
-        {"filtered system calls", [](Client& c) { c.observation.status.seccomp = 2; }, kRuntime, 0},
-        {"filter not told", [](Client& c) { c.observation.status.seccomp.reset(); }, kRuntime, 0},
-        {"traced", [](Client& c) { c.observation.status.tracer = 9; }, kValid | kill,
+        {"dumpable", [](Client& c) { c.seen.dumpable = true; }, kill, 0},
+        {"filtered system calls", [](Client& c) { c.seen.status.seccomp = 2; }, kRuntime, 0},
+        {"filter not told", [](Client& c) { c.seen.status.seccomp = {}; }, kRuntime, 0},
+        {"traced", [](Client& c) { c.seen.status.tracer = 9; }, kValid | kill,
          codesign_status::kGuestInvalid},
-        {"changed while looked at", [](Client& c) { c.observation.change = "x"; }, kValid,
+        {"changed while looked at", [](Client& c) { c.seen.change = "x"; }, kValid,
          codesign_status::kGuestInvalid},
         {"modified bytes", [](Client& c) { c.signature.digestMatches = false; }, kValid,
          codesign_status::kGuestInvalid},
-        {"deleted", [](Client& c) { c.observation.executable.st_nlink = 0; }, kValid,
+        {"deleted", [](Client& c) { c.seen.executable.st_nlink = 0; }, kValid,
          codesign_status::kStaticCodeChanged},
-        {"image replaced", [](Client& c) { c.observation.executable.st_ino = 99; }, kValid,
+        {"image replaced", [](Client& c) { c.seen.executable.st_ino = 99; }, kValid,
          codesign_status::kGuestInvalid},
-        {"same inode, other device", [](Client& c) { c.observation.executable.st_dev = 99; },
-         kValid, codesign_status::kGuestInvalid},
-        {"nothing mapped", [](Client& c) { c.observation.mappings.clear(); }, kValid | hard,
+        {"same inode, other device", [](Client& c) { c.seen.executable.st_dev = 99; }, kValid,
+         codesign_status::kGuestInvalid},
+        {"nothing mapped", [](Client& c) { c.seen.mappings.clear(); }, kValid | hard,
          codesign_status::kGuestInvalid},
         {"not intact", [](Client& c) { c.signature.intact = false; }, kAll, 0},
     };
@@ -135,15 +125,15 @@ TEST(GuestFlags, WithholdFlagsForEachMissingFact) {
 
 TEST(GuestFlags, TakeRootsProcessesForNotDumpable) {
     Client client;
-    client.observation.dumpable = true;
-    client.observation.dumpableKnown = false;
+    client.seen.dumpable = true;
+    client.seen.dumpableKnown = false;
     EXPECT_EQ(client.judge().flags, kAll);
 }
 
 TEST(GuestFlags, DebuggedProgramsMustBeSignedForIt) {
     Client client;
     client.signature.getTaskAllow = true;
-    client.observation.status.tracer = 9;
+    client.seen.status.tracer = 9;
     EXPECT_EQ(client.judge().flags,
               kSigned | kGetTaskAllow | kDebugged | kHard | kRequireLibraryValidation);
     EXPECT_EQ(client.judge().imageStatus, 0);
@@ -153,14 +143,14 @@ TEST(GuestFlags, DebuggedProgramsMustBeSignedForIt) {
     EXPECT_EQ(client.judge().imageStatus, codesign_status::kGuestInvalid);
     client.configuration.developmentAnchors = true;
     EXPECT_EQ(client.judge().imageStatus, 0);
-    client.observation.change = "the mappings changed";
+    client.seen.change = "the mappings changed";
     EXPECT_EQ(client.judge().imageStatus, codesign_status::kGuestInvalid);
 }
 
 TEST(GuestFlags, AreNoneOfUnsignedCode) {
     Client client;
     client.signature = {};
-    client.observation.status.tracer = 9;
+    client.seen.status.tracer = 9;
     const GuestVerdict verdict = client.judge();
     EXPECT_EQ(verdict.flags, 0U);
     for (const FlagFinding& finding : verdict.findings) {

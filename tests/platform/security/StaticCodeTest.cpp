@@ -63,9 +63,7 @@ TEST(StaticCode, TellsUnsignedFromUnknown) {
     EXPECT_FALSE(plain.hasTrailer() || plain.signatureIntact() || plain.digestMatches());
     program.folder().write("program", "#!/bin/sh\n");
     EXPECT_EQ(program.examined().status(), kBadObjectFormat);
-    const Descriptor folder(::open(program.folder().path().c_str(), O_RDONLY | O_CLOEXEC));
     const auto anchors = program.anchors().current();
-    EXPECT_EQ(StaticCode::examine(folder.get(), {.anchors = *anchors}).status(), kRegularFile);
     EXPECT_EQ(StaticCode::examine(-1, {.anchors = *anchors}).status(), kErrnoBase + EBADF);
 }
 
@@ -93,16 +91,11 @@ TEST(StaticCode, ReportsFirstFaultInItsOrder) {
     writeTrailer(program, "no list", cmsOver("no list", {.signers = {&authority().leaf}}));
     EXPECT_EQ(program.examined().status(), kBadDictionaryFormat);
     EXPECT_TRUE(program.examined().signatureIntact());
-
-    writeTrailer(program, "no list", cmsOver("other", {.signers = {&authority().leaf}}));
-    EXPECT_EQ(program.examined().status(), kSignatureFailed)
-        << "an unsigned list must not even be read";
+    writeTrailer(program, good.encoded().value(),
+                 cmsOver("other", {.signers = {&authority().leaf}}));
+    EXPECT_EQ(program.examined().status(), kSignatureFailed);
     EXPECT_FALSE(program.examined().signatureIntact());
-    EXPECT_EQ(program.examined().facts().identifier, "");
-
-    const std::string directory = good.encoded().value();
-    writeTrailer(program, directory, "no CMS");
-    EXPECT_EQ(program.examined().status(), kSignatureInvalid);
+    EXPECT_EQ(program.examined().facts().identifier, "") << "the list must not even be read";
 }
 
 TEST(StaticCode, WantsTeamAsSignersOnlyUnit) {
@@ -212,20 +205,6 @@ TEST(StaticCode, AcceptsNoFlippedBit) {
             ASSERT_NO_FATAL_FAILURE(expectRefused(byte, static_cast<unsigned>(byte % 8)));
         }
     }
-}
-
-TEST(StaticCode, RefusesCutFiles) {
-    SignedProgram program(authority());
-    ASSERT_TRUE(program.sign());
-    const std::string whole = contentOf(program.path());
-    const std::uint64_t covered = contentOf("/bin/true").size();
-    for (std::uint64_t size = 0; size < whole.size(); size += size + 3000 < covered ? 2999 : 13) {
-        program.folder().write("program", whole.substr(0, size));
-        const std::int32_t status = program.examined().status();
-        ASSERT_TRUE(status == kUnsigned || status == kBadObjectFormat) << size << ": " << status;
-    }
-    program.folder().write("program", whole + "x");
-    EXPECT_EQ(program.examined().status(), kUnsigned);
 }
 
 } // namespace
