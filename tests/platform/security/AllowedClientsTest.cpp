@@ -1,8 +1,7 @@
 #include "platform/security/install/AllowedClients.h"
 
 #include "SignatureFixture.h"
-#include <functional>
-#include <sys/stat.h>
+#include "TextCases.h"
 #include <unistd.h>
 
 namespace qv::test {
@@ -46,24 +45,13 @@ TEST_F(AllowedClientsTest, FollowTheirFolder) {
 }
 
 TEST_F(AllowedClientsTest, CountOnlyWithoutAnyViolation) {
-    struct Case {
-        std::function<void()> commit;
-        const char* reason;
-    };
-    for (const Case& each : {
-             Case{[&] { write("b.requirement", "identifier a\nand (always"); },
-                  "clients.d/b.requirement: line 2, column 5: "},
-             {[&] { write("b.requirement", ""); }, "b.requirement: line 1, column 1: "},
-             {[&] { write("b.requirement.old", "always"); }, "does not end in \".requirement\""},
-             {[&] { write("b c.requirement", "always"); }, "other characters than letters"},
-             {[&] { write("b.requirement", "always", 0664); }, "can be written by others"},
-         }) {
+    for (const TextCase& each : textCasesOf(QV_CASES "allowed-clients.txt")) {
         fs::remove_all(folder());
         write("a.requirement", "always");
         ASSERT_EQ(names(), "a ") << clients.current()->reason;
-        each.commit();
-        EXPECT_EQ(names(), "");
-        EXPECT_THAT(clients.current()->reason, HasSubstr(each.reason));
+        runIn(temporary.path(), each.text);
+        EXPECT_EQ(names(), "") << each.text;
+        EXPECT_THAT(clients.current()->reason, HasSubstr(each.outcome)) << each.text;
     }
 }
 

@@ -1,65 +1,21 @@
-// The language of requirements, by the cases in requirements/: what texts compile to, and for which
+// The language of requirements, by the cases in text files: what texts compile to, and for which
 // code they hold.
 
 #include "platform/security/requirement/Requirement.h"
 
 #include "platform/security/requirement/CodeSigningStatus.h"
-#include "support/TemporaryDirectory.h"
 
 #include <fmt/core.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "TextCases.h"
 #include <map>
-#include <sstream>
 
 namespace qv::test {
 namespace {
 
 constexpr double kDay = 86400;
-
-// %XX stands for a byte, a lone % for nothing.
-std::string unescaped(std::string_view text) {
-    std::string bytes;
-    for (std::size_t at = 0; at < text.size(); ++at) {
-        if (text[at] != '%') {
-            bytes += text[at];
-        } else if (text.size() > 1) {
-            bytes += static_cast<char>(std::stoi(std::string(text.substr(at + 1, 2)), nullptr, 16));
-            at += 2;
-        }
-    }
-    return bytes;
-}
-
-// The lines of a file of cases, without comments.
-std::vector<std::string> linesOf(const char* file) {
-    std::vector<std::string> lines;
-    std::istringstream stream(contentOf(std::string(QV_REQUIREMENTS) + file));
-    for (std::string line; std::getline(stream, line);) {
-        if (!line.empty() && !line.starts_with('#')) {
-            lines.push_back(line);
-        }
-    }
-    return lines;
-}
-
-struct Case {
-    std::string text;
-    std::string outcome;
-};
-
-std::vector<Case> compilations() {
-    std::vector<Case> cases;
-    for (const std::string& line : linesOf("compile.txt")) {
-        if (line.starts_with(' ')) {
-            cases.back().outcome = unescaped(line.substr(4));
-        } else {
-            cases.push_back({unescaped(line), ""});
-        }
-    }
-    return cases;
-}
 
 std::string repeat(std::string_view text, std::size_t count) {
     std::string result;
@@ -75,9 +31,9 @@ std::string outcomeOf(std::string_view text) {
 }
 
 TEST(RequirementCompile, GivesCanonicalTextOrError) {
-    const std::vector<Case> cases = compilations();
+    const std::vector<TextCase> cases = textCasesOf(QV_CASES "compile.txt");
     ASSERT_GT(cases.size(), 100U);
-    for (const Case& each : cases) {
+    for (const TextCase& each : cases) {
         EXPECT_EQ(outcomeOf(each.text), each.outcome) << each.text;
     }
 }
@@ -85,7 +41,7 @@ TEST(RequirementCompile, GivesCanonicalTextOrError) {
 // A printer that drops a parenthesis or a quote would change whom a requirement lets in.
 TEST(RequirementCompile, CanonicalTextMeansTheSame) {
     std::vector<std::string> texts;
-    for (const Case& each : compilations()) {
+    for (const TextCase& each : textCasesOf(QV_CASES "compile.txt")) {
         if (Requirement::compile(each.text)) {
             texts.push_back("(" + each.text + "\n)"); // a comment must not hide the parenthesis
         }
@@ -292,7 +248,7 @@ std::map<std::string, CodeFacts> codes() {
 TEST(RequirementEvaluate, HoldsForTheRightCode) {
     const std::map<std::string, CodeFacts> codes = test::codes();
     const CodeFacts* code = nullptr;
-    for (const std::string& line : linesOf("evaluate.txt")) {
+    for (const std::string& line : linesOfCases(QV_CASES "evaluate.txt")) {
         if (line.starts_with('[')) {
             code = &codes.at(line);
             continue;

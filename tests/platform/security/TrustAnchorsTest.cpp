@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "SignatureFixture.h"
-#include <functional>
+#include "TextCases.h"
 #include <set>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -40,68 +40,20 @@ TEST_F(TrustAnchorsTest, AcceptFolderInOrder) {
 }
 
 TEST_F(TrustAnchorsTest, CountOnlyWithoutAnyViolation) {
-    struct Case {
-        const char* fault;
-        std::function<void()> commit;
-        const char* reason;
-    };
-    const fs::path root = folder() / "vendor/root.pem";
-    const std::string pem = authority().root.certificatePEM();
-    const std::vector<Case> cases = {
-        {"missing", [&] { fs::remove_all(folder()); }, "No such file"},
-        {"empty", [&] { fs::remove_all(folder() / "vendor"); }, "no certificate"},
-        {"sticky does not help inside", [&] { ::chmod(folder().c_str(), 01777); },
-         "written by others"},
-        {"sub-folder writable by group", [&] { ::chmod(root.parent_path().c_str(), 0775); },
-         "vendor: can be written"},
-        {"parent writable by all", [&] { ::chmod(temporary.path().c_str(), 0777); },
-         "written by others"},
-        {"file writable by group", [&] { ::chmod(root.c_str(), 0664); }, "root.pem: can be"},
-        {"linked file",
-         [&] {
-             fs::rename(root, temporary / "root.pem");
-             fs::create_symlink(temporary / "root.pem", root);
-         },
-         "symbolic link"},
-        {"linked folder",
-         [&] {
-             fs::rename(folder(), temporary / "elsewhere");
-             fs::create_directory_symlink(temporary / "elsewhere", folder());
-         },
-         "no folder"},
-        {"pipe", [&] { ::mkfifo((folder() / "vendor/pipe").c_str(), 0644); }, "no regular file"},
-        {"second certificate cut", [&] { write("vendor/root.pem", pem + pem.substr(0, 40)); },
-         "damaged"},
-        {"key beside the certificate",
-         [&] { write("vendor/root.pem", pem + authority().root.keyPEM()); },
-         "something else than certificates"},
-        {"too large", [&] { write("vendor/root.pem", std::string(65536, '\n') + pem); },
-         "larger than"},
-        {"unknown entry", [&] { write("revoked.txt", ""); }, "no business here"},
-        {"bad revocation", [&] { write("revoked", "# one\nabcdef\n"); }, "line 2"},
-        {"intermediate as anchor",
-         [&] { write("vendor/x.pem", authority().intermediate.certificatePEM()); },
-         "no self-signed authority"},
-        {"leaf as anchor", [&] { write("platform/x.pem", authority().leaf.certificatePEM()); },
-         "no self-signed authority"},
-        {"too many files",
-         [&] {
-             for (int count = 0; count < 32; ++count) {
-                 write("trusted/" + std::to_string(count), pem);
-             }
-         },
-         "more than 32 files"},
-    };
-    for (const Case& each : cases) {
+    for (const TextCase& each : textCasesOf(QV_CASES "trust-anchors.txt")) {
+        SCOPED_TRACE(each.text);
         fs::remove_all(folder());
+        fs::remove_all(temporary.path() / "made");
         ::chmod(temporary.path().c_str(), 0700);
         authority().anchorIn(folder());
+        static_cast<void>(authority().requestIn(temporary / "made"));
+        temporary.write("made/root.pem", authority().root.certificatePEM());
         const TrustAnchors anchors = this->anchors();
         ASSERT_TRUE(accepts(anchors)) << anchors.reason();
-        each.commit();
-        EXPECT_FALSE(accepts(anchors)) << each.fault << ": an earlier reading must not count";
-        EXPECT_FALSE(accepts(this->anchors())) << each.fault;
-        EXPECT_THAT(anchors.reason(), HasSubstr(each.reason)) << each.fault;
+        runIn(temporary.path(), each.text);
+        EXPECT_FALSE(accepts(anchors)) << "an earlier reading must not count";
+        EXPECT_FALSE(accepts(this->anchors()));
+        EXPECT_THAT(anchors.reason(), HasSubstr(each.outcome));
     }
 }
 
