@@ -107,17 +107,6 @@ TEST_F(OtherUsers, WithoutAHomeOrAccessToItFail) {
                 HasSubstr("no user \"stranger\""));
 }
 
-TEST_F(OtherUsers, AreOutOfReachForOrdinaryOnes) {
-    EXPECT_EQ(inChild([&]() -> std::string {
-                  constexpr uid_t kSomebody = 65533;
-                  if (::setresuid(kSomebody, kSomebody, kSomebody) != 0) {
-                      return "no such user";
-                  }
-                  return set("key", text("x"), theirs_);
-              }),
-              (theirConfig_ / "a.b.plist").native() + ": may not act as the user \"other\"");
-}
-
 TEST_F(OtherUsers, KeepNobodyWaiting) {
     ASSERT_EQ(set("key", text("old"), theirs_), "");
     const auto outcome = [&](auto lockPatience, auto userPatience) {

@@ -3,6 +3,7 @@
 
 #include "platform/security/requirement/Requirement.h"
 
+#include "platform/foundation/plist/PropertyList.h"
 #include "platform/security/requirement/CodeSigningStatus.h"
 
 #include <fmt/core.h>
@@ -119,8 +120,6 @@ TEST(RequirementCompile, AsksTheCallerForCertificateFiles) {
               "line 1, column 10: this file gives no certificate: \"/none/here\"");
 }
 
-Value text(std::string_view content) { return Value::string(content); }
-
 CertificateFacts leafCertificate() {
     CertificateFacts leaf;
     leaf.sha1.fill(0xAA);
@@ -140,70 +139,15 @@ CertificateFacts leafCertificate() {
     return leaf;
 }
 
-// 60 levels that each hold the next one twice have 2^60 elements; 200,000 levels are more than a
-// stack holds.
-Value hostileArray(int levels, const Value& innermost, bool twice) {
-    Value array = innermost;
-    for (int level = 0; level < levels; ++level) {
-        array = twice ? Value::array({array, array}) : Value::array({array});
-    }
-    return array;
-}
-
-Value information() {
-    std::vector<std::pair<Value, Value>> pairs = {
-        {text("K"), text("Main App Store")},
-        {text("E"), text("")},
-        {text("U"), text("gr\xC3\xBC\xC3\x9F")},
-        {text("S"), text("a*b")},
-        {text("yes"), Value::boolean(true)},
-        {text("no"), Value::boolean(false)},
-        {text("zero"), Value::integer(0)},
-        {text("real"), Value::real(1)},
-        {text("data"), Value::data("AB")},
-        {text("date"), Value::date({10 * kDay})},
-        {text("dict"), Value::dictionary({{"x", text("x")}})},
-        {text("shared"), hostileArray(60, Value::array({text("x")}), true)},
-        {text("deep"), hostileArray(200'000, text("bottom"), false)}};
-    for (const char* order : {"9",
-                              "10",
-                              "1.9.3",
-                              "1.10",
-                              "1.2",
-                              "1.2.0",
-                              "",
-                              "0",
-                              "a",
-                              "b",
-                              "B",
-                              "a9",
-                              "aa",
-                              "z",
-                              "099",
-                              "100",
-                              "000",
-                              "1.02",
-                              "\xC3\xA4",
-                              "99999999999999999999999",
-                              "100000000000000000000000"}) {
-        pairs.emplace_back(text(order), text(order));
-    }
-    return Value::dictionary(std::move(pairs));
-}
-
 // Leaf, intermediate and the vendor's root, or as many of them, from the leaf on, as are asked for.
 CodeFacts signedBy(std::size_t certificates) {
     CodeFacts facts;
     facts.identifier = "com.example.tool";
     facts.platform = 3;
     facts.cdhash.fill(0x11);
-    facts.info = information();
-    facts.entitlements = Value::dictionary(
-        {{"a.b", text("inner")},
-         {"groups", Value::array({Value::integer(1), text("one"), text("two"),
-                                  Value::array({text("deep"), Value::date({0})})})},
-         {"empty", Value::array({})},
-         {"off", Value::array({Value::boolean(false)})}});
+    const auto lists = PropertyList::propertyListWithData(contentOf(QV_CASES "evaluate.plist"));
+    facts.info = *lists->root.find("info");
+    facts.entitlements = *lists->root.find("entitlements");
     facts.chain.resize(certificates);
     if (certificates > 1) {
         for (const char* name : {"C", "CN", "D", "L", "O", "OU", "ST", "STREET", "UID"}) {
@@ -259,6 +203,24 @@ TEST(RequirementEvaluate, HoldsForTheRightCode) {
                   line.starts_with('+') ? codesign_status::kSuccess : codesign_status::kReqFailed)
             << line << " over " << code->chain.size() << " certificates";
     }
+}
+
+// 60 levels that each hold the next one twice have 2^60 elements; 200,000 levels are more than a
+// stack holds.
+TEST(RequirementEvaluate, BearsHostileArrays) {
+    CodeFacts facts;
+    Value shared = Value::array({Value::string("x")});
+    for (int level = 0; level < 60; ++level) {
+        shared = Value::array({shared, shared});
+    }
+    Value deep = Value::string("bottom");
+    for (int level = 0; level < 200'000; ++level) {
+        deep = Value::array({deep});
+    }
+    facts.info = Value::dictionary({{"shared", shared}, {"deep", deep}});
+    EXPECT_EQ(Requirement::compile("info[deep] = bottom")->evaluate(facts), 0);
+    EXPECT_EQ(Requirement::compile("info[shared] = y")->evaluate(facts),
+              codesign_status::kReqFailed);
 }
 
 TEST(RequirementEvaluate, BoundsDepthOfTree) {
