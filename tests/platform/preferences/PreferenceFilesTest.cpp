@@ -1,4 +1,4 @@
-// Which file a domain is, which values a program sees, and what is no domain.
+// The file of each domain, the values that a program sees, and the domains that are refused.
 
 #include "platform/foundation/process/Support.h"
 #include "platform/preferences/Support.h"
@@ -114,7 +114,7 @@ TEST_F(PreferenceFilesTest, UsersNeedExistingHomes) {
                 HasSubstr("no home"));
 }
 
-// As root, a variable of the environment is the word of whoever started the program.
+// The environment of a program is chosen by the user who started it; root does not obey it.
 TEST_F(PreferenceFilesTest, IgnoresFolderFromEnvironmentAsRoot) {
     const auto storedAs = [&](uid_t user) {
         return inChild([&]() -> std::string {

@@ -61,7 +61,7 @@ public:
     Result<std::size_t> read(int fd, std::uint64_t offset, std::span<char> buffer) override {
         auto bytes = answer("read", [&] { return kernel_.read(fd, offset, buffer); });
         if (calls_ == failing_ && errorNumber_ == kNothingRead && bytes && *bytes > 0) {
-            failed_ = true; // at the end of a file nothing is no fault
+            failed_ = true; // at the end of a file it is not a fault to read nothing
             return 0;
         }
         return bytes;

@@ -139,7 +139,7 @@ TEST(GuestFlags, DebuggedProgramsMustBeSignedForIt) {
     EXPECT_EQ(client.judge().imageStatus, 0);
     client.signature.distributionMarker = true;
     EXPECT_EQ(client.judge().flags, kSigned | kDebugged | kHard | kRequireLibraryValidation)
-        << "whoever may debug what is given to others speaks for it";
+        << "the debugger of a distributed program speaks for it";
     EXPECT_EQ(client.judge().imageStatus, codesign_status::kGuestInvalid);
     client.configuration.developmentAnchors = true;
     EXPECT_EQ(client.judge().imageStatus, 0);

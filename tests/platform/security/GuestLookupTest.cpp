@@ -124,7 +124,7 @@ TEST_F(GuestLookupLive, EndsAtItsDeadline) {
 
 TEST_F(GuestLookupLive, RefusesThreadsOfTheKernel) {
     if (contentOf("/proc/2/status").find("\nKthread:\t1\n") == std::string::npos) {
-        GTEST_SKIP() << "process 2 is no thread of the kernel here";
+        GTEST_SKIP() << "process 2 is not a thread of the kernel here";
     }
     EXPECT_EQ(lookUp(*services_, pidAttribute(2)), codesign_status::kNoSuchCode);
 }
