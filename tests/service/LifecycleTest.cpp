@@ -34,7 +34,8 @@ TEST(LifecycleOfADevelopersBuild, RefusesASocketOutsideItsFolder) {
     for (auto depth = std::ranges::distance(inside.path()); depth > 1; --depth) {
         upwards += "/..";
     }
-    for (const std::string& program : {built("bin/QVCatalogHelperXPC"), built("bin/QVCatalogExaminer")}) {
+    for (const std::string& program :
+         {built("bin/QVCatalogHelperXPC"), built("bin/QVCatalogExaminer")}) {
         for (const std::string& folder : {outside.path().string(), (inside / "out").string(),
                                           upwards + outside.path().string()}) {
             PipeEnds printed = makePipe();

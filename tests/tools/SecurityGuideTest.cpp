@@ -54,7 +54,8 @@ TEST(SecurityGuide, MakesAnchorsAndClients) {
     CodeExaminer examiner(anchors, ::geteuid());
     const auto judged = [&] {
         const Descriptor client(::open((folder / "client").c_str(), O_RDONLY | O_CLOEXEC));
-        return examiner.examine(client.get(), CodeExaminer::Deadline::max());
+        return std::get<std::shared_ptr<const StaticCode>>(
+            examiner.examine(client.get(), CodeExaminer::Deadline::max()));
     };
     const auto client = judged();
     ASSERT_EQ(client->status(), codesign_status::kSuccess) << client->reason();

@@ -32,6 +32,10 @@ protected:
     [[nodiscard]] Descriptor opened() const {
         return Descriptor(::open(program_.path().c_str(), O_RDWR | O_CLOEXEC));
     }
+    using Code = std::shared_ptr<const StaticCode>;
+    static Code judgement(CodeExaminer& examiner, int program) {
+        return std::get<Code>(examiner.examine(program, kNoDeadline));
+    }
     [[nodiscard]] std::string anchors() const { return program_.anchorFolder(); }
 
     TestAuthority authority_;
@@ -40,18 +44,18 @@ protected:
 
 TEST_F(CodeExaminerTest, JudgesUnchangedGoodProgramOnce) {
     CodeExaminer examiner(anchors(), ::geteuid(), rememberingCache());
-    const auto first = examiner.examine(opened().get(), kNoDeadline);
+    const auto first = judgement(examiner, opened().get());
     ASSERT_EQ(first->status(), kSuccess) << first->reason();
-    EXPECT_EQ(examiner.examine(opened().get(), kNoDeadline), first);
+    EXPECT_EQ(judgement(examiner, opened().get()), first);
 
     const Descriptor file = opened();
     ASSERT_EQ(::pwrite(file.get(), "x", 1, 4096), 1);
     // The writer hides the moment.
     const std::array<timespec, 2> times = {timespec{0, UTIME_OMIT}, timespec{1, 0}};
     ASSERT_EQ(::futimens(file.get(), times.data()), 0);
-    const auto changed = examiner.examine(file.get(), kNoDeadline);
+    const auto changed = judgement(examiner, file.get());
     EXPECT_EQ(changed->status(), kSignatureFailed);
-    EXPECT_NE(examiner.examine(file.get(), kNoDeadline), changed) << "only good ones stay";
+    EXPECT_NE(judgement(examiner, file.get()), changed) << "only good ones stay";
 }
 
 TEST_F(CodeExaminerTest, ForgetsFreshForeignAndExpiredPrograms) {
@@ -59,24 +63,24 @@ TEST_F(CodeExaminerTest, ForgetsFreshForeignAndExpiredPrograms) {
                        rememberingCache(::geteuid(), std::chrono::seconds(1)));
     CodeExaminer foreign(anchors(), ::geteuid(), rememberingCache(::geteuid() + 1));
     for (CodeExaminer* examiner : {&fresh, &foreign}) {
-        const auto first = examiner->examine(opened().get(), kNoDeadline);
+        const auto first = judgement(*examiner, opened().get());
         EXPECT_EQ(first->status(), kSuccess);
-        EXPECT_NE(examiner->examine(opened().get(), kNoDeadline), first);
+        EXPECT_NE(judgement(*examiner, opened().get()), first);
     }
     ASSERT_TRUE(program_.sign(
         [](SigningRequest& request) { request.flags = code_flags::kCheckExpiration; }));
     for (const int days : {29, 31}) { // the leaf's are 30
         CodeExaminer examiner(anchors(), ::geteuid(),
                               rememberingCache(::geteuid(), std::chrono::days(days)));
-        const auto timed = examiner.examine(opened().get(), kNoDeadline);
+        const auto timed = judgement(examiner, opened().get());
         ASSERT_EQ(timed->status(), kSuccess) << timed->reason();
-        EXPECT_EQ(examiner.examine(opened().get(), kNoDeadline) == timed, days < 30);
+        EXPECT_EQ(judgement(examiner, opened().get()) == timed, days < 30);
     }
 }
 
 TEST_F(CodeExaminerTest, HeedsRevocationAtOnce) {
     CodeExaminer examiner(anchors(), ::geteuid(), rememberingCache());
-    const auto good = examiner.examine(opened().get(), kNoDeadline);
+    const auto good = judgement(examiner, opened().get());
     ASSERT_EQ(good->status(), kSuccess) << good->reason();
     const auto revoked = program_.anchorFolder() / "revoked";
     std::vector<std::string> digests = {fmt::format("{:02x}", fmt::join(good->facts().cdhash, ""))};
@@ -85,10 +89,10 @@ TEST_F(CodeExaminerTest, HeedsRevocationAtOnce) {
     }
     for (const std::string& digest : digests) {
         writeWithMode(revoked, "# bad ones\n" + digest + " # stolen\n", 0644);
-        EXPECT_EQ(examiner.examine(opened().get(), kNoDeadline)->status(), kCertificateRevoked);
+        EXPECT_EQ(judgement(examiner, opened().get())->status(), kCertificateRevoked);
     }
     std::filesystem::remove(revoked);
-    EXPECT_EQ(examiner.examine(opened().get(), kNoDeadline)->status(), kSuccess);
+    EXPECT_EQ(judgement(examiner, opened().get())->status(), kSuccess);
 }
 
 TEST_F(CodeExaminerTest, RemembersLatestSixtyFour) {
@@ -110,34 +114,30 @@ TEST_F(CodeExaminerTest, RemembersLatestSixtyFour) {
 // anchors.
 TEST_F(CodeExaminerTest, DeferringOneReadsNothingSigned) {
     DeferringExaminer examiner(anchors(), ::geteuid(), rememberingCache());
-    EXPECT_EQ(examiner.examine(opened().get(), kNoDeadline), nullptr);
-    auto asked = examiner.takeProgram();
-    ASSERT_TRUE(asked);
-    EXPECT_FALSE(examiner.takeProgram());
-    const auto judged = [](const DeferringExaminer::Program& program) {
-        return StaticCode::examine(program.fd.get(), {.anchors = *program.anchors});
+    const auto unjudged = [&] {
+        return std::get<UnjudgedProgram>(examiner.examine(opened().get(), kNoDeadline));
     };
-    examiner.provide(*asked, judged(*asked));
-    const auto provided = examiner.examine(opened().get(), kNoDeadline);
-    ASSERT_NE(provided, nullptr);
-    EXPECT_EQ(examiner.examine(opened().get(), kNoDeadline), provided) << "and is remembered";
+    const auto judge = [&](const UnjudgedProgram& program) {
+        examiner.provide(program,
+                         StaticCode::examine(program.fd.get(), {.anchors = *program.anchors}));
+    };
+    judge(unjudged());
+    const Code provided = judgement(examiner, opened().get());
+    EXPECT_EQ(judgement(examiner, opened().get()), provided) << "and is remembered";
 
     ASSERT_TRUE(program_.sign()); // which makes another file
     for (const char* change : {"file", "anchors"}) {
-        ASSERT_EQ(examiner.examine(opened().get(), kNoDeadline), nullptr);
-        asked = examiner.takeProgram();
-        examiner.provide(*asked, judged(*asked));
+        judge(unjudged());
         if (change == std::string_view("file")) {
             ASSERT_TRUE(program_.sign());
         } else {
             writeWithMode(program_.anchorFolder() / "revoked", std::string(64, 'a'), 0644);
         }
-        EXPECT_EQ(examiner.examine(opened().get(), kNoDeadline), nullptr) << change;
+        EXPECT_NO_THROW(unjudged()) << change;
     }
 
     const Descriptor plain(::open("/bin/true", O_RDONLY | O_CLOEXEC));
-    EXPECT_EQ(examiner.examine(plain.get(), kNoDeadline)->status(), kUnsigned);
-    EXPECT_FALSE(examiner.takeProgram());
+    EXPECT_EQ(judgement(examiner, plain.get())->status(), kUnsigned);
 }
 
 TEST_F(CodeExaminerTest, DecodesCompleteJudgementsOnly) {

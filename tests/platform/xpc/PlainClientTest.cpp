@@ -21,7 +21,7 @@ class PlainClientTest : public testing::Test {
 protected:
     ProgramRun runWith(const std::string& replyData) {
         reply_ = Value::dictionary({{"replyData", Value::data(replyData)}});
-        return runProgram({test::built("bin/plain-client"), script_, service_.path()});
+        return runProgram({qv::test::built("bin/plain-client"), script_, service_.path()});
     }
     qv::test::TemporaryDirectory directory_;
     std::string script_ = directory_.write("script", "( { operation = 8; } )");
@@ -67,7 +67,7 @@ TEST_F(PlainClientTest, SendsTheScriptAndPrintsTheError) {
 
 TEST_F(PlainClientTest, SaysWhyThereIsNoAnswer) {
     const auto errorsOf = [&](const std::string& socket) {
-        const ProgramRun run = runProgram({test::built("bin/plain-client"), script_, socket});
+        const ProgramRun run = runProgram({qv::test::built("bin/plain-client"), script_, socket});
         EXPECT_EQ(run.status, 2);
         return run.errors;
     };

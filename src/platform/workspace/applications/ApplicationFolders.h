@@ -2,10 +2,15 @@
 
 #include "platform/foundation/process/state/UserRecord.h"
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
 namespace qv {
+
+// Bounds of the look into one folder of applications.
+inline constexpr std::size_t kMostFolders = 1000;
+inline constexpr std::size_t kMostItems = 100'000;
 
 /// A folder with bundles; those of `levels` 2 may also lie one folder deeper.
 struct BundleFolder {

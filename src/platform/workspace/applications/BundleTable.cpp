@@ -2,6 +2,7 @@
 
 #include "platform/foundation/files/walk/TreeWalk.h"
 #include "platform/foundation/os/Folder.h"
+#include "platform/workspace/applications/ApplicationFolders.h"
 #include "platform/workspace/applications/Bundle.h"
 #include "platform/workspace/applications/FoldedText.h"
 
@@ -16,9 +17,7 @@ namespace qv {
 
 namespace {
 
-constexpr std::size_t kMostFolders = 1000;
-constexpr std::size_t kMostItems = 100'000;
-constexpr std::string_view kExtension = ".app";
+constexpr std::string_view kBundleExtension = ".app";
 
 bool leadsThroughLink(int folder, const char* name) {
     open_how how{};
@@ -45,8 +44,8 @@ void watchInfoLists(int folder, const std::string& path, ChangeWatch& watch) {
 
 bool hasFolderName(std::string_view path, std::string_view name) {
     const std::string_view folder = path.substr(path.rfind('/') + 1);
-    return folder == name || (folder.ends_with(kExtension) &&
-                              folder.substr(0, folder.size() - kExtension.size()) == name);
+    return folder == name || (folder.ends_with(kBundleExtension) &&
+                              folder.substr(0, folder.size() - kBundleExtension.size()) == name);
 }
 
 } // namespace
@@ -66,7 +65,7 @@ public:
         const std::string path = folder.path();
         watchInfoLists(folderFd, path, watch_);
         const Bundle bundle = Bundle::bundleInFolder(folderFd, path);
-        if (bundle.hasInfoDictionary() || path.ends_with(kExtension)) {
+        if (bundle.hasInfoDictionary() || path.ends_with(kBundleExtension)) {
             records_.push_back({path, folded(bundle.bundleIdentifier().value_or("")),
                                 bundle.displayName().value_or(""),
                                 bundle.bundleName().value_or("")});

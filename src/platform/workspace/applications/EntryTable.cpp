@@ -2,6 +2,7 @@
 
 #include "platform/foundation/files/walk/TreeWalk.h"
 #include "platform/foundation/os/RegularFile.h"
+#include "platform/workspace/applications/ApplicationFolders.h"
 #include "platform/workspace/applications/ExecLine.h"
 #include "platform/workspace/applications/FoldedText.h"
 
@@ -14,17 +15,15 @@ namespace qv {
 namespace {
 
 constexpr std::size_t kMostEntries = 20'000;
-constexpr std::size_t kMostFolders = 1000;
-constexpr std::size_t kMostItems = 100'000;
 constexpr std::ptrdiff_t kMostLevels = 4;
 constexpr std::size_t kMostContent = std::size_t{64} << 20U;
-constexpr std::string_view kExtension = ".desktop";
+constexpr std::string_view kEntryExtension = ".desktop";
 
 std::size_t hashOf(std::string_view text) { return std::hash<std::string_view>{}(text); }
 
 std::string_view fileNameOf(std::string_view place) {
     const std::string_view name = place.substr(place.rfind('/') + 1);
-    return name.substr(0, name.size() - kExtension.size());
+    return name.substr(0, name.size() - kEntryExtension.size());
 }
 
 } // namespace
@@ -40,8 +39,8 @@ public:
         ++items_;
         const std::string_view name = entry.name;
         const bool isLink = entry.type == EntryType::symbolicLink;
-        if ((entry.type != EntryType::file && !isLink) || name.size() <= kExtension.size() ||
-            !name.ends_with(kExtension) || found_ == kMostEntries) {
+        if ((entry.type != EntryType::file && !isLink) || name.size() <= kEntryExtension.size() ||
+            !name.ends_with(kEntryExtension) || found_ == kMostEntries) {
             return;
         }
         ++found_;
@@ -97,8 +96,8 @@ void EntryTable::list(const std::vector<std::string>& folders, ChangeWatch& watc
 }
 
 std::string EntryTable::identifierOf(const Entry& entry) {
-    std::string identifier =
-        folded(std::string_view(entry.place).substr(0, entry.place.size() - kExtension.size()));
+    std::string identifier = folded(
+        std::string_view(entry.place).substr(0, entry.place.size() - kEntryExtension.size()));
     std::ranges::replace(identifier, '/', '-');
     return identifier;
 }
@@ -143,7 +142,7 @@ EntryTable::Answer EntryTable::withIdentifier(std::string_view identifier) const
         if (chosen == nullptr) {
             chosen = &entry;
         }
-        std::string spelled = entry.place.substr(0, entry.place.size() - kExtension.size());
+        std::string spelled = entry.place.substr(0, entry.place.size() - kEntryExtension.size());
         std::ranges::replace(spelled, '/', '-');
         if (entry.folder == chosen->folder && spelled == identifier) {
             chosen = &entry;

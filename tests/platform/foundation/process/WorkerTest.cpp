@@ -3,6 +3,7 @@
 
 #include "platform/foundation/process/Support.h"
 #include "platform/foundation/process/worker/UserProcesses.h"
+#include "support/BuildFolder.h"
 #include "support/ErrorMatchers.h"
 #include "support/RealUser.h"
 #include "support/SilentFileSystem.h"
@@ -289,7 +290,7 @@ TEST_F(Worker, ConfinedMayOnlyCompute) {
     work.as = Confinement{kNobody};
     work.descriptors = {file.get()};
     EXPECT_EQ(textOf(performWork(work)), "root");
-    if (QV_SANITIZED) {
+    if (test::isSanitized()) {
         GTEST_SKIP() << "the sanitizers' own system calls are not filtered";
     }
     const std::map<std::string, std::function<void()>> forbidden = {
