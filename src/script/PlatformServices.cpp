@@ -20,8 +20,8 @@ PlatformServices PlatformServices::shared() {
 }
 
 // Without anybody behind it, a script is asked for by the process that it runs in.
-Requester ScriptEngine::requesterOrSelf() const {
-    return requester.value_or(Requester{.process = ::getpid(), .user = ::geteuid()});
+ProcessIdentity::Shared ScriptEngine::requesterOrSelf() const {
+    return requester ? requester : ProcessIdentity::ofThisProcess();
 }
 
 TrashService& ScriptEngine::trashService() {
@@ -42,7 +42,7 @@ WorkspaceService& ScriptEngine::workspaceService() {
 PreferencesService& ScriptEngine::preferencesService() {
     if (!services.preferences) {
         services.preferences =
-            std::make_shared<PreferenceFiles>(PreferenceSurroundings{}, services.preferenceChanges);
+            std::make_shared<PreferenceFiles>(PreferenceEnvironment{}, services.preferenceChanges);
     }
     return *services.preferences;
 }
@@ -50,7 +50,7 @@ PreferencesService& ScriptEngine::preferencesService() {
 AccessibilityService& ScriptEngine::accessibilityService() {
     if (!services.accessibility) {
         services.accessibility =
-            std::make_shared<TrustStore>(TrustStore::defaultFolder(), requesterOrSelf().user);
+            std::make_shared<TrustStore>(TrustStore::defaultFolder(), requesterOrSelf()->user());
     }
     return *services.accessibility;
 }

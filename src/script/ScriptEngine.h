@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/foundation/process/state/Requester.h"
+#include "platform/foundation/os/ProcessIdentity.h"
 #include "script/FunctionView.h"
 #include "script/KeyValueStorage.h"
 #include "script/PlatformServices.h"
@@ -31,7 +31,7 @@ struct ScriptVariables {
     const Value* currentStep = nullptr;
     /// On whose behalf the script runs: applications are launched in that user's session. This
     /// process itself if it is not set. Set before the script runs, as the services are.
-    std::optional<Requester> requester;
+    ProcessIdentity::Shared requester;
     PlatformServices services;
 };
 
@@ -80,9 +80,9 @@ public:
     AccessibilityService& accessibilityService();
 
 private:
-    Error performOnWay(OperationCode code, const NamedItem& from, const NamedItem& to,
-                       bool adaptOwnershipToParent, bool atomic, ExecutionBlock executionBlock);
-    [[nodiscard]] Requester requesterOrSelf() const;
+    Error performBetween(OperationCode code, const NamedItem& from, const NamedItem& to,
+                         bool adaptOwnershipToParent, bool atomic, ExecutionBlock executionBlock);
+    [[nodiscard]] ProcessIdentity::Shared requesterOrSelf() const;
 
     QVCatalogScript& script_;
 };

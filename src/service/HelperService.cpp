@@ -95,10 +95,8 @@ void HelperService::handleMessage(const std::shared_ptr<xpc::Connection>& connec
     }
     const Value* data = message.dictionary().find("data");
     const bool hasData = data != nullptr && data->is(Value::Kind::data);
-    const ProcessIdentity& peer = *connection->peer();
-    const Value result =
-        executeScriptData(hasData ? data->asData() : std::string_view(),
-                          Requester{.process = peer.pid(), .user = peer.user()}, services_);
+    const Value result = executeScriptData(hasData ? data->asData() : std::string_view(),
+                                           connection->peer(), services_);
     if (std::optional<xpc::Reply> reply = connection->createReply(message)) {
         connection->send(*reply, replyOf(result));
     }

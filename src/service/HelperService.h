@@ -1,7 +1,7 @@
 #pragma once
 
 #include "codesign/ClientVerification.h"
-#include "platform/foundation/process/state/Requester.h"
+#include "platform/foundation/os/ProcessIdentity.h"
 #include "platform/foundation/values/Value.h"
 #include "platform/xpc/Connection.h"
 #include "platform/xpc/MainQueue.h"
@@ -63,7 +63,8 @@ private:
 
 /// Parses and replays a request's "data" on behalf of its sender; what it gives is what "replyData"
 /// archives. Takes any bytes; never throws.
-[[nodiscard]] Value executeScriptData(std::string_view data, const Requester& requester,
+[[nodiscard]] Value executeScriptData(std::string_view data,
+                                      const ProcessIdentity::Shared& requester,
                                       const PlatformServices& services);
 
 } // namespace qv

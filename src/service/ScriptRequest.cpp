@@ -29,8 +29,8 @@ std::int64_t indexOfStep(const Value& steps, const Value* step) {
 }
 
 // The one place in the service that catches: a script that raises is answered like one that fails.
-void replay(const Value& steps, const Requester& requester, const PlatformServices& services,
-            Outcome& outcome) {
+void replay(const Value& steps, const ProcessIdentity::Shared& requester,
+            const PlatformServices& services, Outcome& outcome) {
     QVCatalogScript script;
     script.setIsPriviledged(true);
     ScriptEngine::of(script).requester = requester;
@@ -51,7 +51,7 @@ void replay(const Value& steps, const Requester& requester, const PlatformServic
 
 } // namespace
 
-Value executeScriptData(std::string_view data, const Requester& requester,
+Value executeScriptData(std::string_view data, const ProcessIdentity::Shared& requester,
                         const PlatformServices& services) {
     Outcome outcome;
     if (!data.empty()) {

@@ -3,6 +3,7 @@
 #include "platform/accessibility/AccessibilityService.h"
 #include "platform/foundation/os/FileBytes.h"
 #include "platform/foundation/os/Folder.h"
+#include "platform/foundation/os/Lock.h"
 #include "platform/foundation/os/RegularFile.h"
 #include "platform/foundation/os/ReplacementFile.h"
 
@@ -11,9 +12,7 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <filesystem>
-#include <sys/file.h>
 #include <sys/stat.h>
-#include <thread>
 #include <unistd.h>
 
 namespace qv {
@@ -50,28 +49,16 @@ Error judge(int fd, std::string_view path) {
     return {};
 }
 
-// 0 also if it is there already; its mode does not depend on the mask of the process.
-int makeFolder(int parent, const char* name) {
-    constexpr mode_t kMode = 0755;
-    if (::mkdirat(parent, name, kMode) != 0) {
-        return errno == EEXIST ? 0 : errno;
-    }
-    const Descriptor made = openFolderIn(parent, name);
-    return made && ::fchmod(made.get(), kMode) == 0 ? syncFolder(parent) : errno;
-}
-
 // The descriptor is none if the folder is missing and is not to be made.
 tl::expected<Descriptor, Error> enter(int parent, const fs::path& path, Missing missing) {
+    constexpr mode_t kMode = 0755;
     const std::string name = path.filename();
-    if (missing == Missing::isMade) {
-        if (const int error = makeFolder(parent, name.c_str())) {
-            return tl::unexpected(fault(path.native(), error));
-        }
-    }
-    Descriptor folder = openFolderIn(parent, name.c_str());
+    Descriptor folder = missing == Missing::isMade ? openOrMakeFolderIn(parent, name.c_str(), kMode)
+                                                   : openFolderIn(parent, name.c_str());
     if (!folder) {
-        return errno == ENOENT ? tl::expected<Descriptor, Error>()
-                               : tl::unexpected(fault(path.native(), errno));
+        return errno == ENOENT && missing == Missing::isEmpty
+                   ? tl::expected<Descriptor, Error>()
+                   : tl::unexpected(fault(path.native(), errno));
     }
     if (Error error = judge(folder.get(), path.native())) {
         return tl::unexpected(std::move(error));
@@ -110,27 +97,15 @@ tl::expected<TrustList, Error> load(int folder, const std::string& path) {
         [&](const std::string& cause) { return fault(path, cause); });
 }
 
-// Nobody else changes the store while the descriptor lives.
-tl::expected<Descriptor, Error> lock(int folder, const std::string& path,
-                                     std::chrono::milliseconds patience) {
-    constexpr mode_t kOwnerOnly = 0600; // a user who could open it could block root's writers
-    constexpr std::chrono::milliseconds kPause{5};
-    Descriptor file(::openat(folder, kLock, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, kOwnerOnly));
-    if (!file) {
-        return tl::unexpected(fault(path, errno));
-    }
-    const auto deadline = std::chrono::steady_clock::now() + patience;
-    while (::flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
-        if (errno != EWOULDBLOCK && errno != EINTR) {
-            return tl::unexpected(fault(path, errno));
-        }
-        if (std::chrono::steady_clock::now() >= deadline) {
-            return tl::unexpected(
-                fault(path, "another program is changing the store for too long"));
-        }
-        std::this_thread::sleep_for(kPause); // this kind of lock has no wait with a deadline
-    }
-    return file;
+// No other program changes the store while it is held. Its file is its owner's alone: a user who
+// could open it could block root's writers.
+tl::expected<Lock, Error> lock(int folder, const std::string& path,
+                               std::chrono::milliseconds patience) {
+    return Lock::take(folder, kLock, Deadline::after(patience)).map_error([&](int errorNumber) {
+        return errorNumber == ETIMEDOUT
+                   ? fault(path, "another program is changing the store for too long")
+                   : fault(path, errorNumber);
+    });
 }
 
 Error save(int folder, const std::string& path, const TrustList& list) {

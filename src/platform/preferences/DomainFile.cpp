@@ -237,7 +237,7 @@ Error changeDomain(const DomainPlace& place, const Changes& changes,
         return folder.error();
     }
     const auto lock =
-        FolderLock::take(folder->get(), place.folderPath(place.folders.size()), lockPatience);
+        lockFolder(folder->get(), place.folderPath(place.folders.size()), lockPatience);
     if (!lock) {
         return lock.error();
     }

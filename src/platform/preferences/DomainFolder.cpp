@@ -11,16 +11,12 @@
 #include <memory>
 #include <optional>
 #include <string_view>
-#include <sys/file.h>
 #include <sys/stat.h>
-#include <thread>
 #include <unistd.h>
 
 namespace qv::preferences {
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 constexpr const char* kLockName = ".qvcatalog-preferences.lock";
 constexpr std::string_view kIncompletePrefix = ".qvcatalog-preferences";
@@ -28,24 +24,9 @@ constexpr int kFolderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
 enum class Missing : std::uint8_t { leave, make };
 
-// A folder in a folder, no link; errno where there is none.
 Descriptor folderIn(int parent, const std::string& name, std::optional<mode_t> modeToMake) {
-    const bool made = modeToMake && ::mkdirat(parent, name.c_str(), 0700) == 0;
-    if (modeToMake && !made && errno != EEXIST) {
-        return {};
-    }
-    Descriptor folder(::openat(parent, name.c_str(), kFolderFlags));
-    if (folder && made) {
-        // The mask of the process must not count, and a power cut must not lose what it will hold.
-        const Descriptor above(::openat(folder.get(), "..", O_PATH | O_DIRECTORY | O_CLOEXEC));
-        const int unsaved =
-            !above || ::fchmod(folder.get(), *modeToMake) != 0 ? errno : syncFolder(above.get());
-        if (unsaved != 0) {
-            folder.reset();
-            errno = unsaved;
-        }
-    }
-    return folder;
+    return modeToMake ? openOrMakeFolderIn(parent, name.c_str(), *modeToMake)
+                      : openFolderIn(parent, name.c_str());
 }
 
 Descriptor openBase(const DomainPlace& place, Missing missing) {
@@ -79,33 +60,6 @@ tl::expected<Descriptor, Error> reachFolder(const DomainPlace& place, Missing mi
     return folder;
 }
 
-// A lock is worth something only while its file is the one that others find.
-bool isStillThere(int file, int folder) {
-    struct stat held{};
-    struct stat found{};
-    return ::fstat(file, &held) == 0 &&
-           ::fstatat(folder, kLockName, &found, AT_SYMLINK_NOFOLLOW) == 0 &&
-           held.st_dev == found.st_dev && held.st_ino == found.st_ino;
-}
-
-// 0, EWOULDBLOCK while others have it, or what is wrong.
-int tryLock(int folder, Descriptor& file) {
-    constexpr mode_t kOwnerOnly = 0600;
-    file = Descriptor(::openat(folder, kLockName,
-                               O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, kOwnerOnly));
-    struct stat info{};
-    if (!file || ::fstat(file.get(), &info) != 0) {
-        return errno;
-    }
-    if (!S_ISREG(info.st_mode)) {
-        return EINVAL;
-    }
-    if (::flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
-        return errno == EINTR ? EWOULDBLOCK : errno;
-    }
-    return isStillThere(file.get(), folder) ? 0 : EWOULDBLOCK;
-}
-
 bool isIncompleteName(std::string_view name) {
     static const std::size_t kLength = incompleteName().size();
     constexpr std::string_view kHexDigits = "0123456789abcdef";
@@ -128,30 +82,19 @@ tl::expected<Descriptor, Error> makeFolder(const DomainPlace& place) {
     return reachFolder(place, Missing::make);
 }
 
-tl::expected<FolderLock, Error> FolderLock::take(int folder, const std::string& folderPath,
-                                                 std::chrono::milliseconds patience) {
-    constexpr std::chrono::milliseconds kBetween{5};
-    const Clock::time_point deadline = Clock::now() + patience;
-    const auto failed = [&](int errorNumber, std::string_view cause) {
-        return tl::unexpected(failureAt(folderPath + "/" + kLockName, errorNumber, cause));
-    };
-    for (;;) {
-        Descriptor file;
-        const int status = tryLock(folder, file);
-        if (status == 0) {
-            return FolderLock(std::move(file));
+tl::expected<Lock, Error> lockFolder(int folder, const std::string& folderPath,
+                                     std::chrono::milliseconds patience) {
+    return Lock::take(folder, kLockName, Deadline::after(patience)).map_error([&](int errorNumber) {
+        const std::string path = folderPath + "/" + kLockName;
+        switch (errorNumber) {
+        case EINVAL:
+            return failureAt(path, EINVAL, "is no regular file");
+        case ETIMEDOUT:
+            return failureAt(path, ETIMEDOUT, "others hold the lock");
+        default:
+            return failureAt(path, errorNumber);
         }
-        if (status == EINVAL) {
-            return failed(EINVAL, "is no regular file");
-        }
-        if (status != EWOULDBLOCK) {
-            return tl::unexpected(failureAt(folderPath + "/" + kLockName, status));
-        }
-        if (Clock::now() >= deadline) {
-            return failed(ETIMEDOUT, "others hold the lock");
-        }
-        std::this_thread::sleep_for(kBetween); // a blocking call could not be given up
-    }
+    });
 }
 
 std::string incompleteName() { return std::string(kIncompletePrefix) + temporaryName(); }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/foundation/os/Descriptor.h"
+#include "platform/foundation/os/Lock.h"
 #include "platform/foundation/values/Error.h"
 #include "platform/preferences/DomainPlace.h"
 
@@ -16,19 +17,11 @@ namespace qv::preferences {
 /// The same, having made what was missing.
 [[nodiscard]] tl::expected<Descriptor, Error> makeFolder(const DomainPlace& place);
 
-/// Keeps the other writers of a folder out while it lives. What is locked is a file of its own that
-/// stays in the folder, and not the folder: anybody may open /usr/local/etc, and could then keep
-/// every writer waiting.
-class FolderLock {
-public:
-    /// Errors: ETIMEDOUT when others hold it longer than `patience`.
-    static tl::expected<FolderLock, Error> take(int folder, const std::string& folderPath,
-                                                std::chrono::milliseconds patience);
-
-private:
-    explicit FolderLock(Descriptor file) : file_(std::move(file)) {}
-    Descriptor file_;
-};
+/// Keeps the other writers of a folder out while the lock lives. The lock is on a file of its own
+/// that stays in the folder, not on the folder: any user may open /usr/local/etc, and could then
+/// keep every writer waiting. Errors: ETIMEDOUT if another program holds it longer than `patience`.
+[[nodiscard]] tl::expected<Lock, Error> lockFolder(int folder, const std::string& folderPath,
+                                                   std::chrono::milliseconds patience);
 
 /// A name for a file that is not complete yet; no other part of the system makes such names.
 [[nodiscard]] std::string incompleteName();

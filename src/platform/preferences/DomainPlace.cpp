@@ -59,7 +59,7 @@ Error goToUser(const UserRecord& user, DomainPlace& place) {
     return {};
 }
 
-Error goToCurrentUser(const PreferenceSurroundings& surroundings, DomainPlace& place) {
+Error goToCurrentUser(const PreferenceEnvironment& environment, DomainPlace& place) {
     // Of a privileged process the environment may be another user's.
     const char* const chosen = ::geteuid() == 0 ? nullptr : ::secure_getenv("XDG_CONFIG_HOME");
     if (chosen != nullptr && *chosen == '/') {
@@ -67,16 +67,16 @@ Error goToCurrentUser(const PreferenceSurroundings& surroundings, DomainPlace& p
         place.baseMode = kForOwner;
         return {};
     }
-    const std::optional<UserRecord> user = surroundings.userNumbered(::geteuid());
+    const std::optional<UserRecord> user = environment.userNumbered(::geteuid());
     return user ? goToUser(*user, place)
                 : failureAt(kNoPlace, ENOENT,
                             fmt::format("the user database does not know user {}", ::geteuid()));
 }
 
-Error goToNamedUser(const std::string& name, const PreferenceSurroundings& surroundings,
+Error goToNamedUser(const std::string& name, const PreferenceEnvironment& environment,
                     DomainPlace& place) {
     const bool canBeAsked = name.find('\0') == std::string::npos;
-    const std::optional<UserRecord> user = canBeAsked ? surroundings.userNamed(name) : std::nullopt;
+    const std::optional<UserRecord> user = canBeAsked ? environment.userNamed(name) : std::nullopt;
     if (!user) {
         return failureAt(kNoPlace, ENOENT, fmt::format("there is no user \"{}\"", name));
     }
@@ -86,15 +86,14 @@ Error goToNamedUser(const std::string& name, const PreferenceSurroundings& surro
     return goToUser(*user, place);
 }
 
-Error goTo(const std::string& user, const PreferenceSurroundings& surroundings,
-           DomainPlace& place) {
+Error goTo(const std::string& user, const PreferenceEnvironment& environment, DomainPlace& place) {
     if (user == kCurrentUser) {
-        return goToCurrentUser(surroundings, place);
+        return goToCurrentUser(environment, place);
     }
     if (user != kAnyUser) {
-        return goToNamedUser(user, surroundings, place);
+        return goToNamedUser(user, environment, place);
     }
-    place.base = surroundings.anyUserFolder;
+    place.base = environment.anyUserFolder;
     place.baseMode = kForAll;
     place.folderMode = kForAll;
     place.fileMode = 0644;
@@ -117,7 +116,7 @@ std::string DomainPlace::path() const {
 }
 
 tl::expected<DomainPlace, Error> placeOf(const PreferencesDomain& domain,
-                                         const PreferenceSurroundings& surroundings) {
+                                         const PreferenceEnvironment& environment) {
     if (!domain.applicationID || !domain.userName || !domain.hostName) {
         return refused(EINVAL, "the application, the user or the host is missing");
     }
@@ -139,7 +138,7 @@ tl::expected<DomainPlace, Error> placeOf(const PreferencesDomain& domain,
     if (place.fileName.size() > NAME_MAX) {
         return refused(ENAMETOOLONG, "the file name of the domain would pass 255 bytes");
     }
-    if (Error error = goTo(*domain.userName, surroundings, place)) {
+    if (Error error = goTo(*domain.userName, environment, place)) {
         return tl::unexpected(std::move(error));
     }
     if (host == kCurrentHost) {

@@ -16,7 +16,7 @@
 namespace qv {
 
 /// What preferences meet outside of this process; the members' own values are the machine's.
-struct PreferenceSurroundings {
+struct PreferenceEnvironment {
     /// Where the values of any user are. Made when it is missing, but not what it is in.
     std::string anyUserFolder = "/usr/local/etc";
     std::function<std::optional<UserRecord>(const std::string&)> userNamed =
@@ -51,7 +51,7 @@ struct DomainPlace {
 /// Errors: EINVAL, ENAMETOOLONG for designations that are missing or that no file can have; ENOENT
 /// for a user that there is not.
 [[nodiscard]] tl::expected<DomainPlace, Error> placeOf(const PreferencesDomain& domain,
-                                                       const PreferenceSurroundings& surroundings);
+                                                       const PreferenceEnvironment& environment);
 
 } // namespace preferences
 

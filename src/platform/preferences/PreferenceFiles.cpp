@@ -70,9 +70,9 @@ Error whyUnstorable(const Changes& changes, const std::string& path) {
 
 } // namespace
 
-PreferenceFiles::PreferenceFiles(PreferenceSurroundings surroundings,
+PreferenceFiles::PreferenceFiles(PreferenceEnvironment environment,
                                  std::shared_ptr<UserProcesses> processes)
-    : surroundings_(std::move(surroundings)),
+    : environment_(std::move(environment)),
       processes_(processes ? std::move(processes) : std::make_shared<UserProcesses>()) {}
 
 WorkResult PreferenceFiles::performAs(const UserRecord& user, const DomainPlace& place,
@@ -80,7 +80,7 @@ WorkResult PreferenceFiles::performAs(const UserRecord& user, const DomainPlace&
     auto result = processes_->perform(
         user.user, {.as = user,
                     .run = work,
-                    .patience = processes_->patienceWith(user.user, surroundings_.userPatience),
+                    .patience = processes_->patienceWith(user.user, environment_.userPatience),
                     .longest = kLongestAnswer});
     if (const int cause = result ? 0 : workerFailure(result.error()); cause != 0) {
         return tl::unexpected(failureToAct(user, place, cause));
@@ -120,7 +120,7 @@ Error PreferenceFiles::synchronize(const PreferencesDomain& domain) {
 }
 
 Error PreferenceFiles::store(const Noted& noted, const PreferencesDomain& domain) const {
-    const auto place = preferences::placeOf(domain, surroundings_);
+    const auto place = preferences::placeOf(domain, environment_);
     if (!place) {
         return place.error();
     }
@@ -132,11 +132,11 @@ Error PreferenceFiles::store(const Noted& noted, const PreferencesDomain& domain
     }
     const std::optional<UserRecord>& user = place->otherUser;
     if (!user) {
-        return preferences::changeDomain(*place, noted.changes, surroundings_.lockPatience);
+        return preferences::changeDomain(*place, noted.changes, environment_.lockPatience);
     }
     const auto change = [&](const Value& /*input*/) {
         return resultOf(
-            preferences::changeDomain(*place, noted.changes, surroundings_.lockPatience));
+            preferences::changeDomain(*place, noted.changes, environment_.lockPatience));
     };
     const WorkResult result = performAs(*user, *place, change);
     return result ? Error() : result.error();
@@ -144,7 +144,7 @@ Error PreferenceFiles::store(const Noted& noted, const PreferencesDomain& domain
 
 tl::expected<std::optional<Value>, Error>
 PreferenceFiles::values(const PreferencesDomain& domain) const {
-    const auto place = preferences::placeOf(domain, surroundings_);
+    const auto place = preferences::placeOf(domain, environment_);
     if (!place) {
         return tl::unexpected(place.error());
     }
@@ -153,7 +153,7 @@ PreferenceFiles::values(const PreferencesDomain& domain) const {
 
 std::optional<Value> PreferenceFiles::copyValue(std::string_view key,
                                                 const PreferencesDomain& domain) {
-    const auto place = preferences::placeOf(domain, surroundings_);
+    const auto place = preferences::placeOf(domain, environment_);
     if (!place) {
         return std::nullopt;
     }

@@ -29,7 +29,7 @@ namespace qv {
 class PreferenceFiles : public PreferencesService {
 public:
     /// `processes` work as other users, and may go from one such object to the next.
-    explicit PreferenceFiles(PreferenceSurroundings surroundings = {},
+    explicit PreferenceFiles(PreferenceEnvironment environment = {},
                              std::shared_ptr<UserProcesses> processes = nullptr);
 
     void setValue(const std::optional<std::string>& key, const std::optional<Value>& value,
@@ -58,7 +58,7 @@ private:
     [[nodiscard]] tl::expected<std::optional<Value>, Error>
     read(const preferences::DomainPlace& place, const std::optional<std::string>& key) const;
 
-    PreferenceSurroundings surroundings_;
+    PreferenceEnvironment environment_;
     std::shared_ptr<UserProcesses> processes_;
     std::map<DomainKey, Noted> noted_;
 };

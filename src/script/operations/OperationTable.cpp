@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
 #include <functional>
 #include <tuple>
 #include <type_traits>
@@ -55,7 +56,7 @@ constexpr Operation row(OperationCode code, std::string_view selector, unsigned 
                         .effect = effect,
                         .text = text,
                         .replay = nullptr};
-    if constexpr (method != nullptr) {
+    if constexpr (!std::is_same_v<decltype(method), std::nullptr_t>) {
         operation.replay = replay<method, fields...>;
     }
     return operation;

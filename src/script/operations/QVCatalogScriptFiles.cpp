@@ -120,9 +120,9 @@ Error QVCatalogScript::removeItemAtURL(const std::optional<URL>& url) {
 }
 
 // What moving and copying share: the record, and that it is the source that is re-owned first.
-Error ScriptEngine::performOnWay(OperationCode code, const NamedItem& from, const NamedItem& to,
-                                 bool adaptOwnershipToParent, bool atomic,
-                                 ExecutionBlock executionBlock) {
+Error ScriptEngine::performBetween(OperationCode code, const NamedItem& from, const NamedItem& to,
+                                   bool adaptOwnershipToParent, bool atomic,
+                                   ExecutionBlock executionBlock) {
     return perform(code, {from.url(), to.url(), adaptOwnershipToParent, atomic}, [&] {
         std::uint32_t userID = 0;
         std::uint32_t groupID = 0;
@@ -140,8 +140,8 @@ Error ScriptEngine::performOnWay(OperationCode code, const NamedItem& from, cons
 
 Error ScriptEngine::move(const NamedItem& from, const NamedItem& to, bool adaptOwnershipToParent,
                          bool atomic) {
-    return performOnWay(OperationCode::moveItemFromURL, from, to, adaptOwnershipToParent, atomic,
-                        [&] { return FileManager::moveItemAtURL(from, to); });
+    return performBetween(OperationCode::moveItemFromURL, from, to, adaptOwnershipToParent, atomic,
+                          [&] { return FileManager::moveItemAtURL(from, to); });
 }
 
 Error QVCatalogScript::moveItemFromURL(const std::optional<URL>& fromURL,
@@ -152,11 +152,11 @@ Error QVCatalogScript::moveItemFromURL(const std::optional<URL>& fromURL,
 
 Error ScriptEngine::copy(const NamedItem& from, const NamedItem& to, bool adaptOwnershipToParent,
                          bool atomic) {
-    return performOnWay(OperationCode::copyItemFromURL, from, to, adaptOwnershipToParent, atomic,
-                        [&] {
-                            return atomic && to.url() ? copyAtomically(from, to, *to.url())
-                                                      : FileManager::copyItemAtURL(from, to);
-                        });
+    return performBetween(OperationCode::copyItemFromURL, from, to, adaptOwnershipToParent, atomic,
+                          [&] {
+                              return atomic && to.url() ? copyAtomically(from, to, *to.url())
+                                                        : FileManager::copyItemAtURL(from, to);
+                          });
 }
 
 Error QVCatalogScript::copyItemFromURL(const std::optional<URL>& fromURL,

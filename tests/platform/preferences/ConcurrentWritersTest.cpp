@@ -15,7 +15,7 @@ namespace {
 class ConcurrentWriters : public PreferencesTest {
 protected:
     ConcurrentWriters() {
-        PreferenceSurroundings patient = surroundings();
+        PreferenceEnvironment patient = environment();
         patient.lockPatience = kPatience;
         writer_.emplace(std::move(patient));
     }

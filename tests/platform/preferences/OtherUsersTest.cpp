@@ -110,7 +110,7 @@ TEST_F(OtherUsers, WithoutAHomeOrAccessToItFail) {
 TEST_F(OtherUsers, KeepNobodyWaiting) {
     ASSERT_EQ(set("key", text("old"), theirs_), "");
     const auto outcome = [&](auto lockPatience, auto userPatience) {
-        PreferenceSurroundings all = surroundings();
+        PreferenceEnvironment all = environment();
         all.lockPatience = lockPatience;
         all.userPatience = userPatience;
         PreferenceFiles preferences(all);

@@ -105,7 +105,7 @@ TEST_F(PreferenceFilesTest, UsersNeedExistingHomes) {
     std::filesystem::remove(home_);
     EXPECT_EQ(set("key", text("x"), mine("a")), home_.native() + ": No such file or directory");
     EXPECT_NE(set("key", std::nullopt, mine("a")), "") << "nothing to remove, but no home";
-    PreferenceSurroundings without = surroundings();
+    PreferenceEnvironment without = environment();
     without.userNumbered = [](uid_t) { return std::nullopt; };
     EXPECT_THAT(PreferenceFiles(without).synchronize(mine("a")).localizedDescription(),
                 HasSubstr("does not know"));

@@ -44,8 +44,8 @@ protected:
         }
     }
 
-    [[nodiscard]] PreferenceSurroundings surroundings() const {
-        PreferenceSurroundings all;
+    [[nodiscard]] PreferenceEnvironment environment() const {
+        PreferenceEnvironment all;
         all.anyUserFolder = anyUsers_;
         all.userNamed = [home = home_,
                          other = otherHome_](const std::string& name) -> std::optional<UserRecord> {
@@ -97,7 +97,7 @@ protected:
     std::filesystem::path otherHome_ = folder_ / "other";
     std::filesystem::path anyUsers_ = folder_ / "everybody";
     std::filesystem::path config_ = home_ / ".config";
-    PreferenceFiles preferences_{surroundings()};
+    PreferenceFiles preferences_{environment()};
 };
 
 } // namespace qv::test

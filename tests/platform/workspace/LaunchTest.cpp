@@ -40,6 +40,12 @@ std::string failure(const Error& error) {
                : "launched";
 }
 
+/// A process that asks as a user.
+ProcessIdentity::Shared requester(pid_t process, uid_t user) {
+    return std::make_shared<const ProcessIdentity>(process, openPidfd(process),
+                                                   PeerCredentials{.user = user, .group = user});
+}
+
 // A machine without service managers, and a folder in which everybody may write.
 class Launch : public testing::Test {
 protected:
@@ -77,9 +83,9 @@ mv {0}.new {0}
     }
 
     Error launch(const fs::path& application,
-                 const Requester& requester = {.process = ::getpid(), .user = ::geteuid()}) {
+                 const ProcessIdentity::Shared& asking = ProcessIdentity::ofThisProcess()) {
         fs::remove(said());
-        LinuxWorkspace workspace(requester, {}, run_.path());
+        LinuxWorkspace workspace(asking, {}, run_.path());
         return workspace.launchApplicationAtURL(test::urlOf(application), kWorkspaceLaunchDefault,
                                                 Value::dictionary({}));
     }
@@ -110,7 +116,7 @@ protected:
         Launch::SetUp();
     }
     Error launchForNobody(const fs::path& application, pid_t asker = ::getpid()) {
-        return launch(application, {.process = asker, .user = kNobody});
+        return launch(application, requester(asker, kNobody));
     }
     // What the application sees that a process of that environment asks for.
     std::string seenFrom(const fs::path& application, std::vector<std::string> environment) {
@@ -161,10 +167,10 @@ TEST_F(LaunchForUser, TakesTheSessionOfTheRequester) {
     for (const char* kept : {"LD_PRELOAD", "PATH=/x", "HOME=/x"}) {
         EXPECT_THAT(seen, Not(HasSubstr(kept)));
     }
-    // The number of a requester who has gone may be another user's by now.
+    // Nothing of a process that another user has started.
     const test::StartedProgram other(
         {.command = {"/bin/sleep", "1000"}, .environment = {"DISPLAY=:42"}, .user = kNobody});
-    ASSERT_FALSE(launch(witness("witness"), {.process = other.pid(), .user = 0}));
+    ASSERT_FALSE(launch(witness("witness"), requester(other.pid(), 0)));
     EXPECT_THAT(words(), Not(HasSubstr("DISPLAY=:42")));
 }
 
@@ -230,7 +236,7 @@ TEST_F(Launch, RefusesWhatIsNoApplication) {
                                      {"DBusActivatable=true\n", -10810}}) {
         EXPECT_EQ(launch(entry(text)).code(), code) << text;
     }
-    LinuxWorkspace workspace({.process = ::getpid(), .user = ::geteuid()}, {}, run_.path());
+    LinuxWorkspace workspace(requester(::getpid(), ::geteuid()), {}, run_.path());
     const auto none = [&](const std::optional<URL>& url) {
         return workspace.launchApplicationAtURL(url, kWorkspaceLaunchDefault, Value()).code();
     };
@@ -247,7 +253,7 @@ TEST_F(LaunchForUser, SaysWhyItFailed) {
     fs::permissions(witness("closed"), fs::perms(0700)); // root's
     const Value info = launchForNobody(top_ / "closed").userInfo();
     EXPECT_EQ(info.find("NSUnderlyingError")->asError(), Error::posix(EACCES));
-    EXPECT_THAT(failure(launch(top_ / "closed", {.process = ::getpid(), .user = 4'000'000})),
+    EXPECT_THAT(failure(launch(top_ / "closed", requester(::getpid(), 4'000'000))),
                 HasSubstr("user 4000000 is not in the user database"));
 }
 
@@ -323,8 +329,7 @@ TEST_F(Launch, WaitsForNoFileSystemOfAUser) {
     const auto launched = [&](const std::string& application, pid_t asker,
                               const std::shared_ptr<UserProcesses>& processes) {
         processes->noteLate(kNobody);
-        LinuxWorkspace workspace({.process = asker, .user = kNobody}, {nullptr, processes},
-                                 run_.path());
+        LinuxWorkspace workspace(requester(asker, kNobody), {nullptr, processes}, run_.path());
         return failure(workspace.launchApplicationAtURL(URL::URLWithString("file://" + application),
                                                         kWorkspaceLaunchDefault,
                                                         Value::dictionary({})));

@@ -29,6 +29,25 @@ int syncFolder(int folder) {
     return readable ? syncOutcome(::fsync(readable.get())) : 0;
 }
 
+Descriptor openOrMakeFolderIn(int parent, const char* name, mode_t mode) {
+    constexpr mode_t kOwnerOnly = 0700;
+    const bool made = ::mkdirat(parent, name, kOwnerOnly) == 0;
+    if (!made && errno != EEXIST) {
+        return {};
+    }
+    Descriptor folder = openFolderIn(parent, name);
+    if (folder && made) {
+        const Descriptor above(::openat(folder.get(), "..", O_PATH | O_DIRECTORY | O_CLOEXEC));
+        const int unsaved =
+            !above || ::fchmod(folder.get(), mode) != 0 ? errno : syncFolder(above.get());
+        if (unsaved != 0) {
+            folder.reset();
+            errno = unsaved;
+        }
+    }
+    return folder;
+}
+
 void Folder::giveUp() {
     if (fd_) {
         identity_ = identityOf(fd_.get());

@@ -20,6 +20,10 @@ struct Identity {
 /// Opens one component, a folder and no link.
 [[nodiscard]] Descriptor openFolderIn(int parent, const char* name);
 
+/// The same, having made the folder if it was missing: it has exactly this mode, whatever the mask
+/// of the process is, and survives a power cut.
+[[nodiscard]] Descriptor openOrMakeFolderIn(int parent, const char* name, mode_t mode);
+
 /// Makes the names in a folder survive a power cut. Returns 0 or the errno; a folder that may not
 /// be read, or whose file system cannot sync, counts as synced.
 [[nodiscard]] int syncFolder(int folder);

@@ -35,13 +35,10 @@ tl::expected<ProcessIdentity::Shared, int> ProcessIdentity::ofPID(pid_t pid) {
     return std::make_shared<const ProcessIdentity>(pid, std::move(pidfd));
 }
 
-tl::expected<ProcessIdentity::Shared, int> ProcessIdentity::ofThisProcess() {
-    Descriptor pidfd = openPidfd(::getpid());
-    if (!pidfd) {
-        return tl::unexpected(errno);
-    }
+ProcessIdentity::Shared ProcessIdentity::ofThisProcess() {
     return std::make_shared<const ProcessIdentity>(
-        ::getpid(), std::move(pidfd), PeerCredentials{.user = ::geteuid(), .group = ::getegid()});
+        ::getpid(), openPidfd(::getpid()),
+        PeerCredentials{.user = ::geteuid(), .group = ::getegid()});
 }
 
 bool ProcessIdentity::hasEnded() const noexcept { return qv::hasEnded(pidfd_.get()); }

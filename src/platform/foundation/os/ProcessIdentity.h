@@ -34,7 +34,7 @@ public:
     /// that no process can have.
     [[nodiscard]] static tl::expected<Shared, int> ofPID(pid_t pid);
     /// This process, with its own effective user and group.
-    [[nodiscard]] static tl::expected<Shared, int> ofThisProcess();
+    [[nodiscard]] static Shared ofThisProcess();
 
     [[nodiscard]] pid_t pid() const noexcept { return pid_; }
     [[nodiscard]] int pidfd() const noexcept { return pidfd_.get(); }

@@ -248,11 +248,22 @@ tl::expected<std::uint64_t, std::string> parseStartTime(std::string_view stat) {
     return ticks;
 }
 
+bool hasOption(std::string_view options, std::string_view wanted) {
+    while (!options.empty()) {
+        const std::size_t end = std::min(options.find(','), options.size());
+        if (options.substr(0, end) == wanted) {
+            return true;
+        }
+        options.remove_prefix(std::min(end + 1, options.size()));
+    }
+    return false;
+}
+
 // "ID PARENT MAJOR:MINOR ROOT MOUNTPOINT OPTIONS [TAG...] - TYPE SOURCE SUPEROPTIONS"; the kernel
 // shows blanks and newlines in names as octal escapes, so words are what they seem.
-tl::expected<std::optional<MountedFileSystem>, std::string>
-fileSystemOfMount(std::string_view mountinfo, std::uint64_t mount) {
-    std::optional<MountedFileSystem> found;
+tl::expected<std::optional<Mount>, std::string> findMount(std::string_view mountinfo,
+                                                          std::uint64_t mount) {
+    std::optional<Mount> found;
     Lines lines(mountinfo);
     std::string_view line;
     while (lines.next(line)) {
@@ -265,25 +276,38 @@ fileSystemOfMount(std::string_view mountinfo, std::uint64_t mount) {
         if (id != mount) {
             continue;
         }
-        for (int fixed = 0; fixed < 4; ++fixed) {
+        for (int fixed = 0; fixed < 3; ++fixed) {
             cursor.word();
         }
-        const std::string options = fmt::format(",{},", cursor.word());
+        Mount entry;
+        entry.point = cursor.word();
+        entry.options = cursor.word();
         while (!cursor.rest().empty() && cursor.word() != "-") {
         }
-        const std::string_view word = cursor.word();
-        if (word.empty() || found) {
+        entry.type = cursor.word();
+        cursor.word();
+        entry.fileSystemOptions = cursor.word();
+        if (entry.type.empty() || found) {
             return tl::unexpected(
                 malformed("mountinfo", lines.number(),
                           found ? "the mount comes twice" : "the mount has no type"));
         }
-        found = MountedFileSystem{.type = std::string(word),
-                                  .ignoresSetGroup = options.find(",nosuid,") != std::string::npos};
+        found = entry;
     }
     if (!lines.complete()) {
         return tl::unexpected(malformed("mountinfo", lines.number() + 1, "the line is cut off"));
     }
     return found;
+}
+
+tl::expected<std::optional<MountedFileSystem>, std::string>
+fileSystemOfMount(std::string_view mountinfo, std::uint64_t mount) {
+    return findMount(mountinfo, mount).map([](const std::optional<Mount>& found) {
+        return found ? std::optional(MountedFileSystem{.type = std::string(found->type),
+                                                       .ignoresSetGroup =
+                                                           hasOption(found->options, "nosuid")})
+                     : std::nullopt;
+    });
 }
 
 } // namespace qv

@@ -58,7 +58,21 @@ struct MountedFileSystem {
     friend bool operator==(const MountedFileSystem&, const MountedFileSystem&) = default;
 };
 
-/// What `mountinfo` tells of a mount; none when it is not listed there.
+/// A line of `mountinfo`, as parts of the text: blanks in names are octal escapes.
+struct Mount {
+    std::string_view point;
+    std::string_view options;
+    std::string_view type;
+    std::string_view fileSystemOptions;
+};
+
+/// The line of a mount; none when it is not listed there.
+[[nodiscard]] tl::expected<std::optional<Mount>, std::string> findMount(std::string_view mountinfo,
+                                                                        std::uint64_t mount);
+/// Whether a list with commas between them holds an option.
+[[nodiscard]] bool hasOption(std::string_view options, std::string_view wanted);
+
+/// What `mountinfo` tells of a mount's file system; none when it is not listed there.
 [[nodiscard]] tl::expected<std::optional<MountedFileSystem>, std::string>
 fileSystemOfMount(std::string_view mountinfo, std::uint64_t mount);
 

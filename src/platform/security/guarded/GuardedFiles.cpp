@@ -22,7 +22,7 @@ struct DirectoryCloser {
 using DirectoryHandle = std::unique_ptr<DIR, DirectoryCloser>;
 
 WatchedPaths::Kind kindOf(Place place) {
-    return place == Place::onTheWay ? WatchedPaths::Kind::onTheWay : WatchedPaths::Kind::content;
+    return place == Place::ancestor ? WatchedPaths::Kind::ancestor : WatchedPaths::Kind::content;
 }
 
 tl::unexpected<std::string> fault(const std::string& path, int errorNumber) {

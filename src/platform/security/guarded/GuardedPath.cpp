@@ -22,13 +22,13 @@ GuardedPath::Outcome<Descriptor> GuardedPath::enter(const std::string& folder, P
     }
     std::string path = "/";
     if (visitor_) {
-        visitor_(path, Place::onTheWay);
+        visitor_(path, Place::ancestor);
     }
     Descriptor at(::open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
     if (!at) {
         return fault(path, errnoText(errno));
     }
-    if (const auto fine = judge(at.get(), path, Place::onTheWay); !fine) {
+    if (const auto fine = judge(at.get(), path, Place::ancestor); !fine) {
         return tl::unexpected(fine.error());
     }
     for (std::size_t begin = 1; begin < folder.size();) {
@@ -43,7 +43,7 @@ GuardedPath::Outcome<Descriptor> GuardedPath::enter(const std::string& folder, P
         }
         path += path.ends_with('/') ? name : "/" + name;
         const bool isLast = folder.find_first_not_of('/', end) == std::string::npos;
-        auto next = openFolder(at.get(), name, path, isLast ? last : Place::onTheWay);
+        auto next = openFolder(at.get(), name, path, isLast ? last : Place::ancestor);
         if (!next) {
             return next;
         }
@@ -79,7 +79,7 @@ GuardedPath::Outcome<void> GuardedPath::judge(int fd, const std::string& path, P
         return fault(path, fmt::format("belongs to user {}", info.st_uid));
     }
     const bool sticky =
-        place == Place::onTheWay && info.st_uid == 0 && (info.st_mode & S_ISVTX) != 0;
+        place == Place::ancestor && info.st_uid == 0 && (info.st_mode & S_ISVTX) != 0;
     if ((info.st_mode & (S_IWGRP | S_IWOTH)) != 0 && !sticky) {
         return fault(path, "can be written by others than its owner");
     }

@@ -20,7 +20,7 @@ class GuardedPath {
 public:
     template <typename T> using Outcome = tl::expected<T, std::string>;
     enum class Place : std::uint8_t {
-        onTheWay, ///< a sticky folder of root will do: nobody can replace what root owns in it
+        ancestor, ///< a sticky folder of root will do: nobody can replace what root owns in it
         inside,
     };
     using Visitor = std::function<void(const std::string& path, Place place)>;

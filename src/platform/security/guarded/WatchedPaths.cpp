@@ -41,7 +41,7 @@ bool WatchedPaths::Path::isUnchanged() const {
     if (!found || !now) {
         return !found && !now;
     }
-    return isSameInode(*found, *now) && (kind == Kind::onTheWay || hasSameTimes(*found, *now));
+    return isSameInode(*found, *now) && (kind == Kind::ancestor || hasSameTimes(*found, *now));
 }
 
 bool WatchedPaths::areUnchanged() const {
@@ -51,7 +51,7 @@ bool WatchedPaths::areUnchanged() const {
 bool WatchedPaths::areSettledAt(std::chrono::system_clock::time_point now) const {
     const time_t latest = std::chrono::system_clock::to_time_t(now) - kSettlingSeconds;
     return std::ranges::all_of(paths_, [&](const Path& path) {
-        return !path.found || path.kind == Kind::onTheWay || path.found->st_ctim.tv_sec < latest;
+        return !path.found || path.kind == Kind::ancestor || path.found->st_ctim.tv_sec < latest;
     });
 }
 

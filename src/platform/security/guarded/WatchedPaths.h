@@ -17,7 +17,7 @@ class WatchedPaths {
 public:
     enum class Kind : std::uint8_t {
         content,
-        onTheWay, ///< a folder above: its times tell of others' files only
+        ancestor, ///< a folder above: its times tell of others' files only
     };
 
     /// Before the path is opened, so that no change in between goes unnoticed.

@@ -13,64 +13,66 @@ namespace qv {
 
 namespace {
 
-using Lacks = std::vector<Lack>;
+using Shortcomings = std::vector<Shortcoming>;
 
 // Each of the following tells what is missing; empty: nothing is.
 
-Lacks missingForSignature(const SignatureFacts& signature) {
+Shortcomings missingForSignature(const SignatureFacts& signature) {
     if (!signature.present) {
         return {{.why = "the executable is not signed", .remedy = "sign it with `qvcatalog sign`"}};
     }
-    return signature.intact ? Lacks()
-                            : Lacks{{.why = "the signature is not intact",
-                                     .remedy = "sign it again with `qvcatalog sign`"}};
+    return signature.intact ? Shortcomings()
+                            : Shortcomings{{.why = "the signature is not intact",
+                                            .remedy = "sign it again with `qvcatalog sign`"}};
 }
 
-Lacks missingForGetTaskAllow(const SignatureFacts& signature, bool developmentAnchors) {
+Shortcomings missingForGetTaskAllow(const SignatureFacts& signature, bool developmentAnchors) {
     if (!signature.getTaskAllow) {
         return {{.why = "the entitlement is not signed in", .remedy = {}}};
     }
     return signature.distributionMarker && !developmentAnchors
-               ? Lacks{{.why = "its certificate is for distribution, and such programs are not for "
-                               "debugging",
-                        .remedy = "sign it without the debuggable entitlement"}}
-               : Lacks();
+               ? Shortcomings{{.why = "its certificate is for distribution, and such programs are "
+                                      "not for "
+                                      "debugging",
+                               .remedy = "sign it without the debuggable entitlement"}}
+               : Shortcomings();
 }
 
 // Nobody installs a debuggable program as a client: whoever debugs it would have the mark.
-Lacks missingForMark(const GuestObservation& seen, const SignatureFacts& signature,
-                     std::optional<gid_t> clientGroup) {
-    Lacks lacks = missingForMark(seen, clientGroup);
-    for (Lack& lack : lacks) {
-        if (signature.getTaskAllow && !lack.remedy.empty()) {
-            lack.remedy = "sign it without the debuggable entitlement, and " + lack.remedy;
+Shortcomings missingForMark(const GuestObservation& seen, const SignatureFacts& signature,
+                            std::optional<gid_t> clientGroup) {
+    Shortcomings shortcomings = missingForMark(seen, clientGroup);
+    for (Shortcoming& shortcoming : shortcomings) {
+        if (signature.getTaskAllow && !shortcoming.remedy.empty()) {
+            shortcoming.remedy =
+                "sign it without the debuggable entitlement, and " + shortcoming.remedy;
         }
     }
-    return lacks;
+    return shortcomings;
 }
 
-Lacks missingForMappings(const GuestObservation& seen) {
+Shortcomings missingForMappings(const GuestObservation& seen) {
     if (seen.mappings.empty()) {
         return {{.why = "nothing executable is mapped", .remedy = {}}};
     }
     for (const MappedCode& code : seen.mappings) {
-        if (auto lack = missingForMapping(code)) {
-            return {std::move(*lack)};
+        if (auto shortcoming = missingForMapping(code)) {
+            return {std::move(*shortcoming)};
         }
     }
     return {};
 }
 
-Lacks missingForNoTracer(const GuestObservation& seen) {
+Shortcomings missingForNoTracer(const GuestObservation& seen) {
     return seen.status.tracer == 0
-               ? Lacks()
-               : Lacks{{.why = fmt::format("process {} traces it", seen.status.tracer),
-                        .remedy = "start it without a tracer (debugger, strace)"}};
+               ? Shortcomings()
+               : Shortcomings{{.why = fmt::format("process {} traces it", seen.status.tracer),
+                               .remedy = "start it without a tracer (debugger, strace)"}};
 }
 
 // What is not installed as a client is dumpable because of that, not of something that it does.
-Lacks missingForDumpable(const GuestObservation& seen, const Lacks& mark) {
-    const bool installed = std::ranges::all_of(mark, &Lack::unseen);
+Shortcomings missingForDumpable(const GuestObservation& seen, const Shortcomings& mark) {
+    const bool installed = std::ranges::all_of(mark, &Shortcoming::unseen);
     if (!installed || !seen.dumpableKnown || !seen.dumpable) {
         return {};
     }
@@ -80,14 +82,14 @@ Lacks missingForDumpable(const GuestObservation& seen, const Lacks& mark) {
                                    "set-group-id counts (not under no_new_privs)"}};
 }
 
-Lacks missingForNoFilter(const GuestObservation& seen) {
+Shortcomings missingForNoFilter(const GuestObservation& seen) {
     if (!seen.status.seccomp) {
         return {{.why = "the kernel does not tell whether its system calls are filtered",
                  .remedy = {}}};
     }
     return *seen.status.seccomp == 0
-               ? Lacks()
-               : Lacks{
+               ? Shortcomings()
+               : Shortcomings{
                      {.why = "its system calls are filtered (seccomp)",
                       .remedy = "start it without a filter of system calls (sandbox, container)"}};
 }
@@ -96,9 +98,11 @@ Lacks missingForNoFilter(const GuestObservation& seen) {
 /// signed.
 struct ImageVerdict {
     std::int32_t status = codesign_status::kSuccess;
-    Lacks lacks;
+    Shortcomings shortcomings;
 
-    [[nodiscard]] std::string reason() const { return lacks.empty() ? "" : lacks.front().why; }
+    [[nodiscard]] std::string reason() const {
+        return shortcomings.empty() ? "" : shortcomings.front().why;
+    }
 };
 
 ImageVerdict judgeImage(const GuestObservation& seen, const SignatureFacts& signature) {
@@ -107,7 +111,7 @@ ImageVerdict judgeImage(const GuestObservation& seen, const SignatureFacts& sign
     };
     const auto invalid = [](std::string why, std::string remedy) {
         return ImageVerdict{.status = codesign_status::kGuestInvalid,
-                            .lacks = {{.why = std::move(why), .remedy = std::move(remedy)}}};
+                            .shortcomings = {{.why = std::move(why), .remedy = std::move(remedy)}}};
     };
     if (!signature.digestMatches) {
         return invalid("the bytes on disk are not the signed ones",
@@ -122,24 +126,25 @@ ImageVerdict judgeImage(const GuestObservation& seen, const SignatureFacts& sign
     }
     if (seen.executable.st_nlink == 0) {
         return {.status = codesign_status::kStaticCodeChanged,
-                .lacks = {{.why = "the executable has been deleted or replaced",
-                           .remedy = "start it again"}}};
+                .shortcomings = {{.why = "the executable has been deleted or replaced",
+                                  .remedy = "start it again"}}};
     }
     return {};
 }
 
-template <typename... Parts> Lacks allOf(const Parts&... parts) {
-    Lacks all;
+template <typename... Parts> Shortcomings allOf(const Parts&... parts) {
+    Shortcomings all;
     (all.insert(all.end(), parts.begin(), parts.end()), ...);
     return all;
 }
 
-/// The texts of lacks in one, each once.
-std::string joined(const Lacks& lacks, std::string Lack::* text) {
+/// The texts of shortcomings in one, each once.
+std::string joined(const Shortcomings& shortcomings, std::string Shortcoming::* text) {
     std::vector<std::string_view> texts;
-    for (const Lack& lack : lacks) {
-        if (!(lack.*text).empty() && std::ranges::find(texts, lack.*text) == texts.end()) {
-            texts.emplace_back(lack.*text);
+    for (const Shortcoming& shortcoming : shortcomings) {
+        if (!(shortcoming.*text).empty() &&
+            std::ranges::find(texts, shortcoming.*text) == texts.end()) {
+            texts.emplace_back(shortcoming.*text);
         }
     }
     return fmt::format("{}", fmt::join(texts, "; "));
@@ -160,31 +165,33 @@ constexpr AskedFlag kAskedRuntime{"RUNTIME", code_flags::kRuntime, "runtime"};
 /// Sets the flags for which nothing is missing and keeps the reasons of all.
 class Findings {
 public:
-    Findings(Lacks unsignedCode, std::uint32_t directoryFlags)
+    Findings(Shortcomings unsignedCode, std::uint32_t directoryFlags)
         : unsignedCode_(std::move(unsignedCode)), directoryFlags_(directoryFlags) {}
 
-    void add(std::string_view name, std::uint32_t bit, const Lacks& missing,
+    void add(std::string_view name, std::uint32_t bit, const Shortcomings& missing,
              std::string_view present) {
-        Lacks lacks = unsignedCode_.empty() ? missing : unsignedCode_;
-        const bool set = lacks.empty();
-        const bool unseen = !set && std::ranges::all_of(lacks, &Lack::unseen);
+        Shortcomings shortcomings = unsignedCode_.empty() ? missing : unsignedCode_;
+        const bool set = shortcomings.empty();
+        const bool unseen = !set && std::ranges::all_of(shortcomings, &Shortcoming::unseen);
         if (!unseen) { // what can be seen says more
-            std::erase_if(lacks, [](const Lack& lack) { return lack.unseen; });
+            std::erase_if(shortcomings,
+                          [](const Shortcoming& shortcoming) { return shortcoming.unseen; });
         }
-        findings_.push_back({.name = name,
-                             .bit = bit,
-                             .set = set,
-                             .unseen = unseen,
-                             .why = set ? std::string(present) : joined(lacks, &Lack::why),
-                             .remedy = joined(lacks, &Lack::remedy)});
+        findings_.push_back(
+            {.name = name,
+             .bit = bit,
+             .set = set,
+             .unseen = unseen,
+             .why = set ? std::string(present) : joined(shortcomings, &Shortcoming::why),
+             .remedy = joined(shortcomings, &Shortcoming::remedy)});
     }
     /// The flag must stand in the code directory, too.
-    void addAsked(const AskedFlag& flag, const Lacks& missing, std::string_view present) {
+    void addAsked(const AskedFlag& flag, const Shortcomings& missing, std::string_view present) {
         const bool asked = (directoryFlags_ & flag.bit) != 0;
         add(flag.name, flag.bit,
             asked ? missing
-                  : Lacks{{.why = "the signature does not ask for it",
-                           .remedy = fmt::format("sign it with --flags {}", flag.options)}},
+                  : Shortcomings{{.why = "the signature does not ask for it",
+                                  .remedy = fmt::format("sign it with --flags {}", flag.options)}},
             present);
     }
 
@@ -198,7 +205,7 @@ public:
     [[nodiscard]] std::vector<FlagFinding> take() { return std::move(findings_); }
 
 private:
-    Lacks unsignedCode_;
+    Shortcomings unsignedCode_;
     std::uint32_t directoryFlags_;
     std::vector<FlagFinding> findings_;
 };
@@ -219,17 +226,18 @@ SignatureFacts signatureFacts(const StaticCode& code) {
 
 GuestVerdict judgeGuest(const GuestObservation& observation, const SignatureFacts& signature,
                         const CodeSigningConfiguration& configuration) {
-    const Lacks traced = missingForNoTracer(observation);
-    const Lacks mark = missingForMark(observation, signature, configuration.clientGroup);
-    const Lacks hard = allOf(mark, missingForMappings(observation));
-    const Lacks kill = allOf(mark, missingForDumpable(observation, mark), traced);
-    const Lacks notDebuggable = missingForGetTaskAllow(signature, configuration.developmentAnchors);
+    const Shortcomings traced = missingForNoTracer(observation);
+    const Shortcomings mark = missingForMark(observation, signature, configuration.clientGroup);
+    const Shortcomings hard = allOf(mark, missingForMappings(observation));
+    const Shortcomings kill = allOf(mark, missingForDumpable(observation, mark), traced);
+    const Shortcomings notDebuggable =
+        missingForGetTaskAllow(signature, configuration.developmentAnchors);
     ImageVerdict image = judgeImage(observation, signature);
 
     using namespace code_flags;
     Findings findings(missingForSignature(signature), signature.directoryFlags);
     findings.add("SIGNED", kSigned, {}, "the signature is mathematically good");
-    findings.add("VALID", kValid, allOf(image.lacks, traced),
+    findings.add("VALID", kValid, allOf(image.shortcomings, traced),
                  "the running program is the signed file, unchanged");
     findings.add("GET_TASK_ALLOW", kGetTaskAllow, notDebuggable,
                  "the debuggable entitlement is signed in");
@@ -241,20 +249,21 @@ GuestVerdict judgeGuest(const GuestObservation& observation, const SignatureFact
     findings.addAsked(kAskedLibraryValidation, hard, "as for HARD");
     findings.addAsked(kAskedRuntime, allOf(hard, kill, missingForNoFilter(observation)),
                       "as for HARD and KILL; its system calls are not filtered");
-    findings.add(
-        "PLATFORM_BINARY", kPlatformBinary,
-        signature.platformRoot
-            ? Lacks()
-            : Lacks{{.why = "the chain does not end in an anchor of platform code", .remedy = {}}},
-        "the chain ends in an anchor of platform code");
+    findings.add("PLATFORM_BINARY", kPlatformBinary,
+                 signature.platformRoot
+                     ? Shortcomings()
+                     : Shortcomings{{.why = "the chain does not end in an anchor of platform code",
+                                     .remedy = {}}},
+                 "the chain ends in an anchor of platform code");
     findings.add("DEBUGGED", kDebugged,
-                 traced.empty() ? Lacks{{.why = "nobody traces it", .remedy = {}}} : Lacks(),
-                 joined(traced, &Lack::why));
+                 traced.empty() ? Shortcomings{{.why = "nobody traces it", .remedy = {}}}
+                                : Shortcomings(),
+                 joined(traced, &Shortcoming::why));
 
     // A debugger may have changed anything. The platform lets that pass for programs that are
     // signed to be debugged, and for them alone.
-    if (image.lacks.empty() && !traced.empty() && !notDebuggable.empty()) {
-        image = {.status = codesign_status::kGuestInvalid, .lacks = traced};
+    if (image.shortcomings.empty() && !traced.empty() && !notDebuggable.empty()) {
+        image = {.status = codesign_status::kGuestInvalid, .shortcomings = traced};
     }
     return {.flags = findings.flags(),
             .imageStatus = image.status,
@@ -276,34 +285,36 @@ std::vector<FlagFinding> judgeProgram(const SignatureFacts& signature) {
     return findings.take();
 }
 
-std::optional<Lack> missingForMapping(const MappedCode& code) {
-    const auto lack = [&](std::string_view what, std::string remedy) {
-        return Lack{.why = fmt::format("the mapping {:x}-{:x} \"{}\" {}", code.mapping.start,
-                                       code.mapping.end, log::foreign(code.mapping.name), what),
-                    .remedy = std::move(remedy)};
+std::optional<Shortcoming> missingForMapping(const MappedCode& code) {
+    const auto shortcoming = [&](std::string_view what, std::string remedy) {
+        return Shortcoming{.why =
+                               fmt::format("the mapping {:x}-{:x} \"{}\" {}", code.mapping.start,
+                                           code.mapping.end, log::foreign(code.mapping.name), what),
+                           .remedy = std::move(remedy)};
     };
     if (code.mapping.writable) {
-        return lack("is both writable and executable", "do not map writable and executable memory");
+        return shortcoming("is both writable and executable",
+                           "do not map writable and executable memory");
     }
     switch (code.backing) {
     case MappedCode::Backing::kernel:
         return std::nullopt;
     case MappedCode::Backing::anonymous:
-        return lack("is executable memory without a file",
-                    "do not make memory executable (just-in-time compilers do)");
+        return shortcoming("is executable memory without a file",
+                           "do not make memory executable (just-in-time compilers do)");
     case MappedCode::Backing::refusedFile:
-        return lack("is of a file system that is not allowed",
-                    "load code from local file systems only");
+        return shortcoming("is of a file system that is not allowed",
+                           "load code from local file systems only");
     case MappedCode::Backing::file:
         break;
     }
     if (code.file.st_uid != 0) {
-        return lack(fmt::format("is a file of the user {}, not of root", code.file.st_uid),
-                    "load code from files of root only");
+        return shortcoming(fmt::format("is a file of the user {}, not of root", code.file.st_uid),
+                           "load code from files of root only");
     }
     if ((code.file.st_mode & kWritableByOthers) != 0) {
-        return lack("is a file that others than its owner can write",
-                    "load code from files only that nobody but root can write");
+        return shortcoming("is a file that others than its owner can write",
+                           "load code from files only that nobody but root can write");
     }
     return std::nullopt;
 }

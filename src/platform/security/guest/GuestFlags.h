@@ -53,7 +53,7 @@ struct GuestVerdict {
 [[nodiscard]] std::vector<FlagFinding> judgeProgram(const SignatureFacts& signature);
 
 /// What keeps HARD from a process that maps this; none: nothing does.
-[[nodiscard]] std::optional<Lack> missingForMapping(const MappedCode& code);
+[[nodiscard]] std::optional<Shortcoming> missingForMapping(const MappedCode& code);
 
 /// Judges facts; asks nobody anything. Without an intact signature every flag is off.
 [[nodiscard]] GuestVerdict judgeGuest(const GuestObservation& observation,

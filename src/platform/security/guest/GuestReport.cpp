@@ -87,8 +87,8 @@ std::string describeMappings(const std::vector<MappedCode>& mappings) {
     constexpr std::size_t kMost = 8;
     std::vector<std::string> bad;
     for (const MappedCode& code : mappings) {
-        if (const auto lack = missingForMapping(code)) {
-            bad.push_back(lack->why);
+        if (const auto shortcoming = missingForMapping(code)) {
+            bad.push_back(shortcoming->why);
         }
     }
     if (bad.empty()) {
@@ -138,15 +138,16 @@ ReportFact markOf(const ProgramFile& file, const StaticCode& code,
     if (countsAsDebuggable(signatureFacts(code), configuration)) {
         return {"launch mark", "none is needed: the program is debuggable"};
     }
-    const std::vector<Lack> lacks = missingFromInstallation(file.info, configuration.clientGroup);
-    if (lacks.empty()) {
+    const std::vector<Shortcoming> shortcomings =
+        missingFromInstallation(file.info, configuration.clientGroup);
+    if (shortcomings.empty()) {
         return {"launch mark", "the file is installed as it must be"};
     }
     std::string whys;
-    for (const Lack& lack : lacks) {
-        fmt::format_to(std::back_inserter(whys), "{}{}", whys.empty() ? "" : "; ", lack.why);
+    for (const Shortcoming& shortcoming : shortcomings) {
+        fmt::format_to(std::back_inserter(whys), "{}{}", whys.empty() ? "" : "; ", shortcoming.why);
     }
-    return {"launch mark", "not installed as a client: " + whys, lacks.front().remedy};
+    return {"launch mark", "not installed as a client: " + whys, shortcomings.front().remedy};
 }
 
 /// A fault of the signature that no other fact tells.
@@ -188,10 +189,10 @@ Error checkRequirement(const Requirement& requirement, const CodeFacts& facts) {
 }
 
 std::size_t nearestRequirement(std::span<const Requirement> requirements, const CodeFacts& facts) {
-    const auto lacks = [&](const Requirement& requirement) {
+    const auto shortcomings = [&](const Requirement& requirement) {
         return std::ranges::count_if(requirement.explain(facts), &RequirementFinding::decisive);
     };
-    const auto nearest = std::ranges::min_element(requirements, {}, lacks);
+    const auto nearest = std::ranges::min_element(requirements, {}, shortcomings);
     return static_cast<std::size_t>(nearest - requirements.begin());
 }
 

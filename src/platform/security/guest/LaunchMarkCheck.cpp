@@ -11,64 +11,66 @@ constexpr const char* kInstall = "install it with `qvcatalog install-client`";
 
 } // namespace
 
-std::vector<Lack> missingFromInstallation(const struct stat& file,
-                                          std::optional<gid_t> clientGroup) {
-    std::vector<Lack> lacks;
+std::vector<Shortcoming> missingFromInstallation(const struct stat& file,
+                                                 std::optional<gid_t> clientGroup) {
+    std::vector<Shortcoming> shortcomings;
     if (!clientGroup) {
-        lacks.push_back({.why = "this machine has no client group",
-                         .remedy = "have systemd-sysusers make the group"});
+        shortcomings.push_back({.why = "this machine has no client group",
+                                .remedy = "have systemd-sysusers make the group"});
     }
     if (file.st_uid != 0) {
-        lacks.push_back(
+        shortcomings.push_back(
             {.why = fmt::format("the executable belongs to the user {}, not to root", file.st_uid),
              .remedy = kInstall});
     }
     if (clientGroup && (file.st_gid != *clientGroup ||
                         (file.st_mode & kSetGroupAtExecution) != kSetGroupAtExecution)) {
-        lacks.push_back(
+        shortcomings.push_back(
             {.why = fmt::format("the executable is not set-group-id to the client group {}",
                                 *clientGroup),
              .remedy = kInstall});
     }
     if ((file.st_mode & kWritableByOthers) != 0) {
-        lacks.push_back(
+        shortcomings.push_back(
             {.why = "the executable is writable by others than its owner", .remedy = kInstall});
     }
-    return lacks;
+    return shortcomings;
 }
 
 bool connectedWithMark(const PeerCredentials& peer, std::optional<gid_t> clientGroup) {
     return clientGroup == peer.group;
 }
 
-std::vector<Lack> missingForMark(const GuestObservation& seen, std::optional<gid_t> clientGroup) {
-    std::vector<Lack> lacks = missingFromInstallation(seen.executable, clientGroup);
+std::vector<Shortcoming> missingForMark(const GuestObservation& seen,
+                                        std::optional<gid_t> clientGroup) {
+    std::vector<Shortcoming> shortcomings = missingFromInstallation(seen.executable, clientGroup);
     if (!clientGroup || (seen.peer && connectedWithMark(*seen.peer, clientGroup))) {
-        return lacks;
+        return shortcomings;
     }
     if (seen.fileSystem.ignoresSetGroup) {
-        lacks.push_back({.why = "the executable stands on a file system that is mounted nosuid",
-                         .remedy = "install it on a file system that is not mounted nosuid"});
+        shortcomings.push_back(
+            {.why = "the executable stands on a file system that is mounted nosuid",
+             .remedy = "install it on a file system that is not mounted nosuid"});
     }
     if (!seen.peer) {
-        lacks.push_back({.why = "the process was not looked up through a connection",
-                         .remedy = {},
-                         .unseen = true});
+        shortcomings.push_back({.why = "the process was not looked up through a connection",
+                                .remedy = {},
+                                .unseen = true});
     } else {
-        lacks.push_back(
+        shortcomings.push_back(
             {.why = fmt::format("the process connected with the group {}, not the client group {}",
                                 seen.peer->group, *clientGroup),
              .remedy =
                  "start it where set-group-id counts (not under no_new_privs or a tracer, nor "
                  "in a user namespace), and connect before it drops the group"});
     }
-    return lacks;
+    return shortcomings;
 }
 
 std::string describeLaunchMark(const GuestObservation& seen, std::optional<gid_t> clientGroup) {
-    for (const Lack& lack : missingForMark(seen, clientGroup)) {
-        if (!lack.unseen) {
-            return fmt::format("cannot be there: {}", lack.why);
+    for (const Shortcoming& shortcoming : missingForMark(seen, clientGroup)) {
+        if (!shortcoming.unseen) {
+            return fmt::format("cannot be there: {}", shortcoming.why);
         }
     }
     if (seen.peer) {

@@ -20,23 +20,23 @@ inline constexpr mode_t kClientMode = 02755;
 inline constexpr mode_t kWritableByOthers = S_IWGRP | S_IWOTH;
 
 /// Something that is not as it must be.
-struct Lack {
+struct Shortcoming {
     std::string why;
     std::string remedy;  ///< for the program's maker or its administrator; empty: none is known
     bool unseen = false; ///< perhaps nothing is amiss: it cannot be seen from here
 };
 
 /// What of a program's owner, group and mode keeps the mark from whoever executes it.
-[[nodiscard]] std::vector<Lack> missingFromInstallation(const struct stat& file,
-                                                        std::optional<gid_t> clientGroup);
+[[nodiscard]] std::vector<Shortcoming> missingFromInstallation(const struct stat& file,
+                                                               std::optional<gid_t> clientGroup);
 
 /// Whether a process had the client group when it connected. The mark takes more than that: a file
 /// that gives the group to those alone who execute it.
 [[nodiscard]] bool connectedWithMark(const PeerCredentials& peer, std::optional<gid_t> clientGroup);
 
 /// What a process lacks of the mark, what its file lacks first.
-[[nodiscard]] std::vector<Lack> missingForMark(const GuestObservation& seen,
-                                               std::optional<gid_t> clientGroup);
+[[nodiscard]] std::vector<Shortcoming> missingForMark(const GuestObservation& seen,
+                                                      std::optional<gid_t> clientGroup);
 
 /// What a look-up without a connection can say of the mark, in a sentence.
 [[nodiscard]] std::string describeLaunchMark(const GuestObservation& seen,

@@ -182,7 +182,7 @@ public:
 private:
     [[nodiscard]] Outcome<Descriptor> enterFolder(const Destination& destination) const {
         auto folder = GuardedPath(configuration_.anchorOwner)
-                          .enter(destination.folder, GuardedPath::Place::onTheWay);
+                          .enter(destination.folder, GuardedPath::Place::ancestor);
         if (!folder) {
             return signatureFailure(
                 kErrnoBase + EACCES,

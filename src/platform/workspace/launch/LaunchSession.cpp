@@ -1,6 +1,7 @@
 #include "platform/workspace/launch/LaunchSession.h"
 
 #include "platform/foundation/os/Descriptor.h"
+#include "platform/foundation/os/ProcessText.h"
 #include "platform/foundation/values/UTF8.h"
 #include "platform/workspace/applications/Patience.h"
 
@@ -90,35 +91,29 @@ std::string contentOf(int folder, const char* name) {
     return content;
 }
 
-// Its real user: that is whose words its environment is, whatever it may do besides.
-std::optional<uid_t> userOfProcess(int process) {
-    const std::string status = contentOf(process, "status");
-    constexpr std::string_view kLine = "\nUid:";
-    const std::size_t at = status.find(kLine);
-    return at == std::string::npos ? std::nullopt
-                                   : std::optional(static_cast<uid_t>(std::strtoul(
-                                         status.c_str() + at + kLine.size(), nullptr, 10)));
-}
-
-std::string environmentOfProcess(pid_t pid, uid_t user) {
-    const Descriptor process(
-        ::open(fmt::format("/proc/{}", pid).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-    if (!process || userOfProcess(process.get()) != user) { // gone, its number another's maybe
+// The environment of a process if the user wrote it: that is its real user, whatever it may do
+// besides.
+std::string environmentOf(const ProcessIdentity& process, uid_t user) {
+    const auto folder = process.openFolder();
+    if (!folder) {
         return {};
     }
-    return contentOf(process.get(), "environ");
+    const auto status = parseProcessStatus(contentOf(folder->get(), "status"));
+    return status && status->realUser == user ? contentOf(folder->get(), "environ") : std::string();
 }
 
 // Another process reads them, of the same rights: the kernel has whoever asks wait while their
 // owner executes another program, for as long as he likes.
-std::vector<std::string> variablesOfProcess(pid_t pid, uid_t user, UserProcesses& processes) {
+std::vector<std::string> variablesOf(const ProcessIdentity& process, uid_t user,
+                                     UserProcesses& processes) {
     const WorkResult read =
         processes.perform(user, {.as = userRecord(::geteuid()).value_or(UserRecord()),
                                  .run = [&](const Value& /*input*/) -> WorkResult {
-                                     return Value::data(environmentOfProcess(pid, user));
+                                     return Value::data(environmentOf(process, user));
                                  },
                                  .patience = processes.patienceWith(user, kPatienceToLook),
-                                 .longest = 2 * kLongestEnvironment});
+                                 .longest = 2 * kLongestEnvironment,
+                                 .descriptors = {process.pidfd()}});
     const std::string_view all = read && read->is(Value::Kind::data) ? read->asData() : "";
     std::vector<std::string> variables;
     for (std::size_t at = 0; at < all.size();) {
@@ -252,10 +247,10 @@ std::vector<std::string> LaunchSession::environment() const {
     return all;
 }
 
-tl::expected<LaunchSession, std::string> findLaunchSession(const Requester& requester,
+tl::expected<LaunchSession, std::string> findLaunchSession(const ProcessIdentity::Shared& requester,
                                                            UserProcesses& processes,
                                                            const std::string& runFolder) {
-    const uid_t uid = requester.user == 0 ? userBehindRoot(requester.process) : requester.user;
+    const uid_t uid = requester->user() == 0 ? userBehindRoot(requester->pid()) : requester->user();
     std::optional<UserRecord> user = userRecord(uid);
     if (!user) {
         return tl::unexpected(fmt::format("user {} is not in the user database", uid));
@@ -279,10 +274,10 @@ tl::expected<LaunchSession, std::string> findLaunchSession(const Requester& requ
     session.runtimeFolder = has("") ? folder : "";
     session.busAddress = has(kBus) ? fmt::format("unix:path={}{}", folder, kBus) : "";
     findManager(session, has(kManagerPlace), runFolder);
-    if (uid == requester.user) {
-        addVariables(session.variables, variablesOfProcess(requester.process, uid, processes));
+    if (uid == requester->user()) {
+        addVariables(session.variables, variablesOf(*requester, uid, processes));
     }
-    Text named = sessionOfProcess(requester.process);
+    Text named = sessionOfProcess(requester->pid());
     if (!named) {
         named = displaySessionOf(uid);
     }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/foundation/process/state/Requester.h"
+#include "platform/foundation/os/ProcessIdentity.h"
 #include "platform/foundation/process/state/UserRecord.h"
 #include "platform/foundation/process/worker/UserProcesses.h"
 
@@ -41,9 +41,10 @@ struct LaunchSession {
 /// Its variables are those of the requester's process where he launches for himself: what he says
 /// there, he could as well do himself. Else they are what the login manager knows.
 ///
-/// `processes` looks at the requester's process and the user's runtime folder.
+/// `requester` has credentials. `processes` looks at the requester's process and the user's runtime
+/// folder.
 [[nodiscard]] tl::expected<LaunchSession, std::string>
-findLaunchSession(const Requester& requester, UserProcesses& processes,
+findLaunchSession(const ProcessIdentity::Shared& requester, UserProcesses& processes,
                   const std::string& runFolder = "/run");
 
 } // namespace qv

@@ -18,17 +18,17 @@ using Session = tl::expected<LaunchSession, std::string>; // or why there is non
 } // namespace
 
 struct LinuxWorkspace::State {
-    Requester requester;
+    ProcessIdentity::Shared requester;
     WorkspaceMemory memory;
     std::string runFolder;
     Session session = tl::unexpected(std::string("it was not looked for"));
     bool isSessionNoted = false;
 };
 
-LinuxWorkspace::LinuxWorkspace(const Requester& requester, WorkspaceMemory memory,
+LinuxWorkspace::LinuxWorkspace(ProcessIdentity::Shared requester, WorkspaceMemory memory,
                                const std::string& runFolder)
     : state_(std::make_unique<State>()) {
-    state_->requester = requester;
+    state_->requester = std::move(requester);
     state_->memory = std::move(memory);
     if (!state_->memory.applications) {
         state_->memory.applications = std::make_shared<ApplicationIndexes>();
@@ -68,12 +68,12 @@ Error LinuxWorkspace::launchApplicationAtURL(const std::optional<URL>& url,
 std::optional<std::string>
 LinuxWorkspace::absolutePathForAppBundleWithIdentifier(std::string_view bundleIdentifier) {
     const auto& [applications, processes] = state_->memory;
-    return applications->pathForIdentifier(state_->requester.user, bundleIdentifier, *processes);
+    return applications->pathForIdentifier(state_->requester->user(), bundleIdentifier, *processes);
 }
 
 std::optional<std::string> LinuxWorkspace::fullPathForApplication(std::string_view appName) {
     const auto& [applications, processes] = state_->memory;
-    return applications->pathForName(state_->requester.user, appName, *processes);
+    return applications->pathForName(state_->requester->user(), appName, *processes);
 }
 
 } // namespace qv

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/foundation/process/state/Requester.h"
+#include "platform/foundation/os/ProcessIdentity.h"
 #include "platform/workspace/launch/WorkspaceMemory.h"
 #include "platform/workspace/launch/WorkspaceService.h"
 
@@ -17,9 +17,9 @@ namespace qv {
 /// process starts it, in a session of its own.
 class LinuxWorkspace final : public WorkspaceService {
 public:
-    /// `memory` goes from one such object to the next. `runFolder`: where the machine's managers
-    /// have their sockets.
-    explicit LinuxWorkspace(const Requester& requester, WorkspaceMemory memory = {},
+    /// `requester`: the process that asks, with its credentials. `memory` goes from one such object
+    /// to the next. `runFolder`: where the machine's managers have their sockets.
+    explicit LinuxWorkspace(ProcessIdentity::Shared requester, WorkspaceMemory memory = {},
                             const std::string& runFolder = "/run");
     ~LinuxWorkspace() override;
     LinuxWorkspace(const LinuxWorkspace&) = delete;

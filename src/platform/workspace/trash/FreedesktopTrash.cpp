@@ -42,13 +42,9 @@ std::string ownHome() {
 
 enum class Missing : std::uint8_t { make, leave };
 
-// A folder in a folder, no link; made for its owner alone when it is missing and shall be.
 Descriptor folderIn(int parent, const std::string& name, Missing missing) {
-    if (missing == Missing::make && ::mkdirat(parent, name.c_str(), kOwnerOnly) != 0 &&
-        errno != EEXIST) {
-        return {};
-    }
-    return Descriptor(::openat(parent, name.c_str(), kFolderFlags));
+    return missing == Missing::make ? openOrMakeFolderIn(parent, name.c_str(), kOwnerOnly)
+                                    : openFolderIn(parent, name.c_str());
 }
 
 Descriptor ownFolderIn(int parent, const std::string& name, Missing missing, uid_t owner) {

@@ -1,11 +1,13 @@
 #include "platform/foundation/files/item/Volume.h"
 
+#include "platform/foundation/os/ProcessText.h"
+
 #include <algorithm>
 #include <array>
 #include <charconv>
 #include <fcntl.h>
 #include <fstream>
-#include <sstream>
+#include <iterator>
 #include <string_view>
 #include <sys/stat.h>
 
@@ -43,52 +45,27 @@ std::string unescaped(std::string_view text) {
     return plain;
 }
 
-bool hasOption(std::string_view options, std::string_view wanted) {
-    while (!options.empty()) {
-        const std::size_t end = std::min(options.find(','), options.size());
-        if (options.substr(0, end) == wanted) {
-            return true;
-        }
-        options.remove_prefix(std::min(end + 1, options.size()));
-    }
-    return false;
-}
-
-// A line of mountinfo: ID parent device root mount-point options [tags...] - type source options
-std::optional<Volume> volumeIn(const std::string& line) {
-    std::istringstream fields(line);
-    Volume volume;
-    std::string skipped;
-    std::string root;
-    std::string options;
-    std::string word;
-    fields >> volume.mountID >> skipped >> skipped >> skipped >> root >> options;
-    while (fields >> word && word != "-") {
-    }
-    std::string ofFileSystem;
-    fields >> volume.type >> skipped >> ofFileSystem;
-    if (!fields) {
-        return std::nullopt;
-    }
-    volume.root = unescaped(root);
-    volume.isReadOnly = hasOption(options, "ro") || hasOption(ofFileSystem, "ro");
-    volume.forbidsTrash =
-        hasOption(options, "x-gvfs-notrash") || hasOption(ofFileSystem, "x-gvfs-notrash");
-    return volume;
-}
-
 std::optional<Volume> volumeMounted(std::optional<std::uint64_t> mountID) {
     if (!mountID) {
         return std::nullopt;
     }
-    std::ifstream mounts("/proc/self/mountinfo");
-    for (std::string line; std::getline(mounts, line);) {
-        std::optional<Volume> volume = volumeIn(line);
-        if (volume && volume->mountID == mountID) {
-            return volume;
-        }
+    std::ifstream file("/proc/self/mountinfo");
+    const std::string mounts{std::istreambuf_iterator<char>(file), {}};
+    const auto mount = findMount(mounts, *mountID);
+    if (!mount || !*mount) {
+        return std::nullopt;
     }
-    return std::nullopt;
+    const auto has = [&](std::string_view option) {
+        return hasOption((*mount)->options, option) ||
+               hasOption((*mount)->fileSystemOptions, option);
+    };
+    Volume volume;
+    volume.mountID = *mountID;
+    volume.type = (*mount)->type;
+    volume.root = unescaped((*mount)->point);
+    volume.isReadOnly = has("ro");
+    volume.forbidsTrash = has("x-gvfs-notrash");
+    return volume;
 }
 
 } // namespace

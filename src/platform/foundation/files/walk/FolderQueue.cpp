@@ -10,10 +10,10 @@ bool FolderQueue::offer(Job& job) {
         if (waiting_ == 0) {
             return false;
         }
-        FolderQueue::Errands* errands = job.errands;
+        FolderQueue::JobGroup* jobs = job.jobs;
         jobs_.push_back(std::move(job)); // first, as it may fail
         --waiting_;
-        ++errands->running;
+        ++jobs->running;
     }
     offered_.notify_one();
     return true;
@@ -34,14 +34,14 @@ std::optional<FolderQueue::Job> FolderQueue::take() {
 void FolderQueue::finish(const Job& job) {
     {
         const std::scoped_lock lock(mutex_);
-        --job.errands->running;
+        --job.jobs->running;
     }
     finished_.notify_all();
 }
 
-void FolderQueue::join(const Errands& errands) {
+void FolderQueue::join(const JobGroup& jobs) {
     std::unique_lock lock(mutex_);
-    finished_.wait(lock, [&] { return errands.running == 0; });
+    finished_.wait(lock, [&] { return jobs.running == 0; });
 }
 
 void FolderQueue::close() {

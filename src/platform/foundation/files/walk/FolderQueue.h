@@ -18,7 +18,7 @@ namespace qv {
 class FolderQueue {
 public:
     /// What a folder has handed out of its content.
-    struct Errands {
+    struct JobGroup {
         std::size_t running = 0; ///< guarded by the queue
         std::vector<std::string> names;
     };
@@ -26,7 +26,7 @@ public:
         Descriptor folder;
         Descriptor mirror;
         std::string path;
-        Errands* errands = nullptr;
+        JobGroup* jobs = nullptr;
     };
 
     /// Whether an offer has a chance; does not lock.
@@ -40,7 +40,7 @@ public:
     /// To be called once after each job that was taken.
     void finish(const Job& job);
     /// Waits until all of it is done.
-    void join(const Errands& errands);
+    void join(const JobGroup& jobs);
     /// Sends home who waits in take(). All jobs must be joined.
     void close();
 

@@ -53,9 +53,9 @@ bool isDotOrDotDot(const char* name) {
 struct OpenFolder {
     Folder held; // open unless the walk is far below
     Folder mirror;
-    std::unique_ptr<FolderQueue::Errands> errands; // once some of the content was handed out
-    std::size_t pathLength = 0;                    // the part of Walk::path_ that names this folder
-    off64_t position = 0;                          // behind the entry that was taken last
+    std::unique_ptr<FolderQueue::JobGroup> jobs; // once some of the content was handed out
+    std::size_t pathLength = 0;                  // the part of Walk::path_ that names this folder
+    off64_t position = 0;                        // behind the entry that was taken last
     std::unique_ptr<ReadBuffer> buffer;
     std::size_t filled = 0;
     std::size_t taken = 0;
@@ -82,8 +82,8 @@ private:
     std::optional<EntryType> typeOf(const dirent64& entry);
     void enter(const char* name);
     bool handOut(const char* name, Descriptor& fd, Descriptor& mirror);
-    void joinErrands(OpenFolder& folder);
-    void waitForErrands(const OpenFolder& folder) const;
+    void joinJobs(OpenFolder& folder);
+    void waitForJobs(const OpenFolder& folder) const;
     void leave();
     void resume(const OpenFolder& below);
     void descendAgain();
@@ -105,14 +105,14 @@ private:
 
 Walk::~Walk() {
     for (const OpenFolder& folder : folders_) {
-        waitForErrands(folder);
+        waitForJobs(folder);
     }
 }
 
 // They refer to what belongs to the folder.
-void Walk::waitForErrands(const OpenFolder& folder) const {
-    if (folder.errands) {
-        queue_.join(*folder.errands);
+void Walk::waitForJobs(const OpenFolder& folder) const {
+    if (folder.jobs) {
+        queue_.join(*folder.jobs);
     }
 }
 
@@ -225,13 +225,12 @@ bool Walk::handOut(const char* name, Descriptor& fd, Descriptor& mirror) {
         return false;
     }
     OpenFolder& parent = folders_.back();
-    if (!parent.errands) {
-        parent.errands = std::make_unique<FolderQueue::Errands>();
+    if (!parent.jobs) {
+        parent.jobs = std::make_unique<FolderQueue::JobGroup>();
     }
-    FolderQueue::Job job{std::move(fd), std::move(mirror), path_ + "/" + name,
-                         parent.errands.get()};
+    FolderQueue::Job job{std::move(fd), std::move(mirror), path_ + "/" + name, parent.jobs.get()};
     if (queue_.offer(job)) {
-        parent.errands->names.emplace_back(name);
+        parent.jobs->names.emplace_back(name);
         return true;
     }
     fd = std::move(job.folder);
@@ -239,15 +238,15 @@ bool Walk::handOut(const char* name, Descriptor& fd, Descriptor& mirror) {
     return false;
 }
 
-void Walk::joinErrands(OpenFolder& folder) {
-    if (!folder.errands) {
+void Walk::joinJobs(OpenFolder& folder) {
+    if (!folder.jobs) {
         return;
     }
-    waitForErrands(folder);
-    for (const std::string& name : folder.errands->names) {
+    waitForJobs(folder);
+    for (const std::string& name : folder.jobs->names) {
         visitor_.leave(entryOf(name.c_str(), EntryType::directory));
     }
-    folder.errands.reset();
+    folder.jobs.reset();
 }
 
 void Walk::push(Descriptor fd, Descriptor mirror) {
@@ -262,7 +261,7 @@ void Walk::push(Descriptor fd, Descriptor mirror) {
 }
 
 void Walk::leave() {
-    joinErrands(folders_.back());
+    joinJobs(folders_.back());
     visitor_.finish(folders_.back().held.get(), folders_.back().mirror.get(), path_);
     OpenFolder left = std::move(folders_.back());
     folders_.pop_back();
@@ -318,7 +317,7 @@ void Walk::descendAgain() {
     }
     while (folders_.size() > reached + 1) {
         reportFolder(cause);
-        waitForErrands(folders_.back());
+        waitForJobs(folders_.back());
         folders_.pop_back();
         path_.resize(folders_.back().pathLength);
     }
@@ -426,10 +425,10 @@ void walkTrees(Descriptor folder, Descriptor mirror, std::string path, TreeVisit
                unsigned threads) {
     FolderQueue queue;
     {
-        std::vector<std::jthread> crew;
+        std::vector<std::jthread> helpers;
         try {
             for (unsigned i = 1; i < threads; ++i) {
-                crew.emplace_back([&] { help(queue, visitor); });
+                helpers.emplace_back([&] { help(queue, visitor); });
             }
         } catch (const std::system_error&) { // NOLINT(bugprone-empty-catch): those there are do it
         }

@@ -1,5 +1,6 @@
 #include "platform/foundation/process/task/Task.h"
 
+#include "platform/foundation/os/ProcessIdentity.h"
 #include "platform/foundation/process/state/UserRecord.h"
 #include "platform/foundation/process/task/SpawnProcess.h"
 #include "platform/foundation/values/Exception.h"
@@ -16,10 +17,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 #include <utility>
-
-extern "C" { // the header of glibc 2.36 has no C++ linkage
-#include <sys/pidfd.h>
-}
 
 namespace qv {
 
@@ -133,7 +130,7 @@ void Task::launch() {
     checkLaunchPath(launchPath_);
     spawn();
     state_ = State::running;
-    pidfd_ = Descriptor(::pidfd_open(pid_, 0));
+    pidfd_ = openPidfd(pid_);
     for (Descriptor& fd : standard_) {
         fd.reset();
     }

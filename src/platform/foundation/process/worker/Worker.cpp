@@ -1,7 +1,8 @@
 #include "platform/foundation/process/worker/Worker.h"
 
-#include "platform/foundation/os/Descriptor.h"
+#include "platform/foundation/os/Deadline.h"
 #include "platform/foundation/os/FileBytes.h"
+#include "platform/foundation/os/ProcessIdentity.h"
 #include "platform/foundation/process/state/ProcessState.h"
 #include "platform/foundation/process/task/Task.h"
 #include "platform/foundation/process/worker/Sandbox.h"
@@ -18,15 +19,9 @@
 #include <unistd.h>
 #include <utility>
 
-extern "C" { // the header of glibc 2.36 has no C++ linkage
-#include <sys/pidfd.h>
-}
-
 namespace qv {
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 // The child's exit statuses; what it says counts only after the first.
 constexpr int kDone = 0;
@@ -87,13 +82,15 @@ bool becomeUserOf(const Work& work, const std::vector<gid_t>& groups) {
 }
 
 // Until the last writer has closed.
-Error readReply(int descriptor, Clock::time_point deadline, ValueFrameReader& into) {
+Error readReply(int descriptor, const Deadline& deadline, ValueFrameReader& into) {
     for (;;) {
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
-        pollfd entry{descriptor, POLLIN, 0};
-        const int ready = left.count() > 0 ? ::poll(&entry, 1, static_cast<int>(left.count())) : 0;
-        if (ready == 0) {
+        if (deadline.hasPassed()) {
             return failure(ETIMEDOUT);
+        }
+        pollfd entry{descriptor, POLLIN, 0};
+        const int ready = ::poll(&entry, 1, deadline.pollTimeout());
+        if (ready == 0) {
+            continue;
         }
         std::array<char, 65536> piece; // NOLINT(cppcoreguidelines-pro-type-member-init): read into
         const ssize_t count = ready < 0 ? -1 : ::read(descriptor, piece.data(), piece.size());
@@ -110,13 +107,10 @@ Error readReply(int descriptor, Clock::time_point deadline, ValueFrameReader& in
 }
 
 // 0 with the child's status; ETIMEDOUT while it has not ended.
-int reap(pid_t pid, int pidfd, Clock::time_point deadline, int& status) {
+int reap(pid_t pid, int pidfd, const Deadline& deadline, int& status) {
     pollfd entry{pidfd, POLLIN, 0};
-    int ready = 0;
-    do { // a signal must not cut the wait short
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
-        ready = ::poll(&entry, 1, static_cast<int>(std::max(left.count(), 0L)));
-    } while (ready < 0 && errno == EINTR);
+    while (::poll(&entry, 1, deadline.pollTimeout()) <= 0 && !deadline.hasPassed()) {
+    }
     const pid_t reaped = ::waitpid(pid, &status, WNOHANG);
     return reaped == pid ? 0 : (reaped == 0 ? ETIMEDOUT : errno);
 }
@@ -130,16 +124,17 @@ struct Ending {
 
 // Has it end, by force where it does not by itself: that moment is all that one gets which hangs in
 // a file system and cannot be killed.
-Ending end(pid_t pid, int pidfd, Clock::time_point deadline, bool byForce) {
+Ending end(pid_t pid, int pidfd, const Deadline& deadline, bool byForce) {
     constexpr std::chrono::milliseconds kForItsEnd{500};
+    constexpr std::chrono::milliseconds kLongestWait = std::chrono::hours(1);
     Ending ending{.lost = ETIMEDOUT};
     if (!byForce) {
-        ending.lost =
-            reap(pid, pidfd, std::max(deadline, Clock::now() + kForItsEnd), ending.status);
+        const auto time = std::max(kForItsEnd, deadline.left(kLongestWait));
+        ending.lost = reap(pid, pidfd, Deadline::after(time), ending.status);
     }
     if (ending.lost == ETIMEDOUT) {
         ::kill(pid, SIGKILL); // it is ours, and not reaped
-        const int lost = reap(pid, pidfd, Clock::now() + kForItsEnd, ending.status);
+        const int lost = reap(pid, pidfd, Deadline::after(kForItsEnd), ending.status);
         ending.isReaped = lost != ETIMEDOUT;
         ending.lost = byForce ? lost : ETIMEDOUT;
     }
@@ -159,7 +154,7 @@ WorkResult performWork(const Work& work, std::optional<pid_t>* left) {
     if (!pipe) {
         return tl::unexpected(failure(static_cast<int>(pipe.error().code())));
     }
-    const Clock::time_point deadline = Clock::now() + work.patience;
+    const Deadline deadline = Deadline::after(work.patience);
     const pid_t parent = ::getpid();
     const pid_t pid = ::fork();
     if (pid < 0) {
@@ -169,7 +164,7 @@ WorkResult performWork(const Work& work, std::optional<pid_t>* left) {
         beTheWorker(work, groups, pipe->fileHandleForWriting.get(), parent);
     }
     pipe->fileHandleForWriting.reset();
-    const Descriptor pidfd(::pidfd_open(pid, 0));
+    const Descriptor pidfd = openPidfd(pid);
     ValueFrameReader reply(work.longest);
     Error unread = readReply(pipe->fileHandleForReading.get(), deadline, reply);
     const auto [lost, status, isReaped] =
