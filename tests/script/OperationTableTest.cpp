@@ -81,7 +81,8 @@ std::string golden(const std::vector<Value>& records) {
         const auto record = std::ranges::find_if(records, [&](const Value& each) {
             return *each.find("operation") == number(static_cast<int>(operation.code));
         });
-        all += record == records.end() ? "not recorded\n" : lineOf(*record) + "\n";
+        all += record == records.end() ? "not recorded\n"
+                                       : lineOf(*record) + "\n" + stepText(*record) + "\n";
     }
     return all;
 }
@@ -115,19 +116,13 @@ TEST(OperationTable, IsTheTableOfTheReadme) {
     }
 }
 
-TEST(OperationTable, ReadsStepsToAPerson) {
+TEST(OperationTable, ReadsOddStepsToAPerson) {
     const std::pair<Value, std::string_view> rows[] = {
-        {test::toolStep("/bin/ls", {"-l"}), "run /bin/ls"},
         {Value::dictionary({{"operation", text("4")}, {"fromURL", text("file:///a")}}),
          "move file:///a to (no to)"},
         {Value::dictionary(
              {{"operation", number(13)}, {"URL", Value::array({})}, {"arg1", number(0755)}}),
          "change the mode of (an array) to 0755"},
-        {Value::dictionary({{"operation", number(21)}, {"arg1", Value::boolean(true)}}),
-         "set admin rights to yes"},
-        {Value::dictionary({{"operation", number(0)}, {"arg1", number(-7)}}),
-         "wait until -7 has quit"},
-        {Value::dictionary({{"operation", number(19)}}), "end if"},
         {Value::dictionary({}), "wait until (no process) has quit"},
         {Value::dictionary({{"operation", number(99)}}), "unknown operation"},
         {Value::dictionary({{"operation", Value::array({})}}), "unknown operation"},

@@ -8,7 +8,6 @@
 
 #include <gmock/gmock.h>
 
-#include <atomic>
 #include <future>
 #include <thread>
 #include <unistd.h>
@@ -18,7 +17,7 @@ namespace {
 
 using test::number;
 using test::text;
-using testing::_;
+using testing::HasSubstr;
 using testing::NiceMock;
 using testing::Return;
 
@@ -70,7 +69,7 @@ protected:
     std::shared_ptr<MockAccessibility> accessibility = std::make_shared<MockAccessibility>();
 };
 
-TEST_F(Services, WaitingEndsWithTheProcess) {
+TEST_F(Services, WaitUntilTheProcessEnds) {
     test::StartedProgram sleeper({.command = {"/bin/sleep", "1000"}});
     std::promise<void> noted; // it waits, or is about to
     EXPECT_CALL(*workspace, noteSession).WillOnce([&] { noted.set_value(); });
@@ -83,40 +82,40 @@ TEST_F(Services, WaitingEndsWithTheProcess) {
 }
 
 // None of these is a process whose end somebody could wait for; a wait would never end.
-TEST_F(Services, WaitingForWhatIsNoProcessEndsAtOnce) {
+TEST_F(Services, WaitForNoProcessThatCannotEnd) {
     test::StartedProgram zombie({.command = {"/bin/true"}});
     ASSERT_TRUE(zombie.waitForEnd());
-    std::atomic<pid_t> thread = 0;
-    const std::jthread other([&](const std::stop_token& stop) {
-        thread = ::gettid();
-        while (!stop.stop_requested()) {
-            std::this_thread::yield();
-        }
+    std::promise<pid_t> started;
+    std::promise<void> end;
+    const auto thread = std::async(std::launch::async, [&] {
+        started.set_value(::gettid());
+        end.get_future().wait();
     });
-    while (thread == 0) {
-        std::this_thread::yield();
-    }
-    const std::int64_t cases[] = {0, -1, -12345, 0x7FFFFFFF, zombie.pid(), thread, ::getpid()};
+    const pid_t other = started.get_future().get();
+    const std::int64_t cases[] = {0, -1, -12345, 0x7FFFFFFF, zombie.pid(), other, ::getpid()};
     for (const std::int64_t pid : cases) {
         EXPECT_FALSE(replayOne({{"operation", number(0)}, {"arg1", number(pid)}})) << pid;
     }
     EXPECT_FALSE(replayOne({{"operation", number(0)}, {"arg1", text("-5")}}));
     EXPECT_FALSE(replayOne({{"operation", number(0)}})) << "a missing number is 0";
+    end.set_value();
 }
 
-TEST_F(Services, HandOnTheURLOfAnApplication) {
+TEST_F(Services, HandOnURLsAndPaths) {
     const Error answer("NSOSStatusErrorDomain", -10810);
-    EXPECT_CALL(*workspace,
-                launchApplicationAtURL(_, kWorkspaceLaunchDefault, Value::dictionary({})))
-        .WillOnce([&](const std::optional<URL>& url, auto, const Value&) {
-            EXPECT_EQ(url->absoluteString(), "file:///X.app/");
-            return answer;
-        });
+    EXPECT_CALL(*workspace, launchApplicationAtURL(URL::URLWithString("file:///X.app/"),
+                                                   kWorkspaceLaunchDefault, Value::dictionary({})))
+        .WillOnce(Return(answer));
     EXPECT_EQ(replayOne({{"operation", number(1)}, {"URL", text("file:///X.app/")}}), answer);
     const Error error = replayOne({{"operation", number(1)}, {"URL", text("no url at all")}});
     EXPECT_EQ(error.code(), 4);
-    EXPECT_NE(error.localizedDescription().find("\"URL\" of the step is “no url at all”"),
-              std::string::npos);
+    EXPECT_THAT(error.localizedDescription(), HasSubstr("\"URL\" of the step is “no url at all”"));
+    EXPECT_CALL(*accessibility, makeProcessTrusted("/usr/bin/a b"));
+    EXPECT_FALSE(replayOne({{"operation", number(14)}, {"URL", text("file:///usr/bin/a%20b")}}));
+    EXPECT_CALL(*accessibility, makeProcessTrusted("")) // no path of this machine
+        .WillOnce(Return(kAXErrorCannotComplete));
+    EXPECT_EQ(replayOne({{"operation", number(14)}, {"URL", text("https://x/")}}),
+              Error("AXError", -25204));
 }
 
 TEST_F(Services, SetAPreferenceAndThenSynchronize) {
@@ -143,15 +142,6 @@ TEST_F(Services, SetAPreferenceAndThenSynchronize) {
                      Exception)
             << key;
     }
-}
-
-TEST_F(Services, HandOnThePathOfATrustedProgram) {
-    EXPECT_CALL(*accessibility, makeProcessTrusted("/usr/bin/a b"));
-    EXPECT_FALSE(replayOne({{"operation", number(14)}, {"URL", text("file:///usr/bin/a%20b")}}));
-    EXPECT_CALL(*accessibility, makeProcessTrusted("")) // no path of this machine
-        .WillOnce(Return(kAXErrorCannotComplete));
-    EXPECT_EQ(replayOne({{"operation", number(14)}, {"URL", text("https://x/")}}),
-              Error("AXError", -25204));
 }
 
 } // namespace
