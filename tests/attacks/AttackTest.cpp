@@ -9,7 +9,6 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
-#include <algorithm>
 #include <csignal>
 #include <fstream>
 #include <sys/prctl.h>
@@ -67,23 +66,30 @@ AttackPrograms::AttackPrograms() {
         signByDevelopmentIdentity(program, flags);
     }
     install(genuine(), 0, kClientGroup, 02755);
-    install(folder_ / "crowd", 0, 0, 0755);
-    signByDevelopmentIdentity(folder_ / "crowd", kAllFlags);
+}
+
+void lead(LedProgram& program, Orders orders) {
+    for (const auto& [order, expected] : orders) {
+        const std::string answer = program.order(order);
+        EXPECT_TRUE(answer.starts_with(expected)) << order << ": " << answer;
+    }
 }
 
 Stage::Stage(const AttackPrograms& programs, const std::optional<Checks>& checks)
     : programs_(programs), service_(serviceWithout(checks)) {
     install(canaries_.path(), 0, 0, 0755);
     install(home(), kAttacker, kAttacker, 0755);
-    script_ = PropertyList::dataWithPropertyList(
-                  Value::array({toolStep("/usr/bin/touch", {(canaries_ / "canary").native()})}),
-                  PropertyListFormat::xml)
-                  .value();
-    std::ranges::replace(script_, '\n', ' ');
-    keeper_ = std::make_unique<LedProgram>(
-        ProgramStart{.command = {programs_.genuine(), socketPath()}, .user = kOtherUser});
-    if (!serves(*keeper_)) {
-        throw std::runtime_error("a genuine client is not served:\n" + service_.log());
+    const Value script =
+        Value::array({toolStep("/usr/bin/touch", {(canaries_ / "canary").native()})});
+    environment_ = {
+        "ATTACK_SOCKET=" + service_.socketPath(),
+        "ATTACK_SCRIPT=" +
+            PropertyList::dataWithPropertyList(script, PropertyListFormat::xml).value()};
+    keeper_ = genuineOfAnother();
+    for (const std::string_view expected : {"started", "connected", "greeted", "served"}) {
+        if (!keeper_->answer().starts_with(expected)) {
+            throw std::runtime_error("a genuine client is not served:\n" + service_.log());
+        }
     }
 }
 
@@ -94,41 +100,38 @@ std::filesystem::path Stage::attackersCopy(const std::filesystem::path& file) co
     return copy;
 }
 
-bool Stage::serves(LedProgram& client) const {
-    return client.answer() == "started" && client.order("connect").starts_with("connected") &&
-           client.order("greet") == "greeted" && client.order("send") == "served";
+std::unique_ptr<LedProgram> Stage::genuineOfAnother() const {
+    auto client = std::make_unique<LedProgram>(ProgramStart{
+        .command = {programs_.genuine()}, .environment = environment_, .user = kOtherUser});
+    for (const std::string_view order : {"connect", "greet", "send"}) {
+        client->begin(order);
+    }
+    return client;
 }
 
 bool Stage::servesOthers() const {
-    LedProgram client({.command = {programs_.genuine(), socketPath()}, .user = kOtherUser});
-    for (const std::string_view order : {"connect", "greet", "send"}) {
-        client.begin(order);
-    }
+    const auto client = genuineOfAnother();
     const auto end = std::chrono::steady_clock::now() + kInTime;
     for (;;) {
-        const auto answer = client.answerWithin(
+        const auto answer = client->answerWithin(
             std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now()));
-        if (!answer || *answer == "refused" || *answer == "served") {
+        if (!answer || answer->starts_with("refused") || *answer == "served") {
             return answer == "served";
         }
     }
 }
 
-bool Stage::wasDone() const {
-    struct stat info{};
-    return ::stat((canaries_ / "canary").c_str(), &info) == 0 && info.st_uid == 0;
-}
-
 std::unique_ptr<LedProgram> Stage::start(std::vector<std::string> command,
-                                         std::vector<std::string> environment) const {
-    command.front() = programs_ / command.front(); // an absolute one stays
-    return std::make_unique<LedProgram>(ProgramStart{
-        .command = std::move(command), .environment = std::move(environment), .user = kAttacker});
+                                         std::vector<std::string> environment, pid_t pid) const {
+    environment.insert(environment.end(), environment_.begin(), environment_.end());
+    return std::make_unique<LedProgram>(ProgramStart{.command = std::move(command),
+                                                     .environment = std::move(environment),
+                                                     .user = kAttacker,
+                                                     .pid = pid});
 }
 
-std::unique_ptr<LedProgram> Stage::client(const std::filesystem::path& program,
-                                          std::vector<std::string> environment) const {
-    auto client = start({program, socketPath()}, std::move(environment));
+std::unique_ptr<LedProgram> Stage::client(const std::filesystem::path& program, pid_t pid) const {
+    auto client = start({program}, {}, pid);
     if (const std::string answer = client->answer(); answer != "started") {
         throw std::runtime_error("no client: " + answer);
     }
@@ -137,10 +140,31 @@ std::unique_ptr<LedProgram> Stage::client(const std::filesystem::path& program,
 
 std::unique_ptr<LedProgram> Stage::acceptedClient() const {
     auto client = this->client(programs_.genuine());
-    if (!client->order("connect").starts_with("connected") || client->order("greet") != "greeted") {
-        throw std::runtime_error("a genuine client is not accepted");
-    }
+    lead(*client, {{"connect", "connected"}, {"await", "greeted"}});
     return client;
+}
+
+std::unique_ptr<LedProgram> Stage::parent(std::string_view how,
+                                          const std::filesystem::path& program) const {
+    auto parent = intruder();
+    lead(*parent, {{fmt::format("{} {}", how, program.native()), "started"}});
+    return parent;
+}
+
+void Stage::pass(LedProgram& from, LedProgram& to) const {
+    const std::string place = home() / fmt::format("from {}", from.pid());
+    to.begin("receive " + place);
+    EXPECT_EQ(to.answer(), "bound");
+    lead(from, {{"pass " + place, "passed"}});
+    EXPECT_EQ(to.answer(), "received");
+}
+
+bool Stage::isDoneBy(LedProgram& program, std::initializer_list<std::string_view> orders) const {
+    for (const std::string_view order : orders) {
+        static_cast<void>(program.order(order));
+    }
+    struct stat info{};
+    return ::stat((canaries_ / "canary").c_str(), &info) == 0 && info.st_uid == 0;
 }
 
 void Stage::hold() {

@@ -15,6 +15,7 @@
 #include <string>
 #include <string_view>
 #include <sys/types.h>
+#include <utility>
 #include <vector>
 
 namespace qv::test {
@@ -29,7 +30,7 @@ using Checks = std::vector<std::string_view>;
 inline constexpr std::chrono::seconds kInTime{5};
 
 /// The client, signed by the development identity of this build, in the ways it may be installed,
-/// and the attacking programs, all in one folder of root that everybody may enter.
+/// and what attacks, all in one folder of root that everybody may enter.
 class AttackPrograms {
 public:
     AttackPrograms();
@@ -40,6 +41,8 @@ public:
     [[nodiscard]] std::filesystem::path unmarked() const { return folder_ / "unmarked"; }
     /// The same, and signed to be accepted for its hardened runtime alone.
     [[nodiscard]] std::filesystem::path hardened() const { return folder_ / "hardened"; }
+    /// Not signed.
+    [[nodiscard]] std::filesystem::path intruder() const { return folder_ / "client"; }
     [[nodiscard]] std::filesystem::path operator/(std::string_view name) const {
         return folder_ / name;
     }
@@ -47,6 +50,10 @@ public:
 private:
     TemporaryDirectory folder_;
 };
+
+/// An order and how its answer must begin.
+using Orders = std::initializer_list<std::pair<std::string, std::string_view>>;
+void lead(LedProgram& program, Orders orders);
 
 /// Where one attack happens once: a service that serves a genuine client of somebody else, and an
 /// attacker's home.
@@ -57,25 +64,36 @@ public:
 
     [[nodiscard]] const AttackPrograms& programs() const { return programs_; }
     [[nodiscard]] LiveService& service() { return service_; }
-    [[nodiscard]] std::string socketPath() const { return service_.socketPath(); }
     /// A folder that is the attacker's.
     [[nodiscard]] std::filesystem::path home() const { return home_.path(); }
     /// A file in it of the same name and content.
     [[nodiscard]] std::filesystem::path attackersCopy(const std::filesystem::path& file) const;
 
-    /// What the attacker wants to have done, a property list in one line. It takes root.
-    [[nodiscard]] const std::string& script() const { return script_; }
-    /// Whether it was done.
-    [[nodiscard]] bool wasDone() const;
-
-    /// Starts a program as the attacker.
-    [[nodiscard]] std::unique_ptr<LedProgram>
-    start(std::vector<std::string> command, std::vector<std::string> environment = {}) const;
+    /// Starts a program as the attacker, with the variables that Dialogue.h names and these.
+    [[nodiscard]] std::unique_ptr<LedProgram> start(std::vector<std::string> command,
+                                                    std::vector<std::string> environment = {},
+                                                    pid_t pid = 0) const;
     /// The same with a client of the service, once it runs.
-    [[nodiscard]] std::unique_ptr<LedProgram>
-    client(const std::filesystem::path& program, std::vector<std::string> environment = {}) const;
+    [[nodiscard]] std::unique_ptr<LedProgram> client(const std::filesystem::path& program,
+                                                     pid_t pid = 0) const;
+    [[nodiscard]] std::unique_ptr<LedProgram> intruder() const {
+        return client(programs_.intruder());
+    }
     /// A genuine client that the service has greeted.
     [[nodiscard]] std::unique_ptr<LedProgram> acceptedClient() const;
+    /// A process that has started a client in one of the ways of programs/Client.c.
+    [[nodiscard]] std::unique_ptr<LedProgram> parent(std::string_view how,
+                                                     const std::filesystem::path& program) const;
+    /// Has one program give its connection to another.
+    void pass(LedProgram& from, LedProgram& to) const;
+    /// Whether what the attacker wants to have done is done once a program has answered these
+    /// orders, whatever it answers.
+    [[nodiscard]] bool isDoneBy(LedProgram& program,
+                                std::initializer_list<std::string_view> orders) const;
+    /// Whether it is done through a program, connected or not, that obeys the attacker.
+    [[nodiscard]] bool isDoneThrough(LedProgram& program) const {
+        return isDoneBy(program, {"greet", "script", "send"});
+    }
     /// Whether a genuine client of another user is served in time.
     [[nodiscard]] bool servesOthers() const;
 
@@ -85,13 +103,13 @@ public:
     void letGo();
 
 private:
-    [[nodiscard]] bool serves(LedProgram& client) const;
+    [[nodiscard]] std::unique_ptr<LedProgram> genuineOfAnother() const;
 
     const AttackPrograms& programs_;
     TemporaryDirectory canaries_;
     TemporaryDirectory home_;
     LiveService service_;
-    std::string script_;
+    std::vector<std::string> environment_;
     std::unique_ptr<LedProgram> keeper_;
 };
 

@@ -1,8 +1,6 @@
 // Keeping others from being served. The attacker needs genuine clients for all of it: nobody else
 // is listened to.
 
-#include <fmt/core.h>
-
 #include "attacks/AttackTest.h"
 #include <ctime>
 #include <sys/stat.h>
@@ -21,8 +19,8 @@ class AvailabilityAttacks : public AttackTest {};
 
 TEST_F(AvailabilityAttacks, AFloodOfConnectionsOfOneUser) {
     expectStoppedBy({"usersConnections"}, [](Stage& stage) {
-        const auto client = stage.client(stage.programs().genuine());
-        EXPECT_TRUE(client->order("many 80").starts_with("greeted "));
+        const auto client = stage.acceptedClient();
+        lead(*client, {{"many 80", "opened"}});
         return !stage.servesOthers();
     });
 }
@@ -31,19 +29,22 @@ TEST_F(AvailabilityAttacks, AFloodOfConnectionsOfOneUser) {
 // because he is signed, and once his signature is remembered nothing else holds him up.
 TEST_F(AvailabilityAttacks, AFloodOfStrangersWhoAreHardToJudge) {
     constexpr std::size_t kCrowds = 4; // each has all the descriptors that a process may have
-    const std::string program = *programs() / "crowd";
+    const std::string program = programs()->unmarked();
     while (!isSettled(program)) {
         std::this_thread::yield();
     }
     expectStoppedBy({"usersStrangers"}, [&](Stage& stage) {
-        const auto first = stage.start({program, stage.socketPath(), "1"});
-        EXPECT_EQ(first->answer(), "waiting");
+        const auto stranger = [&](std::string_view order) {
+            auto started = stage.client(program);
+            lead(*started, {{"map 1000", "mapped"}, {std::string(order), "opened"}});
+            return started;
+        };
+        const auto first = stranger("many 1");
         EXPECT_TRUE(stage.service().waitForLog("rejected"));
         stage.hold();
         std::vector<std::unique_ptr<LedProgram>> crowds;
         while (crowds.size() < kCrowds) {
-            crowds.push_back(stage.start({program, stage.socketPath(), "900"}));
-            EXPECT_EQ(crowds.back()->answer(), "waiting");
+            crowds.push_back(stranger("many 900"));
         }
         stage.letGo();
         return !stage.servesOthers();
@@ -53,7 +54,7 @@ TEST_F(AvailabilityAttacks, AFloodOfStrangersWhoAreHardToJudge) {
 TEST_F(AvailabilityAttacks, HalfARequest) {
     expectStoppedBy({"nonBlocking"}, [](Stage& stage) {
         const auto client = stage.acceptedClient();
-        EXPECT_EQ(client->order("half"), "sent");
+        lead(*client, {{"greet", "greeted"}, {"half", "sent"}});
         return !stage.servesOthers();
     });
 }
@@ -61,14 +62,14 @@ TEST_F(AvailabilityAttacks, HalfARequest) {
 // Its replies fill the connection, and nobody reads them.
 TEST_F(AvailabilityAttacks, AStoppedClient) {
     expectStoppedBy({"nonBlocking"}, [](Stage& stage) {
-        const auto neighbour =
-            stage.start({"neighbour", stage.programs().genuine(), stage.socketPath()});
-        EXPECT_EQ(neighbour->answer(), "started");
-        EXPECT_TRUE(neighbour->order("tell connect").starts_with("connected"));
-        EXPECT_EQ(neighbour->order("tell greet"), "greeted");
+        const auto parent = stage.parent("start", stage.programs().genuine());
+        lead(*parent,
+             {{"tell connect", "connected"}, {"tell greet", "greeted"}, {"tell long", "noted"}});
         constexpr int kMoreThanFits = 5; // of replies as long as these
-        EXPECT_EQ(neighbour->order(fmt::format("tell burst {}", kMoreThanFits)), "sent");
-        EXPECT_EQ(neighbour->order("stop"), "stopped");
+        for (int i = 0; i < kMoreThanFits; ++i) {
+            lead(*parent, {{"tell queue", "sent"}});
+        }
+        lead(*parent, {{"stop", "stopped"}});
         EXPECT_TRUE(stage.service().waitForLog("script raised an exception", kMoreThanFits - 1));
         return !stage.servesOthers();
     });

@@ -1,7 +1,5 @@
 // Who speaks on a connection: processes that are not the one that connected, or not any more.
 
-#include <fmt/core.h>
-
 #include "attacks/AttackTest.h"
 #include <array>
 #include <sys/socket.h>
@@ -11,151 +9,117 @@ namespace {
 
 class ConnectionAttacks : public AttackTest {};
 
-// A process number, forced; an attacker starts programs until it comes round.
-std::unique_ptr<LedProgram> startWithPid(const Stage& stage, std::string_view pid,
-                                         const std::filesystem::path& program) {
-    auto started = std::make_unique<LedProgram>(
-        ProgramStart{.command = {stage.programs() / "with_pid", std::string(pid),
-                                 std::to_string(kAttacker), program, stage.socketPath()},
-                     .user = 0});
-    EXPECT_EQ(started->answer(), "started");
-    return started;
-}
+constexpr int kPeerPidfd = 77;  // SO_PEERPIDFD
+constexpr int kPassRights = 83; // SO_PASSRIGHTS
 
-// Before it did, a process number stood for the peer, and only the other checks remained.
-bool kernelKnowsPeers() {
-    constexpr int kPeerPidfd = 77; // SO_PEERPIDFD
+// Whether this kernel has an option of sockets by which the service guards itself.
+bool kernelKnows(int option) {
     std::array<int, 2> ends{};
     if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0) {
         return false;
     }
     const Descriptor first(ends[0]);
     const Descriptor second(ends[1]);
-    int pidfd = -1;
-    socklen_t size = sizeof pidfd;
-    const bool known = ::getsockopt(first.get(), SOL_SOCKET, kPeerPidfd, &pidfd, &size) == 0;
-    const Descriptor peer(pidfd);
+    int value = -1;
+    socklen_t size = sizeof value;
+    const bool known = ::getsockopt(first.get(), SOL_SOCKET, option, &value, &size) == 0;
+    const Descriptor peer(option == kPeerPidfd ? value : -1);
     return known;
 }
 
-// The intruder connects, queues a request and ends; the genuine client gets its number.
+// The intruder connects, queues a request and ends; the genuine client gets its number. On an older
+// kernel a process number stands for the peer, and only the other checks remain.
 TEST_F(ConnectionAttacks, ReuseOfTheProcessNumberBeforeTheLookUp) {
     Checks checks{"launchMark", "nonce"};
-    if (kernelKnowsPeers()) {
+    if (kernelKnows(kPeerPidfd)) {
         checks.push_back("peerProcess");
     }
     expectStoppedBy(checks, [](Stage& stage) {
         stage.hold();
-        const auto intruder = stage.start({"pid_reuse", stage.socketPath(), stage.script()});
-        const std::string queued = intruder->answer();
-        EXPECT_TRUE(queued.starts_with("queued ")) << queued;
-        EXPECT_EQ(intruder->order("end"), "gone");
-        const auto genuine =
-            startWithPid(stage, queued.substr(queued.find(' ') + 1), stage.programs().genuine());
+        const auto accomplice = stage.intruder();
+        auto intruder = stage.intruder();
+        lead(*intruder, {{"connect", "connected"}, {"script", "noted"}, {"queue", "sent"}});
+        stage.pass(*intruder, *accomplice);
+        const pid_t pid = intruder->pid();
+        intruder.reset();
+        const auto genuine = stage.client(stage.programs().genuine(), pid);
         stage.letGo();
-        static_cast<void>(intruder->answer());
-        return stage.wasDone();
+        return stage.isDoneBy(*accomplice, {"greet", "reply"});
     });
 }
 
 // The genuine client ends after it was accepted; an intruder gets its number and has its socket.
 TEST_F(ConnectionAttacks, ReuseOfTheProcessNumberAfterAcceptance) {
     expectStoppedBy({"peerAlive", "image", "executable"}, [](Stage& stage) {
-        const std::string first = stage.home() / "first";
-        const std::string second = stage.home() / "second";
-        const auto accomplice = stage.client(stage.programs() / "client");
-        accomplice->begin("receive " + first);
-        EXPECT_EQ(accomplice->answer(), "bound");
-        auto genuine = stage.client(stage.programs().genuine());
-        EXPECT_TRUE(genuine->order("connect").starts_with("connected"));
-        EXPECT_EQ(genuine->order("await"), "greeted");
-        EXPECT_EQ(genuine->order("pass " + first), "passed");
-        EXPECT_EQ(accomplice->answer(), "received");
-        const std::string pid = std::to_string(genuine->pid());
+        const auto accomplice = stage.intruder();
+        auto genuine = stage.acceptedClient();
+        stage.pass(*genuine, *accomplice);
+        const pid_t pid = genuine->pid();
         genuine.reset();
-        const auto intruder = startWithPid(stage, pid, stage.programs() / "client");
-        intruder->begin("receive " + second);
-        EXPECT_EQ(intruder->answer(), "bound");
-        EXPECT_EQ(accomplice->order("pass " + second), "passed");
-        EXPECT_EQ(intruder->answer(), "received");
-        EXPECT_EQ(intruder->order("greet"), "greeted");
-        EXPECT_EQ(intruder->order("script " + stage.script()), "noted");
-        static_cast<void>(intruder->order("send"));
-        return stage.wasDone();
+        const auto intruder = stage.client(stage.programs().intruder(), pid);
+        stage.pass(*accomplice, *intruder);
+        return stage.isDoneThrough(*intruder);
     });
 }
 
-bool becomesTheClient(Stage& stage, std::string_view how) {
-    stage.hold();
-    const auto intruder =
-        stage.start({"queue_and_exec", std::string(how), stage.programs().genuine(),
-                     stage.socketPath(), stage.script()});
-    EXPECT_EQ(intruder->answer(), "started");
-    stage.letGo();
-    static_cast<void>(intruder->answer());
-    return stage.wasDone();
-}
-
 TEST_F(ConnectionAttacks, ARequestQueuedBeforeTheClientIsExecuted) {
-    expectStoppedBy({"launchMark", "nonce"},
-                    [](Stage& stage) { return becomesTheClient(stage, "queued"); });
+    expectStoppedBy({"launchMark", "nonce"}, [](Stage& stage) {
+        stage.hold();
+        const auto intruder = stage.intruder();
+        lead(*intruder, {{"connect", "connected"},
+                         {"script", "noted"},
+                         {"queue", "sent"},
+                         {"execute " + stage.programs().genuine().native(), "started"}});
+        stage.letGo();
+        return stage.isDoneBy(*intruder, {"greet", "reply"});
+    });
 }
 
 TEST_F(ConnectionAttacks, ASiblingThatSendsAfterTheClientIsExecuted) {
-    expectStoppedBy({"launchMark", "sender"},
-                    [](Stage& stage) { return becomesTheClient(stage, "sibling"); });
+    expectStoppedBy({"launchMark", "sender"}, [](Stage& stage) {
+        stage.hold();
+        const auto intruder = stage.intruder();
+        const auto sibling = stage.intruder();
+        lead(*intruder, {{"connect", "connected"}});
+        stage.pass(*intruder, *sibling);
+        lead(*intruder, {{"execute " + stage.programs().genuine().native(), "started"}});
+        stage.letGo();
+        return stage.isDoneThrough(*sibling);
+    });
 }
 
 TEST_F(ConnectionAttacks, AnAcceptedClientThatExecutesSomethingElse) {
     expectStoppedBy({"image", "executable"}, [](Stage& stage) {
-        const auto client = stage.client(stage.programs().genuine());
-        EXPECT_TRUE(client->order("connect").starts_with("connected"));
-        EXPECT_EQ(client->order("await"), "greeted");
-        EXPECT_EQ(client->order("execute " + (stage.programs() / "client").native()), "started");
-        EXPECT_EQ(client->order("greet"), "greeted");
-        EXPECT_EQ(client->order("script " + stage.script()), "noted");
-        static_cast<void>(client->order("send"));
-        return stage.wasDone();
+        const auto client = stage.acceptedClient();
+        lead(*client, {{"execute " + stage.programs().intruder().native(), "started"}});
+        return stage.isDoneThrough(*client);
     });
 }
 
 TEST_F(ConnectionAttacks, AForkedChildOfAnAcceptedClient) {
     expectStoppedBy({"sender"}, [](Stage& stage) {
         const auto client = stage.acceptedClient();
-        EXPECT_EQ(client->order("script " + stage.script()), "noted");
-        static_cast<void>(client->order("forksend"));
-        return stage.wasDone();
+        return stage.isDoneBy(*client, {"greet", "script", "forksend"});
     });
 }
 
 TEST_F(ConnectionAttacks, AConnectionHandedToAnotherProcess) {
     expectStoppedBy({"sender"}, [](Stage& stage) {
-        const std::string place = stage.home() / "place";
-        const auto intruder = stage.client(stage.programs() / "client");
-        intruder->begin("receive " + place);
-        EXPECT_EQ(intruder->answer(), "bound");
-        const auto client = stage.client(stage.programs().genuine());
-        EXPECT_TRUE(client->order("connect").starts_with("connected"));
-        EXPECT_EQ(client->order("pass " + place), "passed");
-        EXPECT_EQ(intruder->answer(), "received");
-        EXPECT_EQ(intruder->order("greet"), "greeted");
-        EXPECT_EQ(intruder->order("script " + stage.script()), "noted");
-        static_cast<void>(intruder->order("send"));
-        return stage.wasDone();
+        const auto intruder = stage.intruder();
+        const auto client = stage.acceptedClient();
+        stage.pass(*client, *intruder);
+        return stage.isDoneThrough(*intruder);
     });
 }
 
 // Another process of the user takes the connection out of a running client.
 bool stealsTheConnection(Stage& stage, const std::filesystem::path& program) {
-    const auto thief = stage.start({"neighbour", program, stage.socketPath()});
-    EXPECT_EQ(thief->answer(), "started");
+    const auto thief = stage.parent("start", program);
     const std::string connected = thief->order("tell connect");
     EXPECT_TRUE(connected.starts_with("connected ")) << connected;
     static_cast<void>(thief->order("tell await"));
-    if (thief->order("steal " + connected.substr(connected.find(' ') + 1)) == "stolen") {
-        static_cast<void>(thief->order("send " + stage.script()));
-    }
-    return stage.wasDone();
+    const std::string number = connected.substr(connected.find(' ') + 1);
+    return thief->order("steal " + number) == "stolen" && stage.isDoneThrough(*thief);
 }
 
 TEST_F(ConnectionAttacks, AConnectionStolenFromAnUnmarkedClient) {
@@ -168,32 +132,21 @@ TEST_F(ConnectionAttacks, AConnectionStolenFromAnUnmarkedClient) {
 // started by the rules for privileged programs.
 TEST_F(ConnectionAttacks, AConnectionStolenFromAGenuineClient) {
     expectFailsWithout({"launchMark", "dumpable", "sender"}, [](Stage& stage) {
-        const auto thief =
-            stage.start({"neighbour", stage.programs().genuine(), stage.socketPath()});
-        EXPECT_EQ(thief->answer(), "started");
-        EXPECT_EQ(thief->order("reach"), "EPERM EPERM EACCES EPERM");
+        const auto thief = stage.parent("start", stage.programs().genuine());
+        lead(*thief, {{"reach", "EPERM EPERM EACCES EPERM"}});
         return stealsTheConnection(stage, stage.programs().genuine());
     });
 }
 
 // The kernel refuses to let descriptors through where it can be told to.
-bool kernelRefusesDescriptors() {
-    constexpr int kPassRights = 83; // SO_PASSRIGHTS
-    const Descriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    const int off = 0;
-    return ::setsockopt(socket.get(), SOL_SOCKET, kPassRights, &off, sizeof off) == 0;
-}
-
 TEST_F(ConnectionAttacks, ARequestThatBringsADescriptor) {
     Checks checks{"controlData"};
-    if (kernelRefusesDescriptors()) {
+    if (kernelKnows(kPassRights)) {
         checks.push_back("passedRights");
     }
     expectStoppedBy(checks, [](Stage& stage) {
         const auto client = stage.acceptedClient();
-        EXPECT_EQ(client->order("script " + stage.script()), "noted");
-        static_cast<void>(client->order("descriptor"));
-        return stage.wasDone();
+        return stage.isDoneBy(*client, {"greet", "script", "descriptor"});
     });
 }
 

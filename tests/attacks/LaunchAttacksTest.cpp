@@ -3,33 +3,30 @@
 #include "support/InstalledPrograms.h"
 
 #include <fmt/core.h>
-#include <gmock/gmock.h>
 
 #include "attacks/AttackTest.h"
-#include <csignal>
 
 namespace qv::test {
 namespace {
 
 class LaunchAttacks : public AttackTest {};
 
-std::vector<std::string> environmentOf(const Stage& stage) {
-    return {"ATTACK_SOCKET=" + stage.socketPath(), "ATTACK_SCRIPT=" + stage.script()};
-}
-
 std::unique_ptr<LedProgram> startWithLibrary(Stage& stage, std::string_view variable,
                                              const std::filesystem::path& program) {
-    std::vector<std::string> environment = environmentOf(stage);
-    environment.push_back(fmt::format(
-        "{}={}", variable, stage.attackersCopy(stage.programs() / "library.so").native()));
-    return stage.start({program, stage.socketPath()}, environment);
+    const auto library = stage.attackersCopy(stage.programs() / "library.so");
+    return stage.start({program}, {fmt::format("{}={}", variable, library.native())});
+}
+
+// The library in a client has said that it is loaded, and says whether it was served.
+bool isDoneByLibrary(Stage& stage, LedProgram& client) {
+    static_cast<void>(client.answer());
+    return stage.isDoneBy(client, {});
 }
 
 bool loadsALibrary(Stage& stage, std::string_view variable) {
     const auto client = startWithLibrary(stage, variable, stage.programs().unmarked());
     EXPECT_EQ(client->answer(), "loaded");
-    static_cast<void>(client->answer());
-    return stage.wasDone();
+    return isDoneByLibrary(stage, *client);
 }
 
 // A copy is as dumpable as any program, and what is loaded into it belongs to its user.
@@ -50,10 +47,10 @@ TEST_F(LaunchAttacks, ALibraryPreloadedIntoAGenuineClient) {
         expectFailsWithout({"launchMark", "mappings", "dumpable"}, [&](Stage& stage) {
             const auto client = startWithLibrary(stage, variable, stage.programs().genuine());
             EXPECT_EQ(client->answer(), "started"); // and no library first
-            EXPECT_EQ(client->order("connect").substr(0, 9), "connected");
-            EXPECT_EQ(client->order("greet"), "greeted");
-            EXPECT_EQ(client->order("send"), "served") << "its own script, and no other";
-            return stage.wasDone();
+            lead(*client, {{"connect", "connected"},
+                           {"greet", "greeted"},
+                           {"send", "served"}}); // its own script, and no other
+            return stage.isDoneBy(*client, {});
         });
     }
 }
@@ -61,23 +58,17 @@ TEST_F(LaunchAttacks, ALibraryPreloadedIntoAGenuineClient) {
 // A program that had inherited the group would start the client without the rules for privileged
 // programs, because it would gain nothing by that, and yet with the mark.
 bool startsTheClientAgain(Stage& stage, bool dutiful) {
-    std::vector<std::string> environment = environmentOf(stage);
-    environment.push_back("ATTACK_CLIENT=" + stage.programs().genuine().native());
-    environment.push_back("ATTACK_LIBRARY=" +
-                          stage.attackersCopy(stage.programs() / "library.so").native());
-    const auto client = stage.client(stage.programs().genuine(), environment);
+    const auto library = stage.attackersCopy(stage.programs() / "library.so");
+    const auto client = stage.client(stage.programs().genuine());
     for (int i = 0; dutiful && i < 2; ++i) { // it keeps the group and connects again
-        EXPECT_EQ(client->order("duties"), "done");
-        EXPECT_EQ(client->order("connect").substr(0, 9), "connected");
-        EXPECT_EQ(client->order("greet"), "greeted");
+        lead(*client, {{"duties", "done"}, {"connect", "connected"}, {"greet", "greeted"}});
     }
-    const auto program = stage.programs() / "regain";
-    EXPECT_EQ(client->order("execute " + program.native()), dutiful ? "no group" : "regained");
-    EXPECT_EQ(client->answer(), dutiful ? "started" : "loaded");
-    if (!dutiful) {
-        static_cast<void>(client->answer());
-    }
-    return stage.wasDone();
+    lead(*client,
+         {{"execute " + stage.programs().intruder().native(), "started"},
+          {fmt::format("regain {}", kClientGroup), dutiful ? "refused" : "regained"},
+          {"set LD_PRELOAD=" + library.native(), "set"},
+          {"execute " + stage.programs().genuine().native(), dutiful ? "started" : "loaded"}});
+    return dutiful ? stage.isDoneBy(*client, {}) : isDoneByLibrary(stage, *client);
 }
 
 TEST_F(LaunchAttacks, AProgramExecutedByAClientThatKeepsItsGroup) {
@@ -87,57 +78,36 @@ TEST_F(LaunchAttacks, AProgramExecutedByAClientThatKeepsItsGroup) {
                        [](Stage& stage) { return startsTheClientAgain(stage, true); });
 }
 
+// The attacker changes what a client of his, started in one of these ways, is about to send.
+bool rewrites(Stage& stage, std::string_view how, const std::filesystem::path& program) {
+    const auto parent = stage.parent(how, program);
+    lead(*parent, {{"rewrite", "rewritten"}, {"tell connect", "connected"}});
+    return stage.isDoneBy(*parent, {"tell greet", "tell send"});
+}
+
 // The kernel does not give the group to a program that is traced when it is executed.
 TEST_F(LaunchAttacks, ATracerFromTheFirstInstructionOn) {
     expectStoppedBy({"launchMark", "dumpable", "tracer"}, [](Stage& stage) {
-        const auto client = stage.start(
-            {"trace_at_exec", stage.programs().genuine(), stage.socketPath(), stage.script()});
-        EXPECT_EQ(client->answer(), "rewritten");
-        EXPECT_EQ(client->answer(), "started");
-        EXPECT_TRUE(client->order("connect").starts_with("connected"));
-        static_cast<void>(client->order("greet"));
-        static_cast<void>(client->order("send"));
-        return stage.wasDone();
+        return rewrites(stage, "trace", stage.programs().genuine());
     });
 }
 
 // Nor to one that may have no new privileges, without which nobody may filter its system calls.
-bool supervises(Stage& stage, const std::filesystem::path& program) {
-    const auto client = stage.start({"supervisor", program, stage.socketPath(), stage.script()});
-    EXPECT_EQ(client->answer(), "started");
-    client->begin("connect");
-    EXPECT_EQ(client->answer(), "rewritten");
-    EXPECT_TRUE(client->answer().starts_with("connected"));
-    static_cast<void>(client->order("greet"));
-    static_cast<void>(client->order("send"));
-    return stage.wasDone();
-}
-
 TEST_F(LaunchAttacks, ASupervisorOfTheSystemCalls) {
-    expectStoppedBy({"launchMark", "dumpable"},
-                    [](Stage& stage) { return supervises(stage, stage.programs().genuine()); });
+    expectStoppedBy({"launchMark", "dumpable"}, [](Stage& stage) {
+        return rewrites(stage, "supervise", stage.programs().genuine());
+    });
 }
 
 TEST_F(LaunchAttacks, ASupervisorOfAClientWithTheHardenedRuntimeAlone) {
-    expectStoppedBy({"launchMark", "dumpable", "seccompFilter"},
-                    [](Stage& stage) { return supervises(stage, stage.programs().hardened()); });
-}
-
-// The attacker changes what a client of his is about to send.
-bool rewrites(Stage& stage, std::vector<std::string> command) {
-    const auto neighbour = stage.start(std::move(command));
-    EXPECT_EQ(neighbour->answer(), "started");
-    EXPECT_EQ(neighbour->order("rewrite " + stage.script()), "rewritten");
-    EXPECT_TRUE(neighbour->order("tell connect").starts_with("connected"));
-    static_cast<void>(neighbour->order("tell greet"));
-    static_cast<void>(neighbour->order("tell send"));
-    return stage.wasDone();
+    expectStoppedBy({"launchMark", "dumpable", "seccompFilter"}, [](Stage& stage) {
+        return rewrites(stage, "supervise", stage.programs().hardened());
+    });
 }
 
 TEST_F(LaunchAttacks, ACopyOfTheClientInAHomeDirectory) {
     expectStoppedBy({"launchMark", "mappings", "dumpable"}, [](Stage& stage) {
-        const auto copy = stage.attackersCopy(stage.programs().genuine());
-        return rewrites(stage, {"neighbour", copy, stage.socketPath()});
+        return rewrites(stage, "start", stage.attackersCopy(stage.programs().genuine()));
     });
 }
 
@@ -146,17 +116,15 @@ TEST_F(LaunchAttacks, ACopyThatIsSetGroupIDToAnotherGroup) {
     expectStoppedBy({"launchMark", "mappings", "dumpable"}, [](Stage& stage) {
         const auto copy = stage.attackersCopy(stage.programs().genuine());
         install(copy, kAttacker, kAttacker, 02755);
-        return rewrites(stage, {"neighbour", copy, stage.socketPath()});
+        return rewrites(stage, "start", copy);
     });
 }
 
 // No name, no link, no file system that anybody knows, and an owner who is not root.
 TEST_F(LaunchAttacks, TheClientsBytesInMemory) {
     expectStoppedBy(
-        {"launchMark", "mappings", "dumpable", "fileSystem", "linkCount"}, [](Stage& stage) {
-            return rewrites(stage,
-                            {"neighbour", "copy", stage.programs().genuine(), stage.socketPath()});
-        });
+        {"launchMark", "mappings", "dumpable", "fileSystem", "linkCount"},
+        [](Stage& stage) { return rewrites(stage, "copy", stage.programs().genuine()); });
 }
 
 // Without a copy the kernel refuses: see AConnectionStolenFromAGenuineClient.
@@ -167,10 +135,9 @@ TEST_F(LaunchAttacks, ALibraryThatOthersCanWriteInAGenuineClient) {
         expectStoppedBy({"mappings"}, [&](Stage& stage) {
             const auto library = stage.attackersCopy(stage.programs() / "library.so");
             install(library, owner, 0, mode);
-            const auto client = stage.client(stage.programs().genuine(), environmentOf(stage));
-            EXPECT_EQ(client->order("load " + library.native()), "loaded");
-            static_cast<void>(client->answer());
-            return stage.wasDone();
+            const auto client = stage.client(stage.programs().genuine());
+            lead(*client, {{"load " + library.native(), "loaded"}});
+            return isDoneByLibrary(stage, *client);
         });
     }
 }

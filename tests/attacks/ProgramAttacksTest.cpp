@@ -19,6 +19,12 @@ using testing::HasSubstr;
 
 class ProgramAttacks : public AttackTest {};
 
+// A genuine client with a hole, or an intruder: it obeys its user.
+bool isAbused(Stage& stage, LedProgram& client) {
+    lead(client, {{"connect", "connected"}});
+    return stage.isDoneThrough(client);
+}
+
 // The loader that this machine's programs name.
 std::string loader() {
     std::string path;
@@ -33,25 +39,24 @@ std::string loader() {
     return path;
 }
 
-std::unique_ptr<LedProgram> startForger(const Stage& stage) {
-    const auto program = stage.attackersCopy(stage.programs() / "forged_link");
-    return stage.start(
-        {program, loader(), stage.programs().genuine(), stage.socketPath(), stage.script()});
-}
-
 // In a user namespace of its own, which the kernel lets everybody make where it is so set up, a
 // process chooses what its executable looks like. The code that it executes remains its own file's.
 TEST_F(ProgramAttacks, AForgedLinkToTheExecutable) {
-    if (startForger(Stage(*programs(), std::nullopt))->answer() != "forged") {
+    const auto forge = [](Stage& stage) {
+        auto forger = stage.start({loader(), stage.attackersCopy(stage.programs().intruder())});
+        EXPECT_EQ(forger->answer(), "started");
+        return std::pair(forger->order("link " + stage.programs().genuine().native()),
+                         std::move(forger));
+    };
+    if (Stage stage(*programs(), std::nullopt); forge(stage).first != "forged") {
         GTEST_SKIP() << "needs user namespaces in which everybody is privileged";
     }
-    expectStoppedBy({"userNamespace", "launchMark", "mappings", "dumpable"}, [](Stage& stage) {
-        const auto forger = startForger(stage);
-        EXPECT_EQ(forger->answer(), "forged");
+    expectStoppedBy({"userNamespace", "launchMark", "mappings", "dumpable"}, [&](Stage& stage) {
+        const auto [answer, forger] = forge(stage);
+        EXPECT_EQ(answer, "forged");
         EXPECT_EQ(std::filesystem::read_symlink("/proc/" + std::to_string(forger->pid()) + "/exe"),
                   stage.programs().genuine());
-        static_cast<void>(forger->order("go on"));
-        return stage.wasDone();
+        return isAbused(stage, *forger);
     });
 }
 
@@ -61,10 +66,10 @@ TEST_F(ProgramAttacks, AForgedLinkToTheExecutable) {
 TEST_F(ProgramAttacks, ForgedTexts) {
     expectStoppedBy({"codeFlags", "codeRequirement"}, [](Stage& stage) {
         const auto program = stage.home() / "genuine (deleted)";
-        std::filesystem::rename(stage.attackersCopy(stage.programs() / "forged_texts"), program);
+        std::filesystem::rename(stage.attackersCopy(stage.programs().intruder()), program);
         std::filesystem::create_symlink(stage.programs().genuine(), stage.home() / "genuine");
-        const auto forger = stage.start({program, stage.socketPath(), stage.script()});
-        EXPECT_EQ(forger->answer(), "forged");
+        const auto forger = stage.client(program);
+        lead(*forger, {{"texts", "forged"}});
         const std::string folder = "/proc/" + std::to_string(forger->pid());
         EXPECT_THAT(contentOf(folder + "/stat"), HasSubstr("(x) S 1)"));
         EXPECT_THAT(contentOf(folder + "/cmdline"), HasSubstr("/usr/bin/genuine"));
@@ -74,30 +79,14 @@ TEST_F(ProgramAttacks, ForgedTexts) {
                     HasSubstr(std::string_view(
                         // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast): its bytes
                         reinterpret_cast<const char*>(kSecure.data()), sizeof kSecure)));
-        static_cast<void>(forger->order("go on"));
-        return stage.wasDone();
+        return isAbused(stage, *forger);
     });
 }
 
 // A program that nobody has signed gains nothing by any single check: both rules must fall.
 TEST_F(ProgramAttacks, AnUnsignedProgram) {
-    expectStoppedBy({"codeFlags", "codeRequirement"}, [](Stage& stage) {
-        const auto client = stage.client(stage.programs() / "client");
-        EXPECT_TRUE(client->order("connect").starts_with("connected"));
-        static_cast<void>(client->order("greet"));
-        EXPECT_EQ(client->order("script " + stage.script()), "noted");
-        static_cast<void>(client->order("send"));
-        return stage.wasDone();
-    });
-}
-
-// A genuine client with a hole, which obeys its user.
-bool isAbused(Stage& stage, LedProgram& client) {
-    EXPECT_TRUE(client.order("connect").starts_with("connected"));
-    static_cast<void>(client.order("greet"));
-    EXPECT_EQ(client.order("script " + stage.script()), "noted");
-    static_cast<void>(client.order("send"));
-    return stage.wasDone();
+    expectStoppedBy({"codeFlags", "codeRequirement"},
+                    [](Stage& stage) { return isAbused(stage, *stage.intruder()); });
 }
 
 // The hole was closed by an update, but the attacker has kept the old program running.

@@ -1,38 +1,48 @@
-/* A client that does what it is told. Its signed and installed copy is the genuine client; that it
- * obeys strangers stands for whatever hole a genuine client may have. Its unsigned copy is an
- * intruder.
- *
- *     client SOCKET       "started", then an answer to each line
- *     client #NUMBER      the same with a connection that it inherits
+/* A client that does what it is told: "client [NUMBER]", a connection that it inherits. Its signed
+ * and installed copy is the genuine client; that it obeys strangers stands for whatever hole a
+ * genuine client may have. Its unsigned copy is an intruder. It writes "started" and then a line
+ * for each order, the one below or "refused" and why:
  *
  *     duties              does those of a long-lived client from now on: "done"
  *     connect             "connected NUMBER"
- *     await               waits for the service's greeting: "greeted" or "refused"
+ *     many NUMBER         opens so many connections: "opened"
+ *     map NUMBER          maps a page of its program so often: "mapped"
+ *     await               waits for the service's greeting: "greeted"
  *     greet               the same, and reads it
- *     script TEXT         from now on instead of its own
- *     send                has the script carried out: "served" or "refused"
- *     forksend            the same by a process of its own
- *     execute PROGRAM     becomes another program that inherits the connection
- *     pass PATH           gives the connection to whoever "receive"s at PATH
+ *     script              the attacker's from now on: "noted"
+ *     long                a script with a long reply from now on: "noted"
+ *     queue, half         sends a request, or half of it: "sent"
+ *     reply               waits for it: "served"
+ *     send, forksend      both of it, or by a process of its own: "served"
+ *     descriptor          the same with a descriptor in the request
+ *     pass PATH           gives the connection to the process that "receive"s at PATH: "passed"
  *     receive PATH        "bound", then, once it came, "received"
  *     load LIBRARY        "loaded"
- *     many NUMBER         opens so many connections: "greeted NUMBER", how many it got
- *     half                sends the first half of a request: "sent"
- *     burst NUMBER        sends so many requests with long replies, and reads none: "sent"
- *     descriptor          sends a request with a descriptor: as "send", or the kernel's refusal */
+ *     set NAME=VALUE      sets a variable: "set"
+ *     regain GROUP        takes a group that was left to it: "regained"
+ *     execute PROGRAM     becomes another program that inherits the connection
+ *
+ *     start PROGRAM       starts a client: its "started"
+ *     copy PROGRAM        the same with a copy of the program in memory
+ *     trace PROGRAM       the same, traced from its first instruction on
+ *     supervise PROGRAM   the same, and decides about its system calls
+ *     tell LINE           gives that client an order: its answer
+ *     rewrite             puts the attacker's script into its memory: "rewritten"
+ *     steal NUMBER        takes its connection: "stolen"
+ *     stop                "stopped"
+ *     reach               tries everything that reaches into another process: a reason for each
+ *
+ *     link PROGRAM        makes its executable look like this one: "forged"
+ *     texts               has all that it may say of itself name another program: "forged" */
 #define _GNU_SOURCE
 #include "Dialogue.h"
+#include "Orders.h"
 #include "launch-duties.h"
 #include <dlfcn.h>
-#include <errno.h>
-#include <poll.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <sys/wait.h>
-#include <unistd.h>
+#include <sys/mman.h>
 
 /* What others who reach this process's memory look for. */
 static char script[kLongestScript] = "<!-- the client's own script --><plist><array/></plist>";
@@ -40,208 +50,160 @@ static char nonce[kNonceSize];
 static int connection = -1;
 static int isDutiful = 0;
 
-static struct sockaddr_un addressOf(const char* path) {
-    struct sockaddr_un address = {.sun_family = AF_UNIX};
-    strncpy(address.sun_path, path, sizeof address.sun_path - 1);
-    return address;
-}
-
-static int connectDutifully(const char* path) {
-    const struct sockaddr_un address = addressOf(path);
-    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    return connect_with_group(fd, (const struct sockaddr*)&address, sizeof address) == 0 ? fd : -1;
-}
-
-static int sendAndAwait(void) {
-    return sendRequest(connection, script, nonce) && awaitReply(connection);
-}
-
-static void sendFromChild(void) {
-    const pid_t child = fork();
-    if (child == 0) {
-        _exit(sendAndAwait() ? 0 : 1);
+static void openConnection(const char* path) {
+    if (isDutiful) {
+        const struct sockaddr_un address = addressOf(path);
+        connection = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        connect_with_group(connection, (const struct sockaddr*)&address, sizeof address);
+    } else {
+        connection = connectTo(path, SOCK_STREAM);
     }
-    int status = 0;
-    sayWhether(child > 0 && waitpid(child, &status, 0) == child && status == 0);
+    printf("connected %d\n", connection);
+}
+
+static int openMany(const char* path, int count) {
+    while (count > 0 && connectTo(path, SOCK_STREAM) >= 0) {
+        --count;
+    }
+    return count == 0;
+}
+
+/* The same page, so that no two become one. */
+static int mapMany(int count) {
+    const int program = open("/proc/self/exe", O_RDONLY | O_CLOEXEC);
+    while (count > 0 &&
+           mmap(NULL, 4096, PROT_READ | PROT_EXEC, MAP_PRIVATE, program, 0) != MAP_FAILED) {
+        --count;
+    }
+    return count == 0;
+}
+
+/* Whether a request, or the first of so many parts of it, was sent. */
+static int sendPart(size_t parts, int descriptor) {
+    char request[kLongestFrame];
+    const size_t length = makeRequest(script, nonce, request);
+    return sendBytes(connection, request, length / parts, descriptor);
+}
+
+static int isGreeted(void) {
+    char first = 0;
+    return recv(connection, &first, 1, MSG_PEEK) == 1;
+}
+
+static int receiveConnection(const char* path) {
+    const struct sockaddr_un address = addressOf(path);
+    const int at = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    answer(bind(at, (const struct sockaddr*)&address, sizeof address) == 0, "bound");
+    connection = receiveDescriptor(at);
+    return connection >= 0;
 }
 
 static void execute(const char* program) {
     char number[16];
-    snprintf(number, sizeof number, "#%d", connection);
+    snprintf(number, sizeof number, "%d", connection);
     execl(program, program, number, (char*)NULL);
-    sayFailure("execute");
+    answer(0, "");
 }
 
-/* A message of these bytes with one descriptor. */
-static ssize_t sendWithDescriptor(int to, const struct sockaddr_un* address, char* bytes,
-                                  size_t count, int descriptor) {
-    _Alignas(struct cmsghdr) char control[CMSG_SPACE(sizeof(int))] = {0};
-    struct iovec piece = {.iov_base = bytes, .iov_len = count};
-    struct msghdr message = {.msg_iov = &piece,
-                             .msg_iovlen = 1,
-                             .msg_control = control,
-                             .msg_controllen = sizeof control};
-    struct sockaddr_un destination;
-    if (address != NULL) {
-        destination = *address;
-        message.msg_name = &destination;
-        message.msg_namelen = sizeof destination;
-    }
-    struct cmsghdr* header = CMSG_FIRSTHDR(&message);
-    header->cmsg_level = SOL_SOCKET;
-    header->cmsg_type = SCM_RIGHTS;
-    header->cmsg_len = CMSG_LEN(sizeof(int));
-    memcpy(CMSG_DATA(header), &descriptor, sizeof descriptor);
-    return sendmsg(to, &message, MSG_NOSIGNAL);
-}
+static int is(const char* order, const char* name) { return strcmp(order, name) == 0; }
 
-static void pass(const char* path) {
-    const struct sockaddr_un address = addressOf(path);
-    const int to = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    char letter = 'c';
-    if (sendWithDescriptor(to, &address, &letter, 1, connection) == 1) {
-        say("passed");
+static int obeyOnConnection(const char* order, char* argument) {
+    if (is(order, "connect")) {
+        openConnection(getenv("ATTACK_SOCKET"));
+    } else if (is(order, "many")) {
+        answer(openMany(getenv("ATTACK_SOCKET"), atoi(argument)), "opened");
+    } else if (is(order, "await")) {
+        answer(isGreeted(), "greeted");
+    } else if (is(order, "greet")) {
+        answer(greet(connection, nonce), "greeted");
+    } else if (is(order, "queue")) {
+        answer(sendPart(1, -1), "sent");
+    } else if (is(order, "half")) {
+        answer(sendPart(2, -1), "sent");
+    } else if (is(order, "reply")) {
+        answer(awaitReply(connection), "served");
+    } else if (is(order, "send")) {
+        answer(sendPart(1, -1) && awaitReply(connection), "served");
+    } else if (is(order, "descriptor")) {
+        answer(sendPart(1, STDIN_FILENO) && awaitReply(connection), "served");
+    } else if (is(order, "pass")) {
+        answer(sendBytes(connectTo(argument, SOCK_DGRAM), argument, 1, connection), "passed");
+    } else if (is(order, "receive")) {
+        answer(receiveConnection(argument), "received");
     } else {
-        sayFailure("pass");
+        return 0;
     }
-    close(to);
+    return 1;
 }
 
-static void receiveConnection(const char* path) {
-    const struct sockaddr_un address = addressOf(path);
-    const int at = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    if (bind(at, (const struct sockaddr*)&address, sizeof address) != 0) {
-        sayFailure("bind");
-        return;
-    }
-    say("bound");
-    _Alignas(struct cmsghdr) char control[CMSG_SPACE(sizeof(int))];
-    char letter = 0;
-    struct iovec piece = {.iov_base = &letter, .iov_len = 1};
-    struct msghdr message = {.msg_iov = &piece,
-                             .msg_iovlen = 1,
-                             .msg_control = control,
-                             .msg_controllen = sizeof control};
-    const struct cmsghdr* header = recvmsg(at, &message, 0) == 1 ? CMSG_FIRSTHDR(&message) : NULL;
-    if (header == NULL) {
-        sayFailure("receive");
-        return;
-    }
-    memcpy(&connection, CMSG_DATA(header), sizeof connection);
-    say("received");
-    close(at);
-}
-
-static void openMany(const char* path, int wanted) {
-    int greeted = 0;
-    for (int i = 0; i < wanted; ++i) {
-        const int socket = connectTo(path);
-        if (socket >= 0 && greet(socket, nonce)) {
-            ++greeted; /* and kept */
-        } else {
-            close(socket);
-        }
-    }
-    say("greeted %d", greeted);
-}
-
-static void sendMany(int count) {
-    const char* const kBegin = "({operation=8;arg1=\"/";
-    const char* const kEnd = "\";})";
-    memset(script, 'x', sizeof script - 1); /* a tool that is none */
-    memcpy(script, kBegin, strlen(kBegin));
-    memcpy(script + sizeof script - 1 - strlen(kEnd), kEnd, strlen(kEnd));
-    for (int i = 0; i < count; ++i) {
-        if (!sendRequest(connection, script, nonce)) {
-            sayWhether(0);
-            return;
-        }
-    }
-    say("sent");
-}
-
-static void sendHalf(void) {
-    char request[kLongestRequest];
-    const size_t half = makeRequest(script, nonce, request) / 2;
-    if (send(connection, request, half, MSG_NOSIGNAL) == (ssize_t)half) {
-        say("sent");
-    } else {
-        sayFailure("half");
-    }
-}
-
-static void sendDescriptor(void) {
-    char request[kLongestRequest];
-    const size_t length = makeRequest(script, nonce, request);
-    if (sendWithDescriptor(connection, NULL, request, length, STDIN_FILENO) != (ssize_t)length) {
-        sayFailure("descriptor");
-        return;
-    }
-    sayWhether(awaitReply(connection));
-}
-
-static void obeyPlain(const char* command, const char* argument, const char* path) {
-    if (strcmp(command, "connect") == 0) {
-        connection = isDutiful ? connectDutifully(path) : connectTo(path);
-        say("connected %d", connection);
-    } else if (strcmp(command, "await") == 0) {
-        char first = 0;
-        say(recv(connection, &first, 1, MSG_PEEK) == 1 ? "greeted" : "refused");
-    } else if (strcmp(command, "greet") == 0) {
-        say(greet(connection, nonce) ? "greeted" : "refused");
-    } else if (strcmp(command, "script") == 0) {
-        snprintf(script, sizeof script, "%s", argument);
-        say("noted");
-    } else if (strcmp(command, "send") == 0) {
-        sayWhether(sendAndAwait());
-    } else {
-        say("unknown command");
-    }
-}
-
-static void obey(const char* command, const char* argument, const char* path) {
-    if (strcmp(command, "duties") == 0) {
-        const char* why = prepare_launch();
+static int obeyOnItself(const char* order, char* argument) {
+    if (is(order, "duties")) {
         isDutiful = 1;
-        say("%s", why == NULL ? "done" : why);
-    } else if (strcmp(command, "forksend") == 0) {
-        sendFromChild();
-    } else if (strcmp(command, "execute") == 0) {
+        answer(prepare_launch() == NULL, "done");
+    } else if (is(order, "map")) {
+        answer(mapMany(atoi(argument)), "mapped");
+    } else if (is(order, "script")) {
+        answer(snprintf(script, sizeof script, "%s", getenv("ATTACK_SCRIPT")) > 0, "noted");
+    } else if (is(order, "long")) { /* a tool that is not there */
+        snprintf(script, sizeof script, "({operation=8;arg1=\"/%061000d\";})", 0);
+        answer(1, "noted");
+    } else if (is(order, "load")) {
+        answer(dlopen(argument, RTLD_NOW) != NULL, "loaded");
+    } else if (is(order, "set")) {
+        char* const value = strchr(argument, '=');
+        *value = '\0';
+        answer(setenv(argument, value + 1, 1) == 0, "set");
+    } else if (is(order, "regain")) {
+        const gid_t group = (gid_t)atoi(argument);
+        answer(setresgid(group, group, group) == 0, "regained");
+    } else if (is(order, "execute")) {
         execute(argument);
-    } else if (strcmp(command, "pass") == 0) {
-        pass(argument);
-    } else if (strcmp(command, "receive") == 0) {
-        receiveConnection(argument);
-    } else if (strcmp(command, "load") == 0) {
-        say("%s", dlopen(argument, RTLD_NOW) != NULL ? "loaded" : dlerror());
-    } else if (strcmp(command, "many") == 0) {
-        openMany(path, atoi(argument));
-    } else if (strcmp(command, "half") == 0) {
-        sendHalf();
-    } else if (strcmp(command, "burst") == 0) {
-        sendMany(atoi(argument));
-    } else if (strcmp(command, "descriptor") == 0) {
-        sendDescriptor();
+    } else if (is(order, "link")) {
+        answer(forgeLink(argument), "forged");
+    } else if (is(order, "texts")) {
+        answer(forgeTexts(), "forged");
     } else {
-        obeyPlain(command, argument, path);
+        return 0;
+    }
+    return 1;
+}
+
+static void obeyOnOthers(const char* order, const char* argument) {
+    if (is(order, "forksend")) {
+        if (fork() == 0) {
+            answer(sendPart(1, -1) && awaitReply(connection), "served");
+            _exit(EXIT_SUCCESS);
+        }
+    } else if (is(order, "tell")) {
+        passOn(argument);
+    } else if (is(order, "rewrite")) {
+        answer(rewriteScript(), "rewritten");
+    } else if (is(order, "steal")) {
+        connection = takeDescriptor(atoi(argument));
+        answer(connection >= 0, "stolen");
+    } else if (is(order, "stop")) {
+        answer(stopProcess(), "stopped");
+    } else if (is(order, "reach")) {
+        reachIntoProcess();
+    } else {
+        startProcess(order, argument);
     }
 }
 
 int main(int argc, char** argv) {
-    if (argc != 2) {
-        return EXIT_FAILURE;
-    }
+    static char line[8192];
     beginDialogue();
-    if (argv[1][0] == '#') {
-        connection = atoi(argv[1] + 1);
-    }
-    say("started");
-    for (char line[kLongestLine]; hear(line);) {
-        char* argument = strchr(line, ' ');
-        if (argument != NULL) {
+    connection = argc > 1 ? atoi(argv[1]) : -1;
+    answer(1, "started");
+    while (fgets(line, sizeof line, stdin) != NULL) {
+        line[strcspn(line, "\n")] = '\0';
+        char* argument = strchrnul(line, ' ');
+        if (*argument != '\0') {
             *argument++ = '\0';
         }
-        obey(line, argument == NULL ? "" : argument, argv[1]);
+        if (!obeyOnConnection(line, argument) && !obeyOnItself(line, argument)) {
+            obeyOnOthers(line, argument);
+        }
     }
     return EXIT_SUCCESS;
 }

@@ -2,100 +2,96 @@
 #include "Dialogue.h"
 
 #include <errno.h>
-#include <stdarg.h>
 #include <stdint.h>
 #include <stdio.h>
-#include <stdlib.h>
 #include <string.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
-enum { kDeadline = 50, kHeaderSize = 24, kLengthPlace = 16 };
+enum { kDeadline = 50, kHeaderSize = 24, kKindPlace = 5, kLengthPlace = 16 };
 enum { kGreeting = 1, kRequest = 2, kReply = 3 };
 
-void beginDialogue(void) { alarm(kDeadline); /* goes on through execution */ }
-
-int hear(char line[kLongestLine]) {
-    for (size_t length = 0; length < kLongestLine; ++length) {
-        if (read(STDIN_FILENO, line + length, 1) != 1) {
-            return 0;
-        }
-        if (line[length] == '\n') {
-            line[length] = '\0';
-            return 1;
-        }
-    }
-    return 0;
+void beginDialogue(void) {
+    alarm(kDeadline);                 /* goes on through execution */
+    setvbuf(stdin, NULL, _IONBF, 0);  /* an executed program reads what is left */
+    setvbuf(stdout, NULL, _IOLBF, 0); /* a line in one piece: others may write, too */
 }
 
-void say(const char* format, ...) {
-    char line[kLongestLine];
-    va_list arguments;
-    va_start(arguments, format);
-    const int length = vsnprintf(line, sizeof line - 1, format, arguments);
-    va_end(arguments);
-    const size_t end = length < 0                         ? 0
-                       : (size_t)length < sizeof line - 2 ? (size_t)length
-                                                          : sizeof line - 2;
-    line[end] = '\n'; /* at once: others may write, too */
-    if (write(STDOUT_FILENO, line, end + 1) < 0) {
-        _exit(EXIT_FAILURE);
+void answer(int done, const char* line) {
+    if (done) {
+        puts(line);
+    } else {
+        printf("refused %s\n", strerrorname_np(errno));
     }
 }
 
-void sayFailure(const char* what) { say("%s: %s", what, strerrorname_np(errno)); }
-
-void sayWhether(int served) { say(served ? "served" : "refused"); }
-
-int connectSocket(int socket, const char* path) {
+struct sockaddr_un addressOf(const char* path) {
     struct sockaddr_un address = {.sun_family = AF_UNIX};
     strncpy(address.sun_path, path, sizeof address.sun_path - 1);
-    return connect(socket, (const struct sockaddr*)&address, sizeof address) == 0;
+    return address;
 }
 
-int connectTo(const char* path) {
-    const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
-    return fd >= 0 && connectSocket(fd, path) ? fd : -1;
+int connectTo(const char* path, int type) {
+    const struct sockaddr_un address = addressOf(path);
+    const int fd = socket(AF_UNIX, type, 0);
+    return connect(fd, (const struct sockaddr*)&address, sizeof address) == 0 ? fd : -1;
 }
 
-static int receiveAll(int socket, char* bytes, size_t count) {
-    while (count > 0) {
-        const ssize_t got = recv(socket, bytes, count, 0);
-        if (got <= 0) {
-            return 0;
-        }
-        bytes += got;
-        count -= (size_t)got;
+int sendBytes(int socket, char* bytes, size_t count, int descriptor) {
+    _Alignas(struct cmsghdr) char control[CMSG_SPACE(sizeof(int))] = {0};
+    struct iovec piece = {.iov_base = bytes, .iov_len = count};
+    struct msghdr message = {.msg_iov = &piece, .msg_iovlen = 1};
+    if (descriptor >= 0) {
+        message.msg_control = control;
+        message.msg_controllen = sizeof control;
+        struct cmsghdr* header = CMSG_FIRSTHDR(&message);
+        header->cmsg_level = SOL_SOCKET;
+        header->cmsg_type = SCM_RIGHTS;
+        header->cmsg_len = CMSG_LEN(sizeof(int));
+        memcpy(CMSG_DATA(header), &descriptor, sizeof descriptor);
     }
-    return 1;
+    return sendmsg(socket, &message, MSG_NOSIGNAL) == (ssize_t)count;
 }
 
-/* Its body in memory that is the caller's; null when none of this kind comes. */
-static char* receiveFrame(int socket, char kind, uint32_t* length) {
+int receiveDescriptor(int socket) {
+    _Alignas(struct cmsghdr) char control[CMSG_SPACE(sizeof(int))];
+    char byte = 0;
+    struct iovec piece = {.iov_base = &byte, .iov_len = 1};
+    struct msghdr message = {.msg_iov = &piece,
+                             .msg_iovlen = 1,
+                             .msg_control = control,
+                             .msg_controllen = sizeof control};
+    const struct cmsghdr* header =
+        recvmsg(socket, &message, 0) == 1 ? CMSG_FIRSTHDR(&message) : NULL;
+    int descriptor = -1;
+    if (header != NULL) {
+        memcpy(&descriptor, CMSG_DATA(header), sizeof descriptor);
+    }
+    return descriptor;
+}
+
+/* The length of a frame's body; -1 if no frame of this kind comes. */
+static ssize_t receiveFrame(int socket, char kind, char body[kLongestFrame]) {
     char header[kHeaderSize];
-    if (!receiveAll(socket, header, sizeof header) || header[5] != kind) {
-        return NULL;
+    uint32_t length = 0;
+    if (recv(socket, header, sizeof header, MSG_WAITALL) != sizeof header ||
+        header[kKindPlace] != kind) {
+        return -1;
     }
-    memcpy(length, header + kLengthPlace, sizeof *length);
-    char* body = malloc(*length);
-    if (body != NULL && !receiveAll(socket, body, *length)) {
-        free(body);
-        return NULL;
-    }
-    return body;
+    memcpy(&length, header + kLengthPlace, sizeof length);
+    return length <= kLongestFrame ? recv(socket, body, length, MSG_WAITALL) : -1;
 }
 
 int greet(int socket, char nonce[kNonceSize]) {
     static const char kMark[] = {0x4F, 0x10, kNonceSize}; /* data of so many bytes */
-    uint32_t length = 0;
-    char* body = receiveFrame(socket, kGreeting, &length);
-    const char* found = body == NULL ? NULL : memmem(body, length, kMark, sizeof kMark);
-    if (found != NULL && found + sizeof kMark + kNonceSize <= body + length) {
-        memcpy(nonce, found + sizeof kMark, kNonceSize);
+    char body[kLongestFrame];
+    const ssize_t length = receiveFrame(socket, kGreeting, body);
+    const char* found = length < 0 ? NULL : memmem(body, (size_t)length, kMark, sizeof kMark);
+    if (found == NULL || found + sizeof kMark + kNonceSize > body + length) {
+        return 0;
     }
-    free(body);
-    return found != NULL;
+    memcpy(nonce, found + sizeof kMark, kNonceSize);
+    return 1;
 }
 
 static char* append(char* place, const void* bytes, size_t count) {
@@ -103,73 +99,34 @@ static char* append(char* place, const void* bytes, size_t count) {
     return place + count;
 }
 
-static void appendBigEndian(char* place, uint32_t number) {
-    for (int i = 0; i < 4; ++i) {
-        place[i] = (char)(uint8_t)(number >> (8 * (3 - i)));
-    }
+static char* appendShort(char* place, size_t number) {
+    const char bytes[2] = {(char)(number >> 8), (char)(number & 0xFF)};
+    return append(place, bytes, sizeof bytes);
 }
 
-size_t makeRequest(const char* script, const char nonce[kNonceSize], char* request) {
-    enum { kObjects = 7, kTrailerSize = 32 };
-    const size_t length = strlen(script);
-    const char lengthBytes[2] = {(char)(length >> 8), (char)(length & 0xFF)};
-    char* const body = request + kHeaderSize;
-    char* place = append(body, "bplist00", 8);
-    char* objects[kObjects];
-    objects[0] = place;
-    place = append(place, "\xD3\1\2\3\4\5\6", 7); /* three keys and their values */
-    objects[1] = place;
-    place = append(place, "\x54type", 5);
-    objects[2] = place;
-    place = append(place,
-                   "\x54"
-                   "data",
-                   5);
-    objects[3] = place;
-    place = append(place, "\x55nonce", 6);
-    objects[4] = place;
-    place = append(place,
-                   "\x5F\x10\x16"
-                   "executeQVCatalogScript",
-                   25);
-    objects[5] = place;
-    place = append(append(append(place, "\x4F\x11", 2), lengthBytes, 2), script, length);
-    objects[6] = place;
-    place = append(append(place, "\x4F\x10\x20", 3), nonce, kNonceSize);
-    const uint32_t table = (uint32_t)(place - body);
-    for (int i = 0; i < kObjects; ++i, place += 4) {
-        appendBigEndian(place, (uint32_t)(objects[i] - body));
-    }
-    memset(place, 0, kTrailerSize);
-    place[6] = 4; /* bytes of an offset, and of a reference */
-    place[7] = 1;
-    place[15] = kObjects;
-    appendBigEndian(place + 28, table);
-    place += kTrailerSize;
-
-    const uint32_t bodyLength = (uint32_t)(place - body);
+/* A binary list: a dictionary of three keys and their values, of which the script is the last. */
+size_t makeRequest(const char* script, const char nonce[kNonceSize], char request[kLongestFrame]) {
+    static const char kBegin[] = "bplist00\xD3\1\2\3\4\6\5\x54type\x54"
+                                 "data\x55nonce\x5F\x10\x16"
+                                 "executeQVCatalogScript\x4F\x10\x20";
+    static const char kPlaces[] = {0, 8, 0, 15, 0, 20, 0, 25, 0, 31, 0, 56, 0, 91};
+    /* The sizes of a place and of a reference, the number of objects, the first of them. */
+    static const char kTrailer[30] = {[6] = 2, [7] = 1, [15] = sizeof kPlaces / 2};
     const char header[kHeaderSize] = {'Q', 'V', 'C', 'W', 1, kRequest, 1, 0, 1};
-    memcpy(request, header, sizeof header);
+    const size_t length = strlen(script);
+    char* const body = append(request, header, sizeof header);
+    char* place = append(body, kBegin, sizeof kBegin - 1);
+    place = append(append(place, nonce, kNonceSize), "\x4F\x11", 2);
+    place = append(appendShort(place, length), script, length);
+    const size_t table = (size_t)(place - body);
+    place = append(append(place, kPlaces, sizeof kPlaces), kTrailer, sizeof kTrailer);
+    place = appendShort(place, table);
+    const uint32_t bodyLength = (uint32_t)(place - body);
     memcpy(request + kLengthPlace, &bodyLength, sizeof bodyLength);
     return kHeaderSize + bodyLength;
 }
 
-int sendRequest(int socket, const char* script, const char nonce[kNonceSize]) {
-    char request[kLongestRequest];
-    const size_t length = makeRequest(script, nonce, request);
-    return send(socket, request, length, MSG_NOSIGNAL) == (ssize_t)length;
-}
-
 int awaitReply(int socket) {
-    uint32_t length = 0;
-    char* body = receiveFrame(socket, kReply, &length);
-    free(body);
-    return body != NULL;
-}
-
-int haveCarriedOut(const char* socketPath, const char* script) {
-    char nonce[kNonceSize];
-    const int socket = connectTo(socketPath);
-    return socket >= 0 && greet(socket, nonce) && sendRequest(socket, script, nonce) &&
-           awaitReply(socket);
+    char body[kLongestFrame];
+    return receiveFrame(socket, kReply, body) >= 0;
 }

@@ -1,22 +1,26 @@
-/* Code that is not the client's, in the client: has the script of the variable ATTACK_SCRIPT
- * carried out as soon as it is loaded, says "served" or "refused", and ends the process. Works as
- * an audit library, too. */
+/* Code that is not the client's, in the client: has the attacker's script carried out as soon as it
+ * is loaded, writes "loaded" and "served" or "refused", and ends the process. Works as an audit
+ * library, too. */
 #define _GNU_SOURCE
 #include "Dialogue.h"
 #include <link.h>
 #include <stdlib.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 unsigned la_version(unsigned version);
 unsigned la_version(unsigned version) { return version; }
 
 __attribute__((constructor)) static void attack(void) {
-    const char* socketPath = getenv("ATTACK_SOCKET");
-    const char* script = getenv("ATTACK_SCRIPT");
-    if (socketPath != NULL && script != NULL) {
-        beginDialogue();
-        say("loaded");
-        sayWhether(haveCarriedOut(socketPath, script));
-        _exit(EXIT_SUCCESS);
-    }
+    char nonce[kNonceSize];
+    char request[kLongestFrame];
+    beginDialogue();
+    answer(1, "loaded");
+    const int connection = connectTo(getenv("ATTACK_SOCKET"), SOCK_STREAM);
+    answer(greet(connection, nonce) &&
+               sendBytes(connection, request, makeRequest(getenv("ATTACK_SCRIPT"), nonce, request),
+                         -1) &&
+               awaitReply(connection),
+           "served");
+    _exit(EXIT_SUCCESS);
 }

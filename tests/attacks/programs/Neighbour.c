@@ -1,26 +1,21 @@
-/* Another process of the user who runs the client, and its parent.
- *
- *     neighbour PROGRAM SOCKET        "started"; then
- *     neighbour copy PROGRAM SOCKET   the same with a copy of the program in memory
- *
- *     tell LINE        gives the client a line; its answer
- *     rewrite TEXT     puts another script into its memory: "rewritten" or why not
- *     steal NUMBER     takes its connection: "stolen" or why not
- *     send TEXT        has a script carried out on the stolen connection: "served" or "refused"
- *     stop             "stopped"
- *     reach            tries everything that reaches into another process: a reason for each */
+/* What a process can do to a client that it has started. */
 #define _GNU_SOURCE
 #include "Dialogue.h"
-#include "Memory.h"
+#include "Orders.h"
 #include <errno.h>
 #include <fcntl.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/ioctl.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/ptrace.h>
 #include <sys/sendfile.h>
+#include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/uio.h>
 #include <sys/wait.h>
@@ -29,73 +24,138 @@
 static pid_t client;
 static int toClient = -1;
 static FILE* fromClient;
-static int stolen = -1;
+static int supervisor = -1;
 
 /* A file without a name. */
-static int copyInMemory(const char* program) {
-    const int from = open(program, O_RDONLY | O_CLOEXEC);
-    const int to = memfd_create("client", MFD_CLOEXEC);
-    while (from >= 0 && to >= 0) {
-        const ssize_t count = sendfile(to, from, NULL, 1 << 20);
-        if (count <= 0) {
-            break;
-        }
-    }
-    close(from);
-    /* Executed while somebody may write it, it would be refused. */
+static int copyInMemory(int program) {
     char path[64];
-    snprintf(path, sizeof path, "/proc/self/fd/%d", to);
+    const int copy = memfd_create("client", MFD_CLOEXEC);
+    while (sendfile(copy, program, NULL, 1 << 20) > 0) {
+    }
+    snprintf(path, sizeof path, "/proc/self/fd/%d", copy);
     const int readable = open(path, O_RDONLY | O_CLOEXEC);
-    close(to);
+    close(copy); /* executed while a process may write it, it would be refused */
     return readable;
 }
 
-static void start(int program, const char* name, char* socketPath) {
-    int in[2];
-    int out[2];
-    if (pipe2(in, O_CLOEXEC) != 0 || pipe2(out, O_CLOEXEC) != 0) {
-        return;
-    }
-    client = fork();
-    if (client == 0) {
-        char title[] = "client";
-        char* const arguments[] = {title, socketPath, NULL};
-        char* const environment[] = {NULL};
-        dup2(in[0], STDIN_FILENO);
-        dup2(out[1], STDOUT_FILENO);
-        if (program >= 0) {
-            fexecve(program, arguments, environment);
-        } else {
-            execve(name, arguments, environment);
-        }
-        _exit(127);
-    }
-    close(in[0]);
-    close(out[1]);
-    toClient = in[1];
-    fromClient = fdopen(out[0], "r");
+/* Has this process wait in connect for a decision; what decides, as a descriptor. */
+static int waitInConnect(void) {
+    struct sock_filter program[] = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(struct seccomp_data, nr)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_connect, 0, 1),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_USER_NOTIF),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)};
+    struct sock_fprog filter = {.len = sizeof program / sizeof *program, .filter = program};
+    prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
+    return (int)syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, SECCOMP_FILTER_FLAG_NEW_LISTENER,
+                        &filter);
+}
+
+static void letConnect(void) {
+    struct seccomp_notif notice = {0};
+    ioctl(supervisor, SECCOMP_IOCTL_NOTIF_RECV, &notice);
+    struct seccomp_notif_resp decision = {.id = notice.id,
+                                          .flags = SECCOMP_USER_NOTIF_FLAG_CONTINUE};
+    ioctl(supervisor, SECCOMP_IOCTL_NOTIF_SEND, &decision);
+    close(supervisor);
+    supervisor = -1;
 }
 
 static void passOnAnswer(void) {
-    char line[kLongestLine];
-    if (fgets(line, sizeof line, fromClient) == NULL) {
-        say("ended");
-        return;
-    }
-    line[strcspn(line, "\n")] = '\0';
-    say("%s", line);
+    char line[4096];
+    const int heard = fgets(line, sizeof line, fromClient) != NULL;
+    line[heard ? strcspn(line, "\n") : 0] = '\0';
+    answer(heard, line);
 }
 
-static int stealConnection(int number) {
+void passOn(const char* line) {
+    dprintf(toClient, "%s\n", line);
+    if (supervisor >= 0) {
+        letConnect();
+    }
+    passOnAnswer();
+}
+
+void startProcess(const char* how, const char* program) {
+    const int isTraced = strcmp(how, "trace") == 0;
+    const int isSupervised = strcmp(how, "supervise") == 0;
+    const int original = open(program, O_RDONLY | O_CLOEXEC);
+    const int executed = strcmp(how, "copy") == 0 ? copyInMemory(original) : original;
+    int ends[2] = {-1, -1};
+    socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends);
+    client = fork();
+    if (client == 0) {
+        char title[] = "client";
+        char* const arguments[] = {title, NULL};
+        if (isTraced) {
+            ptrace(PTRACE_TRACEME, 0, NULL, NULL);
+        } else if (isSupervised) {
+            sendBytes(ends[1], title, 1, waitInConnect());
+        }
+        dup2(ends[1], STDIN_FILENO);
+        dup2(ends[1], STDOUT_FILENO);
+        fexecve(executed, arguments, environ);
+        _exit(127);
+    }
+    close(ends[1]);
+    toClient = ends[0];
+    fromClient = fdopen(ends[0], "r");
+    if (isTraced) {
+        waitpid(client, NULL, 0);
+        ptrace(PTRACE_CONT, client, NULL, NULL);
+    } else if (isSupervised) {
+        supervisor = receiveDescriptor(ends[0]);
+    }
+    passOnAnswer();
+}
+
+static int rewriteIn(int memory, off_t start, size_t count) {
+    static const char kMark[] = "<!-- the client's own";
+    const char* const script = getenv("ATTACK_SCRIPT");
+    char* copy = malloc(count);
+    const ssize_t got = pread(memory, copy, count, start);
+    const char* found = got < 0 ? NULL : memmem(copy, (size_t)got, kMark, strlen(kMark));
+    const int done =
+        found != NULL && pwrite(memory, script, strlen(script) + 1, start + (found - copy)) > 0;
+    free(copy);
+    return done;
+}
+
+int rewriteScript(void) {
+    char path[64];
+    char line[8192];
+    char rights[8];
+    unsigned long start = 0;
+    unsigned long end = 0;
+    snprintf(path, sizeof path, "/proc/%d/mem", client);
+    const int memory = open(path, O_RDWR | O_CLOEXEC);
+    snprintf(path, sizeof path, "/proc/%d/maps", client);
+    FILE* maps = fopen(path, "re");
+    if (maps == NULL) {
+        return 0;
+    }
+    int done = 0;
+    while (!done && fgets(line, sizeof line, maps) != NULL) {
+        done = sscanf(line, "%lx-%lx %7s", &start, &end, rights) == 3 &&
+               strcmp(rights, "rw-p") == 0 && rewriteIn(memory, (off_t)start, end - start);
+    }
+    fclose(maps);
+    close(memory);
+    return done;
+}
+
+int stopProcess(void) {
+    return kill(client, SIGSTOP) == 0 && waitpid(client, NULL, WUNTRACED) == client;
+}
+
+int takeDescriptor(int number) {
     const int process = (int)syscall(SYS_pidfd_open, client, 0);
-    stolen = (int)syscall(SYS_pidfd_getfd, process, number, 0);
-    close(process);
-    return stolen >= 0;
+    return (int)syscall(SYS_pidfd_getfd, process, number, 0);
 }
 
 static const char* reasonOf(long result) { return result >= 0 ? "0" : strerrorname_np(errno); }
 
-static void reach(void) {
+void reachIntoProcess(void) {
     char byte = 0;
     const struct iovec ours = {.iov_base = &byte, .iov_len = 1};
     char path[64];
@@ -103,68 +163,6 @@ static void reach(void) {
     const char* traced = reasonOf(ptrace(PTRACE_SEIZE, client, 0, 0));
     const char* written = reasonOf(process_vm_writev(client, &ours, 1, &ours, 1, 0));
     const char* opened = reasonOf(open(path, O_RDWR | O_CLOEXEC));
-    const char* taken = reasonOf(stealConnection(STDIN_FILENO) ? 0 : -1);
-    say("%s %s %s %s", traced, written, opened, taken);
-}
-
-static void sendStolen(const char* script) {
-    char nonce[kNonceSize];
-    sayWhether(greet(stolen, nonce) && sendRequest(stolen, script, nonce) && awaitReply(stolen));
-}
-
-static void stop(void) {
-    int status = 0;
-    if (kill(client, SIGSTOP) == 0 && waitpid(client, &status, WUNTRACED) == client) {
-        say("stopped");
-    } else {
-        sayFailure("stop");
-    }
-}
-
-static void obey(char* command) {
-    char* argument = strchrnul(command, ' ');
-    if (*argument != '\0') {
-        *argument++ = '\0';
-    }
-    if (strcmp(command, "tell") == 0) {
-        dprintf(toClient, "%s\n", argument);
-        passOnAnswer();
-    } else if (strcmp(command, "rewrite") == 0) {
-        if (rewriteScript(client, argument)) {
-            say("rewritten");
-        } else {
-            sayFailure("rewrite");
-        }
-    } else if (strcmp(command, "steal") == 0) {
-        if (stealConnection(atoi(argument))) {
-            say("stolen");
-        } else {
-            sayFailure("steal");
-        }
-    } else if (strcmp(command, "send") == 0) {
-        sendStolen(argument);
-    } else if (strcmp(command, "stop") == 0) {
-        stop();
-    } else if (strcmp(command, "reach") == 0) {
-        reach();
-    } else {
-        say("unknown command");
-    }
-}
-
-int main(int argc, char** argv) {
-    if (argc < 3) {
-        return EXIT_FAILURE;
-    }
-    beginDialogue();
-    const int copied = argc == 4;
-    start(copied ? copyInMemory(argv[2]) : -1, argv[1], argv[argc - 1]);
-    if (fromClient == NULL) {
-        return EXIT_FAILURE;
-    }
-    passOnAnswer();
-    for (char line[kLongestLine]; hear(line);) {
-        obey(line);
-    }
-    return EXIT_SUCCESS;
+    const char* taken = reasonOf(takeDescriptor(STDIN_FILENO));
+    printf("%s %s %s %s\n", traced, written, opened, taken);
 }
