@@ -23,21 +23,15 @@ bool isDoneByLibrary(Stage& stage, LedProgram& client) {
     return stage.isDoneBy(client, {});
 }
 
-bool loadsALibrary(Stage& stage, std::string_view variable) {
-    const auto client = startWithLibrary(stage, variable, stage.programs().unmarked());
-    EXPECT_EQ(client->answer(), "loaded");
-    return isDoneByLibrary(stage, *client);
-}
-
 // A copy is as dumpable as any program, and what is loaded into it belongs to its user.
 TEST_F(LaunchAttacks, ALibraryPreloadedIntoAnUnmarkedClient) {
-    expectStoppedBy({"launchMark", "mappings", "dumpable"},
-                    [](Stage& stage) { return loadsALibrary(stage, "LD_PRELOAD"); });
-}
-
-TEST_F(LaunchAttacks, AnAuditLibraryInAnUnmarkedClient) {
-    expectStoppedBy({"launchMark", "mappings", "dumpable"},
-                    [](Stage& stage) { return loadsALibrary(stage, "LD_AUDIT"); });
+    for (const std::string_view variable : {"LD_PRELOAD", "LD_AUDIT"}) {
+        expectStoppedBy({"launchMark", "mappings", "dumpable"}, [&](Stage& stage) {
+            const auto client = startWithLibrary(stage, variable, stage.programs().unmarked());
+            EXPECT_EQ(client->answer(), "loaded");
+            return isDoneByLibrary(stage, *client);
+        });
+    }
 }
 
 // The loader ignores these variables for programs that are started by the rules for privileged
@@ -105,19 +99,15 @@ TEST_F(LaunchAttacks, ASupervisorOfAClientWithTheHardenedRuntimeAlone) {
     });
 }
 
+// The set-group-id bit, which the attacker may set on his copy, gives his own group.
 TEST_F(LaunchAttacks, ACopyOfTheClientInAHomeDirectory) {
-    expectStoppedBy({"launchMark", "mappings", "dumpable"}, [](Stage& stage) {
-        return rewrites(stage, "start", stage.attackersCopy(stage.programs().genuine()));
-    });
-}
-
-// A bit that the attacker may set on his copy: it gives his own group.
-TEST_F(LaunchAttacks, ACopyThatIsSetGroupIDToAnotherGroup) {
-    expectStoppedBy({"launchMark", "mappings", "dumpable"}, [](Stage& stage) {
-        const auto copy = stage.attackersCopy(stage.programs().genuine());
-        install(copy, kAttacker, kAttacker, 02755);
-        return rewrites(stage, "start", copy);
-    });
+    for (const mode_t mode : {0755U, 02755U}) {
+        expectStoppedBy({"launchMark", "mappings", "dumpable"}, [&](Stage& stage) {
+            const auto copy = stage.attackersCopy(stage.programs().genuine());
+            install(copy, kAttacker, kAttacker, mode);
+            return rewrites(stage, "start", copy);
+        });
+    }
 }
 
 // No name, no link, no file system that anybody knows, and an owner who is not root.

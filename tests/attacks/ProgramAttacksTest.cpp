@@ -2,6 +2,7 @@
 
 #include "platform/security/GuestTest.h"
 #include "support/InstalledPrograms.h"
+#include "support/SmallFileSystem.h"
 
 #include <gmock/gmock.h>
 
@@ -10,7 +11,6 @@
 #include <fstream>
 #include <link.h>
 #include <sys/auxv.h>
-#include <sys/mount.h>
 
 namespace qv::test {
 namespace {
@@ -101,44 +101,21 @@ TEST_F(ProgramAttacks, ADeletedExecutable) {
     });
 }
 
-/// A file system of another kind than programs may stand on, for as long as this lives.
-class ForeignFileSystem {
-public:
-    explicit ForeignFileSystem(const std::filesystem::path& place) : folder_(place / "mounted") {
-        const std::string image = place / "image";
-        std::ofstream(image).close();
-        std::filesystem::resize_file(image, std::uintmax_t{4} << 20U);
-        std::filesystem::create_directory(folder_);
-        mounted_ =
-            runProgram({"/sbin/mkfs.ext2", "-q", "-F", image}).status == 0 &&
-            runProgram({"/bin/mount", "-t", "ext2", "-o", "loop", image, folder_}).status == 0;
-    }
-    ForeignFileSystem(const ForeignFileSystem&) = delete;
-    ForeignFileSystem& operator=(const ForeignFileSystem&) = delete;
-    ForeignFileSystem(ForeignFileSystem&&) = delete;
-    ForeignFileSystem& operator=(ForeignFileSystem&&) = delete;
-    ~ForeignFileSystem() {
-        if (mounted_) {
-            EXPECT_EQ(::umount2(folder_.c_str(), MNT_DETACH), 0); // the loop device goes with it
-        }
-    }
-    [[nodiscard]] bool isMounted() const { return mounted_; }
-    [[nodiscard]] const std::filesystem::path& folder() const { return folder_; }
-
-private:
-    std::filesystem::path folder_;
-    bool mounted_ = false;
-};
-
 // Whoever owns the medium changes the bytes under everybody's hands.
 TEST_F(ProgramAttacks, AnExecutableOnAForeignFileSystem) {
     const TemporaryDirectory place;
     install(place.path(), 0, 0, 0755);
-    const ForeignFileSystem foreign(place.path());
+    const std::string image = place / "image";
+    const SmallFileSystem foreign(place / "mounted", [&](const std::string& folder) {
+        std::ofstream(image).close();
+        std::filesystem::resize_file(image, std::uintmax_t{4} << 20U);
+        return runProgram({"/sbin/mkfs.ext2", "-q", "-F", image}).status == 0 &&
+               runProgram({"/bin/mount", "-t", "ext2", "-o", "loop", image, folder}).status == 0;
+    });
     if (!foreign.isMounted()) {
         GTEST_SKIP() << "needs mkfs.ext2, a loop device and ext2";
     }
-    const auto program = foreign.folder() / "client";
+    const auto program = foreign / "client";
     std::filesystem::copy_file(programs()->genuine(), program);
     install(program, 0, kClientGroup, 02755);
     expectStoppedBy({"fileSystem"}, [&](Stage& stage) {

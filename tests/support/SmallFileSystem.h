@@ -3,20 +3,28 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <sys/mount.h>
 
 namespace qv::test {
 
-/// A tmpfs of a few mebibytes at a folder, for as long as this lives. Needs root.
+/// A file system at a folder, for as long as this lives. Needs root.
 class SmallFileSystem {
 public:
-    explicit SmallFileSystem(std::filesystem::path folder, int mebibytes = 1)
-        : folder_(std::move(folder)) {
+    using Mount = std::function<bool(const std::string& folder)>;
+
+    /// Whatever a function mounts there; it tells whether it could.
+    SmallFileSystem(std::filesystem::path folder, const Mount& mount) : folder_(std::move(folder)) {
         std::filesystem::create_directory(folder_);
-        const std::string size = "size=" + std::to_string(mebibytes) + "m";
-        mounted_ = ::mount("tmpfs", folder_.c_str(), "tmpfs", 0, size.c_str()) == 0;
+        mounted_ = mount(folder_);
     }
+    /// A tmpfs of a few mebibytes.
+    explicit SmallFileSystem(std::filesystem::path folder, int mebibytes = 1)
+        : SmallFileSystem(std::move(folder), [&](const std::string& at) {
+              const std::string size = "size=" + std::to_string(mebibytes) + "m";
+              return ::mount("tmpfs", at.c_str(), "tmpfs", 0, size.c_str()) == 0;
+          }) {}
     SmallFileSystem(const SmallFileSystem&) = delete;
     SmallFileSystem& operator=(const SmallFileSystem&) = delete;
     SmallFileSystem(SmallFileSystem&&) = delete;
