@@ -1,138 +1,181 @@
-#include "Applications.h"
+// Applications and where they are found: applications.txt says what is looked up, and what is
+// found.
+
+#include "platform/workspace/applications/ApplicationIndex.h"
+
+#include "platform/foundation/os/Descriptor.h"
+#include "platform/workspace/applications/Bundle.h"
+#include "support/InChild.h"
+#include "support/Transcript.h"
+
+#include <fmt/core.h>
+#include <gmock/gmock.h>
+
+#include <cstdlib>
+#include <sched.h>
+#include <sys/inotify.h>
 
 namespace qv {
 namespace {
 
 namespace fs = std::filesystem;
-using Index = test::Applications;
 
-TEST_F(Index, FindsDesktopEntriesByTheirFileNames) {
-    for (const char* id : {"org.x.Editor", "kde/two", "a/b/c/d/deep", "a/b/c/d/e/deeper",
-                           "org.telegram.desktop", "APP2", "case", "Case"}) {
-        entry("share", id);
+// Two sets of folders, the second one a user's. Paths are below the test's folder.
+struct Applications {
+    // The answer to a word of a transcript: "none" for nothing.
+    std::string found(std::string_view command, std::string_view word) {
+        std::optional<std::string> path;
+        if (command == "id") {
+            path = index.pathForIdentifier(word);
+        } else if (command == "name") {
+            path = index.pathForName(word);
+        } else if (const auto bundle = Bundle::bundleWithURL(test::urlOf(folder / word))) {
+            path = bundle->executablePath();
+        }
+        return path ? fs::path(*path).lexically_relative(folder.path()).native() : "none";
     }
-    entry("local", "org.x.editor");
-    entry("home", "app2");
-    EXPECT_EQ(byID("ORG.x.Editor"), "local/applications/org.x.editor.desktop")
-        << "the first folder";
-    EXPECT_EQ(byID("app2"), "share/applications/APP2.desktop")
-        << "a user must not take an installed application's place by another spelling";
-    EXPECT_EQ(byID("kde-two"), "share/applications/kde/two.desktop");
-    EXPECT_EQ(byID("a-b-c-d-deep"), "share/applications/a/b/c/d/deep.desktop");
-    EXPECT_EQ(byID("org.telegram.desktop"), "share/applications/org.telegram.desktop.desktop");
-    EXPECT_EQ(byID("case"), "share/applications/case.desktop");
-    EXPECT_EQ(byID("CASE"), "share/applications/Case.desktop") << "the same at every look-up";
-    for (const char* id : {"two", "kde/two", "a-b-c-d-e-deeper", "org.telegram", "org.x", ""}) {
-        EXPECT_EQ(byID(id), "none") << id;
+    [[nodiscard]] std::vector<ApplicationFolders> sets() const {
+        const std::string at = folder.path().native() + "/";
+        return {{.bundles = {{at + "Applications"}, {at + "opt", 2}},
+                 .entries = {at + "local/applications", at + "share/applications"}},
+                {.bundles = {{at + "home/Applications"}}, .entries = {at + "home/applications"}}};
+    }
+    test::TemporaryDirectory folder;
+    ApplicationIndex index{sets()};
+};
+
+TEST(Index, AnswersAsListed) {
+    const auto steps = test::stepsOf(QV_CASES "/applications.txt");
+    ASSERT_FALSE(steps.empty());
+    std::optional<Applications> applications;
+    for (const test::TranscriptStep& step : steps) {
+        std::istringstream words(step.command);
+        std::string command;
+        words >> command;
+        std::string text;
+        if (command == "fresh") {
+            applications.emplace();
+        } else if (command == "id" || command == "name" || command == "executable") {
+            for (std::string word; words >> word;) {
+                text += applications->found(command, word == "\"\"" ? "" : word) + "\n";
+            }
+        } else if (applications) {
+            text = test::shown(
+                test::runProgram({"/usr/bin/env", "-C", applications->folder.path(), "/bin/bash",
+                                  "-euc", steps.front().command + "\n" + step.command},
+                                 "", {"PATH=/usr/bin:/bin"}),
+                applications->folder.path());
+        }
+        EXPECT_EQ(text, step.printed) << "line " << step.line << ": " << step.command;
     }
 }
 
-// Nor what a later folder has under its identifier.
-TEST_F(Index, SkipsWhatIsDeletedOrNotInstalled) {
-    const std::string head = "[Desktop Entry]\nType=Application\nName=Twice\n";
-    for (const auto& [id, text] :
-         {std::pair{"deleted", head + "Exec=sh\nHidden=true\n"},
-          {"gone", head + "Exec=sh\nTryExec=/nowhere/tool\n"},
-          {"unready", head},
-          {"missing", head + "Exec=no-such-program-here\n"},
-          {"shell", head + "Exec=sh -c 'x'\n"},
-          {"link", std::string("[Desktop Entry]\nType=Link\nName=Link\nURL=http://x\n")},
-          {"broken", std::string("Exec=sh\n")}}) {
-        folder_.write(fmt::format("local/applications/{}.desktop", id), text);
-        entry("home", id);
-        EXPECT_EQ(byID(id), "none") << id;
-    }
-    folder_.write("local/applications/noexec.desktop", head + "DBusActivatable=true\n");
-    EXPECT_EQ(byID("noexec"), "local/applications/noexec.desktop");
-    EXPECT_EQ(byName("Twice"), "local/applications/noexec.desktop");
-    EXPECT_EQ(byName("Link"), "none");
-}
-
-TEST_F(Index, FindsBundlesOfEveryLayout) {
-    bundle("Applications/Deep.app", "{ CFBundleIdentifier = com.x.Deep; }");
-    bundle("Applications/Flat", "{ CFBundleIdentifier = com.x.Flat; }", "Info.plist");
-    bundle("opt/vendor/GNU.app", "{ CFBundleIdentifier = com.x.GNU; }",
-           "Resources/Info-gnustep.plist");
-    bundle("opt/Deep2.app", "{ CFBundleIdentifier = com.x.Deep; }");
-    bundle("opt/a/b/Third.app", "{ CFBundleIdentifier = com.x.Third; }");
-    bundle("Applications/sub/Second.app", "{ CFBundleIdentifier = com.x.Second; }");
-    fs::create_directories(folder_ / "Applications/Bare.app");
-    fs::create_directories(folder_ / "Applications/Folder");
-    fs::create_directory_symlink("../opt/a/b/Third.app", folder_ / "Applications/Link.app");
-    EXPECT_EQ(byID("COM.X.deep"), "Applications/Deep.app");
-    EXPECT_EQ(byID("com.x.flat"), "Applications/Flat");
-    EXPECT_EQ(byID("com.x.gnu"), "opt/vendor/GNU.app");
-    EXPECT_EQ(byID("com.x.third") + byID("com.x.second") + byID(""), "nonenonenone");
-    EXPECT_EQ(byName("Bare"), "Applications/Bare.app");
-    EXPECT_EQ(byName("Folder") + byName("Link") + byName("sub"), "nonenonenone");
-}
-
-TEST_F(Index, PrefersBundlesThenFileNames) {
-    entry("share", "com.x.app");
-    entry("share", "org.other", "X-Flatpak=com.x.Flat");
-    entry("share", "com.x.plain", "X-Flatpak=com.x.App");
-    bundle("home/Applications/User.app", "{ CFBundleIdentifier = com.x.app; }");
-    entry("home", "com.x.flat");
-    EXPECT_EQ(byID("com.x.App"), "share/applications/com.x.app.desktop")
-        << "before X-Flatpak, and before a user's bundle";
-    EXPECT_EQ(byID("com.x.FLAT"), "share/applications/org.other.desktop");
-    bundle("opt/x/X.app", "{ CFBundleIdentifier = com.x.app; }");
-    EXPECT_EQ(byID("com.x.app"), "opt/x/X.app");
-}
-
-TEST_F(Index, FindsNamesInTheirOrder) {
-    const std::vector<std::string> order = {
-        "Applications/Edit.app",          "opt/Displayed.app",
-        "Applications/Named.app",         "share/applications/plain.desktop",
-        "local/applications/loc.desktop", "local/applications/sub/Edit.desktop",
-        "home/Applications/Edit.app",
-    };
-    fs::create_directories(folder_ / order[0]);
-    bundle(order[1], "{ CFBundleDisplayName = Edit; }");
-    bundle(order[2], "{ CFBundleName = Edit; }");
-    entry("share", "plain", "", "Edit");
-    entry("local", "loc", "Name[de]=Edit\nName[fr]=Éditeur");
-    entry("local", "sub/Edit");
-    entry("local", "away", "TryExec=/nowhere/tool", "Edit");
-    bundle(order[6], "{}");
-    EXPECT_EQ(byName("Edit.app"), order[0]);
-    EXPECT_EQ(byName("Éditeur"), order[4]);
-    EXPECT_EQ(byName("edit") + byName("Edit.desktop") + byName(""), "nonenonenone");
-    for (const std::string& path : order) {
-        EXPECT_EQ(byName("Edit"), path);
-        fs::remove_all(folder_ / path);
-    }
-    EXPECT_EQ(byName("Edit"), "none");
-}
-
-TEST_F(Index, FollowsLinksToFilesOnly) {
-    entry("deploy", "org.x.Flat", "", "Flat");
-    fs::create_directories(folder_ / "share/applications");
-    const fs::path at = folder_ / "share/applications";
-    fs::create_symlink("../../deploy/applications/org.x.Flat.desktop", at / "link.desktop");
-    fs::create_directory_symlink("../../deploy/applications", at / "folder");
-    fs::create_directory_symlink(".", at / "loop");
-    EXPECT_EQ(byID("link"), "share/applications/link.desktop");
-    EXPECT_EQ(byName("Flat"), "share/applications/link.desktop");
-    EXPECT_EQ(byID("folder-org.x.Flat") + byID("loop-link"), "nonenone");
-}
-
-TEST_F(Index, SeesOnlySoManyEntries) {
-    fs::create_directories(folder_ / "home/applications/many");
-    const std::string first = folder_.write("home/applications/many/0.desktop",
-                                            "[Desktop Entry]\nType=Application\nExec=sh\n");
+TEST(Index, SeesOnlySoManyEntries) {
+    Applications some;
+    const std::string text = "[Desktop Entry]\nType=Application\nExec=sh\n";
+    const fs::path first = some.folder.write("home/applications/many/0.desktop", text);
     for (int number = 1; number <= 20'010; ++number) {
-        fs::create_hard_link(first,
-                             folder_ / fmt::format("home/applications/many/{}.desktop", number));
+        fs::create_hard_link(first, first.parent_path() / fmt::format("{}.desktop", number));
     }
-    entry("share", "installed");
+    some.folder.write("share/applications/installed.desktop", text);
     int found = 0;
     for (int number = 0; number <= 20'010; ++number) {
-        found += byID(fmt::format("many-{}", number)) == "none" ? 0 : 1;
+        found += some.index.pathForIdentifier(fmt::format("many-{}", number)) ? 1 : 0;
     }
     EXPECT_EQ(found, 20'000) << "a user's folder must not grow a service without bound";
-    EXPECT_EQ(byID("installed"), "share/applications/installed.desktop");
+    EXPECT_TRUE(some.index.pathForIdentifier("installed"));
 }
+
+// More events than the kernel keeps, none of them of interest; that which is, is lost.
+TEST(Index, SurvivesAnOverflow) {
+    int limit = 0;
+    std::ifstream("/proc/sys/fs/inotify/max_queued_events") >> limit;
+    if (limit < 1 || limit > 200'000) {
+        GTEST_SKIP() << "so many events cannot be brought about: " << limit;
+    }
+    Applications some;
+    fs::path one = some.folder.write("share/applications/mimeinfo.cache", "");
+    fs::path two = one.parent_path() / "mimeinfo.new";
+    EXPECT_FALSE(some.index.pathForIdentifier("last"));
+    for (int event = 0; event <= limit; event += 2) {
+        fs::rename(one, two);
+        std::swap(one, two);
+    }
+    for (const std::string id : {"last", "later"}) {
+        some.folder.write("share/applications/" + id + ".desktop",
+                          "[Desktop Entry]\nType=Application\nExec=sh\n");
+        EXPECT_TRUE(some.index.pathForIdentifier(id)) << id;
+    }
+}
+
+// In a user namespace of its own, which may have one instance for events, and has it already.
+TEST(Index, IsRightWithoutEvents) {
+    const int status = test::inChild([] {
+        std::ofstream limit;
+        if (::unshare(CLONE_NEWUSER) == 0) {
+            limit.open("/proc/sys/user/max_inotify_instances");
+        }
+        const Descriptor taken(limit << 1 << std::flush ? ::inotify_init1(IN_CLOEXEC) : -1);
+        if (!taken) {
+            return 2;
+        }
+        Applications some;
+        const bool sawNone = !some.index.pathForName("Some");
+        const fs::path entry =
+            some.folder.write("share/applications/x.desktop",
+                              "[Desktop Entry]\nType=Application\nName=Some\nExec=sh\n");
+        const bool sawIt = some.index.pathForName("Some").has_value();
+        fs::remove(entry);
+        return sawNone && sawIt && !some.index.pathForIdentifier("x") ? 0 : 1;
+    });
+    if (status == 2) {
+        GTEST_SKIP() << "no user namespace can be had here, or no limit be set in it";
+    }
+    EXPECT_EQ(status, 0);
+}
+
+// NOLINTBEGIN(concurrency-mt-unsafe): a child of one thread
+TEST(ApplicationFolders, PutTheSystemsFirstForAService) {
+    UserRecord user;
+    user.home = "/home/ann";
+    ::setenv("XDG_DATA_DIRS", "/evil", 1);
+    const std::vector<ApplicationFolders> sets = applicationFoldersFor(user);
+    ::unsetenv("XDG_DATA_DIRS");
+    ASSERT_EQ(sets.size(), 2U);
+    EXPECT_THAT(sets[0].entries,
+                testing::ElementsAre("/usr/local/share/applications", "/usr/share/applications",
+                                     "/var/lib/flatpak/exports/share/applications",
+                                     "/var/lib/snapd/desktop/applications"))
+        << "the environment, or a user's folder, before what is installed";
+    EXPECT_THAT(sets[1].entries,
+                testing::ElementsAre("/home/ann/.local/share/applications",
+                                     "/home/ann/.local/share/flatpak/exports/share/applications"));
+    EXPECT_EQ(sets[1].bundles.front().path, "/home/ann/Applications");
+    user.home = "relative";
+    EXPECT_TRUE(applicationFoldersFor(user)[1].entries.empty());
+}
+
+// Of a process without privilege.
+TEST(ApplicationFolders, FollowAUsersEnvironment) {
+    const auto follows = [] {
+        ::setenv("XDG_DATA_HOME", "/h", 1);
+        ::setenv("XDG_DATA_DIRS", "/a/:relative::/b", 1);
+        const std::vector<ApplicationFolders> sets = ownApplicationFolders();
+        ::setenv("XDG_DATA_HOME", "relative", 1);
+        ::unsetenv("XDG_DATA_DIRS");
+        const std::vector<std::string> usual = ownApplicationFolders()[0].entries;
+        const std::vector<std::string> named = {"/h/applications", "/a/applications",
+                                                "/b/applications"};
+        return sets.size() == 1 && sets[0].entries == named &&
+                       usual.front().ends_with("/.local/share/applications") &&
+                       std::ranges::find(usual, "/usr/share/applications") != usual.end()
+                   ? 0
+                   : 1;
+    };
+    constexpr uid_t kNobody = 65534;
+    EXPECT_EQ(::geteuid() == 0 ? test::inChildAs(kNobody, follows) : test::inChild(follows), 0);
+}
+// NOLINTEND(concurrency-mt-unsafe)
 
 } // namespace
 } // namespace qv

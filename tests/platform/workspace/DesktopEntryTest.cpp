@@ -1,14 +1,12 @@
 // Desktop entries and their command lines: entries.txt and commands.txt say what is read of each.
 
 #include "platform/workspace/applications/ExecLine.h"
-#include "support/TemporaryDirectory.h"
+#include "support/Transcript.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
-#include <filesystem>
 #include <sstream>
 #include <sys/stat.h>
 
@@ -18,12 +16,7 @@ namespace {
 using testing::HasSubstr;
 namespace fs = std::filesystem;
 
-struct Case {
-    std::string text;
-    std::string expected;
-};
-
-// A line with its bytes in braces put in.
+// A text with its bytes in braces put in.
 std::string bytesOf(std::string_view line) {
     std::string bytes;
     while (!line.empty()) {
@@ -32,27 +25,7 @@ std::string bytesOf(std::string_view line) {
                         : line[0];
         line.remove_prefix(isByte ? 4 : 1);
     }
-    return bytes + "\n";
-}
-
-std::vector<Case> casesOf(const char* file) {
-    std::istringstream lines(test::contentOf(fs::path(QV_CASES) / file));
-    std::vector<Case> cases;
-    bool isNew = true;
-    for (std::string line; std::getline(lines, line);) {
-        const bool isText = line.starts_with('|');
-        if (isText && isNew) {
-            cases.emplace_back();
-        }
-        if (isText || line.starts_with("= ")) {
-            const std::string bytes =
-                bytesOf(std::string_view(line).substr(line.size() > 1 ? 2 : 1));
-            (isText ? cases.back().text : cases.back().expected) += bytes;
-        }
-        isNew = !isText;
-    }
-    EXPECT_FALSE(cases.empty()) << file;
-    return cases;
+    return bytes;
 }
 
 // What is not empty or false, one line each.
@@ -98,15 +71,16 @@ std::string command(std::string_view exec) {
 }
 
 TEST(DesktopEntry, IsReadAsListed) {
-    for (const Case& each : casesOf("entries.txt")) {
-        EXPECT_EQ(read(each.text), each.expected) << each.text;
+    for (const test::TranscriptStep& each : test::stepsOf(QV_CASES "/entries.txt")) {
+        EXPECT_EQ(read(bytesOf(each.command) + "\n"), bytesOf(each.printed)) << each.line;
     }
 }
 
 TEST(ExecLine, IsReadAsListed) {
-    for (const Case& each : casesOf("commands.txt")) {
-        EXPECT_EQ(command(each.text.substr(0, each.text.size() - 1)), each.expected) << each.text;
+    for (const test::TranscriptStep& each : test::stepsOf(QV_CASES "/commands.txt")) {
+        EXPECT_EQ(command(bytesOf(each.command)), each.printed) << each.line;
     }
+    EXPECT_EQ(command(""), "column 1: there is no command\n");
     for (const char c : std::string("\t\n\r'\\><~|&;$*?#()`")) {
         EXPECT_EQ(command(fmt::format("sh -c x{}y", c)),
                   "column 8: outside quotes, this character is reserved\n")

@@ -1,20 +1,15 @@
 // A service manager, played by the test: what it is asked to start, and what becomes of its answer.
 
-#include "platform/foundation/os/Descriptor.h"
 #include "platform/workspace/launch/Bus.h"
 #include "platform/workspace/launch/Launcher.h"
+#include "support/StartedProgram.h"
 #include "support/TemporaryDirectory.h"
 
-#include <fmt/core.h>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <cerrno>
 #include <cstdio>
-#include <filesystem>
-#include <memory>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -76,17 +71,6 @@ void serve(int listener, Played& played) {
 
 class LaunchByManager : public testing::Test {
 protected:
-    LaunchByManager() : listener_(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        const std::string path = folder_ / "private";
-        path.copy(static_cast<char*>(address.sun_path), sizeof address.sun_path - 1);
-        EXPECT_EQ(
-            ::bind(listener_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address),
-            0);
-        EXPECT_EQ(::listen(listener_.get(), 1), 0);
-    }
-
     // What launching says, while a manager answers that its job ended so.
     std::string launched(const char* result, LaunchSession::Manager manager) {
         Played played{.unitFile = folder_ / "unit", .result = result};
@@ -112,7 +96,7 @@ protected:
     }
 
     test::TemporaryDirectory folder_;
-    Descriptor listener_;
+    Descriptor listener_ = test::listenAt(folder_ / "private");
     UserProcesses processes_;
     std::string unit_;
 };

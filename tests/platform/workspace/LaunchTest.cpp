@@ -1,28 +1,19 @@
-#include "platform/foundation/values/Description.h"
+#include "platform/workspace/applications/ApplicationIndexes.h"
 #include "platform/workspace/launch/Launcher.h"
 #include "platform/workspace/launch/LinuxWorkspace.h"
 #include "support/BuildFolder.h"
 #include "support/ClientProcess.h"
 #include "support/LedProgram.h"
+#include "support/RealUser.h"
 #include "support/SilentFileSystem.h"
 #include "support/StartedProgram.h"
 #include "support/TemporaryDirectory.h"
 
-#include <fmt/core.h>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
-#include <chrono>
 #include <csignal>
-#include <fcntl.h>
-#include <filesystem>
 #include <fstream>
-#include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/un.h>
 #include <sys/wait.h>
-#include <thread>
-#include <unistd.h>
 
 namespace fs = std::filesystem;
 
@@ -92,13 +83,7 @@ mv {0}.new {0}
 
     // What the witness said; empty when it does not run.
     std::string words() {
-        const auto deadline = std::chrono::steady_clock::now() + test::kPatience;
-        while (!fs::exists(said())) {
-            if (std::chrono::steady_clock::now() > deadline) {
-                return {};
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(2));
-        }
+        test::comesTrue([this] { return fs::exists(said()); });
         return test::contentOf(said());
     }
 
@@ -271,22 +256,12 @@ TEST_F(Launch, LeavesTheStartToARunningManager) {
 // A user can lay both in the way, and the service does nothing else meanwhile.
 TEST_F(Launch, WaitsLittleForSilentServices) {
     using namespace std::chrono_literals;
-    std::vector<Descriptor> silent;
-    const auto listen = [&](const fs::path& at) {
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        at.native().copy(address.sun_path, sizeof address.sun_path - 1);
-        silent.emplace_back(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-        return ::bind(silent.back().get(), reinterpret_cast<const sockaddr*>(&address),
-                      sizeof address) == 0 &&
-               ::listen(silent.back().get(), 8) == 0;
-    };
-    fs::create_directory(run_ / "systemd");
-    ASSERT_TRUE(listen(run_ / "bus") && listen(run_ / "systemd/private"));
+    const Descriptor bus = test::listenAt(run_ / "bus");
+    const Descriptor manager = test::listenAt(run_ / "manager");
     const UserRecord self{::geteuid(), ::getegid(), "self", "/", ""};
     LaunchSession session{.user = self,
                           .manager = LaunchSession::Manager::user,
-                          .managerSocket = run_ / "systemd/private",
+                          .managerSocket = run_ / "manager",
                           .runtimeFolder = run_.path(),
                           .busAddress = "unix:path=" + (run_ / "bus").native(),
                           .variables = {}};
@@ -367,15 +342,12 @@ TEST_F(LaunchForUser, HasTheSessionsBusStartWhatItCan) {
                            "/org/example/App {}\n",
                            (top_ / "bus-application").native(), said().native()));
     const fs::path configuration = top_.write(
-        "bus.conf",
-        fmt::format("<!DOCTYPE busconfig PUBLIC '-//freedesktop//DTD D-Bus Bus Configuration "
-                    "1.0//EN' 'http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd'>"
-                    "<busconfig><type>session</type><listen>unix:path={}/bus</"
-                    "listen><servicedir>{}</servicedir>"
-                    "<policy context='default'><allow send_destination='*' "
-                    "eavesdrop='true'/><allow eavesdrop='true'/>"
-                    "<allow own='*'/></policy></busconfig>",
-                    folder, (top_ / "services").native()));
+        "bus.conf", fmt::format("<busconfig><type>session</type><listen>unix:path={}/bus</"
+                                "listen><servicedir>{}</servicedir>"
+                                "<policy context='default'><allow send_destination='*' "
+                                "eavesdrop='true'/><allow eavesdrop='true'/>"
+                                "<allow own='*'/></policy></busconfig>",
+                                folder, (top_ / "services").native()));
     test::LedProgram bus({.command = {"/usr/bin/dbus-daemon", "--nofork", "--nopidfile",
                                       "--print-address", "--config-file=" + configuration.native()},
                           .user = kNobody});
@@ -393,6 +365,37 @@ TEST_F(LaunchForUser, HasTheSessionsBusStartWhatItCan) {
     EXPECT_THAT(words(), HasSubstr("user 65534"));
     EXPECT_THAT(other("DBusActivatable=true\n"),
                 HasSubstr("the session bus does not start org.example.Other"));
+}
+
+TEST(ApplicationIndexes, LookIntoAUsersHomeAsThatUser) {
+    if (::geteuid() != 0) {
+        GTEST_SKIP() << "needs root, to make a user";
+    }
+    const TemporaryDirectory folder;
+    fs::permissions(folder.path(), fs::perms(0755));
+    const test::RealUser user(folder / "home", "users");
+    const fs::path entry = folder.write("home/.local/share/applications/org.example.Own.desktop",
+                                        "[Desktop Entry]\nType=Application\nName=Own\nExec=true\n");
+    ApplicationIndexes indexes;
+    UserProcesses processes;
+    const uid_t number = userRecord(user.name())->user;
+    const auto byIdentifier = [&] {
+        return indexes.pathForIdentifier(number, "org.example.Own", processes);
+    };
+    EXPECT_EQ(byIdentifier(), entry);
+    EXPECT_EQ(indexes.pathForName(number, "Own", processes), entry);
+    EXPECT_EQ(indexes.pathForIdentifier(0, "org.example.Own", processes), std::nullopt);
+    fs::permissions(entry, fs::perms(0600)); // root's, as the folders are
+    EXPECT_EQ(byIdentifier(), std::nullopt) << "read by another than the user";
+    fs::permissions(entry, fs::perms(0644));
+    test::SilentFileSystem silent(folder / "home/Applications");
+    if (silent.isThere()) {
+        processes.noteLate(number);
+        EXPECT_EQ(byIdentifier(), std::nullopt);
+        silent.end();
+        ::waitid(P_ALL, 0, nullptr, WEXITED | WNOWAIT);
+        EXPECT_EQ(byIdentifier(), entry);
+    }
 }
 
 } // namespace
