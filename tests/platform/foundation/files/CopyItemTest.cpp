@@ -5,30 +5,20 @@
 #include "support/TemporaryDirectory.h"
 #include "support/TreeListing.h"
 
-#include <gtest/gtest.h>
-
 #include <array>
 #include <cerrno>
 #include <cstdlib>
-#include <fcntl.h>
-#include <filesystem>
 #include <fstream>
-#include <string>
-#include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/sysmacros.h>
-#include <sys/un.h>
 #include <sys/xattr.h>
-#include <unistd.h>
 
 namespace fs = std::filesystem;
 
 namespace qv {
 namespace {
 
-using test::urlOf;
-
 using test::listingOf;
+using test::urlOf;
 
 // rwx for the owner, rx for user 4711, nothing else: an access list as the kernel stores it.
 constexpr std::string_view kAccessList{
@@ -61,16 +51,6 @@ protected:
     test::TemporaryDirectory top;
 };
 
-void makeSocket(const fs::path& path) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    path.native().copy(address.sun_path, sizeof address.sun_path - 1);
-    const int socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    ASSERT_GE(socket, 0);
-    ASSERT_EQ(::bind(socket, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-    ::close(socket);
-}
-
 TEST_F(CopyItem, KeepsAllThatAnItemIs) {
     top.write("tree/empty", "");
     top.write("tree/inner/script", std::string(200'000, 's'));
@@ -81,7 +61,7 @@ TEST_F(CopyItem, KeepsAllThatAnItemIs) {
     fs::create_symlink("../nowhere", top / "tree/dangling");
     fs::create_symlink("inner", top / "tree/link");
     ASSERT_EQ(::mkfifo((top / "tree/fifo").c_str(), 0640), 0);
-    makeSocket(top / "tree/socket");
+    ASSERT_EQ(::mknod((top / "tree/socket").c_str(), S_IFSOCK | 0755, 0), 0);
     fs::permissions(top / "tree/inner/script", fs::perms(04755));
     fs::permissions(top / "tree/inner/read-only", fs::perms(0500));
     fs::permissions(top / "tree/nothing in it", fs::perms(03711));
@@ -215,22 +195,15 @@ TEST_F(CopyItem, IsRefusedIntoItself) {
     }
     EXPECT_EQ(copy("tree/inner", "tree").code(), 516) << "the reverse";
     EXPECT_FALSE(copy("tree/inner", "tree/sibling"));
-}
-
-// By way of a mount, which the way up from the destination does not show.
-TEST_F(CopyItem, DoesNotCopyItsCopy) {
-    top.write("tree/inner/file", "");
+    // By way of a mount, which the way up from the destination does not show.
     fs::create_directory(top / "mounted");
     if (::mount((top / "tree/inner").c_str(), (top / "mounted").c_str(), nullptr, MS_BIND,
                 nullptr) != 0) {
         GTEST_SKIP() << "mounting needs root";
     }
-    const Error error = copy("tree", "mounted/copy");
-    EXPECT_EQ(error.code(), 512);
-    EXPECT_FALSE(fs::exists(top / "tree/inner/copy"));
-    EXPECT_EQ(std::distance(fs::directory_iterator(top / "tree/inner"), fs::directory_iterator()),
-              1);
+    EXPECT_EQ(copy("tree", "mounted/copy").code(), 512);
     EXPECT_EQ(::umount((top / "mounted").c_str()), 0);
+    EXPECT_EQ(std::distance(fs::directory_iterator(top / "tree/inner"), {}), 1) << "a part is left";
 }
 
 // Without root: a folder that its owner may not write is copied whole, and removed when it fails.

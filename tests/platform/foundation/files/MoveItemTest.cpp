@@ -6,16 +6,12 @@
 #include "support/TemporaryDirectory.h"
 #include "support/TreeListing.h"
 
-#include <gtest/gtest.h>
-
 #include <array>
 #include <cerrno>
 #include <csignal>
 #include <fcntl.h>
-#include <filesystem>
 #include <fstream>
 #include <random>
-#include <string>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>

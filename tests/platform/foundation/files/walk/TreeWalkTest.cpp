@@ -8,21 +8,14 @@
 #include "support/TemporaryDirectory.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <dirent.h>
-#include <fcntl.h>
-#include <filesystem>
 #include <fstream>
-#include <stdexcept>
-#include <string>
 #include <sys/resource.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
-#include <unistd.h>
 
 namespace fs = std::filesystem;
 using testing::ElementsAre;
@@ -135,57 +128,36 @@ TEST(TreeWalk, EndsWhenTheVisitorThrows) {
     }
 }
 
-TEST(TreeWalk, ThreadsVisitEveryItemOnce) {
+// Folders are closed on the way down, and found again on the way up.
+TEST(TreeWalk, VisitsWideAndDeepTreesOnce) {
     const TemporaryDirectory top;
     for (int folder = 0; folder < 200; ++folder) {
-        const std::string name = "folder" + std::to_string(folder);
-        top.write(name + "/inner/file", "x");
-        top.write(name + "/file", "x");
+        top.write("folder" + std::to_string(folder) + "/inner/file", "x");
     }
-    const DeepTree tree(top.path(), 60, 3);
-    CollectingVisitor visitor;
-    EXPECT_FALSE(walk(top.path(), visitor, RootLink::visitNone, 4));
-    EXPECT_EQ(visitor.visits.size(), 200U * 4U + 60U * 4U);
-    EXPECT_TRUE(visitor.visitedEachOnce());
-    EXPECT_EQ(visitor.orphans, 0U);
-    EXPECT_THAT(visitor.failures, IsEmpty());
-}
-
-TEST(TreeWalk, FindsItsPlaceInFoldersItClosed) {
-    const TemporaryDirectory top;
     const DeepTree tree(top.path(), 100, 50); // entries before and behind the folder to go down to
-    const Descriptor lowestFree(::open("/dev/null", O_RDONLY | O_CLOEXEC));
-    CollectingVisitor visitor;
-    EXPECT_FALSE(walk(top.path(), visitor));
-    EXPECT_EQ(visitor.visits.size(), 100U * 51U);
-    EXPECT_TRUE(visitor.visitedEachOnce());
-    EXPECT_THAT(visitor.failures, IsEmpty());
-    EXPECT_LE(visitor.highestFd, lowestFree.get() + 64);
-}
-
-TEST(TreeWalk, MakesDoWithFewDescriptors) {
-    const TemporaryDirectory top;
-    const DeepTree tree(top.path(), 100, 1);
     const Descriptor lowestFree(::open("/dev/null", O_RDONLY | O_CLOEXEC));
     rlimit before{};
     ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
-    rlimit few = before;
-    few.rlim_cur = static_cast<rlim_t>(lowestFree.get()) + 5;
-    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &few), 0);
-    CollectingVisitor visitor;
-    const Error error = walk(top.path(), visitor);
-    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
-    EXPECT_FALSE(error) << error.description();
-    EXPECT_EQ(visitor.visits.size(), 200U);
-    EXPECT_THAT(visitor.failures, IsEmpty());
+    for (const auto& [threads, descriptors] : {std::pair{1U, 5U}, {1U, 100U}, {4U, 1000U}}) {
+        rlimit few = before;
+        few.rlim_cur = static_cast<rlim_t>(lowestFree.get()) + descriptors;
+        ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &few), 0);
+        CollectingVisitor visitor;
+        const Error error = walk(top.path(), visitor, RootLink::visitNone, threads);
+        ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
+        EXPECT_FALSE(error) << error.description();
+        EXPECT_EQ(visitor.visits.size(), 200U * 3U + 100U * 51U) << descriptors;
+        EXPECT_TRUE(visitor.visitedEachOnce());
+        EXPECT_EQ(visitor.orphans, 0U);
+        EXPECT_THAT(visitor.failures, IsEmpty());
+        EXPECT_LE(visitor.highestFd, lowestFree.get() + (64 * static_cast<int>(threads)));
+    }
 }
 
 std::size_t residentBytes() {
-    std::ifstream file("/proc/self/statm");
-    std::size_t total = 0;
-    std::size_t resident = 0;
-    file >> total >> resident;
-    return resident * static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+    std::size_t pages = 0;
+    std::ifstream("/proc/self/statm") >> pages >> pages;
+    return pages * static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
 }
 
 TEST(TreeWalk, StreamsAHugeFolder) {
@@ -221,15 +193,14 @@ TEST(TreeWalk, ReportsAnUnreadableFolder) {
     const TemporaryDirectory top;
     fs::permissions(top.path(), fs::perms::others_read | fs::perms::others_exec,
                     fs::perm_options::add);
-    for (const char* name : {"root/a/file", "root/locked/file", "root/z/file"}) {
-        top.write(name, "x");
-    }
+    top.write("root/a/file", "x");
+    top.write("root/locked/file", "x");
+    top.write("root/z/file", "x");
     fs::permissions(top / "root/locked", fs::perms::none);
     const auto walkAndLook = [&] {
         CollectingVisitor visitor;
-        const bool fails = walk(top / "root", visitor) ? true : false;
         const std::map<std::string, std::int64_t> expected{{top / "root/locked", EACCES}};
-        return !fails && visitor.failures == expected &&
+        return !walk(top / "root", visitor) && visitor.failures == expected &&
                        visitor.visits.contains(top / "root/z/file")
                    ? EXIT_SUCCESS
                    : EXIT_FAILURE;
