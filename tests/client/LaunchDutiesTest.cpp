@@ -6,6 +6,7 @@
 #include "platform/xpc/ServiceThread.h"
 #include "support/BuildFolder.h"
 #include "support/ClientProcess.h"
+#include "support/InChild.h"
 #include "support/InstalledPrograms.h"
 #include "support/StartedProgram.h"
 
@@ -72,7 +73,7 @@ struct Attack {
     bool traced = false;
 
     static Attack on(pid_t pid, int socket) {
-        xpc::test::ChildProcess attacker([&] {
+        const int status = inChild([&] {
             // The calls themselves: the library does not know of this child.
             if (::syscall(SYS_setresgid, kNobody, kNobody, kNobody) != 0 ||
                 ::syscall(SYS_setresuid, kNobody, kNobody, kNobody) != 0) {
@@ -83,7 +84,6 @@ struct Attack {
                 static_cast<int>(::syscall(SYS_pidfd_getfd, pidfd.get(), socket, 0)));
             return (taken ? 1 : 0) + (::ptrace(PTRACE_SEIZE, pid, nullptr, nullptr) == 0 ? 2 : 0);
         });
-        const int status = attacker.wait();
         EXPECT_TRUE(status >= 0 && status < 4) << "the attack could not be tried";
         return {.socketTaken = (status & 1) != 0, .traced = (status & 2) != 0};
     }
@@ -250,7 +250,7 @@ TEST_F(LaunchDuties, ShowInWhatTheClientPrints) {
 // The client waits in connect() for room in the listener's queue.
 TEST_F(LaunchDuties, ShowGroupInOneThreadOnly) {
     const std::string path = *programs_ / "full.sock";
-    const Descriptor listener = xpc::test::listeningSocket(path);
+    const Descriptor listener = listenAt(path);
     ASSERT_EQ(::listen(listener.get(), 0), 0);
     install(path, 0, 0, 0666);
     const xpc::test::RawClient first(path);

@@ -1,15 +1,12 @@
 #include "platform/xpc/ClientConnection.h"
 
 #include "support/ErrorMatchers.h"
-
-#include <gtest/gtest.h>
+#include "support/StartedProgram.h"
 
 #include "RawClient.h"
 #include "ServiceThread.h"
 #include <fcntl.h>
 #include <sys/socket.h>
-#include <thread>
-#include <unistd.h>
 
 namespace qv::xpc {
 namespace {
@@ -33,7 +30,7 @@ public:
     using Act = std::function<void(int client)>;
 
     explicit ScriptedService(std::vector<Act> acts)
-        : listener_(test::listeningSocket(path())), thread_([this, acts = std::move(acts)] {
+        : listener_(qv::test::listenAt(path())), thread_([this, acts = std::move(acts)] {
               for (const Act& act : acts) {
                   const Descriptor client(
                       ::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC));
@@ -41,11 +38,6 @@ public:
               }
               listener_.reset();
           }) {}
-    ~ScriptedService() { thread_.join(); }
-    ScriptedService(const ScriptedService&) = delete;
-    ScriptedService& operator=(const ScriptedService&) = delete;
-    ScriptedService(ScriptedService&&) = delete;
-    ScriptedService& operator=(ScriptedService&&) = delete;
     [[nodiscard]] std::string path() const { return directory_ / "scripted.sock"; }
 
     static void say(int client, std::string_view bytes) {
@@ -64,7 +56,7 @@ public:
 private:
     qv::test::TemporaryDirectory directory_;
     Descriptor listener_;
-    std::thread thread_;
+    std::jthread thread_;
 };
 
 std::string greetingBytes() {
@@ -115,7 +107,7 @@ TEST(ClientConnection, TellsApartWhyThereIsNoConnection) {
     EXPECT_THAT(ClientConnection::connect(std::string(200, 'p')),
                 fails(ClientErrorCode::unreachable));
     const std::string deserted = directory / "deserted.sock";
-    test::listeningSocket(deserted).reset();
+    qv::test::listenAt(deserted).reset();
     EXPECT_THAT(ClientConnection::connect(deserted), fails(ClientErrorCode::unreachable));
     const ServiceThread rejecting(
         {.onConnection = [](ServiceThread&, const auto& connection) { connection->cancel(); }});

@@ -1,14 +1,10 @@
 #include "platform/xpc/wire/WireError.h"
 #include "support/ErrorMatchers.h"
 
-#include <gtest/gtest.h>
-
 #include "RawClient.h"
 #include "ServiceThread.h"
-#include <optional>
 #include <stdexcept>
 #include <sys/socket.h>
-#include <thread>
 
 namespace qv::xpc {
 namespace {

@@ -1,25 +1,19 @@
-#include "platform/xpc/wire/WireError.h"
+#include "support/InChild.h"
+#include "support/StartedProgram.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "RawClient.h"
 #include "ServiceThread.h"
-#include <array>
 #include <cstdlib>
 #include <fcntl.h>
-#include <filesystem>
-#include <map>
-#include <optional>
 #include <stdexcept>
 #include <sys/resource.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 namespace qv::xpc {
 namespace {
 
-using test::ChildProcess;
 using test::RawClient;
 using test::ServiceThread;
 using namespace std::chrono_literals;
@@ -29,7 +23,7 @@ constexpr const char* kName = "com.larkwen.qvcatalog.helper";
 // What a service manager does for a service it starts, then what `judge` says of the outcome.
 template <typename Judge>
 int statusWhenHandedOver(int socket, const char* count, const char* names, const Judge& judge) {
-    ChildProcess child([&] {
+    return qv::test::inChild([&] {
         ::dup2(socket, 3);
         ::dup2(socket, 4);
         ::setenv("LISTEN_PID", std::to_string(::getpid()).c_str(), 1);
@@ -39,7 +33,6 @@ int statusWhenHandedOver(int socket, const char* count, const char* names, const
         const auto listener = Listener::createMachService(kName, *queue);
         return judge(listener) ? 0 : 1;
     });
-    return child.wait();
 }
 
 bool isListening(int fd) {
@@ -50,7 +43,7 @@ bool isListening(int fd) {
 
 TEST(Listener, TakesTheOneSocketOfItsName) {
     const qv::test::TemporaryDirectory directory;
-    const Descriptor socket = test::listeningSocket(directory / "socket");
+    const Descriptor socket = qv::test::listenAt(directory / "socket");
     const Descriptor idle(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     const Descriptor datagrams(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     struct Row {
@@ -129,10 +122,9 @@ TEST(Listener, BoundsConnectionsByUserAndInAll) {
         Limits limits;
         std::size_t most = 0;
     };
-    Limits perUser;
     Limits inAll;
     inAll.connectionsPerUser = 1000;
-    for (const Row& row : {Row{perUser, 8}, Row{inAll, 64}}) {
+    for (const Row& row : {Row{Limits{}, 8}, Row{inAll, 64}}) {
         ServiceThread service({.limits = row.limits});
         std::vector<RawClient> clients;
         for (std::size_t i = 0; i < row.most; ++i) {
@@ -176,29 +168,22 @@ TEST(Listener, BoundsPeersThatWaitToBeJudged) {
 // service down; when there are some again, it serves.
 TEST(Listener, SurvivesTheLackOfDescriptors) {
     ServiceThread service;
-    std::array<int, 2> go{};
-    ASSERT_EQ(::pipe2(go.data(), O_CLOEXEC), 0);
-    const Descriptor goRead(go[0]);
-    Descriptor goWrite(go[1]);
-    ChildProcess clients([&] {
-        char byte = 0;
-        static_cast<void>(!::read(goRead.get(), &byte, 1));
-        int refused = 0;
-        for (int i = 0; i < 5; ++i) {
-            RawClient client(service.path());
-            refused += client.receive(1).empty() ? 1 : 0;
-        }
-        return refused;
-    });
     rlimit before{};
     ::getrlimit(RLIMIT_NOFILE, &before);
-    const Descriptor highest(::fcntl(goWrite.get(), F_DUPFD_CLOEXEC, 0));
+    const Descriptor highest(::fcntl(0, F_DUPFD_CLOEXEC, 0));
     rlimit scarce = before;
     scarce.rlim_cur = static_cast<rlim_t>(highest.get()) + 1; // all numbers below are taken
     ::setrlimit(RLIMIT_NOFILE, &scarce);
-    static_cast<void>(::write(goWrite.get(), "x", 1) == 1);
-    EXPECT_EQ(clients.wait(), 5);
+    const int refused = qv::test::inChild([&] {
+        ::setrlimit(RLIMIT_NOFILE, &before);
+        int count = 0;
+        for (int i = 0; i < 5; ++i) {
+            count += RawClient(service.path()).receive(1).empty() ? 1 : 0;
+        }
+        return count;
+    });
     ::setrlimit(RLIMIT_NOFILE, &before);
+    EXPECT_EQ(refused, 5);
     const RawClient served = RawClient::greeted(service.path());
     EXPECT_TRUE(served.isServed());
 }

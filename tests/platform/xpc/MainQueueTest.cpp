@@ -1,23 +1,20 @@
+#include "platform/xpc/Debts.h"
 #include "platform/xpc/ProcessSource.h"
 #include "platform/xpc/RateLimiter.h"
 #include "platform/xpc/Turns.h"
+#include "support/StartedProgram.h"
 
 #include <gtest/gtest.h>
 
-#include "RawClient.h"
-#include <future>
 #include <stdexcept>
-#include <string>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/syscall.h>
-#include <unistd.h>
-#include <vector>
 
 namespace qv::xpc {
 namespace {
 
-using test::ChildProcess;
+using qv::test::StartedProgram;
 using namespace std::chrono_literals;
 
 class QueueTest : public testing::Test {
@@ -95,7 +92,7 @@ TEST_F(MainQueueTest, CountsShortHandlers) {
 using ProcessSourceTest = QueueTest;
 
 TEST_F(ProcessSourceTest, FiresOnceWhenTheProcessEnds) {
-    const ChildProcess child(::pause);
+    const StartedProgram child({.command = {"/bin/sleep", "1000"}});
     const Descriptor pidfd = pidfdOf(child.pid());
     int calls = 0;
     std::unique_ptr<ProcessSource> late;
@@ -118,7 +115,7 @@ TEST_F(ProcessSourceTest, FiresOnceWhenTheProcessEnds) {
 }
 
 TEST_F(ProcessSourceTest, StaysSilentWhenCancelled) {
-    ChildProcess child([] { return 0; });
+    StartedProgram child({.command = {"/bin/true"}});
     const Descriptor pidfd = pidfdOf(child.pid());
     child.wait();
     const auto cancelled = ProcessSource::create(*queue_, pidfd.get(), [] { FAIL(); }).value();
@@ -133,7 +130,7 @@ TEST_F(ProcessSourceTest, StaysSilentWhenCancelled) {
 // A request that had arrived counts before the last client's end stops the service; but requests
 // that never end must not keep ends from being noticed.
 TEST_F(ProcessSourceTest, ComesAfterTheRequestThatWaits) {
-    ChildProcess child([] { return 0; });
+    StartedProgram child({.command = {"/bin/true"}});
     const Descriptor pidfd = pidfdOf(child.pid());
     child.wait();
     std::string order;
@@ -218,6 +215,30 @@ TEST_F(RateLimiterTest, CountsWhatItDoesNotPass) {
     EXPECT_EQ(records.back(), "3 further records of this kind in the last 50 ms are not shown");
     limiter.log("again");
     EXPECT_EQ(records.back(), "again");
+}
+
+TEST(Debts, ArePaidOffAtTheirRate) {
+    constexpr uid_t kUser = 1000;
+    const Debts::Clock::time_point begin{};
+    Debts debts(100ms); // in a second
+    struct Row {
+        std::chrono::milliseconds at, cost;
+        bool isOverdrawn;
+    };
+    for (const Row& row : {Row{0ms, 100ms, false}, // no more than anybody may owe
+                           {0ms, 1ms, true},
+                           {11ms, 0ms, false},
+                           {1000ms, 28'000ms, true}, // one look that takes long
+                           {270'000ms, 0ms, true},   // for as long as it takes
+                           {281'500ms, 0ms, false},
+                           {900'000ms, 101ms, true}, // nothing is saved up
+                           {900'000ms, -101ms, false},
+                           {900'000ms, 101ms, true}}) { // nor given in advance
+        debts.add(kUser, row.cost, begin + row.at);
+        EXPECT_EQ(debts.isOverdrawn(kUser, begin + row.at), row.isOverdrawn)
+            << row.at.count() << " " << row.cost.count();
+        EXPECT_FALSE(debts.isOverdrawn(kUser + 1, begin + row.at));
+    }
 }
 
 } // namespace

@@ -1,14 +1,11 @@
 #include "RawClient.h"
 
-#include <array>
 #include <cerrno>
-#include <csignal>
 #include <cstring>
 #include <stdexcept>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <sys/un.h>
-#include <sys/wait.h>
 
 namespace qv::xpc::test {
 
@@ -104,22 +101,6 @@ bool RawClient::isServed(std::uint64_t sequence) const {
     }
     const Frame reply = readFrame();
     return reply.kind == FrameKind::reply && reply.sequence == sequence;
-}
-
-ChildProcess::~ChildProcess() {
-    if (!reaped_) {
-        kill();
-        wait();
-    }
-}
-
-void ChildProcess::kill() const { ::kill(pid_, SIGKILL); }
-
-int ChildProcess::wait() {
-    int status = 0;
-    ::waitpid(pid_, &status, 0);
-    reaped_ = true;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 } // namespace qv::xpc::test

@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
-#include <unistd.h>
 
 namespace qv::xpc::test {
 
@@ -47,30 +46,6 @@ public:
 private:
     Descriptor socket_;
     std::string nonce_;
-};
-
-/// A process that runs `body` and exits; killed and reaped at the latest with its owner.
-class ChildProcess {
-public:
-    template <typename Body> explicit ChildProcess(const Body& body) : pid_(::fork()) {
-        if (pid_ == 0) {
-            ::_exit(body());
-        }
-    }
-    ~ChildProcess();
-    ChildProcess(const ChildProcess&) = delete;
-    ChildProcess& operator=(const ChildProcess&) = delete;
-    ChildProcess(ChildProcess&&) = delete;
-    ChildProcess& operator=(ChildProcess&&) = delete;
-
-    [[nodiscard]] int pid() const { return pid_; }
-    void kill() const;
-    /// Reaps it; its exit status, -1 when it was killed.
-    int wait();
-
-private:
-    int pid_;
-    bool reaped_ = false;
 };
 
 } // namespace qv::xpc::test

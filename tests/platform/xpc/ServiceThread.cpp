@@ -1,41 +1,19 @@
 #include "ServiceThread.h"
 
-#include <chrono>
-#include <cstring>
-#include <filesystem>
+#include "support/StartedProgram.h"
+
 #include <future>
-#include <iterator>
-#include <stdexcept>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
 
 namespace qv::xpc::test {
-
-namespace {
-constexpr std::chrono::seconds kPatience{60};
-}
-
-Descriptor listeningSocket(const std::string& path) {
-    Descriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
-    if (::bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-        ::listen(socket.get(), SOMAXCONN) != 0) {
-        throw std::runtime_error("no listening socket at " + path);
-    }
-    return socket;
-}
 
 ServiceThread::ServiceThread(Behaviour behaviour)
     : behaviour_(std::move(behaviour)), wake_(::eventfd(0, EFD_CLOEXEC)) {
     std::promise<void> ready;
     thread_ = std::thread([&] {
         queue_ = MainQueue::create().value();
-        Descriptor socket = listeningSocket(path());
+        Descriptor socket = qv::test::listenAt(path());
         if (behaviour_.beforeStart) {
             behaviour_.beforeStart(path());
         }
@@ -131,32 +109,16 @@ void ServiceThread::record(const Event& event) {
     changed_.notify_all();
 }
 
-template <typename Condition> void ServiceThread::waitUntil(const Condition& condition) {
-    std::unique_lock lock(mutex_);
-    changed_.wait_for(lock, kPatience, condition);
-}
-
 std::vector<ConnectionError> ServiceThread::waitForErrors(std::size_t count) {
-    waitUntil([&] { return errors_.size() >= count; });
-    const std::scoped_lock lock(mutex_);
+    std::unique_lock lock(mutex_);
+    changed_.wait_for(lock, qv::test::kPatience, [&] { return errors_.size() >= count; });
     return errors_;
 }
 
-std::size_t ServiceThread::waitForMessages(std::size_t count) {
-    waitUntil([&] { return messages_ >= count; });
-    const std::scoped_lock lock(mutex_);
-    return messages_;
-}
-
-std::size_t ServiceThread::waitForConnections(std::size_t count) {
-    waitUntil([&] { return connections_ >= count; });
-    const std::scoped_lock lock(mutex_);
-    return connections_;
-}
-
-std::size_t descriptorCount() {
-    const std::filesystem::directory_iterator descriptors("/proc/self/fd");
-    return static_cast<std::size_t>(std::distance(begin(descriptors), end(descriptors)));
+std::size_t ServiceThread::waitFor(const std::size_t& counter, std::size_t count) {
+    std::unique_lock lock(mutex_);
+    changed_.wait_for(lock, qv::test::kPatience, [&] { return counter >= count; });
+    return counter;
 }
 
 } // namespace qv::xpc::test

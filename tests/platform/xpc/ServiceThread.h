@@ -8,14 +8,10 @@
 #include <functional>
 #include <memory>
 #include <mutex>
-#include <string>
 #include <thread>
 #include <vector>
 
 namespace qv::xpc::test {
-
-/// A listening stream socket at `path`.
-Descriptor listeningSocket(const std::string& path);
 
 /// A service on a thread of its own: real loop, real listener, socket in a temporary folder. Unless
 /// told otherwise it accepts everybody and answers each message with its own dictionary.
@@ -51,14 +47,14 @@ public:
 
     /// Waits, at most a minute, until so many have come; gives them.
     std::vector<ConnectionError> waitForErrors(std::size_t count);
-    std::size_t waitForMessages(std::size_t count);
-    std::size_t waitForConnections(std::size_t count);
+    std::size_t waitForMessages(std::size_t count) { return waitFor(messages_, count); }
+    std::size_t waitForConnections(std::size_t count) { return waitFor(connections_, count); }
 
 private:
     void run();
     void obey();
     void record(const Event& event);
-    template <typename Condition> void waitUntil(const Condition& condition);
+    std::size_t waitFor(const std::size_t& counter, std::size_t count);
 
     Behaviour behaviour_;
     qv::test::TemporaryDirectory directory_;
@@ -73,8 +69,5 @@ private:
     std::unique_ptr<Listener> listener_;
     std::thread thread_;
 };
-
-/// How many descriptors this process has.
-std::size_t descriptorCount();
 
 } // namespace qv::xpc::test

@@ -1,23 +1,25 @@
 #include "platform/xpc/Peer.h"
 #include "platform/xpc/wire/SocketIO.h"
 #include "platform/xpc/wire/WireError.h"
+#include "support/BuildFolder.h"
+#include "support/StartedProgram.h"
+#include "support/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
 
-#include "RawClient.h"
-#include "ServiceThread.h"
-#include <array>
 #include <cstring>
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 namespace qv::xpc {
 namespace {
 
-using test::ChildProcess;
-using test::descriptorCount;
-using test::RawClient;
+using qv::test::StartedProgram;
+
+std::ptrdiff_t descriptorCount() {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+}
 
 void sendDescriptors(int socket, std::size_t count) {
     constexpr std::size_t kMost = 16;
@@ -47,7 +49,7 @@ TEST(SocketIO, RefusesAndClosesDescriptors) {
     const Descriptor theirs(fds[1]);
     const int on = 1;
     ::setsockopt(ours.get(), SOL_SOCKET, SO_PASSCRED, &on, sizeof on);
-    const std::size_t before = descriptorCount();
+    const std::ptrdiff_t before = descriptorCount();
     for (const std::size_t count : {1U, 4U, 16U}) {
         sendDescriptors(theirs.get(), count);
         std::array<char, 8> space{};
@@ -63,12 +65,10 @@ TEST(SocketIO, RefusesAndClosesDescriptors) {
 TEST(Peer, NamesTheProcessThatConnected) {
     const qv::test::TemporaryDirectory directory;
     const std::string path = directory / "socket";
-    const Descriptor listener = test::listeningSocket(path);
+    const std::string client = qv::test::built("bin/qv_sample_client");
+    const Descriptor listener = qv::test::listenAt(path);
     {
-        ChildProcess child([&] {
-            const RawClient client(path);
-            return static_cast<int>(client.receive(1).size());
-        });
+        StartedProgram child({.command = {client, path}});
         const Descriptor socket(::accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
         for (const auto& peer : {peerOf(socket.get()), peerByPID(socket.get())}) {
             ASSERT_TRUE(peer);
@@ -83,10 +83,10 @@ TEST(Peer, NamesTheProcessThatConnected) {
         child.wait();
         EXPECT_TRUE(peer->process->hasEnded());
     }
-    ChildProcess gone([&] {
-        const RawClient client(path);
-        return 0;
-    });
+    StartedProgram gone({.command = {client, path}});
+    pollfd arrival{.fd = listener.get(), .events = POLLIN, .revents = 0};
+    ASSERT_EQ(::poll(&arrival, 1, -1), 1);
+    gone.kill();
     gone.wait();
     const Descriptor socket(::accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
     EXPECT_FALSE(peerOf(socket.get()));
