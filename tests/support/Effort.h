@@ -1,8 +1,6 @@
 #pragma once
 
-#include <charconv>
 #include <cstdlib>
-#include <string_view>
 
 namespace qv::test {
 
@@ -10,12 +8,7 @@ namespace qv::test {
 /// much as fits into every run.
 inline int effort(const char* variable, int usual) {
     const char* text = std::getenv(variable); // NOLINT(concurrency-mt-unsafe): nobody sets any
-    int number = usual;
-    if (text != nullptr) {
-        const std::string_view digits(text);
-        std::from_chars(digits.data(), digits.data() + digits.size(), number);
-    }
-    return number;
+    return text == nullptr ? usual : static_cast<int>(std::strtol(text, nullptr, 10));
 }
 
 } // namespace qv::test

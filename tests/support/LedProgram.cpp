@@ -1,10 +1,8 @@
 #include "support/LedProgram.h"
 
-#include <array>
 #include <poll.h>
 #include <stdexcept>
 #include <sys/socket.h>
-#include <utility>
 
 namespace qv::test {
 
@@ -25,13 +23,10 @@ std::string LedProgram::order(std::string_view command) {
 }
 
 void LedProgram::begin(std::string_view command) {
-    std::string line = std::string(command) + "\n";
-    for (std::string_view rest = line; !rest.empty();) {
-        const ssize_t count = ::send(strings_.get(), rest.data(), rest.size(), MSG_NOSIGNAL);
-        if (count <= 0) {
-            throw std::runtime_error("the program has ended");
-        }
-        rest.remove_prefix(static_cast<std::size_t>(count));
+    const std::string line = std::string(command) + "\n";
+    const ssize_t count = ::send(strings_.get(), line.data(), line.size(), MSG_NOSIGNAL);
+    if (std::cmp_not_equal(count, line.size())) {
+        throw std::runtime_error("the program has ended");
     }
 }
 

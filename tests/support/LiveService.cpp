@@ -2,15 +2,12 @@
 
 #include "support/BuildFolder.h"
 
-#include <array>
 #include <cerrno>
-#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
-#include <utility>
 
 namespace qv::test {
 
@@ -137,18 +134,13 @@ std::string LiveService::log() {
 
 std::size_t LiveService::descriptors() const {
     const std::filesystem::directory_iterator list("/proc/" + std::to_string(pid()) + "/fd");
-    return static_cast<std::size_t>(std::distance(begin(list), end(list)));
+    return static_cast<std::size_t>(std::distance(list, {}));
 }
 
 std::size_t LiveService::residentKilobytes() const {
-    std::ifstream status("/proc/" + std::to_string(pid()) + "/status");
-    for (std::string word; status >> word;) {
-        std::size_t number = 0;
-        if (word == "VmRSS:" && status >> number) {
-            return number;
-        }
-    }
-    return 0;
+    std::size_t pages = 0;
+    std::ifstream("/proc/" + std::to_string(pid()) + "/statm") >> pages >> pages;
+    return pages * static_cast<std::size_t>(::sysconf(_SC_PAGESIZE)) / 1024;
 }
 
 } // namespace qv::test

@@ -142,10 +142,7 @@ StartedProgram::~StartedProgram() {
     }
 }
 
-bool StartedProgram::isRunning() const {
-    pollfd entry{.fd = pidfd_.get(), .events = POLLIN, .revents = 0};
-    return ::poll(&entry, 1, 0) == 0;
-}
+bool StartedProgram::isRunning() const { return !hasEndedWithin({}); }
 
 void StartedProgram::kill() const {
     if (!status_) {
@@ -153,10 +150,9 @@ void StartedProgram::kill() const {
     }
 }
 
-bool StartedProgram::waitForEnd() const {
+bool StartedProgram::hasEndedWithin(std::chrono::milliseconds time) const {
     pollfd entry{.fd = pidfd_.get(), .events = POLLIN, .revents = 0};
-    constexpr auto kMost = std::chrono::milliseconds(kPatience).count();
-    return ::poll(&entry, 1, static_cast<int>(kMost)) == 1;
+    return ::poll(&entry, 1, static_cast<int>(time.count())) == 1;
 }
 
 std::optional<int> StartedProgram::wait() {
@@ -207,26 +203,20 @@ bool writeAll(int descriptor, std::string_view bytes) {
 
 namespace {
 
-// False at the end.
-bool readPiece(int descriptor, std::string& text) {
+void readBoth(int output, int errors, ProgramRun& run) {
+    std::array<pollfd, 2> entries{{{output, POLLIN, 0}, {errors, POLLIN, 0}}};
+    const std::array<std::string*, 2> texts{&run.output, &run.errors};
     std::array<char, 65536> piece{};
-    const ssize_t count = ::read(descriptor, piece.data(), piece.size());
-    text.append(piece.data(), count > 0 ? static_cast<std::size_t>(count) : 0);
-    return count > 0;
-}
-
-void readBoth(Descriptor& output, Descriptor& errors, ProgramRun& run) {
-    while (output || errors) {
-        std::array<pollfd, 2> entries{{{output.get(), POLLIN, 0}, {errors.get(), POLLIN, 0}}};
-        constexpr auto kMost = std::chrono::milliseconds(kPatience).count();
-        if (::poll(entries.data(), entries.size(), static_cast<int>(kMost)) <= 0) {
-            return;
-        }
-        if (entries[0].revents != 0 && !readPiece(output.get(), run.output)) {
-            output.reset();
-        }
-        if (entries[1].revents != 0 && !readPiece(errors.get(), run.errors)) {
-            errors.reset();
+    constexpr auto kMost = static_cast<int>(std::chrono::milliseconds(kPatience).count());
+    while ((entries[0].fd >= 0 || entries[1].fd >= 0) && ::poll(entries.data(), 2, kMost) > 0) {
+        for (std::size_t i = 0; i < entries.size(); ++i) {
+            const ssize_t count =
+                entries[i].revents != 0 ? ::read(entries[i].fd, piece.data(), piece.size()) : 1;
+            if (count <= 0) {
+                entries[i].fd = -1; // at its end; not looked at any more
+            } else if (entries[i].revents != 0) {
+                texts[i]->append(piece.data(), static_cast<std::size_t>(count));
+            }
         }
     }
 }
@@ -249,7 +239,7 @@ ProgramRun runProgram(const std::vector<std::string>& command, std::string_view 
     out.write.reset();
     err.write.reset();
     ProgramRun run;
-    readBoth(out.read, err.read, run);
+    readBoth(out.read.get(), err.read.get(), run);
     run.status = program.wait().value_or(-SIGKILL);
     return run;
 }

@@ -58,9 +58,10 @@ public:
     /// Its exit status, or minus the signal that ended it; none when it does not end in time.
     std::optional<int> wait();
     /// Waits for its end and leaves it a zombie.
-    [[nodiscard]] bool waitForEnd() const;
+    [[nodiscard]] bool waitForEnd() const { return hasEndedWithin(kPatience); }
 
 private:
+    [[nodiscard]] bool hasEndedWithin(std::chrono::milliseconds time) const;
     pid_t pid_ = -1;
     bool ownGroup_ = false;
     Descriptor pidfd_;

@@ -26,25 +26,11 @@ template <typename T> T need(T made, const char* what) {
 }
 
 KeyHandle makeKey(KeyKind kind) {
-    const auto curve = [](const char* name) {
-        return KeyHandle(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", name));
-    };
-    const auto rsa = [](std::size_t bits) {
-        return KeyHandle(EVP_PKEY_Q_keygen(nullptr, nullptr, "RSA", bits));
-    };
-    switch (kind) {
-    case KeyKind::p256:
-        return need(curve("P-256"), "key");
-    case KeyKind::p384:
-        return need(curve("P-384"), "key");
-    case KeyKind::p521:
-        return need(curve("P-521"), "key");
-    case KeyKind::rsa1024:
-        return need(rsa(1024), "key");
-    case KeyKind::rsa2048:
-        return need(rsa(2048), "key");
-    }
-    throw std::runtime_error("unknown kind of key");
+    const auto bits = static_cast<std::size_t>(kind);
+    return KeyHandle(need(
+        bits < 1024 ? EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", fmt::format("P-{}", bits).c_str())
+                    : EVP_PKEY_Q_keygen(nullptr, nullptr, "RSA", bits),
+        "key"));
 }
 
 void addName(X509_NAME* name, const char* field, const std::string& value) {
@@ -136,10 +122,9 @@ TestIdentity TestIdentity::make(const CertificateSpec& spec, const TestIdentity*
         addName(subject, "OU", unit);
     }
     need(X509_set_issuer_name(certificate, X509_get_subject_name(above)) == 1, "issuer");
-    need(X509_time_adj_ex(X509_getm_notBefore(certificate), spec.validFromDays, 0, nullptr) !=
-                 nullptr &&
-             X509_time_adj_ex(X509_getm_notAfter(certificate), spec.validToDays, 0, nullptr) !=
-                 nullptr,
+    need(X509_time_adj_ex(X509_getm_notBefore(certificate), spec.validFromDays, 0, nullptr),
+         "validity");
+    need(X509_time_adj_ex(X509_getm_notAfter(certificate), spec.validToDays, 0, nullptr),
          "validity");
     need(X509_set_pubkey(certificate, made.key()) == 1, "public key");
     X509V3_CTX context{};
@@ -186,7 +171,8 @@ TestAuthority::TestAuthority(const CertificateSpec& leafSpec,
                              const CertificateSpec& intermediateSpec,
                              const CertificateSpec& rootSpec)
     : root(TestIdentity::selfSigned(rootSpec)), intermediate(root.issue(intermediateSpec)),
-      leaf(intermediate.issue(leafSpec)) {}
+      leaf(intermediate.issue(leafSpec)),
+      team(leafSpec.units.empty() ? "" : leafSpec.units.front()) {}
 
 void TestAuthority::anchorIn(const std::filesystem::path& folder, std::string_view role) const {
     writeWithMode(folder / role / "root.pem", root.certificatePEM(), kFileMode);
@@ -195,13 +181,7 @@ void TestAuthority::anchorIn(const std::filesystem::path& folder, std::string_vi
 SigningRequest TestAuthority::requestIn(const std::filesystem::path& folder) const {
     SigningRequest request;
     request.identifier = "com.larkwen.QVCatalogHelper";
-    const X509_NAME* subject = X509_get_subject_name(leaf.certificate());
-    const int unit = X509_NAME_get_index_by_NID(subject, NID_organizationalUnitName, -1);
-    if (unit >= 0) {
-        const ASN1_STRING* text = X509_NAME_ENTRY_get_data(X509_NAME_get_entry(subject, unit));
-        request.team = bytesView(ASN1_STRING_get0_data(text),
-                                 static_cast<std::size_t>(ASN1_STRING_length(text)));
-    }
+    request.team = team;
     request.flags = 0x300;
     request.certificatePath = folder / "leaf.pem";
     request.keyPath = folder / "leaf.key";

@@ -5,7 +5,6 @@
 
 #include <cstdint>
 #include <filesystem>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <sys/types.h>
@@ -18,7 +17,14 @@ inline constexpr std::string_view kStoreMarker = "1.2.840.113635.100.6.1.9";
 inline constexpr std::string_view kDistributionMarker = "1.2.840.113635.100.6.1.13";
 inline constexpr std::string_view kIntermediateMarker = "1.2.840.113635.100.6.2.6";
 
-enum class KeyKind : std::uint8_t { p256, p384, p521, rsa1024, rsa2048 };
+/// Each with its length in bits.
+enum class KeyKind : std::uint16_t {
+    p256 = 256,
+    p384 = 384,
+    p521 = 521,
+    rsa1024 = 1024,
+    rsa2048 = 2048
+};
 
 struct ExtensionSpec {
     std::string oid;
@@ -71,8 +77,8 @@ private:
 
 /// A development authority: root, intermediate with its marker, leaf for distribution.
 struct TestAuthority {
-    explicit TestAuthority(std::string_view team = kTeam)
-        : TestAuthority(CertificateSpec::leaf(team)) {}
+    explicit TestAuthority(std::string_view teamOfLeaf = kTeam)
+        : TestAuthority(CertificateSpec::leaf(teamOfLeaf)) {}
     explicit TestAuthority(
         const CertificateSpec& leafSpec,
         const CertificateSpec& intermediateSpec = CertificateSpec::intermediate(),
@@ -81,6 +87,7 @@ struct TestAuthority {
     TestIdentity root;
     TestIdentity intermediate;
     TestIdentity leaf;
+    std::string team; ///< the leaf's
 
     /// Makes the root an anchor in `folder`/`role`, with the modes that anchors need.
     void anchorIn(const std::filesystem::path& folder, std::string_view role = "vendor") const;

@@ -14,11 +14,8 @@ std::string listingOf(const std::filesystem::path& root) {
     const std::unique_ptr<FILE, int (*)(FILE*)> pipe(::popen(command.c_str(), "r"), ::pclose);
     std::string text;
     std::array<char, 65536> buffer{};
-    while (pipe) {
-        const std::size_t count = std::fread(buffer.data(), 1, buffer.size(), pipe.get());
-        if (count == 0) {
-            break;
-        }
+    for (std::size_t count = 1; pipe && count > 0;) {
+        count = std::fread(buffer.data(), 1, buffer.size(), pipe.get());
         text.append(buffer.data(), count);
     }
     return text;

@@ -21,14 +21,6 @@ namespace qv::test {
     return text + '"';
 }
 
-[[nodiscard]] inline std::string dumpOfBytes(std::string_view data) {
-    std::string text;
-    for (const char c : data) {
-        text += fmt::format("{:02x}", static_cast<unsigned char>(c));
-    }
-    return text;
-}
-
 [[nodiscard]] inline std::string dumpOfElements(std::span<const Value> values) {
     std::vector<std::string> texts;
     for (const Value& value : values) {
@@ -63,7 +55,7 @@ namespace qv::test {
     case Kind::string:
         return quoted(value.asString());
     case Kind::data:
-        return "<" + dumpOfBytes(value.asData()) + ">";
+        return fmt::format("<{:02x}>", fmt::join(std::as_bytes(std::span(value.asData())), ""));
     case Kind::date:
         return fmt::format("@{}", value.asDate().secondsSinceReference);
     case Kind::array:
