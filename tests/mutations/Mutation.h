@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -15,7 +14,8 @@ namespace qv {
 inline const std::string kAwakeMutations = [] {
     const char* const list =
         std::getenv("QV_MUTATIONS"); // NOLINT(concurrency-mt-unsafe): before any thread starts
-    std::ifstream file(std::filesystem::path(__FILE__).parent_path() / "awake");
+    const std::string self = __FILE__;
+    std::ifstream file(self.substr(0, self.rfind('/') + 1) + "awake");
     const std::string content{std::istreambuf_iterator<char>(file), {}};
     return "," + (list == nullptr ? content : list) + ",";
 }();
