@@ -19,7 +19,7 @@ using Changes = std::map<std::string, std::optional<Value>>;
 // Both work as the user that this process is, whatever the place says. Errors: NSPOSIXErrorDomain,
 // described as "FILE: CAUSE".
 
-/// The dictionary of a domain; none where there is no file, or only a link. Takes no lock.
+/// The dictionary of a domain; none if its file is missing or a link. Takes no lock.
 [[nodiscard]] tl::expected<std::optional<Value>, Error> readDomain(const DomainPlace& place);
 
 /// Changes some keys of a domain and keeps the others. Writes nothing, and makes nothing, where

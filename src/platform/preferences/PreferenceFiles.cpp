@@ -40,7 +40,7 @@ Error failureToAct(const UserRecord& user, const DomainPlace& place, int code) {
     }
 }
 
-// The values of a domain, or of one of its keys alone; the null object where there is no file.
+// The values of a domain, or of one of its keys alone; the null object if the file is missing.
 WorkResult valuesOf(const DomainPlace& place, const std::optional<std::string>& key) {
     auto values = preferences::readDomain(place);
     if (!values) {
@@ -89,7 +89,7 @@ WorkResult PreferenceFiles::performAs(const UserRecord& user, const DomainPlace&
     return result;
 }
 
-// All values, or that of a key alone; none where there is no file.
+// All values, or that of a key alone; none if the file is missing.
 tl::expected<std::optional<Value>, Error>
 PreferenceFiles::read(const DomainPlace& place, const std::optional<std::string>& key) const {
     const std::optional<UserRecord>& user = place.otherUser;

@@ -8,7 +8,8 @@ namespace qv {
 
 Error QVCatalogScript::waitForQuitOfApplicationWithPID(std::int32_t pid) {
     return engine_->perform(OperationCode::waitForQuitOfApplicationWithPID, {pid}, [&] {
-        engine_->workspaceService().noteSession(); // who asked may be who quits
+        engine_->workspaceService()
+            .noteSession(); // the requester may be the process that the step waits for
         waitForExitOfProcess(pid);
         return Error();
     });

@@ -64,7 +64,7 @@ private:
 /// same keys as an earlier one costs no search.
 class StepReader {
 public:
-    /// Throws an Exception for a step that is no dictionary and for a URL that is no string.
+    /// Throws an Exception for a step that is not a dictionary and for a URL that is not a string.
     [[nodiscard]] StepFields read(const Value& step);
 
 private:

@@ -50,7 +50,7 @@ tl::expected<Lock, int> Lock::take(int folder, const char* name, const Deadline&
         if (deadline.hasPassed()) {
             return tl::unexpected(ETIMEDOUT);
         }
-        std::this_thread::sleep_for(kPause); // this kind of lock has no wait with a deadline
+        std::this_thread::sleep_for(kPause); // flock() cannot wait until a deadline
     }
 }
 

@@ -45,7 +45,7 @@ std::string quoted(std::string_view text, std::size_t around) {
 std::string shown(const Value& value) { return description(value, kMost); }
 
 std::string kindAndValue(const Value& value) {
-    // An evaluation has the null object where there is no value.
+    // An evaluation writes a missing value as the null object.
     const std::string_view kind = value.isNull() ? "no value" : kindText(value.kind());
     const bool scalar =
         value.isNumber() || value.is(Value::Kind::string) || value.is(Value::Kind::date);

@@ -81,7 +81,7 @@ private:
     std::array<Descriptor, 3> standard_;
     State state_ = State::notLaunched;
     pid_t pid_ = 0;
-    Descriptor pidfd_; // none when there was no descriptor to be had
+    Descriptor pidfd_; // not open if the process had no free descriptor
     TerminationReason reason_ = TerminationReason::exit;
     int status_ = 0;
 };
