@@ -1,6 +1,7 @@
 #include "client/QVCatalogHelperClient.h"
 
 #include "platform/foundation/archive/KeyedUnarchiver.h"
+#include "platform/foundation/configuration/Configuration.h"
 #include "platform/foundation/plist/PropertyList.h"
 #include "platform/foundation/process/state/LaunchMark.h"
 #include "platform/foundation/values/Conversions.h"
@@ -37,7 +38,9 @@ Error unfit(const Error& why) {
 
 } // namespace
 
-std::string QVCatalogHelperClient::defaultSocketPath() { return QV_SOCKET_PATH; }
+std::string QVCatalogHelperClient::defaultSocketPath() {
+    return std::string(configuration::kSocketPath);
+}
 
 QVCatalogHelperClient::QVCatalogHelperClient(std::unique_ptr<State> state)
     : state_(std::move(state)) {}

@@ -1,6 +1,7 @@
 #include "codesign/ClientVerification.h"
 
 #include "codesign/QVCodeSignatureVerifier.h"
+#include "platform/foundation/configuration/Configuration.h"
 #include "platform/security/examination/CodeExaminer.h"
 #include "platform/security/examination/ExaminerCall.h"
 #include "platform/security/guest/GuestCode.h"
@@ -20,7 +21,7 @@ namespace qv {
 
 namespace {
 
-constexpr std::string_view kClientGroup = QV_CLIENT_GROUP;
+using configuration::kClientGroup;
 
 /// The group's number, which may stand in place of its name; none and errno 0 when there is no such
 /// group.
@@ -63,12 +64,12 @@ std::string whyNoGroup(const tl::expected<gid_t, int>& group) {
 }
 
 CodeSigningConfiguration configurationWith(const tl::expected<gid_t, int>& group) {
-    return {.anchorsDirectory = QV_ANCHOR_DIR,
-            .anchorOwner = QV_ANCHOR_OWNER,
-            .clientsDirectory = QV_CLIENTS_DIR,
+    return {.anchorsDirectory = std::string(configuration::kAnchorsFolder),
+            .anchorOwner = configuration::kAnchorOwner,
+            .clientsDirectory = std::string(configuration::kClientsFolder),
             .clientGroup = group ? std::optional(*group) : std::nullopt,
-            .developmentAnchors = QV_DEVELOPMENT_BUILD,
-            .allowTemporaryFileSystems = QV_DEVELOPMENT_BUILD};
+            .developmentAnchors = configuration::kIsDevelopment,
+            .allowTemporaryFileSystems = configuration::kIsDevelopment};
 }
 
 } // namespace
@@ -157,7 +158,9 @@ CodeSigningConfiguration ClientVerification::configuration() {
 
 std::string ClientVerification::clientGroupReason() { return whyNoGroup(clientGroupID()); }
 
-std::string_view ClientVerification::anchorsDirectory() noexcept { return QV_ANCHOR_DIR; }
+std::string_view ClientVerification::anchorsDirectory() noexcept {
+    return configuration::kAnchorsFolder;
+}
 
 std::optional<gid_t> ClientVerification::clientGroup() const noexcept {
     return parts_->clientGroup ? std::optional(*parts_->clientGroup) : std::nullopt;

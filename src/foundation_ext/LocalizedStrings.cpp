@@ -1,5 +1,6 @@
 #include "foundation_ext/LocalizedStrings.h"
 
+#include "platform/foundation/configuration/Configuration.h"
 #include "platform/foundation/plist/PropertyList.h"
 #include "platform/foundation/text/DateText.h"
 
@@ -66,7 +67,7 @@ LocalizedStrings::LocalizedStrings(const std::string& folder, std::string_view l
 }
 
 LocalizedStrings LocalizedStrings::ofMainBundle() {
-    return {QV_RESOURCE_DIR, currentLocaleIdentifier()};
+    return {std::string(configuration::kResourceFolder), currentLocaleIdentifier()};
 }
 
 std::string LocalizedStrings::localizedString(std::string_view key) const {

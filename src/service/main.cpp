@@ -1,4 +1,5 @@
 #include "codesign/ClientVerification.h"
+#include "platform/foundation/configuration/Configuration.h"
 #include "platform/foundation/files/item/SocketPlace.h"
 #include "platform/foundation/log/Log.h"
 #include "platform/foundation/process/state/ProcessState.h"
@@ -29,17 +30,15 @@ std::string examinerPath(std::string servicePath) {
 // At a socket of the machine such a service would give root to everyone: it takes debuggable
 // programs, and whoever can write to its build folder is its authority.
 bool mayServe(const std::string& path) {
-    constexpr std::string_view kFolder = QV_DEVELOPMENT_FOLDER;
-    if constexpr (!kFolder.empty()) {
-        if (!qv::isSocketBelow(path, std::string(kFolder))) {
-            qv::log::write(qv::log::Priority::error,
-                           fmt::format("This is a developer's build, and its socket {} does not "
-                                       "stand in its build folder {}",
-                                       qv::log::foreign(path), kFolder));
-            return false;
-        }
+    const std::string_view folder = qv::configuration::kDevelopmentFolder;
+    if (folder.empty() || qv::isSocketBelow(path, std::string(folder))) {
+        return true;
     }
-    return true;
+    qv::log::write(qv::log::Priority::error,
+                   fmt::format("{}, and its socket {} does not stand in its build folder {}",
+                               qv::configuration::kDevelopmentNotice, qv::log::foreign(path),
+                               folder));
+    return false;
 }
 
 int failToListen() {

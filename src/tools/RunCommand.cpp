@@ -1,4 +1,5 @@
 #include "client/QVCatalogHelperClient.h"
+#include "platform/foundation/configuration/Configuration.h"
 #include "platform/foundation/os/FileBytes.h"
 #include "platform/foundation/plist/PropertyList.h"
 #include "platform/foundation/values/Description.h"
@@ -20,7 +21,7 @@ using Style = Terminal::Style;
 
 // Whoever may use this program may have anything done as root, so in an installed system only root
 // may. A developer's build talks to the developer's own service.
-bool mayRun() { return QV_DEVELOPMENT_BUILD || ::geteuid() == 0; }
+bool mayRun() { return configuration::kIsDevelopment || ::geteuid() == 0; }
 
 Value outcomeAsValue(const ScriptOutcome& outcome) {
     std::vector<std::pair<Value, Value>> pairs = {
@@ -85,7 +86,7 @@ std::string remedyFor(const std::string& socketPath) {
         return fmt::format("; without --socket it is looked for at {}",
                            QVCatalogHelperClient::defaultSocketPath());
     }
-    if (QV_DEVELOPMENT_BUILD) {
+    if (configuration::kIsDevelopment) {
         return "; a developer's build is served while `packaging/development/service BUILD-FOLDER "
                "COMMAND` in its checkout runs a command, and `./run FILE` does all of it";
     }

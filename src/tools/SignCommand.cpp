@@ -1,3 +1,4 @@
+#include "platform/foundation/configuration/Configuration.h"
 #include "platform/security/requirement/CodeSigningStatus.h"
 #include "platform/security/signature/CodeSigner.h"
 #include "tools/Commands.h"
@@ -77,7 +78,7 @@ Result sign(const SignOptions& options) {
     request.certificatePath = options.certificate;
     request.keyPath = options.key;
     request.intermediatePaths = options.intermediates;
-    request.allowDebuggableDistribution = QV_DEVELOPMENT_BUILD;
+    request.allowDebuggableDistribution = configuration::kIsDevelopment;
     if (const auto done = CodeSigner::sign(options.file, request); !done) {
         return signingFailure(done.error());
     }

@@ -1,4 +1,5 @@
 #include "client/QVCatalogHelperClient.h"
+#include "platform/foundation/configuration/Configuration.h"
 #include "platform/foundation/log/Log.h"
 #include "platform/foundation/os/FileBytes.h"
 #include "tools/Commands.h"
@@ -324,7 +325,7 @@ Result parseAndRun(int count, const char* const* arguments) {
     CLI::App app(
         "Works with QVCatalogHelperXPC, the service that carries out installation scripts.",
         "qvcatalog");
-    app.set_version_flag("--version", QV_VERSION);
+    app.set_version_flag("--version", std::string(qv::configuration::kVersion));
     app.footer(
         "Exit status: 0 success, or the answer is yes; 1 failed, or the answer is no; 2 usage, "
         "or a file that cannot be read or written; 3 refused by the service, or it cannot be "

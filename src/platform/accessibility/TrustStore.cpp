@@ -2,6 +2,7 @@
 
 #include "platform/accessibility/HeldProgram.h"
 #include "platform/accessibility/TrustFile.h"
+#include "platform/foundation/configuration/Configuration.h"
 #include "platform/foundation/log/Log.h"
 #include "platform/foundation/values/UTF8.h"
 
@@ -47,7 +48,7 @@ tl::expected<TrustVerdict, Error> compare(const TrustList& list, const HeldProgr
 
 } // namespace
 
-std::string TrustStore::defaultFolder() { return QV_STATE_DIR; }
+std::string TrustStore::defaultFolder() { return std::string(configuration::kStateFolder); }
 
 TrustStore::TrustStore(std::string folder, std::optional<uid_t> requester,
                        std::chrono::milliseconds patience)

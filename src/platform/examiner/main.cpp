@@ -1,4 +1,5 @@
 #include "platform/examiner/Examiner.h"
+#include "platform/foundation/configuration/Configuration.h"
 #include "platform/foundation/files/item/SocketPlace.h"
 #include "platform/foundation/log/Log.h"
 #include "platform/foundation/process/state/ProcessState.h"
@@ -17,6 +18,8 @@
 namespace {
 
 constexpr std::chrono::minutes kIdleTime{10};
+/// A developer's build becomes this user when it is started as root; the number has no account.
+constexpr uid_t kDevelopmentUser = 47111;
 
 int fail(std::string_view why) {
     qv::log::write(qv::log::Priority::error, why);
@@ -36,15 +39,14 @@ int main() {
         return fail("no listening socket was handed over");
     }
     qv::Descriptor listener(SD_LISTEN_FDS_START);
-    constexpr std::string_view kFolder = QV_DEVELOPMENT_FOLDER; // empty but in a developer's build
-    if (kFolder.empty() && ::geteuid() == 0) {
+    const std::string_view folder = qv::configuration::kDevelopmentFolder;
+    if (folder.empty() && ::geteuid() == 0) {
         return fail("started as root; its unit gives it a user of its own");
     }
-    if (!kFolder.empty() &&
-        !qv::isSocketBelow(qv::socketPath(listener.get()), std::string(kFolder))) {
-        return fail(fmt::format("This is a developer's build, and its socket does not stand in its "
-                                "build folder {}",
-                                kFolder));
+    if (!folder.empty() &&
+        !qv::isSocketBelow(qv::socketPath(listener.get()), std::string(folder))) {
+        return fail(fmt::format("{}, and its socket does not stand in its build folder {}",
+                                qv::configuration::kDevelopmentNotice, folder));
     }
     // The C library reads the time zone from a file before it calculates with dates, even in UTC;
     // later it would not be allowed to.
@@ -53,7 +55,7 @@ int main() {
                               nullptr) != 1) {
         return fail("the cryptographic library does not start");
     }
-    std::string kept = qv::dropPrivileges(QV_EXAMINER_USER);
+    std::string kept = qv::dropPrivileges(kDevelopmentUser);
     if (kept.empty()) {
         kept = qv::keepToServing();
     }

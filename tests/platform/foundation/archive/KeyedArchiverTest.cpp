@@ -4,6 +4,7 @@
 #include "platform/foundation/archive/KeyedUnarchiver.h"
 #include "platform/foundation/plist/PropertyList.h"
 #include "platform/foundation/values/URL.h"
+#include "support/BuildFolder.h"
 #include "support/ErrorMatchers.h"
 #include "support/ValueDump.h"
 
@@ -166,7 +167,7 @@ TEST(KeyedArchiver, KeepsKindsAndSharing) {
 
 TEST(KeyedArchiver, DeepTreesNeedNoStack) {
     Value deep = Value::array({});
-    for (int i = 0; i < 100'000; ++i) {
+    for (int i = 0; i < (test::isSanitized() ? 30'000 : 100'000); ++i) {
         deep = Value::array({deep});
     }
     EXPECT_EQ(test::refusalOf(archive(deep)), "object 513: nests deeper than 512 objects");

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <string_view>
+#include <sys/types.h>
+
+/// The builder's choices, which cmake/QvOptions.cmake explains. One source holds them all, so
+/// builds that differ in nothing else share the objects of every other source.
+namespace qv::configuration {
+
+extern const std::string_view kVersion; ///< of the project, "1.0.3"
+
+/// A developer's build takes debuggable programs, and whoever can write to its build folder is its
+/// authority; so it serves at sockets below that folder only.
+extern const bool kIsDevelopment;
+extern const std::string_view kDevelopmentFolder; ///< empty in all other builds
+/// "This is a developer's build", and empty in all others: the installation looks for this text in
+/// the service before it installs it.
+extern const std::string_view kDevelopmentNotice;
+
+extern const std::string_view kAnchorsFolder;
+extern const uid_t kAnchorOwner; ///< of the anchors and of the allowed clients
+extern const std::string_view kClientsFolder;
+extern const std::string_view kClientGroup;       ///< name or number
+extern const std::string_view kAuthorizedClients; ///< a code requirement, or "never"
+extern const std::string_view kSocketPath;
+extern const std::string_view kResourceFolder;
+extern const std::string_view kStateFolder;
+
+} // namespace qv::configuration
