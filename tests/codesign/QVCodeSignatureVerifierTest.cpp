@@ -58,11 +58,10 @@ private:
     class Code final : public SecCode {
     public:
         explicit Code(ScriptedServices& script) : script_(script) {}
-        std::int32_t copySigningInformation(std::uint32_t flags,
-                                            Value* information) const override {
+        std::int32_t copySigningInformation(std::uint32_t flags, Value* facts) const override {
             script_.calls.push_back("information " + std::to_string(flags));
             if (script_.information == 0) {
-                *information = Value::dictionary({{kSecCodeInfoStatus, script_.status}});
+                *facts = Value::dictionary({{kSecCodeInfoStatus, script_.status}});
             }
             return script_.information;
         }

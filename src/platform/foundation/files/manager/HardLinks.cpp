@@ -10,7 +10,7 @@ namespace {
 
 constexpr std::size_t kMostRemembered = std::size_t{128} << 20U;
 
-const char* lastComponent(const std::string& path) { return path.c_str() + path.rfind('/') + 1; }
+const char* lastComponent(const std::string& path) { return path.c_str() + (path.rfind('/') + 1); }
 
 } // namespace
 
