@@ -2,8 +2,9 @@
 
 #include <cstdlib>
 #include <fstream>
-#include <iterator>
+#include <sstream>
 #include <stdexcept>
+#include <utility>
 
 namespace qv::test {
 
@@ -29,8 +30,9 @@ std::filesystem::path TemporaryDirectory::write(std::string_view name,
 }
 
 std::string contentOf(const std::filesystem::path& file) {
-    std::ifstream stream(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), {}};
+    std::ostringstream content;
+    content << std::ifstream(file, std::ios::binary).rdbuf();
+    return std::move(content).str();
 }
 
 std::optional<URL> urlOf(const std::filesystem::path& path) {

@@ -31,7 +31,7 @@ protected:
 
 TEST_F(ConcurrentWriters, LoseNoneOfTheirKeys) {
     constexpr int kWriters = 2;
-    constexpr int kTimes = 200;
+    constexpr int kTimes = 100;
     std::vector<pid_t> writers;
     for (int writer = 0; writer < kWriters; ++writer) {
         writers.push_back(::fork());

@@ -192,7 +192,7 @@ TEST(XMLWriter, RefusesWhatRepeatsTooMuch) {
              {60, 2, 0, "more than 1024 GiB of text"},
              {1, 1000, 1 << 20, "1000 MiB of text"},
              {6, 10, 0, "15 MiB of text"},
-             {1, 1'000'000, 100, ""},
+             {1, 200'000, 100, ""},
              {4, 10, 100, ""},
          }) {
         Value value = Value::string(std::string(row.length, 'x'));
@@ -215,11 +215,10 @@ TEST(XMLWriter, RefusesWhatRepeatsTooMuch) {
 // Each of a million references to a long text must not be paid for by its length.
 TEST(BinaryWriter, TakesASharedLongTextOnce) {
     const auto made = [] {
-        return Value::array(
-            std::vector<Value>(1'000'000, Value::string(std::string(1 << 20, 'x'))));
+        return Value::array(std::vector<Value>(100'000, Value::string(std::string(1 << 20, 'x'))));
     };
     const Value one = made();
-    EXPECT_LT(binary(one).size(), std::size_t{5} << 20U);
+    EXPECT_LT(binary(one).size(), std::size_t{2} << 20U);
     EXPECT_TRUE(one == made());
 }
 

@@ -71,8 +71,8 @@ TEST(Value, AssignmentKeepsTheValueThatItIsMadeOf) {
 }
 
 // Recursion would end the process here.
-TEST(Value, MillionLevelsAreComparedAndFreed) {
-    constexpr std::size_t kDepth = 1'000'000;
+TEST(Value, DeepValuesAreComparedAndFreed) {
+    constexpr std::size_t kDepth = 200'000;
     using Wrap = Value (*)(Value inner);
     const auto nested = [](std::size_t depth, Wrap wrap) {
         Value value = Value::string("leaf");
@@ -83,9 +83,9 @@ TEST(Value, MillionLevelsAreComparedAndFreed) {
     };
     for (const auto& [depth, wrap] : std::initializer_list<std::pair<std::size_t, Wrap>>{
              {kDepth, [](Value inner) { return Value::array({std::move(inner)}); }},
-             {kDepth / 20, [](Value inner) { return Value::set({std::move(inner)}); }},
-             {kDepth / 20, [](Value inner) { return Value::dictionary({{"k", inner}}); }},
-             {kDepth / 20, [](Value inner) {
+             {kDepth / 4, [](Value inner) { return Value::set({std::move(inner)}); }},
+             {kDepth / 4, [](Value inner) { return Value::dictionary({{"k", inner}}); }},
+             {kDepth / 4, [](Value inner) {
                   return Value::error(Error("D", 1, Value::dictionary({{"k", inner}})));
               }}}) {
         const Value value = nested(depth, wrap);
