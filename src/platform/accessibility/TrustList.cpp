@@ -18,7 +18,6 @@ namespace {
 using Kind = Value::Kind;
 
 constexpr std::int64_t kVersion = 1;
-constexpr std::int64_t kReferenceDate = 978'307'200; // 2001-01-01 in seconds since 1970
 
 std::string debugText(const Error& error) {
     const Value info = error.userInfo();
@@ -37,7 +36,7 @@ std::optional<TrustedProgram> readProgram(const Value& entry) {
         return std::nullopt;
     }
     std::ranges::copy(digest->asData(), program.digest.begin());
-    program.granted = std::llround(granted->asDate().secondsSinceReference) + kReferenceDate;
+    program.granted = std::llround(granted->asDate().secondsSinceReference + Date::kReference);
     if (const Value* requester = entry.find("requester")) {
         if (!requester->is(Kind::integer) || !std::in_range<uid_t>(requester->asInteger())) {
             return std::nullopt;
@@ -52,7 +51,7 @@ Value valueOf(const TrustedProgram& program) {
     std::vector<std::pair<Value, Value>> pairs = {
         {Value::string("digest"), Value::data({bytes, program.digest.size()})},
         {Value::string("granted"),
-         Value::date({static_cast<double>(program.granted - kReferenceDate)})}};
+         Value::date({static_cast<double>(program.granted) - Date::kReference})}};
     if (program.requester) {
         pairs.emplace_back(Value::string("requester"), Value::unsignedInteger(*program.requester));
     }

@@ -2,6 +2,7 @@
 
 #include "platform/foundation/plist/Refusal.h"
 #include "platform/foundation/values/ASCII.h"
+#include "platform/foundation/values/CalendarTime.h"
 
 #include <fmt/core.h>
 
@@ -18,8 +19,6 @@ namespace qv::plist {
 namespace {
 
 using Fault = tl::unexpected<ContentFault>;
-
-constexpr std::int64_t kReferenceInUnixTime = 978307200; // 2001-01-01
 
 std::size_t skipSpace(std::string_view text) {
     return static_cast<std::size_t>(std::ranges::find_if_not(text, isSpace) - text.begin());
@@ -185,25 +184,16 @@ std::optional<Date> parseDate(std::string_view content) {
         (sys_days{month / 1} + std::chrono::days{field(8, 2) - 1}).time_since_epoch().count();
     const std::int64_t seconds = days * 86400 + std::int64_t{field(11, 2)} * 3600 +
                                  std::int64_t{field(14, 2)} * 60 + field(17, 2);
-    return Date{static_cast<double>(seconds - kReferenceInUnixTime)};
+    return Date{static_cast<double>(seconds) - Date::kReference};
 }
 
 std::optional<std::string> dateText(Date date) {
-    using namespace std::chrono;
-    constexpr double kYear0 = -63145526400; // 0000-01-01
-    constexpr double kYear10000 = 252423993600;
-    const double whole = std::floor(date.secondsSinceReference);
-    const bool inRange = whole >= kYear0 && whole < kYear10000; // which no NaN is
-    if (!inRange) {
+    const std::optional<CalendarTime> time = calendarTime(date);
+    if (!time || time->year < 0 || time->year > 9999) {
         return std::nullopt;
     }
-    const sys_seconds instant{seconds{static_cast<std::int64_t>(whole) + kReferenceInUnixTime}};
-    const sys_days day = floor<days>(instant);
-    const year_month_day ymd{day};
-    const hh_mm_ss time{instant - day};
-    return fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}Z", static_cast<int>(ymd.year()),
-                       static_cast<unsigned>(ymd.month()), static_cast<unsigned>(ymd.day()),
-                       time.hours().count(), time.minutes().count(), time.seconds().count());
+    return fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}Z", time->year, time->month, time->day,
+                       time->hour, time->minute, time->second);
 }
 
 } // namespace qv::plist

@@ -9,13 +9,11 @@ namespace qv {
 /// The locale of texts that are for machines.
 inline constexpr const char* kMachineLocale = "en_US_POSIX";
 
-inline constexpr double kReferenceDate = 978307200; // 2001-01-01 in seconds since 1970
-
 [[nodiscard]] inline double millisecondsOf(Date date) {
-    return (date.secondsSinceReference + kReferenceDate) * 1000;
+    return (date.secondsSinceReference + Date::kReference) * 1000;
 }
 [[nodiscard]] inline Date dateOf(double milliseconds) {
-    return {milliseconds / 1000 - kReferenceDate};
+    return {milliseconds / 1000 - Date::kReference};
 }
 
 } // namespace qv

@@ -1,5 +1,6 @@
 #include "platform/foundation/values/Description.h"
 
+#include "platform/foundation/values/CalendarTime.h"
 #include "platform/foundation/values/ErrorText.h"
 #include "platform/foundation/values/URL.h"
 #include "platform/foundation/values/UTF8.h"
@@ -7,8 +8,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <chrono>
-#include <cmath>
 
 namespace qv {
 
@@ -20,20 +19,12 @@ constexpr int kDeepest = 512;
 constexpr std::size_t kLongestText = std::size_t{1} << 20U;
 
 std::string dateText(Date date) {
-    using namespace std::chrono;
-    constexpr std::int64_t kReference = 978307200; // 2001-01-01 in Unix time
-    constexpr double kLargest = 8e11;              // well inside what year_month_day holds
-    if (!(std::abs(date.secondsSinceReference) < kLargest)) {
+    const std::optional<CalendarTime> time = calendarTime(date);
+    if (!time) {
         return fmt::format("{} seconds since 2001", date.secondsSinceReference);
     }
-    const sys_seconds instant{
-        seconds{static_cast<std::int64_t>(std::floor(date.secondsSinceReference)) + kReference}};
-    const sys_days day = floor<days>(instant);
-    const year_month_day ymd{day};
-    const hh_mm_ss time{instant - day};
-    return fmt::format("{:04}-{:02}-{:02} {:02}:{:02}:{:02} +0000", static_cast<int>(ymd.year()),
-                       static_cast<unsigned>(ymd.month()), static_cast<unsigned>(ymd.day()),
-                       time.hours().count(), time.minutes().count(), time.seconds().count());
+    return fmt::format("{:04}-{:02}-{:02} {:02}:{:02}:{:02} +0000", time->year, time->month,
+                       time->day, time->hour, time->minute, time->second);
 }
 
 std::string hex(std::string_view bytes) {

@@ -51,6 +51,7 @@ private:
 
 /// Seconds since 2001-01-01 00:00:00 UTC, the platform's reference date.
 struct Date {
+    static constexpr double kReference = 978307200; ///< 2001-01-01 in seconds since 1970
     double secondsSinceReference = 0;
     friend bool operator==(const Date&, const Date&) = default;
 };

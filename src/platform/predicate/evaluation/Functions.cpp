@@ -162,9 +162,8 @@ Value uppercase(const Arguments& arguments) {
 }
 
 Value now(const Arguments&) {
-    constexpr double kReference = 978307200; // 2001-01-01 in Unix time
     const std::chrono::duration<double> time = std::chrono::system_clock::now().time_since_epoch();
-    return Value::date({time.count() - kReference});
+    return Value::date({time.count() - Date::kReference});
 }
 
 Value random(const Arguments&) {

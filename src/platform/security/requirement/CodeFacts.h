@@ -30,10 +30,9 @@ struct CertificateFacts {
     bool trusted = false;      ///< marked trusted by the administrator
     bool revoked = false;
 
-    static constexpr double kReferenceDate = 978307200; ///< 2001-01-01 in seconds since 1970
     [[nodiscard]] bool hasExpired(std::chrono::system_clock::time_point at) const {
         const std::chrono::duration<double> since1970 = at.time_since_epoch();
-        return expires.secondsSinceReference + kReferenceDate <= since1970.count();
+        return expires.secondsSinceReference + Date::kReference <= since1970.count();
     }
 };
 

@@ -1,4 +1,5 @@
 #include "platform/foundation/log/Log.h"
+#include "platform/foundation/values/CalendarTime.h"
 #include "platform/foundation/values/UTF8.h"
 #include "platform/security/requirement/RequirementLexer.h"
 #include "platform/security/requirement/RequirementTree.h"
@@ -6,7 +7,6 @@
 #include <fmt/format.h>
 
 #include <array>
-#include <chrono>
 #include <iterator>
 #include <limits>
 #include <utility>
@@ -44,17 +44,9 @@ std::string dataText(std::string_view bytes) {
 }
 
 std::string instantText(Date date) {
-    using namespace std::chrono;
-    constexpr sys_days kReference = year(2001) / 1 / 1;
-    const sys_seconds instant =
-        kReference + seconds(static_cast<std::int64_t>(date.secondsSinceReference));
-    const auto midnight = floor<days>(instant);
-    const year_month_day day(midnight);
-    const hh_mm_ss time(instant - midnight);
-    return fmt::format("timestamp \"{:04}{:02}{:02}{:02}{:02}{:02}Z\"",
-                       static_cast<int>(day.year()), static_cast<unsigned>(day.month()),
-                       static_cast<unsigned>(day.day()), time.hours().count(),
-                       time.minutes().count(), time.seconds().count());
+    const CalendarTime time = calendarTime(date).value_or(CalendarTime());
+    return fmt::format("timestamp \"{:04}{:02}{:02}{:02}{:02}{:02}Z\"", time.year, time.month,
+                       time.day, time.hour, time.minute, time.second);
 }
 
 std::string operandText(const Match& match) {

@@ -60,8 +60,7 @@ std::optional<std::string> utf8(const ASN1_STRING* text) {
 std::optional<Date> dateOf(const ASN1_TIME* time) {
     std::tm parts{};
     return time != nullptr && ASN1_TIME_to_tm(time, &parts) == 1
-               ? std::optional(
-                     Date{static_cast<double>(::timegm(&parts)) - CertificateFacts::kReferenceDate})
+               ? std::optional(Date{static_cast<double>(::timegm(&parts)) - Date::kReference})
                : std::nullopt;
 }
 

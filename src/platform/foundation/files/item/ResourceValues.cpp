@@ -59,14 +59,13 @@ std::optional<std::uint64_t> fileSize(const NamedItem& item) {
 }
 
 std::optional<Date> contentModificationDate(const NamedItem& item) {
-    constexpr double kReference = 978307200; // 2001-01-01 in seconds since 1970
     constexpr double kNanosecond = 1e-9;
     const std::optional<Examined> found = examined(item);
     if (!found) {
         return std::nullopt;
     }
     const timespec& modified = found->info.st_mtim;
-    return Date{static_cast<double>(modified.tv_sec) - kReference +
+    return Date{static_cast<double>(modified.tv_sec) - Date::kReference +
                 static_cast<double>(modified.tv_nsec) * kNanosecond};
 }
 
