@@ -2,8 +2,6 @@
 
 #include <cstdint>
 #include <string>
-#include <utility>
-#include <vector>
 
 namespace qv {
 
@@ -13,7 +11,6 @@ struct DeviceEvent {
     std::string path;       ///< of the device, below the folder of the kernel: "/devices/..."
     std::string oldPath;    ///< of a move
     bool synthetic = false; ///< somebody asked the kernel to send it; nothing has happened
-    std::vector<std::pair<std::string, std::string>> properties; ///< of the device manager
 };
 
 /// Where events come from. For one thread.

@@ -1,0 +1,183 @@
+#include "platform/iokit/Matcher.h"
+
+#include "platform/foundation/values/Conversions.h"
+#include "platform/iokit/FamilyMatching.h"
+
+#include <algorithm>
+#include <array>
+
+namespace qv {
+
+namespace {
+
+using Kind = Value::Kind;
+
+bool isNumberObject(const Value& value) { return value.isNumber() && !value.is(Kind::boolean); }
+
+// A value that may be one or an array of many.
+std::span<const Value> oneOrMany(const Value& value) {
+    return value.is(Kind::array) ? value.asArray() : std::span(&value, 1);
+}
+
+// The value of a key if it is of this kind; a key of another kind counts as absent.
+const Value* findOf(const Value& matching, std::string_view key, Kind kind) {
+    const Value* value = matching.find(key);
+    return value != nullptr && value->is(kind) ? value : nullptr;
+}
+
+std::optional<std::uint64_t> wantedID(const Value& matching) {
+    const Value* value = matching.find("IORegistryEntryID");
+    return value != nullptr && isNumberObject(*value)
+               ? std::optional(static_cast<std::uint64_t>(longLongValue(value)))
+               : std::nullopt;
+}
+
+} // namespace
+
+std::vector<std::shared_ptr<Node>> Matcher::find(const Value& matching, std::size_t most) {
+    std::vector<std::shared_ptr<Node>> found;
+    const auto consider = [&](const std::shared_ptr<Node>& node) {
+        if (matches(matching, node)) {
+            found.push_back(node);
+        }
+        return found.size() < most;
+    };
+    if (const auto id = wantedID(matching)) {
+        if (const auto node = nodes_.byID(*id)) {
+            consider(node);
+        }
+    } else {
+        nodes_.forEachService(consider);
+    }
+    return found;
+}
+
+bool Matcher::matches(const Value& matching, const std::shared_ptr<Node>& node) {
+    if (node == nodes_.root() || !matchesAlone(matching, *node)) {
+        return false;
+    }
+    // Each level of the dictionary wants an ancestor of the one that the level above has found. The
+    // nearest is the best: it has the most ancestors.
+    const Value* level = &matching;
+    const Node* from = node.get();
+    while ((level = level->find("IOParentMatch")) != nullptr) {
+        Node* ancestor = level->is(Kind::dictionary) ? from->parent : nullptr;
+        while (ancestor != nullptr && ancestor != nodes_.root().get() &&
+               !matchesAlone(*level, *ancestor)) {
+            ancestor = ancestor->parent;
+        }
+        if (ancestor == nullptr || ancestor == nodes_.root().get()) {
+            return false;
+        }
+        from = ancestor;
+    }
+    return true;
+}
+
+bool Matcher::matchesAlone(const Value& matching, Node& node) {
+    return matchesIdentity(matching, node) && matchesName(matching, node) &&
+           matchesProperties(matching, node) && matchesFamily(matching, node);
+}
+
+bool Matcher::matchesIdentity(const Value& matching, Node& node) {
+    const auto id = wantedID(matching);
+    const Value* className = findOf(matching, "IOProviderClass", Kind::string);
+    if ((id && *id != node.id) ||
+        (className != nullptr && !node.deviceClass.conformsTo(className->asString()))) {
+        return false;
+    }
+    if (const Value* location = findOf(matching, "IOLocationMatch", Kind::string);
+        location != nullptr && paths_.labelOf(node).location != location->asString()) {
+        return false;
+    }
+    const Value* path = findOf(matching, "IOPathMatch", Kind::string);
+    return path == nullptr || paths_.resolve(path->asString()) == &node;
+}
+
+bool Matcher::matchesName(const Value& matching, Node& node) {
+    const Value* wanted = matching.find("IONameMatch");
+    if (wanted == nullptr) {
+        return true;
+    }
+    const auto isWanted = [&](std::string_view name) {
+        return std::ranges::any_of(oneOrMany(*wanted), [&](const Value& one) {
+            return one.is(Kind::string) && one.asString() == name;
+        });
+    };
+    if (isWanted(paths_.labelOf(node).name) || isWanted(node.kernelName)) {
+        return true;
+    }
+    return !node.path.empty() || node.deviceClass.family == DeviceFamily::platformExpert
+               ? std::ranges::any_of(properties_.compatibleNames(properties_.subjectOf(node)),
+                                     isWanted)
+               : false;
+}
+
+bool Matcher::hasProperties(Node& node, const Value& criteria) {
+    if (!criteria.is(Kind::dictionary)) {
+        return false;
+    }
+    const auto subject = properties_.subjectOf(node);
+    const DictionaryView pairs = criteria.asDictionary();
+    for (std::size_t i = 0; i < pairs.size(); ++i) {
+        const auto property = properties_.one(subject, pairs.key(i));
+        if (!property || !meetsCriterion(pairs.value(i), *property)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool Matcher::matchesProperties(const Value& matching, Node& node) {
+    if (const Value* wanted = matching.find("IOPropertyMatch");
+        wanted != nullptr && std::ranges::none_of(oneOrMany(*wanted), [&](const Value& one) {
+            return hasProperties(node, one);
+        })) {
+        return false;
+    }
+    if (const Value* wanted = matching.find("IOPropertyExistsMatch"); wanted != nullptr) {
+        const auto subject = properties_.subjectOf(node);
+        if (std::ranges::none_of(oneOrMany(*wanted), [&](const Value& name) {
+                return name.is(Kind::string) &&
+                       properties_.one(subject, name.asString()).has_value();
+            })) {
+            return false;
+        }
+    }
+    if (const Value* count = matching.find("IOMatchedServiceCountMatch"); count != nullptr) {
+        return isNumberObject(*count) &&
+               longLongValue(count) == (properties_.hasDriver(properties_.subjectOf(node)) ? 1 : 0);
+    }
+    return true;
+}
+
+bool Matcher::matchesFamily(const Value& matching, Node& node) {
+    static constexpr std::array kOfEveryClass{"BSD Name", "BSD Major", "BSD Minor", "BSD Unit"};
+    PropertyAccess::Subject subject;
+    const auto property = [&](std::string_view key) {
+        if (subject == nullptr) {
+            subject = properties_.subjectOf(node);
+        }
+        return properties_.one(subject, key);
+    };
+    for (const char* key : kOfEveryClass) {
+        const Value* wanted = matching.find(key);
+        if (wanted == nullptr) {
+            continue;
+        }
+        const auto found =
+            propertyRow(node.deviceClass.family, key) == nullptr ? std::nullopt : property(key);
+        if (!found || !meetsCriterion(*wanted, *found)) {
+            return false;
+        }
+    }
+    // The registry's own resources have no properties.
+    if (const Value* wanted = matching.find("IOResourceMatch");
+        wanted != nullptr && node.deviceClass.name() == "IOResources" &&
+        !oneOrMany(*wanted).empty()) {
+        return false;
+    }
+    return meetsFamilyKeys(node.deviceClass, matching, property);
+}
+
+} // namespace qv

@@ -1,0 +1,37 @@
+#pragma once
+
+#include "platform/iokit/EntryPaths.h"
+
+#include <functional>
+#include <memory>
+#include <string_view>
+#include <vector>
+
+namespace qv {
+
+/// Compares services with matching dictionaries. What is cheap is compared first, and no attribute
+/// is read that a dictionary does not ask for. Guarded by the registry's mutex.
+class Matcher {
+public:
+    Matcher(const NodeTable& nodes, EntryPaths& paths, PropertyAccess& properties)
+        : nodes_(nodes), paths_(paths), properties_(properties) {}
+
+    /// Those that match, parents before children; at most `most`.
+    [[nodiscard]] std::vector<std::shared_ptr<Node>> find(const Value& matching,
+                                                          std::size_t most = SIZE_MAX);
+    [[nodiscard]] bool matches(const Value& matching, const std::shared_ptr<Node>& node);
+
+private:
+    [[nodiscard]] bool matchesAlone(const Value& matching, Node& node);
+    [[nodiscard]] bool matchesIdentity(const Value& matching, Node& node);
+    [[nodiscard]] bool matchesName(const Value& matching, Node& node);
+    [[nodiscard]] bool matchesProperties(const Value& matching, Node& node);
+    [[nodiscard]] bool matchesFamily(const Value& matching, Node& node);
+    [[nodiscard]] bool hasProperties(Node& node, const Value& criteria);
+
+    const NodeTable& nodes_;
+    EntryPaths& paths_;
+    PropertyAccess& properties_;
+};
+
+} // namespace qv

@@ -1,0 +1,47 @@
+#pragma once
+
+#include "platform/foundation/values/Value.h"
+#include "platform/iokit/DeviceClass.h"
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace qv {
+
+/// An entry of the registry: a device, or one that the registry makes itself, which has no path.
+/// Guarded by the registry's mutex.
+struct Node {
+    std::uint64_t id = 0;   ///< the inode of its folder
+    std::string path;       ///< "/devices/..."; the last one, once terminated
+    std::string kernelName; ///< last component of the path; the name of an entry without a path
+    std::string subsystem;  ///< empty for none
+    std::string devtype;    ///< only where the class depends on it
+    DeviceClass deviceClass;
+
+    bool live = true;
+    std::uint64_t seen = 0; ///< by which walk last
+    Node* parent = nullptr; ///< of a live entry; null for the root
+    std::vector<std::shared_ptr<Node>> children;
+    bool childrenSorted = true;
+
+    /// Name and location, once they were asked for.
+    struct Label {
+        std::string name;
+        std::string location; ///< empty for none
+    };
+    std::optional<Label> label;
+    /// How many children have each path component, while that is known.
+    std::optional<std::map<std::string, int>> childComponents;
+
+    Value lastProperties;                    ///< a dictionary, once all were read
+    std::map<std::string, Value> lastValues; ///< those that were read since by themselves
+};
+
+/// Whether a name comes before another one, runs of digits compared as numbers.
+[[nodiscard]] bool comesBefore(std::string_view left, std::string_view right) noexcept;
+
+} // namespace qv

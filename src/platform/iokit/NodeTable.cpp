@@ -1,0 +1,298 @@
+#include "platform/iokit/NodeTable.h"
+
+#include "platform/foundation/os/Folder.h"
+#include "platform/foundation/values/ASCII.h"
+#include "platform/iokit/KeyValueText.h"
+#include "platform/iokit/ManagerData.h"
+
+#include <algorithm>
+#include <fcntl.h>
+#include <linux/magic.h>
+#include <sys/vfs.h>
+
+namespace qv {
+
+namespace {
+
+constexpr std::uint64_t kMadeID = 1; // where the folder of an entry's ID is missing, and the next
+
+// What the class of a new device depends on, read while its folder is open.
+class SightedFacts final : public DeviceFacts {
+public:
+    SightedFacts(const DeviceSighting& device, const DevicePlaces& places, AttributeReader& reader)
+        : device_(device), places_(places), reader_(reader) {}
+
+    [[nodiscard]] bool hasItem(std::string_view item) const override {
+        return std::ranges::any_of(device_.items,
+                                   [&](const FolderItem& found) { return found.name == item; });
+    }
+    [[nodiscard]] std::optional<std::string> attribute(std::string_view attribute) override {
+        if (!hasItem(attribute)) {
+            return std::nullopt;
+        }
+        if (folder_ == nullptr) {
+            folder_ = DeviceFolder::duplicate(device_.folder);
+        }
+        return folder_ == nullptr ? std::nullopt : reader_.read(folder_, std::string(attribute));
+    }
+    [[nodiscard]] std::optional<std::string> managerProperty(std::string_view key) override {
+        if (!managerData_) {
+            managerData_ =
+                managerDataOf(places_.udevData, subsystem, name,
+                              [&](std::string_view wanted) { return attribute(wanted); });
+        }
+        const auto value = valueOf(*managerData_, key);
+        return value ? std::optional<std::string>(*value) : std::nullopt;
+    }
+
+private:
+    const DeviceSighting& device_;
+    const DevicePlaces& places_;
+    AttributeReader& reader_;
+    std::shared_ptr<const DeviceFolder> folder_;
+    std::optional<KeyValues> managerData_;
+};
+
+std::uint64_t inodeIn(int sysfs, const char* name, std::uint64_t otherwise) {
+    const auto identity = identityOf(Descriptor(::openat(sysfs, name, O_PATH | O_CLOEXEC)).get());
+    return identity ? identity->inode : otherwise;
+}
+
+std::string_view lastComponent(std::string_view path) { return path.substr(path.rfind('/') + 1); }
+
+} // namespace
+
+bool comesBefore(std::string_view left, std::string_view right) noexcept {
+    std::size_t l = 0;
+    std::size_t r = 0;
+    const auto digitsFrom = [](std::string_view text, std::size_t& at) {
+        while (at < text.size() && text[at] == '0') {
+            ++at;
+        }
+        const std::size_t begin = at;
+        while (at < text.size() && isDigit(text[at])) {
+            ++at;
+        }
+        return text.substr(begin, at - begin);
+    };
+    while (l < left.size() && r < right.size()) {
+        if (isDigit(left[l]) && isDigit(right[r])) {
+            const auto a = digitsFrom(left, l);
+            const auto b = digitsFrom(right, r);
+            if (a.size() != b.size() || a != b) {
+                return a.size() != b.size() ? a.size() < b.size() : a < b;
+            }
+        } else if (left[l] != right[r]) {
+            return left[l] < right[r];
+        } else {
+            ++l;
+            ++r;
+        }
+    }
+    // Equal as numbers: as text.
+    return left.size() - l != right.size() - r ? left.size() - l < right.size() - r : left < right;
+}
+
+NodeTable::NodeTable(const DevicePlaces& places, AttributeReader& reader)
+    : places_(places), reader_(reader),
+      shared_(std::make_shared<const Descriptor>(
+          ::open(places.sysfs.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC))),
+      sysfs_(*shared_) {
+    root_ = make(inodeIn(sysfs(), ".", kMadeID), "Root", "IORegistryEntry", DeviceFamily::none,
+                 nullptr);
+    expert_ = make(inodeIn(sysfs(), "devices", kMadeID + 1), "IOPlatformExpertDevice",
+                   "IOPlatformExpertDevice:IOService", DeviceFamily::platformExpert, root_.get());
+    static_cast<void>(make(inodeIn(sysfs(), "kernel", kMadeID + 2), "IOResources",
+                           "IOResources:IOService", DeviceFamily::none, expert_.get()));
+}
+
+std::shared_ptr<Node> NodeTable::make(std::uint64_t id, std::string name, std::string_view chain,
+                                      DeviceFamily family, Node* parent) {
+    auto node = std::make_shared<Node>();
+    node->id = id;
+    node->kernelName = std::move(name);
+    node->deviceClass = classOfChain(chain, family);
+    node->parent = parent;
+    if (parent != nullptr) {
+        parent->children.push_back(node);
+    }
+    byID_[id] = node;
+    return node;
+}
+
+// The kernel counts the events that it sends, and it sends one for each device that comes, goes or
+// changes its place. None where the folder is not the kernel's own.
+std::optional<std::string> NodeTable::eventNumber() const {
+    struct statfs system{};
+    if (::fstatfs(sysfs(), &system) != 0 || system.f_type != SYSFS_MAGIC) {
+        return std::nullopt;
+    }
+    const auto kernel = DeviceFolder::open(sysfs(), "/kernel", 0);
+    return kernel ? kernel->read("uevent_seqnum") : std::nullopt;
+}
+
+void NodeTable::refresh() {
+    if (const auto number = eventNumber(); !number || number != walkedAt_) {
+        walkAgain();
+    }
+}
+
+void NodeTable::walkAgain() {
+    auto number = eventNumber();
+    ++walk_;
+    walkDevices(sysfs(), *this);
+    std::vector<std::shared_ptr<Node>> gone;
+    for (const auto& [id, node] : byID_) {
+        if (!node->path.empty() && node->seen != walk_) {
+            gone.push_back(node);
+        }
+    }
+    for (const auto& node : gone) {
+        terminate(node);
+    }
+    walkedAt_ = std::move(number);
+}
+
+std::shared_ptr<Node> NodeTable::lookAgain(const std::string& path) {
+    // Devices above that nobody has seen yet come first; folders without a device are passed over.
+    std::uint64_t above = 0;
+    for (std::size_t end = path.find('/', 1); end != std::string::npos;
+         end = path.find('/', end + 1)) {
+        const std::string upper = path.substr(0, end);
+        auto node = byPath(upper);
+        if (node == nullptr && end != path.find('/', 1) &&
+            visitDevice(sysfs(), upper, above, *this)) {
+            node = byPath(upper);
+        }
+        above = node == nullptr ? above : node->id;
+    }
+    visited_.reset();
+    if (!visitDevice(sysfs(), path, above, *this)) {
+        return nullptr;
+    }
+    return std::move(visited_);
+}
+
+void NodeTable::visit(const DeviceSighting& device) {
+    auto node = byID(device.id);
+    if (node == nullptr) {
+        node = std::make_shared<Node>();
+        node->id = device.id;
+        node->kernelName = lastComponent(device.path);
+        classify(*node, device);
+        byID_[device.id] = node;
+    }
+    if (node->path.empty() && node->parent != nullptr) {
+        return; // an entry of the registry's own
+    }
+    if (node->path != device.path || node->parent == nullptr) {
+        place(node, device.parent, device.path);
+    }
+    node->seen = walk_;
+    visited_ = std::move(node);
+}
+
+void NodeTable::classify(Node& node, const DeviceSighting& device) {
+    SightedFacts facts(device, places_, reader_);
+    node.subsystem = targetName(device.folder, "subsystem").value_or("");
+    if (dependsOnType(node.subsystem)) {
+        const auto pairs = parseUevent(facts.attribute("uevent").value_or(""));
+        node.devtype = valueOf(pairs, "DEVTYPE").value_or("");
+    }
+    facts.name = node.kernelName;
+    facts.subsystem = node.subsystem;
+    facts.devtype = node.devtype;
+    node.deviceClass = classOf(facts);
+}
+
+void NodeTable::place(const std::shared_ptr<Node>& node, std::uint64_t parent,
+                      std::string_view path) {
+    const auto above = parent == 0 ? expert_ : byID(parent);
+    if (node->parent != nullptr) {
+        byPath_.erase(node->path);
+        detach(*node);
+    }
+    node->path = path;
+    node->kernelName = lastComponent(path);
+    node->label.reset();
+    node->childComponents.reset();
+    if (const auto other = byPath(node->path); other != nullptr) {
+        terminate(other); // the device that had the path before
+    }
+    byPath_[node->path] = node.get();
+    node->parent = above == nullptr ? expert_.get() : above.get();
+    node->parent->children.push_back(node);
+    node->parent->childrenSorted = false;
+    node->parent->childComponents.reset();
+}
+
+void NodeTable::detach(const Node& node) {
+    std::erase_if(node.parent->children,
+                  [&](const std::shared_ptr<Node>& child) { return child.get() == &node; });
+    node.parent->childComponents.reset();
+}
+
+void NodeTable::terminate(const std::shared_ptr<Node>& node) {
+    walkedAt_.reset(); // if that was premature, the next walk finds it again
+    std::vector<std::shared_ptr<Node>> left{node};
+    while (!left.empty()) {
+        const auto next = std::move(left.back());
+        left.pop_back();
+        if (!next->live) {
+            continue;
+        }
+        left.insert(left.end(), next->children.begin(), next->children.end());
+        next->live = false;
+        if (next == node) {
+            detach(*next);
+        }
+        if (const auto found = byPath_.find(next->path);
+            found != byPath_.end() && found->second == next.get()) {
+            byPath_.erase(found);
+        }
+        next->parent = nullptr;
+        next->children.clear();
+        if (const auto found = byID_.find(next->id);
+            found != byID_.end() && found->second == next) {
+            byID_.erase(found);
+        }
+    }
+}
+
+std::shared_ptr<Node> NodeTable::byID(std::uint64_t id) const {
+    const auto found = byID_.find(id);
+    return found == byID_.end() ? nullptr : found->second;
+}
+
+std::shared_ptr<Node> NodeTable::byPath(const std::string& path) const {
+    const auto found = byPath_.find(path);
+    return found == byPath_.end() ? nullptr : byID(found->second->id);
+}
+
+const std::vector<std::shared_ptr<Node>>& NodeTable::childrenOf(Node& node) {
+    if (!node.childrenSorted) {
+        std::ranges::sort(node.children, [](const auto& left, const auto& right) {
+            return left->kernelName == right->kernelName
+                       ? left->path < right->path
+                       : comesBefore(left->kernelName, right->kernelName);
+        });
+        node.childrenSorted = true;
+    }
+    return node.children;
+}
+
+void NodeTable::forEachService(
+    const std::function<bool(const std::shared_ptr<Node>&)>& function) const {
+    std::vector<std::shared_ptr<Node>> left{expert_};
+    while (!left.empty()) {
+        const auto node = std::move(left.back());
+        left.pop_back();
+        if (!function(node)) {
+            return;
+        }
+        const auto& children = childrenOf(*node);
+        left.insert(left.end(), children.rbegin(), children.rend());
+    }
+}
+
+} // namespace qv

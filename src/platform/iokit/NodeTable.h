@@ -1,0 +1,76 @@
+#pragma once
+
+#include "platform/foundation/os/Descriptor.h"
+#include "platform/iokit/AttributeReader.h"
+#include "platform/iokit/DeviceWalk.h"
+#include "platform/iokit/Node.h"
+#include "platform/iokit/RegistryReplacement.h"
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+namespace qv {
+
+/// The live entries, as the kernel's folder showed them last. Guarded by the registry's mutex.
+class NodeTable final : DeviceVisitor {
+public:
+    /// Keeps its entries until the folder is read for the first time.
+    NodeTable(const DevicePlaces& places, AttributeReader& reader);
+    NodeTable(const NodeTable&) = delete;
+    NodeTable(NodeTable&&) = delete;
+    NodeTable& operator=(const NodeTable&) = delete;
+    NodeTable& operator=(NodeTable&&) = delete;
+    ~NodeTable() override = default;
+
+    /// Walks the tree again, unless the kernel tells that nothing has come or gone since: devices
+    /// keep their nodes, those that are gone are terminated.
+    void refresh();
+    void walkAgain(); ///< in any case
+    /// The live node of a path after a look at its folder; null when there is no such device.
+    [[nodiscard]] std::shared_ptr<Node> lookAgain(const std::string& path);
+    /// Terminates a node and all below it.
+    void terminate(const std::shared_ptr<Node>& node);
+
+    [[nodiscard]] const std::shared_ptr<Node>& root() const { return root_; }
+    [[nodiscard]] Node& platformExpert() const { return *expert_; }
+    [[nodiscard]] std::shared_ptr<Node> byID(std::uint64_t id) const; ///< null: none is live
+    [[nodiscard]] std::shared_ptr<Node> byPath(const std::string& path) const;
+    /// The children by name in natural order.
+    [[nodiscard]] static const std::vector<std::shared_ptr<Node>>& childrenOf(Node& node);
+    /// Every live service, parents before children, until the function answers false.
+    void forEachService(const std::function<bool(const std::shared_ptr<Node>&)>& function) const;
+    [[nodiscard]] std::size_t size() const { return byID_.size(); }
+    [[nodiscard]] int sysfs() const { return sysfs_.get(); }
+    /// The same, for a job that may outlive the table.
+    [[nodiscard]] const std::shared_ptr<const Descriptor>& sharedSysfs() const { return shared_; }
+
+private:
+    void visit(const DeviceSighting& device) override;
+    void classify(Node& node, const DeviceSighting& device);
+    void place(const std::shared_ptr<Node>& node, std::uint64_t parent, std::string_view path);
+    static void detach(const Node& node);
+    [[nodiscard]] std::shared_ptr<Node> make(std::uint64_t id, std::string name,
+                                             std::string_view chain, DeviceFamily family,
+                                             Node* parent);
+    [[nodiscard]] std::optional<std::string> eventNumber() const;
+
+    const DevicePlaces& places_;
+    AttributeReader& reader_;
+    std::shared_ptr<const Descriptor> shared_;
+    const Descriptor& sysfs_;
+    std::unordered_map<std::uint64_t, std::shared_ptr<Node>> byID_;
+    std::unordered_map<std::string, Node*> byPath_;
+    std::shared_ptr<Node> root_;
+    std::shared_ptr<Node> expert_;
+    std::uint64_t walk_ = 0;
+    std::optional<std::string> walkedAt_; // the kernel's event number before the last walk
+    std::shared_ptr<Node> visited_;       // last
+};
+
+} // namespace qv

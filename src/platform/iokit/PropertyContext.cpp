@@ -1,0 +1,118 @@
+#include "platform/iokit/PropertyContext.h"
+
+#include "platform/foundation/os/Folder.h"
+#include "platform/iokit/ManagerData.h"
+
+#include <algorithm>
+
+namespace qv {
+
+namespace {
+
+// Folders of the firmware, which are not those of devices; numbers that no folder has.
+const PropertyDevice kFirmware{UINT64_MAX, "/devices/virtual/dmi/id", "", "", ""};
+const PropertyDevice kDeviceTree{UINT64_MAX - 1, "/firmware/devicetree/base", "", "", ""};
+
+bool isUSBDevice(const PropertyDevice& device) {
+    return device.subsystem == "usb" && device.devtype == "usb_device";
+}
+
+} // namespace
+
+const DeviceFolder* PropertyContext::folderOf(const PropertyDevice& device) {
+    auto found = folders_.find(device.id);
+    if (found == folders_.end()) {
+        found = folders_.emplace(device.id, std::nullopt).first;
+        const std::uint64_t inode = device.id >= kDeviceTree.id ? 0 : device.id;
+        if (auto folder = DeviceFolder::open(subject_.sysfs->get(), device.path, inode);
+            !device.path.empty() && folder) {
+            found->second = std::move(*folder);
+        }
+    }
+    return found->second ? &*found->second : nullptr;
+}
+
+std::optional<std::string> PropertyContext::attributeOf(const PropertyDevice& device,
+                                                        std::string_view name) {
+    std::pair<std::uint64_t, std::string> key(device.id, name);
+    auto found = texts_.find(key);
+    if (found == texts_.end()) {
+        const DeviceFolder* folder = folderOf(device);
+        found = texts_
+                    .emplace(std::move(key),
+                             folder == nullptr ? std::nullopt : session_.read(*folder, name))
+                    .first;
+    }
+    return found->second;
+}
+
+const PropertyDevice& PropertyContext::wholeDisk() const {
+    return subject_.device.devtype == "partition" && !subject_.ancestors.empty()
+               ? subject_.ancestors.front()
+               : subject_.device;
+}
+
+std::optional<std::string> PropertyContext::text(PropertyOrigin origin, std::string_view source) {
+    const auto pairText = [&](const KeyValues& pairs) {
+        const auto value = valueOf(pairs, source);
+        return value ? std::optional<std::string>(*value) : std::nullopt;
+    };
+    switch (origin) {
+    case PropertyOrigin::attribute:
+        return attributeOf(subject_.device, source);
+    case PropertyOrigin::parentAttribute:
+        return subject_.ancestors.empty() ? std::nullopt
+                                          : attributeOf(subject_.ancestors.front(), source);
+    case PropertyOrigin::diskAttribute:
+        return attributeOf(wholeDisk(), source);
+    case PropertyOrigin::usbAttribute: {
+        const auto usb = std::ranges::find_if(subject_.ancestors, isUSBDevice);
+        return usb == subject_.ancestors.end() ? std::nullopt : attributeOf(*usb, source);
+    }
+    case PropertyOrigin::uevent:
+        return pairText(uevent());
+    case PropertyOrigin::manager:
+        return pairText(managerData());
+    case PropertyOrigin::name:
+        return subject_.device.name;
+    case PropertyOrigin::firmware:
+        return attributeOf(kFirmware, source);
+    case PropertyOrigin::deviceTree:
+        return attributeOf(kDeviceTree, source);
+    }
+    return std::nullopt;
+}
+
+const KeyValues& PropertyContext::uevent() {
+    if (!uevent_) {
+        uevent_ = parseUevent(attribute("uevent").value_or(""));
+    }
+    return *uevent_;
+}
+
+const KeyValues& PropertyContext::managerData() {
+    if (!managerData_) {
+        managerData_ =
+            managerDataOf(subject_.udevData, subject_.device.subsystem, subject_.device.name,
+                          [&](std::string_view name) { return attribute(name); });
+    }
+    return *managerData_;
+}
+
+std::optional<std::string> PropertyContext::driver() {
+    const DeviceFolder* folder = folderOf(subject_.device);
+    return folder == nullptr ? std::nullopt : targetName(folder->get(), "driver");
+}
+
+bool PropertyContext::isEmptyFolder(const char* name) {
+    const DeviceFolder* folder = folderOf(subject_.device);
+    const Descriptor below = folder == nullptr ? Descriptor() : openFolderIn(folder->get(), name);
+    return !below || itemsOf(below.get()).value_or(std::vector<FolderItem>()).empty();
+}
+
+std::vector<std::string> PropertyContext::readableNames() {
+    const DeviceFolder* folder = folderOf(subject_.device);
+    return folder == nullptr ? std::vector<std::string>() : folder->readableNames();
+}
+
+} // namespace qv
