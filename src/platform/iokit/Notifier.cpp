@@ -166,6 +166,11 @@ void Notifier::applyMove(const DeviceEvent& event) {
         known_[paths[i]] = subtree[i];
     }
     nodes_.walkAgain(); // for the paths of all that are below
+    if (!node->live) {  // it has gone meanwhile, under its new name
+        node->path = event.path;
+        node->kernelName = event.path.substr(event.path.rfind('/') + 1);
+        node->label.reset();
+    }
     message(node, kIOMessageServicePropertyChange);
 }
 

@@ -1,0 +1,192 @@
+// The devices and the events of this machine itself.
+
+#include "support/InChild.h"
+#include "support/StartedProgram.h"
+
+#include <fmt/format.h>
+
+#include "RegistryFixture.h"
+#include <chrono>
+#include <linux/netlink.h>
+#include <sched.h>
+#include <set>
+#include <sys/socket.h>
+
+namespace qv::test {
+namespace {
+
+bool run(const std::vector<std::string>& command) { return runProgram(command).status == 0; }
+
+/// An interface of the kernel's own kind of bridge, until its owner ends.
+class BridgeInterface {
+public:
+    explicit BridgeInterface(std::string name) : name_(std::move(name)) {
+        isThere_ = run({"/usr/sbin/ip", "link", "add", name_, "type", "bridge"});
+    }
+    BridgeInterface(const BridgeInterface&) = delete;
+    BridgeInterface(BridgeInterface&&) = delete;
+    BridgeInterface& operator=(const BridgeInterface&) = delete;
+    BridgeInterface& operator=(BridgeInterface&&) = delete;
+    ~BridgeInterface() { remove(); }
+    [[nodiscard]] bool isThere() const { return isThere_; }
+    void rename(const std::string& name) {
+        ASSERT_TRUE(run({"/usr/sbin/ip", "link", "set", name_, "name", name}));
+        name_ = name;
+    }
+    void remove() {
+        if (std::exchange(isThere_, false)) {
+            EXPECT_TRUE(run({"/usr/sbin/ip", "link", "del", name_}));
+        }
+    }
+
+private:
+    std::string name_;
+    bool isThere_ = false;
+};
+
+/// Writes down the interfaces that come and go, whose names begin in a way that no others do.
+class LiveDevices : public ::testing::Test {
+protected:
+    LiveDevices() {
+        source->addTo(RunLoop::current());
+        for (const auto type : {kIOFirstMatchNotification, kIOTerminatedNotification}) {
+            io_iterator_t handle = 0;
+            EXPECT_EQ(IOServiceAddMatchingNotification(
+                          port, type, IOServiceMatching("IOEthernetInterface"),
+                          [this, type](io_iterator_t iterator) {
+                              const std::string names = drain(iterator);
+                              told += names.find(prefix) == std::string::npos
+                                          ? ""
+                                          : fmt::format("{}({}) ", type.substr(9), names);
+                          },
+                          handle),
+                      0);
+            drain(handle);
+            notifications.emplace_back(handle);
+        }
+    }
+    void expectTold(std::string_view expected) {
+        const Deadline deadline = Deadline::after(std::chrono::seconds(5));
+        while (told != expected && !deadline.hasPassed()) {
+            RunLoop::current().run(Deadline::after(std::chrono::milliseconds(20)));
+        }
+        EXPECT_EQ(told, expected);
+        told.clear();
+    }
+
+    const std::string prefix = fmt::format("qv{}", ::getpid() % 100'000);
+    std::string told;
+    IONotificationPortRef port = IONotificationPortCreate(kIOMainPortDefault);
+    std::shared_ptr<RunLoopSource> source = IONotificationPortGetRunLoopSource(port);
+    std::vector<Held> notifications;
+};
+
+TEST(LiveTree, GivesEachDeviceItsIDAndPath) {
+    io_iterator_t iterator = 0;
+    ASSERT_EQ(IOServiceGetMatchingServices(0, IOServiceMatching("IOService"), iterator), 0);
+    const Held held(iterator);
+    std::set<std::uint64_t> ids;
+    std::size_t count = 0;
+    for (; const io_object_t entry = IOIteratorNext(iterator); ++count) {
+        const Held one(entry);
+        std::uint64_t id = 0;
+        EXPECT_EQ(IORegistryEntryGetRegistryEntryID(one, id), 0);
+        ids.insert(id);
+        EXPECT_EQ(Held(IORegistryEntryFromPath(0, pathOf(one))), one) << pathOf(one);
+    }
+    EXPECT_EQ(ids.size(), count);
+    EXPECT_GT(count, 10U);
+}
+
+TEST_F(LiveDevices, TellOfKernelsOwnEvents) {
+    BridgeInterface bridge(prefix);
+    if (!bridge.isThere()) {
+        GTEST_SKIP() << "needs root and bridge interfaces";
+    }
+    expectTold(fmt::format("FirstMatch({}) ", prefix));
+    const Held device = serviceNamed(prefix);
+    std::string messages;
+    io_object_t handle = 0;
+    ASSERT_EQ(IOServiceAddInterestNotification(
+                  port, device, kIOGeneralInterest,
+                  [&](io_service_t, natural_t type, std::uintptr_t) {
+                      messages += fmt::format("{:X} ", type & 0xFFFU);
+                  },
+                  handle),
+              0);
+    const Held interest(handle);
+    EXPECT_EQ(IORegistryEntrySetCFProperty(device, "uevent", Value::string("remove")), 0);
+    EXPECT_EQ(IORegistryEntrySetCFProperty(device, "IOMaxTransferUnit", Value::integer(1400)), 0);
+    EXPECT_EQ(IORegistryEntryCreateCFProperty(device, "IOMaxTransferUnit"), Value::integer(1400));
+    EXPECT_EQ(IORegistryEntrySetCFProperty(device, "ifindex", Value::integer(1)),
+              kIOReturnNotPrivileged);
+    EXPECT_EQ(IORegistryEntrySetCFProperty(device, "mtu", Value::string("many")),
+              kIOReturnBadArgument);
+    bridge.rename(prefix + "x");
+    bridge.remove();
+    expectTold(fmt::format("Terminate({}x) ", prefix));
+    EXPECT_EQ(messages, "130 10 ") << "the removal that was only asked for must not count";
+}
+
+TEST_F(LiveDevices, IgnoreForgedEvents) {
+    if (::geteuid() != 0) {
+        GTEST_SKIP() << "needs root";
+    }
+    BridgeInterface bridge(prefix);
+    ASSERT_TRUE(bridge.isThere());
+    expectTold(fmt::format("FirstMatch({}) ", prefix));
+    const std::string forged = fmt::format("remove@/devices/virtual/net/{0}", prefix) + '\0' +
+                               "ACTION=remove" + '\0' +
+                               fmt::format("DEVPATH=/devices/virtual/net/{0}", prefix) + '\0' +
+                               "SUBSYSTEM=net" + '\0' + "SEQNUM=1" + '\0';
+    // To the group, or to the listener itself: the kernel takes neither from a user.
+    const auto send = [&](std::uint32_t group, std::uint32_t receiver) {
+        const int sender = ::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_KOBJECT_UEVENT);
+        sockaddr_nl address{};
+        address.nl_family = AF_NETLINK;
+        address.nl_groups = group;
+        address.nl_pid = receiver;
+        const auto sent = ::sendto(sender, forged.data(), forged.size(), 0,
+                                   reinterpret_cast<const sockaddr*>(&address),
+                                   sizeof address); // as the call has it
+        ::close(sender);
+        return sent > 0;
+    };
+    const auto listener =
+        static_cast<std::uint32_t>(::getpid()); // of the first socket of a process
+    EXPECT_EQ(inChildAs(65534, [&] { return send(1, 0) ? 1 : 0; }), 0);
+    EXPECT_EQ(inChildAs(65534, [&] { return send(0, listener) ? 1 : 0; }), 0);
+    EXPECT_TRUE(send(0, listener));
+    EXPECT_TRUE(send(1, 0)) << "of root, but not of the kernel";
+    RunLoop::current().run(Deadline::after(std::chrono::milliseconds(200)));
+    expectTold("");
+    bridge.remove();
+    expectTold(fmt::format("Terminate({}) ", prefix));
+}
+
+TEST(CutOffDevices, SayThatNoEventArrives) {
+    ::testing::internal::CaptureStderr();
+    const int outcome = inChildAs(65534, [] {
+        if (::unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0) {
+            return 77;
+        }
+        IONotificationPortRef port = IONotificationPortCreate(kIOMainPortDefault);
+        io_iterator_t iterator = 0;
+        const bool works = IOServiceAddMatchingNotification(
+                               port, kIOFirstMatchNotification, IOServiceMatching("IOResources"),
+                               [](io_iterator_t) {}, iterator) == 0 &&
+                           drain(iterator) == "IOResources" &&
+                           port->runLoopSource()->addTo(RunLoop::current());
+        return works ? 0 : 1;
+    });
+    const std::string logged = ::testing::internal::GetCapturedStderr();
+    if (outcome == 77 || outcome == 250) {
+        GTEST_SKIP() << "needs root and user namespaces";
+    }
+    EXPECT_EQ(outcome, 0);
+    EXPECT_EQ(std::ranges::count(logged, '\n'), 1) << logged;
+    EXPECT_NE(logged.find("no event of a device can arrive"), std::string::npos) << logged;
+}
+
+} // namespace
+} // namespace qv::test
