@@ -1,6 +1,7 @@
 #include "platform/iokit/DeviceClass.h"
 
 #include "platform/foundation/values/ASCII.h"
+#include "platform/iokit/TakeField.h"
 
 #include <algorithm>
 #include <array>
@@ -127,9 +128,7 @@ constexpr std::array kClassRows = std::to_array<ClassRow>({
 std::vector<std::string> parts(std::string_view text) {
     std::vector<std::string> result;
     while (!text.empty()) {
-        const std::size_t end = std::min(text.find(':'), text.size());
-        result.emplace_back(text.substr(0, end));
-        text.remove_prefix(std::min(end + 1, text.size()));
+        result.emplace_back(takeField(text, ':'));
     }
     return result;
 }

@@ -2,6 +2,7 @@
 
 #include "platform/foundation/os/FileBytes.h"
 #include "platform/foundation/os/Folder.h"
+#include "platform/iokit/TakeField.h"
 
 #include <algorithm>
 #include <array>
@@ -19,14 +20,6 @@ namespace {
 
 constexpr std::size_t kLongestName = 255;
 constexpr std::size_t kMostParts = 4;
-
-// Takes the first part of a path off it.
-std::string_view takePart(std::string_view& path) {
-    const std::size_t end = std::min(path.find('/'), path.size());
-    const std::string_view part = path.substr(0, end);
-    path.remove_prefix(std::min(end + 1, path.size()));
-    return part;
-}
 
 FolderItem::Kind kindOf(int folder, const dirent64& entry) {
     unsigned char type = entry.d_type;
@@ -83,7 +76,7 @@ bool isAttributeName(std::string_view name) noexcept {
     }
     std::size_t parts = 0;
     while (!name.empty()) {
-        const std::string_view part = takePart(name);
+        const std::string_view part = takeField(name, '/');
         if (part.empty() || part == "." || part == ".." || ++parts > kMostParts) {
             return false;
         }
@@ -96,7 +89,7 @@ tl::expected<DeviceFolder, int> DeviceFolder::open(int root, std::string_view pa
     Descriptor folder;
     path.remove_prefix(std::min<std::size_t>(1, path.size()));
     while (!path.empty()) {
-        const std::string part(takePart(path));
+        const std::string part(takeField(path, '/'));
         if (part.empty() || part == "." || part == "..") {
             return tl::unexpected(ENOENT);
         }
@@ -127,13 +120,13 @@ Descriptor DeviceFolder::openAttribute(std::string_view name, int flags) const {
         return {};
     }
     Descriptor parent;
-    std::string part(takePart(name));
+    std::string part(takeField(name, '/'));
     while (!name.empty()) {
         parent = openFolderIn(parent ? parent.get() : get(), part.c_str());
         if (!parent) {
             return {};
         }
-        part = takePart(name);
+        part = takeField(name, '/');
     }
     const int folder = parent ? parent.get() : get();
     struct stat info{};

@@ -7,10 +7,10 @@ namespace qv {
 
 /// What happened to one device.
 struct DeviceEvent {
-    std::string action = {};     ///< add, remove, change, move, bind, unbind, online, offline
-    std::string path = {};       ///< of the device, below the folder of the kernel: "/devices/..."
-    std::string oldPath = {};    ///< of a move
-    bool synthetic = false; ///< somebody asked the kernel to send it; nothing has happened
+    std::string action = {};  ///< add, remove, change, move, bind, unbind, online, offline
+    std::string path = {};    ///< of the device, below the folder of the kernel: "/devices/..."
+    std::string oldPath = {}; ///< of a move
+    bool synthetic = false;   ///< somebody asked the kernel to send it; nothing has happened
 };
 
 /// Where events come from. For one thread.

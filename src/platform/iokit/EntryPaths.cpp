@@ -1,6 +1,7 @@
 #include "platform/iokit/EntryPaths.h"
 
 #include "platform/iokit/PropertyConversion.h"
+#include "platform/iokit/TakeField.h"
 
 #include <algorithm>
 
@@ -14,35 +15,33 @@ constexpr std::string_view kPlanePrefix = "IOService:/";
 // texts where they are not numbers.
 bool isSameLocation(std::string_view left, std::string_view right) {
     while (!left.empty() && !right.empty()) {
-        const std::size_t leftEnd = std::min(left.find(','), left.size());
-        const std::size_t rightEnd = std::min(right.find(','), right.size());
-        const auto a = conversion::integer16(left.substr(0, leftEnd));
-        const auto b = conversion::integer16(right.substr(0, rightEnd));
-        if (a && b ? *a != *b : left.substr(0, leftEnd) != right.substr(0, rightEnd)) {
+        const std::string_view leftField = takeField(left, ',');
+        const std::string_view rightField = takeField(right, ',');
+        const auto a = conversion::integer16(leftField);
+        const auto b = conversion::integer16(rightField);
+        if (a && b ? *a != *b : leftField != rightField) {
             return false;
         }
-        left.remove_prefix(std::min(leftEnd + 1, left.size()));
-        right.remove_prefix(std::min(rightEnd + 1, right.size()));
     }
     return left.empty() && right.empty();
 }
 
 } // namespace
 
-const Node::Label& EntryPaths::labelOf(Node& node) {
+const RegistryEntry::Label& EntryPaths::labelOf(RegistryEntry& node) {
     if (!node.label) {
         if (!node.live || !hasOwnLabel(node.deviceClass.family)) {
-            node.label = Node::Label{node.kernelName, ""};
+            node.label = RegistryEntry::Label{node.kernelName, ""};
         } else {
             auto [name, location] = properties_.label(properties_.subjectOf(node));
-            node.label = Node::Label{std::move(name), std::move(location)};
+            node.label = RegistryEntry::Label{std::move(name), std::move(location)};
         }
     }
     return *node.label;
 }
 
-std::string EntryPaths::plainComponentOf(Node& node) {
-    const Node::Label& label = labelOf(node);
+std::string EntryPaths::plainComponentOf(RegistryEntry& node) {
+    const RegistryEntry::Label& label = labelOf(node);
     std::string component = label.name;
     std::ranges::replace(component, '/', '_');
     return label.location.empty() ? component : component + '@' + label.location;
@@ -50,7 +49,7 @@ std::string EntryPaths::plainComponentOf(Node& node) {
 
 // A path is the path of one entry: where siblings have one name and no location, the kernel's name
 // becomes the location, and where that is the same as well, the subsystem.
-std::string EntryPaths::componentOf(Node& node) {
+std::string EntryPaths::componentOf(RegistryEntry& node) {
     std::string component = plainComponentOf(node);
     if (node.parent == nullptr || !labelOf(node).location.empty()) {
         return component;
@@ -68,12 +67,12 @@ std::string EntryPaths::componentOf(Node& node) {
     return component;
 }
 
-std::optional<std::string> EntryPaths::pathOf(Node& node) {
+std::optional<std::string> EntryPaths::pathOf(RegistryEntry& node) {
     if (!node.live || node.parent == nullptr) {
         return std::nullopt;
     }
     std::string path;
-    for (Node* entry = &node; entry != &nodes_.platformExpert(); entry = entry->parent) {
+    for (RegistryEntry* entry = &node; entry != &nodes_.platformExpert(); entry = entry->parent) {
         path.insert(0, '/' + componentOf(*entry));
         if (path.size() + kPlanePrefix.size() > kLongestPath + 1) {
             return std::nullopt;
@@ -82,34 +81,32 @@ std::optional<std::string> EntryPaths::pathOf(Node& node) {
     return std::string(kPlanePrefix) + (path.empty() ? "" : path.substr(1));
 }
 
-bool EntryPaths::isComponent(Node& node, std::string_view component) {
+bool EntryPaths::isComponent(RegistryEntry& node, std::string_view component) {
     if (componentOf(node) == component) {
         return true;
     }
     const std::size_t at = component.rfind('@');
-    const Node::Label& label = labelOf(node);
+    const RegistryEntry::Label& label = labelOf(node);
     return at != std::string_view::npos && !label.location.empty() &&
            label.name == component.substr(0, at) &&
            isSameLocation(label.location, component.substr(at + 1));
 }
 
-Node* EntryPaths::resolve(std::string_view path) {
+RegistryEntry* EntryPaths::resolve(std::string_view path) {
     if (!path.starts_with(kPlanePrefix)) {
         return nullptr;
     }
     path.remove_prefix(kPlanePrefix.size());
-    Node* entry = &nodes_.platformExpert();
+    RegistryEntry* entry = &nodes_.platformExpert();
     while (!path.empty()) {
-        const std::size_t end = std::min(path.find('/'), path.size());
+        const std::string_view component = takeField(path, '/');
         const auto& children = NodeTable::childrenOf(*entry);
-        const auto child = std::ranges::find_if(children, [&](const auto& candidate) {
-            return isComponent(*candidate, path.substr(0, end));
-        });
+        const auto child = std::ranges::find_if(
+            children, [&](const auto& candidate) { return isComponent(*candidate, component); });
         if (child == children.end()) {
             return nullptr;
         }
         entry = child->get();
-        path.remove_prefix(std::min(end + 1, path.size()));
     }
     return entry;
 }

@@ -18,17 +18,17 @@ public:
     EntryPaths(const NodeTable& nodes, PropertyAccess& properties)
         : nodes_(nodes), properties_(properties) {}
 
-    [[nodiscard]] const Node::Label& labelOf(Node& node);
+    [[nodiscard]] const RegistryEntry::Label& labelOf(RegistryEntry& node);
     /// "IOService:/name@location/..."; none of the root, of a terminated entry, and of a path that
     /// would be too long.
-    [[nodiscard]] std::optional<std::string> pathOf(Node& node);
+    [[nodiscard]] std::optional<std::string> pathOf(RegistryEntry& node);
     /// The entry of a path; null when there is none, and for what is not such a path.
-    [[nodiscard]] Node* resolve(std::string_view path);
+    [[nodiscard]] RegistryEntry* resolve(std::string_view path);
 
 private:
-    [[nodiscard]] std::string componentOf(Node& node);
-    [[nodiscard]] std::string plainComponentOf(Node& node);
-    [[nodiscard]] bool isComponent(Node& node, std::string_view component);
+    [[nodiscard]] std::string componentOf(RegistryEntry& node);
+    [[nodiscard]] std::string plainComponentOf(RegistryEntry& node);
+    [[nodiscard]] bool isComponent(RegistryEntry& node, std::string_view component);
 
     const NodeTable& nodes_;
     PropertyAccess& properties_;

@@ -3,6 +3,7 @@
 #include "platform/foundation/values/ASCII.h"
 #include "platform/foundation/values/Conversions.h"
 #include "platform/iokit/PropertyConversion.h"
+#include "platform/iokit/TakeField.h"
 
 #include <algorithm>
 #include <array>
@@ -107,17 +108,13 @@ std::uint32_t registerOf(const PropertyLookUp& property, std::string_view key) {
 // between them.
 bool isInRegisterList(std::uint32_t value, std::string_view list, std::uint32_t usualMask) {
     while (!list.empty()) {
-        const std::size_t end = std::min(list.find(' '), list.size());
-        const std::string_view item = list.substr(0, end);
-        const std::size_t ampersand = std::min(item.find('&'), item.size());
-        const auto wanted = conversion::integer16(item.substr(0, ampersand));
-        const auto mask = ampersand == item.size()
-                              ? std::optional<std::int64_t>(usualMask)
-                              : conversion::integer16(item.substr(ampersand + 1));
+        std::string_view item = takeField(list, ' ');
+        const auto wanted = conversion::integer16(takeField(item, '&'));
+        const auto mask =
+            item.empty() ? std::optional<std::int64_t>(usualMask) : conversion::integer16(item);
         if (wanted && mask && (value & *mask) == (*wanted & *mask)) {
             return true;
         }
-        list.remove_prefix(std::min(end + 1, list.size()));
     }
     return false;
 }

@@ -11,7 +11,7 @@ bool isNoName(io_object_t handle) { return handle == 0 || handle == kDeadName; }
 } // namespace
 
 io_object_t HandleTable::handleOf(Object object) {
-    const auto* node = std::get_if<std::shared_ptr<Node>>(&object);
+    const auto* node = std::get_if<std::shared_ptr<RegistryEntry>>(&object);
     if (node != nullptr) {
         if (const auto found = handles_.find(node->get()); found != handles_.end()) {
             ++entries_.at(found->second).references;
@@ -55,7 +55,7 @@ kern_return_t HandleTable::release(io_object_t handle, Dropped& dropped) {
     const Object object = std::move(found->second.object);
     entries_.erase(found);
     std::visit([&](const auto& last) { dropped.push_back(last); }, object);
-    if (const auto* node = std::get_if<std::shared_ptr<Node>>(&object)) {
+    if (const auto* node = std::get_if<std::shared_ptr<RegistryEntry>>(&object)) {
         handles_.erase(node->get());
     } else if (const auto* matching = std::get_if<std::shared_ptr<MatchingNotification>>(&object)) {
         (*matching)->held = false;

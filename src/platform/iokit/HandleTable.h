@@ -15,7 +15,7 @@ namespace qv {
 class HandleTable {
 public:
     using Object =
-        std::variant<std::shared_ptr<Node>, std::shared_ptr<EntryIterator>,
+        std::variant<std::shared_ptr<RegistryEntry>, std::shared_ptr<EntryIterator>,
                      std::shared_ptr<MatchingNotification>, std::shared_ptr<InterestNotification>>;
 
     /// A handle with one more reference; an entry keeps the one that it has.
@@ -35,7 +35,7 @@ private:
     static constexpr io_object_t kFirst = 0x1003;
 
     std::unordered_map<io_object_t, Entry> entries_;
-    std::unordered_map<const Node*, io_object_t> handles_;
+    std::unordered_map<const RegistryEntry*, io_object_t> handles_;
     io_object_t next_ = kFirst;
 };
 

@@ -24,7 +24,7 @@ std::string_view classOfObject(const HandleTable::Object& object) {
 }
 
 io_iterator_t iteratorOver(const Registry::Access& registry,
-                           const std::vector<std::shared_ptr<Node>>& nodes) {
+                           const std::vector<std::shared_ptr<RegistryEntry>>& nodes) {
     auto iterator = std::make_shared<EntryIterator>();
     iterator->left.assign(nodes.rbegin(), nodes.rend());
     return registry->handles().handleOf(std::move(iterator));
@@ -38,7 +38,7 @@ bool isPlane(std::string_view plane) {
 }
 
 // What is still known of a device that has gone.
-Value rememberedProperties(const Node& node) {
+Value rememberedProperties(const RegistryEntry& node) {
     std::vector<std::pair<Value, Value>> pairs;
     const auto add = [&](std::string_view key, Value value) {
         pairs.emplace_back(Value::string(key), std::move(value));
@@ -61,7 +61,7 @@ Value rememberedProperties(const Node& node) {
     return Value::dictionary(std::move(pairs));
 }
 
-std::optional<Value> rememberedProperty(const Node& node, std::string_view key) {
+std::optional<Value> rememberedProperty(const RegistryEntry& node, std::string_view key) {
     const Value all = rememberedProperties(node);
     const Value* value = all.find(key);
     return value == nullptr ? std::nullopt : std::optional<Value>(*value);
@@ -92,7 +92,7 @@ std::optional<std::string> IOObjectCopyClass(io_object_t object) {
     if (found == nullptr) {
         return std::nullopt;
     }
-    const auto* node = std::get_if<std::shared_ptr<Node>>(found);
+    const auto* node = std::get_if<std::shared_ptr<RegistryEntry>>(found);
     return node == nullptr ? std::string(classOfObject(*found)) : (*node)->deviceClass.name();
 }
 
@@ -102,7 +102,7 @@ bool IOObjectConformsTo(io_object_t object, std::string_view className) {
     if (found == nullptr) {
         return false;
     }
-    const auto* node = std::get_if<std::shared_ptr<Node>>(found);
+    const auto* node = std::get_if<std::shared_ptr<RegistryEntry>>(found);
     return node == nullptr ? className == classOfObject(*found) || className == "OSObject"
                            : (*node)->deviceClass.conformsTo(className);
 }
@@ -178,7 +178,7 @@ io_registry_entry_t IORegistryGetRootEntry(mach_port_t) {
 io_registry_entry_t IORegistryEntryFromPath(mach_port_t, std::string_view path) {
     const Registry::Access registry;
     registry->nodes().refresh();
-    const Node* node = registry->paths().resolve(path);
+    const RegistryEntry* node = registry->paths().resolve(path);
     return node == nullptr ? 0 : registry->handles().handleOf(registry->nodes().byID(node->id));
 }
 
@@ -235,7 +235,7 @@ kern_return_t IORegistryEntryGetParentEntry(io_registry_entry_t entry, std::stri
     if (!node || !isPlane(plane)) {
         return node ? kIOReturnBadArgument : node.error();
     }
-    const Node* above = plane == kIOServicePlane ? (*node)->parent : nullptr;
+    const RegistryEntry* above = plane == kIOServicePlane ? (*node)->parent : nullptr;
     if (above == nullptr) {
         return kIOReturnNoDevice;
     }
@@ -250,9 +250,9 @@ kern_return_t IORegistryEntryGetChildIterator(io_registry_entry_t entry, std::st
     if (!node || !isPlane(plane)) {
         return node ? kIOReturnBadArgument : node.error();
     }
-    iterator =
-        iteratorOver(registry, plane == kIOServicePlane ? NodeTable::childrenOf(**node)
-                                                        : std::vector<std::shared_ptr<Node>>());
+    iterator = iteratorOver(registry, plane == kIOServicePlane
+                                          ? NodeTable::childrenOf(**node)
+                                          : std::vector<std::shared_ptr<RegistryEntry>>());
     return kIOReturnSuccess;
 }
 

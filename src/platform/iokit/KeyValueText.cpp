@@ -1,6 +1,7 @@
 #include "platform/iokit/KeyValueText.h"
 
 #include "platform/foundation/values/UTF8.h"
+#include "platform/iokit/TakeField.h"
 
 #include <algorithm>
 #include <ranges>
@@ -12,9 +13,7 @@ namespace {
 KeyValues parseLines(std::string_view text, std::string_view prefix) {
     KeyValues pairs;
     while (!text.empty()) {
-        const std::size_t end = std::min(text.find('\n'), text.size());
-        std::string_view line = text.substr(0, end);
-        text.remove_prefix(std::min(end + 1, text.size()));
+        std::string_view line = takeField(text, '\n');
         if (!line.starts_with(prefix)) {
             continue;
         }

@@ -34,9 +34,9 @@ std::optional<std::uint64_t> wantedID(const Value& matching) {
 
 } // namespace
 
-std::vector<std::shared_ptr<Node>> Matcher::find(const Value& matching, std::size_t most) {
-    std::vector<std::shared_ptr<Node>> found;
-    const auto consider = [&](const std::shared_ptr<Node>& node) {
+std::vector<std::shared_ptr<RegistryEntry>> Matcher::find(const Value& matching, std::size_t most) {
+    std::vector<std::shared_ptr<RegistryEntry>> found;
+    const auto consider = [&](const std::shared_ptr<RegistryEntry>& node) {
         if (matches(matching, node)) {
             found.push_back(node);
         }
@@ -52,16 +52,16 @@ std::vector<std::shared_ptr<Node>> Matcher::find(const Value& matching, std::siz
     return found;
 }
 
-bool Matcher::matches(const Value& matching, const std::shared_ptr<Node>& node) {
+bool Matcher::matches(const Value& matching, const std::shared_ptr<RegistryEntry>& node) {
     if (node == nodes_.root() || !matchesAlone(matching, *node)) {
         return false;
     }
     // Each level of the dictionary wants an ancestor of the one that the level above has found. The
     // nearest is the best: it has the most ancestors.
     const Value* level = &matching;
-    const Node* from = node.get();
+    const RegistryEntry* from = node.get();
     while ((level = level->find("IOParentMatch")) != nullptr) {
-        Node* ancestor = level->is(Kind::dictionary) ? from->parent : nullptr;
+        RegistryEntry* ancestor = level->is(Kind::dictionary) ? from->parent : nullptr;
         while (ancestor != nullptr && ancestor != nodes_.root().get() &&
                !matchesAlone(*level, *ancestor)) {
             ancestor = ancestor->parent;
@@ -74,12 +74,12 @@ bool Matcher::matches(const Value& matching, const std::shared_ptr<Node>& node) 
     return true;
 }
 
-bool Matcher::matchesAlone(const Value& matching, Node& node) {
+bool Matcher::matchesAlone(const Value& matching, RegistryEntry& node) {
     return matchesIdentity(matching, node) && matchesName(matching, node) &&
            matchesProperties(matching, node) && matchesFamily(matching, node);
 }
 
-bool Matcher::matchesIdentity(const Value& matching, Node& node) {
+bool Matcher::matchesIdentity(const Value& matching, RegistryEntry& node) {
     const auto id = wantedID(matching);
     const Value* className = findOf(matching, "IOProviderClass", Kind::string);
     if ((id && *id != node.id) ||
@@ -94,7 +94,7 @@ bool Matcher::matchesIdentity(const Value& matching, Node& node) {
     return path == nullptr || paths_.resolve(path->asString()) == &node;
 }
 
-bool Matcher::matchesName(const Value& matching, Node& node) {
+bool Matcher::matchesName(const Value& matching, RegistryEntry& node) {
     const Value* wanted = matching.find("IONameMatch");
     if (wanted == nullptr) {
         return true;
@@ -113,7 +113,7 @@ bool Matcher::matchesName(const Value& matching, Node& node) {
                : false;
 }
 
-bool Matcher::hasProperties(Node& node, const Value& criteria) {
+bool Matcher::hasProperties(RegistryEntry& node, const Value& criteria) {
     if (!criteria.is(Kind::dictionary)) {
         return false;
     }
@@ -128,7 +128,7 @@ bool Matcher::hasProperties(Node& node, const Value& criteria) {
     return true;
 }
 
-bool Matcher::matchesProperties(const Value& matching, Node& node) {
+bool Matcher::matchesProperties(const Value& matching, RegistryEntry& node) {
     if (const Value* wanted = matching.find("IOPropertyMatch");
         wanted != nullptr && std::ranges::none_of(oneOrMany(*wanted), [&](const Value& one) {
             return hasProperties(node, one);
@@ -151,7 +151,7 @@ bool Matcher::matchesProperties(const Value& matching, Node& node) {
     return true;
 }
 
-bool Matcher::matchesFamily(const Value& matching, Node& node) {
+bool Matcher::matchesFamily(const Value& matching, RegistryEntry& node) {
     static constexpr std::array kOfEveryClass{"BSD Name", "BSD Major", "BSD Minor", "BSD Unit"};
     PropertyAccess::Subject subject;
     const auto property = [&](std::string_view key) {

@@ -17,17 +17,17 @@ public:
         : nodes_(nodes), paths_(paths), properties_(properties) {}
 
     /// Those that match, parents before children; at most `most`.
-    [[nodiscard]] std::vector<std::shared_ptr<Node>> find(const Value& matching,
-                                                          std::size_t most = SIZE_MAX);
-    [[nodiscard]] bool matches(const Value& matching, const std::shared_ptr<Node>& node);
+    [[nodiscard]] std::vector<std::shared_ptr<RegistryEntry>> find(const Value& matching,
+                                                                   std::size_t most = SIZE_MAX);
+    [[nodiscard]] bool matches(const Value& matching, const std::shared_ptr<RegistryEntry>& node);
 
 private:
-    [[nodiscard]] bool matchesAlone(const Value& matching, Node& node);
-    [[nodiscard]] bool matchesIdentity(const Value& matching, Node& node);
-    [[nodiscard]] bool matchesName(const Value& matching, Node& node);
-    [[nodiscard]] bool matchesProperties(const Value& matching, Node& node);
-    [[nodiscard]] bool matchesFamily(const Value& matching, Node& node);
-    [[nodiscard]] bool hasProperties(Node& node, const Value& criteria);
+    [[nodiscard]] bool matchesAlone(const Value& matching, RegistryEntry& node);
+    [[nodiscard]] bool matchesIdentity(const Value& matching, RegistryEntry& node);
+    [[nodiscard]] bool matchesName(const Value& matching, RegistryEntry& node);
+    [[nodiscard]] bool matchesProperties(const Value& matching, RegistryEntry& node);
+    [[nodiscard]] bool matchesFamily(const Value& matching, RegistryEntry& node);
+    [[nodiscard]] bool hasProperties(RegistryEntry& node, const Value& criteria);
 
     const NodeTable& nodes_;
     EntryPaths& paths_;

@@ -106,9 +106,10 @@ NodeTable::NodeTable(const DevicePlaces& places, AttributeReader& reader)
                            "IOResources:IOService", DeviceFamily::none, expert_.get()));
 }
 
-std::shared_ptr<Node> NodeTable::make(std::uint64_t id, std::string name, std::string_view chain,
-                                      DeviceFamily family, Node* parent) {
-    auto node = std::make_shared<Node>();
+std::shared_ptr<RegistryEntry> NodeTable::make(std::uint64_t id, std::string name,
+                                               std::string_view chain, DeviceFamily family,
+                                               RegistryEntry* parent) {
+    auto node = std::make_shared<RegistryEntry>();
     node->id = id;
     node->kernelName = std::move(name);
     node->deviceClass = classOfChain(chain, family);
@@ -141,7 +142,7 @@ void NodeTable::walkAgain() {
     auto number = eventNumber();
     ++walk_;
     walkDevices(sysfs(), *this);
-    std::vector<std::shared_ptr<Node>> gone;
+    std::vector<std::shared_ptr<RegistryEntry>> gone;
     for (const auto& [id, node] : byID_) {
         if (!node->path.empty() && node->seen != walk_) {
             gone.push_back(node);
@@ -153,7 +154,7 @@ void NodeTable::walkAgain() {
     walkedAt_ = std::move(number);
 }
 
-std::shared_ptr<Node> NodeTable::lookAgain(const std::string& path) {
+std::shared_ptr<RegistryEntry> NodeTable::lookAgain(const std::string& path) {
     // Devices above that nobody has seen yet come first; folders without a device are passed over.
     std::uint64_t above = 0;
     for (std::size_t end = path.find('/', 1); end != std::string::npos;
@@ -176,7 +177,7 @@ std::shared_ptr<Node> NodeTable::lookAgain(const std::string& path) {
 void NodeTable::visit(const DeviceSighting& device) {
     auto node = byID(device.id);
     if (node == nullptr) {
-        node = std::make_shared<Node>();
+        node = std::make_shared<RegistryEntry>();
         node->id = device.id;
         node->kernelName = lastComponent(device.path);
         classify(*node, device);
@@ -192,7 +193,7 @@ void NodeTable::visit(const DeviceSighting& device) {
     visited_ = std::move(node);
 }
 
-void NodeTable::classify(Node& node, const DeviceSighting& device) {
+void NodeTable::classify(RegistryEntry& node, const DeviceSighting& device) {
     SightedFacts facts(device, places_, reader_);
     node.subsystem = targetName(device.folder, "subsystem").value_or("");
     if (dependsOnType(node.subsystem)) {
@@ -205,7 +206,7 @@ void NodeTable::classify(Node& node, const DeviceSighting& device) {
     node.deviceClass = classOf(facts);
 }
 
-void NodeTable::place(const std::shared_ptr<Node>& node, std::uint64_t parent,
+void NodeTable::place(const std::shared_ptr<RegistryEntry>& node, std::uint64_t parent,
                       std::string_view path) {
     const auto above = parent == 0 ? expert_ : byID(parent);
     if (node->parent != nullptr) {
@@ -226,15 +227,16 @@ void NodeTable::place(const std::shared_ptr<Node>& node, std::uint64_t parent,
     node->parent->childComponents.reset();
 }
 
-void NodeTable::detach(const Node& node) {
-    std::erase_if(node.parent->children,
-                  [&](const std::shared_ptr<Node>& child) { return child.get() == &node; });
+void NodeTable::detach(const RegistryEntry& node) {
+    std::erase_if(node.parent->children, [&](const std::shared_ptr<RegistryEntry>& child) {
+        return child.get() == &node;
+    });
     node.parent->childComponents.reset();
 }
 
-void NodeTable::terminate(const std::shared_ptr<Node>& node) {
+void NodeTable::terminate(const std::shared_ptr<RegistryEntry>& node) {
     walkedAt_.reset(); // if that was premature, the next walk finds it again
-    std::vector<std::shared_ptr<Node>> left{node};
+    std::vector<std::shared_ptr<RegistryEntry>> left{node};
     while (!left.empty()) {
         const auto next = std::move(left.back());
         left.pop_back();
@@ -259,17 +261,17 @@ void NodeTable::terminate(const std::shared_ptr<Node>& node) {
     }
 }
 
-std::shared_ptr<Node> NodeTable::byID(std::uint64_t id) const {
+std::shared_ptr<RegistryEntry> NodeTable::byID(std::uint64_t id) const {
     const auto found = byID_.find(id);
     return found == byID_.end() ? nullptr : found->second;
 }
 
-std::shared_ptr<Node> NodeTable::byPath(const std::string& path) const {
+std::shared_ptr<RegistryEntry> NodeTable::byPath(const std::string& path) const {
     const auto found = byPath_.find(path);
     return found == byPath_.end() ? nullptr : byID(found->second->id);
 }
 
-const std::vector<std::shared_ptr<Node>>& NodeTable::childrenOf(Node& node) {
+const std::vector<std::shared_ptr<RegistryEntry>>& NodeTable::childrenOf(RegistryEntry& node) {
     if (!node.childrenSorted) {
         std::ranges::sort(node.children, [](const auto& left, const auto& right) {
             return left->kernelName == right->kernelName
@@ -282,8 +284,8 @@ const std::vector<std::shared_ptr<Node>>& NodeTable::childrenOf(Node& node) {
 }
 
 void NodeTable::forEachService(
-    const std::function<bool(const std::shared_ptr<Node>&)>& function) const {
-    std::vector<std::shared_ptr<Node>> left{expert_};
+    const std::function<bool(const std::shared_ptr<RegistryEntry>&)>& function) const {
+    std::vector<std::shared_ptr<RegistryEntry>> left{expert_};
     while (!left.empty()) {
         const auto node = std::move(left.back());
         left.pop_back();

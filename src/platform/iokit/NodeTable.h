@@ -3,7 +3,7 @@
 #include "platform/foundation/os/Descriptor.h"
 #include "platform/iokit/AttributeReader.h"
 #include "platform/iokit/DeviceWalk.h"
-#include "platform/iokit/Node.h"
+#include "platform/iokit/RegistryEntry.h"
 #include "platform/iokit/RegistryReplacement.h"
 
 #include <cstdint>
@@ -33,18 +33,21 @@ public:
     void refresh();
     void walkAgain(); ///< in any case
     /// The live node of a path after a look at its folder; null when there is no such device.
-    [[nodiscard]] std::shared_ptr<Node> lookAgain(const std::string& path);
+    [[nodiscard]] std::shared_ptr<RegistryEntry> lookAgain(const std::string& path);
     /// Terminates a node and all below it.
-    void terminate(const std::shared_ptr<Node>& node);
+    void terminate(const std::shared_ptr<RegistryEntry>& node);
 
-    [[nodiscard]] const std::shared_ptr<Node>& root() const { return root_; }
-    [[nodiscard]] Node& platformExpert() const { return *expert_; }
-    [[nodiscard]] std::shared_ptr<Node> byID(std::uint64_t id) const; ///< null: none is live
-    [[nodiscard]] std::shared_ptr<Node> byPath(const std::string& path) const;
+    [[nodiscard]] const std::shared_ptr<RegistryEntry>& root() const { return root_; }
+    [[nodiscard]] RegistryEntry& platformExpert() const { return *expert_; }
+    [[nodiscard]] std::shared_ptr<RegistryEntry>
+    byID(std::uint64_t id) const; ///< null: none is live
+    [[nodiscard]] std::shared_ptr<RegistryEntry> byPath(const std::string& path) const;
     /// The children by name in natural order.
-    [[nodiscard]] static const std::vector<std::shared_ptr<Node>>& childrenOf(Node& node);
+    [[nodiscard]] static const std::vector<std::shared_ptr<RegistryEntry>>&
+    childrenOf(RegistryEntry& node);
     /// Every live service, parents before children, until the function answers false.
-    void forEachService(const std::function<bool(const std::shared_ptr<Node>&)>& function) const;
+    void forEachService(
+        const std::function<bool(const std::shared_ptr<RegistryEntry>&)>& function) const;
     [[nodiscard]] std::size_t size() const { return byID_.size(); }
     [[nodiscard]] int sysfs() const { return sysfs_.get(); }
     /// The same, for a job that may outlive the table.
@@ -52,25 +55,26 @@ public:
 
 private:
     void visit(const DeviceSighting& device) override;
-    void classify(Node& node, const DeviceSighting& device);
-    void place(const std::shared_ptr<Node>& node, std::uint64_t parent, std::string_view path);
-    static void detach(const Node& node);
-    [[nodiscard]] std::shared_ptr<Node> make(std::uint64_t id, std::string name,
-                                             std::string_view chain, DeviceFamily family,
-                                             Node* parent);
+    void classify(RegistryEntry& node, const DeviceSighting& device);
+    void place(const std::shared_ptr<RegistryEntry>& node, std::uint64_t parent,
+               std::string_view path);
+    static void detach(const RegistryEntry& node);
+    [[nodiscard]] std::shared_ptr<RegistryEntry> make(std::uint64_t id, std::string name,
+                                                      std::string_view chain, DeviceFamily family,
+                                                      RegistryEntry* parent);
     [[nodiscard]] std::optional<std::string> eventNumber() const;
 
     const DevicePlaces& places_;
     AttributeReader& reader_;
     std::shared_ptr<const Descriptor> shared_;
     const Descriptor& sysfs_;
-    std::unordered_map<std::uint64_t, std::shared_ptr<Node>> byID_;
-    std::unordered_map<std::string, Node*> byPath_;
-    std::shared_ptr<Node> root_;
-    std::shared_ptr<Node> expert_;
+    std::unordered_map<std::uint64_t, std::shared_ptr<RegistryEntry>> byID_;
+    std::unordered_map<std::string, RegistryEntry*> byPath_;
+    std::shared_ptr<RegistryEntry> root_;
+    std::shared_ptr<RegistryEntry> expert_;
     std::uint64_t walk_ = 0;
-    std::optional<std::string> walkedAt_; // the kernel's event number before the last walk
-    std::shared_ptr<Node> visited_;       // last
+    std::optional<std::string> walkedAt_;    // the kernel's event number before the last walk
+    std::shared_ptr<RegistryEntry> visited_; // last
 };
 
 } // namespace qv

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/iokit/IONotificationPort.h"
-#include "platform/iokit/Node.h"
+#include "platform/iokit/RegistryEntry.h"
 
 #include <cstdint>
 #include <memory>
@@ -15,7 +15,7 @@ using Dropped = std::vector<std::shared_ptr<const void>>;
 
 /// A list of entries that is handed out one by one.
 struct EntryIterator {
-    std::vector<std::shared_ptr<Node>> left; ///< the next one last
+    std::vector<std::shared_ptr<RegistryEntry>> left; ///< the next one last
 };
 
 enum class MatchingType : std::uint8_t {
@@ -43,7 +43,7 @@ struct MatchingNotification : EntryIterator {
 struct InterestNotification {
     bool busy = false;   ///< busy interest, else general
     bool silent = false; ///< interest in what no device tells
-    std::shared_ptr<Node> node;
+    std::shared_ptr<RegistryEntry> node;
     io_service_t service = 0; ///< one reference is the notification's
     std::shared_ptr<const IOServiceInterestCallback> callback;
     bool held = true;

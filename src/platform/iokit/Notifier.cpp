@@ -66,8 +66,8 @@ void Notifier::add(const std::shared_ptr<MatchingNotification>& notification, Dr
         compare();
         deliveries_.clear();
     }
-    std::vector<std::shared_ptr<Node>> found = matcher_.find(notification->matching);
-    std::erase_if(found, [&](const std::shared_ptr<Node>& node) {
+    std::vector<std::shared_ptr<RegistryEntry>> found = matcher_.find(notification->matching);
+    std::erase_if(found, [&](const std::shared_ptr<RegistryEntry>& node) {
         return !node->path.empty() && !paths_.contains(node->id); // its event is still to come
     });
     if (tellsOfGoing(notification->type)) {
@@ -147,7 +147,7 @@ void Notifier::applyMove(const DeviceEvent& event) {
     applyRemove(event.path); // whatever was known there has gone before
     const auto node = moved->second;
     const std::string prefix = event.oldPath + '/';
-    std::vector<std::shared_ptr<Node>> subtree;
+    std::vector<std::shared_ptr<RegistryEntry>> subtree;
     std::vector<std::string> paths;
     for (auto found = known_.lower_bound(event.oldPath); found != known_.end();) {
         if (found->first != event.oldPath && !found->first.starts_with(prefix)) {
@@ -174,7 +174,7 @@ void Notifier::applyMove(const DeviceEvent& event) {
     message(node, kIOMessageServicePropertyChange);
 }
 
-void Notifier::applyKnown(const std::shared_ptr<Node>& node, const DeviceEvent& event) {
+void Notifier::applyKnown(const std::shared_ptr<RegistryEntry>& node, const DeviceEvent& event) {
     node->label.reset();
     if (event.action == "bind" || event.action == "unbind") {
         if (event.action == "bind") {
@@ -201,7 +201,7 @@ void Notifier::compare() {
             disappear(going.back());
         }
     }
-    nodes_.forEachService([&](const std::shared_ptr<Node>& node) {
+    nodes_.forEachService([&](const std::shared_ptr<RegistryEntry>& node) {
         const auto path = paths_.find(node->id);
         if (path == paths_.end()) {
             // The kernel may still be at work on one that it has reported as removed.
@@ -218,7 +218,7 @@ void Notifier::compare() {
     });
 }
 
-void Notifier::appear(const std::shared_ptr<Node>& node) {
+void Notifier::appear(const std::shared_ptr<RegistryEntry>& node) {
     if (node->path.empty()) {
         return; // an entry of the registry's own
     }
@@ -253,11 +253,12 @@ void Notifier::disappear(const std::string& path) {
     announce(node, MatchingType::terminated);
 }
 
-void Notifier::announce(const std::shared_ptr<Node>& node, MatchingType type) {
+void Notifier::announce(const std::shared_ptr<RegistryEntry>& node, MatchingType type) {
     deliveries_.push_back({node, type, 0, 0});
 }
 
-void Notifier::message(const std::shared_ptr<Node>& node, natural_t type, std::uintptr_t argument) {
+void Notifier::message(const std::shared_ptr<RegistryEntry>& node, natural_t type,
+                       std::uintptr_t argument) {
     deliveries_.push_back({node, {}, type, argument});
 }
 
@@ -273,7 +274,8 @@ void Notifier::deliver() {
     }
 }
 
-bool Notifier::takes(MatchingNotification& notification, const std::shared_ptr<Node>& node) {
+bool Notifier::takes(MatchingNotification& notification,
+                     const std::shared_ptr<RegistryEntry>& node) {
     if (tellsOfGoing(notification.type)) {
         return notification.candidates.erase(node->id) != 0;
     }

@@ -43,7 +43,7 @@ private:
     /// A step of what follows from an event: an entry for the notifications of a type, or a
     /// message.
     struct Delivery {
-        std::shared_ptr<Node> node;
+        std::shared_ptr<RegistryEntry> node;
         MatchingType type{};
         natural_t message = 0; ///< 0: the entry
         std::uintptr_t argument = 0;
@@ -53,16 +53,18 @@ private:
     void applyAdd(const DeviceEvent& event);
     void applyRemove(const std::string& path);
     void applyMove(const DeviceEvent& event);
-    void applyKnown(const std::shared_ptr<Node>& node, const DeviceEvent& event);
+    void applyKnown(const std::shared_ptr<RegistryEntry>& node, const DeviceEvent& event);
     void compare();
-    void appear(const std::shared_ptr<Node>& node);
+    void appear(const std::shared_ptr<RegistryEntry>& node);
     void disappear(const std::string& path);
-    void announce(const std::shared_ptr<Node>& node, MatchingType type);
-    void message(const std::shared_ptr<Node>& node, natural_t type, std::uintptr_t argument = 0);
+    void announce(const std::shared_ptr<RegistryEntry>& node, MatchingType type);
+    void message(const std::shared_ptr<RegistryEntry>& node, natural_t type,
+                 std::uintptr_t argument = 0);
     void deliver();
     void deliverEntry(const Delivery& delivery);
     void deliverMessage(const Delivery& delivery);
-    [[nodiscard]] bool takes(MatchingNotification& notification, const std::shared_ptr<Node>& node);
+    [[nodiscard]] bool takes(MatchingNotification& notification,
+                             const std::shared_ptr<RegistryEntry>& node);
 
     std::shared_ptr<const void> owner_;
     std::mutex& mutex_;
@@ -70,9 +72,9 @@ private:
     Matcher& matcher_;
     std::unique_ptr<DeviceMonitor> monitor_;
     bool ended_ = false;
-    std::map<std::string, std::shared_ptr<Node>> known_;   // by path, as the events told it
-    std::unordered_map<std::uint64_t, std::string> paths_; // of these, by their IDs
-    std::deque<std::uint64_t> gone_;                       // latest last
+    std::map<std::string, std::shared_ptr<RegistryEntry>> known_; // by path, as the events told it
+    std::unordered_map<std::uint64_t, std::string> paths_;        // of these, by their IDs
+    std::deque<std::uint64_t> gone_;                              // latest last
     std::vector<std::shared_ptr<MatchingNotification>> matching_;
     std::vector<std::shared_ptr<InterestNotification>> interests_;
     std::deque<Delivery> deliveries_;

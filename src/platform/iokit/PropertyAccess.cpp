@@ -22,7 +22,7 @@ bool isLeftOut(std::string_view name) {
            (name.starts_with("resource") && name != "resource");
 }
 
-PropertyDevice deviceOf(const Node& node) {
+PropertyDevice deviceOf(const RegistryEntry& node) {
     return {node.id, node.path, node.kernelName, node.subsystem, node.devtype};
 }
 
@@ -129,7 +129,7 @@ kern_return_t returnOf(int errorNumber) {
 
 } // namespace
 
-std::shared_ptr<const PropertySubject> PropertyAccess::subjectOf(const Node& node) const {
+std::shared_ptr<const PropertySubject> PropertyAccess::subjectOf(const RegistryEntry& node) const {
     auto subject = std::make_shared<PropertySubject>();
     subject->device = deviceOf(node);
     subject->family = node.deviceClass.family;
@@ -139,12 +139,12 @@ std::shared_ptr<const PropertySubject> PropertyAccess::subjectOf(const Node& nod
     subject->udevData = places_.udevData;
     subject->hasPartitions = std::ranges::any_of(
         node.children, [](const auto& child) { return child->devtype == "partition"; });
-    for (const Node* above = node.parent; above != nullptr && !above->path.empty();
+    for (const RegistryEntry* above = node.parent; above != nullptr && !above->path.empty();
          above = above->parent) {
         subject->ancestors.push_back(deviceOf(*above));
     }
     if (subject->family == DeviceFamily::battery) {
-        nodes_.forEachService([&](const std::shared_ptr<Node>& other) {
+        nodes_.forEachService([&](const std::shared_ptr<RegistryEntry>& other) {
             if (other->subsystem == "power_supply") {
                 subject->powerSupplies.push_back(deviceOf(*other));
             }

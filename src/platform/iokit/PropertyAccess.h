@@ -20,7 +20,7 @@ public:
         : places_(places), nodes_(nodes), reader_(reader) {}
 
     /// The copy that the others take; needs the registry's mutex, as they do not.
-    [[nodiscard]] std::shared_ptr<const PropertySubject> subjectOf(const Node& node) const;
+    [[nodiscard]] std::shared_ptr<const PropertySubject> subjectOf(const RegistryEntry& node) const;
 
     using Subject = std::shared_ptr<const PropertySubject>;
     /// None: the device has no such property.

@@ -2,6 +2,7 @@
 
 #include "platform/foundation/values/ASCII.h"
 #include "platform/foundation/values/UTF8.h"
+#include "platform/iokit/TakeField.h"
 
 #include <algorithm>
 #include <array>
@@ -35,10 +36,9 @@ std::string_view withoutLineEnd(std::string_view text) noexcept {
 // The field of a text with colons between its fields; empty when it has fewer.
 std::string_view field(std::string_view text, std::size_t index) noexcept {
     for (; index > 0; --index) {
-        const std::size_t end = std::min(text.find(':'), text.size());
-        text.remove_prefix(std::min(end + 1, text.size()));
+        static_cast<void>(takeField(text, ':'));
     }
-    return text.substr(0, text.find(':'));
+    return takeField(text, ':');
 }
 
 struct USBSpeed {
@@ -300,14 +300,12 @@ std::optional<std::int64_t> usbLocation(std::string_view bus, std::string_view p
         return location;
     }
     for (unsigned shift = 24; shift > 0 && !ports.empty();) {
-        const std::size_t end = std::min(ports.find('.'), ports.size());
-        const auto port = integer10(ports.substr(0, end));
+        const auto port = integer10(takeField(ports, '.'));
         if (!port || *port < 0) {
             return std::nullopt;
         }
         shift -= 4;
         location |= (*port & 0xF) << shift;
-        ports.remove_prefix(std::min(end + 1, ports.size()));
     }
     return location;
 }

@@ -2,6 +2,7 @@
 
 #include "platform/foundation/values/ASCII.h"
 #include "platform/iokit/ComputedProperties.h"
+#include "platform/iokit/TakeField.h"
 
 #include <fmt/core.h>
 
@@ -301,9 +302,7 @@ std::vector<std::string> compatibleNames(PropertyContext& context) {
     const auto addAll = [&](const std::optional<Value>& data) {
         std::string_view left = data ? data->asData() : std::string_view();
         while (!left.empty()) {
-            const std::size_t end = std::min(left.find('\0'), left.size());
-            names.emplace_back(left.substr(0, end));
-            left.remove_prefix(std::min(end + 1, left.size()));
+            names.emplace_back(takeField(left, '\0'));
         }
     };
     const DeviceFamily family = context.subject().family;

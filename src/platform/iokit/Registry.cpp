@@ -32,12 +32,13 @@ std::shared_ptr<Registry> Registry::replaceCurrent(std::shared_ptr<Registry> reg
     return registry;
 }
 
-tl::expected<std::shared_ptr<Node>, kern_return_t> Registry::entryOf(io_object_t handle) const {
+tl::expected<std::shared_ptr<RegistryEntry>, kern_return_t>
+Registry::entryOf(io_object_t handle) const {
     const HandleTable::Object* object = handles_.find(handle);
     if (object == nullptr) {
         return tl::unexpected(kMachSendInvalidDest);
     }
-    const auto* node = std::get_if<std::shared_ptr<Node>>(object);
+    const auto* node = std::get_if<std::shared_ptr<RegistryEntry>>(object);
     if (node == nullptr) {
         return tl::unexpected(kIOReturnBadArgument);
     }

@@ -50,7 +50,7 @@ public:
     [[nodiscard]] const DevicePlaces& places() const { return places_; }
 
     /// The entry of a handle, or the code for a handle that is not held or not an entry's.
-    [[nodiscard]] tl::expected<std::shared_ptr<Node>, kern_return_t>
+    [[nodiscard]] tl::expected<std::shared_ptr<RegistryEntry>, kern_return_t>
     entryOf(io_object_t handle) const;
 
 private:

@@ -14,7 +14,7 @@ namespace qv {
 
 /// An entry of the registry: a device, or one that the registry makes itself, which has no path.
 /// Guarded by the registry's mutex.
-struct Node {
+struct RegistryEntry {
     std::uint64_t id = 0;   ///< the inode of its folder
     std::string path;       ///< "/devices/..."; the last one, once terminated
     std::string kernelName; ///< last component of the path; the name of an entry without a path
@@ -23,9 +23,9 @@ struct Node {
     DeviceClass deviceClass;
 
     bool live = true;
-    std::uint64_t seen = 0; ///< by which walk last
-    Node* parent = nullptr; ///< of a live entry; null for the root
-    std::vector<std::shared_ptr<Node>> children;
+    std::uint64_t seen = 0;          ///< by which walk last
+    RegistryEntry* parent = nullptr; ///< of a live entry; null for the root
+    std::vector<std::shared_ptr<RegistryEntry>> children;
     bool childrenSorted = true;
 
     /// Name and location, once they were asked for.
