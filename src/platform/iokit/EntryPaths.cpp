@@ -29,13 +29,12 @@ bool isSameLocation(std::string_view left, std::string_view right) {
 } // namespace
 
 const RegistryEntry::Label& EntryPaths::labelOf(RegistryEntry& node) {
-    if (!node.label) {
-        if (!node.live || !hasOwnLabel(node.deviceClass.family)) {
-            node.label = RegistryEntry::Label{node.kernelName, ""};
-        } else {
-            auto [name, location] = properties_.label(properties_.subjectOf(node));
-            node.label = RegistryEntry::Label{std::move(name), std::move(location)};
-        }
+    if (!hasOwnLabel(node.deviceClass.family) || (!node.label && !node.live)) {
+        node.label = RegistryEntry::Label{node.kernelName, ""};
+    } else if (!node.label || (node.labelOutdated && node.live)) {
+        auto [name, location] = properties_.label(properties_.subjectOf(node));
+        node.label = RegistryEntry::Label{std::move(name), std::move(location)};
+        node.labelOutdated = false;
     }
     return *node.label;
 }

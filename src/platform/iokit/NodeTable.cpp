@@ -215,7 +215,7 @@ void NodeTable::place(const std::shared_ptr<RegistryEntry>& node, std::uint64_t 
     }
     node->path = path;
     node->kernelName = lastComponent(path);
-    node->label.reset();
+    node->labelOutdated = true;
     node->childComponents.reset();
     if (const auto other = byPath(node->path); other != nullptr) {
         terminate(other); // the device that had the path before

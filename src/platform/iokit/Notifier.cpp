@@ -169,13 +169,15 @@ void Notifier::applyMove(const DeviceEvent& event) {
     if (!node->live) {  // it has gone meanwhile, under its new name
         node->path = event.path;
         node->kernelName = event.path.substr(event.path.rfind('/') + 1);
-        node->label.reset();
     }
     message(node, kIOMessageServicePropertyChange);
 }
 
 void Notifier::applyKnown(const std::shared_ptr<RegistryEntry>& node, const DeviceEvent& event) {
-    node->label.reset();
+    node->labelOutdated = true;
+    if (node->parent != nullptr) {
+        node->parent->childComponents.reset();
+    }
     if (event.action == "bind" || event.action == "unbind") {
         if (event.action == "bind") {
             announce(node, MatchingType::matched);

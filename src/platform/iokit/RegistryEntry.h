@@ -34,6 +34,7 @@ struct RegistryEntry {
         std::string location; ///< empty for none
     };
     std::optional<Label> label;
+    bool labelOutdated = false; ///< to be read again while the device lives
     /// How many children have each path component, while that is known.
     std::optional<std::map<std::string, int>> childComponents;
 

@@ -149,6 +149,10 @@ TEST_F(Entries, KeepIdentityAcrossLookUps) {
     EXPECT_EQ(IORegistryEntryGetParentEntry(disk, kIOServicePlane, parent), kIOReturnNoDevice);
     EXPECT_TRUE(IOObjectConformsTo(disk, "IOMedia"));
     EXPECT_NE(idOf(disk), 0U);
+    const Held usb = serviceNamed("3-1.2");
+    tree.remove("/devices/pci0000:00");
+    EXPECT_EQ(serviceNamed("3-1.2"), 0U);
+    EXPECT_EQ(nameOf(usb), "Arduino/Uno ");
 }
 
 TEST_F(Entries, NeverFollowLinks) {

@@ -6,16 +6,31 @@
 #include <fmt/format.h>
 
 #include "RegistryFixture.h"
+#include <arpa/inet.h>
+#include <array>
 #include <chrono>
 #include <linux/netlink.h>
 #include <sched.h>
 #include <set>
+#include <sys/mount.h>
 #include <sys/socket.h>
 
 namespace qv::test {
 namespace {
 
 bool run(const std::vector<std::string>& command) { return runProgram(command).status == 0; }
+
+bool sendToListeners(const std::string& message, std::uint32_t group, std::uint32_t receiver) {
+    const int sender = ::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_KOBJECT_UEVENT);
+    sockaddr_nl address{};
+    address.nl_family = AF_NETLINK;
+    address.nl_groups = group;
+    address.nl_pid = receiver;
+    const auto sent = ::sendto(sender, message.data(), message.size(), 0,
+                               reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    ::close(sender);
+    return sent > 0;
+}
 
 /// An interface of the kernel's own kind of bridge, until its owner ends.
 class BridgeInterface {
@@ -141,16 +156,7 @@ TEST_F(LiveDevices, IgnoreForgedEvents) {
                                "SUBSYSTEM=net" + '\0' + "SEQNUM=1" + '\0';
     // To the group, or to the listener itself: the kernel takes neither from a user.
     const auto send = [&](std::uint32_t group, std::uint32_t receiver) {
-        const int sender = ::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_KOBJECT_UEVENT);
-        sockaddr_nl address{};
-        address.nl_family = AF_NETLINK;
-        address.nl_groups = group;
-        address.nl_pid = receiver;
-        const auto sent = ::sendto(sender, forged.data(), forged.size(), 0,
-                                   reinterpret_cast<const sockaddr*>(&address),
-                                   sizeof address); // as the call has it
-        ::close(sender);
-        return sent > 0;
+        return sendToListeners(forged, group, receiver);
     };
     const auto listener =
         static_cast<std::uint32_t>(::getpid()); // of the first socket of a process
@@ -162,6 +168,48 @@ TEST_F(LiveDevices, IgnoreForgedEvents) {
     expectTold("");
     bridge.remove();
     expectTold(fmt::format("Terminate({}) ", prefix));
+}
+
+// A device manager's message: a header with offsets, then the properties. 0: it was understood.
+int hearDeviceManager() {
+    if (::unshare(CLONE_NEWNS) != 0 ||
+        ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        ::mount("none", "/run", "tmpfs", 0, nullptr) != 0) {
+        return 77;
+    }
+    std::filesystem::create_directories("/run/udev");
+    std::ofstream("/run/udev/control") << "";
+    IONotificationPortRef port = IONotificationPortCreate(kIOMainPortDefault);
+    port->runLoopSource()->addTo(RunLoop::current());
+    const Held device(IOServiceGetMatchingService(0, IOServiceMatching("IONetworkInterface")));
+    io_object_t handle = 0;
+    const auto stop = [](io_service_t, natural_t, std::uintptr_t) { RunLoop::current().stop(); };
+    std::string path(IORegistryEntryCreateCFProperty(device, "IOSysfsPath")->asString());
+    if (IOServiceAddInterestNotification(port, device, kIOGeneralInterest, stop, handle) != 0) {
+        return 1;
+    }
+    std::string pairs;
+    for (const std::string& pair : {std::string("ACTION=change"), "DEVPATH=" + path.substr(4),
+                                    std::string("SUBSYSTEM=net"), std::string("SEQNUM=1")}) {
+        pairs += pair + '\0';
+    }
+    const std::array<std::uint32_t, 8> header{
+        ::htonl(0xFEEDCAFE), 40, 40, static_cast<std::uint32_t>(pairs.size()), 0, 0, 0, 0};
+    const std::string message = std::string("libudev\0", 8) +
+                                std::string(reinterpret_cast<const char*>(header.data()), 32) +
+                                pairs;
+    return sendToListeners(message, 2, 0) &&
+                   RunLoop::current().run(Deadline::after(std::chrono::seconds(2)))
+               ? 0
+               : 1;
+}
+
+TEST(ManagedDevices, TellOfManagersEvents) {
+    const int outcome = inChild(hearDeviceManager);
+    if (outcome == 77) {
+        GTEST_SKIP() << "needs root";
+    }
+    EXPECT_EQ(outcome, 0);
 }
 
 TEST(CutOffDevices, SayThatNoEventArrives) {
