@@ -16,12 +16,12 @@ struct AttributeReader::Task {
     Deadline deadline;
     std::vector<Attribute> withoutThese;
 
-    std::mutex mutex{};
-    std::condition_variable changed{};
+    std::mutex mutex;
+    std::condition_variable changed;
     bool done = false;
     bool succeeded = false;
-    std::optional<Attribute> current{}; // being accessed
-    Clock::time_point since{};
+    std::optional<Attribute> current; // being accessed
+    Clock::time_point since;
 
     void run() {
         bool ended = false;

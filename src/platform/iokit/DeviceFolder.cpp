@@ -7,10 +7,10 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <climits>
 #include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
-#include <limits.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -26,7 +26,7 @@ FolderItem::Kind kindOf(int folder, const dirent64& entry) {
     if (type == DT_UNKNOWN) {
         struct stat info{};
         if (::fstatat(folder, entry.d_name, &info, AT_SYMLINK_NOFOLLOW) == 0) {
-            type = IFTODT(info.st_mode);
+            type = static_cast<unsigned char>(IFTODT(info.st_mode));
         }
     }
     return type == DT_DIR   ? FolderItem::Kind::folder

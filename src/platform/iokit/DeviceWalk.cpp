@@ -79,7 +79,8 @@ private:
     void enter(Descriptor folder, std::uint64_t above, std::uint64_t inode = 0) {
         auto items = itemsOf(folder.get());
         if (!items) {
-            return leaveTo(folder.get());
+            leaveTo(folder.get());
+            return;
         }
         WalkLevel level{std::move(folder), inode, above, path_.size(), std::move(*items)};
         if (inode != 0 && isDevice(level.items)) {

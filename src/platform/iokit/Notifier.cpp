@@ -93,11 +93,13 @@ void Notifier::apply(const DeviceEvent& event) {
         return;
     }
     if (event.action == "move") {
-        return applyMove(event);
+        applyMove(event);
+        return;
     }
     const auto known = known_.find(event.path);
     if (event.action == "add" || known == known_.end()) {
-        return applyAdd(event);
+        applyAdd(event);
+        return;
     }
     applyKnown(known->second, event);
 }
@@ -119,7 +121,8 @@ void Notifier::applyAdd(const DeviceEvent& event) {
     if (paths_.contains(node->id)) {
         DeviceEvent move = event; // whose own event was not seen
         move.oldPath = paths_.at(node->id);
-        return applyMove(move);
+        applyMove(move);
+        return;
     }
     appear(node);
 }
@@ -142,7 +145,8 @@ void Notifier::applyRemove(const std::string& path) {
 void Notifier::applyMove(const DeviceEvent& event) {
     const auto moved = known_.find(event.oldPath);
     if (moved == known_.end() || event.oldPath == event.path) {
-        return applyAdd(event);
+        applyAdd(event);
+        return;
     }
     applyRemove(event.path); // whatever was known there has gone before
     const auto node = moved->second;

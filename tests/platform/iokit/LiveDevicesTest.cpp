@@ -171,7 +171,7 @@ TEST_F(LiveDevices, IgnoreForgedEvents) {
 }
 
 // A device manager's message: a header with offsets, then the properties. 0: it was understood.
-int hearDeviceManager() {
+int hearDeviceManager(io_service_t device, const std::string& path) {
     if (::unshare(CLONE_NEWNS) != 0 ||
         ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
         ::mount("none", "/run", "tmpfs", 0, nullptr) != 0) {
@@ -181,10 +181,8 @@ int hearDeviceManager() {
     std::ofstream("/run/udev/control") << "";
     IONotificationPortRef port = IONotificationPortCreate(kIOMainPortDefault);
     port->runLoopSource()->addTo(RunLoop::current());
-    const Held device(IOServiceGetMatchingService(0, IOServiceMatching("IONetworkInterface")));
     io_object_t handle = 0;
     const auto stop = [](io_service_t, natural_t, std::uintptr_t) { RunLoop::current().stop(); };
-    std::string path(IORegistryEntryCreateCFProperty(device, "IOSysfsPath")->asString());
     if (IOServiceAddInterestNotification(port, device, kIOGeneralInterest, stop, handle) != 0) {
         return 1;
     }
@@ -205,7 +203,11 @@ int hearDeviceManager() {
 }
 
 TEST(ManagedDevices, TellOfManagersEvents) {
-    const int outcome = inChild(hearDeviceManager);
+    const Held device(IOServiceGetMatchingService(0, IOServiceMatching("IONetworkInterface")));
+    const auto path = IORegistryEntryCreateCFProperty(device, "IOSysfsPath");
+    ASSERT_TRUE(path);
+    const int outcome =
+        inChild([&] { return hearDeviceManager(device, std::string(path->asString())); });
     if (outcome == 77) {
         GTEST_SKIP() << "needs root";
     }
