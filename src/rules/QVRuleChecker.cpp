@@ -2,7 +2,7 @@
 
 #include "platform/foundation/log/Log.h"
 #include "platform/predicate/Predicate.h"
-#include "rules/DefaultFunctions.h"
+#include "rules/functions/DefaultFunctions.h"
 #include "rules/RulePreprocessor.h"
 
 #include <fmt/core.h>

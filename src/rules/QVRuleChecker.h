@@ -4,7 +4,7 @@
 #include "platform/foundation/values/Value.h"
 #include "platform/predicate/evaluation/KeyValueCoding.h"
 #include "rules/CallScanner.h"
-#include "rules/QVRuleCheckerFunction.h"
+#include "rules/functions/QVRuleCheckerFunction.h"
 
 #include <memory>
 #include <optional>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "rules/QVRuleCheckerFunction.h"
+#include "rules/functions/QVRuleCheckerFunction.h"
 
 namespace qv {
 

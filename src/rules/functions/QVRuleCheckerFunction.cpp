@@ -1,4 +1,4 @@
-#include "rules/QVRuleCheckerFunction.h"
+#include "rules/functions/QVRuleCheckerFunction.h"
 
 #include <utility>
 

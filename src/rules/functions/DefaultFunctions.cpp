@@ -1,4 +1,4 @@
-#include "rules/DefaultFunctions.h"
+#include "rules/functions/DefaultFunctions.h"
 
 namespace qv {
 
