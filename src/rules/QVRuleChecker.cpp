@@ -2,8 +2,9 @@
 
 #include "platform/foundation/log/Log.h"
 #include "platform/predicate/Predicate.h"
-#include "rules/functions/DefaultFunctions.h"
 #include "rules/RulePreprocessor.h"
+#include "rules/functions/DefaultFunctions.h"
+#include "rules/functions/QVRuleCheckerIOKitFunction.h"
 
 #include <fmt/core.h>
 

@@ -17,7 +17,4 @@ QVRuleCheckerApplicationFunction::QVRuleCheckerApplicationFunction()
 QVRuleCheckerFilesystemFunction::QVRuleCheckerFilesystemFunction()
     : QVRuleCheckerFunction("filesystem", std::nullopt, nullptr) {}
 
-QVRuleCheckerIOKitFunction::QVRuleCheckerIOKitFunction()
-    : QVRuleCheckerFunction("iokit", std::nullopt, nullptr) {}
-
 } // namespace qv

@@ -4,7 +4,7 @@
 
 namespace qv {
 
-// The functions that every rule has. None of these answers yet.
+// Functions that every rule has and that do not answer yet.
 
 class QVRuleCheckerVersionFunction final : public QVRuleCheckerFunction {
 public:
@@ -29,11 +29,6 @@ public:
 class QVRuleCheckerFilesystemFunction final : public QVRuleCheckerFunction {
 public:
     QVRuleCheckerFilesystemFunction();
-};
-
-class QVRuleCheckerIOKitFunction final : public QVRuleCheckerFunction {
-public:
-    QVRuleCheckerIOKitFunction();
 };
 
 } // namespace qv
