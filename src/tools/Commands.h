@@ -110,6 +110,19 @@ struct RuleOptions {
 };
 Result rule(const RuleOptions& options);
 
+struct RegistryOptions {
+    std::optional<std::string> device; ///< none: list the devices
+    std::string className;
+    std::vector<std::string> properties; ///< NAME or NAME=VALUE that a device has to have
+    std::string plane = "IOService";
+    std::string sysfs; ///< a copy of another machine's; empty: this machine
+    bool showProperties = false;
+    bool watch = false;
+    bool json = false;
+};
+/// Prints the devices, follows them until a signal ends it, or prints how a rule asks for one.
+Result registry(const RegistryOptions& options);
+
 struct ApplicationOptions {
     std::string identifier; ///< empty when `name` is given
     std::string name;

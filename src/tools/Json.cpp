@@ -81,8 +81,8 @@ Json toJson(const Value& value) {
 
 } // namespace
 
-std::string jsonText(const Value& value) {
-    return toJson(value).dump(2, ' ', false, Json::error_handler_t::replace);
+std::string jsonText(const Value& value, bool onOneLine) {
+    return toJson(value).dump(onOneLine ? -1 : 2, ' ', false, Json::error_handler_t::replace);
 }
 
 tl::expected<std::string, Error> jsonLine(const Value& foreign) {

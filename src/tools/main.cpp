@@ -155,6 +155,26 @@ void addRule(CLI::App& command, Command& chosen) {
     command.callback([&chosen, options] { chosen = [options] { return rule(*options); }; });
 }
 
+void addRegistry(CLI::App& command, Command& chosen) {
+    auto options = std::make_shared<RegistryOptions>();
+    command.add_option("DEVICE", options->device,
+                       "one device, by interface, device file, name, path or entry ID: its "
+                       "properties, and the rule that asks for it");
+    command.add_option("--class", options->className, "devices of a class, e.g. IOMedia");
+    command
+        .add_option("--property", options->properties,
+                    "NAME or NAME=VALUE: devices that have this property; all that are given")
+        ->allow_extra_args(false);
+    command.add_option("--plane", options->plane, "the plane of the registry")
+        ->capture_default_str();
+    command.add_option("--sysfs", options->sysfs, "a copy of another machine's /sys");
+    command.add_flag("--properties", options->showProperties, "print the properties too");
+    command.add_flag("--watch", options->watch, "follow what comes and goes until Ctrl-C");
+    command.add_flag("--json", options->json,
+                     "print as JSON; with --watch one value a line for each event");
+    command.callback([&chosen, options] { chosen = [options] { return registry(*options); }; });
+}
+
 void addApplication(CLI::App& command, Command& chosen) {
     auto options = std::make_shared<ApplicationOptions>();
     auto* identifier = command.add_option("IDENTIFIER", options->identifier,
@@ -228,6 +248,8 @@ constexpr std::array kCommands = std::to_array<CommandRow>({
     {"requirement", "Compile a code requirement and print its canonical text and tree",
      addRequirement},
     {"rule", "Evaluate a rule of conditional blocks on this machine", addRule},
+    {"registry", "Show the devices of this machine, follow them, or make a rule for one",
+     addRegistry},
     {"application", "Print where an application is: its bundle or desktop entry", addApplication},
     {"version", "Compare two versions; -1: A is older than B, 0: the same, 1: newer", addVersion},
     {"trust", "Show, check and revoke the trust that was granted to programs", nullptr, kTrust},

@@ -18,7 +18,8 @@ TEST_P(Command, PrintsWhatItsTranscriptShows) {
     expectTranscript(GetParam(), folder_, {"VERSION=" QV_VERSION});
 }
 
-INSTANTIATE_TEST_SUITE_P(Of, Command, testing::Values("command", "plist", "rule", "application"));
+INSTANTIATE_TEST_SUITE_P(Of, Command,
+                         testing::Values("command", "plist", "rule", "registry", "application"));
 
 class RootsCommand : public testing::Test {
 protected:
@@ -31,6 +32,14 @@ protected:
 };
 
 TEST_F(RootsCommand, WritesIntoWhatItsPlaceIs) { expectTranscript("plist-output", folder_); }
+
+TEST_F(RootsCommand, FollowsDevices) {
+    if (runProgram({"/usr/bin/unshare", "--net", "ip", "link", "add", "qv0", "type", "bridge"})
+            .status != 0) {
+        GTEST_SKIP() << "network interfaces cannot be added here";
+    }
+    expectTranscript("registry-live", folder_);
+}
 
 TEST_F(RootsCommand, ReadsPreferencesOfAUser) {
     const RealUser user(folder_ / "home");
