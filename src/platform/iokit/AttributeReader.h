@@ -19,7 +19,7 @@
 namespace qv {
 
 /// Reads attributes although a driver may never answer. A job is done by another thread, which
-/// costs two changes of threads; a process for each job would cost fifty times that. A thread that
+/// costs two changes of threads; a process for each job would have to be started. A thread that
 /// one attribute holds for longer than kPatience is left behind, and the job is done again without
 /// that attribute. For several threads at once.
 class AttributeReader {
