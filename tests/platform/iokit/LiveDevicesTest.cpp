@@ -9,9 +9,12 @@
 #include <arpa/inet.h>
 #include <array>
 #include <chrono>
+#include <fcntl.h>
+#include <linux/loop.h>
 #include <linux/netlink.h>
 #include <sched.h>
 #include <set>
+#include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/socket.h>
 
@@ -59,26 +62,31 @@ private:
     bool isThere_ = false;
 };
 
-/// Writes down the interfaces that come and go, whose names begin in a way that no others do.
+/// Writes down the interfaces and loop devices of this test that come and go.
 class LiveDevices : public ::testing::Test {
 protected:
     LiveDevices() {
         source->addTo(RunLoop::current());
-        for (const auto type : {kIOFirstMatchNotification, kIOTerminatedNotification}) {
-            io_iterator_t handle = 0;
-            EXPECT_EQ(IOServiceAddMatchingNotification(
-                          port, type, IOServiceMatching("IOEthernetInterface"),
-                          [this, type](io_iterator_t iterator) {
-                              const std::string names = drain(iterator);
-                              told += names.find(prefix) == std::string::npos
-                                          ? ""
-                                          : fmt::format("{}({}) ", type.substr(9), names);
-                          },
-                          handle),
-                      0);
-            drain(handle);
-            notifications.emplace_back(handle);
+        for (const char* className : {"IOEthernetInterface", "IOMedia"}) {
+            for (const auto type : {kIOFirstMatchNotification, kIOTerminatedNotification}) {
+                listenTo(type, className);
+            }
         }
+    }
+    void listenTo(std::string_view type, std::string_view className) {
+        io_iterator_t handle = 0;
+        EXPECT_EQ(IOServiceAddMatchingNotification(
+                      port, type, IOServiceMatching(className),
+                      [this, type](io_iterator_t iterator) {
+                          const std::string names = drain(iterator);
+                          if (names.find(prefix) != std::string::npos || names == loop) {
+                              told += fmt::format("{}({}) ", type.substr(9), names);
+                          }
+                      },
+                      handle),
+                  0);
+        drain(handle);
+        notifications.emplace_back(handle);
     }
     void expectTold(std::string_view expected) {
         const Deadline deadline = Deadline::after(std::chrono::seconds(5));
@@ -89,6 +97,8 @@ protected:
         told.clear();
     }
 
+    const int loopNumber = 1000 + (::getpid() % 10'000);
+    const std::string loop = fmt::format("loop{}", loopNumber);
     const std::string prefix = fmt::format("qv{}", ::getpid() % 100'000);
     std::string told;
     IONotificationPortRef port = IONotificationPortCreate(kIOMainPortDefault);
@@ -143,12 +153,24 @@ TEST_F(LiveDevices, TellOfKernelsOwnEvents) {
     EXPECT_EQ(messages, "130 10 ") << "the removal that was only asked for must not count";
 }
 
-TEST_F(LiveDevices, IgnoreForgedEvents) {
-    if (::geteuid() != 0) {
-        GTEST_SKIP() << "needs root";
+TEST_F(LiveDevices, FollowLoopDevices) {
+    const Descriptor control(::open("/dev/loop-control", O_RDWR | O_CLOEXEC));
+    if (!control || ::ioctl(control.get(), LOOP_CTL_ADD, loopNumber) < 0) {
+        GTEST_SKIP() << "needs root and loop devices";
     }
+    expectTold(fmt::format("FirstMatch({}) ", loop));
+    const Held device(IOServiceGetMatchingService(0, IOBSDNameMatching(loop)));
+    EXPECT_EQ(IORegistryEntryCreateCFProperty(device, "Size"), Value::integer(0));
+    EXPECT_EQ(IORegistryEntryCreateCFProperty(device, "BSD Unit"), Value::integer(loopNumber));
+    EXPECT_EQ(::ioctl(control.get(), LOOP_CTL_REMOVE, loopNumber), 0);
+    expectTold(fmt::format("Terminate({}) ", loop));
+}
+
+TEST_F(LiveDevices, IgnoreForgedEvents) {
     BridgeInterface bridge(prefix);
-    ASSERT_TRUE(bridge.isThere());
+    if (!bridge.isThere()) {
+        GTEST_SKIP() << "needs root and bridge interfaces";
+    }
     expectTold(fmt::format("FirstMatch({}) ", prefix));
     const std::string forged = fmt::format("remove@/devices/virtual/net/{0}", prefix) + '\0' +
                                "ACTION=remove" + '\0' +
