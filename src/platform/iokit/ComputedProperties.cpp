@@ -250,6 +250,59 @@ std::optional<Value> mediaUUID(PropertyContext& context) {
 std::optional<Value> scsiTarget(PropertyContext& context) { return addressPart(context, 2); }
 std::optional<Value> scsiUnit(PropertyContext& context) { return addressPart(context, 3); }
 
+std::optional<Value> deviceCharacteristics(PropertyContext& context) {
+    std::vector<std::pair<Value, Value>> pairs;
+    const auto add = [&](std::string_view key, std::initializer_list<std::string_view> attributes) {
+        for (const std::string_view name : attributes) {
+            if (const std::string text = trimmedAttribute(context, name); !text.empty()) {
+                pairs.emplace_back(Value::string(key), conversion::plain(text));
+                return;
+            }
+        }
+    };
+    add("Vendor Name", {"vendor"});
+    add("Product Name", {"model", "name"});
+    add("Product Revision Level", {"rev", "firmware_rev"});
+    add("Serial Number", {"serial"});
+    if (const auto& disk = context.subject().disk) {
+        const auto rotates =
+            conversion::flag(context.attributeOf(*disk, "queue/rotational").value_or(""));
+        if (rotates) {
+            pairs.emplace_back(Value::string("Medium Type"),
+                               Value::string(rotates->asBoolean() ? "Rotational" : "Solid State"));
+        }
+    }
+    return Value::dictionary(std::move(pairs));
+}
+
+std::optional<Value> protocolCharacteristics(PropertyContext& context) {
+    const PropertySubject& subject = context.subject();
+    const auto isBelow = [&](std::string_view subsystem) {
+        return std::ranges::any_of(subject.ancestors, [&](const PropertyDevice& above) {
+            return above.subsystem == subsystem;
+        });
+    };
+    // A port of an ATA controller has no subsystem: ".../ata1/host0/...".
+    const std::string_view path = subject.device.path;
+    const std::size_t port = path.find("/ata");
+    const bool isATA =
+        port != std::string_view::npos && port + 4 < path.size() && isDigit(path[port + 4]);
+    const std::string_view interconnect = isBelow("usb")                         ? "USB"
+                                          : isATA                                ? "SATA"
+                                          : subject.family == DeviceFamily::nvme ? "PCI-Express"
+                                          : subject.family == DeviceFamily::mmc  ? "Secure Digital"
+                                          : isBelow("virtio") ? "Virtual Interface"
+                                                              : "";
+    const bool isExternal = isBelow("usb") || isBelow("thunderbolt");
+    std::vector<std::pair<Value, Value>> pairs{
+        {Value::string("Physical Interconnect Location"),
+         Value::string(isExternal ? "External" : "Internal")}};
+    if (!interconnect.empty()) {
+        pairs.emplace_back(Value::string("Physical Interconnect"), Value::string(interconnect));
+    }
+    return Value::dictionary(std::move(pairs));
+}
+
 std::optional<Value> namePrefix(PropertyContext& context) {
     const std::string_view name = context.subject().device.name;
     return textValue(name.substr(0, digitsBegin(name)));

@@ -37,6 +37,9 @@ namespace qv::computed {
 
 [[nodiscard]] std::optional<Value> scsiTarget(PropertyContext& context);
 [[nodiscard]] std::optional<Value> scsiUnit(PropertyContext& context);
+/// Dictionaries of a device that a disk belongs to: what it is, and how it is connected.
+[[nodiscard]] std::optional<Value> deviceCharacteristics(PropertyContext& context);
+[[nodiscard]] std::optional<Value> protocolCharacteristics(PropertyContext& context);
 
 [[nodiscard]] std::optional<Value>
 namePrefix(PropertyContext& context);                                  ///< without trailing digits

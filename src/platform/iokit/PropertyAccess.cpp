@@ -137,8 +137,13 @@ std::shared_ptr<const PropertySubject> PropertyAccess::subjectOf(const RegistryE
     subject->sysfs = nodes_.sharedSysfs();
     subject->sysfsPath = places_.sysfs;
     subject->udevData = places_.udevData;
-    subject->hasPartitions = std::ranges::any_of(
-        node.children, [](const auto& child) { return child->devtype == "partition"; });
+    for (const auto& child : node.children) {
+        if (child->devtype == "partition") {
+            subject->hasPartitions = true;
+        } else if (child->subsystem == "block" && !subject->disk) {
+            subject->disk = deviceOf(*child);
+        }
+    }
     for (const RegistryEntry* above = node.parent; above != nullptr && !above->path.empty();
          above = above->parent) {
         subject->ancestors.push_back(deviceOf(*above));

@@ -29,6 +29,7 @@ struct PropertySubject {
     DeviceFamily family = DeviceFamily::none;
     std::string className;
     bool hasPartitions = false;
+    std::optional<PropertyDevice> disk;        ///< right below
     std::vector<PropertyDevice> ancestors;     ///< nearest first
     std::vector<PropertyDevice> powerSupplies; ///< of a battery: all of the machine
     std::shared_ptr<const Descriptor> sysfs;

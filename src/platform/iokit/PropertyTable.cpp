@@ -122,14 +122,20 @@ constexpr std::array kRows = std::to_array<PropertyRow>({
     row(F::scsi, "SCSI Target Identifier", computed::scsiTarget),
     row(F::scsi, "SCSI Logical Unit Number", computed::scsiUnit),
 
+    row(F::scsi, "Device Characteristics", computed::deviceCharacteristics),
+    row(F::scsi, "Protocol Characteristics", computed::protocolCharacteristics),
     row(F::nvme, "Model Number", "model", cv::trimmedString),
     row(F::nvme, "Serial Number", "serial", cv::trimmedString),
     row(F::nvme, "Firmware Revision", "firmware_rev", cv::trimmedString),
 
+    row(F::nvme, "Device Characteristics", computed::deviceCharacteristics),
+    row(F::nvme, "Protocol Characteristics", computed::protocolCharacteristics),
     row(F::mmc, "Product Name", "name", cv::trimmedString),
     row(F::mmc, "Serial Number", "serial", cv::trimmedString),
     row(F::mmc, "Manufacturer ID", "manfid", cv::trimmedString),
     row(F::mmc, "Application ID", "oemid", cv::trimmedString),
+    row(F::mmc, "Device Characteristics", computed::deviceCharacteristics),
+    row(F::mmc, "Protocol Characteristics", computed::protocolCharacteristics),
 
     row(F::network, "BSD Name", O::name, "", cv::string),
     row(F::network, "IOMACAddress", "address", cv::hardwareAddress),
