@@ -69,12 +69,12 @@ std::optional<Value> QVIOService::properties() const {
                : std::nullopt;
 }
 
-kern_return_t QVIOService::setValue(const Value& value, std::string_view forProperty) {
+kern_return_t QVIOService::setValue(const Value& value, std::string_view forProperty) const {
     return service_ == 0 ? kIOReturnUnsupported
                          : IORegistryEntrySetCFProperty(service_, forProperty, value);
 }
 
-kern_return_t QVIOService::setProperties(const Value& props) {
+kern_return_t QVIOService::setProperties(const Value& props) const {
     return service_ == 0 ? kIOReturnUnsupported : IORegistryEntrySetCFProperties(service_, props);
 }
 

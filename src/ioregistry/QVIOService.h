@@ -68,8 +68,8 @@ public:
     /// A dictionary of all; none when they cannot be read.
     [[nodiscard]] std::optional<Value> properties() const;
     /// kIOReturnUnsupported when there is no handle; else as IORegistryEntrySetCFProperty.
-    [[nodiscard]] kern_return_t setValue(const Value& value, std::string_view forProperty);
-    [[nodiscard]] kern_return_t setProperties(const Value& props);
+    [[nodiscard]] kern_return_t setValue(const Value& value, std::string_view forProperty) const;
+    [[nodiscard]] kern_return_t setProperties(const Value& props) const;
 
     [[nodiscard]] std::optional<std::string> serviceClass() const;
     /// Whether it is of that class or of one that inherits from it. False for a name that is longer

@@ -63,7 +63,6 @@ bool QVServiceQuery::startQuery() {
         stopQuery();
         return false;
     }
-    _serviceAttribMap.emplace();
     isRunning_ = true;
     _serviceMatching(_matchingServicesIterator);
     return true;
@@ -91,21 +90,19 @@ bool QVServiceQuery::addMatchingNotification() {
 
 void QVServiceQuery::stopQuery() {
     const auto kept = weak_from_this().lock(); // none while it is being destroyed
-    if (_serviceAttribMap) {
-        const io_iterator_t run = _matchingServicesIterator;
-        std::vector<QVIOObject> services;
-        services.reserve(_serviceAttribMap->size());
-        for (const auto& [service, attributes] : *_serviceAttribMap) {
-            services.push_back(service);
-        }
-        for (const QVIOObject& service : services) {
-            _destructService(service.ioObject());
-            if (_matchingServicesIterator != run) {
-                return; // the delegate has stopped it meanwhile, and maybe started it again
-            }
-        }
-        _serviceAttribMap.reset();
+    const io_iterator_t run = _matchingServicesIterator;
+    std::vector<QVIOObject> services;
+    services.reserve(_serviceAttribMap.size());
+    for (const auto& [service, attributes] : _serviceAttribMap) {
+        services.push_back(service);
     }
+    for (const QVIOObject& service : services) {
+        _destructService(service.ioObject());
+        if (_matchingServicesIterator != run) {
+            return; // the delegate has stopped it meanwhile, and maybe started it again
+        }
+    }
+    _serviceAttribMap.clear();
     if (_matchingServicesIterator != 0) {
         IOObjectRelease(std::exchange(_matchingServicesIterator, 0));
     }
@@ -115,10 +112,6 @@ void QVServiceQuery::stopQuery() {
     IONotificationPortDestroy(_notifyPort);
     _masterPort = 0;
     isRunning_ = false;
-}
-
-std::size_t QVServiceQuery::serviceCount() const noexcept {
-    return _serviceAttribMap ? _serviceAttribMap->size() : 0;
 }
 
 void QVServiceQuery::_serviceMatching(io_iterator_t iterator) {
@@ -154,13 +147,14 @@ bool QVServiceQuery::_setupService(io_service_t entry) {
     attributes->emplace(kServiceAttribute, service);
     takeUp(entry, attributes);
     const auto delegate = delegate_.lock();
-    Error refusal = delegate ? delegate->useNewServiceWithAttributes(*this, attributes) : Error();
+    const Error refusal =
+        delegate ? delegate->useNewServiceWithAttributes(*this, attributes) : Error();
     if (!refusal) {
         return true;
     }
     const bool isTakenUp = _serviceDictForService(entry) == attributes;
     if (isTakenUp) { // the delegate has not stopped the query
-        _serviceAttribMap->erase(QVIOObject(entry));
+        _serviceAttribMap.erase(QVIOObject(entry));
     }
     sendError(entry, service_query_error::kRefused, Error(refusal.domain(), refusal.code()),
               attributes);
@@ -187,7 +181,7 @@ kern_return_t QVServiceQuery::registerInterest(io_service_t entry, io_object_t& 
 }
 
 void QVServiceQuery::takeUp(io_service_t entry, const Attributes& attributes) {
-    Attributes& known = (*_serviceAttribMap)[QVIOObject(entry)];
+    Attributes& known = _serviceAttribMap[QVIOObject(entry)];
     if (known) {
         IOObjectRelease(notificationOf(*known));
     }
@@ -223,11 +217,8 @@ void QVServiceQuery::_serviceNotificationFor(io_service_t service, natural_t mes
 }
 
 QVServiceQuery::Attributes QVServiceQuery::_serviceDictForService(io_service_t service) const {
-    if (!_serviceAttribMap) {
-        return nullptr;
-    }
-    const auto found = _serviceAttribMap->find(QVIOObject(service));
-    return found == _serviceAttribMap->end() ? nullptr : found->second;
+    const auto found = _serviceAttribMap.find(QVIOObject(service));
+    return found == _serviceAttribMap.end() ? nullptr : found->second;
 }
 
 void QVServiceQuery::_destructService(io_service_t service) {
@@ -237,7 +228,7 @@ void QVServiceQuery::_destructService(io_service_t service) {
     }
     const auto notification = attribute<QVIOObject>(*attributes, kServiceNotificationAttribute);
     const auto wrapper = attribute<std::shared_ptr<QVIOService>>(*attributes, kServiceAttribute);
-    _serviceAttribMap->erase(QVIOObject(service));
+    _serviceAttribMap.erase(QVIOObject(service));
     if (const auto delegate = delegate_.lock()) {
         delegate->terminateServiceWithAttributes(*this, attributes);
     }

@@ -125,7 +125,7 @@ public:
     void stopQuery();
 
     [[nodiscard]] bool isRunning() const noexcept { return isRunning_; }
-    [[nodiscard]] std::size_t serviceCount() const noexcept;
+    [[nodiscard]] std::size_t serviceCount() const noexcept { return _serviceAttribMap.size(); }
 
     [[nodiscard]] std::shared_ptr<QVServiceQueryDelegate> delegate() const {
         return delegate_.lock();
@@ -165,8 +165,8 @@ private:
     mach_port_t _masterPort = 0;
     IONotificationPortRef _notifyPort;
     std::shared_ptr<RunLoopSource> _notifyRLSource;
-    io_iterator_t _matchingServicesIterator = 0; // tells one run from the next
-    std::optional<std::unordered_map<QVIOObject, Attributes>> _serviceAttribMap;
+    io_iterator_t _matchingServicesIterator = 0;                  // tells one run from the next
+    std::unordered_map<QVIOObject, Attributes> _serviceAttribMap; // empty unless it runs
     bool isRunning_ = false;
     Delegate delegate_;
     Value matchingDictionary_;

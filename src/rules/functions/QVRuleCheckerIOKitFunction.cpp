@@ -86,7 +86,10 @@ QVRuleCheckerIOKitFunction::QVRuleCheckerIOKitFunction()
 
 std::optional<Value> QVRuleCheckerIOKitFunction::resultFor(const std::optional<Value>& parameter,
                                                            bool /*returnString*/) {
-    const Value* question = parameter ? parameter->find("do") : nullptr;
+    if (!parameter) {
+        return std::nullopt;
+    }
+    const Value* question = parameter->find("do");
     if (question == nullptr) {
         return std::nullopt;
     }
