@@ -6,6 +6,8 @@
 #include <fmt/format.h>
 
 #include "RecordedServices.h"
+#include <algorithm>
+#include <thread>
 
 namespace qv::test {
 namespace {
@@ -138,6 +140,16 @@ TEST_F(IOService, AnswersNothingOnceInvalid) {
         EXPECT_EQ(testing::internal::GetCapturedStderr(),
                   "IORegistryEntryGetRegistryEntryID() returned an error: 268435459x\n");
     }
+}
+
+TEST_F(IOService, ThreadsReadItsIDAtOnce) {
+    const auto disk = named("sda");
+    std::vector<std::thread> threads(4);
+    for (std::thread& thread : threads) {
+        thread = std::thread(
+            [&] { EXPECT_EQ(disk->uniqueID(), QVIOObject(disk->service()).uniqueID()); });
+    }
+    std::ranges::for_each(threads, &std::thread::join);
 }
 
 TEST_F(IOService, TellsListenersMessages) {
