@@ -40,8 +40,12 @@ TEST_F(IOService, TokensAreEqualByEntryID) {
     copy.setIoObject(copy.ioObject());
     copy.setIoObject(0);
     EXPECT_NE(copy, object);
-    copy = object;
-    EXPECT_EQ(copy, object);
+    for (int i = 0; i < 2; ++i) { // each copy has a reference of its own
+        copy = object;
+        EXPECT_EQ(copy, object);
+        copy.setIoObject(0);
+    }
+    EXPECT_TRUE(IOObjectConformsTo(disk, "IOMedia"));
     copy = QVIOObject::withIOObject(serviceNamed("sda2"));
     EXPECT_NE(copy, object);
     EXPECT_EQ(QVIOObject(77), QVIOObject(0)) << "IDs that cannot be read";
