@@ -81,8 +81,9 @@ void Notifier::add(const std::shared_ptr<MatchingNotification>& notification, Dr
 }
 
 void Notifier::add(const std::shared_ptr<InterestNotification>& notification, Dropped& dropped) {
-    dropReleased(interests_, dropped);
-    interests_.push_back(notification);
+    auto& interests = interests_[notification->node.get()];
+    dropReleased(interests, dropped);
+    interests.push_back(notification);
 }
 
 void Notifier::apply(const DeviceEvent& event) {
@@ -325,10 +326,18 @@ void Notifier::deliverMessage(const Delivery& delivery) {
     std::vector<std::shared_ptr<InterestNotification>> called;
     {
         const std::scoped_lock lock(mutex_);
-        dropReleased(interests_, dropped);
-        std::ranges::copy_if(interests_, std::back_inserter(called), [&](const auto& interest) {
-            return interest->node == delivery.node && interest->busy == isBusy && !interest->silent;
+        const auto found = interests_.find(delivery.node.get());
+        if (found == interests_.end()) {
+            return;
+        }
+        dropReleased(found->second, dropped);
+        std::ranges::copy_if(found->second, std::back_inserter(called), [&](const auto& interest) {
+            return interest->busy == isBusy && !interest->silent;
         });
+        if (found->second.empty() || delivery.message == kIOMessageServiceIsTerminated) {
+            dropped.insert(dropped.end(), found->second.begin(), found->second.end());
+            interests_.erase(found);
+        }
     }
     for (const auto& interest : called) {
         bool held = false;

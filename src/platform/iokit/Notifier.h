@@ -76,7 +76,8 @@ private:
     std::unordered_map<std::uint64_t, std::string> paths_;        // of these, by their IDs
     std::deque<std::uint64_t> gone_;                              // latest last
     std::vector<std::shared_ptr<MatchingNotification>> matching_;
-    std::vector<std::shared_ptr<InterestNotification>> interests_;
+    std::unordered_map<const RegistryEntry*, std::vector<std::shared_ptr<InterestNotification>>>
+        interests_; // of live entries
     std::deque<Delivery> deliveries_;
 };
 

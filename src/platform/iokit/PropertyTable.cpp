@@ -325,6 +325,7 @@ std::vector<std::string> compatibleNames(PropertyContext& context) {
             names.push_back(value);
         }
     }
+    std::erase(names, "");
     return names;
 }
 
