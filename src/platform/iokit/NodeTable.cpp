@@ -186,8 +186,10 @@ void NodeTable::visit(const DeviceSighting& device) {
     if (node->path.empty() && node->parent != nullptr) {
         return; // an entry of the registry's own
     }
-    if (node->path != device.path || node->parent == nullptr) {
-        place(node, device.parent, device.path);
+    const auto above = device.parent == 0 ? nullptr : byID(device.parent);
+    RegistryEntry* const parent = above == nullptr ? expert_.get() : above.get();
+    if (node->path != device.path || node->parent != parent) {
+        place(node, *parent, device.path);
     }
     node->seen = walk_;
     visited_ = std::move(node);
@@ -206,25 +208,31 @@ void NodeTable::classify(RegistryEntry& node, const DeviceSighting& device) {
     node.deviceClass = classOf(facts);
 }
 
-void NodeTable::place(const std::shared_ptr<RegistryEntry>& node, std::uint64_t parent,
+void NodeTable::place(const std::shared_ptr<RegistryEntry>& node, RegistryEntry& parent,
                       std::string_view path) {
-    const auto above = parent == 0 ? expert_ : byID(parent);
     if (node->parent != nullptr) {
-        byPath_.erase(node->path);
+        forgetPath(*node);
         detach(*node);
     }
     node->path = path;
     node->kernelName = lastComponent(path);
     node->labelOutdated = true;
     node->childComponents.reset();
-    if (const auto other = byPath(node->path); other != nullptr) {
-        terminate(other); // the device that had the path before
+    if (byPath_.contains(node->path)) {
+        walkedAt_.reset(); // a whole walk tells whether the other one has gone or has another path
     }
     byPath_[node->path] = node.get();
-    node->parent = above == nullptr ? expert_.get() : above.get();
+    node->parent = &parent;
     node->parent->children.push_back(node);
     node->parent->childrenSorted = false;
     node->parent->childComponents.reset();
+}
+
+void NodeTable::forgetPath(const RegistryEntry& node) {
+    if (const auto found = byPath_.find(node.path);
+        found != byPath_.end() && found->second == &node) { // not another one's by now
+        byPath_.erase(found);
+    }
 }
 
 void NodeTable::detach(const RegistryEntry& node) {
@@ -248,10 +256,7 @@ void NodeTable::terminate(const std::shared_ptr<RegistryEntry>& node) {
         if (next == node) {
             detach(*next);
         }
-        if (const auto found = byPath_.find(next->path);
-            found != byPath_.end() && found->second == next.get()) {
-            byPath_.erase(found);
-        }
+        forgetPath(*next);
         next->parent = nullptr;
         next->children.clear();
         if (const auto found = byID_.find(next->id);

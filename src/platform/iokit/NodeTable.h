@@ -56,8 +56,9 @@ public:
 private:
     void visit(const DeviceSighting& device) override;
     void classify(RegistryEntry& node, const DeviceSighting& device);
-    void place(const std::shared_ptr<RegistryEntry>& node, std::uint64_t parent,
+    void place(const std::shared_ptr<RegistryEntry>& node, RegistryEntry& parent,
                std::string_view path);
+    void forgetPath(const RegistryEntry& node);
     static void detach(const RegistryEntry& node);
     [[nodiscard]] std::shared_ptr<RegistryEntry> make(std::uint64_t id, std::string name,
                                                       std::string_view chain, DeviceFamily family,

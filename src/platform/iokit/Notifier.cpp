@@ -119,9 +119,10 @@ void Notifier::applyAdd(const DeviceEvent& event) {
         }
         applyRemove(event.path);
     }
-    if (paths_.contains(node->id)) {
+    const auto before = paths_.find(node->id);
+    if (before != paths_.end() && isKnown(before->second, *node)) {
         DeviceEvent move = event; // whose own event was not seen
-        move.oldPath = paths_.at(node->id);
+        move.oldPath = before->second;
         applyMove(move);
         return;
     }
@@ -149,8 +150,12 @@ void Notifier::applyMove(const DeviceEvent& event) {
         applyAdd(event);
         return;
     }
-    applyRemove(event.path); // whatever was known there has gone before
     const auto node = moved->second;
+    applyRemove(event.path);              // whatever was known there has gone before
+    if (!isKnown(event.oldPath, *node)) { // and this one with it, as it was below
+        applyAdd(event);
+        return;
+    }
     const std::string prefix = event.oldPath + '/';
     std::vector<std::shared_ptr<RegistryEntry>> subtree;
     std::vector<std::string> paths;
@@ -195,6 +200,11 @@ void Notifier::applyKnown(const std::shared_ptr<RegistryEntry>& node, const Devi
                                              : kIOMessageServicePropertyChange);
 }
 
+bool Notifier::isKnown(const std::string& path, const RegistryEntry& node) const {
+    const auto found = known_.find(path);
+    return found != known_.end() && found->second.get() == &node;
+}
+
 // Tells the difference between what is known and the tree as it is.
 void Notifier::compare() {
     std::vector<std::string> going;
@@ -216,7 +226,9 @@ void Notifier::compare() {
                 appear(node);
             }
         } else if (path->second != node->path) {
-            known_.erase(path->second);
+            if (isKnown(path->second, *node)) { // not another one there by now
+                known_.erase(path->second);
+            }
             path->second = node->path;
             known_[node->path] = node;
             message(node, kIOMessageServicePropertyChange);

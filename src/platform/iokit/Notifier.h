@@ -54,6 +54,7 @@ private:
     void applyRemove(const std::string& path);
     void applyMove(const DeviceEvent& event);
     void applyKnown(const std::shared_ptr<RegistryEntry>& node, const DeviceEvent& event);
+    [[nodiscard]] bool isKnown(const std::string& path, const RegistryEntry& node) const;
     void compare();
     void appear(const std::shared_ptr<RegistryEntry>& node);
     void disappear(const std::string& path);

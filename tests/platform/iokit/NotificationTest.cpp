@@ -117,6 +117,34 @@ TEST_F(Notifications, FollowMovedDevices) {
     EXPECT_EQ(after({"remove", "/devices/virtual/net/up0"}), "10:0 10:0 ");
 }
 
+TEST_F(Notifications, KeepDevicesThatSwapNames) {
+    const std::string net = "/devices/virtual/net/";
+    const Held first = serviceNamed("eth0");
+    const Held second = serviceNamed("lo");
+    const std::array held{listen(first, kIOGeneralInterest), listen(second, kIOGeneralInterest)};
+    const auto swapNames = [&](bool isTold) {
+        for (const auto& [from, to] : {std::pair("eth0", "tmp"), {"lo", "eth0"}, {"tmp", "lo"}}) {
+            std::filesystem::rename(tree / (net + from), tree / (net + to));
+            if (isTold) {
+                tree.events.send({"move", net + to, net + from});
+            }
+        }
+    };
+    swapNames(true);
+    EXPECT_EQ(pump(), "130:0 130:0 130:0 ");
+    swapNames(false);
+    tree.events.overrun();
+    EXPECT_EQ(pump(), "130:0 130:0 ");
+    EXPECT_EQ(pathOf(first) + ' ' + pathOf(second), "IOService:/eth0 IOService:/lo");
+    EXPECT_EQ(after({"remove", net + "lo"}) + after({"remove", net + "eth0"}), "10:0 10:0 ");
+    // A device that takes the place of the one above it.
+    tree.add("/devices/top/below", "misc");
+    tree.add("/devices/top", "misc");
+    after({"add", "/devices/top"});
+    after({"add", "/devices/top/below"});
+    EXPECT_EQ(after({"move", "/devices/top", "/devices/top/below"}), "");
+}
+
 TEST_F(Notifications, ReplaceDeviceOfSamePath) {
     const Held watched = watch(kIOTerminatedNotification, IOServiceMatching("IONetworkInterface"));
     const Held come = watch(kIOFirstMatchNotification, IOServiceMatching("IONetworkInterface"));
