@@ -5,6 +5,7 @@
 #include <condition_variable>
 #include <csignal>
 #include <exception>
+#include <system_error>
 #include <thread>
 #include <unistd.h>
 
@@ -106,7 +107,11 @@ std::shared_ptr<AttributeReader::Worker> AttributeReader::takeWorker() {
     sigset_t before{};
     ::sigfillset(&all);
     ::pthread_sigmask(SIG_SETMASK, &all, &before);
-    std::thread([worker] { Worker::serve(worker); }).detach();
+    try {
+        std::thread([worker] { Worker::serve(worker); }).detach();
+    } catch (const std::system_error&) { // there are too many threads or processes
+        worker = nullptr;
+    }
     ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
     return worker;
 }
@@ -141,6 +146,9 @@ bool AttributeReader::perform(const std::function<Job()>& makeJob) {
             return false;
         }
         auto worker = takeWorker();
+        if (worker == nullptr) {
+            return false;
+        }
         auto task = std::make_shared<Task>(makeJob(), deadline, std::move(held));
         worker->give(task);
         if (task->wait()) {

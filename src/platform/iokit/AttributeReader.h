@@ -51,7 +51,7 @@ private:
     using Attribute = std::pair<std::uint64_t, std::string>; // the inode of its device; its name
     struct Task;
     struct Worker;
-    [[nodiscard]] std::shared_ptr<Worker> takeWorker();
+    [[nodiscard]] std::shared_ptr<Worker> takeWorker(); ///< null: no thread can be started
     void giveBack(std::shared_ptr<Worker> worker);
     [[nodiscard]] std::vector<Attribute> attributesThatHold();
 
