@@ -57,6 +57,10 @@ kern_return_t HandleTable::release(io_object_t handle, Dropped& dropped) {
     std::visit([&](const auto& last) { dropped.push_back(last); }, object);
     if (const auto* node = std::get_if<std::shared_ptr<RegistryEntry>>(&object)) {
         handles_.erase(node->get());
+        if ((*node)->live) { // nobody can ask for them after its end any more
+            (*node)->lastProperties = Value();
+            (*node)->lastValues.clear();
+        }
     } else if (const auto* matching = std::get_if<std::shared_ptr<MatchingNotification>>(&object)) {
         (*matching)->held = false;
     } else if (const auto* interest = std::get_if<std::shared_ptr<InterestNotification>>(&object)) {
