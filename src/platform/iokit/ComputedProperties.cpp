@@ -127,7 +127,7 @@ std::optional<Value> driver(PropertyContext& context) {
 std::optional<Value> sysfsPath(PropertyContext& context) {
     return context.subject().device.path.empty()
                ? std::nullopt
-               : textValue(context.subject().sysfsPath + context.subject().device.path);
+               : textValue("/sys" + context.subject().device.path);
 }
 
 std::optional<Value> model(PropertyContext& context) {

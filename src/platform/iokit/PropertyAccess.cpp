@@ -135,7 +135,6 @@ std::shared_ptr<const PropertySubject> PropertyAccess::subjectOf(const RegistryE
     subject->family = node.deviceClass.family;
     subject->className = node.deviceClass.name();
     subject->sysfs = nodes_.sharedSysfs();
-    subject->sysfsPath = places_.sysfs;
     subject->udevData = places_.udevData;
     for (const auto& child : node.children) {
         if (child->devtype == "partition") {

@@ -33,7 +33,6 @@ struct PropertySubject {
     std::vector<PropertyDevice> ancestors;     ///< nearest first
     std::vector<PropertyDevice> powerSupplies; ///< of a battery: all of the machine
     std::shared_ptr<const Descriptor> sysfs;
-    std::string sysfsPath;
     std::string udevData;
     std::string machineID;
 };
