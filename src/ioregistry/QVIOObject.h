@@ -39,8 +39,8 @@ public:
     [[nodiscard]] static constexpr bool supportsSecureCoding() noexcept { return true; }
     /// What an archive keeps of it: a dictionary with the entry ID under "entryID".
     [[nodiscard]] Value encodeWithCoder() const;
-    /// The token of the entry of that ID; none if there is no such entry any more, or no number
-    /// under "entryID".
+    /// Returns the token of the entry of that ID; none if the entry has gone, or if "entryID" is
+    /// not a number.
     [[nodiscard]] static std::optional<QVIOObject> initWithCoder(const Value& coder);
 
 private:

@@ -67,7 +67,7 @@ public:
     [[nodiscard]] std::optional<Value> valueForProperty(std::string_view key) const;
     /// A dictionary of all; none when they cannot be read.
     [[nodiscard]] std::optional<Value> properties() const;
-    /// kIOReturnUnsupported when there is no handle; else as IORegistryEntrySetCFProperty.
+    /// Returns kIOReturnUnsupported without a handle; else as IORegistryEntrySetCFProperty.
     [[nodiscard]] kern_return_t setValue(const Value& value, std::string_view forProperty) const;
     [[nodiscard]] kern_return_t setProperties(const Value& props) const;
 
@@ -83,7 +83,7 @@ public:
 
     /// Null when there is none.
     [[nodiscard]] std::shared_ptr<QVIOService> parentService() const;
-    /// None also when there are no children.
+    /// Returns none for a service without children, too.
     [[nodiscard]] std::optional<Services> childServices() const;
     /// The first one that passes the test below this one, each before its children, and this one
     /// before all if it is included. Null when none does, and for an empty test.

@@ -11,7 +11,7 @@ namespace qv {
 /// Wraps what is left in an iterator, in its order, and releases the entries and the iterator.
 [[nodiscard]] std::vector<std::shared_ptr<QVIOService>> takeServices(io_iterator_t iterator);
 
-/// False: the source is invalid, or the thread has no loop and cannot get one.
+/// Returns false if the source is invalid, or if the thread cannot get a loop.
 bool addToCurrentRunLoop(RunLoopSource& source);
 
 } // namespace qv

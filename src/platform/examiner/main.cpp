@@ -18,7 +18,7 @@
 namespace {
 
 constexpr std::chrono::minutes kIdleTime{10};
-/// A developer's build becomes this user when it is started as root; the number has no account.
+/// A developer's build that is started as root becomes this user, a number without an account.
 constexpr uid_t kDevelopmentUser = 47111;
 
 int fail(std::string_view why) {

@@ -58,7 +58,7 @@ struct AttributeReader::Worker {
     std::condition_variable changed;
     std::shared_ptr<Task> task;
     bool quits = false;
-    pid_t process = ::getpid(); // a copy of the process has no such thread
+    pid_t process = ::getpid(); // a forked child is without the thread
 
     static void serve(const std::shared_ptr<Worker>& self) {
         for (;;) {

@@ -282,7 +282,7 @@ std::optional<Value> protocolCharacteristics(PropertyContext& context) {
             return above.subsystem == subsystem;
         });
     };
-    // A port of an ATA controller has no subsystem: ".../ata1/host0/...".
+    // A port of an ATA controller is without a subsystem: ".../ata1/host0/...".
     const std::string_view path = subject.device.path;
     const std::size_t port = path.find("/ata");
     const bool isATA =

@@ -49,7 +49,7 @@ public:
 
     [[nodiscard]] int get() const noexcept { return folder_.get(); }
     [[nodiscard]] std::uint64_t inode() const noexcept { return inode_; }
-    /// The bytes of an attribute; none if there is no such file, it is not for reading, fails, has
+    /// Returns the bytes of an attribute; none if it is missing, is not for reading, fails, has
     /// nothing to read now, or is longer than kLongestValue. May wait for the driver.
     [[nodiscard]] std::optional<std::string> read(std::string_view name) const;
     /// Gives 0 or the errno: ENOENT for what is not the name of an attribute, EACCES if it is not

@@ -33,7 +33,7 @@ public:
 /// Visits every device below `/devices` of a kernel's folder, a parent before its children: every
 /// folder with a file `uevent` in it. Links are not followed. The depth of the tree takes memory,
 /// but no stack and no descriptors beyond a few dozen. A folder that goes away meanwhile counts as
-/// empty. False, and errno: there is no such folder.
+/// empty. Returns false, with errno, if the folder is missing.
 bool walkDevices(int root, DeviceVisitor& visitor);
 
 /// Visits one device; false when the path is not the folder of a device. `parent`: the ID of the

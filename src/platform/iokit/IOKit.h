@@ -20,7 +20,7 @@ namespace qv {
 // success only. All functions may be called from any thread.
 //
 // A device that goes away leaves a terminated entry while a handle is held: entry ID, class, name
-// and the properties that were read last stay; it has no path, parent or children.
+// and the properties that were read last stay; its path, parent and children are gone.
 
 inline constexpr std::string_view kIOServicePlane = "IOService";
 inline constexpr std::string_view kIOProviderClassKey = "IOProviderClass";

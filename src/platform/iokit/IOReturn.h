@@ -8,7 +8,7 @@ using kern_return_t = std::int32_t; ///< 0 for success
 using natural_t = std::uint32_t;
 using mach_port_t = std::uint32_t;
 
-/// The name of an object of the registry in this process; 0 is no object. An object has one handle,
+/// The name of an object of the registry in this process; 0 names none. An object has one handle,
 /// so equal handles mean the same object.
 using io_object_t = std::uint32_t;
 using io_registry_entry_t = io_object_t;

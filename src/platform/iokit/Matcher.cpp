@@ -177,7 +177,7 @@ bool Matcher::matchesFamily(const Value& matching, RegistryEntry& node) {
             return false;
         }
     }
-    // The registry's own resources have no properties.
+    // The registry's own resources are without properties.
     if (const Value* wanted = matching.find("IOResourceMatch");
         wanted != nullptr && node.deviceClass.name() == "IOResources" &&
         !oneOrMany(*wanted).empty()) {
