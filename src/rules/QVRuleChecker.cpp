@@ -3,8 +3,12 @@
 #include "platform/foundation/log/Log.h"
 #include "platform/predicate/Predicate.h"
 #include "rules/RulePreprocessor.h"
-#include "rules/functions/DefaultFunctions.h"
+#include "rules/functions/QVRuleCheckerApplicationFunction.h"
+#include "rules/functions/QVRuleCheckerFilesystemFunction.h"
 #include "rules/functions/QVRuleCheckerIOKitFunction.h"
+#include "rules/functions/QVRuleCheckerObjCFunction.h"
+#include "rules/functions/QVRuleCheckerSysCtlFunction.h"
+#include "rules/functions/QVRuleCheckerVersionFunction.h"
 
 #include <fmt/core.h>
 
@@ -19,21 +23,23 @@ QVRuleChecker& QVRuleChecker::sharedChecker() {
     return *shared;
 }
 
-std::unique_ptr<QVRuleChecker> QVRuleChecker::ruleCheckerWithDefaultFunctions(bool withDefaults) {
+std::unique_ptr<QVRuleChecker>
+QVRuleChecker::ruleCheckerWithDefaultFunctions(bool withDefaults, RuleServices::Shared services) {
     auto checker = std::make_unique<QVRuleChecker>();
     if (withDefaults) {
-        checker->addFunctions(defaultFunctions());
+        checker->addFunctions(defaultFunctions(std::move(services)));
     }
     return checker;
 }
 
-QVRuleChecker::Functions QVRuleChecker::defaultFunctions() {
+QVRuleChecker::Functions QVRuleChecker::defaultFunctions(RuleServices::Shared services) {
+    services = RuleServices::orOfThisProcess(std::move(services));
     Functions functions;
-    functions.push_back(std::make_unique<QVRuleCheckerVersionFunction>());
-    functions.push_back(std::make_unique<QVRuleCheckerSysCtlFunction>());
+    functions.push_back(std::make_unique<QVRuleCheckerVersionFunction>(services));
+    functions.push_back(std::make_unique<QVRuleCheckerSysCtlFunction>(services));
     functions.push_back(std::make_unique<QVRuleCheckerObjCFunction>());
-    functions.push_back(std::make_unique<QVRuleCheckerApplicationFunction>());
-    functions.push_back(std::make_unique<QVRuleCheckerFilesystemFunction>());
+    functions.push_back(std::make_unique<QVRuleCheckerApplicationFunction>(services));
+    functions.push_back(std::make_unique<QVRuleCheckerFilesystemFunction>(services));
     functions.push_back(std::make_unique<QVRuleCheckerIOKitFunction>());
     return functions;
 }

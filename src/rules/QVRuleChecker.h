@@ -5,6 +5,7 @@
 #include "platform/predicate/evaluation/KeyValueCoding.h"
 #include "rules/CallScanner.h"
 #include "rules/functions/QVRuleCheckerFunction.h"
+#include "rules/functions/RuleServices.h"
 
 #include <memory>
 #include <optional>
@@ -23,9 +24,11 @@ public:
 
     /// One for the whole process, with the default functions; made on first use.
     static QVRuleChecker& sharedChecker();
-    static std::unique_ptr<QVRuleChecker> ruleCheckerWithDefaultFunctions(bool withDefaults);
+    /// The default functions ask `services`; null: those of this process.
+    static std::unique_ptr<QVRuleChecker>
+    ruleCheckerWithDefaultFunctions(bool withDefaults, RuleServices::Shared services = nullptr);
     /// New instances of the functions that rules come with, in their order.
-    static Functions defaultFunctions();
+    static Functions defaultFunctions(RuleServices::Shared services = nullptr);
 
     void addFunction(std::unique_ptr<QVRuleCheckerFunction> function);
     void addFunctions(Functions list);

@@ -5,6 +5,7 @@
 #include "platform/workspace/applications/ApplicationIndexes.h"
 #include "platform/workspace/launch/LinuxWorkspace.h"
 #include "platform/workspace/trash/TrashService.h"
+#include "rules/functions/RuleServices.h"
 #include "script/ScriptEngine.h"
 
 #include <unistd.h>
@@ -53,6 +54,15 @@ AccessibilityService& ScriptEngine::accessibilityService() {
             std::make_shared<TrustStore>(TrustStore::defaultFolder(), requesterOrSelf()->user());
     }
     return *services.accessibility;
+}
+
+std::shared_ptr<const RuleServices> ScriptEngine::ruleServices() {
+    if (servicesOfRules == nullptr) {
+        servicesOfRules = std::make_shared<RuleServices>(
+            RuleServices{[this]() -> auto& { return workspaceService(); },
+                         [this]() -> auto& { return preferencesService(); }});
+    }
+    return servicesOfRules;
 }
 
 } // namespace qv

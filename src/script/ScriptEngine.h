@@ -13,6 +13,7 @@
 namespace qv {
 
 class NamedItem;
+struct RuleServices;
 
 // The inside of a QVCatalogScript. It is not installed, so applications do not depend on it.
 
@@ -33,6 +34,7 @@ struct ScriptVariables {
     /// process itself if it is not set. Set before the script runs, as the services are.
     ProcessIdentity::Shared requester;
     PlatformServices services;
+    std::shared_ptr<const RuleServices> servicesOfRules; ///< none before the first rule
 };
 
 /// The decision that every operation takes, and what the operations share.
@@ -78,6 +80,8 @@ public:
     WorkspaceService& workspaceService();
     PreferencesService& preferencesService();
     AccessibilityService& accessibilityService();
+    /// The services above, for rules. They live as long as this.
+    [[nodiscard]] std::shared_ptr<const RuleServices> ruleServices();
 
 private:
     Error performBetween(OperationCode code, const NamedItem& from, const NamedItem& to,

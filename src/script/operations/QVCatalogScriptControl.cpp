@@ -34,7 +34,8 @@ void QVCatalogScript::beginIfBlock(const std::optional<Value>& rule) {
         return;
     }
     checkField(field::kRule, rule);
-    const auto checker = QVRuleChecker::ruleCheckerWithDefaultFunctions(true);
+    const auto checker =
+        QVRuleChecker::ruleCheckerWithDefaultFunctions(true, engine_->ruleServices());
     const bool failed = static_cast<bool>(executeRecordingLastStatementError());
     checker->setKvoValues(
         Value::dictionary({{"lastStatementExecutionError", Value::integer(failed ? 1 : 0)}}));

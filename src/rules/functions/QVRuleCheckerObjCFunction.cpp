@@ -1,0 +1,8 @@
+#include "rules/functions/QVRuleCheckerObjCFunction.h"
+
+namespace qv {
+
+QVRuleCheckerObjCFunction::QVRuleCheckerObjCFunction()
+    : QVRuleCheckerFunction("objc", std::nullopt, nullptr) {}
+
+} // namespace qv
