@@ -64,17 +64,42 @@ function(qv_use_rooms target)
   endforeach()
 endfunction()
 
+# Replaces the sources of a target of the tests, in a variable, by the objects that the build of
+# QV_TEST_OBJECTS made of them; without such a build, notes the objects for the others.
+function(qv_share_objects target variable)
+  if(QV_TEST_OBJECTS)
+    file(STRINGS "${QV_TEST_OBJECTS}/test_objects/${target}" ${variable})
+  else()
+    file(GENERATE OUTPUT "${CMAKE_BINARY_DIR}/test_objects/${target}"
+         CONTENT "$<TARGET_OBJECTS:${target}>")
+    set_property(GLOBAL APPEND PROPERTY QV_OBJECTS_OF_TESTS "$<TARGET_OBJECTS:${target}>")
+  endif()
+  set(${variable} ${${variable}} PARENT_SCOPE)
+endfunction()
+
+# What several test programs share: qv_test_library(name a.cpp b.cpp).
+function(qv_test_library name)
+  set(sources ${ARGN})
+  qv_share_objects(${name} sources)
+  add_library(${name} STATIC ${sources})
+  set_target_properties(${name} PROPERTIES LINKER_LANGUAGE CXX)
+endfunction()
+
 # One test program of a room: qv_test(name SOURCES ... ROOMS ... [LIBRARIES ...] [LABELS root]).
 # Label "root": needs root and says so when it skips. Label "live": starts the real service. Label
 # "threads": several threads at work, so that the thread sanitizer looks at it; the target "threads"
 # builds these alone.
 function(qv_test name)
   cmake_parse_arguments(TEST "" "" "SOURCES;ROOMS;LIBRARIES;LABELS;DEPENDS" ${ARGN})
+  qv_share_objects(${name} TEST_SOURCES)
   add_executable(${name} ${TEST_SOURCES})
   qv_use_rooms(${name} ${TEST_ROOMS})
   target_include_directories(${name} PRIVATE "${CMAKE_SOURCE_DIR}/tests")
-  target_precompile_headers(${name} REUSE_FROM qv_test_common)
-  set_target_properties(${name} PROPERTIES UNITY_BUILD ${QV_UNITY} UNITY_BUILD_BATCH_SIZE 0)
+  if(NOT QV_TEST_OBJECTS)
+    target_precompile_headers(${name} REUSE_FROM qv_test_common)
+  endif()
+  set_target_properties(${name} PROPERTIES UNITY_BUILD ${QV_UNITY} UNITY_BUILD_BATCH_SIZE 0
+                                           LINKER_LANGUAGE CXX)
   target_link_libraries(${name} PRIVATE qv_test_support GTest::gmock GTest::gtest_main
                                         ${TEST_LIBRARIES})
   add_test(NAME ${name} COMMAND ${name})
