@@ -25,6 +25,9 @@ struct Applications {
     // The answer to a word of a transcript: "none" for nothing.
     std::string found(std::string_view command, std::string_view word) {
         std::optional<std::string> path;
+        if (command == "list") {
+            return listed();
+        }
         if (command == "id") {
             path = index.pathForIdentifier(word);
         } else if (command == "name") {
@@ -33,6 +36,14 @@ struct Applications {
             path = bundle->executablePath();
         }
         return path ? fs::path(*path).lexically_relative(folder.path()).native() : "none";
+    }
+    std::string listed() {
+        std::string text;
+        for (const InstalledApplication& each : index.applications()) {
+            text += fmt::format("{}{}|{}|{}", text.empty() ? "" : "\n", each.identifier, each.name,
+                                fs::path(each.path).lexically_relative(folder.path()).native());
+        }
+        return text;
     }
     [[nodiscard]] std::vector<ApplicationFolders> sets() const {
         const std::string at = folder.path().native() + "/";
@@ -55,7 +66,8 @@ TEST(Index, AnswersAsListed) {
         std::string text;
         if (command == "fresh") {
             applications.emplace();
-        } else if (command == "id" || command == "name" || command == "executable") {
+        } else if (command == "id" || command == "name" || command == "executable" ||
+                   command == "list") {
             for (std::string word; words >> word;) {
                 text += applications->found(command, word == "\"\"" ? "" : word) + "\n";
             }

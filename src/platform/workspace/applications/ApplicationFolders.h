@@ -24,6 +24,13 @@ struct ApplicationFolders {
     std::vector<std::string> entries; ///< with desktop entries, here and in sub-folders
 };
 
+/// An application as a list shows it.
+struct InstalledApplication {
+    std::string identifier; ///< finds it; empty for a bundle without one
+    std::string name;       ///< the one that people see, not localized
+    std::string path;       ///< of the bundle or the desktop entry
+};
+
 /// What a service searches on behalf of a user: first what is installed for everybody
 /// (/Applications, /usr/local/Applications, /opt, /usr/lib/GNUstep/Applications; applications/ in
 /// /usr/local/share, /usr/share and what flatpak and snap export), and only then, as a second set,

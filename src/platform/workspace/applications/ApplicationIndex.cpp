@@ -2,6 +2,10 @@
 
 #include "platform/workspace/applications/FoldedText.h"
 
+#include <algorithm>
+#include <iterator>
+#include <tuple>
+
 namespace qv {
 
 ApplicationIndex::ApplicationIndex(const std::vector<ApplicationFolders>& sets,
@@ -59,6 +63,25 @@ std::optional<std::string> ApplicationIndex::pathForName(std::string_view name) 
         }
     }
     return std::nullopt;
+}
+
+std::vector<InstalledApplication> ApplicationIndex::applications() {
+    refresh();
+    std::vector<InstalledApplication> applications;
+    for (const Set& set : sets_) {
+        std::ranges::move(set.bundles.applications(), std::back_inserter(applications));
+        std::ranges::move(set.entries.applications(), std::back_inserter(applications));
+    }
+    std::erase_if(applications, [&](const InstalledApplication& application) {
+        return (application.identifier.empty()
+                    ? pathForName(application.name)
+                    : pathForIdentifier(application.identifier)) != application.path;
+    });
+    std::ranges::sort(applications, [](const auto& left, const auto& right) {
+        return std::tie(left.identifier, left.name, left.path) <
+               std::tie(right.identifier, right.name, right.path);
+    });
+    return applications;
 }
 
 } // namespace qv

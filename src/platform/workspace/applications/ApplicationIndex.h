@@ -45,6 +45,9 @@ public:
     /// The same for one who would go on looking elsewhere unless the identifier is taken.
     [[nodiscard]] EntryTable::Answer withIdentifier(std::string_view identifier);
     [[nodiscard]] std::optional<std::string> pathForName(std::string_view name);
+    /// All that the look-ups above find, by their identifier or, those that have none, their name;
+    /// in the order of both.
+    [[nodiscard]] std::vector<InstalledApplication> applications();
 
 private:
     struct Set {

@@ -66,7 +66,8 @@ public:
         watchInfoLists(folderFd, path, watch_);
         const Bundle bundle = Bundle::bundleInFolder(folderFd, path);
         if (bundle.hasInfoDictionary() || path.ends_with(kBundleExtension)) {
-            records_.push_back({path, folded(bundle.bundleIdentifier().value_or("")),
+            const std::string identifier = bundle.bundleIdentifier().value_or("");
+            records_.push_back({path, identifier, folded(identifier),
                                 bundle.displayName().value_or(""),
                                 bundle.bundleName().value_or("")});
             return false;
@@ -124,6 +125,18 @@ std::optional<std::string> BundleTable::pathForName(std::string_view name) const
         found = std::ranges::find(records_, name, &Record::name);
     }
     return found == records_.end() ? std::nullopt : std::optional(found->path);
+}
+
+std::vector<InstalledApplication> BundleTable::applications() const {
+    std::vector<InstalledApplication> applications;
+    for (const Record& record : records_) {
+        std::string name = !record.displayName.empty() ? record.displayName : record.name;
+        if (name.empty()) {
+            name = record.path.substr(record.path.rfind('/') + 1);
+        }
+        applications.push_back({record.bundleID, std::move(name), record.path});
+    }
+    return applications;
 }
 
 } // namespace qv

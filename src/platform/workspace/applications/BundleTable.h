@@ -20,12 +20,14 @@ public:
     /// The first whose folder has a name, with or without ".app"; else the first that is displayed
     /// under it; else the first that is named so.
     [[nodiscard]] std::optional<std::string> pathForName(std::string_view name) const;
+    [[nodiscard]] std::vector<InstalledApplication> applications() const;
 
 private:
     friend class BundleFinder;
     struct Record {
         std::string path;
-        std::string identifier; // in lower case; empty when there is none
+        std::string bundleID;   // empty when there is none
+        std::string identifier; // the same in lower case
         std::string displayName;
         std::string name;
     };

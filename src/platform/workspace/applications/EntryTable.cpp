@@ -95,11 +95,14 @@ void EntryTable::list(const std::vector<std::string>& folders, ChangeWatch& watc
     });
 }
 
-std::string EntryTable::identifierOf(const Entry& entry) {
-    std::string identifier = folded(
-        std::string_view(entry.place).substr(0, entry.place.size() - kEntryExtension.size()));
+std::string EntryTable::spelledIdentifierOf(const Entry& entry) {
+    std::string identifier = entry.place.substr(0, entry.place.size() - kEntryExtension.size());
     std::ranges::replace(identifier, '/', '-');
     return identifier;
+}
+
+std::string EntryTable::identifierOf(const Entry& entry) {
+    return folded(spelledIdentifierOf(entry));
 }
 
 std::string EntryTable::pathOf(const Entry& entry) const {
@@ -142,9 +145,7 @@ EntryTable::Answer EntryTable::withIdentifier(std::string_view identifier) const
         if (chosen == nullptr) {
             chosen = &entry;
         }
-        std::string spelled = entry.place.substr(0, entry.place.size() - kEntryExtension.size());
-        std::ranges::replace(spelled, '/', '-');
-        if (entry.folder == chosen->folder && spelled == identifier) {
+        if (entry.folder == chosen->folder && spelledIdentifierOf(entry) == identifier) {
             chosen = &entry;
             break;
         }
@@ -249,6 +250,22 @@ std::optional<std::string> EntryTable::pathForText(std::string_view text, Kind f
         }
     }
     return std::nullopt;
+}
+
+std::vector<InstalledApplication> EntryTable::applications() const {
+    std::vector<InstalledApplication> applications;
+    for (std::size_t index = 0; index < entries_.size(); ++index) {
+        if (isShadowed(index)) {
+            continue;
+        }
+        std::string path = pathOf(entries_[index]);
+        const auto content = DesktopEntry::contentsOfFile(path);
+        if (content && isInstalled(*content)) {
+            applications.push_back(
+                {spelledIdentifierOf(entries_[index]), content->name, std::move(path)});
+        }
+    }
+    return applications;
 }
 
 } // namespace qv

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/workspace/applications/ApplicationFolders.h"
 #include "platform/workspace/applications/ChangeWatch.h"
 #include "platform/workspace/applications/DesktopEntry.h"
 
@@ -42,6 +43,8 @@ public:
     /// By the name that is not localized, else by any, else by that of the file. Needs
     /// `readContents`.
     [[nodiscard]] std::optional<std::string> pathForName(std::string_view name) const;
+    /// Those that are installed. Needs `list`.
+    [[nodiscard]] std::vector<InstalledApplication> applications() const;
 
 private:
     friend class EntryFinder;
@@ -59,6 +62,7 @@ private:
         std::uint32_t entry;
     };
     [[nodiscard]] static std::string identifierOf(const Entry& entry);
+    [[nodiscard]] static std::string spelledIdentifierOf(const Entry& entry);
     [[nodiscard]] std::string pathOf(const Entry& entry) const;
     [[nodiscard]] bool isShadowed(std::size_t index) const;
     [[nodiscard]] bool isInstalled(const DesktopEntry& entry) const;
