@@ -194,6 +194,7 @@ TEST(StringDigests, AreOfTheBytesInAnEncoding) {
     }
     const std::string piece(5000, 'x'); // longer than what is converted at once
     EXPECT_EQ(dataUsingEncoding(piece, StringEncoding::ascii), piece);
+    EXPECT_EQ(stringFromMacOSRoman("Mac\x8E\xF0"), "Macé\uF8FF"); // the vendor's own mark last
     EXPECT_EQ(QVStringTools::computeDigestStringOfType("é", kSecDigestMD5,
                                                        StringEncoding::isoLatin1, nullptr),
               "3406877694691ddd1dfb0aca54681407"); // as md5sum computes it

@@ -6,8 +6,11 @@
 #include <unicode/localpointer.h>
 #include <unicode/ucnv.h>
 #include <unicode/ucnv_err.h>
+#include <unicode/unistr.h>
 
 #include <array>
+#include <cstdint>
+#include <utility>
 
 namespace qv {
 
@@ -77,6 +80,17 @@ std::optional<std::string> dataUsingEncoding(std::string_view text, StringEncodi
         }
     }
     return std::nullopt;
+}
+
+std::optional<std::string> stringFromMacOSRoman(std::string_view bytes) {
+    if (!std::in_range<std::int32_t>(bytes.size())) {
+        return std::nullopt;
+    }
+    const icu::UnicodeString units(bytes.data(), static_cast<std::int32_t>(bytes.size()),
+                                   "macintosh");
+    std::string text;
+    units.toUTF8String(text);
+    return units.isBogus() != 0 ? std::nullopt : std::optional(std::move(text));
 }
 
 } // namespace qv

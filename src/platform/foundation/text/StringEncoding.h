@@ -32,4 +32,8 @@ enum class StringEncoding : std::uint32_t {
 [[nodiscard]] std::optional<std::string> dataUsingEncoding(std::string_view text,
                                                            StringEncoding encoding);
 
+/// The UTF-8 text of bytes in Mac OS Roman, where every byte is a character. None for more than
+/// 2 GiB.
+[[nodiscard]] std::optional<std::string> stringFromMacOSRoman(std::string_view bytes);
+
 } // namespace qv
