@@ -22,16 +22,23 @@ bool isReadableFile(int item) {
            (info.st_mode & (S_IRUSR | S_IRGRP | S_IROTH)) != 0;
 }
 
+Descriptor openResolving(int folder, const std::string& path, const open_how& how) {
+    return Descriptor(
+        static_cast<int>(::syscall(SYS_openat2, folder, path.c_str(), &how, sizeof how)));
+}
+
 } // namespace
 
 Descriptor KernelFiles::open(const std::string& path, unsigned flags) const {
-    const Descriptor folder(
-        ::open(root_.empty() ? "/" : root_.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     open_how how{};
     how.flags = flags | O_CLOEXEC;
-    how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS;
-    return Descriptor(
-        static_cast<int>(::syscall(SYS_openat2, folder.get(), path.c_str(), &how, sizeof how)));
+    how.resolve = RESOLVE_NO_SYMLINKS;
+    if (areThisMachines()) {
+        return openResolving(-1, "/" + path, how);
+    }
+    const Descriptor root(::open(root_.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    how.resolve |= RESOLVE_BENEATH;
+    return openResolving(root.get(), path, how);
 }
 
 std::optional<std::string> KernelFiles::read(const std::string& path, std::size_t most) const {
@@ -43,11 +50,12 @@ std::optional<std::string> KernelFiles::read(const std::string& path, std::size_
     if (!file) {
         return std::nullopt;
     }
-    std::array<char, 4096> buffer; // NOLINT: filled by the kernel
+    const bool comesAtOnce = path.starts_with("proc/sys/"); // what follows a short piece is empty
+    std::array<char, 4096> buffer;                          // NOLINT: filled by the kernel
     std::string bytes;
     while (bytes.size() < most) {
-        const ssize_t length =
-            ::read(file.get(), buffer.data(), std::min(buffer.size(), most - bytes.size()));
+        const std::size_t wanted = std::min(buffer.size(), most - bytes.size());
+        const ssize_t length = ::read(file.get(), buffer.data(), wanted);
         if (length < 0 && errno == EINTR) {
             continue;
         }
@@ -58,6 +66,9 @@ std::optional<std::string> KernelFiles::read(const std::string& path, std::size_
             break;
         }
         bytes.append(buffer.data(), static_cast<std::size_t>(length));
+        if (comesAtOnce && std::cmp_less(length, wanted)) {
+            break;
+        }
     }
     return bytes;
 }

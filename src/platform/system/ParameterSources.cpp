@@ -3,6 +3,8 @@
 #include "platform/foundation/values/ASCII.h"
 #include "platform/system/ReleaseFile.h"
 
+#include <fmt/core.h>
+
 #include <algorithm>
 #include <array>
 #include <bit>
@@ -185,8 +187,7 @@ std::optional<std::uint64_t> differentPlaces(const KernelFiles& files, std::stri
                                              std::span<const std::string_view> names) {
     std::set<std::vector<std::uint64_t>> different;
     for (const unsigned processor : processorsIn(files, list)) {
-        const std::string folder =
-            std::string(kProcessors) + std::to_string(processor) + "/topology/";
+        const std::string folder = fmt::format("{}{}/topology/", kProcessors, processor);
         std::vector<std::uint64_t> place;
         for (const std::string_view name : names) {
             if (const auto number = numberIn(files, folder + std::string(name))) {
@@ -217,9 +218,7 @@ std::optional<std::uint64_t> blocksOfMemory(const KernelFiles& files) {
     return size && online != 0 ? std::optional(times(*size, online)) : std::nullopt;
 }
 
-std::string cacheFolder(int index) {
-    return std::string(kProcessors) + "0/cache/index" + std::to_string(index) + "/";
-}
+std::string cacheFolder(int index) { return fmt::format("{}0/cache/index{}/", kProcessors, index); }
 
 std::optional<double> decimal(std::string_view text) {
     double number = 0;
