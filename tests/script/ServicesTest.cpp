@@ -32,6 +32,8 @@ public:
     MOCK_METHOD(std::optional<std::string>, absolutePathForAppBundleWithIdentifier,
                 (std::string_view), (override));
     MOCK_METHOD(std::optional<std::string>, fullPathForApplication, (std::string_view), (override));
+    MOCK_METHOD(ApplicationVersion, versionOfApplicationAtPath,
+                (const std::string&, std::string_view), (override));
 };
 
 class MockPreferences : public PreferencesService {

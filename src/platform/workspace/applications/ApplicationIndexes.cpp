@@ -2,6 +2,7 @@
 
 #include "platform/workspace/applications/Patience.h"
 
+#include <algorithm>
 #include <unistd.h>
 #include <utility>
 
@@ -31,7 +32,57 @@ askAsUser(const UserRecord& user, const ApplicationFolders& folders,
     return isPath ? std::optional(std::move(path)) : std::nullopt;
 }
 
+bool isBelow(const ApplicationFolders& folders, const std::string& path) {
+    const auto holdsPath = [&](const std::string& folder) {
+        return path.starts_with(folder + "/");
+    };
+    return std::ranges::any_of(folders.bundles, holdsPath, &BundleFolder::path) ||
+           std::ranges::any_of(folders.entries, holdsPath);
+}
+
+// Between the process that reads a version and this one.
+constexpr std::string_view kVersion = "version";
+constexpr std::string_view kListFault = "fault";
+
+Value encodedVersion(const ApplicationVersion& version) {
+    std::vector<std::pair<Value, Value>> pairs;
+    if (version.value) {
+        pairs.emplace_back(Value::string(kVersion), *version.value);
+    }
+    if (version.listFault) {
+        pairs.emplace_back(Value::string(kListFault), Value::string(*version.listFault));
+    }
+    return Value::dictionary(std::move(pairs));
+}
+
+ApplicationVersion decodedVersion(const Value& encoding) {
+    ApplicationVersion version;
+    if (const Value* value = encoding.find(kVersion)) {
+        version.value = *value;
+    }
+    const Value* fault = encoding.find(kListFault);
+    if (fault != nullptr && fault->is(Value::Kind::string)) {
+        version.listFault = fault->asString();
+    }
+    return version;
+}
+
 } // namespace
+
+ApplicationVersion ApplicationIndexes::version(uid_t user, const std::string& path,
+                                               std::string_view key, UserProcesses& processes) {
+    const std::optional<UserRecord> other = user == ::geteuid() ? std::nullopt : userRecord(user);
+    if (!other || isBelow(applicationFoldersFor(*other).front(), path)) {
+        return versionOfApplication(path, key);
+    }
+    const WorkResult found =
+        processes.perform(user, {.as = *other,
+                                 .run = [&](const Value& /*input*/) -> WorkResult {
+                                     return encodedVersion(versionOfApplication(path, key));
+                                 },
+                                 .patience = processes.patienceWith(user, kPatienceToLook)});
+    return found ? decodedVersion(*found) : ApplicationVersion();
+}
 
 std::optional<std::string> ApplicationIndexes::ask(uid_t user, const Question& question,
                                                    UserProcesses& processes) {

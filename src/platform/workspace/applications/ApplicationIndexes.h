@@ -2,6 +2,7 @@
 
 #include "platform/foundation/process/worker/UserProcesses.h"
 #include "platform/workspace/applications/ApplicationIndex.h"
+#include "platform/workspace/applications/ApplicationVersion.h"
 
 #include <functional>
 #include <optional>
@@ -21,6 +22,10 @@ public:
     pathForIdentifier(uid_t user, std::string_view identifier, UserProcesses& processes);
     [[nodiscard]] std::optional<std::string> pathForName(uid_t user, std::string_view name,
                                                          UserProcesses& processes);
+    /// See versionOfApplication, for a path that these gave. What is not installed for all is read
+    /// by a process of the user; nothing where that does not answer.
+    [[nodiscard]] static ApplicationVersion version(uid_t user, const std::string& path,
+                                                    std::string_view key, UserProcesses& processes);
 
 private:
     using Question = std::function<EntryTable::Answer(ApplicationIndex&)>;

@@ -76,4 +76,10 @@ std::optional<std::string> LinuxWorkspace::fullPathForApplication(std::string_vi
     return applications->pathForName(state_->requester->user(), appName, *processes);
 }
 
+ApplicationVersion LinuxWorkspace::versionOfApplicationAtPath(const std::string& path,
+                                                              std::string_view key) {
+    return ApplicationIndexes::version(state_->requester->user(), path, key,
+                                       *state_->memory.processes);
+}
+
 } // namespace qv

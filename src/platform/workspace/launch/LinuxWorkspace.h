@@ -33,6 +33,8 @@ public:
     std::optional<std::string>
     absolutePathForAppBundleWithIdentifier(std::string_view bundleIdentifier) override;
     std::optional<std::string> fullPathForApplication(std::string_view appName) override;
+    ApplicationVersion versionOfApplicationAtPath(const std::string& path,
+                                                  std::string_view key) override;
 
 private:
     struct State;

@@ -3,6 +3,7 @@
 #include "platform/foundation/values/Error.h"
 #include "platform/foundation/values/URL.h"
 #include "platform/foundation/values/Value.h"
+#include "platform/workspace/applications/ApplicationVersion.h"
 
 #include <cstdint>
 #include <optional>
@@ -45,6 +46,10 @@ public:
     absolutePathForAppBundleWithIdentifier(std::string_view bundleIdentifier) = 0;
     /// The same by the name that it has for people, or that of its file.
     virtual std::optional<std::string> fullPathForApplication(std::string_view appName) = 0;
+    /// What the application at a path that these gave says under a key of information
+    /// dictionaries, "CFBundleVersion" or "CFBundleShortVersionString".
+    virtual ApplicationVersion versionOfApplicationAtPath(const std::string& path,
+                                                          std::string_view key) = 0;
 };
 
 } // namespace qv
