@@ -4,9 +4,9 @@
 #include "platform/foundation/log/Log.h"
 #include "platform/foundation/process/state/ProcessState.h"
 #include "platform/foundation/process/task/OutputRelay.h"
+#include "platform/system/MainBundle.h"
 #include "platform/xpc/Listener.h"
 #include "platform/xpc/MainQueue.h"
-#include "service/EmbeddedLists.h"
 #include "service/HelperService.h"
 
 #include <fmt/core.h>
@@ -73,7 +73,7 @@ int main() {
         qv::log::write(qv::log::Priority::notice, warning);
     }
     qv::HelperService service(
-        **queue, verification, qv::infoDictionary(), examinerPath((*listener)->path()),
+        **queue, verification, qv::MainBundle::infoDictionary(), examinerPath((*listener)->path()),
         [&](uid_t user, std::chrono::nanoseconds cost) { (*listener)->charge(user, cost); });
     (*listener)->setEventHandler([&](const std::shared_ptr<qv::xpc::Connection>& connection) {
         service.handleConnection(connection);
