@@ -70,10 +70,7 @@ std::string QVRuleChecker::preprocess(std::string_view rule, Value* variables,
     Predicate::requireLength(rule);
     return replaceCalls(
         rule,
-        [&](const RuleCall& call) {
-            budget.requireTime();
-            return resultForCall(call, variables == nullptr);
-        },
+        [&](const RuleCall& call) { return resultForCall(call, variables == nullptr, budget); },
         variables);
 }
 
@@ -119,9 +116,16 @@ std::optional<Value> QVRuleChecker::computeFunction(std::string_view text) {
     return results.size() == 1 ? std::optional(results.value(0)) : std::nullopt;
 }
 
-std::optional<Value> QVRuleChecker::resultForCall(const RuleCall& call, bool returnString) const {
+std::optional<Value> QVRuleChecker::resultForCall(const RuleCall& call, bool returnString,
+                                                  predicate::Budget& budget) const {
+    budget.requireTime();
     if (QVRuleCheckerFunction* function = call.name ? functionForIdentifier(*call.name) : nullptr) {
-        return function->resultFor(call.parameter(), returnString);
+        const std::optional<Value> parameter = call.parameter();
+        std::optional<predicate::Budget::Pause> pause;
+        if (!function->mustBeQuick(parameter)) {
+            pause.emplace(budget);
+        }
+        return function->resultFor(parameter, returnString);
     }
     const Value* fallback = call.arguments ? call.arguments->find("fallbackValue") : nullptr;
     return fallback == nullptr ? std::nullopt : std::optional(*fallback);

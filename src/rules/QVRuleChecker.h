@@ -49,7 +49,8 @@ public:
                                                   Value* substituteResultsWithVariables) const;
 
     /// The value of a rule, a string; false when it has none because parsing or evaluation raised,
-    /// or because its calls and its evaluation take longer than a second.
+    /// or because its calls (but those that need not be quick) and its evaluation take longer than
+    /// a second.
     /// `errorOccured`, when given, receives the exception that did, or none. A missing rule is
     /// false, and leaves it alone. Throws for a rule of another class.
     [[nodiscard]] bool runCheck(const std::optional<Value>& rule,
@@ -60,7 +61,9 @@ public:
     [[nodiscard]] std::optional<Value> computeFunction(std::string_view text);
 
     /// The result of one call: its function's, or its "fallbackValue" where there is no function.
-    [[nodiscard]] std::optional<Value> resultForCall(const RuleCall& call, bool returnString) const;
+    /// Throws an Exception when no time is left for it.
+    [[nodiscard]] std::optional<Value> resultForCall(const RuleCall& call, bool returnString,
+                                                     predicate::Budget& budget) const;
 
     std::optional<Value> valueForKey(std::string_view key) override;
     std::optional<Value> valueForKeyPath(std::string_view keyPath,

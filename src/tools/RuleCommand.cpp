@@ -84,8 +84,7 @@ Evaluation evaluate(const std::string& rule, QVRuleChecker& checker) {
         evaluation.text = replaceCalls(
             rule,
             [&](const RuleCall& call) {
-                budget.requireTime();
-                std::optional<Value> result = checker.resultForCall(call, false);
+                std::optional<Value> result = checker.resultForCall(call, false, budget);
                 evaluation.calls.push_back({call, result});
                 return result;
             },

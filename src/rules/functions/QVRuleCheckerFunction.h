@@ -37,6 +37,11 @@ public:
     [[nodiscard]] virtual std::optional<Value> resultFor(const std::optional<Value>& parameter,
                                                          bool returnString);
 
+    /// Whether the time that a call takes counts as that of the rule, which may take a second.
+    [[nodiscard]] virtual bool mustBeQuick(const std::optional<Value>& /*parameter*/) const {
+        return true;
+    }
+
     /// The name in a call; case counts.
     [[nodiscard]] const std::string& functionID() const noexcept { return functionID_; }
     void setFunctionID(std::string functionID) { functionID_ = std::move(functionID); }

@@ -34,6 +34,21 @@ public:
     /// For what cannot be left by an exception; it ends, and then requires time.
     [[nodiscard]] bool isOver() const;
 
+    /// While there is one, time does not count.
+    class Pause {
+    public:
+        explicit Pause(Budget& budget) noexcept : budget_(budget) {}
+        ~Pause() { budget_.begin_ += std::chrono::steady_clock::now() - begin_; }
+        Pause(const Pause&) = delete;
+        Pause& operator=(const Pause&) = delete;
+        Pause(Pause&&) = delete;
+        Pause& operator=(Pause&&) = delete;
+
+    private:
+        Budget& budget_;
+        std::chrono::steady_clock::time_point begin_ = std::chrono::steady_clock::now();
+    };
+
 private:
     static constexpr std::size_t kStepsBetweenLooks = 4096;
     static constexpr std::size_t kBytesAStep = 16;
