@@ -104,6 +104,20 @@ TEST_F(RuleChecker, CountsTheTimeOfFunctions) {
     EXPECT_LE(calls, 4);
 }
 
+TEST_F(RuleChecker, GivesSlowFunctionsTheirTime) {
+    struct Reader final : QVRuleCheckerFunction {
+        Reader() : QVRuleCheckerFunction("reader", std::nullopt, nullptr) {}
+        std::optional<Value> resultFor(const std::optional<Value>& /*parameter*/,
+                                       bool /*returnString*/) override {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1100));
+            return Value::integer(1);
+        }
+        bool mustBeQuick(const std::optional<Value>& /*parameter*/) const override { return false; }
+    };
+    checker_->addFunction(std::make_unique<Reader>());
+    EXPECT_EQ(run("${reader(x)} == 1 AND ${echo(a)} == 'echo:a'"), "true");
+}
+
 TEST_F(RuleChecker, RefusesALongRuleBeforeItsCalls) {
     bool called = false;
     add("spy", [&] {
