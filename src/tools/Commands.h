@@ -105,10 +105,20 @@ struct RuleOptions {
     std::string rule;                  ///< "-" for standard input; empty when `value` is given
     std::string value;                 ///< a single call or key path
     std::vector<std::string> settings; ///< NAME=VALUE
+    std::string root; ///< of a copy of another machine's files; empty: this machine
     bool explain = false;
     bool json = false;
 };
 Result rule(const RuleOptions& options);
+
+struct FactsOptions {
+    std::vector<std::string> words; ///< questions with one of these in them; empty: all
+    std::string root;               ///< as in RuleOptions
+    bool native = false;            ///< also the kernel's own parameters
+    bool json = false;
+};
+/// Prints what rules can ask of a machine, with the answers; `failed` if there is no such question.
+Result facts(const FactsOptions& options);
 
 struct RegistryOptions {
     std::optional<std::string> device; ///< none: list the devices

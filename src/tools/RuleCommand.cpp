@@ -6,6 +6,7 @@
 #include "tools/Commands.h"
 #include "tools/Input.h"
 #include "tools/Json.h"
+#include "tools/Machine.h"
 #include "tools/Terminal.h"
 
 #include <fmt/core.h>
@@ -235,7 +236,12 @@ Result rule(const RuleOptions& options) {
     if (!values) {
         return tl::unexpected(values.error());
     }
-    const auto checker = QVRuleChecker::ruleCheckerWithDefaultFunctions(true);
+    const auto machine = Machine::below(options.root);
+    if (!machine) {
+        return tl::unexpected(machine.error());
+    }
+    const auto checker =
+        QVRuleChecker::ruleCheckerWithDefaultFunctions(true, (*machine)->services());
     checker->setKvoValues(*values);
     tl::expected<std::string, Error> text = options.value.empty() ? options.rule : options.value;
     if (options.rule == "-") {

@@ -149,10 +149,25 @@ void addRule(CLI::App& command, Command& chosen) {
         ->allow_extra_args(false);
     command.add_option("--value", options->value,
                        "print what a single call \"${...}\" or key path gives instead");
+    command.add_option("--root", options->root,
+                       "ask another machine, of whose files this folder holds a copy");
     command.add_flag("--explain", options->explain,
                      "print the calls, the text without them, and what became of each part of it");
     command.add_flag("--json", options->json, "print as JSON");
     command.callback([&chosen, options] { chosen = [options] { return rule(*options); }; });
+}
+
+void addFacts(CLI::App& command, Command& chosen) {
+    auto options = std::make_shared<FactsOptions>();
+    command.add_option("WORD", options->words, "only questions with one of these words in them");
+    command.add_option("--root", options->root,
+                       "ask another machine, of whose files this folder holds a copy");
+    command.add_flag("--native", options->native, "also the kernel's own parameters");
+    command.add_flag("--json", options->json, "print as JSON");
+    command.footer("Each fact stands as the question that a rule asks. Questions about the host "
+                   "application are answered for this command here, and for the service in a "
+                   "script.");
+    command.callback([&chosen, options] { chosen = [options] { return facts(*options); }; });
 }
 
 void addRegistry(CLI::App& command, Command& chosen) {
@@ -248,6 +263,7 @@ constexpr std::array kCommands = std::to_array<CommandRow>({
     {"requirement", "Compile a code requirement and print its canonical text and tree",
      addRequirement},
     {"rule", "Evaluate a rule of conditional blocks on this machine", addRule},
+    {"facts", "Print what rules can ask of this machine, and the answers", addFacts},
     {"registry", "Show the devices of this machine, follow them, or make a rule for one",
      addRegistry},
     {"application", "Print where an application is: its bundle or desktop entry", addApplication},

@@ -4,8 +4,7 @@
 #include "platform/foundation/values/Description.h"
 #include "platform/iokit/RegistryFixture.h"
 #include "platform/preferences/PreferencesService.h"
-#include "platform/workspace/applications/ApplicationIndex.h"
-#include "platform/workspace/launch/WorkspaceService.h"
+#include "platform/workspace/launch/CopiedWorkspace.h"
 #include "rules/QVRuleChecker.h"
 #include "rules/functions/QVRuleCheckerVersionFunction.h"
 #include "support/CaseFile.h"
@@ -47,32 +46,6 @@ std::string doubleWith(const std::string& fork) {
     return big(0x00051607, 4) + big(0x00020000, 4) + std::string(16, ' ') + big(2, 2) + big(9, 4) +
            big(50, 4) + big(0, 4) + big(2, 4) + big(50, 4) + big(fork.size(), 4) + fork;
 }
-
-class Workspace final : public WorkspaceService {
-public:
-    explicit Workspace(std::string root) : root_(std::move(root)) {}
-    Error launchApplicationAtURL(const std::optional<URL>&, WorkspaceLaunchOptions,
-                                 const Value&) override {
-        return {};
-    }
-    void noteSession() override {}
-    std::optional<std::string>
-    absolutePathForAppBundleWithIdentifier(std::string_view id) override {
-        return index_.pathForIdentifier(id);
-    }
-    std::optional<std::string> fullPathForApplication(std::string_view name) override {
-        return index_.pathForName(name);
-    }
-    ApplicationVersion versionOfApplicationAtPath(const std::string& path,
-                                                  std::string_view key) override {
-        return versionOfApplication(path, key, root_);
-    }
-
-private:
-    std::string root_;
-    ApplicationIndex index_{{{.bundles = {{root_ + "/Applications"}, {root_ + "/Suite.pkg"}},
-                              .entries = {root_ + "/usr/share/applications"}}}};
-};
 
 class Preferences : public PreferencesService {
 public:
@@ -139,14 +112,11 @@ protected:
         } else if (const std::optional<Value> value = checker->computeFunction(question)) {
             answer = description(*value);
         }
-        const std::size_t place = answer.find(folder_.path().native());
-        return place == std::string::npos
-                   ? answer
-                   : answer.replace(place, folder_.path().native().size(), "ROOT");
+        return answer;
     }
 
     TemporaryDirectory folder_;
-    Workspace workspace_{folder_.path()};
+    CopiedWorkspace workspace_{folder_.path()};
     Preferences preferences_;
     RuleServices::Shared services_;
 };

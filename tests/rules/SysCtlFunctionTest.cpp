@@ -92,7 +92,8 @@ TEST(SysCtlFunctionOfAnyReader, ReadsIntegersOfEachWidth) {
           std::tuple{""sv, "none", "none"}, std::tuple{"\1\1\1"sv, "none", "none"},
           std::tuple{"\1\1\1\1\1\1\1\1\1"sv, "none", "none"}}) {
         QVRuleCheckerSysCtlFunction function([bytes = bytes](std::string_view name) {
-            return name == "x" ? std::optional(KernelParameter{"", std::string(bytes)})
+            return name == "x" ? std::optional(KernelParameter{KernelParameter::Form::number, "",
+                                                               std::string(bytes)})
                                : std::nullopt;
         });
         EXPECT_EQ(shown(function.resultFor(Value::string("integer.x"), false)), number);

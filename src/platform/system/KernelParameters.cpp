@@ -37,11 +37,14 @@ std::string bytesOf(const ParameterNumber& number, ParameterWidth width) {
 std::optional<KernelParameter> parameterOf(const ParameterRow& row,
                                            const ParameterFinding& finding) {
     std::string bytes;
+    auto form = KernelParameter::Form::structure;
     if (const auto* number = std::get_if<ParameterNumber>(&finding)) {
         bytes = bytesOf(*number, row.width);
+        form = KernelParameter::Form::number;
     } else if (const auto* text = std::get_if<std::string>(&finding)) {
         bytes = *text;
         if (row.width == ParameterWidth::text) {
+            form = KernelParameter::Form::text;
             bytes.push_back('\0');
         }
     } else {
@@ -50,7 +53,7 @@ std::optional<KernelParameter> parameterOf(const ParameterRow& row,
     if (bytes.size() > KernelParameters::kLongestParameter) {
         return std::nullopt;
     }
-    return KernelParameter{.text = bytes, .number = bytes};
+    return KernelParameter{.form = form, .text = bytes, .number = bytes};
 }
 
 // The path of a name of the kernel's own; empty if it cannot be one.
@@ -116,8 +119,11 @@ std::optional<KernelParameter> KernelParameters::read(std::string_view name) con
     if (!text || text->size() > kLongestParameter) {
         return std::nullopt;
     }
-    KernelParameter parameter{.text = std::move(*text), .number = {}};
-    parameter.number = numberOf(parameter.text);
+    std::string number = numberOf(*text);
+    KernelParameter parameter{.form = number.empty() ? KernelParameter::Form::text
+                                                     : KernelParameter::Form::number,
+                              .text = std::move(*text),
+                              .number = std::move(number)};
     if (parameter.text.ends_with('\n')) {
         parameter.text.pop_back();
     }
@@ -130,6 +136,35 @@ std::vector<std::string_view> KernelParameters::names() {
     for (const ParameterRow& row : parameterTable()) {
         names.push_back(row.name);
     }
+    return names;
+}
+
+std::vector<std::string> KernelParameters::nativeNames() const {
+    struct Place {
+        std::string path;
+        std::string name;
+    };
+    std::vector<std::string> names;
+    std::vector<Place> folders{{"proc/sys", ""}};
+    while (!folders.empty()) {
+        const Place folder = std::move(folders.back());
+        folders.pop_back();
+        for (const std::string& file : files_.namesIn(folder.path)) {
+            if (file == "." || file == "..") {
+                continue;
+            }
+            std::string part = file;
+            std::ranges::replace(part, '.', '/');
+            Place place{folder.path + "/" + file,
+                        folder.name.empty() ? part : folder.name + "." + part};
+            if (!files_.namesIn(place.path).empty()) {
+                folders.push_back(std::move(place));
+            } else if (parameterRow(place.name) == nullptr) {
+                names.push_back(std::move(place.name));
+            }
+        }
+    }
+    std::ranges::sort(names);
     return names;
 }
 

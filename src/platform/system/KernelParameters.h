@@ -2,6 +2,7 @@
 
 #include "platform/system/KernelFiles.h"
 
+#include <cstdint>
 #include <functional>
 #include <optional>
 #include <string>
@@ -13,6 +14,9 @@ namespace qv {
 /// The value of a parameter as bytes: an integer in host order, of 4 or 8 bytes; a text with its
 /// NUL, which the size counts; a structure as it lies in memory.
 struct KernelParameter {
+    enum class Form : std::uint8_t { text, number, structure };
+
+    Form form;          ///< what it is for programs
     std::string text;   ///< what a question for a text reads
     std::string number; ///< what a question for an integer reads; empty if there is none
 };
@@ -46,6 +50,9 @@ public:
 
     /// The names of BSD systems, sorted, whether this machine knows their values or not.
     [[nodiscard]] static std::vector<std::string_view> names();
+    /// The kernel's own names, sorted: all files below /proc/sys but those that would have a name
+    /// of BSD systems.
+    [[nodiscard]] std::vector<std::string> nativeNames() const;
 
 private:
     KernelFiles files_;

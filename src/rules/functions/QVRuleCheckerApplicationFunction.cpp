@@ -11,15 +11,15 @@ namespace qv {
 
 namespace {
 
-// Whether a folder above the item is a package; volumes end the way up.
-bool isBundledInPackage(std::string_view path) {
+// Whether a folder above the item, which is below the root, is a package; volumes end the way up.
+bool isBundledInPackage(const std::string& root, std::string_view path) {
     while (true) {
         path = path.substr(0, path.find_last_not_of('/') + 1);
         path = path.substr(0, path.rfind('/') + 1); // the parent, with the slash at its end
         if (path.empty()) {
             return false;
         }
-        const NamedItem folder(URL::fileURLWithPath(path));
+        const NamedItem folder(URL::fileURLWithPath(root + std::string(path)));
         if (ResourceValues::isPackage(folder).value_or(false)) {
             return true;
         }
@@ -68,7 +68,7 @@ QVRuleCheckerApplicationFunction::resultFor(const std::optional<Value>& paramete
         throw Exception(std::string(exception_name::kInvalidArgument),
                         "-[NSURL initFileURLWithPath:]: nil string parameter");
     }
-    return Value::boolean(isBundledInPackage(*path));
+    return Value::boolean(isBundledInPackage(services_->root, *path));
 }
 
 } // namespace qv

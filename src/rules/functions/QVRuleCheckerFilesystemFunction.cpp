@@ -50,11 +50,11 @@ QVRuleCheckerFilesystemFunction::QVRuleCheckerFilesystemFunction(RuleServices::S
       services_(RuleServices::orOfThisProcess(std::move(services))) {}
 
 std::optional<std::string> QVRuleCheckerFilesystemFunction::pathFrom(const Value& arguments) const {
+    const std::string& root = services_->root;
     if (const auto path = argument(arguments, "absPath")) {
-        const bool isRelative = !path->starts_with('/');
-        const std::string folder =
-            services_->root + (isRelative && !services_->root.empty() ? "/" : "");
-        return path->empty() ? std::nullopt : std::optional(folder + std::string(*path));
+        const bool isBelowRoot = path->starts_with('/') || root.empty();
+        return path->empty() ? std::nullopt
+                             : std::optional(root + (isBelowRoot ? "" : "/") + std::string(*path));
     }
     const auto below = argument(arguments, "bundlePath");
     if (!below) {
@@ -63,8 +63,9 @@ std::optional<std::string> QVRuleCheckerFilesystemFunction::pathFrom(const Value
     const auto identifier = argument(arguments, "bundleID");
     const auto base =
         identifier ? services_->workspace().absolutePathForAppBundleWithIdentifier(*identifier)
-                   : MainBundle::bundlePath();
-    return base ? std::optional(*base + "/" + std::string(*below)) : std::nullopt;
+                   : MainBundle::bundlePath(); // which is on this machine
+    return base ? std::optional((identifier ? root : "") + *base + "/" + std::string(*below))
+                : std::nullopt;
 }
 
 std::optional<Value>

@@ -17,8 +17,9 @@ struct RuleServices {
     std::function<WorkspaceService&()> workspace;
     std::function<PreferencesService&()> preferences;
     /// The folder that holds a copy of another machine's files, as an absolute path without a slash
-    /// at its end; empty for this machine. Stands before every path of the kernel's, of the
-    /// distribution's release file, and of "absPath".
+    /// at its end; empty for this machine. Stands before every path that a function looks at but
+    /// those of the running program; paths in rules, of the workspace and in results are those of
+    /// the other machine.
     std::string root = {};
 
     /// Asks on behalf of this process, about this machine.

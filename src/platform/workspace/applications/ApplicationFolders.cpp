@@ -39,13 +39,20 @@ std::string variable(const char* name) {
 
 } // namespace
 
+ApplicationFolders sharedApplicationFolders(const std::string& root) {
+    ApplicationFolders folders;
+    folders.bundles = {{root + "/Applications"},
+                       {root + "/usr/local/Applications"},
+                       {root + "/opt", kTwoLevels},
+                       {root + "/usr/lib/GNUstep/Applications"}};
+    for (const std::string& folder : entryFolders(kSystemData)) {
+        folders.entries.push_back(root + folder);
+    }
+    return folders;
+}
+
 std::vector<ApplicationFolders> applicationFoldersFor(const UserRecord& user) {
-    std::vector<ApplicationFolders> sets(2);
-    sets[0].bundles = {{"/Applications"},
-                       {"/usr/local/Applications"},
-                       {"/opt", kTwoLevels},
-                       {"/usr/lib/GNUstep/Applications"}};
-    sets[0].entries = entryFolders(kSystemData);
+    std::vector<ApplicationFolders> sets{sharedApplicationFolders(), {}};
     if (user.home.starts_with('/')) {
         sets[1].bundles = {{user.home + "/Applications"}};
         sets[1].entries = {user.home + "/.local/share/applications",

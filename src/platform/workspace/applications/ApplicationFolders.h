@@ -31,6 +31,10 @@ struct InstalledApplication {
     std::string path;       ///< of the bundle or the desktop entry
 };
 
+/// What is installed for everybody on this machine, or on the one of whose files `root` holds a
+/// copy.
+[[nodiscard]] ApplicationFolders sharedApplicationFolders(const std::string& root = {});
+
 /// What a service searches on behalf of a user: first what is installed for everybody
 /// (/Applications, /usr/local/Applications, /opt, /usr/lib/GNUstep/Applications; applications/ in
 /// /usr/local/share, /usr/share and what flatpak and snap export), and only then, as a second set,

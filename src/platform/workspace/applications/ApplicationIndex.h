@@ -35,7 +35,7 @@ namespace qv {
 /// followed. Not for several threads at once. Holds one descriptor (inotify).
 class ApplicationIndex {
 public:
-    /// `programPath`: where the programs of desktop entries are looked for.
+    /// `programPath`: where the programs of desktop entries are looked for; empty: they are not.
     explicit ApplicationIndex(const std::vector<ApplicationFolders>& sets,
                               std::string_view programPath = kProgramPath);
 

@@ -121,9 +121,13 @@ bool EntryTable::isShadowed(std::size_t index) const {
     return false;
 }
 
+bool EntryTable::isThere(std::string_view program) const {
+    return programPath_.empty() || findProgram(program, programPath_).has_value();
+}
+
 bool EntryTable::isInstalled(const DesktopEntry& entry) const {
     if (!entry.isApplication() || entry.hidden ||
-        (!entry.tryExec.empty() && !findProgram(entry.tryExec, programPath_))) {
+        (!entry.tryExec.empty() && !isThere(entry.tryExec))) {
         return false;
     }
     if (entry.exec.empty()) {
@@ -131,7 +135,7 @@ bool EntryTable::isInstalled(const DesktopEntry& entry) const {
     }
     const auto command = commandOf(entry);
     return command && (command->front() == entry.tryExec || // found already
-                       findProgram(command->front(), programPath_));
+                       isThere(command->front()));
 }
 
 EntryTable::Answer EntryTable::withIdentifier(std::string_view identifier) const {

@@ -25,7 +25,8 @@ namespace qv {
 /// of the first 64 MiB of all contents.
 class EntryTable {
 public:
-    /// `programPath`: where their programs are looked for; lives longer than this.
+    /// `programPath`: where their programs are looked for; lives longer than this. Empty: all are
+    /// there.
     explicit EntryTable(std::string_view programPath) : programPath_(programPath) {}
 
     void list(const std::vector<std::string>& folders, ChangeWatch& watch);
@@ -65,6 +66,7 @@ private:
     [[nodiscard]] static std::string spelledIdentifierOf(const Entry& entry);
     [[nodiscard]] std::string pathOf(const Entry& entry) const;
     [[nodiscard]] bool isShadowed(std::size_t index) const;
+    [[nodiscard]] bool isThere(std::string_view program) const;
     [[nodiscard]] bool isInstalled(const DesktopEntry& entry) const;
     void addTexts(std::uint32_t index, const DesktopEntry& content);
     [[nodiscard]] std::optional<std::string> pathForText(std::string_view text, Kind first,
