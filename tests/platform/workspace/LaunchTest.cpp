@@ -385,12 +385,23 @@ TEST(ApplicationIndexes, LookIntoAUsersHomeAsThatUser) {
     EXPECT_EQ(byIdentifier(), entry);
     EXPECT_EQ(indexes.pathForName(number, "Own", processes), entry);
     EXPECT_EQ(indexes.pathForIdentifier(0, "org.example.Own", processes), std::nullopt);
-    fs::permissions(entry, fs::perms(0600)); // root's, as the folders are
+    const fs::path metainfo =
+        folder.write("home/.local/share/metainfo/own.metainfo.xml",
+                     "<component><id>org.example.Own</id><releases><release version='1.2'/>"
+                     "</releases></component>");
+    const auto version = [&](const std::string& path) {
+        return ApplicationIndexes::version(number, path, "CFBundleVersion", processes).value;
+    };
+    EXPECT_EQ(version(entry), Value::string("1.2"));
+    fs::permissions(metainfo, fs::perms(0600)); // root's, as the folders are
+    EXPECT_EQ(version(entry), std::nullopt) << "read by another than the user";
+    fs::permissions(entry, fs::perms(0600));
     EXPECT_EQ(byIdentifier(), std::nullopt) << "read by another than the user";
     fs::permissions(entry, fs::perms(0644));
     test::SilentFileSystem silent(folder / "home/Applications");
     if (silent.isThere()) {
         processes.noteLate(number);
+        EXPECT_EQ(version(folder / "home/Applications/Own.app"), std::nullopt);
         EXPECT_EQ(byIdentifier(), std::nullopt);
         silent.end();
         ::waitid(P_ALL, 0, nullptr, WEXITED | WNOWAIT);
