@@ -34,7 +34,9 @@ QVRuleChecker::ruleCheckerWithDefaultFunctions(bool withDefaults, RuleServices::
 
 QVRuleChecker::Functions QVRuleChecker::defaultFunctions(RuleServices::Shared services) {
     services = RuleServices::orOfThisProcess(std::move(services));
+    constexpr std::size_t kCount = 6;
     Functions functions;
+    functions.reserve(kCount);
     functions.push_back(std::make_unique<QVRuleCheckerVersionFunction>(services));
     functions.push_back(std::make_unique<QVRuleCheckerSysCtlFunction>(services));
     functions.push_back(std::make_unique<QVRuleCheckerObjCFunction>());
@@ -49,7 +51,8 @@ void QVRuleChecker::addFunction(std::unique_ptr<QVRuleCheckerFunction> function)
 }
 
 void QVRuleChecker::addFunctions(Functions list) {
-    std::ranges::move(list, std::back_inserter(functions_));
+    functions_.insert(functions_.end(), std::make_move_iterator(list.begin()),
+                      std::make_move_iterator(list.end()));
 }
 
 QVRuleCheckerFunction*
