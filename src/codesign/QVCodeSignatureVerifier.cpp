@@ -5,6 +5,7 @@
 #include "platform/security/guest/GuestAttributes.h"
 #include "platform/security/guest/SecCode.h"
 #include "platform/security/requirement/CodeSigningStatus.h"
+#include "platform/system/ClassRegistry.h"
 
 #include <fmt/core.h>
 
@@ -166,5 +167,28 @@ Error QVCodeSignatureVerifier::checkSignature() const {
                                      {{error_key::kUnderlyingError, Value::error(platformError)}})
                          : statusError(status, kVerifyOrigin);
 }
+
+QV_REGISTER_CLASS(QVCodeSignatureVerifier, NSObject,
+                  QV_CLASS_METHOD(codeSignatureRequirementWithTeamID,
+                                  "codeSignatureRequirementWithTeamID:"),
+                  QV_METHOD_AS("initWithAttributes:teamID:requiredCodeSignatureAttributes:",
+                               std::constructible_from<Self, const Value&, std::string_view,
+                                                       std::uint32_t, CodeSigningServices&>),
+                  QV_METHOD_AS("initWithPID:teamID:requiredCodeSignatureAttributes:",
+                               std::constructible_from<Self, pid_t, std::string_view, std::uint32_t,
+                                                       CodeSigningServices&>),
+                  QV_METHOD_AS("initWithAuditToken:teamID:requiredCodeSignatureAttributes:",
+                               std::constructible_from<Self, const AuditToken&, std::string_view,
+                                                       std::uint32_t, CodeSigningServices&>),
+                  QV_METHOD(verifyRequirements, "verifyRequirements"),
+                  QV_METHOD(codeSignatureRequirement, "codeSignatureRequirement"),
+                  QV_METHOD(setCodeSignatureRequirement, "setCodeSignatureRequirement:"),
+                  QV_METHOD(requiredCodeSignatureAttributes, "requiredCodeSignatureAttributes"),
+                  QV_METHOD(setRequiredCodeSignatureAttributes,
+                            "setRequiredCodeSignatureAttributes:"),
+                  QV_METHOD(requiredCodeSignatureAttributesAlternative,
+                            "requiredCodeSignatureAttributesAlternative"),
+                  QV_METHOD(setRequiredCodeSignatureAttributesAlternative,
+                            "setRequiredCodeSignatureAttributesAlternative:"));
 
 } // namespace qv

@@ -3,6 +3,7 @@
 #include "foundation_ext/IntervalWords.h"
 #include "platform/foundation/text/TimestampParser.h"
 #include "platform/foundation/text/UTF16.h"
+#include "platform/system/ClassRegistry.h"
 
 #include <fmt/core.h>
 
@@ -138,5 +139,19 @@ std::optional<Date> QVDateTools::dateFromRFC3339DateString(std::optional<std::st
     }
     return parser.dateFromString(text);
 }
+
+QV_REGISTER_CATEGORY(
+    NSDate, NSObject, QVDateTools,
+    QV_CLASS_METHOD(splitTimeInterval, "splitTimeInterval:inYears:days:hours:minutes:seconds:"),
+    QV_CLASS_METHOD_AS(
+        "stringFromTimeInterval:withYears:days:hours:minutes:seconds:",
+        requires { Self::stringFromTimeInterval(0, true, true, true, true, true); }),
+    QV_CLASS_METHOD_AS(
+        "stringFromTimeInterval:withYears:days:hours:minutes:seconds:omitUnused:",
+        requires { Self::stringFromTimeInterval(0, true, true, true, true, true, true); }),
+    QV_RECEIVER_METHOD(localizedStringFormattedWithDateStyle,
+                       "localizedStringFormattedWithDateStyle:timeStyle:"),
+    QV_CLASS_METHOD(dateFromISO8601DateString, "dateFromISO8601DateString:"),
+    QV_CLASS_METHOD(dateFromRFC3339DateString, "dateFromRFC3339DateString:"));
 
 } // namespace qv

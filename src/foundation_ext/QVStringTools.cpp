@@ -4,6 +4,7 @@
 #include "platform/foundation/text/CharacterSet.h"
 #include "platform/foundation/text/UTF16.h"
 #include "platform/foundation/values/UTF8.h"
+#include "platform/system/ClassRegistry.h"
 
 #include <algorithm>
 #include <array>
@@ -170,5 +171,33 @@ std::optional<std::string> QVStringTools::md5DigestData(std::string_view receive
 std::optional<std::string> QVStringTools::sha1DigestData(std::string_view receiver) {
     return computeDigestDataOfType(receiver, kSecDigestSHA1, StringEncoding::utf8, nullptr);
 }
+
+QV_REGISTER_CATEGORY(
+    NSString, NSObject, QVStringTools, QV_CLASS_METHOD(uuid, "uuid"),
+    QV_CLASS_METHOD(stringWithUniCodeChar, "stringWithUniCodeChar:"),
+    QV_CLASS_METHOD(stringWithHexValuesForData, "stringWithHexValuesForData:"),
+    QV_METHOD_AS(
+        "compareVersionTo:", requires { Self::compareVersionTo("", ""); }),
+    QV_METHOD_AS(
+        "compareVersionTo:withSeperator:", requires { Self::compareVersionTo("", "", ""); }),
+    QV_RECEIVER_METHOD(compareLikeFinder, "compareLikeFinder:"),
+    QV_RECEIVER_METHOD(reverseDomainParent, "reverseDomainParent"),
+    QV_RECEIVER_METHOD(domainParent, "domainParent"),
+    QV_RECEIVER_METHOD(rangeOfString, "rangeOfString:options:range:occurence:"),
+    QV_RECEIVER_METHOD(subStringToOccurenceOf, "subStringToOccurenceOf:options:range:occurence:"),
+    QV_RECEIVER_METHOD(containsString, "containsString:"),
+    QV_RECEIVER_METHOD(stringWithAllCharactersStrippedNotInCharacterSet,
+                       "stringWithAllCharactersStrippedNotInCharacterSet:"),
+    QV_RECEIVER_METHOD(stripNonChar, "stripNonChar"),
+    QV_RECEIVER_METHOD(quoteQuotes, "quoteQuotes"),
+    QV_RECEIVER_METHOD(stringByReplacingString, "stringByReplacingString:withString:options:"),
+    QV_RECEIVER_METHOD(stringWithRemovedWhitespace, "stringWithRemovedWhitespace"),
+    QV_RECEIVER_METHOD(stringWithAddedPercentEscapes, "stringWithAddedPercentEscapes"),
+    QV_RECEIVER_METHOD(uniCharRepresentation, "uniCharRepresentation"),
+    QV_RECEIVER_METHOD(computeDigestStringOfType, "computeDigestStringOfType:usingEncoding:error:"),
+    QV_RECEIVER_METHOD(computeDigestDataOfType, "computeDigestDataOfType:usingEncoding:error:"),
+    QV_RECEIVER_METHOD(md5Digest, "md5Digest"), QV_RECEIVER_METHOD(sha1Digest, "sha1Digest"),
+    QV_RECEIVER_METHOD(md5DigestData, "md5DigestData"),
+    QV_RECEIVER_METHOD(sha1DigestData, "sha1DigestData"));
 
 } // namespace qv

@@ -5,6 +5,7 @@
 #include "platform/security/transforms/AES128.h"
 #include "platform/security/transforms/DigestTransform.h"
 #include "platform/security/transforms/VerifyTransform.h"
+#include "platform/system/ClassRegistry.h"
 
 namespace qv {
 
@@ -128,5 +129,19 @@ QVTransforms::decryptAES128WithPassword(std::string_view receiver,
                                         std::optional<std::string_view> password) {
     return decryptAES128With16ByteKey(receiver, keyOfPassword(password));
 }
+
+QV_REGISTER_CATEGORY(
+    NSData, NSObject, QVTransforms, QV_RECEIVER_METHOD(performTransform, "performTransform:error:"),
+    QV_RECEIVER_METHOD(computeDigestOfType, "computeDigestOfType:error:"),
+    QV_RECEIVER_METHOD(computeDigestStringOfType, "computeDigestStringOfType:error:"),
+    QV_RECEIVER_METHOD(md5Digest, "md5Digest"), QV_RECEIVER_METHOD(sha1Digest, "sha1Digest"),
+    QV_RECEIVER_METHOD(md5DigestData, "md5DigestData"),
+    QV_RECEIVER_METHOD(sha1DigestData, "sha1DigestData"),
+    QV_RECEIVER_METHOD(verifySignature,
+                       "verifySignature:publicKeyCertData:retError:verificationResult:"),
+    QV_RECEIVER_METHOD(encryptAES128With16ByteKey, "encryptAES128With16ByteKey:"),
+    QV_RECEIVER_METHOD(decryptAES128With16ByteKey, "decryptAES128With16ByteKey:"),
+    QV_RECEIVER_METHOD(encryptAES128WithPassword, "encryptAES128WithPassword:"),
+    QV_RECEIVER_METHOD(decryptAES128WithPassword, "decryptAES128WithPassword:"));
 
 } // namespace qv

@@ -2,6 +2,7 @@
 
 #include "platform/foundation/values/Conversions.h"
 #include "platform/iokit/IOKit.h"
+#include "platform/system/ClassRegistry.h"
 
 #include <utility>
 
@@ -80,5 +81,17 @@ std::optional<QVIOObject> QVIOObject::initWithCoder(const Value& coder) {
     IOObjectRelease(iterator);
     return object;
 }
+
+QV_REGISTER_CLASS(
+    QVIOObject, NSObject, QV_CLASS_METHOD(withIOObject, "withIOObject:"),
+    QV_CLASS_METHOD(supportsSecureCoding, "supportsSecureCoding"),
+    QV_METHOD_AS("initWithIOObject:", std::constructible_from<Self, io_object_t>),
+    QV_METHOD(ioObject, "ioObject"), QV_METHOD(IOObject, "IOObject"),
+    QV_METHOD(setIoObject, "setIoObject:"), QV_METHOD(uniqueID, "uniqueID"),
+    QV_METHOD(setUniqueID, "setUniqueID:"),
+    QV_METHOD_AS("copyWithZone:", std::copy_constructible<Self>),
+    QV_METHOD_AS(
+        "encodeWithCoder:", requires(const Self& object) { object.encodeWithCoder(); }),
+    QV_METHOD_AS("initWithCoder:", requires(const Value& coder) { Self::initWithCoder(coder); }));
 
 } // namespace qv

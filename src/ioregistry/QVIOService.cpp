@@ -3,6 +3,7 @@
 #include "ioregistry/ServiceSupport.h"
 #include "platform/foundation/log/Log.h"
 #include "platform/iokit/IOKit.h"
+#include "platform/system/ClassRegistry.h"
 
 #include <fmt/core.h>
 
@@ -245,5 +246,23 @@ void QVIOService::_serviceNotificationFor(natural_t messageType, std::uintptr_t 
         }
     }
 }
+
+QV_REGISTER_CLASS(
+    QVIOService, NSObject, QV_CLASS_METHOD(serviceWithIOService, "serviceWithIOService:"),
+    QV_CLASS_METHOD(serviceWithQVIOObject, "serviceWithQVIOObject:"),
+    QV_CLASS_METHOD(servicesForMatchingClass, "servicesForMatchingClass:"),
+    QV_CLASS_METHOD(servicesForMatchingDict, "servicesForMatchingDict:"),
+    QV_METHOD_AS(
+        "initWithService:", requires(io_service_t handle) { Self::initWithService(handle); }),
+    QV_METHOD(service, "service"), QV_METHOD(invalidate, "invalidate"),
+    QV_METHOD(valueForProperty, "valueForProperty:"), QV_METHOD(properties, "properties"),
+    QV_METHOD(setValue, "setValue:forProperty:"), QV_METHOD(setProperties, "setProperties:"),
+    QV_METHOD(serviceClass, "serviceClass"), QV_METHOD(conformsToIOClass, "conformsToIOClass:"),
+    QV_METHOD(path, "path"), QV_METHOD(uniqueID, "uniqueID"),
+    QV_METHOD(parentService, "parentService"), QV_METHOD(childServices, "childServices"),
+    QV_METHOD(childServiceMatching, "childServiceMatching:includingThisObject:"),
+    QV_METHOD(isChildOf, "isChildOf:"),
+    QV_METHOD(addNotificationListener, "addNotificationListener:"),
+    QV_METHOD(removeNotificationListener, "removeNotificationListener:"));
 
 } // namespace qv

@@ -2,6 +2,7 @@
 
 #include "ioregistry/ServiceSupport.h"
 #include "platform/iokit/IOKit.h"
+#include "platform/system/ClassRegistry.h"
 
 #include <utility>
 #include <vector>
@@ -237,5 +238,24 @@ void QVServiceQuery::_destructService(io_service_t service) {
         wrapper->invalidate();
     }
 }
+
+QV_REGISTER_CLASS(
+    QVServiceQuery, NSObject,
+    QV_CLASS_METHOD(matchingDictionaryForIOServiceClass, "matchingDictionaryForIOServiceClass:"),
+    QV_CLASS_METHOD(matchingDictionaryForRegistryEntryID, "matchingDictionaryForRegistryEntryID:"),
+    QV_CLASS_METHOD(servicesMatchingDictionary, "servicesMatchingDictionary:returnError:"),
+    QV_METHOD_AS(
+        "initWithMatchingDictionary:delegate:",
+        requires(Value matching, Self::Delegate delegate) {
+            Self::initWithMatchingDictionary(matching, delegate);
+        }),
+    QV_METHOD(startQuery, "startQuery"), QV_METHOD(stopQuery, "stopQuery"),
+    QV_METHOD(isRunning, "isRunning"), QV_METHOD(serviceCount, "serviceCount"),
+    QV_METHOD(delegate, "delegate"), QV_METHOD(setDelegate, "setDelegate:"),
+    QV_METHOD(matchingDictionary, "matchingDictionary"),
+    QV_METHOD(setMatchingDictionary, "setMatchingDictionary:"),
+    QV_METHOD(matchNotificationType, "matchNotificationType"),
+    QV_METHOD(setMatchNotificationType, "setMatchNotificationType:"),
+    QV_METHOD(verboseErrors, "verboseErrors"), QV_METHOD(setVerboseErrors, "setVerboseErrors:"));
 
 } // namespace qv

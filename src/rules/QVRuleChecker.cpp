@@ -2,6 +2,7 @@
 
 #include "platform/foundation/log/Log.h"
 #include "platform/predicate/Predicate.h"
+#include "platform/system/ClassRegistry.h"
 #include "rules/RulePreprocessor.h"
 #include "rules/functions/QVRuleCheckerApplicationFunction.h"
 #include "rules/functions/QVRuleCheckerFilesystemFunction.h"
@@ -192,5 +193,16 @@ std::optional<Value> QVRuleChecker::valueForKeyPath(std::string_view keyPath,
     }
     return KeyValueCoding::valueForKeyPath(keyPath, budget);
 }
+
+QV_REGISTER_CLASS(
+    QVRuleChecker, NSObject, QV_CLASS_METHOD(sharedChecker, "sharedChecker"),
+    QV_CLASS_METHOD(ruleCheckerWithDefaultFunctions, "ruleCheckerWithDefaultFunctions:"),
+    QV_CLASS_METHOD(defaultFunctions, "defaultFunctions"), QV_METHOD(addFunction, "addFunction:"),
+    QV_METHOD(addFunctions, "addFunctions:"),
+    QV_METHOD(functionForIdentifier, "functionForIdentifier:"), QV_METHOD(functions, "functions"),
+    QV_METHOD(kvoValues, "kvoValues"), QV_METHOD(setKvoValues, "setKvoValues:"),
+    QV_METHOD(preprocessCheckRule, "preprocessCheckRule:substituteResultsWithVariables:"),
+    QV_METHOD(runCheck, "runCheck:errorOccured:"), QV_METHOD(computeFunction, "computeFunction:"),
+    QV_METHOD(valueForKey, "valueForKey:"), QV_METHOD(valueForKeyPath, "valueForKeyPath:"));
 
 } // namespace qv

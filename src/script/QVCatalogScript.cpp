@@ -1,6 +1,7 @@
 #include "script/QVCatalogScript.h"
 
 #include "platform/foundation/values/Exception.h"
+#include "platform/system/ClassRegistry.h"
 #include "script/ScriptEngine.h"
 
 #include <utility>
@@ -171,5 +172,46 @@ Error ScriptEngine::perform(OperationCode code, std::initializer_list<StepArgume
     const auto record = [&] { return std::optional(stepRecord(operation, arguments)); };
     return _recordOrExecuteWithRecordingBlock(record, executionBlock, nullptr, operation.options);
 }
+
+QV_REGISTER_CLASS(
+    QVCatalogScript, NSObject, QV_CLASS_METHOD(oneLineScript, "oneLineScript"),
+    QV_CLASS_METHOD(trashPathForURL, "trashPathForURL:volumeHasTrash:"),
+    QV_METHOD(isPriviledged, "isPriviledged"), QV_METHOD(setIsPriviledged, "setIsPriviledged:"),
+    QV_METHOD(errorHandlingBehaviour, "errorHandlingBehaviour"),
+    QV_METHOD(setErrorHandlingBehaviour, "setErrorHandlingBehaviour:"),
+    QV_METHOD(executeRecordingLastStatementError, "executeRecordingLastStatementError"),
+    QV_METHOD(executeWithAdminRights, "executeWithAdminRights"),
+    QV_METHOD(setExecuteWithAdminRights, "setExecuteWithAdminRights:"),
+    QV_METHOD(keyValueStorage, "keyValueStorage"),
+    QV_METHOD(setKeyValueStorage, "setKeyValueStorage:"),
+    QV_METHOD(priviledgedExecutionBlock, "priviledgedExecutionBlock"),
+    QV_METHOD(setPriviledgedExecutionBlock, "setPriviledgedExecutionBlock:"),
+    QV_METHOD(updateProgressBlock, "updateProgressBlock"),
+    QV_METHOD(setUpdateProgressBlock, "setUpdateProgressBlock:"),
+    QV_METHOD(beginRecording, "beginRecording"), QV_METHOD(endRecording, "endRecording"),
+    QV_METHOD(executeRecording, "executeRecording:error:errorScriptStep:"),
+    QV_METHOD(removeItemAtURL, "removeItemAtURL:"), QV_METHOD(trashItemAtURL, "trashItemAtURL:"),
+    QV_METHOD(moveItemFromURL, "moveItemFromURL:toURL:adaptOwnershipToParent:atomic:"),
+    QV_METHOD(copyItemFromURL, "copyItemFromURL:toURL:adaptOwnershipToParent:atomic:"),
+    QV_METHOD(replaceItemAtURL, "replaceItemAtURL:withItemAtURL:adaptOwnershipToParent:"),
+    QV_METHOD(touchItemAtURL, "touchItemAtURL:"),
+    QV_METHOD(saveOwnerAndGroupOfURL, "saveOwnerAndGroupOfURL:toID:"),
+    QV_METHOD(applyOwnerAndGroupOfURL, "applyOwnerAndGroupOfURL:recursive:fromID:"),
+    QV_METHOD_AS(
+        "readOwnershipOfItem:userID:groupID:",
+        requires { Self::readOwnershipOfItem(std::nullopt, nullptr, nullptr); }),
+    QV_METHOD(changeOwnershipOfItem, "changeOwnershipOfItem:userID:groupID:recursive:"),
+    QV_METHOD_AS(
+        "readModeOfItem:mode:", requires { Self::readModeOfItem(std::nullopt, nullptr); }),
+    QV_METHOD(changeModeOfItem, "changeModeOfItem:toMode:recursive:"),
+    QV_METHOD(waitForQuitOfApplicationWithPID, "waitForQuitOfApplicationWithPID:"),
+    QV_METHOD(launchApplicationAtURL, "launchApplicationAtURL:"),
+    QV_METHOD(makeProcessAXTrusted, "makeProcessAXTrusted:"),
+    QV_METHOD(setPreferencesForApplicationID,
+              "setPreferencesForApplicationID:key:value:userName:hostName:"),
+    QV_METHOD(executeTool, "executeTool:arguments:successReturnCodes:"),
+    QV_METHOD(updateProgressField, "updateProgressField:withValue:"),
+    QV_METHOD(beginIfBlock, "beginIfBlock:"), QV_METHOD(beginElseBlock, "beginElseBlock"),
+    QV_METHOD(endIfBlock, "endIfBlock"));
 
 } // namespace qv

@@ -2,6 +2,7 @@
 
 #include "platform/foundation/files/item/ResourceValues.h"
 #include "platform/foundation/values/Exception.h"
+#include "platform/system/ClassRegistry.h"
 #include "platform/system/MainBundle.h"
 #include "rules/functions/Parameter.h"
 
@@ -70,5 +71,8 @@ QVRuleCheckerApplicationFunction::resultFor(const std::optional<Value>& paramete
     }
     return Value::boolean(isBundledInPackage(services_->root, *path));
 }
+
+QV_REGISTER_CLASS(QVRuleCheckerApplicationFunction, QVRuleCheckerFunction,
+                  QV_METHOD(resultFor, "resultFor:returnString:"));
 
 } // namespace qv

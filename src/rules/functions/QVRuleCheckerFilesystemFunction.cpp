@@ -5,6 +5,7 @@
 #include "platform/foundation/files/item/ResourceValues.h"
 #include "platform/foundation/files/manager/FileManager.h"
 #include "platform/preferences/PreferencesService.h"
+#include "platform/system/ClassRegistry.h"
 #include "platform/system/MainBundle.h"
 #include "platform/workspace/launch/WorkspaceService.h"
 #include "rules/functions/Parameter.h"
@@ -94,5 +95,8 @@ bool QVRuleCheckerFilesystemFunction::mustBeQuick(const std::optional<Value>& pa
     const auto action = parameter ? argument(*parameter, "do") : std::nullopt;
     return action != kSHA1 && action != kMD5;
 }
+
+QV_REGISTER_CLASS(QVRuleCheckerFilesystemFunction, QVRuleCheckerFunction,
+                  QV_METHOD(resultFor, "resultFor:returnString:"));
 
 } // namespace qv

@@ -1,5 +1,7 @@
 #include "rules/functions/QVRuleCheckerFunction.h"
 
+#include "platform/system/ClassRegistry.h"
+
 #include <utility>
 
 namespace qv {
@@ -26,5 +28,18 @@ std::optional<Value> QVRuleCheckerFunction::resultFor(const std::optional<Value>
                                                       bool returnString) {
     return functionBlock_ ? functionBlock_(*this, parameter, returnString) : std::nullopt;
 }
+
+QV_REGISTER_CLASS(
+    QVRuleCheckerFunction, NSObject, QV_CLASS_METHOD(function, "function"),
+    QV_CLASS_METHOD(functionWithFunctionID,
+                    "functionWithFunctionID:functionKeyPathPrefix:functionBlock:"),
+    QV_METHOD_AS("initWithFunctionID:functionKeyPathPrefix:functionBlock:",
+                 std::constructible_from<Self, std::string, std::optional<std::string>,
+                                         Self::FunctionBlock>),
+    QV_METHOD(resultFor, "resultFor:returnString:"), QV_METHOD(functionID, "functionID"),
+    QV_METHOD(setFunctionID, "setFunctionID:"),
+    QV_METHOD(functionKeyPathPrefix, "functionKeyPathPrefix"),
+    QV_METHOD(setFunctionKeyPathPrefix, "setFunctionKeyPathPrefix:"),
+    QV_METHOD(functionBlock, "functionBlock"), QV_METHOD(setFunctionBlock, "setFunctionBlock:"));
 
 } // namespace qv

@@ -2,6 +2,7 @@
 
 #include "ioregistry/QVServiceQuery.h"
 #include "platform/foundation/values/Conversions.h"
+#include "platform/system/ClassRegistry.h"
 
 #include <algorithm>
 #include <array>
@@ -120,5 +121,11 @@ QVRuleCheckerIOKitFunction::firstServiceMatching(const Value& matching, const Va
     });
     return found == services->end() ? nullptr : *found;
 }
+
+QV_REGISTER_CLASS(QVRuleCheckerIOKitFunction, QVRuleCheckerFunction,
+                  QV_METHOD(resultFor, "resultFor:returnString:"),
+                  QV_METHOD_AS(
+                      "firstServiceMatching:andMeeting:",
+                      requires(const Value& value) { Self::firstServiceMatching(value, value); }));
 
 } // namespace qv

@@ -2,6 +2,7 @@
 
 #include "platform/foundation/values/Description.h"
 #include "platform/foundation/values/UTF8.h"
+#include "platform/system/ClassRegistry.h"
 #include "rules/functions/ComputerModel.h"
 
 #include <cstdint>
@@ -94,5 +95,11 @@ std::optional<Value> QVRuleCheckerSysCtlFunction::sysCtlIntegerValueForName(std:
                                                                             bool useUnsignedInt) {
     return integerValue(readerBelow({})(name), useUnsignedInt);
 }
+
+QV_REGISTER_CLASS(QVRuleCheckerSysCtlFunction, QVRuleCheckerFunction,
+                  QV_METHOD(resultFor, "resultFor:returnString:"),
+                  QV_CLASS_METHOD(sysCtlStringValueForName, "sysCtlStringValueForName:"),
+                  QV_CLASS_METHOD(sysCtlIntegerValueForName,
+                                  "sysCtlIntegerValueForName:useUnsignedInt:"));
 
 } // namespace qv

@@ -4,6 +4,7 @@
 #include "platform/foundation/log/Log.h"
 #include "platform/foundation/values/ASCII.h"
 #include "platform/foundation/values/Description.h"
+#include "platform/system/ClassRegistry.h"
 #include "platform/system/MainBundle.h"
 #include "platform/system/ReleaseFile.h"
 #include "platform/workspace/applications/ResourceFork.h"
@@ -168,5 +169,8 @@ QVRuleCheckerVersionFunction::plistResourceDictionaryForFile(const std::string& 
     }
     return list ? *std::move(list) : std::nullopt;
 }
+
+QV_REGISTER_CLASS(QVRuleCheckerVersionFunction, QVRuleCheckerFunction,
+                  QV_METHOD(resultFor, "resultFor:returnString:"));
 
 } // namespace qv
