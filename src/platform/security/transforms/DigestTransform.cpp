@@ -43,14 +43,20 @@ private:
     MessageDigestHandle context_;
 };
 
+// A device acts when it is opened, if only for a moment.
 tl::expected<Descriptor, Error> openRegularFile(const std::string& path) {
-    Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
+    const Descriptor item(::open(path.c_str(), O_PATH | O_CLOEXEC));
     struct stat facts{};
-    if (!file || ::fstat(file.get(), &facts) != 0) {
+    if (!item || ::fstat(item.get(), &facts) != 0) {
         return tl::unexpected(Error::posix(errno));
     }
     if (!S_ISREG(facts.st_mode)) {
         return tl::unexpected(Error::posix(S_ISDIR(facts.st_mode) ? EISDIR : EINVAL));
+    }
+    Descriptor file(::open(fmt::format("/proc/self/fd/{}", item.get()).c_str(),
+                           O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
+    if (!file) {
+        return tl::unexpected(Error::posix(errno));
     }
     static_cast<void>(::posix_fadvise(file.get(), 0, 0, POSIX_FADV_SEQUENTIAL)); // a mere hint
     return file;
