@@ -3,7 +3,8 @@
 
 #include "platform/foundation/values/Description.h"
 #include "platform/iokit/RegistryFixture.h"
-#include "platform/preferences/PreferencesService.h"
+#include "platform/preferences/PreferenceFiles.h"
+#include "platform/workspace/applications/Metainfo.h"
 #include "platform/workspace/launch/CopiedWorkspace.h"
 #include "rules/QVRuleChecker.h"
 #include "rules/functions/QVRuleCheckerVersionFunction.h"
@@ -47,19 +48,6 @@ std::string doubleWith(const std::string& fork) {
            big(50, 4) + big(0, 4) + big(2, 4) + big(50, 4) + big(fork.size(), 4) + fork;
 }
 
-class Preferences : public PreferencesService {
-public:
-    MOCK_METHOD(void, setValue,
-                (const std::optional<std::string>&, const std::optional<Value>&,
-                 const PreferencesDomain&),
-                (override));
-    MOCK_METHOD(Error, synchronize, (const PreferencesDomain&), (override));
-    MOCK_METHOD(std::optional<Value>, copyValue, (std::string_view, const PreferencesDomain&),
-                (override));
-    MOCK_METHOD(std::optional<Value>, copyAppValue, (std::string_view, const std::string&),
-                (override));
-};
-
 class Machine : public testing::Test {
 protected:
     Machine() {
@@ -83,9 +71,6 @@ protected:
         EXPECT_EQ(::mkfifo((folder_ / "fifo").c_str(), 0600), 0);
         const utimbuf epoch{};
         EXPECT_EQ(::utime((folder_ / "empty").c_str(), &epoch), 0);
-        EXPECT_CALL(preferences_, copyAppValue).WillRepeatedly(testing::Return(std::nullopt));
-        EXPECT_CALL(preferences_, copyAppValue("Color", "com.example.app"))
-            .WillRepeatedly(testing::Return(Value::string("blue")));
         auto services = std::make_shared<RuleServices>();
         services->workspace = [this]() -> auto& { return workspace_; };
         services->preferences = [this]() -> auto& { return preferences_; };
@@ -117,7 +102,9 @@ protected:
 
     TemporaryDirectory folder_;
     CopiedWorkspace workspace_{folder_.path()};
-    Preferences preferences_;
+    PreferenceFiles preferences_{{.anyUserFolder = folder_ / "usr/local/etc",
+                                  .userNamed = [](const auto&) { return std::nullopt; },
+                                  .userNumbered = [](uid_t) { return std::nullopt; }}};
     RuleServices::Shared services_;
 };
 
@@ -159,6 +146,25 @@ TEST_F(Machine, LogsAListThatIsNone) {
         "+[QVRuleCheckerVersionFunction plistResourceDictionaryForFile] error: ";
     EXPECT_THAT(log, testing::StartsWith(begin));
     EXPECT_THAT(log.substr(log.size() / 2), testing::StartsWith(begin)) << "the same text twice";
+}
+
+TEST(Metainfo, IsReadWithinBounds) {
+    const auto version = [](const std::string& attribute, std::size_t levels) {
+        std::string text = "<component a='" + attribute +
+                           "'><id>a</id>"
+                           "<releases><release version='1'/></releases>";
+        for (const char* tag : {"<p>", "</p>"}) {
+            for (std::size_t level = 1; level < levels; ++level) {
+                text += tag;
+            }
+        }
+        MetainfoReader reader("a.desktop");
+        return reader.read(text + "</component>") ? reader.finish() : std::nullopt;
+    };
+    EXPECT_EQ(version("x", 64), "1");
+    EXPECT_EQ(version("x", 65), std::nullopt);
+    EXPECT_EQ(version(std::string(100'000, 'x'), 1), "1");
+    EXPECT_EQ(version(std::string(600'000, 'x'), 1), std::nullopt);
 }
 
 TEST_F(Machine, AnswersAboutApplicationsAndFiles) {
