@@ -1,5 +1,9 @@
 #include "platform/iokit/AttributeReader.h"
 
+#include "platform/foundation/log/Log.h"
+
+#include <fmt/core.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <condition_variable>
@@ -138,15 +142,25 @@ std::vector<AttributeReader::Attribute> AttributeReader::attributesThatHold() {
     return attributes;
 }
 
+void AttributeReader::logRefusal(std::string_view cause) {
+    if (!refusalIsLogged_.exchange(true)) {
+        log::write(log::Priority::error,
+                   fmt::format("no attribute of a device can be read: {}", cause));
+    }
+}
+
 bool AttributeReader::perform(const std::function<Job()>& makeJob) {
     const Deadline deadline = Deadline::after(kLongestJob);
     for (;;) {
         auto held = attributesThatHold();
         if (held.size() >= kMostLeft) {
+            logRefusal(fmt::format("{} drivers do not answer, one of them at \"{}\"", held.size(),
+                                   log::foreign(held.front().second)));
             return false;
         }
         auto worker = takeWorker();
         if (worker == nullptr) {
+            logRefusal("no thread can be started");
             return false;
         }
         auto task = std::make_shared<Task>(makeJob(), deadline, std::move(held));

@@ -3,6 +3,7 @@
 #include "platform/foundation/os/Deadline.h"
 #include "platform/iokit/DeviceFolder.h"
 
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -18,15 +19,17 @@
 
 namespace qv {
 
-/// Reads attributes although a driver may never answer. A job is done by another thread, which
-/// costs two changes of threads; a process for each job would have to be started. A thread that
-/// one attribute holds for longer than kPatience is left behind, and the job is done again without
-/// that attribute. For several threads at once.
+/// Reads attributes although a driver may never answer. A job is done by another thread. A process
+/// reads all files of a device as fast, but each question that only follows from an answer takes it
+/// a third of that time again, and to fork a program takes 5 ms for every 100 MB that the program
+/// has touched. A thread that one attribute holds for longer than kPatience is left behind, and the
+/// job is done again without that attribute. For several threads at once.
 class AttributeReader {
 public:
     static constexpr std::chrono::milliseconds kPatience{400}; ///< with one attribute
     static constexpr std::chrono::milliseconds kLongestJob{1500};
-    static constexpr std::size_t kMostLeft = 8; ///< threads; beyond that no job is done
+    static constexpr std::size_t kMostLeft =
+        8; ///< threads; beyond that no job is done, logged once
 
     class Session;
     /// Owns all that it uses, because it may go on after it was given up.
@@ -54,10 +57,12 @@ private:
     [[nodiscard]] std::shared_ptr<Worker> takeWorker(); ///< null: no thread can be started
     void giveBack(std::shared_ptr<Worker> worker);
     [[nodiscard]] std::vector<Attribute> attributesThatHold();
+    void logRefusal(std::string_view cause);
 
     std::mutex mutex_;
     std::shared_ptr<Worker> idle_; // at most one
     std::vector<std::shared_ptr<Task>> left_;
+    std::atomic<bool> refusalIsLogged_ = false;
 };
 
 /// What a job reads and writes through.

@@ -224,7 +224,7 @@ std::vector<std::string> PropertyAccess::compatibleNames(const Subject& subject)
 }
 
 bool PropertyAccess::exists(const Subject& subject) {
-    return read<bool>(subject, false, [](PropertyContext& context) { return context.exists(); });
+    return read<bool>(subject, true, [](PropertyContext& context) { return context.exists(); });
 }
 
 bool PropertyAccess::hasDriver(const Subject& subject) {

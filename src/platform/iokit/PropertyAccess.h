@@ -31,6 +31,7 @@ public:
                                     const Value& value);
     [[nodiscard]] DeviceLabel label(const Subject& subject);
     [[nodiscard]] std::vector<std::string> compatibleNames(const Subject& subject);
+    /// Also true while it cannot be looked for.
     [[nodiscard]] bool exists(const Subject& subject);
     [[nodiscard]] bool hasDriver(const Subject& subject);
 

@@ -9,9 +9,12 @@ namespace qv {
 
 namespace {
 
-// Folders of the firmware, which are not those of devices; numbers that no folder has.
-const PropertyDevice kFirmware{UINT64_MAX, "/devices/virtual/dmi/id", "", "", ""};
-const PropertyDevice kDeviceTree{UINT64_MAX - 1, "/firmware/devicetree/base", "", "", ""};
+// Folders of the firmware, which are not those of devices; numbers that no folder has. A job that a
+// driver holds may go on while the process ends: nothing here has a destructor.
+constexpr std::uint64_t kFirmware = UINT64_MAX;
+constexpr std::uint64_t kDeviceTree = UINT64_MAX - 1;
+constexpr std::string_view kFirmwarePath = "/devices/virtual/dmi/id";
+constexpr std::string_view kDeviceTreePath = "/firmware/devicetree/base";
 
 bool isUSBDevice(const PropertyDevice& device) {
     return device.subsystem == "usb" && device.devtype == "usb_device";
@@ -19,25 +22,25 @@ bool isUSBDevice(const PropertyDevice& device) {
 
 } // namespace
 
-const DeviceFolder* PropertyContext::folderOf(const PropertyDevice& device) {
-    auto found = folders_.find(device.id);
+const DeviceFolder* PropertyContext::folderOf(std::uint64_t id, std::string_view path) {
+    auto found = folders_.find(id);
     if (found == folders_.end()) {
-        found = folders_.emplace(device.id, std::nullopt).first;
-        const std::uint64_t inode = device.id >= kDeviceTree.id ? 0 : device.id;
-        if (auto folder = DeviceFolder::open(subject_.sysfs->get(), device.path, inode);
-            !device.path.empty() && folder) {
+        found = folders_.emplace(id, std::nullopt).first;
+        const std::uint64_t inode = id >= kDeviceTree ? 0 : id;
+        if (auto folder = DeviceFolder::open(subject_.sysfs->get(), path, inode);
+            !path.empty() && folder) {
             found->second = std::move(*folder);
         }
     }
     return found->second ? &*found->second : nullptr;
 }
 
-std::optional<std::string> PropertyContext::attributeOf(const PropertyDevice& device,
-                                                        std::string_view name) {
-    std::pair<std::uint64_t, std::string> key(device.id, name);
+std::optional<std::string> PropertyContext::textIn(std::uint64_t id, std::string_view path,
+                                                   std::string_view name) {
+    std::pair<std::uint64_t, std::string> key(id, name);
     auto found = texts_.find(key);
     if (found == texts_.end()) {
-        const DeviceFolder* folder = folderOf(device);
+        const DeviceFolder* folder = folderOf(id, path);
         found = texts_
                     .emplace(std::move(key),
                              folder == nullptr ? std::nullopt : session_.read(*folder, name))
@@ -76,9 +79,9 @@ std::optional<std::string> PropertyContext::text(PropertyOrigin origin, std::str
     case PropertyOrigin::name:
         return subject_.device.name;
     case PropertyOrigin::firmware:
-        return attributeOf(kFirmware, source);
+        return textIn(kFirmware, kFirmwarePath, source);
     case PropertyOrigin::deviceTree:
-        return attributeOf(kDeviceTree, source);
+        return textIn(kDeviceTree, kDeviceTreePath, source);
     }
     return std::nullopt;
 }
@@ -100,18 +103,18 @@ const KeyValues& PropertyContext::managerData() {
 }
 
 std::optional<std::string> PropertyContext::driver() {
-    const DeviceFolder* folder = folderOf(subject_.device);
+    const DeviceFolder* folder = ownFolder();
     return folder == nullptr ? std::nullopt : targetName(folder->get(), "driver");
 }
 
 bool PropertyContext::isEmptyFolder(const char* name) {
-    const DeviceFolder* folder = folderOf(subject_.device);
+    const DeviceFolder* folder = ownFolder();
     const Descriptor below = folder == nullptr ? Descriptor() : openFolderIn(folder->get(), name);
     return !below || itemsOf(below.get()).value_or(std::vector<FolderItem>()).empty();
 }
 
 std::vector<std::string> PropertyContext::readableNames() {
-    const DeviceFolder* folder = folderOf(subject_.device);
+    const DeviceFolder* folder = ownFolder();
     return folder == nullptr ? std::vector<std::string>() : folder->readableNames();
 }
 

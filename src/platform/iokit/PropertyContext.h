@@ -64,7 +64,9 @@ public:
     }
     /// An attribute of any device.
     [[nodiscard]] std::optional<std::string> attributeOf(const PropertyDevice& device,
-                                                         std::string_view name);
+                                                         std::string_view name) {
+        return textIn(device.id, device.path, name);
+    }
     [[nodiscard]] const KeyValues& uevent();
     [[nodiscard]] const KeyValues& managerData();
     [[nodiscard]] std::optional<std::string> driver();
@@ -72,11 +74,16 @@ public:
     /// The files of the device that somebody may read.
     [[nodiscard]] std::vector<std::string> readableNames();
     /// Whether the device is still there.
-    [[nodiscard]] bool exists() { return folderOf(subject_.device) != nullptr; }
+    [[nodiscard]] bool exists() { return ownFolder() != nullptr; }
     [[nodiscard]] const PropertyDevice& wholeDisk() const;
 
 private:
-    [[nodiscard]] const DeviceFolder* folderOf(const PropertyDevice& device);
+    [[nodiscard]] const DeviceFolder* folderOf(std::uint64_t id, std::string_view path);
+    [[nodiscard]] const DeviceFolder* ownFolder() {
+        return folderOf(subject_.device.id, subject_.device.path);
+    }
+    [[nodiscard]] std::optional<std::string> textIn(std::uint64_t id, std::string_view path,
+                                                    std::string_view name);
 
     const PropertySubject& subject_;
     AttributeReader::Session& session_;

@@ -1,12 +1,15 @@
+#include "platform/iokit/AttributeReader.h"
 #include "support/CaseFile.h"
 #include "support/SilentFileSystem.h"
 #include "support/ValueDump.h"
 
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 
 #include "RegistryFixture.h"
 #include <chrono>
 #include <sys/stat.h>
+#include <thread>
 
 namespace qv::test {
 namespace {
@@ -123,6 +126,14 @@ TEST_F(Properties, DoNotWaitForSilentDriver) {
     EXPECT_EQ(propertyOf(device, "latin"), "<e9>");
     EXPECT_LT(std::chrono::steady_clock::now() - again, std::chrono::milliseconds(300))
         << "an attribute that is known to hold a thread is not asked again";
+    ::testing::internal::CaptureStderr();
+    std::vector<std::jthread> others;
+    for (std::size_t i = 1; i < AttributeReader::kMostLeft; ++i) {
+        others.emplace_back([&, i] { propertyOf(device, fmt::format("stuck/{}", i)); });
+    }
+    others.clear();
+    EXPECT_EQ(propertyOf(device, "latin") + propertyOf(device, "latin"), "absentabsent");
+    EXPECT_EQ(std::ranges::count(::testing::internal::GetCapturedStderr(), '\n'), 1);
 }
 
 } // namespace
