@@ -146,13 +146,14 @@ std::string classNamedAfter(std::string_view subsystem) {
 }
 
 // Names by what the device manager has found the device to be.
+constexpr std::array<std::array<std::string_view, 3>, 4> kFound{{
+    {"input", "ID_INPUT_KEYBOARD", "IOHIDKeyboard"},
+    {"input", "ID_INPUT_MOUSE", "IOHIDPointing"},
+    {"input", "ID_INPUT_TOUCHPAD", "IOHIDPointing"},
+    {"block", "ID_CDROM_MEDIA_DVD", "IODVDMedia"},
+}};
+
 void addFoundAliases(DeviceFacts& facts, DeviceClass& found) {
-    static constexpr std::array<std::array<std::string_view, 3>, 4> kFound{{
-        {"input", "ID_INPUT_KEYBOARD", "IOHIDKeyboard"},
-        {"input", "ID_INPUT_MOUSE", "IOHIDPointing"},
-        {"input", "ID_INPUT_TOUCHPAD", "IOHIDPointing"},
-        {"block", "ID_CDROM_MEDIA_DVD", "IODVDMedia"},
-    }};
     for (const auto& [subsystem, key, alias] : kFound) {
         if (facts.subsystem == subsystem && facts.managerProperty(key)) {
             found.aliases.emplace_back(alias);
@@ -172,6 +173,10 @@ bool dependsOnType(std::string_view subsystem) {
     return subsystem == "block" || std::ranges::any_of(kClassRows, [&](const ClassRow& row) {
                return row.subsystem == subsystem && !row.devtype.empty();
            });
+}
+
+bool dependsOnManager(std::string_view subsystem) {
+    return std::ranges::any_of(kFound, [&](const auto& row) { return row[0] == subsystem; });
 }
 
 DeviceClass classOfChain(std::string_view chain, DeviceFamily family) {

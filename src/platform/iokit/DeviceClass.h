@@ -56,13 +56,16 @@ public:
     DeviceFacts& operator=(const DeviceFacts&) = delete;
     DeviceFacts& operator=(DeviceFacts&&) = delete;
     virtual ~DeviceFacts() = default;
-    [[nodiscard]] virtual bool hasItem(std::string_view item) const = 0; ///< in its folder
+    [[nodiscard]] virtual bool hasItem(std::string_view item) = 0; ///< in its folder
     [[nodiscard]] virtual std::optional<std::string> attribute(std::string_view attribute) = 0;
     [[nodiscard]] virtual std::optional<std::string> managerProperty(std::string_view key) = 0;
 };
 
 /// Whether the class of devices of a subsystem depends on their type (DEVTYPE).
 [[nodiscard]] bool dependsOnType(std::string_view subsystem);
+
+/// Whether it depends on what the device manager finds out, which may be later, and may change.
+[[nodiscard]] bool dependsOnManager(std::string_view subsystem);
 
 /// The class by the first row of the table that holds; for a subsystem that the table lacks, one
 /// named after it: "scsi_generic" gives IOScsiGenericDevice.

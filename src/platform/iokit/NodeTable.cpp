@@ -8,7 +8,9 @@
 #include <algorithm>
 #include <fcntl.h>
 #include <linux/magic.h>
+#include <sys/stat.h>
 #include <sys/vfs.h>
+#include <unistd.h>
 
 namespace qv {
 
@@ -16,42 +18,82 @@ namespace {
 
 constexpr std::uint64_t kMadeID = 1; // where the folder of an entry's ID is missing, and the next
 
-// What the class of a new device depends on, read while its folder is open.
-class SightedFacts final : public DeviceFacts {
+// What the class of a device depends on. A new device is read while its folder is open.
+class NodeFacts final : public DeviceFacts {
 public:
-    SightedFacts(const DeviceSighting& device, const DevicePlaces& places, AttributeReader& reader)
-        : device_(device), places_(places), reader_(reader) {}
+    NodeFacts(RegistryEntry& node, int sysfs, const DevicePlaces& places, AttributeReader& reader,
+              const DeviceSighting* sighting)
+        : node_(node), sysfs_(sysfs), places_(places), reader_(reader), sighting_(sighting) {
+        name = node.kernelName;
+        subsystem = node.subsystem;
+        devtype = node.devtype;
+    }
 
-    [[nodiscard]] bool hasItem(std::string_view item) const override {
-        return std::ranges::any_of(device_.items,
-                                   [&](const FolderItem& found) { return found.name == item; });
+    [[nodiscard]] bool hasItem(std::string_view item) override {
+        return sighting_ == nullptr
+                   ? folder() != nullptr && folder()->has(std::string(item).c_str())
+                   : std::ranges::any_of(sighting_->items, [&](const FolderItem& found) {
+                         return found.name == item;
+                     });
     }
     [[nodiscard]] std::optional<std::string> attribute(std::string_view attribute) override {
-        if (!hasItem(attribute)) {
-            return std::nullopt;
-        }
-        if (folder_ == nullptr) {
-            folder_ = DeviceFolder::duplicate(device_.folder);
-        }
-        return folder_ == nullptr ? std::nullopt : reader_.read(folder_, std::string(attribute));
+        return hasItem(attribute) && folder() != nullptr
+                   ? reader_.read(folder(), std::string(attribute))
+                   : std::nullopt;
     }
     [[nodiscard]] std::optional<std::string> managerProperty(std::string_view key) override {
         if (!managerData_) {
             managerData_ =
-                managerDataOf(places_.udevData, subsystem, name,
-                              [&](std::string_view wanted) { return attribute(wanted); });
+                managerDataOf(places_.udevData, subsystem, name, [&](std::string_view wanted) {
+                    return wanted == "dev" ? std::optional(number()) : attribute(wanted);
+                });
         }
         const auto value = valueOf(*managerData_, key);
         return value ? std::optional<std::string>(*value) : std::nullopt;
     }
 
 private:
-    const DeviceSighting& device_;
+    const std::shared_ptr<const DeviceFolder>& folder() {
+        if (folder_ == nullptr && sighting_ != nullptr) {
+            folder_ = DeviceFolder::duplicate(sighting_->folder);
+        } else if (folder_ == nullptr) {
+            if (auto opened = DeviceFolder::open(sysfs_, node_.path, node_.id)) {
+                folder_ = std::make_shared<const DeviceFolder>(std::move(*opened));
+            }
+        }
+        return folder_;
+    }
+    // A device keeps its number, and the manager's data are looked up by it again and again.
+    const std::string& number() {
+        if (!node_.number) {
+            node_.number = attribute("dev").value_or("");
+        }
+        return *node_.number;
+    }
+
+    RegistryEntry& node_;
+    int sysfs_;
     const DevicePlaces& places_;
     AttributeReader& reader_;
+    const DeviceSighting* sighting_; // null: a device that is known
     std::shared_ptr<const DeviceFolder> folder_;
     std::optional<KeyValues> managerData_;
 };
+
+// Tells one state of a folder from the next, zeros for a folder that is missing; none while it has
+// changed so recently that the next change could bear the same time.
+std::optional<std::pair<std::uint64_t, std::int64_t>> stateOfFolder(const std::string& path) {
+    constexpr std::int64_t kSecond = 1'000'000'000;
+    constexpr std::int64_t kSettled = kSecond / 10;
+    struct stat info{};
+    struct timespec now{};
+    if (::stat(path.c_str(), &info) != 0 || ::clock_gettime(CLOCK_REALTIME, &now) != 0) {
+        return std::pair(0, 0);
+    }
+    const std::int64_t changed = (info.st_mtim.tv_sec * kSecond) + info.st_mtim.tv_nsec;
+    const std::int64_t age = (now.tv_sec * kSecond) + now.tv_nsec - changed;
+    return age < kSettled ? std::nullopt : std::optional(std::pair(info.st_ino, changed));
+}
 
 std::uint64_t inodeIn(int sysfs, const char* name, std::uint64_t otherwise) {
     const auto identity = identityOf(Descriptor(::openat(sysfs, name, O_PATH | O_CLOEXEC)).get());
@@ -135,11 +177,27 @@ std::optional<std::string> NodeTable::eventNumber() const {
 void NodeTable::refresh() {
     if (const auto number = eventNumber(); !number || number != walkedAt_) {
         walkAgain();
+    } else {
+        followManager();
+    }
+}
+
+// The manager replaces a device's file when it has something new to say, which is later than the
+// kernel's event. It does not ask the kernel, so the kernel's number does not tell.
+void NodeTable::followManager() {
+    const auto state = stateOfFolder(places_.udevData);
+    if (state && state == managerState_) {
+        return;
+    }
+    managerState_ = state;
+    for (const auto& [id, node] : byID_) {
+        classifyAgain(*node);
     }
 }
 
 void NodeTable::walkAgain() {
     auto number = eventNumber();
+    followManager();
     ++walk_;
     walkDevices(sysfs(), *this);
     std::vector<std::shared_ptr<RegistryEntry>> gone;
@@ -171,6 +229,7 @@ std::shared_ptr<RegistryEntry> NodeTable::lookAgain(const std::string& path) {
     if (!visitDevice(sysfs(), path, above, *this)) {
         return nullptr;
     }
+    classifyAgain(*visited_);
     return std::move(visited_);
 }
 
@@ -196,16 +255,21 @@ void NodeTable::visit(const DeviceSighting& device) {
 }
 
 void NodeTable::classify(RegistryEntry& node, const DeviceSighting& device) {
-    SightedFacts facts(device, places_, reader_);
     node.subsystem = targetName(device.folder, "subsystem").value_or("");
     if (dependsOnType(node.subsystem)) {
-        const auto pairs = parseUevent(facts.attribute("uevent").value_or(""));
+        const auto pairs = parseUevent(
+            NodeFacts(node, sysfs(), places_, reader_, &device).attribute("uevent").value_or(""));
         node.devtype = valueOf(pairs, "DEVTYPE").value_or("");
     }
-    facts.name = node.kernelName;
-    facts.subsystem = node.subsystem;
-    facts.devtype = node.devtype;
+    NodeFacts facts(node, sysfs(), places_, reader_, &device);
     node.deviceClass = classOf(facts);
+}
+
+void NodeTable::classifyAgain(RegistryEntry& node) {
+    if (node.live && dependsOnManager(node.subsystem)) {
+        NodeFacts facts(node, sysfs(), places_, reader_, nullptr);
+        node.deviceClass = classOf(facts);
+    }
 }
 
 void NodeTable::place(const std::shared_ptr<RegistryEntry>& node, RegistryEntry& parent,

@@ -13,6 +13,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 namespace qv {
@@ -34,6 +35,8 @@ public:
     void walkAgain(); ///< in any case
     /// The live node of a path after a look at its folder; null when there is no such device.
     [[nodiscard]] std::shared_ptr<RegistryEntry> lookAgain(const std::string& path);
+    /// Decides anew what depends on what the device manager has found, which may have changed.
+    void classifyAgain(RegistryEntry& node);
     /// Terminates a node and all below it.
     void terminate(const std::shared_ptr<RegistryEntry>& node);
 
@@ -56,6 +59,7 @@ public:
 private:
     void visit(const DeviceSighting& device) override;
     void classify(RegistryEntry& node, const DeviceSighting& device);
+    void followManager();
     void place(const std::shared_ptr<RegistryEntry>& node, RegistryEntry& parent,
                std::string_view path);
     void forgetPath(const RegistryEntry& node);
@@ -76,6 +80,8 @@ private:
     std::uint64_t walk_ = 0;
     std::optional<std::string> walkedAt_;    // the kernel's event number before the last walk
     std::shared_ptr<RegistryEntry> visited_; // last
+    // Of the folder of the manager's data, when they were read last.
+    std::optional<std::pair<std::uint64_t, std::int64_t>> managerState_{{0, 0}};
 };
 
 } // namespace qv

@@ -184,6 +184,7 @@ void Notifier::applyMove(const DeviceEvent& event) {
 }
 
 void Notifier::applyKnown(const std::shared_ptr<RegistryEntry>& node, const DeviceEvent& event) {
+    nodes_.classifyAgain(*node);
     node->labelOutdated = true;
     if (node->parent != nullptr) {
         node->parent->childComponents.reset();

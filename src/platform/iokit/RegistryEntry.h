@@ -21,6 +21,7 @@ struct RegistryEntry {
     std::string subsystem;  ///< empty for none
     std::string devtype;    ///< only where the class depends on it
     DeviceClass deviceClass;
+    std::optional<std::string> number; ///< its attribute `dev`, once the class depended on it
 
     bool live = true;
     std::uint64_t seen = 0;          ///< by which walk last

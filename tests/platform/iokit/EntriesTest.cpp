@@ -155,6 +155,14 @@ TEST_F(Entries, KeepIdentityAcrossLookUps) {
     EXPECT_EQ(nameOf(usb), "Arduino/Uno ");
 }
 
+TEST_F(Entries, FollowWhatDeviceManagerFinds) {
+    const Held keyboard = serviceNamed("input5");
+    EXPECT_EQ(namesOfMatching(IOServiceMatching("IOHIDPointing")), "");
+    tree.load("P: /nothing\nU: FILE=+input:input5\nU: ID_INPUT_TOUCHPAD=1\n");
+    EXPECT_EQ(namesOfMatching(IOServiceMatching("IOHIDPointing")), "input5");
+    EXPECT_FALSE(IOObjectConformsTo(keyboard, "IOHIDKeyboard"));
+}
+
 TEST_F(Entries, NeverFollowLinks) {
     std::filesystem::create_directory_symlink("../..", tree / "/devices/virtual/net/loop");
     std::filesystem::create_directory_symlink(tree / "/devices/virtual/net/lo",

@@ -123,6 +123,18 @@ TEST(LiveTree, GivesEachDeviceItsIDAndPath) {
     EXPECT_GT(count, 10U);
 }
 
+TEST(LiveTree, FollowsDeviceManagerWithoutKernelsEvents) {
+    const TemporaryDirectory data;
+    const RegistryReplacement registry({.udevData = data.path()});
+    const Held disk(IOServiceGetMatchingService(0, IOServiceMatching("IOMedia")));
+    const auto number = IORegistryEntryCreateCFProperty(disk, "dev");
+    if (!number) {
+        GTEST_SKIP() << "needs a disk";
+    }
+    data.write("b" + std::string(number->asString()), "E:ID_CDROM_MEDIA_DVD=1\n");
+    EXPECT_EQ(namesOfMatching(IOServiceMatching("IODVDMedia")), nameOf(disk));
+}
+
 TEST_F(LiveDevices, TellOfKernelsOwnEvents) {
     BridgeInterface bridge(prefix);
     if (!bridge.isThere()) {

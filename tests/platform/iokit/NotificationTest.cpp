@@ -74,7 +74,11 @@ TEST_F(Notifications, TellWhatEventsMean) {
     held.push_back(listen(disk, kIOAppPowerStateInterest));
     held.push_back(listen(partition, kIOGeneralInterest));
     const std::string path = kDisk;
-    EXPECT_EQ(after({"change", path}), "130:0 ");
+    held.push_back(watch(kIOFirstMatchNotification, IOServiceMatching("IODVDMedia")));
+    tree.load("P: /nothing\nU: FILE=b8:0\nU: ID_CDROM_MEDIA_DVD=1\n"); // a disc was put in
+    EXPECT_FALSE(IOObjectConformsTo(disk, "IODVDMedia"));
+    EXPECT_EQ(after({"change", path}), "130:0 ") << "only a device that comes is matched";
+    EXPECT_TRUE(IOObjectConformsTo(disk, "IODVDMedia"));
     EXPECT_EQ(after({"add", path}), "");
     EXPECT_EQ(after({"add", path, "", true}), "130:0 ");
     EXPECT_EQ(after({"remove", path, "", true}), "") << "somebody has only asked for the event";
@@ -86,10 +90,12 @@ TEST_F(Notifications, TellWhatEventsMean) {
     EXPECT_EQ(after({"remove", "/devices/none"}), "");
     EXPECT_EQ(after({"add", "/../../etc"}), "");
     EXPECT_EQ(after({"", ""}), "");
-    tree.load("P: /devices/virtual/block/zram7\nE: SUBSYSTEM=block\nE: DEVTYPE=disk\n");
+    tree.load("P: /devices/virtual/block/zram7\nE: SUBSYSTEM=block\nE: DEVTYPE=disk\nA: dev=252:7");
     EXPECT_EQ(namesOfMatching(IOBSDNameMatching("zram7")), "zram7") << "seen by another first";
-    EXPECT_EQ(after({"add", "/devices/virtual/block/zram7"}),
-              "FirstPublish(zram7) Publish(zram7) Matched(zram7) FirstMatch(zram7) ");
+    tree.load("P: /nothing\nU: FILE=b252:7\nU: ID_CDROM_MEDIA_DVD=1\n");
+    EXPECT_EQ(
+        after({"add", "/devices/virtual/block/zram7"}),
+        "FirstPublish(zram7) Publish(zram7) Matched(zram7) FirstMatch(zram7) FirstMatch(zram7) ");
     // The folder may still be there when the event is read.
     EXPECT_EQ(after({"remove", path}),
               "WillTerminate(sda2) 10:0 Terminate(sda2) WillTerminate(sda10) Terminate(sda10) "
