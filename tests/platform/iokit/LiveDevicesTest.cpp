@@ -1,5 +1,6 @@
 // The devices and the events of this machine itself.
 
+#include "platform/iokit/UdevMonitor.h"
 #include "support/InChild.h"
 #include "support/StartedProgram.h"
 
@@ -17,6 +18,7 @@
 #include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/socket.h>
+#include <thread>
 
 namespace qv::test {
 namespace {
@@ -202,6 +204,77 @@ TEST_F(LiveDevices, IgnoreForgedEvents) {
     expectTold("");
     bridge.remove();
     expectTold(fmt::format("Terminate({}) ", prefix));
+}
+
+/// This machine's events, through a socket that holds very few.
+class NarrowMonitor final : public DeviceMonitor {
+public:
+    explicit NarrowMonitor(int& overruns) : overruns_(overruns) {
+        const int least = 1;
+        ::setsockopt(descriptor(), SOL_SOCKET, SO_RCVBUF, &least, sizeof least);
+    }
+    [[nodiscard]] int descriptor() const override { return monitor_->descriptor(); }
+    [[nodiscard]] Received receive(DeviceEvent& event) override {
+        const Received received = monitor_->receive(event);
+        overruns_ += received == Received::overrun ? 1 : 0;
+        return received;
+    }
+
+private:
+    std::unique_ptr<DeviceMonitor> monitor_ = openUdevMonitor();
+    int& overruns_;
+};
+
+// In the calling thread's namespaces. Nothing: the interfaces could not be added.
+std::optional<std::string> toldAfterOverrun(int& overruns) {
+    const auto change = [](const std::string& lines) {
+        return run({"/bin/sh", "-c", "printf '" + lines + "' | /usr/sbin/ip -batch -"});
+    };
+    if (!change("link add old type bridge\nlink add kept type bridge\n")) {
+        return std::nullopt;
+    }
+    const RegistryReplacement registry(
+        {.openMonitor = [&] { return std::make_unique<NarrowMonitor>(overruns); }});
+    const IONotificationPortRef port = IONotificationPortCreate(kIOMainPortDefault);
+    IONotificationPortGetRunLoopSource(port)->addTo(RunLoop::current());
+    std::string told;
+    std::vector<Held> held;
+    for (const auto type : {kIOFirstMatchNotification, kIOTerminatedNotification}) {
+        io_iterator_t handle = 0;
+        EXPECT_EQ(IOServiceAddMatchingNotification(
+                      port, type, IOServiceMatching("IOEthernetInterface"),
+                      [&told](io_iterator_t iterator) { told += drain(iterator) + " "; }, handle),
+                  0);
+        drain(held.emplace_back(handle));
+    }
+    std::string lines = "link del old\nlink set kept name renamed\n";
+    for (int i = 0; i < 100; ++i) {
+        lines += fmt::format("link add n{} type bridge\n", i);
+    }
+    EXPECT_TRUE(change(lines + "link del n7\n"));
+    RunLoop::current().run(Deadline::after(std::chrono::milliseconds(200)));
+    return told;
+}
+
+TEST(OverrunDevices, AreAllToldOfAfterwards) {
+    std::optional<std::string> told;
+    int overruns = 0;
+    std::jthread([&] {
+        if (::unshare(CLONE_NEWNET | CLONE_NEWNS) == 0 &&
+            ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+            ::mount("none", "/sys", "sysfs", 0, nullptr) == 0) {
+            told = toldAfterOverrun(overruns);
+        }
+    }).join();
+    if (!told) {
+        GTEST_SKIP() << "needs root and bridge interfaces";
+    }
+    EXPECT_GT(overruns, 0);
+    std::string expected = "old ";
+    for (int i = 0; i < 100; ++i) {
+        expected += i == 7 ? "" : fmt::format("n{} ", i);
+    }
+    EXPECT_EQ(*told, expected);
 }
 
 // A device manager's message: a header with offsets, then the properties. 0: it was understood.
