@@ -76,15 +76,16 @@ Value arrayOf(const std::vector<std::string>& texts) {
     return Value::array(std::move(values));
 }
 
-Result showOne(const std::string& name, bool json) {
-    const auto found = deviceFor(name);
+Result showOne(const std::string& name, const RegistryOptions& options) {
+    const auto found =
+        deviceFor(name, options.sysfs.empty() ? DevicePlaces().sysfs : options.sysfs);
     if (!found) {
         return tl::unexpected(found.error());
     }
     const QVIOService& service = **found;
     const DeviceRule rule = ruleFor(service);
     Terminal& out = Terminal::standardOutput();
-    if (json) {
+    if (options.json) {
         out.line(
             jsonText(Value::dictionary({{"device", deviceAsValue(service, true)},
                                         {"rule", Value::string(rule.text)},
@@ -271,7 +272,7 @@ Result registry(const RegistryOptions& options) {
         return tl::unexpected(std::move(*fault));
     }
     if (options.device) {
-        return showOne(*options.device, options.json);
+        return showOne(*options.device, options);
     }
     return options.watch ? follow(options, *filter) : list(options, *filter);
 }

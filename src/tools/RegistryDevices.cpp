@@ -3,6 +3,7 @@
 #include "ioregistry/QVServiceQuery.h"
 #include "platform/foundation/values/Description.h"
 #include "platform/iokit/IOKit.h"
+#include "platform/iokit/RegistryReplacement.h"
 #include "tools/SimilarNames.h"
 #include "tools/Terminal.h"
 
@@ -53,8 +54,18 @@ QVIOService::Services servicesMatching(const Value& matching) {
         .value_or(QVIOService::Services());
 }
 
+// The path that the kernel gives what a path below `sysfs` leads to; none for what is not there.
+std::optional<std::string> kernelPath(const std::string& text, const std::string& sysfs) {
+    std::error_code fault;
+    const auto path = std::filesystem::canonical(text, fault); // its device may be linked to
+    const auto root = std::filesystem::canonical(sysfs, fault).native() + '/';
+    return !fault && path.native().starts_with(root)
+               ? std::optional(DevicePlaces().sysfs + '/' + path.native().substr(root.size()))
+               : std::nullopt;
+}
+
 // What a person means, by the first reading that some device answers to.
-QVIOService::Services devicesMeant(const std::string& text) {
+QVIOService::Services devicesMeant(const std::string& text, const std::string& sysfs) {
     if (text.starts_with(kIOServicePlane)) {
         const io_service_t entry = IORegistryEntryFromPath(kIOMainPortDefault, text);
         QVIOService::Services found;
@@ -64,12 +75,13 @@ QVIOService::Services devicesMeant(const std::string& text) {
         }
         return found;
     }
-    if (text.starts_with('/') && !text.starts_with(kDeviceFiles)) {
-        std::error_code fault;
-        const auto path = std::filesystem::canonical(text, fault); // its device may be linked to
-        return servicesMatching(Value::dictionary(
-            {{"IOPropertyMatch",
-              Value::dictionary({{"IOSysfsPath", Value::string(fault ? text : path.native())}})}}));
+    if (text.find('/') != std::string::npos && !text.starts_with(kDeviceFiles)) {
+        const auto path = kernelPath(text, sysfs);
+        if (path || text.starts_with('/')) {
+            return servicesMatching(Value::dictionary(
+                {{"IOPropertyMatch",
+                  Value::dictionary({{"IOSysfsPath", Value::string(path.value_or(text))}})}}));
+        }
     }
     QVIOService::Services found;
     if (text.empty()) {
@@ -169,9 +181,10 @@ void visitDevices(const std::function<bool(QVIOService& service, std::size_t lev
     }
 }
 
-tl::expected<std::shared_ptr<QVIOService>, Failure> deviceFor(const std::string& text) {
+tl::expected<std::shared_ptr<QVIOService>, Failure> deviceFor(const std::string& text,
+                                                              const std::string& sysfs) {
     constexpr std::size_t kMostNamed = 4;
-    const QVIOService::Services found = devicesMeant(text);
+    const QVIOService::Services found = devicesMeant(text, sysfs);
     if (found.size() == 1) {
         return found.front();
     }

@@ -44,9 +44,9 @@ struct DeviceFilter {
 void visitDevices(const std::function<bool(QVIOService& service, std::size_t level)>& visit);
 
 /// The one device that is meant by a path of the registry or the kernel, a device file, an entry ID
-/// or a name. A failure if there is none or more than one.
+/// or a name. `sysfs`: where the kernel's paths begin. A failure if there is none or more than one.
 [[nodiscard]] tl::expected<std::shared_ptr<QVIOService>, Failure>
-deviceFor(const std::string& text);
+deviceFor(const std::string& text, const std::string& sysfs);
 
 /// Why nothing is shown: names like a class that no device has.
 [[nodiscard]] tl::unexpected<Failure> nothingFound(const DeviceFilter& filter);
