@@ -26,6 +26,7 @@ enum class DeviceFamily : std::uint8_t {
     serial,
     sound,
     connector,
+    bluetooth,
     thunderbolt,
     acpi,
     cpu,

@@ -62,22 +62,43 @@ bool Matcher::matches(const Value& matching, const std::shared_ptr<RegistryEntry
     if (node == nodes_.root() || !matchesAlone(matching, *node)) {
         return false;
     }
-    // Each level of the dictionary wants an ancestor of the one that the level above has found. The
-    // nearest is the best: it has the most ancestors.
-    const Value* level = &matching;
-    const RegistryEntry* from = node.get();
-    while ((level = level->find("IOParentMatch")) != nullptr) {
-        RegistryEntry* ancestor = level->is(Kind::dictionary) ? from->parent : nullptr;
-        while (ancestor != nullptr && ancestor != nodes_.root().get() &&
-               !matchesAlone(*level, *ancestor)) {
-            ancestor = ancestor->parent;
+    // A level of the dictionary may want an ancestor of the one that the level above has found.
+    std::vector<std::pair<const Value*, const RegistryEntry*>> levels{{&matching, node.get()}};
+    while (!levels.empty()) {
+        const auto [level, below] = levels.back();
+        levels.pop_back();
+        if (const Value* wanted = level->find("IOParentMatch")) {
+            // The nearest is the best: it has the most ancestors.
+            const RegistryEntry* above = ancestorOf(*below, [&](RegistryEntry& ancestor) {
+                return wanted->is(Kind::dictionary) && matchesAlone(*wanted, ancestor);
+            });
+            if (above == nullptr) {
+                return false;
+            }
+            levels.emplace_back(wanted, above);
         }
-        if (ancestor == nullptr || ancestor == nodes_.root().get()) {
-            return false;
+        if (const Value* wanted = findOf(*level, "IOLocationMatch", Kind::dictionary)) {
+            RegistryEntry* above = ancestorOf(*below, [&](RegistryEntry& ancestor) {
+                return !paths_.labelOf(ancestor).location.empty();
+            });
+            if (above == nullptr || !matchesAlone(*wanted, *above)) {
+                return false;
+            }
+            levels.emplace_back(wanted, above);
         }
-        from = ancestor;
     }
     return true;
+}
+
+RegistryEntry* Matcher::ancestorOf(const RegistryEntry& node,
+                                   const std::function<bool(RegistryEntry&)>& isWanted) const {
+    for (RegistryEntry* above = node.parent; above != nullptr && above != nodes_.root().get();
+         above = above->parent) {
+        if (isWanted(*above)) {
+            return above;
+        }
+    }
+    return nullptr;
 }
 
 bool Matcher::matchesAlone(const Value& matching, RegistryEntry& node) {

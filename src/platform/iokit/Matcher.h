@@ -10,7 +10,8 @@
 namespace qv {
 
 /// Compares services with matching dictionaries. What is cheap is compared first, and no attribute
-/// is read that a dictionary does not ask for. Guarded by the registry's mutex.
+/// is read that a dictionary does not ask for. A dictionary under `IOLocationMatch` has to match
+/// the nearest device above that has a location. Guarded by the registry's mutex.
 class Matcher {
 public:
     Matcher(const NodeTable& nodes, EntryPaths& paths, PropertyAccess& properties)
@@ -23,6 +24,10 @@ public:
 
 private:
     [[nodiscard]] bool matchesAlone(const Value& matching, RegistryEntry& node);
+    /// The nearest entry above that is wanted, the root left out; null when there is none.
+    [[nodiscard]] RegistryEntry*
+    ancestorOf(const RegistryEntry& node,
+               const std::function<bool(RegistryEntry&)>& isWanted) const;
     [[nodiscard]] bool matchesIdentity(const Value& matching, RegistryEntry& node);
     [[nodiscard]] bool matchesName(const Value& matching, RegistryEntry& node);
     [[nodiscard]] bool matchesProperties(const Value& matching, RegistryEntry& node);

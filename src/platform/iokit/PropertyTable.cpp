@@ -200,6 +200,8 @@ constexpr std::array kRows = std::to_array<PropertyRow>({
 
     row(F::sound, "IOAudioDeviceName", "id", cv::string),
 
+    row(F::bluetooth, "IOMACAddress", "address", cv::hardwareAddress),
+
     row(F::connector, "IODisplayEDID", "edid", cv::displayBlock),
     row(F::connector, "DisplayVendorID", "edid", cv::displayVendor),
     row(F::connector, "DisplayProductID", "edid", cv::displayProduct),
