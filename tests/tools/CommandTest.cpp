@@ -21,6 +21,11 @@ TEST_P(Command, PrintsWhatItsTranscriptShows) {
 INSTANTIATE_TEST_SUITE_P(Of, Command,
                          testing::Values("command", "plist", "rule", "registry", "application"));
 
+TEST(RecordedDevices, ComeAndGoInTheirBed) {
+    const TemporaryDirectory folder;
+    expectTranscript("registry-bed", folder, {"LAPTOP=" QV_TRANSCRIPTS "/laptop.umockdev"});
+}
+
 class RootsCommand : public testing::Test {
 protected:
     void SetUp() override {
