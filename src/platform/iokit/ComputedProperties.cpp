@@ -278,9 +278,7 @@ std::optional<Value> deviceCharacteristics(PropertyContext& context) {
 std::optional<Value> protocolCharacteristics(PropertyContext& context) {
     const PropertySubject& subject = context.subject();
     const auto isBelow = [&](std::string_view subsystem) {
-        return std::ranges::any_of(subject.ancestors, [&](const PropertyDevice& above) {
-            return above.subsystem == subsystem;
-        });
+        return subject.subsystemsAbove.contains(subsystem);
     };
     // A port of an ATA controller is without a subsystem: ".../ata1/host0/...".
     const std::string_view path = subject.device.path;

@@ -11,7 +11,9 @@
 #include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
+#include <linux/openat2.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 namespace qv {
@@ -32,6 +34,15 @@ FolderItem::Kind kindOf(int folder, const dirent64& entry) {
     return type == DT_DIR   ? FolderItem::Kind::folder
            : type == DT_LNK ? FolderItem::Kind::link
                             : FolderItem::Kind::file;
+}
+
+// The folder of a path, none of whose parts is a link.
+Descriptor openWithoutLinks(int root, const std::string& path) {
+    open_how how{};
+    how.flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
+    how.resolve = RESOLVE_NO_SYMLINKS | RESOLVE_BENEATH;
+    return Descriptor(
+        static_cast<int>(::syscall(SYS_openat2, root, path.c_str(), &how, sizeof how)));
 }
 
 } // namespace
@@ -89,11 +100,15 @@ tl::expected<DeviceFolder, int> DeviceFolder::open(int root, std::string_view pa
     Descriptor folder;
     path.remove_prefix(std::min<std::size_t>(1, path.size()));
     while (!path.empty()) {
-        const std::string part(takeField(path, '/'));
-        if (part.empty() || part == "." || part == "..") {
-            return tl::unexpected(ENOENT);
-        }
-        folder = openFolderIn(folder ? folder.get() : root, part.c_str());
+        std::string piece;
+        do {
+            const std::string_view part = takeField(path, '/');
+            if (part.empty() || part == "." || part == ".." || part.size() > kLongestName) {
+                return tl::unexpected(ENOENT);
+            }
+            piece.append(part).push_back('/');
+        } while (!path.empty() && piece.size() + kLongestName + 1 < PATH_MAX);
+        folder = openWithoutLinks(folder ? folder.get() : root, piece);
         if (!folder) {
             return tl::unexpected(errno);
         }

@@ -145,7 +145,15 @@ std::shared_ptr<const PropertySubject> PropertyAccess::subjectOf(const RegistryE
     }
     for (const RegistryEntry* above = node.parent; above != nullptr && !above->path.empty();
          above = above->parent) {
-        subject->ancestors.push_back(deviceOf(*above));
+        if (!subject->parent) {
+            subject->parent = deviceOf(*above);
+        }
+        if (!subject->usb && above->subsystem == "usb" && above->devtype == "usb_device") {
+            subject->usb = deviceOf(*above);
+        }
+        if (!subject->subsystemsAbove.contains(above->subsystem)) {
+            subject->subsystemsAbove.insert(above->subsystem);
+        }
     }
     if (subject->family == DeviceFamily::battery) {
         nodes_.forEachService([&](const std::shared_ptr<RegistryEntry>& other) {

@@ -3,8 +3,6 @@
 #include "platform/foundation/os/Folder.h"
 #include "platform/iokit/ManagerData.h"
 
-#include <algorithm>
-
 namespace qv {
 
 namespace {
@@ -15,10 +13,6 @@ constexpr std::uint64_t kFirmware = UINT64_MAX;
 constexpr std::uint64_t kDeviceTree = UINT64_MAX - 1;
 constexpr std::string_view kFirmwarePath = "/devices/virtual/dmi/id";
 constexpr std::string_view kDeviceTreePath = "/firmware/devicetree/base";
-
-bool isUSBDevice(const PropertyDevice& device) {
-    return device.subsystem == "usb" && device.devtype == "usb_device";
-}
 
 } // namespace
 
@@ -50,9 +44,8 @@ std::optional<std::string> PropertyContext::textIn(std::uint64_t id, std::string
 }
 
 const PropertyDevice& PropertyContext::wholeDisk() const {
-    return subject_.device.devtype == "partition" && !subject_.ancestors.empty()
-               ? subject_.ancestors.front()
-               : subject_.device;
+    return subject_.device.devtype == "partition" && subject_.parent ? *subject_.parent
+                                                                     : subject_.device;
 }
 
 std::optional<std::string> PropertyContext::text(PropertyOrigin origin, std::string_view source) {
@@ -64,14 +57,11 @@ std::optional<std::string> PropertyContext::text(PropertyOrigin origin, std::str
     case PropertyOrigin::attribute:
         return attributeOf(subject_.device, source);
     case PropertyOrigin::parentAttribute:
-        return subject_.ancestors.empty() ? std::nullopt
-                                          : attributeOf(subject_.ancestors.front(), source);
+        return subject_.parent ? attributeOf(*subject_.parent, source) : std::nullopt;
     case PropertyOrigin::diskAttribute:
         return attributeOf(wholeDisk(), source);
-    case PropertyOrigin::usbAttribute: {
-        const auto usb = std::ranges::find_if(subject_.ancestors, isUSBDevice);
-        return usb == subject_.ancestors.end() ? std::nullopt : attributeOf(*usb, source);
-    }
+    case PropertyOrigin::usbAttribute:
+        return subject_.usb ? attributeOf(*subject_.usb, source) : std::nullopt;
     case PropertyOrigin::uevent:
         return pairText(uevent());
     case PropertyOrigin::manager:

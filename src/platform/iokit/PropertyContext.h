@@ -9,6 +9,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -29,8 +30,10 @@ struct PropertySubject {
     DeviceFamily family = DeviceFamily::none;
     std::string className;
     bool hasPartitions = false;
-    std::optional<PropertyDevice> disk;        ///< right below
-    std::vector<PropertyDevice> ancestors;     ///< nearest first
+    std::optional<PropertyDevice> disk;   ///< right below
+    std::optional<PropertyDevice> parent; ///< none: it is the platform expert or right below
+    std::optional<PropertyDevice> usb;    ///< the nearest USB device above
+    std::set<std::string, std::less<>> subsystemsAbove;
     std::vector<PropertyDevice> powerSupplies; ///< of a battery: all of the machine
     std::shared_ptr<const Descriptor> sysfs;
     std::string udevData;

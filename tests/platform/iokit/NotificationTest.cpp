@@ -90,6 +90,10 @@ TEST_F(Notifications, TellWhatEventsMean) {
     EXPECT_EQ(after({"remove", "/devices/none"}), "");
     EXPECT_EQ(after({"add", "/../../etc"}), "");
     EXPECT_EQ(after({"", ""}), "");
+    const Held loopback = serviceNamed("lo");
+    std::filesystem::create_directory_symlink("lo", tree / "/devices/virtual/net/link");
+    held.push_back(listen(loopback, kIOGeneralInterest));
+    EXPECT_EQ(after({"add", "/devices/virtual/net/link"}), "");
     tree.load("P: /devices/virtual/block/zram7\nE: SUBSYSTEM=block\nE: DEVTYPE=disk\nA: dev=252:7");
     EXPECT_EQ(namesOfMatching(IOBSDNameMatching("zram7")), "zram7") << "seen by another first";
     tree.load("P: /nothing\nU: FILE=b252:7\nU: ID_CDROM_MEDIA_DVD=1\n");
