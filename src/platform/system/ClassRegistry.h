@@ -46,6 +46,10 @@ namespace ClassRegistry {
 /// How a registration proves that the methods exist which it names. A mistake does not compile.
 namespace class_registration {
 
+// Not for compile time, so that whoever gets there reads their names in the error.
+void selectorDoesNotFitMember();
+void nothingHasThisForm();
+
 // A selector of a member has as many arguments as it has colons; the member may take more of them,
 // such as services with a default.
 consteval Selector checked(Selector selector, std::string_view member, std::size_t arguments) {
@@ -53,7 +57,7 @@ consteval Selector checked(Selector selector, std::string_view member, std::size
     const bool endsWell = colons == 0 || selector.name.ends_with(':');
     if (selector.name.substr(0, selector.name.find(':')) != member || arguments < colons ||
         !endsWell) {
-        throw "the selector does not fit the member";
+        selectorDoesNotFitMember();
     }
     return selector;
 }
@@ -80,7 +84,7 @@ consteval Selector ofReceiver(std::string_view selector, std::string_view member
 }
 consteval Selector shown(Selector selector, bool exists) {
     if (!exists) {
-        throw "there is nothing of this form";
+        nothingHasThisForm();
     }
     return selector;
 }

@@ -37,7 +37,7 @@ struct ParameterRow {
     std::string_view name;
     ParameterWidth width;
     ParameterFinding (*find)(const ParameterPlaces& places, const ParameterRow& row);
-    std::string_view of = {};
+    std::string_view of = {}; // NOLINT(readability-redundant-member-init): rows leave it out
     std::int64_t number = 0;
 };
 

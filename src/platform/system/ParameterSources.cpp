@@ -211,7 +211,8 @@ std::optional<std::uint64_t> blocksOfMemory(const KernelFiles& files) {
     const auto size = firstNumber(files.text(folder + "/block_size_bytes"), 16);
     std::uint64_t online = 0;
     for (const std::string& name : files.namesIn(folder)) {
-        if (name.starts_with("memory") && files.text(folder + "/" + name + "/state") == "online") {
+        if (name.starts_with("memory") &&
+            files.text(fmt::format("{}/{}/state", folder, name)) == "online") {
             ++online;
         }
     }

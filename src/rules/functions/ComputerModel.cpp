@@ -17,7 +17,8 @@ ComputerModel ComputerModel::read() {
     if (handle == 0 || expert == nullptr) {
         return {};
     }
-    ComputerModel computer{.hasExpert = true};
+    ComputerModel computer;
+    computer.hasExpert = true;
     const std::optional<Value> model = expert->valueForProperty("model");
     if (model && model->is(Value::Kind::data)) {
         const std::string_view bytes = model->asData();

@@ -9,7 +9,7 @@ namespace qv {
 struct ComputerModel {
     bool hasExpert = false; ///< whether there is a service of class IOPlatformExpertDevice
     /// Its property "model" up to the first NUL; none if it has no such data.
-    std::optional<std::string> model = {};
+    std::optional<std::string> model;
 
     /// Asks the first service of that class.
     [[nodiscard]] static ComputerModel read();
