@@ -19,7 +19,8 @@ TEST_P(Command, PrintsWhatItsTranscriptShows) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Of, Command,
-                         testing::Values("command", "plist", "rule", "registry", "application"));
+                         testing::Values("command", "plist", "rule", "facts", "registry",
+                                         "application"));
 
 TEST(RecordedDevices, ComeAndGoInTheirBed) {
     const TemporaryDirectory folder;
