@@ -129,15 +129,16 @@ private:
     using Lines = std::map<char, std::vector<std::pair<std::string, std::string>>>;
     void write(const std::string& path, Lines& lines) const {
         std::filesystem::create_directories(*this / path);
+        const std::string folder = path + '/';
         std::string uevent;
         for (const auto& [key, value] : lines['E']) {
             if (key == "SUBSYSTEM") {
-                std::filesystem::create_symlink("../bus/" + value, *this / (path + "/subsystem"));
+                std::filesystem::create_symlink("../bus/" + value, *this / (folder + "subsystem"));
             } else {
-                uevent += key + "=" + value + "\n";
+                uevent.append(key).append(1, '=').append(value).append(1, '\n');
             }
         }
-        set(path + "/uevent", uevent);
+        set(folder + "uevent", uevent);
         for (const auto& [name, text] : lines['A']) {
             std::string content;
             for (std::size_t i = 0; i < text.size(); ++i) {
@@ -145,21 +146,23 @@ private:
                 content += escaped ? '\n' : text[i];
                 i += escaped ? 1 : 0;
             }
-            set(path + "/" + name, content + "\n");
+            set(folder + name, content + "\n");
         }
         for (const auto& [name, digits] : lines['H']) {
             std::string bytes;
             for (std::size_t i = 0; i + 1 < digits.size(); i += 2) {
                 bytes += static_cast<char>(std::stoi(digits.substr(i, 2), nullptr, 16));
             }
-            set(path + "/" + name, bytes);
+            set(folder + name, bytes);
         }
         for (const auto& [name, target] : lines['L']) {
-            std::filesystem::create_symlink(target, *this / (path + "/" + name));
+            std::filesystem::create_symlink(target, *this / (folder + name));
         }
         std::string data;
         for (const auto& [key, value] : lines['U']) {
-            data += key == "FILE" ? "" : "E:" + key + "=" + value + "\n";
+            if (key != "FILE") {
+                data.append("E:").append(key).append(1, '=').append(value).append(1, '\n');
+            }
         }
         if (!data.empty()) {
             folder_.write("udev/" + lines['U'].front().second, data); // "U: FILE=b8:0" comes first

@@ -207,13 +207,12 @@ kern_return_t PropertyAccess::set(const Subject& subject, std::string_view key,
     if (!bytes) {
         return kIOReturnBadArgument;
     }
-    const Subject held = subject;
     std::shared_ptr<int> result;
     const bool done = reader_.perform([&]() -> AttributeReader::Job {
         result = std::make_shared<int>(ETIMEDOUT);
-        return [result, held, name, text = *bytes](AttributeReader::Session& session) {
+        return [result, subject, name, text = *bytes](AttributeReader::Session& session) {
             const auto folder =
-                DeviceFolder::open(held->sysfs->get(), held->device.path, held->device.id);
+                DeviceFolder::open(subject->sysfs->get(), subject->device.path, subject->device.id);
             *result = folder ? session.write(*folder, name, text) : ENODEV;
         };
     });

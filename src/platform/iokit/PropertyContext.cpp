@@ -26,7 +26,8 @@ const DeviceFolder* PropertyContext::folderOf(std::uint64_t id, std::string_view
             found->second = std::move(*folder);
         }
     }
-    return found->second ? &*found->second : nullptr;
+    const auto& folder = found->second;
+    return folder ? &*folder : nullptr;
 }
 
 std::optional<std::string> PropertyContext::textIn(std::uint64_t id, std::string_view path,

@@ -233,13 +233,13 @@ std::string pciLocation(std::string_view name) {
     const std::size_t device = name.rfind(':') + 1;
     const std::size_t function = std::min(name.find('.', device), name.size());
     const auto deviceNumber = cv::integer16(name.substr(device, function - device));
-    const auto functionNumber = cv::integer16(name.substr(std::min(function + 1, name.size())));
+    const auto functionNumber =
+        cv::integer16(name.substr(std::min(function + 1, name.size()))).value_or(0);
     if (!deviceNumber) {
         return {};
     }
-    return functionNumber.value_or(0) == 0
-               ? fmt::format("{:X}", *deviceNumber)
-               : fmt::format("{:X},{:X}", *deviceNumber, *functionNumber);
+    return functionNumber == 0 ? fmt::format("{:X}", *deviceNumber)
+                               : fmt::format("{:X},{:X}", *deviceNumber, functionNumber);
 }
 
 } // namespace

@@ -50,6 +50,7 @@ RegistryReplacement::RegistryReplacement(DevicePlaces places)
 
 RegistryReplacement::~RegistryReplacement() { Registry::replaceCurrent(std::move(replaced_)); }
 
+// NOLINTNEXTLINE(readability-convert-member-functions-to-static): of what this has put in place
 RegistryReplacement::Size RegistryReplacement::size() const {
     const Registry::Access registry;
     return {registry->nodes().size(), registry->handles().size()};

@@ -27,7 +27,7 @@ struct RunLoop::Loop {
 };
 
 RunLoop RunLoop::current() {
-    thread_local std::weak_ptr<Loop> known;
+    static thread_local std::weak_ptr<Loop> known;
     auto loop = known.lock();
     if (loop == nullptr) {
         loop = std::make_shared<Loop>();

@@ -115,7 +115,8 @@ TEST_F(Entries, HavePathsOfTheirOwn) {
     std::set<std::uint64_t> ids;
     int tooLong = 0;
     int all = 0;
-    for (; const io_object_t entry = IOIteratorNext(iterator); ++all) {
+    while (const io_object_t entry = IOIteratorNext(iterator)) {
+        ++all;
         const Held one(entry);
         ids.insert(idOf(one));
         if (const std::string path = pathOf(one); path == "none") {

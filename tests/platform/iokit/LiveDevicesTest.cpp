@@ -11,6 +11,7 @@
 #include <array>
 #include <chrono>
 #include <fcntl.h>
+#include <fstream>
 #include <linux/loop.h>
 #include <linux/netlink.h>
 #include <sched.h>
@@ -26,15 +27,13 @@ namespace {
 bool run(const std::vector<std::string>& command) { return runProgram(command).status == 0; }
 
 bool sendToListeners(const std::string& message, std::uint32_t group, std::uint32_t receiver) {
-    const int sender = ::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_KOBJECT_UEVENT);
+    const Descriptor sender(::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_KOBJECT_UEVENT));
     sockaddr_nl address{};
     address.nl_family = AF_NETLINK;
     address.nl_groups = group;
     address.nl_pid = receiver;
-    const auto sent = ::sendto(sender, message.data(), message.size(), 0,
-                               reinterpret_cast<const sockaddr*>(&address), sizeof address);
-    ::close(sender);
-    return sent > 0;
+    return sender && ::sendto(sender.get(), message.data(), message.size(), 0,
+                              reinterpret_cast<const sockaddr*>(&address), sizeof address) > 0;
 }
 
 /// An interface of the kernel's own kind of bridge, until its owner ends.
@@ -114,7 +113,8 @@ TEST(LiveTree, GivesEachDeviceItsIDAndPath) {
     const Held held(iterator);
     std::set<std::uint64_t> ids;
     std::size_t count = 0;
-    for (; const io_object_t entry = IOIteratorNext(iterator); ++count) {
+    while (const io_object_t entry = IOIteratorNext(iterator)) {
+        ++count;
         const Held one(entry);
         std::uint64_t id = 0;
         EXPECT_EQ(IORegistryEntryGetRegistryEntryID(one, id), 0);
