@@ -1,6 +1,7 @@
 #include "script/step/OperationTable.h"
 
 #include "platform/foundation/plist/PropertyList.h"
+#include "platform/system/ClassRegistry.h"
 #include "script/Steps.h"
 #include "script/step/StepText.h"
 #include "support/TemporaryDirectory.h"
@@ -97,6 +98,15 @@ TEST(OperationTable, RecordsAndReplaysTheGoldenFile) {
     EXPECT_EQ(golden(again), test::contentOf(QV_GOLDEN)) << "decoded and recorded again";
     EXPECT_EQ(operationForCode(kOperationCount), nullptr);
     EXPECT_EQ(operationForCode(static_cast<std::uint64_t>(-1)), nullptr);
+}
+
+// So that rules can ask for them, by the name that scripts know.
+TEST(OperationTable, HasTheSelectorsOfTheClass) {
+    for (const Operation& operation : allOperations()) {
+        EXPECT_EQ(ClassRegistry::instancesRespondToSelector("QVCatalogScript", operation.selector),
+                  operation.replay != nullptr)
+            << operation.selector;
+    }
 }
 
 // "| 2 | remove {item} | `URL` item (file URL) |", and then what the README alone knows.
