@@ -171,6 +171,8 @@ QVRuleCheckerVersionFunction::plistResourceDictionaryForFile(const std::string& 
 }
 
 QV_REGISTER_CLASS(QVRuleCheckerVersionFunction, QVRuleCheckerFunction,
-                  QV_METHOD(resultFor, "resultFor:returnString:"));
+                  QV_METHOD(resultFor, "resultFor:returnString:"),
+                  QV_CLASS_METHOD(plistResourceDictionaryForFile,
+                                  "plistResourceDictionaryForFile:"));
 
 } // namespace qv
