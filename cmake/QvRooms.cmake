@@ -77,7 +77,7 @@ function(qv_share_objects target variable)
   set(${variable} ${${variable}} PARENT_SCOPE)
 endfunction()
 
-# What several test programs share: qv_test_library(name a.cpp b.cpp).
+# A library that several test programs share: qv_test_library(name a.cpp b.cpp).
 function(qv_test_library name)
   set(sources ${ARGN})
   qv_share_objects(${name} sources)

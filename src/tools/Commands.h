@@ -117,7 +117,7 @@ struct FactsOptions {
     bool native = false;            ///< also the kernel's own parameters
     bool json = false;
 };
-/// Prints what rules can ask of a machine, with the answers; `failed` if there is no such question.
+/// Prints what rules can ask of a machine, with the answers; `failed` if no question fits.
 Result facts(const FactsOptions& options);
 
 struct RegistryOptions {

@@ -1,5 +1,6 @@
-// What rules can ask of a machine. Every fact stands as the question that a rule asks, and is
-// answered by the functions of rules themselves, so that this shows what a rule will see.
+// The questions that rules can ask of a machine. Every fact stands as the question that a rule
+// asks, and is answered by the functions of rules themselves, so that this shows what a rule will
+// see.
 
 #include "platform/foundation/values/Description.h"
 #include "platform/foundation/values/Exception.h"

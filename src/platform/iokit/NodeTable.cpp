@@ -18,7 +18,7 @@ namespace {
 
 constexpr std::uint64_t kMadeID = 1; // where the folder of an entry's ID is missing, and the next
 
-// What the class of a device depends on. A new device is read while its folder is open.
+// The facts that the class of a device depends on. A new device is read while its folder is open.
 class NodeFacts final : public DeviceFacts {
 public:
     NodeFacts(RegistryEntry& node, int sysfs, const DevicePlaces& places, AttributeReader& reader,

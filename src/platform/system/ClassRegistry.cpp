@@ -72,7 +72,7 @@ std::vector<std::string_view> ClassRegistry::classNames() {
 
 namespace {
 
-// What every object answers, whatever its class.
+// The selectors that every object answers, of any class.
 constexpr auto kOfAllObjects = std::to_array<Selector>({
     {"alloc", true},
     {"new", true},

@@ -17,8 +17,8 @@ struct Selector {
     bool isOfClass = false;
 };
 
-/// What a source registers of a class. Several sources may register the same one: a category adds
-/// to the class that it extends. A class without a superclass is a root.
+/// A registration of a class by a source. Several sources may register the same one: a category
+/// adds to the class that it extends. A class without a superclass is a root.
 struct ClassDescription {
     std::string_view name;
     std::string_view superclass;
@@ -34,7 +34,7 @@ struct ClassDescription {
 namespace ClassRegistry {
 
 [[nodiscard]] bool hasClass(std::string_view name);
-/// False if there is no such class.
+/// Returns false if the class does not exist.
 [[nodiscard]] bool respondsToSelector(std::string_view className, std::string_view selector);
 [[nodiscard]] bool instancesRespondToSelector(std::string_view className,
                                               std::string_view selector);

@@ -20,7 +20,7 @@ struct ParameterNumber {
 /// A text that is exactly one decimal number, with blanks around it or not; none for any other.
 [[nodiscard]] std::optional<ParameterNumber> parameterNumber(std::string_view text) noexcept;
 
-/// What a parameter is found to be: nothing, a number, or a text or structure.
+/// The value that was found for a parameter: nothing, a number, or a text or structure.
 using ParameterFinding = std::variant<std::monostate, ParameterNumber, std::string>;
 
 /// Where parameters are looked for.

@@ -153,7 +153,7 @@ std::optional<std::string> nameOfMachine(const KernelFiles& files) {
 
 bool isARM64(const KernelFiles& files) { return nameOfMachine(files) == "aarch64"; }
 
-// The numbers of a list "0-3,8"; none for a text that is no such list.
+// The numbers of a list "0-3,8"; none for a text that is not such a list.
 std::optional<std::vector<unsigned>> listed(std::string_view text) {
     std::vector<unsigned> numbers;
     const char* place = text.data();

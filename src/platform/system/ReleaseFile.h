@@ -16,7 +16,8 @@ using SystemVersion = std::array<std::int32_t, 3>;
 ///
 /// Each line assigns a value to a name, as in a shell: the value may stand in single or double
 /// quotes, in double quotes a backslash takes the meaning from `"`, `$`, `\` and `` ` ``. The last
-/// assignment counts. Blank lines, comments, CR LF and lines that are no assignment do not matter.
+/// assignment counts. Blank lines, comments, CR LF and lines that are not assignments do not
+/// matter.
 class ReleaseFile {
 public:
     /// Reads the file below `root`, which is empty for this machine. A file that is missing, longer

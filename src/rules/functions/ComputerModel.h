@@ -5,7 +5,7 @@
 
 namespace qv {
 
-/// What the device registry tells of the kind of computer.
+/// The kind of computer, as the device registry has it.
 struct ComputerModel {
     bool hasExpert = false; ///< whether there is a service of class IOPlatformExpertDevice
     /// Its property "model" up to the first NUL; none if it has no such data.

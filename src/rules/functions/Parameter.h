@@ -10,7 +10,7 @@ namespace qv {
 
 class WorkspaceService;
 
-// What functions of rules make of their parameters.
+// Conversions of parameters, for the functions of rules.
 
 /// An argument of a dictionary; the empty text for one without a value. None without the argument.
 [[nodiscard]] std::optional<std::string_view> argument(const Value& arguments,
@@ -21,7 +21,7 @@ class WorkspaceService;
 [[nodiscard]] std::optional<std::string> applicationPath(WorkspaceService& workspace,
                                                          std::string_view target);
 
-/// A path as a result: none for one that is no text.
+/// A path as a result: none for one that is not text.
 [[nodiscard]] std::optional<Value> pathValue(const std::optional<std::string>& path);
 
 } // namespace qv

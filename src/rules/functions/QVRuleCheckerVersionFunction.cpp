@@ -153,7 +153,7 @@ std::optional<Value> QVRuleCheckerVersionFunction::resultFor(const std::optional
             value = computerValue(question, *computer.model, std::move(value));
         }
     }
-    // A version that is no text, as an information list may have it, cannot be compared.
+    // A version that is not text, as an information list may have it, cannot be compared.
     if (!isText && value && value->is(Value::Kind::string) &&
         holdsAny(*parameter, value->asString())) {
         value = Value::boolean(true);

@@ -24,8 +24,8 @@ public:
     [[nodiscard]] std::optional<Value> resultFor(const std::optional<Value>& parameter,
                                                  bool returnString) override;
 
-    /// The property list in the first resource of type 'plst' of the file's resource fork. What is
-    /// wrong with it is logged.
+    /// The property list in the first resource of type 'plst' of the file's resource fork. A
+    /// fault in it is logged.
     [[nodiscard]] static std::optional<Value>
     plistResourceDictionaryForFile(const std::string& path);
 

@@ -31,8 +31,7 @@ struct InstalledApplication {
     std::string path;       ///< of the bundle or the desktop entry
 };
 
-/// What is installed for everybody on this machine, or on the one of whose files `root` holds a
-/// copy.
+/// The folders of all users of this machine, or of the one of whose files `root` holds a copy.
 [[nodiscard]] ApplicationFolders sharedApplicationFolders(const std::string& root = {});
 
 /// What a service searches on behalf of a user: first what is installed for everybody

@@ -22,8 +22,8 @@ public:
     pathForIdentifier(uid_t user, std::string_view identifier, UserProcesses& processes);
     [[nodiscard]] std::optional<std::string> pathForName(uid_t user, std::string_view name,
                                                          UserProcesses& processes);
-    /// See versionOfApplication, for a path that these gave. What is not installed for all is read
-    /// by a process of the user; nothing where that does not answer.
+    /// See versionOfApplication, for a path that these gave. An application in a user's home is
+    /// read by a process of the user; no version if that does not answer.
     [[nodiscard]] static ApplicationVersion version(uid_t user, const std::string& path,
                                                     std::string_view key, UserProcesses& processes);
 

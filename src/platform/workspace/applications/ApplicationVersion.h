@@ -8,7 +8,7 @@
 
 namespace qv {
 
-/// What an application says of its version.
+/// The version that an application states.
 struct ApplicationVersion {
     std::optional<Value> value;
     /// Why the list in its resource fork is none; that does not keep another source from answering.

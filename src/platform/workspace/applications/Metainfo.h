@@ -24,7 +24,7 @@ public:
     MetainfoReader(MetainfoReader&&) = delete;
     MetainfoReader& operator=(MetainfoReader&&) = delete;
 
-    /// False once the file is refused: then there is no need for the rest.
+    /// Returns false once the file is refused: the rest need not be read then.
     [[nodiscard]] bool read(std::string_view piece);
     /// At the end of the file: the greatest `<release version="...">`, by compareVersions, of the
     /// application's component; none if the file is another one's, names no release or is refused.

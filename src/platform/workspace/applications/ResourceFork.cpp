@@ -30,7 +30,7 @@ std::optional<std::string_view> partOf(std::string_view bytes, std::optional<std
     return bytes.substr(*offset, *length);
 }
 
-// What follows an offset that a field holds.
+// The bytes behind an offset that a field holds.
 std::optional<std::string_view> rest(std::string_view bytes, std::size_t field) {
     const auto offset = numberAt(bytes, field, 2);
     return offset && *offset <= bytes.size() ? std::optional(bytes.substr(*offset)) : std::nullopt;

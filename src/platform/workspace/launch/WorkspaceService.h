@@ -46,7 +46,7 @@ public:
     absolutePathForAppBundleWithIdentifier(std::string_view bundleIdentifier) = 0;
     /// The same by the name that it has for people, or that of its file.
     virtual std::optional<std::string> fullPathForApplication(std::string_view appName) = 0;
-    /// What the application at a path that these gave says under a key of information
+    /// The value that the application at a path of the above states under a key of information
     /// dictionaries, "CFBundleVersion" or "CFBundleShortVersionString".
     virtual ApplicationVersion versionOfApplicationAtPath(const std::string& path,
                                                           std::string_view key) = 0;
