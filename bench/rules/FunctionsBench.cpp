@@ -66,7 +66,8 @@ void measureDigest() {
             return checker->computeFunction(call) ? 0 : 1;
         }));
         peer.add(measure([&] {
-            return ::dup2(::open("/dev/null", O_WRONLY), STDOUT_FILENO) < 0
+            const int nowhere = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+            return nowhere < 0 || ::dup2(nowhere, STDOUT_FILENO) < 0
                        ? 1
                        : qv::bench::runProgram({"/usr/bin/sha1sum", path});
         }));

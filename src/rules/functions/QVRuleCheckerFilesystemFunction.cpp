@@ -20,7 +20,7 @@ constexpr std::string_view kSHA1 = "sha1sum";
 constexpr std::string_view kMD5 = "md5sum";
 
 std::optional<Value> digestOf(const NamedItem& item, DigestType type) {
-    const tl::expected<std::string, Error> path = item.path();
+    const tl::expected<std::string, Error>& path = item.path();
     const auto digest =
         path ? QVTransforms::computeDigestStringOfFile(*path, type, nullptr) : std::nullopt;
     return digest ? std::optional(Value::string(*digest)) : std::nullopt;

@@ -16,7 +16,7 @@ std::optional<std::string> desktopVersion(const std::string& path, std::string_v
     if (!isVersionKey || !path.ends_with(".desktop") || !path.starts_with(root)) {
         return std::nullopt;
     }
-    std::optional<std::string> version = versionFromMetainfo(path);
+    const std::optional<std::string> version = versionFromMetainfo(path);
     return version ? version : packageVersionOfFile(path.substr(root.size()), root);
 }
 
@@ -32,8 +32,9 @@ ApplicationVersion versionOfApplication(const std::string& path, std::string_vie
         const auto list = resourceListOfItem(path);
         if (!list) {
             version.listFault = list.error();
-        } else if (const Value* value = *list ? (*list)->find(key) : nullptr) {
-            version.value = *value;
+        } else if (const std::optional<Value>& dictionary = *list) {
+            const Value* value = dictionary->find(key);
+            version.value = value != nullptr ? std::optional(*value) : std::nullopt;
         }
     }
     if (!version.value) {

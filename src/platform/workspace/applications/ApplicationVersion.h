@@ -12,7 +12,7 @@ namespace qv {
 struct ApplicationVersion {
     std::optional<Value> value;
     /// Why the list in its resource fork is none; that does not keep another source from answering.
-    std::optional<std::string> listFault = {};
+    std::optional<std::string> listFault;
 };
 
 /// The value under a key of an application's information dictionary, "CFBundleVersion" or

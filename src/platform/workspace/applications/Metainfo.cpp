@@ -250,7 +250,8 @@ std::optional<std::string> versionFromMetainfo(const std::string& entryPath) {
     for (const char* below : {"/metainfo", "/appdata"}) {
         const std::string folder = entryPath.substr(0, end) + below;
         for (const std::string& file : metainfoFiles(folder, name)) {
-            if (auto version = versionIn(folder + "/" + file, desktopID, left)) {
+            if (auto version =
+                    versionIn(std::string(folder).append("/").append(file), desktopID, left)) {
                 return version;
             }
         }

@@ -78,9 +78,9 @@ std::optional<std::string> packageVersionOfFile(const std::string& path, const s
     const std::string database = root + "/var/lib/dpkg";
     const std::string line = "\n" + path + "\n";
     std::size_t left = std::size_t{256} << 20U;
-    for (const std::string& package : packagesIn(database + "/info")) {
-        const auto list =
-            contentUpTo(database + "/info/" + package + std::string(kListSuffix), left);
+    const std::string lists = database + "/info/";
+    for (const std::string& package : packagesIn(lists)) {
+        const auto list = contentUpTo(std::string(lists).append(package).append(kListSuffix), left);
         left -= list ? list->size() : 0;
         if (list && (list->find(line) != std::string::npos ||
                      list->starts_with(std::string_view(line).substr(1)))) {

@@ -42,7 +42,10 @@ std::optional<std::string_view> referencesOf(std::string_view map, std::string_v
     constexpr std::size_t kTypeLength = 8; // type, count, offset of the references
     const auto types = rest(map, kTypeListField);
     const auto last = types ? numberAt(*types, 0, 2) : std::nullopt;
-    const std::size_t count = last ? (*last + 1) & 0xFFFFU : 0;
+    if (!types || !last) {
+        return std::nullopt;
+    }
+    const std::size_t count = (*last + 1) & 0xFFFFU;
     for (std::size_t i = 0; i < count; ++i) {
         const std::size_t place = 2 + i * kTypeLength;
         const auto entry = partOf(*types, place, kTypeLength);
