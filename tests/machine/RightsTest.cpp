@@ -68,6 +68,16 @@ TEST(Tools, DoAllThatRootMay) {
     }
 }
 
+TEST(Rules, SeeTheMachineAsItIsNow) {
+    EXPECT_THAT(
+        session(scriptFile(shellStep("echo VERSION_ID=41.2 >/usr/lib/os-release") +
+                           R"({ operation = 17; arg1 = "version.os == '41.2.0' AND )"
+                           R"(${iokit(do=exists;matchStrBSD Name=lo;x)} == YES"; },)"
+                           R"({ operation = 7; URL = "file:///srv/seen"; }, { operation = 19; })")),
+        StartsWith("ok "));
+    EXPECT_EQ(shell("test -f /srv/seen").status, 0);
+}
+
 TEST(Steps, ReachDevicesAndModules) {
     EXPECT_THAT(
         session(scriptFile(
