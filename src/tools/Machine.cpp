@@ -1,5 +1,6 @@
 #include "tools/Machine.h"
 
+#include "platform/foundation/os/CopiedPath.h"
 #include "platform/preferences/PreferenceFiles.h"
 #include "platform/workspace/applications/ApplicationIndex.h"
 #include "platform/workspace/launch/CopiedWorkspace.h"
@@ -26,15 +27,19 @@ tl::expected<std::unique_ptr<Machine>, Failure> Machine::below(const std::string
                        fmt::format("{}: {}", root, fault ? fault.message() : "is not a folder"));
     }
     const std::string prefix = folder == "/" ? "" : folder;
-    machine->devices_.emplace(DevicePlaces{.sysfs = prefix + "/sys",
-                                           .udevData = prefix + "/run/udev/data",
-                                           .machineID = prefix + "/etc/machine-id"});
+    const auto place = [&](const std::string& path) {
+        constexpr const char* kNoFolder = "/dev/null"; // nor is there anything below it
+        return copiedPath(prefix, prefix + path).value_or(kNoFolder);
+    };
+    machine->devices_.emplace(DevicePlaces{.sysfs = place("/sys"),
+                                           .udevData = place("/run/udev/data"),
+                                           .machineID = place("/etc/machine-id")});
     auto services = std::make_shared<RuleServices>();
     services->root = prefix;
     machine->copy_ = std::make_shared<CopiedWorkspace>(prefix);
     services->workspace = [copy = machine->copy_]() -> auto& { return *copy; };
     PreferenceEnvironment environment;
-    environment.anyUserFolder = prefix + environment.anyUserFolder;
+    environment.anyUserFolder = place(environment.anyUserFolder);
     environment.userNumbered = [](uid_t /*user*/) { return std::nullopt; };
     services->preferences = [files = std::make_shared<PreferenceFiles>(environment)]() -> auto& {
         return *files;

@@ -64,6 +64,12 @@ protected:
                     << place;
                 continue;
             }
+            if (fields[0] == "link") { // absolute, as on the machine
+                const fs::path link = folder_ / fields[1];
+                fs::create_directories(link.parent_path());
+                fs::create_symlink(content, link);
+                continue;
+            }
             folder_.write(fields[1], fields[0] == "fork"     ? forkWith(list)
                                      : fields[0] == "double" ? doubleWith(forkWith(list))
                                                              : content);

@@ -1,5 +1,6 @@
 #include "platform/system/ReleaseFile.h"
 
+#include "platform/foundation/os/CopiedPath.h"
 #include "platform/foundation/os/RegularFile.h"
 
 #include <algorithm>
@@ -48,7 +49,7 @@ std::optional<std::string> unquoted(std::string_view text) {
 
 ReleaseFile ReleaseFile::read(const std::string& root) {
     for (const char* path : {"/etc/os-release", "/usr/lib/os-release"}) {
-        if (const Descriptor file = openRegularFile(root + path)) {
+        if (const Descriptor file = openRegularFile(copiedPath(root, root + path).value_or(""))) {
             return parse(contentOfRegularFile(file.get(), kLongestFile).value_or(""));
         }
     }

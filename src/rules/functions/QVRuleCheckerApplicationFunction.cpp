@@ -1,6 +1,7 @@
 #include "rules/functions/QVRuleCheckerApplicationFunction.h"
 
 #include "platform/foundation/files/item/ResourceValues.h"
+#include "platform/foundation/os/CopiedPath.h"
 #include "platform/foundation/values/Exception.h"
 #include "platform/system/ClassRegistry.h"
 #include "platform/system/MainBundle.h"
@@ -20,7 +21,8 @@ bool isBundledInPackage(const std::string& root, std::string_view path) {
         if (path.empty()) {
             return false;
         }
-        const NamedItem folder(URL::fileURLWithPath(root + std::string(path)));
+        const auto place = copiedPath(root, root + std::string(path), CopiedLink::keep);
+        const NamedItem folder(place ? std::optional(URL::fileURLWithPath(*place)) : std::nullopt);
         if (ResourceValues::isPackage(folder).value_or(false)) {
             return true;
         }

@@ -50,23 +50,25 @@ QVRuleCheckerFilesystemFunction::QVRuleCheckerFilesystemFunction(RuleServices::S
     : QVRuleCheckerFunction("filesystem", std::nullopt, nullptr),
       services_(RuleServices::orOfThisProcess(std::move(services))) {}
 
-std::optional<std::string> QVRuleCheckerFilesystemFunction::pathFrom(const Value& arguments) const {
+std::optional<std::string> QVRuleCheckerFilesystemFunction::pathFrom(const Value& arguments,
+                                                                     CopiedLink last) const {
     const std::string& root = services_->root;
     if (const auto path = argument(arguments, "absPath")) {
         const bool isBelowRoot = path->starts_with('/') || root.empty();
-        return path->empty() ? std::nullopt
-                             : std::optional(root + (isBelowRoot ? "" : "/") + std::string(*path));
+        return path->empty()
+                   ? std::nullopt
+                   : copiedPath(root, root + (isBelowRoot ? "" : "/") + std::string(*path), last);
     }
     const auto below = argument(arguments, "bundlePath");
     if (!below) {
         return std::nullopt;
     }
     const auto identifier = argument(arguments, "bundleID");
+    const std::string copy = identifier ? root : ""; // the main bundle is on this machine
     const auto base =
         identifier ? services_->workspace().absolutePathForAppBundleWithIdentifier(*identifier)
-                   : MainBundle::bundlePath(); // which is on this machine
-    return base ? std::optional((identifier ? root : "") + *base + "/" + std::string(*below))
-                : std::nullopt;
+                   : MainBundle::bundlePath();
+    return base ? copiedPath(copy, copy + *base + "/" + std::string(*below), last) : std::nullopt;
 }
 
 std::optional<Value>
@@ -84,7 +86,9 @@ QVRuleCheckerFilesystemFunction::resultFor(const std::optional<Value>& parameter
                                : std::nullopt;
         return *action == "prefsExists" ? std::optional(Value::boolean(value.has_value())) : value;
     }
-    const std::optional<std::string> path = pathFrom(*parameter);
+    const bool isOfItself = *action == "size" || *action == "date"; // also if it is a link
+    const std::optional<std::string> path =
+        pathFrom(*parameter, isOfItself ? CopiedLink::keep : CopiedLink::follow);
     if (!path) {
         return *action == "exists" ? std::optional(Value::boolean(false)) : std::nullopt;
     }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/foundation/os/CopiedPath.h"
 #include "rules/functions/QVRuleCheckerFunction.h"
 #include "rules/functions/RuleServices.h"
 
@@ -19,7 +20,8 @@ public:
     [[nodiscard]] bool mustBeQuick(const std::optional<Value>& parameter) const override;
 
 private:
-    [[nodiscard]] std::optional<std::string> pathFrom(const Value& arguments) const;
+    [[nodiscard]] std::optional<std::string> pathFrom(const Value& arguments,
+                                                      CopiedLink last) const;
 
     RuleServices::Shared services_;
 };

@@ -41,6 +41,7 @@ std::string variable(const char* name) {
 
 ApplicationFolders sharedApplicationFolders(const std::string& root) {
     ApplicationFolders folders;
+    folders.root = root;
     folders.bundles = {{root + "/Applications"},
                        {root + "/usr/local/Applications"},
                        {root + "/opt", kTwoLevels},

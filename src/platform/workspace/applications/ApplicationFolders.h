@@ -20,6 +20,8 @@ struct BundleFolder {
 
 /// Folders that are searched together, each kind in its order. Absolute paths; none need exist.
 struct ApplicationFolders {
+    std::string root =
+        {}; ///< of the copy of a machine's files that they are in; empty: this machine
     std::vector<BundleFolder> bundles;
     std::vector<std::string> entries; ///< with desktop entries, here and in sub-folders
 };

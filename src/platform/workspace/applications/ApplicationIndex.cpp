@@ -22,8 +22,8 @@ void ApplicationIndex::refresh() {
     }
     watch_.beginReading();
     for (Set& set : sets_) {
-        set.bundles.read(set.folders.bundles, watch_);
-        set.entries.list(set.folders.entries, watch_);
+        set.bundles.read(set.folders, watch_);
+        set.entries.list(set.folders, watch_);
     }
     watch_.endReading();
     wasRead_ = true;

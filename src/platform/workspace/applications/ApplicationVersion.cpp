@@ -1,5 +1,6 @@
 #include "platform/workspace/applications/ApplicationVersion.h"
 
+#include "platform/foundation/os/CopiedPath.h"
 #include "platform/foundation/values/UTF8.h"
 #include "platform/workspace/applications/Bundle.h"
 #include "platform/workspace/applications/Metainfo.h"
@@ -16,7 +17,7 @@ std::optional<std::string> desktopVersion(const std::string& path, std::string_v
     if (!isVersionKey || !path.ends_with(".desktop") || !path.starts_with(root)) {
         return std::nullopt;
     }
-    const std::optional<std::string> version = versionFromMetainfo(path);
+    const std::optional<std::string> version = versionFromMetainfo(path, root);
     return version ? version : packageVersionOfFile(path.substr(root.size()), root);
 }
 
@@ -25,11 +26,13 @@ std::optional<std::string> desktopVersion(const std::string& path, std::string_v
 ApplicationVersion versionOfApplication(const std::string& path, std::string_view key,
                                         const std::string& root) {
     ApplicationVersion version;
-    if (const auto bundle = Bundle::bundleWithURL(std::optional(URL::fileURLWithPath(path)))) {
+    const auto place = copiedPath(root, path, CopiedLink::keep);
+    const auto url = place ? std::optional(URL::fileURLWithPath(*place)) : std::nullopt;
+    if (const auto bundle = Bundle::bundleWithURL(url)) {
         version.value = bundle->objectForInfoDictionaryKey(key);
     }
     if (!version.value) {
-        const auto list = resourceListOfItem(path);
+        const auto list = resourceListOfItem(path, root);
         if (!list) {
             version.listFault = list.error();
         } else if (const std::optional<Value>& dictionary = *list) {

@@ -1,6 +1,7 @@
 #include "platform/workspace/applications/BundleTable.h"
 
 #include "platform/foundation/files/walk/TreeWalk.h"
+#include "platform/foundation/os/CopiedPath.h"
 #include "platform/foundation/os/Folder.h"
 #include "platform/workspace/applications/ApplicationFolders.h"
 #include "platform/workspace/applications/Bundle.h"
@@ -28,7 +29,8 @@ bool leadsThroughLink(int folder, const char* name) {
 }
 
 // Watches all that the information list of a bundle, or its lack, depends on.
-void watchInfoLists(int folder, const std::string& path, ChangeWatch& watch) {
+void watchInfoLists(int folder, const std::string& path, const std::string& copy,
+                    ChangeWatch& watch) {
     watch.watch(folder, ChangeWatch::Interest::infoLists);
     for (const char* name : {"Contents", "Resources"}) {
         if (const Descriptor inner = openFolderIn(folder, name)) {
@@ -37,7 +39,7 @@ void watchInfoLists(int folder, const std::string& path, ChangeWatch& watch) {
     }
     for (const char* name : kInfoLists) {
         if (leadsThroughLink(folder, name)) {
-            watch.links().note(path + "/" + name);
+            watch.links().note(copiedPath(copy, path + "/" + name).value_or(""));
         }
     }
 }
@@ -53,9 +55,9 @@ bool hasFolderName(std::string_view path, std::string_view name) {
 /// Walks one folder.
 class BundleFinder : public TreeVisitor {
 public:
-    BundleFinder(const BundleFolder& root, ChangeWatch& watch,
+    BundleFinder(const BundleFolder& root, const std::string& copy, ChangeWatch& watch,
                  std::vector<BundleTable::Record>& into)
-        : root_(root), watch_(watch), records_(into) {}
+        : root_(root), copy_(copy), watch_(watch), records_(into) {}
 
     void visit(const TreeEntry& /*entry*/) override { ++items_; }
     bool enter(const TreeEntry& folder, int folderFd) override {
@@ -63,7 +65,7 @@ public:
             return false;
         }
         const std::string path = folder.path();
-        watchInfoLists(folderFd, path, watch_);
+        watchInfoLists(folderFd, path, copy_, watch_);
         const Bundle bundle = Bundle::bundleInFolder(folderFd, path);
         if (bundle.hasInfoDictionary() || path.ends_with(kBundleExtension)) {
             const std::string identifier = bundle.bundleIdentifier().value_or("");
@@ -83,6 +85,7 @@ public:
 
 private:
     const BundleFolder& root_;
+    const std::string& copy_;
     ChangeWatch& watch_;
     std::vector<BundleTable::Record>& records_;
     std::size_t rootLength_ = root_.path.size();
@@ -90,16 +93,16 @@ private:
     std::size_t items_ = 0;
 };
 
-void BundleTable::read(const std::vector<BundleFolder>& folders, ChangeWatch& watch) {
+void BundleTable::read(const ApplicationFolders& folders, ChangeWatch& watch) {
     records_.clear();
-    for (const BundleFolder& root : folders) {
-        Descriptor folder = watch.openRoot(root.path);
+    for (const BundleFolder& root : folders.bundles) {
+        Descriptor folder = watch.openRoot(root.path, folders.root);
         if (!folder) {
             continue;
         }
         watch.watch(folder.get(), ChangeWatch::Interest::folders);
         const std::size_t before = records_.size();
-        BundleFinder finder(root, watch, records_);
+        BundleFinder finder(root, folders.root, watch, records_);
         walkTree(std::move(folder), root.path, finder);
         std::sort(records_.begin() + static_cast<std::ptrdiff_t>(before), records_.end(),
                   [](const Record& left, const Record& right) { return left.path < right.path; });

@@ -14,7 +14,7 @@ namespace qv {
 /// Links are none. At most 1,000 sub-folders of a folder are looked at.
 class BundleTable {
 public:
-    void read(const std::vector<BundleFolder>& folders, ChangeWatch& watch);
+    void read(const ApplicationFolders& folders, ChangeWatch& watch);
     /// The first with an identifier, given in lower case.
     [[nodiscard]] std::optional<std::string> pathForIdentifier(std::string_view identifier) const;
     /// The first whose folder has a name, with or without ".app"; else the first that is displayed

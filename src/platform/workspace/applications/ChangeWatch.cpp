@@ -1,5 +1,7 @@
 #include "platform/workspace/applications/ChangeWatch.h"
 
+#include "platform/foundation/os/CopiedPath.h"
+
 #include <fmt/core.h>
 
 #include <algorithm>
@@ -43,9 +45,10 @@ bool isRemote(int folder) {
            std::ranges::find(kKinds, static_cast<std::uint32_t>(system.f_type)) != kKinds.end();
 }
 
-std::optional<struct stat> statusOf(const std::string& path) {
+std::optional<struct stat> statusOf(const std::string& path, const std::string& copy) {
     struct stat info{};
-    return ::stat(path.c_str(), &info) == 0 ? std::optional(info) : std::nullopt;
+    const auto place = copiedPath(copy, path);
+    return place && ::stat(place->c_str(), &info) == 0 ? std::optional(info) : std::nullopt;
 }
 
 bool isSameFolder(const struct stat& left, const struct stat& right) {
@@ -85,13 +88,14 @@ void ChangeWatch::endReading() {
     formerInterests_.clear();
 }
 
-Descriptor ChangeWatch::openRoot(const std::string& path) {
-    Descriptor folder(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+Descriptor ChangeWatch::openRoot(const std::string& path, const std::string& copy) {
+    const std::string place = copiedPath(copy, path).value_or("");
+    Descriptor folder(::open(place.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     struct stat info{};
     if (folder && ::fstat(folder.get(), &info) == 0) {
-        roots_.push_back({path, info});
+        roots_.push_back({path, copy, info});
     } else {
-        roots_.push_back({path, statusOf(path)});
+        roots_.push_back({path, copy, statusOf(path, copy)});
     }
     return folder;
 }
@@ -163,7 +167,7 @@ bool ChangeWatch::takeEvents() {
 
 bool ChangeWatch::haveRootsChanged() const {
     return std::ranges::any_of(roots_, [](const Root& root) {
-        const std::optional<struct stat> now = statusOf(root.path);
+        const std::optional<struct stat> now = statusOf(root.path, root.copy);
         return now.has_value() != root.info.has_value() || (now && !isSameFolder(*now, *root.info));
     });
 }

@@ -47,8 +47,9 @@ public:
     /// Forgets what was read before; between this and `endReading` everything is read anew.
     void beginReading();
     void endReading();
-    /// A root, followed if it is a link: open for reading; none when it cannot be opened.
-    [[nodiscard]] Descriptor openRoot(const std::string& path);
+    /// A root, followed if it is a link: open for reading; none when it cannot be opened. `copy`:
+    /// as for copiedPath.
+    [[nodiscard]] Descriptor openRoot(const std::string& path, const std::string& copy = {});
     /// To be called before the folder is read.
     void watch(int folder, Interest interest);
     [[nodiscard]] LinkedFiles& links() { return links_; }
@@ -58,6 +59,7 @@ public:
 private:
     struct Root {
         std::string path;
+        std::string copy;
         std::optional<struct stat> info;
     };
     [[nodiscard]] bool tellsOfChange(const ::inotify_event& event) const;

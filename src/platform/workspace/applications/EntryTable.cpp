@@ -1,6 +1,7 @@
 #include "platform/workspace/applications/EntryTable.h"
 
 #include "platform/foundation/files/walk/TreeWalk.h"
+#include "platform/foundation/os/CopiedPath.h"
 #include "platform/foundation/os/RegularFile.h"
 #include "platform/workspace/applications/ApplicationFolders.h"
 #include "platform/workspace/applications/ExecLine.h"
@@ -74,19 +75,20 @@ private:
     std::size_t folders_ = 0;
 };
 
-void EntryTable::list(const std::vector<std::string>& folders, ChangeWatch& watch) {
-    folders_ = folders;
+void EntryTable::list(const ApplicationFolders& folders, ChangeWatch& watch) {
+    root_ = folders.root;
+    folders_ = folders.entries;
     entries_.clear();
     texts_.clear();
     links_.clear();
     hasContents_ = false;
-    for (std::size_t index = 0; index < folders.size(); ++index) {
-        Descriptor folder = watch.openRoot(folders[index]);
+    for (std::size_t index = 0; index < folders_.size(); ++index) {
+        Descriptor folder = watch.openRoot(folders_[index], root_);
         if (folder) {
             watch.watch(folder.get(), ChangeWatch::Interest::entries);
-            EntryFinder finder(folders[index] == "/" ? 0 : folders[index].size(),
+            EntryFinder finder(folders_[index] == "/" ? 0 : folders_[index].size(),
                                static_cast<std::uint32_t>(index), watch, entries_);
-            walkTree(std::move(folder), folders[index], finder);
+            walkTree(std::move(folder), folders_[index], finder);
         }
     }
     std::ranges::sort(entries_, [](const Entry& left, const Entry& right) {
@@ -107,6 +109,10 @@ std::string EntryTable::identifierOf(const Entry& entry) {
 
 std::string EntryTable::pathOf(const Entry& entry) const {
     return folders_[entry.folder] + "/" + entry.place;
+}
+
+tl::expected<DesktopEntry, std::string> EntryTable::contentsAt(const std::string& path) const {
+    return DesktopEntry::contentsOfFile(copiedPath(root_, path).value_or(""));
 }
 
 bool EntryTable::isShadowed(std::size_t index) const {
@@ -158,7 +164,7 @@ EntryTable::Answer EntryTable::withIdentifier(std::string_view identifier) const
         return {};
     }
     std::string path = pathOf(*chosen);
-    const auto content = DesktopEntry::contentsOfFile(path);
+    const auto content = contentsAt(path);
     return {true, content && isInstalled(*content) ? std::optional(std::move(path)) : std::nullopt};
 }
 
@@ -173,7 +179,7 @@ void EntryTable::readContents() {
         if (isShadowed(index)) {
             continue;
         }
-        const std::string path = pathOf(entries_[index]);
+        const std::string path = copiedPath(root_, pathOf(entries_[index])).value_or("");
         if (entries_[index].isLink) {
             links_.note(path);
         }
@@ -248,7 +254,7 @@ std::optional<std::string> EntryTable::pathForText(std::string_view text, Kind f
     };
     for (const Text& candidate : candidates) {
         std::string path = pathOf(entries_[candidate.entry]);
-        const auto content = DesktopEntry::contentsOfFile(path);
+        const auto content = contentsAt(path);
         if (content && has(*content, candidate) && isInstalled(*content)) {
             return path;
         }
@@ -263,7 +269,7 @@ std::vector<InstalledApplication> EntryTable::applications() const {
             continue;
         }
         std::string path = pathOf(entries_[index]);
-        const auto content = DesktopEntry::contentsOfFile(path);
+        const auto content = contentsAt(path);
         if (content && isInstalled(*content)) {
             applications.push_back(
                 {spelledIdentifierOf(entries_[index]), content->name, std::move(path)});

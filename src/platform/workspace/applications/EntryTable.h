@@ -29,7 +29,7 @@ public:
     /// there.
     explicit EntryTable(std::string_view programPath) : programPath_(programPath) {}
 
-    void list(const std::vector<std::string>& folders, ChangeWatch& watch);
+    void list(const ApplicationFolders& folders, ChangeWatch& watch);
     /// Unless that was done since `list`, and linked files are what they were.
     void readContents();
 
@@ -65,6 +65,7 @@ private:
     [[nodiscard]] static std::string identifierOf(const Entry& entry);
     [[nodiscard]] static std::string spelledIdentifierOf(const Entry& entry);
     [[nodiscard]] std::string pathOf(const Entry& entry) const;
+    [[nodiscard]] tl::expected<DesktopEntry, std::string> contentsAt(const std::string& path) const;
     [[nodiscard]] bool isShadowed(std::size_t index) const;
     [[nodiscard]] bool isThere(std::string_view program) const;
     [[nodiscard]] bool isInstalled(const DesktopEntry& entry) const;
@@ -73,6 +74,7 @@ private:
                                                          Kind last) const;
 
     std::string_view programPath_;
+    std::string root_;
     std::vector<std::string> folders_;
     std::vector<Entry> entries_; // by hash, then folder, then place
     std::vector<Text> texts_;    // by hash

@@ -1,5 +1,6 @@
 #include "platform/workspace/applications/Metainfo.h"
 
+#include "platform/foundation/os/CopiedPath.h"
 #include "platform/foundation/os/RegularFile.h"
 #include "platform/foundation/text/VersionOrder.h"
 
@@ -237,7 +238,8 @@ std::optional<std::string> versionIn(const std::string& path, std::string_view d
 
 } // namespace
 
-std::optional<std::string> versionFromMetainfo(const std::string& entryPath) {
+std::optional<std::string> versionFromMetainfo(const std::string& entryPath,
+                                               const std::string& root) {
     constexpr std::string_view kEntryFolder = "/applications/";
     const std::size_t end = entryPath.rfind(kEntryFolder);
     if (end == std::string::npos || !entryPath.ends_with(kDesktopSuffix)) {
@@ -247,11 +249,12 @@ std::optional<std::string> versionFromMetainfo(const std::string& entryPath) {
     std::ranges::replace(desktopID, '/', '-');
     const std::string name = desktopID.substr(0, desktopID.size() - kDesktopSuffix.size());
     std::size_t left = std::size_t{64} << 20U;
-    for (const char* below : {"/metainfo", "/appdata"}) {
-        const std::string folder = entryPath.substr(0, end) + below;
-        for (const std::string& file : metainfoFiles(folder, name)) {
-            if (auto version =
-                    versionIn(std::string(folder).append("/").append(file), desktopID, left)) {
+    for (const char* kind : {"/metainfo", "/appdata"}) {
+        const std::string folder = entryPath.substr(0, end) + kind;
+        for (const std::string& file : metainfoFiles(copiedPath(root, folder).value_or(""), name)) {
+            const std::string below = std::string(folder).append("/").append(file);
+            const std::string path = copiedPath(root, below).value_or("");
+            if (auto version = versionIn(path, desktopID, left)) {
                 return version;
             }
         }

@@ -38,7 +38,8 @@ private:
 /// The version that metainfo gives for a desktop entry: the file of `share/metainfo` or, of older
 /// applications, `share/appdata` that tells of it, where `share` is the folder that holds the
 /// entry's `applications`. Files that are named like the application are read first. At most 10,000
-/// files of a folder are seen, and 64 MiB of all files are read.
-[[nodiscard]] std::optional<std::string> versionFromMetainfo(const std::string& entryPath);
+/// files of a folder are seen, and 64 MiB of all files are read. `root`: as for copiedPath.
+[[nodiscard]] std::optional<std::string> versionFromMetainfo(const std::string& entryPath,
+                                                             const std::string& root = {});
 
 } // namespace qv

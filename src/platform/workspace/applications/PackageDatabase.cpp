@@ -1,5 +1,6 @@
 #include "platform/workspace/applications/PackageDatabase.h"
 
+#include "platform/foundation/os/CopiedPath.h"
 #include "platform/foundation/os/RegularFile.h"
 
 #include <algorithm>
@@ -78,13 +79,15 @@ std::optional<std::string> packageVersionOfFile(const std::string& path, const s
     const std::string database = root + "/var/lib/dpkg";
     const std::string line = "\n" + path + "\n";
     std::size_t left = std::size_t{256} << 20U;
-    const std::string lists = database + "/info/";
-    for (const std::string& package : packagesIn(lists)) {
-        const auto list = contentUpTo(std::string(lists).append(package).append(kListSuffix), left);
+    const std::string lists = database + "/info";
+    for (const std::string& package : packagesIn(copiedPath(root, lists).value_or(""))) {
+        const std::string file = std::string(lists).append("/").append(package).append(kListSuffix);
+        const auto list = contentUpTo(copiedPath(root, file).value_or(""), left);
         left -= list ? list->size() : 0;
         if (list && (list->find(line) != std::string::npos ||
                      list->starts_with(std::string_view(line).substr(1)))) {
-            const auto status = contentUpTo(database + "/status", kLongestStatus);
+            const auto status =
+                contentUpTo(copiedPath(root, database + "/status").value_or(""), kLongestStatus);
             return status ? installedVersion(*status, package) : std::nullopt;
         }
     }

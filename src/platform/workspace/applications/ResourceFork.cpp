@@ -1,5 +1,6 @@
 #include "platform/workspace/applications/ResourceFork.h"
 
+#include "platform/foundation/os/CopiedPath.h"
 #include "platform/foundation/os/RegularFile.h"
 #include "platform/foundation/plist/PropertyList.h"
 
@@ -77,20 +78,26 @@ std::optional<std::string> contentOf(const std::string& path) {
 }
 
 // The bytes of the resource, out of the first fork that has it.
-std::optional<std::string> resourceOfItem(const std::string& path, std::string_view type) {
+std::optional<std::string> resourceOfItem(const std::string& root, const std::string& path,
+                                          std::string_view type) {
+    const auto placeOf = [&](const std::string& item) {
+        return copiedPath(root, item).value_or("");
+    };
     const auto resourceIn =
         [&](std::optional<std::string_view> fork) -> std::optional<std::string> {
         const auto data = fork ? firstResource(*fork, type) : std::nullopt;
         return data ? std::optional(std::string(*data)) : std::nullopt;
     };
-    for (const auto& fork : {attributeFork(path), contentOf(path + "/..namedfork/rsrc")}) {
+    for (const auto& fork :
+         {attributeFork(placeOf(path)), contentOf(placeOf(path + "/..namedfork/rsrc"))}) {
         if (std::optional<std::string> data = resourceIn(fork)) {
             return data;
         }
     }
     const std::size_t slash = path.rfind('/') + 1;
     for (const char* folder : {"", "__MACOSX/"}) {
-        const auto file = contentOf(path.substr(0, slash) + folder + "._" + path.substr(slash));
+        const auto file =
+            contentOf(placeOf(path.substr(0, slash) + folder + "._" + path.substr(slash)));
         if (auto data = resourceIn(file ? forkInAppleDouble(*file) : std::nullopt)) {
             return data;
         }
@@ -125,8 +132,9 @@ std::optional<std::string_view> forkInAppleDouble(std::string_view file) {
     return std::nullopt;
 }
 
-tl::expected<std::optional<Value>, std::string> resourceListOfItem(const std::string& path) {
-    const std::optional<std::string> data = resourceOfItem(path, "plst");
+tl::expected<std::optional<Value>, std::string> resourceListOfItem(const std::string& path,
+                                                                   const std::string& root) {
+    const std::optional<std::string> data = resourceOfItem(root, path, "plst");
     if (!data) {
         return std::nullopt;
     }

@@ -25,8 +25,9 @@ inline constexpr std::size_t kLongestFork = std::size_t{1} << 24U;
 /// wrong with it, and where.
 /// The resource fork is looked for in the item's extended attribute
 /// `user.com.apple.ResourceFork`, in `NAME/..namedfork/rsrc`, and in the AppleDouble files `._NAME`
-/// beside the item and in `__MACOSX` beside it; the first fork with such a resource counts.
+/// beside the item and in `__MACOSX` beside it; the first fork with such a resource counts. `root`:
+/// as for copiedPath.
 [[nodiscard]] tl::expected<std::optional<Value>, std::string>
-resourceListOfItem(const std::string& path);
+resourceListOfItem(const std::string& path, const std::string& root = {});
 
 } // namespace qv
