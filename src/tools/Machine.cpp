@@ -40,6 +40,7 @@ tl::expected<std::unique_ptr<Machine>, Failure> Machine::below(const std::string
     services->workspace = [copy = machine->copy_]() -> auto& { return *copy; };
     PreferenceEnvironment environment;
     environment.anyUserFolder = place(environment.anyUserFolder);
+    environment.heedsConfigHome = false; // it is a folder of this machine
     environment.userNumbered = [](uid_t /*user*/) { return std::nullopt; };
     services->preferences = [files = std::make_shared<PreferenceFiles>(environment)]() -> auto& {
         return *files;

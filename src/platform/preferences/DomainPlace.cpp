@@ -61,7 +61,8 @@ Error goToUser(const UserRecord& user, DomainPlace& place) {
 
 Error goToCurrentUser(const PreferenceEnvironment& environment, DomainPlace& place) {
     // Of a privileged process the environment may be another user's.
-    const char* const chosen = ::geteuid() == 0 ? nullptr : ::secure_getenv("XDG_CONFIG_HOME");
+    const bool isHeeded = environment.heedsConfigHome && ::geteuid() != 0;
+    const char* const chosen = isHeeded ? ::secure_getenv("XDG_CONFIG_HOME") : nullptr;
     if (chosen != nullptr && *chosen == '/') {
         place.base = chosen;
         place.baseMode = kForOwner;

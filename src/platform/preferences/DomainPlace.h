@@ -24,6 +24,7 @@ struct PreferenceEnvironment {
     std::function<std::optional<UserRecord>(uid_t)> userNumbered = [](uid_t user) {
         return userRecord(user);
     };
+    bool heedsConfigHome = true; ///< XDG_CONFIG_HOME says where this process's own values are
     /// For other writers of the same folder to finish.
     std::chrono::milliseconds lockPatience{5000};
     /// For the process that works as another user, its wait for other writers included.
