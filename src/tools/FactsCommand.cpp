@@ -5,6 +5,7 @@
 #include "platform/foundation/values/Description.h"
 #include "platform/foundation/values/Exception.h"
 #include "platform/system/KernelParameters.h"
+#include "platform/system/ParameterFinding.h"
 #include "rules/QVRuleChecker.h"
 #include "rules/functions/ComputerModel.h"
 #include "tools/Commands.h"
@@ -16,6 +17,8 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
+#include <cstring>
 
 namespace qv::tools {
 
@@ -82,10 +85,22 @@ private:
     void addParameter(const KernelParameters& parameters, std::string_view name) {
         const auto parameter = parameters.read(name);
         if (parameter && parameter->form == KernelParameter::Form::number) {
-            add("sysctl", fmt::format("integer.{}", name));
+            add("sysctl", fmt::format("{}.{}", typeOf(*parameter), name));
         } else if (parameter && parameter->form == KernelParameter::Form::text) {
             add("sysctl", name);
         }
+    }
+
+    // The type that gives the number itself, and not what is left of one beyond the signed ones.
+    static std::string_view typeOf(const KernelParameter& parameter) {
+        std::int64_t number = 0;
+        if (parameter.number.size() != sizeof number) {
+            return "integer";
+        }
+        std::memcpy(&number, parameter.number.data(), sizeof number);
+        const std::string_view text(parameter.text.c_str());
+        const auto written = parameterNumber(text);
+        return number < 0 && !(written && written->isNegative) ? "unsignedInteger" : "integer";
     }
 
     // Adds a question, as a key path where a rule reads that as the same question.
