@@ -26,6 +26,10 @@ tl::expected<std::unique_ptr<Machine>, Failure> Machine::below(const std::string
         return failure(ExitStatus::usage,
                        fmt::format("{}: {}", root, fault ? fault.message() : "is not a folder"));
     }
+    if (!fs::equivalent(root, folder, fault)) {
+        return failure(ExitStatus::usage,
+                       fmt::format("{}: is in another mount namespace; copy its files", root));
+    }
     const std::string prefix = folder == "/" ? "" : folder;
     const auto place = [&](const std::string& path) {
         constexpr const char* kNoFolder = "/dev/null"; // nor is there anything below it
