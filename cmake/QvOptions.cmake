@@ -20,6 +20,11 @@ set(QV_RESOURCE_DIR "${CMAKE_INSTALL_FULL_DATADIR}/qvcatalog" CACHE PATH
     "Folder of the tables of localized strings")
 set(QV_STATE_DIR "/var/lib/qvcatalog" CACHE PATH
     "Folder of what the service keeps: the store of trusted programs")
+set(QV_ARCHIVE_TOOL "${CMAKE_INSTALL_FULL_LIBEXECDIR}/qvcatalog/QVCatalogArchiver" CACHE PATH
+    "Program that unpacks an archive: -kx - FOLDER, with the archive on its standard input")
+set(QV_DISK_IMAGE_TOOL "${CMAKE_INSTALL_FULL_LIBEXECDIR}/qvcatalog/QVCatalogImager" CACHE PATH
+    "Program that attaches and detaches disk images")
+set(QV_VOLUMES_DIR "/Volumes" CACHE PATH "Folder in which disk images are mounted")
 set(QV_CLIENT_GROUP "_qvclient" CACHE STRING
     "Group, by name or number, that installed clients are set-group-id to; it has no members")
 set(QV_AUTHORIZED_CLIENTS "anchor apple generic and identifier \"com.larkwen.QVCatalogHelper\" and (certificate leaf[field.1.2.840.113635.100.6.1.9] /* exists */ or certificate 1[field.1.2.840.113635.100.6.2.6] /* exists */ and certificate leaf[field.1.2.840.113635.100.6.1.13] /* exists */ and certificate leaf[subject.OU] = T4KQ8ZP3WM)"
@@ -32,6 +37,9 @@ if(QV_DEVELOPMENT)
   set(QV_ANCHOR_DIR "${CMAKE_BINARY_DIR}/identity/anchors.d")
   set(QV_SOCKET_PATH "${CMAKE_BINARY_DIR}/run/helper.sock")
   set(QV_STATE_DIR "${CMAKE_BINARY_DIR}/state")
+  set(QV_ARCHIVE_TOOL "${CMAKE_BINARY_DIR}/bin/QVCatalogArchiver")
+  set(QV_DISK_IMAGE_TOOL "${CMAKE_BINARY_DIR}/bin/QVCatalogImager")
+  set(QV_VOLUMES_DIR "${CMAKE_BINARY_DIR}/Volumes")
   set(QV_CLIENT_GROUP 47110) # a number that no group need have
 endif()
 

@@ -26,4 +26,9 @@ extern const std::string_view kSocketPath;
 extern const std::string_view kResourceFolder;
 extern const std::string_view kStateFolder;
 
+// The programs that open archives and disk images, absolute paths, and where images are mounted.
+extern const std::string_view kArchiveTool;
+extern const std::string_view kDiskImageTool;
+extern const std::string_view kVolumesFolder;
+
 } // namespace qv::configuration
