@@ -1,0 +1,252 @@
+#include "platform/archiver/TreeWriter.h"
+
+#include "platform/foundation/files/item/ChangeMode.h"
+#include "platform/foundation/log/Log.h"
+#include "platform/foundation/os/FileBytes.h"
+#include "platform/foundation/os/Folder.h"
+
+#include <fmt/core.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <fcntl.h>
+#include <linux/openat2.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+#include <utility>
+
+namespace qv::archiver {
+
+namespace {
+
+constexpr mode_t kOwnerOnly = 0700;
+constexpr mode_t kUsualFolder = 0755;
+constexpr std::string_view kLeadsOut = "the link leads out of the folder";
+
+timespec timeOf(const Entry& entry) {
+    return {static_cast<std::time_t>(entry.seconds), static_cast<long>(entry.nanoseconds)};
+}
+
+std::array<timespec, 2> times(const timespec& changed) {
+    return {timespec{0, UTIME_OMIT}, changed};
+}
+
+// Cuts the first component off.
+std::string_view takeComponent(std::string_view& path) {
+    const std::size_t slash = std::min(path.find('/'), path.size());
+    const std::string_view component = path.substr(0, slash);
+    path.remove_prefix(std::min(slash + 1, path.size()));
+    return component;
+}
+
+enum class Leads : std::uint8_t { inside, outside, unclear };
+
+// A link lies in a real folder, and ".." at the begin of its target goes up real folders. Behind a
+// name, which may be that of another link, nobody can tell from the text where it goes.
+Leads whereLinkLeads(std::string_view path, std::string_view target) {
+    if (target.starts_with('/')) {
+        return Leads::outside;
+    }
+    auto depth = std::ranges::count(path, '/');
+    bool isNamed = false;
+    while (!target.empty()) {
+        const std::string_view component = takeComponent(target);
+        if (component == "..") {
+            if (isNamed) {
+                return Leads::unclear;
+            }
+            if (--depth < 0) {
+                return Leads::outside;
+            }
+        } else if (!component.empty() && component != ".") {
+            isNamed = true;
+        }
+    }
+    return Leads::inside;
+}
+
+} // namespace
+
+// Splits a name into the folder that it lies in, which is held from then on, and the last
+// component.
+std::string TreeWriter::place(std::string_view name) {
+    if (name.starts_with('/')) {
+        return "its name is an absolute path";
+    }
+    path_.clear();
+    while (!name.empty()) {
+        const std::string_view component = takeComponent(name);
+        if (component == "..") {
+            return "its name leads out of the folder";
+        }
+        if (!component.empty() && component != ".") {
+            path_ += path_.empty() ? "" : "/";
+            path_ += component;
+        }
+    }
+    const std::size_t slash = path_.rfind('/');
+    name_ = slash == std::string::npos ? path_ : path_.substr(slash + 1);
+    return descend(slash == std::string::npos ? "" : std::string_view(path_).substr(0, slash));
+}
+
+std::string TreeWriter::descend(std::string_view path) {
+    if (parent_ && path == parentPath_) {
+        return {};
+    }
+    Descriptor folder = openFolderIn(root_.get(), ".");
+    std::string reached;
+    for (std::string_view rest = path; folder && !rest.empty();) {
+        const std::string component(takeComponent(rest));
+        reached += reached.empty() ? component : "/" + component;
+        const bool isNew = ::mkdirat(folder.get(), component.c_str(), kOwnerOnly) == 0;
+        if (!isNew && errno != EEXIST) {
+            return errnoText(errno);
+        }
+        if (isNew) {
+            folders_[reached].mode = kUsualFolder;
+        }
+        folder = openFolderIn(folder.get(), component.c_str());
+    }
+    if (!folder) {
+        return errno == ENOTDIR || errno == ELOOP
+                   ? fmt::format("\"{}\" is not a folder", log::foreign(reached))
+                   : errnoText(errno);
+    }
+    parent_ = std::move(folder);
+    parentPath_ = path;
+    return {};
+}
+
+std::string TreeWriter::make(const std::function<bool()>& attempt) {
+    if (attempt()) {
+        return {};
+    }
+    if (errno == EEXIST) {
+        if (::unlinkat(parent_.get(), name_.c_str(), 0) != 0) {
+            return errno == EISDIR ? "a folder of this name is there" : errnoText(errno);
+        }
+        if (attempt()) {
+            return {};
+        }
+    }
+    return errnoText(errno);
+}
+
+std::string TreeWriter::makeFolder(const Entry& entry) {
+    if (std::string cause = place(entry.name); !cause.empty() || path_.empty()) {
+        return cause;
+    }
+    if (std::string cause = descend(std::string(path_)); !cause.empty()) {
+        return cause;
+    }
+    folders_[path_] = {.mode = entry.mode, .isDated = true, .time = timeOf(entry)};
+    return {};
+}
+
+std::string TreeWriter::makeLink(const Entry& entry) {
+    if (std::string cause = place(entry.name); !cause.empty()) {
+        return cause;
+    }
+    if (path_.empty()) {
+        return "it has no name";
+    }
+    const Leads leads = whereLinkLeads(path_, entry.text);
+    if (leads == Leads::outside) {
+        return std::string(kLeadsOut);
+    }
+    if (std::string cause = make(
+            [&] { return ::symlinkat(entry.text.c_str(), parent_.get(), name_.c_str()) == 0; });
+        !cause.empty()) {
+        return cause;
+    }
+    if (leads == Leads::unclear) {
+        doubtfulLinks_.push_back(path_);
+    }
+    // A file system that keeps no times of links loses nothing that anybody relies on.
+    static_cast<void>(::utimensat(parent_.get(), name_.c_str(), times(timeOf(entry)).data(),
+                                  AT_SYMLINK_NOFOLLOW));
+    return {};
+}
+
+std::string TreeWriter::beginFile(const Entry& entry) {
+    constexpr mode_t kOwnersFile = 0600;
+    if (std::string cause = place(entry.name); !cause.empty()) {
+        return cause;
+    }
+    if (path_.empty()) {
+        return "it has no name";
+    }
+    fileEntry_ = entry;
+    std::string cause = make([&] {
+        file_ =
+            Descriptor(::openat(parent_.get(), name_.c_str(),
+                                O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kOwnersFile));
+        return static_cast<bool>(file_);
+    });
+    hasFile_ = static_cast<bool>(file_);
+    return cause;
+}
+
+std::string TreeWriter::append(std::string_view content) {
+    const int failure = writeAll(file_.get(), content);
+    return failure == 0 ? std::string() : errnoText(failure);
+}
+
+std::string TreeWriter::finishFile() {
+    if (::fchmod(file_.get(), fileEntry_.mode) != 0 ||
+        ::futimens(file_.get(), times(timeOf(fileEntry_)).data()) != 0) {
+        return errnoText(errno);
+    }
+    // Some file systems tell only here that they have no room.
+    hasFile_ = ::close(file_.release()) != 0;
+    return hasFile_ ? errnoText(errno) : std::string();
+}
+
+void TreeWriter::discardFile() {
+    if (std::exchange(hasFile_, false)) {
+        file_.reset();
+        static_cast<void>(::unlinkat(parent_.get(), name_.c_str(), 0));
+    }
+}
+
+std::string TreeWriter::checkLinks() {
+    for (const std::string& path : doubtfulLinks_) {
+        open_how how{};
+        how.flags = O_PATH | O_CLOEXEC;
+        how.resolve = RESOLVE_BENEATH | RESOLVE_NO_MAGICLINKS;
+        const Descriptor target(
+            static_cast<int>(::syscall(SYS_openat2, root_.get(), path.c_str(), &how, sizeof how)));
+        // One that leads to nothing, or in circles, leads to nothing outside.
+        if (!target && errno != ENOENT && errno != ELOOP && errno != ENOTDIR && errno != EACCES) {
+            const int failure = errno;
+            if (place(path).empty()) {
+                static_cast<void>(::unlinkat(parent_.get(), name_.c_str(), 0));
+            }
+            return fmt::format("{}: {}", log::foreign(path),
+                               failure == EXDEV ? kLeadsOut : errnoText(failure));
+        }
+    }
+    return {};
+}
+
+std::string TreeWriter::finish() {
+    if (std::string cause = checkLinks(); !cause.empty()) {
+        return cause;
+    }
+    for (const auto& [path, facts] : folders_) {
+        std::string cause = descend(path);
+        if (cause.empty() &&
+            ((facts.isDated && ::futimens(parent_.get(), times(facts.time).data()) != 0) ||
+             ::fchmod(parent_.get(), facts.mode) != 0)) {
+            cause = errnoText(errno);
+        }
+        if (!cause.empty()) {
+            return fmt::format("{}: {}", log::foreign(path), cause);
+        }
+    }
+    return {};
+}
+
+} // namespace qv::archiver

@@ -1,0 +1,63 @@
+#pragma once
+
+#include "platform/archiver/EntryStream.h"
+#include "platform/foundation/os/Descriptor.h"
+
+#include <functional>
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace qv::archiver {
+
+/// Writes entries below one folder, whatever they are called: no name leads out of it, links are
+/// never followed, and no link that leads out of it stays. A file or link takes the place of one of
+/// its name that is there; a folder keeps what is in it.
+///
+/// Functions give the cause of a failure, empty for success. The first one ends the work; what was
+/// complete before stays, the file that was being written does not.
+class TreeWriter {
+public:
+    explicit TreeWriter(Descriptor root) : root_(std::move(root)) {}
+    TreeWriter(const TreeWriter&) = delete;
+    TreeWriter& operator=(const TreeWriter&) = delete;
+    TreeWriter(TreeWriter&&) = delete;
+    TreeWriter& operator=(TreeWriter&&) = delete;
+    ~TreeWriter() { discardFile(); }
+
+    [[nodiscard]] std::string makeFolder(const Entry& entry);
+    [[nodiscard]] std::string makeLink(const Entry& entry);
+    [[nodiscard]] std::string beginFile(const Entry& entry);
+    [[nodiscard]] std::string append(std::string_view content);
+    [[nodiscard]] std::string finishFile();
+    /// Takes the file that finishFile() or append() was about away again.
+    void discardFile();
+    /// Gives the folders their modes and times, and looks at the links once all are there.
+    [[nodiscard]] std::string finish();
+
+private:
+    struct FolderFacts {
+        mode_t mode = 0;
+        bool isDated = false;
+        timespec time{};
+    };
+    [[nodiscard]] std::string place(std::string_view name);
+    [[nodiscard]] std::string descend(std::string_view path);
+    /// Calls a function that makes the item; once more after removing what was in the way.
+    [[nodiscard]] std::string make(const std::function<bool()>& attempt);
+    [[nodiscard]] std::string checkLinks();
+
+    Descriptor root_;
+    Descriptor parent_; // the folder of parentPath_
+    std::string parentPath_;
+    std::string path_; // of the current entry, without "." and double slashes
+    std::string name_; // its last component
+    Descriptor file_;
+    bool hasFile_ = false;
+    Entry fileEntry_;
+    std::map<std::string, FolderFacts, std::greater<>> folders_; // inner ones first
+    std::vector<std::string> doubtfulLinks_;
+};
+
+} // namespace qv::archiver

@@ -1,0 +1,263 @@
+#include "platform/archiver/Unpacking.h"
+
+#include "platform/archiver/ArchiveParser.h"
+#include "platform/archiver/EntryStream.h"
+#include "platform/archiver/TreeWriter.h"
+#include "platform/foundation/files/item/HeldItem.h"
+#include "platform/foundation/log/Log.h"
+#include "platform/foundation/os/FileBytes.h"
+#include "platform/foundation/os/Folder.h"
+#include "platform/foundation/os/TemporaryName.h"
+#include "platform/foundation/process/worker/Sandbox.h"
+
+#include <fmt/core.h>
+#include <tl/expected.hpp>
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <fcntl.h>
+#include <memory>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <utility>
+
+namespace qv::archiver {
+
+namespace {
+
+/// Whom the parser becomes where it is started as root, a number without an account.
+constexpr uid_t kParserUser = 47112;
+/// The parser keeps the list of an archive in memory: some 300 bytes an entry.
+constexpr rlim_t kMostMemory = rlim_t{1} << 30U;
+constexpr int kPipeSize = 1 << 20;
+
+using Opened = tl::expected<Descriptor, std::string>;
+
+tl::unexpected<std::string> failed(std::string_view what, int errorNumber) {
+    return tl::unexpected(fmt::format("{}: {}", what, errnoText(errorNumber)));
+}
+
+// Missing folders are made; links on the way are followed as everywhere (files/item/HeldItem.h).
+Opened openDestination(const std::string& path) {
+    constexpr mode_t kUsualMode = 0755;
+    if (!path.starts_with('/')) {
+        return tl::unexpected(fmt::format("{}: not an absolute path", log::foreign(path)));
+    }
+    Descriptor folder(::open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    std::string_view rest(path);
+    while (folder && !rest.empty()) {
+        const std::size_t slash = std::min(rest.find('/'), rest.size());
+        const std::string component(rest.substr(0, slash));
+        rest.remove_prefix(std::min(slash + 1, rest.size()));
+        if (component.empty()) {
+            continue;
+        }
+        tl::expected<Descriptor, int> next =
+            holdItem(folder.get(), component.c_str(), LastLink::follow);
+        if (!next && next.error() == ENOENT) {
+            next = openOrMakeFolderIn(folder.get(), component.c_str(), kUsualMode);
+        } else if (!next) {
+            return failed(log::foreign(path), next.error());
+        }
+        folder = *std::move(next);
+    }
+    Descriptor readable = folder ? openFolderIn(folder.get(), ".") : Descriptor();
+    return readable ? Opened(std::move(readable)) : failed(log::foreign(path), errno);
+}
+
+// A file that nobody else can open, and that goes away with its descriptor.
+Descriptor makeUnnamedFile(int folder) {
+    constexpr mode_t kOwnersFile = 0600;
+    Descriptor file(::openat(folder, ".", O_TMPFILE | O_RDWR | O_CLOEXEC, kOwnersFile));
+    if (!file && (errno == EOPNOTSUPP || errno == EISDIR)) {
+        const std::string name = temporaryName();
+        file = Descriptor(::openat(
+            folder, name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kOwnersFile));
+        if (file && ::unlinkat(folder, name.c_str(), 0) != 0) {
+            return {};
+        }
+    }
+    return file;
+}
+
+Opened keepArchive(int input, int folder) {
+    constexpr std::size_t kPiece = std::size_t{1} << 20U;
+    constexpr std::string_view kWhat = "the archive cannot be kept beside its content";
+    Descriptor file = makeUnnamedFile(folder);
+    if (!file) {
+        return failed(kWhat, errno);
+    }
+    const auto piece = std::make_unique_for_overwrite<char[]>(kPiece); // NOLINT(*-avoid-c-arrays)
+    for (;;) {
+        const ssize_t count = ::read(input, piece.get(), kPiece);
+        if (count == 0) {
+            return file;
+        }
+        if (count < 0 && errno != EINTR) {
+            return failed("the archive cannot be read", errno);
+        }
+        if (count > 0) {
+            const int failure =
+                writeAll(file.get(), {piece.get(), static_cast<std::size_t>(count)});
+            if (failure != 0) {
+                return failed(kWhat, failure);
+            }
+        }
+    }
+}
+
+// What the process may do that looks at a stranger's bytes: read one file, compute, tell.
+std::string confineParser() {
+    if constexpr (!QV_SANITIZED) { // whose own memory is larger than any limit
+        const rlimit memory{.rlim_cur = kMostMemory, .rlim_max = kMostMemory};
+        if (::setrlimit(RLIMIT_AS, &memory) != 0) {
+            return errnoText(errno);
+        }
+    }
+    std::string kept = dropPrivileges(kParserUser);
+    if (kept.empty() && ::prctl(PR_SET_PDEATHSIG, SIGKILL, 0, 0, 0) != 0) {
+        kept = errnoText(errno);
+    }
+    return kept.empty() ? keepToComputing() : kept;
+}
+
+[[noreturn]] void runParser(int archive, int pipe) {
+    EntrySender sender(pipe);
+    prepareParser();
+    if (const std::string kept = confineParser(); !kept.empty()) {
+        sender.sendFailure({}, "no confinement: " + kept);
+        sender.flush();
+    } else {
+        parseArchive(archive, sender);
+    }
+    ::_exit(EXIT_SUCCESS);
+}
+
+/// The parser, as long as this lives.
+class ParserProcess {
+public:
+    explicit ParserProcess(pid_t pid) : pid_(pid) {}
+    ParserProcess(const ParserProcess&) = delete;
+    ParserProcess& operator=(const ParserProcess&) = delete;
+    ParserProcess(ParserProcess&&) = delete;
+    ParserProcess& operator=(ParserProcess&&) = delete;
+    ~ParserProcess() {
+        if (pid_ > 0) {
+            ::kill(pid_, SIGKILL);
+            static_cast<void>(end());
+        }
+    }
+    // For a parser whose stream has ended: how it ended.
+    std::string end() {
+        int status = 0;
+        while (::waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
+        }
+        pid_ = -1;
+        return WIFSIGNALED(status) ? fmt::format("signal {}", WTERMSIG(status))
+                                   : fmt::format("status {}", WEXITSTATUS(status));
+    }
+
+private:
+    pid_t pid_;
+};
+
+std::string writeContent(EntryReceiver& entries, TreeWriter& tree) {
+    for (;;) {
+        const std::optional<std::string_view> piece = entries.receiveContent();
+        if (!piece) {
+            return "the parser of the archive has ended early";
+        }
+        if (std::string cause = piece->empty() ? std::string() : tree.append(*piece);
+            piece->empty() || !cause.empty()) {
+            return cause;
+        }
+    }
+}
+
+std::string writeEntry(const Entry& entry, EntryReceiver& entries, TreeWriter& tree) {
+    switch (entry.kind) {
+    case EntryKind::folder:
+        return tree.makeFolder(entry);
+    case EntryKind::link:
+        return tree.makeLink(entry);
+    case EntryKind::file: {
+        std::string cause = tree.beginFile(entry);
+        return cause.empty() ? writeContent(entries, tree) : cause;
+    }
+    case EntryKind::failure:
+    case EntryKind::end:
+        break;
+    }
+    return {};
+}
+
+std::string writeEntries(EntryReceiver& entries, TreeWriter& tree, ParserProcess& parser) {
+    bool hasFile = false;
+    for (;;) {
+        const std::optional<Entry> entry = entries.receive();
+        if (!entry) {
+            return fmt::format("the parser of the archive has ended early ({})", parser.end());
+        }
+        std::string cause;
+        if (entry->kind == EntryKind::failure) {
+            cause = entry->text;
+        } else if (std::exchange(hasFile, false)) {
+            cause = tree.finishFile();
+        }
+        if (cause.empty() && entry->kind == EntryKind::end) {
+            return tree.finish();
+        }
+        if (cause.empty()) {
+            hasFile = entry->kind == EntryKind::file;
+            cause = writeEntry(*entry, entries, tree);
+        }
+        if (!cause.empty()) {
+            tree.discardFile();
+            const std::string shown = log::foreign(cause);
+            return entry->name.empty() ? shown
+                                       : fmt::format("{}: {}", log::foreign(entry->name), shown);
+        }
+    }
+}
+
+} // namespace
+
+std::string unpack(int input, const std::string& folder) {
+    if (::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0) {
+        return "no new privileges: " + errnoText(errno);
+    }
+    Opened destination = openDestination(folder);
+    if (!destination) {
+        return destination.error();
+    }
+    const Opened archive = keepArchive(input, destination->get());
+    if (!archive) {
+        return archive.error();
+    }
+    std::array<int, 2> ends{};
+    if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
+        return "no pipe: " + errnoText(errno);
+    }
+    const Descriptor reading(ends[0]);
+    Descriptor writing(ends[1]);
+    static_cast<void>(::fcntl(writing.get(), F_SETPIPE_SZ, kPipeSize)); // else the usual size
+    const pid_t child = ::fork();
+    if (child < 0) {
+        return "no process: " + errnoText(errno);
+    }
+    if (child == 0) {
+        destination->reset();
+        runParser(archive->get(), writing.get());
+    }
+    ParserProcess parser(child);
+    writing.reset();
+    EntryReceiver entries(reading.get());
+    TreeWriter tree(*std::move(destination));
+    return writeEntries(entries, tree, parser);
+}
+
+} // namespace qv::archiver

@@ -1,0 +1,30 @@
+#include "platform/archiver/Unpacking.h"
+#include "platform/foundation/log/Log.h"
+#include "platform/foundation/process/state/ProcessState.h"
+
+#include <fmt/core.h>
+
+#include <cstdlib>
+#include <span>
+#include <string>
+#include <string_view>
+#include <unistd.h>
+
+// QVCatalogArchiver -kx - FOLDER: unpacks the ZIP archive on standard input into the folder. Exits
+// with 0, or with 1 and a line on standard error that names the entry and the cause.
+int main(int count, char** words) {
+    qv::sanitizeProcess();
+    qv::log::open("QVCatalogArchiver", qv::log::Destination::standardError);
+    const std::span arguments(words, static_cast<std::size_t>(count));
+    constexpr std::size_t kWords = 4;
+    std::string cause = "usage: QVCatalogArchiver -kx - FOLDER";
+    if (arguments.size() == kWords && std::string_view(arguments[1]) == "-kx" &&
+        std::string_view(arguments[2]) == "-") {
+        cause = qv::archiver::unpack(STDIN_FILENO, arguments[3]);
+    }
+    if (cause.empty()) {
+        return EXIT_SUCCESS;
+    }
+    qv::log::write(qv::log::Priority::error, cause);
+    return EXIT_FAILURE;
+}
