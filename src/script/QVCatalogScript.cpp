@@ -176,6 +176,12 @@ Error ScriptEngine::perform(OperationCode code, std::initializer_list<StepArgume
 QV_REGISTER_CLASS(
     QVCatalogScript, NSObject, QV_CLASS_METHOD(oneLineScript, "oneLineScript"),
     QV_CLASS_METHOD(trashPathForURL, "trashPathForURL:volumeHasTrash:"),
+    QV_CLASS_METHOD(copyAndExtractFile, "copyAndExtractFile:toTemporaryLocation:onSameVolumeAs:"),
+    QV_CLASS_METHOD(createTemporaryFolder, "createTemporaryFolder:onSameVolumeAs:"),
+    QV_CLASS_METHOD(extractDMG,
+                    "extractDMG:extractedRoot:findBundleWithIdentifier:returnFoundBundleLocation:"),
+    QV_CLASS_METHOD(extractZIP, "extractZIP:toLocation:"),
+    QV_CLASS_METHOD(findBundleWithIdentifier, "findBundleWithIdentifier:inFolder:"),
     QV_METHOD(isPriviledged, "isPriviledged"), QV_METHOD(setIsPriviledged, "setIsPriviledged:"),
     QV_METHOD(errorHandlingBehaviour, "errorHandlingBehaviour"),
     QV_METHOD(setErrorHandlingBehaviour, "setErrorHandlingBehaviour:"),

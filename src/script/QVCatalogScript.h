@@ -150,6 +150,40 @@ public:
     Error executeTool(const std::optional<Value>& tool, const std::optional<Value>& arguments,
                       const std::optional<Value>& successReturnCodes);
 
+    // Archives and disk images (QVCatalogScriptArchives.cpp). No steps: they act at once, in this
+    // process and with its rights, and wait for the programs that they start. Result pointers may
+    // be null and are reset first. Errors of their own are of kCatalogScriptErrorDomain, code 0;
+    // those of the file manager travel unchanged. What a failure leaves behind stays, but for a
+    // mounted image and the temporary copy of one.
+
+    /// Unpacks a disk image (extension dmg) or a ZIP archive (zip) into a fresh folder, which
+    /// `toTemporaryLocation` receives; see createTemporaryFolder for the place.
+    static Error copyAndExtractFile(const std::optional<URL>& file,
+                                    std::optional<URL>* toTemporaryLocation,
+                                    const std::optional<URL>& onSameVolumeAs);
+    /// Makes a folder with a random name on the volume of an item, or in the temporary folder when
+    /// none is given or that volume has no place for it. When a hundred names fail, the folder is
+    /// the one that it would lie in, and the result the last error, if there was one.
+    static Error createTemporaryFolder(std::optional<URL>* folder,
+                                       const std::optional<URL>& onSameVolumeAs);
+    /// Mounts a disk image, copies what is visible at its top into a fresh folder beside it,
+    /// `extractedRoot`, and looks there for a bundle, if it is asked for one. Without
+    /// `extractedRoot` there is no such folder, and the first copy fails. An image that cannot be
+    /// mounted is NSPOSIXErrorDomain with the status of the tool as the code. A folder that cannot
+    /// be made is no error: `extractedRoot` stays none.
+    static Error extractDMG(const std::optional<URL>& image, std::optional<URL>* extractedRoot,
+                            std::optional<std::string_view> findBundleWithIdentifier,
+                            std::optional<URL>* returnFoundBundleLocation);
+    /// Unpacks a ZIP archive into a folder, which is made if it is missing. An archive that cannot
+    /// be opened is no error: nothing happens.
+    static Error extractZIP(const std::optional<URL>& archive,
+                            const std::optional<URL>& toLocation);
+    /// The first bundle in or below a folder with an identifier, without regard to case: depth
+    /// first in the order of the listings, hidden items included, not inside packages and not
+    /// through links. None when there is none.
+    static std::optional<URL> findBundleWithIdentifier(std::string_view identifier,
+                                                       const std::optional<URL>& inFolder);
+
     // Control steps (QVCatalogScriptControl.cpp).
 
     void updateProgressField(std::uint32_t field, const std::optional<Value>& withValue);

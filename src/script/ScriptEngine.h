@@ -13,6 +13,7 @@
 namespace qv {
 
 class NamedItem;
+struct ExtractionTools;
 struct RuleServices;
 
 // The inside of a QVCatalogScript. It is not installed, so applications do not depend on it.
@@ -73,6 +74,18 @@ public:
     /// "Foo (2.1).app" with its version or else the day of its last change, "Foo (2.1 - 1).app" and
     /// so on; without either "Foo (0).app", "Foo (1).app".
     static URL _smartArchiveNameItem(const URL& item, const URL& atDirectory);
+
+    // The class methods of these names, with the tools that they start.
+    static Error copyAndExtractFile(const std::optional<URL>& file,
+                                    std::optional<URL>* toTemporaryLocation,
+                                    const std::optional<URL>& onSameVolumeAs,
+                                    const ExtractionTools& tools);
+    static Error extractDMG(const std::optional<URL>& image, std::optional<URL>* extractedRoot,
+                            std::optional<std::string_view> findBundleWithIdentifier,
+                            std::optional<URL>* returnFoundBundleLocation,
+                            const ExtractionTools& tools);
+    static Error extractZIP(const std::optional<URL>& archive, const std::optional<URL>& toLocation,
+                            const ExtractionTools& tools);
 
     class RecordingEnd;
 

@@ -3,7 +3,7 @@
 #include "platform/archiver/ArchiveParser.h"
 #include "platform/archiver/EntryStream.h"
 #include "platform/archiver/TreeWriter.h"
-#include "platform/foundation/files/item/HeldItem.h"
+#include "platform/foundation/files/item/MakeFolders.h"
 #include "platform/foundation/log/Log.h"
 #include "platform/foundation/os/FileBytes.h"
 #include "platform/foundation/os/Folder.h"
@@ -41,32 +41,12 @@ tl::unexpected<std::string> failed(std::string_view what, int errorNumber) {
     return tl::unexpected(fmt::format("{}: {}", what, errnoText(errorNumber)));
 }
 
-// Missing folders are made; links on the way are followed as everywhere (files/item/HeldItem.h).
 Opened openDestination(const std::string& path) {
-    constexpr mode_t kUsualMode = 0755;
     if (!path.starts_with('/')) {
         return tl::unexpected(fmt::format("{}: not an absolute path", log::foreign(path)));
     }
-    Descriptor folder(::open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    std::string_view rest(path);
-    while (folder && !rest.empty()) {
-        const std::size_t slash = std::min(rest.find('/'), rest.size());
-        const std::string component(rest.substr(0, slash));
-        rest.remove_prefix(std::min(slash + 1, rest.size()));
-        if (component.empty()) {
-            continue;
-        }
-        tl::expected<Descriptor, int> next =
-            holdItem(folder.get(), component.c_str(), LastLink::follow);
-        if (!next && next.error() == ENOENT) {
-            next = openOrMakeFolderIn(folder.get(), component.c_str(), kUsualMode);
-        } else if (!next) {
-            return failed(log::foreign(path), next.error());
-        }
-        folder = *std::move(next);
-    }
-    Descriptor readable = folder ? openFolderIn(folder.get(), ".") : Descriptor();
-    return readable ? Opened(std::move(readable)) : failed(log::foreign(path), errno);
+    tl::expected<Descriptor, int> folder = openOrMakeFolders(path);
+    return folder ? Opened(*std::move(folder)) : failed(log::foreign(path), folder.error());
 }
 
 // A file that nobody else can open, and that goes away with its descriptor.

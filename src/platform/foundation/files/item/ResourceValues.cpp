@@ -75,10 +75,14 @@ std::optional<bool> isPackage(const NamedItem& item) {
     if (!found || !url) {
         return std::nullopt;
     }
-    const int folder = found->item.get();
-    return S_ISDIR(found->info.st_mode) &&
-           (isPackageExtension(url->pathExtension()) || isThere(folder, "Contents/Info.plist") ||
-            isThere(folder, "Contents/PkgInfo"));
+    return S_ISDIR(found->info.st_mode) && isPackage(found->item.get(), url->lastPathComponent());
+}
+
+bool isPackage(int folder, std::string_view name) {
+    const std::size_t dot = name.rfind('.');
+    const bool hasExtension = dot != 0 && dot != std::string_view::npos;
+    return (hasExtension && isPackageExtension(name.substr(dot + 1))) ||
+           isThere(folder, "Contents/Info.plist") || isThere(folder, "Contents/PkgInfo");
 }
 
 } // namespace qv::ResourceValues

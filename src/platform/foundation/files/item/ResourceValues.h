@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <string_view>
 
 /// What the file system knows of the item at a file URL; a link is an item itself. None when the
 /// item cannot be examined, or the URL names none.
@@ -20,5 +21,7 @@ namespace qv::ResourceValues {
 /// A folder that shows as one item: by its extension, or because it holds the information of a
 /// bundle.
 [[nodiscard]] std::optional<bool> isPackage(const NamedItem& item);
+/// The same of a folder that is open.
+[[nodiscard]] bool isPackage(int folder, std::string_view name);
 
 } // namespace qv::ResourceValues

@@ -1,6 +1,7 @@
 #include "platform/foundation/files/manager/FileManager.h"
 
 #include "platform/foundation/files/item/FileErrors.h"
+#include "platform/foundation/files/item/MakeFolders.h"
 #include "platform/foundation/files/item/Sync.h"
 #include "platform/foundation/files/manager/CopyItem.h"
 #include "platform/foundation/files/manager/MoveItem.h"
@@ -103,6 +104,14 @@ bool createFileAtPath(const NamedItem& item, std::string_view contents) {
         static_cast<void>(::unlinkat(folder, temporary.c_str(), 0));
     }
     return done;
+}
+
+Error createDirectoryAtURL(const NamedItem& item) {
+    if (!item.path()) {
+        return item.path().error();
+    }
+    const tl::expected<Descriptor, int> made = openOrMakeFolders(*item.path());
+    return made ? Error() : fileError({made.error(), FileAccess::write, *item.path(), ""}, "");
 }
 
 bool fileExistsAtPath(const NamedItem& item) {

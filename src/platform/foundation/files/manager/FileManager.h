@@ -31,6 +31,10 @@ namespace qv::FileManager {
 /// Writes a file whole or not at all; one that exists is replaced. Whether it succeeded.
 [[nodiscard]] bool createFileAtPath(const NamedItem& item, std::string_view contents);
 
+/// Makes a folder, and those on the way to it that are missing, as open to others as the process
+/// lets them be. One that is there already will do.
+[[nodiscard]] Error createDirectoryAtURL(const NamedItem& item);
+
 /// Whether there is something at the end of all links. A link that must not be followed, or goes
 /// in circles, is something itself.
 [[nodiscard]] bool fileExistsAtPath(const NamedItem& item);

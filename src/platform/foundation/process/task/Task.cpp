@@ -1,5 +1,6 @@
 #include "platform/foundation/process/task/Task.h"
 
+#include "platform/foundation/os/FileBytes.h"
 #include "platform/foundation/os/ProcessIdentity.h"
 #include "platform/foundation/process/state/UserRecord.h"
 #include "platform/foundation/process/task/SpawnProcess.h"
@@ -98,6 +99,24 @@ tl::expected<Pipe, Error> Pipe::pipe() {
         return tl::unexpected(Error::posix(errno));
     }
     return Pipe{Descriptor(ends[0]), Descriptor(ends[1])};
+}
+
+// The signal is sent to the thread that writes. One that was pending before is left to the process.
+int writeToPipe(int pipe, std::string_view bytes) noexcept {
+    sigset_t broken{};
+    sigset_t before{};
+    sigset_t pending{};
+    ::sigemptyset(&broken);
+    ::sigaddset(&broken, SIGPIPE);
+    ::sigpending(&pending);
+    ::pthread_sigmask(SIG_BLOCK, &broken, &before);
+    const int failure = writeAll(pipe, bytes);
+    if (failure == EPIPE && ::sigismember(&pending, SIGPIPE) == 0) {
+        constexpr timespec kAtOnce{};
+        ::sigtimedwait(&broken, nullptr, &kAtOnce);
+    }
+    ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    return failure;
 }
 
 Task::~Task() {

@@ -9,6 +9,7 @@
 #include <csignal>
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <sys/types.h>
 #include <vector>
 
@@ -26,6 +27,9 @@ enum class TerminationReason : std::uint8_t {
     exit = 1,
     uncaughtSignal = 2,
 };
+
+/// Writes all of it into a pipe. 0 or the errno; EPIPE, and no signal, when nobody reads any more.
+[[nodiscard]] int writeToPipe(int pipe, std::string_view bytes) noexcept;
 
 /// Runs another program, once.
 ///
