@@ -101,4 +101,19 @@ std::string canonicallyDecomposed(std::string_view text) {
     return result;
 }
 
+std::string canonicallyComposed(std::string_view text) {
+    UErrorCode status = U_ZERO_ERROR;
+    const icu::Normalizer2* normalizer = icu::Normalizer2::getNFCInstance(status);
+    std::string result;
+    icu::StringByteSink<std::string> sink(&result);
+    if (normalizer != nullptr) {
+        const icu::StringPiece piece(text.data(), static_cast<std::int32_t>(text.size()));
+        normalizer->normalizeUTF8(0, piece, sink, nullptr, status);
+    }
+    if (U_FAILURE(status) != 0) {
+        throw std::bad_alloc();
+    }
+    return result;
+}
+
 } // namespace qv

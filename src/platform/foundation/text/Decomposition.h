@@ -14,4 +14,8 @@ inline constexpr std::size_t kMostMarks = 30;
 /// marks combine with one character.
 [[nodiscard]] std::string canonicallyDecomposed(std::string_view text);
 
+/// The canonical composition (NFC) of a short UTF-8 text, such as a file's name: the time is linear
+/// only while marks are few.
+[[nodiscard]] std::string canonicallyComposed(std::string_view text);
+
 } // namespace qv
