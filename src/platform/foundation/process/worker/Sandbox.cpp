@@ -11,6 +11,7 @@
 #include <initializer_list>
 #include <linux/capability.h>
 #include <linux/fs.h>
+#include <linux/sched.h>
 #include <memory>
 #include <seccomp.h>
 #include <sys/mman.h>
@@ -25,6 +26,7 @@ namespace qv {
 namespace {
 
 constexpr rlim_t kDescriptors = 16;
+constexpr rlim_t kDescriptorsOfUnpacking = 128;
 
 std::string failure(std::string_view what, int errorNumber) {
     return fmt::format("{}: {}", what, strerrordesc_np(errorNumber));
@@ -52,18 +54,62 @@ constexpr Calls kComputing = {SCMP_SYS(brk),
                               SCMP_SYS(sched_yield),
                               SCMP_SYS(alarm)};
 
-constexpr Calls kOpenDescriptors = {
-    SCMP_SYS(read),    SCMP_SYS(pread64),  SCMP_SYS(write),  SCMP_SYS(close), SCMP_SYS(fstat),
-    SCMP_SYS(recvmsg), SCMP_SYS(recvfrom), SCMP_SYS(sendto), SCMP_SYS(poll),  SCMP_SYS(ppoll)};
+constexpr Calls kOpenDescriptors = {SCMP_SYS(read),     SCMP_SYS(pread64), SCMP_SYS(write),
+                                    SCMP_SYS(close),    SCMP_SYS(fstat),   SCMP_SYS(recvmsg),
+                                    SCMP_SYS(recvfrom), SCMP_SYS(sendto),  SCMP_SYS(poll),
+                                    SCMP_SYS(ppoll),    SCMP_SYS(lseek),   SCMP_SYS(fadvise64)};
 
 constexpr Calls kServing = {SCMP_SYS(accept4), SCMP_SYS(clone),           SCMP_SYS(clone3),
                             SCMP_SYS(wait4),   SCMP_SYS(setitimer),       SCMP_SYS(seccomp),
                             SCMP_SYS(prctl),   SCMP_SYS(set_robust_list), SCMP_SYS(rseq)};
 
-/// A list of system calls; everything else ends the process.
+constexpr Calls kProgram = {SCMP_SYS(execve),
+                            SCMP_SYS(arch_prctl),
+                            SCMP_SYS(prlimit64),
+                            SCMP_SYS(set_tid_address),
+                            SCMP_SYS(rt_sigaction),
+                            SCMP_SYS(sigaltstack),
+                            SCMP_SYS(getuid),
+                            SCMP_SYS(geteuid),
+                            SCMP_SYS(getgid),
+                            SCMP_SYS(getegid),
+                            SCMP_SYS(getppid),
+                            SCMP_SYS(uname),
+                            SCMP_SYS(sysinfo),
+                            SCMP_SYS(getrusage),
+                            SCMP_SYS(times),
+                            SCMP_SYS(nanosleep),
+                            SCMP_SYS(clock_getres),
+                            SCMP_SYS(clock_nanosleep),
+                            SCMP_SYS(getcpu),
+                            SCMP_SYS(sched_getaffinity),
+                            SCMP_SYS(membarrier),
+                            SCMP_SYS(sched_setaffinity),
+                            SCMP_SYS(set_robust_list),
+                            SCMP_SYS(rseq),
+                            SCMP_SYS(mmap),
+                            SCMP_SYS(mprotect),
+                            SCMP_SYS(tgkill)};
+
+constexpr Calls kFiles = {
+    SCMP_SYS(open),      SCMP_SYS(openat),    SCMP_SYS(newfstatat), SCMP_SYS(stat),
+    SCMP_SYS(lstat),     SCMP_SYS(statx),     SCMP_SYS(statfs),     SCMP_SYS(fstatfs),
+    SCMP_SYS(access),    SCMP_SYS(faccessat), SCMP_SYS(faccessat2), SCMP_SYS(lseek),
+    SCMP_SYS(readv),     SCMP_SYS(writev),    SCMP_SYS(pwrite64),   SCMP_SYS(ftruncate),
+    SCMP_SYS(fallocate), SCMP_SYS(fadvise64), SCMP_SYS(fsync),      SCMP_SYS(fcntl),
+    SCMP_SYS(dup),       SCMP_SYS(dup2),      SCMP_SYS(dup3),       SCMP_SYS(getcwd),
+    SCMP_SYS(chdir),     SCMP_SYS(umask),     SCMP_SYS(mkdir),      SCMP_SYS(mkdirat),
+    SCMP_SYS(rmdir),     SCMP_SYS(unlink),    SCMP_SYS(unlinkat),   SCMP_SYS(rename),
+    SCMP_SYS(renameat),  SCMP_SYS(renameat2), SCMP_SYS(link),       SCMP_SYS(linkat),
+    SCMP_SYS(symlink),   SCMP_SYS(symlinkat), SCMP_SYS(readlink),   SCMP_SYS(readlinkat),
+    SCMP_SYS(chmod),     SCMP_SYS(fchmod),    SCMP_SYS(fchmodat),   SCMP_SYS(utime),
+    SCMP_SYS(utimes),    SCMP_SYS(utimensat), SCMP_SYS(getdents64), SCMP_SYS(ioctl)};
+
+/// A list of system calls; everything else ends the process, or as it is told.
 class Filter {
 public:
-    Filter() : context_(seccomp_init(SCMP_ACT_KILL_PROCESS)) {}
+    explicit Filter(std::uint32_t otherwise = SCMP_ACT_KILL_PROCESS)
+        : context_(seccomp_init(otherwise)) {}
 
     void allow(Calls calls) {
         for (const int call : calls) {
@@ -113,10 +159,30 @@ std::string keepTo(std::initializer_list<Calls> lists) {
     return filter.load();
 }
 
-bool dropCapabilities() {
+// All but those of a set of the first 32.
+bool keepCapabilities(std::uint32_t kept) {
     __user_cap_header_struct header{.version = _LINUX_CAPABILITY_VERSION_3, .pid = 0};
-    const std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3> none{};
-    return ::syscall(SYS_capset, &header, none.data()) == 0;
+    const std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3> sets{
+        __user_cap_data_struct{.effective = kept, .permitted = kept, .inheritable = kept}};
+    return ::syscall(SYS_capset, &header, sets.data()) == 0;
+}
+
+// No new privileges, no memory that others could look into, no cores.
+std::string limitProcess(rlim_t descriptors) {
+    if (::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0) {
+        return failure("no new privileges", errno);
+    }
+    if (::prctl(PR_SET_DUMPABLE, 0, 0, 0, 0) != 0) {
+        return failure("not dumpable", errno);
+    }
+    for (const auto& [resource, most] :
+         {std::pair{RLIMIT_CORE, rlim_t{0}}, {RLIMIT_NOFILE, descriptors}}) {
+        const rlimit limit{.rlim_cur = most, .rlim_max = most};
+        if (::setrlimit(resource, &limit) != 0) {
+            return failure("resource limits", errno);
+        }
+    }
+    return {};
 }
 
 } // namespace
@@ -128,7 +194,7 @@ std::string becomeUser(uid_t user, gid_t group, const std::vector<gid_t>& groups
     const bool isDone =
         ::setgroups(groups.size(), groups.data()) == 0 && ::setresgid(group, group, group) == 0 &&
         ::setresuid(user, user, user) == 0 && ::getresuid(&real, &effective, &saved) == 0 &&
-        real == user && effective == user && saved == user && (user == 0 || dropCapabilities());
+        real == user && effective == user && saved == user && (user == 0 || keepCapabilities(0));
     return isDone ? "" : failure(fmt::format("becoming user {}", user), errno);
 }
 
@@ -138,24 +204,34 @@ std::string dropPrivileges(uid_t user) {
             return failed;
         }
     }
-    if (::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0) {
-        return failure("no new privileges", errno);
-    }
-    if (::prctl(PR_SET_DUMPABLE, 0, 0, 0, 0) != 0) {
-        return failure("not dumpable", errno);
-    }
-    for (const auto& [resource, most] :
-         {std::pair{RLIMIT_CORE, rlim_t{0}}, {RLIMIT_NOFILE, kDescriptors}}) {
-        const rlimit limit{.rlim_cur = most, .rlim_max = most};
-        if (::setrlimit(resource, &limit) != 0) {
-            return failure("resource limits", errno);
-        }
-    }
-    return {};
+    return limitProcess(kDescriptors);
+}
+
+std::string dropAllButReading(uid_t user) {
+    constexpr std::uint32_t kReading = 1U << static_cast<unsigned>(CAP_DAC_READ_SEARCH);
+    const bool isDone =
+        ::prctl(PR_SET_KEEPCAPS, 1, 0, 0, 0) == 0 && ::setgroups(0, nullptr) == 0 &&
+        ::setresgid(user, user, user) == 0 && ::setresuid(user, user, user) == 0 &&
+        keepCapabilities(kReading) &&
+        ::prctl(PR_CAP_AMBIENT, PR_CAP_AMBIENT_RAISE, CAP_DAC_READ_SEARCH, 0, 0) == 0;
+    return isDone ? limitProcess(kDescriptorsOfUnpacking)
+                  : failure(fmt::format("becoming reader {}", user), errno);
 }
 
 std::string keepToServing() { return keepTo({kComputing, kOpenDescriptors, kServing}); }
 
 std::string keepToComputing() { return keepTo({kComputing, kOpenDescriptors}); }
+
+std::string keepToUnpacking() {
+    if constexpr (QV_SANITIZED) {
+        return {};
+    }
+    Filter filter(SCMP_ACT_ERRNO(ENOSYS));
+    for (const Calls& calls : {kComputing, kOpenDescriptors, kProgram, kFiles}) {
+        filter.allow(calls);
+    }
+    filter.allow(SCMP_SYS(clone), 0, CLONE_THREAD, CLONE_THREAD);
+    return filter.load();
+}
 
 } // namespace qv

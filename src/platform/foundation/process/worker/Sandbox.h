@@ -17,6 +17,16 @@ namespace qv {
 /// it might execute; memory that others could look into; cores, more than a few descriptors.
 [[nodiscard]] std::string dropPrivileges(uid_t user);
 
+/// As dropPrivileges from root, except that this process and what it executes may still read every
+/// file that they can name. Show it a tree of its own first, with nothing that it must not read,
+/// and call keepToUnpacking: a file handle would lead out of the tree.
+[[nodiscard]] std::string dropAllButReading(uid_t user);
+
+/// All system calls but those that a program takes to start, to read and write files, and to
+/// compute in several threads. The others are refused as unknown (ENOSYS), for good and in what it
+/// executes: no socket, mount, file handle, tracing, new process or namespace.
+[[nodiscard]] std::string keepToUnpacking();
+
 /// All system calls but those that it takes to wait for connections and to start and reap
 /// processes like this one.
 [[nodiscard]] std::string keepToServing();
