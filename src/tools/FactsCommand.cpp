@@ -47,7 +47,9 @@ public:
                                                                        "computerVersionMajor",
                                                                        "computerVersionMinor"};
         for (const std::string_view question : kQuestions) {
-            add("version", question);
+            const bool isOfHost = question.starts_with("hostApplication");
+            add("version", question,
+                isOfHost ? "of this command; a script gets the service's" : "");
         }
     }
 
@@ -106,7 +108,8 @@ private:
     // Adds a question, as a key path where a rule reads that as the same question.
     void add(std::string_view function, std::string_view parameter, std::string note = {}) {
         const std::string keyPath = fmt::format("{}.{}", function, parameter);
-        if (!isWanted(keyPath)) {
+        const bool isOfWantedName = function == "application" && isWanted(note);
+        if (!isWanted(keyPath) && !isOfWantedName) {
             return;
         }
         const std::string call = fmt::format("${{{}({})}}", function, parameter);
@@ -180,7 +183,10 @@ Result facts(const FactsOptions& options) {
     } else {
         print(facts.facts());
     }
-    return facts.facts().empty() ? ExitStatus::failed : ExitStatus::success;
+    if (!facts.facts().empty()) {
+        return ExitStatus::success;
+    }
+    return failure(ExitStatus::failed, "no question, and no application's name, has this in it");
 }
 
 } // namespace qv::tools
