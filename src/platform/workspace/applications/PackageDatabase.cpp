@@ -2,10 +2,14 @@
 
 #include "platform/foundation/os/CopiedPath.h"
 #include "platform/foundation/os/RegularFile.h"
+#include "platform/workspace/applications/FoldedText.h"
 
 #include <algorithm>
 #include <cstddef>
+#include <cstring>
+#include <fcntl.h>
 #include <filesystem>
+#include <iterator>
 #include <system_error>
 #include <vector>
 
@@ -13,29 +17,49 @@ namespace qv {
 
 namespace {
 
+namespace fs = std::filesystem;
+
 constexpr std::string_view kListSuffix = ".list";
+constexpr auto kRegularFile = fs::file_type::regular;
 
 std::optional<std::string> contentUpTo(const std::string& path, std::size_t most) {
     const Descriptor file = openRegularFile(path);
     return file ? contentOfRegularFile(file.get(), most) : std::nullopt;
 }
 
-// The names of packages that have a list of files, in their order.
-std::vector<std::string> packagesIn(const std::string& folder) {
+// Usually a package and an entry that it installs have a part of their names in common.
+bool isNamedLike(std::string_view package, std::string_view entry) {
+    return entry.find(package.substr(0, package.find(':'))) != std::string_view::npos ||
+           package.find(entry) != std::string_view::npos;
+}
+
+// The names of packages that have a list of files, those first that are named like the entry.
+std::vector<std::string> packagesIn(const std::string& folder, std::string_view entry) {
     constexpr std::size_t kMostPackages = 100'000;
     std::vector<std::string> packages;
+    std::vector<std::string> others;
     std::error_code error;
-    std::filesystem::directory_iterator each(folder, error);
-    for (;
-         !error && each != std::filesystem::directory_iterator() && packages.size() < kMostPackages;
+    fs::directory_iterator each(folder, error);
+    for (; !error && each != fs::directory_iterator() &&
+           packages.size() + others.size() < kMostPackages;
          each.increment(error)) {
         const std::string file = each->path().filename();
-        if (file.ends_with(kListSuffix)) {
-            packages.push_back(file.substr(0, file.size() - kListSuffix.size()));
+        if (file.ends_with(kListSuffix) && each->symlink_status(error).type() == kRegularFile) {
+            const std::string package = file.substr(0, file.size() - kListSuffix.size());
+            (isNamedLike(package, entry) ? packages : others).push_back(package);
         }
     }
     std::ranges::sort(packages);
+    std::ranges::sort(others);
+    std::ranges::move(others, std::back_inserter(packages));
     return packages;
+}
+
+// `line`: between line feeds.
+bool holdsLine(std::string_view text, std::string_view line) {
+    // Faster than a search for the first character, which each line has.
+    return ::memmem(text.data(), text.size(), line.data(), line.size()) != nullptr ||
+           text.starts_with(line.substr(1));
 }
 
 // A field of a paragraph of lines "NAME: value".
@@ -77,15 +101,18 @@ std::optional<std::string> packageVersionOfFile(const std::string& path, const s
         return std::nullopt;
     }
     const std::string database = root + "/var/lib/dpkg";
+    const std::string lists = copiedPath(root, database + "/info").value_or("");
+    const Descriptor folder(::open(lists.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     const std::string line = "\n" + path + "\n";
+    const std::string entry = folded(fs::path(path).stem().native());
     std::size_t left = std::size_t{256} << 20U;
-    const std::string lists = database + "/info";
-    for (const std::string& package : packagesIn(copiedPath(root, lists).value_or(""))) {
-        const std::string file = std::string(lists).append("/").append(package).append(kListSuffix);
-        const auto list = contentUpTo(copiedPath(root, file).value_or(""), left);
+    for (const std::string& package : packagesIn(lists, entry)) {
+        const std::string name = package + std::string(kListSuffix);
+        const Descriptor file(::openat(folder.get(), name.c_str(),
+                                       O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+        const auto list = file ? contentOfRegularFile(file.get(), left) : std::nullopt;
         left -= list ? list->size() : 0;
-        if (list && (list->find(line) != std::string::npos ||
-                     list->starts_with(std::string_view(line).substr(1)))) {
+        if (list && holdsLine(*list, line)) {
             const auto status =
                 contentUpTo(copiedPath(root, database + "/status").value_or(""), kLongestStatus);
             return status ? installedVersion(*status, package) : std::nullopt;
