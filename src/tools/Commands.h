@@ -142,6 +142,22 @@ struct ApplicationOptions {
 /// Prints where an application is.
 Result application(const ApplicationOptions& options);
 
+struct ExtractOptions {
+    std::string file; ///< a ZIP archive or a disk image, by its extension
+    std::string to;   ///< the folder for its content; empty: a fresh one on the file's volume
+    bool json = false;
+};
+/// Unpacks an archive or an image, and prints the folder that holds the content.
+Result extract(const ExtractOptions& options);
+
+struct FindBundleOptions {
+    std::string identifier;
+    std::string folder;
+    bool json = false;
+};
+/// Prints where in a folder a bundle is.
+Result findBundle(const FindBundleOptions& options);
+
 struct VersionOptions {
     std::string version;
     std::string other;

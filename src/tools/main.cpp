@@ -202,6 +202,25 @@ void addApplication(CLI::App& command, Command& chosen) {
     command.callback([&chosen, options] { chosen = [options] { return application(*options); }; });
 }
 
+void addExtract(CLI::App& command, Command& chosen) {
+    auto options = std::make_shared<ExtractOptions>();
+    command.add_option("FILE", options->file, "a ZIP archive (.zip) or a disk image (.dmg)")
+        ->required();
+    command.add_option("--to", options->to,
+                       "the folder for its content; a fresh one on FILE's volume when left out");
+    command.add_flag("--json", options->json, "print as JSON");
+    command.callback([&chosen, options] { chosen = [options] { return extract(*options); }; });
+}
+
+void addFindBundle(CLI::App& command, Command& chosen) {
+    auto options = std::make_shared<FindBundleOptions>();
+    command.add_option("ID", options->identifier, "the bundle's identifier, in any case")
+        ->required();
+    command.add_option("DIR", options->folder, "where to look, folders in it included")->required();
+    command.add_flag("--json", options->json, "print as JSON");
+    command.callback([&chosen, options] { chosen = [options] { return findBundle(*options); }; });
+}
+
 void addVersion(CLI::App& command, Command& chosen) {
     auto options = std::make_shared<VersionOptions>();
     command.add_option("A", options->version, "a version, e.g. 10.6.8")->required();
@@ -267,6 +286,8 @@ constexpr std::array kCommands = std::to_array<CommandRow>({
     {"registry", "Show the devices of this machine, follow them, or make a rule for one",
      addRegistry},
     {"application", "Print where an application is: its bundle or desktop entry", addApplication},
+    {"extract", "Unpack a ZIP archive or a disk image and print where", addExtract},
+    {"find-bundle", "Print where in a folder the bundle of an identifier is", addFindBundle},
     {"version", "Compare two versions; -1: A is older than B, 0: the same, 1: newer", addVersion},
     {"trust", "Show, check and revoke the trust that was granted to programs", nullptr, kTrust},
 });

@@ -4,10 +4,14 @@
 
 #include "support/RealUser.h"
 
+#include <filesystem>
+#include <sys/mount.h>
 #include <unistd.h>
 
 namespace qv::test {
 namespace {
+
+namespace fs = std::filesystem;
 
 class Command : public testing::TestWithParam<const char*> {
 protected:
@@ -45,6 +49,12 @@ TEST_F(RootsCommand, FollowsDevices) {
         GTEST_SKIP() << "network interfaces cannot be added here";
     }
     expectTranscript("registry-live", folder_);
+}
+
+TEST_F(RootsCommand, UnpacksArchives) {
+    fs::create_directory(folder_ / "volume");
+    expectTranscript("extract", folder_);
+    static_cast<void>(::umount2((folder_ / "volume").c_str(), MNT_DETACH)); // if a step failed
 }
 
 TEST_F(RootsCommand, ReadsPreferencesOfAUser) {
