@@ -52,15 +52,15 @@ Leads whereLinkLeads(std::string_view path, std::string_view target) {
     auto depth = std::ranges::count(path, '/');
     bool isNamed = false;
     while (!target.empty()) {
-        const std::string_view component = takeComponent(target);
-        if (component == "..") {
+        const std::string_view step = takeComponent(target);
+        if (step == "..") {
             if (isNamed) {
                 return Leads::unclear;
             }
             if (--depth < 0) {
                 return Leads::outside;
             }
-        } else if (!component.empty() && component != ".") {
+        } else if (!step.empty() && step != ".") {
             isNamed = true;
         }
     }

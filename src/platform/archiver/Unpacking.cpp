@@ -31,7 +31,7 @@ namespace {
 
 /// Whom the parser becomes where it is started as root, a number without an account.
 constexpr uid_t kParserUser = 47112;
-/// The parser keeps the list of an archive in memory: some 300 bytes an entry.
+/// The parser keeps the list of an archive in memory: some 160 bytes an entry.
 constexpr rlim_t kMostMemory = rlim_t{1} << 30U;
 constexpr int kPipeSize = 1 << 20;
 

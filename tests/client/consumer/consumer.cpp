@@ -50,4 +50,12 @@ int main() {
         std::cout << exception.what() << '\n';
     }
     std::cout << (qv::isThisProcessTrusted() ? "trusted" : "not trusted") << '\n';
+    std::optional<qv::URL> folder;
+    if (const qv::URL zip = qv::URL::fileURLWithPath("/nowhere.zip");
+        !qv::QVCatalogScript::extractZIP(zip, zip) &&
+        !qv::QVCatalogScript::findBundleWithIdentifier("org.example.none", zip)) {
+        std::cout
+            << qv::QVCatalogScript::extractDMG(zip, &folder, {}, nullptr).localizedDescription()
+            << '\n';
+    }
 }

@@ -1,0 +1,101 @@
+// Unpacking a ZIP archive of 4,000 files, 100 MiB, through the class method, which feeds the
+// archiver through a pipe, against bsdtar and unzip, which read the file; and looking for a bundle
+// in 100,000 folders against find. They take turns. TMPDIR has to be on a disk.
+
+#include "platform/foundation/values/URL.h"
+#include "script/QVCatalogScript.h"
+#include "support/Contest.h"
+#include "support/TemporaryDirectory.h"
+
+#include <fmt/core.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <random>
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace qv::bench; // NOLINT(google-build-using-namespace)
+
+constexpr int kRounds = 7;
+constexpr int kFiles = 4000;
+constexpr std::size_t kFileSize = 26214;
+constexpr int kFolders = 1000; // times 100
+
+// Half random, half repeated: it shrinks as programs do.
+void writeFiles(const qv::test::TemporaryDirectory& folder) {
+    std::mt19937 random(1); // NOLINT(cert-msc51-cpp): the same bytes in every run
+    std::string content(kFileSize, 'x');
+    for (int i = 0; i < kFiles; ++i) {
+        for (std::size_t at = 0; at + 1 < content.size(); at += 2) {
+            content[at] = static_cast<char>(random());
+        }
+        folder.write(fmt::format("in/{}/{}", i / 100, i), content);
+    }
+}
+
+void unpack(const qv::test::TemporaryDirectory& folder) {
+    const std::string archive = folder / "a.zip";
+    const std::string out = folder / "out";
+    const auto run = [&](Costs& costs, const auto& body) {
+        fs::remove_all(out);
+        fs::create_directory(out);
+        ::sync();
+        costs.add(measure(body));
+    };
+    Costs ours;
+    Costs bsdtar;
+    Costs unzip;
+    for (int round = 0; round < kRounds; ++round) {
+        run(ours, [&] {
+            return qv::QVCatalogScript::extractZIP(qv::URL::fileURLWithPath(archive),
+                                                   qv::URL::fileURLWithPath(out))
+                       ? EXIT_FAILURE
+                       : EXIT_SUCCESS;
+        });
+        run(bsdtar, [&] { return runProgram({"/usr/bin/bsdtar", "-xf", archive, "-C", out}); });
+        run(unzip, [&] { return runProgram({"/usr/bin/unzip", "-q", archive, "-d", out}); });
+    }
+    fmt::print("a ZIP archive of {} files, against bsdtar -xf:\n", kFiles);
+    report(ours, bsdtar, 1.1);
+    fmt::print("the same against unzip:\n");
+    report(ours, unzip, 0.9);
+}
+
+void find(const qv::test::TemporaryDirectory& folder) {
+    for (int i = 0; i < kFolders; ++i) {
+        for (int j = 0; j < 99; ++j) {
+            fs::create_directories(folder / fmt::format("tree/{}/{}", i, j));
+        }
+    }
+    const std::string tree = folder / "tree";
+    Costs ours;
+    Costs peer;
+    for (int round = 0; round < kRounds; ++round) {
+        ours.add(measure([&] {
+            return qv::QVCatalogScript::findBundleWithIdentifier("org.example.none",
+                                                                 qv::URL::fileURLWithPath(tree))
+                       ? EXIT_FAILURE
+                       : EXIT_SUCCESS;
+        }));
+        peer.add(
+            measure([&] { return runProgram({"/usr/bin/find", tree, "-name", "Info.plist"}); }));
+    }
+    fmt::print("a bundle that is not in {} folders, against find -name Info.plist:\n",
+               kFolders * 100);
+    report(ours, peer, 0);
+}
+
+} // namespace
+
+int main() {
+    const qv::test::TemporaryDirectory folder;
+    writeFiles(folder);
+    measure([&] {
+        return fs::current_path(folder / "in"),
+               runProgram({"/usr/bin/zip", "-qr", "../a.zip", "."});
+    });
+    unpack(folder);
+    find(folder);
+}
