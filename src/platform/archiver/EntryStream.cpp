@@ -107,7 +107,8 @@ bool EntryReceiver::take(std::string& into, std::uint32_t count) {
         return false;
     }
     into.resize(count);
-    return take(into.data(), count);
+    // Behind a NUL byte the kernel would not see what is looked at here.
+    return take(into.data(), count) && into.find('\0') == std::string::npos;
 }
 
 std::optional<Entry> EntryReceiver::receive() {

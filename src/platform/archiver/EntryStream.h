@@ -24,8 +24,8 @@ struct Entry {
     std::uint32_t nanoseconds = 0;
 };
 
-/// The longest name or text that is carried, in bytes.
-inline constexpr std::size_t kLongestText = 65536;
+/// The longest name or text that is carried, in bytes: what the kernel takes as a path.
+inline constexpr std::size_t kLongestText = 4095;
 
 /// The sender's side. A receiver that has gone ends the process.
 class EntrySender {

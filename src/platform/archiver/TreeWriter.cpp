@@ -96,27 +96,45 @@ std::string TreeWriter::descend(std::string_view path) {
         return {};
     }
     Descriptor folder = openFolderIn(root_.get(), ".");
-    std::string reached;
+    std::size_t number = 0;
     for (std::string_view rest = path; folder && !rest.empty();) {
         const std::string component(takeComponent(rest));
-        reached += reached.empty() ? component : "/" + component;
         const bool isNew = ::mkdirat(folder.get(), component.c_str(), kOwnerOnly) == 0;
         if (!isNew && errno != EEXIST) {
             return errnoText(errno);
         }
+        number = numberOf(number, component);
         if (isNew) {
-            folders_[reached].mode = kUsualFolder;
+            folders_[number].mode = kUsualFolder;
         }
         folder = openFolderIn(folder.get(), component.c_str());
     }
     if (!folder) {
         return errno == ENOTDIR || errno == ELOOP
-                   ? fmt::format("\"{}\" is not a folder", log::foreign(reached))
+                   ? fmt::format("\"{}\" is not a folder", log::foreign(pathOf(number)))
                    : errnoText(errno);
     }
     parent_ = std::move(folder);
     parentPath_ = path;
+    parentNumber_ = number;
     return {};
+}
+
+std::size_t TreeWriter::numberOf(std::size_t above, std::string_view name) {
+    const auto [entry, isNew] =
+        numbers_.try_emplace(std::pair(above, std::string(name)), folders_.size());
+    if (isNew) {
+        folders_.push_back({.above = above, .name = &entry->first.second, .mode = {}, .time = {}});
+    }
+    return entry->second;
+}
+
+std::string TreeWriter::pathOf(std::size_t folder) const {
+    std::string path;
+    for (; folder != 0; folder = folders_[folder].above) {
+        path.insert(0, *folders_[folder].name + (path.empty() ? "" : "/"));
+    }
+    return path;
 }
 
 std::string TreeWriter::make(const std::function<bool()>& attempt) {
@@ -141,7 +159,8 @@ std::string TreeWriter::makeFolder(const Entry& entry) {
     if (std::string cause = descend(std::string(path_)); !cause.empty()) {
         return cause;
     }
-    folders_[path_] = {.mode = entry.mode, .isDated = true, .time = timeOf(entry)};
+    folders_[parentNumber_].mode = entry.mode;
+    folders_[parentNumber_].time = timeOf(entry);
     return {};
 }
 
@@ -235,11 +254,16 @@ std::string TreeWriter::finish() {
     if (std::string cause = checkLinks(); !cause.empty()) {
         return cause;
     }
-    for (const auto& [path, facts] : folders_) {
+    for (std::size_t number = folders_.size() - 1; number > 0; --number) { // inner ones first
+        const FolderNode& folder = folders_[number];
+        if (!folder.mode) {
+            continue;
+        }
+        const std::string path = pathOf(number);
         std::string cause = descend(path);
         if (cause.empty() &&
-            ((facts.isDated && ::futimens(parent_.get(), times(facts.time).data()) != 0) ||
-             ::fchmod(parent_.get(), facts.mode) != 0)) {
+            ((folder.time && ::futimens(parent_.get(), times(*folder.time).data()) != 0) ||
+             ::fchmod(parent_.get(), *folder.mode) != 0)) {
             cause = errnoText(errno);
         }
         if (!cause.empty()) {

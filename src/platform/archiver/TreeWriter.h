@@ -5,8 +5,10 @@
 
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace qv::archiver {
@@ -37,13 +39,17 @@ public:
     [[nodiscard]] std::string finish();
 
 private:
-    struct FolderFacts {
-        mode_t mode = 0;
-        bool isDated = false;
-        timespec time{};
+    /// A folder of the way to an entry. The root is number 0.
+    struct FolderNode {
+        std::size_t above = 0;
+        const std::string* name = nullptr; ///< in `numbers_`
+        std::optional<mode_t> mode;        ///< none for one that stays as it was
+        std::optional<timespec> time;
     };
     [[nodiscard]] std::string place(std::string_view name);
     [[nodiscard]] std::string descend(std::string_view path);
+    [[nodiscard]] std::size_t numberOf(std::size_t above, std::string_view name);
+    [[nodiscard]] std::string pathOf(std::size_t folder) const;
     /// Calls a function that makes the item; once more after removing what was in the way.
     [[nodiscard]] std::string make(const std::function<bool()>& attempt);
     [[nodiscard]] std::string checkLinks();
@@ -51,12 +57,15 @@ private:
     Descriptor root_;
     Descriptor parent_; // the folder of parentPath_
     std::string parentPath_;
+    std::size_t parentNumber_ = 0;
     std::string path_; // of the current entry, without "." and double slashes
     std::string name_; // its last component
     Descriptor file_;
     bool hasFile_ = false;
     Entry fileEntry_;
-    std::map<std::string, FolderFacts, std::greater<>> folders_; // inner ones first
+    // As a tree: whole paths would take many times what the archive has.
+    std::vector<FolderNode> folders_ = std::vector<FolderNode>(1);
+    std::map<std::pair<std::size_t, std::string>, std::size_t> numbers_;
     std::vector<std::string> doubtfulLinks_;
 };
 
