@@ -125,7 +125,11 @@ std::optional<std::string_view> forkInAppleDouble(std::string_view file) {
     const auto count = numberAt(file, kCountField, 2);
     for (std::size_t i = 0; file.starts_with(kBegin) && count && i < *count; ++i) {
         const std::size_t entry = kCountField + 2 + i * kEntryLength;
-        if (numberAt(file, entry, 4) == kResourceFork) {
+        const auto kind = numberAt(file, entry, 4);
+        if (!kind) {
+            break; // the file ends here
+        }
+        if (*kind == kResourceFork) {
             return partOf(file, numberAt(file, entry + 4, 4), numberAt(file, entry + 8, 4));
         }
     }
