@@ -100,13 +100,13 @@ private:
             return "integer";
         }
         std::memcpy(&number, parameter.number.data(), sizeof number);
-        const std::string_view text(parameter.text.c_str());
-        const auto written = parameterNumber(text);
+        const std::string_view text = parameter.text;
+        const auto written = parameterNumber(text.substr(0, text.find('\0')));
         return number < 0 && !(written && written->isNegative) ? "unsignedInteger" : "integer";
     }
 
     // Adds a question, as a key path where a rule reads that as the same question.
-    void add(std::string_view function, std::string_view parameter, std::string note = {}) {
+    void add(std::string_view function, std::string_view parameter, const std::string& note = {}) {
         const std::string keyPath = fmt::format("{}.{}", function, parameter);
         const bool isOfWantedName = function == "application" && isWanted(note);
         if (!isWanted(keyPath) && !isOfWantedName) {
