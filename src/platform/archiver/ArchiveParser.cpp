@@ -91,16 +91,19 @@ public:
             // The library's warnings are contradictions in the archive, or a name that it cannot
             // read.
             if (outcome != ARCHIVE_OK) {
-                return failAsReader();
+                failAsReader();
+                return;
             }
             if (current_.name.starts_with(kSideFolder)) {
                 continue;
             }
             if (current_.name.empty() || current_.name.size() > kLongestText) {
-                return fail("its name is empty, too long or not readable");
+                fail("its name is empty, too long or not readable");
+                return;
             }
             if (archive_entry_is_encrypted(found) != 0) {
-                return fail("it is encrypted");
+                fail("it is encrypted");
+                return;
             }
             takeFacts(found);
             if (!takeKind(found)) {

@@ -15,12 +15,12 @@ namespace {
 constexpr std::size_t kBuffer = std::size_t{256} << 10U;
 
 struct Header {
-    EntryKind kind;
-    std::uint32_t mode;
     std::int64_t seconds;
+    std::uint32_t mode;
     std::uint32_t nanoseconds;
     std::uint32_t nameLength;
     std::uint32_t textLength;
+    std::uint32_t kind;
     std::uint32_t unused;
 };
 
@@ -31,12 +31,12 @@ void EntrySender::append(const void* bytes, std::size_t count) {
 }
 
 void EntrySender::send(const Entry& entry) {
-    const Header header{.kind = entry.kind,
+    const Header header{.seconds = entry.seconds,
                         .mode = entry.mode,
-                        .seconds = entry.seconds,
                         .nanoseconds = entry.nanoseconds,
                         .nameLength = static_cast<std::uint32_t>(entry.name.size()),
                         .textLength = static_cast<std::uint32_t>(entry.text.size()),
+                        .kind = static_cast<std::uint32_t>(entry.kind),
                         .unused = 0};
     append(&header, sizeof header);
     buffer_ += entry.name;
@@ -116,12 +116,12 @@ std::optional<Entry> EntryReceiver::receive() {
     constexpr std::uint32_t kNanoseconds = 1'000'000'000;
     Header header{};
     Entry entry;
-    if (!take(&header, sizeof header) || header.kind > EntryKind::end ||
+    if (!take(&header, sizeof header) || header.kind > static_cast<std::uint32_t>(EntryKind::end) ||
         header.nanoseconds >= kNanoseconds || !take(entry.name, header.nameLength) ||
         !take(entry.text, header.textLength)) {
         return std::nullopt;
     }
-    entry.kind = header.kind;
+    entry.kind = static_cast<EntryKind>(header.kind);
     entry.mode = header.mode & kPermissions;
     entry.seconds = header.seconds;
     entry.nanoseconds = header.nanoseconds;

@@ -13,7 +13,7 @@ namespace qv::archiver {
 // How the process that parses an archive tells the one that writes files what is in it: over a
 // pipe, each entry with its name and facts, then the content of a file in pieces.
 
-enum class EntryKind : std::uint32_t { folder, file, link, failure, end };
+enum class EntryKind : std::uint8_t { folder, file, link, failure, end };
 
 struct Entry {
     EntryKind kind = EntryKind::end;

@@ -26,7 +26,7 @@ constexpr mode_t kUsualFolder = 0755;
 constexpr std::string_view kLeadsOut = "the link leads out of the folder";
 
 timespec timeOf(const Entry& entry) {
-    return {static_cast<std::time_t>(entry.seconds), static_cast<long>(entry.nanoseconds)};
+    return {entry.seconds, static_cast<long>(entry.nanoseconds)};
 }
 
 std::array<timespec, 2> times(const timespec& changed) {

@@ -165,7 +165,7 @@ std::string writeEntry(const Entry& entry, EntryReceiver& entries, TreeWriter& t
     case EntryKind::link:
         return tree.makeLink(entry);
     case EntryKind::file: {
-        std::string cause = tree.beginFile(entry);
+        const std::string cause = tree.beginFile(entry);
         return cause.empty() ? writeContent(entries, tree) : cause;
     }
     case EntryKind::failure:

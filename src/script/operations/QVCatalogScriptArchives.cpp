@@ -44,7 +44,7 @@ URL folderIn(const URL& folder, std::string_view name) {
 }
 
 URL temporaryBase(const std::optional<URL>& onSameVolumeAs) {
-    const URL temporary = URL::fileURLWithPath(kTemporaryFolder);
+    URL temporary = URL::fileURLWithPath(kTemporaryFolder);
     if (!onSameVolumeAs || !ResourceValues::volume(onSameVolumeAs)) {
         return temporary;
     }
@@ -111,25 +111,27 @@ private:
 /// The visible names at the top of a folder, as they are listed.
 class VisibleNames final : public TreeVisitor {
 public:
-    std::vector<std::string> names;
-    Error error;
+    explicit VisibleNames(std::string root) : root_(std::move(root)) {}
+    [[nodiscard]] const std::vector<std::string>& names() const { return names_; }
+    [[nodiscard]] const Error& error() const { return error_; } ///< of the listing
 
     void visit(const TreeEntry& entry) override {
         if (*entry.name != '.') {
-            names.emplace_back(entry.name);
+            names_.emplace_back(entry.name);
         }
     }
     bool enter(const TreeEntry& /*folder*/, int /*folderFd*/) override { return false; }
     void failed(const std::string& path, const Error& cause) override {
         if (path == root_) { // a folder in it that cannot be opened is a name all the same
-            error = fileError(
+            error_ = fileError(
                 {static_cast<int>(cause.code()), FileAccess::read, path, std::string()}, "");
         }
     }
-    explicit VisibleNames(std::string root) : root_(std::move(root)) {}
 
 private:
     std::string root_;
+    std::vector<std::string> names_;
+    Error error_;
 };
 
 Error copyVisibleItems(const URL& from, const URL& to) {
@@ -141,8 +143,8 @@ Error copyVisibleItems(const URL& from, const URL& to) {
     if (const Error error = walkTree(*path, RootLink::visitNone, list)) {
         return fileError({static_cast<int>(error.code()), FileAccess::read, *path, ""}, "");
     }
-    Error error = list.error;
-    for (auto name = list.names.begin(); !error && name != list.names.end(); ++name) {
+    Error error = list.error();
+    for (auto name = list.names().begin(); !error && name != list.names().end(); ++name) {
         error = FileManager::copyItemAtURL(std::optional(from.URLByAppendingPathComponent(*name)),
                                            std::optional(to.URLByAppendingPathComponent(*name)));
     }
@@ -209,7 +211,8 @@ Error ScriptEngine::copyAndExtractFile(const std::optional<URL>& file,
         return error;
     }
     if (isExtension(extension, "dmg")) {
-        const URL copy = folder->URLByAppendingPathComponent(file->lastPathComponent());
+        const URL copy =
+            folder.value_or(URL()).URLByAppendingPathComponent(file->lastPathComponent());
         if (Error error = QVCatalogScript().copyItemFromURL(file, copy, false, false)) {
             return error;
         }
