@@ -25,6 +25,9 @@ set(QV_ARCHIVE_TOOL "${CMAKE_INSTALL_FULL_LIBEXECDIR}/qvcatalog/QVCatalogArchive
 set(QV_DISK_IMAGE_TOOL "${CMAKE_INSTALL_FULL_LIBEXECDIR}/qvcatalog/QVCatalogImager" CACHE PATH
     "Program that attaches and detaches disk images")
 set(QV_VOLUMES_DIR "/Volumes" CACHE PATH "Folder in which disk images are mounted")
+set(QV_IMAGES_DIR "/run/qvcatalog/images" CACHE PATH
+    "Folder of what is known of attached disk images; emptied when the machine starts")
+set(QV_SEVEN_ZIP "/usr/bin/7zz" CACHE PATH "Program 7zz of 7-Zip, below /usr, which reads disk images")
 set(QV_CLIENT_GROUP "_qvclient" CACHE STRING
     "Group, by name or number, that installed clients are set-group-id to; it has no members")
 set(QV_AUTHORIZED_CLIENTS "anchor apple generic and identifier \"com.larkwen.QVCatalogHelper\" and (certificate leaf[field.1.2.840.113635.100.6.1.9] /* exists */ or certificate 1[field.1.2.840.113635.100.6.2.6] /* exists */ and certificate leaf[field.1.2.840.113635.100.6.1.13] /* exists */ and certificate leaf[subject.OU] = T4KQ8ZP3WM)"
@@ -40,6 +43,7 @@ if(QV_DEVELOPMENT)
   set(QV_ARCHIVE_TOOL "${CMAKE_BINARY_DIR}/bin/QVCatalogArchiver")
   set(QV_DISK_IMAGE_TOOL "${CMAKE_BINARY_DIR}/bin/QVCatalogImager")
   set(QV_VOLUMES_DIR "${CMAKE_BINARY_DIR}/Volumes")
+  set(QV_IMAGES_DIR "${CMAKE_BINARY_DIR}/run/images")
   set(QV_CLIENT_GROUP 47110) # a number that no group need have
 endif()
 
@@ -103,6 +107,7 @@ pkg_check_modules(ICU REQUIRED IMPORTED_TARGET icu-i18n icu-uc)
 pkg_check_modules(UDEV REQUIRED IMPORTED_TARGET libudev)
 pkg_check_modules(SECCOMP REQUIRED IMPORTED_TARGET libseccomp)
 pkg_check_modules(ARCHIVE REQUIRED IMPORTED_TARGET libarchive)
+pkg_check_modules(BLKID REQUIRED IMPORTED_TARGET blkid)
 find_package(OpenSSL 3 REQUIRED COMPONENTS Crypto)
 find_package(fmt REQUIRED)
 find_package(tl-expected REQUIRED)

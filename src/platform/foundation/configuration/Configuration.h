@@ -30,5 +30,7 @@ extern const std::string_view kStateFolder;
 extern const std::string_view kArchiveTool;
 extern const std::string_view kDiskImageTool;
 extern const std::string_view kVolumesFolder;
+extern const std::string_view kImagesFolder; ///< root's records of what is attached
+extern const std::string_view kSevenZip;     ///< the program 7zz, below /usr
 
 } // namespace qv::configuration

@@ -1,0 +1,62 @@
+#pragma once
+
+#include "platform/foundation/os/Deadline.h"
+#include "platform/foundation/os/Descriptor.h"
+#include "platform/foundation/os/Lock.h"
+#include "platform/foundation/values/Error.h"
+
+#include <tl/expected.hpp>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <sys/types.h>
+#include <utility>
+#include <vector>
+
+namespace qv::imager {
+
+/// A process, told from another one that gets its number later.
+struct Owner {
+    pid_t pid = 0;           ///< 0: none, which never ends
+    std::uint64_t start = 0; ///< as parseStartTime
+
+    [[nodiscard]] static Owner parentOfThisProcess();
+    [[nodiscard]] bool hasEnded() const;
+};
+
+/// What has to be known of an image to take away all that attaching it has made, at any moment.
+struct Attachment {
+    std::string mountPoint; ///< absolute
+    std::string workFolder; ///< absolute; need not exist
+    bool isCopy = false;    ///< what is in the mount point is a copy of our own
+    Owner owner;            ///< the attachment is of no use after its end
+};
+
+/// The records of what is attached, a file for each name of a mount point, in a folder that only
+/// this process's user can enter: root's of the configuration, in /run/user for others.
+class AttachmentRecords {
+public:
+    /// Makes the folder where it is missing.
+    [[nodiscard]] static tl::expected<AttachmentRecords, Error> open();
+
+    /// Nobody else attaches or detaches by this name then. ETIMEDOUT if that cannot be had in time.
+    [[nodiscard]] tl::expected<Lock, int> lock(const std::string& name,
+                                               const Deadline& deadline) const;
+
+    /// None if there is no record.
+    [[nodiscard]] tl::expected<std::optional<Attachment>, Error>
+    read(const std::string& name) const;
+    /// With the lock held.
+    [[nodiscard]] Error write(const std::string& name, const Attachment& attachment) const;
+    /// The record, and the file of its lock, which is to be held.
+    [[nodiscard]] Error remove(const std::string& name) const;
+    /// Of all records and locks, each once.
+    [[nodiscard]] std::vector<std::string> names() const;
+
+private:
+    explicit AttachmentRecords(Descriptor folder) : folder_(std::move(folder)) {}
+    Descriptor folder_;
+};
+
+} // namespace qv::imager

@@ -1,0 +1,34 @@
+#pragma once
+
+#include "platform/foundation/files/item/ItemPlace.h"
+#include "platform/foundation/os/Descriptor.h"
+#include "platform/foundation/values/Error.h"
+#include "platform/imager/FileSystemProbe.h"
+
+#include <tl/expected.hpp>
+
+#include <cstdint>
+
+namespace qv::imager {
+
+// Mounts that have no place yet: they end with their descriptor unless they are shown. No device
+// and no set-user-ID bit counts in any of them.
+
+/// A file system in a file, read-only, through a loop device that the kernel frees with the last
+/// user of the mount. Refused without trying for types that no image for a user holds.
+[[nodiscard]] tl::expected<Descriptor, Error> mountFileSystem(int file,
+                                                              const FileSystemPlace& place);
+
+enum class Access : std::uint8_t { readOnly, readWrite };
+
+/// An open item's own mount again, from the item on. None, and errno, when that is not possible.
+[[nodiscard]] Descriptor cloneOfMount(int item, Access access);
+
+/// Gives a mount its place: a folder that is open.
+[[nodiscard]] Error show(const Descriptor& mount, int folder);
+
+/// Takes away whatever is mounted at a place, also what is in use: its users keep what they have
+/// open. Links are not followed. Returns 0 or the errno; nothing there is 0.
+[[nodiscard]] int unmountAll(const ItemPlace& place);
+
+} // namespace qv::imager

@@ -1,0 +1,171 @@
+#include "platform/imager/SevenZip.h"
+
+#include "platform/foundation/configuration/Configuration.h"
+#include "platform/foundation/files/item/HeldItem.h"
+#include "platform/foundation/os/Descriptor.h"
+#include "platform/foundation/os/ProcessIdentity.h"
+#include "platform/foundation/process/task/Task.h"
+#include "platform/foundation/process/worker/Sandbox.h"
+#include "platform/imager/ImageFailure.h"
+#include "platform/imager/ReadOnlyMount.h"
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <fcntl.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+namespace qv::imager {
+
+namespace {
+
+constexpr const char* kFileInside = "/image";
+constexpr const char* kFolderInside = "/content";
+
+// All that the program sees of this machine's files, as root's reader: mounts without a place yet.
+struct Scene {
+    Descriptor system;
+    Descriptor file;
+    Descriptor folder;
+};
+
+// Makes the scene all that there is, with `/` as working directory. Returns what failed, in words.
+std::string enterScene(const Scene& scene) {
+    constexpr const char* kRoot = "/run"; // any folder; covered in this process's namespace alone
+    constexpr mode_t kForAll = 0755;
+    const auto place = [](const Descriptor& mount, const char* name) {
+        return ::move_mount(mount.get(), "", AT_FDCWD, name, MOVE_MOUNT_F_EMPTY_PATH) == 0;
+    };
+    const bool isDone =
+        ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+        ::mount("tmpfs", kRoot, "tmpfs", MS_NOSUID | MS_NODEV, "mode=0755,size=64k") == 0 &&
+        ::chdir(kRoot) == 0 && ::mkdir("usr", kForAll) == 0 && ::mkdir("content", kForAll) == 0 &&
+        ::mknod("image", S_IFREG | S_IRUSR, 0) == 0 && ::symlink("usr/lib", "lib") == 0 &&
+        ::symlink("usr/lib64", "lib64") == 0 && place(scene.system, "usr") &&
+        place(scene.file, "image") && place(scene.folder, "content") &&
+        ::syscall(SYS_pivot_root, ".", ".") == 0 && ::umount2(".", MNT_DETACH) == 0 &&
+        ::chdir("/") == 0;
+    return isDone ? "" : fmt::format("the view of files: {}", errnoText(errno));
+}
+
+// Becomes the program. Returns only when that fails: why, in words.
+std::string becomeProgram(const std::vector<std::string>& words, const Scene* scene, int starter) {
+    constexpr mode_t kMask = 022;
+    ::umask(kMask);
+    std::string failed = scene == nullptr ? "" : enterScene(*scene);
+    if (failed.empty()) {
+        failed = scene == nullptr ? dropPrivileges(kImageReader) : dropAllButReading(kImageReader);
+    }
+    if (!failed.empty()) {
+        return failed;
+    }
+    // The change of user makes a process forget the signal.
+    if (::prctl(PR_SET_PDEATHSIG, SIGKILL) != 0 || hasEnded(starter)) {
+        return "the process that wants it has ended";
+    }
+    if (failed = keepToUnpacking(); !failed.empty()) {
+        return failed;
+    }
+    std::vector<std::string> texts = words;
+    std::vector<char*> arguments;
+    for (std::string& text : texts) {
+        arguments.push_back(text.data());
+    }
+    arguments.push_back(nullptr);
+    char* environment = nullptr;
+    ::execve(arguments[0], arguments.data(), &environment);
+    return errnoText(errno);
+}
+
+// Like fork; the child is the first process of namespaces of its own, if any are asked for.
+pid_t forkInto(unsigned long namespaces) {
+    return static_cast<pid_t>(
+        ::syscall(SYS_clone, namespaces | SIGCHLD, nullptr, nullptr, nullptr, nullptr));
+}
+
+// What is written into a pipe until its last writer has gone, at most a line.
+std::string lineFrom(int descriptor) {
+    std::array<char, 512> line{};
+    const ssize_t count = ::read(descriptor, line.data(), line.size());
+    return {line.data(), count > 0 ? static_cast<std::size_t>(count) : 0};
+}
+
+Error verdictOn(int status, std::string_view step) {
+    if (WIFEXITED(status) && WEXITSTATUS(status) == 0) {
+        return {};
+    }
+    if (WIFSIGNALED(status)) {
+        return failed(step, fmt::format("7-Zip was ended by signal {}", WTERMSIG(status)));
+    }
+    return failed(step, fmt::format("the image is damaged or of an unknown kind (7-Zip: status {})",
+                                    WEXITSTATUS(status)));
+}
+
+} // namespace
+
+std::string pathWhileUnpacking(int folder) {
+    return ::geteuid() == 0 ? kFolderInside : pathOfHeldItem(folder);
+}
+
+Error unpack(int file, const std::string& format, int folder) {
+    const std::string step = fmt::format("unpacking ({})", format);
+    const bool isRoot = ::geteuid() == 0;
+    Scene scene;
+    if (isRoot) {
+        if (::fchown(folder, kImageReader, kImageReader) != 0) {
+            return failed(step, errno);
+        }
+        const Descriptor system(::open("/usr", O_PATH | O_DIRECTORY | O_CLOEXEC));
+        scene = {.system = cloneOfMount(system.get(), Access::readOnly),
+                 .file = cloneOfMount(file, Access::readOnly),
+                 .folder = cloneOfMount(folder, Access::readWrite)};
+        if (!scene.system || !scene.file || !scene.folder) {
+            return failed(step, errno);
+        }
+    }
+    const Descriptor nothing(::open("/dev/null", O_RDWR | O_CLOEXEC));
+    auto report = Pipe::pipe();
+    if (!nothing || !report) {
+        return failed(step, errno);
+    }
+    const std::vector<std::string> words = {std::string(configuration::kSevenZip),
+                                            "x",
+                                            "-y",
+                                            "-bd",
+                                            "-snld20",
+                                            "-t" + format,
+                                            "-o" + pathWhileUnpacking(folder),
+                                            "--",
+                                            isRoot ? kFileInside : pathOfHeldItem(file)};
+    const Descriptor self = openPidfd(::getpid());
+    const pid_t child = forkInto(
+        isRoot ? CLONE_NEWNS | CLONE_NEWPID | CLONE_NEWNET | CLONE_NEWIPC | CLONE_NEWUTS : 0UL);
+    if (child == 0) {
+        for (const int standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+            ::dup2(nothing.get(), standard);
+        }
+        const std::string failed = becomeProgram(words, isRoot ? &scene : nullptr, self.get());
+        static_cast<void>(qv::writeAll(report->fileHandleForWriting.get(), failed));
+        ::_exit(EXIT_FAILURE);
+    }
+    if (child < 0) {
+        return failed(step, errno);
+    }
+    report->fileHandleForWriting.reset();
+    const std::string notStarted = lineFrom(report->fileHandleForReading.get());
+    int status = 0;
+    while (::waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    }
+    return notStarted.empty() ? verdictOn(status, step)
+                              : failed(step, fmt::format("{} cannot be run: {}",
+                                                         configuration::kSevenZip, notStarted));
+}
+
+} // namespace qv::imager

@@ -1,0 +1,21 @@
+#pragma once
+
+#include "platform/foundation/values/Error.h"
+
+#include <string>
+
+namespace qv::imager {
+
+/// Has 7-Zip write the content of a file, open for reading, into an empty folder, open too.
+/// `format` is 7-Zip's name of what the file is ("Dmg", "HFS"); nothing else is tried, and what
+/// carries checksums is held against them.
+///
+/// The file is a stranger's. As root the program that reads it has an identity and namespaces of
+/// its own and sees nothing but /usr, the file and the folder; it ends with this process. What it
+/// writes belongs to that identity, so nobody else may reach the folder yet.
+[[nodiscard]] Error unpack(int file, const std::string& format, int folder);
+
+/// The path by which 7-Zip knew the folder: targets of absolute links begin with it.
+[[nodiscard]] std::string pathWhileUnpacking(int folder);
+
+} // namespace qv::imager
