@@ -1,0 +1,91 @@
+// A compressed disk image of 100 MiB: attached, copied out and detached, against 7-Zip, which
+// unpacks it in one go and checks nothing. Once the kernel mounts the volume, once 7-Zip unpacks
+// it. As root; TMPDIR has to be on a disk.
+
+#include "platform/foundation/files/manager/FileManager.h"
+#include "platform/foundation/values/URL.h"
+#include "support/BuildFolder.h"
+#include "support/Contest.h"
+#include "support/TemporaryDirectory.h"
+
+#include <fmt/core.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <random>
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace qv::bench; // NOLINT(google-build-using-namespace)
+
+constexpr int kRounds = 7;
+constexpr int kFiles = 100;
+constexpr std::size_t kFileSize = std::size_t{1} << 20U;
+
+// Half random, half repeated: it shrinks as programs do.
+void writeFiles(const qv::test::TemporaryDirectory& folder) {
+    std::mt19937 random(1); // NOLINT(cert-msc51-cpp): the same bytes in every run
+    std::string content(kFileSize, 'x');
+    for (int i = 0; i < kFiles; ++i) {
+        for (std::size_t at = 0; at + 1 < content.size(); at += 2) {
+            content[at] = static_cast<char>(random());
+        }
+        folder.write(fmt::format("in/{}/{}", i / 10, i), content);
+    }
+}
+
+int attachAndCopy(const std::string& image, const std::string& mountPoint, const fs::path& out) {
+    const std::string imager = qv::test::built("bin/QVCatalogImager");
+    measure([&] {
+        return runProgram(
+            {imager, "attach", "-quiet", "-nobrowse", "-mountpoint", mountPoint, image});
+    });
+    fs::create_directory(out);
+    for (const auto& item : fs::directory_iterator(mountPoint)) {
+        const fs::path copy = out / item.path().filename();
+        if (qv::FileManager::copyItemAtURL(qv::test::urlOf(item), qv::test::urlOf(copy))) {
+            return EXIT_FAILURE;
+        }
+    }
+    measure([&] { return runProgram({imager, "detach", "-force", mountPoint}); });
+    return EXIT_SUCCESS;
+}
+
+void compare(const qv::test::TemporaryDirectory& folder, std::string_view name,
+             const std::string& makeVolume) {
+    measure([&] {
+        const std::string script = fmt::format("cd '{}'; ({}) >log 2>&1 && {} v i.dmg zlib",
+                                               folder.path().native(), makeVolume, QV_DISK_IMAGE);
+        return runProgram({"/bin/bash", "-c", script});
+    });
+    const std::string image = folder / "i.dmg";
+    const fs::path out = folder / "out";
+    const auto run = [&](Costs& costs, const auto& body) {
+        fs::remove_all(out);
+        ::sync();
+        costs.add(measure(body));
+    };
+    Costs ours;
+    Costs peer;
+    for (int round = 0; round < kRounds; ++round) {
+        run(ours, [&] { return attachAndCopy(image, folder / "mounted", out); });
+        run(peer, [&] {
+            return runProgram({"/usr/bin/7zz", "x", "-bso0", "-bsp0", "-o" + out.native(), image});
+        });
+    }
+    fmt::print("a disk image of {} MiB with {}, attached and copied out, against 7zz x:\n", kFiles,
+               name);
+    report(ours, peer, 1.1);
+}
+
+} // namespace
+
+int main() {
+    const qv::test::TemporaryDirectory folder;
+    writeFiles(folder);
+    compare(folder, "SquashFS", "mksquashfs in v -noD -noF -noI");
+    compare(folder, "HFS+",
+            "rm v; xorriso -as mkisofs -hfsplus -V NAME -o iso in; 7zz x -tapm -oapm iso; "
+            "mv apm/HFSPLUS_Hybrid.hfs v");
+}
