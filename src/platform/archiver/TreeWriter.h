@@ -17,8 +17,8 @@ namespace qv::archiver {
 /// never followed, and no link that leads out of it stays. A file or link takes the place of one of
 /// its name that is there; a folder keeps what is in it.
 ///
-/// Functions give the cause of a failure, empty for success. The first one ends the work; what was
-/// complete before stays, the file that was being written does not.
+/// Functions give the cause of a failure, empty for success. The first one ends the work; items
+/// that were complete before stay, the file that was being written does not.
 class TreeWriter {
 public:
     explicit TreeWriter(Descriptor root) : root_(std::move(root)) {}

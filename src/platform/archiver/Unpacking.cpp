@@ -90,7 +90,7 @@ Opened keepArchive(int input, int folder) {
     }
 }
 
-// What the process may do that looks at a stranger's bytes: read one file, compute, tell.
+// The process that looks at a stranger's bytes can read one file, compute, and tell the outcome.
 std::string confineParser() {
     if constexpr (!QV_SANITIZED) { // whose own memory is larger than any limit
         const rlimit memory{.rlim_cur = kMostMemory, .rlim_max = kMostMemory};

@@ -13,7 +13,7 @@ namespace qv {
 
 tl::expected<Descriptor, int> openOrMakeFolders(const std::string& path) {
     constexpr mode_t kOpenToAll = 0777;
-    // What is there is found as any path is; component by component goes what is missing.
+    // A path that is there is found as any other; the rest goes component by component.
     tl::expected<Descriptor, int> folder = holdItem(path, LastLink::follow);
     if (!folder && folder.error() == ENOENT) {
         folder = holdItem("/", LastLink::follow);
