@@ -18,6 +18,7 @@
 #include <cstdint>
 #include <fcntl.h>
 #include <filesystem>
+#include <optional>
 #include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -130,9 +131,9 @@ void takeApartAbandoned(const AttachmentRecords& records) {
         if (!lock) {
             continue;
         }
-        const auto attachment = records.read(name);
-        if (attachment && *attachment && (*attachment)->owner.hasEnded()) {
-            static_cast<void>(takeApart(records, name, **attachment));
+        const auto attachment = records.read(name).value_or(std::nullopt);
+        if (attachment && attachment->owner.hasEnded()) {
+            static_cast<void>(takeApart(records, name, *attachment));
         }
         removeLoneLock(records, name);
     }
@@ -209,8 +210,8 @@ Error detachAt(const AttachmentRecords& records, const std::string& mountPoint,
     if (!attachment) {
         return attachment.error();
     }
-    if (*attachment && (*attachment)->mountPoint == mountPoint) {
-        return takeApart(records, place.name, **attachment);
+    if (const auto& known = *attachment; known && known->mountPoint == mountPoint) {
+        return takeApart(records, place.name, *known);
     }
     removeLoneLock(records, place.name);
     if (fs::path(mountPoint).parent_path() != configuration::kVolumesFolder ||

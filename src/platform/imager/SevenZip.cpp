@@ -9,6 +9,7 @@
 #include "platform/imager/ImageFailure.h"
 #include "platform/imager/ReadOnlyMount.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -74,11 +75,8 @@ std::string becomeProgram(const std::vector<std::string>& words, const Scene* sc
         return failed;
     }
     std::vector<std::string> texts = words;
-    std::vector<char*> arguments;
-    for (std::string& text : texts) {
-        arguments.push_back(text.data());
-    }
-    arguments.push_back(nullptr);
+    std::vector<char*> arguments(texts.size() + 1, nullptr);
+    std::ranges::transform(texts, arguments.begin(), [](std::string& text) { return text.data(); });
     char* environment = nullptr;
     ::execve(arguments[0], arguments.data(), &environment);
     return errnoText(errno);
