@@ -59,11 +59,11 @@ std::optional<FileSystemPlace> fileSystemOfPartition(int file) {
         ::blkid_probe_enable_partitions(probe.get(), 1) != 0) {
         return std::nullopt;
     }
-    const blkid_partlist list = ::blkid_probe_get_partitions(probe.get());
+    auto* const list = ::blkid_probe_get_partitions(probe.get());
     const int count = list == nullptr ? 0 : ::blkid_partlist_numof_partitions(list);
     const auto total = static_cast<std::uint64_t>(::blkid_probe_get_size(probe.get()));
     for (int index = 0; index < count; ++index) {
-        const blkid_partition partition = ::blkid_partlist_get_partition(list, index);
+        auto* const partition = ::blkid_partlist_get_partition(list, index);
         const auto start = static_cast<std::uint64_t>(::blkid_partition_get_start(partition));
         const auto sectors = static_cast<std::uint64_t>(::blkid_partition_get_size(partition));
         const std::uint64_t end = total / kSector;
