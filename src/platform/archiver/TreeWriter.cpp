@@ -41,30 +41,31 @@ std::string_view takeComponent(std::string_view& path) {
     return component;
 }
 
-enum class Leads : std::uint8_t { inside, outside, unclear };
+enum class Leads : std::uint8_t { inside, outside, unclear, outsideByText };
 
 // A link lies in a real folder, and ".." at the begin of its target goes up real folders. Behind a
-// name, which may be that of another link, nobody can tell from the text where it goes.
+// name, which may be that of another link, the text alone cannot tell where it goes: if all names
+// were real folders, it might be outside.
 Leads whereLinkLeads(std::string_view path, std::string_view target) {
     if (target.starts_with('/')) {
         return Leads::outside;
     }
     auto depth = std::ranges::count(path, '/');
     bool isNamed = false;
+    Leads leads = Leads::inside;
     while (!target.empty()) {
         const std::string_view step = takeComponent(target);
         if (step == "..") {
-            if (isNamed) {
-                return Leads::unclear;
-            }
+            leads = isNamed ? Leads::unclear : leads;
             if (--depth < 0) {
-                return Leads::outside;
+                return isNamed ? Leads::outsideByText : Leads::outside;
             }
         } else if (!step.empty() && step != ".") {
             isNamed = true;
+            ++depth;
         }
     }
-    return Leads::inside;
+    return leads;
 }
 
 } // namespace
@@ -180,8 +181,8 @@ std::string TreeWriter::makeLink(const Entry& entry) {
         !cause.empty()) {
         return cause;
     }
-    if (leads == Leads::unclear) {
-        doubtfulLinks_.push_back(path_);
+    if (leads != Leads::inside) {
+        doubtfulLinks_.push_back({path_, leads == Leads::outsideByText});
     }
     // A file system that keeps no times of links loses nothing that anybody relies on.
     static_cast<void>(::utimensat(parent_.get(), name_.c_str(), times(timeOf(entry)).data(),
@@ -231,15 +232,18 @@ void TreeWriter::discardFile() {
 }
 
 std::string TreeWriter::checkLinks() {
-    for (const std::string& path : doubtfulLinks_) {
+    for (const auto& [path, leadsOutByText] : doubtfulLinks_) {
         open_how how{};
         how.flags = O_PATH | O_CLOEXEC;
         how.resolve = RESOLVE_BENEATH | RESOLVE_NO_MAGICLINKS;
         const Descriptor target(
             static_cast<int>(::syscall(SYS_openat2, root_.get(), path.c_str(), &how, sizeof how)));
-        // One that leads to nothing, or in circles, leads to nothing outside.
-        if (!target && errno != ENOENT && errno != ELOOP && errno != ENOTDIR && errno != EACCES) {
-            const int failure = errno;
+        // One that leads to nothing, or in circles, leads to nothing outside; but not for ever if
+        // only a folder is missing on the way.
+        const bool leadsNowhere =
+            errno == ENOENT || errno == ELOOP || errno == ENOTDIR || errno == EACCES;
+        if (!target && (!leadsNowhere || leadsOutByText)) {
+            const int failure = leadsNowhere ? EXDEV : errno;
             if (place(path).empty()) {
                 static_cast<void>(::unlinkat(parent_.get(), name_.c_str(), 0));
             }

@@ -46,6 +46,11 @@ private:
         std::optional<mode_t> mode;        ///< none for one that stays as it was
         std::optional<timespec> time;
     };
+    /// A link that is looked at again when all entries are there.
+    struct DoubtfulLink {
+        std::string path;
+        bool leadsOutByText; ///< if all names in its target were folders
+    };
     [[nodiscard]] std::string place(std::string_view name);
     [[nodiscard]] std::string descend(std::string_view path);
     [[nodiscard]] std::size_t numberOf(std::size_t above, std::string_view name);
@@ -66,7 +71,7 @@ private:
     // As a tree: whole paths would take many times what the archive has.
     std::vector<FolderNode> folders_ = std::vector<FolderNode>(1);
     std::map<std::pair<std::size_t, std::string>, std::size_t> numbers_;
-    std::vector<std::string> doubtfulLinks_;
+    std::vector<DoubtfulLink> doubtfulLinks_;
 };
 
 } // namespace qv::archiver
