@@ -170,12 +170,12 @@ public:
     /// `extractedRoot`, and looks there for a bundle, if it is asked for one. Without
     /// `extractedRoot` there is no such folder, and the first copy fails. An image that cannot be
     /// mounted is NSPOSIXErrorDomain with the status of the tool as the code. A folder that cannot
-    /// be made is no error: `extractedRoot` stays none.
+    /// be made is not an error: `extractedRoot` stays none.
     static Error extractDMG(const std::optional<URL>& image, std::optional<URL>* extractedRoot,
                             std::optional<std::string_view> findBundleWithIdentifier,
                             std::optional<URL>* returnFoundBundleLocation);
     /// Unpacks a ZIP archive into a folder, which is made if it is missing. An archive that cannot
-    /// be opened is no error: nothing happens.
+    /// be opened is not an error: nothing happens.
     static Error extractZIP(const std::optional<URL>& archive,
                             const std::optional<URL>& toLocation);
     /// The first bundle in or below a folder with an identifier, without regard to case: depth

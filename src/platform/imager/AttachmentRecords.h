@@ -25,7 +25,7 @@ struct Owner {
     [[nodiscard]] bool hasEnded() const;
 };
 
-/// What has to be known of an image to take away all that attaching it has made, at any moment.
+/// The facts about an image that suffice to take away all that attaching it has made, at any time.
 struct Attachment {
     std::string mountPoint; ///< absolute
     std::string workFolder; ///< absolute; need not exist

@@ -124,7 +124,8 @@ void removeLoneLock(const AttachmentRecords& records, const std::string& name) {
     }
 }
 
-// What owners have left that are gone: killed, say. Failures concern nobody here; the record stays.
+// Takes apart the images of owners that are gone: killed, say. Failures concern nobody here; the
+// record stays.
 void takeApartAbandoned(const AttachmentRecords& records) {
     for (const std::string& name : records.names()) {
         const auto lock = records.lock(name, Deadline::after({}));

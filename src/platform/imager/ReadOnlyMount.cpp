@@ -17,7 +17,7 @@ namespace qv::imager {
 
 namespace {
 
-// What the kernel may be shown of a stranger's bytes: each driver more is one more to be attacked.
+// The drivers that may read a stranger's bytes: each driver more is one more to be attacked.
 constexpr std::array<std::string_view, 9> kKernelTypes = {
     "hfsplus", "hfs", "iso9660", "udf", "squashfs", "ext4", "ext3", "ext2", "vfat"};
 

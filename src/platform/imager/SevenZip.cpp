@@ -88,7 +88,7 @@ pid_t forkInto(unsigned long namespaces) {
         ::syscall(SYS_clone, namespaces | SIGCHLD, nullptr, nullptr, nullptr, nullptr));
 }
 
-// What is written into a pipe until its last writer has gone, at most a line.
+// The text that is written into a pipe until its last writer has gone, at most a line.
 std::string lineFrom(int descriptor) {
     std::array<char, 512> line{};
     const ssize_t count = ::read(descriptor, line.data(), line.size());

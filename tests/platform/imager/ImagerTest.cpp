@@ -37,7 +37,7 @@ std::string shownItem(const fs::directory_entry& item) {
     return std::to_string(std::hash<std::string>()(contentOf(item))) + (isProgram ? "*" : "");
 }
 
-// What is in a tree: kinds, targets of links, contents.
+// The items of a tree: kinds, targets of links, contents.
 std::map<std::string, std::string> treeOf(const fs::path& root) {
     std::map<std::string, std::string> tree;
     for (const auto& item : fs::recursive_directory_iterator(root)) {
