@@ -101,16 +101,6 @@ std::optional<Value> displayNumber(std::string_view edid, std::size_t at, std::s
 
 } // namespace
 
-std::string_view trimmed(std::string_view text) noexcept {
-    while (!text.empty() && isSpace(text.front())) {
-        text.remove_prefix(1);
-    }
-    while (!text.empty() && isSpace(text.back())) {
-        text.remove_suffix(1);
-    }
-    return text;
-}
-
 std::optional<std::int64_t> integer10(std::string_view text) noexcept {
     return integerOf(trimmed(text), 10);
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/foundation/values/Trimmed.h"
 #include "platform/foundation/values/Value.h"
 
 #include <cstdint>
@@ -14,8 +15,7 @@ namespace qv::conversion {
 
 using Converter = std::optional<Value> (*)(std::string_view text);
 
-/// Without the blanks and the line end on both sides.
-[[nodiscard]] std::string_view trimmed(std::string_view text) noexcept;
+using qv::trimmed;
 [[nodiscard]] std::optional<std::int64_t> integer10(std::string_view text) noexcept;
 [[nodiscard]] std::optional<std::int64_t>
 integer16(std::string_view text) noexcept; ///< "0x" or not

@@ -1,6 +1,6 @@
 #include "platform/system/KernelParameters.h"
 
-#include "platform/foundation/values/ASCII.h"
+#include "platform/foundation/values/Trimmed.h"
 #include "platform/system/ParameterTable.h"
 
 #include <algorithm>
@@ -97,12 +97,7 @@ std::string numberOf(std::string_view text) {
 } // namespace
 
 std::optional<ParameterNumber> parameterNumber(std::string_view text) noexcept {
-    while (!text.empty() && isSpace(text.front())) {
-        text.remove_prefix(1);
-    }
-    while (!text.empty() && isSpace(text.back())) {
-        text.remove_suffix(1);
-    }
+    text = trimmed(text);
     ParameterNumber number{.isNegative = text.starts_with('-')};
     text.remove_prefix(number.isNegative ? 1 : 0);
     const char* const end = text.data() + text.size();

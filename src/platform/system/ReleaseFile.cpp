@@ -2,6 +2,7 @@
 
 #include "platform/foundation/os/CopiedPath.h"
 #include "platform/foundation/os/RegularFile.h"
+#include "platform/foundation/values/Trimmed.h"
 
 #include <algorithm>
 #include <charconv>
@@ -14,14 +15,6 @@ namespace qv {
 namespace {
 
 constexpr std::size_t kLongestFile = std::size_t{1} << 20U;
-
-std::string_view withoutBlanks(std::string_view text) {
-    constexpr std::string_view kBlanks = " \t\r";
-    const std::size_t begin = text.find_first_not_of(kBlanks);
-    return begin == std::string_view::npos
-               ? std::string_view()
-               : text.substr(begin, text.find_last_not_of(kBlanks) + 1 - begin);
-}
 
 // None for a quote that does not end, or ends before the value does.
 std::optional<std::string> unquoted(std::string_view text) {
@@ -62,11 +55,11 @@ ReleaseFile ReleaseFile::parse(std::string_view text) {
         const std::string_view line = text.substr(0, text.find('\n'));
         text.remove_prefix(std::min(line.size() + 1, text.size()));
         const std::size_t equals = line.find('=');
-        const std::string_view name = withoutBlanks(line.substr(0, equals));
+        const std::string_view name = trimmed(line.substr(0, equals));
         if (equals == std::string_view::npos || name.starts_with('#')) {
             continue;
         }
-        if (auto value = unquoted(withoutBlanks(line.substr(equals + 1)))) {
+        if (auto value = unquoted(trimmed(line.substr(equals + 1)))) {
             file.values_.insert_or_assign(std::string(name), std::move(*value));
         }
     }

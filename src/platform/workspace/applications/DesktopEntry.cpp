@@ -2,6 +2,7 @@
 
 #include "platform/foundation/os/FileBytes.h"
 #include "platform/foundation/os/RegularFile.h"
+#include "platform/foundation/values/Trimmed.h"
 #include "platform/foundation/values/UTF8.h"
 
 #include <fmt/core.h>
@@ -47,18 +48,6 @@ constexpr std::array<BooleanKey, 4> kBooleanKeys = {{
 }};
 
 constexpr std::size_t kMostNames = 1024;
-
-bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\r'; }
-
-std::string_view trimmed(std::string_view text) {
-    while (!text.empty() && isBlank(text.front())) {
-        text.remove_prefix(1);
-    }
-    while (!text.empty() && isBlank(text.back())) {
-        text.remove_suffix(1);
-    }
-    return text;
-}
 
 std::string unescaped(std::string_view text) {
     if (text.find('\\') == std::string_view::npos) {

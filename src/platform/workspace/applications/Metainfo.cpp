@@ -3,6 +3,7 @@
 #include "platform/foundation/os/CopiedPath.h"
 #include "platform/foundation/os/RegularFile.h"
 #include "platform/foundation/text/VersionOrder.h"
+#include "platform/foundation/values/Trimmed.h"
 
 #include <expat.h>
 
@@ -27,14 +28,6 @@ namespace fs = std::filesystem;
 
 constexpr std::string_view kDesktopSuffix = ".desktop";
 constexpr std::size_t kPieceLength = std::size_t{256} << 10U;
-
-std::string_view withoutBlanksAround(std::string_view text) {
-    constexpr std::string_view kBlanks = " \t\r\n";
-    const std::size_t begin = text.find_first_not_of(kBlanks);
-    return begin == std::string_view::npos
-               ? std::string_view()
-               : text.substr(begin, text.find_last_not_of(kBlanks) + 1 - begin);
-}
 
 std::string_view attributeNamed(std::string_view name, const char** attributes) {
     for (; *attributes != nullptr; attributes += 2) {
@@ -69,13 +62,13 @@ struct MetainfoReader::State {
                                                   : Part::other;
             text.clear();
         } else if (depth == 3 && part == Part::releases && name == "release") {
-            noteRelease(withoutBlanksAround(attributeNamed("version", attributes)));
+            noteRelease(trimmed(attributeNamed("version", attributes)));
         }
     }
 
     void endElement() {
         if (depth == 2 && part == Part::identifier) {
-            const std::string_view id = withoutBlanksAround(text);
+            const std::string_view id = trimmed(text);
             isOurs = isOurs || id == desktopID ||
                      (desktopID.size() == id.size() + kDesktopSuffix.size() &&
                       desktopID.starts_with(id));
