@@ -5,13 +5,13 @@
 #include "platform/foundation/values/URL.h"
 #include "script/QVCatalogScript.h"
 #include "support/Contest.h"
+#include "support/ShrinkingFiles.h"
 #include "support/TemporaryDirectory.h"
 
 #include <fmt/core.h>
 
 #include <cstdlib>
 #include <filesystem>
-#include <random>
 
 namespace {
 
@@ -22,18 +22,6 @@ constexpr int kRounds = 7;
 constexpr int kFiles = 4000;
 constexpr std::size_t kFileSize = 26214;
 constexpr int kFolders = 1000; // times 100
-
-// Half random, half repeated: it shrinks as programs do.
-void writeFiles(const qv::test::TemporaryDirectory& folder) {
-    std::mt19937 random(1); // NOLINT(cert-msc51-cpp): the same bytes in every run
-    std::string content(kFileSize, 'x');
-    for (int i = 0; i < kFiles; ++i) {
-        for (std::size_t at = 0; at + 1 < content.size(); at += 2) {
-            content[at] = static_cast<char>(random());
-        }
-        folder.write(fmt::format("in/{}/{}", i / 100, i), content);
-    }
-}
 
 void unpack(const qv::test::TemporaryDirectory& folder) {
     const std::string archive = folder / "a.zip";
@@ -93,7 +81,7 @@ void find(const qv::test::TemporaryDirectory& folder) {
 
 int main() {
     const qv::test::TemporaryDirectory folder;
-    writeFiles(folder);
+    writeShrinkingFiles(folder, kFiles, kFileSize);
     measure([&] {
         return fs::current_path(folder / "in"),
                runProgram({"/usr/bin/zip", "-qr", "../a.zip", "."});

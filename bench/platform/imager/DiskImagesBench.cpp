@@ -6,13 +6,13 @@
 #include "platform/foundation/values/URL.h"
 #include "support/BuildFolder.h"
 #include "support/Contest.h"
+#include "support/ShrinkingFiles.h"
 #include "support/TemporaryDirectory.h"
 
 #include <fmt/core.h>
 
 #include <cstdlib>
 #include <filesystem>
-#include <random>
 
 namespace {
 
@@ -22,18 +22,6 @@ using namespace qv::bench; // NOLINT(google-build-using-namespace)
 constexpr int kRounds = 7;
 constexpr int kFiles = 100;
 constexpr std::size_t kFileSize = std::size_t{1} << 20U;
-
-// Half random, half repeated: it shrinks as programs do.
-void writeFiles(const qv::test::TemporaryDirectory& folder) {
-    std::mt19937 random(1); // NOLINT(cert-msc51-cpp): the same bytes in every run
-    std::string content(kFileSize, 'x');
-    for (int i = 0; i < kFiles; ++i) {
-        for (std::size_t at = 0; at + 1 < content.size(); at += 2) {
-            content[at] = static_cast<char>(random());
-        }
-        folder.write(fmt::format("in/{}/{}", i / 10, i), content);
-    }
-}
 
 int attachAndCopy(const std::string& image, const std::string& mountPoint, const fs::path& out) {
     const std::string imager = qv::test::built("bin/QVCatalogImager");
@@ -83,7 +71,7 @@ void compare(const qv::test::TemporaryDirectory& folder, std::string_view name,
 
 int main() {
     const qv::test::TemporaryDirectory folder;
-    writeFiles(folder);
+    writeShrinkingFiles(folder, kFiles, kFileSize);
     compare(folder, "SquashFS", "mksquashfs in v -noD -noF -noI");
     compare(folder, "HFS+",
             "rm v; xorriso -as mkisofs -hfsplus -V NAME -o iso in; 7zz x -tapm -oapm iso; "
