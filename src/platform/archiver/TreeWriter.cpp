@@ -219,7 +219,7 @@ std::string TreeWriter::finishFile() {
         ::futimens(file_.get(), times(timeOf(fileEntry_)).data()) != 0) {
         return errnoText(errno);
     }
-    // Some file systems tell only here that they have no room.
+    // Some file systems report a lack of room only here.
     hasFile_ = ::close(file_.release()) != 0;
     return hasFile_ ? errnoText(errno) : std::string();
 }

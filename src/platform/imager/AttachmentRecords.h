@@ -40,7 +40,8 @@ public:
     /// Makes the folder where it is missing.
     [[nodiscard]] static tl::expected<AttachmentRecords, Error> open();
 
-    /// Nobody else attaches or detaches by this name then. ETIMEDOUT if that cannot be had in time.
+    /// Keeps others from attaching or detaching by this name while it is held. ETIMEDOUT if another
+    /// process holds it until the deadline.
     [[nodiscard]] tl::expected<Lock, int> lock(const std::string& name,
                                                const Deadline& deadline) const;
 

@@ -10,8 +10,8 @@
 
 namespace qv::imager {
 
-/// The domain of what keeps an image from being attached or detached; every error says in one line
-/// which step failed and why. The code has no meaning.
+/// The domain of errors that keep an image from being attached or detached; every error says in one
+/// line which step failed and why. The code does not count.
 inline constexpr std::string_view kImageErrorDomain = "QVDiskImageErrorDomain";
 
 /// The user, a number without an account, that root's processes become which read images.

@@ -117,7 +117,7 @@ Error takeApart(const AttachmentRecords& records, const std::string& name,
     return first;
 }
 
-// The file of a held lock, where there is no record for it to guard.
+// Removes the file of a held lock if it guards no record.
 void removeLoneLock(const AttachmentRecords& records, const std::string& name) {
     if (const auto attachment = records.read(name); attachment && !*attachment) {
         static_cast<void>(records.remove(name)); // at worst an empty file stays

@@ -11,8 +11,8 @@
 
 namespace qv::imager {
 
-// Mounts that have no place yet: they end with their descriptor unless they are shown. No device
-// and no set-user-ID bit counts in any of them.
+// Mounts that are not shown anywhere yet: they end with their descriptor unless that happens. The
+// kernel ignores devices and set-user-ID bits in all of them.
 
 /// A file system in a file, read-only, through a loop device that the kernel frees with the last
 /// user of the mount. Refused without trying for types that no image for a user holds.

@@ -33,7 +33,7 @@ public:
     /// keep their nodes, those that are gone are terminated.
     void refresh();
     void walkAgain(); ///< in any case
-    /// The live node of a path after a look at its folder; null when there is no such device.
+    /// The live node of a path after a look at its folder; null if the device is gone.
     [[nodiscard]] std::shared_ptr<RegistryEntry> lookAgain(const std::string& path);
     /// Decides anew what depends on what the device manager has found, which may have changed.
     void classifyAgain(RegistryEntry& node);
