@@ -25,6 +25,7 @@
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
+#include <variant>
 
 namespace {
 
@@ -89,7 +90,8 @@ void measure(std::size_t mebibytes) {
 
     const auto examine = [&](qv::CodeExaminer& examiner) {
         const qv::Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-        const auto code = examiner.examine(file.get(), qv::CodeExaminer::Deadline::max());
+        const auto code = std::get<std::shared_ptr<const qv::StaticCode>>(
+            examiner.examine(file.get(), qv::CodeExaminer::Deadline::max()));
         need(code->status() == 0 && code->facts().chain.back().vendorRoot, code->reason());
     };
     qv::CodeExaminer forgetful(folder / "anchors.d", ::geteuid(),
