@@ -6,7 +6,7 @@
 namespace qv::test {
 namespace {
 
-constexpr int kMany = 200;
+const int kMany = isSanitized() ? 60 : 200;
 constexpr int kWarmingUp = 20;
 const std::size_t kTolerance = isSanitized() ? 16'000 : 1000; // kilobytes
 

@@ -1,14 +1,19 @@
 #pragma once
 
+#include "support/BuildFolder.h"
+
 #include <cstdlib>
 
 namespace qv::test {
 
 /// How much of something to do: what a variable of the environment says, for runs by hand, else as
-/// much as fits into every run.
+/// much as fits into every run, a quarter of it where a sanitizer makes it slow.
 inline int effort(const char* variable, int usual) {
     const char* text = std::getenv(variable); // NOLINT(concurrency-mt-unsafe): nobody sets any
-    return text == nullptr ? usual : static_cast<int>(std::strtol(text, nullptr, 10));
+    if (text == nullptr) {
+        return isSanitized() ? usual / 4 : usual;
+    }
+    return static_cast<int>(std::strtol(text, nullptr, 10));
 }
 
 } // namespace qv::test

@@ -1,3 +1,5 @@
+#include "support/BuildFolder.h"
+
 #include "RegistryFixture.h"
 #include <set>
 
@@ -103,7 +105,8 @@ TEST_F(Entries, HavePathsOfTheirOwn) {
     tree.add("/devices/virtual/one/twin", "one");
     tree.add("/devices/virtual/two/twin", "two");
     std::string deep = "/devices";
-    for (int i = 0; i < 300; ++i) {
+    const int levels = isSanitized() ? 255 : 300;
+    for (int i = 0; i < levels; ++i) {
         tree.add(deep += "/d", "deep");
     }
     io_iterator_t iterator = 0;
@@ -127,7 +130,7 @@ TEST_F(Entries, HavePathsOfTheirOwn) {
             EXPECT_EQ(Held(IORegistryEntryFromPath(0, path)), one) << path;
         }
     }
-    EXPECT_EQ(tooLong, 300 - 249);
+    EXPECT_EQ(tooLong, levels - 249);
     EXPECT_EQ(ids.size(), static_cast<std::size_t>(all));
     EXPECT_EQ(paths.size(), static_cast<std::size_t>(all - tooLong));
     EXPECT_EQ(paths.count("IOService:/twin@one"), 1U);

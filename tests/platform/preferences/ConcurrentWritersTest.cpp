@@ -1,6 +1,7 @@
 // Several writers of one folder, and writers that are killed: nothing is lost, nothing is halved.
 
 #include "platform/preferences/Support.h"
+#include "support/BuildFolder.h"
 
 #include <fmt/core.h>
 
@@ -60,7 +61,7 @@ TEST_F(ConcurrentWriters, LeaveOldOrNewValueWhenKilled) {
     ASSERT_TRUE(store("number", Value::integer(0)));
     std::minstd_rand random; // NOLINT(cert-msc32-c,cert-msc51-cpp): the same moments every time
     std::int64_t number = 0;
-    for (int round = 0; round < 100; ++round) {
+    for (int round = 0; round < (isSanitized() ? 25 : 100); ++round) {
         const pid_t writer = ::fork();
         if (writer == 0) {
             for (std::int64_t next = number + 1; store("number", Value::integer(next)); ++next) {

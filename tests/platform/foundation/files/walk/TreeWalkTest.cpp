@@ -3,6 +3,7 @@
 #include "platform/foundation/files/walk/CollectingVisitor.h"
 #include "platform/foundation/files/walk/DeepTree.h"
 #include "platform/foundation/os/Descriptor.h"
+#include "support/BuildFolder.h"
 #include "support/InChild.h"
 #include "support/SmallFileSystem.h"
 #include "support/TemporaryDirectory.h"
@@ -131,10 +132,13 @@ TEST(TreeWalk, EndsWhenTheVisitorThrows) {
 // Folders are closed on the way down, and found again on the way up.
 TEST(TreeWalk, VisitsWideAndDeepTreesOnce) {
     const TemporaryDirectory top;
-    for (int folder = 0; folder < 200; ++folder) {
+    const unsigned folders = test::isSanitized() ? 40 : 200;
+    const unsigned depth = test::isSanitized() ? 30 : 100;
+    for (unsigned folder = 0; folder < folders; ++folder) {
         top.write("folder" + std::to_string(folder) + "/inner/file", "x");
     }
-    const DeepTree tree(top.path(), 100, 50); // entries before and behind the folder to go down to
+    const DeepTree tree(top.path(), static_cast<int>(depth),
+                        50); // entries before and behind the folder to go down to
     const Descriptor lowestFree(::open("/dev/null", O_RDONLY | O_CLOEXEC));
     rlimit before{};
     ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
@@ -146,7 +150,7 @@ TEST(TreeWalk, VisitsWideAndDeepTreesOnce) {
         const Error error = walk(top.path(), visitor, RootLink::visitNone, threads);
         ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
         EXPECT_FALSE(error) << error.description();
-        EXPECT_EQ(visitor.visits.size(), 200U * 3U + 100U * 51U) << descriptors;
+        EXPECT_EQ(visitor.visits.size(), folders * 3 + depth * 51) << descriptors;
         EXPECT_TRUE(visitor.visitedEachOnce());
         EXPECT_EQ(visitor.orphans, 0U);
         EXPECT_THAT(visitor.failures, IsEmpty());
@@ -166,7 +170,7 @@ TEST(TreeWalk, StreamsAHugeFolder) {
     const std::string path = top / "memory";
     const Descriptor folder(::open(path.c_str(), O_DIRECTORY | O_CLOEXEC));
     ASSERT_TRUE(folder);
-    constexpr std::size_t kFiles = 100'000;
+    static const std::size_t kFiles = test::isSanitized() ? 20'000 : 100'000;
     for (std::size_t i = 0; i < kFiles; ++i) {
         const std::string name = "a-name-of-some-length-" + std::to_string(i);
         ASSERT_EQ(::mknodat(folder.get(), name.c_str(), S_IFREG | 0644, 0), 0);
