@@ -70,6 +70,11 @@ Leads whereLinkLeads(std::string_view path, std::string_view target) {
 
 } // namespace
 
+TreeWriter::~TreeWriter() {
+    discardFile();
+    static_cast<void>(checkLinks()); // of an archive that failed before its end
+}
+
 // Splits a name into the folder that it lies in, which is held from then on, and the last
 // component.
 std::string TreeWriter::place(std::string_view name) {
@@ -232,7 +237,8 @@ void TreeWriter::discardFile() {
 }
 
 std::string TreeWriter::checkLinks() {
-    for (const auto& [path, leadsOutByText] : doubtfulLinks_) {
+    std::string first;
+    for (const auto& [path, leadsOutByText] : std::exchange(doubtfulLinks_, {})) {
         open_how how{};
         how.flags = O_PATH | O_CLOEXEC;
         how.resolve = RESOLVE_BENEATH | RESOLVE_NO_MAGICLINKS;
@@ -247,11 +253,13 @@ std::string TreeWriter::checkLinks() {
             if (place(path).empty()) {
                 static_cast<void>(::unlinkat(parent_.get(), name_.c_str(), 0));
             }
-            return fmt::format("{}: {}", log::foreign(path),
-                               failure == EXDEV ? kLeadsOut : errnoText(failure));
+            if (first.empty()) {
+                first = fmt::format("{}: {}", log::foreign(path),
+                                    failure == EXDEV ? kLeadsOut : errnoText(failure));
+            }
         }
     }
-    return {};
+    return first;
 }
 
 std::string TreeWriter::finish() {

@@ -26,7 +26,7 @@ public:
     TreeWriter& operator=(const TreeWriter&) = delete;
     TreeWriter(TreeWriter&&) = delete;
     TreeWriter& operator=(TreeWriter&&) = delete;
-    ~TreeWriter() { discardFile(); }
+    ~TreeWriter();
 
     [[nodiscard]] std::string makeFolder(const Entry& entry);
     [[nodiscard]] std::string makeLink(const Entry& entry);
@@ -57,6 +57,7 @@ private:
     [[nodiscard]] std::string pathOf(std::size_t folder) const;
     /// Calls a function that makes the item; once more after removing what was in the way.
     [[nodiscard]] std::string make(const std::function<bool()>& attempt);
+    /// Removes all links that lead out of the folder. The cause of the first one.
     [[nodiscard]] std::string checkLinks();
 
     Descriptor root_;
