@@ -3,7 +3,6 @@
 #include "platform/foundation/files/item/ChangeMode.h"
 #include "platform/foundation/log/Log.h"
 #include "platform/foundation/os/FileBytes.h"
-#include "platform/foundation/os/Folder.h"
 
 #include <fmt/core.h>
 
@@ -114,6 +113,9 @@ std::string TreeWriter::descend(std::string_view path) {
             folders_[number].mode = kUsualFolder;
         }
         folder = openFolderIn(folder.get(), component.c_str());
+        if (folder && !folders_[number].identity) {
+            folders_[number].identity = identityOf(folder.get());
+        }
     }
     if (!folder) {
         return errno == ENOTDIR || errno == ELOOP
@@ -130,7 +132,8 @@ std::size_t TreeWriter::numberOf(std::size_t above, std::string_view name) {
     const auto [entry, isNew] =
         numbers_.try_emplace(std::pair(above, std::string(name)), folders_.size());
     if (isNew) {
-        folders_.push_back({.above = above, .name = &entry->first.second, .mode = {}, .time = {}});
+        folders_.push_back(
+            {.above = above, .name = &entry->first.second, .mode = {}, .time = {}, .identity = {}});
     }
     return entry->second;
 }
@@ -262,24 +265,51 @@ std::string TreeWriter::checkLinks() {
     return first;
 }
 
+bool TreeWriter::move(Descriptor& held, std::size_t& at, std::size_t to) const {
+    std::vector<std::size_t> down;
+    for (std::size_t goal = to; at != goal;) {
+        if (at < goal) { // a folder's number is higher than that of the one above it
+            down.push_back(goal);
+            goal = folders_[goal].above;
+            continue;
+        }
+        at = folders_[at].above;
+        Descriptor above = openFolderIn(held.get(), "..");
+        // There is no way up from one that is closed by now, or was moved.
+        if (at == 0 || !above || identityOf(above.get()) != folders_[at].identity) {
+            above = openFolderIn(root_.get(), ".");
+            at = 0;
+        }
+        held = std::move(above);
+    }
+    for (; held && !down.empty(); down.pop_back()) {
+        const FolderNode& next = folders_[down.back()];
+        held = openFolderIn(held.get(), next.name->c_str());
+        if (held && identityOf(held.get()) != next.identity) {
+            held.reset();
+            errno = ESTALE;
+        }
+    }
+    at = to;
+    return static_cast<bool>(held);
+}
+
 std::string TreeWriter::finish() {
     if (std::string cause = checkLinks(); !cause.empty()) {
         return cause;
     }
+    Descriptor held = openFolderIn(root_.get(), ".");
+    std::size_t at = 0;
     for (std::size_t number = folders_.size() - 1; number > 0; --number) { // inner ones first
         const FolderNode& folder = folders_[number];
         if (!folder.mode) {
             continue;
         }
-        const std::string path = pathOf(number);
-        std::string cause = descend(path);
-        if (cause.empty() &&
-            ((folder.time && ::futimens(parent_.get(), times(*folder.time).data()) != 0) ||
-             ::fchmod(parent_.get(), *folder.mode) != 0)) {
-            cause = errnoText(errno);
-        }
-        if (!cause.empty()) {
-            return fmt::format("{}: {}", log::foreign(path), cause);
+        if (!held || !move(held, at, number) ||
+            (folder.time && ::futimens(held.get(), times(*folder.time).data()) != 0) ||
+            ::fchmod(held.get(), *folder.mode) != 0) {
+            const int failure = errno;
+            return fmt::format("{}: {}", log::foreign(pathOf(number)), errnoText(failure));
         }
     }
     return {};

@@ -2,6 +2,7 @@
 
 #include "platform/archiver/EntryStream.h"
 #include "platform/foundation/os/Descriptor.h"
+#include "platform/foundation/os/Folder.h"
 
 #include <functional>
 #include <map>
@@ -45,6 +46,7 @@ private:
         const std::string* name = nullptr; ///< in `numbers_`
         std::optional<mode_t> mode;        ///< none for one that stays as it was
         std::optional<timespec> time;
+        std::optional<Identity> identity;
     };
     /// A link that is looked at again when all entries are there.
     struct DoubtfulLink {
@@ -55,6 +57,9 @@ private:
     [[nodiscard]] std::string descend(std::string_view path);
     [[nodiscard]] std::size_t numberOf(std::size_t above, std::string_view name);
     [[nodiscard]] std::string pathOf(std::size_t folder) const;
+    /// Goes from one folder of the tree to another, up and down: whole paths would take the square
+    /// of a deep tree's folders. False and errno if one is not there any more.
+    [[nodiscard]] bool move(Descriptor& held, std::size_t& at, std::size_t to) const;
     /// Calls a function that makes the item; once more after removing what was in the way.
     [[nodiscard]] std::string make(const std::function<bool()>& attempt);
     /// Removes all links that lead out of the folder. The cause of the first one.
