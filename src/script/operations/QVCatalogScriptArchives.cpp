@@ -146,7 +146,8 @@ Error copyVisibleItems(const URL& from, const URL& to) {
     Error error = list.error();
     for (auto name = list.names().begin(); !error && name != list.names().end(); ++name) {
         error = FileManager::copyItemAtURL(std::optional(from.URLByAppendingPathComponent(*name)),
-                                           std::optional(to.URLByAppendingPathComponent(*name)));
+                                           std::optional(to.URLByAppendingPathComponent(*name)),
+                                           Privileges::leftOut);
     }
     return error;
 }

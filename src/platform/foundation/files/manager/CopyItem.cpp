@@ -69,11 +69,12 @@ Descriptor createCopy(const Pair& pair) {
                                kOwnerReadsAndWrites));
 }
 
-Failed fillCopy(const SourceFile& source, int copy, ContentCopier& contents, Owner now) {
+Failed fillCopy(const SourceFile& source, int copy, ContentCopier& contents, Owner now,
+                Privileges privileges) {
     if (const auto failure = contents.copy(source.fd.get(), copy, source.info)) {
         return {failure->errorNumber, failure->access};
     }
-    return {copyMetadata(source.fd.get(), copy, source.info, now)};
+    return {copyMetadata(source.fd.get(), copy, source.info, now, privileges)};
 }
 
 Failed copyLink(const Pair& pair) {
@@ -87,14 +88,19 @@ Failed copyLink(const Pair& pair) {
     return ::symlinkat(target.data(), pair.toParent, pair.toName) == 0 ? Failed() : whileWriting();
 }
 
+bool isDevice(const struct stat& info) { return S_ISCHR(info.st_mode) || S_ISBLK(info.st_mode); }
+
 // Anything but files and folders.
-Failed copySpecial(const Pair& pair) {
+Failed copySpecial(const Pair& pair, Privileges privileges) {
     struct stat info{};
     if (::fstatat(pair.fromParent, pair.fromName, &info, AT_SYMLINK_NOFOLLOW) != 0) {
         return whileReading();
     }
     if (S_ISREG(info.st_mode) || S_ISDIR(info.st_mode)) {
         return {ESTALE, FileAccess::read}; // it was something else a moment ago
+    }
+    if (privileges == Privileges::leftOut && isDevice(info)) {
+        return {};
     }
     if (S_ISLNK(info.st_mode)) {
         if (const Failed failed = copyLink(pair)) {
@@ -104,15 +110,17 @@ Failed copySpecial(const Pair& pair) {
                          info.st_rdev) != 0) {
         return whileWriting();
     }
-    return {copyMetadata(pair.fromParent, pair.fromName, pair.toParent, pair.toName, info)};
+    return {
+        copyMetadata(pair.fromParent, pair.fromName, pair.toParent, pair.toName, info, privileges)};
 }
 
 class CopyingVisitor final : public TreeVisitor {
 public:
     /// `root` is the copy's root folder and stays with the caller.
-    CopyingVisitor(const ItemPlace& from, const ItemPlace& to, int root, MountedBelow mounted)
-        : from_(from), to_(to), mounted_(mounted), root_(identityOf(root)), links_(root),
-          maker_(ownerOf(root)) {}
+    CopyingVisitor(const ItemPlace& from, const ItemPlace& to, int root, MountedBelow mounted,
+                   Privileges privileges)
+        : from_(from), to_(to), mounted_(mounted), privileges_(privileges), root_(identityOf(root)),
+          links_(root), maker_(ownerOf(root)) {}
 
     void visit(const TreeEntry& entry) override {
         if (entry.type == EntryType::directory) {
@@ -121,8 +129,9 @@ public:
         const Pair pair{entry.parentFd, entry.mirrorFd, entry.name, entry.name};
         if (mounted_ == MountedBelow::refused && isMountPoint(entry.parentFd, entry.name)) {
             fail(entry.path(), {EBUSY, FileAccess::write});
-        } else if (const Failed failed =
-                       entry.type == EntryType::file ? copyFile(pair, entry) : copySpecial(pair)) {
+        } else if (const Failed failed = entry.type == EntryType::file
+                                             ? copyFile(pair, entry)
+                                             : copySpecial(pair, privileges_)) {
             fail(entry.path(), failed);
         }
     }
@@ -151,7 +160,8 @@ public:
         }
         if (::fstat(folderFd, &info) != 0) {
             fail(path, whileReading());
-        } else if (const int failure = copyMetadata(folderFd, mirrorFd, info, maker_)) {
+        } else if (const int failure =
+                       copyMetadata(folderFd, mirrorFd, info, maker_, privileges_)) {
             fail(path, {failure, FileAccess::write});
         }
     }
@@ -183,7 +193,7 @@ private:
                 return {};
             }
         }
-        return copy ? fillCopy(source, copy.get(), contents_, maker_) : whileWriting();
+        return copy ? fillCopy(source, copy.get(), contents_, maker_, privileges_) : whileWriting();
     }
 
     void fail(const std::string& path, const Failed& failed) {
@@ -194,6 +204,7 @@ private:
     const ItemPlace& from_;
     const ItemPlace& to_;
     const MountedBelow mounted_;
+    const Privileges privileges_;
     const std::optional<Identity> root_;
     ContentCopier contents_;
     HardLinks links_;
@@ -253,7 +264,7 @@ private:
     Failed failed_;
 };
 
-Failed copyTopFile(const Pair& pair) {
+Failed copyTopFile(const Pair& pair, Privileges privileges) {
     SourceFile source;
     if (const Failed failed = openSource(pair, source)) {
         return failed;
@@ -263,13 +274,13 @@ Failed copyTopFile(const Pair& pair) {
         return whileWriting();
     }
     ContentCopier contents;
-    return fillCopy(source, copy.get(), contents, ownerOf(copy.get()));
+    return fillCopy(source, copy.get(), contents, ownerOf(copy.get()), privileges);
 }
 
 // Without root, a folder that its owner may not write cannot change its parent: it gets its mode
 // when it is in its place.
 std::optional<FileFailure> copyFolder(const ItemPlace& from, const Workshop& workshop,
-                                      MountedBelow mounted) {
+                                      MountedBelow mounted, Privileges privileges) {
     const ItemPlace& to = workshop.item();
     const auto failed = [&](const Failed& why) {
         return FileFailure{why.errorNumber, why.access, from.path, to.path};
@@ -293,10 +304,13 @@ std::optional<FileFailure> copyFolder(const ItemPlace& from, const Workshop& wor
     if (!mirror) {
         return failed(whileWriting());
     }
-    CopyingVisitor visitor(from, to, root.get(), mounted);
+    CopyingVisitor visitor(from, to, root.get(), mounted, privileges);
     walkTrees(std::move(source), std::move(mirror), from.path, visitor, walkingThreads());
     if (std::optional<FileFailure> failure = visitor.failure()) {
         return failure;
+    }
+    if (::fstat(root.get(), &info) != 0) {
+        return failed(whileWriting());
     }
     const mode_t mode = info.st_mode & kModeBits;
     const bool isLocked = (mode & S_IWUSR) == 0 && ::geteuid() != 0;
@@ -313,7 +327,7 @@ std::optional<FileFailure> copyFolder(const ItemPlace& from, const Workshop& wor
 } // namespace
 
 std::optional<FileFailure> copyItem(const ItemPlace& from, const ItemPlace& to,
-                                    MountedBelow mounted) {
+                                    MountedBelow mounted, Privileges privileges) {
     const auto outcome = [&](const Failed& why) {
         return why ? std::optional(FileFailure{why.errorNumber, why.access, from.path, to.path})
                    : std::nullopt;
@@ -326,16 +340,20 @@ std::optional<FileFailure> copyItem(const ItemPlace& from, const ItemPlace& to,
     if (::fstatat(to.parent.get(), to.name.c_str(), &there, AT_SYMLINK_NOFOLLOW) == 0) {
         return outcome({EEXIST, FileAccess::write});
     }
+    if (privileges == Privileges::leftOut && isDevice(info)) {
+        return std::nullopt;
+    }
     const Workshop workshop(to);
     if (workshop.failed()) {
         return outcome(workshop.failed());
     }
     if (S_ISDIR(info.st_mode)) {
-        return copyFolder(from, workshop, mounted);
+        return copyFolder(from, workshop, mounted, privileges);
     }
     const Pair pair{from.parent.get(), workshop.item().parent.get(), from.name.c_str(),
                     to.name.c_str()};
-    const Failed failed = S_ISREG(info.st_mode) ? copyTopFile(pair) : copySpecial(pair);
+    const Failed failed =
+        S_ISREG(info.st_mode) ? copyTopFile(pair, privileges) : copySpecial(pair, privileges);
     return outcome(failed ? failed : workshop.deliver());
 }
 

@@ -2,6 +2,7 @@
 
 #include "platform/foundation/files/item/FileErrors.h"
 #include "platform/foundation/files/item/ItemPlace.h"
+#include "platform/foundation/files/manager/FileMetadata.h"
 
 #include <cstdint>
 #include <optional>
@@ -21,6 +22,7 @@ enum class MountedBelow : std::uint8_t {
 ///
 /// Folders of the copy are for their maker alone until they are complete.
 [[nodiscard]] std::optional<FileFailure> copyItem(const ItemPlace& from, const ItemPlace& to,
-                                                  MountedBelow mounted);
+                                                  MountedBelow mounted,
+                                                  Privileges privileges = Privileges::kept);
 
 } // namespace qv

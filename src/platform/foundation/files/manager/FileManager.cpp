@@ -56,12 +56,12 @@ Error removeItemAtURL(const NamedItem& item) {
     return failure ? fileError(*failure, "Remove") : Error();
 }
 
-Error copyItemAtURL(const NamedItem& source, const NamedItem& destination) {
+Error copyItemAtURL(const NamedItem& source, const NamedItem& destination, Privileges privileges) {
     if (Error error = whyUnplaced(source, destination, FileAccess::read, "Copy")) {
         return error;
     }
     const std::optional<FileFailure> failure =
-        copyItem(*source.place(), *destination.place(), MountedBelow::copied);
+        copyItem(*source.place(), *destination.place(), MountedBelow::copied, privileges);
     return failure ? fileError(*failure, "Copy") : Error();
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/foundation/files/item/NamedItem.h"
+#include "platform/foundation/files/manager/FileMetadata.h"
 #include "platform/foundation/values/Error.h"
 
 #include <string_view>
@@ -20,7 +21,8 @@ namespace qv::FileManager {
 
 /// Never overwrites: 516 when the destination exists. See files/copy/CopyItem.h for what is kept.
 /// When it fails, nothing is left at the destination. Not synced.
-[[nodiscard]] Error copyItemAtURL(const NamedItem& source, const NamedItem& destination);
+[[nodiscard]] Error copyItemAtURL(const NamedItem& source, const NamedItem& destination,
+                                  Privileges privileges = Privileges::kept);
 
 /// Never overwrites. A success survives a power cut; see files/MoveItem.h for how.
 [[nodiscard]] Error moveItemAtURL(const NamedItem& source, const NamedItem& destination);

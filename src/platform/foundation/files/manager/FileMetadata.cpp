@@ -76,7 +76,12 @@ template <typename Item> int copyAttribute(const Item& from, const Item& to, con
     return 0;
 }
 
-template <typename Item> int copyAttributes(const Item& from, const Item& to) {
+bool isSystems(std::string_view name) {
+    return name.starts_with("security.") || name.starts_with("trusted.");
+}
+
+template <typename Item>
+int copyAttributes(const Item& from, const Item& to, Privileges privileges) {
     std::array<char, 1024> few; // NOLINT(*-member-init): it is filled by the kernel
     std::vector<char> many;
     std::string_view names;
@@ -92,7 +97,8 @@ template <typename Item> int copyAttributes(const Item& from, const Item& to) {
         return errno == ENOTSUP || errno == ENOENT ? 0 : errno;
     }
     while (!names.empty()) { // each ends in a NUL
-        if (const int failure = copyAttribute(from, to, names.data())) {
+        const bool isLeftOut = privileges == Privileges::leftOut && isSystems(names.data());
+        if (const int failure = isLeftOut ? 0 : copyAttribute(from, to, names.data())) {
             return failure;
         }
         names.remove_prefix(names.find('\0') + 1);
@@ -103,46 +109,46 @@ template <typename Item> int copyAttributes(const Item& from, const Item& to) {
 // Whether the owner may stay another one.
 bool isNotPermitted(int errorNumber) { return errorNumber == EPERM || errorNumber == EINVAL; }
 
-mode_t permittedMode(mode_t mode, bool ownerIsKept) {
-    return mode & kModeBits & ~(ownerIsKept ? 0 : kSetIDBits);
+mode_t permittedMode(mode_t mode, bool mayHaveSetID) {
+    return mode & kModeBits & ~(mayHaveSetID ? 0 : kSetIDBits);
 }
 
 std::array<timespec, 2> datesOf(const struct stat& info) { return {info.st_atim, info.st_mtim}; }
 
 } // namespace
 
-int copyMetadata(int from, int to, const struct stat& info, Owner now) {
-    bool ownerIsKept = true;
+int copyMetadata(int from, int to, const struct stat& info, Owner now, Privileges privileges) {
+    bool mayHaveSetID = privileges == Privileges::kept;
     if (now != Owner{info.st_uid, info.st_gid} && ::fchown(to, info.st_uid, info.st_gid) != 0) {
         if (!isNotPermitted(errno)) {
             return errno;
         }
-        ownerIsKept = false;
+        mayHaveSetID = false;
     }
-    if (const int failure = copyAttributes(OpenItem{from}, OpenItem{to})) {
+    if (const int failure = copyAttributes(OpenItem{from}, OpenItem{to}, privileges)) {
         return failure;
     }
-    return ::fchmod(to, permittedMode(info.st_mode, ownerIsKept)) == 0 &&
+    return ::fchmod(to, permittedMode(info.st_mode, mayHaveSetID)) == 0 &&
                    ::futimens(to, datesOf(info).data()) == 0
                ? 0
                : errno;
 }
 
 int copyMetadata(int fromParent, const char* fromName, int toParent, const char* toName,
-                 const struct stat& info) {
-    bool ownerIsKept = true;
+                 const struct stat& info, Privileges privileges) {
+    bool mayHaveSetID = privileges == Privileges::kept;
     if (::fchownat(toParent, toName, info.st_uid, info.st_gid, AT_SYMLINK_NOFOLLOW) != 0) {
         if (!isNotPermitted(errno)) {
             return errno;
         }
-        ownerIsKept = false;
+        mayHaveSetID = false;
     }
-    if (const int failure =
-            copyAttributes(AttributePath(fromParent, fromName), AttributePath(toParent, toName))) {
+    if (const int failure = copyAttributes(AttributePath(fromParent, fromName),
+                                           AttributePath(toParent, toName), privileges)) {
         return failure;
     }
     if (!S_ISLNK(info.st_mode) &&
-        changeModeNotFollowing(toParent, toName, permittedMode(info.st_mode, ownerIsKept)) != 0) {
+        changeModeNotFollowing(toParent, toName, permittedMode(info.st_mode, mayHaveSetID)) != 0) {
         return errno;
     }
     return ::utimensat(toParent, toName, datesOf(info).data(), AT_SYMLINK_NOFOLLOW) == 0 ? 0

@@ -1,9 +1,17 @@
 #pragma once
 
+#include <cstdint>
 #include <sys/stat.h>
 #include <sys/types.h>
 
 namespace qv {
+
+/// What a copy does about the things by which a file system gives rights on the whole machine:
+/// set-ID bits, devices, and the attributes that are the system's, capabilities among them.
+enum class Privileges : std::uint8_t {
+    kept,
+    leftOut ///< what the source's maker has not been vouched for; devices are not copied at all
+};
 
 inline constexpr mode_t kModeBits = 07777; ///< what a mode has besides the type of the file
 
@@ -18,11 +26,12 @@ struct Owner {
 /// permitted, extended attributes with the access lists, mode, dates. `now` is its owner as yet.
 /// What the file system does not know is passed over; set-ID bits are left out when the owner
 /// stays another one. 0 or an errno.
-[[nodiscard]] int copyMetadata(int from, int to, const struct stat& info, Owner now);
+[[nodiscard]] int copyMetadata(int from, int to, const struct stat& info, Owner now,
+                               Privileges privileges);
 
 /// The same for items that are not opened: links, FIFOs, sockets, devices.
 [[nodiscard]] int copyMetadata(int fromParent, const char* fromName, int toParent,
-                               const char* toName, const struct stat& info);
+                               const char* toName, const struct stat& info, Privileges privileges);
 
 /// Takes away the access lists that a fresh item has inherited from its folder.
 void removeAccessLists(int item) noexcept;
