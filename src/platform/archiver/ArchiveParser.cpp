@@ -1,6 +1,7 @@
 #include "platform/archiver/ArchiveParser.h"
 
 #include "platform/foundation/os/FileBytes.h"
+#include "platform/foundation/values/Trimmed.h"
 
 #include <algorithm>
 #include <archive.h>
@@ -192,7 +193,7 @@ private:
 
     void failAsReader() {
         const char* cause = archive_error_string(reader_);
-        fail(cause == nullptr ? "it cannot be read" : cause);
+        fail(cause == nullptr ? "it cannot be read" : trimmed(cause)); // some end in a newline
     }
     void fail(std::string_view cause) { sender_.sendFailure(current_.name, cause); }
 
