@@ -15,6 +15,8 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <strings.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace qv::tools {
 
@@ -49,7 +51,7 @@ Error extractImage(const std::optional<URL>& file, const std::string& destinatio
     }
     static_cast<void>(
         FileManager::removeItemAtURL(std::optional(root->URLByDeletingLastPathComponent())));
-    return failed && !error ? Error::posix(failed.value()) : error;
+    return failed && !error ? fileError({failed.value(), FileAccess::read, *path, ""}, "") : error;
 }
 
 } // namespace
@@ -68,6 +70,9 @@ Result extract(const ExtractOptions& options) {
             ExitStatus::usage,
             fmt::format("{}: neither a ZIP archive (.zip) nor a disk image (.dmg)", options.file));
     }
+    if (struct stat info{}; ::fstat(readable.get(), &info) != 0 || !S_ISREG(info.st_mode)) {
+        return failure(ExitStatus::usage, fmt::format("{}: not a regular file", options.file));
+    }
     std::optional<URL> folder;
     Error error;
     {
@@ -79,6 +84,12 @@ Result extract(const ExtractOptions& options) {
             error = isImage ? extractImage(file, options.to)
                             : QVCatalogScript::extractZIP(file, folder);
         }
+    }
+    if (error && isImage &&
+        error.domain() == error_domain::kPOSIX) { // its code is the status of a program
+        return failure(ExitStatus::failed,
+                       fmt::format("{}: the disk image cannot be attached{}", options.file,
+                                   ::geteuid() == 0 ? "" : ", which only root can do"));
     }
     if (error) {
         return fileFailure(ExitStatus::failed, options.file, error);
