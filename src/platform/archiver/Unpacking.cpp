@@ -8,6 +8,7 @@
 #include "platform/foundation/os/FileBytes.h"
 #include "platform/foundation/os/Folder.h"
 #include "platform/foundation/os/TemporaryName.h"
+#include "platform/foundation/process/task/Task.h"
 #include "platform/foundation/process/worker/Sandbox.h"
 
 #include <fmt/core.h>
@@ -34,6 +35,7 @@ constexpr uid_t kParserUser = 47112;
 /// The parser keeps the list of an archive in memory: some 160 bytes an entry.
 constexpr rlim_t kMostMemory = rlim_t{1} << 30U;
 constexpr int kPipeSize = 1 << 20;
+constexpr std::string_view kKeeping = "the archive cannot be kept beside its content";
 
 using Opened = tl::expected<Descriptor, std::string>;
 
@@ -64,27 +66,21 @@ Descriptor makeUnnamedFile(int folder) {
     return file;
 }
 
-Opened keepArchive(int input, int folder) {
+std::string keepArchive(int input, int file) {
     constexpr std::size_t kPiece = std::size_t{1} << 20U;
-    constexpr std::string_view kWhat = "the archive cannot be kept beside its content";
-    Descriptor file = makeUnnamedFile(folder);
-    if (!file) {
-        return failed(kWhat, errno);
-    }
     const auto piece = std::make_unique_for_overwrite<char[]>(kPiece); // NOLINT(*-avoid-c-arrays)
     for (;;) {
         const ssize_t count = ::read(input, piece.get(), kPiece);
         if (count == 0) {
-            return file;
+            return {};
         }
         if (count < 0 && errno != EINTR) {
-            return failed("the archive cannot be read", errno);
+            return "the archive cannot be read: " + errnoText(errno);
         }
         if (count > 0) {
-            const int failure =
-                writeAll(file.get(), {piece.get(), static_cast<std::size_t>(count)});
+            const int failure = writeAll(file, {piece.get(), static_cast<std::size_t>(count)});
             if (failure != 0) {
-                return failed(kWhat, failure);
+                return fmt::format("{}: {}", kKeeping, errnoText(failure));
             }
         }
     }
@@ -105,13 +101,17 @@ std::string confineParser() {
     return kept.empty() ? keepToComputing() : kept;
 }
 
-[[noreturn]] void runParser(int archive, int pipe) {
+// `whole`: a pipe that ends once the archive is there to its end.
+[[noreturn]] void runParser(int archive, int pipe, int whole) {
     EntrySender sender(pipe);
     prepareParser();
     if (const std::string kept = confineParser(); !kept.empty()) {
         sender.sendFailure({}, "no confinement: " + kept);
         sender.flush();
     } else {
+        char nothing = 0;
+        while (::read(whole, &nothing, 1) < 0 && errno == EINTR) {
+        }
         parseArchive(archive, sender);
     }
     ::_exit(EXIT_SUCCESS);
@@ -214,28 +214,39 @@ std::string unpack(int input, const std::string& folder) {
     if (!destination) {
         return destination.error();
     }
-    const Opened archive = keepArchive(input, destination->get());
+    Descriptor archive = makeUnnamedFile(destination->get());
     if (!archive) {
-        return archive.error();
+        return failed(kKeeping, errno).value();
     }
-    std::array<int, 2> ends{};
-    if (::pipe2(ends.data(), O_CLOEXEC) != 0) {
+    auto entryPipe = Pipe::pipe();
+    auto wholePipe = Pipe::pipe();
+    if (!entryPipe || !wholePipe) {
         return "no pipe: " + errnoText(errno);
     }
-    const Descriptor reading(ends[0]);
-    Descriptor writing(ends[1]);
-    static_cast<void>(::fcntl(writing.get(), F_SETPIPE_SZ, kPipeSize)); // else the usual size
+    const int writing = entryPipe->fileHandleForWriting.get();
+    static_cast<void>(::fcntl(writing, F_SETPIPE_SZ, kPipeSize)); // else the usual size
     const pid_t child = ::fork();
     if (child < 0) {
         return "no process: " + errnoText(errno);
     }
     if (child == 0) {
         destination->reset();
-        runParser(archive->get(), writing.get());
+        entryPipe->fileHandleForReading.reset();
+        wholePipe->fileHandleForWriting.reset();
+        runParser(archive.get(), writing, wholePipe->fileHandleForReading.get());
     }
     ParserProcess parser(child);
-    writing.reset();
-    EntryReceiver entries(reading.get());
+    entryPipe->fileHandleForWriting.reset();
+    std::string cause = keepToWriting(destination->get(), child);
+    if (!cause.empty()) {
+        return "no confinement: " + cause;
+    }
+    if (cause = keepArchive(input, archive.get()); !cause.empty()) {
+        return cause;
+    }
+    archive.reset();
+    wholePipe->fileHandleForWriting.reset();
+    EntryReceiver entries(entryPipe->fileHandleForReading.get());
     TreeWriter tree(*std::move(destination));
     return writeEntries(entries, tree, parser);
 }

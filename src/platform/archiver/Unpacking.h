@@ -9,8 +9,8 @@ namespace qv::archiver {
 /// for success.
 ///
 /// The archive is kept in a file without a name on the folder's volume meanwhile. A process of its
-/// own parses it, which can neither open files nor become anybody; this one writes below the folder
-/// and nowhere else.
+/// own parses it, which can neither open files nor become anybody. This one gives up all but
+/// writing below the folder, for good: call it last.
 [[nodiscard]] std::string unpack(int input, const std::string& folder);
 
 } // namespace qv::archiver

@@ -14,6 +14,7 @@
 // with 0, or with 1 and a line on standard error that names the entry and the cause.
 int main(int count, char** words) {
     qv::sanitizeProcess();
+    ::close_range(STDERR_FILENO + 1, ~0U, 0); // whatever else it was started with
     qv::log::open("QVCatalogArchiver", qv::log::Destination::standardError);
     const std::span arguments(words, static_cast<std::size_t>(count));
     constexpr std::size_t kWords = 4;
@@ -22,9 +23,9 @@ int main(int count, char** words) {
         std::string_view(arguments[2]) == "-") {
         cause = qv::archiver::unpack(STDIN_FILENO, arguments[3]);
     }
-    if (cause.empty()) {
-        return EXIT_SUCCESS;
+    if (!cause.empty()) {
+        qv::log::write(qv::log::Priority::error, cause);
     }
-    qv::log::write(qv::log::Priority::error, cause);
-    return EXIT_FAILURE;
+    // Without the exit handlers of libraries: the rights that they might need are gone.
+    ::_exit(cause.empty() ? EXIT_SUCCESS : EXIT_FAILURE);
 }

@@ -2,6 +2,7 @@
 #include "support/SmallFileSystem.h"
 #include "support/Transcript.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <unistd.h>
@@ -43,6 +44,24 @@ TEST_F(Archiver, UnpacksForUsersToo) {
         shell("zip -q a.zip unpack; mkdir -m 777 out; setpriv --reuid 4711 --regid 4711 "
               "--clear-groups ./unpack a.zip out >/dev/null; stat -c '%u %a' out/*");
     EXPECT_EQ(run.output, "4711 755\n") << run.errors;
+}
+
+TEST_F(Archiver, KeepsTheRightToWriteAlone) {
+    if (::geteuid() != 0 || isSanitized()) {
+        GTEST_SKIP() << "what root gives up, without a sanitizer's own system calls";
+    }
+    const PipeEnds input = makePipe();
+    const StartedProgram writer(
+        {.command = {built("bin/QVCatalogArchiver"), "-kx", "-", folder / "o"},
+         .standard = {input.read.get(), -1, -1}});
+    const fs::path facts = "/proc/" + std::to_string(writer.pid());
+    EXPECT_TRUE(comesTrue(
+        [&] { return contentOf(facts / "status").find("Seccomp:\t2") != std::string::npos; }));
+    const std::string status = contentOf(facts / "status");
+    EXPECT_THAT(status, testing::HasSubstr("CapPrm:\t000000000000002a\nCapEff:\t000000000000002a\n"
+                                           "CapBnd:\t0000000000000000\n"));
+    EXPECT_EQ(fs::read_symlink(facts / "root"), folder / "o");
+    EXPECT_NE(fs::read_symlink(facts / "ns/net"), fs::read_symlink("/proc/self/ns/net"));
 }
 
 TEST_F(Archiver, LeavesNothingHalfWrittenWithoutRoom) {

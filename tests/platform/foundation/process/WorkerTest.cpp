@@ -2,9 +2,11 @@
 // parent waiting or passes for a result.
 
 #include "platform/foundation/process/Support.h"
+#include "platform/foundation/process/worker/Sandbox.h"
 #include "platform/foundation/process/worker/UserProcesses.h"
 #include "support/BuildFolder.h"
 #include "support/ErrorMatchers.h"
+#include "support/InChild.h"
 #include "support/RealUser.h"
 #include "support/SilentFileSystem.h"
 #include "support/TemporaryDirectory.h"
@@ -19,11 +21,13 @@
 #include <fcntl.h>
 #include <fstream>
 #include <grp.h>
+#include <linux/landlock.h>
 #include <map>
 #include <stdexcept>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/time.h>
 #include <thread>
 
@@ -302,6 +306,46 @@ TEST_F(Worker, ConfinedMayOnlyCompute) {
     for (const auto& [name, act] : forbidden) {
         work.run = [&act](const Value&) { return act(), WorkResult(); };
         EXPECT_THAT(performWork(work), fails(ECHILD)) << name;
+    }
+}
+
+// So may an archive take over the process that writes what is in it.
+TEST_F(Worker, WriterStaysBelowItsFolder) {
+    if (::syscall(SYS_landlock_create_ruleset, nullptr, 0, LANDLOCK_CREATE_RULESET_VERSION) < 1) {
+        GTEST_SKIP() << "the kernel has no Landlock";
+    }
+    const std::string file = folder_.write("file", "");
+    std::filesystem::permissions(file, std::filesystem::perms(0666));
+    std::filesystem::create_directory(folder_ / "own");
+    std::filesystem::permissions(folder_ / "own", std::filesystem::perms(0777));
+    const Descriptor above(::open(folder_.path().c_str(), O_PATH | O_CLOEXEC));
+    const Descriptor own(::open((folder_ / "own").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const auto opened = [](int in, const char* name, int flags) {
+        return ::openat(in, name, flags | O_CLOEXEC, 0600) >= 0 ? 1 : 0;
+    };
+    constexpr int kKilled = -1;
+    const int killed = test::isSanitized() ? 2 : kKilled;
+    const std::vector<std::tuple<const char*, int, std::function<int()>>> acts = {
+        {"below", 1, [&] { return opened(own.get(), "new", O_WRONLY | O_CREAT | O_EXCL); }},
+        {"reading", 0, [&] { return opened(own.get(), "new", O_RDONLY); }},
+        {"absolute", 0, [&] { return opened(AT_FDCWD, file.c_str(), O_WRONLY); }},
+        {"above", 0, [&] { return opened(own.get(), "../file", O_WRONLY); }},
+        {"held", 0, [&] { return opened(above.get(), "file", O_WRONLY); }},
+        {"socket", killed, [] { return ::socket(AF_INET, SOCK_DGRAM, 0), 2; }},
+        {"kill", killed, [] { return ::kill(::getppid(), 0), 2; }},
+        {"device", killed, [] { return ::mknod("null", S_IFCHR, 0), 2; }},
+        {"execute", killed, [] { return ::execl("/bin/true", "true", nullptr), 2; }}};
+    for (const auto& [name, expected, act] : acts) {
+        for (const uid_t user : {uid_t{0}, kNobody}) {
+            std::filesystem::remove(folder_ / "own/new");
+            EXPECT_EQ(test::inChildAs(user,
+                                      [&, &act = act] {
+                                          const auto kept = keepToWriting(own.get(), 1);
+                                          return kept.empty() ? act() : 99;
+                                      }),
+                      expected)
+                << name << " as " << user;
+        }
     }
 }
 

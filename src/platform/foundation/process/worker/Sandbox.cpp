@@ -1,5 +1,7 @@
 #include "platform/foundation/process/worker/Sandbox.h"
 
+#include "platform/foundation/process/worker/Landlock.h"
+
 #include <fmt/core.h>
 
 #include <array>
@@ -13,6 +15,7 @@
 #include <linux/fs.h>
 #include <linux/sched.h>
 #include <memory>
+#include <sched.h>
 #include <seccomp.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
@@ -58,6 +61,11 @@ constexpr Calls kOpenDescriptors = {SCMP_SYS(read),     SCMP_SYS(pread64), SCMP_
                                     SCMP_SYS(close),    SCMP_SYS(fstat),   SCMP_SYS(recvmsg),
                                     SCMP_SYS(recvfrom), SCMP_SYS(sendto),  SCMP_SYS(poll),
                                     SCMP_SYS(ppoll),    SCMP_SYS(lseek),   SCMP_SYS(fadvise64)};
+
+constexpr Calls kWriting = {SCMP_SYS(read),    SCMP_SYS(write),     SCMP_SYS(close),
+                            SCMP_SYS(fstat),   SCMP_SYS(openat),    SCMP_SYS(openat2),
+                            SCMP_SYS(mkdirat), SCMP_SYS(symlinkat), SCMP_SYS(unlinkat),
+                            SCMP_SYS(fchmod),  SCMP_SYS(utimensat), SCMP_SYS(wait4)};
 
 constexpr Calls kServing = {SCMP_SYS(accept4), SCMP_SYS(clone),           SCMP_SYS(clone3),
                             SCMP_SYS(wait4),   SCMP_SYS(setitimer),       SCMP_SYS(seccomp),
@@ -142,7 +150,10 @@ private:
     int result_ = 0;
 };
 
-std::string keepTo(std::initializer_list<Calls> lists) {
+constexpr std::uint64_t kWholeArgument = ~std::uint64_t{0};
+
+// `signalled`: the one process that signals may go to; 0 for none.
+std::string keepTo(std::initializer_list<Calls> lists, pid_t signalled = 0) {
     if constexpr (QV_SANITIZED) { // whose own calls would need another list
         return {};
     }
@@ -150,21 +161,43 @@ std::string keepTo(std::initializer_list<Calls> lists) {
     for (const Calls& calls : lists) {
         filter.allow(calls);
     }
+    if (signalled > 0) {
+        filter.allow(SCMP_SYS(kill), 0, kWholeArgument, static_cast<std::uint64_t>(signalled));
+    }
     for (const int call : {SCMP_SYS(mmap), SCMP_SYS(mprotect)}) { // no new code
         filter.allow(call, 2, PROT_EXEC, 0);
     }
-    constexpr std::uint64_t kWholeArgument = ~std::uint64_t{0};
     filter.allow(SCMP_SYS(ioctl), 1, kWholeArgument, FS_IOC_GETVERSION);
     filter.allow(SCMP_SYS(newfstatat), 3, kWholeArgument, AT_EMPTY_PATH); // how fstat is spelt
     return filter.load();
 }
 
-// All but those of a set of the first 32.
-bool keepCapabilities(std::uint32_t kept) {
+using CapabilitySets = std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3>;
+
+constexpr std::uint32_t bitOf(unsigned capability) { return 1U << capability; }
+
+// All but those of a set of the first 32; a program that it executes gets `inheritable`.
+bool keepCapabilities(std::uint32_t kept, std::uint32_t inheritable) {
     __user_cap_header_struct header{.version = _LINUX_CAPABILITY_VERSION_3, .pid = 0};
-    const std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3> sets{
-        __user_cap_data_struct{.effective = kept, .permitted = kept, .inheritable = kept}};
+    const CapabilitySets sets{
+        __user_cap_data_struct{.effective = kept, .permitted = kept, .inheritable = inheritable}};
     return ::syscall(SYS_capset, &header, sets.data()) == 0;
+}
+
+// Those of a set that this process has are all that remain, to it and to what it executes.
+bool keepNoCapabilitiesBut(std::uint32_t wanted) {
+    __user_cap_header_struct header{.version = _LINUX_CAPABILITY_VERSION_3, .pid = 0};
+    CapabilitySets sets{};
+    if (::syscall(SYS_capget, &header, sets.data()) != 0) {
+        return false;
+    }
+    for (int each = 0; ::prctl(PR_CAPBSET_READ, each, 0, 0, 0) >= 0; ++each) {
+        // Without the right to change that set, nothing can be executed that would gain from it.
+        if (::prctl(PR_CAPBSET_DROP, each, 0, 0, 0) != 0 && errno != EPERM) {
+            return false;
+        }
+    }
+    return keepCapabilities(sets[0].permitted & wanted, 0);
 }
 
 // No new privileges, no memory that others could look into, no cores.
@@ -194,7 +227,7 @@ std::string becomeUser(uid_t user, gid_t group, const std::vector<gid_t>& groups
     const bool isDone =
         ::setgroups(groups.size(), groups.data()) == 0 && ::setresgid(group, group, group) == 0 &&
         ::setresuid(user, user, user) == 0 && ::getresuid(&real, &effective, &saved) == 0 &&
-        real == user && effective == user && saved == user && (user == 0 || keepCapabilities(0));
+        real == user && effective == user && saved == user && (user == 0 || keepCapabilities(0, 0));
     return isDone ? "" : failure(fmt::format("becoming user {}", user), errno);
 }
 
@@ -208,14 +241,31 @@ std::string dropPrivileges(uid_t user) {
 }
 
 std::string dropAllButReading(uid_t user) {
-    constexpr std::uint32_t kReading = 1U << static_cast<unsigned>(CAP_DAC_READ_SEARCH);
+    constexpr std::uint32_t kReading = bitOf(CAP_DAC_READ_SEARCH);
     const bool isDone =
         ::prctl(PR_SET_KEEPCAPS, 1, 0, 0, 0) == 0 && ::setgroups(0, nullptr) == 0 &&
         ::setresgid(user, user, user) == 0 && ::setresuid(user, user, user) == 0 &&
-        keepCapabilities(kReading) &&
+        keepCapabilities(kReading, kReading) &&
         ::prctl(PR_CAP_AMBIENT, PR_CAP_AMBIENT_RAISE, CAP_DAC_READ_SEARCH, 0, 0) == 0;
     return isDone ? limitProcess(kDescriptorsOfUnpacking)
                   : failure(fmt::format("becoming reader {}", user), errno);
+}
+
+std::string keepToWriting(int folder, pid_t child) {
+    constexpr std::uint32_t kOfWriting =
+        bitOf(CAP_DAC_OVERRIDE) | bitOf(CAP_FOWNER) | bitOf(CAP_KILL);
+    static_cast<void>(::unshare(CLONE_NEWNET)); // a user may not; the filter has no socket either
+    if (::fchdir(folder) != 0 || (::chroot(".") != 0 && errno != EPERM)) {
+        return failure("a root of its own", errno);
+    }
+    if (!keepNoCapabilitiesBut(kOfWriting)) {
+        return failure("capabilities", errno);
+    }
+    std::string failed = limitProcess(kDescriptors);
+    if (failed.empty()) {
+        failed = keepToFolder(folder);
+    }
+    return failed.empty() ? keepTo({kComputing, kWriting}, child) : failed;
 }
 
 std::string keepToServing() { return keepTo({kComputing, kOpenDescriptors, kServing}); }

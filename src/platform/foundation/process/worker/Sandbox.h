@@ -27,6 +27,14 @@ namespace qv {
 /// executes: no socket, mount, file handle, tracing, new process or namespace.
 [[nodiscard]] std::string keepToUnpacking();
 
+/// Everything but writing files below a folder, a descriptor, which becomes its root directory and
+/// working directory: the network, every capability but those to write there whatever the modes
+/// are and to end its child, other system calls, files elsewhere, memory that others could look
+/// into, cores. The user stays who he is. Where the kernel or a right of the user is missing for
+/// one of these (a root directory and a network of its own need root), the others still hold.
+/// `child`: the only process that it may signal.
+[[nodiscard]] std::string keepToWriting(int folder, pid_t child);
+
 /// All system calls but those that it takes to wait for connections and to start and reap
 /// processes like this one.
 [[nodiscard]] std::string keepToServing();
