@@ -206,8 +206,9 @@ TEST_F(DiskImages, RefuseWhatIsDamagedOrForeign) {
 
 TEST_F(DiskImages, AreReadByConfinedProgram) {
     make(std::string(kSquashFS) + "disk_image v i.dmg zlib");
-    const auto tool = replaceTool("#!/usr/bin/sh\n[ ! -O /usr ] && [ ! -e /etc ] && [ ! -e /proc ] "
-                                  "&& [ ! -w /image ] && [ ! -w /usr ] && [ ! -w / ]\n");
+    const auto tool =
+        replaceTool("#!/usr/bin/sh\n[ ! -O /usr ] && [ ! -e /etc ] && [ ! -e /proc ] "
+                    "&& [ ! -w /image ] && [ ! -w /usr ] && [ ! -w / ] && ! kill -0 $$\n");
     EXPECT_THAT(runProgram(attaching("i.dmg", mountPoint)).errors, HasSubstr("image is empty"));
 }
 

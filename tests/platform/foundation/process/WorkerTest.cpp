@@ -25,6 +25,7 @@
 #include <map>
 #include <stdexcept>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -307,6 +308,21 @@ TEST_F(Worker, ConfinedMayOnlyCompute) {
         work.run = [&act](const Value&) { return act(), WorkResult(); };
         EXPECT_THAT(performWork(work), fails(ECHILD)) << name;
     }
+    // One that unpacks is refused them; it has signals and limits of its own.
+    EXPECT_EQ(test::inChildAs(kNobody,
+                              [] {
+                                  rlimit limit{};
+                                  const std::string kept = keepToUnpacking();
+                                  return kept.empty() && ::raise(0) == 0 &&
+                                         ::getrlimit(RLIMIT_CORE, &limit) == 0 &&
+                                         ::kill(::getpid(), 0) == -1 &&
+                                         ::tgkill(::getppid(), ::getppid(), 0) == -1 &&
+                                         errno == ENOSYS &&
+                                         ::prlimit(::getppid(), RLIMIT_CORE, nullptr, &limit) ==
+                                             -1 &&
+                                         errno == ENOSYS;
+                              }),
+              1);
 }
 
 // So may an archive take over the process that writes what is in it.

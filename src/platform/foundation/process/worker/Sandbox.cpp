@@ -73,7 +73,6 @@ constexpr Calls kServing = {SCMP_SYS(accept4), SCMP_SYS(clone),           SCMP_S
 
 constexpr Calls kProgram = {SCMP_SYS(execve),
                             SCMP_SYS(arch_prctl),
-                            SCMP_SYS(prlimit64),
                             SCMP_SYS(set_tid_address),
                             SCMP_SYS(rt_sigaction),
                             SCMP_SYS(sigaltstack),
@@ -92,26 +91,24 @@ constexpr Calls kProgram = {SCMP_SYS(execve),
                             SCMP_SYS(getcpu),
                             SCMP_SYS(sched_getaffinity),
                             SCMP_SYS(membarrier),
-                            SCMP_SYS(sched_setaffinity),
                             SCMP_SYS(set_robust_list),
                             SCMP_SYS(rseq),
                             SCMP_SYS(mmap),
-                            SCMP_SYS(mprotect),
-                            SCMP_SYS(tgkill)};
+                            SCMP_SYS(mprotect)};
 
 constexpr Calls kFiles = {
     SCMP_SYS(open),      SCMP_SYS(openat),    SCMP_SYS(newfstatat), SCMP_SYS(stat),
     SCMP_SYS(lstat),     SCMP_SYS(statx),     SCMP_SYS(statfs),     SCMP_SYS(fstatfs),
     SCMP_SYS(access),    SCMP_SYS(faccessat), SCMP_SYS(faccessat2), SCMP_SYS(lseek),
     SCMP_SYS(readv),     SCMP_SYS(writev),    SCMP_SYS(pwrite64),   SCMP_SYS(ftruncate),
-    SCMP_SYS(fallocate), SCMP_SYS(fadvise64), SCMP_SYS(fsync),      SCMP_SYS(fcntl),
-    SCMP_SYS(dup),       SCMP_SYS(dup2),      SCMP_SYS(dup3),       SCMP_SYS(getcwd),
-    SCMP_SYS(chdir),     SCMP_SYS(umask),     SCMP_SYS(mkdir),      SCMP_SYS(mkdirat),
-    SCMP_SYS(rmdir),     SCMP_SYS(unlink),    SCMP_SYS(unlinkat),   SCMP_SYS(rename),
-    SCMP_SYS(renameat),  SCMP_SYS(renameat2), SCMP_SYS(link),       SCMP_SYS(linkat),
-    SCMP_SYS(symlink),   SCMP_SYS(symlinkat), SCMP_SYS(readlink),   SCMP_SYS(readlinkat),
-    SCMP_SYS(chmod),     SCMP_SYS(fchmod),    SCMP_SYS(fchmodat),   SCMP_SYS(utime),
-    SCMP_SYS(utimes),    SCMP_SYS(utimensat), SCMP_SYS(getdents64), SCMP_SYS(ioctl)};
+    SCMP_SYS(fallocate), SCMP_SYS(fadvise64), SCMP_SYS(fsync),      SCMP_SYS(dup),
+    SCMP_SYS(dup2),      SCMP_SYS(dup3),      SCMP_SYS(getcwd),     SCMP_SYS(chdir),
+    SCMP_SYS(umask),     SCMP_SYS(mkdir),     SCMP_SYS(mkdirat),    SCMP_SYS(rmdir),
+    SCMP_SYS(unlink),    SCMP_SYS(unlinkat),  SCMP_SYS(rename),     SCMP_SYS(renameat),
+    SCMP_SYS(renameat2), SCMP_SYS(link),      SCMP_SYS(linkat),     SCMP_SYS(symlink),
+    SCMP_SYS(symlinkat), SCMP_SYS(readlink),  SCMP_SYS(readlinkat), SCMP_SYS(chmod),
+    SCMP_SYS(fchmod),    SCMP_SYS(fchmodat),  SCMP_SYS(utime),      SCMP_SYS(utimes),
+    SCMP_SYS(utimensat), SCMP_SYS(getdents64)};
 
 /// A list of system calls; everything else ends the process, or as it is told.
 class Filter {
@@ -281,6 +278,12 @@ std::string keepToUnpacking() {
         filter.allow(calls);
     }
     filter.allow(SCMP_SYS(clone), 0, CLONE_THREAD, CLONE_THREAD);
+    for (const int each : {F_DUPFD, F_GETFD, F_SETFD, F_GETFL, F_DUPFD_CLOEXEC}) { // no F_SETOWN
+        filter.allow(SCMP_SYS(fcntl), 1, kWholeArgument, static_cast<std::uint64_t>(each));
+    }
+    // Its own signals and limits; others of its user could be reached by their number.
+    filter.allow(SCMP_SYS(tgkill), 0, kWholeArgument, static_cast<std::uint64_t>(::getpid()));
+    filter.allow(SCMP_SYS(prlimit64), 0, kWholeArgument, 0);
     return filter.load();
 }
 

@@ -24,7 +24,8 @@ namespace qv {
 
 /// All system calls but those that a program takes to start, to read and write files, and to
 /// compute in several threads. The others are refused as unknown (ENOSYS), for good and in what it
-/// executes: no socket, mount, file handle, tracing, new process or namespace.
+/// executes: no socket, mount, file handle, tracing, new process or namespace, and no signal to
+/// another process.
 [[nodiscard]] std::string keepToUnpacking();
 
 /// Everything but writing files below a folder, a descriptor, which becomes its root directory and
