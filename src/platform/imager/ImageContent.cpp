@@ -97,9 +97,10 @@ int numberOf(const std::string& name) {
 struct Volume {
     Descriptor file;
     FileSystemPlace place;
+    Descriptor toMount = {}; ///< the file too, if there is a better way to it
 };
 
-tl::expected<Volume, Error> firstVolumeIn(int folder) {
+tl::expected<Volume, Error> firstVolumeIn(int folder, WorkFolder& work) {
     std::vector<std::string> names = namesIn(folder);
     std::ranges::sort(names, {}, [](const auto& name) { return std::pair(numberOf(name), name); });
     Error last = failed("unpacking", "the image is empty");
@@ -108,7 +109,10 @@ tl::expected<Volume, Error> firstVolumeIn(int folder) {
             ::openat(folder, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
         auto place = file ? findFileSystem(file.get()) : failure("unpacking", errno);
         if (place) {
-            return Volume{std::move(file), std::move(*place)};
+            const auto empty = work.make("empty");
+            return Volume{std::move(file), std::move(*place),
+                          empty ? openWithoutSync(folder, name.c_str(), empty->get())
+                                : Descriptor()};
         }
         last = place.error();
     }
@@ -183,7 +187,7 @@ tl::expected<ImageContent, Error> openContent(int image, const ItemPlace& workFo
         if (Error error = unpack(image, "Dmg", partitions->get())) {
             return tl::unexpected(std::move(error));
         }
-        volume = firstVolumeIn(partitions->get());
+        volume = firstVolumeIn(partitions->get(), work);
     } else if (auto place = findFileSystem(image)) {
         volume = Volume{Descriptor(::fcntl(image, F_DUPFD_CLOEXEC, STDERR_FILENO + 1)),
                         std::move(*place)};
@@ -194,7 +198,8 @@ tl::expected<ImageContent, Error> openContent(int image, const ItemPlace& workFo
         return tl::unexpected(volume.error());
     }
     const bool isRoot = ::geteuid() == 0;
-    auto mounted = isRoot ? mountFileSystem(volume->file.get(), volume->place)
+    const Descriptor& toMount = volume->toMount ? volume->toMount : volume->file;
+    auto mounted = isRoot ? mountFileSystem(toMount.get(), volume->place)
                           : tl::expected<Descriptor, Error>(tl::unexpect, Error());
     if (mounted) {
         return ImageContent{.mount = std::move(*mounted), .folder = {}};

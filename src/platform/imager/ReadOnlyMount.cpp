@@ -84,6 +84,20 @@ tl::expected<Descriptor, Error> mountFileSystem(int file, const FileSystemPlace&
     return mount;
 }
 
+// What overlays show of a layer that they do not write to, they do not sync. There have to be two.
+Descriptor openWithoutSync(int folder, const char* name, int empty) {
+    const std::string layers = fmt::format("/proc/self/fd/{}:/proc/self/fd/{}", folder, empty);
+    const Descriptor context(::fsopen("overlay", FSOPEN_CLOEXEC));
+    const bool isReady =
+        context &&
+        ::fsconfig(context.get(), FSCONFIG_SET_STRING, "lowerdir", layers.c_str(), 0) == 0 &&
+        ::fsconfig(context.get(), FSCONFIG_CMD_CREATE, nullptr, nullptr, 0) == 0;
+    const Descriptor overlay(
+        isReady ? ::fsmount(context.get(), FSMOUNT_CLOEXEC, kProtection | MOUNT_ATTR_RDONLY) : -1);
+    return overlay ? Descriptor(::openat(overlay.get(), name, O_RDONLY | O_NOFOLLOW | O_CLOEXEC))
+                   : Descriptor();
+}
+
 Descriptor cloneOfMount(int item, Access access) {
     Descriptor mount(::open_tree(item, "", OPEN_TREE_CLONE | OPEN_TREE_CLOEXEC | AT_EMPTY_PATH));
     mount_attr attributes{};

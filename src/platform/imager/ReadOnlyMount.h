@@ -19,6 +19,11 @@ namespace qv::imager {
 [[nodiscard]] tl::expected<Descriptor, Error> mountFileSystem(int file,
                                                               const FileSystemPlace& place);
 
+/// A file of a folder, open for reading by a way on which the kernel has nothing to sync: before a
+/// file becomes a loop device it is synced, which would wait for the disk after all that was just
+/// unpacked. `empty` is an empty folder. None where the kernel offers no such way.
+[[nodiscard]] Descriptor openWithoutSync(int folder, const char* name, int empty);
+
 enum class Access : std::uint8_t { readOnly, readWrite };
 
 /// An open item's own mount again, from the item on. None, and errno, when that is not possible.
