@@ -17,7 +17,9 @@
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -56,8 +58,20 @@ std::string enterScene(const Scene& scene) {
     return isDone ? "" : fmt::format("the view of files: {}", errnoText(errno));
 }
 
+// Processor time, beyond which the image has the program go in circles. None of a usable size takes
+// a second for a mebibyte.
+rlimit longestFor(int file) {
+    constexpr rlim_t kLeast = 600;
+    constexpr unsigned kMebibyte = 20;
+    struct stat info{};
+    static_cast<void>(::fstat(file, &info));
+    const rlim_t seconds = kLeast + (static_cast<rlim_t>(info.st_size) >> kMebibyte);
+    return {.rlim_cur = seconds, .rlim_max = seconds};
+}
+
 // Becomes the program. Returns only when that fails: why, in words.
-std::string becomeProgram(const std::vector<std::string>& words, const Scene* scene, int starter) {
+std::string becomeProgram(const std::vector<std::string>& words, const Scene* scene, int starter,
+                          const rlimit& time) {
     constexpr mode_t kMask = 022;
     ::umask(kMask);
     std::string failed = scene == nullptr ? "" : enterScene(*scene);
@@ -70,6 +84,9 @@ std::string becomeProgram(const std::vector<std::string>& words, const Scene* sc
     // The change of user makes a process forget the signal.
     if (::prctl(PR_SET_PDEATHSIG, SIGKILL) != 0 || hasEnded(starter)) {
         return "the process that wants it has ended";
+    }
+    if (::setrlimit(RLIMIT_CPU, &time) != 0) {
+        return errnoText(errno);
     }
     if (failed = keepToUnpacking(); !failed.empty()) {
         return failed;
@@ -95,9 +112,20 @@ std::string lineFrom(int descriptor) {
     return {line.data(), count > 0 ? static_cast<std::size_t>(count) : 0};
 }
 
-Error verdictOn(int status, std::string_view step) {
+// The program's own words are for people, and nobody reads them here.
+bool isFull(int folder) {
+    constexpr fsblkcnt_t kLeast = 1U << 20U;
+    struct statvfs volume{};
+    return ::fstatvfs(folder, &volume) == 0 && (volume.f_bavail < kLeast / volume.f_frsize ||
+                                                (volume.f_files > 0 && volume.f_favail == 0));
+}
+
+Error verdictOn(int status, std::string_view step, int folder) {
     if (WIFEXITED(status) && WEXITSTATUS(status) == 0) {
         return {};
+    }
+    if (isFull(folder)) {
+        return failed(step, ENOSPC);
     }
     if (WIFSIGNALED(status)) {
         return failed(step, fmt::format("7-Zip was ended by signal {}", WTERMSIG(status)));
@@ -149,7 +177,8 @@ Error unpack(int file, const std::string& format, int folder) {
         for (const int standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
             ::dup2(nothing.get(), standard);
         }
-        const std::string failed = becomeProgram(words, isRoot ? &scene : nullptr, self.get());
+        const std::string failed =
+            becomeProgram(words, isRoot ? &scene : nullptr, self.get(), longestFor(file));
         static_cast<void>(qv::writeAll(report->fileHandleForWriting.get(), failed));
         ::_exit(EXIT_FAILURE);
     }
@@ -161,7 +190,7 @@ Error unpack(int file, const std::string& format, int folder) {
     int status = 0;
     while (::waitpid(child, &status, 0) < 0 && errno == EINTR) {
     }
-    return notStarted.empty() ? verdictOn(status, step)
+    return notStarted.empty() ? verdictOn(status, step, folder)
                               : failed(step, fmt::format("{} cannot be run: {}",
                                                          configuration::kSevenZip, notStarted));
 }

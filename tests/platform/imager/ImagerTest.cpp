@@ -180,17 +180,26 @@ TEST_F(DiskImages, ShowTheirContent) {
 }
 
 TEST_F(DiskImages, RefuseWhatIsDamagedOrForeign) {
-    make(std::string(kSquashFS) + "disk_image v good.dmg zlib; disk_image v sum.dmg raw checksum; "
-                                  "head -c -300 good.dmg >cut.dmg; cp good.dmg bit.dmg; "
-                                  "printf '\\377\\377' | dd of=bit.dmg seek=200 bs=1 conv=notrunc;"
-                                  "(echo -n encrcdsa; head -c 9000 /dev/urandom) >locked.dmg; "
-                                  "echo text >text.dmg; mkdir full full/item folder.dmg");
+    const test::SmallFileSystem small(folder / "small");
+    const std::string usual = traces();
+    make(std::string(kExt4) + "disk_image v small/large.dmg zlib");
+    make("rm v; " + std::string(kSquashFS) +
+         "disk_image v good.dmg zlib; disk_image v sum.dmg raw checksum; "
+         "head -c -300 good.dmg >cut.dmg; cp good.dmg bit.dmg; "
+         "printf '\\377\\377' | dd of=bit.dmg seek=200 bs=1 conv=notrunc;"
+         "(echo -n encrcdsa; head -c 9000 /dev/urandom) >locked.dmg; "
+         "echo text >text.dmg; mkdir full full/item folder.dmg");
     const std::vector<std::array<std::string, 3>> cases = {
-        {"sum.dmg", mountPoint, "unpacking"},        {"bit.dmg", mountPoint, "unpacking"},
-        {"cut.dmg", mountPoint, "recognising"},      {"locked.dmg", mountPoint, "recognising"},
-        {"text.dmg", mountPoint, "recognising"},     {"folder.dmg", mountPoint, "opening"},
-        {"none.dmg", mountPoint, "opening"},         {"good.dmg", folder / "full", "not empty"},
-        {"good.dmg", folder / "no/m", "mount point"}};
+        {"sum.dmg", mountPoint, "unpacking"},
+        {"bit.dmg", mountPoint, "unpacking"},
+        {"cut.dmg", mountPoint, "recognising"},
+        {"locked.dmg", mountPoint, "recognising"},
+        {"text.dmg", mountPoint, "recognising"},
+        {"folder.dmg", mountPoint, "opening"},
+        {"none.dmg", mountPoint, "opening"},
+        {"good.dmg", folder / "full", "not empty"},
+        {"good.dmg", folder / "no/m", "mount point"},
+        {"small/large.dmg", mountPoint, "No space left"}};
     for (const auto& [image, at, cause] : cases) {
         SCOPED_TRACE(image);
         const auto run = runProgram(attaching(image, at));
@@ -198,17 +207,20 @@ TEST_F(DiskImages, RefuseWhatIsDamagedOrForeign) {
         EXPECT_EQ(std::ranges::count(run.errors, '\n'), 1);
         EXPECT_THAT(run.errors, HasSubstr((folder / image).native()));
         EXPECT_THAT(run.errors, HasSubstr(cause));
-        EXPECT_EQ(traces(), before);
+        EXPECT_EQ(traces(), usual);
     }
+    EXPECT_EQ(treeOf(small / "").size(), 1U) << "the image";
     const auto noTool = replaceTool("");
     EXPECT_THAT(runProgram(attaching("good.dmg", mountPoint)).errors, HasSubstr("cannot be run"));
 }
 
 TEST_F(DiskImages, AreReadByConfinedProgram) {
     make(std::string(kSquashFS) + "disk_image v i.dmg zlib");
-    const auto tool =
-        replaceTool("#!/usr/bin/sh\n[ ! -O /usr ] && [ ! -e /etc ] && [ ! -e /proc ] "
-                    "&& [ ! -w /image ] && [ ! -w /usr ] && [ ! -w / ] && ! kill -0 $$\n");
+    // A sanitized build filters no system calls.
+    const auto tool = replaceTool(
+        std::string("#!/usr/bin/sh\n[ ! -O /usr ] && [ ! -e /etc ] && [ ! -e /proc ] && "
+                    "[ ! -w /image ] && [ ! -w /usr ] && [ ! -w / ] && ") +
+        (test::isSanitized() ? "" : "! kill -0 $$ && ") + "! ulimit -t 99999\n");
     EXPECT_THAT(runProgram(attaching("i.dmg", mountPoint)).errors, HasSubstr("image is empty"));
 }
 
