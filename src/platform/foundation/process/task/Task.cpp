@@ -60,6 +60,21 @@ void refuseNUL(std::string_view text, std::string_view what) {
     }
 }
 
+// Out of the way of 0, 1 and 2, which are filled one after the other.
+Descriptor aboveStandard(Descriptor fd) {
+    if (!fd || fd.get() >= kFirstPrivateFd) {
+        return fd;
+    }
+    Descriptor moved(::fcntl(fd.get(), F_DUPFD_CLOEXEC, kFirstPrivateFd));
+    if (!moved) {
+        refuse(fmt::format("descriptor {} cannot be given to a tool: {}", fd.get(),
+                           strerrordesc_np(errno)));
+    }
+    return moved;
+}
+
+} // namespace
+
 // Fixed, because what this process inherited is whoever started it talking to our tools.
 std::vector<std::string> toolEnvironment() {
     const uid_t uid = ::geteuid();
@@ -77,21 +92,6 @@ std::vector<std::string> toolEnvironment() {
         "SHELL=/bin/sh",
     };
 }
-
-// Out of the way of 0, 1 and 2, which are filled one after the other.
-Descriptor aboveStandard(Descriptor fd) {
-    if (!fd || fd.get() >= kFirstPrivateFd) {
-        return fd;
-    }
-    Descriptor moved(::fcntl(fd.get(), F_DUPFD_CLOEXEC, kFirstPrivateFd));
-    if (!moved) {
-        refuse(fmt::format("descriptor {} cannot be given to a tool: {}", fd.get(),
-                           strerrordesc_np(errno)));
-    }
-    return moved;
-}
-
-} // namespace
 
 tl::expected<Pipe, Error> Pipe::pipe() {
     std::array<int, 2> ends{};

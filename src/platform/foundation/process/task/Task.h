@@ -31,13 +31,16 @@ enum class TerminationReason : std::uint8_t {
 /// Writes all of it into a pipe. 0 or the errno; EPIPE, and no signal, when nobody reads any more.
 [[nodiscard]] int writeToPipe(int pipe, std::string_view bytes) noexcept;
 
+/// The whole environment of a Task's tool, NAME=VALUE: PATH, LANG, HOME, USER, LOGNAME, SHELL; the
+/// user's from the effective user.
+[[nodiscard]] std::vector<std::string> toolEnvironment();
+
 /// Runs another program, once.
 ///
 /// The tool gets nothing from this process but its standard descriptors, its user and its file-mode
-/// mask: a fixed environment (PATH, LANG, HOME, USER, LOGNAME, SHELL; the user's from the effective
-/// user), working directory "/", all signals unblocked and at their defaults, a process group of
-/// its own, no descriptor above 2, and the launch path as first argument. There is no shell: a
-/// script without "#!" cannot be launched.
+/// mask: a fixed environment (toolEnvironment), working directory "/", all signals unblocked and at
+/// their defaults, a process group of its own, no descriptor above 2, and the launch path as first
+/// argument. There is no shell: a script without "#!" cannot be launched.
 ///
 /// Faults of the caller are Exceptions (NSInvalidArgumentException): a launch path that cannot be
 /// launched, a NUL byte in it or in an argument, a second launch, a question that comes too early.
