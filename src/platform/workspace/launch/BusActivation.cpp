@@ -9,16 +9,11 @@
 
 namespace qv {
 
-namespace {
-
-// The desktop entry format's rule for the object of a name.
-std::string objectPathOf(std::string name) {
-    std::ranges::replace(name, '.', '/');
-    std::ranges::replace(name, '-', '_');
-    return "/" + name;
+std::string objectPathOf(std::string busName) {
+    std::ranges::replace(busName, '.', '/');
+    std::ranges::replace(busName, '-', '_');
+    return "/" + busName;
 }
-
-} // namespace
 
 std::string activateOnBus(const std::string& address, const std::string& busName,
                           std::chrono::milliseconds patience) {
