@@ -1,6 +1,7 @@
 #include "script/PlatformServices.h"
 
 #include "platform/accessibility/TrustStore.h"
+#include "platform/foundation/process/worker/UserProcesses.h"
 #include "platform/preferences/PreferenceFiles.h"
 #include "platform/workspace/applications/ApplicationIndexes.h"
 #include "platform/workspace/launch/LinuxWorkspace.h"
@@ -17,10 +18,10 @@ PlatformServices PlatformServices::shared() {
     services.applications = std::make_shared<ApplicationIndexes>();
     services.launches = std::make_shared<UserProcesses>();
     services.preferenceChanges = std::make_shared<UserProcesses>();
+    services.appleScripts = std::make_shared<UserProcesses>();
     return services;
 }
 
-// Without anybody behind it, a script is asked for by the process that it runs in.
 ProcessIdentity::Shared ScriptEngine::requesterOrSelf() const {
     return requester ? requester : ProcessIdentity::ofThisProcess();
 }
@@ -54,6 +55,13 @@ AccessibilityService& ScriptEngine::accessibilityService() {
             std::make_shared<TrustStore>(TrustStore::defaultFolder(), requesterOrSelf()->user());
     }
     return *services.accessibility;
+}
+
+UserProcesses& ScriptEngine::appleScriptProcesses() {
+    if (!services.appleScripts) {
+        services.appleScripts = std::make_shared<UserProcesses>();
+    }
+    return *services.appleScripts;
 }
 
 std::shared_ptr<const RuleServices> ScriptEngine::ruleServices() {

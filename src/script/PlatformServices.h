@@ -21,7 +21,8 @@ struct PlatformServices {
     std::shared_ptr<ApplicationIndexes> applications;  ///< of the workspace that is made
     std::shared_ptr<UserProcesses> launches = nullptr; ///< the same
     std::shared_ptr<UserProcesses> preferenceChanges =
-        nullptr; ///< of the preferences that are made
+        nullptr;                                           ///< of the preferences that are made
+    std::shared_ptr<UserProcesses> appleScripts = nullptr; ///< the processes that run them
 
     /// For one who runs many scripts: what they may share, whoever asks.
     [[nodiscard]] static PlatformServices shared();

@@ -216,6 +216,7 @@ QV_REGISTER_CLASS(
     QV_METHOD(setPreferencesForApplicationID,
               "setPreferencesForApplicationID:key:value:userName:hostName:"),
     QV_METHOD(executeTool, "executeTool:arguments:successReturnCodes:"),
+    QV_METHOD(executeAppleScript, "executeAppleScript:"),
     QV_METHOD(updateProgressField, "updateProgressField:withValue:"),
     QV_METHOD(beginIfBlock, "beginIfBlock:"), QV_METHOD(beginElseBlock, "beginElseBlock"),
     QV_METHOD(endIfBlock, "endIfBlock"));

@@ -150,6 +150,13 @@ public:
     Error executeTool(const std::optional<Value>& tool, const std::optional<Value>& arguments,
                       const std::optional<Value>& successReturnCodes);
 
+    // AppleScript (QVCatalogScriptAppleScript.cpp).
+
+    /// Compiles and executes a program in AppleScript and waits for its end, an hour at most. Never
+    /// handed to a privileged side. An error has the number that the compiler, the program, an
+    /// application or a shell command gave, and the printed error information as its description.
+    Error executeAppleScript(const std::optional<Value>& source);
+
     // Archives and disk images (QVCatalogScriptArchives.cpp). No steps: they act at once, in this
     // process and with its rights, and wait for the programs that they start. Result pointers may
     // be null and are reset first. Errors of their own are of kCatalogScriptErrorDomain, code 0;

@@ -66,17 +66,8 @@ bool QVCatalogScript::executeRecording(const Value& steps, Error* error,
 }
 
 Error ScriptEngine::replayStep(const Operation& operation, const StepFields& fields) {
-    if (operation.replay != nullptr) {
-        const Error error = operation.replay(script_, fields);
-        return error ? urlErrorAmong(operation, fields, error) : error;
-    }
-    const auto refuse = [&] {
-        return Error::withDescription(
-            kCatalogScriptErrorDomain, 0,
-            fmt::format("Operation {} ({}) is not available in this version",
-                        static_cast<int>(operation.code), operationName(operation)));
-    };
-    return _recordOrExecuteWithRecordingBlock(nullptr, refuse, nullptr, kNoOptions);
+    const Error error = operation.replay(script_, fields);
+    return error ? urlErrorAmong(operation, fields, error) : error;
 }
 
 } // namespace qv

@@ -93,14 +93,15 @@ public:
     WorkspaceService& workspaceService();
     PreferencesService& preferencesService();
     AccessibilityService& accessibilityService();
+    UserProcesses& appleScriptProcesses();
+    /// The requester; without one, whoever asks is the process that the script runs in.
+    [[nodiscard]] ProcessIdentity::Shared requesterOrSelf() const;
     /// The services above, for rules. They live as long as this.
     [[nodiscard]] std::shared_ptr<const RuleServices> ruleServices();
 
 private:
     Error performBetween(OperationCode code, const NamedItem& from, const NamedItem& to,
                          bool adaptOwnershipToParent, bool atomic, ExecutionBlock executionBlock);
-    [[nodiscard]] ProcessIdentity::Shared requesterOrSelf() const;
-
     QVCatalogScript& script_;
 };
 

@@ -34,7 +34,7 @@ inline constexpr Field kTool{arg1, "tool", FieldKind::toolPath, Missing::raises}
 inline constexpr Field kArguments{arg2, "arguments", FieldKind::arguments, Missing::none,
                                   InRecord::nullObject};
 inline constexpr Field kExitCodes{arg3, "success codes", FieldKind::exitCodes, Missing::none};
-inline constexpr Field kAppleScript{arg1, "source", FieldKind::appleScript, Missing::fails};
+inline constexpr Field kAppleScript{arg1, "source", FieldKind::appleScript, Missing::none};
 
 inline constexpr Field kApplication{arg1, "application", FieldKind::application, Missing::fails,
                                     InRecord::leftOut};

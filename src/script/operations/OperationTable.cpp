@@ -45,21 +45,17 @@ Error replay(Script& script, [[maybe_unused]] const StepFields& step) {
 template <const Field&... fields>
 constexpr std::array<Field, sizeof...(fields)> kFieldsOf = {fields...};
 
-/// A row whose fields are the parameters of its method, a null pointer if there is none.
+/// A row whose fields are the parameters of its method.
 template <auto method, const Field&... fields>
 constexpr Operation row(OperationCode code, std::string_view selector, unsigned options,
                         Effect effect, std::string_view text) {
-    Operation operation{.code = code,
-                        .selector = selector,
-                        .fields = kFieldsOf<fields...>,
-                        .options = static_cast<std::uint8_t>(options),
-                        .effect = effect,
-                        .text = text,
-                        .replay = nullptr};
-    if constexpr (!std::is_same_v<decltype(method), std::nullptr_t>) {
-        operation.replay = replay<method, fields...>;
-    }
-    return operation;
+    return {.code = code,
+            .selector = selector,
+            .fields = kFieldsOf<fields...>,
+            .options = static_cast<std::uint8_t>(options),
+            .effect = effect,
+            .text = text,
+            .replay = replay<method, fields...>};
 }
 
 // The record names the new item first.
@@ -115,8 +111,9 @@ constexpr std::array<Operation, kOperationCount> kTable = {{
         makeProcessAXTrusted,
         "makeProcessAXTrusted:", kPriviledgedWithAdminRights | kAlwaysPriviledged, Effect::changes,
         "grant {program} accessibility trust"),
-    row<nullptr, kAppleScript>(executeAppleScript, "executeAppleScript:", kNoOptions,
-                               Effect::opaque, "run the AppleScript {source}"),
+    row<&Script::executeAppleScript, kAppleScript>(executeAppleScript,
+                                                   "executeAppleScript:", kNoOptions,
+                                                   Effect::opaque, "run the AppleScript {source}"),
     row<&Script::updateProgressField, kProgressField, kProgress>(
         updateProgressField, "updateProgressField:withValue:", kNoOptions, Effect::reads,
         "report {value} as progress in field {field}"),

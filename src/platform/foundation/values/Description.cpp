@@ -254,4 +254,12 @@ std::string description(const Value& value, std::size_t most) {
     return writer.take();
 }
 
+std::string quotedText(std::string_view text) {
+    std::string result = "\"";
+    for (std::size_t index = 0; index < text.size();) {
+        result += escaped(decodeUTF8(text, index));
+    }
+    return result + "\"";
+}
+
 } // namespace qv

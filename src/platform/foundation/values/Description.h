@@ -3,6 +3,7 @@
 #include "platform/foundation/values/Value.h"
 
 #include <string>
+#include <string_view>
 
 namespace qv {
 
@@ -13,5 +14,8 @@ namespace qv {
 [[nodiscard]] inline std::string description(const Value& value) { return description(&value); }
 /// Cut after `most` bytes with "...", a string too.
 [[nodiscard]] std::string description(const Value& value, std::size_t most);
+/// A text between double quotes, as it stands in a container: with \", \\, \n, and \Uxxxx for
+/// what is not printable ASCII.
+[[nodiscard]] std::string quotedText(std::string_view text);
 
 } // namespace qv
