@@ -150,6 +150,14 @@ struct ExtractOptions {
 /// Unpacks an archive or an image, and prints the folder that holds the content.
 Result extract(const ExtractOptions& options);
 
+struct ScriptOptions {
+    std::string file;   ///< of AppleScript; "-" for standard input
+    bool check = false; ///< compile it only
+    bool json = false;
+};
+/// Compiles and executes a program in AppleScript, and prints its result.
+Result script(const ScriptOptions& options);
+
 struct FindBundleOptions {
     std::string identifier;
     std::string folder;

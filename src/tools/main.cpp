@@ -221,6 +221,15 @@ void addFindBundle(CLI::App& command, Command& chosen) {
     command.callback([&chosen, options] { chosen = [options] { return findBundle(*options); }; });
 }
 
+void addScript(CLI::App& command, Command& chosen) {
+    auto options = std::make_shared<ScriptOptions>();
+    command.add_option("FILE", options->file, "a program in AppleScript, or - for standard input")
+        ->required();
+    command.add_flag("--check", options->check, "compile it only");
+    command.add_flag("--json", options->json, "print as JSON");
+    command.callback([&chosen, options] { chosen = [options] { return script(*options); }; });
+}
+
 void addVersion(CLI::App& command, Command& chosen) {
     auto options = std::make_shared<VersionOptions>();
     command.add_option("A", options->version, "a version, e.g. 10.6.8")->required();
@@ -288,6 +297,7 @@ constexpr std::array kCommands = std::to_array<CommandRow>({
     {"application", "Print where an application is: its bundle or desktop entry", addApplication},
     {"extract", "Unpack a ZIP archive or a disk image and print where", addExtract},
     {"find-bundle", "Print where in a folder the bundle of an identifier is", addFindBundle},
+    {"script", "Compile and execute a program in AppleScript", addScript},
     {"version", "Compare two versions; -1: A is older than B, 0: the same, 1: newer", addVersion},
     {"trust", "Show, check and revoke the trust that was granted to programs", nullptr, kTrust},
 });

@@ -2,6 +2,7 @@
 
 #include "service/ServiceTest.h"
 #include "support/BuildFolder.h"
+#include "support/RealUser.h"
 #include "support/StartedProgram.h"
 #include "support/TemporaryDirectory.h"
 #include "tools/Command.h"
@@ -9,9 +10,12 @@
 #include <fmt/core.h>
 
 #include <csignal>
+#include <filesystem>
 
 namespace qv::test {
 namespace {
+
+namespace fs = std::filesystem;
 
 class DesktopLaunch : public ServiceTest {
 protected:
@@ -38,11 +42,38 @@ protected:
             ::kill(server_->pid(), SIGTERM);
             server_->wait();
         }
+        EXPECT_TRUE(comesTrue([&] { return editor() == 0; })) << "it outlives its display";
+        user_.reset(); // who must have no process
         ServiceTest::TearDown();
     }
 
+    /// The process of the application in the folder; 0 if it does not run.
+    [[nodiscard]] pid_t editor() const {
+        for (const auto& entry : fs::directory_iterator("/proc")) {
+            std::error_code failure;
+            if (fs::read_symlink(entry.path() / "exe", failure) == program_) {
+                return std::stoi(entry.path().filename());
+            }
+        }
+        return 0;
+    }
+    /// Has a client of the user, which has the display, send a script. Its process ID is in `pid`.
+    [[nodiscard]] ProgramRun runAsUser(const std::string& steps) const {
+        return runProgram({"/usr/bin/setpriv", "--reuid=" + user_->name(),
+                           "--regid=" + user_->name(), "--init-groups", "/bin/sh", "-c",
+                           R"(echo $$ >"$2"; exec "$0" run - --socket "$1")", folder_ / "client",
+                           service_->socketPath(), folder_ / "home/pid"},
+                          steps, {display_});
+    }
+    [[nodiscard]] bool shows(const std::string& window) const {
+        return runProgram({"/usr/bin/xwininfo", "-root", "-tree"}, {}, {display_})
+                   .output.find(window) != std::string::npos;
+    }
+
+    std::optional<RealUser> user_;
     std::optional<StartedProgram> server_; // with it, its clients end
     std::string display_;
+    const fs::path program_ = folder_ / "Editor.app/Editor";
 };
 
 TEST_F(DesktopLaunch, ShowsAPackagedApplicationsWindow) {
@@ -56,10 +87,38 @@ TEST_F(DesktopLaunch, ShowsAPackagedApplicationsWindow) {
         "( { operation = 1; URL = \"file:///usr/share/applications/debian-xterm.desktop\"; } )",
         {display_});
     EXPECT_EQ(run.status, 0) << run.output << run.errors;
-    EXPECT_TRUE(comesTrue([&] {
-        return runProgram({"/usr/bin/xwininfo", "-root", "-tree"}, {}, {display_})
-                   .output.find("(\"xterm\" \"XTerm\")") != std::string::npos;
-    }));
+    EXPECT_TRUE(comesTrue([&] { return shows("(\"xterm\" \"XTerm\")"); }));
+}
+
+// The client ends meanwhile, as one that is part of the application does.
+TEST_F(DesktopLaunch, UpdatesAnApplicationThatRuns) {
+    fs::permissions(folder_.path(), fs::perms(0755));
+    user_.emplace(folder_ / "home");
+    fs::copy_file(kSigned, folder_ / "client");
+    fs::create_directory(program_.parent_path());
+    fs::copy_file("/usr/bin/xterm", program_);
+    const std::string name = program_.parent_path();
+    const ProgramRun start = runAsUser("( { operation = 1; URL = \"file://" + name + "\"; } )");
+    ASSERT_EQ(start.status, 0) << start.output << start.errors;
+    pid_t old = 0;
+    ASSERT_TRUE(comesTrue([&] { return (old = editor()) != 0; }));
+
+    const ProgramRun update = runAsUser(fmt::format(R"(( {{ operation = 15; arg1 = "
+        do shell script \"kill -9 $(cat {1})\"
+        tell application \"{0}\" to quit
+        repeat while application \"{0}\" is running
+            delay 0.02
+        end repeat
+        do shell script \"cd '{0}'; cp -p Editor new; mv new Editor\"
+        tell application \"{0}\" to activate"; }} ))",
+                                                    name, (folder_ / "home/pid").native()));
+    EXPECT_EQ(update.status, -SIGKILL) << update.output << update.errors;
+    // One that goes on with the old file has a program that was deleted.
+    ASSERT_TRUE(comesTrue([&] { return editor() != old && shows("(\"Editor\" \"XTerm\")"); }));
+    struct stat info{};
+    EXPECT_EQ(::stat(fmt::format("/proc/{}", editor()).c_str(), &info), 0);
+    EXPECT_EQ(runProgram({"/usr/bin/id", "-u", user_->name()}).output,
+              fmt::format("{}\n", info.st_uid));
 }
 
 } // namespace
