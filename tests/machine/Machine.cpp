@@ -71,6 +71,14 @@ private:
 const testing::Environment* const kAdministration =
     testing::AddGlobalTestEnvironment(new Administration); // NOLINT(*-owning-memory): taken over
 
+std::string quoted(const std::string& text) {
+    std::string result = "\"";
+    for (const char letter : text) {
+        result += letter == '"' || letter == '\\' ? std::string{'\\', letter} : std::string{letter};
+    }
+    return result + "\"";
+}
+
 const std::vector<std::string> kEnvironment = {
     "PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin", "LANG=C.UTF-8",
     "HOME=/root"};
@@ -105,12 +113,13 @@ std::string scriptFile(const std::string& steps) {
 }
 
 std::string shellStep(const std::string& command) {
-    std::string quoted;
-    for (const char letter : command) {
-        quoted += letter == '"' || letter == '\\' ? std::string{'\\', letter} : std::string{letter};
-    }
     return fmt::format(
-        R"({{ operation = 8; arg1 = "/bin/bash"; arg2 = ("-c", "{}"); arg3 = (0); }},)", quoted);
+        R"({{ operation = 8; arg1 = "/bin/bash"; arg2 = ("-c", {}); arg3 = (0); }},)",
+        quoted(command));
+}
+
+std::string appleScriptStep(const std::string& source) {
+    return fmt::format("{{ operation = 15; arg1 = {}; }},", quoted(source));
 }
 
 std::string session(const std::string& script, uid_t user) {

@@ -34,8 +34,9 @@ ProgramRun shell(const std::string& command, uid_t user = kRoot);
 
 /// Writes a script, in old-style text and without the outer brackets, and gives its path.
 std::string scriptFile(const std::string& steps);
-/// A step that runs a shell's command.
+/// A step that runs a shell's command, and one that runs a program in AppleScript.
 [[nodiscard]] std::string shellStep(const std::string& command);
+[[nodiscard]] std::string appleScriptStep(const std::string& source);
 
 /// One session: a fresh client sends a script and ends. Its answer.
 std::string session(const std::string& script, uid_t user = kVictim);

@@ -1,0 +1,36 @@
+// Programs in AppleScript, as steps of the installed service.
+
+#include "machine/Machine.h"
+
+namespace qv::test {
+namespace {
+
+using testing::HasSubstr;
+using testing::StartsWith;
+
+TEST(AppleScript, TellsErrorAndLogsToJournal) {
+    EXPECT_THAT(session(scriptFile(appleScriptStep(R"(log "checks the licence"
+            do shell script "mkdir -p /srv/script"
+            tell application "Finder" to make new folder at folder "/srv/script" with properties {name:"made"}
+            error "no licence" number 77)"))),
+                testing::AllOf(StartsWith("failed 0 77 "), HasSubstr("\"no licence\"")));
+    EXPECT_EQ(shell("stat -c '%U %a' /srv/script/made").output, "root 755\n");
+    EXPECT_TRUE(comesTrue([] {
+        return shell("journalctl -o cat -u " + kUnit).output.find("\nchecks the licence\n") !=
+               std::string::npos;
+    }));
+}
+
+TEST(AppleScript, LeavesNothingToAStoppedUnit) {
+    const auto client = clientOf(kVictim);
+    client->begin("run " + scriptFile(appleScriptStep(
+                               R"(do shell script "echo $PPID $$ >/run/script; sleep 600; :")")));
+    EXPECT_TRUE(comesTrue([] { return !contentOf("/run/script").empty(); }));
+    EXPECT_EQ(shell("systemctl stop " + kUnit).status, 0);
+    EXPECT_TRUE(
+        comesTrue([] { return shell("ps -o pid= -p $(tr ' ' , </run/script)").output.empty(); }));
+    EXPECT_THAT(client->answer(), StartsWith("error 3 "));
+}
+
+} // namespace
+} // namespace qv::test

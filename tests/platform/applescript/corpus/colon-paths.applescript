@@ -1,0 +1,2 @@
+-- => "/Library/Example/"
+POSIX path of ((path to startup disk as text) & "Library:Example:")

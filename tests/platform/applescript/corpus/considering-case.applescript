@@ -1,0 +1,5 @@
+-- => {true, false}
+considering case
+	set strict to "Example" is "example"
+end considering
+{"Example" is "example", strict}

@@ -1,0 +1,4 @@
+-- => {}
+tell application "System Events"
+	get name of every process whose name is "no-such-process"
+end tell

@@ -1,0 +1,4 @@
+-- => false
+tell application "System Events"
+	exists process "no-such-process"
+end tell

@@ -1,0 +1,6 @@
+-- => -43
+try
+	POSIX file "$DIR/nothing/here" as alias
+on error number n
+	n
+end try

@@ -1,0 +1,7 @@
+-- => "ran"
+on run
+	prepare()
+end run
+on prepare()
+	"ran"
+end prepare

@@ -1,0 +1,2 @@
+-- error -128: User canceled.
+error number -128
