@@ -1,9 +1,12 @@
 // Loops of a million rounds, as scripts write them, at the top of a script and in a handler; and
 // the same loops in CPython, in turns. Each run is a process that tells how long the loop alone
-// took.
+// took. Then shell commands, and the same commands by popen.
 
 #include "platform/applescript/language/Compiler.h"
 #include "platform/applescript/running/Interpreter.h"
+#include "platform/applescript/world/LinuxWorld.h"
+#include "platform/foundation/os/Deadline.h"
+#include "platform/foundation/os/ProcessIdentity.h"
 #include "support/Contest.h"
 
 #include <array>
@@ -31,26 +34,10 @@ constexpr auto kLoops = std::to_array<LoopPair>({
      "i = 0\nwhile i < 1000000:\n    i = i + 1\n"},
 });
 
-/// No loop reaches it.
-class NoWorld final : public OutsideWorld {
-public:
-    ScriptValue perform(const Command& /*command*/) override { return {}; }
-    ScriptValue send(const Specifier& /*target*/, const Command& /*command*/) override {
-        return {};
-    }
-    void set(const Specifier& /*object*/, const ScriptValue& /*value*/) override {}
-    [[noreturn]] void refuse(const Specifier& /*target*/, std::string_view /*words*/) override {
-        throw ScriptError{};
-    }
-    std::string colonPath(std::string_view path) override { return std::string(path); }
-    std::string posixPath(std::string_view path) override { return std::string(path); }
-    bool fileExists(const std::string& /*path*/) override { return false; }
-    double now() override { return 0; }
-};
-
 double ours(const std::string& source) {
     const std::unique_ptr<Tree> tree = compile(source);
-    NoWorld world;
+    LinuxWorld world(qv::ProcessIdentity::ofThisProcess(), {},
+                     qv::Deadline::after(std::chrono::hours(1)));
     const auto begin = std::chrono::steady_clock::now();
     execute(*tree, world);
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
@@ -93,6 +80,29 @@ void contest(const LoopPair& loop, bool inFunction) {
                       kGoal);
 }
 
+void shellContest() {
+    constexpr int kCommands = 20; // a turn
+    constexpr double kShellGoal = 1.2;
+    const std::string script =
+        fmt::format("repeat {} times\ndo shell script \"/bin/true\"\nend repeat\n", kCommands);
+    std::vector<double> mine;
+    std::vector<double> theirs;
+    for (int turn = 0; turn < kTurns; ++turn) {
+        mine.push_back(ours(script));
+        const auto begin = std::chrono::steady_clock::now();
+        for (int command = 0; command < kCommands; ++command) {
+            const std::unique_ptr<std::FILE, int (*)(std::FILE*)> output(
+                ::popen("/bin/true", "r"), ::pclose); // NOLINT(cert-env33-c): it is the peer
+            std::array<char, 64> bytes{};
+            while (std::fread(bytes.data(), 1, bytes.size(), output.get()) != 0) {
+            }
+        }
+        theirs.push_back(
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count());
+    }
+    qv::bench::report("do shell script", mine, theirs, kShellGoal);
+}
+
 } // namespace
 
 int main() {
@@ -101,4 +111,6 @@ int main() {
         contest(loop, false);
         contest(loop, true);
     }
+    fmt::print("AppleScript: 20 shell commands; peer: popen\n");
+    shellContest();
 }
