@@ -41,7 +41,7 @@ constexpr std::chrono::seconds kForTheAnswer{30};
 constexpr std::size_t kLongestAnswer = std::size_t{4} << 20U;
 constexpr std::size_t kLongestResult = std::size_t{1} << 20U;
 
-// What the child tells of a script that failed.
+// The child tells this of a script that failed.
 Value toldOf(const ScriptError& error) {
     std::vector<std::pair<Value, Value>> pairs;
     const auto add = [&](std::string_view name, Value value) {

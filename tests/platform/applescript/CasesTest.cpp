@@ -62,7 +62,7 @@ TEST_P(Results, AreThoseOfTheTable) {
 
 INSTANTIATE_TEST_SUITE_P(Of, Results, testing::Values("running.txt", "world.txt"));
 
-// What a script must not do to the process that it runs in: each ends, with the error of a bound.
+// A script must not take the process that it runs in along: each ends, with the error of a bound.
 TEST(AppleScriptLimits, EndEndlessScripts) {
     for (const auto& [place, fields] : casesOf(QV_APPLESCRIPT_CASES "/limits.txt", 3)) {
         SCOPED_TRACE(place + ": " + fields[0]);

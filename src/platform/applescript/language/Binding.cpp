@@ -47,7 +47,7 @@ bool isDelimiters(const Node* node) noexcept {
            isMe(seenAs<PropertyOf>(node).container);
 }
 
-// What stands behind `of`, or null.
+// The container behind `of`, or null.
 const Node* containerOf(const Node* node) noexcept {
     switch (node->kind) {
     case NodeKind::propertyOf:

@@ -17,7 +17,7 @@ namespace qv::applescript {
 [[nodiscard]] bool isMe(const Node* node) noexcept;
 /// `AppleScript's text item delimiters`.
 [[nodiscard]] bool isDelimiters(const Node* node) noexcept;
-/// What stands behind `of`, or null.
+/// The container behind `of`, or null.
 [[nodiscard]] const Node* containerOf(const Node* node) noexcept;
 /// A part of a reference that has a container.
 [[nodiscard]] bool isLink(const Node* node) noexcept;

@@ -50,7 +50,7 @@ void Parser::endBlock(const Ends& ends) {
     }
 }
 
-// What stands behind `then` and `to` in the same line.
+// The statement behind `then` or `to` in the same line.
 const Block* Parser::oneStatement() {
     auto* node = make<Block>();
     if (at(Word::global) || at(Word::local)) {

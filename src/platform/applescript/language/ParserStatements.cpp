@@ -120,7 +120,7 @@ const Node* Parser::unknownPhrase(std::size_t begin, std::size_t end) {
     return done(node);
 }
 
-// What a block begins with, up to `stop` or the end of the line; it may be a phrase for another
+// The header of a block, up to `stop` or the end of the line; it may be a phrase for another
 // application as well.
 const Node* Parser::headerPart(Word stop, Node* (Parser::*rule)()) {
     const std::size_t begin = index_;

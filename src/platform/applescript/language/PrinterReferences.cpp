@@ -132,7 +132,7 @@ std::string Printer::boundary(const Node* node, bool isFirst) {
     return isBare ? chain(node) : key(node);
 }
 
-// What says which element: anything but the simplest in parentheses.
+// The key of an element: anything but the simplest in parentheses.
 std::string Printer::key(const Node* node) {
     const auto isNumber = [](const Node* each) {
         return asLiteral(each, ScriptValue::Kind::integer) != nullptr ||

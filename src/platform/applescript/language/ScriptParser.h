@@ -32,13 +32,13 @@ private:
     class Nesting;
     template <typename T> class Restore;
 
-    /// Whose words are known, and who is told.
+    /// The application whose words are known, and the one that is told.
     struct Context {
         bool knowsFinder = false;
         bool knowsSystemEvents = false;
         bool tellsOther = false; ///< an application without a dictionary here
     };
-    /// What an expression may not take because something around it will.
+    /// The words that an expression leaves to something around it.
     struct Stops {
         bool atIn = false;
         bool atAs = false;

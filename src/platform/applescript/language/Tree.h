@@ -369,7 +369,7 @@ struct ExitRepeat : Node {
     ExitRepeat() noexcept : Node(kKind) {}
 };
 
-/// What a comparison of texts pays attention to; one bit each.
+/// The differences that a comparison of texts pays attention to; one bit each.
 struct Attention {
     static constexpr std::uint8_t kCase = 1;
     static constexpr std::uint8_t kDiacriticals = 2;
@@ -416,7 +416,7 @@ struct Handler {
     /// `on run {a, b}`: the parameters are items of the one argument.
     bool takesList = false;
     bool isExplicit = false; ///< `on run`: the script's own statements are those of a handler
-    /// What it declares with `global` and with `local`.
+    /// Its declarations with `global` and with `local`.
     std::vector<std::string_view> declaredGlobals;
     std::vector<std::string_view> declaredLocals;
     std::uint32_t slots = 0;             ///< variables of its own, the parameters first

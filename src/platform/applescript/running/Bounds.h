@@ -8,7 +8,7 @@
 
 namespace qv::applescript {
 
-/// What a run has left of its steps, its time and its memory. A step is one decrement; every so
+/// The rest that a run has of its steps, its time and its memory. A step is one decrement; every so
 /// many of them the rest is looked at.
 class Bounds {
 public:

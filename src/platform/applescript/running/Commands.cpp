@@ -12,7 +12,7 @@ namespace {
 
 using Kind = ScriptValue::Kind;
 
-/// What an addition wants its direct object to be.
+/// The class that an addition wants its direct object to have.
 struct DirectClass {
     Term command;
     Term type;

@@ -9,7 +9,7 @@
 
 namespace qv::applescript {
 
-/// What an operation depends on besides its operands.
+/// An operation depends on these besides its operands.
 struct Context {
     OutsideWorld& world;
     Bounds& bounds; ///< to be asked wherever a value decides how long something takes

@@ -9,8 +9,8 @@ class Parts {
 public:
     explicit Parts(const Context& context) : context_(context), elements_(context) {}
 
-    /// `step` of a value that is no object of an application; -1728. The script's own properties
-    /// are not known here.
+    /// `step` of a value that is not an object of an application; -1728. The script's own
+    /// properties are not known here.
     [[nodiscard]] ScriptValue get(const ScriptValue& container, const Specifier::Step& step);
     /// Changes a list, record or date; -10006 for what cannot be changed.
     void set(const ScriptValue& container, const Specifier::Step& step, const ScriptValue& value);

@@ -85,7 +85,7 @@ private:
     }
     ScriptValue readVariable(const Variable& variable);
 
-    /// What the script says about how far it has come, which nobody is shown; null for other terms.
+    /// The script's own word on its progress, which nobody is shown; null for other terms.
     [[nodiscard]] ScriptValue* progressOf(Term property) noexcept {
         const bool isProgress =
             property >= Term::progressTotalSteps && property <= Term::progressAdditionalDescription;
@@ -106,7 +106,7 @@ private:
     ScriptValue keyOf(const Node& node);
     ScriptValue scriptProperty(const Step& step);
     ScriptValue* scriptVariable(std::string_view name);
-    /// What a reference to part of a value stands for now; other values as they are.
+    /// The value that a reference to part of a value leads to now; other values as they are.
     ScriptValue resolved(const ScriptValue& value);
     /// Asks the application for the object.
     ScriptValue asked(const ScriptValue& object, std::optional<Term> type = {});

@@ -48,8 +48,8 @@ inline constexpr std::int64_t kLaunchFailed = -10810;
 inline constexpr std::int64_t kApplicationNotFound = -10814;
 } // namespace error_number
 
-/// What a script, its compilation or an application reports. Thrown inside this room, and caught by
-/// `try` and at the room's edge; nothing else of the system sees it.
+/// A failure that a script, its compilation or an application reports. Thrown inside this room, and
+/// caught by `try` and at the room's edge; nothing else of the system sees it.
 struct ScriptError {
     std::int64_t number = error_number::kGeneral;
     std::string brief;               ///< without the application that says so

@@ -14,7 +14,7 @@ using Kind = ScriptValue::Kind;
 
 struct Container;
 
-/// What a thread's values share.
+/// The values of a thread share this.
 struct Heap {
     std::size_t held = 0;
     std::size_t most = std::numeric_limits<std::size_t>::max();
@@ -255,7 +255,7 @@ void HeldBytes::release() noexcept {
     bytes_ = 0;
 }
 
-// What a list or record that goes held goes later, from the outermost call, one at a time.
+// The content of a list or record that goes is freed later, from the outermost call, one at a time.
 void ScriptValue::release() noexcept {
     if (--bits_.object->count != 0) {
         return;

@@ -136,7 +136,7 @@ public:
     /// Counts what a list or record that grew takes up now.
     void countAgain() const;
 
-    // What the shared objects of this thread take up, in bytes, and how much they may.
+    // The bytes that the shared objects of this thread take up, and the most that they may.
     [[nodiscard]] static std::size_t bytesHeld() noexcept;
     static void limitBytes(std::size_t most) noexcept;
     /// Throws if this much more would be too much.

@@ -10,7 +10,7 @@
 
 namespace qv::applescript::world {
 
-/// What a dialog asks for.
+/// The question of a dialog.
 struct DialogRequest {
     std::string text;
     std::string title;
@@ -37,7 +37,7 @@ struct FileRequest {
     bool choosesSeveral = false;
 };
 
-/// What came back.
+/// The answer to it.
 struct DialogAnswer {
     bool isCanceled = false; ///< a window that was closed, where that is not a button
     bool gaveUp = false;

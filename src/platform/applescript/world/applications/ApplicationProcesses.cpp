@@ -79,7 +79,7 @@ class Recognition {
 public:
     Recognition(const ApplicationStart& application, uid_t user)
         : identifier_(application.identifier), words_(application.command), user_(user) {
-        // What runs in a terminal is what comes behind it, and the same with env.
+        // A terminal runs the command behind its own words, and so does env.
         if (words_.size() > 2 && words_[1] == "-e") {
             words_.erase(words_.begin(), words_.begin() + 2);
         }

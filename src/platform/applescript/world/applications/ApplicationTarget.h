@@ -32,8 +32,8 @@ void launchApplication(WorldContext& context, const ResolvedApplication& applica
 void openInSession(WorldContext& context, const ResolvedApplication* application,
                    const std::vector<std::string>& targets);
 
-/// What every application understands: `activate`, `launch`, `run`, `reopen`, `open`, `quit`, and
-/// the properties name, id, version, running and frontmost.
+/// The commands that every application understands: `activate`, `launch`, `run`, `reopen`, `open`,
+/// `quit`, and the properties name, id, version, running and frontmost.
 [[nodiscard]] ScriptValue sendToApplication(WorldContext& context, const Specifier& target,
                                             const Command& command);
 

@@ -21,7 +21,7 @@ struct RunningProcess {
 
 /// The real user of a process; none if it has ended.
 [[nodiscard]] std::optional<uid_t> userOf(pid_t process);
-/// What a process was called with; empty if it has ended.
+/// The words that a process was called with; empty if it has ended.
 [[nodiscard]] std::vector<std::string> argumentsOf(pid_t process);
 /// The unit of an application that a process belongs to (`app-NAME@WORD.service`,
 /// `app-NAME-PID.scope`), or empty.

@@ -18,7 +18,7 @@
 
 namespace qv::applescript::world {
 
-/// What the parts of a LinuxWorld share: on whose behalf they act, and with what.
+/// The parts of a LinuxWorld share this: the one on whose behalf they act, and the services.
 struct WorldContext {
     ProcessIdentity::Shared requester;
     std::shared_ptr<WorkspaceService> workspace;
@@ -39,7 +39,7 @@ struct WorldContext {
     WorkResult performAs(const UserRecord& user, const std::function<WorkResult()>& run,
                          std::chrono::milliseconds patience);
 
-    // What the functions above have found out.
+    // The functions above remember their answers here.
     std::optional<LaunchSession> knownSession = {};
     std::optional<UserRecord> knownUser = {};
     bool isSessionLookedFor = false;

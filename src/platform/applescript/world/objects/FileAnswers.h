@@ -31,7 +31,7 @@ struct FileFacts {
     [[nodiscard]] Term type() const;
 };
 
-/// What is known of an item by the name of the property. None for a property that items do not
+/// The property of an item that has this name. None for a property that items do not
 /// have; missing value for one that this item does not have.
 [[nodiscard]] std::optional<ScriptValue> filePropertyOf(WorldContext& context,
                                                         const FileFacts& facts, Term property);

@@ -29,7 +29,7 @@ ScriptValue propertyAlong(ObjectModel& model, const std::vector<Term>& path, Wor
                                                   : model.reference(object);
 }
 
-// What a condition compares with: an item by its path.
+// A condition compares with this: an item by its path.
 ScriptValue comparedValue(ObjectModel& model, const ScriptValue& value) {
     if (!value.is(Kind::specifier) && !value.is(Kind::file)) {
         return value;

@@ -164,7 +164,7 @@ std::string ItemCommands::carry(const std::string& from, const std::string& to, 
     const ItemPlace destination = placeFor(to, application());
     std::string replaced;
     if (isThere(destination)) {
-        // What holds the item itself, or is in it, cannot make room for it.
+        // An item that holds this one, or is in it, cannot make room for it.
         if (!replaces || isPartOf(source, destination) || isPartOf(destination, source)) {
             failWithFile(error_number::kDuplicateFileName, to, application());
         }

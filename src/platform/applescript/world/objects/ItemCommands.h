@@ -8,8 +8,8 @@
 
 namespace qv::applescript::world {
 
-/// What Finder and System Events do with items of the file system. Results are references to the
-/// items where they are then, one or a list. Errors are in the name of the model's application.
+/// The commands of Finder and System Events to items of the file system. Results are references to
+/// the items where they are then, one or a list. Errors are in the name of the model's application.
 ///
 /// Nothing is removed but what `emptyTrash` finds in the trash: a deleted and a replaced item go
 /// there.

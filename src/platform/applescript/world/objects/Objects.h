@@ -42,7 +42,7 @@ public:
     ObjectModel& operator=(ObjectModel&&) = delete;
     virtual ~ObjectModel() = default;
 
-    /// Who speaks in errors; may be empty.
+    /// The application that errors name; may be empty.
     [[nodiscard]] virtual std::string applicationName() const = 0;
     /// All elements of a class; none if there can be none.
     virtual std::optional<std::vector<WorldObject>> elements(const WorldObject& of, Term type) = 0;
@@ -56,7 +56,7 @@ public:
     virtual ScriptValue reference(const WorldObject& object) = 0;
 };
 
-/// What a specifier leads to: one answer, or as many as there are.
+/// The answer that a specifier leads to: one, or as many as there are.
 struct Answers {
     bool isList = false;
     std::vector<ObjectAnswer> each;
