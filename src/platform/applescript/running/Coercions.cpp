@@ -51,14 +51,6 @@ private:
 /// Of anything but a text and a list.
 std::optional<std::string> plainText(const ScriptValue& value, const Context& context) {
     switch (value.kind()) {
-    case Kind::integer:
-    case Kind::real:
-        return numberText(value);
-    case Kind::boolean:
-        return value.asBoolean() ? "true" : "false";
-    case Kind::constant:
-    case Kind::type:
-        return std::string(wordsOf(value.asTerm()));
     case Kind::date:
         return dateText(value.asDate());
     case Kind::file:
@@ -69,7 +61,7 @@ std::optional<std::string> plainText(const ScriptValue& value, const Context& co
         }
         return std::nullopt;
     default:
-        return std::nullopt;
+        return scalarText(value);
     }
 }
 

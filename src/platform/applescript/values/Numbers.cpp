@@ -42,6 +42,21 @@ std::string numberText(const ScriptValue& number) {
     return mantissa;
 }
 
+std::optional<std::string> scalarText(const ScriptValue& value) {
+    switch (value.kind()) {
+    case ScriptValue::Kind::integer:
+    case ScriptValue::Kind::real:
+        return numberText(value);
+    case ScriptValue::Kind::boolean:
+        return value.asBoolean() ? "true" : "false";
+    case ScriptValue::Kind::constant:
+    case ScriptValue::Kind::type:
+        return std::string(wordsOf(value.asTerm()));
+    default:
+        return std::nullopt;
+    }
+}
+
 std::optional<ScriptValue> numberFromText(std::string_view text) {
     text = trimmed(text);
     if (text.starts_with('+') && text.size() > 1 && text[1] != '-') {

@@ -24,6 +24,8 @@ inline constexpr std::int64_t kMostInteger = 536'870'911;
                ? ScriptValue::integer(value)
                : ScriptValue::real(static_cast<double>(value));
 }
+/// The text of a number, boolean, constant or class; none for any other value.
+[[nodiscard]] std::optional<std::string> scalarText(const ScriptValue& value);
 /// None for a text that is not a number.
 [[nodiscard]] std::optional<ScriptValue> numberFromText(std::string_view text);
 

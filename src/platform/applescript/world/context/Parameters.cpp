@@ -123,18 +123,13 @@ std::string textFrom(const ScriptValue& value) {
     switch (value.kind()) {
     case Kind::text:
         return value.asText();
-    case Kind::integer:
-    case Kind::real:
-        return numberText(value);
-    case Kind::boolean:
-        return value.asBoolean() ? "true" : "false";
-    case Kind::constant:
-    case Kind::type:
-        return std::string(wordsOf(value.asTerm()));
     case Kind::file:
         return colonPathOf(value.asFilePath());
     default:
         break;
+    }
+    if (std::optional<std::string> text = scalarText(value)) {
+        return *std::move(text);
     }
     if (value.is(Kind::list) && value.asList().size() == 1 &&
         !value.asList().front().is(Kind::list)) {
