@@ -18,7 +18,7 @@ struct Command {
     bool hasDirect = false;
     std::vector<std::pair<Term, ScriptValue>> parameters = {};
     /// How long the one that carries it out may take: `with timeout`, two minutes without. A shell
-    /// command, a dialog and a delay have no such limit but that of the whole script.
+    /// command, a dialog and a delay are limited by the time of the whole script alone.
     std::chrono::milliseconds timeout = std::chrono::minutes(2);
 
     /// Null if it is not given.
@@ -52,8 +52,8 @@ public:
     virtual ScriptValue send(const Specifier& target, const Command& command) = 0;
     /// `set PROPERTY of OBJECT to VALUE`.
     virtual void set(const Specifier& object, const ScriptValue& value) = 0;
-    /// Words told to an application that belong to no dictionary here: -1728 if there is no such
-    /// application, else -1708.
+    /// Words told to an application that belong to no dictionary here: -1728 if the
+    /// application is missing, else -1708.
     [[noreturn]] virtual void refuse(const Specifier& target, std::string_view words) = 0;
 
     /// `Startup Disk:Applications:` for /Applications/, and back. The first name of a path with

@@ -27,7 +27,7 @@ struct Shared {
 };
 
 /// A value of a script, two words wide. Numbers, booleans and constants are held in place; texts
-/// never change; lists, records and dates are objects: whoever holds the same one sees it change
+/// never change; lists, records and dates are objects: all holders of the same one see it change
 /// (`set` shares, `copy` does not).
 ///
 /// Freeing takes no stack that grows with the depth of the value. The functions that make a shared
@@ -129,7 +129,7 @@ public:
 
     /// Of a text: whether all of it is ASCII. Found out once.
     [[nodiscard]] bool isASCII() const noexcept;
-    /// To a text that has no other owner.
+    /// To a text with a single owner.
     void append(std::string_view utf8) const;
     /// Throws if a list cannot grow by so many items.
     void expectItems(std::size_t more) const;

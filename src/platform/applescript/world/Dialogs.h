@@ -6,7 +6,7 @@
 namespace qv::applescript::world {
 
 // Windows and messages in the session of the requester, shown by zenity(1) or kdialog(1), which run
-// as its user. -1713 where there is no session with a screen, or neither of the two; -128 when the
+// as its user. -1713 without a session with a screen, and without either program; -128 when the
 // user cancels.
 
 /// `display dialog` and `display alert`. A record: button returned, text returned, gave up.

@@ -171,7 +171,7 @@ constexpr std::array kObjectCommands = std::to_array<ObjectCommand>({
          return ScriptValue();
      }},
     {Term::isRunning, [](const Call& /*call*/) { return ScriptValue::boolean(true); }},
-    // It is always there, and has no windows.
+    // Finder always runs, and never shows a window.
     {Term::activate, nothing},
     {Term::launch, nothing},
     {Term::run, nothing},

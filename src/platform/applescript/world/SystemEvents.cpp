@@ -68,7 +68,7 @@ ScriptValue makeFrom(WorldContext& context, SystemEventsObjects& model, const Co
     return objectSpecifier(Term::loginItem, Specifier::Form::name, ScriptValue::text(item.name));
 }
 
-// Login items among the objects are removed; true if there are no others.
+// Login items among the objects are removed; true if all of them were login items.
 bool removeLoginItems(WorldContext& context, SystemEventsObjects& model,
                       const ScriptValue& object) {
     const std::vector<WorldObject> objects = objectsIn(model, object);

@@ -17,7 +17,7 @@ struct ResolvedApplication {
     std::string path; ///< of its bundle, its desktop entry or its program
 };
 
-/// By name, path or identifier; none if there is no such application.
+/// By name, path or identifier; none if it is not installed.
 [[nodiscard]] std::optional<ResolvedApplication> findApplication(WorldContext& context,
                                                                  const Specifier& application);
 /// The same; -1728 if there is none.

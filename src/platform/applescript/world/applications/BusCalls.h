@@ -10,7 +10,7 @@
 namespace qv::applescript::world {
 
 // Calls to programs on the bus of the session, each made by a process that is its user, and given
-// up in time. False if there is no such bus, nobody has the name, or the call failed.
+// up in time. False if the bus cannot be reached, the name is not owned, or the call failed.
 
 /// Has an application carry out one of its actions (org.freedesktop.Application), if it runs.
 [[nodiscard]] bool activateAction(WorldContext& context, const std::string& busName,
