@@ -160,6 +160,7 @@ TEST_F(FileManagerTest, CreatesFilesWhole) {
 // copied into.
 TEST_F(FileManagerTest, IsNotLedElsewhereByARace) {
     constexpr int kUsual = 700; // milliseconds for each of the three
+    constexpr long kEnough = 10;
     const std::chrono::milliseconds duration(test::effort("QV_TEST_MILLISECONDS", kUsual));
     for (const std::string what : {"remove", "copy", "copy into"}) {
         const test::TemporaryDirectory work;
@@ -174,8 +175,10 @@ TEST_F(FileManagerTest, IsNotLedElsewhereByARace) {
             }
         });
         const auto end = std::chrono::steady_clock::now() + duration;
-        long rounds = 0;
-        for (; std::chrono::steady_clock::now() < end; ++rounds) {
+        // A busy machine gets the time that it needs for a few rounds; ctest's limit ends the rest.
+        for (long rounds = 0;
+             rounds < kEnough || swaps < kEnough || std::chrono::steady_clock::now() < end;
+             ++rounds) {
             std::error_code ignored;
             fs::create_directories(work / "tree/a/inner/deep", ignored);
             if (what == "remove") {
@@ -195,8 +198,6 @@ TEST_F(FileManagerTest, IsNotLedElsewhereByARace) {
         }
         racer.request_stop();
         racer.join();
-        EXPECT_GT(rounds, 10) << what;
-        EXPECT_GT(swaps, 10) << what;
     }
 }
 
