@@ -12,10 +12,13 @@ namespace qv::tools {
 
 /// The exit status of `qvcatalog`, the same for every command; the README describes it to users.
 enum class ExitStatus : std::uint8_t {
-    success = 0, ///< done; the answer is yes
-    failed = 1,  ///< the command was carried out and failed, or the answer is no
-    usage = 2,   ///< no answer: wrong arguments, or a file that cannot be read or written
-    refused = 3, ///< the service refuses this client or cannot be reached
+    success = 0,       ///< done, also when nothing was to do; the answer is yes
+    failed = 1,        ///< the command was carried out and failed, or the answer is no
+    usage = 2,         ///< no answer: wrong arguments, or a file that cannot be read or written
+    faulty = 3,        ///< a script that must not be sent: it has a mistake
+    notAuthorised = 4, ///< the service, or this command, refuses the caller
+    unreachable = 5,   ///< nobody listens, or the connection broke
+    changes = 10,      ///< a plan that changes something
 };
 
 /// Why a command has no answer, in one line. With --json it is printed as an object: "error" is the

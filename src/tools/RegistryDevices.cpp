@@ -1,10 +1,10 @@
 #include "tools/RegistryDevices.h"
 
 #include "ioregistry/QVServiceQuery.h"
+#include "platform/foundation/text/SimilarNames.h"
 #include "platform/foundation/values/Description.h"
 #include "platform/iokit/IOKit.h"
 #include "platform/iokit/RegistryReplacement.h"
-#include "tools/SimilarNames.h"
 #include "tools/Terminal.h"
 
 #include <fmt/format.h>

@@ -96,22 +96,26 @@ std::string remedyFor(const std::string& socketPath) {
 
 tl::unexpected<Failure> serviceFailure(const Error& error, const std::string& socketPath) {
     std::string reason = error.localizedDescription();
-    if (error.code() != static_cast<std::int64_t>(xpc::ClientErrorCode::unreachable)) {
-        return failure(ExitStatus::refused, std::move(reason));
+    const auto code = static_cast<xpc::ClientErrorCode>(error.code());
+    if (code == xpc::ClientErrorCode::rejected || code == xpc::ClientErrorCode::unfit) {
+        return failure(ExitStatus::notAuthorised, std::move(reason));
+    }
+    if (code != xpc::ClientErrorCode::unreachable) {
+        return failure(ExitStatus::unreachable, std::move(reason));
     }
     const Value info = error.userInfo();
     if (const Value* cause = info.find(error_key::kUnderlyingError)) {
         reason = fmt::format("The service cannot be reached at {}: {}", socketPath,
                              errnoText(static_cast<int>(cause->asError().code())));
     }
-    return failure(ExitStatus::refused, reason + remedyFor(socketPath));
+    return failure(ExitStatus::unreachable, reason + remedyFor(socketPath));
 }
 
 } // namespace
 
 Result run(const RunOptions& options) {
     if (!mayRun()) {
-        return failure(ExitStatus::refused, "only root may run scripts with this program");
+        return failure(ExitStatus::notAuthorised, "only root may run scripts with this program");
     }
     const auto script = readList(options.file);
     if (!script) {

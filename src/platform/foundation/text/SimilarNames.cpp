@@ -1,8 +1,8 @@
-#include "tools/SimilarNames.h"
+#include "platform/foundation/text/SimilarNames.h"
 
 #include <algorithm>
 
-namespace qv::tools {
+namespace qv {
 
 namespace {
 
@@ -48,4 +48,4 @@ std::vector<std::string> similarNames(std::string_view word,
     return names;
 }
 
-} // namespace qv::tools
+} // namespace qv

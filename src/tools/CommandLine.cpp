@@ -1,0 +1,402 @@
+#include "tools/CommandLine.h"
+
+#include "client/QVCatalogHelperClient.h"
+#include "platform/foundation/configuration/Configuration.h"
+#include "platform/foundation/text/SimilarNames.h"
+#include "tools/Commands.h"
+#include "tools/Terminal.h"
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+#include <array>
+#include <functional>
+#include <span>
+#include <sstream>
+
+namespace qv::tools {
+
+namespace {
+
+using Command = std::function<Result()>;
+
+void addRun(CLI::App& command, Command& chosen) {
+    auto options = std::make_shared<RunOptions>();
+    options->socketPath = QVCatalogHelperClient::defaultSocketPath();
+    command
+        .add_option("FILE", options->file,
+                    "the script, a property list in any encoding; - for standard input")
+        ->required();
+    command.add_option("--socket", options->socketPath, "where the service listens")
+        ->capture_default_str();
+    command.add_flag("--json", options->json, "print the outcome as JSON");
+    command.callback([&chosen, options] { chosen = [options] { return run(*options); }; });
+}
+
+void addSign(CLI::App& command, Command& chosen) {
+    auto options = std::make_shared<SignOptions>();
+    command.add_option("FILE", options->file, "the program, an ELF file")->required();
+    command
+        .add_option("--identifier", options->identifier,
+                    "signing identifier, e.g. com.example.Tool")
+        ->required();
+    command.add_option("--certificate", options->certificate, "the signer's certificate, PEM")
+        ->required();
+    command.add_option("--key", options->key, "its private key, PEM, readable by its owner only")
+        ->required();
+    command.add_option("--intermediate", options->intermediates,
+                       "certificates between it and the anchor, PEM");
+    command
+        .add_option("--team", options->team,
+                    "team identifier, the organisational unit of the certificate")
+        ->required();
+    command
+        .add_option("--flags", options->flags,
+                    "hard, kill, runtime, restrict, library-validation, expires")
+        ->delimiter(',');
+    command.add_option("--entitlements", options->entitlements,
+                       "property list with the entitlements");
+    command.add_option("--info", options->info, "property list with the information dictionary");
+    command.add_option("--platform", options->platform, "platform number");
+    command.callback([&chosen, options] { chosen = [options] { return sign(*options); }; });
+}
+
+void addVerify(CLI::App& command, Command& chosen) {
+    auto options = std::make_shared<VerifyOptions>();
+    auto* file = command.add_option("FILE", options->file, "a program on disk");
+    auto* pid = command.add_option("--pid", options->pid, "a running process instead");
+    file->excludes(pid);
+    command.add_flag("--explain", options->explain,
+                     "print every fact that counted, and what to change about it");
+    command.add_option("--requirement", options->requirement,
+                       "instead of the one that the service demands");
+    command.add_flag("--json", options->json, "print the findings as JSON");
+    command.callback([&chosen, options] { chosen = [options] { return verify(*options); }; });
+}
+
+void addInstallClient(CLI::App& command, Command& chosen) {
+    auto options = std::make_shared<InstallClientOptions>();
+    command.add_option("FILE", options->file, "the signed program")->required();
+    command.add_option("DESTINATION", options->destination,
+                       "the file that it becomes; FILE itself when left out");
+    command.add_flag("--json", options->json, "print the outcome as JSON");
+    command.footer("Needs root. Never install an interpreter, or anything else that carries out "
+                   "what its caller hands it: its callers would speak as the client.");
+    command.callback(
+        [&chosen, options] { chosen = [options] { return installClient(*options); }; });
+}
+
+void addClients(CLI::App& command, Command& chosen) {
+    auto options = std::make_shared<ClientsOptions>();
+    command.add_option("--in", options->folders,
+                       "folders to look for installed programs in; /usr, /usr/local, /opt and "
+                       "/srv when left out");
+    command.add_flag("--json", options->json, "print as JSON");
+    command.callback([&chosen, options] { chosen = [options] { return clients(*options); }; });
+}
+
+void addPlist(CLI::App& command, Command& chosen) {
+    auto options = std::make_shared<PlistOptions>();
+    command
+        .add_option("FILE", options->file, "a property list in any encoding; - for standard input")
+        ->required();
+    command.add_option("--to", options->to, "xml, binary or json")
+        ->check(CLI::IsMember({"xml", "binary", "json"}));
+    command.add_option("-o,--output", options->output,
+                       "where to write; standard output when left out");
+    command.add_flag("--archive", options->archive,
+                     "decode a keyed archive; shown as JSON unless --to says otherwise");
+    command.callback([&chosen, options] { chosen = [options] { return plist(*options); }; });
+}
+
+void addPreferencesRead(CLI::App& command, Command& chosen) {
+    auto options = std::make_shared<PreferencesOptions>();
+    command
+        .add_option("DOMAIN", options->domain,
+                    "an application's identifier, or kCFPreferencesAnyApplication")
+        ->required();
+    command.add_option("KEY", options->key, "the value under this key alone");
+    command.add_option("--user", options->user,
+                       "a user's name, or any; the current user when left out");
+    command.add_option("--host", options->host, "any, current, or a name")->capture_default_str();
+    command.add_flag("--json", options->json, "print as JSON");
+    command.callback(
+        [&chosen, options] { chosen = [options] { return readPreferences(*options); }; });
+}
+
+void addRequirement(CLI::App& command, Command& chosen) {
+    auto options = std::make_shared<RequirementOptions>();
+    command.add_option("TEXT", options->text, "the requirement")->required();
+    command.add_flag("--json", options->json, "print as JSON");
+    command.callback([&chosen, options] { chosen = [options] { return requirement(*options); }; });
+}
+
+void addRule(CLI::App& command, Command& chosen) {
+    auto options = std::make_shared<RuleOptions>();
+    command.add_option("RULE", options->rule, "the rule; - for standard input");
+    command
+        .add_option("--set", options->settings,
+                    "NAME=VALUE: a value that the rule may name; a number, true, false, or "
+                    "text, which may stand in double quotes")
+        ->allow_extra_args(false);
+    command.add_option("--value", options->value,
+                       "print what a single call \"${...}\" or key path gives instead");
+    command.add_option("--root", options->root,
+                       "ask another machine, of whose files this folder holds a copy");
+    command.add_flag("--explain", options->explain,
+                     "print the calls, the text without them, and what became of each part of it");
+    command.add_flag("--json", options->json, "print as JSON");
+    command.callback([&chosen, options] { chosen = [options] { return rule(*options); }; });
+}
+
+void addFacts(CLI::App& command, Command& chosen) {
+    auto options = std::make_shared<FactsOptions>();
+    command.add_option("WORD", options->words, "only questions with one of these words in them");
+    command.add_option("--root", options->root,
+                       "ask another machine, of whose files this folder holds a copy");
+    command.add_flag("--native", options->native, "also the kernel's own parameters");
+    command.add_flag("--json", options->json, "print as JSON");
+    command.footer("Each fact stands as the question that a rule asks. Questions about the host "
+                   "application are answered for this command here, and for the service in a "
+                   "script.");
+    command.callback([&chosen, options] { chosen = [options] { return facts(*options); }; });
+}
+
+void addRegistry(CLI::App& command, Command& chosen) {
+    auto options = std::make_shared<RegistryOptions>();
+    command.add_option("DEVICE", options->device,
+                       "one device, by interface, device file, name, path or entry ID: its "
+                       "properties, and the rule that asks for it");
+    command.add_option("--class", options->className, "devices of a class, e.g. IOMedia");
+    command
+        .add_option("--property", options->properties,
+                    "NAME or NAME=VALUE: devices that have this property; all that are given")
+        ->allow_extra_args(false);
+    command.add_option("--plane", options->plane, "the plane of the registry")
+        ->capture_default_str();
+    command.add_option("--sysfs", options->sysfs, "a copy of another machine's /sys");
+    command.add_flag("--properties", options->showProperties, "print the properties too");
+    command.add_flag("--watch", options->watch, "follow what comes and goes until Ctrl-C");
+    command.add_flag("--json", options->json,
+                     "print as JSON; with --watch one value a line for each event");
+    command.callback([&chosen, options] { chosen = [options] { return registry(*options); }; });
+}
+
+void addApplication(CLI::App& command, Command& chosen) {
+    auto options = std::make_shared<ApplicationOptions>();
+    auto* identifier = command.add_option("IDENTIFIER", options->identifier,
+                                          "a bundle's, or a desktop entry's; in any case");
+    auto* name = command.add_option("--name", options->name,
+                                    "instead: the name that people see, or that of its file");
+    identifier->excludes(name);
+    command.add_option("--user", options->user, "look as the service does for this user");
+    command.add_flag("--json", options->json, "print as JSON");
+    command.callback([&chosen, options] { chosen = [options] { return application(*options); }; });
+}
+
+void addExtract(CLI::App& command, Command& chosen) {
+    auto options = std::make_shared<ExtractOptions>();
+    command.add_option("FILE", options->file, "a ZIP archive (.zip) or a disk image (.dmg)")
+        ->required();
+    command.add_option("--to", options->to,
+                       "the folder for its content; a fresh one on FILE's volume when left out");
+    command.add_flag("--json", options->json, "print as JSON");
+    command.callback([&chosen, options] { chosen = [options] { return extract(*options); }; });
+}
+
+void addFindBundle(CLI::App& command, Command& chosen) {
+    auto options = std::make_shared<FindBundleOptions>();
+    command.add_option("ID", options->identifier, "the bundle's identifier, in any case")
+        ->required();
+    command.add_option("DIR", options->folder, "where to look, folders in it included")->required();
+    command.add_flag("--json", options->json, "print as JSON");
+    command.callback([&chosen, options] { chosen = [options] { return findBundle(*options); }; });
+}
+
+void addScript(CLI::App& command, Command& chosen) {
+    auto options = std::make_shared<ScriptOptions>();
+    command.add_option("FILE", options->file, "a program in AppleScript, or - for standard input")
+        ->required();
+    command.add_flag("--check", options->check, "compile it only");
+    command.add_flag("--json", options->json, "print as JSON");
+    command.callback([&chosen, options] { chosen = [options] { return script(*options); }; });
+}
+
+void addVersion(CLI::App& command, Command& chosen) {
+    auto options = std::make_shared<VersionOptions>();
+    command.add_option("A", options->version, "a version, e.g. 10.6.8")->required();
+    command.add_option("B", options->other, "another one")->required();
+    command.callback([&chosen, options] { chosen = [options] { return version(*options); }; });
+}
+
+void addTrustList(CLI::App& command, Command& chosen) {
+    auto options = std::make_shared<TrustListOptions>();
+    command.add_flag("--json", options->json, "print as JSON");
+    command.callback([&chosen, options] { chosen = [options] { return trustList(*options); }; });
+}
+
+void addTrustCheck(CLI::App& command, Command& chosen) {
+    auto options = std::make_shared<TrustCheckOptions>();
+    auto* path = command.add_option("PATH", options->path, "a program on disk");
+    auto* pid = command.add_option("--pid", options->pid, "a running process instead");
+    path->excludes(pid);
+    command.callback([&chosen, options] { chosen = [options] { return trustCheck(*options); }; });
+}
+
+void addTrustRevoke(CLI::App& command, Command& chosen) {
+    auto options = std::make_shared<TrustRevokeOptions>();
+    command.add_option("PATH", options->path, "as list shows it; the file may be gone")->required();
+    command.callback([&chosen, options] { chosen = [options] { return trustRevoke(*options); }; });
+}
+
+/// One command, or a group of commands. To add a command, add a row.
+struct CommandRow {
+    std::string_view name;
+    std::string_view help; ///< one line
+    /// Gives the command its options and what it calls. Null in a group.
+    void (*addOptions)(CLI::App& command, Command& chosen);
+    // NOLINTNEXTLINE(readability-redundant-member-init): GCC misses it in initializers
+    std::span<const CommandRow> group = {};
+};
+
+constexpr std::array kPreferences = std::to_array<CommandRow>({
+    {"read", "Print the values of a domain, or one of them, as a property list",
+     addPreferencesRead},
+});
+
+constexpr std::array kTrust = std::to_array<CommandRow>({
+    {"list", "Show the programs that are trusted", addTrustList},
+    {"check", "Tell whether a program is trusted, and why not", addTrustCheck},
+    {"revoke", "Take trust away from a program (root only)", addTrustRevoke},
+});
+
+constexpr std::array kCommands = std::to_array<CommandRow>({
+    {"run", "Send a script to the service and show how it went", addRun},
+    {"sign", "Sign a program, replacing the signature that it has", addSign},
+    {"install-client", "Install a signed program as a client of the service (root only)",
+     addInstallClient},
+    {"verify", "Tell whether the service would accept a program, and why not", addVerify},
+    {"clients", "Show the allowed clients, and the installed programs that carry the mark",
+     addClients},
+    {"plist", "Validate a property list, or convert it", addPlist},
+    {"preferences", "Look at the preferences of programs", nullptr, kPreferences},
+    {"requirement", "Compile a code requirement and print its canonical text and tree",
+     addRequirement},
+    {"rule", "Evaluate a rule of conditional blocks on this machine", addRule},
+    {"facts", "Print what rules can ask of this machine, and the answers", addFacts},
+    {"registry", "Show the devices of this machine, follow them, or make a rule for one",
+     addRegistry},
+    {"application", "Print where an application is: its bundle or desktop entry", addApplication},
+    {"extract", "Unpack a ZIP archive or a disk image and print where", addExtract},
+    {"find-bundle", "Print where in a folder the bundle of an identifier is", addFindBundle},
+    {"script", "Compile and execute a program in AppleScript", addScript},
+    {"version", "Compare two versions; -1: A is older than B, 0: the same, 1: newer", addVersion},
+    {"trust", "Show, check and revoke the trust that was granted to programs", nullptr, kTrust},
+});
+
+void addCommands(CLI::App& parent, std::span<const CommandRow> rows, Command& chosen) {
+    parent.require_subcommand(1);
+    for (const CommandRow& row : rows) {
+        CLI::App& command = *parent.add_subcommand(std::string(row.name), std::string(row.help));
+        if (row.addOptions != nullptr) {
+            row.addOptions(command, chosen);
+        } else {
+            addCommands(command, row.group, chosen);
+        }
+    }
+}
+
+// "qvcatalog trust list": a command with those that it stands in.
+std::string fullName(const CLI::App& command) {
+    const CLI::App* parent = command.get_parent();
+    return (parent == nullptr ? "" : fullName(*parent) + " ") + command.get_name();
+}
+
+// One line for each command below this one.
+std::string listing(const CLI::App& parent) {
+    std::string lines;
+    for (const CLI::App* command : parent.get_subcommands({})) {
+        lines += command->get_subcommands({}).empty()
+                     ? fmt::format("  {:<28} {}\n", fullName(*command), command->get_description())
+                     : listing(*command);
+    }
+    return lines;
+}
+
+// What is wrong with the words of a command line: the first unknown one, if there is one. `place`
+// is the innermost command that they name.
+std::string usageFault(const CLI::App& place, const std::vector<std::string>& unknown,
+                       const CLI::ParseError& error) {
+    const std::string name = place.get_parent() == nullptr ? "" : fullName(place).substr(10) + ": ";
+    if (unknown.empty()) {
+        return name + error.what();
+    }
+    const std::string& word = unknown.front();
+    std::vector<std::string> known;
+    std::string_view kind = "argument";
+    if (word.starts_with('-')) {
+        kind = "option";
+        for (const CLI::Option* option : place.get_options()) {
+            for (const std::string& each : option->get_lnames()) {
+                known.push_back("--" + each);
+            }
+        }
+    } else if (!place.get_subcommands({}).empty()) {
+        kind = "command";
+        for (const CLI::App* each : place.get_subcommands({})) {
+            known.push_back(each->get_name());
+        }
+    }
+    const std::vector<std::string> similar = similarNames(word, known);
+    if (similar == std::vector{word}) { // of the command, given to the group that it is in
+        return fmt::format("{}{} must come after the name of the command", name, word);
+    }
+    return fmt::format("{}unknown {} \"{}\"{}", name, kind, word,
+                       similar.empty()
+                           ? std::string()
+                           : fmt::format("; did you mean {}?", fmt::join(similar, " or ")));
+}
+
+Result parse(CLI::App& app, int count, const char* const* arguments) {
+    try {
+        app.parse(count, arguments);
+        return ExitStatus::success;
+    } catch (const CLI::Success& success) { // --help, --version
+        std::ostringstream text;
+        app.exit(success, text);
+        Terminal::standardOutput().write(text.str());
+        return ExitStatus::success;
+    } catch (const CLI::ParseError& error) {
+        const std::vector<std::string> unknown = app.remaining(true);
+        const CLI::App* place = &app;
+        while (!place->get_subcommands().empty()) {
+            place = place->get_subcommands().front();
+        }
+        if (!place->get_subcommands({}).empty() && unknown.empty()) {
+            Terminal::standardError().write(
+                fmt::format("usage: {} COMMAND ... (--help tells more)\n{}", fullName(*place),
+                            listing(*place)));
+            return failure(ExitStatus::usage, "a command is missing");
+        }
+        return failure(ExitStatus::usage, usageFault(*place, unknown, error));
+    }
+}
+
+} // namespace
+
+Result parseAndRun(int count, const char* const* arguments) {
+    CLI::App app(
+        "Works with QVCatalogHelperXPC, the service that carries out installation scripts.",
+        "qvcatalog");
+    app.set_version_flag("--version", std::string(configuration::kVersion));
+    app.footer(
+        "Exit status: 0 success, or the answer is yes; 1 failed, or the answer is no; 2 usage, "
+        "or a file that cannot be read or written; 3 the script has a mistake; 4 refused by the "
+        "service, or not root; 5 the service cannot be reached; 10 the plan has changes.");
+    Command chosen;
+    addCommands(app, kCommands, chosen);
+    const Result parsed = parse(app, count, arguments);
+    return parsed && chosen ? chosen() : parsed;
+}
+
+} // namespace qv::tools
