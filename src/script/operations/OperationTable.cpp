@@ -47,9 +47,10 @@ constexpr std::array<Field, sizeof...(fields)> kFieldsOf = {fields...};
 
 /// A row whose fields are the parameters of its method.
 template <auto method, const Field&... fields>
-constexpr Operation row(OperationCode code, std::string_view selector, unsigned options,
-                        Effect effect, std::string_view text) {
+constexpr Operation row(OperationCode code, std::string_view name, std::string_view selector,
+                        unsigned options, Effect effect, std::string_view text) {
     return {.code = code,
+            .name = name,
             .selector = selector,
             .fields = kFieldsOf<fields...>,
             .options = static_cast<std::uint8_t>(options),
@@ -68,67 +69,68 @@ constexpr unsigned kAdminAndRetry = kPriviledgedWithAdminRights | kRetryPriviled
 
 constexpr std::array<Operation, kOperationCount> kTable = {{
     row<&Script::waitForQuitOfApplicationWithPID, kProcess>(
-        waitForQuitOfApplicationWithPID, "waitForQuitOfApplicationWithPID:", kNoOptions,
-        Effect::reads, "wait until {process} has quit"),
-    row<&Script::launchApplicationAtURL, kApplicationItem>(launchApplicationAtURL,
+        waitForQuitOfApplicationWithPID, "waitForQuit", "waitForQuitOfApplicationWithPID:",
+        kNoOptions, Effect::reads, "wait until {process} has quit"),
+    row<&Script::launchApplicationAtURL, kApplicationItem>(launchApplicationAtURL, "launch",
                                                            "launchApplicationAtURL:", kNoOptions,
                                                            Effect::starts, "launch {application}"),
-    row<&Script::removeItemAtURL, kItem>(removeItemAtURL, "removeItemAtURL:", kAdminAndRetry,
-                                         Effect::removes, "remove {item}"),
-    row<&Script::trashItemAtURL, kItem>(trashItemAtURL, "trashItemAtURL:", kAdminAndRetry,
+    row<&Script::removeItemAtURL, kItem>(removeItemAtURL, "remove", "removeItemAtURL:",
+                                         kAdminAndRetry, Effect::removes, "remove {item}"),
+    row<&Script::trashItemAtURL, kItem>(trashItemAtURL, "trash", "trashItemAtURL:", kAdminAndRetry,
                                         Effect::removes, "trash {item}"),
     row<&Script::moveItemFromURL, kFrom, kTo, kAdapt, kAtomic>(
-        moveItemFromURL, "moveItemFromURL:toURL:adaptOwnershipToParent:atomic:", kAdminAndRetry,
-        Effect::changes, "move {from} to {to}"),
+        moveItemFromURL, "move", "moveItemFromURL:toURL:adaptOwnershipToParent:atomic:",
+        kAdminAndRetry, Effect::changes, "move {from} to {to}"),
     row<&Script::copyItemFromURL, kFrom, kTo, kAdapt, kAtomic>(
-        copyItemFromURL, "copyItemFromURL:toURL:adaptOwnershipToParent:atomic:", kAdminAndRetry,
-        Effect::creates, "copy {from} to {to}"),
+        copyItemFromURL, "copy", "copyItemFromURL:toURL:adaptOwnershipToParent:atomic:",
+        kAdminAndRetry, Effect::creates, "copy {from} to {to}"),
     row<replaceItem, kNewItem, kOldItem, kAdapt>(
-        replaceItemAtURL, "replaceItemAtURL:withItemAtURL:adaptOwnershipToParent:", kAdminAndRetry,
-        Effect::changes, "replace {old item} by {new item}"),
-    row<&Script::touchItemAtURL, kItem>(touchItemAtURL, "touchItemAtURL:", kAdminAndRetry,
+        replaceItemAtURL, "replace", "replaceItemAtURL:withItemAtURL:adaptOwnershipToParent:",
+        kAdminAndRetry, Effect::changes, "replace {old item} by {new item}"),
+    row<&Script::touchItemAtURL, kItem>(touchItemAtURL, "touch", "touchItemAtURL:", kAdminAndRetry,
                                         Effect::changes, "touch {item}"),
     row<&Script::executeTool, kTool, kArguments, kExitCodes>(
-        executeTool, "executeTool:arguments:successReturnCodes:", kPriviledgedWithAdminRights,
-        Effect::opaque, "run {tool}"),
+        executeTool, "runTool", "executeTool:arguments:successReturnCodes:",
+        kPriviledgedWithAdminRights, Effect::opaque, "run {tool}"),
     row<&Script::setPreferencesForApplicationID, kApplication, kPreferenceKey, kPreference, kUser,
-        kHost>(setPreferencesForApplicationID,
+        kHost>(setPreferencesForApplicationID, "setPreference",
                "setPreferencesForApplicationID:key:value:userName:hostName:", kAdminAndRetry,
                Effect::changes, "set the preference {key} of {application}"),
     row<&Script::saveOwnerAndGroupOfURL, kItemToSave, kSaveAs>(
-        saveOwnerAndGroupOfURL, "saveOwnerAndGroupOfURL:toID:", kNoOptions, Effect::reads,
-        "save owner and group of {item} as {identifier}"),
+        saveOwnerAndGroupOfURL, "saveOwner", "saveOwnerAndGroupOfURL:toID:", kNoOptions,
+        Effect::reads, "save owner and group of {item} as {identifier}"),
     row<&Script::applyOwnerAndGroupOfURL, kItemToOwn, kOwnerRecursive, kSavedAs>(
-        applyOwnerAndGroupOfURL, "applyOwnerAndGroupOfURL:recursive:fromID:", kAdminAndRetry,
-        Effect::changes, "give {item} the owner and group saved as {identifier}"),
+        applyOwnerAndGroupOfURL, "applyOwner", "applyOwnerAndGroupOfURL:recursive:fromID:",
+        kAdminAndRetry, Effect::changes, "give {item} the owner and group saved as {identifier}"),
     row<&Script::changeOwnershipOfItem, kItem, kUserID, kGroupID, kIDsRecursive>(
-        changeOwnershipOfItem, "changeOwnershipOfItem:userID:groupID:recursive:", kAdminAndRetry,
-        Effect::changes, "change owner and group of {item} to {user} and {group}"),
+        changeOwnershipOfItem, "changeOwner", "changeOwnershipOfItem:userID:groupID:recursive:",
+        kAdminAndRetry, Effect::changes, "change owner and group of {item} to {user} and {group}"),
     row<&Script::changeModeOfItem, kItem, kMode, kModeRecursive>(
-        changeModeOfItem, "changeModeOfItem:toMode:recursive:", kAdminAndRetry, Effect::changes,
-        "change the mode of {item} to {mode}"),
+        changeModeOfItem, "changeMode", "changeModeOfItem:toMode:recursive:", kAdminAndRetry,
+        Effect::changes, "change the mode of {item} to {mode}"),
     row<&Script::makeProcessAXTrusted, kProgram>(
-        makeProcessAXTrusted,
+        makeProcessAXTrusted, "trustProgram",
         "makeProcessAXTrusted:", kPriviledgedWithAdminRights | kAlwaysPriviledged, Effect::changes,
         "grant {program} accessibility trust"),
-    row<&Script::executeAppleScript, kAppleScript>(executeAppleScript,
+    row<&Script::executeAppleScript, kAppleScript>(executeAppleScript, "runAppleScript",
                                                    "executeAppleScript:", kNoOptions,
                                                    Effect::opaque, "run the AppleScript {source}"),
     row<&Script::updateProgressField, kProgressField, kProgress>(
-        updateProgressField, "updateProgressField:withValue:", kNoOptions, Effect::reads,
-        "report {value} as progress in field {field}"),
-    row<&Script::beginIfBlock, kRule>(beginIfBlock, "beginIfBlock:", kNoOptions, Effect::decides,
-                                      "if {rule}"),
-    row<&Script::beginElseBlock>(beginElseBlock, "beginElseBlock", kNoOptions, Effect::decides,
-                                 "else"),
-    row<&Script::endIfBlock>(endIfBlock, "endIfBlock", kNoOptions, Effect::decides, "end if"),
+        updateProgressField, "reportProgress", "updateProgressField:withValue:", kNoOptions,
+        Effect::reads, "report {value} as progress in field {field}"),
+    row<&Script::beginIfBlock, kRule>(beginIfBlock, "if", "beginIfBlock:", kNoOptions,
+                                      Effect::decides, "if {rule}"),
+    row<&Script::beginElseBlock>(beginElseBlock, "else", "beginElseBlock", kNoOptions,
+                                 Effect::decides, "else"),
+    row<&Script::endIfBlock>(endIfBlock, "endIf", "endIfBlock", kNoOptions, Effect::decides,
+                             "end if"),
     row<&Script::setErrorHandlingBehaviour, kErrorBehaviour>(
-        setErrorHandlingBehaviour, "setErrorHandlingBehaviour:", kNoOptions, Effect::decides,
-        "set the error behaviour to {behaviour}"),
+        setErrorHandlingBehaviour, "setErrorBehaviour", "setErrorHandlingBehaviour:", kNoOptions,
+        Effect::decides, "set the error behaviour to {behaviour}"),
     row<&Script::setExecuteWithAdminRights, kAdminRights>(
-        setExecuteWithAdminRights, "setExecuteWithAdminRights:", kNoOptions, Effect::decides,
-        "set admin rights to {admin rights}"),
-    row<&Script::setKeyValueStorage, kStorage>(setKeyValueStorage,
+        setExecuteWithAdminRights, "setAdminRights", "setExecuteWithAdminRights:", kNoOptions,
+        Effect::decides, "set admin rights to {admin rights}"),
+    row<&Script::setKeyValueStorage, kStorage>(setKeyValueStorage, "setStorage",
                                                "setKeyValueStorage:", kNoOptions, Effect::decides,
                                                "set the key-value storage to {storage}"),
 }};
@@ -169,6 +171,11 @@ static_assert(fieldsAreInOrder(), "a record holds the fields in the order of the
 
 const Operation* operationForCode(std::uint64_t code) noexcept {
     return code < kTable.size() ? &kTable[code] : nullptr;
+}
+
+const Operation* operationNamed(std::string_view name) noexcept {
+    const auto* row = std::ranges::find(kTable, name, &Operation::name);
+    return row == kTable.end() ? nullptr : row;
 }
 
 std::string_view operationName(const Operation& operation) noexcept {

@@ -76,6 +76,17 @@ std::string_view stepKeyName(StepKey key) noexcept {
     return kKeyNames[static_cast<std::size_t>(key)];
 }
 
+std::string Field::writtenKey() const {
+    std::string written;
+    for (std::size_t i = 0; i < name.size(); ++i) {
+        const bool beginsWord = i > 0 && name[i - 1] == ' '; // words are of small letters
+        if (name[i] != ' ') {
+            written += beginsWord ? static_cast<char>(name[i] - 'a' + 'A') : name[i];
+        }
+    }
+    return written;
+}
+
 const FieldKindInfo& infoOf(FieldKind kind) noexcept {
     return kKinds[static_cast<std::size_t>(kind)];
 }

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <string_view>
 
 namespace qv {
@@ -65,6 +66,9 @@ struct Field {
     FieldKind kind;
     Missing missing;
     InRecord inRecord = InRecord::required;
+
+    /// The key in scripts that people write: "adaptOwnership" for "adapt ownership".
+    [[nodiscard]] std::string writtenKey() const;
 };
 
 /// The class of a value, and what a value of another class becomes.

@@ -60,6 +60,7 @@ enum class Effect : std::uint8_t {
 /// One row: all that is known of an operation. To add one, add a method and a row.
 struct Operation {
     OperationCode code;
+    std::string_view name; ///< in scripts that people write: "remove"
     std::string_view selector;
     std::span<const Field> fields; ///< what it records, in the order of their keys
     std::uint8_t options;          ///< OperationOptions
@@ -73,6 +74,8 @@ struct Operation {
 
 /// Null pointer for a number that is no code; negative numbers come as large ones.
 [[nodiscard]] const Operation* operationForCode(std::uint64_t code) noexcept;
+/// Null pointer for a text that is not the name of a row.
+[[nodiscard]] const Operation* operationNamed(std::string_view name) noexcept;
 /// The method's name: "removeItemAtURL".
 [[nodiscard]] std::string_view operationName(const Operation& operation) noexcept;
 [[nodiscard]] const Operation& operationRow(OperationCode code) noexcept;
