@@ -32,6 +32,8 @@ set(QV_CLIENT_GROUP "_qvclient" CACHE STRING
     "Group, by name or number, that installed clients are set-group-id to; it has no members")
 set(QV_AUTHORIZED_CLIENTS "anchor apple generic and identifier \"com.larkwen.QVCatalogHelper\" and (certificate leaf[field.1.2.840.113635.100.6.1.9] /* exists */ or certificate 1[field.1.2.840.113635.100.6.2.6] /* exists */ and certificate leaf[field.1.2.840.113635.100.6.1.13] /* exists */ and certificate leaf[subject.OU] = T4KQ8ZP3WM)"
   CACHE STRING "Code requirement of the clients that the service is built for, or: never")
+set(QV_JOURNAL_SOCKET "/run/systemd/journal/socket")
+set(QV_SYSLOG_SOCKET "/dev/log")
 option(QV_DEVELOPMENT
   "A developer's build: its own socket, and the development authority of the build tree as anchor" OFF)
 set(QV_DEVELOPMENT_FOLDER "") # below which alone a developer's build serves
@@ -44,6 +46,8 @@ if(QV_DEVELOPMENT)
   set(QV_DISK_IMAGE_TOOL "${CMAKE_BINARY_DIR}/bin/QVCatalogImager")
   set(QV_VOLUMES_DIR "${CMAKE_BINARY_DIR}/Volumes")
   set(QV_IMAGES_DIR "${CMAKE_BINARY_DIR}/run/images")
+  set(QV_JOURNAL_SOCKET "${CMAKE_BINARY_DIR}/run/journal.sock")
+  set(QV_SYSLOG_SOCKET "${CMAKE_BINARY_DIR}/run/log.sock")
   set(QV_CLIENT_GROUP 47110) # a number that no group need have
 endif()
 

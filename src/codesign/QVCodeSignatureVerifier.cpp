@@ -97,6 +97,28 @@ Error QVCodeSignatureVerifier::verifyRequirements() const {
     return failure ? failure : checkSignature();
 }
 
+ClientName QVCodeSignatureVerifier::signedName() const {
+    ClientName name;
+    Value information;
+    if (!_code || _code->copySigningInformation(0, &information) != 0) {
+        return name;
+    }
+    const auto text = [&](std::string_view key) {
+        const Value* value = information.find(key);
+        return value != nullptr && value->is(Value::Kind::string) ? std::string(value->asString())
+                                                                  : std::string();
+    };
+    name.identifier = text(kSecCodeInfoIdentifier);
+    name.team = text(kSecCodeInfoTeamIdentifier);
+    const Value* hash = information.find(kSecCodeInfoUnique);
+    if (hash != nullptr && hash->is(Value::Kind::data)) {
+        for (const char byte : hash->asData()) {
+            name.codeHash += fmt::format("{:02x}", static_cast<unsigned char>(byte));
+        }
+    }
+    return name;
+}
+
 std::function<bool()> QVCodeSignatureVerifier::identityCheck() const {
     return [code = _code] { return code && code->isUnchanged(); };
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "codesign/ClientName.h"
 #include "platform/foundation/values/Error.h"
 
 #include <tl/expected.hpp>
@@ -55,6 +56,9 @@ public:
     /// Tells, whenever it is asked, whether the process still is the very program that was looked
     /// up. May outlive the verifier.
     [[nodiscard]] std::function<bool()> identityCheck() const;
+    /// What the program is signed as; empty texts for what is not there. The client's own name is
+    /// the caller's to give.
+    [[nodiscard]] ClientName signedName() const;
     /// Where the lines of a verification go; the system log, if not told otherwise.
     using Log = std::function<void(std::string_view)>;
     void setLog(Log log) { log_ = std::move(log); }

@@ -20,6 +20,19 @@ Error urlErrorAmong(const Operation& operation, const StepFields& fields, const 
     return error;
 }
 
+StepOutcome outcomeOf(const Operation& operation, std::optional<StepOutcome> noted) {
+    switch (operation.effect) {
+    case Effect::reads:
+    case Effect::decides:
+        return StepOutcome::unchanged;
+    case Effect::starts:
+    case Effect::opaque:
+        return StepOutcome::done;
+    default:
+        return noted.value_or(StepOutcome::changed);
+    }
+}
+
 } // namespace
 
 bool QVCatalogScript::executeRecording(const Value& steps, Error* error,
@@ -45,11 +58,11 @@ bool QVCatalogScript::executeRecording(const Value& steps, Error* error,
             fields.skip();
         }
         const Operation* operation = operationForCode(fields.operation());
-        if (operation == nullptr) {
-            engine_->executeRecordingLastStatementError = {};
-            continue;
-        }
-        engine_->executeRecordingLastStatementError = engine_->replayStep(*operation, fields);
+        engine_->executeRecordingLastStatementError =
+            engine_->observer != nullptr
+                ? engine_->replayObserved(static_cast<std::size_t>(&step - steps.asArray().data()),
+                                          operation, fields)
+                : engine_->replayStep(operation, fields);
         if (engine_->executeRecordingLastStatementError && errorHandlingBehaviour() == 0) {
             if (error != nullptr) {
                 *error = engine_->executeRecordingLastStatementError;
@@ -65,9 +78,34 @@ bool QVCatalogScript::executeRecording(const Value& steps, Error* error,
     return true;
 }
 
-Error ScriptEngine::replayStep(const Operation& operation, const StepFields& fields) {
-    const Error error = operation.replay(script_, fields);
-    return error ? urlErrorAmong(operation, fields, error) : error;
+Error ScriptEngine::replayStep(const Operation* operation, const StepFields& fields) {
+    if (operation == nullptr) {
+        return {};
+    }
+    const Error error = operation->replay(script_, fields);
+    return error ? urlErrorAmong(*operation, fields, error) : error;
+}
+
+Error ScriptEngine::replayObserved(std::size_t index, const Operation* operation,
+                                   const StepFields& fields) {
+    const bool wasSkipping = !executeScript;
+    noted.reset();
+    ruleFault.clear();
+    const auto begin = std::chrono::steady_clock::now();
+    Error error = replayStep(operation, fields);
+    const auto duration = std::chrono::steady_clock::now() - begin;
+    StepOutcome outcome = StepOutcome::failed;
+    if (!error) {
+        const bool isSkipped = operation == nullptr || (wasSkipping && !executeScript);
+        outcome = isSkipped ? StepOutcome::skipped : outcomeOf(*operation, noted);
+    }
+    observer->stepEnded({.index = index,
+                         .operation = operation,
+                         .outcome = outcome,
+                         .error = error,
+                         .ruleFault = ruleFault,
+                         .duration = duration});
+    return error;
 }
 
 } // namespace qv

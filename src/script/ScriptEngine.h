@@ -5,9 +5,11 @@
 #include "script/KeyValueStorage.h"
 #include "script/PlatformServices.h"
 #include "script/QVCatalogScript.h"
+#include "script/StepObserver.h"
 #include "script/step/StepRecord.h"
 
 #include <initializer_list>
+#include <string>
 #include <vector>
 
 namespace qv {
@@ -31,6 +33,11 @@ struct ScriptVariables {
     QVCatalogScript::UpdateProgressBlock updateProgressBlock;
     KeyValueStorage keyValueStorage;
     const Value* currentStep = nullptr;
+    StepObserver* observer = nullptr; ///< of replays; none: nobody is told
+    /// What the operation at hand knows of its outcome, should it succeed; none: what its effect
+    /// says.
+    std::optional<StepOutcome> noted;
+    std::string ruleFault; ///< of the rule at hand, for the observer
     /// On whose behalf the script runs: applications are launched in that user's session. This
     /// process itself if it is not set. Set before the script runs, as the services are.
     ProcessIdentity::Shared requester;
@@ -58,7 +65,10 @@ public:
     Error perform(OperationCode code, std::initializer_list<StepArgument> arguments,
                   ExecutionBlock executionBlock);
     void recordControlStep(OperationCode code, std::initializer_list<StepArgument> arguments);
-    Error replayStep(const Operation& operation, const StepFields& fields);
+    /// `operation`: null for an unknown code, which does nothing.
+    Error replayStep(const Operation* operation, const StepFields& fields);
+    /// The same for the step of an index, which the observer is told of.
+    Error replayObserved(std::size_t index, const Operation* operation, const StepFields& fields);
 
     // The operations of these names, for items whose places are held already.
     Error move(const NamedItem& from, const NamedItem& to, bool adaptOwnershipToParent,

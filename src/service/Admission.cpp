@@ -116,7 +116,9 @@ Admission::Verdict Admission::verify(Candidate& candidate) {
         verifications_.log(
             fmt::format("Connection from pid {} accepted: client {}", peer->pid(), client));
     }
-    accepted_(candidate.connection, verifier->identityCheck());
+    ClientName name = verifier->signedName();
+    name.name = client.empty() ? "built in" : client;
+    accepted_(candidate.connection, verifier->identityCheck(), std::move(name));
     return Verdict::accepted;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "codesign/ClientName.h"
 #include "codesign/ClientVerification.h"
 #include "platform/foundation/values/Value.h"
 #include "platform/xpc/Connection.h"
@@ -23,10 +24,10 @@ namespace qv {
 /// runs on the main queue.
 class Admission {
 public:
-    /// Gets each client that is accepted, still suspended, and what tells whether its process is
-    /// still the program that was accepted.
-    using Accepted =
-        std::function<void(const std::shared_ptr<xpc::Connection>&, std::function<bool()>)>;
+    /// Gets each client that is accepted, still suspended, what tells whether its process is still
+    /// the program that was accepted, and how it is called.
+    using Accepted = std::function<void(const std::shared_ptr<xpc::Connection>&,
+                                        std::function<bool()>, ClientName)>;
 
     /// Gets what it costs, bit by bit, to judge a client of a user that cannot be decided about at
     /// once; and all of it again as a negative cost when that client is accepted.

@@ -49,8 +49,8 @@ HelperService::HelperService(xpc::MainQueue& queue, ClientVerification& verifica
                              Admission::Charge charge)
     : queue_(queue), admission_(
                          queue, verification, infoDictionary, std::move(examinerPath),
-                         [this](const auto& connection, auto identityCheck) {
-                             serve(connection, std::move(identityCheck));
+                         [this](const auto& connection, auto identityCheck, ClientName client) {
+                             serve(connection, std::move(identityCheck), client);
                          },
                          std::move(charge)) {}
 
@@ -59,28 +59,29 @@ void HelperService::handleConnection(const std::shared_ptr<xpc::Connection>& con
 }
 
 void HelperService::serve(const std::shared_ptr<xpc::Connection>& connection,
-                          std::function<bool()> identityCheck) {
+                          std::function<bool()> identityCheck, const ClientName& client) {
     connection->setGuard(std::move(identityCheck));
     // The connection owns its handler: held weakly, so that the two do not keep each other alive.
-    connection->setEventHandler([this, weak = std::weak_ptr(connection)](const xpc::Event& event) {
-        if (const auto strong = weak.lock()) {
-            handleEvent(strong, event);
-        }
-    });
+    connection->setEventHandler(
+        [this, weak = std::weak_ptr(connection), client](const xpc::Event& event) {
+            if (const auto strong = weak.lock()) {
+                handleEvent(strong, event, client);
+            }
+        });
     connection->resume();
 }
 
 void HelperService::handleEvent(const std::shared_ptr<xpc::Connection>& connection,
-                                const xpc::Event& event) {
+                                const xpc::Event& event, const ClientName& client) {
     if (const auto* message = std::get_if<xpc::Message>(&event)) {
-        handleMessage(connection, *message);
+        handleMessage(connection, *message, client);
     } else {
         log::write(log::Priority::error, "XPC Error");
     }
 }
 
 void HelperService::handleMessage(const std::shared_ptr<xpc::Connection>& connection,
-                                  const xpc::Message& message) {
+                                  const xpc::Message& message, const ClientName& client) {
     if (message.remoteConnection() == nullptr) {
         return; // nobody waits for an answer
     }
@@ -95,11 +96,13 @@ void HelperService::handleMessage(const std::shared_ptr<xpc::Connection>& connec
     }
     const Value* data = message.dictionary().find("data");
     const bool hasData = data != nullptr && data->is(Value::Kind::data);
+    RunRecord& record = records_.add(client, *connection->peer());
     const Value result = executeScriptData(hasData ? data->asData() : std::string_view(),
-                                           connection->peer(), services_);
+                                           connection->peer(), services_, &record);
     if (std::optional<xpc::Reply> reply = connection->createReply(message)) {
         connection->send(*reply, replyOf(result));
     }
+    records_.write();
     watchExit(connection);
 }
 
@@ -131,6 +134,7 @@ void HelperService::handleExit(std::list<ExitWatch>::iterator watch) {
     const std::scoped_lock lock(clientCountLock);
     activeClientCount -= watch->messages;
     if (activeClientCount == 0) {
+        records_.finish();
         queue_.exit(0);
         return;
     }

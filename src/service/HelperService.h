@@ -8,6 +8,7 @@
 #include "platform/xpc/ProcessSource.h"
 #include "script/PlatformServices.h"
 #include "service/Admission.h"
+#include "service/RunRecords.h"
 
 #include <cstdint>
 #include <list>
@@ -45,10 +46,11 @@ private:
     };
 
     void serve(const std::shared_ptr<xpc::Connection>& connection,
-               std::function<bool()> identityCheck);
-    void handleEvent(const std::shared_ptr<xpc::Connection>& connection, const xpc::Event& event);
+               std::function<bool()> identityCheck, const ClientName& client);
+    void handleEvent(const std::shared_ptr<xpc::Connection>& connection, const xpc::Event& event,
+                     const ClientName& client);
     void handleMessage(const std::shared_ptr<xpc::Connection>& connection,
-                       const xpc::Message& message);
+                       const xpc::Message& message, const ClientName& client);
     void watchExit(const std::shared_ptr<xpc::Connection>& connection);
     void handleExit(std::list<ExitWatch>::iterator watch);
 
@@ -56,6 +58,7 @@ private:
     Admission admission_;
     PlatformServices services_ = PlatformServices::shared();
     std::list<ExitWatch> exitWatches_;
+    RunRecords records_{queue_};
 
     std::recursive_mutex clientCountLock; // guards activeClientCount
     std::int64_t activeClientCount = 0;   // counted messages whose sender has not been seen to end
@@ -63,8 +66,10 @@ private:
 
 /// Parses and replays a request's "data" on behalf of its sender; what it gives is what "replyData"
 /// archives. Takes any bytes; never throws.
+/// `record`, when given, is told of the run and its end.
 [[nodiscard]] Value executeScriptData(std::string_view data,
                                       const ProcessIdentity::Shared& requester,
-                                      const PlatformServices& services);
+                                      const PlatformServices& services,
+                                      RunRecord* record = nullptr);
 
 } // namespace qv

@@ -1,6 +1,7 @@
 #include "platform/foundation/log/Log.h"
 #include "platform/foundation/plist/PropertyList.h"
 #include "script/ScriptEngine.h"
+#include "script/step/StepText.h"
 #include "service/HelperService.h"
 
 #include <fmt/core.h>
@@ -30,15 +31,18 @@ std::int64_t indexOfStep(const Value& steps, const Value* step) {
 
 // The one place in the service that catches: a script that raises is answered like one that fails.
 void replay(const Value& steps, const ProcessIdentity::Shared& requester,
-            const PlatformServices& services, Outcome& outcome) {
+            const PlatformServices& services, RunRecord* record, Outcome& outcome) {
     QVCatalogScript script;
     script.setIsPriviledged(true);
     ScriptEngine::of(script).requester = requester;
     ScriptEngine::of(script).services = services;
+    ScriptEngine::of(script).observer = record;
     const Value* failedStep = nullptr;
+    bool raised = false;
     try {
         outcome.success = script.executeRecording(steps, &outcome.error, &failedStep);
     } catch (const std::exception& exception) {
+        raised = true;
         failedStep = script.currentStep();
         outcome.error = Error::withDescription(kCatalogScriptErrorDomain, 0, exception.what());
         log::write(log::Priority::error,
@@ -47,20 +51,34 @@ void replay(const Value& steps, const ProcessIdentity::Shared& requester,
     if (!outcome.success) {
         outcome.errorScriptStepIndex = indexOfStep(steps, failedStep);
     }
+    if (raised && record != nullptr && failedStep != nullptr) {
+        record->stepEnded({.index = static_cast<std::size_t>(outcome.errorScriptStepIndex),
+                           .operation = operationOfStep(*failedStep),
+                           .outcome = StepOutcome::failed,
+                           .error = outcome.error,
+                           .ruleFault = {},
+                           .duration = {}});
+    }
 }
 
 } // namespace
 
 Value executeScriptData(std::string_view data, const ProcessIdentity::Shared& requester,
-                        const PlatformServices& services) {
+                        const PlatformServices& services, RunRecord* record) {
     Outcome outcome;
     if (!data.empty()) {
         const auto list = PropertyList::propertyListWithData(data);
+        if (record != nullptr) {
+            record->begin(list ? list->root : Value());
+        }
         if (list) {
-            replay(list->root, requester, services, outcome);
+            replay(list->root, requester, services, record, outcome);
         } else {
             outcome.error = list.error();
         }
+    }
+    if (record != nullptr) {
+        record->end(outcome.success, outcome.errorScriptStepIndex, outcome.error);
     }
     std::vector<std::pair<Value, Value>> result = {
         {Value::string("success"), Value::boolean(outcome.success)},

@@ -41,6 +41,9 @@ void QVCatalogScript::beginIfBlock(const std::optional<Value>& rule) {
         Value::dictionary({{"lastStatementExecutionError", Value::integer(failed ? 1 : 0)}}));
     std::optional<Exception> exception; // a rule that cannot be evaluated does not hold
     engine_->executeScript = checker->runCheck(rule, &exception);
+    if (exception) {
+        engine_->ruleFault = exception->reason();
+    }
 }
 
 void QVCatalogScript::beginElseBlock() {

@@ -134,7 +134,11 @@ Error ScriptEngine::performBetween(OperationCode code, const NamedItem& from, co
                 error = changeOwnership(from, userID, groupID, true);
             }
         }
-        return error ? error : executionBlock();
+        if (error) {
+            return error;
+        }
+        noted = StepOutcome::changed; // whatever became of the owners
+        return executionBlock();
     });
 }
 

@@ -30,6 +30,8 @@ public:
     virtual ~Change() = default;
 
     [[nodiscard]] virtual std::string_view name() const = 0;
+    /// Whether the held item is what the change would make of it.
+    [[nodiscard]] virtual bool isSo(int heldItem) const = 0;
     // Each answers like the system call behind it.
     [[nodiscard]] virtual int apply(int heldItem) const = 0;
     /// What was no link when it was listed is not followed if it has become one since.
@@ -44,6 +46,9 @@ public:
         : userID_(userID), groupID_(groupID) {}
 
     [[nodiscard]] std::string_view name() const override { return "chown"; }
+    [[nodiscard]] bool isSo(int heldItem) const override {
+        return isSo(heldItem, "", AT_EMPTY_PATH);
+    }
     [[nodiscard]] int apply(int heldItem) const override {
         return applyTo(heldItem, "", AT_EMPTY_PATH);
     }
@@ -76,6 +81,12 @@ public:
     explicit ModeChange(std::uint16_t mode) : mode_(mode) {}
 
     [[nodiscard]] std::string_view name() const override { return "chmod"; }
+    [[nodiscard]] bool isSo(int heldItem) const override {
+        constexpr unsigned kPermissions = 07777;
+        struct stat info{};
+        return ::fstat(heldItem, &info) == 0 &&
+               (info.st_mode & kPermissions) == (mode_ & kPermissions);
+    }
     [[nodiscard]] int apply(int heldItem) const override {
         return changeModeOfHeldItem(heldItem, mode_);
     }
@@ -149,9 +160,13 @@ Error changeItem(QVCatalogScript& script, const NamedItem& named, const Change& 
     if (!item) {
         return item.error();
     }
+    ScriptEngine& engine = ScriptEngine::of(script);
     if (recursive) {
+        engine.noted = StepOutcome::done; // nobody counts what was so in the tree
         return changeTree(script, *named.path(), item->get(), change);
     }
+    engine.noted = engine.observer != nullptr && change.isSo(item->get()) ? StepOutcome::unchanged
+                                                                          : StepOutcome::changed;
     return change.apply(item->get()) == 0 ? Error() : lastPosixError();
 }
 

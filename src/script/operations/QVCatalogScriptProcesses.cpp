@@ -24,6 +24,7 @@ Error QVCatalogScript::launchApplicationAtURL(const std::optional<URL>& url) {
 
 Error QVCatalogScript::makeProcessAXTrusted(const std::optional<URL>& url) {
     return engine_->perform(OperationCode::makeProcessAXTrusted, {url}, [&] {
+        engine_->noted = StepOutcome::done; // it may have been trusted
         const AXError error =
             engine_->accessibilityService().makeProcessTrusted(fileSystemPath(url).value_or(""));
         return error == kAXErrorSuccess ? Error() : Error(kAXErrorDomain, error);

@@ -18,7 +18,7 @@ constexpr std::array kKinds = {
     FieldKindInfo{FieldKind::toolPath, "absolute path", "a string, the path of a tool",
                   FieldForm::text},
     FieldKindInfo{FieldKind::arguments, "array of strings",
-                  "an array of strings, a tool's arguments", FieldForm::texts},
+                  "an array of strings, a tool's arguments", FieldForm::texts, true},
     FieldKindInfo{FieldKind::exitCodes, "carried, not consulted", "any value", FieldForm::any},
     FieldKindInfo{FieldKind::mode, "permission bits", "a number", FieldForm::number},
     FieldKindInfo{FieldKind::userID, "user ID", "a number", FieldForm::number},
@@ -34,11 +34,11 @@ constexpr std::array kKinds = {
     FieldKindInfo{FieldKind::preferenceKey, "string", "a string, a key", FieldForm::text},
     FieldKindInfo{FieldKind::user, "name of a user", "a string, a user", FieldForm::text},
     FieldKindInfo{FieldKind::host, "name of a host", "a string, a host", FieldForm::text},
-    FieldKindInfo{FieldKind::appleScript, "string", "a string, a program's source",
-                  FieldForm::text},
+    FieldKindInfo{FieldKind::appleScript, "string", "a string, a program's source", FieldForm::text,
+                  true},
     FieldKindInfo{FieldKind::identifier, "any value", "what the owner is saved under",
                   FieldForm::any},
-    FieldKindInfo{FieldKind::value, "any value", "any value", FieldForm::any},
+    FieldKindInfo{FieldKind::value, "any value", "any value", FieldForm::any, true},
     FieldKindInfo{FieldKind::storage, "dictionary", "a dictionary", FieldForm::dictionary},
 };
 

@@ -86,6 +86,7 @@ struct FieldKindInfo {
     std::string_view name;   ///< "file URL"
     std::string_view wanted; ///< what an Exception asks for: "a string, a file URL"
     FieldForm form;
+    bool maybeSecret = false; ///< kept out of records
 };
 [[nodiscard]] const FieldKindInfo& infoOf(FieldKind kind) noexcept;
 

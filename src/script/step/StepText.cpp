@@ -1,21 +1,10 @@
 #include "script/step/StepText.h"
 
-#include "script/step/OperationTable.h"
-
 #include <fmt/core.h>
 
 namespace qv {
 
 namespace {
-
-// As a replay finds it: a missing code is 0.
-const Operation* operationOf(const Value& step) {
-    const Value* code = step.find(stepKeyName(StepKey::operation));
-    const bool isCode = code == nullptr || code->isNumber() || code->is(Value::Kind::string);
-    return isCode && step.is(Value::Kind::dictionary)
-               ? operationForCode(static_cast<std::uint64_t>(integerValue(code)))
-               : nullptr;
-}
 
 std::string fieldText(const Field& field, const Value* value) {
     if (value == nullptr) {
@@ -40,8 +29,16 @@ std::string fieldText(const Field& field, const Value* value) {
 
 } // namespace
 
-std::string stepText(const Value& step) {
-    const Operation* operation = operationOf(step);
+const Operation* operationOfStep(const Value& step) {
+    const Value* code = step.find(stepKeyName(StepKey::operation));
+    const bool isCode = code == nullptr || code->isNumber() || code->is(Value::Kind::string);
+    return isCode && step.is(Value::Kind::dictionary)
+               ? operationForCode(static_cast<std::uint64_t>(integerValue(code)))
+               : nullptr;
+}
+
+std::string stepText(const Value& step, Secrets secrets) {
+    const Operation* operation = operationOfStep(step);
     if (operation == nullptr) {
         return "unknown operation";
     }
@@ -52,7 +49,10 @@ std::string stepText(const Value& step) {
         const std::string_view name = rest.substr(open + 1, close - open - 1);
         const auto field = std::ranges::find(operation->fields, name, &Field::name);
         text += rest.substr(0, open);
-        text += fieldText(*field, step.find(stepKeyName(field->key)));
+        const Value* value = step.find(stepKeyName(field->key));
+        const bool isHidden =
+            value != nullptr && secrets == Secrets::hidden && infoOf(field->kind).maybeSecret;
+        text += isHidden ? "(not shown)" : fieldText(*field, value);
         rest.remove_prefix(close + 1);
     }
     return text.append(rest);

@@ -26,6 +26,10 @@ extern const std::string_view kSocketPath;
 extern const std::string_view kResourceFolder;
 extern const std::string_view kStateFolder;
 
+// Where records go; a developer's build leaves the machine's alone.
+extern const std::string_view kJournalSocket;
+extern const std::string_view kSyslogSocket;
+
 // The programs that open archives and disk images, absolute paths, and where images are mounted.
 extern const std::string_view kArchiveTool;
 extern const std::string_view kDiskImageTool;

@@ -1,0 +1,15 @@
+#pragma once
+
+#include <string>
+
+namespace qv {
+
+/// How an accepted client is called in records.
+struct ClientName {
+    std::string name;       ///< of the allowed client, or "built in"
+    std::string identifier; ///< that its program is signed with
+    std::string team;
+    std::string codeHash; ///< of its code directory, hexadecimal
+};
+
+} // namespace qv

@@ -1,0 +1,86 @@
+#include "script/record/StepDetails.h"
+
+#include "platform/foundation/digest/SHA256.h"
+#include "platform/foundation/values/Description.h"
+#include "platform/foundation/values/URL.h"
+#include "script/record/RunFields.h"
+#include "script/step/StepText.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <algorithm>
+#include <array>
+
+namespace qv {
+
+namespace {
+
+bool hasSecrets(const Operation* operation) {
+    return operation != nullptr && std::ranges::any_of(operation->fields, [](const Field& field) {
+               return infoOf(field.kind).maybeSecret;
+           });
+}
+
+std::string itemText(const Field& field, const Value& value) {
+    const std::string text =
+        value.is(Value::Kind::string) ? std::string(value.asString()) : description(value);
+    const auto url = field.kind == FieldKind::item ? urlFromString(&value) : std::nullopt;
+    return url && url->isFileURL() ? url->path().value_or(text) : text;
+}
+
+std::string secretText(const Field& field, const Value& value, SecretValues secrets) {
+    const std::string text = description(value);
+    return secrets == SecretValues::written ? fmt::format("{}: {}", field.name, text)
+                                            : fmt::format("{}: {} bytes, sha256 {:02x}", field.name,
+                                                          text.size(), fmt::join(sha256(text), ""));
+}
+
+} // namespace
+
+std::string_view outcomeName(StepOutcome outcome) noexcept {
+    constexpr std::array<std::string_view, 5> kNames = {"done", "changed", "unchanged", "skipped",
+                                                        "failed"};
+    return kNames[static_cast<std::size_t>(outcome)];
+}
+
+std::string stepMessage(const Value& step, std::size_t index, std::size_t count,
+                        StepOutcome outcome) {
+    return fmt::format("step {} of {}: {}: {}", index + 1, count, stepText(step, Secrets::hidden),
+                       outcomeName(outcome));
+}
+
+void addStep(log::Record& record, const Value& step, const Operation* operation,
+             SecretValues secrets) {
+    record.add(run_field::kText, stepText(step, Secrets::hidden));
+    if (operation == nullptr) {
+        return;
+    }
+    record.add(run_field::kOperation, operation->name);
+    for (const Field& field : operation->fields) {
+        const Value* value = step.find(stepKeyName(field.key));
+        if (value == nullptr) {
+            continue;
+        }
+        if (infoOf(field.kind).maybeSecret) {
+            record.add(run_field::kValue, secretText(field, *value, secrets));
+        } else if (field.kind == FieldKind::item || field.kind == FieldKind::toolPath ||
+                   field.kind == FieldKind::application) {
+            record.add(run_field::kItem, itemText(field, *value));
+        }
+    }
+}
+
+void addError(log::Record& record, const Error& error, const Operation* operation,
+              SecretValues secrets) {
+    if (!error) {
+        return;
+    }
+    record.add(run_field::kErrorDomain, error.domain());
+    record.add(run_field::kErrorCode, std::to_string(error.code()));
+    if (secrets == SecretValues::written || !hasSecrets(operation)) {
+        record.add(run_field::kError, error.localizedDescription());
+    }
+}
+
+} // namespace qv

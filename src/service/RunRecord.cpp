@@ -1,0 +1,162 @@
+#include "service/RunRecord.h"
+
+#include "script/record/RunFields.h"
+#include "script/step/StepText.h"
+
+#include <fmt/format.h>
+
+#include <sys/random.h>
+#include <utility>
+
+namespace qv {
+
+namespace {
+
+constexpr std::int64_t kShareOfWriting = 100; // one part in so many of the run's time
+
+// Only a name: that two runs have the same is unlikely enough.
+std::string newRunID() {
+    std::uint64_t bits = 0;
+    if (::getrandom(&bits, sizeof bits, 0) != static_cast<ssize_t>(sizeof bits)) {
+        bits = static_cast<std::uint64_t>(RunRecord::Clock::now().time_since_epoch().count());
+    }
+    return fmt::format("{:016x}", bits);
+}
+
+std::uint64_t microseconds(RunRecord::Clock::duration duration) {
+    return static_cast<std::uint64_t>(
+        std::chrono::duration_cast<std::chrono::microseconds>(duration).count());
+}
+
+} // namespace
+
+RunRecord::RunRecord(log::RecordSink& sink, ClientName client, const ProcessIdentity& requester,
+                     SecretValues secrets)
+    : sink_(sink), client_(std::move(client)), user_(requester.user()),
+      process_(static_cast<std::uint64_t>(requester.pid())), secrets_(secrets), run_(newRunID()) {}
+
+log::Record RunRecord::newRecord(std::string_view kind, std::string_view message) const {
+    log::Record record(log::Priority::notice, fmt::format("run {}: {}", run_, message));
+    record.add(run_field::kKind, kind);
+    record.add(run_field::kRun, run_);
+    record.add(run_field::kUser, user_);
+    record.add(run_field::kProcess, process_);
+    return record;
+}
+
+void RunRecord::addClient(log::Record& record) const {
+    record.add(run_field::kClient, client_.name);
+    record.add(run_field::kIdentifier, client_.identifier);
+    record.add(run_field::kTeam, client_.team);
+    record.add(run_field::kCodeHash, client_.codeHash);
+    record.add(run_field::kStepCount, std::uint64_t{count_});
+}
+
+bool RunRecord::write(const log::Record& record) {
+    return sink_.send(record) != log::RecordSink::Sent::later;
+}
+
+void RunRecord::begin(const Value& steps) {
+    steps_ = steps;
+    count_ = steps.is(Value::Kind::array) ? steps.asArray().size() : 0;
+    begin_ = Clock::now();
+    log::Record record = newRecord(
+        run_field::kBegin, fmt::format("{} steps of client {} ({}), user {}, process {}", count_,
+                                       client_.name, client_.identifier, user_, process_));
+    addClient(record);
+    static_cast<void>(write(record)); // the end says it all again
+}
+
+void RunRecord::stepEnded(const Result& result) {
+    pending_.push_back({.index = static_cast<std::uint32_t>(result.index),
+                        .outcome = result.outcome,
+                        .operation = result.operation,
+                        .duration = result.duration,
+                        .error = result.error,
+                        .ruleFault = result.ruleFault});
+    const Clock::duration allowed = (Clock::now() - begin_) / kShareOfWriting - spent_;
+    if (allowed > Clock::duration::zero()) {
+        const Clock::time_point start = Clock::now();
+        static_cast<void>(writeFor(allowed));
+        spent_ += Clock::now() - start;
+    }
+}
+
+void RunRecord::end(bool success, std::int64_t failedStep, const Error& error) {
+    hasEnded_ = true;
+    success_ = success;
+    failedStep_ = failedStep;
+    error_ = error;
+    duration_ = Clock::now() - begin_;
+}
+
+log::Record RunRecord::recordOf(const Step& step) const {
+    const Value& value = steps_.asArray()[step.index];
+    log::Record record =
+        newRecord(run_field::kStepEnd, stepMessage(value, step.index, count_, step.outcome));
+    record.add(run_field::kStep, std::uint64_t{step.index});
+    record.add(run_field::kOutcome, outcomeName(step.outcome));
+    record.add(run_field::kDuration, microseconds(step.duration));
+    addStep(record, value, step.operation, secrets_);
+    addError(record, step.error, step.operation, secrets_);
+    if (!step.ruleFault.empty()) {
+        record.add(run_field::kRuleFault, step.ruleFault);
+        const Value* rule = value.find(stepKeyName(StepKey::arg1));
+        record.add(run_field::kRule,
+                   rule != nullptr && rule->is(Value::Kind::string) ? rule->asString() : "");
+    }
+    return record;
+}
+
+log::Record RunRecord::recordOfEnd() const {
+    const std::string how =
+        failedStep_ < 0 ? "failed" : fmt::format("failed at step {}", failedStep_ + 1);
+    log::Record record =
+        newRecord(run_field::kEnd,
+                  fmt::format("{} of {} steps of client {}, user {}",
+                              success_ ? "ran to the end" : how, count_, client_.name, user_));
+    addClient(record);
+    record.add(run_field::kOutcome, success_ ? "succeeded" : "failed");
+    record.add(run_field::kDuration, microseconds(duration_));
+    const bool hasStep = failedStep_ >= 0 && std::cmp_less(failedStep_, count_);
+    const Operation* operation = nullptr;
+    if (hasStep) {
+        record.add(run_field::kStep, static_cast<std::uint64_t>(failedStep_));
+        operation = operationOfStep(steps_.asArray()[static_cast<std::size_t>(failedStep_)]);
+    }
+    addError(record, error_, operation, secrets_);
+    if (lost_ > 0) {
+        record.add(run_field::kLost, std::uint64_t{lost_});
+    }
+    return record;
+}
+
+RunRecord::Written RunRecord::writeFor(Clock::duration time) {
+    const Clock::time_point until = Clock::now() + time;
+    bool wroteAny = false;
+    while (written_ < pending_.size()) {
+        if (!write(recordOf(pending_[written_]))) {
+            return wroteAny ? Written::some : Written::nothing;
+        }
+        wroteAny = true;
+        ++written_;
+        if (Clock::now() >= until) {
+            return Written::some;
+        }
+    }
+    pending_.clear();
+    written_ = 0;
+    if (hasEnded_ && !write(recordOfEnd())) {
+        return wroteAny ? Written::some : Written::nothing;
+    }
+    return Written::all;
+}
+
+void RunRecord::abandon() {
+    lost_ += pending_.size() - written_;
+    pending_.clear();
+    written_ = 0;
+    static_cast<void>(write(recordOfEnd()));
+}
+
+} // namespace qv
