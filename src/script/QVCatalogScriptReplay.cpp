@@ -91,9 +91,7 @@ Error ScriptEngine::replayObserved(std::size_t index, const Operation* operation
     const bool wasSkipping = !executeScript;
     noted.reset();
     ruleFault.clear();
-    const auto begin = std::chrono::steady_clock::now();
     Error error = replayStep(operation, fields);
-    const auto duration = std::chrono::steady_clock::now() - begin;
     StepOutcome outcome = StepOutcome::failed;
     if (!error) {
         const bool isSkipped = operation == nullptr || (wasSkipping && !executeScript);
@@ -104,7 +102,7 @@ Error ScriptEngine::replayObserved(std::size_t index, const Operation* operation
                          .outcome = outcome,
                          .error = error,
                          .ruleFault = ruleFault,
-                         .duration = duration});
+                         .end = std::chrono::steady_clock::now()});
     return error;
 }
 

@@ -37,6 +37,7 @@ struct ScriptVariables {
     /// What the operation at hand knows of its outcome, should it succeed; none: what its effect
     /// says.
     std::optional<StepOutcome> noted;
+    std::size_t looks = 0; ///< at items, for the observer: were they so already?
     std::string ruleFault; ///< of the rule at hand, for the observer
     /// On whose behalf the script runs: applications are launched in that user's session. This
     /// process itself if it is not set. Set before the script runs, as the services are.

@@ -29,7 +29,7 @@ public:
         const Error& error;
         /// Why a rule has no value, which closes its block; empty if it has one.
         const std::string& ruleFault;
-        std::chrono::steady_clock::duration duration;
+        std::chrono::steady_clock::time_point end; ///< the step before it ended when it began
     };
 
     StepObserver() = default;

@@ -32,7 +32,14 @@ RunRecords::RunRecords(xpc::MainQueue& queue)
     : queue_(queue), sink_("QVCatalogHelperXPC"), secrets_(secretsOfThisMachine()) {}
 
 RunRecord& RunRecords::add(const ClientName& client, const ProcessIdentity& requester) {
-    return records_.emplace_back(sink_, client, requester, secrets_);
+    return records_.emplace_back(sink_,
+                                 RunClient{.name = client.name,
+                                           .identifier = client.identifier,
+                                           .team = client.team,
+                                           .codeHash = client.codeHash,
+                                           .user = requester.user(),
+                                           .process = static_cast<std::uint64_t>(requester.pid())},
+                                 secrets_);
 }
 
 void RunRecords::write() {

@@ -1,7 +1,9 @@
 #pragma once
 
+#include "codesign/ClientName.h"
+#include "platform/foundation/os/ProcessIdentity.h"
 #include "platform/xpc/MainQueue.h"
-#include "service/RunRecord.h"
+#include "script/record/RunRecord.h"
 
 #include <chrono>
 #include <list>

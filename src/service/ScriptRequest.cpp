@@ -57,7 +57,7 @@ void replay(const Value& steps, const ProcessIdentity::Shared& requester,
                            .outcome = StepOutcome::failed,
                            .error = outcome.error,
                            .ruleFault = {},
-                           .duration = {}});
+                           .end = RunRecord::Clock::now()});
     }
 }
 

@@ -1,10 +1,11 @@
-#include "service/RunRecord.h"
+#include "script/record/RunRecord.h"
 
 #include "script/record/RunFields.h"
 #include "script/step/StepText.h"
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <sys/random.h>
 #include <utility>
 
@@ -12,6 +13,7 @@ namespace qv {
 
 namespace {
 
+constexpr std::size_t kMostReserved = std::size_t{1} << 16U;
 constexpr std::int64_t kShareOfWriting = 100; // one part in so many of the run's time
 
 // Only a name: that two runs have the same is unlikely enough.
@@ -30,17 +32,15 @@ std::uint64_t microseconds(RunRecord::Clock::duration duration) {
 
 } // namespace
 
-RunRecord::RunRecord(log::RecordSink& sink, ClientName client, const ProcessIdentity& requester,
-                     SecretValues secrets)
-    : sink_(sink), client_(std::move(client)), user_(requester.user()),
-      process_(static_cast<std::uint64_t>(requester.pid())), secrets_(secrets), run_(newRunID()) {}
+RunRecord::RunRecord(log::RecordSink& sink, RunClient client, SecretValues secrets)
+    : sink_(sink), client_(std::move(client)), secrets_(secrets), run_(newRunID()) {}
 
 log::Record RunRecord::newRecord(std::string_view kind, std::string_view message) const {
     log::Record record(log::Priority::notice, fmt::format("run {}: {}", run_, message));
     record.add(run_field::kKind, kind);
     record.add(run_field::kRun, run_);
-    record.add(run_field::kUser, user_);
-    record.add(run_field::kProcess, process_);
+    record.add(run_field::kUser, client_.user);
+    record.add(run_field::kProcess, client_.process);
     return record;
 }
 
@@ -59,26 +59,32 @@ bool RunRecord::write(const log::Record& record) {
 void RunRecord::begin(const Value& steps) {
     steps_ = steps;
     count_ = steps.is(Value::Kind::array) ? steps.asArray().size() : 0;
-    begin_ = Clock::now();
-    log::Record record = newRecord(
-        run_field::kBegin, fmt::format("{} steps of client {} ({}), user {}, process {}", count_,
-                                       client_.name, client_.identifier, user_, process_));
+    pending_.reserve(std::min(count_, kMostReserved));
+    log::Record record =
+        newRecord(run_field::kBegin,
+                  fmt::format("{} steps of client {} ({}), user {}, process {}", count_,
+                              client_.name, client_.identifier, client_.user, client_.process));
     addClient(record);
     static_cast<void>(write(record)); // the end says it all again
+    begin_ = Clock::now();
+    stepBegin_ = begin_;
 }
 
 void RunRecord::stepEnded(const Result& result) {
     pending_.push_back({.index = static_cast<std::uint32_t>(result.index),
                         .outcome = result.outcome,
                         .operation = result.operation,
-                        .duration = result.duration,
-                        .error = result.error,
-                        .ruleFault = result.ruleFault});
-    const Clock::duration allowed = (Clock::now() - begin_) / kShareOfWriting - spent_;
+                        .duration = result.end - stepBegin_,
+                        .error = result.error});
+    if (!result.ruleFault.empty()) {
+        ruleFaults_.emplace(result.index, result.ruleFault);
+    }
+    stepBegin_ = result.end;
+    const Clock::duration allowed = (result.end - begin_) / kShareOfWriting - spent_;
     if (allowed > Clock::duration::zero()) {
-        const Clock::time_point start = Clock::now();
         static_cast<void>(writeFor(allowed));
-        spent_ += Clock::now() - start;
+        stepBegin_ = Clock::now();
+        spent_ += stepBegin_ - result.end;
     }
 }
 
@@ -99,8 +105,8 @@ log::Record RunRecord::recordOf(const Step& step) const {
     record.add(run_field::kDuration, microseconds(step.duration));
     addStep(record, value, step.operation, secrets_);
     addError(record, step.error, step.operation, secrets_);
-    if (!step.ruleFault.empty()) {
-        record.add(run_field::kRuleFault, step.ruleFault);
+    if (const auto fault = ruleFaults_.find(step.index); fault != ruleFaults_.end()) {
+        record.add(run_field::kRuleFault, fault->second);
         const Value* rule = value.find(stepKeyName(StepKey::arg1));
         record.add(run_field::kRule,
                    rule != nullptr && rule->is(Value::Kind::string) ? rule->asString() : "");
@@ -112,9 +118,9 @@ log::Record RunRecord::recordOfEnd() const {
     const std::string how =
         failedStep_ < 0 ? "failed" : fmt::format("failed at step {}", failedStep_ + 1);
     log::Record record =
-        newRecord(run_field::kEnd,
-                  fmt::format("{} of {} steps of client {}, user {}",
-                              success_ ? "ran to the end" : how, count_, client_.name, user_));
+        newRecord(run_field::kEnd, fmt::format("{} of {} steps of client {}, user {}",
+                                               success_ ? "ran to the end" : how, count_,
+                                               client_.name, client_.user));
     addClient(record);
     record.add(run_field::kOutcome, success_ ? "succeeded" : "failed");
     record.add(run_field::kDuration, microseconds(duration_));

@@ -1,17 +1,26 @@
 #pragma once
 
-#include "codesign/ClientName.h"
 #include "platform/foundation/log/RecordSink.h"
-#include "platform/foundation/os/ProcessIdentity.h"
 #include "platform/foundation/values/Value.h"
 #include "script/StepObserver.h"
 #include "script/record/StepDetails.h"
 
 #include <chrono>
+#include <map>
 #include <string>
 #include <vector>
 
 namespace qv {
+
+/// On whose behalf a script runs.
+struct RunClient {
+    std::string name;       ///< of the allowed client, or "built in"
+    std::string identifier; ///< that its program is signed with
+    std::string team;
+    std::string codeHash; ///< of its code directory, hexadecimal
+    std::uint64_t user = 0;
+    std::uint64_t process = 0;
+};
 
 /// Writes down one run of a script: that it begins, each step, and how it ends. A step's record
 /// waits in memory where writing it would hold up the run: beside the run a hundredth of its time
@@ -22,8 +31,7 @@ public:
     using Clock = std::chrono::steady_clock;
 
     /// `sink` must live as long.
-    RunRecord(log::RecordSink& sink, ClientName client, const ProcessIdentity& requester,
-              SecretValues secrets);
+    RunRecord(log::RecordSink& sink, RunClient client, SecretValues secrets);
 
     /// Writes that the run of these steps begins.
     void begin(const Value& steps);
@@ -45,7 +53,6 @@ private:
         const Operation* operation;
         Clock::duration duration;
         Error error;
-        std::string ruleFault;
     };
 
     [[nodiscard]] log::Record newRecord(std::string_view kind, std::string_view message) const;
@@ -56,21 +63,21 @@ private:
     bool write(const log::Record& record);
 
     log::RecordSink& sink_;
-    ClientName client_;
-    std::uint64_t user_;
-    std::uint64_t process_;
+    RunClient client_;
     SecretValues secrets_;
     std::string run_;
     Value steps_;
     std::size_t count_ = 0;
     std::vector<Step> pending_;
-    std::size_t written_ = 0; // of pending_
+    std::size_t written_ = 0;                       // of pending_
+    std::map<std::size_t, std::string> ruleFaults_; // by the step's index
     std::size_t lost_ = 0;
     bool hasEnded_ = false;
     bool success_ = false;
     std::int64_t failedStep_ = -1;
     Error error_;
     Clock::time_point begin_;
+    Clock::time_point stepBegin_;
     Clock::duration duration_{};
     Clock::duration spent_{}; // on writing, while the run goes on
 };
