@@ -33,6 +33,22 @@ void addRun(CLI::App& command, Command& chosen) {
     command.callback([&chosen, options] { chosen = [options] { return run(*options); }; });
 }
 
+void addLog(CLI::App& command, Command& chosen) {
+    auto options = std::make_shared<LogOptions>();
+    command.add_option("RUN", options->run, "one run, by its ID or the beginning of it: its steps");
+    command.add_option("--client", options->client, "runs of a client, by name or identifier");
+    command.add_option("--user", options->user, "runs on behalf of a user, by name or number");
+    command.add_option("--since", options->since,
+                       "runs from then on: \"2026-11-22 14:30\", or 90m, 12h, 7d ago");
+    command.add_option("--item", options->item, "runs that touched a path, or what is in it");
+    command.add_flag("--failed", options->failed, "runs that failed");
+    command.add_option("--last", options->last, "how many of them")->capture_default_str();
+    command.add_flag("--all", options->all, "all of them");
+    command.add_option("--journal", options->journal, "a folder of journal files to read instead");
+    command.add_flag("--json", options->json, "print as JSON");
+    command.callback([&chosen, options] { chosen = [options] { return showLog(*options); }; });
+}
+
 void addSign(CLI::App& command, Command& chosen) {
     auto options = std::make_shared<SignOptions>();
     command.add_option("FILE", options->file, "the program, an ELF file")->required();
@@ -272,6 +288,7 @@ constexpr std::array kTrust = std::to_array<CommandRow>({
 
 constexpr std::array kCommands = std::to_array<CommandRow>({
     {"run", "Send a script to the service and show how it went", addRun},
+    {"log", "Show past runs: who had what done, and how it went", addLog},
     {"sign", "Sign a program, replacing the signature that it has", addSign},
     {"install-client", "Install a signed program as a client of the service (root only)",
      addInstallClient},

@@ -44,6 +44,21 @@ struct RunOptions {
 };
 Result run(const RunOptions& options);
 
+struct LogOptions {
+    std::string run; ///< its ID, or how that begins; empty: list the runs
+    std::string client;
+    std::string user;    ///< name or number
+    std::string since;   ///< a date, or how long ago
+    std::string item;    ///< a path: runs that touched it or what is in it
+    std::string journal; ///< folder of journal files; empty: this machine's
+    std::size_t last = 20;
+    bool all = false;
+    bool failed = false;
+    bool json = false;
+};
+/// Prints the past runs, or one of them with its steps.
+Result showLog(const LogOptions& options);
+
 struct SignOptions {
     std::string file;
     std::string identifier;
