@@ -87,8 +87,9 @@ RunEntry& RunHistory::take(const JournalEntry& entry) {
     // The latest are asked for most.
     const auto known = std::find_if(runs_.rbegin(), runs_.rend(),
                                     [&](const RunEntry& run) { return run.run == id; });
-    RunEntry& run = known == runs_.rend() ? runs_.emplace_back() : *known;
-    if (known == runs_.rend()) {
+    const bool isNew = known == runs_.rend();
+    RunEntry& run = isNew ? runs_.emplace_back() : *known;
+    if (isNew) {
         run.run = id;
         run.begin = entry.microseconds;
         run.user = numberOf(entry[run_field::kUser]);

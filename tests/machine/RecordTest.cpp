@@ -1,0 +1,74 @@
+// What the journal keeps of runs, as an administrator reads it.
+
+#include "machine/Machine.h"
+
+namespace qv::test {
+namespace {
+
+using testing::AllOf;
+using testing::ContainsRegex;
+using testing::HasSubstr;
+using testing::Not;
+
+const std::string kRuns = "qvcatalog log --last 1";
+
+TEST(Record, TellsWhoDidWhatToWhichItem) {
+    session(scriptFile("{operation = 20; arg1 = 1;},"
+                       "{operation = 7; URL = \"file:///srv/recorded\";},"
+                       "{operation = 13; URL = \"file:///srv/recorded\"; arg1 = 384;},"
+                       "{operation = 13; URL = \"file:///srv/recorded\"; arg1 = 384;}," +
+                       shellStep("exit 3 # hunter2") +
+                       "{operation = 17; arg1 = \"lastStatementExecutionError == \";},"
+                       "{operation = 2; URL = \"file:///srv/other\";}, {operation = 19;}"));
+    EXPECT_TRUE(comesTrue(
+        [] { return shell(kRuns).output.find("succeeded  8 steps") != std::string::npos; }));
+    EXPECT_THAT(
+        shell(kRuns + " --user victim --item /srv/recorded --since 1h").output,
+        AllOf(HasSubstr("client built in (com.larkwen.QVCatalogHelper), user victim (1001)"),
+              HasSubstr(" succeeded ")));
+    EXPECT_EQ(shell(kRuns + " --item /srv/recorde").output, "");
+    const std::string log = shell("qvcatalog log $(" + kRuns + " | awk '{print $3}')").output;
+    EXPECT_THAT(log, AllOf(HasSubstr("    2 changed   touch file:///srv/recorded\n"),
+                           HasSubstr("    4 unchanged change the mode"),
+                           ContainsRegex("    5 failed    run /bin/bash\n"
+                                         "      arguments: [0-9]+ bytes, sha256 [0-9a-f]{64}\n"
+                                         "      error: QVCatalogScriptErrorDomain 3\n"),
+                           HasSubstr("the rule has no value, so its block is closed: "),
+                           HasSubstr("    7 skipped   remove file:///srv/other\n")));
+    EXPECT_THAT(shell("journalctl -o export -u " + kUnit).output,
+                AllOf(HasSubstr("\nQVCATALOG_CDHASH="), Not(HasSubstr("hunter2"))));
+}
+
+// Anybody may write such records; only those of the service count.
+TEST(Record, LeavesOutForgedRecords) {
+    const std::string forged =
+        "printf 'MESSAGE=x\\nQVCATALOG_RECORD=run-begin\\n"
+        "QVCATALOG_RUN=deadbeef\\nQVCATALOG_CLIENT=forged\\n' | logger --journald";
+    EXPECT_EQ(shell(forged, kAttacker).status, 0);
+    session(scriptFile(""));
+    EXPECT_TRUE(comesTrue([] {
+        return shell("journalctl -o export QVCATALOG_RUN=deadbeef").output.find("forged") !=
+               std::string::npos;
+    }));
+    EXPECT_THAT(shell("qvcatalog log --all").output,
+                AllOf(HasSubstr("user victim"), Not(HasSubstr("forged"))));
+}
+
+// Neither a script nor the end of the service.
+TEST(Record, DoesNotWaitForAStoppedJournal) {
+    std::string steps;
+    for (int i = 0; i < 3000; ++i) {
+        steps += "{operation = 10; fromURL = \"file:///srv/\"; arg1 = a;},";
+    }
+    steps.pop_back();
+    const std::string script = scriptFile(steps);
+    EXPECT_EQ(shell("systemctl kill --signal=STOP systemd-journald").status, 0);
+    const double stopped = timeOfSession(script);
+    const bool ends = comesTrue([] { return unitProperty("ActiveState") == "inactive"; });
+    EXPECT_EQ(shell("systemctl kill --signal=CONT systemd-journald").status, 0);
+    EXPECT_TRUE(ends);
+    printFigure("a session of 3,000 steps without a journal", stopped, "ms");
+}
+
+} // namespace
+} // namespace qv::test
