@@ -49,6 +49,13 @@ void addLog(CLI::App& command, Command& chosen) {
     command.callback([&chosen, options] { chosen = [options] { return showLog(*options); }; });
 }
 
+void addStatus(CLI::App& command, Command& chosen) {
+    auto options = std::make_shared<StatusOptions>();
+    command.add_option("--journal", options->journal, "a folder of journal files to read instead");
+    command.add_flag("--json", options->json, "print as JSON");
+    command.callback([&chosen, options] { chosen = [options] { return status(*options); }; });
+}
+
 void addSign(CLI::App& command, Command& chosen) {
     auto options = std::make_shared<SignOptions>();
     command.add_option("FILE", options->file, "the program, an ELF file")->required();
@@ -289,6 +296,7 @@ constexpr std::array kTrust = std::to_array<CommandRow>({
 constexpr std::array kCommands = std::to_array<CommandRow>({
     {"run", "Send a script to the service and show how it went", addRun},
     {"log", "Show past runs: who had what done, and how it went", addLog},
+    {"status", "Show what runs now, for whom and since when", addStatus},
     {"sign", "Sign a program, replacing the signature that it has", addSign},
     {"install-client", "Install a signed program as a client of the service (root only)",
      addInstallClient},

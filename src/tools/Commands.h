@@ -59,6 +59,13 @@ struct LogOptions {
 /// Prints the past runs, or one of them with its steps.
 Result showLog(const LogOptions& options);
 
+struct StatusOptions {
+    std::string journal; ///< as in LogOptions
+    bool json = false;
+};
+/// Prints what runs now, for whom and since when.
+Result status(const StatusOptions& options);
+
 struct SignOptions {
     std::string file;
     std::string identifier;

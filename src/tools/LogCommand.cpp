@@ -4,9 +4,9 @@
 #include "tools/Input.h"
 #include "tools/Json.h"
 #include "tools/RunHistory.h"
+#include "tools/RunText.h"
 #include "tools/Terminal.h"
 
-#include <fmt/chrono.h>
 #include <fmt/core.h>
 
 #include <algorithm>
@@ -17,28 +17,7 @@ namespace qv::tools {
 
 namespace {
 
-using Pairs = std::vector<std::pair<Value, Value>>;
 using Style = Terminal::Style;
-
-constexpr std::uint64_t kMicroseconds = 1'000'000; // in a second
-
-std::string localTime(std::uint64_t microseconds) {
-    const auto seconds = static_cast<std::time_t>(microseconds / kMicroseconds);
-    return fmt::format("{:%Y-%m-%d %H:%M:%S}", fmt::localtime(seconds));
-}
-
-std::string secondsText(std::uint64_t microseconds) {
-    return fmt::format("{:.3f} s", static_cast<double>(microseconds) / double{kMicroseconds});
-}
-
-std::string userText(std::uint64_t user) {
-    const auto record = userRecord(static_cast<uid_t>(user));
-    return record ? fmt::format("{} ({})", record->name, user) : std::to_string(user);
-}
-
-std::string outcomeText(const RunEntry& run) {
-    return run.outcome.empty() ? "not ended" : run.outcome;
-}
 
 Style styleOf(std::string_view outcome) {
     if (outcome == "succeeded" || outcome == "changed") {
@@ -58,7 +37,7 @@ std::optional<std::uint64_t> momentFrom(const std::string& text) {
         const std::size_t unit = kUnits.find(*rest);
         const auto now = static_cast<std::uint64_t>(std::time(nullptr));
         return unit < kSeconds.size() && count <= now / kSeconds[unit]
-                   ? std::optional((now - count * kSeconds[unit]) * kMicroseconds)
+                   ? std::optional((now - count * kSeconds[unit]) * kMicrosecondsOfSecond)
                    : std::nullopt;
     }
     for (const char* format : {"%Y-%m-%d %H:%M:%S", "%Y-%m-%d %H:%M", "%Y-%m-%d"}) {
@@ -66,7 +45,7 @@ std::optional<std::uint64_t> momentFrom(const std::string& text) {
         fields.tm_isdst = -1;
         const char* stopped = ::strptime(text.c_str(), format, &fields);
         if (stopped != nullptr && *stopped == '\0') {
-            return static_cast<std::uint64_t>(std::mktime(&fields)) * kMicroseconds;
+            return static_cast<std::uint64_t>(std::mktime(&fields)) * kMicrosecondsOfSecond;
         }
     }
     return std::nullopt;
@@ -91,70 +70,6 @@ bool isWanted(const RunEntry& run, const LogOptions& options) {
     return isOfClient && isOfUser && run.run.starts_with(options.run) &&
            (options.item.empty() || touches(run, options.item)) &&
            (!options.failed || run.outcome == "failed");
-}
-
-Value strings(const std::vector<std::string>& texts) {
-    std::vector<Value> values;
-    values.reserve(texts.size());
-    for (const std::string& text : texts) {
-        values.push_back(Value::string(text));
-    }
-    return Value::array(std::move(values));
-}
-
-void addText(Pairs& pairs, std::string_view key, const std::string& text) {
-    if (!text.empty()) {
-        pairs.emplace_back(Value::string(key), Value::string(text));
-    }
-}
-
-Value asValue(const StepEntry& step) {
-    Pairs pairs{{Value::string("index"), Value::unsignedInteger(step.index)},
-                {Value::string("outcome"), Value::string(step.outcome)},
-                {Value::string("operation"), Value::string(step.operation)},
-                {Value::string("text"), Value::string(step.text)},
-                {Value::string("items"), strings(step.items)},
-                {Value::string("microseconds"), Value::unsignedInteger(step.microseconds)}};
-    if (!step.values.empty()) {
-        pairs.emplace_back(Value::string("values"), strings(step.values));
-    }
-    addText(pairs, "errorDomain", step.errorDomain);
-    addText(pairs, "errorCode", step.errorCode);
-    addText(pairs, "error", step.error);
-    addText(pairs, "ruleFault", step.ruleFault);
-    return Value::dictionary(std::move(pairs));
-}
-
-Value asValue(const RunEntry& run, bool withSteps) {
-    Pairs pairs{{Value::string("run"), Value::string(run.run)},
-                {Value::string("begin"), Value::string(localTime(run.begin))},
-                {Value::string("outcome"), Value::string(outcomeText(run))},
-                {Value::string("microseconds"), Value::unsignedInteger(run.microseconds)},
-                {Value::string("steps"), Value::unsignedInteger(run.stepCount)},
-                {Value::string("client"), Value::string(run.client)},
-                {Value::string("identifier"), Value::string(run.identifier)},
-                {Value::string("team"), Value::string(run.team)},
-                {Value::string("codeHash"), Value::string(run.codeHash)},
-                {Value::string("user"), Value::unsignedInteger(run.user)},
-                {Value::string("process"), Value::unsignedInteger(run.process)}};
-    if (run.failedStep) {
-        pairs.emplace_back(Value::string("failedStep"), Value::unsignedInteger(*run.failedStep));
-    }
-    addText(pairs, "errorDomain", run.errorDomain);
-    addText(pairs, "errorCode", run.errorCode);
-    addText(pairs, "error", run.error);
-    if (run.lostSteps > 0) {
-        pairs.emplace_back(Value::string("stepsWithoutRecord"),
-                           Value::unsignedInteger(run.lostSteps));
-    }
-    if (withSteps) {
-        std::vector<Value> steps;
-        for (const StepEntry& step : run.steps) {
-            steps.push_back(asValue(step));
-        }
-        pairs.emplace_back(Value::string("results"), Value::array(std::move(steps)));
-    }
-    return Value::dictionary(std::move(pairs));
 }
 
 void showList(const std::vector<RunEntry>& runs) {
@@ -243,7 +158,7 @@ Result showLog(const LogOptions& options) {
     if (options.json) {
         std::vector<Value> values;
         for (const RunEntry& run : *runs) {
-            values.push_back(asValue(run, needsSteps));
+            values.push_back(runAsValue(run, needsSteps));
         }
         out.line(jsonText(isOne ? values.front() : Value::array(std::move(values))));
     } else if (isOne) {

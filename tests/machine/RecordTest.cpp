@@ -54,6 +54,18 @@ TEST(Record, LeavesOutForgedRecords) {
                 AllOf(HasSubstr("user victim"), Not(HasSubstr("forged"))));
 }
 
+TEST(Record, TellsWhatRunsNow) {
+    const auto client = clientOf(kVictim);
+    client->begin("run " + scriptFile("{operation = 7; URL = \"file:///srv/now\";}," +
+                                      shellStep("touch /srv/runs; sleep 600")));
+    awaitFile("/srv/runs");
+    EXPECT_THAT(shell("qvcatalog status").output,
+                AllOf(HasSubstr("user victim (1001)"),
+                      HasSubstr("1 of 2 steps recorded, the last: touch file:///srv/now")));
+    EXPECT_EQ(shell("systemctl stop " + kUnit + "; qvcatalog status").output,
+              "No script runs now.\n");
+}
+
 // Neither a script nor the end of the service.
 TEST(Record, DoesNotWaitForAStoppedJournal) {
     std::string steps;
