@@ -2,6 +2,7 @@
 
 #include "platform/foundation/os/Folder.h"
 #include "platform/foundation/os/RegularFile.h"
+#include "platform/imager/CompressedImage.h"
 #include "platform/imager/FileSystemProbe.h"
 #include "platform/imager/ImageFailure.h"
 #include "platform/imager/ReadOnlyMount.h"
@@ -119,6 +120,14 @@ tl::expected<Volume, Error> firstVolumeIn(int folder, WorkFolder& work) {
     return tl::unexpected(last);
 }
 
+Error unpackPartitions(int image, int folder) {
+    const auto isDone = decodeImage(image, folder);
+    if (!isDone) {
+        return isDone.error();
+    }
+    return *isDone ? Error() : unpack(image, "Dmg", folder);
+}
+
 // 7-Zip reads whole files only.
 tl::expected<Descriptor, Error> ownFileOf(const Volume& volume, WorkFolder& work) {
     constexpr mode_t kOwnersAlone = 0600;
@@ -184,7 +193,7 @@ tl::expected<ImageContent, Error> openContent(int image, const ItemPlace& workFo
         if (!partitions) {
             return tl::unexpected(partitions.error());
         }
-        if (Error error = unpack(image, "Dmg", partitions->get())) {
+        if (Error error = unpackPartitions(image, partitions->get())) {
             return tl::unexpected(std::move(error));
         }
         volume = firstVolumeIn(partitions->get(), work);

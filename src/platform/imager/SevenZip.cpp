@@ -8,6 +8,7 @@
 #include "platform/foundation/process/worker/Sandbox.h"
 #include "platform/imager/ImageFailure.h"
 #include "platform/imager/ReadOnlyMount.h"
+#include "platform/imager/ReadingTime.h"
 
 #include <algorithm>
 #include <array>
@@ -58,14 +59,9 @@ std::string enterScene(const Scene& scene) {
     return isDone ? "" : fmt::format("the view of files: {}", errnoText(errno));
 }
 
-// Processor time, beyond which the image has the program go in circles. None of a usable size takes
-// a second for a mebibyte.
+// Of the processor.
 rlimit longestFor(int file) {
-    constexpr rlim_t kLeast = 600;
-    constexpr unsigned kMebibyte = 20;
-    struct stat info{};
-    static_cast<void>(::fstat(file, &info));
-    const rlim_t seconds = kLeast + (static_cast<rlim_t>(info.st_size) >> kMebibyte);
+    const auto seconds = static_cast<rlim_t>(readingTimeOf(file).count());
     return {.rlim_cur = seconds, .rlim_max = seconds};
 }
 
