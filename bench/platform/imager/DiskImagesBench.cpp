@@ -19,7 +19,7 @@ namespace {
 namespace fs = std::filesystem;
 using namespace qv::bench; // NOLINT(google-build-using-namespace)
 
-constexpr int kRounds = 7;
+constexpr int kRounds = 9;
 constexpr int kFiles = 100;
 constexpr std::size_t kFileSize = std::size_t{1} << 20U;
 

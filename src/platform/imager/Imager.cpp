@@ -20,6 +20,7 @@
 #include <filesystem>
 #include <optional>
 #include <string_view>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -164,6 +165,19 @@ Error showContent(const ImageContent& content, const ItemPlace& place) {
                      : Error();
 }
 
+// A user namespace, that of a container, may have too few users for root's readers.
+Error checkReaderExists() {
+    const Descriptor file(::memfd_create("owner", MFD_CLOEXEC));
+    const bool isMissing = ::geteuid() == 0 && file &&
+                           ::fchown(file.get(), kImageReader, kImageReader) != 0 && errno == EINVAL;
+    return isMissing
+               ? failed("reading",
+                        fmt::format("this user namespace maps no user and group {}, which read "
+                                    "images for root",
+                                    kImageReader))
+               : Error();
+}
+
 Error attachLocked(const AttachmentRecords& records, const ItemPlace& image,
                    const std::string& mountPoint, const ItemPlace& place) {
     const auto known = records.read(place.name);
@@ -174,6 +188,9 @@ Error attachLocked(const AttachmentRecords& records, const ItemPlace& image,
         return failed(kPlacing, "an image of this name is attached");
     }
     if (Error error = checkIsFree(place)) {
+        return error;
+    }
+    if (Error error = checkReaderExists()) {
         return error;
     }
     const auto held = holdItem(image, LastLink::follow);

@@ -2,6 +2,7 @@
 
 #include "platform/foundation/configuration/Configuration.h"
 #include "platform/foundation/files/item/HeldItem.h"
+#include "platform/foundation/os/Deadline.h"
 #include "platform/foundation/os/Descriptor.h"
 #include "platform/foundation/os/ProcessIdentity.h"
 #include "platform/foundation/process/task/Task.h"
@@ -14,7 +15,10 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <ctime>
 #include <fcntl.h>
+#include <optional>
+#include <poll.h>
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
@@ -108,6 +112,44 @@ std::string lineFrom(int descriptor) {
     return {line.data(), count > 0 ? static_cast<std::size_t>(count) : 0};
 }
 
+// The processor time of a child that was not reaped.
+std::int64_t processorTimeOf(pid_t child) {
+    constexpr std::int64_t kNanoseconds = 1'000'000'000;
+    clockid_t clock = 0;
+    timespec time{};
+    return ::clock_getcpuclockid(child, &clock) == 0 && ::clock_gettime(clock, &time) == 0
+               ? time.tv_sec * kNanoseconds + time.tv_nsec
+               : 0;
+}
+
+// Waits for the end of a child, and kills it once it has used no processor time for so long: it was
+// stopped, say. Gives its status, or none where it was killed.
+std::optional<int> statusOf(pid_t child, std::chrono::milliseconds patience) {
+    constexpr int kForItsEnd = 10'000;
+    const Descriptor pidfd = openPidfd(child);
+    pollfd entry{pidfd.get(), POLLIN, 0};
+    std::int64_t used = 0;
+    for (Deadline deadline = Deadline::after(patience);
+         pidfd && ::poll(&entry, 1, deadline.pollTimeout()) <= 0;) {
+        if (!deadline.hasPassed()) {
+            continue;
+        }
+        if (used == processorTimeOf(child)) {
+            ::kill(child, SIGKILL); // it is ours, and not reaped
+            if (::poll(&entry, 1, kForItsEnd) > 0) {
+                ::waitpid(child, nullptr, 0);
+            }
+            return std::nullopt;
+        }
+        used = processorTimeOf(child);
+        deadline = Deadline::after(patience);
+    }
+    int status = 0;
+    while (::waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    }
+    return status;
+}
+
 // The program's own words are for people, and nobody reads them here.
 bool isFull(int folder) {
     constexpr fsblkcnt_t kLeast = 1U << 20U;
@@ -136,7 +178,7 @@ std::string pathWhileUnpacking(int folder) {
     return ::geteuid() == 0 ? kFolderInside : pathOfHeldItem(folder);
 }
 
-Error unpack(int file, const std::string& format, int folder) {
+Error unpack(int file, const std::string& format, int folder, std::chrono::milliseconds patience) {
     const std::string step = fmt::format("unpacking ({})", format);
     const bool isRoot = ::geteuid() == 0;
     Scene scene;
@@ -182,11 +224,12 @@ Error unpack(int file, const std::string& format, int folder) {
         return failed(step, errno);
     }
     report->fileHandleForWriting.reset();
-    const std::string notStarted = lineFrom(report->fileHandleForReading.get());
-    int status = 0;
-    while (::waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    const auto status = statusOf(child, patience);
+    if (!status) {
+        return failed(step, "7-Zip made no progress and was killed");
     }
-    return notStarted.empty() ? verdictOn(status, step, folder)
+    const std::string notStarted = lineFrom(report->fileHandleForReading.get());
+    return notStarted.empty() ? verdictOn(*status, step, folder)
                               : failed(step, fmt::format("{} cannot be run: {}",
                                                          configuration::kSevenZip, notStarted));
 }

@@ -2,6 +2,7 @@
 
 #include "platform/foundation/values/Error.h"
 
+#include <chrono>
 #include <string>
 
 namespace qv::imager {
@@ -12,8 +13,10 @@ namespace qv::imager {
 ///
 /// The file is a stranger's. As root the program that reads it has an identity and namespaces of
 /// its own and sees nothing but /usr, the file and the folder; it ends with this process. What it
-/// writes belongs to that identity, so nobody else may reach the folder yet.
-[[nodiscard]] Error unpack(int file, const std::string& format, int folder);
+/// writes belongs to that identity, so nobody else may reach the folder yet. It is killed, and that
+/// is an error, once it has used no processor time for as long as `patience`.
+[[nodiscard]] Error unpack(int file, const std::string& format, int folder,
+                           std::chrono::milliseconds patience = std::chrono::minutes(1));
 
 /// The path by which 7-Zip knew the folder: targets of absolute links begin with it.
 [[nodiscard]] std::string pathWhileUnpacking(int folder);

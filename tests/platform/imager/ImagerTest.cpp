@@ -1,3 +1,4 @@
+#include "platform/imager/SevenZip.h"
 #include "support/BuildFolder.h"
 #include "support/SmallFileSystem.h"
 #include "support/StartedProgram.h"
@@ -261,6 +262,23 @@ TEST_F(DiskImages, LeaveNothingOfKilledAttachment) {
     EXPECT_EQ(attach.wait(), -SIGKILL);
     EXPECT_EQ(detach(mountPoint), 0);
     EXPECT_EQ(traces(), usual);
+}
+
+TEST_F(DiskImages, GiveUpOnToolThatHangs) {
+    const auto tool = replaceTool("#!/usr/bin/sh\nexec /usr/bin/sleep 60\n");
+    const Descriptor file(::open(folder.write("i.dmg", "x").c_str(), O_RDONLY | O_CLOEXEC));
+    fs::create_directory(folder / "content");
+    const Descriptor content(::open((folder / "content").c_str(), O_RDONLY | O_CLOEXEC));
+    const Error error =
+        imager::unpack(file.get(), "Dmg", content.get(), std::chrono::milliseconds(500));
+    EXPECT_THAT(error.localizedDescription(), HasSubstr("made no progress"));
+}
+
+TEST_F(DiskImages, NeedReaderInUserNamespace) {
+    make(std::string(kSquashFS) + "disk_image v i.dmg zlib");
+    std::vector<std::string> command = attaching("i.dmg", mountPoint);
+    command.insert(command.begin(), {"/usr/bin/unshare", "--map-root-user"});
+    EXPECT_THAT(runProgram(command).errors, HasSubstr("maps no user and group 47112"));
 }
 
 TEST_F(DiskImages, EndWithWhomeverAttachedThem) {
