@@ -174,6 +174,12 @@ URL URL::fileURLWithPath(std::string_view path) {
     return URL(std::move(text));
 }
 
+URL URL::fileURLOfAbsolutePath(std::string_view path) {
+    std::string text = "file://";
+    appendEncoded(text, path);
+    return URL(std::move(text));
+}
+
 std::string_view URL::scheme() const noexcept {
     const std::string_view text = text_;
     const std::size_t colon = text.find(':');

@@ -21,6 +21,9 @@ public:
     /// is gone, the result is a relative URL, no file URL). A slash is added for an existing
     /// folder.
     static URL fileURLWithPath(std::string_view path);
+    /// The file URL that says an absolute path as it stands, its slash at the end included. Looks
+    /// at no file, so that it is the same on every machine.
+    static URL fileURLOfAbsolutePath(std::string_view path);
 
     [[nodiscard]] const std::string& absoluteString() const noexcept { return text_; }
     [[nodiscard]] std::string_view scheme() const noexcept; ///< empty when there is none

@@ -20,6 +20,10 @@ struct UserRecord {
 [[nodiscard]] std::optional<UserRecord> userRecord(uid_t user);
 [[nodiscard]] std::optional<UserRecord> userRecord(const std::string& name);
 
+/// The group of a name, and the name of a group (group(5)); none as above.
+[[nodiscard]] std::optional<gid_t> groupNamed(const std::string& name);
+[[nodiscard]] std::optional<std::string> groupName(gid_t group);
+
 /// All the groups that a login of the user has, the main one included (group(5)).
 [[nodiscard]] std::vector<gid_t> groupsOf(const UserRecord& user);
 
