@@ -25,7 +25,7 @@ void addRun(CLI::App& command, Command& chosen) {
     options->socketPath = QVCatalogHelperClient::defaultSocketPath();
     command
         .add_option("FILE", options->file,
-                    "the script, a property list in any encoding; - for standard input")
+                    "the script, as people write it or as exact steps; - for standard input")
         ->required();
     command.add_option("--socket", options->socketPath, "where the service listens")
         ->capture_default_str();
@@ -54,6 +54,50 @@ void addStatus(CLI::App& command, Command& chosen) {
     command.add_option("--journal", options->journal, "a folder of journal files to read instead");
     command.add_flag("--json", options->json, "print as JSON");
     command.callback([&chosen, options] { chosen = [options] { return status(*options); }; });
+}
+
+void addBuild(CLI::App& command, Command& chosen) {
+    auto options = std::make_shared<BuildOptions>();
+    command
+        .add_option("FILE", options->file,
+                    "the script, JSON with comments or a property list; - for standard input")
+        ->required();
+    command.add_option("--to", options->to, "xml or binary")
+        ->check(CLI::IsMember({"xml", "binary"}))
+        ->capture_default_str();
+    command.add_option("-o,--output", options->output,
+                       "where to write; standard output when left out");
+    command.add_flag("--json", options->json,
+                     "print the exact steps, or with -o what was written, as JSON");
+    command.callback([&chosen, options] { chosen = [options] { return build(*options); }; });
+}
+
+void addShow(CLI::App& command, Command& chosen) {
+    auto options = std::make_shared<ShowOptions>();
+    command.add_option("FILE", options->file, "the script, in any encoding; - for standard input")
+        ->required();
+    command.add_option("-o,--output", options->output,
+                       "where to write; standard output when left out");
+    command.add_flag("--names", options->names,
+                     "users and groups by the names that they have on this machine");
+    command.add_flag("--texts-as-numbers", options->textsAsNumbers,
+                     "numbers and flags for the texts that stand for them in old-style lists; the "
+                     "script built from that does the same, but is not the same list");
+    command.add_flag("--json", options->json, "the answer is JSON; a failure is, too");
+    command.callback([&chosen, options] { chosen = [options] { return show(*options); }; });
+}
+
+void addSchema(CLI::App& command, Command& chosen) {
+    command.add_flag("--json")->description("the answer is JSON");
+    command.callback([&chosen] { chosen = [] { return schema(); }; });
+}
+
+void addNew(CLI::App& command, Command& chosen) {
+    auto options = std::make_shared<NewOptions>();
+    command.add_option("FILE", options->file,
+                       "where to write, and must not exist; standard output when left out");
+    command.add_flag("--json", options->json, "print what was written as JSON");
+    command.callback([&chosen, options] { chosen = [options] { return newScript(*options); }; });
 }
 
 void addSign(CLI::App& command, Command& chosen) {
@@ -297,6 +341,10 @@ constexpr std::array kCommands = std::to_array<CommandRow>({
     {"run", "Send a script to the service and show how it went", addRun},
     {"log", "Show past runs: who had what done, and how it went", addLog},
     {"status", "Show what runs now, for whom and since when", addStatus},
+    {"new", "Write a first script, with comments, to start from", addNew},
+    {"build", "Make the exact steps of a script that people write", addBuild},
+    {"show", "Write a script of exact steps as people write it", addShow},
+    {"schema", "Print the JSON Schema of scripts, for editors", addSchema},
     {"sign", "Sign a program, replacing the signature that it has", addSign},
     {"install-client", "Install a signed program as a client of the service (root only)",
      addInstallClient},

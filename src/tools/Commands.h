@@ -27,6 +27,8 @@ struct Failure {
     ExitStatus status;
     std::string reason;
     std::optional<std::int64_t> code = std::nullopt;
+    /// The part of a text around a fault and the fault's offset in it, for people.
+    std::optional<std::pair<std::string, std::size_t>> excerpt = std::nullopt;
 };
 
 /// A command prints its answer, yes or no, and returns the status. It prints nothing if it fails.
@@ -65,6 +67,37 @@ struct StatusOptions {
 };
 /// Prints what runs now, for whom and since when.
 Result status(const StatusOptions& options);
+
+struct BuildOptions {
+    std::string file;
+    std::string to = "xml"; ///< or binary
+    std::string output;     ///< empty: standard output
+    bool json = false;      ///< print the exact steps, or with an output what was done, as JSON
+};
+/// Writes the exact steps of a script; `faulty` for one that cannot be built.
+Result build(const BuildOptions& options);
+
+struct ShowOptions {
+    std::string file;
+    std::string output;          ///< empty: standard output
+    bool names = false;          ///< of users and groups, not their numbers
+    bool textsAsNumbers = false; ///< also where an old-style list has texts for numbers
+    bool json = false;           ///< the faults of a script that cannot be built
+};
+/// Writes a script as people write it.
+Result show(const ShowOptions& options);
+
+/// Prints the JSON Schema of scripts.
+Result schema();
+/// Where an installation has it.
+std::string schemaURL();
+
+struct NewOptions {
+    std::string file; ///< must not exist; empty: standard output
+    bool json = false;
+};
+/// Writes a first script.
+Result newScript(const NewOptions& options);
 
 struct SignOptions {
     std::string file;

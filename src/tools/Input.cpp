@@ -62,11 +62,15 @@ tl::expected<ListInput, Failure> readList(const std::string& file) {
     if (!content) {
         return fileFailure(ExitStatus::usage, file, content.error());
     }
-    auto list = PropertyList::propertyListWithData(*content);
+    return listIn(file, std::move(*content));
+}
+
+tl::expected<ListInput, Failure> listIn(const std::string& file, std::string content) {
+    auto list = PropertyList::propertyListWithData(content);
     if (!list) {
-        return fileFailure(ExitStatus::failed, file, likelierError(*content, list.error()));
+        return fileFailure(ExitStatus::failed, file, likelierError(content, list.error()));
     }
-    return ListInput{std::move(*content), std::move(*list)};
+    return ListInput{std::move(content), std::move(*list)};
 }
 
 std::string reasonOf(const Error& error) {

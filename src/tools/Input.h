@@ -23,6 +23,9 @@ struct ListInput {
 /// ExitStatus::failed for one that is not a property list.
 [[nodiscard]] tl::expected<ListInput, Failure> readList(const std::string& file);
 
+/// The same of the content of a file that was read.
+[[nodiscard]] tl::expected<ListInput, Failure> listIn(const std::string& file, std::string content);
+
 /// Why something failed: what NSDebugDescription says, else the error's own text.
 [[nodiscard]] std::string reasonOf(const Error& error);
 

@@ -2,6 +2,7 @@
 
 #include "platform/foundation/plist/Base64.h"
 #include "platform/foundation/plist/PropertyList.h"
+#include "platform/foundation/plist/XMLScalars.h"
 #include "platform/foundation/values/Description.h"
 #include "platform/foundation/values/Error.h"
 #include "platform/foundation/values/Expansion.h"
@@ -20,6 +21,20 @@ using Kind = Value::Kind;
 
 Json toJson(const Value& value);
 
+// A dictionary that would be taken for what JSON lacks: one "$" more tells it from that.
+std::string keyOfOnlyPair(std::string_view key) {
+    return (key.starts_with('$') ? "$" : "") + std::string(key);
+}
+
+Json dateToJson(const Value& value) {
+    const double seconds = value.asDate().secondsSinceReference;
+    const bool isWhole = std::isfinite(seconds) && std::floor(seconds) == seconds;
+    if (isWhole && plist::dateText(value.asDate())) {
+        return {{"$date", description(value)}};
+    }
+    return {{"$date", toJson(Value::real(seconds))}};
+}
+
 Json errorToJson(const Error& error) {
     return {{"$error",
              {{"domain", error.domain()},
@@ -36,7 +51,9 @@ Json containerToJson(const Value& value) {
         members.reserve(pairs.size());
         for (std::size_t i = 0; i < pairs.size(); ++i) {
             // Keys come once: the object's own insertion would look for each among all before.
-            members.emplace_back(pairs.key(i), toJson(pairs.value(i)));
+            members.emplace_back(pairs.size() == 1 ? keyOfOnlyPair(pairs.key(i))
+                                                   : std::string(pairs.key(i)),
+                                 toJson(pairs.value(i)));
         }
         return json;
     }
@@ -58,13 +75,14 @@ Json toJson(const Value& value) {
     case Kind::unsignedInteger:
         return value.asUnsignedInteger();
     case Kind::real:
-        return std::isfinite(value.asReal()) ? Json(value.asReal()) : Json(description(value));
+        return std::isfinite(value.asReal()) ? Json(value.asReal())
+                                             : Json{{"$real", plist::realText(value.asReal())}};
     case Kind::string:
         return std::string(value.asString());
     case Kind::data:
         return {{"$data", plist::encodeBase64(value.asData())}};
     case Kind::date:
-        return {{"$date", description(value)}};
+        return dateToJson(value);
     case Kind::uid:
         return {{"$uid", value.asUID().index}};
     case Kind::url:

@@ -5,8 +5,10 @@
 #include "platform/foundation/values/Description.h"
 #include "script/step/StepText.h"
 #include "tools/Commands.h"
+#include "tools/FindingReport.h"
 #include "tools/Input.h"
 #include "tools/Json.h"
+#include "tools/ScriptSource.h"
 #include "tools/Terminal.h"
 
 #include <fmt/core.h>
@@ -111,15 +113,29 @@ tl::unexpected<Failure> serviceFailure(const Error& error, const std::string& so
     return failure(ExitStatus::unreachable, reason + remedyFor(socketPath));
 }
 
+// What the service is sent: a list of exact steps as the file has it.
+tl::expected<std::string, Error> dataOf(const ScriptSource& script) {
+    return script.isExact
+               ? script.content
+               : PropertyList::dataWithPropertyList(script.steps, PropertyListFormat::binary);
+}
+
 } // namespace
 
 Result run(const RunOptions& options) {
     if (!mayRun()) {
         return failure(ExitStatus::notAuthorised, "only root may run scripts with this program");
     }
-    const auto script = readList(options.file);
+    const auto script = readScript(options.file);
     if (!script) {
-        return failure(ExitStatus::usage, script.error().reason);
+        return tl::unexpected(script.error());
+    }
+    if (!script->canBeSent()) {
+        return refuseFaultyScript(*script, options.json);
+    }
+    const auto data = dataOf(*script);
+    if (!data) {
+        return fileFailure(ExitStatus::usage, options.file, data.error());
     }
     auto client = QVCatalogHelperClient::connect(options.socketPath);
     if (!client) {
@@ -128,7 +144,7 @@ Result run(const RunOptions& options) {
     tl::expected<ScriptOutcome, Error> outcome;
     {
         const Progress progress("running the script");
-        outcome = client->executeScriptData(script->content);
+        outcome = client->executeScriptData(*data);
     }
     if (!outcome) {
         return serviceFailure(outcome.error(), options.socketPath);
@@ -136,7 +152,7 @@ Result run(const RunOptions& options) {
     if (options.json) {
         Terminal::standardOutput().line(jsonText(outcomeAsValue(*outcome)));
     } else {
-        showOutcome(*outcome, script->document.root);
+        showOutcome(*outcome, script->steps);
     }
     return outcome->success ? ExitStatus::success : ExitStatus::failed;
 }

@@ -6,6 +6,7 @@
 
 #include <tl/expected.hpp>
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -19,18 +20,26 @@ struct TextPosition {
     std::size_t offset; ///< in bytes, from 0
 };
 
+struct ScriptText;
+
 /// A script as a file holds it: exact steps or the form that people write, as JSON with comments or
-/// as a property list.
+/// as a property list. Copies share what is known of the text.
 struct ScriptSource {
     std::string file; ///< as messages name it
     std::string content;
     /// The exact steps, one for each that the file holds, so that indexes agree; what could not be
     /// built of a step is missing in it, and among the faults.
     Value steps;
-    /// Mistakes that keep steps from being built: the script must not be sent.
+    /// Mistakes that keep steps from being built: the script must not be sent. Those of severity
+    /// warning, comments that allow a finding without a reason, do not keep it.
     std::vector<Finding> faults;
+    /// `content` is a property list of the steps as they stand, or of something else than a script.
+    bool isExact = false;
+    std::shared_ptr<const ScriptText> text; ///< null: a binary list, or not in UTF-8
 
-    /// Where a finding stands; none in a binary list.
+    [[nodiscard]] bool canBeSent() const;
+    /// Where a finding stands, under its key as written or as the exact step names it; none in a
+    /// binary list and in text of another encoding than UTF-8.
     [[nodiscard]] std::optional<TextPosition> positionOf(const Finding& finding) const;
     /// The reason for which a comment of the file allows a finding; none if it does not.
     [[nodiscard]] std::optional<std::string> allowance(const Finding& finding) const;

@@ -34,6 +34,9 @@ int report(const Result& result, bool json) {
     }
     if (!result && (!json || out.error() != 0)) {
         complain(result.error().reason);
+        if (const auto& excerpt = result.error().excerpt) {
+            complainAtPlace(excerpt->first, excerpt->second);
+        }
     }
     if (out.error() != 0) {
         complain(fmt::format("standard output: {}", qv::errnoText(out.error())));

@@ -1,0 +1,48 @@
+#include "platform/foundation/files/item/OutputFile.h"
+#include "platform/foundation/plist/PropertyList.h"
+#include "tools/Commands.h"
+#include "tools/FindingReport.h"
+#include "tools/Input.h"
+#include "tools/Json.h"
+#include "tools/ScriptSource.h"
+#include "tools/Terminal.h"
+
+namespace qv::tools {
+
+Result build(const BuildOptions& options) {
+    const auto source = readScript(options.file);
+    if (!source) {
+        return tl::unexpected(source.error());
+    }
+    if (!source->canBeSent()) {
+        return refuseFaultyScript(*source, options.json);
+    }
+    if (!source->steps.is(Value::Kind::array)) {
+        return failure(ExitStatus::faulty, source->file + ": a script must be an array of steps");
+    }
+    const bool printsJson = options.json && options.output.empty();
+    const auto list = printsJson
+                          ? jsonLine(source->steps)
+                          : PropertyList::dataWithPropertyList(
+                                source->steps, options.to == "binary" ? PropertyListFormat::binary
+                                                                      : PropertyListFormat::xml);
+    if (!list) {
+        return fileFailure(ExitStatus::failed, options.file, list.error());
+    }
+    Terminal& out = Terminal::standardOutput();
+    if (options.output.empty() || options.output == "-") {
+        out.write(*list);
+        return ExitStatus::success;
+    }
+    if (const int error = writeOutputFile(options.output, *list)) {
+        return fileFailure(ExitStatus::usage, options.output, Error::posix(error));
+    }
+    if (options.json) {
+        out.line(jsonText(Value::dictionary(
+            {{"output", Value::string(options.output)},
+             {"steps", Value::unsignedInteger(source->steps.asArray().size())}})));
+    }
+    return ExitStatus::success;
+}
+
+} // namespace qv::tools
