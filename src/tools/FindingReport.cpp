@@ -14,7 +14,7 @@ namespace {
 constexpr std::size_t kMostShown = 50;
 
 std::string faultySummary(const ScriptSource& source) {
-    return fmt::format("{}: the script has a mistake and is not sent", source.file);
+    return fmt::format("{}: the script has mistakes", source.file);
 }
 
 } // namespace

@@ -242,7 +242,10 @@ std::string reasonIn(std::string_view message) {
             message.remove_prefix(found + begin.size());
         }
     }
-    return std::string(message.substr(0, message.find("; last read: ")));
+    message = message.substr(0, message.find("; last read: "));
+    return message == "invalid literal"
+               ? "this is not JSON, in which texts and keys stand between double quotes"
+               : std::string(message);
 }
 
 bool ValueMaker::parse_error(std::size_t position, const std::string& /*last*/,

@@ -173,6 +173,9 @@ tl::expected<ScriptSource, Failure> readScript(const std::string& file) {
     }
     ScriptSource source;
     source.file = file == "-" ? "standard input" : file;
+    if (content->empty()) {
+        return failure(ExitStatus::usage, source.file + ": the file is empty");
+    }
     const auto decoded = plist::decodeText(*content);
     const std::string_view text = decoded ? decoded->view() : std::string_view();
     const bool isBinary = content->starts_with("bplist0");

@@ -87,8 +87,7 @@ private:
     const WrittenOperation* operationOf(const Value& step) {
         const Value* name = step.find(kOperationKey);
         if (name == nullptr) {
-            fail({}, {"missing-operation", "the step does not say its operation",
-                      "add \"operation\" with the name of one"});
+            refuseMissingOperation(step.asDictionary().keys());
             return nullptr;
         }
         if (!name->is(Kind::string)) {
@@ -104,6 +103,20 @@ private:
                   mendOfOperation(name->asString())});
         }
         return operation;
+    }
+
+    void refuseMissingOperation(const KeyList& keys) {
+        constexpr std::size_t kMostKeys = 16;
+        for (std::size_t i = 0; i < std::min(keys.size(), kMostKeys); ++i) {
+            const std::string_view key = keys[i].asString();
+            if (!similarNames(key, {std::string(kOperationKey)}).empty()) {
+                fail(key, {"unknown-key", fmt::format("a step has no \"{}\"", key),
+                           "write \"operation\""});
+                return;
+            }
+        }
+        fail({}, {"missing-operation", "the step does not say its operation",
+                  "add \"operation\" with the name of one"});
     }
 
     static std::string mendOfOperation(std::string_view word) {
@@ -127,7 +140,7 @@ private:
             const WrittenKind& kind = writtenKind(fields[i].kind);
             const Value* value = written.find(operation.keys[i]);
             if (value == nullptr) {
-                if (!kind.isOptional) {
+                if (!kind.isOptional && !isMisspelt(operation.keys[i], operation, written)) {
                     fail({},
                          {"missing-field",
                           fmt::format("{} needs \"{}\"", operation.row->name, operation.keys[i]),
@@ -147,6 +160,29 @@ private:
             refuseUnknownKeys(operation, written);
         }
         return Value::dictionary(exactKeys_.of(operation, present), values);
+    }
+
+    // Whether another key of the step is likely meant to be this one.
+    static bool isMisspelt(const std::string& key, const WrittenOperation& operation,
+                           const Value& written) {
+        constexpr std::size_t kMostKeys = 16;
+        const KeyList& keys = written.asDictionary().keys();
+        for (std::size_t i = 0; i < std::min(keys.size(), kMostKeys); ++i) {
+            const std::string_view other = keys[i].asString();
+            const bool isKnown = other == kOperationKey ||
+                                 std::ranges::find(operation.keys, other) != operation.keys.end();
+            if (!isKnown &&
+                (!similarNames(other, {key}).empty() || exactKeyOf(operation, key) == other)) {
+                return true;
+            }
+        }
+        return false;
+    }
+
+    static std::string_view exactKeyOf(const WrittenOperation& operation, std::string_view key) {
+        const auto place = std::ranges::find(operation.keys, key);
+        return stepKeyName(
+            operation.row->fields[static_cast<std::size_t>(place - operation.keys.begin())].key);
     }
 
     void refuseUnknownKeys(const WrittenOperation& operation, const Value& written) {
