@@ -11,7 +11,7 @@ namespace qv::tools {
 
 namespace {
 
-constexpr std::size_t kMostShown = 50;
+constexpr std::size_t kMostFaultsShown = 50;
 
 std::string faultySummary(const ScriptSource& source) {
     return fmt::format("{}: the script has mistakes", source.file);
@@ -66,7 +66,7 @@ Value findingsAsValue(const ScriptSource& source, std::span<const Finding> findi
 }
 
 void complainOfFaults(const ScriptSource& source) {
-    const std::size_t shown = std::min(source.faults.size(), kMostShown);
+    const std::size_t shown = std::min(source.faults.size(), kMostFaultsShown);
     for (const Finding& fault : std::span(source.faults).first(shown)) {
         complain(findingLine(source, fault));
         if (const auto place = source.positionOf(fault)) {

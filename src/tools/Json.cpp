@@ -10,6 +10,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
+#include <array>
 #include <cmath>
 
 namespace qv::tools {
@@ -23,7 +25,10 @@ Json toJson(const Value& value);
 
 // A dictionary that would be taken for what JSON lacks: one "$" more tells it from that.
 std::string keyOfOnlyPair(std::string_view key) {
-    return (key.starts_with('$') ? "$" : "") + std::string(key);
+    constexpr std::array kTaken = std::to_array<std::string_view>(
+        {"$data", "$date", "$error", "$real", "$set", "$uid", "$url"});
+    const bool isTaken = key.starts_with("$$") || std::ranges::find(kTaken, key) != kTaken.end();
+    return (isTaken ? "$" : "") + std::string(key);
 }
 
 Json dateToJson(const Value& value) {

@@ -12,8 +12,8 @@ namespace qv::tools {
 /// A value as JSON text, indented or on one line. What JSON lacks is written as an object with one
 /// key that names it: {"$date": "2012-05-01 12:30:00 +0000"}, or the seconds since 2001 where that
 /// text cannot tell them, {"$data": base64}, {"$real": "nan"}, {"$set": [...]}, {"$uid": n},
-/// {"$url": text}, {"$error": {...}}. The key of a dictionary whose only key begins with "$" gets
-/// one more.
+/// {"$url": text}, {"$error": {...}}. A dictionary whose only key is one of
+/// these, or begins with "$$", has one "$" more.
 [[nodiscard]] std::string jsonText(const Value& value, bool onOneLine = false);
 
 /// The same of a value from anywhere, and a line feed; the error of a tree that is too large for
