@@ -26,6 +26,11 @@ INSTANTIATE_TEST_SUITE_P(Of, Command,
                          testing::Values("command", "plist", "rule", "facts", "registry",
                                          "application", "script"));
 
+TEST(AuthoredScript, IsBuiltOrTellsItsFaults) {
+    const TemporaryDirectory folder;
+    expectTranscript("authored", folder, {"EXAMPLES=" QV_EXAMPLES});
+}
+
 TEST(RecordedDevices, ComeAndGoInTheirBed) {
     const TemporaryDirectory folder;
     expectTranscript("registry-bed", folder, {"LAPTOP=" QV_TRANSCRIPTS "/laptop.umockdev"});

@@ -71,8 +71,10 @@ public:
     bool hasAuthored = false;
 
 private:
+    [[nodiscard]] bool isFull() const { return faults.size() - faultsBefore_ >= kMostFaultsOfStep; }
+
     void fail(std::string_view key, WrittenFault fault) {
-        if (faults.size() - faultsBefore_ < kMostFaultsOfStep) {
+        if (!isFull()) {
             faults.push_back({.rule = fault.rule,
                               .severity = Finding::Severity::error,
                               .step = index_,
@@ -187,7 +189,7 @@ private:
 
     void refuseUnknownKeys(const WrittenOperation& operation, const Value& written) {
         const KeyList& keys = written.asDictionary().keys();
-        for (std::size_t i = 0; i < keys.size(); ++i) {
+        for (std::size_t i = 0; i < keys.size() && !isFull(); ++i) {
             const std::string_view key = keys[i].asString();
             if (key == kOperationKey ||
                 std::ranges::find(operation.keys, key) != operation.keys.end()) {

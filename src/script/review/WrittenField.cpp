@@ -2,6 +2,7 @@
 
 #include "platform/foundation/values/ASCII.h"
 #include "platform/foundation/values/URL.h"
+#include "platform/foundation/values/UTF8.h"
 
 #include <fmt/format.h>
 
@@ -110,7 +111,8 @@ Shown showItem(const Value& exact, WritingContext& /*context*/) {
     if (!exact.is(Kind::string) || !exact.asString().starts_with("file:///")) {
         return std::nullopt;
     }
-    return Value::string(percentDecoded(exact.asString().substr(kScheme.size())));
+    const std::string path = percentDecoded(exact.asString().substr(kScheme.size()));
+    return isUTF8(path) ? Shown(Value::string(path)) : std::nullopt;
 }
 
 Value itemSchema() {
