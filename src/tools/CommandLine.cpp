@@ -30,6 +30,9 @@ void addRun(CLI::App& command, Command& chosen) {
     command.add_option("--socket", options->socketPath, "where the service listens")
         ->capture_default_str();
     command.add_flag("--json", options->json, "print the outcome as JSON");
+    auto* strict = command.add_flag("--strict", options->strict,
+                                    "do not send a script in which mistakes are found");
+    command.add_flag("--no-lint", options->noLint, "do not look for mistakes")->excludes(strict);
     command.callback([&chosen, options] { chosen = [options] { return run(*options); }; });
 }
 
@@ -98,6 +101,17 @@ void addNew(CLI::App& command, Command& chosen) {
                        "where to write, and must not exist; standard output when left out");
     command.add_flag("--json", options->json, "print what was written as JSON");
     command.callback([&chosen, options] { chosen = [options] { return newScript(*options); }; });
+}
+
+void addLint(CLI::App& command, Command& chosen) {
+    auto options = std::make_shared<LintCommandOptions>();
+    command.add_option("FILE", options->files, "scripts; - for standard input")->required();
+    command
+        .add_option("--allow", options->allow, "the name of a check whose findings do not count")
+        ->allow_extra_args(false);
+    command.add_flag("--strict", options->strict, "warnings count as errors do");
+    command.add_flag("--json", options->json, "print as JSON");
+    command.callback([&chosen, options] { chosen = [options] { return lintScripts(*options); }; });
 }
 
 void addSign(CLI::App& command, Command& chosen) {
@@ -345,6 +359,7 @@ constexpr std::array kCommands = std::to_array<CommandRow>({
     {"build", "Make the exact steps of a script that people write", addBuild},
     {"show", "Write a script of exact steps as people write it", addShow},
     {"schema", "Print the JSON Schema of scripts, for editors", addSchema},
+    {"lint", "Look for mistakes in scripts", addLint},
     {"sign", "Sign a program, replacing the signature that it has", addSign},
     {"install-client", "Install a signed program as a client of the service (root only)",
      addInstallClient},

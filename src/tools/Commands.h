@@ -43,6 +43,8 @@ struct RunOptions {
     std::string file; ///< "-" for standard input
     std::string socketPath;
     bool json = false;
+    bool strict = false; ///< a script with mistakes is not sent
+    bool noLint = false; ///< mistakes are not looked for
 };
 Result run(const RunOptions& options);
 
@@ -98,6 +100,14 @@ struct NewOptions {
 };
 /// Writes a first script.
 Result newScript(const NewOptions& options);
+struct LintCommandOptions {
+    std::vector<std::string> files; ///< "-" for standard input
+    std::vector<std::string> allow; ///< names of checks that do not count
+    bool strict = false;            ///< warnings count as errors do
+    bool json = false;
+};
+/// Prints the mistakes in scripts; `faulty` if there are any that count.
+Result lintScripts(const LintCommandOptions& options);
 
 struct SignOptions {
     std::string file;

@@ -8,11 +8,13 @@
 #include "tools/FindingReport.h"
 #include "tools/Input.h"
 #include "tools/Json.h"
+#include "tools/ScriptFindings.h"
 #include "tools/ScriptSource.h"
 #include "tools/Terminal.h"
 
 #include <fmt/core.h>
 
+#include <algorithm>
 #include <unistd.h>
 
 namespace qv::tools {
@@ -120,6 +122,24 @@ tl::expected<std::string, Error> dataOf(const ScriptSource& script) {
                : PropertyList::dataWithPropertyList(script.steps, PropertyListFormat::binary);
 }
 
+// Tells what looks like a mistake in a script that is about to be sent, briefly. False if it must
+// not be sent for that.
+bool mayBeSent(const RunOptions& options, const ScriptSource& script) {
+    if (options.noLint) {
+        return true;
+    }
+    constexpr std::size_t kMostShown = 10;
+    const ScriptFindings found = findingsOf(script);
+    for (std::size_t i = 0; i < std::min(kMostShown, found.findings.size()); ++i) {
+        complain(findingText(script, found.findings[i]));
+    }
+    if (found.findings.size() > kMostShown) {
+        complain(fmt::format("{} in all; `qvcatalog lint` shows them",
+                             countText(found.errors, found.warnings)));
+    }
+    return !options.strict || found.findings.empty();
+}
+
 } // namespace
 
 Result run(const RunOptions& options) {
@@ -132,6 +152,9 @@ Result run(const RunOptions& options) {
     }
     if (!script->canBeSent()) {
         return refuseFaultyScript(*script, options.json);
+    }
+    if (!mayBeSent(options, *script)) {
+        return failure(ExitStatus::faulty, "the script has mistakes and was not sent");
     }
     const auto data = dataOf(*script);
     if (!data) {

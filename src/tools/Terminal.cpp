@@ -107,12 +107,11 @@ void complain(std::string_view text) {
         "qvcatalog: {}", Terminal::standardError().styled(text, Terminal::Style::plain)));
 }
 
-void complainAtPlace(std::string_view text, std::size_t offset) {
+void showPlace(Terminal& terminal, std::string_view text, std::size_t offset) {
     constexpr std::size_t kAround = 50;
     offset = std::min(offset, text.size());
     const std::size_t begin = text.substr(0, offset).rfind('\n') + 1; // 0 when there is none
     const std::size_t end = std::min(text.find('\n', offset), text.size());
-    Terminal& terminal = Terminal::standardError();
     const auto shown = [&](std::size_t from, std::size_t to) {
         const auto isInside = [&](std::size_t place) { // a character of several bytes
             return place < text.size() && (static_cast<unsigned char>(text[place]) & 0xC0U) == 0x80;
@@ -131,6 +130,10 @@ void complainAtPlace(std::string_view text, std::size_t offset) {
         before, [](char c) { return (static_cast<unsigned char>(c) & 0xC0U) != 0x80; });
     terminal.line(fmt::format("  {}{}", before, after));
     terminal.line(fmt::format("  {:>{}}", "^", width + 1));
+}
+
+void complainAtPlace(std::string_view text, std::size_t offset) {
+    showPlace(Terminal::standardError(), text, offset);
 }
 
 } // namespace qv::tools

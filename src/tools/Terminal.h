@@ -59,7 +59,9 @@ private:
 /// One line on standard error: "qvcatalog: TEXT".
 void complain(std::string_view text);
 
-/// The line of a text around a byte of it on standard error, and below it a mark at that byte.
+/// The line of a text around a byte of it, and below it a mark at that byte.
+void showPlace(Terminal& terminal, std::string_view text, std::size_t offset);
+/// The same on standard error.
 void complainAtPlace(std::string_view text, std::size_t offset);
 
 } // namespace qv::tools

@@ -24,7 +24,7 @@ TEST_P(Command, PrintsWhatItsTranscriptShows) {
 
 INSTANTIATE_TEST_SUITE_P(Of, Command,
                          testing::Values("command", "plist", "rule", "facts", "registry",
-                                         "application", "script"));
+                                         "application", "script", "lint"));
 
 TEST(AuthoredScript, IsBuiltOrTellsItsFaults) {
     const TemporaryDirectory folder;

@@ -159,7 +159,8 @@ void ItemReview::takeTool(const ReviewedStep& step) {
         return !isMade;
     });
     // A rule may have asked for the machine that has the tool.
-    const bool isExpected = !isMade && !opaqueBefore_ && blocks_.branch().depth == 0;
+    const bool isExpected = !isMade && !opaqueBefore_ && blocks_.branch().depth == 0 &&
+                            path->find(" -") == std::string::npos; // arguments: told already
     const std::string_view fault =
         step.options->asksMachine && isExpected ? faultOfTool(*path) : std::string_view();
     if (!fault.empty()) {

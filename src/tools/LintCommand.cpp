@@ -1,0 +1,133 @@
+#include "platform/foundation/text/SimilarNames.h"
+#include "platform/foundation/values/Value.h"
+#include "script/review/lint/Lint.h"
+#include "tools/Commands.h"
+#include "tools/Json.h"
+#include "tools/ScriptFindings.h"
+#include "tools/Terminal.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace qv::tools {
+
+namespace {
+
+using Members = std::vector<std::pair<Value, Value>>;
+
+void addNumber(Members& members, std::string_view name, std::optional<std::size_t> number) {
+    if (number) {
+        members.emplace_back(Value::string(name), Value::unsignedInteger(*number));
+    }
+}
+
+void addText(Members& members, std::string_view name, std::string_view text) {
+    if (!text.empty()) {
+        members.emplace_back(Value::string(name), Value::string(text));
+    }
+}
+
+Value findingAsValue(const ScriptSource& source, const Finding& finding) {
+    Members members;
+    addText(members, "rule", finding.rule);
+    addText(members, "severity", severityName(finding.severity));
+    addNumber(members, "step", finding.step);
+    if (const std::optional<TextPosition> position = source.positionOf(finding)) {
+        addNumber(members, "line", position->line);
+        addNumber(members, "column", position->column);
+    }
+    addText(members, "key", finding.key);
+    addNumber(members, "element", finding.element);
+    addNumber(members, "offset", finding.offset);
+    addText(members, "reason", finding.reason);
+    addText(members, "mend", finding.mend);
+    return Value::dictionary(std::move(members));
+}
+
+/// Looks at one file after the other, and shows each at once or keeps it for JSON.
+class LintedFiles {
+public:
+    explicit LintedFiles(const LintCommandOptions& options) : options_(options) {}
+
+    void add(const std::string& file) {
+        const auto source = readScript(file);
+        if (!source) {
+            unreadable_ = true;
+            if (options_.json) {
+                files_.push_back(
+                    Value::dictionary({{"file", Value::string(file)},
+                                       {"error", Value::string(source.error().reason)}}));
+            } else {
+                complain(source.error().reason);
+            }
+            return;
+        }
+        const ScriptFindings found = findingsOf(*source, options_.allow);
+        errors_ += found.errors;
+        warnings_ += found.warnings;
+        allowed_ += found.allowed;
+        if (!options_.json) {
+            showFindings(*source, found, Terminal::standardOutput());
+            return;
+        }
+        std::vector<Value> findings;
+        for (const Finding& finding : found.findings) {
+            findings.push_back(findingAsValue(*source, finding));
+        }
+        files_.push_back(Value::dictionary({{"file", Value::string(source->file)},
+                                            {"findings", Value::array(std::move(findings))},
+                                            {"allowed", Value::unsignedInteger(found.allowed)}}));
+    }
+
+    ExitStatus end() {
+        Terminal& out = Terminal::standardOutput();
+        if (options_.json) {
+            out.line(
+                jsonText(Value::dictionary({{"files", Value::array(std::move(files_))},
+                                            {"errors", Value::unsignedInteger(errors_)},
+                                            {"warnings", Value::unsignedInteger(warnings_)}})));
+        } else {
+            out.line(fmt::format("{}{}.", countText(errors_, warnings_),
+                                 allowed_ == 0 ? "" : fmt::format(", {} allowed", allowed_)));
+        }
+        const bool isFaulty = errors_ > 0 || (options_.strict && warnings_ > 0);
+        return unreadable_ ? ExitStatus::usage
+               : isFaulty  ? ExitStatus::faulty
+                           : ExitStatus::success;
+    }
+
+private:
+    const LintCommandOptions& options_;
+    std::vector<Value> files_;
+    std::size_t errors_ = 0;
+    std::size_t warnings_ = 0;
+    std::size_t allowed_ = 0;
+    bool unreadable_ = false;
+};
+
+} // namespace
+
+Result lintScripts(const LintCommandOptions& options) {
+    std::vector<std::string> known = {std::string(kUnusedAllowance)};
+    for (const LintRule& rule : lintRules()) {
+        known.emplace_back(rule.name);
+    }
+    for (const std::string& name : options.allow) {
+        if (std::ranges::find(known, name) == known.end()) {
+            const std::vector<std::string> similar = similarNames(name, known);
+            return failure(ExitStatus::usage,
+                           fmt::format("lint: there is no check \"{}\"{}", name,
+                                       similar.empty() ? std::string()
+                                                       : fmt::format("; did you mean {}?",
+                                                                     fmt::join(similar, " or "))));
+        }
+    }
+    LintedFiles files(options);
+    for (const std::string& file : options.files) {
+        files.add(file);
+    }
+    return files.end();
+}
+
+} // namespace qv::tools
