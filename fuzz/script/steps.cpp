@@ -1,9 +1,11 @@
 // Arbitrary property lists as scripts, replayed by a script that records: every record is read, its
-// arguments are converted, and nothing is carried out. It ends with a result or an Exception.
+// arguments are converted, and nothing is carried out. It ends with a result or an Exception. First
+// mistakes are looked for, which always ends with findings.
 
 #include "platform/foundation/plist/PropertyList.h"
 #include "platform/foundation/values/Exception.h"
 #include "script/QVCatalogScript.h"
+#include "script/review/lint/Lint.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -14,6 +16,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (!list) {
         return 0;
     }
+    static_cast<void>(qv::lint(list->root));
     qv::QVCatalogScript script;
     script.beginRecording(); // operations append records and do nothing else
     qv::Error error;

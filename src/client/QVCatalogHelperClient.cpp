@@ -36,6 +36,11 @@ Error unfit(const Error& why) {
                                    why.localizedDescription()));
 }
 
+Error refusal(const Value& steps, ScriptReview review) {
+    return review == ScriptReview::refusesErrors ? QVCatalogScriptReview::errorOfReview(steps)
+                                                 : Error();
+}
+
 } // namespace
 
 std::string QVCatalogHelperClient::defaultSocketPath() {
@@ -73,6 +78,14 @@ tl::expected<ScriptOutcome, Error> QVCatalogHelperClient::executeScript(const Va
     return executeScriptData(*list);
 }
 
+tl::expected<ScriptOutcome, Error> QVCatalogHelperClient::executeScript(const Value& steps,
+                                                                        ScriptReview review) {
+    if (const Error error = refusal(steps, review)) {
+        return tl::unexpected(error);
+    }
+    return executeScript(steps);
+}
+
 tl::expected<ScriptOutcome, Error>
 QVCatalogHelperClient::executeScriptData(std::string_view propertyList) {
     const auto reply = state_->connection.sendMessageWithReply(Value::dictionary(
@@ -94,15 +107,25 @@ QVCatalogHelperClient::executeScriptData(std::string_view propertyList) {
 
 QVCatalogScript::PriviledgedExecutionBlock
 QVCatalogHelperClient::priviledgedExecutionBlock(std::string socketPath, ClientGroup group) {
+    return priviledgedExecutionBlock(std::move(socketPath), group, ScriptReview::none);
+}
+
+QVCatalogScript::PriviledgedExecutionBlock
+QVCatalogHelperClient::priviledgedExecutionBlock(std::string socketPath, ClientGroup group,
+                                                 ScriptReview review) {
     // Without a client its error is why connecting has failed, or none: it is to be tried.
     auto client =
         std::make_shared<tl::expected<QVCatalogHelperClient, Error>>(tl::unexpected(Error()));
     if (const Error error = prepareMarkedProcess()) {
         *client = tl::unexpected(unfit(error));
     }
-    return [client, group, path = std::move(socketPath)](QVCatalogScript& /*script*/,
-                                                         const Value& steps, Error* error,
-                                                         const Value** errorScriptStep) {
+    return [client, group, review, path = std::move(socketPath)](QVCatalogScript& /*script*/,
+                                                                 const Value& steps, Error* error,
+                                                                 const Value** errorScriptStep) {
+        if (const Error mistake = refusal(steps, review)) {
+            *error = mistake;
+            return;
+        }
         if (!*client && !client->error()) {
             *client = connect(path, group);
         }

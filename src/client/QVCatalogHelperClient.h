@@ -4,6 +4,7 @@
 #include "platform/foundation/values/Value.h"
 #include "platform/xpc/ClientError.h"
 #include "script/QVCatalogScript.h"
+#include "script/review/QVCatalogScriptReview.h"
 
 #include <tl/expected.hpp>
 
@@ -26,6 +27,12 @@ struct ScriptOutcome {
 enum class ClientGroup : std::uint8_t {
     untilReply, ///< the first reply ends it for good: the program can connect no more
     kept,       ///< for a long-lived program, which may connect again until giveUpClientGroup()
+};
+
+/// Whether a script is looked at before it is sent.
+enum class ScriptReview : std::uint8_t {
+    none,
+    refusesErrors, ///< with a mistake of severity `error` it is not sent: kScriptReviewErrorDomain
 };
 
 /// A connection to the service. The service watches this process from the first script on and stays
@@ -79,6 +86,7 @@ public:
 
     /// Sends a script, an array of steps, and waits for the answer as long as the script takes.
     tl::expected<ScriptOutcome, Error> executeScript(const Value& steps);
+    tl::expected<ScriptOutcome, Error> executeScript(const Value& steps, ScriptReview review);
     /// The same for a property list in any encoding, sent as it stands.
     tl::expected<ScriptOutcome, Error> executeScriptData(std::string_view propertyList);
 
@@ -90,6 +98,10 @@ public:
     static QVCatalogScript::PriviledgedExecutionBlock
     priviledgedExecutionBlock(std::string socketPath = defaultSocketPath(),
                               ClientGroup group = ClientGroup::untilReply);
+    /// The same; recorded steps that are refused leave the error of the review, and nothing is
+    /// connected.
+    static QVCatalogScript::PriviledgedExecutionBlock
+    priviledgedExecutionBlock(std::string socketPath, ClientGroup group, ScriptReview review);
 
 private:
     struct State;

@@ -44,6 +44,14 @@ int main() {
     script.setExecuteWithAdminRights(true);
     std::cout << script.touchItemAtURL(qv::URL::fileURLWithPath("/opt/x")).localizedDescription()
               << '\n';
+    script.setPriviledgedExecutionBlock(qv::QVCatalogHelperClient::priviledgedExecutionBlock(
+        "/nowhere/helper.sock", qv::ClientGroup::untilReply, qv::ScriptReview::refusesErrors));
+    std::cout << script.changeModeOfItem(qv::URL::fileURLWithPath("/opt/x"), 755, false)
+                     .localizedDescription()
+              << '\n';
+    for (const qv::Finding& finding : qv::QVCatalogScriptReview::review(steps)) {
+        std::cout << qv::severityName(finding.severity) << ' ' << finding.rule << '\n';
+    }
     try {
         script.executeRecording(qv::Value::string("no script"), nullptr, nullptr);
     } catch (const qv::Exception& exception) {
