@@ -3,6 +3,7 @@
 #include "script/review/lint/Lint.h"
 #include "script/step/OperationTable.h"
 
+#include <array>
 #include <cstdint>
 #include <string>
 #include <utility>
@@ -100,13 +101,20 @@ private:
     std::vector<Finding> findings_;
 };
 
+static_assert(static_cast<int>(StepKey::URL) == 2, "the keys of items come first");
+
 /// A step that is looked at: a dictionary.
 struct ReviewedStep {
     std::size_t index;
     const Value* record;
     const Operation* operation; ///< null when the code is not known
     const LintOptions* options;
+    /// Of its fields of items, by their keys: what pathOfItem gives.
+    std::array<std::optional<std::string>, 3> paths = {};
 
+    [[nodiscard]] const std::optional<std::string>& path(const Field& itemField) const noexcept {
+        return paths[static_cast<std::size_t>(itemField.key)];
+    }
     [[nodiscard]] const Value* value(const Field& field) const {
         return record->find(stepKeyName(field.key));
     }

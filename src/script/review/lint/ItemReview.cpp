@@ -58,7 +58,7 @@ void ItemReview::take(const ReviewedStep& step) {
     }
     const Field* item = operation.fields.empty() ? nullptr : &operation.fields.front();
     const bool hasItem = item != nullptr && item->kind == FieldKind::item;
-    const std::optional<std::string> path = hasItem ? pathOfItem(step.value(*item)) : std::nullopt;
+    const std::optional<std::string> path = hasItem ? step.path(*item) : std::nullopt;
     if (path && !step.is(OperationCode::touchItemAtURL)) {
         needs(step, *item, *path);
     }
@@ -98,8 +98,8 @@ void ItemReview::take(const ReviewedStep& step) {
 void ItemReview::takeTwoItems(const ReviewedStep& step) {
     const Field& from = step.operation->fields[0];
     const Field& to = step.operation->fields[1];
-    const std::optional<std::string> fromPath = pathOfItem(step.value(from));
-    const std::optional<std::string> toPath = pathOfItem(step.value(to));
+    const std::optional<std::string>& fromPath = step.path(from);
+    const std::optional<std::string>& toPath = step.path(to);
     const bool replaces = step.is(OperationCode::replaceItemAtURL);
     if (fromPath && toPath) {
         reviewNesting(step, from, *fromPath, to, *toPath);
@@ -253,7 +253,7 @@ void ItemReview::needsFreePlace(const ReviewedStep& step, const Field& field,
 }
 
 void ItemReview::takeChange(const ReviewedStep& step, const Field& item) {
-    const std::string path = pathOfItem(step.value(item)).value_or("/");
+    const std::string path = step.path(item).value_or("/");
     const bool recursive = step.isSet("recursive");
     const bool isMode = step.is(OperationCode::changeModeOfItem);
     const bool isOwner = step.is(OperationCode::changeOwnershipOfItem) ||

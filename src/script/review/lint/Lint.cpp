@@ -22,7 +22,12 @@ public:
     std::vector<Finding> run(std::span<const Value> steps) {
         for (std::size_t i = 0; i < steps.size(); ++i) {
             if (steps[i].is(Value::Kind::dictionary)) {
-                take({i, &steps[i], operationOfStep(steps[i]), &options_}, steps);
+                ReviewedStep step{i, &steps[i], operationOfStep(steps[i]), &options_};
+                for (const StepKey key : {StepKey::fromURL, StepKey::toURL, StepKey::URL}) {
+                    step.paths[static_cast<std::size_t>(key)] =
+                        pathOfItem(steps[i].find(stepKeyName(key)));
+                }
+                take(step, steps);
             } else {
                 findings_.add(Check::notAStep, {i},
                               {fmt::format("the step is {}, which stops the script",

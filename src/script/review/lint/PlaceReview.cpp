@@ -109,9 +109,8 @@ void reviewFileURL(const ReviewedStep& step, const Field& field, const URL& url,
                         inQuotes(path)),
             fmt::format("write {} for that character", text[mark] == '?' ? "%3F" : "%23"));
     } else if (!path.starts_with('/') || path.find('\0') != std::string::npos ||
-               std::ranges::search(text, std::string_view("%2f"), {}, [](unsigned char c) {
-                   return std::tolower(c);
-               }).begin() != text.end()) {
+               text.find("%2f") != std::string_view::npos ||
+               text.find("%2F") != std::string_view::npos) {
         add(Check::badURL,
             fmt::format("the URL {} of the {} is not that of an absolute path", inQuotes(text),
                         field.name),
@@ -178,7 +177,7 @@ void reviewPlace(const ReviewedStep& step, const Field& field, const Value& valu
                       std::string(kPlaceMend)});
     } else {
         reviewFileURL(step, field, *url, findings);
-        const std::optional<std::string> path = pathOfItem(&value);
+        const std::optional<std::string>& path = step.path(field);
         if (path && std::ranges::find(kSystemFolders, *path) != kSystemFolders.end() &&
             takesAll(step, field)) {
             findings.add(Check::systemFolder, step.at(field),
