@@ -65,6 +65,7 @@ std::optional<Volume> volumeMounted(std::optional<std::uint64_t> mountID) {
     volume.root = unescaped((*mount)->point);
     volume.isReadOnly = has("ro");
     volume.forbidsTrash = has("x-gvfs-notrash");
+    volume.givesFolderGroup = has("grpid") || has("bsdgroups");
     return volume;
 }
 
@@ -76,6 +77,12 @@ bool Volume::isPseudo() const {
         "overlay", "cgroup", "cgroup2",   "securityfs", "debugfs", "tracefs",
         "bpf",     "mqueue", "hugetlbfs", "autofs",     "efivarfs"};
     return std::ranges::find(kPseudo, type) != kPseudo.end();
+}
+
+bool Volume::keepsWhatItIsTold() const {
+    static constexpr std::array<std::string_view, 9> kNative = {
+        "ext2", "ext3", "ext4", "xfs", "btrfs", "f2fs", "bcachefs", "tmpfs", "overlay"};
+    return !isReadOnly && !givesFolderGroup && std::ranges::find(kNative, type) != kNative.end();
 }
 
 std::optional<Volume> volumeOf(int item) { return volumeMounted(mountOf(item, "")); }

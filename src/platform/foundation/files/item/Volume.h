@@ -12,10 +12,14 @@ struct Volume {
     std::string root; ///< where it is mounted
     std::string type; ///< of the file system, as /proc/self/mountinfo names it
     bool isReadOnly = false;
-    bool forbidsTrash = false; ///< mounted with x-gvfs-notrash
+    bool forbidsTrash = false;     ///< mounted with x-gvfs-notrash
+    bool givesFolderGroup = false; ///< new items belong to the group of their folder
 
     /// Proc, tmpfs and the like: nothing that is stored there outlives the machine's session.
     [[nodiscard]] bool isPseudo() const;
+    /// A file system of this machine that can be written to, and keeps owners, modes and links as
+    /// it is told.
+    [[nodiscard]] bool keepsWhatItIsTold() const;
 };
 
 /// The volume of an open item; a link is an item itself. None when it cannot be examined.
