@@ -39,7 +39,29 @@ std::string keyFor(const Value& identifier) {
                        QVStringTools::stringWithHexValuesForData(*list).value_or(""));
 }
 
+// "uid" or "gid" of a saved owner; 0 when it is missing.
+std::uint32_t savedNumber(const Value& saved, std::string_view key) {
+    const Value* number = saved.find(key);
+    if (!saved.is(Value::Kind::dictionary) || (number != nullptr && !number->isNumber())) {
+        const Value& wrong = number == nullptr ? saved : *number;
+        throw Exception(
+            std::string(exception_name::kInvalidArgument),
+            fmt::format("a saved owner in the key-value storage must be a dictionary of the "
+                        "numbers \"uid\" and \"gid\"; {} stands in the place of {}",
+                        kindText(wrong.kind()), number == nullptr ? "the dictionary" : key));
+    }
+    return unsignedIntValue(number);
+}
+
 } // namespace
+
+SavedOwner SavedOwner::from(const Value& entry) {
+    return {savedNumber(entry, "uid"), savedNumber(entry, "gid")};
+}
+
+Value SavedOwner::asEntry() const {
+    return Value::dictionary({{"uid", Value::integer(user)}, {"gid", Value::integer(group)}});
+}
 
 std::optional<Value> KeyValueStorage::recordable(const std::optional<Value>& identifier) {
     return identifier && identifier->is(Value::Kind::url)

@@ -2,12 +2,23 @@
 
 #include "platform/foundation/values/Value.h"
 
+#include <cstdint>
 #include <map>
 #include <optional>
 #include <string>
 #include <string_view>
 
 namespace qv {
+
+/// An owner as a step saves it.
+struct SavedOwner {
+    std::uint32_t user = 0;
+    std::uint32_t group = 0;
+
+    /// Of an entry of the storage. Throws an Exception for one that is no dictionary of numbers.
+    [[nodiscard]] static SavedOwner from(const Value& entry);
+    [[nodiscard]] Value asEntry() const;
+};
 
 /// The named values that the steps of a script keep between them. Holds the dictionary that it was
 /// given as it stands, and makes a copy of its own when it is first written to.

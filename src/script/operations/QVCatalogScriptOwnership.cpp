@@ -2,8 +2,6 @@
 #include "platform/foundation/files/item/NamedItem.h"
 #include "platform/foundation/files/walk/TreeWalk.h"
 #include "platform/foundation/log/Log.h"
-#include "platform/foundation/values/Conversions.h"
-#include "platform/foundation/values/Exception.h"
 #include "script/ScriptEngine.h"
 #include "script/operations/Fields.h"
 
@@ -184,20 +182,6 @@ Error statItem(const NamedItem& named, struct stat& info) {
     return ::fstat(item->get(), &info) == 0 ? Error() : lastPosixError();
 }
 
-// "uid" or "gid" of a saved owner; 0 when it is missing.
-std::uint32_t savedNumber(const Value& saved, std::string_view key) {
-    const Value* number = saved.find(key);
-    if (!saved.is(Value::Kind::dictionary) || (number != nullptr && !number->isNumber())) {
-        const Value& wrong = number == nullptr ? saved : *number;
-        throw Exception(
-            std::string(exception_name::kInvalidArgument),
-            fmt::format("a saved owner in the key-value storage must be a dictionary of the "
-                        "numbers \"uid\" and \"gid\"; {} stands in the place of {}",
-                        kindText(wrong.kind()), number == nullptr ? "the dictionary" : key));
-    }
-    return unsignedIntValue(number);
-}
-
 } // namespace
 
 Error QVCatalogScript::readOwnershipOfItem(const std::optional<URL>& url, std::uint32_t* userID,
@@ -235,10 +219,8 @@ Error QVCatalogScript::saveOwnerAndGroupOfURL(const std::optional<URL>& url,
             if (Error error = readOwnershipOfItem(url, &userID, &groupID)) {
                 return error;
             }
-            const Value saved = Value::dictionary(
-                {{"uid", Value::integer(userID)}, {"gid", Value::integer(groupID)}});
             checkField(field::kSaveAs, toID);
-            engine_->keyValueStorage.setObject(saved, *toID);
+            engine_->keyValueStorage.setObject(SavedOwner{userID, groupID}.asEntry(), *toID);
             return Error();
         });
 }
@@ -252,8 +234,8 @@ Error QVCatalogScript::applyOwnerAndGroupOfURL(const std::optional<URL>& url, bo
             if (saved == nullptr) {
                 return Error::withDescription(kCatalogScriptErrorDomain, 0, "saveID doesn't exist");
             }
-            return changeOwnershipOfItem(url, savedNumber(*saved, "uid"),
-                                         savedNumber(*saved, "gid"), recursive);
+            const SavedOwner owner = SavedOwner::from(*saved);
+            return changeOwnershipOfItem(url, owner.user, owner.group, recursive);
         });
 }
 
