@@ -114,6 +114,19 @@ void addLint(CLI::App& command, Command& chosen) {
     command.callback([&chosen, options] { chosen = [options] { return lintScripts(*options); }; });
 }
 
+void addPlan(CLI::App& command, Command& chosen) {
+    auto options = std::make_shared<PlanCommandOptions>();
+    command.add_option("FILE", options->file, "the script; - for standard input")->required();
+    command.add_flag("--diff", options->diff, "show the items that change, before and after");
+    command.add_flag("--all", options->all, "the same, all of them");
+    command.add_option("--root", options->root,
+                       "plan for another machine, of whose files this folder holds a copy");
+    command.add_flag("--json", options->json, "print as JSON");
+    command.footer("Exit status: 0 nothing would change; 10 something would, or may; 1 the script "
+                   "would stop at an error; 3 it has a mistake.");
+    command.callback([&chosen, options] { chosen = [options] { return plan(*options); }; });
+}
+
 void addSign(CLI::App& command, Command& chosen) {
     auto options = std::make_shared<SignOptions>();
     command.add_option("FILE", options->file, "the program, an ELF file")->required();
@@ -360,6 +373,7 @@ constexpr std::array kCommands = std::to_array<CommandRow>({
     {"show", "Write a script of exact steps as people write it", addShow},
     {"schema", "Print the JSON Schema of scripts, for editors", addSchema},
     {"lint", "Look for mistakes in scripts", addLint},
+    {"plan", "Show what a script would do, without doing it", addPlan},
     {"sign", "Sign a program, replacing the signature that it has", addSign},
     {"install-client", "Install a signed program as a client of the service (root only)",
      addInstallClient},

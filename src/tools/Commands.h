@@ -108,6 +108,15 @@ struct LintCommandOptions {
 };
 /// Prints the mistakes in scripts; `faulty` if there are any that count.
 Result lintScripts(const LintCommandOptions& options);
+struct PlanCommandOptions {
+    std::string file; ///< "-" for standard input
+    std::string root; ///< of a copy of another machine's files; empty: this machine
+    bool diff = false;
+    bool all = false; ///< every item that changes, not the first few of a step
+    bool json = false;
+};
+/// Prints what a script would do. `success`: nothing; `changes`: something; `failed`: it stops.
+Result plan(const PlanCommandOptions& options);
 
 struct SignOptions {
     std::string file;
