@@ -59,7 +59,9 @@ void ItemReview::take(const ReviewedStep& step) {
     const Field* item = operation.fields.empty() ? nullptr : &operation.fields.front();
     const bool hasItem = item != nullptr && item->kind == FieldKind::item;
     const std::optional<std::string> path = hasItem ? step.path(*item) : std::nullopt;
-    if (path && !step.is(OperationCode::touchItemAtURL)) {
+    // While errors are passed over, a removal of what may be gone only makes sure.
+    const bool makesSure = operation.effect == Effect::removes && !blocks_.stopsAtErrors();
+    if (path && !makesSure && !step.is(OperationCode::touchItemAtURL)) {
         needs(step, *item, *path);
     }
     switch (operation.effect) {
