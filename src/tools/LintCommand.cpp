@@ -63,6 +63,7 @@ public:
             }
             return;
         }
+        isAnyRead_ = true;
         const ScriptFindings found = findingsOf(*source, options_.allow);
         errors_ += found.errors;
         warnings_ += found.warnings;
@@ -87,7 +88,7 @@ public:
                 jsonText(Value::dictionary({{"files", Value::array(std::move(files_))},
                                             {"errors", Value::unsignedInteger(errors_)},
                                             {"warnings", Value::unsignedInteger(warnings_)}})));
-        } else {
+        } else if (isAnyRead_) {
             out.line(fmt::format("{}{}.", countText(errors_, warnings_),
                                  allowed_ == 0 ? "" : fmt::format(", {} allowed", allowed_)));
         }
@@ -104,6 +105,7 @@ private:
     std::size_t warnings_ = 0;
     std::size_t allowed_ = 0;
     bool unreadable_ = false;
+    bool isAnyRead_ = false;
 };
 
 } // namespace

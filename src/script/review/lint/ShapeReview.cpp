@@ -175,8 +175,8 @@ void reviewField(const ReviewedStep& step, const Field& field, Findings& finding
     }
     if (isOfWrongType(field, *value)) {
         findings.add(Check::wrongType, step.at(field),
-                     {fmt::format("the {} is {}, which fails or stops the script", field.name,
-                                  kindText(value->kind())),
+                     {fmt::format("the value for \"{}\" is {}, which fails or stops the script",
+                                  field.name, kindText(value->kind())),
                       fmt::format("write {}", infoOf(field.kind).wanted)});
         return;
     }
