@@ -3,6 +3,7 @@
 #include "platform/foundation/plist/PropertyList.h"
 #include "platform/system/ClassRegistry.h"
 #include "script/Steps.h"
+#include "script/review/WrittenField.h"
 #include "script/step/StepText.h"
 #include "support/TemporaryDirectory.h"
 
@@ -123,6 +124,22 @@ TEST(OperationTable, IsTheTableOfTheReadme) {
         const std::string row = fmt::format("\n| {} | {} | {} |", static_cast<int>(operation.code),
                                             operation.text, fmt::join(fields, ", "));
         EXPECT_NE(readme.find(row), std::string::npos) << "the README lacks:" << row;
+    }
+}
+
+// "| `remove` | remove {item} | `item` absolute path |"
+TEST(OperationTable, IsTheTableOfTheScriptFormat) {
+    const std::string format = test::contentOf(QV_SCRIPT_FORMAT);
+    for (const Operation& operation : allOperations()) {
+        std::vector<std::string> fields;
+        for (const Field& field : operation.fields) {
+            const WrittenKind& kind = writtenKind(field.kind);
+            fields.push_back(fmt::format("`{}` {}{}", field.writtenKey(), kind.text,
+                                         kind.isOptional ? " (optional)" : ""));
+        }
+        const std::string row = fmt::format("\n| `{}` | {} | {} |\n", operation.name,
+                                            operation.text, fmt::join(fields, "; "));
+        EXPECT_NE(format.find(row), std::string::npos) << "the document lacks:" << row;
     }
 }
 
