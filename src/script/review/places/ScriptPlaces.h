@@ -26,12 +26,14 @@ public:
 
     /// What of a step is looked for.
     struct Part {
-        std::optional<std::size_t> step;        ///< none: the pairs of the outermost dictionary
-        std::span<const std::string_view> keys; ///< names of one key; empty: the step itself
-        bool keyItself = false;                 ///< the key, not what is under it
-        std::optional<std::size_t> element;     ///< of the array under the key
-        std::optional<std::size_t> offset; ///< in the text there; an array of texts counts as its
-                                           ///< lines, each with the line feed behind it
+        /// None: the pairs of the outermost dictionary.
+        std::optional<std::size_t> step = std::nullopt;
+        std::span<const std::string_view> keys = {}; ///< names of one key; empty: the step itself
+        bool keyItself = false;                      ///< the key, not what is under it
+        std::optional<std::size_t> element = std::nullopt; ///< of the array under the key
+        /// In the text there; an array of texts counts as its lines, each with the line feed
+        /// behind.
+        std::optional<std::size_t> offset = std::nullopt;
     };
     /// The offset in the text; that of the nearest container of what is not there.
     [[nodiscard]] std::size_t find(const Part& part) const;
