@@ -47,29 +47,40 @@ std::optional<Allowance> allowanceOf(std::string_view comment) {
                      .offset = 0};
 }
 
-// The step that a comment is for.
-std::optional<std::size_t>
-stepOf(std::string_view text, const std::vector<ScriptPlaces::Extent>& steps, std::size_t comment) {
-    const auto next = std::ranges::upper_bound(steps, comment, {}, &ScriptPlaces::Extent::begin);
-    if (next == steps.begin()) {
-        return std::nullopt;
+/// Tells the steps that comments are for, in the order of the comments.
+class StepsOfComments {
+public:
+    StepsOfComments(std::string_view text, const std::vector<ScriptPlaces::Extent>& steps)
+        : text_(text), steps_(steps) {}
+
+    std::optional<std::size_t> of(std::size_t comment) {
+        while (begun_ < steps_.size() && steps_[begun_].begin <= comment) {
+            const std::size_t end = steps_[begun_++].end;
+            lineEnd_ = end <= lineEnd_ ? lineEnd_ : text_.find_first_of("\r\n", end);
+        }
+        if (begun_ == 0) {
+            return std::nullopt;
+        }
+        return comment > lineEnd_ && begun_ < steps_.size() ? begun_ : begun_ - 1;
     }
-    const auto index = static_cast<std::size_t>(next - steps.begin()) - 1;
-    const std::size_t end = steps[index].end;
-    const bool isBehind = comment >= end && text.substr(end, comment - end).find_first_of("\r\n") !=
-                                                std::string_view::npos;
-    return isBehind && index + 1 < steps.size() ? index + 1 : index;
-}
+
+private:
+    std::string_view text_;
+    const std::vector<ScriptPlaces::Extent>& steps_;
+    std::size_t begun_ = 0;   // steps that begin before the comment
+    std::size_t lineEnd_ = 0; // of the line on which the last of them ends
+};
 
 } // namespace
 
 std::vector<Allowance> allowancesIn(std::string_view text, const ScriptPlaces& places) {
     std::vector<Allowance> found;
+    StepsOfComments steps(text, places.steps());
     for (const ScriptPlaces::Extent& comment : places.comments()) {
         auto allowance = allowanceOf(text.substr(comment.begin, comment.end - comment.begin));
         if (allowance) {
             allowance->offset = comment.begin;
-            allowance->step = stepOf(text, places.steps(), comment.begin);
+            allowance->step = steps.of(comment.begin);
             found.push_back(*allowance);
         }
     }
