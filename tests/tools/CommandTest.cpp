@@ -56,6 +56,8 @@ TEST_F(RootsCommand, FollowsDevices) {
     expectTranscript("registry-live", folder_);
 }
 
+TEST_F(RootsCommand, PlansWithoutDoing) { expectTranscript("plan", folder_); }
+
 TEST_F(RootsCommand, UnpacksArchives) {
     fs::create_directory(folder_ / "volume");
     expectTranscript("extract", folder_);
