@@ -167,10 +167,13 @@ void SimulatedFiles::joinWith(SimulatedFiles& other) {
             makeUncertain(here);
             continue;
         }
-        std::set<std::string> names;
-        for (const SimulatedItem* item : {left.get(), right.get()}) {
-            for (const auto& [name, child] : item->children) {
-                names.insert(name);
+        std::set<std::string> names; // whose items are not the same object
+        for (const auto& [one, two] : {std::pair(left, right), std::pair(right, left)}) {
+            for (const auto& [name, child] : one->children) {
+                const auto counterpart = two->children.find(name);
+                if (counterpart == two->children.end() || counterpart->second != child) {
+                    names.insert(name);
+                }
             }
         }
         for (const std::string& name : names) {
