@@ -154,6 +154,10 @@ void SimulatedFiles::joinWith(SimulatedFiles& other) {
         makeUncertain({});
         return;
     }
+    if (other.joins_ > joins_) { // what is uncertain already needs no comparison
+        std::swap(root_, other.root_);
+    }
+    joins_ += other.joins_ + 1;
     std::vector<Location> open{{}};
     while (!open.empty()) {
         const Location here = std::move(open.back());
@@ -168,12 +172,20 @@ void SimulatedFiles::joinWith(SimulatedFiles& other) {
             continue;
         }
         std::set<std::string> names; // whose items are not the same object
-        for (const auto& [one, two] : {std::pair(left, right), std::pair(right, left)}) {
-            for (const auto& [name, child] : one->children) {
-                const auto counterpart = two->children.find(name);
-                if (counterpart == two->children.end() || counterpart->second != child) {
-                    names.insert(name);
-                }
+        const auto isUnsure = [](const Pointer& child) {
+            return child != nullptr && child->isUncertain;
+        };
+        for (const auto& [name, child] : left->children) {
+            const auto counterpart = right->children.find(name);
+            const bool isSame =
+                counterpart != right->children.end() && counterpart->second == child;
+            if (!isSame && !isUnsure(child)) {
+                names.insert(name);
+            }
+        }
+        for (const auto& [name, child] : right->children) {
+            if (!left->children.contains(name)) {
+                names.insert(name);
             }
         }
         for (const std::string& name : names) {

@@ -110,6 +110,7 @@ private:
     std::shared_ptr<ChangedFiles> originals_; ///< of the disk
     std::shared_ptr<ChangedFiles> copies_;    ///< of copies, by what they are copies of
     std::size_t step_ = 0;
+    std::size_t joins_ = 0; ///< that this is the result of
     std::string doubt_;
     bool isAstray_ = false;
 };
