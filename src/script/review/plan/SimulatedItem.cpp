@@ -120,13 +120,17 @@ void SimulatedDisk::list(SimulatedItem& folder) {
     }
 }
 
-bool SimulatedDisk::handsDownAccess(const SimulatedItem& folder) const {
+bool SimulatedDisk::handsDownAccess(const SimulatedItem& folder) {
     if (!folder.origin) {
         return false;
     }
-    const tl::expected<Descriptor, int> held =
-        holdItem(placeOf(folder.origin->empty() ? "/" : *folder.origin), LastLink::keep);
-    return !held || qv::handsDownAccess(held->get());
+    const auto [known, isNew] = handsDown_.try_emplace(*folder.origin, true);
+    if (isNew) {
+        const tl::expected<Descriptor, int> held =
+            holdItem(placeOf(folder.origin->empty() ? "/" : *folder.origin), LastLink::keep);
+        known->second = !held || qv::handsDownAccess(held->get());
+    }
+    return known->second;
 }
 
 const Volume* SimulatedDisk::volume(std::uint64_t mount) const {

@@ -62,7 +62,7 @@ public:
     /// All that a folder holds and its `children` lack.
     void list(SimulatedItem& folder);
     /// Whether what is made in a folder gets an access control list from it.
-    [[nodiscard]] bool handsDownAccess(const SimulatedItem& folder) const;
+    [[nodiscard]] bool handsDownAccess(const SimulatedItem& folder);
     /// Where it is mounted; null pointer when that is not known.
     [[nodiscard]] const Volume* volume(std::uint64_t mount) const;
     /// The path for system calls.
@@ -77,6 +77,7 @@ private:
 
     std::string root_;
     std::map<std::uint64_t, Volume> volumes_;
+    std::map<std::string, bool> handsDown_; ///< by path, once it was asked for
     std::size_t read_ = 0;
     std::size_t spent_ = 0;
 };
