@@ -83,9 +83,9 @@ void addShow(CLI::App& command, Command& chosen) {
                        "where to write; standard output when left out");
     command.add_flag("--names", options->names,
                      "users and groups by the names that they have on this machine");
-    command.add_flag("--texts-as-numbers", options->textsAsNumbers,
-                     "numbers and flags for the texts that stand for them in old-style lists; the "
-                     "script built from that does the same, but is not the same list");
+    command.add_flag("--keep-texts", options->keepTexts,
+                     "leave the texts that stand for numbers in an old-style list; what is built "
+                     "from that is the same list");
     command.add_flag("--json", options->json, "the answer is JSON; a failure is, too");
     command.callback([&chosen, options] { chosen = [options] { return show(*options); }; });
 }

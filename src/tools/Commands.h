@@ -81,10 +81,10 @@ Result build(const BuildOptions& options);
 
 struct ShowOptions {
     std::string file;
-    std::string output;          ///< empty: standard output
-    bool names = false;          ///< of users and groups, not their numbers
-    bool textsAsNumbers = false; ///< also where an old-style list has texts for numbers
-    bool json = false;           ///< the faults of a script that cannot be built
+    std::string output;     ///< empty: standard output
+    bool names = false;     ///< of users and groups, not their numbers
+    bool keepTexts = false; ///< of an old-style list, which has texts for numbers
+    bool json = false;      ///< the faults of a script that cannot be built
 };
 /// Writes a script as people write it.
 Result show(const ShowOptions& options);

@@ -1,37 +1,75 @@
 #include "tools/FindingReport.h"
 
+#include "platform/foundation/values/Conversions.h"
+#include "script/step/OperationTable.h"
 #include "tools/Json.h"
 #include "tools/Terminal.h"
 
 #include <fmt/core.h>
 
-#include <algorithm>
+#include <map>
 
 namespace qv::tools {
 
 namespace {
 
-constexpr std::size_t kMostFaultsShown = 50;
+constexpr std::size_t kMostOfOneRule = 100;
 
-std::string faultySummary(const ScriptSource& source) {
-    return fmt::format("{}: the script has mistakes", source.file);
+const Value* valueUnder(const ScriptSource& source, const Finding& finding) {
+    if (!finding.step || !source.steps.is(Value::Kind::array) ||
+        *finding.step >= source.steps.asArray().size()) {
+        return nullptr;
+    }
+    const Value* value = source.steps.asArray()[*finding.step].find(finding.key);
+    const bool isElement = value != nullptr && finding.element && value->is(Value::Kind::array) &&
+                           *finding.element < value->asArray().size();
+    return isElement ? &value->asArray()[*finding.element] : value;
+}
+
+std::string stepTextOf(const ScriptSource& source, const Finding& finding) {
+    if (!finding.step) {
+        return "";
+    }
+    const bool isThere =
+        source.steps.is(Value::Kind::array) && *finding.step < source.steps.asArray().size();
+    const Value* code = isThere ? source.steps.asArray()[*finding.step].find("operation") : nullptr;
+    const bool isCode =
+        code != nullptr &&
+        (code->is(Value::Kind::integer) ||
+         (code->is(Value::Kind::string) && !code->asString().empty() &&
+          code->asString().find_first_not_of("0123456789") == std::string_view::npos));
+    const Operation* operation =
+        isCode ? operationForCode(static_cast<std::uint64_t>(integerValue(code))) : nullptr;
+    return operation == nullptr ? fmt::format("step {}: ", *finding.step + 1)
+                                : fmt::format("step {} ({}): ", *finding.step + 1, operation->name);
+}
+
+std::string countedFindings(std::size_t number, std::string_view what) {
+    return fmt::format("{} {}{}", number == 0 ? "no" : std::to_string(number), what,
+                       number == 1 ? "" : "s");
+}
+
+void showFinding(const ScriptSource& source, const Finding& finding, Terminal& out) {
+    const bool isError = finding.severity == Finding::Severity::error;
+    out.line(out.styled(findingText(source, finding),
+                        isError ? Terminal::Style::bad : Terminal::Style::plain));
+    const Value* text = finding.offset ? valueUnder(source, finding) : nullptr;
+    if (text != nullptr && text->is(Value::Kind::string)) {
+        showPlace(out, text->asString(), *finding.offset);
+    }
+    if (!finding.mend.empty()) {
+        out.line(fmt::format("  mend: {}", out.styled(finding.mend, Terminal::Style::plain)));
+    }
 }
 
 } // namespace
 
-std::string findingLine(const ScriptSource& source, const Finding& finding) {
-    std::string line = source.file;
-    if (const auto place = source.positionOf(finding)) {
-        line += fmt::format(":{}:{}", place->line, place->column);
-    }
-    line += fmt::format(": {}: ", severityName(finding.severity));
-    if (finding.step) {
-        line += fmt::format("step {} (index {})", *finding.step + 1, *finding.step);
-        line += finding.key.empty() ? ": " : fmt::format(", \"{}\": ", finding.key);
-    }
-    line += finding.reason;
-    return line + (finding.mend.empty() ? "" : "; " + finding.mend) +
-           fmt::format(" [{}]", finding.rule);
+std::string findingText(const ScriptSource& source, const Finding& finding) {
+    const std::optional<TextPosition> place = source.positionOf(finding);
+    return fmt::format("{}{}: {}: {}{} [{}]", source.file,
+                       place ? fmt::format(":{}:{}", place->line, place->column) : "",
+                       severityName(finding.severity), stepTextOf(source, finding), finding.reason,
+                       finding.rule);
 }
 
 Value findingsAsValue(const ScriptSource& source, std::span<const Finding> findings) {
@@ -65,27 +103,36 @@ Value findingsAsValue(const ScriptSource& source, std::span<const Finding> findi
     return Value::array(std::move(all));
 }
 
-void complainOfFaults(const ScriptSource& source) {
-    const std::size_t shown = std::min(source.faults.size(), kMostFaultsShown);
-    for (const Finding& fault : std::span(source.faults).first(shown)) {
-        complain(findingLine(source, fault));
-        if (const auto place = source.positionOf(fault)) {
-            complainAtPlace(source.content, place->offset);
+void showFindings(const ScriptSource& source, std::span<const Finding> findings, Terminal& out) {
+    std::map<std::string_view, std::size_t> shown;
+    for (const Finding& finding : findings) {
+        if (++shown[finding.rule] <= kMostOfOneRule) {
+            showFinding(source, finding, out);
         }
     }
-    if (shown < source.faults.size()) {
-        complain(fmt::format("{}: {} more mistakes", source.file, source.faults.size() - shown));
+    for (const auto& [rule, count] : shown) {
+        if (count > kMostOfOneRule) {
+            out.line(fmt::format("{}: {} more [{}]",
+                                 out.styled(source.file, Terminal::Style::plain),
+                                 count - kMostOfOneRule, rule));
+        }
     }
 }
 
+std::string countText(std::size_t errors, std::size_t warnings) {
+    return fmt::format("{} and {}", countedFindings(errors, "error"),
+                       countedFindings(warnings, "warning"));
+}
+
 Result refuseFaultyScript(const ScriptSource& source, bool json) {
+    const std::string reason = source.file + ": the script has mistakes";
     if (json) {
         Terminal::standardOutput().line(jsonText(
-            Value::dictionary({{"error", Value::string(faultySummary(source))},
+            Value::dictionary({{"error", Value::string(reason)},
                                {"exitStatus", Value::integer(static_cast<int>(ExitStatus::faulty))},
                                {"findings", findingsAsValue(source, source.faults)}})));
     } else {
-        complainOfFaults(source);
+        showFindings(source, source.faults, Terminal::standardError());
     }
     return ExitStatus::faulty;
 }

@@ -8,15 +8,20 @@
 
 namespace qv::tools {
 
-/// "FILE:LINE:COLUMN: error: step 3 (index 2), "mode": REASON; MEND [RULE]", of which a script
-/// without places lacks line and column.
-[[nodiscard]] std::string findingLine(const ScriptSource& source, const Finding& finding);
+class Terminal;
+
+/// "FILE:LINE:COLUMN: error: step 3 (changeMode): REASON [RULE]"; line and column are left out
+/// where the place is not known.
+[[nodiscard]] std::string findingText(const ScriptSource& source, const Finding& finding);
 
 /// The same as an array of dictionaries, for programs.
 [[nodiscard]] Value findingsAsValue(const ScriptSource& source, std::span<const Finding> findings);
 
-/// Tells the faults of a script on standard error, each with its line of the file.
-void complainOfFaults(const ScriptSource& source);
+/// Findings with the parts of rules that they mean, and what to do; of each rule the first hundred.
+void showFindings(const ScriptSource& source, std::span<const Finding> findings, Terminal& out);
+
+/// "2 errors and 1 warning".
+[[nodiscard]] std::string countText(std::size_t errors, std::size_t warnings);
 
 /// What a command answers to a script that cannot be built: the faults on standard error, or with
 /// `json` an object with "error", "exitStatus" and "findings" on standard output.

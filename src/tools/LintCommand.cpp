@@ -2,6 +2,7 @@
 #include "platform/foundation/values/Value.h"
 #include "script/review/lint/Lint.h"
 #include "tools/Commands.h"
+#include "tools/FindingReport.h"
 #include "tools/Json.h"
 #include "tools/ScriptFindings.h"
 #include "tools/Terminal.h"
@@ -13,37 +14,6 @@
 namespace qv::tools {
 
 namespace {
-
-using Members = std::vector<std::pair<Value, Value>>;
-
-void addNumber(Members& members, std::string_view name, std::optional<std::size_t> number) {
-    if (number) {
-        members.emplace_back(Value::string(name), Value::unsignedInteger(*number));
-    }
-}
-
-void addText(Members& members, std::string_view name, std::string_view text) {
-    if (!text.empty()) {
-        members.emplace_back(Value::string(name), Value::string(text));
-    }
-}
-
-Value findingAsValue(const ScriptSource& source, const Finding& finding) {
-    Members members;
-    addText(members, "rule", finding.rule);
-    addText(members, "severity", severityName(finding.severity));
-    addNumber(members, "step", finding.step);
-    if (const std::optional<TextPosition> position = source.positionOf(finding)) {
-        addNumber(members, "line", position->line);
-        addNumber(members, "column", position->column);
-    }
-    addText(members, "key", finding.key);
-    addNumber(members, "element", finding.element);
-    addNumber(members, "offset", finding.offset);
-    addText(members, "reason", finding.reason);
-    addText(members, "mend", finding.mend);
-    return Value::dictionary(std::move(members));
-}
 
 /// Looks at one file after the other, and shows each at once or keeps it for JSON.
 class LintedFiles {
@@ -69,15 +39,11 @@ public:
         warnings_ += found.warnings;
         allowed_ += found.allowed;
         if (!options_.json) {
-            showFindings(*source, found, Terminal::standardOutput());
+            showFindings(*source, found.findings, Terminal::standardOutput());
             return;
         }
-        std::vector<Value> findings;
-        for (const Finding& finding : found.findings) {
-            findings.push_back(findingAsValue(*source, finding));
-        }
         files_.push_back(Value::dictionary({{"file", Value::string(source->file)},
-                                            {"findings", Value::array(std::move(findings))},
+                                            {"findings", findingsAsValue(*source, found.findings)},
                                             {"allowed", Value::unsignedInteger(found.allowed)}}));
     }
 

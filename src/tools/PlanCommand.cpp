@@ -3,6 +3,7 @@
 #include "script/review/plan/Plan.h"
 #include "script/step/StepText.h"
 #include "tools/Commands.h"
+#include "tools/FindingReport.h"
 #include "tools/Json.h"
 #include "tools/Machine.h"
 #include "tools/ScriptSource.h"
@@ -279,7 +280,7 @@ void showPlan(const Plan& plan, const Value& steps, bool withEffects) {
         const PlannedStep& line = plan.steps[i];
         const std::string indent(std::size_t{2} * std::min(line.depth, kDeepest), ' ');
         const std::string text =
-            fmt::format("{} {:>4} {}{}: {}", markOf(line), i, indent,
+            fmt::format("{} {:>4} {}{}: {}", markOf(line), i + 1, indent,
                         onOneLine(stepText(steps.asArray()[i])), remarkOn(line));
         out.line(out.styled(text, styleOf(line)));
         if (withEffects) {
@@ -298,15 +299,6 @@ void showPlan(const Plan& plan, const Value& steps, bool withEffects) {
     }
 }
 
-tl::unexpected<Failure> faultyScript(const ScriptSource& script) {
-    const Finding& first = script.faults.front();
-    const auto place = script.positionOf(first);
-    return failure(ExitStatus::faulty,
-                   fmt::format("{}{}: {}{}", script.file,
-                               place ? fmt::format(":{}:{}", place->line, place->column) : "",
-                               first.reason, first.mend.empty() ? "" : "; " + first.mend));
-}
-
 } // namespace
 
 Result plan(const PlanCommandOptions& options) {
@@ -314,8 +306,8 @@ Result plan(const PlanCommandOptions& options) {
     if (!script) {
         return tl::unexpected(script.error());
     }
-    if (!script->faults.empty()) {
-        return faultyScript(*script);
+    if (!script->canBeSent()) {
+        return refuseFaultyScript(*script, options.json);
     }
     if (!script->steps.is(Value::Kind::array)) {
         return failure(ExitStatus::faulty,

@@ -1,14 +1,10 @@
 #include "tools/ScriptFindings.h"
 
-#include "platform/foundation/values/Conversions.h"
 #include "script/review/lint/Lint.h"
-#include "script/step/OperationTable.h"
-#include "tools/Terminal.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
-#include <map>
 #include <set>
 
 namespace qv::tools {
@@ -63,58 +59,6 @@ void addUnusedAllowances(const ScriptSource& source, const std::set<std::string_
     }
 }
 
-const Value* valueUnder(const ScriptSource& source, const Finding& finding) {
-    if (!finding.step || !source.steps.is(Value::Kind::array) ||
-        *finding.step >= source.steps.asArray().size()) {
-        return nullptr;
-    }
-    const Value* value = source.steps.asArray()[*finding.step].find(finding.key);
-    const bool isElement = value != nullptr && finding.element && value->is(Value::Kind::array) &&
-                           *finding.element < value->asArray().size();
-    return isElement ? &value->asArray()[*finding.element] : value;
-}
-
-std::string stepTextOf(const ScriptSource& source, const Finding& finding) {
-    if (!finding.step) {
-        return "";
-    }
-    const bool isThere =
-        source.steps.is(Value::Kind::array) && *finding.step < source.steps.asArray().size();
-    const Value* code = isThere ? source.steps.asArray()[*finding.step].find("operation") : nullptr;
-    const bool isCode =
-        code != nullptr &&
-        (code->is(Value::Kind::integer) ||
-         (code->is(Value::Kind::string) && !code->asString().empty() &&
-          code->asString().find_first_not_of("0123456789") == std::string_view::npos));
-    const Operation* operation =
-        isCode ? operationForCode(static_cast<std::uint64_t>(integerValue(code))) : nullptr;
-    return operation == nullptr ? fmt::format("step {}: ", *finding.step + 1)
-                                : fmt::format("step {} ({}): ", *finding.step + 1, operation->name);
-}
-
-std::string counted(std::size_t number, std::string_view what) {
-    return fmt::format("{} {}{}", number == 0 ? "no" : std::to_string(number), what,
-                       number == 1 ? "" : "s");
-}
-
-void showFinding(const ScriptSource& source, const Finding& finding, Terminal& out) {
-    const std::optional<TextPosition> position = source.positionOf(finding);
-    const std::string place =
-        position ? fmt::format("{}:{}:{}", source.file, position->line, position->column)
-                 : source.file;
-    const bool isError = finding.severity == Finding::Severity::error;
-    out.line(fmt::format("{}: {}", out.styled(place, Terminal::Style::strong),
-                         out.styled(findingText(source, finding),
-                                    isError ? Terminal::Style::bad : Terminal::Style::plain)));
-    const Value* text = finding.offset ? valueUnder(source, finding) : nullptr;
-    if (text != nullptr && text->is(Value::Kind::string)) {
-        showPlace(out, text->asString(), *finding.offset);
-    }
-    if (!finding.mend.empty()) {
-        out.line(fmt::format("  mend: {}", out.styled(finding.mend, Terminal::Style::plain)));
-    }
-}
-
 } // namespace
 
 ScriptFindings findingsOf(const ScriptSource& source,
@@ -154,32 +98,6 @@ ScriptFindings findingsOf(const ScriptSource& source,
         std::ranges::count(result.findings, Finding::Severity::error, &Finding::severity));
     result.warnings = result.findings.size() - result.errors;
     return result;
-}
-
-std::string findingText(const ScriptSource& source, const Finding& finding) {
-    return fmt::format("{}: {}{} [{}]", severityName(finding.severity), stepTextOf(source, finding),
-                       finding.reason, finding.rule);
-}
-
-std::string countText(std::size_t errors, std::size_t warnings) {
-    return fmt::format("{} and {}", counted(errors, "error"), counted(warnings, "warning"));
-}
-
-void showFindings(const ScriptSource& source, const ScriptFindings& findings, Terminal& out) {
-    constexpr std::size_t kMostOfOneRule = 100;
-    std::map<std::string_view, std::size_t> shown;
-    for (const Finding& finding : findings.findings) {
-        if (++shown[finding.rule] <= kMostOfOneRule) {
-            showFinding(source, finding, out);
-        }
-    }
-    for (const auto& [rule, count] : shown) {
-        if (count > kMostOfOneRule) {
-            out.line(fmt::format("{}: {} more [{}]",
-                                 out.styled(source.file, Terminal::Style::plain),
-                                 count - kMostOfOneRule, rule));
-        }
-    }
 }
 
 } // namespace qv::tools

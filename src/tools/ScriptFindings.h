@@ -7,8 +7,6 @@
 
 namespace qv::tools {
 
-class Terminal;
-
 /// The name of the check of comments that allow what nothing has found.
 inline constexpr std::string_view kUnusedAllowance = "unused-allowance";
 
@@ -24,14 +22,5 @@ struct ScriptFindings {
 /// machine.
 [[nodiscard]] ScriptFindings findingsOf(const ScriptSource& source,
                                         const std::vector<std::string>& allowedRules = {});
-
-/// "error: step 3 (changeMode): REASON [RULE]".
-[[nodiscard]] std::string findingText(const ScriptSource& source, const Finding& finding);
-
-/// "2 errors and 1 warning".
-[[nodiscard]] std::string countText(std::size_t errors, std::size_t warnings);
-
-/// All of them with their places, the parts of texts that they mean, and what to do.
-void showFindings(const ScriptSource& source, const ScriptFindings& findings, Terminal& out);
 
 } // namespace qv::tools

@@ -195,6 +195,7 @@ tl::expected<ScriptSource, Failure> readScript(const std::string& file) {
         }
         notation = list->document.format == PropertyListFormat::xml ? TextNotation::xml
                                                                     : TextNotation::oldStyle;
+        source.isOldStyle = list->document.format == PropertyListFormat::oldStyle;
         takeDocument(source, list->document.root, true);
     }
     if (isUTF8) {

@@ -35,6 +35,7 @@ struct ScriptSource {
     std::vector<Finding> faults;
     /// `content` is a property list of the steps as they stand, or of something else than a script.
     bool isExact = false;
+    bool isOldStyle = false;                ///< which has texts for numbers
     std::shared_ptr<const ScriptText> text; ///< null: a binary list, or not in UTF-8
 
     [[nodiscard]] bool canBeSent() const;

@@ -118,7 +118,8 @@ Result show(const ShowOptions& options) {
     if (const Error error = refusalOfText(source->steps, PropertyList::kMostText)) {
         return fileFailure(ExitStatus::failed, options.file, error);
     }
-    const Value steps = options.textsAsNumbers ? stepsWithNumbers(source->steps) : source->steps;
+    const Value steps =
+        source->isOldStyle && !options.keepTexts ? stepsWithNumbers(source->steps) : source->steps;
     const std::string text =
         authoredText(steps, authoredFromSteps(steps, options.names ? ShownOwners::byName
                                                                    : ShownOwners::byNumber));
