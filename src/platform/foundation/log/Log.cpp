@@ -2,7 +2,7 @@
 
 #include "platform/foundation/values/UTF8.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -61,7 +61,7 @@ bool isPrintable(char32_t point) {
 std::string escapedBytes(std::string_view bytes) {
     std::string text;
     for (const char byte : bytes) {
-        fmt::format_to(std::back_inserter(text), "\\x{:02x}", static_cast<unsigned char>(byte));
+        text += fmt::format("\\x{:02x}", static_cast<unsigned char>(byte));
     }
     return text;
 }

@@ -1,8 +1,6 @@
 #include "platform/foundation/plist/WriteRefusal.h"
 
-#include <fmt/format.h>
-
-#include <iterator>
+#include <fmt/core.h>
 
 namespace qv::plist {
 
@@ -20,7 +18,7 @@ std::string keyPath(std::span<const WriteFrame> frames) {
             path += path.empty() ? "" : ".";
             path += frame.container.asDictionary().key(frame.next - 1);
         } else {
-            fmt::format_to(std::back_inserter(path), "[{}]", frame.next - 1);
+            path += fmt::format("[{}]", frame.next - 1);
         }
     }
     return path.empty() ? "the root" : path;

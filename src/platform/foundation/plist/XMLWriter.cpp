@@ -5,10 +5,9 @@
 #include "platform/foundation/plist/XMLScalars.h"
 #include "platform/foundation/values/Expansion.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
-#include <iterator>
 #include <optional>
 #include <string_view>
 #include <vector>
@@ -60,7 +59,8 @@ private:
 
     void element(std::string_view name, std::string_view content) {
         indent();
-        fmt::format_to(std::back_inserter(text_), "<{0}>{1}</{0}>\n", name, content);
+        text_.append("<").append(name).append(">").append(content);
+        text_.append("</").append(name).append(">\n");
     }
 
     void line(std::string_view markup) {
@@ -110,10 +110,10 @@ private:
             line(value.asBoolean() ? "<true/>" : "<false/>");
             break;
         case Kind::integer:
-            element("integer", fmt::format_int(value.asInteger()).c_str());
+            element("integer", std::to_string(value.asInteger()));
             break;
         case Kind::unsignedInteger:
-            element("integer", fmt::format_int(value.asUnsignedInteger()).c_str());
+            element("integer", std::to_string(value.asUnsignedInteger()));
             break;
         case Kind::real:
             element("real", realText(value.asReal()));
@@ -172,7 +172,7 @@ private:
         text_ += '\t';
         element("key", "CF$UID");
         text_ += '\t';
-        element("integer", fmt::format_int(uid.index).c_str());
+        element("integer", std::to_string(uid.index));
         line("</dict>");
     }
 

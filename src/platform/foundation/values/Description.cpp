@@ -2,10 +2,11 @@
 
 #include "platform/foundation/values/CalendarTime.h"
 #include "platform/foundation/values/ErrorText.h"
+#include "platform/foundation/values/Hexadecimal.h"
 #include "platform/foundation/values/URL.h"
 #include "platform/foundation/values/UTF8.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 
@@ -27,23 +28,15 @@ std::string dateText(Date date) {
                        time->day, time->hour, time->minute, time->second);
 }
 
-std::string hex(std::string_view bytes) {
-    std::string text;
-    for (const char byte : bytes) {
-        fmt::format_to(std::back_inserter(text), "{:02x}", static_cast<unsigned char>(byte));
-    }
-    return text;
-}
-
 std::string dataText(std::string_view bytes) {
     constexpr std::size_t kShownWhole = 24;
     constexpr std::size_t kShownEnd = 8;
     if (bytes.size() <= kShownWhole) {
-        return fmt::format("{{length = {}, bytes = 0x{}}}", bytes.size(), hex(bytes));
+        return fmt::format("{{length = {}, bytes = 0x{}}}", bytes.size(), hexadecimal(bytes));
     }
     return fmt::format("{{length = {}, bytes = 0x{} ... {}}}", bytes.size(),
-                       hex(bytes.substr(0, 2 * kShownEnd)),
-                       hex(bytes.substr(bytes.size() - kShownEnd)));
+                       hexadecimal(bytes.substr(0, 2 * kShownEnd)),
+                       hexadecimal(bytes.substr(bytes.size() - kShownEnd)));
 }
 
 bool isBareWord(std::string_view text) {

@@ -1,10 +1,10 @@
 #include "platform/security/guest/GuestFlags.h"
 
 #include "platform/foundation/log/Log.h"
+#include "platform/foundation/values/Joined.h"
 #include "platform/security/signature/CertificateRules.h"
 
-#include <fmt/format.h>
-#include <fmt/ranges.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 #include <utility>
@@ -139,7 +139,7 @@ template <typename... Parts> Shortcomings allOf(const Parts&... parts) {
 }
 
 /// The texts of shortcomings in one, each once.
-std::string joined(const Shortcomings& shortcomings, std::string Shortcoming::* text) {
+std::string joinedOnce(const Shortcomings& shortcomings, std::string Shortcoming::* text) {
     std::vector<std::string_view> texts;
     for (const Shortcoming& shortcoming : shortcomings) {
         if (!(shortcoming.*text).empty() &&
@@ -147,7 +147,7 @@ std::string joined(const Shortcomings& shortcomings, std::string Shortcoming::* 
             texts.emplace_back(shortcoming.*text);
         }
     }
-    return fmt::format("{}", fmt::join(texts, "; "));
+    return joined(texts, "; ");
 }
 
 /// A flag that a process gets only when its signature asks for it.
@@ -182,8 +182,8 @@ public:
              .bit = bit,
              .set = set,
              .unseen = unseen,
-             .why = set ? std::string(present) : joined(shortcomings, &Shortcoming::why),
-             .remedy = joined(shortcomings, &Shortcoming::remedy)});
+             .why = set ? std::string(present) : joinedOnce(shortcomings, &Shortcoming::why),
+             .remedy = joinedOnce(shortcomings, &Shortcoming::remedy)});
     }
     /// The flag must stand in the code directory, too.
     void addAsked(const AskedFlag& flag, const Shortcomings& missing, std::string_view present) {
@@ -258,7 +258,7 @@ GuestVerdict judgeGuest(const GuestObservation& observation, const SignatureFact
     findings.add("DEBUGGED", kDebugged,
                  traced.empty() ? Shortcomings{{.why = "nobody traces it", .remedy = {}}}
                                 : Shortcomings(),
-                 joined(traced, &Shortcoming::why));
+                 joinedOnce(traced, &Shortcoming::why));
 
     // A debugger may have changed anything. The platform lets that pass for programs that are
     // signed to be debugged, and for them alone.

@@ -2,16 +2,17 @@
 
 #include "platform/foundation/log/Log.h"
 #include "platform/foundation/values/Description.h"
+#include "platform/foundation/values/Hexadecimal.h"
+#include "platform/foundation/values/Joined.h"
 #include "platform/security/guest/AllowedFileSystems.h"
 #include "platform/security/guest/GuestCode.h"
 #include "platform/security/requirement/CodeSigningError.h"
 #include "platform/security/signature/StaticCode.h"
 
-#include <fmt/format.h>
-#include <fmt/ranges.h>
+#include <fmt/core.h>
 
 #include <algorithm>
-#include <iterator>
+#include <span>
 
 namespace qv {
 
@@ -58,8 +59,8 @@ void appendSignature(Facts& all, const StaticCode& code) {
     for (std::size_t slot = 0; slot < chain.size(); ++slot) {
         std::string subject;
         for (const auto& [name, value] : chain[slot].subject) {
-            fmt::format_to(std::back_inserter(subject), "{}{}={}", subject.empty() ? "" : ", ",
-                           name, log::foreign(value));
+            subject +=
+                fmt::format("{}{}={}", subject.empty() ? "" : ", ", name, log::foreign(value));
         }
         all.push_back({fmt::format("certificate {}", slot), subject});
         all.push_back(expiryOf(chain[slot], slot, code.checksExpiry()));
@@ -95,10 +96,9 @@ std::string describeMappings(const std::vector<MappedCode>& mappings) {
         return fmt::format("{}, all of files that only root can write", mappings.size());
     }
     const std::size_t shown = std::min(bad.size(), kMost);
-    return fmt::format(
-        "{}, of which {} keep HARD away: {}{}", mappings.size(), bad.size(),
-        fmt::join(bad.begin(), bad.begin() + static_cast<std::ptrdiff_t>(shown), "; "),
-        shown < bad.size() ? "; ..." : "");
+    return fmt::format("{}, of which {} keep HARD away: {}{}", mappings.size(), bad.size(),
+                       joined(std::span(bad).first(shown), "; "),
+                       shown < bad.size() ? "; ..." : "");
 }
 
 void appendProcess(Facts& all, const GuestObservation& seen) {
@@ -145,7 +145,7 @@ ReportFact markOf(const ProgramFile& file, const StaticCode& code,
     }
     std::string whys;
     for (const Shortcoming& shortcoming : shortcomings) {
-        fmt::format_to(std::back_inserter(whys), "{}{}", whys.empty() ? "" : "; ", shortcoming.why);
+        whys += fmt::format("{}{}", whys.empty() ? "" : "; ", shortcoming.why);
     }
     return {"launch mark", "not installed as a client: " + whys, shortcomings.front().remedy};
 }
@@ -180,8 +180,7 @@ Error checkRequirement(const Requirement& requirement, const CodeFacts& facts) {
     std::string against;
     for (const RequirementFinding& finding : requirement.explain(facts)) {
         if (finding.decisive) {
-            fmt::format_to(std::back_inserter(against), "{}{}", against.empty() ? "" : "; ",
-                           finding.text());
+            against += fmt::format("{}{}", against.empty() ? "" : "; ", finding.text());
         }
     }
     return codeSigningError(status,
@@ -207,9 +206,7 @@ std::string explainCodeSigningError(const Error& error) {
     return text;
 }
 
-std::string cdhashText(const CodeFacts& facts) {
-    return fmt::format("{:02x}", fmt::join(facts.cdhash, ""));
-}
+std::string cdhashText(const CodeFacts& facts) { return hexadecimal(facts.cdhash); }
 
 CodeReport reportProgram(const ProgramFile& file, const StaticCode& code,
                          const Requirement& requirement,

@@ -4,6 +4,7 @@
 #include "platform/foundation/os/Descriptor.h"
 #include "platform/foundation/os/FileBytes.h"
 #include "platform/foundation/os/ReplacementFile.h"
+#include "platform/foundation/values/Joined.h"
 #include "platform/security/guarded/GuardedPath.h"
 #include "platform/security/guest/AllowedFileSystems.h"
 #include "platform/security/guest/GuestReport.h"
@@ -14,8 +15,7 @@
 #include "platform/security/signature/SignatureFailure.h"
 #include "platform/security/signature/SignatureTrailer.h"
 
-#include <fmt/format.h>
-#include <fmt/ranges.h>
+#include <fmt/core.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -91,7 +91,7 @@ Outcome<void> judgeFileSystem(int folder, const std::string& path, bool allowsTe
             fmt::format("{}: the service accepts no program on a file system of the type \"{}\"; "
                         "install it on a local one ({})",
                         log::foreign(path), log::foreign(found->type),
-                        fmt::join(kLocalFileSystems, ", ")));
+                        joined(kLocalFileSystems, ", ")));
     }
     if (found->ignoresSetGroup) {
         return failureOf(ENOTSUP, path,

@@ -1,13 +1,13 @@
 #include "platform/foundation/log/Log.h"
 #include "platform/foundation/values/CalendarTime.h"
+#include "platform/foundation/values/Hexadecimal.h"
 #include "platform/foundation/values/UTF8.h"
 #include "platform/security/requirement/RequirementLexer.h"
 #include "platform/security/requirement/RequirementTree.h"
 
-#include <fmt/format.h>
+#include <fmt/core.h>
 
 #include <array>
-#include <iterator>
 #include <limits>
 #include <utility>
 
@@ -26,14 +26,6 @@ std::string quoted(std::string_view text) {
         result += c;
     }
     return result + '"';
-}
-
-std::string hexadecimal(auto&& bytes) {
-    std::string result;
-    for (const auto byte : bytes) {
-        fmt::format_to(std::back_inserter(result), "{:02x}", static_cast<std::uint8_t>(byte));
-    }
-    return result;
 }
 
 // Only hexadecimal data can hold what has no form in quotes.
