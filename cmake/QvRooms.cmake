@@ -58,6 +58,12 @@ function(qv_room path)
     target_compile_options(${name} PRIVATE -O1)
     set_target_properties(${name} PROPERTIES DISABLE_PRECOMPILE_HEADERS ON)
   endif()
+  # No fuzz target has anything to do with these.
+  if(QV_SANITIZE MATCHES "fuzzer" AND
+     path MATCHES "^(client|codesign|service|tools|platform/(applescript(/world.*)?|examiner|imager))$")
+    target_compile_options(${name} PRIVATE
+      -fno-sanitize-coverage=inline-8bit-counters,indirect-calls,pc-table,stack-depth,trace-cmp)
+  endif()
   target_link_options(${name} PUBLIC ${QV_ROOM_LINK_OPTIONS})
   set_target_properties(${name} PROPERTIES UNITY_BUILD ${QV_UNITY} UNITY_BUILD_BATCH_SIZE 0)
   list(TRANSFORM ROOM_ALONE PREPEND "${CMAKE_SOURCE_DIR}/src/${path}/")
