@@ -114,10 +114,7 @@ std::vector<Done> run(const Value& steps, const std::string& root) {
             try {
                 StepFields fields = reader.read(step);
                 const Operation* operation = operationForCode(fields.operation());
-                Error error;
-                if (operation != nullptr) {
-                    error = engine.replayStep(*operation, fields);
-                }
+                const Error error = engine.replayStep(operation, fields);
                 engine.executeRecordingLastStatementError = error;
                 const bool isMarker =
                     operation != nullptr && (operation->code == OperationCode::beginElseBlock ||
