@@ -62,9 +62,9 @@ Result newScript(const NewOptions& options) {
     if (options.json) {
         out.line(jsonText(Value::dictionary({{"file", Value::string(options.file)}})));
     } else {
-        out.line(
-            fmt::format("{0}: written. Next: qvcatalog build {0}, then as root qvcatalog run {0}",
-                        options.file));
+        out.line(fmt::format("{0}: written. Next: qvcatalog lint {0}, qvcatalog plan {0}, and as "
+                             "root qvcatalog run {0}",
+                             options.file));
     }
     return ExitStatus::success;
 }

@@ -201,7 +201,9 @@ std::string remarkOn(const PlannedStep& line) {
                              line.error.domain(), line.error.code());
     }
     if (line.certainty != Certainty::exact) {
-        remark = fmt::format("{}, {}", certaintyName(line.certainty), remark);
+        const bool depends = line.certainty == Certainty::depends;
+        remark = fmt::format("{}, {}{}", certaintyName(line.certainty),
+                             depends ? "as things are: " : "", remark);
     }
     if (!line.reason.empty()) {
         remark += fmt::format(" ({})", onOneLine(line.reason));

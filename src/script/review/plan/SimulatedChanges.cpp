@@ -1,7 +1,5 @@
 #include "script/review/plan/SimulatedFiles.h"
 
-#include <fmt/core.h>
-
 #include <algorithm>
 #include <set>
 
@@ -28,7 +26,7 @@ Pointer unknownItem(const Location& location) {
     auto item = std::make_shared<SimulatedItem>();
     item->state.type = ItemState::Type::unknown;
     item->isUncertain = true;
-    item->doubt = fmt::format("an earlier step may have changed {}", pathOf(location));
+    item->doubt = earlierChangeOf(pathOf(location));
     return item;
 }
 

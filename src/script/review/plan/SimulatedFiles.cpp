@@ -30,6 +30,10 @@ std::string pathOf(const Location& location) {
     return path.empty() ? "/" : path;
 }
 
+std::string earlierChangeOf(const std::string& path) {
+    return "an earlier step may have changed " + (path == "/" ? "any file" : path);
+}
+
 SimulatedFiles::SimulatedFiles(std::shared_ptr<SimulatedDisk> disk)
     : disk_(std::move(disk)), root_(disk_->read("")), originals_(std::make_shared<ChangedFiles>()),
       copies_(std::make_shared<ChangedFiles>()) {
@@ -138,7 +142,7 @@ ItemState SimulatedFiles::stateOf(const Found& found) {
 // What is wrong with an item for those who only look at it.
 void SimulatedFiles::noteDoubtsOf(const Found& found, const Location& location) {
     if (found.isUncertain) {
-        noteDoubt(fmt::format("an earlier step may have changed {}", pathOf(location)));
+        noteDoubt(earlierChangeOf(pathOf(location)));
     } else if (!found.item->doubt.empty() &&
                (found.item->isLink() || found.item->state.type == ItemState::Type::unknown)) {
         noteDoubt(found.item->doubt);
@@ -282,7 +286,7 @@ void SimulatedFiles::gatherFacts(const Location& top) {
         } else if (item->mount) {
             doubt(fmt::format("something is mounted at {}", path));
         } else if (item->isUncertain) {
-            doubt(fmt::format("an earlier step may have changed {}", path));
+            doubt(earlierChangeOf(path));
         } else if (!disk_->spend()) {
             doubt(std::string(kTooMany));
             break;

@@ -15,6 +15,8 @@ namespace qv {
 /// Names of real folders from the root on, and that of an item, which need not be there.
 using Location = std::vector<std::string>;
 [[nodiscard]] std::string pathOf(const Location& location);
+/// The doubt about what an earlier step may have changed: one item, or with "/" all of them.
+[[nodiscard]] std::string earlierChangeOf(const std::string& path);
 
 /// The files of a machine as steps leave them, over those that it has. Read from the disk when they
 /// are first looked at. A copy of this object is a snapshot, which costs little.
