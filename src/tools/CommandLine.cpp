@@ -3,6 +3,7 @@
 #include "client/QVCatalogHelperClient.h"
 #include "platform/foundation/configuration/Configuration.h"
 #include "platform/foundation/text/SimilarNames.h"
+#include "tools/CommandTree.h"
 #include "tools/Commands.h"
 #include "tools/Terminal.h"
 
@@ -28,6 +29,7 @@ void addRun(CLI::App& command, Command& chosen) {
                     "the script, as people write it or as exact steps; - for standard input")
         ->required();
     command.add_option("--socket", options->socketPath, "where the service listens")
+        ->type_name("PATH")
         ->capture_default_str();
     command.add_flag("--json", options->json, "print the outcome as JSON");
     auto* strict = command.add_flag("--strict", options->strict,
@@ -39,22 +41,31 @@ void addRun(CLI::App& command, Command& chosen) {
 void addLog(CLI::App& command, Command& chosen) {
     auto options = std::make_shared<LogOptions>();
     command.add_option("RUN", options->run, "one run, by its ID or the beginning of it: its steps");
-    command.add_option("--client", options->client, "runs of a client, by name or identifier");
-    command.add_option("--user", options->user, "runs on behalf of a user, by name or number");
-    command.add_option("--since", options->since,
-                       "runs from then on: \"2026-11-22 14:30\", or 90m, 12h, 7d ago");
-    command.add_option("--item", options->item, "runs that touched a path, or what is in it");
+    command.add_option("--client", options->client, "runs of a client, by name or identifier")
+        ->type_name("NAME");
+    command.add_option("--user", options->user, "runs on behalf of a user, by name or number")
+        ->type_name("USER");
+    command
+        .add_option("--since", options->since,
+                    "runs from then on: \"2026-11-22 14:30\", or 90m, 12h, 7d ago")
+        ->type_name("TIME");
+    command.add_option("--item", options->item, "runs that touched a path, or what is in it")
+        ->type_name("PATH");
     command.add_flag("--failed", options->failed, "runs that failed");
-    command.add_option("--last", options->last, "how many of them")->capture_default_str();
+    command.add_option("--last", options->last, "how many of them")
+        ->capture_default_str()
+        ->type_name("COUNT");
     command.add_flag("--all", options->all, "all of them");
-    command.add_option("--journal", options->journal, "a folder of journal files to read instead");
+    command.add_option("--journal", options->journal, "a folder of journal files to read instead")
+        ->type_name("FOLDER");
     command.add_flag("--json", options->json, "print as JSON");
     command.callback([&chosen, options] { chosen = [options] { return showLog(*options); }; });
 }
 
 void addStatus(CLI::App& command, Command& chosen) {
     auto options = std::make_shared<StatusOptions>();
-    command.add_option("--journal", options->journal, "a folder of journal files to read instead");
+    command.add_option("--journal", options->journal, "a folder of journal files to read instead")
+        ->type_name("FOLDER");
     command.add_flag("--json", options->json, "print as JSON");
     command.callback([&chosen, options] { chosen = [options] { return status(*options); }; });
 }
@@ -66,10 +77,12 @@ void addBuild(CLI::App& command, Command& chosen) {
                     "the script, JSON with comments or a property list; - for standard input")
         ->required();
     command.add_option("--to", options->to, "xml or binary")
+        ->type_name("FORMAT")
         ->check(CLI::IsMember({"xml", "binary"}))
         ->capture_default_str();
-    command.add_option("-o,--output", options->output,
-                       "where to write; standard output when left out");
+    command
+        .add_option("-o,--output", options->output, "where to write; standard output when left out")
+        ->type_name("FILE");
     command.add_flag("--json", options->json,
                      "print the exact steps, or with -o what was written, as JSON");
     command.callback([&chosen, options] { chosen = [options] { return build(*options); }; });
@@ -79,8 +92,9 @@ void addShow(CLI::App& command, Command& chosen) {
     auto options = std::make_shared<ShowOptions>();
     command.add_option("FILE", options->file, "the script, in any encoding; - for standard input")
         ->required();
-    command.add_option("-o,--output", options->output,
-                       "where to write; standard output when left out");
+    command
+        .add_option("-o,--output", options->output, "where to write; standard output when left out")
+        ->type_name("FILE");
     command.add_flag("--names", options->names,
                      "users and groups by the names that they have on this machine");
     command.add_flag("--keep-texts", options->keepTexts,
@@ -108,6 +122,7 @@ void addLint(CLI::App& command, Command& chosen) {
     command.add_option("FILE", options->files, "scripts; - for standard input")->required();
     command
         .add_option("--allow", options->allow, "the name of a check whose findings do not count")
+        ->type_name("CHECK")
         ->allow_extra_args(false);
     command.add_flag("--strict", options->strict, "warnings count as errors do");
     command.add_flag("--json", options->json, "print as JSON");
@@ -119,8 +134,10 @@ void addPlan(CLI::App& command, Command& chosen) {
     command.add_option("FILE", options->file, "the script; - for standard input")->required();
     command.add_flag("--diff", options->diff, "show the items that change, before and after");
     command.add_flag("--all", options->all, "the same, all of them");
-    command.add_option("--root", options->root,
-                       "plan for another machine, of whose files this folder holds a copy");
+    command
+        .add_option("--root", options->root,
+                    "plan for another machine, of whose files this folder holds a copy")
+        ->type_name("FOLDER");
     command.add_flag("--json", options->json, "print as JSON");
     command.footer("Exit status: 0 nothing would change; 10 something would, or may; 1 the script "
                    "would stop at an error; 3 it has a mistake.");
@@ -133,32 +150,42 @@ void addSign(CLI::App& command, Command& chosen) {
     command
         .add_option("--identifier", options->identifier,
                     "signing identifier, e.g. com.example.Tool")
+        ->type_name("IDENTIFIER")
         ->required();
     command.add_option("--certificate", options->certificate, "the signer's certificate, PEM")
+        ->type_name("FILE")
         ->required();
     command.add_option("--key", options->key, "its private key, PEM, readable by its owner only")
+        ->type_name("FILE")
         ->required();
-    command.add_option("--intermediate", options->intermediates,
-                       "certificates between it and the anchor, PEM");
+    command
+        .add_option("--intermediate", options->intermediates,
+                    "certificates between it and the anchor, PEM")
+        ->type_name("FILE");
     command
         .add_option("--team", options->team,
                     "team identifier, the organisational unit of the certificate")
+        ->type_name("TEAM")
         ->required();
     command
         .add_option("--flags", options->flags,
                     "hard, kill, runtime, restrict, library-validation, expires")
+        ->type_name("FLAGS")
         ->delimiter(',');
-    command.add_option("--entitlements", options->entitlements,
-                       "property list with the entitlements");
-    command.add_option("--info", options->info, "property list with the information dictionary");
-    command.add_option("--platform", options->platform, "platform number");
+    command
+        .add_option("--entitlements", options->entitlements, "property list with the entitlements")
+        ->type_name("FILE");
+    command.add_option("--info", options->info, "property list with the information dictionary")
+        ->type_name("FILE");
+    command.add_option("--platform", options->platform, "platform number")->type_name("NUMBER");
     command.callback([&chosen, options] { chosen = [options] { return sign(*options); }; });
 }
 
 void addVerify(CLI::App& command, Command& chosen) {
     auto options = std::make_shared<VerifyOptions>();
     auto* file = command.add_option("FILE", options->file, "a program on disk");
-    auto* pid = command.add_option("--pid", options->pid, "a running process instead");
+    auto* pid =
+        command.add_option("--pid", options->pid, "a running process instead")->type_name("PID");
     file->excludes(pid);
     command.add_flag("--explain", options->explain,
                      "print every fact that counted, and what to change about it");
@@ -182,9 +209,11 @@ void addInstallClient(CLI::App& command, Command& chosen) {
 
 void addClients(CLI::App& command, Command& chosen) {
     auto options = std::make_shared<ClientsOptions>();
-    command.add_option("--in", options->folders,
-                       "folders to look for installed programs in; /usr, /usr/local, /opt and "
-                       "/srv when left out");
+    command
+        .add_option("--in", options->folders,
+                    "folders to look for installed programs in; /usr, /usr/local, /opt and "
+                    "/srv when left out")
+        ->type_name("FOLDER");
     command.add_flag("--json", options->json, "print as JSON");
     command.callback([&chosen, options] { chosen = [options] { return clients(*options); }; });
 }
@@ -195,9 +224,11 @@ void addPlist(CLI::App& command, Command& chosen) {
         .add_option("FILE", options->file, "a property list in any encoding; - for standard input")
         ->required();
     command.add_option("--to", options->to, "xml, binary or json")
+        ->type_name("FORMAT")
         ->check(CLI::IsMember({"xml", "binary", "json"}));
-    command.add_option("-o,--output", options->output,
-                       "where to write; standard output when left out");
+    command
+        .add_option("-o,--output", options->output, "where to write; standard output when left out")
+        ->type_name("FILE");
     command.add_flag("--archive", options->archive,
                      "decode a keyed archive; shown as JSON unless --to says otherwise");
     command.callback([&chosen, options] { chosen = [options] { return plist(*options); }; });
@@ -210,9 +241,13 @@ void addPreferencesRead(CLI::App& command, Command& chosen) {
                     "an application's identifier, or kCFPreferencesAnyApplication")
         ->required();
     command.add_option("KEY", options->key, "the value under this key alone");
-    command.add_option("--user", options->user,
-                       "a user's name, or any; the current user when left out");
-    command.add_option("--host", options->host, "any, current, or a name")->capture_default_str();
+    command
+        .add_option("--user", options->user,
+                    "a user's name, or any; the current user when left out")
+        ->type_name("USER");
+    command.add_option("--host", options->host, "any, current, or a name")
+        ->capture_default_str()
+        ->type_name("HOST");
     command.add_flag("--json", options->json, "print as JSON");
     command.callback(
         [&chosen, options] { chosen = [options] { return readPreferences(*options); }; });
@@ -232,11 +267,14 @@ void addRule(CLI::App& command, Command& chosen) {
         .add_option("--set", options->settings,
                     "NAME=VALUE: a value that the rule may name; a number, true, false, or "
                     "text, which may stand in double quotes")
+        ->type_name("NAME=VALUE")
         ->allow_extra_args(false);
     command.add_option("--value", options->value,
                        "print what a single call \"${...}\" or key path gives instead");
-    command.add_option("--root", options->root,
-                       "ask another machine, of whose files this folder holds a copy");
+    command
+        .add_option("--root", options->root,
+                    "ask another machine, of whose files this folder holds a copy")
+        ->type_name("FOLDER");
     command.add_flag("--explain", options->explain,
                      "print the calls, the text without them, and what became of each part of it");
     command.add_flag("--json", options->json, "print as JSON");
@@ -246,8 +284,10 @@ void addRule(CLI::App& command, Command& chosen) {
 void addFacts(CLI::App& command, Command& chosen) {
     auto options = std::make_shared<FactsOptions>();
     command.add_option("WORD", options->words, "only questions with one of these words in them");
-    command.add_option("--root", options->root,
-                       "ask another machine, of whose files this folder holds a copy");
+    command
+        .add_option("--root", options->root,
+                    "ask another machine, of whose files this folder holds a copy")
+        ->type_name("FOLDER");
     command.add_flag("--native", options->native, "also the kernel's own parameters");
     command.add_flag("--json", options->json, "print as JSON");
     command.footer("Each fact stands as the question that a rule asks. Questions about the host "
@@ -261,14 +301,18 @@ void addRegistry(CLI::App& command, Command& chosen) {
     command.add_option("DEVICE", options->device,
                        "one device, by interface, device file, name, path or entry ID: its "
                        "properties, and the rule that asks for it");
-    command.add_option("--class", options->className, "devices of a class, e.g. IOMedia");
+    command.add_option("--class", options->className, "devices of a class, e.g. IOMedia")
+        ->type_name("CLASS");
     command
         .add_option("--property", options->properties,
                     "NAME or NAME=VALUE: devices that have this property; all that are given")
+        ->type_name("PROPERTY")
         ->allow_extra_args(false);
     command.add_option("--plane", options->plane, "the plane of the registry")
+        ->type_name("PLANE")
         ->capture_default_str();
-    command.add_option("--sysfs", options->sysfs, "a copy of another machine's /sys");
+    command.add_option("--sysfs", options->sysfs, "a copy of another machine's /sys")
+        ->type_name("FOLDER");
     command.add_flag("--properties", options->showProperties, "print the properties too");
     command.add_flag("--watch", options->watch, "follow what comes and goes until Ctrl-C");
     command.add_flag("--json", options->json,
@@ -280,10 +324,13 @@ void addApplication(CLI::App& command, Command& chosen) {
     auto options = std::make_shared<ApplicationOptions>();
     auto* identifier = command.add_option("IDENTIFIER", options->identifier,
                                           "a bundle's, or a desktop entry's; in any case");
-    auto* name = command.add_option("--name", options->name,
-                                    "instead: the name that people see, or that of its file");
+    auto* name = command
+                     .add_option("--name", options->name,
+                                 "instead: the name that people see, or that of its file")
+                     ->type_name("NAME");
     identifier->excludes(name);
-    command.add_option("--user", options->user, "look as the service does for this user");
+    command.add_option("--user", options->user, "look as the service does for this user")
+        ->type_name("USER");
     command.add_flag("--json", options->json, "print as JSON");
     command.callback([&chosen, options] { chosen = [options] { return application(*options); }; });
 }
@@ -292,8 +339,10 @@ void addExtract(CLI::App& command, Command& chosen) {
     auto options = std::make_shared<ExtractOptions>();
     command.add_option("FILE", options->file, "a ZIP archive (.zip) or a disk image (.dmg)")
         ->required();
-    command.add_option("--to", options->to,
-                       "the folder for its content; a fresh one on FILE's volume when left out");
+    command
+        .add_option("--to", options->to,
+                    "the folder for its content; a fresh one on FILE's volume when left out")
+        ->type_name("FOLDER");
     command.add_flag("--json", options->json, "print as JSON");
     command.callback([&chosen, options] { chosen = [options] { return extract(*options); }; });
 }
@@ -332,7 +381,8 @@ void addTrustList(CLI::App& command, Command& chosen) {
 void addTrustCheck(CLI::App& command, Command& chosen) {
     auto options = std::make_shared<TrustCheckOptions>();
     auto* path = command.add_option("PATH", options->path, "a program on disk");
-    auto* pid = command.add_option("--pid", options->pid, "a running process instead");
+    auto* pid =
+        command.add_option("--pid", options->pid, "a running process instead")->type_name("PID");
     path->excludes(pid);
     command.callback([&chosen, options] { chosen = [options] { return trustCheck(*options); }; });
 }
@@ -341,6 +391,69 @@ void addTrustRevoke(CLI::App& command, Command& chosen) {
     auto options = std::make_shared<TrustRevokeOptions>();
     command.add_option("PATH", options->path, "as list shows it; the file may be gone")->required();
     command.callback([&chosen, options] { chosen = [options] { return trustRevoke(*options); }; });
+}
+
+OptionDescription descriptionOf(const CLI::Option& option) {
+    OptionDescription description;
+    for (const std::string& name : option.get_snames()) {
+        description.names.push_back("-" + name);
+    }
+    for (const std::string& name : option.get_lnames()) {
+        description.names.push_back("--" + name);
+    }
+    description.help = option.get_description();
+    description.isRequired = option.get_required();
+    description.takesSeveral =
+        option.get_items_expected_max() >= CLI::detail::expected_max_vector_size;
+    if (option.get_items_expected_max() > 0) {
+        const std::string type = option.get_type_name(); // "FORMAT:{xml,binary,json}"
+        const auto check = type.find(":{");
+        description.value = option.get_positional() ? option.get_name() : type.substr(0, check);
+        if (check != std::string::npos) {
+            description.choices =
+                CLI::detail::split(type.substr(check + 2, type.size() - check - 3), ',');
+        }
+        if (!option.get_default_str().empty()) {
+            description.help += fmt::format("; {} when left out", option.get_default_str());
+        }
+    }
+    return description;
+}
+
+bool isHidden(const CLI::App& command) { return command.get_group().empty(); }
+
+CommandDescription descriptionOf(const CLI::App& command) {
+    CommandDescription description;
+    description.name = command.get_name();
+    description.help = command.get_description();
+    const CLI::App* parent = command.get_parent(); // hands its footer down
+    if (parent == nullptr || command.get_footer() != parent->get_footer()) {
+        description.footer = command.get_footer();
+    }
+    for (const CLI::Option* option : command.get_options()) {
+        (option->get_positional() ? description.arguments : description.options)
+            .push_back(descriptionOf(*option));
+    }
+    for (const CLI::App* each : command.get_subcommands({})) {
+        if (!isHidden(*each)) {
+            description.commands.push_back(descriptionOf(*each));
+        }
+    }
+    return description;
+}
+
+void addDescribe(CLI::App& command, Command& chosen) {
+    auto options = std::make_shared<DescribeOptions>();
+    command.add_option("FORMAT", options->format, "man, operations, bash, fish or zsh")
+        ->required()
+        ->check(CLI::IsMember({"man", "operations", "bash", "fish", "zsh"}));
+    command.add_option("--date", options->date, "of the manual page")->type_name("DATE");
+    command.group(""); // not among the commands that are listed
+    command.callback([&chosen, &command, options] {
+        chosen = [&command, options] {
+            return describe(*options, descriptionOf(*command.get_parent()));
+        };
+    });
 }
 
 /// One command, or a group of commands. To add a command, add a row.
@@ -394,6 +507,7 @@ constexpr std::array kCommands = std::to_array<CommandRow>({
     {"script", "Compile and execute a program in AppleScript", addScript},
     {"version", "Compare two versions; -1: A is older than B, 0: the same, 1: newer", addVersion},
     {"trust", "Show, check and revoke the trust that was granted to programs", nullptr, kTrust},
+    {"describe", "Print a manual page or a shell's completion of this command", addDescribe},
 });
 
 void addCommands(CLI::App& parent, std::span<const CommandRow> rows, Command& chosen) {
@@ -418,6 +532,9 @@ std::string fullName(const CLI::App& command) {
 std::string listing(const CLI::App& parent) {
     std::string lines;
     for (const CLI::App* command : parent.get_subcommands({})) {
+        if (isHidden(*command)) {
+            continue;
+        }
         lines += command->get_subcommands({}).empty()
                      ? fmt::format("  {:<28} {}\n", fullName(*command), command->get_description())
                      : listing(*command);
@@ -491,10 +608,11 @@ Result parseAndRun(int count, const char* const* arguments) {
         "Works with QVCatalogHelperXPC, the service that carries out installation scripts.",
         "qvcatalog");
     app.set_version_flag("--version", std::string(configuration::kVersion));
-    app.footer(
-        "Exit status: 0 success, or the answer is yes; 1 failed, or the answer is no; 2 usage, "
-        "or a file that cannot be read or written; 3 the script has a mistake; 4 refused by the "
-        "service, or not root; 5 the service cannot be reached; 10 the plan has changes.");
+    std::string statuses = "Exit status:";
+    for (const ExitStatusMeaning& each : kExitStatusMeanings) {
+        statuses += fmt::format("\n  {:<3} {}", static_cast<int>(each.status), each.meaning);
+    }
+    app.footer(statuses);
     Command chosen;
     addCommands(app, kCommands, chosen);
     const Result parsed = parse(app, count, arguments);

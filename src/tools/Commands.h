@@ -2,24 +2,48 @@
 
 #include <tl/expected.hpp>
 
+#include <array>
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
 namespace qv::tools {
 
-/// The exit status of `qvcatalog`, the same for every command; the README describes it to users.
+struct CommandDescription;
+
+/// The exit status of `qvcatalog`, the same for every command.
 enum class ExitStatus : std::uint8_t {
-    success = 0,       ///< done, also when nothing was to do; the answer is yes
-    failed = 1,        ///< the command was carried out and failed, or the answer is no
-    usage = 2,         ///< no answer: wrong arguments, or a file that cannot be read or written
-    faulty = 3,        ///< a script that must not be sent: it has a mistake
-    notAuthorised = 4, ///< the service, or this command, refuses the caller
-    unreachable = 5,   ///< nobody listens, or the connection broke
-    changes = 10,      ///< a plan that changes something
+    success = 0,
+    failed = 1,
+    usage = 2,
+    faulty = 3,
+    notAuthorised = 4,
+    unreachable = 5,
+    changes = 10,
 };
+
+struct ExitStatusMeaning {
+    ExitStatus status;
+    std::string_view meaning;
+};
+/// What users are told about each status, by the help, the manual page and the README.
+inline constexpr std::array kExitStatusMeanings = std::to_array<ExitStatusMeaning>({
+    {ExitStatus::success, "done, or the answer is yes"},
+    {ExitStatus::failed,
+     "carried out and failed, or the answer is no: a rule that is false, a program that would not "
+     "be accepted, a list or requirement with a fault, an application or value that is not there"},
+    {ExitStatus::usage,
+     "no answer: wrong arguments, a script or rule that cannot be understood, a file that cannot "
+     "be read or written (standard output is one)"},
+    {ExitStatus::faulty, "a script has a mistake and is not sent"},
+    {ExitStatus::notAuthorised,
+     "the service refuses this program, or run in an installed system was not started by root"},
+    {ExitStatus::unreachable, "the service cannot be reached, or the connection broke"},
+    {ExitStatus::changes, "a plan that changes something"},
+});
 
 /// Why a command has no answer, in one line. With --json it is printed as an object: "error" is the
 /// reason, "exitStatus" the status, "status" the code of a platform's error, if there is one.
@@ -267,5 +291,13 @@ struct TrustRevokeOptions {
     std::string path;
 };
 Result trustRevoke(const TrustRevokeOptions& options);
+
+struct DescribeOptions {
+    std::string format; ///< man, operations, bash, fish or zsh
+    std::string date;   ///< of the manual page
+};
+/// Prints the manual page of the command itself, the operations for that of scripts, or a shell's
+/// completion.
+Result describe(const DescribeOptions& options, const CommandDescription& program);
 
 } // namespace qv::tools

@@ -19,7 +19,7 @@ protected:
 };
 
 TEST_P(Command, PrintsWhatItsTranscriptShows) {
-    expectTranscript(GetParam(), folder_, {"VERSION=" QV_VERSION});
+    expectTranscript(GetParam(), folder_, {"VERSION=" QV_VERSION, "README=" QV_README});
 }
 
 INSTANTIATE_TEST_SUITE_P(Of, Command,
