@@ -91,9 +91,7 @@ ScriptFindings findingsOf(const ScriptSource& source,
         }
     }
     addUnusedAllowances(source, used, result.findings);
-    std::ranges::stable_sort(result.findings, [](const Finding& left, const Finding& right) {
-        return left.standsBefore(right);
-    });
+    sortByPlace(result.findings);
     result.errors = static_cast<std::size_t>(
         std::ranges::count(result.findings, Finding::Severity::error, &Finding::severity));
     result.warnings = result.findings.size() - result.errors;

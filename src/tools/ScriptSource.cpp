@@ -91,7 +91,7 @@ void addFaultsOfAllowances(ScriptSource& source) {
                  .mend = fmt::format("write lint: allow {}: and the reason", allowance.rule)});
         }
     }
-    std::ranges::stable_sort(source.faults, &Finding::standsBefore);
+    sortByPlace(source.faults);
 }
 
 void takeDocument(ScriptSource& source, const Value& document, bool isList) {

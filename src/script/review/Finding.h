@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace qv {
 
@@ -24,10 +25,11 @@ struct Finding {
     std::optional<std::size_t> offset;  ///< in bytes, in the text under the key
     std::string reason;                 ///< a sentence without its full stop
     std::string mend;                   ///< how to put it right, the same; may be empty
-
-    /// Order of places: by step, the whole script first.
-    [[nodiscard]] bool standsBefore(const Finding& other) const noexcept;
 };
+
+/// Puts findings in the order of their places, the whole script first; those of one place stay in
+/// theirs.
+void sortByPlace(std::vector<Finding>& findings);
 
 /// "error" or "warning".
 [[nodiscard]] std::string_view severityName(Finding::Severity severity) noexcept;

@@ -103,9 +103,7 @@ void Findings::add(Check check, const Place& place, Words words) {
 }
 
 std::vector<Finding> Findings::inOrder() && {
-    std::ranges::stable_sort(findings_, [](const Finding& left, const Finding& right) {
-        return left.standsBefore(right);
-    });
+    sortByPlace(findings_);
     return std::move(findings_);
 }
 

@@ -3,6 +3,7 @@
 #include "platform/foundation/values/Trimmed.h"
 
 #include <algorithm>
+#include <tuple>
 
 namespace qv {
 
@@ -84,7 +85,9 @@ std::vector<Allowance> allowancesIn(std::string_view text, const ScriptPlaces& p
             found.push_back(*allowance);
         }
     }
-    std::ranges::stable_sort(found, {}, &Allowance::step);
+    std::ranges::sort(found, [](const Allowance& left, const Allowance& right) {
+        return std::tie(left.step, left.offset) < std::tie(right.step, right.offset);
+    });
     return found;
 }
 

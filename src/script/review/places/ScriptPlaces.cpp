@@ -8,14 +8,14 @@ namespace qv {
 
 namespace {
 
-using Kind = TextEvent::Kind;
-
-bool opens(Kind kind) { return kind == Kind::openArray || kind == Kind::openDictionary; }
+bool opens(TextEvent::Kind kind) {
+    return kind == TextEvent::Kind::openArray || kind == TextEvent::Kind::openDictionary;
+}
 
 // The next one that is not a comment.
 TextEvent nextPart(TextEvents& events) {
     TextEvent event = events.next();
-    while (event.kind == Kind::comment) {
+    while (event.kind == TextEvent::Kind::comment) {
         event = events.next();
     }
     return event;
@@ -30,26 +30,27 @@ ScriptPlaces::ScriptPlaces(std::string_view text, TextNotation notation)
     std::size_t depth = 0;
     std::size_t stepDepth = 0; // 0: outside the array of steps
     bool underSteps = false;   // the key of the outermost dictionary
-    for (TextEvent event = events.next(); event.kind != Kind::end; event = events.next()) {
+    for (TextEvent event = events.next(); event.kind != TextEvent::Kind::end;
+         event = events.next()) {
         switch (event.kind) {
-        case Kind::comment:
+        case TextEvent::Kind::comment:
             comments_.push_back({event.begin, event.end});
             break;
-        case Kind::key:
+        case TextEvent::Kind::key:
             underSteps = depth == 1 ? isOneOf(event, {&kSteps, 1}) : underSteps;
             break;
-        case Kind::openArray:
-        case Kind::openDictionary:
+        case TextEvent::Kind::openArray:
+        case TextEvent::Kind::openDictionary:
             if (depth == stepDepth && stepDepth != 0) {
                 steps_.push_back({event.begin, event.end});
-            } else if (event.kind == Kind::openArray &&
+            } else if (event.kind == TextEvent::Kind::openArray &&
                        (depth == 0 || (depth == 1 && underSteps))) {
                 stepDepth = depth + 1;
                 steps_.clear(); // of two the later one counts
             }
             ++depth;
             break;
-        case Kind::close:
+        case TextEvent::Kind::close:
             depth -= depth > 0 ? 1U : 0U;
             if (depth == stepDepth && stepDepth != 0 && !steps_.empty()) {
                 steps_.back().end = event.end;
@@ -77,30 +78,31 @@ std::size_t ScriptPlaces::find(const Part& part) const {
     const std::size_t begin = part.step ? steps_[*part.step].begin : 0;
     TextEvents events(text_, notation_, begin);
     const TextEvent root = nextPart(events);
-    if (part.keys.empty() || root.kind != Kind::openDictionary) {
+    if (part.keys.empty() || root.kind != TextEvent::Kind::openDictionary) {
         return root.begin;
     }
     std::size_t depth = 1;
     while (depth > 0) {
         const TextEvent event = nextPart(events);
-        if (event.kind == Kind::end) {
+        if (event.kind == TextEvent::Kind::end) {
             break;
         }
-        if (event.kind == Kind::key && depth == 1 && isOneOf(event, part.keys)) {
+        if (event.kind == TextEvent::Kind::key && depth == 1 && isOneOf(event, part.keys)) {
             return part.keyItself ? event.begin : findUnder(events, part);
         }
         depth += opens(event.kind) ? 1U : 0U;
-        depth -= event.kind == Kind::close ? 1U : 0U;
+        depth -= event.kind == TextEvent::Kind::close ? 1U : 0U;
     }
     return root.begin;
 }
 
 std::size_t ScriptPlaces::findUnder(TextEvents& events, const Part& part) const {
     const TextEvent value = nextPart(events);
-    if (value.kind == Kind::openArray && (part.element || part.offset)) {
+    if (value.kind == TextEvent::Kind::openArray && (part.element || part.offset)) {
         return findInArray(events, part, value.begin);
     }
-    return value.kind == Kind::leaf && part.offset ? findInLeaf(value, *part.offset) : value.begin;
+    return value.kind == TextEvent::Kind::leaf && part.offset ? findInLeaf(value, *part.offset)
+                                                              : value.begin;
 }
 
 std::size_t ScriptPlaces::findInArray(TextEvents& events, const Part& part,
@@ -110,15 +112,16 @@ std::size_t ScriptPlaces::findInArray(TextEvents& events, const Part& part,
     std::size_t depth = 1;
     while (depth > 0) {
         const TextEvent event = nextPart(events);
-        if (event.kind == Kind::end) {
+        if (event.kind == TextEvent::Kind::end) {
             break;
         }
-        if (depth == 1 && (event.kind == Kind::leaf || opens(event.kind))) {
+        if (depth == 1 && (event.kind == TextEvent::Kind::leaf || opens(event.kind))) {
             if (part.element && index == *part.element) {
-                return event.kind == Kind::leaf && part.offset ? findInLeaf(event, *part.offset)
-                                                               : event.begin;
+                return event.kind == TextEvent::Kind::leaf && part.offset
+                           ? findInLeaf(event, *part.offset)
+                           : event.begin;
             }
-            if (!part.element && event.kind == Kind::leaf) {
+            if (!part.element && event.kind == TextEvent::Kind::leaf) {
                 const std::string_view written = text_.substr(event.begin, event.end - event.begin);
                 const std::size_t length =
                     lengthOfString(contentOfLeaf(written, notation_), notation_);
@@ -130,7 +133,7 @@ std::size_t ScriptPlaces::findInArray(TextEvents& events, const Part& part,
             ++index;
         }
         depth += opens(event.kind) ? 1U : 0U;
-        depth -= event.kind == Kind::close ? 1U : 0U;
+        depth -= event.kind == TextEvent::Kind::close ? 1U : 0U;
     }
     return begin;
 }

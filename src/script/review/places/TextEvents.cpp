@@ -8,22 +8,20 @@
 
 namespace qv {
 
-using Kind = TextEvent::Kind;
-
 std::size_t TextEvents::behind(std::string_view mark, std::size_t from) const noexcept {
     const std::size_t found = text_.find(mark, from);
     return found == std::string_view::npos ? text_.size() : found + mark.size();
 }
 
-TextEvent TextEvents::take(Kind kind, std::size_t end) {
+TextEvent TextEvents::take(TextEvent::Kind kind, std::size_t end) {
     const std::size_t begin = place_;
     place_ = std::min(end, text_.size());
     return {kind, begin, place_};
 }
 
-TextEvent TextEvents::open(Kind kind, std::size_t end) {
-    open_.push_back(kind == Kind::openArray ? '[' : '{');
-    wantsKey_ = kind == Kind::openDictionary;
+TextEvent TextEvents::open(TextEvent::Kind kind, std::size_t end) {
+    open_.push_back(kind == TextEvent::Kind::openArray ? '[' : '{');
+    wantsKey_ = kind == TextEvent::Kind::openDictionary;
     return take(kind, end);
 }
 
@@ -32,7 +30,7 @@ TextEvent TextEvents::close(std::size_t end) {
         open_.pop_back();
     }
     wantsKey_ = false; // a separator comes next
-    return take(Kind::close, end);
+    return take(TextEvent::Kind::close, end);
 }
 
 TextEvent TextEvents::next() {
@@ -81,7 +79,7 @@ bool TextEvents::opensStringsFile(std::size_t end) const {
     while (true) {
         const std::size_t from = rest.place_;
         const TextEvent event = rest.next();
-        if (event.kind != Kind::comment) {
+        if (event.kind != TextEvent::Kind::comment) {
             const std::string_view between = text_.substr(from, event.begin - from);
             return between.find_first_of("=;") != std::string_view::npos;
         }
@@ -90,9 +88,11 @@ bool TextEvents::opensStringsFile(std::size_t end) const {
 
 TextEvent TextEvents::word(std::size_t end) {
     if (open_.empty() && notation_ == TextNotation::oldStyle && opensStringsFile(end)) {
-        return open(Kind::openDictionary, place_);
+        return open(TextEvent::Kind::openDictionary, place_);
     }
-    return take(inDictionary() && std::exchange(wantsKey_, false) ? Kind::key : Kind::leaf, end);
+    return take(inDictionary() && std::exchange(wantsKey_, false) ? TextEvent::Kind::key
+                                                                  : TextEvent::Kind::leaf,
+                end);
 }
 
 TextEvent TextEvents::nextOfBrackets() {
@@ -108,9 +108,9 @@ TextEvent TextEvents::nextOfBrackets() {
             continue;
         case '[':
         case '(':
-            return open(Kind::openArray, place_ + 1);
+            return open(TextEvent::Kind::openArray, place_ + 1);
         case '{':
-            return open(Kind::openDictionary, place_ + 1);
+            return open(TextEvent::Kind::openDictionary, place_ + 1);
         case ']':
         case ')':
         case '}':
@@ -119,14 +119,14 @@ TextEvent TextEvents::nextOfBrackets() {
             break;
         }
         if (at("//")) {
-            return take(Kind::comment, text_.find_first_of("\r\n", place_));
+            return take(TextEvent::Kind::comment, text_.find_first_of("\r\n", place_));
         }
         if (at("/*")) {
-            return take(Kind::comment, behind("*/", place_ + 2));
+            return take(TextEvent::Kind::comment, behind("*/", place_ + 2));
         }
         return word(wordEnd());
     }
-    return {Kind::end, place_, place_};
+    return {TextEvent::Kind::end, place_, place_};
 }
 
 // The end of the tag that begins here; ">" may stand in quoted attributes.
@@ -149,9 +149,10 @@ TextEvent TextEvents::element(std::string_view name, std::size_t end) {
     const bool isSelfClosing = end >= 2 && text_[end - 1] == '>' && text_[end - 2] == '/';
     if (name == "array" || name == "dict") {
         closesAtOnce_ = isSelfClosing;
-        return open(name == "array" ? Kind::openArray : Kind::openDictionary, end);
+        return open(name == "array" ? TextEvent::Kind::openArray : TextEvent::Kind::openDictionary,
+                    end);
     }
-    const Kind kind = name == "key" ? Kind::key : Kind::leaf;
+    const TextEvent::Kind kind = name == "key" ? TextEvent::Kind::key : TextEvent::Kind::leaf;
     if (isSelfClosing) {
         return take(kind, end);
     }
@@ -168,7 +169,7 @@ TextEvent TextEvents::element(std::string_view name, std::size_t end) {
 TextEvent TextEvents::nextOfXML() {
     while ((place_ = std::min(text_.find('<', place_), text_.size())) < text_.size()) {
         if (at("<!--")) {
-            return take(Kind::comment, behind("-->", place_ + 4));
+            return take(TextEvent::Kind::comment, behind("-->", place_ + 4));
         }
         if (at("<?")) {
             place_ = behind("?>", place_);
@@ -187,7 +188,7 @@ TextEvent TextEvents::nextOfXML() {
             return element(name, end);
         }
     }
-    return {Kind::end, place_, place_};
+    return {TextEvent::Kind::end, place_, place_};
 }
 
 } // namespace qv

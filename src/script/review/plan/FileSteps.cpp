@@ -105,7 +105,9 @@ Error FileSteps::removeItem(PlannedItem& item) {
 Error FileSteps::remove(PlannedItem item) { return removeItem(item); }
 
 Error FileSteps::adapt(PlannedItem& from, PlannedItem& to) {
-    const bool isRefused = from.isLedAstray() | to.isLedAstray(); // both are looked for
+    const bool isFromAstray = from.isLedAstray(); // both are looked for
+    const bool isToAstray = to.isLedAstray();
+    const bool isRefused = isFromAstray || isToAstray;
     if (isRefused) {
         return {};
     }
