@@ -16,21 +16,29 @@ namespace qv {
 
 namespace {
 
+constexpr std::size_t kLongestDescription = std::size_t{64} << 10U;
+
 bool hasSecrets(const Operation* operation) {
     return operation != nullptr && std::ranges::any_of(operation->fields, [](const Field& field) {
                return infoOf(field.kind).maybeSecret;
            });
 }
 
+// A value may be of any class and, where objects are shared, far longer than what it was sent as.
+std::string boundedText(const Value& value) {
+    return value.is(Value::Kind::string) ? std::string(value.asString())
+                                         : description(value, kLongestDescription);
+}
+
 std::string itemText(const Field& field, const Value& value) {
-    const std::string text =
-        value.is(Value::Kind::string) ? std::string(value.asString()) : description(value);
-    const auto url = field.kind == FieldKind::item ? urlFromString(&value) : std::nullopt;
+    const bool isURL = field.kind == FieldKind::item && value.is(Value::Kind::string);
+    const std::optional<URL> url = isURL ? urlFromString(&value) : std::nullopt;
+    const std::string text = boundedText(value);
     return url && url->isFileURL() ? url->path().value_or(text) : text;
 }
 
 std::string secretText(const Field& field, const Value& value, SecretValues secrets) {
-    const std::string text = description(value);
+    const std::string text = boundedText(value);
     return secrets == SecretValues::written ? fmt::format("{}: {}", field.name, text)
                                             : fmt::format("{}: {} bytes, sha256 {:02x}", field.name,
                                                           text.size(), fmt::join(sha256(text), ""));
