@@ -15,7 +15,7 @@ struct SavedOwner {
     std::uint32_t user = 0;
     std::uint32_t group = 0;
 
-    /// Of an entry of the storage. Throws an Exception for one that is no dictionary of numbers.
+    /// Of an entry of the storage. Throws an Exception for one that is not a dictionary of numbers.
     [[nodiscard]] static SavedOwner from(const Value& entry);
     [[nodiscard]] Value asEntry() const;
 };
@@ -30,7 +30,7 @@ struct SavedOwner {
 class KeyValueStorage {
 public:
     KeyValueStorage() : given_(Value::dictionary({})) {}
-    /// Any value is held; one that is no dictionary (or none at all) has no entries.
+    /// Any value is held; one that is not a dictionary (or none at all) has no entries.
     explicit KeyValueStorage(std::optional<Value> given) : given_(std::move(given)) {}
 
     /// An identifier as a step record holds it: text in place of a URL, which no property list

@@ -120,7 +120,7 @@ void addToFish(const std::string& program, const std::string& place,
     }
 }
 
-// What zsh reads in a specification, where brackets and colons separate.
+// A help text for zsh, to which brackets and colons are separators.
 std::string zshHelp(std::string_view text) {
     std::string result;
     for (const char letter : text) {

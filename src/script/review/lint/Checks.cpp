@@ -31,7 +31,7 @@ constexpr std::array kLintRules = std::to_array<LintRule>({
     {"wrong-type", kError, "A value is of another type than the operation takes"},
     {"not-a-number", kError, "A value that is not a number is read as one"},
     {"number-range", kError, "A number is cut to the bits that the operation takes"},
-    {"unclear-flag", kError, "A text that is no flag is read as no"},
+    {"unclear-flag", kError, "A text that is not a flag is read as NO"},
     {"decimal-mode", kError, "A mode in octal digits is read as a decimal number"},
     {"symbolic-mode", kError, "A mode in letters is read as 0"},
     {"mode-range", kWarning, "A mode has bits that are not permissions"},

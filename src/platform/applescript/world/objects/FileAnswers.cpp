@@ -81,7 +81,8 @@ ScriptValue spaceOf(const FileFacts& facts, fsblkcnt_t statvfs::* field) {
     return numberValue(static_cast<std::int64_t>(info.*field * info.f_frsize));
 }
 
-// That of the files in it; `missing value` where it cannot be had, or only after a long time.
+// The size of a folder is that of the files in it; `missing value` if it cannot be had, or only
+// after a long time.
 ScriptValue sizeOfFolder(const WorldContext& context, const FileFacts& facts) {
     namespace fs = std::filesystem;
     if (facts.isDisk) {

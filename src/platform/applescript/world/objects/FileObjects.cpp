@@ -98,7 +98,7 @@ std::optional<WorldObject> FileObjects::named(const WorldObject& of, Term type,
     }
     WorldObject item = itemAt(pathOfKey(of, key));
     if (key.is(ScriptValue::Kind::file)) {
-        return item; // missing or not: whoever uses it says which file that is
+        return item; // the caller reports an item that is missing
     }
     const std::optional<FileFacts> facts = FileFacts::of(item.path);
     return facts && facts->is(type) ? std::optional(std::move(item)) : std::nullopt;

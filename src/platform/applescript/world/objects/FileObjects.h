@@ -27,7 +27,8 @@ public:
     std::optional<WorldObject> named(const WorldObject& of, Term type,
                                      const ScriptValue& key) override;
     std::optional<ObjectAnswer> property(const WorldObject& of, Term term) override;
-    /// `folder "Startup Disk:etc:" of application "Finder"`; a file where there is no application.
+    /// `folder "Startup Disk:etc:" of application "Finder"`; a file is meant if the tell has no
+    /// application.
     ScriptValue reference(const WorldObject& object) override;
     [[nodiscard]] static ScriptValue fileValue(const WorldObject& item);
 

@@ -50,7 +50,7 @@ public:
     /// none.
     virtual std::optional<WorldObject> named(const WorldObject& of, Term type,
                                              const ScriptValue& key) = 0;
-    /// None if the object has no such property.
+    /// Returns nothing for a property that the object lacks.
     virtual std::optional<ObjectAnswer> property(const WorldObject& of, Term term) = 0;
     /// The object as a script holds it.
     virtual ScriptValue reference(const WorldObject& object) = 0;
@@ -62,7 +62,7 @@ struct Answers {
     std::vector<ObjectAnswer> each;
 };
 
-/// Goes all the way of a specifier; -1728 if there is no such object, -1719 for an index.
+/// Goes all the way of a specifier; -1728 for an object that does not exist, -1719 for an index.
 [[nodiscard]] Answers resolve(ObjectModel& model, const Specifier& specifier);
 /// The same as a value: objects are references.
 [[nodiscard]] ScriptValue valueOf(ObjectModel& model, const Answers& answers);

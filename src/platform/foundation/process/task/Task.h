@@ -40,7 +40,7 @@ enum class TerminationReason : std::uint8_t {
 /// The tool gets nothing from this process but its standard descriptors, its user and its file-mode
 /// mask: a fixed environment (toolEnvironment), working directory "/", all signals unblocked and at
 /// their defaults, a process group of its own, no descriptor above 2, and the launch path as first
-/// argument. There is no shell: a script without "#!" cannot be launched.
+/// argument. No shell takes part: a script without "#!" cannot be launched.
 ///
 /// Faults of the caller are Exceptions (NSInvalidArgumentException): a launch path that cannot be
 /// launched, a NUL byte in it or in an argument, a second launch, a question that comes too early.
