@@ -10,15 +10,9 @@
 namespace qv::tools {
 
 Result build(const BuildOptions& options) {
-    const auto source = readScript(options.file);
+    const auto source = readSteps(options.file, options.json);
     if (!source) {
-        return tl::unexpected(source.error());
-    }
-    if (!source->canBeSent()) {
-        return refuseFaultyScript(*source, options.json);
-    }
-    if (!source->steps.is(Value::Kind::array)) {
-        return failure(ExitStatus::faulty, source->file + ": a script must be an array of steps");
+        return source.error();
     }
     const bool printsJson = options.json && options.output.empty();
     const auto list = printsJson

@@ -137,4 +137,19 @@ Result refuseFaultyScript(const ScriptSource& source, bool json) {
     return ExitStatus::faulty;
 }
 
+tl::expected<ScriptSource, Result> readSteps(const std::string& file, bool json) {
+    tl::expected<ScriptSource, Failure> source = readScript(file);
+    if (!source) {
+        return tl::unexpected(Result(tl::unexpected(source.error())));
+    }
+    if (!source->canBeSent()) {
+        return tl::unexpected(refuseFaultyScript(*source, json));
+    }
+    if (!source->steps.is(Value::Kind::array)) {
+        return tl::unexpected(Result(
+            failure(ExitStatus::faulty, source->file + ": a script must be an array of steps")));
+    }
+    return std::move(*source);
+}
+
 } // namespace qv::tools

@@ -23,8 +23,12 @@ void showFindings(const ScriptSource& source, std::span<const Finding> findings,
 /// "2 errors and 1 warning".
 [[nodiscard]] std::string countText(std::size_t errors, std::size_t warnings);
 
-/// What a command answers to a script that cannot be built: the faults on standard error, or with
+/// The answer of a command to a script that cannot be built: the faults on standard error, or with
 /// `json` an object with "error", "exitStatus" and "findings" on standard output.
 Result refuseFaultyScript(const ScriptSource& source, bool json);
+
+/// Reads a script for a command that needs an array of steps. The error is what the command
+/// returns: that of readScript, the answer above, or that the steps are not an array.
+[[nodiscard]] tl::expected<ScriptSource, Result> readSteps(const std::string& file, bool json);
 
 } // namespace qv::tools

@@ -304,16 +304,9 @@ void showPlan(const Plan& plan, const Value& steps, bool withEffects) {
 } // namespace
 
 Result plan(const PlanCommandOptions& options) {
-    const auto script = readScript(options.file);
+    const auto script = readSteps(options.file, options.json);
     if (!script) {
-        return tl::unexpected(script.error());
-    }
-    if (!script->canBeSent()) {
-        return refuseFaultyScript(*script, options.json);
-    }
-    if (!script->steps.is(Value::Kind::array)) {
-        return failure(ExitStatus::faulty,
-                       fmt::format("{}: a script is an array of steps", script->file));
+        return script.error();
     }
     const auto machine = Machine::below(options.root);
     if (!machine) {

@@ -105,15 +105,9 @@ std::string schemaURL() {
 }
 
 Result show(const ShowOptions& options) {
-    const auto source = readScript(options.file);
+    const auto source = readSteps(options.file, options.json);
     if (!source) {
-        return tl::unexpected(source.error());
-    }
-    if (!source->canBeSent()) {
-        return refuseFaultyScript(*source, options.json);
-    }
-    if (!source->steps.is(Value::Kind::array)) {
-        return failure(ExitStatus::faulty, source->file + ": a script must be an array of steps");
+        return source.error();
     }
     if (const Error error = refusalOfText(source->steps, PropertyList::kMostText)) {
         return fileFailure(ExitStatus::failed, options.file, error);
