@@ -24,6 +24,8 @@ set(QV_ARCHIVE_TOOL "${CMAKE_INSTALL_FULL_LIBEXECDIR}/qvcatalog/QVCatalogArchive
     "Program that unpacks an archive: -kx - FOLDER, with the archive on its standard input")
 set(QV_DISK_IMAGE_TOOL "${CMAKE_INSTALL_FULL_LIBEXECDIR}/qvcatalog/QVCatalogImager" CACHE PATH
     "Program that attaches and detaches disk images")
+set(QV_ROOT_COMMAND "${CMAKE_INSTALL_FULL_LIBEXECDIR}/qvcatalog/root/QVCatalogCommand" CACHE PATH
+    "What `qvcatalog setup` makes: the command as a client of the service, in a folder for root alone")
 set(QV_VOLUMES_DIR "/Volumes" CACHE PATH "Folder in which disk images are mounted")
 set(QV_IMAGES_DIR "/run/qvcatalog/images" CACHE PATH
     "Folder of what is known of attached disk images; emptied when the machine starts")
@@ -99,6 +101,10 @@ if(QV_SANITIZE)
     # These programs have up to 800,000 addresses in their data; one at a fixed place need not relocate
     # them at each start.
     list(APPEND QV_ROOM_LINK_OPTIONS $<$<STREQUAL:$<TARGET_PROPERTY:TYPE>,EXECUTABLE>:-no-pie>)
+  endif()
+  if(QV_SANITIZE MATCHES "fuzzer" AND QV_TESTS)
+    # A short run is led by counters and comparisons; the rest is for the figures of a long one.
+    list(APPEND QV_ROOM_OPTIONS -fno-sanitize-coverage=pc-table,stack-depth)
   endif()
   if(QV_SANITIZE MATCHES "undefined")
     # The check of virtual tables opens a pipe to look at memory, and takes the lack of descriptors,

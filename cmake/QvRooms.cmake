@@ -17,13 +17,14 @@ qv_precompile_headers(qv_room_common)
 set(QV_WAITING_ROOMS)
 if(CMAKE_BUILD_TYPE STREQUAL "RelWithDebInfo" AND NOT QV_SANITIZE)
   set(QV_WAITING_ROOMS
-    platform/accessibility platform/applescript platform/applescript/language
+    client platform/accessibility platform/applescript platform/applescript/language
     platform/applescript/world platform/applescript/world/applications
     platform/applescript/world/context platform/applescript/world/objects
     platform/examiner platform/foundation/configuration platform/foundation/log platform/imager
-    platform/security/examination platform/security/guarded platform/security/install
+    platform/journal platform/security/examination platform/security/guarded platform/security/install
     platform/security/requirement platform/security/signature platform/security/transforms
-    platform/workspace/launch platform/workspace/trash tools)
+    platform/workspace/launch platform/workspace/trash
+    script/review script/review/lint script/review/places tools)
   qv_precompile_headers(qv_waiting_room_common -O1)
 endif()
 
@@ -149,8 +150,11 @@ function(qv_fuzz name)
   if(QV_FUZZ)
     add_executable(fuzz_${name} ${FUZZ_SOURCES})
     qv_use_rooms(fuzz_${name} ${FUZZ_ROOMS})
-    target_link_libraries(fuzz_${name} PRIVATE ${FUZZ_LIBRARIES})
-    target_compile_options(fuzz_${name} PRIVATE ${QV_ROOM_OPTIONS})
+    target_link_libraries(fuzz_${name} PRIVATE fmt::fmt ${FUZZ_LIBRARIES})
+    # Compiled as rooms are, with their precompiled headers.
+    target_compile_options(fuzz_${name} PRIVATE -fPIC ${QV_ROOM_OPTIONS})
+    set_target_properties(fuzz_${name} PROPERTIES POSITION_INDEPENDENT_CODE OFF)
+    target_precompile_headers(fuzz_${name} REUSE_FROM qv_room_common)
     target_link_options(fuzz_${name} PRIVATE -fsanitize=fuzzer)
     add_dependencies(fuzzers fuzz_${name})
   endif()

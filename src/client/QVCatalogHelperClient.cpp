@@ -41,6 +41,10 @@ Error refusal(const Value& steps, ScriptReview review) {
                                                  : Error();
 }
 
+xpc::WaitLimits limitsOf(const WaitForService& wait) {
+    return {wait.time ? Deadline::after(*wait.time) : Deadline(), wait.cancelDescriptor};
+}
+
 } // namespace
 
 std::string QVCatalogHelperClient::defaultSocketPath() {
@@ -55,10 +59,16 @@ QVCatalogHelperClient::~QVCatalogHelperClient() = default;
 
 tl::expected<QVCatalogHelperClient, Error>
 QVCatalogHelperClient::connect(const std::string& socketPath, ClientGroup group) {
+    return connect(socketPath, group, {});
+}
+
+tl::expected<QVCatalogHelperClient, Error>
+QVCatalogHelperClient::connect(const std::string& socketPath, ClientGroup group,
+                               const WaitForService& wait) {
     if (const Error error = prepareMarkedProcess()) {
         return tl::unexpected(unfit(error));
     }
-    auto connection = xpc::ClientConnection::connect(socketPath);
+    auto connection = xpc::ClientConnection::connect(socketPath, limitsOf(wait));
     if (!connection) {
         return tl::unexpected(connection.error());
     }
@@ -88,8 +98,16 @@ tl::expected<ScriptOutcome, Error> QVCatalogHelperClient::executeScript(const Va
 
 tl::expected<ScriptOutcome, Error>
 QVCatalogHelperClient::executeScriptData(std::string_view propertyList) {
-    const auto reply = state_->connection.sendMessageWithReply(Value::dictionary(
-        {{"type", Value::string("executeQVCatalogScript")}, {"data", Value::data(propertyList)}}));
+    return executeScriptData(propertyList, {});
+}
+
+tl::expected<ScriptOutcome, Error>
+QVCatalogHelperClient::executeScriptData(std::string_view propertyList,
+                                         const WaitForService& wait) {
+    const auto reply = state_->connection.sendMessageWithReply(
+        Value::dictionary({{"type", Value::string("executeQVCatalogScript")},
+                           {"data", Value::data(propertyList)}}),
+        limitsOf(wait));
     if (!reply) {
         return tl::unexpected(reply.error());
     }

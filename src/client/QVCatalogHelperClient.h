@@ -8,8 +8,10 @@
 
 #include <tl/expected.hpp>
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -35,6 +37,15 @@ enum class ScriptReview : std::uint8_t {
     refusesErrors, ///< with a mistake of severity `error` it is not sent: kScriptReviewErrorDomain
 };
 
+/// How long a client waits for the service. A script that was sent is carried out in any case; its
+/// outcome then stands in the service's record only.
+struct WaitForService {
+    std::optional<std::chrono::milliseconds> time; ///< ClientErrorCode::timedOut; none: no end
+    /// Borrowed: once it can be read, nothing more is waited for, ClientErrorCode::cancelled. -1:
+    /// there is none. An eventfd or a pipe lets another thread, or a signal's handler, cancel.
+    int cancelDescriptor = -1;
+};
+
 /// A connection to the service. The service watches this process from the first script on and stays
 /// until it ends. A script of which the service certainly executed nothing is sent again over a new
 /// connection, a limited number of times; ClientErrorCode::interrupted says that it is not known
@@ -48,10 +59,10 @@ enum class ScriptReview : std::uint8_t {
 ///   RLIMIT_CORE 0, hard limit too; soft limits below 1024 (NOFILE), 8 MiB (STACK) or no limit
 ///   (FSIZE, AS, DATA) raised to that or to the hard limit, which may not be under 64, 1 MiB and
 ///   64, 256, 64 MiB; /dev/null as descriptor 0, 1 or 2 if closed; file-mode mask 022; SIGXFSZ
-///   ignored if at its default; no signal blocked;
+///   ignored if at its default; no signal blocked, the first time;
 /// - real and effective group of all threads are the user's; the client group is the saved one, and
 ///   no executed program inherits that. Supplementary groups stay.
-/// What cannot be had is an error, ClientErrorCode::unfit, and there is no connection.
+/// If any of this cannot be had, the error is ClientErrorCode::unfit, and nothing is connected.
 /// Each time that it connects, the client group is the effective group of the calling thread for
 /// that moment, with all signals blocked in it. When the first reply has come, or with
 /// ClientGroup::kept at the program's wish, the client group goes for good; connecting anew is
@@ -74,6 +85,10 @@ public:
     static tl::expected<QVCatalogHelperClient, Error>
     connect(const std::string& socketPath = defaultSocketPath(),
             ClientGroup group = ClientGroup::untilReply);
+    /// The same, with an end to waiting: while the service carries out the script of another
+    /// client, it accepts nobody.
+    static tl::expected<QVCatalogHelperClient, Error>
+    connect(const std::string& socketPath, ClientGroup group, const WaitForService& wait);
     /// Gives up this process's client group for good. Connections that are open stay of use, but
     /// are not made anew. Does nothing in a program that was not started set-group-id.
     static Error giveUpClientGroup();
@@ -89,6 +104,10 @@ public:
     tl::expected<ScriptOutcome, Error> executeScript(const Value& steps, ScriptReview review);
     /// The same for a property list in any encoding, sent as it stands.
     tl::expected<ScriptOutcome, Error> executeScriptData(std::string_view propertyList);
+    /// The same, with an end to waiting. The connection is closed then; the next script connects
+    /// anew.
+    tl::expected<ScriptOutcome, Error> executeScriptData(std::string_view propertyList,
+                                                         const WaitForService& wait);
 
     /// For `QVCatalogScript::setPriviledgedExecutionBlock`: connects on first use and sends the
     /// recorded steps; a connection that breaks is made anew for the next ones, for which a program

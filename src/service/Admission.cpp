@@ -124,17 +124,11 @@ Admission::Verdict Admission::verify(Candidate& candidate) {
 
 std::string Admission::watch(Candidates::iterator candidate) {
     if (!candidate->timer) {
-        auto timer = queue_.addTimer([this, candidate] {
+        candidate->timer = queue_.addTimer([this, candidate] {
             reject(candidate, "its program was not examined in time");
             settleWaiting();
         });
-        if (!timer) {
-            return timer.error().localizedDescription();
-        }
-        candidate->timer = std::move(*timer);
-        if (const Error error = candidate->timer.setDeadline(queue_.now() + kLongestWait)) {
-            return error.localizedDescription();
-        }
+        candidate->timer.setDeadline(queue_.now() + kLongestWait);
     }
     auto examination = std::exchange(candidate->examination, nullptr);
     if (!mayBegin(*candidate)) {

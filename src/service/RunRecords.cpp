@@ -14,8 +14,8 @@ constexpr std::chrono::milliseconds kPause(50);
 constexpr std::chrono::seconds kLongestBusy(5);
 // At the end, when others may wait for the service to start again.
 constexpr std::chrono::milliseconds kLastPause(2);
-constexpr int kLastAttempts = 25;
-constexpr std::chrono::seconds kLongestFinish(2);
+constexpr int kLastAttempts = 25; // in a row that got nothing written
+constexpr std::chrono::seconds kLongestFinish(10);
 
 // The administrator asks for secret values by a file of this name beside the allowed clients.
 SecretValues secretsOfThisMachine() {
@@ -66,13 +66,9 @@ void RunRecords::writeSome() {
         return;
     }
     if (!timer_) {
-        if (auto timer = queue_.addTimer([this] { writeSome(); })) {
-            timer_ = std::move(*timer);
-        }
+        timer_ = queue_.addTimer([this] { writeSome(); });
     }
-    if (timer_) {
-        static_cast<void>(timer_.setDeadline(queue_.now() + kPause));
-    }
+    timer_.setDeadline(queue_.now() + kPause);
 }
 
 void RunRecords::finish() {
@@ -84,6 +80,9 @@ void RunRecords::finish() {
             written = record.writeFor(until - RunRecord::Clock::now());
             if (written == RunRecord::Written::all) {
                 break;
+            }
+            if (written == RunRecord::Written::some) {
+                attempt = 0; // a slow journal is given its time
             }
             std::this_thread::sleep_for(kLastPause);
         }

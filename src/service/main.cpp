@@ -1,5 +1,6 @@
 #include "codesign/ClientVerification.h"
 #include "platform/foundation/configuration/Configuration.h"
+#include "platform/foundation/configuration/ProgramVersion.h"
 #include "platform/foundation/files/item/SocketPlace.h"
 #include "platform/foundation/log/Log.h"
 #include "platform/foundation/process/state/ProcessState.h"
@@ -49,8 +50,11 @@ int failToListen() {
 
 } // namespace
 
-// No arguments, no environment, no configuration: everything comes from the client's script.
-int main() {
+// No environment, no configuration: everything comes from the client's script.
+int main(int count, char** arguments) {
+    if (qv::configuration::toldVersion("QVCatalogHelperXPC", count, arguments)) {
+        return EXIT_SUCCESS;
+    }
     qv::sanitizeProcess();
     qv::log::open("QVCatalogHelperXPC", qv::log::Destination::systemLog);
     qv::log::write(qv::log::Priority::notice, "QVCatalogHelperXPC launched");

@@ -91,7 +91,7 @@ TEST(SysCtlFunctionOfAnyReader, ReadsIntegersOfEachWidth) {
           std::tuple{"\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF"sv, "-1", "18446744073709551615"},
           std::tuple{""sv, "none", "none"}, std::tuple{"\1\1\1"sv, "none", "none"},
           std::tuple{"\1\1\1\1\1\1\1\1\1"sv, "none", "none"}}) {
-        QVRuleCheckerSysCtlFunction function([bytes = bytes](std::string_view name) {
+        QVRuleCheckerSysCtlFunction function([bytes](std::string_view name) {
             return name == "x" ? std::optional(KernelParameter{KernelParameter::Form::number, "",
                                                                std::string(bytes)})
                                : std::nullopt;

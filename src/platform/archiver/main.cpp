@@ -1,4 +1,5 @@
 #include "platform/archiver/Unpacking.h"
+#include "platform/foundation/configuration/ProgramVersion.h"
 #include "platform/foundation/log/Log.h"
 #include "platform/foundation/process/state/ProcessState.h"
 
@@ -13,6 +14,9 @@
 // QVCatalogArchiver -kx - FOLDER: unpacks the ZIP archive on standard input into the folder. Exits
 // with 0, or with 1 and a line on standard error that names the entry and the cause.
 int main(int count, char** words) {
+    if (qv::configuration::toldVersion("QVCatalogArchiver", count, words)) {
+        return EXIT_SUCCESS;
+    }
     qv::sanitizeProcess();
     ::close_range(STDERR_FILENO + 1, ~0U, 0); // whatever else it was started with
     qv::log::open("QVCatalogArchiver", qv::log::Destination::standardError);

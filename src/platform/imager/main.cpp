@@ -1,3 +1,4 @@
+#include "platform/foundation/configuration/ProgramVersion.h"
 #include "platform/foundation/log/Log.h"
 #include "platform/foundation/process/state/ProcessState.h"
 #include "platform/imager/Imager.h"
@@ -32,6 +33,9 @@ int report(const std::string& item, const qv::Error& error) {
 
 // Attaches and detaches disk images. Status 0, or 1 and a line on standard error.
 int main(int count, char** arguments) {
+    if (qv::configuration::toldVersion("QVCatalogImager", count, arguments)) {
+        return EXIT_SUCCESS;
+    }
     using std::string_view_literals::operator""sv;
     constexpr std::array kAttach = {"attach"sv, "-quiet"sv, "-nobrowse"sv, "-mountpoint"sv};
     constexpr std::array kDetach = {"detach"sv, "-force"sv};

@@ -3,10 +3,29 @@
 #include <systemd/sd-journal.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <unistd.h>
+#include <utility>
 
 namespace qv {
 
 namespace {
+
+// Whether there is a journal of the system that this user may not read; the library would show one
+// without entries.
+bool isRefused() {
+    for (const char* folder : {"/run/log/journal", "/var/log/journal"}) {
+        std::error_code failure;
+        for (const auto& machine : std::filesystem::directory_iterator(folder, failure)) {
+            const std::filesystem::path file = machine.path() / "system.journal";
+            if (::access(file.c_str(), R_OK) != 0 && errno == EACCES) {
+                return true;
+            }
+        }
+    }
+    return false;
+}
 
 // The library answers with negative errno numbers.
 Error errorOf(int result) { return result < 0 ? Error::posix(-result) : Error(); }
@@ -30,7 +49,9 @@ tl::expected<JournalReader, Error> JournalReader::open(const std::string& folder
     if (Error error = errorOf(result)) {
         return tl::unexpected(std::move(error));
     }
-    return JournalReader(journal);
+    JournalReader reader(journal);
+    return folder.empty() && isRefused() ? tl::unexpected(Error::posix(EACCES))
+                                         : tl::expected<JournalReader, Error>(std::move(reader));
 }
 
 Error JournalReader::match(std::string_view name, std::string_view value) {
@@ -40,13 +61,6 @@ Error JournalReader::match(std::string_view name, std::string_view value) {
 
 Error JournalReader::seek(std::uint64_t microseconds) {
     return errorOf(::sd_journal_seek_realtime_usec(journal_.get(), microseconds));
-}
-
-Error JournalReader::seekEnd() {
-    if (Error error = errorOf(::sd_journal_seek_tail(journal_.get()))) {
-        return error;
-    }
-    return errorOf(::sd_journal_previous(journal_.get())); // the tail alone is not a place yet
 }
 
 tl::expected<bool, Error> JournalReader::next() {

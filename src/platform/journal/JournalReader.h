@@ -35,8 +35,6 @@ public:
     [[nodiscard]] Error match(std::string_view name, std::string_view value);
     /// The next entry will be the first at or after a moment, since 1970.
     [[nodiscard]] Error seek(std::uint64_t microseconds);
-    /// The next entry will be the first that comes after now.
-    [[nodiscard]] Error seekEnd();
     /// False: there is none now.
     [[nodiscard]] tl::expected<bool, Error> next();
     /// The one that `next` came to; fields of more than 64 KiB are cut.

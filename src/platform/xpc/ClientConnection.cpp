@@ -1,15 +1,16 @@
 #include "platform/xpc/ClientConnection.h"
 
 #include "platform/foundation/log/Log.h"
+#include "platform/foundation/os/OwnProgram.h"
 #include "platform/foundation/process/state/LaunchMark.h"
 #include "platform/xpc/wire/SocketIO.h"
 
 #include <fmt/core.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -50,14 +51,17 @@ Error timedOut() {
     return clientError(ClientErrorCode::timedOut, "The service did not answer in time.");
 }
 
+Error cancelled() {
+    return clientError(ClientErrorCode::cancelled, "The caller waits no longer for the service.");
+}
+
 Error protocolError(std::string_view text, const Error& cause = {}) {
     return clientError(ClientErrorCode::protocol, text, cause);
 }
 
 std::string ownProgram() {
-    std::error_code failure;
-    const auto path = std::filesystem::read_symlink("/proc/self/exe", failure);
-    return failure ? "FILE" : log::foreign(path.native());
+    const std::string path = ownProgramPath();
+    return path.empty() ? "FILE" : log::foreign(path);
 }
 
 Error closedByService(ClientErrorCode code, const Error& cause = {}) {
@@ -85,7 +89,6 @@ bool isReset(const Error& error) {
     return error.domain() == error_domain::kPOSIX && error.code() == ECONNRESET;
 }
 
-// The time left, at least nothing.
 // connect() waits for room in the listener's queue as long as sending may take. Not long at a time:
 // in a marked process no signal is handled meanwhile.
 int connectOnce(int socket, const sockaddr_un& address, const Deadline& deadline) {
@@ -101,11 +104,11 @@ int connectOnce(int socket, const sockaddr_un& address, const Deadline& deadline
     return ::connect(socket, place, sizeof address) == 0 ? 0 : errno;
 }
 
-Error connectTo(int socket, const sockaddr_un& address, const Deadline& deadline) {
+Error connectTo(int socket, const sockaddr_un& address, const WaitLimits& limits) {
     for (;;) {
         int failure = 0;
         if (const Error error =
-                showLaunchMark([&] { failure = connectOnce(socket, address, deadline); })) {
+                showLaunchMark([&] { failure = connectOnce(socket, address, limits.deadline); })) {
             return clientError(ClientErrorCode::unfit,
                                fmt::format("This process cannot be a client of the service: {}.",
                                            error.localizedDescription()));
@@ -114,8 +117,12 @@ Error connectTo(int socket, const sockaddr_un& address, const Deadline& deadline
             return failure == 0 ? Error()
                                 : unreachable(static_cast<const char*>(address.sun_path), failure);
         }
-        if (deadline.hasPassed()) {
+        if (limits.deadline.hasPassed()) {
             return timedOut();
+        }
+        pollfd state{limits.cancelDescriptor, POLLIN, 0};
+        if (::poll(&state, 1, 0) > 0) {
+            return cancelled();
         }
     }
 }
@@ -126,25 +133,24 @@ ClientConnection::ClientConnection(std::string path)
     : path_(std::move(path)), reader_(FrameReader::Receiver::client, kLongestBody) {}
 
 tl::expected<ClientConnection, Error> ClientConnection::connect(const std::string& path,
-                                                                const Deadline& deadline) {
+                                                                const WaitLimits& limits) {
     ClientConnection connection(path);
-    if (const Error error =
-            connection.repeat(deadline, [&] { return connection.open(deadline); })) {
+    if (const Error error = connection.repeat(limits, [&] { return connection.open(limits); })) {
         return tl::unexpected(error);
     }
     return connection;
 }
 
 tl::expected<Value, Error> ClientConnection::sendMessageWithReply(const Value& dictionary,
-                                                                  const Deadline& deadline) {
+                                                                  const WaitLimits& limits) {
     Value reply;
-    if (const Error error = repeat(deadline, [&]() -> Step {
+    if (const Error error = repeat(limits, [&]() -> Step {
             if (!socket_) {
-                if (auto failure = open(deadline)) {
+                if (auto failure = open(limits)) {
                     return failure;
                 }
             }
-            return exchange(dictionary, deadline, reply);
+            return exchange(dictionary, limits, reply);
         })) {
         return tl::unexpected(error);
     }
@@ -152,7 +158,7 @@ tl::expected<Value, Error> ClientConnection::sendMessageWithReply(const Value& d
 }
 
 template <typename Attempt>
-Error ClientConnection::repeat(const Deadline& deadline, const Attempt& attempt) {
+Error ClientConnection::repeat(const WaitLimits& limits, const Attempt& attempt) {
     milliseconds pause{0};
     for (int attempts = 1;; ++attempts) {
         const Step failure = attempt();
@@ -162,7 +168,7 @@ Error ClientConnection::repeat(const Deadline& deadline, const Attempt& attempt)
         if (!failure->mayRepeat || attempts == kMostAttempts) {
             return failure->error;
         }
-        if (deadline.left(pause + milliseconds(1)) <= pause) {
+        if (limits.deadline.left(pause + milliseconds(1)) <= pause) {
             return timedOut();
         }
         std::this_thread::sleep_for(pause);
@@ -170,7 +176,7 @@ Error ClientConnection::repeat(const Deadline& deadline, const Attempt& attempt)
     }
 }
 
-ClientConnection::Step ClientConnection::open(const Deadline& deadline) {
+ClientConnection::Step ClientConnection::open(const WaitLimits& limits) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     if (path_.empty() || path_.size() >= sizeof address.sun_path) {
@@ -183,26 +189,26 @@ ClientConnection::Step ClientConnection::open(const Deadline& deadline) {
     if (!fresh) {
         return Failure{unreachable(path_, errno)};
     }
-    if (const Error error = connectTo(fresh.get(), address, deadline)) {
+    if (const Error error = connectTo(fresh.get(), address, limits)) {
         return Failure{error};
     }
     socket_ = std::move(fresh);
-    auto failure = receiveGreeting(deadline);
+    auto failure = receiveGreeting(limits);
     if (failure) {
         socket_.reset();
     }
     return failure;
 }
 
-ClientConnection::Step ClientConnection::exchange(const Value& dictionary, const Deadline& deadline,
+ClientConnection::Step ClientConnection::exchange(const Value& dictionary, const WaitLimits& limits,
                                                   Value& reply) {
     const auto request = requestOf(dictionary);
     if (!request) {
         return Failure{request.error()};
     }
-    auto failure = sendAll(request->pending(), deadline);
+    auto failure = sendAll(request->pending(), limits);
     if (!failure) {
-        const auto frame = receiveFrame(deadline, ClientErrorCode::interrupted);
+        const auto frame = receiveFrame(limits, ClientErrorCode::interrupted);
         if (!frame) {
             failure = frame.error();
         } else if (frame->kind != FrameKind::reply || frame->sequence != sequence_) {
@@ -242,8 +248,8 @@ tl::expected<FrameWriter, Error> ClientConnection::requestOf(const Value& dictio
     return writer;
 }
 
-ClientConnection::Step ClientConnection::receiveGreeting(const Deadline& deadline) {
-    const auto greeting = receiveFrame(deadline, ClientErrorCode::rejected);
+ClientConnection::Step ClientConnection::receiveGreeting(const WaitLimits& limits) {
+    const auto greeting = receiveFrame(limits, ClientErrorCode::rejected);
     if (!greeting) {
         return greeting.error();
     }
@@ -258,7 +264,7 @@ ClientConnection::Step ClientConnection::receiveGreeting(const Deadline& deadlin
     return std::nullopt;
 }
 
-ClientConnection::Step ClientConnection::sendAll(std::string_view bytes, const Deadline& deadline) {
+ClientConnection::Step ClientConnection::sendAll(std::string_view bytes, const WaitLimits& limits) {
     while (!bytes.empty()) {
         const auto count = send(socket(), bytes);
         if (!count) {
@@ -266,7 +272,7 @@ ClientConnection::Step ClientConnection::sendAll(std::string_view bytes, const D
         }
         bytes.remove_prefix(*count);
         if (*count == 0) {
-            if (const Error error = wait(POLLOUT, deadline)) {
+            if (const Error error = wait(POLLOUT, limits)) {
                 return Failure{error};
             }
         }
@@ -275,9 +281,9 @@ ClientConnection::Step ClientConnection::sendAll(std::string_view bytes, const D
 }
 
 tl::expected<Frame, ClientConnection::Failure>
-ClientConnection::receiveFrame(const Deadline& deadline, ClientErrorCode whenClosed) {
-    // A reply takes as long as its script: without a deadline one call waits and receives.
-    const Waiting waiting = deadline.canPass() ? Waiting::never : Waiting::forBytes;
+ClientConnection::receiveFrame(const WaitLimits& limits, ClientErrorCode whenClosed) {
+    // A reply takes as long as its script: without limits one call waits and receives.
+    const Waiting waiting = limits.canEndWait() ? Waiting::never : Waiting::forBytes;
     for (;;) {
         const auto piece = receive(socket(), reader_.space(), waiting);
         if (!piece) {
@@ -290,7 +296,7 @@ ClientConnection::receiveFrame(const Deadline& deadline, ClientErrorCode whenClo
             return tl::unexpected(Failure{closedByService(whenClosed)});
         }
         if (piece->outcome == Received::Outcome::wouldBlock) {
-            if (const Error error = wait(POLLIN, deadline)) {
+            if (const Error error = wait(POLLIN, limits)) {
                 return tl::unexpected(Failure{error});
             }
             continue;
@@ -309,17 +315,18 @@ ClientConnection::receiveFrame(const Deadline& deadline, ClientErrorCode whenClo
     }
 }
 
-Error ClientConnection::wait(short events, const Deadline& deadline) const {
-    pollfd state{socket(), events, 0};
+Error ClientConnection::wait(short events, const WaitLimits& limits) const {
+    std::array<pollfd, 2> states{pollfd{socket(), events, 0},
+                                 pollfd{limits.cancelDescriptor, POLLIN, 0}};
     for (;;) {
-        const int result = ::poll(&state, 1, deadline.pollTimeout());
+        const int result = ::poll(states.data(), states.size(), limits.deadline.pollTimeout());
         if (result > 0) {
-            return {};
+            return states[0].revents == 0 ? cancelled() : Error();
         }
         if (result < 0 && errno != EINTR) {
             return protocolError("The connection cannot be waited for.", Error::posix(errno));
         }
-        if (deadline.hasPassed()) {
+        if (limits.deadline.hasPassed()) {
             return timedOut();
         }
     }

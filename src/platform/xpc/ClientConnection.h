@@ -17,6 +17,20 @@
 
 namespace qv::xpc {
 
+/// How long a client waits.
+struct WaitLimits {
+    WaitLimits() = default;
+    // NOLINTNEXTLINE(google-explicit-constructor): a deadline is a limit
+    WaitLimits(const Deadline& end, int cancel = -1) : deadline(end), cancelDescriptor(cancel) {}
+
+    Deadline deadline;
+    int cancelDescriptor = -1; ///< nothing more is waited for once this can be read; -1: none
+
+    [[nodiscard]] bool canEndWait() const noexcept {
+        return deadline.canPass() || cancelDescriptor >= 0;
+    }
+};
+
 /// A client's end of a connection. Blocks; no signal is raised and nothing is left to a child
 /// process. A process with a launch mark must have been prepared (see LaunchMark). Use from one
 /// thread at a time.
@@ -33,13 +47,13 @@ class ClientConnection {
 public:
     /// Connects and waits until the service has accepted this process.
     [[nodiscard]] static tl::expected<ClientConnection, Error>
-    connect(const std::string& path, const Deadline& deadline = {});
+    connect(const std::string& path, const WaitLimits& limits = {});
 
     /// Sends a request and waits for its reply. `dictionary` goes out with the connection's
     /// "nonce" added. After any error but that of a request which cannot be sent the connection is
     /// closed, and the next call connects anew.
     [[nodiscard]] tl::expected<Value, Error> sendMessageWithReply(const Value& dictionary,
-                                                                  const Deadline& deadline = {});
+                                                                  const WaitLimits& limits = {});
 
     /// The socket, borrowed; another one after a call that connected anew.
     [[nodiscard]] int socket() const noexcept { return socket_.get(); }
@@ -54,15 +68,15 @@ private:
 
     explicit ClientConnection(std::string path);
     template <typename Attempt>
-    [[nodiscard]] Error repeat(const Deadline& deadline, const Attempt& attempt);
-    [[nodiscard]] Step open(const Deadline& deadline);
-    [[nodiscard]] Step receiveGreeting(const Deadline& deadline);
-    [[nodiscard]] Step exchange(const Value& dictionary, const Deadline& deadline, Value& reply);
+    [[nodiscard]] Error repeat(const WaitLimits& limits, const Attempt& attempt);
+    [[nodiscard]] Step open(const WaitLimits& limits);
+    [[nodiscard]] Step receiveGreeting(const WaitLimits& limits);
+    [[nodiscard]] Step exchange(const Value& dictionary, const WaitLimits& limits, Value& reply);
     [[nodiscard]] tl::expected<FrameWriter, Error> requestOf(const Value& dictionary);
-    [[nodiscard]] Step sendAll(std::string_view bytes, const Deadline& deadline);
-    [[nodiscard]] tl::expected<Frame, Failure> receiveFrame(const Deadline& deadline,
+    [[nodiscard]] Step sendAll(std::string_view bytes, const WaitLimits& limits);
+    [[nodiscard]] tl::expected<Frame, Failure> receiveFrame(const WaitLimits& limits,
                                                             ClientErrorCode whenClosed);
-    [[nodiscard]] Error wait(short events, const Deadline& deadline) const;
+    [[nodiscard]] Error wait(short events, const WaitLimits& limits) const;
 
     std::string path_;
     Descriptor socket_;

@@ -378,16 +378,9 @@ void Connection::updateInterest() {
         return;
     }
     if (!timer_) {
-        auto timer = queue_.addTimer([this] { perform([this] { onDeadline(); }); });
-        if (!timer) {
-            closeFor(timer.error());
-            return;
-        }
-        timer_ = std::move(*timer);
+        timer_ = queue_.addTimer([this] { perform([this] { onDeadline(); }); });
     }
-    if (const Error error = timer_.setDeadline(*due)) {
-        closeFor(error);
-    }
+    timer_.setDeadline(*due);
 }
 
 void Connection::close(ConnectionError::Kind kind, const Error& cause) {

@@ -8,8 +8,6 @@
 #include <memory>
 #include <utility>
 
-struct sd_event_source;
-
 namespace qv::xpc {
 
 class MainQueue;
@@ -32,16 +30,13 @@ public:
     /// reported.
     [[nodiscard]] Error setEvents(std::uint32_t events);
     /// Arms the timer, once, for a moment of MainQueue::now().
-    [[nodiscard]] Error setDeadline(std::chrono::steady_clock::time_point deadline);
+    void setDeadline(std::chrono::steady_clock::time_point deadline);
     /// Stops reporting until the next set function.
     void disable() noexcept;
 
 private:
     friend class MainQueue;
-    struct SourceDeleter {
-        void operator()(sd_event_source* source) const noexcept;
-    };
-    // What the loop's callback is given. Kept alive by the callback while the handler runs.
+    // Kept alive by the queue while the handler runs.
     struct Registration : std::enable_shared_from_this<Registration> {
         Registration(MainQueue& owner, std::function<void(std::uint32_t)> work) noexcept
             : queue(owner), handler(std::move(work)) {}
@@ -53,12 +48,16 @@ private:
         Registration& operator=(Registration&&) = delete;
         ~Registration() { end(); }
         void end() noexcept; ///< takes it off the loop; nothing more comes
-        // Either a source of the loop's own, or a descriptor in the queue's order of arrival.
+        // A timer: when it is due, while it is armed.
         std::chrono::steady_clock::time_point deadline;
-        std::unique_ptr<sd_event_source, SourceDeleter> source;
+        bool armed = false;
+        // Or a descriptor: whether the queue's epoll has it, and what it is waited for. It is
+        // reported once and then waited for again, unless its handler wishes otherwise.
         int descriptor = -1;
         std::uint32_t events = 0;
         bool listed = false;
+        bool beingServed = false;
+        bool wanted = false; ///< again, behind the handler that runs
     };
     explicit EventSource(std::shared_ptr<Registration> registration) noexcept
         : registration_(std::move(registration)) {}

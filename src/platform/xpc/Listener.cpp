@@ -2,10 +2,10 @@
 
 #include "platform/foundation/files/item/SocketPlace.h"
 #include "platform/foundation/log/Log.h"
+#include "platform/xpc/HandedOver.h"
 #include "platform/xpc/wire/WireError.h"
 
 #include <fmt/core.h>
-#include <systemd/sd-daemon.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -23,18 +23,6 @@ namespace {
 constexpr int kPassRights = 83; // SO_PASSRIGHTS, Linux 6.16; the C library's headers are older
 constexpr std::chrono::milliseconds kPause{100};
 constexpr std::chrono::seconds kRefusalInterval{1};
-
-struct NamesDeleter {
-    void operator()(char** names) const noexcept {
-        // NOLINTBEGIN(cppcoreguidelines-no-malloc,cppcoreguidelines-owning-memory): as
-        // sd_listen_fds_with_names made them
-        for (char** name = names; *name != nullptr; ++name) {
-            std::free(*name);
-        }
-        std::free(static_cast<void*>(names));
-        // NOLINTEND(cppcoreguidelines-no-malloc,cppcoreguidelines-owning-memory)
-    }
-};
 
 const int kAcceptFlags = SOCK_CLOEXEC | SOCK_NONBLOCK;
 
@@ -84,18 +72,11 @@ Listener::~Listener() {
 
 tl::expected<std::unique_ptr<Listener>, Error>
 Listener::createMachService(const std::string& name, MainQueue& queue, const Limits& limits) {
-    char** list = nullptr;
-    const int count = ::sd_listen_fds_with_names(1, &list);
-    const std::unique_ptr<char*, NamesDeleter> names(list);
-    if (count < 0) {
-        return tl::unexpected(Error::posix(-count));
-    }
     Descriptor found;
     std::size_t matches = 0;
-    for (int i = 0; i < count; ++i) {
-        Descriptor handedOver(SD_LISTEN_FDS_START + i);
-        if (name == names.get()[i]) {
-            found = std::move(handedOver);
+    for (auto& [itsName, socket] : takeHandedOver()) {
+        if (name == itsName) {
+            found = std::move(socket);
             ++matches;
         }
     }
@@ -110,7 +91,7 @@ Listener::createMachService(const std::string& name, MainQueue& queue, const Lim
 
 tl::expected<std::unique_ptr<Listener>, Error>
 Listener::withSocket(Descriptor socket, MainQueue& queue, const Limits& limits) {
-    if (::sd_is_socket_unix(socket.get(), SOCK_STREAM, 1, nullptr, 0) <= 0) {
+    if (!isListening(socket.get())) {
         return tl::unexpected(
             wireError(WireErrorCode::noListener,
                       "the descriptor is no listening stream socket of the local domain"));
@@ -266,21 +247,16 @@ void Listener::present(const std::shared_ptr<Connection>& connection) {
 void Listener::pause(std::string_view reason) {
     refusals_.log(fmt::format("No connections are accepted for a moment: {}", reason));
     if (!pauseTimer_) {
-        auto timer = queue_.addTimer([this] {
+        pauseTimer_ = queue_.addTimer([this] {
             if (!spare_) {
                 spare_ = freshSpare();
             }
             resume();
         });
-        if (!timer) {
-            return; // busy until things get better, but alive
-        }
-        pauseTimer_ = std::move(*timer);
     }
-    if (!pauseTimer_.setDeadline(queue_.now() + kPause)) {
-        // A change of what is watched does not fail; the worst would be a busy moment.
-        static_cast<void>(source_.setEvents(0));
-    }
+    pauseTimer_.setDeadline(queue_.now() + kPause);
+    // A change of what is watched does not fail; the worst would be a busy moment.
+    static_cast<void>(source_.setEvents(0));
 }
 
 } // namespace qv::xpc

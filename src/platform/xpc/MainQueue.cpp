@@ -4,9 +4,10 @@
 #include "platform/xpc/Turns.h"
 
 #include <fmt/core.h>
-#include <systemd/sd-event.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstdlib>
 #include <exception>
 #include <sys/epoll.h>
@@ -19,7 +20,6 @@ namespace {
 // A handler that runs longer than this has kept the others waiting. Short ones count as ordinary
 // time, or a stream of them would stop every deadline.
 constexpr std::chrono::milliseconds kBlockage{100};
-constexpr std::uint64_t kTimerAccuracy = 1000; // microseconds
 
 void logEscaped(const char* reason) noexcept {
     try {
@@ -31,31 +31,15 @@ void logEscaped(const char* reason) noexcept {
 
 } // namespace
 
-void MainQueue::LoopDeleter::operator()(sd_event* loop) const noexcept { sd_event_unref(loop); }
-
 MainQueue::MainQueue() noexcept = default;
 MainQueue::~MainQueue() = default;
 
 tl::expected<std::unique_ptr<MainQueue>, Error> MainQueue::create() {
     std::unique_ptr<MainQueue> queue(
         new MainQueue()); // NOLINT(cppcoreguidelines-owning-memory): the constructor is private
-    sd_event* loop = nullptr;
-    int result = sd_event_new(&loop);
-    if (result < 0) {
-        return tl::unexpected(Error::posix(-result));
-    }
-    queue->loop_.reset(loop);
-    auto registration = std::make_shared<EventSource::Registration>(*queue, nullptr);
-    sd_event_source* source = nullptr;
-    result = sd_event_add_defer(loop, &source, &MainQueue::onDeferred, queue.get());
-    if (result < 0) {
-        return tl::unexpected(Error::posix(-result));
-    }
-    registration->source.reset(source);
-    queue->deferredSource_ = EventSource(std::move(registration));
-    queue->deferredSource_.disable();
-    if (const Error error = queue->takeArrivals()) {
-        return tl::unexpected(error);
+    queue->arrivals_ = Descriptor(::epoll_create1(EPOLL_CLOEXEC));
+    if (!queue->arrivals_) {
+        return tl::unexpected(Error::posix(errno));
     }
     auto turns = Turns::create(*queue);
     if (!turns) {
@@ -65,45 +49,36 @@ tl::expected<std::unique_ptr<MainQueue>, Error> MainQueue::create() {
     return queue;
 }
 
-Error MainQueue::takeArrivals() {
-    arrivals_ = Descriptor(::epoll_create1(EPOLL_CLOEXEC));
-    if (!arrivals_) {
-        return Error::posix(errno);
-    }
-    auto registration = std::make_shared<EventSource::Registration>(*this, nullptr);
-    sd_event_source* source = nullptr;
-    const int result = sd_event_add_io(loop_.get(), &source, arrivals_.get(), EPOLLIN,
-                                       &MainQueue::onArrival, this);
-    if (result < 0) {
-        return Error::posix(-result);
-    }
-    registration->source.reset(source);
-    arrivalsSource_ = EventSource(std::move(registration));
-    return {};
-}
-
+// One descriptor a round: what it leads to may unregister the others. One that is ready still comes
+// behind all that became ready while it was served, because it is reported once and listed again
+// afterwards.
 int MainQueue::run() {
-    const int result = sd_event_loop(loop_.get());
-    if (result < 0) {
-        log::write(log::Priority::error, fmt::format("the event loop failed: {}",
-                                                     Error::posix(-result).localizedDescription()));
-        return EXIT_FAILURE;
+    while (!exiting_) {
+        epoll_event arrived{};
+        const int count = ::epoll_wait(arrivals_.get(), &arrived, 1, longestWait());
+        if (count < 0 && errno != EINTR) {
+            log::write(log::Priority::error,
+                       fmt::format("the event loop failed: {}",
+                                   Error::posix(errno).localizedDescription()));
+            return EXIT_FAILURE;
+        }
+        if (count == 1) {
+            serve(*static_cast<EventSource::Registration*>(arrived.data.ptr), arrived.events);
+        } else {
+            listAgain(std::exchange(later_, nullptr));
+        }
+        runTimers();
+        runDeferred();
     }
-    return result;
+    return exitCode_;
 }
 
 void MainQueue::exit(int code) noexcept {
     exiting_ = true;
-    // Refused only when the loop has already ended.
-    static_cast<void>(sd_event_exit(loop_.get(), code));
+    exitCode_ = code;
 }
 
-void MainQueue::async(Work work) {
-    deferred_.push_back(std::move(work));
-    // Turning a valid source on takes nothing that could be missing.
-    static_cast<void>(
-        sd_event_source_set_enabled(deferredSource_.registration_->source.get(), SD_EVENT_ONESHOT));
-}
+void MainQueue::async(Work work) { deferred_.push_back(std::move(work)); }
 
 tl::expected<EventSource, Error> MainQueue::watch(int fd, std::uint32_t events,
                                                   std::function<void(std::uint32_t)> handler) {
@@ -116,6 +91,11 @@ tl::expected<EventSource, Error> MainQueue::watch(int fd, std::uint32_t events,
 }
 
 Error MainQueue::list(EventSource::Registration& registration, std::uint32_t events) {
+    registration.events = events;
+    if (registration.beingServed && registration.listed) {
+        registration.wanted = true;
+        return {};
+    }
     epoll_event wanted{};
     wanted.events = events | EPOLLONESHOT;
     wanted.data.ptr = &registration;
@@ -124,7 +104,6 @@ Error MainQueue::list(EventSource::Registration& registration, std::uint32_t eve
         return Error::posix(errno);
     }
     registration.listed = true;
-    registration.events = events;
     return {};
 }
 
@@ -136,43 +115,71 @@ void MainQueue::unlist(EventSource::Registration& registration) noexcept {
     }
 }
 
-// One a turn: what it leads to may unregister the others. One that is ready still comes behind all
-// that became ready while it was served, because it is reported once and listed again afterwards.
-void MainQueue::serveArrival() noexcept {
-    epoll_event arrived{};
-    if (::epoll_wait(arrivals_.get(), &arrived, 1, 0) == 1) {
-        const auto served =
-            static_cast<EventSource::Registration*>(arrived.data.ptr)->shared_from_this();
-        dispatch(*served, arrived.events);
-        if (served->listed) { // and open, so that this does not fail
+void MainQueue::serve(EventSource::Registration& registration, std::uint32_t events) noexcept {
+    auto served = registration.shared_from_this();
+    served->beingServed = true;
+    served->wanted = true;
+    dispatch(*served, events);
+    listAgain(std::exchange(later_, nullptr));
+    if (served->wanted && served->events == 0) {
+        later_ = std::move(served);
+    } else {
+        listAgain(std::move(served));
+    }
+}
+
+void MainQueue::listAgain(std::shared_ptr<EventSource::Registration> served) noexcept {
+    if (served != nullptr) {
+        served->beingServed = false;
+        if (served->listed && served->wanted) { // and open, so that this does not fail
             static_cast<void>(list(*served, served->events));
         }
     }
 }
 
-tl::expected<EventSource, Error> MainQueue::addTimer(Work handler) {
+void MainQueue::arm(EventSource::Registration& timer, Clock::time_point deadline) {
+    disarm(timer);
+    timers_.emplace(deadline, &timer);
+    timer.deadline = deadline;
+    timer.armed = true;
+}
+
+void MainQueue::disarm(EventSource::Registration& timer) noexcept {
+    if (std::exchange(timer.armed, false)) {
+        timers_.erase({timer.deadline, &timer});
+    }
+}
+
+int MainQueue::longestWait() const noexcept {
+    using std::chrono::milliseconds;
+    if (!deferred_.empty() || later_ != nullptr) {
+        return 0;
+    }
+    if (timers_.empty()) {
+        return -1;
+    }
+    const auto left = std::chrono::ceil<milliseconds>(timers_.begin()->first - now());
+    return static_cast<int>(std::clamp(left, milliseconds(0), milliseconds(INT_MAX)).count());
+}
+
+void MainQueue::runTimers() noexcept {
+    // Each once: a handler may arm its timer again for a moment that has passed.
+    for (std::size_t most = timers_.size();
+         most > 0 && !exiting_ && !timers_.empty() && timers_.begin()->first <= now(); --most) {
+        EventSource::Registration& due = *timers_.begin()->second;
+        disarm(due);
+        dispatch(due, 0);
+    }
+}
+
+EventSource MainQueue::addTimer(Work handler) {
     auto registration = std::make_shared<EventSource::Registration>(
         *this, [work = std::move(handler)](std::uint32_t) { work(); });
-    sd_event_source* source = nullptr;
-    const int result = sd_event_add_time(loop_.get(), &source, CLOCK_MONOTONIC, 0, kTimerAccuracy,
-                                         &MainQueue::onTime, registration.get());
-    if (result < 0) {
-        return tl::unexpected(Error::posix(-result));
-    }
-    registration->source.reset(source);
-    EventSource timer(std::move(registration));
-    timer.disable();
-    return timer;
+    return EventSource(std::move(registration));
 }
 
 MainQueue::Clock::time_point MainQueue::now() const noexcept {
     return (inHandler_ ? handlerBegin_ : Clock::now()) - blocked_;
-}
-
-std::uint64_t MainQueue::microsecondsOf(Clock::time_point moment) const noexcept {
-    using std::chrono::microseconds;
-    const auto since = std::chrono::ceil<microseconds>((moment + blocked_).time_since_epoch());
-    return static_cast<std::uint64_t>(since.count());
 }
 
 template <typename Body> bool MainQueue::guarded(const Body& body) noexcept {
@@ -202,12 +209,13 @@ void MainQueue::dispatch(EventSource::Registration& registration, std::uint32_t 
         return;
     }
     unlist(*kept);
-    if (kept->source != nullptr) {
-        static_cast<void>(sd_event_source_set_enabled(kept->source.get(), SD_EVENT_OFF));
-    }
+    disarm(*kept);
 }
 
 void MainQueue::runDeferred() noexcept {
+    if (deferred_.empty()) {
+        return;
+    }
     std::deque<Work> batch;
     batch.swap(deferred_); // what these add comes after other sources had their turn
     while (!batch.empty() && !exiting_) {
@@ -215,30 +223,6 @@ void MainQueue::runDeferred() noexcept {
         batch.pop_front();
         static_cast<void>(guarded(work)); // a failure ends this piece of work and nothing else
     }
-}
-
-int MainQueue::onTime(sd_event_source* source, std::uint64_t, void* userdata) {
-    auto* registration = static_cast<EventSource::Registration*>(userdata);
-    MainQueue& queue = registration->queue;
-    if (queue.now() < registration->deadline) { // a blockage has moved it
-        int result = sd_event_source_set_time(source, queue.microsecondsOf(registration->deadline));
-        if (result >= 0) {
-            result = sd_event_source_set_enabled(source, SD_EVENT_ONESHOT);
-        }
-        return result;
-    }
-    queue.dispatch(*registration, 0);
-    return 0;
-}
-
-int MainQueue::onArrival(sd_event_source*, int, std::uint32_t, void* userdata) {
-    static_cast<MainQueue*>(userdata)->serveArrival();
-    return 0;
-}
-
-int MainQueue::onDeferred(sd_event_source*, void* userdata) {
-    static_cast<MainQueue*>(userdata)->runDeferred();
-    return 0;
 }
 
 } // namespace qv::xpc

@@ -10,9 +10,8 @@
 #include <deque>
 #include <functional>
 #include <memory>
-
-struct sd_event;
-struct sd_event_source;
+#include <set>
+#include <utility>
 
 namespace qv::xpc {
 
@@ -49,7 +48,7 @@ public:
     [[nodiscard]] tl::expected<EventSource, Error>
     watch(int fd, std::uint32_t events, std::function<void(std::uint32_t)> handler);
     /// A timer that is not armed yet.
-    [[nodiscard]] tl::expected<EventSource, Error> addTimer(Work handler);
+    [[nodiscard]] EventSource addTimer(Work handler);
 
     /// The monotonic clock without the time in which one handler kept all others waiting (anything
     /// above 100 ms), so that a deadline counts only time in which its peer could have been heard.
@@ -63,36 +62,35 @@ public:
 
 private:
     friend class EventSource;
-    struct LoopDeleter {
-        void operator()(sd_event* loop) const noexcept;
-    };
     MainQueue() noexcept;
 
-    [[nodiscard]] Error takeArrivals();
     [[nodiscard]] Error list(EventSource::Registration& registration, std::uint32_t events);
     void unlist(EventSource::Registration& registration) noexcept;
-    void serveArrival() noexcept;
+    void arm(EventSource::Registration& timer, Clock::time_point deadline);
+    void disarm(EventSource::Registration& timer) noexcept;
+    /// Until the next timer is due, as epoll takes it.
+    [[nodiscard]] int longestWait() const noexcept;
+    void serve(EventSource::Registration& registration, std::uint32_t events) noexcept;
+    void listAgain(std::shared_ptr<EventSource::Registration> served) noexcept;
+    void runTimers() noexcept;
     template <typename Body> bool guarded(const Body& body) noexcept;
     void dispatch(EventSource::Registration& registration, std::uint32_t events) noexcept;
     void runDeferred() noexcept;
-    [[nodiscard]] std::uint64_t microsecondsOf(Clock::time_point moment) const noexcept;
-    static int onTime(sd_event_source* source, std::uint64_t usec, void* userdata);
-    static int onArrival(sd_event_source* source, int fd, std::uint32_t events, void* userdata);
-    static int onDeferred(sd_event_source* source, void* userdata);
 
-    std::unique_ptr<sd_event, LoopDeleter> loop_;
-    // The loop serves sources that became ready together in any order; an epoll of their own gives
-    // descriptors one by one, as their bytes came in.
+    // Gives descriptors one by one, as their bytes came in.
     Descriptor arrivals_;
-    EventSource arrivalsSource_;
+    std::set<std::pair<Clock::time_point, EventSource::Registration*>> timers_; // those armed
+    // Waits for nothing but the end of the other side, and is listed again a round later: its
+    // request may be answered by then, and it will wait for the next one.
+    std::shared_ptr<EventSource::Registration> later_;
     std::deque<Work> deferred_;
-    EventSource deferredSource_;
     std::unique_ptr<Turns> turns_;
     Clock::duration blocked_{};
     Clock::time_point handlerBegin_; // while a handler runs
     bool inHandler_ = false;
     bool leftOut_ = false;
     bool exiting_ = false;
+    int exitCode_ = 0;
 };
 
 } // namespace qv::xpc

@@ -23,13 +23,10 @@ void RateLimiter::log(std::string_view record) {
     }
     ++suppressed_;
     if (!timer_) {
-        if (auto timer = queue_.addTimer([this] { endInterval(); })) {
-            timer_ = std::move(*timer);
-        }
+        timer_ = queue_.addTimer([this] { endInterval(); });
     }
-    if (timer_ && suppressed_ == 1) {
-        // Without the timer the next record tells the count.
-        static_cast<void>(timer_.setDeadline(end_));
+    if (suppressed_ == 1) {
+        timer_.setDeadline(end_);
     }
 }
 

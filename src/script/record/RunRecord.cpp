@@ -15,6 +15,8 @@ namespace {
 
 constexpr std::size_t kMostReserved = std::size_t{1} << 16U;
 constexpr std::int64_t kShareOfWriting = 100; // one part in so many of the run's time
+// And so much at once: the first steps stand in the record before a long one begins.
+constexpr std::chrono::microseconds kHeadStart(500);
 
 // Only a name: that two runs have the same is unlikely enough.
 std::string newRunID() {
@@ -60,12 +62,14 @@ void RunRecord::begin(const Value& steps) {
     steps_ = steps;
     count_ = steps.is(Value::Kind::array) ? steps.asArray().size() : 0;
     pending_.reserve(std::min(count_, kMostReserved));
-    log::Record record =
-        newRecord(run_field::kBegin,
-                  fmt::format("{} steps of client {} ({}), user {}, process {}", count_,
-                              client_.name, client_.identifier, client_.user, client_.process));
-    addClient(record);
-    static_cast<void>(write(record)); // the end says it all again
+    if (count_ > 0) { // else it has ended before anybody reads that it began; the end says all
+        log::Record record = newRecord(
+            run_field::kBegin, fmt::format("{} step{} of client {} ({}), user {}, process {}",
+                                           count_, count_ == 1 ? "" : "s", client_.name,
+                                           client_.identifier, client_.user, client_.process));
+        addClient(record);
+        static_cast<void>(write(record));
+    }
     begin_ = Clock::now();
     stepBegin_ = begin_;
 }
@@ -80,7 +84,7 @@ void RunRecord::stepEnded(const Result& result) {
         ruleFaults_.emplace(result.index, result.ruleFault);
     }
     stepBegin_ = result.end;
-    const Clock::duration allowed = (result.end - begin_) / kShareOfWriting - spent_;
+    const Clock::duration allowed = kHeadStart + (result.end - begin_) / kShareOfWriting - spent_;
     if (allowed > Clock::duration::zero()) {
         static_cast<void>(writeFor(allowed));
         stepBegin_ = Clock::now();
@@ -118,9 +122,9 @@ log::Record RunRecord::recordOfEnd() const {
     const std::string how =
         failedStep_ < 0 ? "failed" : fmt::format("failed at step {}", failedStep_ + 1);
     log::Record record =
-        newRecord(run_field::kEnd, fmt::format("{} of {} steps of client {}, user {}",
+        newRecord(run_field::kEnd, fmt::format("{} of {} step{} of client {}, user {}",
                                                success_ ? "ran to the end" : how, count_,
-                                               client_.name, client_.user));
+                                               count_ == 1 ? "" : "s", client_.name, client_.user));
     addClient(record);
     record.add(run_field::kOutcome, success_ ? "succeeded" : "failed");
     record.add(run_field::kDuration, microseconds(duration_));

@@ -23,9 +23,10 @@ struct RunClient {
 };
 
 /// Writes down one run of a script: that it begins, each step, and how it ends. A step's record
-/// waits in memory where writing it would hold up the run: beside the run a hundredth of its time
-/// is spent on writing, and the rest is written after the reply. So a script of many short steps
-/// costs what it cost before, and the steps of one that takes long can be followed.
+/// waits in memory where writing it would hold up the run: half a millisecond and a hundredth of
+/// the run's time are spent on writing meanwhile, and the rest is written after the reply. So a
+/// script of many short steps costs what it cost before, and the steps of one that takes long can
+/// be followed.
 class RunRecord final : public StepObserver {
 public:
     using Clock = std::chrono::steady_clock;
@@ -33,7 +34,7 @@ public:
     /// `sink` must live as long.
     RunRecord(log::RecordSink& sink, RunClient client, SecretValues secrets);
 
-    /// Writes that the run of these steps begins.
+    /// Writes that the run of these steps begins, if there are any.
     void begin(const Value& steps);
     void stepEnded(const Result& result) override;
     /// How it ended; nothing is written yet. `failedStep`: -1 for none.

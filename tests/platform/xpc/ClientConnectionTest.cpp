@@ -7,6 +7,7 @@
 #include "RawClient.h"
 #include "ServiceThread.h"
 #include <fcntl.h>
+#include <sys/eventfd.h>
 #include <sys/socket.h>
 
 namespace qv::xpc {
@@ -184,23 +185,30 @@ TEST(ClientConnection, GivesUpOnAServiceThatKeepsLeaving) {
     EXPECT_THAT(ClientConnection::connect(service.path()), fails(ClientErrorCode::notExecuted));
     EXPECT_LE(service.waitForConnections(0), 20U);
     const auto begin = std::chrono::steady_clock::now();
-    EXPECT_THAT(ClientConnection::connect(service.path(), begin + 50ms),
+    EXPECT_THAT(ClientConnection::connect(service.path(), Deadline(begin + 50ms)),
                 fails(ClientErrorCode::timedOut));
     EXPECT_LT(std::chrono::steady_clock::now() - begin, 5s);
 }
 
-TEST(ClientConnection, GivesUpAtItsDeadline) {
-    const auto soon = [] { return std::chrono::steady_clock::now() + 50ms; };
+TEST(ClientConnection, GivesUpAtItsLimits) {
+    const Descriptor cancel(::eventfd(0, EFD_CLOEXEC));
+    const auto in = [&](std::chrono::milliseconds time) {
+        return WaitLimits(Deadline::after(time), cancel.get());
+    };
     std::vector<Message> held;
     ServiceThread silent(
         {.onMessage = [&](ServiceThread&, const Message& message) { held.push_back(message); }});
-    auto connection = ClientConnection::connect(silent.path(), soon() + 5s);
+    auto connection = ClientConnection::connect(silent.path(), in(5s));
     ASSERT_TRUE(connection);
-    EXPECT_THAT(connection->sendMessageWithReply(dictionaryOf("x"), soon()),
+    EXPECT_THAT(connection->sendMessageWithReply(dictionaryOf("x"), in(50ms)),
                 fails(ClientErrorCode::timedOut));
     silent.perform([&] { held.clear(); });
     const ServiceThread idle({.accepting = false}); // connects, but nobody greets
-    EXPECT_THAT(ClientConnection::connect(idle.path(), soon()), fails(ClientErrorCode::timedOut));
+    EXPECT_THAT(ClientConnection::connect(idle.path(), in(50ms)), fails(ClientErrorCode::timedOut));
+    ASSERT_EQ(::eventfd_write(cancel.get(), 1), 0);
+    EXPECT_THAT(ClientConnection::connect(idle.path(), in(60s)), fails(ClientErrorCode::cancelled));
+    EXPECT_THAT(connection->sendMessageWithReply(dictionaryOf("x"), in(60s)),
+                fails(ClientErrorCode::cancelled));
 }
 
 } // namespace

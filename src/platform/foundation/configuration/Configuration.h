@@ -33,6 +33,9 @@ extern const std::string_view kSyslogSocket;
 // The programs that open archives and disk images, absolute paths, and where images are mounted.
 extern const std::string_view kArchiveTool;
 extern const std::string_view kDiskImageTool;
+/// The copy of this command that `qvcatalog setup` makes, for root alone; not in a developer's
+/// build.
+extern const std::string_view kRootCommand;
 extern const std::string_view kVolumesFolder;
 extern const std::string_view kImagesFolder; ///< root's records of what is attached
 extern const std::string_view kSevenZip;     ///< the program 7zz, below /usr

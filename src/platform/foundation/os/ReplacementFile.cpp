@@ -74,13 +74,15 @@ int ReplacementFile::give(uid_t user, gid_t group, mode_t mode) {
     return ::fchown(file_.get(), user, group) == 0 && ::fchmod(file_.get(), mode) == 0 ? 0 : errno;
 }
 
-int ReplacementFile::replace() {
+int ReplacementFile::replace() { return replaceIn(folder_.get()); }
+
+int ReplacementFile::replaceIn(int folder) {
     if (::fsync(file_.get()) != 0 ||
-        ::renameat(folder_.get(), temporaryName_.c_str(), folder_.get(), name_.c_str()) != 0) {
+        ::renameat(folder_.get(), temporaryName_.c_str(), folder, name_.c_str()) != 0) {
         return errno;
     }
     file_.reset();
-    return syncFolder(folder_.get());
+    return syncFolder(folder);
 }
 
 } // namespace qv

@@ -37,6 +37,9 @@ public:
     int give(uid_t user, gid_t group, mode_t mode);
     /// Makes it durable and puts it in the other one's place.
     int replace();
+    /// The same in another folder of the same file system, where readers would take an unfinished
+    /// file for one of theirs.
+    int replaceIn(int folder);
     [[nodiscard]] int descriptor() const noexcept { return file_.get(); }
 
 private:

@@ -16,6 +16,9 @@ namespace qv {
 
 /// The mode of an installed client: set-group-id, written by root alone.
 inline constexpr mode_t kClientMode = 02755;
+/// That of a client for root alone. A process with the client group could execute it too, so such a
+/// client stands in a folder that only root can enter.
+inline constexpr mode_t kRootClientMode = 02750;
 
 inline constexpr mode_t kWritableByOthers = S_IWGRP | S_IWOTH;
 

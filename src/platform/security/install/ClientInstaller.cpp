@@ -216,7 +216,8 @@ private:
         if (!code) {
             return tl::unexpected(code.error());
         }
-        if (const int error = file->give(0, group, kClientMode)) {
+        if (const int error =
+                file->give(0, group, request_.rootOnly ? kRootClientMode : kClientMode)) {
             return systemFailure(error, path);
         }
         // Some systems take the bit away without a word.
@@ -286,13 +287,7 @@ private:
 tl::expected<InstalledClient, Error>
 ClientInstaller::install(const InstallRequest& request, std::span<const Requirement> requirements,
                          const CodeSigningConfiguration& configuration) {
-    return Installation(request, requirements, configuration)
-        .run()
-        .map_error([](const SignatureFailure& failure) {
-            return Error(
-                error_domain::kOSStatus, failure.status,
-                Value::dictionary({{error_key::kDebugDescription, Value::string(failure.reason)}}));
-        });
+    return Installation(request, requirements, configuration).run().map_error(errorOf);
 }
 
 } // namespace qv

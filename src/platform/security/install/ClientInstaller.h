@@ -20,6 +20,7 @@ struct InstallRequest {
     std::string destination; ///< the file that it becomes; empty: `source` is replaced
     /// Signed flags, any of which will do: what a process must be able to get from the launch mark.
     std::vector<std::uint32_t> sufficientFlags;
+    bool rootOnly = false;  ///< mode 2750
     std::string whyNoGroup; ///< what to say when the configuration names no client group
 };
 

@@ -2,6 +2,7 @@
 
 #include "platform/foundation/values/ASCII.h"
 #include "platform/security/signature/CertificateReader.h"
+#include "platform/security/signature/OpenSSLHandles.h"
 
 #include <fmt/core.h>
 
@@ -55,7 +56,9 @@ std::string_view withoutBlanks(std::string_view text) {
 } // namespace
 
 AnchorLoader::AnchorLoader(std::string folder, uid_t allowedOwner)
-    : files_(std::move(folder), allowedOwner) {}
+    : files_(std::move(folder), allowedOwner) {
+    static_cast<void>(startOpenSSL()); // else no certificate can be read, and nobody is trusted
+}
 
 WatchedContent<AnchorSet>::Reading AnchorLoader::load() {
     Outcome outcome =

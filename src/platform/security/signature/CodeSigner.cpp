@@ -35,30 +35,27 @@ tl::unexpected<SignatureFailure> signingFailure(int errorNumber, std::string_vie
 
 // The program as it is: what is left of it without the signature it may have.
 struct Program {
-    Descriptor file;
+    int fd = -1;
     struct stat info{};
     std::uint64_t length = 0;
 };
 
-tl::expected<Program, SignatureFailure> openProgram(const std::string& path) {
-    Program program;
-    program.file =
-        Descriptor(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
-    if (!program.file || ::fstat(program.file.get(), &program.info) != 0) {
+tl::expected<Program, SignatureFailure> programIn(int fd) {
+    Program program{.fd = fd};
+    if (::fstat(fd, &program.info) != 0) {
         return signingFailure(errno, "the program");
     }
     if (!S_ISREG(program.info.st_mode)) {
         return signatureFailure(codesign_status::kRegularFile, "no regular file");
     }
     const auto size = static_cast<std::uint64_t>(program.info.st_size);
-    const auto trailer = SignatureTrailer::read(program.file.get(), size);
+    const auto trailer = SignatureTrailer::read(fd, size);
     if (!trailer && trailer.error().status != codesign_status::kUnsigned) {
         return tl::unexpected(trailer.error());
     }
     program.length = trailer ? trailer->covered : size;
     std::array<char, 4> head{};
-    if (program.length < SignatureTrailer::kShortestProgram ||
-        readExactly(program.file.get(), 0, head) != 0 ||
+    if (program.length < SignatureTrailer::kShortestProgram || readExactly(fd, 0, head) != 0 ||
         !SignatureTrailer::isELF({head.data(), head.size()})) {
         return signatureFailure(codesign_status::kBadObjectFormat, "no ELF file");
     }
@@ -143,8 +140,40 @@ tl::expected<std::string, SignatureFailure> trailerFor(const SigningRequest& req
     return trailer.encoded();
 }
 
+Outcome writeSigned(const Program& program, const SigningRequest& request,
+                    const SigningIdentity& identity, ReplacementFile& into) {
+    if (auto fine = judge(request, identity); !fine) {
+        return fine;
+    }
+    SHA256 running;
+    const int copied = into.copyFrom(program.fd, program.length,
+                                     [&](std::string_view part) { running.update(part); });
+    if (copied != 0) {
+        return signingFailure(copied, "copying the program");
+    }
+    const auto trailer = trailerFor(request, identity, running.finish(), program.length);
+    if (!trailer) {
+        return tl::unexpected(trailer.error());
+    }
+    if (const int error = into.append(*trailer); error != 0) {
+        return signingFailure(error, "writing the signature");
+    }
+    const TrustAnchors nobody; // only whether it is good counts here, not who may use it
+    const StaticCode judged =
+        StaticCode::examine(into.descriptor(), Examination{.anchors = *nobody.current()});
+    if (judged.status() != codesign_status::kSuccess) {
+        return signatureFailure(judged.status(), judged.reason());
+    }
+    return {};
+}
+
 Outcome signProgram(const std::string& path, const SigningRequest& request) {
-    const auto program = openProgram(path);
+    const Descriptor file(
+        ::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    if (!file) {
+        return signingFailure(errno, "the program");
+    }
+    const auto program = programIn(file.get());
     if (!program) {
         return tl::unexpected(program.error());
     }
@@ -153,31 +182,12 @@ Outcome signProgram(const std::string& path, const SigningRequest& request) {
     if (!identity) {
         return tl::unexpected(identity.error());
     }
-    if (auto fine = judge(request, *identity); !fine) {
-        return fine;
-    }
     auto replacement = ReplacementFile::create(path);
     if (!replacement) {
         return signingFailure(replacement.error(), "a file beside the program");
     }
-    SHA256 running;
-    const int copied = replacement->copyFrom(program->file.get(), program->length,
-                                             [&](std::string_view part) { running.update(part); });
-    if (copied != 0) {
-        return signingFailure(copied, "copying the program");
-    }
-    const auto trailer = trailerFor(request, *identity, running.finish(), program->length);
-    if (!trailer) {
-        return tl::unexpected(trailer.error());
-    }
-    if (const int error = replacement->append(*trailer); error != 0) {
-        return signingFailure(error, "writing the signature");
-    }
-    const TrustAnchors nobody; // only whether it is good counts here, not who may use it
-    const StaticCode judged =
-        StaticCode::examine(replacement->descriptor(), Examination{.anchors = *nobody.current()});
-    if (judged.status() != codesign_status::kSuccess) {
-        return signatureFailure(judged.status(), judged.reason());
+    if (auto written = writeSigned(*program, request, *identity, *replacement); !written) {
+        return written;
     }
     const struct stat& old = program->info;
     int error = replacement->give(old.st_uid, old.st_gid, old.st_mode & 07777U);
@@ -193,13 +203,16 @@ Outcome signProgram(const std::string& path, const SigningRequest& request) {
 } // namespace
 
 tl::expected<void, Error> CodeSigner::sign(const std::string& path, const SigningRequest& request) {
-    if (const Outcome outcome = signProgram(path, request); !outcome) {
-        const std::string text = fmt::format("{}: {}", log::foreign(path), outcome.error().reason);
-        return tl::unexpected(
-            Error(error_domain::kOSStatus, outcome.error().status,
-                  Value::dictionary({{error_key::kDebugDescription, Value::string(text)}})));
-    }
-    return {};
+    return signProgram(path, request).map_error([&](const SignatureFailure& failure) {
+        return errorOf({failure.status, fmt::format("{}: {}", log::foreign(path), failure.reason)});
+    });
+}
+
+tl::expected<void, Error> CodeSigner::sign(int program, const SigningRequest& request,
+                                           const SigningIdentity& identity, ReplacementFile& into) {
+    return programIn(program)
+        .and_then([&](const Program& found) { return writeSigned(found, request, identity, into); })
+        .map_error(errorOf);
 }
 
 } // namespace qv

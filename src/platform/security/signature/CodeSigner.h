@@ -11,6 +11,9 @@
 
 namespace qv {
 
+class ReplacementFile;
+struct SigningIdentity;
+
 /// What is to stand in a signature, and who signs.
 struct SigningRequest {
     std::string identifier;
@@ -38,6 +41,11 @@ public:
     /// Failures are in NSOSStatusErrorDomain with a number of codesign_status and the reason under
     /// NSDebugDescription.
     static tl::expected<void, Error> sign(const std::string& path, const SigningRequest& request);
+
+    /// Appends the ELF file that is open as `program` to an empty file, signed by an identity in
+    /// memory; the paths of the request are not used.
+    static tl::expected<void, Error> sign(int program, const SigningRequest& request,
+                                          const SigningIdentity& identity, ReplacementFile& into);
 };
 
 } // namespace qv

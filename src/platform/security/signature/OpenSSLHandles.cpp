@@ -1,5 +1,6 @@
 #include "platform/security/signature/OpenSSLHandles.h"
 
+#include <openssl/crypto.h>
 #include <openssl/err.h>
 
 #include <climits>
@@ -11,6 +12,11 @@ BIOHandle bioReading(std::string_view bytes) {
         return nullptr;
     }
     return BIOHandle(BIO_new_mem_buf(bytes.data(), static_cast<int>(bytes.size())));
+}
+
+bool startOpenSSL() noexcept {
+    return OPENSSL_init_crypto(OPENSSL_INIT_NO_LOAD_CONFIG | OPENSSL_INIT_NO_ADD_ALL_CIPHERS,
+                               nullptr) == 1;
 }
 
 std::string openSSLComplaint() {

@@ -31,6 +31,11 @@ using X509StoreContextHandle = std::unique_ptr<X509_STORE_CTX, Releaser<X509_STO
 /// A source that reads `bytes`, which must outlive it.
 [[nodiscard]] BIOHandle bioReading(std::string_view bytes);
 
+/// Starts the library for the verification of signatures alone: without its configuration file,
+/// which is nothing to that, and without ciphers by name. To be called before anything else of it;
+/// false when it does not start.
+bool startOpenSSL() noexcept;
+
 /// What the library last complained about on this thread, in words; forgets all its complaints.
 [[nodiscard]] std::string openSSLComplaint();
 

@@ -1,6 +1,8 @@
 #pragma once
 
 #include "platform/foundation/os/FileBytes.h"
+#include "platform/foundation/values/Error.h"
+#include "platform/foundation/values/Value.h"
 #include "platform/security/requirement/CodeSigningStatus.h"
 
 #include <fmt/core.h>
@@ -26,6 +28,12 @@ struct SignatureFailure {
 
 [[nodiscard]] inline tl::unexpected<SignatureFailure> invalidSignature(std::string reason) {
     return signatureFailure(codesign_status::kSignatureInvalid, std::move(reason));
+}
+/// For callers outside: in NSOSStatusErrorDomain, the reason under NSDebugDescription.
+[[nodiscard]] inline Error errorOf(const SignatureFailure& failure) {
+    return Error(
+        error_domain::kOSStatus, failure.status,
+        Value::dictionary({{error_key::kDebugDescription, Value::string(failure.reason)}}));
 }
 /// The program could not be read.
 [[nodiscard]] inline tl::unexpected<SignatureFailure> unreadableProgram(int errorNumber) {

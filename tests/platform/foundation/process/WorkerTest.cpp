@@ -355,7 +355,7 @@ TEST_F(Worker, WriterStaysBelowItsFolder) {
         for (const uid_t user : {uid_t{0}, kNobody}) {
             std::filesystem::remove(folder_ / "own/new");
             EXPECT_EQ(test::inChildAs(user,
-                                      [&, &act = act] {
+                                      [&] {
                                           const auto kept = keepToWriting(own.get(), 1);
                                           return kept.empty() ? act() : 99;
                                       }),

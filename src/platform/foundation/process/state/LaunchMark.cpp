@@ -15,6 +15,7 @@
 #include <sys/resource.h>
 #include <sys/syscall.h>
 #include <unistd.h>
+#include <utility>
 
 namespace qv {
 
@@ -189,7 +190,10 @@ Error prepareMarkedProcess() {
     if (const Error error = ignoreFileSizeSignal()) {
         return error;
     }
-    return unblockSignals();
+    // Once in a thread: a mask that is there later is the program's own, and it may read the
+    // signals that it holds back from a descriptor.
+    thread_local bool isUnblocked = false;
+    return std::exchange(isUnblocked, true) ? Error() : unblockSignals();
 }
 
 Error showLaunchMark(const std::function<void()>& connecting) {

@@ -33,7 +33,8 @@ enum class LaunchMark : std::uint8_t {
 /// only;
 /// - soft limits below what is usual are raised to that, at most to their hard limits: NOFILE to
 ///   1024, STACK to 8 MiB, FSIZE, AS and DATA to no limit;
-/// - SIGXFSZ ignored if it was at its default; the calling thread's signal mask emptied;
+/// - SIGXFSZ ignored if it was at its default; the calling thread's signal mask emptied, the first
+///   time only;
 /// - /dev/null where descriptor 0, 1 or 2 is closed; file-mode mask 022.
 /// An error (NSPOSIXErrorDomain, with a text) says what cannot be put right, such as a hard limit
 /// that is too low to work with. In other processes it does nothing.
