@@ -32,5 +32,23 @@ TEST(AppleScript, LeavesNothingToAStoppedUnit) {
     EXPECT_THAT(client->answer(), StartsWith("error 3 "));
 }
 
+// A stand-in for the dialog program: it tells who runs it and with what, and presses the second
+// button.
+TEST(AppleScript, AsksTheClientsUser) {
+    EXPECT_EQ(shell(R"(printf '#!/bin/sh\n(id -un; printf "%%s|" "$@") >~/asked\nexit 1\n' \
+                       >/usr/bin/zenity; chmod 755 /usr/bin/zenity)")
+                  .status,
+              0);
+    const std::string script = scriptFile(appleScriptStep(
+        R"(set answer to display dialog "Install?" buttons {"Later", "_Now"} default button 2
+           error button returned of answer number 7)"));
+    EXPECT_THAT(session(script), HasSubstr("-1713")); // without a display
+    const ProgramRun run = shell("echo run " + script + " | DISPLAY=:9 " + kClient, kVictim);
+    EXPECT_THAT(run.output, testing::AllOf(HasSubstr("failed 0 7 "), HasSubstr("= Later;")));
+    EXPECT_EQ(shell("cat ~victim/asked; rm ~victim/asked /usr/bin/zenity").output,
+              "victim\n--question|--text=Install?|--title=|--ok-label=__Now|--no-markup|"
+              "--icon-name=dialog-information|--cancel-label=Later|");
+}
+
 } // namespace
 } // namespace qv::test

@@ -91,12 +91,25 @@ AppleScriptError errorOfWorker(const Error& error) {
     return result;
 }
 
+// The value that the work gives, or its failure.
+template <typename Carry> Value carriedThrough(const Carry& work) {
+    try {
+        return work();
+    } catch (const ScriptError& error) {
+        return toldOf(error);
+    } catch (const std::bad_alloc&) {
+        return toldOf({.number = applescript::error_number::kOutOfMemory,
+                       .brief = "Out of memory.",
+                       .application = {}});
+    }
+}
+
 WorkResult carriedOut(const std::string& source, const ProcessIdentity::Shared& requester,
                       AppleScript::Until until,
                       const std::shared_ptr<WorkspaceService>& workspace) {
     resetFileModeMask();
     ::prctl(PR_SET_PDEATHSIG, SIGTERM); // which a shell's command gets as well
-    try {
+    return carriedThrough([&] {
         const std::unique_ptr<applescript::Tree> tree = applescript::compile(source);
         if (until == AppleScript::Until::compiled) {
             return Value::dictionary({});
@@ -107,13 +120,11 @@ WorkResult carriedOut(const std::string& source, const ProcessIdentity::Shared& 
         const applescript::ScriptValue result = applescript::execute(*tree, world, limits);
         return Value::dictionary({{key::kResult, Value::string(applescript::sourceText(
                                                      result, world, kLongestResult))}});
-    } catch (const ScriptError& error) {
-        return toldOf(error);
-    } catch (const std::bad_alloc&) {
-        return toldOf({.number = applescript::error_number::kOutOfMemory,
-                       .brief = "Out of memory.",
-                       .application = {}});
-    }
+    });
+}
+
+std::optional<AppleScriptError> errorIn(const Value& told) {
+    return told.find(key::kNumber) != nullptr ? std::optional(errorFrom(told)) : std::nullopt;
 }
 
 // Letters, digits and a few signs need no quotes.
@@ -155,6 +166,13 @@ std::string AppleScriptError::description() const {
     return text + "}";
 }
 
+std::optional<AppleScriptError> AppleScript::compilationError() const {
+    return errorIn(carriedThrough([&] {
+        static_cast<void>(applescript::compile(source_));
+        return Value::dictionary({});
+    }));
+}
+
 AppleScript::Outcome
 AppleScript::compileAndExecute(const ProcessIdentity::Shared& requester, UserProcesses& processes,
                                Until until,
@@ -170,8 +188,8 @@ AppleScript::compileAndExecute(const ProcessIdentity::Shared& requester, UserPro
     if (!told) {
         return {.error = errorOfWorker(told.error()), .result = {}};
     }
-    if (told->find(key::kNumber) != nullptr) {
-        return {.error = errorFrom(*told), .result = {}};
+    if (std::optional<AppleScriptError> error = errorIn(*told)) {
+        return {.error = std::move(error), .result = {}};
     }
     const Value* result = told->find(key::kResult);
     return {.error = std::nullopt,

@@ -46,6 +46,9 @@ public:
     /// `source`: UTF-8 with line ends of any kind; anything else does not compile.
     explicit AppleScript(std::string source) : source_(std::move(source)) {}
 
+    /// Compiles it in this process, and does nothing else. Returns nothing if it compiles.
+    [[nodiscard]] std::optional<AppleScriptError> compilationError() const;
+
     /// Compiles it and, if that succeeds, executes it. Blocks until it has ended, for an hour and
     /// a moment at most. Applications start in the session of `requester`, a process with
     /// credentials. A child that hangs in the kernel is noted in `processes`. `workspace`: what

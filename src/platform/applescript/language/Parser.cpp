@@ -220,6 +220,11 @@ bool Parser::isOperand(const Token& token) const noexcept {
 }
 
 // A phrase is complete, and this token stands behind it.
+void Parser::failAsRepeated(std::string_view parameter) {
+    fail(error_number::kParameterTwice,
+         fmt::format("The parameter {} is specified more than once.", parameter));
+}
+
 void Parser::failBehind() {
     const std::size_t behind = index_;
     while (take(Word::the)) {

@@ -46,13 +46,22 @@ Node* Parser::commandDirect(const CommandForm& form) {
         if (form.command == Term::count && !take(Word::of)) {
             take(Word::in);
         }
-        return reference();
+        return referenceDirect(form);
     case CommandForm::Direct::required:
         break;
     }
     const Stops stops{.atIn = form.has(Term::in), .atAs = form.has(Term::as)};
     const Restore<Stops> restore(stops_, stops);
     return form.command == Term::pathTo ? folder() : expression();
+}
+
+// `exists path as POSIX file` asks for the file, `count x as text` gives a text.
+Node* Parser::referenceDirect(const CommandForm& form) {
+    Node* node = reference();
+    while (form.command == Term::exists && at(Word::as) && !stops_.atAs) {
+        node = coercion(node);
+    }
+    return node;
 }
 
 bool Parser::atReserved() const noexcept {
@@ -107,9 +116,16 @@ bool Parser::commandParameter(const CommandForm& form,
         }
         return (at(Word::with) || at(Word::without)) && flags(form, parameters);
     }
+    requireNew(parameters, label->label);
     advance(length);
     parameters.push_back({label->label, parameterValue(form, *label)});
     return true;
+}
+
+void Parser::requireNew(std::span<const CommandNode::Parameter> parameters, Term label) {
+    if (std::ranges::find(parameters, label, &CommandNode::Parameter::label) != parameters.end()) {
+        failAsRepeated(wordsOf(label));
+    }
 }
 
 // `with administrator privileges and hidden answer`, `without altering line endings`.
@@ -127,6 +143,7 @@ bool Parser::flags(const CommandForm& form, std::vector<CommandNode::Parameter>&
             return isFound;
         }
         isFound = true;
+        requireNew(parameters, label->label);
         Literal* value = literal(ScriptValue::boolean(isWith));
         advance(length);
         parameters.push_back({label->label, done(value)});
@@ -152,17 +169,21 @@ const Node* Parser::parameterValue(const CommandForm& form,
     return isPlace ? insertionPoint() : expression();
 }
 
-// Where something is made or moved to: `end of x` is x, and `end` alone what is told.
+// Where something is made or moved to: `end of x` and `end of folders of x` are x, and `end` alone
+// is what is told.
 const Node* Parser::insertionPoint() {
     const std::size_t the = at(Word::the) ? 1 : 0;
     if (!at(Word::end, the) && !at(Word::beginning, the)) {
         return expression();
     }
     advance(the + 1);
-    if (take(Word::of)) {
-        return reference();
+    const Node* place = take(Word::of) ? reference() : nullptr;
+    if (place != nullptr && place->kind == NodeKind::element) {
+        const auto& elements = static_cast<const Element&>(*place);
+        const bool areAll = elements.form == Specifier::Form::every && elements.filter == nullptr;
+        place = areAll ? elements.container : place;
     }
-    return done(make<It>());
+    return place != nullptr ? place : done(make<It>());
 }
 
 } // namespace qv::applescript

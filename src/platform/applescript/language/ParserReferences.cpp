@@ -290,12 +290,21 @@ Parser::Part Parser::labelledCall() {
         arguments.push_back({tree_.keep(label), value});
         above(node, value);
     };
+    const auto isNew = [&](const std::string& name) {
+        if (std::ranges::find(arguments, name, &LabelledCall::Argument::label) != arguments.end()) {
+            --index_; // at the label again
+            failAsRepeated(name);
+        }
+        return !name.empty();
+    };
     const auto label = [&] {
         if (!atName()) {
             failExpected("identifier");
         }
         advance();
-        return lowered(nameOf(line_[index_ - 1]));
+        std::string name = lowered(nameOf(line_[index_ - 1]));
+        isNew(name);
+        return name;
     };
     if (at(Word::of) || at(Word::in)) {
         const std::string_view direct = at(Word::of) ? "of" : "in";
@@ -316,7 +325,7 @@ Parser::Part Parser::labelledCall() {
                 Literal* value = literal(ScriptValue::boolean(isWith));
                 add(label(), value);
             } while (at(Word::and_) || at(Kind::comma));
-        } else if (const std::string name = preposition(); !name.empty()) {
+        } else if (const std::string name = preposition(); isNew(name)) {
             add(name, expression());
         } else {
             break;

@@ -93,10 +93,6 @@ Term Parser::typeName() {
         failExpected("class name");
     }
     advance(found.length);
-    if (found.type == Term::alias && match().type == Term::list) {
-        advance();
-        return Term::list;
-    }
     return isAny && found.type == Term::none ? Term::classClass : found.type;
 }
 

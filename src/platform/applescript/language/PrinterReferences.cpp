@@ -213,7 +213,9 @@ std::string Printer::direct(const CommandNode* node) {
     }
     const bool isReference =
         form.direct == CommandForm::Direct::reference || node->command == Term::pathTo;
-    const std::string text = argument(node->direct, isReference          ? Level::reference
+    const bool isOfClass = node->command == Term::exists;
+    const std::string text = argument(node->direct, isOfClass            ? Level::coercion
+                                                    : isReference        ? Level::reference
                                                     : form.has(Term::as) ? Level::concatenation
                                                                          : Level::disjunction);
     // A name that is a label, or a folder's.

@@ -93,6 +93,7 @@ private:
     [[noreturn]] void fail(std::int64_t number, std::string brief);
     [[noreturn]] void failExpected(std::string_view what);
     [[noreturn]] void failBehind();
+    [[noreturn]] void failAsRepeated(std::string_view parameter);
     [[noreturn]] void failUnsupported();
     [[nodiscard]] bool isOperand(const Token& token) const noexcept;
 
@@ -217,8 +218,10 @@ private:
     // Commands (ParserCommands.cpp):
     Node* command(Term term, std::size_t length);
     Node* commandDirect(const CommandForm& form);
+    Node* referenceDirect(const CommandForm& form);
     bool commandParameter(const CommandForm& form, std::vector<CommandNode::Parameter>& parameters);
     bool flags(const CommandForm& form, std::vector<CommandNode::Parameter>& parameters);
+    void requireNew(std::span<const CommandNode::Parameter> parameters, Term label);
     const Node* parameterValue(const CommandForm& form, const CommandForm::Parameter& parameter);
     const Node* insertionPoint();
     Node* folder();

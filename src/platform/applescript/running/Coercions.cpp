@@ -209,7 +209,24 @@ Coerced toAlias(const ScriptValue& value, const Context& context) {
         error.offender = std::move(*file);
         throwError(std::move(error));
     }
-    return file;
+    const bool isFolder = file && context.world.fileExists(file->asFilePath() + "/");
+    return isFolder && !file->asFilePath().ends_with('/')
+               ? ScriptValue::file(file->asFilePath() + "/", Term::alias)
+               : file;
+}
+
+Coerced toAliasList(const ScriptValue& value, const Context& context) {
+    std::vector<ScriptValue> files;
+    const std::size_t count = value.is(Kind::list) ? value.asList().size() : 1;
+    const HeldBytes held(count * sizeof(ScriptValue));
+    for (std::size_t index = 0; index < count; ++index) {
+        Coerced file = toAlias(value.is(Kind::list) ? value.asList()[index] : value, context);
+        if (!file) {
+            return std::nullopt;
+        }
+        files.push_back(std::move(*file));
+    }
+    return ScriptValue::list(std::move(files));
 }
 
 template <Kind Wanted> Coerced onlyItself(const ScriptValue& value, const Context& /*context*/) {
@@ -238,6 +255,7 @@ constexpr auto kCoercions = std::to_array<CoercionRow>({
     {Term::constantClass, onlyItself<Kind::constant>},
     {Term::script, onlyItself<Kind::script>},
     {Term::alias, toAlias},
+    {Term::aliasList, toAliasList},
     {Term::file,
      [](const auto& value, const auto& context) { return toFile(value, Term::file, context); }},
     {Term::posixFile, [](const auto& value,

@@ -143,6 +143,9 @@ ScriptValue ScriptRun::sent(const CommandNode& node) {
             return call(tree_.run, std::vector<ScriptValue>(tree_.run.parameters.size(),
                                                             ScriptValue::list({})));
         }
+        if (node.command == Term::activate) {
+            return {}; // the script's process has no window to bring to the front
+        }
         failToUnderstand(command.hasDirect && node.command != Term::open ? command.direct : script_,
                          wordsOf(node.command), context_);
     }

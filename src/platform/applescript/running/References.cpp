@@ -137,7 +137,10 @@ ScriptValue ScriptRun::element(const Element& node, bool asks) {
         (sameClass(node.type, Term::text) || node.type == Term::character)) {
         return textFromCodePoints(evaluate(*node.key), context_);
     }
-    const ScriptValue container = containerOf(node.container);
+    ScriptValue container = containerOf(node.container);
+    if (node.filter != nullptr && container.is(Kind::file)) {
+        container = fileAsObject(container);
+    }
     const bool choosesOne = node.form == Form::index || node.form == Form::some ||
                             node.form == Form::middle || node.form == Form::name;
     if (node.filter == nullptr) {

@@ -3,6 +3,8 @@
 #include "platform/applescript/running/Number.h"
 #include "platform/applescript/running/ScriptRun.h"
 
+#include <algorithm>
+#include <array>
 #include <cmath>
 
 namespace qv::applescript {
@@ -13,17 +15,32 @@ using Kind = ScriptValue::Kind;
 
 constexpr std::size_t kLongestMessage = std::size_t{1} << 20U; // in bytes
 
+struct NumberText {
+    std::int64_t number;
+    std::string_view text;
+};
+// The text of `error number n` where the script gives none.
+constexpr auto kNumberTexts = std::to_array<NumberText>({
+    {error_number::kUserCanceled, "User canceled."},
+    {error_number::kFileNotFound, "File some object wasn’t found."},
+    {error_number::kOutOfMemory, "Out of memory."},
+    {-600, "Application isn’t running."},
+    {-609, "Connection is invalid."},
+    {error_number::kCannotConvert, "Can’t make some data into the expected type."},
+    {error_number::kTimedOut, "AppleEvent timed out."},
+    {error_number::kNoUserInteraction, "No user interaction allowed."},
+    {error_number::kCannotGet, "Can’t get some object."},
+    {error_number::kGeneral, "An unknown error has occurred."},
+    {error_number::kStackOverflow, "Stack overflow."},
+    {error_number::kEventFailed, "AppleEvent handler failed."},
+    {-10004, "A privilege violation occurred."},
+});
+
 std::string textOfErrorNumber(std::int64_t number) {
-    switch (number) {
-    case error_number::kUserCanceled:
-        return "User canceled.";
-    case error_number::kGeneral:
-        return "An unknown error has occurred.";
-    case error_number::kTimedOut:
-        return "AppleEvent timed out.";
-    default:
-        return "An error of type " + std::to_string(number) + " has occurred.";
-    }
+    const auto* row = std::ranges::find(kNumberTexts, number, &NumberText::number);
+    return row != kNumberTexts.end()
+               ? std::string(row->text)
+               : "An error of type " + std::to_string(number) + " has occurred.";
 }
 
 } // namespace

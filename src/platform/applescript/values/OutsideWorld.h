@@ -60,7 +60,7 @@ public:
     /// colons is a volume; one that is not mounted stands for the root.
     virtual std::string colonPath(std::string_view posixPath) = 0;
     virtual std::string posixPath(std::string_view colonPath) = 0;
-    /// Whether something is there, links not followed.
+    /// Whether something is there, links not followed; a folder if the path ends in a slash.
     virtual bool fileExists(const std::string& posixPath) = 0;
     /// Seconds since 1970 on the local clock.
     virtual double now() = 0;

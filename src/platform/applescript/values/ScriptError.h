@@ -20,7 +20,6 @@ inline constexpr std::int64_t kDuplicateFileName = -48;
 inline constexpr std::int64_t kFolderNotFound = -120;
 inline constexpr std::int64_t kOutOfMemory = -108;
 inline constexpr std::int64_t kAccessDenied = -5000;
-inline constexpr std::int64_t kNotRunning = -600;
 inline constexpr std::int64_t kCannotConvert = -1700;
 inline constexpr std::int64_t kParameterMissing = -1701;
 inline constexpr std::int64_t kNotUnderstood = -1708;
@@ -44,7 +43,6 @@ inline constexpr std::int64_t kExitOutsideRepeat = -2755;
 inline constexpr std::int64_t kParameterMismatch = -1721;
 inline constexpr std::int64_t kCannotSet = -10006;
 inline constexpr std::int64_t kEventFailed = -10000;
-inline constexpr std::int64_t kLaunchFailed = -10810;
 inline constexpr std::int64_t kApplicationNotFound = -10814;
 } // namespace error_number
 

@@ -127,6 +127,7 @@ constexpr auto kTerms = std::to_array<TermInfo>({
     {Term::script, TermKind::type, Dictionary::language, "script", "scripts"},
     {Term::handlerClass, TermKind::type, Dictionary::language, "handler", "handlers"},
     {Term::alias, TermKind::type, Dictionary::language, "alias", "aliases"},
+    {Term::aliasList, TermKind::type, Dictionary::language, "alias list", ""},
     {Term::file, TermKind::type, Dictionary::language, "file", "files"},
     {Term::posixFile, TermKind::type, Dictionary::language, "POSIX file", "POSIX files"},
     {Term::reference, TermKind::type, Dictionary::language, "reference", "references"},

@@ -134,6 +134,7 @@ enum class Term : std::uint16_t {
     script,
     handlerClass,
     alias,
+    aliasList,
     file,
     posixFile,
     reference,

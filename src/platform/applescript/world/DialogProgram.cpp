@@ -196,14 +196,16 @@ DialogAnswer DialogProgram::choose(const ListRequest& request, std::chrono::mill
     if (isZenity_) {
         words = {"--list", "--text=" + request.text, "--title=" + request.title, "--separator=\n",
                  "--hide-header"};
-        if (request.choosesSeveral) {
-            words.insert(words.end(),
-                         {"--checklist", "--column=", "--column=item", "--print-column=2"});
+        // Only lists with buttons can have items that are chosen already.
+        const bool hasButtons = request.choosesSeveral || !request.chosen.empty();
+        if (hasButtons) {
+            words.insert(words.end(), {request.choosesSeveral ? "--checklist" : "--radiolist",
+                                       "--column=", "--column=item", "--print-column=2"});
         } else {
             words.emplace_back("--column=item");
         }
         for (const std::string& each : request.items) {
-            if (request.choosesSeveral) {
+            if (hasButtons) {
                 words.emplace_back(isChosen(each) ? "TRUE" : "FALSE");
             }
             words.push_back(each);

@@ -41,6 +41,8 @@ ObjectAnswer asType(const WorldObject& item, const ScriptValue& as) {
     const ScriptValue file = FileObjects::fileValue(item);
     switch (type) {
     case Term::alias:
+    case Term::aliasList:
+        return file;
     case Term::file:
     case Term::posixFile:
         return ScriptValue::file(file.asFilePath(), type);
@@ -140,6 +142,13 @@ ScriptValue reveal(const Call& call) {
 
 ScriptValue nothing(const Call& /*call*/) { return {}; }
 
+ScriptValue refuse(const Call& call) {
+    constexpr std::int64_t kNotPermitted = -1743;
+    const std::string name = call.model.applicationName();
+    fail(kNotPermitted,
+         fmt::format("Not authorized to send “{}” to {}.", wordsOf(call.command.name), name), name);
+}
+
 using ItemCommand = ScriptValue (ItemCommands::*)(const Command&);
 
 template <ItemCommand kCarryOut> ScriptValue onItems(const Call& call) {
@@ -178,6 +187,10 @@ constexpr std::array kObjectCommands = std::to_array<ObjectCommand>({
     {Term::reopen, nothing},
     {Term::quit, nothing},
     {Term::close, nothing},
+    {Term::restart, refuse},
+    {Term::shutDown, refuse},
+    {Term::logOut, refuse},
+    {Term::sleep, refuse},
 });
 
 } // namespace

@@ -135,7 +135,8 @@ std::string LinuxWorld::colonPath(std::string_view posixPath) { return colonPath
 std::string LinuxWorld::posixPath(std::string_view colonPath) { return posixPathOf(colonPath); }
 
 bool LinuxWorld::fileExists(const std::string& posixPath) {
-    return FileFacts::of(std::string(withoutTrailingSlashes(posixPath))).has_value();
+    const auto facts = FileFacts::of(std::string(withoutTrailingSlashes(posixPath)));
+    return facts && (!posixPath.ends_with('/') || (facts->isFolder && !facts->isLink));
 }
 
 double LinuxWorld::now() { return localSeconds(std::time(nullptr)); }

@@ -19,7 +19,6 @@ namespace {
 using ObjectKind = WorldObject::Kind;
 
 constexpr const char* kSystemEvents = "System Events";
-constexpr std::int64_t kNotPermitted = -1743;
 
 WorldObject processObject(const RunningProcess& process) {
     return {.kind = ObjectKind::process,
@@ -83,9 +82,6 @@ bool removeLoginItems(WorldContext& context, SystemEventsObjects& model,
     }
     return true;
 }
-
-constexpr std::array kNotAllowed =
-    std::to_array<Term>({Term::restart, Term::shutDown, Term::logOut, Term::sleep});
 
 } // namespace
 
@@ -196,6 +192,10 @@ std::optional<ObjectAnswer> SystemEventsObjects::loginItemProperty(const WorldOb
         return ScriptValue::text(validText(item->path));
     case Term::hidden:
         return ScriptValue::boolean(item->isHidden);
+    case Term::kind: {
+        const auto facts = FileFacts::of(std::string(withoutTrailingSlashes(item->path)));
+        return facts ? filePropertyOf(context(), *facts, Term::kind) : ScriptValue();
+    }
     case Term::class_:
         return ScriptValue::type(Term::loginItem);
     default:
@@ -263,11 +263,6 @@ ScriptValue SystemEventsObjects::reference(const WorldObject& object) {
 ScriptValue sendToSystemEvents(WorldContext& context, const Specifier& target,
                                const Command& command) {
     SystemEventsObjects model(context);
-    if (std::ranges::find(kNotAllowed, command.name) != kNotAllowed.end()) {
-        fail(kNotPermitted,
-             fmt::format("Not authorized to send “{}” to System Events.", wordsOf(command.name)),
-             kSystemEvents);
-    }
     if (command.name == Term::make) {
         const ScriptValue* const type = command.parameter(Term::newParameter);
         const bool isLoginItem = type != nullptr && type->is(ScriptValue::Kind::type) &&

@@ -57,6 +57,7 @@ constexpr std::array kLintRules = std::to_array<LintRule>({
     {"argument-not-text", kError, "An argument of a tool is not a text"},
     {"shell-syntax", kWarning, "An argument is for a shell, and none runs the tool"},
     {"success-codes", kWarning, "Only status 0 is success, whatever codes are listed"},
+    {"applescript-syntax", kError, "An AppleScript does not compile"},
     {"open-block", kError, "A block has no end"},
     {"stray-else", kError, "An else stands outside of a block"},
     {"stray-end-if", kError, "The end of a block stands outside of a block"},

@@ -51,6 +51,7 @@ enum class Check : std::uint8_t {
     argumentNotText,
     shellSyntax,
     successCodes,
+    appleScriptSyntax,
     openBlock,
     strayElse,
     strayEndIf,
@@ -148,6 +149,8 @@ void reviewPlace(const ReviewedStep& step, const Field& field, const Value& valu
                  Findings& findings);
 void reviewTool(const ReviewedStep& step, Findings& findings);
 void reviewValues(const ReviewedStep& step, Findings& findings);
+void reviewAppleScript(const ReviewedStep& step, const Field& field, std::string_view source,
+                       Findings& findings);
 
 /// The path of a file URL as the lexical form of an absolute path, without "//", "." and a slash at
 /// its end; none for any other text and for a path with "..".

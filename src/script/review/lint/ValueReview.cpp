@@ -89,6 +89,9 @@ void reviewValues(const ReviewedStep& step, Findings& findings) {
         const Value* value = step.value(field);
         if (value != nullptr && value->is(Value::Kind::string)) {
             reviewDesignation(step, field, value->asString(), findings);
+            if (field.kind == FieldKind::appleScript) {
+                reviewAppleScript(step, field, value->asString(), findings);
+            }
         }
     }
     reviewIdleFlags(step, findings);

@@ -2,6 +2,7 @@
 
 #include "platform/foundation/os/Descriptor.h"
 #include "platform/foundation/os/ProcessIdentity.h"
+#include "platform/foundation/process/state/TerminationWatch.h"
 #include "platform/foundation/process/task/Task.h"
 
 #include <array>
@@ -10,7 +11,6 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <span>
-#include <sys/signalfd.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -25,32 +25,6 @@ Descriptor aboveStandardStreams(Descriptor descriptor) {
                ? std::move(descriptor)
                : Descriptor(::fcntl(descriptor.get(), F_DUPFD_CLOEXEC, kFirstPrivateFd));
 }
-
-// Holds back, while it lives, the signals that tell this process to end.
-class TerminationWatch {
-public:
-    TerminationWatch() {
-        sigset_t signals{};
-        ::sigemptyset(&signals);
-        for (const int each : {SIGINT, SIGTERM, SIGHUP}) {
-            ::sigaddset(&signals, each);
-        }
-        ::pthread_sigmask(SIG_BLOCK, &signals, &before_);
-        descriptor_ = Descriptor(::signalfd(-1, &signals, SFD_CLOEXEC));
-    }
-    TerminationWatch(const TerminationWatch&) = delete;
-    TerminationWatch& operator=(const TerminationWatch&) = delete;
-    TerminationWatch(TerminationWatch&&) = delete;
-    TerminationWatch& operator=(TerminationWatch&&) = delete;
-    ~TerminationWatch() { ::pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-
-    /// Readable once one of them has come.
-    [[nodiscard]] int descriptor() const { return descriptor_.get(); }
-
-private:
-    sigset_t before_{};
-    Descriptor descriptor_;
-};
 
 // Waits until one of the descriptors can be read; `exited` then. The first is that of a watch.
 Ending awaitOne(std::span<pollfd> entries, const Deadline& deadline) {
