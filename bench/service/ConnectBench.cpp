@@ -1,5 +1,4 @@
-// The real service against a bare socket. Run as a signed client of a running service:
-//     packaging/development/service BUILD BUILD/bin/bench_connect
+// The real service, which it starts, against a bare socket; all of them on one processor.
 // 1. Connect, verification, first reply, close, with a warm cache, over connecting to a bare echo
 //    socket and exchanging the same bytes. Goal: at most 2 ms more.
 // 2. An empty script over a connection that stands, request to reply, over the bare echo of the
@@ -16,6 +15,8 @@
 #include "client/QVCatalogHelperClient.h"
 #include "platform/foundation/os/Descriptor.h"
 #include "platform/xpc/ClientConnection.h"
+#include "support/Contest.h"
+#include "support/LiveService.h"
 
 #include <fmt/core.h>
 
@@ -40,6 +41,7 @@ namespace {
 
 using qv::Descriptor;
 using qv::QVCatalogHelperClient;
+using qv::bench::median;
 using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t kRequestBytes = 200; // about what the request and the reply take on the wire
@@ -52,12 +54,6 @@ constexpr int kStrangersASecond = 1000;
 constexpr int kFloodSeconds = 4;
 constexpr auto kBreath = std::chrono::milliseconds(1); // between two round trips
 constexpr uid_t kNobody = 65534;
-
-double median(std::vector<double> values) {
-    std::ranges::nth_element(values,
-                             values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2));
-    return values[values.size() / 2];
-}
 
 template <typename Work> double microseconds(const Work& work) {
     const auto begin = Clock::now();
@@ -134,8 +130,8 @@ private:
     pid_t server_ = -1;
 };
 
-QVCatalogHelperClient connectToService() {
-    auto client = QVCatalogHelperClient::connect();
+QVCatalogHelperClient connectToService(const std::string& path) {
+    auto client = QVCatalogHelperClient::connect(path);
     if (!client) {
         throw std::runtime_error(client.error().localizedDescription());
     }
@@ -147,16 +143,16 @@ void executeEmpty(QVCatalogHelperClient& client) {
     require(outcome && outcome->success, "the empty script failed");
 }
 
-void measureConnects(EchoServer& echo) {
+void measureConnects(EchoServer& echo, const std::string& path) {
     { // Fills the caches of the service.
-        QVCatalogHelperClient first = connectToService();
+        QVCatalogHelperClient first = connectToService(path);
         executeEmpty(first);
     }
     std::vector<double> ours;
     std::vector<double> bare;
     for (int i = 0; i < kConnects; ++i) {
-        ours.push_back(microseconds([] {
-            QVCatalogHelperClient client = connectToService();
+        ours.push_back(microseconds([&] {
+            QVCatalogHelperClient client = connectToService(path);
             executeEmpty(client);
         }));
         bare.push_back(microseconds([&] {
@@ -170,8 +166,8 @@ void measureConnects(EchoServer& echo) {
                median(ours), median(bare), more / 1000, more <= 2000 ? "goal met" : "goal missed");
 }
 
-void measureRoundTrips(EchoServer& echo) {
-    QVCatalogHelperClient client = connectToService();
+void measureRoundTrips(EchoServer& echo, const std::string& path) {
+    QVCatalogHelperClient client = connectToService(path);
     const Descriptor socket = echo.connect();
     std::vector<double> ours;
     std::vector<double> bare;
@@ -201,8 +197,7 @@ pid_t peerOf(int socket) {
     return peer.pid;
 }
 
-void measureFurtherConnections(EchoServer& echo) {
-    const std::string path = QVCatalogHelperClient::defaultSocketPath();
+void measureFurtherConnections(EchoServer& echo, const std::string& path) {
     const auto connected = [&] {
         auto connection = qv::xpc::ClientConnection::connect(path);
         require(connection.has_value(), "the service refuses this program");
@@ -237,9 +232,7 @@ void measureFurtherConnections(EchoServer& echo) {
 }
 
 // Another user, and an unsigned program.
-pid_t startStrangers() {
-    const std::string path = QVCatalogHelperClient::defaultSocketPath();
-    require(::chmod(path.c_str(), 0666) == 0, "the socket's mode"); // as in an installed system
+pid_t startStrangers(const std::string& path) {
     const pid_t child = ::fork();
     require(child >= 0, "fork");
     if (child == 0) {
@@ -254,15 +247,15 @@ pid_t startStrangers() {
     return child;
 }
 
-void measureFlood() {
-    QVCatalogHelperClient client = connectToService();
+void measureFlood(const std::string& path) {
+    QVCatalogHelperClient client = connectToService(path);
     std::vector<double> quiet;
     std::vector<double> flooded;
     for (int i = 0; i < kFloodSeconds * 500; ++i) {
         quiet.push_back(microseconds([&] { executeEmpty(client); }));
         std::this_thread::sleep_for(kBreath);
     }
-    const pid_t strangers = startStrangers();
+    const pid_t strangers = startStrangers(path);
     int status = 0;
     const double duration = microseconds([&] {
         while (::waitpid(strangers, &status, WNOHANG) == 0) {
@@ -283,16 +276,22 @@ void measureFlood() {
 int main(int count, char** arguments) {
     try {
         if (count > 1 && std::string_view(arguments[1]) == "--once") { // for first-connection
-            fmt::print("{:.0f}\n", microseconds([] { static_cast<void>(connectToService()); }));
+            fmt::print("{:.0f}\n", microseconds([] {
+                           static_cast<void>(
+                               connectToService(QVCatalogHelperClient::defaultSocketPath()));
+                       }));
             return EXIT_SUCCESS;
         }
+        qv::bench::useOneProcessor();
+        const qv::test::LiveService service;
+        const std::string path = service.socketPath();
         // A program that was changed a moment ago is hashed for each client that runs it.
         std::this_thread::sleep_for(kSettlingTime);
         EchoServer echo;
-        measureConnects(echo);
-        measureRoundTrips(echo);
-        measureFurtherConnections(echo);
-        measureFlood();
+        measureConnects(echo, path);
+        measureRoundTrips(echo, path);
+        measureFurtherConnections(echo, path);
+        measureFlood(path);
     } catch (const std::exception& exception) {
         fmt::print(stderr, "bench_connect: {}\n", exception.what());
         return EXIT_FAILURE;

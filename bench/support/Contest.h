@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <sched.h>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -11,6 +12,22 @@
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
+
+namespace qv::bench {
+
+/// Where two processes answer each other, they share one processor, with all that are started from
+/// here: on several, the wake-up of the other one costs more than either side, and whether it is
+/// needed is the scheduler's whim.
+inline void useOneProcessor() {
+    cpu_set_t one;
+    CPU_ZERO(&one);
+    CPU_SET(static_cast<std::size_t>(::sched_getcpu()), &one);
+    if (::sched_setaffinity(0, sizeof one, &one) != 0) {
+        throw std::runtime_error("one processor");
+    }
+}
+
+} // namespace qv::bench
 
 /// Two contenders that take turns, each run a process of its own, so that both are charged alike.
 namespace qv::bench {
