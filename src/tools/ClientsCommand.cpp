@@ -1,6 +1,6 @@
 #include "platform/foundation/log/Log.h"
 #include "platform/security/install/AllowedClients.h"
-#include "platform/security/install/MarkedPrograms.h"
+#include "tools/ClientSurvey.h"
 #include "tools/Commands.h"
 #include "tools/Input.h"
 #include "tools/Json.h"
@@ -10,68 +10,13 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
-#include <algorithm>
-#include <set>
-
 namespace qv::tools {
 
 namespace {
 
 using Style = Terminal::Style;
 
-const std::vector<std::string> kFolders = {"/usr", "/usr/local", "/opt", "/srv"};
-
-struct InstalledProgram {
-    std::string path;
-    bool accepted = false;
-    std::string client; // or why it is none
-};
-
-struct Survey {
-    std::vector<std::string> folders;
-    std::vector<InstalledProgram> programs;
-    std::vector<ReportFact> faults; // not of one program
-};
-
-InstalledProgram judged(const std::string& path, const ProgramJudge& judge) {
-    const auto program = openProgram(path);
-    if (!program) {
-        return {.path = path, .client = reasonOf(program.error())};
-    }
-    const Findings findings = judge.judge(*program);
-    const auto client =
-        std::ranges::find(findings.report.identity, std::string("client"), &ReportFact::name);
-    return {.path = path,
-            .accepted = findings.accepted,
-            .client = findings.accepted && client != findings.report.identity.end()
-                          ? client->text
-                          : findings.verdict};
-}
-
-Survey survey(const ProgramJudge& judge, const std::vector<std::string>& folders) {
-    Survey survey{.folders = folders, .programs = {}, .faults = judge.faults()};
-    const auto group = judge.configuration().clientGroup;
-    if (!group) {
-        survey.faults.push_back({"client group", ClientVerification::clientGroupReason(),
-                                 "run systemd-sysusers, once the service is installed"});
-        return survey;
-    }
-    std::set<std::string> paths; // a folder may lie in another one
-    for (const std::string& folder : folders) {
-        MarkedPrograms found = findMarkedPrograms(folder, *group);
-        paths.insert(found.paths.begin(), found.paths.end());
-        for (const auto& [path, error] : found.failures) {
-            survey.faults.push_back(
-                {"not looked into", fmt::format("{}: {}", log::foreign(path), reasonOf(error))});
-        }
-    }
-    for (const std::string& path : paths) {
-        survey.programs.push_back(judged(path, judge));
-    }
-    return survey;
-}
-
-Value jsonOf(const Survey& survey, const AcceptedClients& clients) {
+Value jsonOf(const ClientSurvey& survey, const AcceptedClients& clients) {
     std::vector<Value> allowed;
     allowed.reserve(clients.names.size());
     for (std::size_t index = 0; index < clients.names.size(); ++index) {
@@ -98,7 +43,7 @@ Value jsonOf(const Survey& survey, const AcceptedClients& clients) {
                               {"faults", Value::array(std::move(faults))}});
 }
 
-void show(const Survey& survey, const ProgramJudge& judge) {
+void show(const ClientSurvey& survey, const ProgramJudge& judge) {
     Terminal& out = Terminal::standardOutput();
     const AcceptedClients& clients = judge.clients();
     out.line(out.styled("Allowed clients:", Style::strong));
@@ -140,7 +85,7 @@ Result clients(const ClientsOptions& options) {
         return failure(ExitStatus::failed, accepted.error().description());
     }
     const ProgramJudge judge(std::move(*accepted));
-    const Survey found = survey(judge, options.folders.empty() ? kFolders : options.folders);
+    const ClientSurvey found = surveyOf(judge, options.folders);
     if (options.json) {
         Terminal::standardOutput().line(jsonText(jsonOf(found, judge.clients())));
     } else {

@@ -27,6 +27,7 @@ OptionDescription describedOption(const CLI::Option& option) {
     }
     description.help = option.get_description();
     description.isRequired = option.get_required();
+    description.isCommon = option.get_group() == kCommonGroup || option.check_lname("help");
     description.takesSeveral =
         option.get_items_expected_max() >= CLI::detail::expected_max_vector_size;
     if (option.get_items_expected_max() > 0) {
@@ -158,8 +159,14 @@ Result parseAndRun(int count, const char* const* arguments) {
     }
     app.footer(statuses);
     Command chosen;
-    addAllCommands(app, chosen);
+    CommonOptions common;
+    addAllCommands(app, chosen, common);
     const Result parsed = parse(app, count, arguments);
+    using Colours = Appearance::Colours;
+    Terminal::setAppearance({.colours = common.colours == "always"  ? Colours::always
+                                        : common.colours == "never" ? Colours::never
+                                                                    : Colours::automatic,
+                             .quiet = common.quiet});
     return parsed && chosen ? chosen() : parsed;
 }
 

@@ -1,6 +1,5 @@
 #include "tools/CommandRows.h"
 
-#include "client/QVCatalogHelperClient.h"
 #include "tools/CommandTree.h"
 #include "tools/Commands.h"
 
@@ -13,55 +12,6 @@
 namespace qv::tools {
 
 namespace {
-
-void addRun(CLI::App& command, Command& chosen) {
-    auto options = std::make_shared<RunOptions>();
-    options->socketPath = QVCatalogHelperClient::defaultSocketPath();
-    command
-        .add_option("FILE", options->file,
-                    "the script, as people write it or as exact steps; - for standard input")
-        ->required();
-    command.add_option("--socket", options->socketPath, "where the service listens")
-        ->type_name("PATH")
-        ->capture_default_str();
-    command.add_flag("--json", options->json, "print the outcome as JSON");
-    auto* strict = command.add_flag("--strict", options->strict,
-                                    "do not send a script in which mistakes are found");
-    command.add_flag("--no-lint", options->noLint, "do not look for mistakes")->excludes(strict);
-    command.callback([&chosen, options] { chosen = [options] { return run(*options); }; });
-}
-
-void addLog(CLI::App& command, Command& chosen) {
-    auto options = std::make_shared<LogOptions>();
-    command.add_option("RUN", options->run, "one run, by its ID or the beginning of it: its steps");
-    command.add_option("--client", options->client, "runs of a client, by name or identifier")
-        ->type_name("NAME");
-    command.add_option("--user", options->user, "runs on behalf of a user, by name or number")
-        ->type_name("USER");
-    command
-        .add_option("--since", options->since,
-                    "runs from then on: \"2026-11-22 14:30\", or 90m, 12h, 7d ago")
-        ->type_name("TIME");
-    command.add_option("--item", options->item, "runs that touched a path, or what is in it")
-        ->type_name("PATH");
-    command.add_flag("--failed", options->failed, "runs that failed");
-    command.add_option("--last", options->last, "how many of them")
-        ->capture_default_str()
-        ->type_name("COUNT");
-    command.add_flag("--all", options->all, "all of them");
-    command.add_option("--journal", options->journal, "a folder of journal files to read instead")
-        ->type_name("FOLDER");
-    command.add_flag("--json", options->json, "print as JSON");
-    command.callback([&chosen, options] { chosen = [options] { return showLog(*options); }; });
-}
-
-void addStatus(CLI::App& command, Command& chosen) {
-    auto options = std::make_shared<StatusOptions>();
-    command.add_option("--journal", options->journal, "a folder of journal files to read instead")
-        ->type_name("FOLDER");
-    command.add_flag("--json", options->json, "print as JSON");
-    command.callback([&chosen, options] { chosen = [options] { return status(*options); }; });
-}
 
 void addBuild(CLI::App& command, Command& chosen) {
     auto options = std::make_shared<BuildOptions>();
@@ -171,6 +121,7 @@ void addSign(CLI::App& command, Command& chosen) {
     command.add_option("--info", options->info, "property list with the information dictionary")
         ->type_name("FILE");
     command.add_option("--platform", options->platform, "platform number")->type_name("NUMBER");
+    command.add_flag("--json", options->json, "print as JSON");
     command.callback([&chosen, options] { chosen = [options] { return sign(*options); }; });
 }
 
@@ -224,6 +175,7 @@ void addPlist(CLI::App& command, Command& chosen) {
         ->type_name("FILE");
     command.add_flag("--archive", options->archive,
                      "decode a keyed archive; shown as JSON unless --to says otherwise");
+    command.add_flag("--json", options->json, "whether it is valid, as JSON; with --to, a failure");
     command.callback([&chosen, options] { chosen = [options] { return plist(*options); }; });
 }
 
@@ -362,6 +314,7 @@ void addVersion(CLI::App& command, Command& chosen) {
     auto options = std::make_shared<VersionOptions>();
     command.add_option("A", options->version, "a version, e.g. 10.6.8")->required();
     command.add_option("B", options->other, "another one")->required();
+    command.add_flag("--json", options->json, "print as JSON");
     command.callback([&chosen, options] { chosen = [options] { return version(*options); }; });
 }
 
@@ -377,12 +330,14 @@ void addTrustCheck(CLI::App& command, Command& chosen) {
     auto* pid =
         command.add_option("--pid", options->pid, "a running process instead")->type_name("PID");
     path->excludes(pid);
+    command.add_flag("--json", options->json, "print as JSON");
     command.callback([&chosen, options] { chosen = [options] { return trustCheck(*options); }; });
 }
 
 void addTrustRevoke(CLI::App& command, Command& chosen) {
     auto options = std::make_shared<TrustRevokeOptions>();
     command.add_option("PATH", options->path, "as list shows it; the file may be gone")->required();
+    command.add_flag("--json", options->json, "print as JSON");
     command.callback([&chosen, options] { chosen = [options] { return trustRevoke(*options); }; });
 }
 
@@ -423,14 +378,18 @@ constexpr std::array kTrust = std::to_array<CommandRow>({
 
 constexpr std::array kCommands = std::to_array<CommandRow>({
     {"run", "Send a script to the service and show how it went", addRun},
+    {"demo", "Have a harmless script carried out, and show its plan, run and record (root only)",
+     addDemo},
     {"log", "Show past runs: who had what done, and how it went", addLog},
-    {"status", "Show what runs now, for whom and since when", addStatus},
+    {"status", "Show what runs now, for whom and since when, and who waits", addStatus},
+    {"doctor", "Look for what keeps the service from working, and tell what to do", addDoctor},
     {"new", "Write a first script, with comments, to start from", addNew},
     {"build", "Make the exact steps of a script that people write", addBuild},
     {"show", "Write a script of exact steps as people write it", addShow},
     {"schema", "Print the JSON Schema of scripts, for editors", addSchema},
     {"lint", "Look for mistakes in scripts", addLint},
     {"plan", "Show what a script would do, without doing it", addPlan},
+    {"setup", "Let root use run and demo on this machine (root only)", addSetup},
     {"sign", "Sign a program, replacing the signature that it has", addSign},
     {"install-client", "Install a signed program as a client of the service (root only)",
      addInstallClient},
@@ -454,20 +413,38 @@ constexpr std::array kCommands = std::to_array<CommandRow>({
     {"describe", "Print a manual page or a shell's completion of this command", addDescribe},
 });
 
-void addCommands(CLI::App& parent, std::span<const CommandRow> rows, Command& chosen) {
+void addCommon(CLI::App& command, CommonOptions& options) {
+    const std::string group(kCommonGroup);
+    command
+        .add_option("--color", options.colours,
+                    "auto: on a terminal, unless NO_COLOR is set or TERM is dumb; always or never")
+        ->type_name("WHEN")
+        ->check(CLI::IsMember({"auto", "always", "never"}))
+        ->group(group);
+    command
+        .add_flag("--quiet", options.quiet,
+                  "no progress and no remarks on standard error; run tells of failures only")
+        ->group(group);
+}
+
+void addCommands(CLI::App& parent, std::span<const CommandRow> rows, Command& chosen,
+                 CommonOptions& common) {
     parent.require_subcommand(1);
     for (const CommandRow& row : rows) {
         CLI::App& command = *parent.add_subcommand(std::string(row.name), std::string(row.help));
         if (row.addOptions != nullptr) {
             row.addOptions(command, chosen);
+            addCommon(command, common);
         } else {
-            addCommands(command, row.group, chosen);
+            addCommands(command, row.group, chosen, common);
         }
     }
 }
 
 } // namespace
 
-void addAllCommands(CLI::App& app, Command& chosen) { addCommands(app, kCommands, chosen); }
+void addAllCommands(CLI::App& app, Command& chosen, CommonOptions& common) {
+    addCommands(app, kCommands, chosen, common);
+}
 
 } // namespace qv::tools

@@ -4,6 +4,8 @@
 #include "tools/Commands.h"
 
 #include <functional>
+#include <string>
+#include <string_view>
 
 namespace CLI {
 class App;
@@ -11,11 +13,29 @@ class App;
 
 namespace qv::tools {
 
-/// What a command line has chosen, ready to be called.
+/// The group of the options that every command has, in the help.
+inline constexpr std::string_view kCommonGroup = "Options of every command";
+
+/// The command that a command line has chosen, ready to be called.
 using Command = std::function<Result()>;
 
-/// Gives the program its commands with their options; `chosen` must live as long as `app`.
-void addAllCommands(CLI::App& app, Command& chosen);
+/// Options of every command.
+struct CommonOptions {
+    std::string colours = "auto"; ///< or always, never
+    bool quiet = false;
+};
+
+/// Gives the program its commands with their options; `chosen` and `common` must live as long as
+/// `app`.
+void addAllCommands(CLI::App& app, Command& chosen, CommonOptions& common);
+
+// Those of the commands that work with the service, in ServiceCommandRows.cpp.
+void addRun(CLI::App& command, Command& chosen);
+void addLog(CLI::App& command, Command& chosen);
+void addStatus(CLI::App& command, Command& chosen);
+void addDoctor(CLI::App& command, Command& chosen);
+void addSetup(CLI::App& command, Command& chosen);
+void addDemo(CLI::App& command, Command& chosen);
 
 /// A command with its options and the commands below it, without hidden ones.
 [[nodiscard]] CommandDescription descriptionOf(const CLI::App& command);

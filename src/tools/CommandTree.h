@@ -14,6 +14,7 @@ struct OptionDescription {
     std::string help;
     bool isRequired = false;
     bool takesSeveral = false;
+    bool isCommon = false; ///< every command has it
 };
 
 /// A command, or a group of commands, which has no options but --help.

@@ -22,6 +22,8 @@ enum class ExitStatus : std::uint8_t {
     faulty = 3,
     notAuthorised = 4,
     unreachable = 5,
+    timedOut = 6,
+    cancelled = 7,
     changes = 10,
 };
 
@@ -29,7 +31,8 @@ struct ExitStatusMeaning {
     ExitStatus status;
     std::string_view meaning;
 };
-/// What users are told about each status, by the help, the manual page and the README.
+/// The meaning of each status as users are told it, by the help, the manual page and
+/// docs/command.md.
 inline constexpr std::array kExitStatusMeanings = std::to_array<ExitStatusMeaning>({
     {ExitStatus::success, "done, or the answer is yes"},
     {ExitStatus::failed,
@@ -42,11 +45,14 @@ inline constexpr std::array kExitStatusMeanings = std::to_array<ExitStatusMeanin
     {ExitStatus::notAuthorised,
      "the service refuses this program, or run in an installed system was not started by root"},
     {ExitStatus::unreachable, "the service cannot be reached, or the connection broke"},
+    {ExitStatus::timedOut, "run waited as long as it was told to, and the service did not answer"},
+    {ExitStatus::cancelled, "run was interrupted; what was sent is carried out all the same"},
     {ExitStatus::changes, "a plan that changes something"},
 });
 
-/// Why a command has no answer, in one line. With --json it is printed as an object: "error" is the
-/// reason, "exitStatus" the status, "status" the code of a platform's error, if there is one.
+/// The reason for which a command has no answer, in one line. With --json it is printed as an
+/// object on one line: "error" is the reason, "exitStatus" the status, "status" the code of a
+/// platform's error, if there is one.
 struct Failure {
     ExitStatus status;
     std::string reason;
@@ -67,9 +73,12 @@ struct RunOptions {
     std::string file; ///< "-" for standard input
     std::string socketPath;
     bool json = false;
-    bool strict = false; ///< a script with mistakes is not sent
-    bool noLint = false; ///< mistakes are not looked for
+    bool strict = false;           ///< a script with mistakes is not sent
+    bool noLint = false;           ///< mistakes are not looked for
+    std::optional<double> timeout; ///< in seconds; none: as long as the script takes
 };
+/// Sends a script and shows how it went. With `json` it prints a line of JSON for each of: the
+/// version of this format, the mistakes that were found, each step, the outcome.
 Result run(const RunOptions& options);
 
 struct LogOptions {
@@ -83,6 +92,7 @@ struct LogOptions {
     bool all = false;
     bool failed = false;
     bool json = false;
+    bool jsonOnOneLine = false;
 };
 /// Prints the past runs, or one of them with its steps.
 Result showLog(const LogOptions& options);
@@ -91,8 +101,15 @@ struct StatusOptions {
     std::string journal; ///< as in LogOptions
     bool json = false;
 };
-/// Prints what runs now, for whom and since when.
+/// Prints what runs now, for whom and since when, and who else is connected.
 Result status(const StatusOptions& options);
+
+struct DoctorOptions {
+    bool json = false;
+};
+/// Looks at all that the service needs, and prints a line for each; `failed` if something keeps it
+/// from working.
+Result doctor(const DoctorOptions& options);
 
 struct BuildOptions {
     std::string file;
@@ -138,9 +155,27 @@ struct PlanCommandOptions {
     bool diff = false;
     bool all = false; ///< every item that changes, not the first few of a step
     bool json = false;
+    bool jsonOnOneLine = false;
 };
 /// Prints what a script would do. `success`: nothing; `changes`: something; `failed`: it stops.
 Result plan(const PlanCommandOptions& options);
+
+struct SetupOptions {
+    bool remove = false;    ///< take it away, and keep packages from bringing it back
+    bool byPackage = false; ///< heed what the administrator has said, and say nothing for him
+    bool json = false;
+};
+/// Lets root use `run` and `demo` on this machine.
+Result setup(const SetupOptions& options);
+
+struct DemoOptions {
+    std::string socketPath;
+    bool keep = false; ///< its folder
+    bool json = false; ///< a value a line
+};
+/// Has a harmless script carried out and shows all that there is to see of it. The status is that
+/// of the run.
+Result demo(const DemoOptions& options);
 
 struct SignOptions {
     std::string file;
@@ -153,6 +188,7 @@ struct SignOptions {
     std::string entitlements;       ///< property-list file
     std::string info;               ///< property-list file
     std::uint32_t platform = 0;
+    bool json = false;
 };
 Result sign(const SignOptions& options);
 
@@ -184,6 +220,7 @@ struct PlistOptions {
     std::string to; ///< xml, binary or json; empty: only validate
     std::string output;
     bool archive = false;
+    bool json = false; ///< the answer to the question whether it is valid
 };
 Result plist(const PlistOptions& options);
 
@@ -270,6 +307,7 @@ Result findBundle(const FindBundleOptions& options);
 struct VersionOptions {
     std::string version;
     std::string other;
+    bool json = false;
 };
 /// Prints -1, 0 or 1: the first version is the older one, the same, the newer one.
 Result version(const VersionOptions& options);
@@ -284,11 +322,13 @@ Result trustList(const TrustListOptions& options);
 struct TrustCheckOptions {
     std::string path;
     std::optional<int> pid;
+    bool json = false;
 };
 Result trustCheck(const TrustCheckOptions& options);
 
 struct TrustRevokeOptions {
     std::string path;
+    bool json = false;
 };
 Result trustRevoke(const TrustRevokeOptions& options);
 

@@ -130,7 +130,8 @@ Result refuseFaultyScript(const ScriptSource& source, bool json) {
         Terminal::standardOutput().line(jsonText(
             Value::dictionary({{"error", Value::string(reason)},
                                {"exitStatus", Value::integer(static_cast<int>(ExitStatus::faulty))},
-                               {"findings", findingsAsValue(source, source.faults)}})));
+                               {"findings", findingsAsValue(source, source.faults)}}),
+            true));
     } else {
         showFindings(source, source.faults, Terminal::standardError());
     }

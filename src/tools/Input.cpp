@@ -37,7 +37,10 @@ tl::expected<std::string, Error> readInput(const std::string& file) {
             return tl::unexpected(Error::posix(errno));
         }
     }
-    const int descriptor = opened ? opened.get() : STDIN_FILENO;
+    return readToEnd(opened ? opened.get() : STDIN_FILENO);
+}
+
+tl::expected<std::string, Error> readToEnd(int descriptor) {
     std::string content;
     constexpr std::size_t kPiece = std::size_t{1} << 16U;
     while (true) {

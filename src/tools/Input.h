@@ -14,6 +14,9 @@ namespace qv::tools {
 /// All bytes of a file, or of standard input for "-". At most 1 GiB. Errors: NSPOSIXErrorDomain.
 [[nodiscard]] tl::expected<std::string, Error> readInput(const std::string& file);
 
+/// The same of what is open.
+[[nodiscard]] tl::expected<std::string, Error> readToEnd(int descriptor);
+
 struct ListInput {
     std::string content;
     PropertyListDocument document;

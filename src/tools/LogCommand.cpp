@@ -17,15 +17,6 @@ namespace qv::tools {
 
 namespace {
 
-using Style = Terminal::Style;
-
-Style styleOf(std::string_view outcome) {
-    if (outcome == "succeeded" || outcome == "changed") {
-        return Style::good;
-    }
-    return outcome == "failed" ? Style::bad : Style::faint;
-}
-
 // "2026-11-22", "2026-11-22 14:30" on the local clock, or how long ago: "90m", "12h", "7d".
 std::optional<std::uint64_t> momentFrom(const std::string& text) {
     std::uint64_t count = 0;
@@ -78,17 +69,9 @@ void showList(const std::vector<RunEntry>& runs) {
         const std::string outcome = outcomeText(run);
         out.line(fmt::format("{}  {}  {}  {} steps in {}, client {} ({}), user {}",
                              localTime(run.begin), run.run,
-                             out.styled(fmt::format("{:9}", outcome), styleOf(outcome)),
+                             out.styled(fmt::format("{:9}", outcome), styleOfOutcome(outcome)),
                              run.stepCount, secondsText(run.microseconds), log::foreign(run.client),
                              log::foreign(run.identifier), userText(run.user)));
-    }
-}
-
-void showFault(const std::string& domain, const std::string& code, const std::string& error) {
-    if (!domain.empty()) {
-        Terminal::standardOutput().line(fmt::format("      error: {}{}{} {}{}", log::foreign(error),
-                                                    error.empty() ? "" : " (", log::foreign(domain),
-                                                    log::foreign(code), error.empty() ? "" : ")"));
     }
 }
 
@@ -100,21 +83,12 @@ void showRun(const RunEntry& run) {
     out.line(fmt::format("client   {} ({}), team {}, code directory {}", log::foreign(run.client),
                          log::foreign(run.identifier), log::foreign(run.team), run.codeHash));
     out.line(fmt::format("for      user {}, process {}", userText(run.user), run.process));
-    out.line(fmt::format("outcome  {}, {} steps in {}", out.styled(outcome, styleOf(outcome)),
-                         run.stepCount, secondsText(run.microseconds)));
+    out.line(fmt::format("outcome  {}, {} steps in {}",
+                         out.styled(outcome, styleOfOutcome(outcome)), run.stepCount,
+                         secondsText(run.microseconds)));
     showFault(run.errorDomain, run.errorCode, run.error);
     for (const StepEntry& step : run.steps) {
-        out.line(fmt::format("{:>5} {} {}", step.index + 1,
-                             out.styled(fmt::format("{:9}", step.outcome), styleOf(step.outcome)),
-                             log::foreign(step.text, 1000)));
-        for (const std::string& value : step.values) {
-            out.line("      " + log::foreign(value, 1000));
-        }
-        showFault(step.errorDomain, step.errorCode, step.error);
-        if (!step.ruleFault.empty()) {
-            out.line("      the rule has no value, so its block is closed: " +
-                     log::foreign(step.ruleFault));
-        }
+        showStep(step);
     }
     if (run.lostSteps > 0) {
         out.line(fmt::format("{} steps are not recorded: the journal did not take them.",
@@ -160,7 +134,8 @@ Result showLog(const LogOptions& options) {
         for (const RunEntry& run : *runs) {
             values.push_back(runAsValue(run, needsSteps));
         }
-        out.line(jsonText(isOne ? values.front() : Value::array(std::move(values))));
+        out.line(jsonText(isOne ? values.front() : Value::array(std::move(values)),
+                          options.jsonOnOneLine));
     } else if (isOne) {
         showRun(runs->front());
     } else {

@@ -64,9 +64,7 @@ std::string synopsis(const std::string& name, const CommandDescription& command)
     std::string text = bold(name);
     for (const auto* list : {&command.options, &command.arguments}) {
         for (const OptionDescription& option : *list) {
-            text += option.names.empty() || option.names.back() != "--help"
-                        ? "\n" + inSynopsis(option)
-                        : std::string();
+            text += option.isCommon ? std::string() : "\n" + inSynopsis(option);
         }
     }
     return text + "\n";
@@ -105,14 +103,18 @@ std::string manualPage(const CommandDescription& program, std::string_view versi
         "commands\"\n.SH NAME\n{0} \\- {3}\n.SH SYNOPSIS\n.nf\n{4} \\fICOMMAND\\fR "
         "...\n{4} {5}\n.fi\n.SH DESCRIPTION\n",
         program.name, date, version, troff(purpose), bold(program.name), bold("--version"));
-    page += "Each command below answers " + bold("--help") + " as well.\n.SH COMMANDS\n";
+    page += "Every command below takes these options:\n";
+    for (const OptionDescription& option : program.commands.front().options) {
+        page += option.isCommon ? entry(option) : std::string();
+    }
+    page += ".SH COMMANDS\n";
     forEachCommand(
         program.name, program, [&page](const std::string& name, const CommandDescription& command) {
             page += fmt::format(".SS {}\n{}.PP\n{}.\n", troff(name.substr(name.find(' ') + 1)),
                                 synopsis(name, command), troff(command.help));
             for (const auto* list : {&command.arguments, &command.options}) {
                 for (const OptionDescription& option : *list) {
-                    if (option.names.empty() || option.names.back() != "--help") {
+                    if (!option.isCommon) {
                         page += entry(option);
                     }
                 }

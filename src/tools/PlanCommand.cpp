@@ -324,7 +324,8 @@ Result plan(const PlanCommandOptions& options) {
     }
     const Plan made = planOf(script->steps, planned);
     if (options.json) {
-        Terminal::standardOutput().line(jsonText(planValue(made, script->steps)));
+        Terminal::standardOutput().line(
+            jsonText(planValue(made, script->steps), options.jsonOnOneLine));
     } else {
         showPlan(made, script->steps, options.diff || options.all);
     }

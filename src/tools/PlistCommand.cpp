@@ -51,9 +51,13 @@ Result plist(const PlistOptions& options) {
         root = *object;
     }
     if (options.to.empty() && !options.archive) {
+        const std::string_view format = formatName(list->document.format);
         Terminal::standardOutput().line(
-            fmt::format("{}: OK, {}", options.file == "-" ? "standard input" : options.file,
-                        formatName(list->document.format)));
+            options.json
+                ? jsonText(Value::dictionary(
+                      {{"file", Value::string(options.file)}, {"format", Value::string(format)}}))
+                : fmt::format("{}: OK, {}", options.file == "-" ? "standard input" : options.file,
+                              format));
         return ExitStatus::success;
     }
     const auto converted = convert(root, options.to.empty() ? "json" : options.to);

@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <charconv>
+#include <iterator>
+#include <unistd.h>
 
 namespace qv::tools {
 
@@ -24,6 +26,14 @@ std::vector<std::string> valuesOf(const JournalEntry& entry, std::string_view na
         }
     }
     return values;
+}
+
+// Of root's processes. The journal finds out the unit when it takes the record, and no more once
+// the service has ended.
+bool isOfService(const JournalEntry& entry) {
+    const std::string_view unit = entry["_SYSTEMD_UNIT"];
+    return configuration::kIsDevelopment || unit.empty() ||
+           unit == "com.larkwen.qvcatalog.helper.service";
 }
 
 StepEntry stepOf(const JournalEntry& entry) {
@@ -62,15 +72,16 @@ void takeEnd(RunEntry& run, const JournalEntry& entry) {
 
 } // namespace
 
+bool hasJournal() {
+    return ::access(std::string(configuration::kJournalSocket).c_str(), F_OK) == 0;
+}
+
 tl::expected<RunHistory, Error> RunHistory::open(const std::string& folder, Steps steps) {
     auto reader = JournalReader::open(folder);
     if (!reader) {
         return tl::unexpected(reader.error());
     }
     Error error = reader->match("_UID", "0");
-    if (!error && !configuration::kIsDevelopment) {
-        error = reader->match("_SYSTEMD_UNIT", "com.larkwen.qvcatalog.helper.service");
-    }
     for (const std::string_view kind : {run_field::kBegin, run_field::kEnd, run_field::kStepEnd}) {
         if (!error && (kind != run_field::kStepEnd || steps == Steps::with)) {
             error = reader->match(run_field::kKind, kind);
@@ -109,7 +120,7 @@ RunEntry& RunHistory::take(const JournalEntry& entry) {
 }
 
 tl::expected<std::vector<RunEntry>, Error> RunHistory::runsSince(std::uint64_t microseconds) {
-    if (Error error = reader_.seek(microseconds)) {
+    if (Error error = followFrom(microseconds)) {
         return tl::unexpected(std::move(error));
     }
     while (true) {
@@ -118,28 +129,33 @@ tl::expected<std::vector<RunEntry>, Error> RunHistory::runsSince(std::uint64_t m
             return tl::unexpected(run.error());
         }
         if (*run == nullptr) {
-            return std::move(runs_);
+            return std::vector<RunEntry>(std::move_iterator(runs_.begin()),
+                                         std::move_iterator(runs_.end()));
         }
     }
 }
 
 tl::expected<RunEntry*, Error> RunHistory::next(std::chrono::microseconds time) {
-    tl::expected<bool, Error> found = reader_.next();
-    if (found && !*found && time > std::chrono::microseconds::zero()) {
-        reader_.wait(time);
-        found = reader_.next();
+    for (;;) {
+        tl::expected<bool, Error> found = reader_.next();
+        if (found && !*found && time > std::chrono::microseconds::zero()) {
+            reader_.wait(time);
+            found = reader_.next();
+        }
+        if (!found) {
+            return tl::unexpected(found.error());
+        }
+        if (!*found) {
+            return nullptr;
+        }
+        const tl::expected<JournalEntry, Error> entry = reader_.entry();
+        if (!entry) {
+            return tl::unexpected(entry.error());
+        }
+        if (isOfService(*entry)) {
+            return &take(*entry);
+        }
     }
-    if (!found) {
-        return tl::unexpected(found.error());
-    }
-    if (!*found) {
-        return nullptr;
-    }
-    const tl::expected<JournalEntry, Error> entry = reader_.entry();
-    if (!entry) {
-        return tl::unexpected(entry.error());
-    }
-    return &take(*entry);
 }
 
 } // namespace qv::tools

@@ -6,6 +6,7 @@
 #include <tl/expected.hpp>
 
 #include <cstdint>
+#include <deque>
 #include <optional>
 #include <string>
 #include <vector>
@@ -49,6 +50,9 @@ struct RunEntry {
     std::vector<StepEntry> steps; ///< in the order in which they ended
 };
 
+/// Whether this machine has a journal, in which runs are recorded.
+[[nodiscard]] bool hasJournal();
+
 /// Puts runs together from the journal's records of the service. Others may write records with the
 /// same fields, so only those of root's processes in the service's unit count.
 class RunHistory {
@@ -62,10 +66,12 @@ public:
     /// All runs from a moment on, in microseconds since 1970, the oldest first.
     [[nodiscard]] tl::expected<std::vector<RunEntry>, Error> runsSince(std::uint64_t microseconds);
 
-    /// Follows what comes from now on.
-    [[nodiscard]] Error follow() { return reader_.seekEnd(); }
+    /// The next record will be the first from a moment on, in microseconds since 1970.
+    [[nodiscard]] Error followFrom(std::uint64_t microseconds) {
+        return reader_.seek(microseconds);
+    }
     /// The next record, put into its run, which is new if the record begins it; null if none comes
-    /// within `time`.
+    /// within `time`. Stays valid.
     [[nodiscard]] tl::expected<RunEntry*, Error> next(std::chrono::microseconds time);
 
 private:
@@ -73,7 +79,7 @@ private:
     RunEntry& take(const JournalEntry& entry);
 
     JournalReader reader_;
-    std::vector<RunEntry> runs_;
+    std::deque<RunEntry> runs_;
 };
 
 } // namespace qv::tools

@@ -1,10 +1,14 @@
 #include "tools/RunText.h"
 
+#include "platform/foundation/log/Log.h"
 #include "platform/foundation/process/state/UserRecord.h"
 
 #include <fmt/chrono.h>
 #include <fmt/core.h>
 
+#include <algorithm>
+#include <array>
+#include <chrono>
 #include <ctime>
 
 namespace qv::tools {
@@ -28,7 +32,7 @@ void addText(Pairs& pairs, std::string_view key, const std::string& text) {
     }
 }
 
-Value stepAsValue(const StepEntry& step) {
+Pairs pairsOf(const StepEntry& step) {
     Pairs pairs{{Value::string("index"), Value::unsignedInteger(step.index)},
                 {Value::string("outcome"), Value::string(step.outcome)},
                 {Value::string("operation"), Value::string(step.operation)},
@@ -42,7 +46,7 @@ Value stepAsValue(const StepEntry& step) {
     addText(pairs, "errorCode", step.errorCode);
     addText(pairs, "error", step.error);
     addText(pairs, "ruleFault", step.ruleFault);
-    return Value::dictionary(std::move(pairs));
+    return pairs;
 }
 
 } // namespace
@@ -50,6 +54,12 @@ Value stepAsValue(const StepEntry& step) {
 std::string localTime(std::uint64_t microseconds) {
     const auto seconds = static_cast<std::time_t>(microseconds / kMicrosecondsOfSecond);
     return fmt::format("{:%Y-%m-%d %H:%M:%S}", fmt::localtime(seconds));
+}
+
+std::uint64_t microsecondsNow() {
+    return static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::microseconds>(
+                                          std::chrono::system_clock::now().time_since_epoch())
+                                          .count());
 }
 
 std::string secondsText(std::uint64_t microseconds) {
@@ -64,6 +74,57 @@ std::string userText(std::uint64_t user) {
 
 std::string outcomeText(const RunEntry& run) {
     return run.outcome.empty() ? "not ended" : run.outcome;
+}
+
+std::string countsText(const RunEntry& run) {
+    constexpr std::array<std::string_view, 5> kOutcomes = {"changed", "unchanged", "done",
+                                                           "skipped", "failed"};
+    std::string text = fmt::format("{} step{}", run.stepCount, run.stepCount == 1 ? "" : "s");
+    std::string_view separator = ": ";
+    for (const std::string_view outcome : kOutcomes) {
+        if (const auto count = std::ranges::count(run.steps, outcome, &StepEntry::outcome)) {
+            text += fmt::format("{}{} {}", separator, count, outcome);
+            separator = ", ";
+        }
+    }
+    return text;
+}
+
+Terminal::Style styleOfOutcome(std::string_view outcome) {
+    if (outcome == "succeeded" || outcome == "changed") {
+        return Terminal::Style::good;
+    }
+    return outcome == "failed" ? Terminal::Style::bad : Terminal::Style::faint;
+}
+
+void showFault(const std::string& domain, const std::string& code, const std::string& error) {
+    if (!domain.empty()) {
+        Terminal::standardOutput().line(fmt::format("      error: {}{}{} {}{}", log::foreign(error),
+                                                    error.empty() ? "" : " (", log::foreign(domain),
+                                                    log::foreign(code), error.empty() ? "" : ")"));
+    }
+}
+
+void showStep(const StepEntry& step) {
+    Terminal& out = Terminal::standardOutput();
+    out.line(
+        fmt::format("{:>5} {} {}", step.index + 1,
+                    out.styled(fmt::format("{:9}", step.outcome), styleOfOutcome(step.outcome)),
+                    log::foreign(step.text, 1000)));
+    for (const std::string& value : step.values) {
+        out.line("      " + log::foreign(value, 1000));
+    }
+    showFault(step.errorDomain, step.errorCode, step.error);
+    if (!step.ruleFault.empty()) {
+        out.line("      the rule has no value, so its block is closed: " +
+                 log::foreign(step.ruleFault));
+    }
+}
+
+Value stepRecord(const StepEntry& step) {
+    Pairs pairs = pairsOf(step);
+    pairs.insert(pairs.begin(), {Value::string("record"), Value::string("step")});
+    return Value::dictionary(std::move(pairs));
 }
 
 Value runAsValue(const RunEntry& run, bool withSteps) {
@@ -91,7 +152,7 @@ Value runAsValue(const RunEntry& run, bool withSteps) {
     if (withSteps) {
         std::vector<Value> steps;
         for (const StepEntry& step : run.steps) {
-            steps.push_back(stepAsValue(step));
+            steps.push_back(Value::dictionary(pairsOf(step)));
         }
         pairs.emplace_back(Value::string("results"), Value::array(std::move(steps)));
     }

@@ -3,6 +3,7 @@
 #include "platform/security/signature/CodeSigner.h"
 #include "tools/Commands.h"
 #include "tools/Input.h"
+#include "tools/Json.h"
 #include "tools/Terminal.h"
 
 #include <fmt/core.h>
@@ -83,7 +84,10 @@ Result sign(const SignOptions& options) {
         return signingFailure(done.error());
     }
     Terminal::standardOutput().line(
-        fmt::format("{}: signed as {}", options.file, options.identifier));
+        options.json
+            ? jsonText(Value::dictionary({{"file", Value::string(options.file)},
+                                          {"identifier", Value::string(options.identifier)}}))
+            : fmt::format("{}: signed as {}", options.file, options.identifier));
     return ExitStatus::success;
 }
 

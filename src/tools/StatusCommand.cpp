@@ -1,5 +1,7 @@
+#include "platform/foundation/configuration/Configuration.h"
 #include "platform/foundation/log/Log.h"
 #include "platform/foundation/os/ProcessIdentity.h"
+#include "platform/foundation/process/state/SocketPeers.h"
 #include "tools/Commands.h"
 #include "tools/Input.h"
 #include "tools/Json.h"
@@ -10,17 +12,10 @@
 #include <fmt/core.h>
 
 #include <algorithm>
-#include <chrono>
 
 namespace qv::tools {
 
 namespace {
-
-std::uint64_t microsecondsNow() {
-    return static_cast<std::uint64_t>(std::chrono::duration_cast<std::chrono::microseconds>(
-                                          std::chrono::system_clock::now().time_since_epoch())
-                                          .count());
-}
 
 // A run without an end whose service has ended was cut off.
 bool isUnderWay(const RunEntry& run) {
@@ -59,6 +54,40 @@ void showUnderWay(const RunEntry& run) {
                                run.stepCount, log::foreign(run.steps.back().text)));
 }
 
+// The programs that are connected to the service, but for the clients of the runs.
+tl::expected<std::vector<SocketPeer>, Error> otherClients(const std::vector<RunEntry>& runs) {
+    auto socket = listeningSocketAt(std::string(configuration::kSocketPath));
+    if (!socket) {
+        return tl::unexpected(socket.error());
+    }
+    std::vector<SocketPeer> peers =
+        *socket ? std::move((*socket)->peers) : std::vector<SocketPeer>();
+    std::erase_if(peers, [&](const SocketPeer& peer) {
+        return peer.process && std::ranges::find(runs, static_cast<std::uint64_t>(*peer.process),
+                                                 &RunEntry::process) != runs.end();
+    });
+    return peers;
+}
+
+void showClient(const SocketPeer& peer) {
+    Terminal::standardOutput().line(
+        fmt::format("{}: {}", peer.isWaiting ? "waits" : "connected",
+                    peer.process ? fmt::format("process {} ({}), user {}", *peer.process,
+                                               log::foreign(peer.program), userText(*peer.user))
+                                 : std::string("a process that only root can see")));
+}
+
+Value clientAsValue(const SocketPeer& peer) {
+    std::vector<std::pair<Value, Value>> pairs = {
+        {Value::string("waits"), Value::boolean(peer.isWaiting)}};
+    if (peer.process) {
+        pairs.emplace_back(Value::string("process"), Value::integer(*peer.process));
+        pairs.emplace_back(Value::string("program"), Value::string(peer.program));
+        pairs.emplace_back(Value::string("user"), Value::unsignedInteger(*peer.user));
+    }
+    return Value::dictionary(std::move(pairs));
+}
+
 } // namespace
 
 Result status(const StatusOptions& options) {
@@ -67,19 +96,31 @@ Result status(const StatusOptions& options) {
         return failure(ExitStatus::usage,
                        fmt::format("the journal cannot be read: {}", reasonOf(runs.error())));
     }
+    const auto others = otherClients(*runs);
+    if (!others) {
+        return failure(
+            ExitStatus::usage,
+            fmt::format("the kernel does not tell who is connected: {}", reasonOf(others.error())));
+    }
     Terminal& out = Terminal::standardOutput();
     if (options.json) {
-        std::vector<Value> values;
+        std::vector<Value> running;
         for (const RunEntry& run : *runs) {
-            values.push_back(runAsValue(run, true));
+            running.push_back(runAsValue(run, true));
         }
-        out.line(jsonText(Value::array(std::move(values))));
+        std::vector<Value> clients;
+        for (const SocketPeer& peer : *others) {
+            clients.push_back(clientAsValue(peer));
+        }
+        out.line(jsonText(Value::dictionary({{"runs", Value::array(std::move(running))},
+                                             {"clients", Value::array(std::move(clients))}})));
         return ExitStatus::success;
     }
     if (runs->empty()) {
         out.line("No script runs now.");
     }
     std::ranges::for_each(*runs, showUnderWay);
+    std::ranges::for_each(*others, showClient);
     return ExitStatus::success;
 }
 

@@ -9,6 +9,7 @@
 #include <array>
 #include <chrono>
 #include <cstdlib>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 namespace qv::tools {
@@ -44,6 +45,24 @@ Terminal& Terminal::standardError() {
     return terminal;
 }
 
+void Terminal::set(const Appearance& appearance) {
+    quiet_ = appearance.quiet;
+    if (appearance.colours != Appearance::Colours::automatic) {
+        colours_ = appearance.colours == Appearance::Colours::always;
+    }
+}
+
+void Terminal::setAppearance(const Appearance& appearance) {
+    standardOutput().set(appearance);
+    standardError().set(appearance);
+}
+
+std::size_t Terminal::columns() const noexcept {
+    winsize size{};
+    constexpr std::size_t kUsual = 80;
+    return ::ioctl(descriptor_, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : kUsual;
+}
+
 std::string Terminal::styled(std::string_view text, Style style) const {
     std::string shown = log::foreign(text, kLongestLine);
     if (!colours_ || style == Style::plain) {
@@ -62,7 +81,8 @@ void Terminal::write(std::string_view text) {
 }
 
 Progress::Progress(std::string what) : what_(std::move(what)) {
-    if (Terminal::standardError().isInteractive()) {
+    const Terminal& terminal = Terminal::standardError();
+    if (terminal.isInteractive() && !terminal.isQuiet()) {
         thread_ = std::thread([this] { animate(); });
     }
 }
@@ -105,6 +125,12 @@ std::string onOneLine(std::string_view text) {
 void complain(std::string_view text) {
     Terminal::standardError().line(fmt::format(
         "qvcatalog: {}", Terminal::standardError().styled(text, Terminal::Style::plain)));
+}
+
+void remark(std::string_view text) {
+    if (!Terminal::standardError().isQuiet()) {
+        complain(text);
+    }
 }
 
 void showPlace(Terminal& terminal, std::string_view text, std::size_t offset) {

@@ -7,13 +7,21 @@
 
 namespace qv::tools {
 
-/// What a person sees: colours and moving progress on a terminal, plain lines elsewhere. Honours
-/// NO_COLOR and TERM=dumb.
+/// How a person wants it, for both streams.
+struct Appearance {
+    enum class Colours : unsigned char { automatic, always, never };
+    Colours colours = Colours::automatic; ///< on a terminal, but for NO_COLOR and TERM=dumb
+    bool quiet = false;                   ///< nothing on standard error but what has failed
+};
+
+/// The output that a person sees: colours and moving progress on a terminal, plain lines elsewhere.
 class Terminal {
 public:
     enum class Style : unsigned char { plain, good, bad, faint, strong };
     static Terminal& standardOutput();
     static Terminal& standardError();
+    /// Before anything is printed.
+    static void setAppearance(const Appearance& appearance);
 
     /// A text in a style, or as it is where there are no colours. Control characters are shown as
     /// \xNN, so that nothing foreign steers the terminal.
@@ -25,12 +33,17 @@ public:
     /// The errno of the first write that failed; 0 if all that was printed has been written.
     [[nodiscard]] int error() const noexcept { return error_; }
     [[nodiscard]] bool isInteractive() const noexcept { return interactive_; }
+    [[nodiscard]] bool isQuiet() const noexcept { return quiet_; }
+    /// How wide the terminal is; 80 if it does not tell.
+    [[nodiscard]] std::size_t columns() const noexcept;
 
 private:
     explicit Terminal(int descriptor);
+    void set(const Appearance& appearance);
     int descriptor_;
     bool interactive_;
     bool colours_;
+    bool quiet_ = false;
     int error_ = 0;
 };
 
@@ -58,6 +71,8 @@ private:
 
 /// One line on standard error: "qvcatalog: TEXT".
 void complain(std::string_view text);
+/// The same of what is not a failure.
+void remark(std::string_view text);
 
 /// The line of a text around a byte of it, and below it a mark at that byte.
 void showPlace(Terminal& terminal, std::string_view text, std::size_t offset);

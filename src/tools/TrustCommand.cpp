@@ -78,6 +78,12 @@ Result trustCheck(const TrustCheckOptions& options) {
         what += options.pid ? fmt::format(" ({})", shown(verdict->path)) : shown(verdict->path);
     }
     Terminal& out = Terminal::standardOutput();
+    if (options.json) {
+        out.line(jsonText(Value::dictionary({{"path", Value::string(verdict->path)},
+                                             {"trusted", Value::boolean(trusted)},
+                                             {"reason", Value::string(verdict->reason)}})));
+        return trusted ? ExitStatus::success : ExitStatus::failed;
+    }
     out.line(fmt::format(
         "{}: {}", what,
         out.styled(trusted ? "trusted" : fmt::format("not trusted: {}", verdict->reason),
@@ -94,7 +100,9 @@ Result trustRevoke(const TrustRevokeOptions& options) {
         return failure(ExitStatus::failed,
                        fmt::format("{}: no trust was granted to it", shown(options.path)));
     }
-    Terminal::standardOutput().line(fmt::format("{}: trust revoked", shown(options.path)));
+    Terminal::standardOutput().line(
+        options.json ? jsonText(Value::dictionary({{"revoked", Value::string(options.path)}}))
+                     : fmt::format("{}: trust revoked", shown(options.path)));
     return ExitStatus::success;
 }
 

@@ -1,5 +1,6 @@
 #include "foundation_ext/QVStringTools.h"
 #include "tools/Commands.h"
+#include "tools/Json.h"
 #include "tools/Terminal.h"
 
 #include <fmt/core.h>
@@ -8,7 +9,10 @@ namespace qv::tools {
 
 Result version(const VersionOptions& options) {
     const ComparisonResult result = QVStringTools::compareVersionTo(options.version, options.other);
-    Terminal::standardOutput().line(fmt::format("{}", static_cast<int>(result)));
+    const auto order = static_cast<int>(result);
+    Terminal::standardOutput().line(
+        options.json ? jsonText(Value::dictionary({{"order", Value::integer(order)}}))
+                     : fmt::format("{}", order));
     return ExitStatus::success;
 }
 

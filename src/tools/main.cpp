@@ -30,7 +30,7 @@ int report(const Result& result, bool json) {
         if (const auto code = result.error().code) {
             object.emplace_back(Value::string("status"), Value::integer(*code));
         }
-        out.line(jsonText(Value::dictionary(std::move(object))));
+        out.line(jsonText(Value::dictionary(std::move(object)), true));
     }
     if (!result && (!json || out.error() != 0)) {
         complain(result.error().reason);

@@ -35,9 +35,9 @@ public:
             throw std::runtime_error("these tests run in packaging/development/machine only");
         }
         std::size_t place = 0;
-        const std::string readme = contentOf(QV_SOURCE "/README.md");
-        excerpt(readme, "## On a machine of your own", "cmake --install", place);
-        administer(excerpt(readme, "\n", "```", place));
+        const std::string manual = contentOf(QV_SOURCE "/docs/installation.md");
+        excerpt(manual, "## From source", "cmake --install", place);
+        administer(excerpt(manual, "\n", "```", place));
 
         const std::string folder = "/root/keys";
         std::filesystem::create_directory(folder);

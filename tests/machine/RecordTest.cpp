@@ -1,4 +1,4 @@
-// What the journal keeps of runs, as an administrator reads it.
+// The journal's record of runs, as an administrator reads it.
 
 #include "machine/Machine.h"
 
@@ -61,9 +61,34 @@ TEST(Record, TellsWhatRunsNow) {
     awaitFile("/srv/runs");
     EXPECT_THAT(shell("qvcatalog status").output,
                 AllOf(HasSubstr("user victim (1001)"),
-                      HasSubstr("1 of 2 steps recorded, the last: touch file:///srv/now")));
-    EXPECT_EQ(shell("systemctl stop " + kUnit + "; qvcatalog status").output,
-              "No script runs now.\n");
+                      HasSubstr("1 of 2 steps recorded, the last: touch file:///srv/now"),
+                      Not(HasSubstr("waits"))));
+    const auto second = clientOf(kVictim);
+    second->begin("run " + scriptFile(""));
+    EXPECT_TRUE(comesTrue([] {
+        return shell("qvcatalog status").output.find("waits: process") != std::string::npos;
+    }));
+    EXPECT_THAT(shell("qvcatalog status").output,
+                ContainsRegex("waits: process [0-9]+ ./usr/local/bin/client., user victim"));
+    EXPECT_THAT(shell("systemctl stop " + kUnit + "; qvcatalog status").output,
+                HasSubstr("No script runs now.\n"));
+}
+
+TEST(Doctor, TellsWhatKeepsTheServiceFromWorking) {
+    const ProgramRun healthy = shell("qvcatalog doctor");
+    EXPECT_EQ(healthy.status, 0) << healthy.output;
+    EXPECT_THAT(healthy.output,
+                AllOf(ContainsRegex("ok +socket +/run/com.larkwen.qvcatalog.helper.sock is"),
+                      ContainsRegex("ok +version +/usr/libexec/qvcatalog/QVCatalogHelperXPC and"),
+                      ContainsRegex("ok +client +/usr/local/bin/client is accepted as"),
+                      ContainsRegex("ok +journal +it holds [0-9]+ runs? of")));
+    const ProgramRun ill = shell("systemctl stop com.larkwen.qvcatalog.examiner.socket; "
+                                 "gpasswd -a attacker _qvclient >&2; qvcatalog doctor; "
+                                 "gpasswd -d attacker _qvclient >&2; "
+                                 "systemctl start com.larkwen.qvcatalog.examiner.socket");
+    EXPECT_THAT(ill.output,
+                AllOf(ContainsRegex("fault +socket +nobody listens at .*examiner.sock\n +as root"),
+                      ContainsRegex("fault +group +_qvclient has the member attacker")));
 }
 
 // Neither a script nor the end of the service.

@@ -181,8 +181,9 @@ TEST_F(Links, LeadNobodyAstrayInARace) {
     });
     const auto end = std::chrono::steady_clock::now() +
                      std::chrono::milliseconds(test::effort("QV_TEST_MILLISECONDS", 700));
+    constexpr int kFewest = 10;
     int done = 0;
-    while (std::chrono::steady_clock::now() < end) {
+    while (done < kFewest || std::chrono::steady_clock::now() < end) {
         for (const Step& step : kSteps) {
             const std::string_view name = step.name;
             if (name == "touch" || name == "owners" || name == "adapt" || name == "modes") {
@@ -194,7 +195,6 @@ TEST_F(Links, LeadNobodyAstrayInARace) {
     }
     racer.request_stop();
     racer.join();
-    EXPECT_GT(done, 10);
     EXPECT_EQ(test::listingOf(top / "system"), before);
 }
 

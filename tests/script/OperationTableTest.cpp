@@ -70,9 +70,10 @@ std::vector<Value> recorded(const std::function<void(QVCatalogScript&)>& work) {
     return {list.begin(), list.end()};
 }
 
+constexpr std::string_view kEffects[] = {"reads",  "creates", "changes", "removes",
+                                         "starts", "decides", "opaque"};
+
 std::string golden(const std::vector<Value>& records) {
-    constexpr std::string_view kEffects[] = {"reads",  "creates", "changes", "removes",
-                                             "starts", "decides", "opaque"};
     std::string all;
     for (const Operation& operation : allOperations()) {
         all += fmt::format("{} {} {}", static_cast<int>(operation.code), operation.selector,
@@ -110,36 +111,60 @@ TEST(OperationTable, HasTheSelectorsOfTheClass) {
     }
 }
 
-// "| 2 | remove {item} | `URL` item (file URL) |", and then what the README alone knows.
-TEST(OperationTable, IsTheTableOfTheReadme) {
-    const std::string readme = test::contentOf(QV_README);
-    for (const Operation& operation : allOperations()) {
-        std::vector<std::string> fields;
-        for (const Field& field : operation.fields) {
-            const bool isOptional =
-                field.missing == Missing::zero || field.missing == Missing::none;
-            fields.push_back(fmt::format("`{}` {} ({}{})", stepKeyName(field.key), field.name,
-                                         infoOf(field.kind).name, isOptional ? ", optional" : ""));
-        }
-        const std::string row = fmt::format("\n| {} | {} | {} |", static_cast<int>(operation.code),
-                                            operation.text, fmt::join(fields, ", "));
-        EXPECT_NE(readme.find(row), std::string::npos) << "the README lacks:" << row;
+// "| 2 | remove {item} | `URL` item (file URL) |"
+std::string rowOfCodes(const Operation& operation) {
+    std::vector<std::string> fields;
+    for (const Field& field : operation.fields) {
+        const bool isOptional = field.missing == Missing::zero || field.missing == Missing::none;
+        fields.push_back(fmt::format("`{}` {} ({}{})", stepKeyName(field.key), field.name,
+                                     infoOf(field.kind).name, isOptional ? ", optional" : ""));
     }
+    return fmt::format("\n| {} | {} | {} |\n", static_cast<int>(operation.code), operation.text,
+                       fmt::join(fields, ", "));
 }
 
 // "| `remove` | remove {item} | `item` absolute path |"
-TEST(OperationTable, IsTheTableOfTheScriptFormat) {
-    const std::string format = test::contentOf(QV_SCRIPT_FORMAT);
-    for (const Operation& operation : allOperations()) {
-        std::vector<std::string> fields;
-        for (const Field& field : operation.fields) {
-            const WrittenKind& kind = writtenKind(field.kind);
-            fields.push_back(fmt::format("`{}` {}{}", field.writtenKey(), kind.text,
-                                         kind.isOptional ? " (optional)" : ""));
+std::string rowOfNames(const Operation& operation) {
+    std::vector<std::string> fields;
+    for (const Field& field : operation.fields) {
+        const WrittenKind& kind = writtenKind(field.kind);
+        fields.push_back(fmt::format("`{}` {}{}", field.writtenKey(), kind.text,
+                                     kind.isOptional ? " (optional)" : ""));
+    }
+    return fmt::format("\n| `{}` | {} | {} |\n", operation.name, operation.text,
+                       fmt::join(fields, "; "));
+}
+
+// "| 2 | `remove` | removes | with admin rights; after a failure | ", and then what nothing else
+// knows.
+std::string rowOfNotes(const Operation& operation) {
+    const unsigned options = operation.options;
+    std::vector<std::string_view> handedOver;
+    if ((options & kAlwaysPriviledged) != 0) {
+        handedOver = {"always"};
+    } else {
+        if ((options & kPriviledgedWithAdminRights) != 0) {
+            handedOver.push_back("with admin rights");
         }
-        const std::string row = fmt::format("\n| `{}` | {} | {} |\n", operation.name,
-                                            operation.text, fmt::join(fields, "; "));
-        EXPECT_NE(format.find(row), std::string::npos) << "the document lacks:" << row;
+        if ((options & kRetryPriviledged) != 0) {
+            handedOver.push_back("after a failure");
+        }
+    }
+    return fmt::format("\n| {} | `{}` | {} | {} | ", static_cast<int>(operation.code),
+                       operation.name, kEffects[static_cast<std::size_t>(operation.effect)],
+                       handedOver.empty() ? "never"
+                                          : fmt::format("{}", fmt::join(handedOver, "; ")));
+}
+
+TEST(OperationTable, IsTheTablesOfTheDocuments) {
+    const std::string format = test::contentOf(QV_DOCUMENTS "/script-format.md");
+    const std::string notes = test::contentOf(QV_DOCUMENTS "/platform-notes.md");
+    for (const Operation& operation : allOperations()) {
+        for (const auto& [document, row] : {std::pair(&format, rowOfCodes(operation)),
+                                            {&format, rowOfNames(operation)},
+                                            {&notes, rowOfNotes(operation)}}) {
+            EXPECT_NE(document->find(row), std::string::npos) << "a document lacks:" << row;
+        }
     }
 }
 

@@ -19,7 +19,7 @@ protected:
 };
 
 TEST_P(Command, PrintsWhatItsTranscriptShows) {
-    expectTranscript(GetParam(), folder_, {"VERSION=" QV_VERSION, "README=" QV_README});
+    expectTranscript(GetParam(), folder_, {"VERSION=" QV_VERSION, "PAGE=" QV_COMMAND_PAGE});
 }
 
 INSTANTIATE_TEST_SUITE_P(Of, Command,

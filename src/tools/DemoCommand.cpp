@@ -1,0 +1,214 @@
+#include "platform/foundation/os/Descriptor.h"
+#include "platform/foundation/os/FileBytes.h"
+#include "tools/Commands.h"
+#include "tools/FirstScript.h"
+#include "tools/Input.h"
+#include "tools/Json.h"
+#include "tools/RootCommand.h"
+#include "tools/RunHistory.h"
+#include "tools/RunText.h"
+#include "tools/Terminal.h"
+
+#include <fmt/core.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
+
+namespace qv::tools {
+
+namespace {
+
+namespace fs = std::filesystem;
+using Style = Terminal::Style;
+
+/// A folder that only this user can enter; goes with what is in it.
+class DemoFolder {
+public:
+    static tl::expected<DemoFolder, Failure> make(bool keep) {
+        std::string path = "/var/tmp/qvcatalog-demo.XXXXXX"; // mode 0700, and nobody had it before
+        if (::mkdtemp(path.data()) == nullptr) {
+            return failure(ExitStatus::usage, fmt::format("{}: {}", path, errnoText(errno)));
+        }
+        return DemoFolder(std::move(path), keep);
+    }
+    DemoFolder(DemoFolder&& other) noexcept : path_(std::exchange(other.path_, {})) {
+        keep_ = other.keep_;
+    }
+    DemoFolder(const DemoFolder&) = delete;
+    DemoFolder& operator=(DemoFolder&&) = delete;
+    DemoFolder& operator=(const DemoFolder&) = delete;
+    ~DemoFolder() {
+        std::error_code fault;
+        if (!path_.empty() && !keep_ &&
+            fs::remove_all(path_, fault) == static_cast<std::uintmax_t>(-1)) {
+            complain(fmt::format("{}: {}", path_, fault.message()));
+        }
+    }
+    [[nodiscard]] const std::string& path() const noexcept { return path_; }
+
+private:
+    DemoFolder(std::string path, bool keep) : path_(std::move(path)), keep_(keep) {}
+    std::string path_;
+    bool keep_ = false;
+};
+
+void headline(const DemoOptions& options, const std::string& text) {
+    if (!options.json) {
+        Terminal& out = Terminal::standardOutput();
+        out.line("");
+        out.line(out.styled("== " + text, Style::strong));
+    }
+}
+
+std::string demoScript(const std::string& folder) {
+    std::string text(kDemoScript);
+    for (std::size_t at = 0; (at = text.find(kDemoFolder, at)) != std::string::npos;
+         at += folder.size()) {
+        text.replace(at, kDemoFolder.size(), folder);
+    }
+    return text.substr(text.find('\n') + 1); // its first line is for readers of the example
+}
+
+// 0 or the errno.
+int writeScript(const std::string& file, std::string_view text) {
+    const Descriptor opened(::open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+    return opened ? writeAll(opened.get(), text) : errno;
+}
+
+void showFiles(const DemoOptions& options, const std::string& folder) {
+    Terminal& out = Terminal::standardOutput();
+    std::vector<std::string> paths;
+    std::error_code fault;
+    for (const fs::directory_entry& entry : fs::recursive_directory_iterator(folder, fault)) {
+        paths.push_back(entry.path());
+    }
+    std::ranges::sort(paths);
+    std::vector<Value> values;
+    for (const std::string& path : paths) {
+        struct stat info{};
+        if (::lstat(path.c_str(), &info) == 0) {
+            const std::string mode = fmt::format("{:o}", info.st_mode & 07777U);
+            values.push_back(Value::dictionary({{"path", Value::string(path)},
+                                                {"mode", Value::string(mode)},
+                                                {"size", Value::integer(info.st_size)}}));
+            if (!options.json) {
+                out.line(fmt::format(
+                    "{:>6} {:>8}  {}", mode,
+                    S_ISDIR(info.st_mode) ? "folder" : std::to_string(info.st_size), path));
+            }
+        }
+    }
+    if (options.json) {
+        out.line(jsonText(Value::dictionary({{"files", Value::array(std::move(values))}}), true));
+    }
+}
+
+// The ID of the run that this process had carried out, once the journal has its end. The service
+// hands its records over without waiting for the journal.
+tl::expected<std::string, std::string> runSince(std::uint64_t begin) {
+    constexpr int kTries = 40;
+    constexpr std::chrono::milliseconds kPause{50};
+    const auto process = static_cast<std::uint64_t>(::getpid());
+    for (int count = 0; count < kTries; ++count) {
+        auto history = RunHistory::open("", RunHistory::Steps::without);
+        const auto runs = history ? history->runsSince(begin) : tl::unexpected(history.error());
+        if (!runs) {
+            return tl::unexpected(
+                fmt::format("the journal cannot be read: {}", reasonOf(runs.error())));
+        }
+        for (const RunEntry& each : *runs) {
+            if (each.process == process && !each.outcome.empty()) {
+                return each.run;
+            }
+        }
+        std::this_thread::sleep_for(kPause);
+    }
+    return tl::unexpected<std::string>("the journal has no record of it");
+}
+
+void showRecord(const DemoOptions& options, std::uint64_t begin) {
+    if (!hasJournal()) {
+        headline(options, "This machine has no journal, in which the run would be recorded.");
+        return;
+    }
+    const auto run = runSince(begin);
+    headline(options, run ? "What the service has recorded (qvcatalog log " + *run + ")"
+                          : "No record to be shown: " + run.error());
+    if (run) {
+        LogOptions log;
+        log.run = *run;
+        log.json = log.jsonOnOneLine = options.json;
+        if (const Result shown = showLog(log); !shown) {
+            complain(shown.error().reason);
+        }
+    }
+}
+
+} // namespace
+
+Result demo(const DemoOptions& options) {
+    if (::geteuid() != 0) {
+        return failure(ExitStatus::notAuthorised, "only root may run scripts with this program");
+    }
+    if (auto refusal = becomeAcceptedClient()) {
+        return tl::unexpected(std::move(*refusal));
+    }
+    const auto folder = DemoFolder::make(options.keep);
+    if (!folder) {
+        return tl::unexpected(folder.error());
+    }
+    Terminal& out = Terminal::standardOutput();
+    const std::string text = demoScript(folder->path());
+    const std::string file = folder->path() + "/script.json";
+    if (const int error = writeScript(file, text)) {
+        return failure(ExitStatus::usage, fmt::format("{}: {}", file, errnoText(error)));
+    }
+    if (options.json) {
+        out.line(jsonText(Value::dictionary({{"folder", Value::string(folder->path())},
+                                             {"script", Value::string(file)}}),
+                          true));
+    } else {
+        out.line(out.styled(
+            "A script of eight steps, and what steers them, for the service to carry out in",
+            Style::strong));
+        out.line(fmt::format("{}, a folder that only root can enter:", folder->path()));
+        out.line("");
+        out.write(text);
+    }
+
+    headline(options, "What it would do (qvcatalog plan FILE)");
+    PlanCommandOptions planned;
+    planned.file = file;
+    planned.json = planned.jsonOnOneLine = options.json;
+    if (const Result shown = plan(planned); !shown) {
+        return shown;
+    }
+    headline(options, "The service carries it out (qvcatalog run FILE)");
+    RunOptions sent;
+    sent.file = file;
+    sent.socketPath = options.socketPath;
+    sent.json = options.json;
+    const std::uint64_t begin = microsecondsNow();
+    const Result outcome = run(sent);
+    if (!outcome) {
+        return outcome;
+    }
+    headline(options, "What is there now");
+    showFiles(options, folder->path());
+    showRecord(options, begin);
+    if (!options.json) {
+        out.line("");
+        out.line(options.keep ? fmt::format("{} is left.", folder->path())
+                              : "The folder goes now; --keep leaves it.");
+    }
+    return outcome;
+}
+
+} // namespace qv::tools
