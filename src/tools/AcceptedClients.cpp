@@ -1,15 +1,14 @@
 #include "tools/AcceptedClients.h"
 
-#include "codesign/ClientVerification.h"
 #include "platform/foundation/configuration/Configuration.h"
-#include "platform/security/guest/GuestConfiguration.h"
 #include "platform/security/install/AllowedClients.h"
 
 #include <utility>
 
 namespace qv::tools {
 
-tl::expected<AcceptedClients, RequirementError> acceptedClients() {
+tl::expected<AcceptedClients, RequirementError>
+acceptedClients(const CodeSigningConfiguration& configuration) {
     auto builtIn = Requirement::compile(configuration::kAuthorizedClients);
     if (!builtIn) {
         return tl::unexpected(builtIn.error());
@@ -17,7 +16,6 @@ tl::expected<AcceptedClients, RequirementError> acceptedClients() {
     AcceptedClients accepted{.names = {std::string(AcceptedClients::kBuiltIn)},
                              .requirements = {std::move(*builtIn)},
                              .reason = {}};
-    const CodeSigningConfiguration configuration = ClientVerification::configuration();
     const auto list =
         AllowedClients(configuration.clientsDirectory, configuration.anchorOwner).current();
     for (const AllowedClient& client : list->clients) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "codesign/ClientVerification.h"
+#include "platform/security/guest/GuestConfiguration.h"
 #include "platform/security/requirement/CodeSigningStatus.h"
 #include "platform/security/requirement/Requirement.h"
 
@@ -24,7 +26,8 @@ struct AcceptedClients {
     std::string reason;                    ///< why none of the files counts; else empty
 };
 /// The error says that the requirement that this build carries does not compile.
-[[nodiscard]] tl::expected<AcceptedClients, RequirementError> acceptedClients();
+[[nodiscard]] tl::expected<AcceptedClients, RequirementError> acceptedClients(
+    const CodeSigningConfiguration& configuration = ClientVerification::configuration());
 
 /// Flags of a running program, any of which satisfies the service (besides being debuggable).
 inline constexpr std::uint32_t kHardAndKill = code_flags::kHard | code_flags::kKill;

@@ -10,6 +10,8 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include <filesystem>
+
 namespace qv::tools {
 
 namespace {
@@ -38,9 +40,9 @@ Value jsonOf(const ClientSurvey& survey, const AcceptedClients& clients) {
     for (const ReportFact& fault : survey.faults) {
         faults.push_back(Value::string(fmt::format("{}: {}", fault.name, fault.text)));
     }
-    return Value::dictionary({{"allowed", Value::array(std::move(allowed))},
-                              {"installed", Value::array(std::move(programs))},
-                              {"faults", Value::array(std::move(faults))}});
+    return withFormat({{Value::string("allowed"), Value::array(std::move(allowed))},
+                       {Value::string("installed"), Value::array(std::move(programs))},
+                       {Value::string("faults"), Value::array(std::move(faults))}});
 }
 
 void show(const ClientSurvey& survey, const ProgramJudge& judge) {
@@ -80,11 +82,22 @@ void show(const ClientSurvey& survey, const ProgramJudge& judge) {
 } // namespace
 
 Result clients(const ClientsOptions& options) {
-    auto accepted = acceptedClients();
+    CodeSigningConfiguration configuration = ClientVerification::configuration();
+    if (!options.configuration.empty()) {
+        std::error_code error;
+        const auto folder = std::filesystem::canonical(options.configuration, error);
+        if (error) {
+            return failure(ExitStatus::usage,
+                           fmt::format("{}: {}", options.configuration, error.message()));
+        }
+        configuration.anchorsDirectory = folder / "anchors.d";
+        configuration.clientsDirectory = folder / "clients.d";
+    }
+    auto accepted = acceptedClients(configuration);
     if (!accepted) {
         return failure(ExitStatus::failed, accepted.error().description());
     }
-    const ProgramJudge judge(std::move(*accepted));
+    const ProgramJudge judge(std::move(*accepted), std::move(configuration));
     const ClientSurvey found = surveyOf(judge, options.folders);
     if (options.json) {
         Terminal::standardOutput().line(jsonText(jsonOf(found, judge.clients())));

@@ -158,6 +158,11 @@ void addClients(CLI::App& command, Command& chosen) {
                     "folders to look for installed programs in; /usr, /usr/local, /opt and "
                     "/srv when left out")
         ->type_name("FOLDER");
+    command
+        .add_option("--configuration", options->configuration,
+                    "anchors.d and clients.d in this folder instead of /etc/qvcatalog: is it free "
+                    "of faults before it goes there?")
+        ->type_name("FOLDER");
     command.add_flag("--json", options->json, "print as JSON");
     command.callback([&chosen, options] { chosen = [options] { return clients(*options); }; });
 }

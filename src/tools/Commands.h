@@ -210,6 +210,7 @@ Result verify(const VerifyOptions& options);
 
 struct ClientsOptions {
     std::vector<std::string> folders; ///< to look for installed clients in; empty: the usual ones
+    std::string configuration;        ///< a folder like /etc/qvcatalog instead of it; empty: none
     bool json = false;
 };
 /// `failed` where the anchors or the allowed clients are at fault.

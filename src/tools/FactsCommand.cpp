@@ -164,7 +164,7 @@ std::string asJSON(const std::vector<Fact>& facts) {
     for (const Fact& fact : facts) {
         pairs.emplace_back(Value::string(fact.question), fact.answer.value_or(Value()));
     }
-    return jsonText(Value::dictionary(std::move(pairs)));
+    return jsonText(withFormat({{Value::string("facts"), Value::dictionary(std::move(pairs))}}));
 }
 
 } // namespace

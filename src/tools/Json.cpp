@@ -104,6 +104,11 @@ Json toJson(const Value& value) {
 
 } // namespace
 
+Value withFormat(std::vector<std::pair<Value, Value>> pairs) {
+    pairs.emplace(pairs.begin(), Value::string("format"), Value::integer(kJSONFormat));
+    return Value::dictionary(std::move(pairs));
+}
+
 std::string jsonText(const Value& value, bool onOneLine) {
     return toJson(value).dump(onOneLine ? -1 : 2, ' ', false, Json::error_handler_t::replace);
 }

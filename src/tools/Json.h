@@ -6,8 +6,17 @@
 #include <tl/expected.hpp>
 
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace qv::tools {
+
+/// What `--json` prints for other programs to build on begins with this number as `format`: `run`,
+/// `plan`, `lint`, `facts`, `log` and `clients`. It counts up when a reader could misread the rest.
+inline constexpr int kJSONFormat = 1;
+
+/// {"format": kJSONFormat, ...}
+[[nodiscard]] Value withFormat(std::vector<std::pair<Value, Value>> pairs);
 
 /// A value as JSON text, indented or on one line. What JSON lacks is written as an object with one
 /// key that names it: {"$date": "2012-05-01 12:30:00 +0000"}, or the seconds since 2001 where that

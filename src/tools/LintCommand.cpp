@@ -50,10 +50,10 @@ public:
     ExitStatus end() {
         Terminal& out = Terminal::standardOutput();
         if (options_.json) {
-            out.line(
-                jsonText(Value::dictionary({{"files", Value::array(std::move(files_))},
-                                            {"errors", Value::unsignedInteger(errors_)},
-                                            {"warnings", Value::unsignedInteger(warnings_)}})));
+            out.line(jsonText(
+                withFormat({{Value::string("files"), Value::array(std::move(files_))},
+                            {Value::string("errors"), Value::unsignedInteger(errors_)},
+                            {Value::string("warnings"), Value::unsignedInteger(warnings_)}})));
         } else if (isAnyRead_) {
             out.line(fmt::format("{}{}.", countText(errors_, warnings_),
                                  allowed_ == 0 ? "" : fmt::format(", {} allowed", allowed_)));

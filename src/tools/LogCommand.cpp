@@ -134,7 +134,7 @@ Result showLog(const LogOptions& options) {
         for (const RunEntry& run : *runs) {
             values.push_back(runAsValue(run, needsSteps));
         }
-        out.line(jsonText(isOne ? values.front() : Value::array(std::move(values)),
+        out.line(jsonText(withFormat({{Value::string("runs"), Value::array(std::move(values))}}),
                           options.jsonOnOneLine));
     } else if (isOne) {
         showRun(runs->front());

@@ -188,7 +188,7 @@ Value planValue(const Plan& plan, const Value& steps) {
     if (plan.stopsAt) {
         pairs.emplace_back(Value::string("stopsAt"), number(*plan.stopsAt));
     }
-    return Value::dictionary(std::move(pairs));
+    return withFormat(std::move(pairs));
 }
 
 // What stands behind the text of a step.

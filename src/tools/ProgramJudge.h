@@ -33,7 +33,9 @@ struct OpenProgram {
 /// Judges programs as the service of this build would.
 class ProgramJudge {
 public:
-    explicit ProgramJudge(AcceptedClients clients) : clients_(std::move(clients)) {}
+    explicit ProgramJudge(AcceptedClients clients, CodeSigningConfiguration configuration =
+                                                       ClientVerification::configuration())
+        : configuration_(std::move(configuration)), clients_(std::move(clients)) {}
 
     [[nodiscard]] Findings judge(const OpenProgram& program) const;
     [[nodiscard]] Findings judge(pid_t process);
@@ -48,7 +50,7 @@ private:
     [[nodiscard]] std::size_t clientOf(const StaticCode& code) const;
     void tellClient(CodeReport& report, const StaticCode& code, std::size_t client) const;
 
-    CodeSigningConfiguration configuration_ = ClientVerification::configuration();
+    CodeSigningConfiguration configuration_;
     GuestServices services_{configuration_};
     AcceptedClients clients_;
 };

@@ -313,8 +313,7 @@ Result run(const RunOptions& options) {
             ? becomeAcceptedClient()
             : Failure{ExitStatus::notAuthorised, "only root may run scripts with this program"};
     if (options.json) {
-        constexpr int kFormat = 1; // counts up when a program that reads it could misread it
-        printRecord("run", {{Value::string("format"), Value::integer(kFormat)},
+        printRecord("run", {{Value::string("format"), Value::integer(kJSONFormat)},
                             {Value::string("version"), Value::string(configuration::kVersion)}});
     }
     if (refusal) {
