@@ -178,15 +178,16 @@ Result facts(const FactsOptions& options) {
     facts.addVersions();
     facts.addKernelParameters();
     facts.addApplications();
+    if (facts.facts().empty()) {
+        return failure(ExitStatus::failed,
+                       "no question, and no application's name, has this in it");
+    }
     if (options.json) {
         Terminal::standardOutput().line(asJSON(facts.facts()));
     } else {
         print(facts.facts());
     }
-    if (!facts.facts().empty()) {
-        return ExitStatus::success;
-    }
-    return failure(ExitStatus::failed, "no question, and no application's name, has this in it");
+    return ExitStatus::success;
 }
 
 } // namespace qv::tools

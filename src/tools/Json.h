@@ -12,7 +12,7 @@
 namespace qv::tools {
 
 /// What `--json` prints for other programs to build on begins with this number as `format`: `run`,
-/// `plan`, `lint`, `facts`, `log` and `clients`. It counts up when a reader could misread the rest.
+/// `plan`, `lint`, `rule`, `facts`, `log` and `clients`. It counts up when a reader could misread the rest.
 inline constexpr int kJSONFormat = 1;
 
 /// {"format": kJSONFormat, ...}

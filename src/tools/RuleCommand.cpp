@@ -163,7 +163,7 @@ Value asValue(const Evaluation& evaluation) {
                                            {"outcome", Value::string(outcomeOf(part))}}));
     }
     pairs.emplace_back(Value::string("parts"), Value::array(std::move(parts)));
-    return Value::dictionary(std::move(pairs));
+    return withFormat(std::move(pairs));
 }
 
 void explain(const Evaluation& evaluation) {
@@ -218,7 +218,7 @@ Result showValue(const RuleOptions& options, QVRuleChecker& checker) {
         if (value) {
             pairs.emplace_back(Value::string("value"), *value);
         }
-        out.line(jsonText(Value::dictionary(std::move(pairs))));
+        out.line(jsonText(withFormat(std::move(pairs))));
     } else {
         out.line(out.styled(shown(value), Terminal::Style::plain));
     }
