@@ -42,11 +42,13 @@ std::string_view stateName(State state) {
     return kNames.at(static_cast<std::size_t>(state));
 }
 
+// The service manager may take a socket for started whose file somebody has removed.
 std::string startSockets() {
     return configuration::kIsDevelopment
                ? "packaging/development/service BUILD-FOLDER COMMAND serves while COMMAND runs"
-               : "as root: systemctl enable --now com.larkwen.qvcatalog.examiner.socket "
-                 "com.larkwen.qvcatalog.helper.socket";
+               : fmt::format("as root: systemctl enable {0} && systemctl restart {0}",
+                             "com.larkwen.qvcatalog.examiner.socket "
+                             "com.larkwen.qvcatalog.helper.socket");
 }
 
 // The service's own, and the examiner's beside it.
@@ -59,6 +61,25 @@ std::vector<std::string> socketPaths() {
     return {service, examiner};
 }
 
+// Nobody listens there in this network namespace; sockets in files are reached from all of them.
+Diagnosis diagnosisOfSilent(const std::string& path) {
+    const auto bound = isBoundAt(path);
+    if (!bound) {
+        return {"socket", State::warning,
+                fmt::format("{}: whether anybody listens is not known: {}", path,
+                            reasonOf(bound.error())),
+                ""};
+    }
+    if (*bound) {
+        return {"socket", State::good,
+                fmt::format("{} is bound in another network namespace: who is connected is not "
+                            "known here",
+                            path),
+                ""};
+    }
+    return {"socket", State::fault, fmt::format("nobody listens at {}", path), startSockets()};
+}
+
 void lookAtSockets(Diagnoses& found) {
     for (const std::string& path : socketPaths()) {
         const auto socket = listeningSocketAt(path);
@@ -68,10 +89,9 @@ void lookAtSockets(Diagnoses& found) {
                                          reasonOf(socket.error())),
                              ""});
         } else if (!*socket) {
-            found.push_back({"socket", State::fault, fmt::format("nobody listens at {}", path),
-                             startSockets()});
+            found.push_back(diagnosisOfSilent(path));
         } else {
-            const std::size_t count = (*socket)->peers.size();
+            const std::size_t count = (*socket)->peers.size() + (*socket)->unnamed;
             found.push_back({"socket", State::good,
                              fmt::format("{} is listened at{}", path,
                                          count == 0 ? "" : fmt::format(", {} connected", count)),

@@ -54,32 +54,45 @@ void showUnderWay(const RunEntry& run) {
                                run.stepCount, log::foreign(run.steps.back().text)));
 }
 
-// The programs that are connected to the service, but for the clients of the runs.
-tl::expected<std::vector<SocketPeer>, Error> otherClients(const std::vector<RunEntry>& runs) {
-    auto socket = listeningSocketAt(std::string(configuration::kSocketPath));
+// Those that are connected to the service, but for the clients of the runs.
+tl::expected<ListeningSocket, Error> otherClients(const std::vector<RunEntry>& runs) {
+    const std::string path(configuration::kSocketPath);
+    auto socket = listeningSocketAt(path);
     if (!socket) {
         return tl::unexpected(socket.error());
     }
-    std::vector<SocketPeer> peers =
-        *socket ? std::move((*socket)->peers) : std::vector<SocketPeer>();
-    std::erase_if(peers, [&](const SocketPeer& peer) {
+    if (!*socket) {
+        if (isBoundAt(path).value_or(false)) {
+            remark("who is connected is not known: the service's socket is in another network "
+                   "namespace");
+        }
+        return ListeningSocket();
+    }
+    std::erase_if((*socket)->peers, [&](const SocketPeer& peer) {
         return peer.process && std::ranges::find(runs, static_cast<std::uint64_t>(*peer.process),
                                                  &RunEntry::process) != runs.end();
     });
-    return peers;
+    return std::move(**socket);
 }
 
-void showClient(const SocketPeer& peer) {
+// While a script runs, the service may have read another one that has to wait: the kernel does not
+// know of that.
+bool mayWait(const SocketPeer& peer, bool isBusy) { return isBusy && !peer.isWaiting; }
+
+void showClient(const SocketPeer& peer, bool isBusy) {
+    const std::string_view state = mayWait(peer, isBusy) ? "connected, perhaps waiting for its turn"
+                                   : peer.isWaiting      ? "waits"
+                                                         : "connected";
     Terminal::standardOutput().line(
-        fmt::format("{}: {}", peer.isWaiting ? "waits" : "connected",
+        fmt::format("{}: {}", state,
                     peer.process ? fmt::format("process {} ({}), user {}", *peer.process,
                                                log::foreign(peer.program), userText(*peer.user))
                                  : std::string("a process that only root can see")));
 }
 
-Value clientAsValue(const SocketPeer& peer) {
+Value clientAsValue(const SocketPeer& peer, bool isBusy) {
     std::vector<std::pair<Value, Value>> pairs = {
-        {Value::string("waits"), Value::boolean(peer.isWaiting)}};
+        {Value::string("waits"), mayWait(peer, isBusy) ? Value() : Value::boolean(peer.isWaiting)}};
     if (peer.process) {
         pairs.emplace_back(Value::string("process"), Value::integer(*peer.process));
         pairs.emplace_back(Value::string("program"), Value::string(peer.program));
@@ -109,18 +122,25 @@ Result status(const StatusOptions& options) {
             running.push_back(runAsValue(run, true));
         }
         std::vector<Value> clients;
-        for (const SocketPeer& peer : *others) {
-            clients.push_back(clientAsValue(peer));
+        for (const SocketPeer& peer : others->peers) {
+            clients.push_back(clientAsValue(peer, !runs->empty()));
         }
-        out.line(jsonText(Value::dictionary({{"runs", Value::array(std::move(running))},
-                                             {"clients", Value::array(std::move(clients))}})));
+        out.line(jsonText(
+            Value::dictionary({{"runs", Value::array(std::move(running))},
+                               {"clients", Value::array(std::move(clients))},
+                               {"unnamedClients", Value::unsignedInteger(others->unnamed)}})));
         return ExitStatus::success;
     }
     if (runs->empty()) {
         out.line("No script runs now.");
     }
     std::ranges::for_each(*runs, showUnderWay);
-    std::ranges::for_each(*others, showClient);
+    for (const SocketPeer& peer : others->peers) {
+        showClient(peer, !runs->empty());
+    }
+    if (others->unnamed > 0) {
+        out.line(fmt::format("{} clients wait, more than the kernel can name", others->unnamed));
+    }
     return ExitStatus::success;
 }
 

@@ -82,6 +82,10 @@ TEST(Doctor, TellsWhatKeepsTheServiceFromWorking) {
                       ContainsRegex("ok +version +/usr/libexec/qvcatalog/QVCatalogHelperXPC and"),
                       ContainsRegex("ok +client +/usr/local/bin/client is accepted as"),
                       ContainsRegex("ok +journal +it holds [0-9]+ runs? of")));
+    const ProgramRun elsewhere = shell("unshare --net qvcatalog doctor");
+    EXPECT_EQ(elsewhere.status, 0) << elsewhere.output;
+    EXPECT_THAT(elsewhere.output,
+                ContainsRegex("helper.sock is bound in another network namespace"));
     const ProgramRun ill = shell("systemctl stop com.larkwen.qvcatalog.examiner.socket; "
                                  "gpasswd -a attacker _qvclient >&2; qvcatalog doctor; "
                                  "gpasswd -d attacker _qvclient >&2; "

@@ -17,6 +17,7 @@
 #include <span>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 namespace qv {
@@ -29,8 +30,8 @@ struct Socket {
     std::uint8_t state = 0; // as TCP's
     std::string path;
     INode peer = 0;
-    std::vector<INode> pending; // of a listening one: those who are connected to it
-    std::uint32_t unread = 0;   // bytes
+    std::vector<INode> pending; // of a listening one: those that nobody has accepted
+    std::uint32_t unread = 0;   // bytes; of a listening one the number of those
 };
 
 Error ask(int netlink, std::uint32_t shown) {
@@ -191,7 +192,7 @@ tl::expected<std::optional<ListeningSocket>, Error> listeningSocketAt(const std:
     };
     auto sockets = allSockets(kShown | UDIAG_SHOW_ICONS);
     if (sockets && std::ranges::none_of(*sockets, listens)) {
-        // The kernel ends its list at a socket for which more wait than fit into a datagram, 8,000.
+        // The kernel ends its list at a socket whose pending ones do not fit into a datagram.
         sockets = allSockets(kShown);
     }
     if (!sockets) {
@@ -201,9 +202,13 @@ tl::expected<std::optional<ListeningSocket>, Error> listeningSocketAt(const std:
         return std::nullopt;
     }
     std::map<INode, SocketPeer> peers;
+    ListeningSocket listening;
     for (const Socket& socket : *sockets) {
         if (socket.path != path) {
             continue;
+        }
+        if (socket.state == TCP_LISTEN && socket.pending.empty()) {
+            listening.unnamed += socket.unread;
         }
         for (const INode pending : socket.pending) {
             if (pending != 0) { // else it has closed its end already
@@ -218,11 +223,36 @@ tl::expected<std::optional<ListeningSocket>, Error> listeningSocketAt(const std:
     if (!peers.empty()) {
         findProcesses(peers);
     }
-    ListeningSocket listening;
     for (const auto& [inode, peer] : peers) {
         listening.peers.push_back(peer);
     }
     return listening;
+}
+
+tl::expected<bool, Error> isBoundAt(const std::string& path) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    if (path.size() >= sizeof address.sun_path) {
+        return tl::unexpected(Error::posix(ENAMETOOLONG));
+    }
+    std::ranges::copy(path, std::begin(address.sun_path));
+    // The kernel refuses to connect sockets of two types, once it has found the other one.
+    const Descriptor socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    if (!socket) {
+        return tl::unexpected(Error::posix(errno));
+    }
+    if (::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
+        return false; // one for datagrams
+    }
+    switch (errno) {
+    case EPROTOTYPE:
+        return true;
+    case ECONNREFUSED:
+    case ENOENT:
+        return false;
+    default:
+        return tl::unexpected(Error::posix(errno));
+    }
 }
 
 } // namespace qv
