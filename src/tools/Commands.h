@@ -73,9 +73,10 @@ struct RunOptions {
     std::string file; ///< "-" for standard input
     std::string socketPath;
     bool json = false;
-    bool strict = false;           ///< a script with mistakes is not sent
-    bool noLint = false;           ///< mistakes are not looked for
-    std::optional<double> timeout; ///< in seconds; none: as long as the script takes
+    bool strict = false;             ///< a script with mistakes is not sent
+    bool noLint = false;             ///< mistakes are not looked for
+    std::optional<double> timeout;   ///< in seconds; none: as long as the script takes
+    std::string* recordID = nullptr; ///< if not null: gets the run's ID; empty: it has no record
 };
 /// Sends a script and shows how it went. With `json` it prints a line of JSON for each of: the
 /// version of this format, the mistakes that were found, each step, the outcome.

@@ -1,24 +1,22 @@
 #include "platform/foundation/os/Descriptor.h"
 #include "platform/foundation/os/FileBytes.h"
+#include "platform/foundation/process/state/LaunchMark.h"
+#include "platform/foundation/process/state/TerminationWatch.h"
 #include "tools/Commands.h"
 #include "tools/FirstScript.h"
-#include "tools/Input.h"
 #include "tools/Json.h"
 #include "tools/RootCommand.h"
 #include "tools/RunHistory.h"
-#include "tools/RunText.h"
 #include "tools/Terminal.h"
 
 #include <fmt/core.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
 #include <sys/stat.h>
-#include <thread>
 #include <unistd.h>
 
 namespace qv::tools {
@@ -110,44 +108,21 @@ void showFiles(const DemoOptions& options, const std::string& folder) {
     }
 }
 
-// The ID of the run that this process had carried out, once the journal has its end. The service
-// hands its records over without waiting for the journal.
-tl::expected<std::string, std::string> runSince(std::uint64_t begin) {
-    constexpr int kTries = 40;
-    constexpr std::chrono::milliseconds kPause{50};
-    const auto process = static_cast<std::uint64_t>(::getpid());
-    for (int count = 0; count < kTries; ++count) {
-        auto history = RunHistory::open("", RunHistory::Steps::without);
-        const auto runs = history ? history->runsSince(begin) : tl::unexpected(history.error());
-        if (!runs) {
-            return tl::unexpected(
-                fmt::format("the journal cannot be read: {}", reasonOf(runs.error())));
-        }
-        for (const RunEntry& each : *runs) {
-            if (each.process == process && !each.outcome.empty()) {
-                return each.run;
-            }
-        }
-        std::this_thread::sleep_for(kPause);
-    }
-    return tl::unexpected<std::string>("the journal has no record of it");
-}
-
-void showRecord(const DemoOptions& options, std::uint64_t begin) {
+void showRecord(const DemoOptions& options, const std::string& run) {
     if (!hasJournal()) {
         headline(options, "This machine has no journal, in which the run would be recorded.");
         return;
     }
-    const auto run = runSince(begin);
-    headline(options, run ? "What the service has recorded (qvcatalog log " + *run + ")"
-                          : "No record to be shown: " + run.error());
-    if (run) {
-        LogOptions log;
-        log.run = *run;
-        log.json = log.jsonOnOneLine = options.json;
-        if (const Result shown = showLog(log); !shown) {
-            complain(shown.error().reason);
-        }
+    if (run.empty()) {
+        headline(options, "No record to be shown: the journal has none of this run.");
+        return;
+    }
+    headline(options, "What the service has recorded (qvcatalog log " + run + ")");
+    LogOptions log;
+    log.run = run;
+    log.json = log.jsonOnOneLine = options.json;
+    if (const Result shown = showLog(log); !shown) {
+        complain(shown.error().reason);
     }
 }
 
@@ -160,6 +135,9 @@ Result demo(const DemoOptions& options) {
     if (auto refusal = becomeAcceptedClient()) {
         return tl::unexpected(std::move(*refusal));
     }
+    // Empties the signal mask before the watch fills it. Sending tells of an error.
+    static_cast<void>(prepareMarkedProcess());
+    const TerminationWatch signals; // a signal that nobody took ends it once the folder has gone
     const auto folder = DemoFolder::make(options.keep);
     if (!folder) {
         return tl::unexpected(folder.error());
@@ -195,14 +173,15 @@ Result demo(const DemoOptions& options) {
     sent.file = file;
     sent.socketPath = options.socketPath;
     sent.json = options.json;
-    const std::uint64_t begin = microsecondsNow();
+    std::string recordID;
+    sent.recordID = &recordID;
     const Result outcome = run(sent);
     if (!outcome) {
         return outcome;
     }
     headline(options, "What is there now");
     showFiles(options, folder->path());
-    showRecord(options, begin);
+    showRecord(options, recordID);
     if (!options.json) {
         out.line("");
         out.line(options.keep ? fmt::format("{} is left.", folder->path())

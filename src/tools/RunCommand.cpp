@@ -249,8 +249,9 @@ RunProgress::Manner mannerOf(const RunOptions& options) {
     if (options.json) {
         return RunProgress::Manner::json;
     }
-    return Terminal::standardError().isQuiet() ? RunProgress::Manner::silent
-                                               : RunProgress::Manner::forPeople;
+    return Terminal::standardError().isQuiet() && options.recordID == nullptr
+               ? RunProgress::Manner::silent
+               : RunProgress::Manner::forPeople;
 }
 
 // An end to waiting that holds for connecting and for the reply together.
@@ -287,6 +288,9 @@ Result send(const RunOptions& options, const ScriptSource& script, const std::st
     }
     const std::optional<RunEntry> run = progress.finish();
     signals.take(); // it is over, and its outcome is told
+    if (options.recordID != nullptr && run) {
+        *options.recordID = run->run;
+    }
     if (options.json) {
         printOutcome(*outcome, script, run);
     } else if (!Terminal::standardOutput().isQuiet() || !outcome->success) {

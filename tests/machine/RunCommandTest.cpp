@@ -65,6 +65,17 @@ TEST_F(RunCommand, SaysWhatGoesOnAfterCtrlC) {
     EXPECT_EQ(shell("systemctl stop " + kUnit).status, 0); // the last one may still run
 }
 
+// The signal comes when the folder is there and the output waits for a reader.
+TEST_F(RunCommand, RemovesTheDemoFolderWhenInterrupted) {
+    const ProgramRun run =
+        shell("cd /srv; mkfifo full; exec 3<>full; head -c 65536 /dev/zero >&3;"
+              "qvcatalog demo >&3 & until ls /var/tmp/qvcatalog-demo.*/script.json; do sleep 0.01; "
+              "done; pkill -TERM -x QVCatalogComman; cat <full >shown & wait %1; echo $?;"
+              "kill %2; find /var/tmp -name 'qvcatalog-demo*'");
+    EXPECT_THAT(run.output, testing::EndsWith("script.json\n7\n"));
+    EXPECT_THAT(run.errors, HasSubstr("cancelled; the script was not sent"));
+}
+
 TEST_F(RunCommand, IsRecordedInSyslogWithoutAJournal) {
     const std::string journal =
         " systemd-journald.socket systemd-journald-dev-log.socket systemd-journald.service;";
