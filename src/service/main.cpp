@@ -69,7 +69,11 @@ int main(int count, char** arguments) {
         return failToListen();
     }
     auto listener = qv::xpc::Listener::createMachService(kServiceName, **queue);
-    if (!listener || !mayServe((*listener)->path())) {
+    if (!listener) {
+        qv::log::write(qv::log::Priority::error, listener.error().localizedDescription());
+        return failToListen();
+    }
+    if (!mayServe((*listener)->path())) {
         return failToListen();
     }
     qv::ClientVerification verification;

@@ -22,6 +22,7 @@ TEST(LifecycleWithoutListener, IsLoggedAndEndsWithStatus1) {
         EXPECT_EQ(service.waitForExit(), 1);
         EXPECT_TRUE(service.waitForLog("QVCatalogHelperXPC launched"));
         EXPECT_TRUE(service.waitForLog("QVCatalogHelperXPC failed to create XPC mach service"));
+        EXPECT_TRUE(service.waitForLog("socket")) << "the reason";
     }
 }
 

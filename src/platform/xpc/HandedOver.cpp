@@ -1,5 +1,10 @@
 #include "platform/xpc/HandedOver.h"
 
+#include "platform/foundation/log/Log.h"
+#include "platform/xpc/wire/WireError.h"
+
+#include <fmt/core.h>
+
 #include <charconv>
 #include <cstdlib>
 #include <fcntl.h>
@@ -29,6 +34,10 @@ std::optional<int> numberOf(std::string_view text) {
                                                                        : std::nullopt;
 }
 
+tl::unexpected<Error> noListener(std::string_view why) {
+    return tl::unexpected(wireError(WireErrorCode::noListener, why));
+}
+
 bool has(int descriptor, int option, int wanted) noexcept {
     int value = 0;
     socklen_t size = sizeof value;
@@ -37,18 +46,28 @@ bool has(int descriptor, int option, int wanted) noexcept {
 
 } // namespace
 
-std::vector<std::pair<std::string, Descriptor>> takeHandedOver() {
-    const auto process = numberOf(taken("LISTEN_PID"));
-    const auto count = numberOf(taken("LISTEN_FDS"));
+tl::expected<std::vector<std::pair<std::string, Descriptor>>, Error> takeHandedOver() {
+    const std::string process = taken("LISTEN_PID");
+    const std::string number = taken("LISTEN_FDS");
     std::string names = taken("LISTEN_FDNAMES");
-    std::vector<std::pair<std::string, Descriptor>> all;
-    if (process != ::getpid() || !count || *count < 0 || *count > kMost) {
-        return all;
+    if (process.empty() && number.empty()) {
+        return noListener("the service manager handed over no socket");
     }
+    if (numberOf(process) != ::getpid()) {
+        return noListener(fmt::format("LISTEN_PID is \"{}\", and this process is {}",
+                                      log::foreign(process), ::getpid()));
+    }
+    const auto count = numberOf(number);
+    if (!count || *count < 0 || *count > kMost) {
+        return noListener(fmt::format("LISTEN_FDS is \"{}\", not a number from 0 to {}",
+                                      log::foreign(number), kMost));
+    }
+    std::vector<std::pair<std::string, Descriptor>> all;
     for (int fd = kFirst; fd < kFirst + *count; ++fd) {
         const std::size_t end = names.find(':');
         if (::fcntl(fd, F_SETFD, FD_CLOEXEC) != 0) {
-            return {};
+            return noListener(
+                fmt::format("LISTEN_FDS is {}, and descriptor {} is not open", *count, fd));
         }
         all.emplace_back(names.substr(0, end), Descriptor(fd));
         names.erase(0, end == std::string::npos ? end : end + 1);

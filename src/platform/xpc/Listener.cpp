@@ -72,9 +72,13 @@ Listener::~Listener() {
 
 tl::expected<std::unique_ptr<Listener>, Error>
 Listener::createMachService(const std::string& name, MainQueue& queue, const Limits& limits) {
+    auto handedOver = takeHandedOver();
+    if (!handedOver) {
+        return tl::unexpected(handedOver.error());
+    }
     Descriptor found;
     std::size_t matches = 0;
-    for (auto& [itsName, socket] : takeHandedOver()) {
+    for (auto& [itsName, socket] : *handedOver) {
         if (name == itsName) {
             found = std::move(socket);
             ++matches;

@@ -50,19 +50,28 @@ TEST(Listener, TakesTheOneSocketOfItsName) {
         const Descriptor& socket;
         const char* count;
         const char* names;
-        bool isTaken = false;
+        std::string_view fault; // empty: it is taken
     };
     for (const Row& row :
-         {Row{socket, "2", "other:com.larkwen.qvcatalog.helper", true}, Row{socket, "0", ""},
-          Row{socket, "1", "other"},
-          Row{socket, "2", "com.larkwen.qvcatalog.helper:com.larkwen.qvcatalog.helper"},
-          Row{idle, "1", kName}, Row{datagrams, "1", kName}}) {
+         {Row{socket, "2", "other:com.larkwen.qvcatalog.helper", ""},
+          Row{socket, "0", "", "handed over 0 sockets"},
+          Row{socket, "1", "other", "over 0 sockets"},
+          Row{socket, "2", "com.larkwen.qvcatalog.helper:com.larkwen.qvcatalog.helper", "over 2"},
+          Row{socket, "1x", kName, "LISTEN_FDS is \"1x\", not a number from 0 to 64"},
+          Row{socket, "65", kName, "LISTEN_FDS is \"65\""},
+          Row{socket, "64", kName, "LISTEN_FDS is 64, and descriptor "},
+          Row{idle, "1", kName, "no listening stream socket"},
+          Row{datagrams, "1", kName, "no listening stream socket"}}) {
         const auto isRight = [&](const auto& listener) {
+            const bool isToldSo =
+                listener ? row.fault.empty()
+                         : !row.fault.empty() && listener.error().localizedDescription().find(
+                                                     row.fault) != std::string::npos;
             // Neither the variables nor a second socket must reach the tools that steps run.
-            return listener.has_value() == row.isTaken && std::getenv("LISTEN_FDS") == nullptr &&
+            return isToldSo && std::getenv("LISTEN_FDS") == nullptr &&
                    std::getenv("LISTEN_PID") == nullptr &&
                    std::getenv("LISTEN_FDNAMES") == nullptr &&
-                   (!row.isTaken || isListening(3) != isListening(4));
+                   (!listener || isListening(3) != isListening(4));
         };
         EXPECT_EQ(statusWhenHandedOver(row.socket.get(), row.count, row.names, isRight), 0)
             << row.count << " " << row.names;
