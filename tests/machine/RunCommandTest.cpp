@@ -81,18 +81,26 @@ TEST_F(RunCommand, IsRecordedInSyslogWithoutAJournal) {
         " systemd-journald.socket systemd-journald-dev-log.socket systemd-journald.service;";
     const std::string receiver =
         "import socket\ns=socket.socket(socket.AF_UNIX,socket.SOCK_DGRAM)\ns.bind('/dev/log')\n"
-        "s.settimeout(20)\nt=b''\nwhile b'ran to the end of 1 ' not in t: t=s.recv(9999); "
+        "s.settimeout(20)\nt=b''\nwhile b' at step 5 of 5 ' not in t: t=s.recv(9999); "
         "print(t.decode())";
-    const std::string script = scriptFile(kTouch);
+    const std::string script = scriptFile(
+        kTouch + "{operation = 20; arg1 = 1;}, {operation = 2; URL = \"file:///srv/none\";}," +
+        "{operation = 20; arg1 = 0;}," + shellStep("exit 3 # hunter2"));
     const std::string received =
         shell("systemctl stop" + journal + " rm -f /run/systemd/journal/socket /dev/log;" +
               "python3 -c \"" + receiver + "\" & until [ -S /dev/log ]; do sleep 0.02; done;" +
-              "qvcatalog run --quiet " + script + "; wait; rm /dev/log; systemctl start" + journal)
+              "qvcatalog run " + script + " >/dev/null; wait; rm /dev/log; systemctl start" +
+              journal)
             .output;
     EXPECT_THAT(received,
                 AllOf(testing::ContainsRegex("<29>QVCatalogHelperXPC.[0-9]+.: run [0-9a-f]{16}: "
-                                             "1 step of client qvcatalog-command "),
-                      HasSubstr(": step 1 of 1: touch file:///srv/touched: changed\n")));
+                                             "5 steps of client qvcatalog-command "),
+                      HasSubstr(": step 1 of 5: touch file:///srv/touched: changed\n"),
+                      HasSubstr("failed: “none” couldn’t be removed: No such file or directory. "
+                                "(NSCocoaErrorDomain 4)\n"),
+                      HasSubstr("run /bin/bash: failed: QVCatalogScriptErrorDomain 3\n"),
+                      HasSubstr("user 0: QVCatalogScriptErrorDomain 3\n"),
+                      testing::Not(HasSubstr("hunter2"))));
 }
 
 } // namespace

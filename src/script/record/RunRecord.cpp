@@ -103,7 +103,8 @@ void RunRecord::end(bool success, std::int64_t failedStep, const Error& error) {
 log::Record RunRecord::recordOf(const Step& step) const {
     const Value& value = steps_.asArray()[step.index];
     log::Record record =
-        newRecord(run_field::kStepEnd, stepMessage(value, step.index, count_, step.outcome));
+        newRecord(run_field::kStepEnd, stepMessage(value, step.index, count_, step.outcome) +
+                                           faultText(step.error, step.operation, secrets_));
     record.add(run_field::kStep, std::uint64_t{step.index});
     record.add(run_field::kOutcome, outcomeName(step.outcome));
     record.add(run_field::kDuration, microseconds(step.duration));
@@ -119,20 +120,22 @@ log::Record RunRecord::recordOf(const Step& step) const {
 }
 
 log::Record RunRecord::recordOfEnd() const {
+    const bool hasStep = failedStep_ >= 0 && std::cmp_less(failedStep_, count_);
+    const Operation* operation =
+        hasStep ? operationOfStep(steps_.asArray()[static_cast<std::size_t>(failedStep_)])
+                : nullptr;
     const std::string how =
         failedStep_ < 0 ? "failed" : fmt::format("failed at step {}", failedStep_ + 1);
     log::Record record =
-        newRecord(run_field::kEnd, fmt::format("{} of {} step{} of client {}, user {}",
-                                               success_ ? "ran to the end" : how, count_,
-                                               count_ == 1 ? "" : "s", client_.name, client_.user));
+        newRecord(run_field::kEnd,
+                  fmt::format("{} of {} step{} of client {}, user {}{}",
+                              success_ ? "ran to the end" : how, count_, count_ == 1 ? "" : "s",
+                              client_.name, client_.user, faultText(error_, operation, secrets_)));
     addClient(record);
     record.add(run_field::kOutcome, success_ ? "succeeded" : "failed");
     record.add(run_field::kDuration, microseconds(duration_));
-    const bool hasStep = failedStep_ >= 0 && std::cmp_less(failedStep_, count_);
-    const Operation* operation = nullptr;
     if (hasStep) {
         record.add(run_field::kStep, static_cast<std::uint64_t>(failedStep_));
-        operation = operationOfStep(steps_.asArray()[static_cast<std::size_t>(failedStep_)]);
     }
     addError(record, error_, operation, secrets_);
     if (lost_ > 0) {

@@ -18,10 +18,10 @@ namespace {
 
 constexpr std::size_t kLongestDescription = std::size_t{64} << 10U;
 
-bool hasSecrets(const Operation* operation) {
-    return operation != nullptr && std::ranges::any_of(operation->fields, [](const Field& field) {
-               return infoOf(field.kind).maybeSecret;
-           });
+bool mayTellWords(const Operation* operation, SecretValues secrets) {
+    return secrets == SecretValues::written || operation == nullptr ||
+           std::ranges::none_of(operation->fields,
+                                [](const Field& field) { return infoOf(field.kind).maybeSecret; });
 }
 
 // A value may be of any class and, where objects are shared, far longer than what it was sent as.
@@ -79,6 +79,16 @@ void addStep(log::Record& record, const Value& step, const Operation* operation,
     }
 }
 
+std::string faultText(const Error& error, const Operation* operation, SecretValues secrets) {
+    if (!error) {
+        return {};
+    }
+    const std::string code = fmt::format("{} {}", error.domain(), error.code());
+    return mayTellWords(operation, secrets)
+               ? fmt::format(": {} ({})", error.localizedDescription(), code)
+               : ": " + code;
+}
+
 void addError(log::Record& record, const Error& error, const Operation* operation,
               SecretValues secrets) {
     if (!error) {
@@ -86,7 +96,7 @@ void addError(log::Record& record, const Error& error, const Operation* operatio
     }
     record.add(run_field::kErrorDomain, error.domain());
     record.add(run_field::kErrorCode, std::to_string(error.code()));
-    if (secrets == SecretValues::written || !hasSecrets(operation)) {
+    if (mayTellWords(operation, secrets)) {
         record.add(run_field::kError, error.localizedDescription());
     }
 }

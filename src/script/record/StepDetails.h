@@ -28,8 +28,13 @@ enum class SecretValues : std::uint8_t {
 void addStep(log::Record& record, const Value& step, const Operation* operation,
              SecretValues secrets);
 
-/// Adds an error; of an operation with values that may be secret its words only if those are
-/// `written`, since they repeat them. `operation` may be null.
+/// ": TEXT (DOMAIN CODE)", the end of a message about what failed; empty without an error. Of an
+/// operation with values that may be secret the words are left out unless those are `written`,
+/// since they repeat them. `operation` may be null.
+[[nodiscard]] std::string faultText(const Error& error, const Operation* operation,
+                                    SecretValues secrets);
+
+/// Adds an error, its words by the same rule.
 void addError(log::Record& record, const Error& error, const Operation* operation,
               SecretValues secrets);
 
