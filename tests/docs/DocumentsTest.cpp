@@ -51,6 +51,7 @@ constexpr Elsewhere kElsewhere[] = {
     {"docs/disk-images.md", "sh\n", "", "a synopsis; ImagerTest attaches and detaches"},
     {"docs/records.md", "sh\n", "", "other runs each time; RecordTest has the same of a service"},
     {"docs/benchmarks.md", "sh\n", "", "takes an hour"},
+    {"docs/fleet.md", "", "packaging/ansible/test", "needs several machines"},
     {"docs/archives.md", "sh\ng++", "", "needs an installed library and a download"},
     {"docs/getting-started.md", "sh\n#!/bin/sh", "", "a script of a package that is not here"},
     {"docs/getting-started.md", "sh\ncmake", "", "builds the whole checkout once more"},

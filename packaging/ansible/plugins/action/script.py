@@ -45,7 +45,7 @@ class ActionModule(ActionBase):
             options["secrets"] = list(named) + [
                 secret for secret in secrets
                 if secret and (to_bytes(secret) in script or to_bytes(json.dumps(secret)[1:-1]) in script)]
-            options["_encoded"] = to_text(base64.b64encode(script))
+            options.update(content=to_text(base64.b64encode(script)), encoding="base64")
         result.update(self._execute_module(module_name="larkwen.qvcatalog.script", module_args=options,
                                            task_vars=task_vars))
         result.pop("invocation", None)  # which would show the steps
@@ -67,6 +67,12 @@ class ActionModule(ActionBase):
         if given[0] == "steps":
             if not isinstance(value, list):
                 raise AnsibleError("steps has to be a list of steps, not a %s" % type(value).__name__)
-            value = {"steps": value}
+            # A step on each line, so that the number of the line in a message is that of the step.
+            return to_bytes("[%s]" % ",\n".join(json.dumps(step) for step in value))
+        if options.get("encoding") == "base64":
+            try:
+                return base64.b64decode(value, validate=True)
+            except (TypeError, ValueError) as error:
+                raise AnsibleError("content is not base64: %s" % to_text(error))
         # A template that yields JSON arrives as what it means.
         return to_bytes(value if isinstance(value, str) else json.dumps(value))

@@ -36,6 +36,11 @@ options:
     description:
       - The script as text, for example the result of a template.
     type: str
+  encoding:
+    description: How I(content) is written. A binary property list has to be in base64.
+    type: str
+    choices: [text, base64]
+    default: text
   steps:
     description:
       - The steps themselves, as they stand in the C(steps) of a script.
@@ -164,11 +169,7 @@ class Script(object):
                     return file.read()
             except (IOError, OSError) as error:
                 raise CommandError("%s: %s" % (self.options["src"], error.strerror))
-        if self.options["_encoded"] is not None:
-            return base64.b64decode(self.options["_encoded"])
-        if self.options["steps"] is not None:
-            return to_bytes(json.dumps({"steps": self.options["steps"]}))
-        return to_bytes(self.options["content"])
+        return base64.b64decode(self.options["content"])  # which the action plug-in has made of any other source
 
     def look(self):
         """Fails on mistakes; notes the findings."""
@@ -252,7 +253,7 @@ class Script(object):
     def has_changed(self, steps):
         """`done` changes something unless the plan was sure that it would not."""
         planned = dict((line["index"], line) for line in self.plan["steps"]) if self.plan else {}
-        if not steps: # the host keeps no record
+        if not steps:  # the host keeps no record
             return True
         for step in steps:
             line = planned.get(step["index"], {})
@@ -324,16 +325,16 @@ def main():
             "remote_src": {"type": "bool", "default": False},
             # As a whole, for Ansible would leave out each word of a secret list from all that it prints.
             "content": {"type": "str", "no_log": True},
+            "encoding": {"type": "str", "choices": ["text", "base64"], "default": "text"},
             "steps": {"type": "list", "elements": "dict"},
             "strict": {"type": "bool", "default": False},
             "lint": {"type": "bool", "default": True},
             "force": {"type": "bool", "default": False},
             "timeout": {"type": "int"},
             "secrets": {"type": "list", "elements": "str", "default": [], "no_log": True},
-            "_encoded": {"type": "str", "no_log": True},
         },
-        required_one_of=[("src", "content", "steps", "_encoded")],
-        mutually_exclusive=[("src", "content", "steps", "_encoded"), ("strict", "force")],
+        required_one_of=[("src", "content", "steps")],
+        mutually_exclusive=[("src", "content", "steps")],
         supports_check_mode=True)
     script = None
     try:
