@@ -36,6 +36,13 @@ bool isOfService(const JournalEntry& entry) {
            unit == "com.larkwen.qvcatalog.helper.service";
 }
 
+// A developer's service has a journal of its own on a machine that has none.
+std::string usualFolder() {
+    const std::string own = std::string(configuration::kDevelopmentFolder) + "/run/journal";
+    return configuration::kIsDevelopment && ::access(own.c_str(), R_OK | X_OK) == 0 ? own
+                                                                                    : std::string();
+}
+
 StepEntry stepOf(const JournalEntry& entry) {
     return {.index = numberOf(entry[run_field::kStep]),
             .outcome = std::string(entry[run_field::kOutcome]),
@@ -77,7 +84,7 @@ bool hasJournal() {
 }
 
 tl::expected<RunHistory, Error> RunHistory::open(const std::string& folder, Steps steps) {
-    auto reader = JournalReader::open(folder);
+    auto reader = JournalReader::open(folder.empty() ? usualFolder() : folder);
     if (!reader) {
         return tl::unexpected(reader.error());
     }
