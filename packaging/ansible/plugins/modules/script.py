@@ -175,7 +175,10 @@ class Script(object):
         """Fails on mistakes; notes the findings."""
         arguments = ["lint"] + (["--strict"] if self.options["strict"] else []) + ["-"]
         status, answer = self.command.ask(arguments, self.data)
-        self.result["findings"] = [finding for file in answer["files"] for finding in file["findings"]]
+        file = answer["files"][0]
+        if "error" in file:
+            raise CommandError("the script cannot be read: %s" % file["error"], status)
+        self.result["findings"] = file["findings"]
         if status == FAULTY:
             self.fail("the script has mistakes and was not sent: %s" % "; ".join(
                 finding_text(finding) for finding in self.result["findings"]
@@ -241,6 +244,7 @@ class Script(object):
                 outcome = record
         self.result["sent"] = status not in (FAULTY, 4, 5)
         if outcome is None:
+            self.result["changed"] = self.result["sent"]  # nobody knows
             raise CommandError(record.get("error", "qvcatalog run told no outcome"), status, record)
         if steps:
             self.result["steps"] = steps
