@@ -205,7 +205,15 @@ TEST(ClientConnection, GivesUpAtItsLimits) {
     silent.perform([&] { held.clear(); });
     const ServiceThread idle({.accepting = false}); // connects, but nobody greets
     EXPECT_THAT(ClientConnection::connect(idle.path(), in(50ms)), fails(ClientErrorCode::timedOut));
+    const qv::test::TemporaryDirectory folder;
+    const Descriptor full = qv::test::listenAt(folder / "full");
+    ASSERT_EQ(::listen(full.get(), 0), 0);
+    const test::RawClient first(folder / "full");
+    EXPECT_THAT(ClientConnection::connect(folder / "full", in(50ms)),
+                fails(ClientErrorCode::timedOut));
     ASSERT_EQ(::eventfd_write(cancel.get(), 1), 0);
+    EXPECT_THAT(ClientConnection::connect(folder / "full", in(3s)),
+                fails(ClientErrorCode::cancelled));
     EXPECT_THAT(ClientConnection::connect(idle.path(), in(60s)), fails(ClientErrorCode::cancelled));
     EXPECT_THAT(connection->sendMessageWithReply(dictionaryOf("x"), in(60s)),
                 fails(ClientErrorCode::cancelled));
