@@ -24,6 +24,9 @@ constexpr milliseconds kPauseWhileRunning(100);
 constexpr milliseconds kPauseAfterReply(1); // and behind a record
 constexpr milliseconds kLongestRest(2000);  // since the last record
 constexpr std::chrono::seconds kBetweenLines(1);
+// A watch shows when the journal begins a new file. Closing it takes the kernel some 15 ms, so a
+// short run is followed without one: what is added to a file that is open is seen all the same.
+constexpr std::chrono::seconds kWithoutWatch(1);
 
 bool isLeaf(const Value& step) {
     const Operation* operation = operationOfStep(step);
@@ -112,11 +115,12 @@ bool RunProgress::isCancelled() const {
 }
 
 bool RunProgress::takeRecords() {
-    constexpr std::chrono::microseconds kAtOnce(1);
     constexpr int kMostAtOnce = 1000; // then the bar is drawn
+    const bool watches = Clock::now() - start_ >= kWithoutWatch;
+    const std::chrono::microseconds time(watches ? 1 : 0);
     bool tookSome = false;
     for (int count = 0; history_ && count < kMostAtOnce; ++count) {
-        const tl::expected<RunEntry*, Error> next = history_->next(kAtOnce);
+        const tl::expected<RunEntry*, Error> next = history_->next(time);
         if (!next || *next == nullptr) {
             break;
         }
