@@ -3,7 +3,7 @@
 #include "platform/foundation/configuration/Configuration.h"
 #include "platform/foundation/text/SimilarNames.h"
 #include "tools/CommandRows.h"
-#include "tools/Terminal.h"
+#include "tools/terminal/Terminal.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>

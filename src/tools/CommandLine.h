@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tools/Commands.h"
+#include "tools/terminal/Result.h"
 
 namespace qv::tools {
 

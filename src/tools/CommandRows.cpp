@@ -1,7 +1,10 @@
 #include "tools/CommandRows.h"
 
 #include "tools/CommandTree.h"
-#include "tools/Commands.h"
+#include "tools/DescribeCommand.h"
+#include "tools/clients/ClientCommands.h"
+#include "tools/machine/MachineCommands.h"
+#include "tools/scripts/ScriptCommands.h"
 
 #include <CLI/CLI.hpp>
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "tools/CommandTree.h"
-#include "tools/Commands.h"
+#include "tools/terminal/Result.h"
 
 #include <functional>
 #include <string>

@@ -1,7 +1,8 @@
+#include "tools/DescribeCommand.h"
+
 #include "platform/foundation/configuration/Configuration.h"
 #include "tools/CommandTree.h"
-#include "tools/Commands.h"
-#include "tools/Terminal.h"
+#include "tools/terminal/Terminal.h"
 
 namespace qv::tools {
 

@@ -1,7 +1,7 @@
 #include "script/review/WrittenField.h"
 #include "script/step/OperationTable.h"
 #include "tools/CommandTree.h"
-#include "tools/Commands.h"
+#include "tools/terminal/Result.h"
 
 #include <fmt/format.h>
 

@@ -1,6 +1,6 @@
 #include "client/QVCatalogHelperClient.h"
 #include "tools/CommandRows.h"
-#include "tools/Commands.h"
+#include "tools/service/ServiceCommands.h"
 
 #include <CLI/CLI.hpp>
 

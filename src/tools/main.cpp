@@ -1,8 +1,8 @@
 #include "platform/foundation/log/Log.h"
 #include "platform/foundation/os/FileBytes.h"
 #include "tools/CommandLine.h"
-#include "tools/Json.h"
-#include "tools/Terminal.h"
+#include "tools/terminal/Json.h"
+#include "tools/terminal/Terminal.h"
 
 #include <fmt/core.h>
 

@@ -3,7 +3,7 @@
 
 #include "platform/iokit/IOKit.h"
 #include "platform/iokit/IONotificationPort.h"
-#include "platform/iokit/KeyValueText.h"
+#include "platform/iokit/device/KeyValueText.h"
 
 #include "SmallTree.h"
 #include <cstdlib>

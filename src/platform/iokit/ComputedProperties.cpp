@@ -1,7 +1,7 @@
 #include "platform/iokit/ComputedProperties.h"
 
 #include "platform/foundation/values/ASCII.h"
-#include "platform/iokit/PropertyConversion.h"
+#include "platform/iokit/device/PropertyConversion.h"
 
 #include <fmt/core.h>
 

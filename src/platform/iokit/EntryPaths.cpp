@@ -1,7 +1,7 @@
 #include "platform/iokit/EntryPaths.h"
 
-#include "platform/iokit/PropertyConversion.h"
-#include "platform/iokit/TakeField.h"
+#include "platform/iokit/device/PropertyConversion.h"
+#include "platform/iokit/device/TakeField.h"
 
 #include <algorithm>
 

@@ -2,8 +2,8 @@
 
 #include "platform/foundation/values/ASCII.h"
 #include "platform/foundation/values/Conversions.h"
-#include "platform/iokit/PropertyConversion.h"
-#include "platform/iokit/TakeField.h"
+#include "platform/iokit/device/PropertyConversion.h"
+#include "platform/iokit/device/TakeField.h"
 
 #include <algorithm>
 #include <array>

@@ -2,7 +2,7 @@
 
 #include "platform/iokit/Notifier.h"
 #include "platform/iokit/Registry.h"
-#include "platform/iokit/UdevMonitor.h"
+#include "platform/iokit/device/UdevMonitor.h"
 
 #include <algorithm>
 #include <array>

@@ -2,8 +2,8 @@
 
 #include "platform/foundation/os/Folder.h"
 #include "platform/foundation/values/ASCII.h"
-#include "platform/iokit/KeyValueText.h"
-#include "platform/iokit/ManagerData.h"
+#include "platform/iokit/device/KeyValueText.h"
+#include "platform/iokit/device/ManagerData.h"
 
 #include <algorithm>
 #include <fcntl.h>

@@ -1,10 +1,10 @@
 #pragma once
 
 #include "platform/foundation/os/Descriptor.h"
-#include "platform/iokit/AttributeReader.h"
-#include "platform/iokit/DeviceWalk.h"
 #include "platform/iokit/RegistryEntry.h"
 #include "platform/iokit/RegistryReplacement.h"
+#include "platform/iokit/device/AttributeReader.h"
+#include "platform/iokit/device/DeviceWalk.h"
 
 #include <cstdint>
 #include <functional>

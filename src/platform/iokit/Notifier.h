@@ -1,8 +1,8 @@
 #pragma once
 
-#include "platform/iokit/DeviceMonitor.h"
 #include "platform/iokit/Matcher.h"
 #include "platform/iokit/Notification.h"
+#include "platform/iokit/device/DeviceMonitor.h"
 
 #include <cstdint>
 #include <deque>

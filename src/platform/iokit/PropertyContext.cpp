@@ -1,7 +1,7 @@
 #include "platform/iokit/PropertyContext.h"
 
 #include "platform/foundation/os/Folder.h"
-#include "platform/iokit/ManagerData.h"
+#include "platform/iokit/device/ManagerData.h"
 
 namespace qv {
 

@@ -1,9 +1,9 @@
 #pragma once
 
 #include "platform/foundation/os/Descriptor.h"
-#include "platform/iokit/AttributeReader.h"
-#include "platform/iokit/DeviceClass.h"
-#include "platform/iokit/KeyValueText.h"
+#include "platform/iokit/device/AttributeReader.h"
+#include "platform/iokit/device/DeviceClass.h"
+#include "platform/iokit/device/KeyValueText.h"
 
 #include <cstdint>
 #include <map>

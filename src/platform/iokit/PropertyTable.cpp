@@ -2,7 +2,7 @@
 
 #include "platform/foundation/values/ASCII.h"
 #include "platform/iokit/ComputedProperties.h"
-#include "platform/iokit/TakeField.h"
+#include "platform/iokit/device/TakeField.h"
 
 #include <fmt/core.h>
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/iokit/PropertyContext.h"
-#include "platform/iokit/PropertyConversion.h"
+#include "platform/iokit/device/PropertyConversion.h"
 
 #include <span>
 

@@ -1,12 +1,12 @@
 #pragma once
 
-#include "platform/iokit/AttributeReader.h"
 #include "platform/iokit/EntryPaths.h"
 #include "platform/iokit/HandleTable.h"
 #include "platform/iokit/Matcher.h"
 #include "platform/iokit/NodeTable.h"
 #include "platform/iokit/PropertyAccess.h"
 #include "platform/iokit/RegistryReplacement.h"
+#include "platform/iokit/device/AttributeReader.h"
 
 #include <tl/expected.hpp>
 

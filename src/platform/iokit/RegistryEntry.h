@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/foundation/values/Value.h"
-#include "platform/iokit/DeviceClass.h"
+#include "platform/iokit/device/DeviceClass.h"
 
 #include <cstdint>
 #include <map>

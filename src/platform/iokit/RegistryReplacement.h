@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/iokit/DeviceMonitor.h"
+#include "platform/iokit/device/DeviceMonitor.h"
 
 #include <cstddef>
 #include <functional>

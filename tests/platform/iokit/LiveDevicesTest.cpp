@@ -1,6 +1,6 @@
 // The devices and the events of this machine itself.
 
-#include "platform/iokit/UdevMonitor.h"
+#include "platform/iokit/device/UdevMonitor.h"
 #include "support/InChild.h"
 #include "support/StartedProgram.h"
 

@@ -1,4 +1,4 @@
-#include "platform/iokit/AttributeReader.h"
+#include "platform/iokit/device/AttributeReader.h"
 #include "support/CaseFile.h"
 #include "support/SilentFileSystem.h"
 #include "support/ValueDump.h"
