@@ -11,9 +11,8 @@
 
 namespace qv::tools {
 
-/// What `--json` prints for other programs to build on begins with this number as `format`: `run`,
-/// `plan`, `lint`, `rule`, `facts`, `log` and `clients`. It counts up when a reader could misread
-/// the rest.
+/// The JSON of `run`, `plan`, `lint`, `rule`, `facts`, `log` and `clients` begins with this number
+/// as `format`. It counts up when a reader could misread the rest.
 inline constexpr int kJSONFormat = 1;
 
 /// {"format": kJSONFormat, ...}

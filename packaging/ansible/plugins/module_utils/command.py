@@ -7,8 +7,8 @@ __metaclass__ = type
 import json
 import shutil
 
-# What `--json` begins with. A command that prints no such number is older, one that prints a
-# higher one may mean something else by what follows.
+# The number that the JSON of a command begins with. A command that prints none is older; one that
+# prints a higher number may mean something else by the rest.
 FORMAT = 1
 
 # Exit statuses of every command; see docs/command.md.

@@ -1,5 +1,5 @@
 #!/usr/bin/python
-# What rules can ask of a host.
+# Has a host answer the questions that rules ask.
 
 from __future__ import absolute_import, division, print_function
 
@@ -8,7 +8,7 @@ __metaclass__ = type
 DOCUMENTATION = r"""
 ---
 module: facts
-short_description: Ask a host what rules can ask of it
+short_description: Have a host answer the questions that rules ask
 version_added: 1.0.0
 author: The QVCatalog maintainers (@qvcatalog)
 description:
