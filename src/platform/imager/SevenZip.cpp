@@ -37,15 +37,16 @@ namespace {
 constexpr const char* kFileInside = "/image";
 constexpr const char* kFolderInside = "/content";
 
-// All that the program sees of this machine's files, as root's reader: mounts without a place yet.
-struct Scene {
+// The files of this machine that the program sees, as root's reader: mounts without a place yet.
+struct VisibleFiles {
     Descriptor system;
     Descriptor file;
     Descriptor folder;
 };
 
-// Makes the scene all that there is, with `/` as working directory. Returns what failed, in words.
-std::string enterScene(const Scene& scene) {
+// Makes these files all that the process sees, with `/` as working directory. Returns what failed,
+// in words.
+std::string enterVisibleFiles(const VisibleFiles& visible) {
     constexpr const char* kRoot = "/run"; // any folder; covered in this process's namespace alone
     constexpr mode_t kForAll = 0755;
     const auto place = [](const Descriptor& mount, const char* name) {
@@ -56,27 +57,28 @@ std::string enterScene(const Scene& scene) {
         ::mount("tmpfs", kRoot, "tmpfs", MS_NOSUID | MS_NODEV, "mode=0755,size=64k") == 0 &&
         ::chdir(kRoot) == 0 && ::mkdir("usr", kForAll) == 0 && ::mkdir("content", kForAll) == 0 &&
         ::mknod("image", S_IFREG | S_IRUSR, 0) == 0 && ::symlink("usr/lib", "lib") == 0 &&
-        ::symlink("usr/lib64", "lib64") == 0 && place(scene.system, "usr") &&
-        place(scene.file, "image") && place(scene.folder, "content") &&
+        ::symlink("usr/lib64", "lib64") == 0 && place(visible.system, "usr") &&
+        place(visible.file, "image") && place(visible.folder, "content") &&
         ::syscall(SYS_pivot_root, ".", ".") == 0 && ::umount2(".", MNT_DETACH) == 0 &&
         ::chdir("/") == 0;
     return isDone ? "" : fmt::format("the view of files: {}", errnoText(errno));
 }
 
-// Of the processor.
+// The limit of processor time.
 rlimit longestFor(int file) {
     const auto seconds = static_cast<rlim_t>(readingTimeOf(file).count());
     return {.rlim_cur = seconds, .rlim_max = seconds};
 }
 
 // Becomes the program. Returns only when that fails: why, in words.
-std::string becomeProgram(const std::vector<std::string>& words, const Scene* scene, int starter,
-                          const rlimit& time) {
+std::string becomeProgram(const std::vector<std::string>& words, const VisibleFiles* visible,
+                          int starter, const rlimit& time) {
     constexpr mode_t kMask = 022;
     ::umask(kMask);
-    std::string failed = scene == nullptr ? "" : enterScene(*scene);
+    std::string failed = visible == nullptr ? "" : enterVisibleFiles(*visible);
     if (failed.empty()) {
-        failed = scene == nullptr ? dropPrivileges(kImageReader) : dropAllButReading(kImageReader);
+        failed =
+            visible == nullptr ? dropPrivileges(kImageReader) : dropAllButReading(kImageReader);
     }
     if (!failed.empty()) {
         return failed;
@@ -99,7 +101,7 @@ std::string becomeProgram(const std::vector<std::string>& words, const Scene* sc
     return errnoText(errno);
 }
 
-// Like fork; the child is the first process of namespaces of its own, if any are asked for.
+// Works like fork; the child is the first process of namespaces of its own, if any are asked for.
 pid_t forkInto(unsigned long namespaces) {
     return static_cast<pid_t>(
         ::syscall(SYS_clone, namespaces | SIGCHLD, nullptr, nullptr, nullptr, nullptr));
@@ -181,16 +183,16 @@ std::string pathWhileUnpacking(int folder) {
 Error unpack(int file, const std::string& format, int folder, std::chrono::milliseconds patience) {
     const std::string step = fmt::format("unpacking ({})", format);
     const bool isRoot = ::geteuid() == 0;
-    Scene scene;
+    VisibleFiles visible;
     if (isRoot) {
         if (::fchown(folder, kImageReader, kImageReader) != 0) {
             return failed(step, errno);
         }
         const Descriptor system(::open("/usr", O_PATH | O_DIRECTORY | O_CLOEXEC));
-        scene = {.system = cloneOfMount(system.get(), Access::readOnly),
-                 .file = cloneOfMount(file, Access::readOnly),
-                 .folder = cloneOfMount(folder, Access::readWrite)};
-        if (!scene.system || !scene.file || !scene.folder) {
+        visible = {.system = cloneOfMount(system.get(), Access::readOnly),
+                   .file = cloneOfMount(file, Access::readOnly),
+                   .folder = cloneOfMount(folder, Access::readWrite)};
+        if (!visible.system || !visible.file || !visible.folder) {
             return failed(step, errno);
         }
     }
@@ -216,7 +218,7 @@ Error unpack(int file, const std::string& format, int folder, std::chrono::milli
             ::dup2(nothing.get(), standard);
         }
         const std::string failed =
-            becomeProgram(words, isRoot ? &scene : nullptr, self.get(), longestFor(file));
+            becomeProgram(words, isRoot ? &visible : nullptr, self.get(), longestFor(file));
         static_cast<void>(qv::writeAll(report->fileHandleForWriting.get(), failed));
         ::_exit(EXIT_FAILURE);
     }

@@ -85,9 +85,9 @@ struct LockedFolder {
 
 /// A small file that the service reads. It is written in the folder of the settings and moved to
 /// its own when it is complete: an unfinished one there would keep every client out.
-class LaidFile {
+class InstalledFile {
 public:
-    static Made<LaidFile> in(const LockedFolder& settings, const std::string& path) {
+    static Made<InstalledFile> in(const LockedFolder& settings, const std::string& path) {
         const fs::path place(path);
         Descriptor folder = duplicate(settings.fd);
         for (const fs::path& part : place.parent_path().lexically_relative(settings.path)) {
@@ -97,7 +97,7 @@ public:
                 return fileFailure(errno, place.parent_path());
             }
         }
-        return LaidFile(settings, std::move(folder), path);
+        return InstalledFile(settings, std::move(folder), path);
     }
 
     [[nodiscard]] const std::optional<std::string>& former() const { return former_; }
@@ -111,7 +111,7 @@ public:
         return error == 0 ? Made<void>() : fileFailure(error, path_);
     }
 
-    /// After a failure, the first of which is told.
+    /// Restores the former files after a failure, the first of which is told.
     void restore() const {
         if (former_) {
             static_cast<void>(write(*former_));
@@ -121,7 +121,7 @@ public:
     }
 
 private:
-    LaidFile(const LockedFolder& settings, Descriptor folder, const std::string& path)
+    InstalledFile(const LockedFolder& settings, Descriptor folder, const std::string& path)
         : settings_(settings), folder_(std::move(folder)), name_(fs::path(path).filename()),
           path_(path) {
         const Descriptor file(
@@ -134,7 +134,7 @@ private:
     Descriptor folder_;
     std::string name_;
     std::string path_;
-    std::optional<std::string> former_; // what was there
+    std::optional<std::string> former_; // the file that was there
 };
 
 // Files that an attempt has left which was cut off.
@@ -174,13 +174,13 @@ std::string requirementOf(const CodeFacts& facts) {
                        hexadecimal(facts.chain.front().sha1));
 }
 
-// Of the program of an earlier installation; none where it is missing or not good.
+// The requirement for the program of an earlier installation; none where it is missing or not good.
 std::optional<std::string> formerRequirement(const std::string& path) {
     const Descriptor file = openRegularFile(path);
     if (!file) {
         return std::nullopt;
     }
-    const TrustAnchors nobody; // its facts are wanted, not whom it may serve
+    const TrustAnchors nobody; // only the facts are wanted, not trust
     const StaticCode code =
         StaticCode::examine(file.get(), Examination{.anchors = *nobody.current()});
     return code.status() == codesign_status::kSuccess ? std::optional(requirementOf(code.facts()))
@@ -242,8 +242,8 @@ public:
                     const std::function<void()>& eachStep)
         : choices_(choices), configuration_(configuration), eachStep_(eachStep) {}
 
-    [[nodiscard]] Made<InstalledClient> run(const SignedCopy& copy, const LaidFile& anchor,
-                                            const LaidFile& requirement) const {
+    [[nodiscard]] Made<InstalledClient> run(const SignedCopy& copy, const InstalledFile& anchor,
+                                            const InstalledFile& requirement) const {
         auto installed = add(copy, anchor, requirement);
         if (!installed) {
             requirement.restore();
@@ -257,8 +257,8 @@ public:
     }
 
 private:
-    [[nodiscard]] Made<InstalledClient> add(const SignedCopy& copy, const LaidFile& anchor,
-                                            const LaidFile& requirement) const {
+    [[nodiscard]] Made<InstalledClient> add(const SignedCopy& copy, const InstalledFile& anchor,
+                                            const InstalledFile& requirement) const {
         const std::string& roots = anchor.former().value_or("");
         const auto former = formerRequirement(choices_.path);
         const bool areReadable = certificatesWithPEM(roots).has_value();
@@ -333,8 +333,8 @@ OwnClient::install(int program, const std::function<void()>& eachStep) const {
     if (!copy) {
         return tl::unexpected(copy.error());
     }
-    const auto anchor = LaidFile::in(*settings, anchorPath());
-    const auto requirement = LaidFile::in(*settings, requirementPath());
+    const auto anchor = InstalledFile::in(*settings, anchorPath());
+    const auto requirement = InstalledFile::in(*settings, requirementPath());
     if (!anchor || !requirement) {
         return tl::unexpected(anchor ? requirement.error() : anchor.error());
     }

@@ -67,17 +67,17 @@ tl::expected<std::vector<X509Handle>, SignatureFailure> certificatesAt(const std
     return std::move(*certificates);
 }
 
-// Instead of asking on the terminal.
+// Refuses a password instead of asking on the terminal.
 int noPassword(char* /*buffer*/, int /*size*/, int /*writing*/, void* /*context*/) { return -1; }
 
-struct Cleansed { // a secret that does not linger in freed memory
+struct SecretText { // a secret that does not linger in freed memory
     std::string text;
-    explicit Cleansed(std::string content) : text(std::move(content)) {}
-    Cleansed(const Cleansed&) = delete;
-    Cleansed& operator=(const Cleansed&) = delete;
-    Cleansed(Cleansed&&) = delete;
-    Cleansed& operator=(Cleansed&&) = delete;
-    ~Cleansed() { OPENSSL_cleanse(text.data(), text.size()); }
+    explicit SecretText(std::string content) : text(std::move(content)) {}
+    SecretText(const SecretText&) = delete;
+    SecretText& operator=(const SecretText&) = delete;
+    SecretText(SecretText&&) = delete;
+    SecretText& operator=(SecretText&&) = delete;
+    ~SecretText() { OPENSSL_cleanse(text.data(), text.size()); }
 };
 
 tl::expected<KeyHandle, SignatureFailure> keyAt(const std::string& path) {
@@ -85,7 +85,7 @@ tl::expected<KeyHandle, SignatureFailure> keyAt(const std::string& path) {
     if (!content) {
         return tl::unexpected(content.error());
     }
-    const Cleansed secret(std::move(*content));
+    const SecretText secret(std::move(*content));
     const BIOHandle source = bioReading(secret.text);
     KeyHandle key(source ? PEM_read_bio_PrivateKey(source.get(), nullptr, noPassword, nullptr)
                          : nullptr);

@@ -26,15 +26,15 @@ namespace {
 constexpr std::size_t kLongestEnvironment = std::size_t{256} << 10U;
 constexpr std::size_t kLongestVariable = 4096;
 
-struct Freed {
+struct FreeDeleter {
     void operator()(char* text) const noexcept {
         std::free(text); // NOLINT(*-no-malloc,*-owning-memory): the library says so
     }
 };
-using Text = std::unique_ptr<char, Freed>;
+using Text = std::unique_ptr<char, FreeDeleter>;
 
-// What a session says of itself. Nothing that has programs load or look for other files than they
-// would.
+// The variables that a session gives. Nothing that has programs load or look for other files than
+// they would.
 constexpr std::string_view kRuntimeFolder = "XDG_RUNTIME_DIR";
 constexpr std::string_view kBusAddress = "DBUS_SESSION_BUS_ADDRESS";
 constexpr std::array<std::string_view, 14> kSessionVariables = {
@@ -58,7 +58,7 @@ std::string_view nameOf(std::string_view variable) {
     return variable.substr(0, variable.find('='));
 }
 
-// The other kinds of an address have whoever connects execute a program.
+// An address of another kind has the connecting process execute a program.
 bool namesSocketsOnly(std::string_view busAddresses) {
     while (busAddresses.starts_with("unix:")) {
         const std::size_t end = busAddresses.find(';');
@@ -102,8 +102,8 @@ std::string environmentOf(const ProcessIdentity& process, uid_t user) {
     return status && status->realUser == user ? contentOf(folder->get(), "environ") : std::string();
 }
 
-// Another process reads them, of the same rights: the kernel has whoever asks wait while their
-// owner executes another program, for as long as he likes.
+// Another process of the same rights reads them: the kernel lets the reader wait while their owner
+// executes another program, for as long as he likes.
 std::vector<std::string> variablesOf(const ProcessIdentity& process, uid_t user,
                                      UserProcesses& processes) {
     const WorkResult read =
@@ -155,7 +155,7 @@ Text displaySessionOf(uid_t user) {
     return ::sd_uid_get_display(user, &session) >= 0 ? Text(session) : nullptr;
 }
 
-// For whom one who is root acts.
+// The user for whom a process of root acts.
 uid_t userBehindRoot(pid_t pid) {
     uid_t owner = 0;
     if (::sd_pid_get_owner_uid(pid, &owner) >= 0) {

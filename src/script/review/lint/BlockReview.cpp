@@ -98,7 +98,7 @@ void BlockReview::reviewRule(const ReviewedStep& step, const Field& field, Findi
     for (const RuleFault& fault : reading.faults) {
         Place place = step.at(field);
         place.offset = fault.offset;
-        findings.add(fault.check, place, fault.words);
+        findings.add(fault.check, place, fault.explanation);
     }
     if (reading.asksForLastError) {
         reviewLastError(step, field, findings);
@@ -107,12 +107,12 @@ void BlockReview::reviewRule(const ReviewedStep& step, const Field& field, Findi
 
 void BlockReview::reviewLastError(const ReviewedStep& step, const Field& field,
                                   Findings& findings) {
-    Words words;
+    Explanation explanation;
     if (stopsAtErrors()) {
-        words = {"a failure of the step before stops the script, so there is no error here",
-                 "set the error behaviour to 1 before that step"};
+        explanation = {"a failure of the step before stops the script, so there is no error here",
+                       "set the error behaviour to 1 before that step"};
     } else if (!mayFail(previous_)) {
-        words = {
+        explanation = {
             step.index == 0 ? std::string("no step comes before this one, so there is no error")
             : previous_ == nullptr
                 ? "the step before does nothing, so there is no error"
@@ -123,7 +123,7 @@ void BlockReview::reviewLastError(const ReviewedStep& step, const Field& field,
     } else {
         return;
     }
-    findings.add(Check::deadErrorQuestion, step.at(field), std::move(words));
+    findings.add(Check::deadErrorQuestion, step.at(field), std::move(explanation));
 }
 
 void BlockReview::end(const LintOptions& options, Findings& findings) {

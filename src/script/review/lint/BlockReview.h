@@ -7,7 +7,7 @@
 
 namespace qv::review {
 
-/// Where a step stands: a branch of a block, which has a number of its own, at a depth.
+/// The branch of a block in which a step stands: a number of its own, and a depth.
 struct Branch {
     std::uint32_t number = 0; ///< 0 outside of all blocks
     std::size_t depth = 0;
@@ -30,10 +30,10 @@ public:
     }
 
 private:
-    /// None: it depends on the branches that were taken.
+    /// The behaviour; none if it depends on the branches that were taken.
     struct Behaviour {
         std::optional<std::int32_t> value = 0;
-        std::optional<std::size_t> step; ///< that has set it
+        std::optional<std::size_t> step; ///< the step that has set it
     };
     struct Block {
         std::size_t step; ///< of the if

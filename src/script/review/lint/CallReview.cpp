@@ -14,7 +14,7 @@ namespace {
 
 using Names = std::span<const std::string_view>;
 
-/// What a function understands.
+/// The words that a function understands.
 struct FunctionWords {
     std::string_view function;
     std::string_view questionKey; ///< of the argument that holds the question; empty: only words
@@ -105,8 +105,8 @@ public:
     }
 
 private:
-    void add(Check check, Words words) {
-        faults_.push_back({check, placed_.offset, std::move(words)});
+    void add(Check check, Explanation explanation) {
+        faults_.push_back({check, placed_.offset, std::move(explanation)});
     }
 
     void reviewWord(std::string_view word) {
@@ -175,9 +175,9 @@ private:
 
 } // namespace
 
-std::optional<Words> faultOfQuestion(std::string_view function, std::string_view question) {
+std::optional<Explanation> faultOfQuestion(std::string_view function, std::string_view question) {
     const auto fault = [&](std::string_view why, std::string mend) {
-        return Words{
+        return Explanation{
             fmt::format("the function {} has no value for {}{}", function, inQuotes(question), why),
             std::move(mend)};
     };

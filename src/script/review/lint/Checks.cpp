@@ -91,7 +91,7 @@ std::span<const LintRule> lintRules() noexcept { return kLintRules; }
 
 namespace review {
 
-void Findings::add(Check check, const Place& place, Words words) {
+void Findings::add(Check check, const Place& place, Explanation explanation) {
     const LintRule& rule = kLintRules[static_cast<std::size_t>(check)];
     findings_.push_back({.rule = rule.name,
                          .severity = rule.severity,
@@ -99,8 +99,8 @@ void Findings::add(Check check, const Place& place, Words words) {
                          .key = std::string(place.key),
                          .element = place.element,
                          .offset = place.offset,
-                         .reason = std::move(words.reason),
-                         .mend = std::move(words.mend)});
+                         .reason = std::move(explanation.reason),
+                         .mend = std::move(explanation.mend)});
 }
 
 std::vector<Finding> Findings::inOrder() && {

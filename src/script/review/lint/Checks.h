@@ -78,13 +78,13 @@ enum class Check : std::uint8_t {
     idleAdminRights,
 };
 
-/// What a check found wrong, and how to put it right.
-struct Words {
+/// The fault that a check found, and the way to put it right.
+struct Explanation {
     std::string reason;
     std::string mend;
 };
 
-/// Where a mistake stands. No step: the script as a whole.
+/// The place of a mistake. No step: the script as a whole.
 struct Place {
     std::optional<std::size_t> step;
     std::string_view key = {}; ///< of the record
@@ -95,7 +95,7 @@ struct Place {
 /// Collects what the checks find.
 class Findings {
 public:
-    void add(Check check, const Place& place, Words words);
+    void add(Check check, const Place& place, Explanation explanation);
     [[nodiscard]] std::vector<Finding> inOrder() &&;
 
 private:
@@ -110,7 +110,7 @@ struct ReviewedStep {
     const Value* record;
     const Operation* operation; ///< null when the code is not known
     const LintOptions* options;
-    /// Of its fields of items, by their keys: what pathOfItem gives.
+    /// The paths of its fields of items, by their keys, as pathOfItem returns them.
     std::array<std::optional<std::string>, 3> paths = {};
 
     [[nodiscard]] const std::optional<std::string>& path(const Field& itemField) const noexcept {
@@ -131,7 +131,7 @@ struct ReviewedStep {
 
 /// A foreign text in a message: shortened, in double quotes.
 [[nodiscard]] std::string inQuotes(std::string_view text);
-/// "step 3", as people count.
+/// The name of a step, "step 3", as people count.
 [[nodiscard]] std::string stepName(std::size_t index);
 /// "; did you mean A or B?" for the nearest of the known names; empty when none is near.
 [[nodiscard]] std::string suggestion(std::string_view word, const std::vector<std::string>& known);

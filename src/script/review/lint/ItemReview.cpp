@@ -36,7 +36,7 @@ bool isBelow(std::string_view path, std::string_view folder) {
            (folder == "/" || path[folder.size()] == '/');
 }
 
-// What is wrong with a tool on this machine; empty for nothing.
+// The fault of a tool on this machine; empty for none.
 std::string_view faultOfTool(const std::string& path) {
     struct stat status{};
     if (::stat(path.c_str(), &status) != 0) {
@@ -59,7 +59,7 @@ void ItemReview::take(const ReviewedStep& step) {
     const Field* item = operation.fields.empty() ? nullptr : &operation.fields.front();
     const bool hasItem = item != nullptr && item->kind == FieldKind::item;
     const std::optional<std::string> path = hasItem ? step.path(*item) : std::nullopt;
-    // While errors are passed over, a removal of what may be gone only makes sure.
+    // A removal of an item that may be gone only makes sure of that while errors are passed over.
     const bool makesSure = operation.effect == Effect::removes && !blocks_.stopsAtErrors();
     if (path && !makesSure && !step.is(OperationCode::touchItemAtURL)) {
         needs(step, *item, *path);

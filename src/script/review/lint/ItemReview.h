@@ -10,8 +10,8 @@
 namespace qv::review {
 
 /// Follows what the steps of a script do to items, by the texts of their paths. A program that a
-/// step runs may do anything, so nothing is known of items behind it; what happens in a branch is
-/// known in that branch only, and what a branch may have undone is not known behind it.
+/// step runs may do anything, so nothing is known of items behind it; a change in a branch is known
+/// in that branch only, and a fact that a branch may have undone is not known behind it.
 class ItemReview {
 public:
     ItemReview(const BlockReview& blocks, Findings& findings)
@@ -19,7 +19,7 @@ public:
     void take(const ReviewedStep& step);
 
 private:
-    /// What is known since a step.
+    /// A fact that holds since a step.
     struct Fact {
         std::size_t step = 0;
         Branch branch;
@@ -30,7 +30,7 @@ private:
         bool recursive = false;
         bool setsUserID = false;
     };
-    /// What has happened to one path. Steps count from 1; 0: never.
+    /// The history of one path. Steps count from 1; 0: never.
     struct Item {
         Fact gone;
         Fact made;

@@ -40,7 +40,7 @@ public:
     }
 
 private:
-    // As a replay finds it, but none for a code that is missing or no number.
+    // The operation that a replay finds, but none for a code that is missing or not a number.
     static const Operation* operationOfStep(const Value& step) {
         const Value* code = step.find(stepKeyName(StepKey::operation));
         const auto number = code == nullptr ? std::nullopt : wholeNumber(*code);
@@ -88,9 +88,9 @@ private:
     OwnerReview owners_{blocks_, findings_};
 };
 
-std::vector<Finding> oneFinding(Check check, Words words) {
+std::vector<Finding> oneFinding(Check check, Explanation explanation) {
     Findings findings;
-    findings.add(check, {}, std::move(words));
+    findings.add(check, {}, std::move(explanation));
     return std::move(findings).inOrder();
 }
 

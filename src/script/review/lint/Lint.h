@@ -17,8 +17,8 @@ struct LintOptions {
     bool isRecorded = false;
 };
 
-/// One check: the name that its findings have, how grave they are, and what it looks for, a
-/// sentence without its full stop.
+/// One check: the name and severity of its findings, and a summary, a sentence without its full
+/// stop.
 struct LintRule {
     std::string_view name;
     Finding::Severity severity;

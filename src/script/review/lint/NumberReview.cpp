@@ -39,7 +39,7 @@ std::optional<std::int64_t> asOctalDigits(std::int64_t number) {
     return value;
 }
 
-// "rwxr-x---", as ls shows it.
+// The permissions as ls shows them, "rwxr-x---".
 std::string permissions(std::int64_t mode) {
     constexpr std::string_view kLetters = "rwxrwxrwx";
     const auto has = [&](std::size_t bit) {
@@ -121,7 +121,7 @@ void reviewOwner(const ReviewedStep& step, const Field& field, const Value& valu
         return;
     }
     const auto taken = static_cast<std::uint32_t>(intValue(&value));
-    // All bits set leave the owner alone.
+    // An ID with all bits set leaves the owner alone.
     if (number && *number != taken && !(*number == -1 && taken == kAllIDBits)) {
         findings.add(Check::numberRange, step.at(field),
                      {fmt::format("the {} {} is read as {}", field.name, shownNumber(value), taken),

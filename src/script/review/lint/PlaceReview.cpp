@@ -35,7 +35,7 @@ std::string fileURL(std::string_view path) {
     return url;
 }
 
-Words wordsOfPath(const Field& field, std::string_view text) {
+Explanation explanationOfPath(const Field& field, std::string_view text) {
     std::string reason = fmt::format("the {} {} is a path, not a URL, so the step fails",
                                      field.name, inQuotes(text));
     if (text.starts_with('/')) {
@@ -68,7 +68,7 @@ std::size_t placeOfFault(std::string_view text) {
 void reviewUnparsed(const ReviewedStep& step, const Field& field, std::string_view text,
                     Findings& findings) {
     if (looksLikePath(text)) {
-        findings.add(Check::plainPath, step.at(field), wordsOfPath(field, text));
+        findings.add(Check::plainPath, step.at(field), explanationOfPath(field, text));
         return;
     }
     Place place = step.at(field);
@@ -170,7 +170,7 @@ void reviewPlace(const ReviewedStep& step, const Field& field, const Value& valu
     if (!url || text.empty()) {
         reviewUnparsed(step, field, text, findings);
     } else if (url->scheme().empty()) {
-        findings.add(Check::plainPath, step.at(field), wordsOfPath(field, text));
+        findings.add(Check::plainPath, step.at(field), explanationOfPath(field, text));
     } else if (!url->isFileURL()) {
         findings.add(Check::otherScheme, step.at(field),
                      {fmt::format("the {} {} is not in a file system", field.name, inQuotes(text)),

@@ -19,7 +19,7 @@ using predicate::Expression;
 using predicate::Tree;
 
 constexpr std::string_view kLastError = "lastStatementExecutionError";
-constexpr std::string_view kVariable = "fnc"; // and the number of a call
+constexpr std::string_view kVariable = "fnc"; // the number of a call follows
 
 /// A rule with a variable in place of each call, as it is parsed.
 struct WithoutCalls {
@@ -95,8 +95,8 @@ public:
 private:
     using Kind = Expression::Kind;
 
-    void add(Check check, std::size_t offset, Words words) {
-        reading_.faults.push_back({check, offset, std::move(words)});
+    void add(Check check, std::size_t offset, Explanation explanation) {
+        reading_.faults.push_back({check, offset, std::move(explanation)});
     }
 
     void reviewNode(const Expression& node) {
@@ -127,7 +127,7 @@ private:
         }
     }
 
-    // Where a name stands in the rule for the first time, as a whole word.
+    // The first place of a name in the rule, as a whole word.
     [[nodiscard]] std::size_t placeOf(std::string_view name) const {
         const auto isPart = [&](std::size_t at) {
             return at < rule_.size() && (isLetterOrDigit(rule_[at]) || rule_[at] == '_');
@@ -252,7 +252,7 @@ private:
     struct ToldNames {
         std::vector<std::string> names;
         bool insert(std::string_view name) {
-            constexpr std::size_t kMost = 20; // more are no help
+            constexpr std::size_t kMost = 20; // more names would not help
             if (names.size() >= kMost || std::ranges::find(names, name) != names.end()) {
                 return false;
             }
@@ -271,7 +271,8 @@ private:
     bool asksForNothing_ = true;
 };
 
-Words wordsOfSyntax(std::string_view rule, const PredicateSyntaxError& error, std::size_t place) {
+Explanation explanationOfSyntax(std::string_view rule, const PredicateSyntaxError& error,
+                                std::size_t place) {
     std::string mend = "try it with `qvcatalog rule 'RULE'` until it parses";
     if (place < rule.size() && rule[place] == '%') {
         mend = "write the value itself; nothing is put in place of % here, and %% in quotes is one "
@@ -313,7 +314,8 @@ RuleReading RuleReview::readingOf(std::string_view rule) const {
         TreeReview(rule, text, tree, *checker_, reading).review();
     } catch (const PredicateSyntaxError& error) {
         const std::size_t place = placeInRule(text, error.offset());
-        reading.faults.push_back({Check::ruleSyntax, place, wordsOfSyntax(rule, error, place)});
+        reading.faults.push_back(
+            {Check::ruleSyntax, place, explanationOfSyntax(rule, error, place)});
     }
     return reading;
 }

@@ -17,7 +17,7 @@ namespace qv::review {
 struct RuleFault {
     Check check;
     std::size_t offset; ///< in the rule, in bytes
-    Words words;
+    Explanation explanation;
 };
 
 /// A call as it stands in a rule.
@@ -27,7 +27,7 @@ struct PlacedCall {
     std::size_t length; ///< with its "}"
 };
 
-/// What a rule's text says, without asking the machine.
+/// The facts that a rule's text shows, without asking the machine.
 struct RuleReading {
     std::vector<RuleFault> faults;
     bool asksForLastError = false;
@@ -57,9 +57,9 @@ private:
 void reviewCall(const PlacedCall& call, std::string_view rule, const QVRuleChecker& checker,
                 std::vector<RuleFault>& faults);
 
-/// What is wrong with the question that a function gets as a word, also behind the prefix of a key
-/// path; none if it understands it, or may.
-[[nodiscard]] std::optional<Words> faultOfQuestion(std::string_view function,
-                                                   std::string_view question);
+/// The fault of the question that a function gets as a word, also behind the prefix of a key path;
+/// none if it understands it, or may.
+[[nodiscard]] std::optional<Explanation> faultOfQuestion(std::string_view function,
+                                                         std::string_view question);
 
 } // namespace qv::review

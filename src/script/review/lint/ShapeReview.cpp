@@ -43,7 +43,7 @@ const Operation* operationMeant(std::string_view text) {
     return found == allOperations().end() ? nullptr : &*found;
 }
 
-Words wordsOfUnknown(const Value& code) {
+Explanation explanationOfUnknown(const Value& code) {
     const std::string last = std::to_string(kOperationCount - 1);
     if (!code.is(Value::Kind::string)) {
         if (!code.isNumber()) {
@@ -136,8 +136,8 @@ std::string_view loss(const Field& field) {
     }
 }
 
-// Whether an operation can do without a value is said by its row; of those that it does without, a
-// few are the whole purpose of their step.
+// An operation's row says whether it can do without a value; some of these values are still the
+// whole purpose of their step.
 void reviewMissing(const ReviewedStep& step, const Field& field, Findings& findings) {
     using enum FieldKind;
     const bool isPurpose = field.kind == rule || field.kind == appleScript || field.kind == storage;
@@ -201,7 +201,8 @@ void reviewShape(const ReviewedStep& step, Findings& findings) {
                      {"the step has no operation, and is carried out as a wait for a process",
                       "write \"operation\" and the code of the operation"});
     } else if (step.operation == nullptr) {
-        findings.add(Check::unknownOperation, {step.index, kOperationKey}, wordsOfUnknown(*code));
+        findings.add(Check::unknownOperation, {step.index, kOperationKey},
+                     explanationOfUnknown(*code));
     }
     reviewKeys(step, findings);
     if (step.operation == nullptr) {

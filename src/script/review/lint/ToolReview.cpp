@@ -31,7 +31,7 @@ bool isOneOf(std::span<const std::string_view> names, std::string_view name) {
     return std::ranges::find(names, name) != names.end();
 }
 
-// What of an argument a shell would not have handed on as it stands; empty for nothing.
+// The part of an argument that a shell would not have handed on as it stands; empty for nothing.
 std::string_view shellSyntaxIn(std::string_view argument, std::string_view tool) {
     static constexpr std::array<std::string_view, 9> kSigns = {"|",  ">",    ">>", "<", "&&",
                                                                "||", "2>&1", "&",  "2>"};

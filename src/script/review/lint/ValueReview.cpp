@@ -32,7 +32,7 @@ void reviewDesignation(const ReviewedStep& step, const Field& field, std::string
     if (known.empty() || std::ranges::find(known, text) != known.end()) {
         return;
     }
-    // What people write for one, and the begin that all of them have.
+    // The words that people write for one.
     static constexpr std::array<std::string_view, 6> kWords = {"any",     "current",     "*",
                                                                "AnyUser", "CurrentUser", "AnyHost"};
     const bool isWord =
@@ -70,7 +70,7 @@ void reviewIdleFlags(const ReviewedStep& step, Findings& findings) {
         }
         const Field* field = step.field(idle.field);
         const Value* value = field == nullptr ? nullptr : step.value(*field);
-        // What a replace does whatever its flag says is no surprise where the flag says so.
+        // A replace acts in any case as its set flag says, so only a cleared flag has no effect.
         const bool isTaken = step.is(OperationCode::replaceItemAtURL);
         const bool isFlag =
             value != nullptr && (value->isNumber() || value->is(Value::Kind::string));

@@ -26,7 +26,7 @@ namespace {
 constexpr mode_t kOwnerOnly = 0700;
 constexpr mode_t kOwnerReadsAndWrites = 0600;
 
-/// One item of the source and where its copy goes.
+/// One item of the source, and the place of its copy.
 struct Pair {
     int fromParent;
     int toParent;
@@ -53,7 +53,8 @@ struct SourceFile {
     struct stat info{};
 };
 
-// What was a file when its folder was read may be anything by now: a FIFO would keep us waiting.
+// An item that was a file when its folder was read may be anything by now: a FIFO would keep us
+// waiting.
 Failed openSource(const Pair& pair, SourceFile& source) {
     source.fd = Descriptor(::openat(pair.fromParent, pair.fromName,
                                     O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
@@ -90,7 +91,7 @@ Failed copyLink(const Pair& pair) {
 
 bool isDevice(const struct stat& info) { return S_ISCHR(info.st_mode) || S_ISBLK(info.st_mode); }
 
-// Anything but files and folders.
+// Copies anything but files and folders.
 Failed copySpecial(const Pair& pair, Privileges privileges) {
     struct stat info{};
     if (::fstatat(pair.fromParent, pair.fromName, &info, AT_SYMLINK_NOFOLLOW) != 0) {
@@ -141,7 +142,8 @@ public:
             fail(folder.path(), {EBUSY, FileAccess::write});
             return false;
         }
-        // By way of a mount, or because somebody has moved the copy into what is copied.
+        // The source is met by way of a mount, or because somebody has moved the copy into what is
+        // copied.
         if (identityOf(folderFd) == root_) {
             fail(folder.path(), {EINVAL, FileAccess::write});
             return false;
@@ -214,9 +216,9 @@ private:
 
 /// A folder beside the destination, for us alone, in which the copy is made: nobody else can lay
 /// anything in our way there, and the destination's name stands for nothing half.
-class Workshop {
+class TemporaryFolder {
 public:
-    explicit Workshop(const ItemPlace& to)
+    explicit TemporaryFolder(const ItemPlace& to)
         : to_(to), name_(temporaryName()), item_{Descriptor(), to.name, to.path} {
         if (::mkdirat(to.parent.get(), name_.c_str(), kOwnerOnly) != 0) {
             failed_ = whileWriting();
@@ -227,11 +229,11 @@ public:
             failed_ = whileWriting();
         }
     }
-    Workshop(const Workshop&) = delete;
-    Workshop& operator=(const Workshop&) = delete;
-    Workshop(Workshop&&) = delete;
-    Workshop& operator=(Workshop&&) = delete;
-    ~Workshop() {
+    TemporaryFolder(const TemporaryFolder&) = delete;
+    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+    TemporaryFolder(TemporaryFolder&&) = delete;
+    TemporaryFolder& operator=(TemporaryFolder&&) = delete;
+    ~TemporaryFolder() {
         if (item_.parent) {
             static_cast<void>(removeOwnItem(item_)); // nothing is there when all went well
         }
@@ -239,7 +241,7 @@ public:
     }
 
     [[nodiscard]] Failed failed() const { return failed_; }
-    /// Where to make the copy; its path is the destination's.
+    /// The place at which to make the copy; its path is the destination's.
     [[nodiscard]] const ItemPlace& item() const { return item_; }
     /// Puts the copy into its place.
     [[nodiscard]] Failed deliver() const {
@@ -248,7 +250,8 @@ public:
     }
 
 private:
-    // A fresh folder takes after its parent; what is made in this one shall take after its maker.
+    // A fresh folder takes mode bits and access lists from its parent; the items that are made in
+    // this one shall take after their maker.
     static bool makeNeutral(int folder) {
         struct stat info{};
         removeAccessLists(folder);
@@ -277,11 +280,11 @@ Failed copyTopFile(const Pair& pair, Privileges privileges) {
     return fillCopy(source, copy.get(), contents, ownerOf(copy.get()), privileges);
 }
 
-// Without root, a folder that its owner may not write cannot change its parent: it gets its mode
+// A folder that its owner may not write cannot change its parent without root: it gets its mode
 // when it is in its place.
-std::optional<FileFailure> copyFolder(const ItemPlace& from, const Workshop& workshop,
+std::optional<FileFailure> copyFolder(const ItemPlace& from, const TemporaryFolder& temporary,
                                       MountedBelow mounted, Privileges privileges) {
-    const ItemPlace& to = workshop.item();
+    const ItemPlace& to = temporary.item();
     const auto failed = [&](const Failed& why) {
         return FileFailure{why.errorNumber, why.access, from.path, to.path};
     };
@@ -317,7 +320,7 @@ std::optional<FileFailure> copyFolder(const ItemPlace& from, const Workshop& wor
     if (isLocked && ::fchmod(root.get(), mode | S_IWUSR) != 0) {
         return failed(whileWriting());
     }
-    if (const Failed why = workshop.deliver()) {
+    if (const Failed why = temporary.deliver()) {
         return failed(why);
     }
     return isLocked && ::fchmod(root.get(), mode) != 0 ? std::optional(failed(whileWriting()))
@@ -343,18 +346,18 @@ std::optional<FileFailure> copyItem(const ItemPlace& from, const ItemPlace& to,
     if (privileges == Privileges::leftOut && isDevice(info)) {
         return std::nullopt;
     }
-    const Workshop workshop(to);
-    if (workshop.failed()) {
-        return outcome(workshop.failed());
+    const TemporaryFolder temporary(to);
+    if (temporary.failed()) {
+        return outcome(temporary.failed());
     }
     if (S_ISDIR(info.st_mode)) {
-        return copyFolder(from, workshop, mounted, privileges);
+        return copyFolder(from, temporary, mounted, privileges);
     }
-    const Pair pair{from.parent.get(), workshop.item().parent.get(), from.name.c_str(),
+    const Pair pair{from.parent.get(), temporary.item().parent.get(), from.name.c_str(),
                     to.name.c_str()};
     const Failed failed =
         S_ISREG(info.st_mode) ? copyTopFile(pair, privileges) : copySpecial(pair, privileges);
-    return outcome(failed ? failed : workshop.deliver());
+    return outcome(failed ? failed : temporary.deliver());
 }
 
 } // namespace qv

@@ -25,7 +25,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// What a pipe that is ready for writing takes at once (pipe(7)).
+// The number of bytes that a pipe ready for writing takes at once (pipe(7)).
 constexpr std::size_t kPiece = 4096;
 constexpr int kPiecesInPipe = 32;
 
@@ -41,10 +41,10 @@ bool areSame(int one, int other) {
            first.st_dev == second.st_dev && first.st_ino == second.st_ino;
 }
 
-// One reader, and the pipe that stands before it.
-class Way {
+// One reader, and the pipe in front of it.
+class RelayedOutput {
 public:
-    Way(int descriptor, Pipe pipe, std::chrono::milliseconds patience)
+    RelayedOutput(int descriptor, Pipe pipe, std::chrono::milliseconds patience)
         : destination_(::fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1)),
           pipe_(std::move(pipe)), patience_(patience) {
         struct stat info{};
@@ -55,7 +55,7 @@ public:
     [[nodiscard]] int destination() const { return destination_.get(); }
     [[nodiscard]] int entrance() const { return pipe_.fileHandleForWriting.get(); }
 
-    /// One piece of what has been written; false when there is none.
+    /// Passes on one piece of the output; false when there is none.
     bool pass() {
         std::array<char, kPiece> piece{};
         const ssize_t count = ::read(source(), piece.data(), piece.size());
@@ -86,7 +86,7 @@ private:
         }
     }
 
-    // How much of it was taken.
+    // The number of bytes that were taken.
     [[nodiscard]] std::size_t write(std::string_view text) const {
         const Clock::time_point deadline = Clock::now() + patience_;
         std::size_t at = 0;
@@ -113,31 +113,32 @@ private:
 } // namespace
 
 struct OutputRelay::State {
-    std::list<Way> ways;
-    std::vector<std::pair<int, const Way*>> standard; // descriptor, and the way that it takes
+    std::list<RelayedOutput> outputs;
+    std::vector<std::pair<int, const RelayedOutput*>> standard; // by descriptor
     Pipe stop;
     std::thread thread;
 
     void run() {
         std::vector<pollfd> entries = {{stop.fileHandleForReading.get(), POLLIN, 0}};
-        for (const Way& way : ways) {
-            entries.push_back({way.source(), POLLIN, 0});
+        for (const RelayedOutput& output : outputs) {
+            entries.push_back({output.source(), POLLIN, 0});
         }
         bool isStopping = false;
         while (!isStopping) {
             if (::poll(entries.data(), entries.size(), -1) < 0) {
-                continue; // it is for want of memory: there will be some again
+                continue; // memory is short: there will be some again
             }
             isStopping = entries.front().revents != 0;
             auto entry = entries.begin();
-            for (Way& way : ways) {
+            for (RelayedOutput& output : outputs) {
                 if ((++entry)->revents != 0 && !isStopping) {
-                    way.pass();
+                    output.pass();
                 }
             }
         }
-        for (Way& way : ways) { // no more than a pipe holds: others may write on and on
-            for (int piece = 0; piece < kPiecesInPipe && way.pass(); ++piece) {
+        // No more than a pipe holds is passed on: others may write on and on.
+        for (RelayedOutput& output : outputs) {
+            for (int piece = 0; piece < kPiecesInPipe && output.pass(); ++piece) {
             }
         }
     }
@@ -159,22 +160,23 @@ OutputRelay::start(std::chrono::milliseconds patience) {
         if (!mayBlock(descriptor)) {
             continue;
         }
-        if (descriptor == STDERR_FILENO && !state->ways.empty() &&
-            areSame(STDERR_FILENO, state->ways.front().destination())) {
-            state->standard.emplace_back(descriptor, &state->ways.front());
+        if (descriptor == STDERR_FILENO && !state->outputs.empty() &&
+            areSame(STDERR_FILENO, state->outputs.front().destination())) {
+            state->standard.emplace_back(descriptor, &state->outputs.front());
             continue;
         }
         tl::expected<Pipe, Error> pipe = Pipe::pipe();
         if (!pipe) {
             return tl::unexpected(pipe.error());
         }
-        const Way& way = state->ways.emplace_back(descriptor, std::move(*pipe), patience);
-        state->standard.emplace_back(descriptor, &way);
-        if (way.destination() < 0 || ::fcntl(way.source(), F_SETFL, O_NONBLOCK) != 0) {
+        const RelayedOutput& output =
+            state->outputs.emplace_back(descriptor, std::move(*pipe), patience);
+        state->standard.emplace_back(descriptor, &output);
+        if (output.destination() < 0 || ::fcntl(output.source(), F_SETFL, O_NONBLOCK) != 0) {
             return tl::unexpected(Error::posix(errno));
         }
     }
-    if (state->ways.empty()) {
+    if (state->outputs.empty()) {
         return nullptr;
     }
     tl::expected<Pipe, Error> stop = Pipe::pipe();
@@ -182,8 +184,8 @@ OutputRelay::start(std::chrono::milliseconds patience) {
         return tl::unexpected(stop.error());
     }
     state->stop = std::move(*stop);
-    for (const auto& [descriptor, way] : state->standard) {
-        if (::dup2(way->entrance(), descriptor) < 0) {
+    for (const auto& [descriptor, output] : state->standard) {
+        if (::dup2(output->entrance(), descriptor) < 0) {
             return tl::unexpected(Error::posix(errno));
         }
     }
@@ -191,8 +193,9 @@ OutputRelay::start(std::chrono::milliseconds patience) {
 }
 
 OutputRelay::~OutputRelay() {
-    for (const auto& [descriptor, way] : state_->standard) {
-        static_cast<void>(::dup2(way->destination(), descriptor)); // the pipe is kept if it fails
+    for (const auto& [descriptor, output] : state_->standard) {
+        // The pipe is kept if this fails.
+        static_cast<void>(::dup2(output->destination(), descriptor));
     }
     state_->stop.fileHandleForWriting.reset();
     state_->thread.join();
