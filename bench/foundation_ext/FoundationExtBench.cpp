@@ -129,7 +129,7 @@ std::string filledFile(const qv::test::TemporaryDirectory& folder, std::size_t m
     return path;
 }
 
-// What the peer prints; the start of its process is part of it, some milliseconds.
+// The output of `openssl dgst`; the start of its process is part of it, some milliseconds.
 std::string digestOnCommandLine(const std::string& type, const std::string& path) {
     const std::string command = fmt::format("exec openssl dgst -r -{} '{}'", type, path);
     // NOLINTNEXTLINE(cert-env33-c,misc-include-cleaner): the path is our own

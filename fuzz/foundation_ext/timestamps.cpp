@@ -13,7 +13,7 @@
 namespace {
 
 constexpr std::int64_t kReferenceDate = 978307200000; // 2001-01-01 in milliseconds since 1970
-// From here on, and up to the year 9999, all calendars agree about the form of a date.
+// All calendars agree from here up to the year 9999 about the form of a date.
 constexpr std::int64_t kFirst = -12212553600000; // 1583-01-01
 constexpr std::int64_t kLast = 253402300799999;
 

@@ -30,7 +30,7 @@ std::int64_t intValue(const std::string& text) {
                             std::numeric_limits<std::int32_t>::max());
 }
 
-// Of the longer list, from the first component that the other one lacks.
+// Judges the longer list from the first component that the other one lacks.
 bool surplusCounts(const std::vector<std::string>& list, std::size_t first) {
     return list[first] != "0" || (first + 1 < list.size() && !list[first + 1].empty());
 }

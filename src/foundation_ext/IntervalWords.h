@@ -7,7 +7,7 @@
 
 namespace qv {
 
-/// Which units of an interval are asked for: years, days, hours, minutes, seconds.
+/// The units of an interval that are asked for: years, days, hours, minutes, seconds.
 using IntervalUnits = std::array<bool, 5>;
 
 /// The words of `QVDateTools::stringFromTimeInterval`, with names of units from a table.

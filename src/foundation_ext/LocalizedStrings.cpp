@@ -39,7 +39,8 @@ bool canNameLanguage(char c) {
            c == '-';
 }
 
-// From the most special to the most general one. What cannot name a language, a path say, ends it.
+// The languages from the most special to the most general one. A text that cannot name a language,
+// such as a path, ends it.
 std::vector<std::string> languagesOf(std::string_view localeIdentifier) {
     const auto end = std::ranges::find_if_not(localeIdentifier, canNameLanguage);
     std::string language(localeIdentifier.begin(), end);

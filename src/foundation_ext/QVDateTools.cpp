@@ -63,7 +63,7 @@ std::optional<Date> parsed(TimestampParser& parser, std::optional<std::string_vi
     return string ? parser.dateFromString(utf16FromUTF8(*string)) : std::nullopt;
 }
 
-// Where the zone's offset begins, as far as its sign tells; the first ten characters are the date
+// The place of the zone's offset, as far as its sign tells; the first ten characters are the date
 // with hyphens of its own.
 std::size_t signOfOffset(std::u16string_view text) {
     const std::size_t plus = text.find(u'+');

@@ -21,7 +21,8 @@ using TimeInterval = double;
 /// Splits an interval into whole units. A unit without a pointer is not taken out, its share goes
 /// to the next smaller one; the rest of the seconds is rounded down. A negative interval goes to
 /// the seconds as a whole. All units given are set, but for the hours: they stay as they were when
-/// less than an hour is left for them. What is beyond 64 bits is clamped, no number is 0.
+/// less than an hour is left for them. A number beyond 64 bits is clamped, one that is not a number
+/// is 0.
 void splitTimeInterval(TimeInterval interval, std::int64_t* inYears, std::int64_t* days,
                        std::int64_t* hours, std::int64_t* minutes, std::int64_t* seconds);
 
@@ -34,8 +35,8 @@ void splitTimeInterval(TimeInterval interval, std::int64_t* inYears, std::int64_
 [[nodiscard]] std::string stringFromTimeInterval(TimeInterval interval, bool withYears, bool days,
                                                  bool hours, bool minutes, bool seconds);
 
-/// The date for people, in their locale and time zone; none for a date that is no number. The short
-/// date is 2012-05-01 in every locale, so that it can be part of a file name.
+/// The date for people, in their locale and time zone; none for a date that is not a number. The
+/// short date is 2012-05-01 in every locale, so that it can be part of a file name.
 [[nodiscard]] std::optional<std::string>
 localizedStringFormattedWithDateStyle(Date receiver, DateFormatterStyle dateStyle,
                                       DateFormatterStyle timeStyle);

@@ -24,21 +24,22 @@ namespace QVStringTools {
 
 /// The order of versions "10.6.8", component by component. Components that differ are split at
 /// blanks and compared as integers; where even these are equal ("01" and "1", "3a" and "3b"), the
-/// receiver is the smaller one, whichever that is: this is no ordering in the mathematical sense. A
-/// single further component "0" counts for nothing, any other one makes the longer version the
-/// newer. No version at all is the same as every other. Allocates nothing.
+/// receiver is the smaller one, whichever that is: this is not an ordering in the mathematical
+/// sense. A single further component "0" counts for nothing, any other one makes the longer version
+/// the newer. No version at all is the same as every other. Allocates nothing.
 [[nodiscard]] ComparisonResult compareVersionTo(std::optional<std::string_view> receiver,
                                                 std::optional<std::string_view> other) noexcept;
-/// With components between another separator; an empty one never separates.
+/// The same order for components between another separator; an empty one never separates.
 [[nodiscard]] ComparisonResult compareVersionTo(std::optional<std::string_view> receiver,
                                                 std::optional<std::string_view> other,
                                                 std::string_view withSeperator) noexcept;
-/// As a file browser sorts names: "File2" before "file10", "é" the same however it is composed.
+/// The order in which a file browser sorts names: "File2" before "file10", "é" the same however it
+/// is composed.
 [[nodiscard]] ComparisonResult compareLikeFinder(std::string_view receiver, std::string_view other);
 
-/// "com.example" of "com.example.tool"; none without a ".".
+/// Returns "com.example" for "com.example.tool"; none without a ".".
 [[nodiscard]] std::optional<std::string> reverseDomainParent(std::string_view receiver);
-/// "com" of "com.example.tool"; none without a ".".
+/// Returns "com" for "com.example.tool"; none without a ".".
 [[nodiscard]] std::optional<std::string> domainParent(std::string_view receiver);
 
 // Searching
@@ -48,8 +49,8 @@ namespace QVStringTools {
 /// ends at least one unit before the one behind it begins.
 [[nodiscard]] Range rangeOfString(std::string_view receiver, std::string_view string,
                                   StringCompareOptions options, Range range, int occurence);
-/// From `range.location` up to that occurrence; none when it is not found. Throws an Exception
-/// (NSRangeException) when it lies before that location.
+/// The text from `range.location` up to that occurrence; none when it is not found. Throws an
+/// Exception (NSRangeException) when it lies before that location.
 [[nodiscard]] std::optional<std::string> subStringToOccurenceOf(std::string_view receiver,
                                                                 std::string_view string,
                                                                 StringCompareOptions options,
@@ -66,17 +67,18 @@ stringWithAllCharactersStrippedNotInCharacterSet(std::string_view receiver,
 [[nodiscard]] std::string stripNonChar(std::string_view receiver);
 /// A backslash before every double quote.
 [[nodiscard]] std::string quoteQuotes(std::string_view receiver);
-/// With every occurrence replaced; unchanged without a target or a replacement. The replacement of
-/// a regular expression may name its groups, "$1".
+/// The string with every occurrence replaced; unchanged without a target or a replacement. The
+/// replacement of a regular expression may name its groups, "$1".
 [[nodiscard]] std::string stringByReplacingString(std::string_view receiver,
                                                   std::optional<std::string_view> target,
                                                   std::optional<std::string_view> withString,
                                                   StringCompareOptions options);
-/// Without blanks, tabs, line feeds and carriage returns, and without other white space at both
-/// ends.
+/// The string without blanks, tabs, line feeds and carriage returns, and without other white space
+/// at both ends.
 [[nodiscard]] std::string stringWithRemovedWhitespace(std::string_view receiver);
-/// With %-escapes, as UTF-8, for what a URL cannot hold: "%" itself, "#" and brackets among it, but
-/// none of the other reserved characters. None for a string that is no UTF-8.
+/// The string with %-escapes, as UTF-8, for characters that a URL cannot hold: "%" itself, "#" and
+/// brackets among it, but none of the other reserved characters. None for a string that is not
+/// UTF-8.
 [[nodiscard]] std::optional<std::string> stringWithAddedPercentEscapes(std::string_view receiver);
 /// The string's UTF-16 code units.
 [[nodiscard]] std::u16string uniCharRepresentation(std::string_view receiver);
@@ -88,7 +90,8 @@ stringWithAllCharactersStrippedNotInCharacterSet(std::string_view receiver,
 /// One character, read from the unit's two bytes, the high one first. Half of a surrogate pair is
 /// U+FFFD; U+FEFF and U+FFFE are read as the mark of a byte order, before an empty string.
 [[nodiscard]] std::string stringWithUniCodeChar(char16_t unit);
-/// Lower-case hexadecimal, two digits a byte. None for no data, and for data that points nowhere.
+/// The bytes in lower-case hexadecimal, two digits a byte. None for no data, and for data that
+/// points nowhere.
 [[nodiscard]] std::optional<std::string>
 stringWithHexValuesForData(std::optional<std::string_view> data);
 

@@ -27,7 +27,7 @@ Range occurrenceIn(std::u16string_view text, std::u16string_view string, Options
         if (backwards) {
             found = found->location == 0 ? std::nullopt : search.find(0, found->location - 1);
         } else if (found->length == 0) {
-            break; // what is empty follows itself, again and again
+            break; // an empty text follows itself, again and again
         } else {
             found = search.find(found->location + found->length, text.size());
         }

@@ -19,7 +19,7 @@ class Transform;
 /// several threads.
 namespace QVTransforms {
 
-/// What the transform makes of the bytes. None without a transform, or when it fails: then `error`
+/// The transform's result for the bytes. None without a transform, or when it fails: then `error`
 /// says why; otherwise it is cleared.
 [[nodiscard]] std::optional<Value> performTransform(std::string_view receiver,
                                                     const Transform* transform, Error* error);
@@ -31,7 +31,8 @@ namespace QVTransforms {
 [[nodiscard]] std::optional<std::string>
 computeDigestStringOfType(std::string_view receiver, DigestType digestType, Error* error);
 /// The same of a file's bytes, which are read in pieces: however large the file, memory does not
-/// grow. None, with an error of NSPOSIXErrorDomain, for what cannot be read or is no regular file.
+/// grow. None, with an error of NSPOSIXErrorDomain, for a file that cannot be read or is not a
+/// regular one.
 [[nodiscard]] std::optional<std::string>
 computeDigestStringOfFile(const std::string& path, DigestType digestType, Error* error);
 

@@ -75,7 +75,8 @@ TEST(Intervals, TakeNamesFromTheBestTable) {
                                LocalizedStrings(folder.path(), locale));
     };
     EXPECT_EQ(inWords("de_DE", 2 * 3600), "0 days 2 Stunden");
-    EXPECT_EQ(inWords("de_DE", 25 * 3600), "1 day 1 Stunde"); // what is no string is no name
+    // A value that is not a string is not a name.
+    EXPECT_EQ(inWords("de_DE", 25 * 3600), "1 day 1 Stunde");
     EXPECT_EQ(inWords("de_AT@currency=EUR", 3600), "0 days 1 Stund'");
     EXPECT_EQ(inWords("de-Latn-CH", 0), "0 days 0 Stunden");
     for (const std::string_view other : {"fr_FR", "", "../de", "it", "nl", "sv"}) {

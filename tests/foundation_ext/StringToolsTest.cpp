@@ -1,4 +1,4 @@
-// Comparing, searching, rewriting and making strings, and their digests.
+// Tests the comparison, search, rewriting and making of strings, and their digests.
 
 #include "foundation_ext/QVStringTools.h"
 #include "platform/foundation/text/CharacterSet.h"
@@ -58,7 +58,7 @@ Options optionsOf(std::string_view names) {
     return options;
 }
 
-// "LOCATION+LENGTH", or "none".
+// The place as "LOCATION+LENGTH", or "none".
 std::string found(std::string_view text, std::string_view wanted, Options options, int occurence) {
     const Range range = QVStringTools::rangeOfString(text, wanted, options, {}, occurence);
     return range.location == kNotFound ? "none"
@@ -75,7 +75,7 @@ TEST(StringTools, FindTheNthOccurrence) {
     EXPECT_FALSE(QVStringTools::containsString("a.b", "A"));
 }
 
-// Both would take minutes if every place were tried anew.
+// Both searches would take minutes if every place were tried anew.
 TEST(StringTools, SearchInLinearTime) {
     const auto begin = std::chrono::steady_clock::now();
     const std::size_t length = test::isSanitized() ? 50'000 : 200'000;

@@ -1,4 +1,4 @@
-// Digests, AES and signatures against answers that are known from elsewhere.
+// Tests digests, AES and signatures against answers that are known from elsewhere.
 
 #include "foundation_ext/QVStringTools.h"
 #include "foundation_ext/QVTransforms.h"
@@ -65,7 +65,7 @@ TEST(Digests, OfUnknownTypesFailWithAReason) {
 
 TEST(Digests, OfFilesAreThoseOfTheirBytes) {
     const TemporaryDirectory folder;
-    // Around the length of the pieces that are read.
+    // The sizes lie around the length of the pieces that are read.
     for (const std::size_t size : {0U, 1U, 1048575U, 1048576U, 1048577U, 3000000U}) {
         std::string content(size, '\0');
         for (std::size_t at = 0; at < size; ++at) {
@@ -162,7 +162,7 @@ TEST(AES128, GivesNothingWithoutTheRightKey) {
     EXPECT_EQ(decryptAES128With16ByteKey("", key), std::nullopt);
 }
 
-// Made with `openssl req -x509` and `openssl dgst -sign`.
+// The samples were made with `openssl req -x509` and `openssl dgst -sign`.
 std::string sample(std::string_view name) {
     return contentOf(std::string(QV_SIGNATURES "/") + std::string(name));
 }
@@ -191,7 +191,7 @@ TEST(Signatures, AreVerifiedWithACertificate) {
              {"rsa.der", "", kMessage, true, false},
              {"rsa.der", sample("rsa-sha256.sig"), kMessage, true, false},
              {"rsa.der", sample("rsa-sha1-pss.sig"), kMessage, true, false},
-             {"ec.der", signature, kMessage, false, false},      // of no form for this key
+             {"ec.der", signature, kMessage, false, false},      // this key has no such form
              {"ed25519.der", signature, kMessage, false, false}, // has no such digest
              {"rsa-sha1.sig", signature, kMessage, false, false},
              {"no such file", signature, kMessage, false, false},
@@ -224,7 +224,7 @@ TEST(Signatures, NeedSignatureAndCertificate) {
     EXPECT_FALSE(error);
 }
 
-// Any byte of a certificate changed or missing: an answer or an error, never more than that.
+// A certificate with any byte changed or missing gives an answer or an error, never more than that.
 TEST(Signatures, WithstandDamagedCertificates) {
     const std::string certificate = sample("ec.der");
     const std::string signature = sample("ec-sha1.sig");

@@ -1,7 +1,7 @@
-// Copying, removing and moving through the file manager, against cp -a, rm -rf and mv, taking
-// turns. Goals: a tree of 70,000 files copied in 0.9 of the peer's wall and processor time, 100,000
-// files removed in 0.9, one large file and one large sparse file copied in 1.0, a tree moved to
-// another file system in 1.0 of the wall time.
+// Measures copying, removing and moving through the file manager, against cp -a, rm -rf and mv,
+// taking turns. Goals: a tree of 70,000 files copied in 0.9 of the peer's wall and processor time,
+// 100,000 files removed in 0.9, one large file and one large sparse file copied in 1.0, a tree
+// moved to another file system in 1.0 of the wall time.
 //
 // Works on a fresh ext4 of its own, and nothing is removed there in the middle of a contest: ext4
 // takes long to find a free inode while many were freed in the last minutes. Needs root, and about
@@ -113,7 +113,7 @@ void removing(const fs::path& root) {
     }
     hold({.name = "remove 100,000 files (rm -rf)",
           .wallGoal = 0.9,
-          .processorGoal = 0, // it is one unlinkat a file for both
+          .processorGoal = 0, // both sides make one unlinkat for each file
           .ours =
               [=](int run) {
                   return FileManager::removeItemAtURL(urlOf(numbered(root, run))) ? 1 : 0;
@@ -178,7 +178,7 @@ void run(const fs::path& folder, const fs::path& memory, std::uintmax_t gibibyte
               folder / "sparse-");
 }
 
-/// File systems of our own, for as long as this lives.
+/// The file systems of our own, which live as long as this object.
 class FileSystems {
 public:
     explicit FileSystems(const fs::path& folder) : folder_(folder) {

@@ -1,6 +1,6 @@
-// Recursive change of owner and mode over 100,000 files in 1,000 folders, through walkTree and
-// through GNU chown -R and chmod -R, taking turns; with one thread and with two. Goal: at most 0.8
-// of the peer's wall time and of its processor time.
+// Measures the recursive change of owner and mode over 100,000 files in 1,000 folders, through
+// walkTree and through GNU chown -R and chmod -R, taking turns; with one thread and with two. Goal:
+// at most 0.8 of the peer's wall time and of its processor time.
 
 #include "platform/foundation/files/item/ChangeMode.h"
 #include "platform/foundation/files/walk/TreeWalk.h"
@@ -52,7 +52,7 @@ private:
 
 struct Contest {
     std::string name;
-    // Each gets the number of the round, so that every run has something to change.
+    // Each function gets the number of the round, so that every run has something to change.
     std::function<int(const qv::TreeEntry&, int)> ours;
     std::function<std::vector<std::string>(int)> peer;
     std::function<bool(const struct stat&, int)> isDone;

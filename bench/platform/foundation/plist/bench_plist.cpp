@@ -1,6 +1,6 @@
 // Reads a script of 200,000 steps with our reader and with libplist, in turns. Every reading has a
-// process of its own, as in the service, which reads a script into fresh memory; what counts is
-// processor time, so that other work on the machine weighs on both alike.
+// process of its own, as in the service, which reads a script into fresh memory; processor time
+// counts, so that other work on the machine weighs on both alike.
 
 #include "platform/foundation/plist/PropertyList.h"
 #include "platform/foundation/plist/XMLReader.h"
@@ -31,7 +31,7 @@ namespace {
 constexpr int kSteps = 200'000;
 constexpr int kRepetitions = 9;
 
-// What a child tells of one reading.
+// A child's report of one reading.
 struct Sample {
     double milliseconds = 0; // of processor time
     double growth = 0;       // of the resident set at its peak, in bytes

@@ -1,5 +1,5 @@
-// Arbitrary bytes as a keyed archive: a refusal says why, and what is read is written so that it
-// reads back as the same.
+// Arbitrary bytes as a keyed archive: a refusal says why, and a tree that is read is written so
+// that it reads back as the same.
 
 #include "platform/foundation/archive/KeyedArchiver.h"
 #include "platform/foundation/archive/KeyedUnarchiver.h"
@@ -37,7 +37,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     require(written.has_value());
     const auto again = qv::KeyedUnarchiver::unarchiveObjectWithData(*written);
     require(again.has_value());
-    // To the byte: unlike equality this tells booleans from numbers, and knows not-a-number again.
+    // The two agree to the byte: unlike equality this tells booleans from numbers, and knows
+    // not-a-number again.
     require(qv::KeyedArchiver::archivedDataWithRootObject(*again) == written);
     // A value with a not-a-number in it equals nothing.
     require(*again == *value || !(*qv::KeyedUnarchiver::unarchiveObjectWithData(text) == *value));

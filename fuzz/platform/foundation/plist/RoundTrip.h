@@ -18,8 +18,8 @@ inline void requireOwn(const Error& error) {
     require(error.domain() == error_domain::kCocoa && error.code() == 3840);
 }
 
-/// What was read is written so that it reads back as the same: to the byte, as a not-a-number
-/// equals nothing.
+/// A tree that was read is written so that it reads back as the same: to the byte, as a
+/// not-a-number equals nothing.
 inline void requireRoundTrip(const Value& root, PropertyListFormat format) {
     const auto written = PropertyList::dataWithPropertyList(root, format);
     if (!written) { // XML holds less than a binary list

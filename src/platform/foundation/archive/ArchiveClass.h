@@ -6,7 +6,7 @@
 
 namespace qv {
 
-/// How the objects of a class stand in an archive.
+/// The form of a class's objects in an archive.
 enum class ArchiveClass : std::uint8_t {
     string,     ///< NS.string, inline
     data,       ///< NS.data, inline
@@ -21,7 +21,7 @@ enum class ArchiveClass : std::uint8_t {
     error,      ///< NSDomain, NSCode (inline), NSUserInfo
 };
 
-/// None for a class that is not understood.
+/// Returns none for a class that is not understood.
 [[nodiscard]] std::optional<ArchiveClass> archiveClassNamed(std::string_view name);
 
 namespace archive_key {

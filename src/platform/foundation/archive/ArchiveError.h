@@ -7,7 +7,7 @@
 
 namespace qv {
 
-/// NSCocoaErrorDomain 4864 with the text as NSDebugDescription.
+/// Returns NSCocoaErrorDomain 4864 with the text as NSDebugDescription.
 [[nodiscard]] Error archiveError(std::string_view what);
 /// The same with "object N: " before it.
 [[nodiscard]] Error archiveError(std::uint32_t object, std::string_view what);

@@ -9,7 +9,7 @@
 
 namespace qv {
 
-/// True for the classes whose objects refer to no others.
+/// Returns true for the classes whose objects refer to no others.
 [[nodiscard]] bool isInline(ArchiveClass type) noexcept;
 
 /// The value of such an object from the dictionary that stands for it, or what is wrong with that.

@@ -175,7 +175,7 @@ Value Encoder::open(const Value& object) {
 
 void Encoder::close(OpenObject done) { objects_[done.index] = element(done); }
 
-// What stands for an object whose children are numbered; its class comes after them.
+// The element that stands for an object whose children are numbered; its class comes after them.
 Value Encoder::element(OpenObject& done) {
     using namespace archive_key;
     const Value& object = done.object;

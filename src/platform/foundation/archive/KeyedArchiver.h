@@ -19,8 +19,8 @@ public:
     /// stored once. Nothing recurses.
     ///
     /// Refused, with NSCocoaErrorDomain 4864 and an NSDebugDescription that numbers the object: a
-    /// UID, which is no object but a reference to one. What the binary list cannot hold is refused
-    /// as PropertyList does it.
+    /// UID, which is not an object but a reference to one. A value that the binary list cannot hold
+    /// is refused as PropertyList does it.
     [[nodiscard]] static tl::expected<std::string, Error>
     archivedDataWithRootObject(const Value& root);
 };

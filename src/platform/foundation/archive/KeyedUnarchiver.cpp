@@ -77,7 +77,7 @@ tl::expected<Value, Error> KeyedUnarchiver::unarchiveObjectWithData(std::string_
     if (const std::optional<Value>& object = *root) {
         return *object;
     }
-    return tl::unexpected(archiveError("the root is no object (nil)"));
+    return tl::unexpected(archiveError("the root is not an object (nil)"));
 }
 
 } // namespace qv

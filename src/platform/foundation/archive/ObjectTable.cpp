@@ -208,7 +208,7 @@ Error ObjectTable::addDictionary(OpenObject& object, const Value& element) {
                : fault(object.index, fmt::format("has {} keys for {} values", keys, values));
 }
 
-// Each member under a key of its own; how often it counts is of no matter to a set.
+// Each member stands under a key of its own; a set ignores the number of its occurrences.
 Error ObjectTable::addNumbered(OpenObject& object, const Value& element) {
     const Value* count = element.find(archive_key::kCount);
     if (count == nullptr || !count->is(Kind::integer) ||
@@ -252,7 +252,7 @@ Error ObjectTable::addChildren(OpenObject& object, const Value& element) {
 }
 
 Error ObjectTable::close(const OpenObject& done) {
-    if (done.height >= kMostDepth) { // what nests in it was met on a shorter way before
+    if (done.height >= kMostDepth) { // its content was met on a shorter way before
         return fault(done.index, fmt::format("nests deeper than {} objects", kMostDepth));
     }
     tl::expected<Value, Error> value = build(done);

@@ -21,9 +21,9 @@ namespace qv {
 /// The objects of an archive, turned into values on demand, each once.
 class ObjectTable {
 public:
-    /// `elements`: those of `$objects`, which must outlive the table. `archiveBytes`: the length of
-    /// the archive, which bounds what may be made of it: one list in it, or one text, can stand for
-    /// many objects that each copy it.
+    /// `elements` are those of `$objects`, which must outlive the table. `archiveBytes`: the length
+    /// of the archive, which bounds what may be made of it: one list in it, or one text, can stand
+    /// for many objects that each copy it.
     ObjectTable(std::span<const Value> elements, std::size_t archiveBytes)
         : elements_(elements), slots_(elements.size()), referencesLeft_(archiveBytes),
           textLeft_(kTextOfByte * archiveBytes) {}
@@ -76,7 +76,7 @@ private:
     std::vector<Slot> slots_;
     std::vector<OpenObject> open_;
     std::unordered_map<std::uint32_t, ArchiveClass> classes_;
-    // By the identities of the text and of the base, 0 without one.
+    // The URLs by the identities of the text and of the base, 0 without one.
     std::map<std::pair<std::uintptr_t, std::uintptr_t>, Value> urls_;
     std::size_t referencesLeft_; // each takes a byte at least
     std::size_t textLeft_;

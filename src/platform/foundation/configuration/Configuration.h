@@ -9,12 +9,12 @@ namespace qv::configuration {
 
 extern const std::string_view kVersion; ///< of the project, "1.0.3"
 
-/// A developer's build takes debuggable programs, and whoever can write to its build folder is its
-/// authority; so it serves at sockets below that folder only.
+/// A developer's build takes debuggable programs, and every user who can write to its build folder
+/// is its authority; so it serves at sockets below that folder only.
 extern const bool kIsDevelopment;
 extern const std::string_view kDevelopmentFolder; ///< empty in all other builds
-/// "This is a developer's build", and empty in all others: the installation looks for this text in
-/// the service before it installs it.
+/// The text "This is a developer's build", empty in all others: the installation looks for this
+/// text in the service before it installs it.
 extern const std::string_view kDevelopmentNotice;
 
 extern const std::string_view kAnchorsFolder;
@@ -26,7 +26,7 @@ extern const std::string_view kSocketPath;
 extern const std::string_view kResourceFolder;
 extern const std::string_view kStateFolder;
 
-// Where records go; a developer's build leaves the machine's alone.
+// The socket that records go to; a developer's build leaves the machine's alone.
 extern const std::string_view kJournalSocket;
 extern const std::string_view kSyslogSocket;
 

@@ -48,7 +48,8 @@ void writeStandardError(std::string_view text) {
         ::write(STDERR_FILENO, line.data(), line.size());
 }
 
-// Not what ends a line, moves the cursor or turns the direction of the text around it.
+// Returns false for a character that ends a line, moves the cursor or turns the direction of the
+// text around it.
 bool isPrintable(char32_t point) {
     const bool control = point < 0x20 || (point >= 0x7F && point < 0xA0);
     const bool lineEnd = point == 0x2028 || point == 0x2029;

@@ -9,7 +9,7 @@ namespace qv::log {
 enum class Priority : std::uint8_t { error = 3, notice = 5 }; // as syslog numbers them
 
 enum class Destination : std::uint8_t {
-    standardError, ///< plain lines; what a program has that never calls `open`
+    standardError, ///< plain lines; the destination of a program that never calls `open`
     nowhere,       ///< for a command whose own output tells what happened
     systemLog,     ///< syslog, and standard error as well unless that already is the journal
 };

@@ -20,7 +20,7 @@ public:
 
     [[nodiscard]] Priority priority() const noexcept { return priority_; }
     [[nodiscard]] const std::string& message() const noexcept { return message_; } ///< one line
-    /// As the journal takes it: https://systemd.io/JOURNAL_NATIVE_PROTOCOL.
+    /// The fields as the journal takes them: https://systemd.io/JOURNAL_NATIVE_PROTOCOL.
     [[nodiscard]] const std::string& fields() const noexcept { return fields_; }
 
 private:

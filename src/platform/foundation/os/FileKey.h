@@ -7,8 +7,8 @@
 
 namespace qv {
 
-/// One file with one content: whatever writes to the file moves one of these numbers, unless it
-/// does so within the tick of the file system's clock in which the file was looked at.
+/// One file with one content: a write to the file changes one of these numbers, unless it does so
+/// within the tick of the file system's clock in which the file was looked at.
 struct FileKey {
     dev_t device = 0;
     ino_t inode = 0;
@@ -18,7 +18,7 @@ struct FileKey {
     std::int64_t changed = 0;  ///< nanoseconds
     uid_t owner = 0;
 
-    /// Of an open file, or the errno.
+    /// The key of an open file, or the errno.
     [[nodiscard]] static tl::expected<FileKey, int> of(int fd);
     friend bool operator==(const FileKey&, const FileKey&) = default;
 };

@@ -14,7 +14,7 @@ struct Identity {
     friend bool operator==(const Identity&, const Identity&) = default;
 };
 
-/// None, and errno, when it cannot be examined.
+/// Returns none, and errno, when it cannot be examined.
 [[nodiscard]] std::optional<Identity> identityOf(int fd);
 
 /// Opens one component, a folder and no link.

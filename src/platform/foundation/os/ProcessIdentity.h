@@ -11,7 +11,7 @@
 
 namespace qv {
 
-/// Effective user and group of a process, as the kernel noted them when it connected.
+/// The effective user and group of a process, as the kernel noted them when it connected.
 struct PeerCredentials {
     uid_t user = 0;
     gid_t group = 0;
@@ -24,8 +24,8 @@ class ProcessIdentity {
 public:
     using Shared = std::shared_ptr<const ProcessIdentity>;
 
-    /// `credentials`: none for a process that did not connect, so that an unknown user never reads
-    /// like user 0.
+    /// `credentials` are none for a process that did not connect, so that an unknown user never
+    /// reads like user 0.
     ProcessIdentity(pid_t pid, Descriptor pidfd,
                     std::optional<PeerCredentials> credentials = std::nullopt) noexcept
         : pid_(pid), pidfd_(std::move(pidfd)), credentials_(credentials) {}

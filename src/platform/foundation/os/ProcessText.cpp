@@ -22,7 +22,7 @@ class Lines {
 public:
     explicit Lines(std::string_view text) : rest_(text) {}
 
-    /// False at the end, also when the last line is cut off (`complete` tells which).
+    /// Returns false at the end, also when the last line is cut off (`complete` tells which).
     bool next(std::string_view& line) {
         const std::size_t end = rest_.find('\n');
         if (end == std::string_view::npos) {
@@ -64,7 +64,7 @@ public:
         rest_.remove_prefix(1);
         return true;
     }
-    /// Up to the next space or the end; empty at the end.
+    /// Reads up to the next space or the end; empty at the end.
     std::string_view word() {
         const std::string_view word = rest_.substr(0, rest_.find(' '));
         rest_.remove_prefix(word.size());
@@ -101,7 +101,8 @@ bool parsePermissions(std::string_view text, ExecutableMapping& mapping, bool& e
     return true;
 }
 
-// "START-END PERM OFFSET MAJOR:MINOR INODE      NAME"; the kernel shows a newline in NAME as \012.
+// Parses "START-END PERM OFFSET MAJOR:MINOR INODE NAME"; the kernel shows a newline in NAME as
+// \012.
 bool parseMapping(std::string_view line, ExecutableMapping& mapping, bool& executable) {
     Cursor cursor(line);
     std::string_view permissions;
@@ -232,8 +233,8 @@ tl::expected<pid_t, std::string> parsePidfdInfo(std::string_view fdinfo) {
     return process;
 }
 
-// "PID (NAME) STATE PPID ...": the 22nd field, counted from the last bracket because the name
-// before it may hold anything.
+// Parses "PID (NAME) STATE PPID ...": the 22nd field, counted from the last bracket because the
+// name before it may hold anything.
 tl::expected<std::uint64_t, std::string> parseStartTime(std::string_view stat) {
     constexpr int kFieldsBetween = 19; // of the words behind the bracket
     std::uint64_t ticks = 0;
@@ -259,8 +260,8 @@ bool hasOption(std::string_view options, std::string_view wanted) {
     return false;
 }
 
-// "ID PARENT MAJOR:MINOR ROOT MOUNTPOINT OPTIONS [TAG...] - TYPE SOURCE SUPEROPTIONS"; the kernel
-// shows blanks and newlines in names as octal escapes, so words are what they seem.
+// Finds a line "ID PARENT MAJOR:MINOR ROOT MOUNTPOINT OPTIONS [TAG...] - TYPE SOURCE SUPEROPTIONS";
+// the kernel shows blanks and newlines in names as octal escapes, so words are what they seem.
 tl::expected<std::optional<Mount>, std::string> findMount(std::string_view mountinfo,
                                                           std::uint64_t mount) {
     std::optional<Mount> found;

@@ -16,7 +16,7 @@ namespace qv {
 // names of its mount points. A text that does not read from its first to its last byte is refused;
 // the error names the file, the line and the cause in words.
 
-/// One executable range of a process's address space. Equality is what "nothing moved" means.
+/// One executable range of a process's address space. Two equal ranges mean that nothing moved.
 struct ExecutableMapping {
     std::uint64_t start = 0;
     std::uint64_t end = 0;
@@ -26,7 +26,7 @@ struct ExecutableMapping {
     std::uint32_t major = 0;
     std::uint32_t minor = 0;
     std::uint64_t inode = 0;
-    std::string name; ///< as shown; good for nothing but showing where `inode` is not 0
+    std::string name; ///< as shown; for messages only where `inode` is not 0
     friend bool operator==(const ExecutableMapping&, const ExecutableMapping&) = default;
 };
 
@@ -43,13 +43,14 @@ struct ProcessStatus {
     std::optional<int> seccomp; ///< mode; none: the kernel does not tell
 };
 
-/// Out of `status`. A field that comes twice is refused, so that no process name can add one.
+/// Reads the fields out of `status`. A field that comes twice is refused, so that no process name
+/// can add one.
 [[nodiscard]] tl::expected<ProcessStatus, std::string> parseProcessStatus(std::string_view status);
 
 /// The process of a pidfd, -1 once it has ended, out of `fdinfo/N`.
 [[nodiscard]] tl::expected<pid_t, std::string> parsePidfdInfo(std::string_view fdinfo);
 
-/// When a process was started, in clock ticks since the machine's start, out of `stat`.
+/// The time when a process was started, in clock ticks since the machine's start, out of `stat`.
 [[nodiscard]] tl::expected<std::uint64_t, std::string> parseStartTime(std::string_view stat);
 
 struct MountedFileSystem {
@@ -72,7 +73,7 @@ struct Mount {
 /// Whether a list with commas between them holds an option.
 [[nodiscard]] bool hasOption(std::string_view options, std::string_view wanted);
 
-/// What `mountinfo` tells of a mount's file system; none when it is not listed there.
+/// The file system of a mount, from `mountinfo`; none when it is not listed there.
 [[nodiscard]] tl::expected<std::optional<MountedFileSystem>, std::string>
 fileSystemOfMount(std::string_view mountinfo, std::uint64_t mount);
 

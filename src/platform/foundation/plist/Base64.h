@@ -5,12 +5,12 @@
 
 namespace qv::plist {
 
-/// As the platform reads it: characters outside the alphabet are skipped wherever they stand; "="
-/// is six zero bits, and one or two at the end of a group of four drop as many of its bytes; a last
-/// group of fewer than four is dropped.
+/// Decodes as the platform does: characters outside the alphabet are skipped wherever they stand;
+/// "=" is six zero bits, and one or two at the end of a group of four drop as many of its bytes; a
+/// last group of fewer than four is dropped.
 [[nodiscard]] std::string decodeBase64(std::string_view text);
 
-/// One line, padded.
+/// Encodes to one line, padded.
 [[nodiscard]] std::string encodeBase64(std::string_view bytes);
 
 } // namespace qv::plist

@@ -7,10 +7,11 @@
 
 namespace qv::plist {
 
-// What the binary reader and writer know of `bplist00` both. An object begins with a marker byte:
-// the type in the high half; a count, a size or a value in the low half.
+// The facts about `bplist00` that the binary reader and writer share. An object begins with a
+// marker byte: the type in the high half; a count, a size or a value in the low half.
 
-inline constexpr std::string_view kBinaryMagic = "bplist0"; ///< and one more character of any value
+/// One more character of any value follows.
+inline constexpr std::string_view kBinaryMagic = "bplist0";
 inline constexpr std::size_t kHeaderSize = 8;
 inline constexpr std::size_t kTrailerSize = 32;
 
@@ -37,7 +38,7 @@ inline constexpr std::uint8_t kFourByteInteger = 0x12;
 inline constexpr std::uint8_t kDateMarker = 0x33;
 inline constexpr std::uint8_t kLargestLowCount = 14; ///< a low half of 15: the count follows
 
-/// What a marker says of the bytes behind it.
+/// The meaning of a marker for the bytes behind it.
 enum class BinarySize : std::uint8_t {
     unknown, ///< no object has this marker
     fixed,   ///< so many bytes

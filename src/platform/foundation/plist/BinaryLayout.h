@@ -25,13 +25,13 @@ struct BinaryObject {
     std::uint8_t marker;
 
     [[nodiscard]] std::size_t end() const noexcept { return content + contentSize; }
-    /// Where a container's references to elements or values begin.
+    /// The offset at which a container's references to elements or values begin.
     [[nodiscard]] std::size_t elements() const noexcept {
         return type == BinaryType::dictionary ? content + contentSize / 2 : content;
     }
 };
 
-/// Unsigned big-endian numbers of one size from 1 to 255 bytes. Of more than 8 bytes the last 8
+/// Unsigned big-endian numbers of one size from 1 to 255 bytes. The last 8 bytes of longer ones
 /// count; whether the others are zero is to be checked once.
 class BinaryNumbers {
 public:
@@ -59,7 +59,7 @@ private:
     [[nodiscard]] bool isWide() const noexcept { return skip_ != 0; }
     [[nodiscard]] bool wideFit(const char* place, const char* end) const noexcept;
 
-    // Of 32 bits, so that the compiler sees that no Value overlaps them.
+    // The size has 32 bits, so that the compiler sees that no Value overlaps them.
     std::uint32_t size_;
     std::uint32_t skip_;
     std::uint32_t shift_;
@@ -74,7 +74,7 @@ public:
     [[nodiscard]] std::string_view data() const noexcept { return data_; }
     [[nodiscard]] std::size_t objectCount() const noexcept { return objectCount_; }
     [[nodiscard]] std::size_t topObject() const noexcept { return topObject_; }
-    /// Where the objects end.
+    /// The offset at which the objects end.
     [[nodiscard]] std::size_t tableOffset() const noexcept { return tableOffset_; }
     [[nodiscard]] const BinaryNumbers& references() const noexcept { return references_; }
     [[nodiscard]] const BinaryNumbers& offsets() const noexcept { return offsets_; }
@@ -85,7 +85,7 @@ public:
         return data_.data() + offset;
     }
 
-    /// Offset of an object.
+    /// The offset of an object.
     [[nodiscard]] std::uint64_t offsetOf(std::size_t index) const noexcept {
         return offsets_.at(place(entryOffset(index)));
     }
@@ -98,7 +98,7 @@ public:
     [[nodiscard]] bool isContainerAt(std::size_t offset) const noexcept {
         return static_cast<BinaryType>(markerAt(offset) >> 4U) >= BinaryType::array;
     }
-    /// Unsigned, of `size` bytes; the low 8 of more.
+    /// An unsigned number of `size` bytes; the low 8 of more.
     [[nodiscard]] std::uint64_t number(std::size_t offset, std::size_t size) const noexcept {
         return BinaryNumbers(size).at(place(offset));
     }
@@ -143,7 +143,7 @@ private:
     std::uint64_t objectCount_ = 0;
     std::uint64_t topObject_ = 0;
     std::uint64_t tableOffset_ = 0;
-    std::array<std::uint16_t, 16> units_{}; // bytes for each counted, by type
+    std::array<std::uint16_t, 16> units_{}; // bytes of each counted unit, by type
 };
 
 } // namespace qv::plist

@@ -15,7 +15,7 @@
 
 namespace qv::plist {
 
-/// Which objects a binary list will have, and which objects each container refers to.
+/// The objects that a binary list will have, and those that each container refers to.
 class BinaryPlan { // NOLINT(cppcoreguidelines-pro-type-member-init): firstMemory_, see below
 public:
     struct Object {

@@ -25,7 +25,7 @@ namespace qv::plist {
 
 namespace {
 
-// Word by word: the strings of a script are most of its bytes.
+// Looks at whole words at once: the strings of a script are most of its bytes.
 bool isASCII(std::string_view bytes) {
     constexpr std::uint64_t kHighBits = 0x8080808080808080U;
     std::uint64_t word = 0;
@@ -290,7 +290,7 @@ private:
         (void)noteHeight(frame.height); // it was checked at the deepest container within
     }
 
-    // Of two pairs with one key the first counts: the references of the others are left out.
+    // Drops the second of two pairs with one key: the references of the others are left out.
     void dropRepeated(const BinaryObject& dictionary, const KeyList& keys, Elements& elements) {
         const std::size_t size = layout_.references().size();
         std::string& kept = keptReferences_.emplace_back();
@@ -301,7 +301,7 @@ private:
                 ++met;
             }
         }
-        kept.reserve(kept.size() + sizeof(std::uint64_t)); // read with the last reference
+        kept.reserve(kept.size() + sizeof(std::uint64_t)); // a whole word is read for the last one
         elements.place = kept.data();
         elements.end = kept.data() + kept.size();
     }
@@ -413,7 +413,7 @@ private:
         }
     }
 
-    // 8 bytes are signed; of 16 the low 8 count.
+    // A number of 8 bytes is signed; the low 8 bytes of 16 count.
     [[nodiscard]] static Value integerOf(std::string_view content) {
         const std::uint64_t bits = BinaryNumbers(content.size()).at(content.data());
         return content.size() == sizeof(bits) ? Value::integer(static_cast<std::int64_t>(bits))
@@ -439,7 +439,7 @@ private:
         return true;
     }
 
-    // What some writers put into strings that should be ASCII.
+    // Some writers put Latin-1 into strings that should be ASCII.
     [[nodiscard]] Value latin1(std::string_view bytes) {
         std::string text;
         for (const char c : bytes) {

@@ -13,15 +13,15 @@
 
 namespace qv::plist {
 
-/// One pass over the containers of a binary list before any value is made. An instance stands for
-/// a list whose containers are sound, are no larger together than the list, and refer to objects
+/// One pass over the containers of a binary list before any value is made. An instance stands for a
+/// list whose containers are sound, are together not larger than the list, and refer to objects
 /// that exist. It knows which objects are elements or values of pairs more than once: only these
 /// need remembering while values are made, and every cycle passes through one of them.
 class BinarySurvey {
 public:
     [[nodiscard]] static tl::expected<BinarySurvey, Error> of(const BinaryLayout& layout);
 
-    /// Two entries of the offset table may name one object: the entry that stands for it.
+    /// The entry that stands for an object, since two entries of the offset table may name one.
     [[nodiscard]] std::size_t canonical(std::size_t index) const noexcept {
         return canonicalTable_ == nullptr ? index : canonicalTable_[index];
     }
@@ -56,7 +56,7 @@ private:
         Group& group = groups_.data()[index / kGroup];
         if ((group.seen & bit) == 0) {
             group.seen |= bit;
-        } else if ((group.shared & bit) == 0) { // often it is set, and a store would be waited for
+        } else if ((group.shared & bit) == 0) { // it is often set, and a store costs time
             group.shared |= bit;
         }
     }
@@ -68,7 +68,7 @@ private:
     const std::uint32_t* canonicalTable_ = nullptr; // its data
     std::size_t room_;                              // bytes that containers may still have
     std::size_t sharedCount_ = 0;
-    bool inOrder_ = true; // as objects are where a writer laid each down once
+    bool inOrder_ = true; // true where a writer wrote each object once
     Error error_;
 };
 

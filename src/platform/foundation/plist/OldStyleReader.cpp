@@ -58,7 +58,7 @@ private:
         return push(Container::stringsFile) && readNested();
     }
 
-    // Until every open container is closed.
+    // Reads until every open container is closed.
     bool readNested() {
         while (!frames_.empty()) {
             if (!(frames_.back().kind == Container::array ? readElement() : readPair())) {

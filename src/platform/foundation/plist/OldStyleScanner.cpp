@@ -32,7 +32,7 @@ bool isUnquoted(char c) {
            std::string_view("_$/:.-").find(c) != std::string_view::npos;
 }
 
-// 16 for a character that is no digit of any base.
+// Returns 16 for a character that is not a digit of any base.
 unsigned digitOf(char c) {
     if (c >= '0' && c <= '9') {
         return static_cast<unsigned>(c - '0');
@@ -125,7 +125,7 @@ unsigned OldStyleScanner::takeDigits(unsigned base, unsigned most) {
     return value;
 }
 
-// What follows a backslash.
+// Reads the rest of an escape, behind its backslash.
 bool OldStyleScanner::readEscape(std::string& out) {
     constexpr std::string_view kLetters = "abfnrtv";
     constexpr std::string_view kControls = "\a\b\f\n\r\t\v";
@@ -147,7 +147,7 @@ bool OldStyleScanner::readEscape(std::string& out) {
     return true;
 }
 
-// \UXXXX: one UTF-16 code unit; a high surrogate needs the low one after it.
+// Reads \UXXXX: one UTF-16 code unit; a high surrogate needs the low one after it.
 bool OldStyleScanner::readUnit(std::string& out) {
     const std::size_t start = place_ - 1;
     ++place_;

@@ -9,12 +9,13 @@
 
 namespace qv::plist {
 
-/// The words of old-style text: white space, strings, data. What answers false has kept a refusal.
+/// The words of old-style text: white space, strings, data. A function that returns false has kept
+/// a refusal.
 class OldStyleScanner {
 public:
     explicit OldStyleScanner(std::string_view text) : text_(text) {}
 
-    /// White space and comments.
+    /// Skips white space and comments.
     [[nodiscard]] bool skipSpace();
     [[nodiscard]] bool atEnd() const noexcept { return place_ == text_.size(); }
     [[nodiscard]] std::size_t place() const noexcept { return place_; }
@@ -26,7 +27,7 @@ public:
     /// Whether a string, quoted or not, begins here.
     [[nodiscard]] bool atString() const noexcept;
     [[nodiscard]] bool readString(std::string& out);
-    /// From "<" to ">".
+    /// Reads from "<" to ">".
     [[nodiscard]] bool readData(std::string& out);
 
     bool fail(std::string_view wording) { return fail(place_, wording); }

@@ -53,7 +53,8 @@ private:
         }
     }
 
-    // What writers of lists begin with, to the letter but for the identifiers of the DOCTYPE.
+    // The beginning that writers of lists give them, to the letter but for the identifiers of the
+    // DOCTYPE.
     bool skipProlog() {
         if (take(R"(<?xml version="1.0" encoding=")") &&
             !(take("UTF-8\"?>") || take("utf-8\"?>"))) {
@@ -116,7 +117,7 @@ private:
             ++place_;
         }
         const std::string_view name = text_.substr(start, place_ - start);
-        // What scripts are made of, first.
+        // The elements of scripts come first.
         if (name == "key") {
             return XMLTag::key;
         }
@@ -127,7 +128,7 @@ private:
         const std::size_t contentOffset = place_;
         bool unescaped = false;
         decoded_.clear();
-        std::size_t copied = place_; // what precedes it is in decoded_, once unescaped
+        std::size_t copied = place_; // the text before it is in decoded_, once unescaped
         while (true) {
             place_ = findSpecial(place_);
             if (place_ == text_.size()) {

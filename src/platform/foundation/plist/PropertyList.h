@@ -20,10 +20,11 @@ struct PropertyListDocument {
     PropertyListFormat format;
 };
 
-/// What a reader of small lists may ask for beyond the usual.
+/// Limits that a reader of small lists may set beyond the usual ones.
 struct PropertyListLimits {
-    int depth = 512;                  ///< containers within one another
-    bool refuseDuplicateKeys = false; ///< else the first pair (binary) or the last (text) counts
+    int depth = 512; ///< containers within one another
+    /// Otherwise the first pair (binary) or the last (text) counts.
+    bool refuseDuplicateKeys = false;
 };
 
 /// Reads the three encodings of property lists and writes two of them. The formats are public:
@@ -55,14 +56,14 @@ public:
     [[nodiscard]] static tl::expected<PropertyListDocument, Error>
     propertyListWithData(std::string_view data, const PropertyListLimits& limits = {});
 
-    /// XML and binary; old-style text is only read. What is written reads back as an equal value,
-    /// but for these: XML holds whole seconds of dates; XML writes the null object, which stands
-    /// for "no arguments" in a container, as an empty array; a dictionary whose one pair is
-    /// `CF$UID` and an integer reads back from XML as the UID that it spells.
-    /// Refused: URLs and errors; trees deeper than 512 containers; for XML also a null root, sets,
-    /// characters that XML cannot carry, dates outside the years 0 to 9999, and trees whose text
-    /// would pass `mostText` bytes or repeat what they share too often (`refusalOfText`): most of
-    /// them at once, all before the text is longer by more than one element.
+    /// XML and binary; old-style text is only read. A value that is written reads back as an equal
+    /// one, but for these: XML holds whole seconds of dates; XML writes the null object, which
+    /// stands for "no arguments" in a container, as an empty array; a dictionary whose one pair is
+    /// `CF$UID` and an integer reads back from XML as the UID that it spells. Refused: URLs and
+    /// errors; trees deeper than 512 containers; for XML also a null root, sets, characters that
+    /// XML cannot carry, dates outside the years 0 to 9999, and trees whose text would pass
+    /// `mostText` bytes or repeat what they share too often (`refusalOfText`): most of them at
+    /// once, all before the text is longer by more than one element.
     [[nodiscard]] static tl::expected<std::string, Error>
     dataWithPropertyList(const Value& root, PropertyListFormat format,
                          std::size_t mostText = kMostText);

@@ -16,10 +16,10 @@ struct TextPosition {
     std::size_t column = 1; ///< in characters
 };
 
-/// Where a byte of UTF-8 text stands. Lines end with LF, CR or CR LF.
+/// The line and column of a byte of UTF-8 text. Lines end with LF, CR or CR LF.
 [[nodiscard]] TextPosition positionOf(std::string_view text, std::size_t offset);
 
-/// The character at `offset` as a message shows it; "0x.." when it is no visible one.
+/// The character at `offset` as a message shows it; "0x.." when it is not a visible one.
 [[nodiscard]] std::string shownCharacter(std::string_view text, std::size_t offset);
 
 /// A reader's refusal of text. `wording` is the platform's message with "{line}" in place of the
@@ -27,7 +27,7 @@ struct TextPosition {
 [[nodiscard]] Error textRefusal(std::string_view text, std::size_t offset,
                                 std::string_view wording);
 
-/// "WORDING at byte offset N".
+/// Returns an error "WORDING at byte offset N".
 [[nodiscard]] Error binaryRefusal(std::size_t offset, std::string_view wording);
 
 /// The XML reader's error, with the old-style reader's attached.

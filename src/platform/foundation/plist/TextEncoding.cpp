@@ -65,7 +65,7 @@ Result checkUTF8(std::string_view bytes) {
     return DecodedText(bytes);
 }
 
-// Where the name of the encoding stands in an XML declaration; nothing when none is named.
+// The name of the encoding in an XML declaration; none when it names none.
 std::optional<std::string_view> declaredEncoding(std::string_view text) {
     if (!text.starts_with("<?xml")) {
         return std::nullopt;
@@ -96,7 +96,7 @@ bool isUTF8Name(std::string_view name) {
     return is("utf-8") || is("utf8");
 }
 
-// Nothing for a name that ICU does not know. A comma would begin options of ICU's own.
+// Returns nothing for a name that ICU does not know. A comma would begin options of ICU's own.
 icu::LocalUConverterPointer converterNamed(const std::string& name) {
     constexpr std::size_t kLongestName = 64;
     UErrorCode status = U_ZERO_ERROR;

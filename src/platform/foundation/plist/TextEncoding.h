@@ -9,7 +9,7 @@
 
 namespace qv::plist {
 
-/// Valid UTF-8 without a byte order mark. Owns it only where the input was something else.
+/// Text in valid UTF-8 without a byte order mark. Owns it only where the input was something else.
 class DecodedText {
 public:
     explicit DecodedText(std::string_view borrowed) : borrowed_(borrowed) {}
@@ -22,8 +22,8 @@ private:
     bool isOwned_ = false;
 };
 
-/// By byte order mark (UTF-8, UTF-16, UTF-32), else by the encoding that an XML declaration names,
-/// else UTF-8.
+/// Decodes text by its byte order mark (UTF-8, UTF-16, UTF-32), else by the encoding that an XML
+/// declaration names, else UTF-8.
 [[nodiscard]] tl::expected<DecodedText, Error> decodeText(std::string_view data);
 
 /// Appends UTF-16 code units, big-endian when `bigEndian`. Stops before a lone surrogate or an odd

@@ -18,13 +18,13 @@ struct WriteFrame {
     Value container;        // holds on to it, as views into it are at work
     std::size_t next = 0;   // child to write
     std::size_t height = 1; // containers on the longest way down so far, itself included
-    std::size_t mark = 0;   // the writer's own
+    std::size_t mark = 0;   // for the writer's own use
 };
 
-/// Where the child is that each frame has taken last: `[3].arg1`; "the root" without frames.
+/// The path of the child that each frame has taken last: `[3].arg1`; "the root" without frames.
 [[nodiscard]] std::string keyPath(std::span<const WriteFrame> frames);
 
-/// "WORDING at PATH", code 3852.
+/// Returns an error "WORDING at PATH" with code 3852.
 [[nodiscard]] Error writeRefusal(std::span<const WriteFrame> frames, std::string_view wording);
 
 /// The value that the innermost frame takes next: element, or value of a pair.

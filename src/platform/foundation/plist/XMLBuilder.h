@@ -42,8 +42,8 @@ struct XMLLeaf {
     std::size_t contentOffset; ///< of what follows the tag
 };
 
-/// Makes values of the elements of an XML property list. Knows what the format means; what markup
-/// looks like is its callers' business. Every call answers false once something is refused.
+/// Makes values of the elements of an XML property list. It knows the meaning of the format, its
+/// callers know the markup. Every call answers false once something is refused.
 class XMLBuilder {
 public:
     /// `text` only serves to tell lines.
@@ -57,7 +57,7 @@ public:
     /// Keeps the first refusal.
     bool fail(std::size_t offset, std::string_view wording);
 
-    /// True when the outermost element is complete.
+    /// Returns true when the outermost element is complete.
     [[nodiscard]] bool finished() const noexcept { return finished_; }
     /// The innermost open container; `finished()` or nothing yet when there is none.
     [[nodiscard]] std::optional<XMLTag> innermost() const noexcept;

@@ -23,7 +23,7 @@ bool isOutsideXML(char32_t point) {
 
 bool needsALook(char c) { return c == '<' || c == '&' || c == '\xEF' || isControl(c); }
 
-// Behind the next `end`; the length of the text without one.
+// The offset behind the next `end`; the length of the text without one.
 std::size_t behind(std::string_view text, std::string_view end, std::size_t offset) {
     const std::size_t place = text.find(end, offset);
     return place == std::string_view::npos ? text.size() : place + end.size();
@@ -62,7 +62,7 @@ XMLMarkup::XMLMarkup(std::string_view text) : text_(text) {
     }
 }
 
-// Behind a tag, a declaration, a processing instruction or a CDATA section.
+// Returns the offset behind a tag, a declaration, a processing instruction or a CDATA section.
 std::size_t XMLMarkup::skipMarkup(std::size_t offset) {
     const std::string_view rest = text_.substr(offset);
     if (rest.starts_with("<![CDATA[")) {
@@ -97,7 +97,8 @@ std::size_t XMLMarkup::skipComment(std::size_t offset) {
     return end + kEnd.size();
 }
 
-// Behind a reference to a character that XML does not hold, else behind the ampersand.
+// Returns the offset behind a reference to a character that XML does not hold, else behind the
+// ampersand.
 std::size_t XMLMarkup::skipReference(std::size_t offset) {
     if (!text_.substr(offset).starts_with("&#")) {
         return offset + 1;

@@ -16,7 +16,7 @@ public:
     /// `text`: valid UTF-8, which must outlive this.
     explicit XMLMarkup(std::string_view text);
 
-    /// As long as the text.
+    /// Valid as long as the text.
     [[nodiscard]] std::string_view wellFormed() const noexcept {
         return changed_.empty() ? text_ : changed_;
     }

@@ -133,8 +133,8 @@ private:
                        reader.fail("Encountered a DOCTYPE with an internal subset on line {line}");
             });
         });
-        // With a DOCTYPE that names an external subset, expat takes unknown entities for declared
-        // there and only mentions them.
+        // Expat takes unknown entities for declared in the external subset that a DOCTYPE names,
+        // and only mentions them.
         XML_SetSkippedEntityHandler(
             parser, [](void* self, const char* /*name*/, int /*parameter*/) {
                 guarded(self, [](ExpatReader& reader) { return reader.fail(kBadReference); });
@@ -173,7 +173,8 @@ private:
 
     bool characters(std::string_view bytes) {
         if (leaf_) {
-            const std::size_t size = eventSize(); // of a reference longer than what it stands for
+            // The markup of a reference is longer than its text.
+            const std::size_t size = eventSize();
             if (text_[eventOffset()] == '&' && size != bytes.size()) {
                 content_ += bytes;
             } else { // not `bytes`: expat turns CR and CR LF into LF, lists keep them
@@ -197,7 +198,7 @@ private:
                                           nameOf(leaf_->tag)));
     }
 
-    // Whether a fault is in what an ampersand begins.
+    // Whether a fault is in a reference, which an ampersand begins.
     [[nodiscard]] bool followsAmpersand(std::size_t offset) const {
         const std::size_t place = text_.rfind('&', offset);
         if (place == std::string_view::npos) {

@@ -23,7 +23,7 @@ constexpr std::string_view kProlog = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>
                                      "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
                                      "<plist version=\"1.0\">\n";
 
-// MiB or GiB.
+// The size in MiB or GiB.
 std::string sizeText(std::size_t bytes) {
     const std::size_t mebibytes = bytes >> 20U;
     return mebibytes % 1024 == 0 ? fmt::format("{} GiB", mebibytes / 1024)

@@ -2,9 +2,10 @@
 
 namespace qv {
 
-// What foldings of texts leave out of a character.
+// The characters that foldings of texts leave out.
 
-/// Accents, points and the like, but no voicing mark or virama, which make other letters.
+/// Returns true for accents, points and the like, but not for a voicing mark or virama, which make
+/// other letters.
 [[nodiscard]] bool isDiacritic(char32_t character) noexcept;
 
 /// The usual form of a half-width or full-width character; others as they are.

@@ -5,7 +5,7 @@
 
 namespace qv {
 
-/// A set of UTF-16 code units. What lies outside the basic plane is two units and so in no set.
+/// A set of UTF-16 code units. A character outside the basic plane is two units and so in no set.
 class CharacterSet {
 public:
     static CharacterSet lowercaseLetters(); ///< general category Ll

@@ -4,7 +4,8 @@
 
 namespace qv {
 
-/// Of a receiver against an argument. No strong_ordering: some comparisons are no order.
+/// The order of a receiver against an argument. It is not a strong_ordering: some comparisons do
+/// not give an order.
 enum class ComparisonResult : std::int8_t { ascending = -1, same = 0, descending = 1 };
 
 } // namespace qv

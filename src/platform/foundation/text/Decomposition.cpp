@@ -21,7 +21,7 @@ std::uint8_t combiningClass(char32_t point) {
     return u_getCombiningClass(static_cast<UChar32>(point));
 }
 
-// Stable, by combining class; begins and ends where marks do.
+// Sorts marks stably by combining class; begins and ends where marks do.
 void sortMarks(std::string& text, std::size_t begin, std::size_t end) {
     struct Mark {
         char32_t point;

@@ -30,7 +30,7 @@ icu::UnicodeString decomposed(const icu::UnicodeString& text) {
     return result;
 }
 
-// Every character of a text through a change, which may take it out.
+// Passes every character of a text through a change, which may take it out.
 template <typename Change>
 icu::UnicodeString changed(const icu::UnicodeString& text, const Change& change) {
     icu::UnicodeString result;
@@ -79,13 +79,13 @@ void appendFolded(std::u16string& out, std::u16string_view character, Options op
     if (hasOption(options, Options::caseInsensitive)) {
         text.foldCase();
     }
-    if (decompose) { // what became of case and width may be composed again
+    if (decompose) { // characters that the folding of case and width gave may be composed again
         text = decomposed(text);
     }
     out.append(text.getBuffer(), static_cast<std::size_t>(text.length()));
 }
 
-// Behind the character that begins at `begin`.
+// The offset behind the character that begins at `begin`.
 std::size_t endOfCharacter(std::u16string_view text, std::size_t begin) {
     std::size_t end = begin;
     static_cast<void>(decodeUTF16(text, end));

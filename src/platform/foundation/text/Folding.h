@@ -16,14 +16,14 @@ struct FoldedText {
         std::size_t folded; ///< in `units`
     };
     std::u16string units;
-    /// Where characters begin, and the end: nothing is found that begins or ends elsewhere. Empty
-    /// when every unit is one.
+    /// The offsets at which characters begin, and the end: nothing is found that begins or ends
+    /// elsewhere. Empty when every unit is one.
     std::vector<Boundary> boundaries;
 };
 
-/// Canonically decomposed unless the search is literal; without case, accents and width as the
-/// options ask. A character is a code point and the marks that combine with it, of which no more
-/// than 30 count as one character.
+/// The text, canonically decomposed unless the search is literal; without case, accents and width
+/// as the options ask. A character is a code point and the marks that combine with it, of which no
+/// more than 30 count as one character.
 [[nodiscard]] FoldedText foldedText(std::u16string_view text, StringCompareOptions options);
 
 } // namespace qv

@@ -10,11 +10,12 @@
 
 namespace qv {
 
-/// A regular expression at work on one text. Time and memory of a match are bounded; what takes
-/// more does not match.
+/// A regular expression at work on one text. Time and memory of a match are bounded; an expression
+/// that takes more does not match.
 class RegularExpression {
 public:
-    /// None when the expression is bad. Copies the text. Heeds `caseInsensitive` and `anchored`.
+    /// Returns none when the expression is bad. Copies the text. Heeds `caseInsensitive` and
+    /// `anchored`.
     [[nodiscard]] static std::optional<RegularExpression>
     compile(std::u16string_view text, std::u16string_view expression, StringCompareOptions options);
     RegularExpression(RegularExpression&&) noexcept;

@@ -4,9 +4,9 @@
 
 namespace qv {
 
-/// How strings are searched; the numbers are the platform's. Combine with `|`.
+/// The options of a search in strings; the numbers are the platform's. Combine with `|`.
 enum class StringCompareOptions : std::uint16_t {
-    none = 0, ///< what is canonically equivalent is the same, forwards
+    none = 0, ///< canonically equivalent texts are the same, forwards
     caseInsensitive = 1,
     literal = 2,   ///< the very same code points
     backwards = 4, ///< the last one first

@@ -28,7 +28,7 @@ enum class StringEncoding : std::uint32_t {
 };
 
 /// The bytes of a UTF-8 text in an encoding. None when the encoding is none of these, lacks one of
-/// the characters, or the text is no UTF-8.
+/// the characters, or the text is not UTF-8.
 [[nodiscard]] std::optional<std::string> dataUsingEncoding(std::string_view text,
                                                            StringEncoding encoding);
 

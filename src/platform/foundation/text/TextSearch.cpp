@@ -9,8 +9,8 @@ namespace {
 using Options = StringCompareOptions;
 using Boundary = FoldedText::Boundary;
 
-// For each length of a begin of `wanted`, how much of its end is a begin again: what a scan that
-// never steps back needs to know (Knuth, Morris and Pratt).
+// The length of the longest border of each prefix of `wanted`, for a scan that never steps back
+// (Knuth, Morris and Pratt).
 std::vector<std::size_t> bordersOf(std::u16string_view wanted) {
     std::vector<std::size_t> borders(wanted.size() + 1, 0);
     std::size_t matched = 0;

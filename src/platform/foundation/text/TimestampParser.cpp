@@ -70,7 +70,7 @@ TimestampParser::TimestampParser(std::u16string_view pattern) {
     }
     made->format.adoptNumberFormat(numbers.release());
     made->format.setTimeZone(*icu::TimeZone::getGMT());
-    made->format.setLenient(static_cast<UBool>(false)); // else 2012-13-01 is a day of 2013
+    made->format.setLenient(static_cast<UBool>(false)); // otherwise 2012-13-01 is a day of 2013
     formatter_ = std::move(made);
 }
 

@@ -20,8 +20,8 @@ public:
     TimestampParser& operator=(TimestampParser&&) = delete;
     ~TimestampParser();
 
-    /// None when the text is of another form, no date of the calendar, or longer than 256 units.
-    /// Blanks may stand before and behind.
+    /// Returns none when the text is of another form, not a date of the calendar, or longer than
+    /// 256 units. Blanks may stand before and behind.
     [[nodiscard]] std::optional<Date> dateFromString(std::u16string_view text);
 
 private:

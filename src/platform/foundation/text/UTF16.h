@@ -5,7 +5,7 @@
 
 namespace qv {
 
-/// The code units that positions in strings count. A byte that is no UTF-8 becomes U+FFFD.
+/// The code units that positions in strings count. A byte that is not UTF-8 becomes U+FFFD.
 [[nodiscard]] std::u16string utf16FromUTF8(std::string_view text);
 
 /// Half of a surrogate pair, which UTF-8 has no form for, becomes U+FFFD.

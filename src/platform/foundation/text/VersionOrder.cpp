@@ -17,7 +17,7 @@ public:
     Components(std::string_view text, std::string_view separator) noexcept
         : rest_(text), separator_(separator) {}
 
-    /// None behind the last one.
+    /// Returns none behind the last one.
     std::optional<std::string_view> next() noexcept {
         if (!rest_) {
             return std::nullopt;
@@ -47,7 +47,7 @@ private:
     std::string_view separator_;
 };
 
-// What is left of the longer text when the other one has ended: no more than its next two
+// Judges the rest of the longer text when the other one has ended: no more than its next two
 // components are looked at.
 bool countsForNothing(std::string_view surplus, Components& behind) noexcept {
     return surplus == "0" && behind.next().value_or("").empty();

@@ -16,7 +16,7 @@ struct CalendarTime {
     int second = 0;
 };
 
-/// None for a date that is not a number, or is more than 25,000 years away.
+/// Returns none for a date that is not a number, or is more than 25,000 years away.
 [[nodiscard]] std::optional<CalendarTime> calendarTime(Date date);
 
 } // namespace qv

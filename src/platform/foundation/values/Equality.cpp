@@ -66,7 +66,7 @@ bool isContainer(const Value& value) {
     }
 }
 
-// Of a string or data; other scalars have none.
+// The size of a string or data; other scalars have none.
 std::size_t contentSize(const Value& value) {
     return value.is(Kind::string) ? value.asString().size()
            : value.is(Kind::data) ? value.asData().size()
@@ -197,11 +197,11 @@ private:
     }
 
     std::uint32_t next_ = 0;
-    // Ordered maps: no choice of content makes them slow.
+    // The maps are ordered: no choice of content makes them slow.
     std::map<std::string_view, std::uint32_t> texts_;
     std::map<std::string_view, std::uint32_t> data_;
     std::map<Key, std::uint32_t> keys_;
-    // By identity, so that each content is compared once.
+    // The contents by identity, so that each is compared once.
     std::unordered_map<std::uintptr_t, std::uint32_t> contents_;
     std::unordered_map<std::uintptr_t, std::uint32_t> containers_;
 };
@@ -243,7 +243,7 @@ private:
 
     static Outcome decided(bool equal) { return equal ? Outcome::equal : Outcome::different; }
 
-    // Equal so far: what is below waits in the queue.
+    // Compares two values alone: their content waits in the queue.
     Outcome compareOne(const Value& left, const Value& right) {
         if (!isContainer(left) || !isContainer(right)) {
             return take(contentSize(left) / kContentOfPair) ? decided(equalScalars(left, right))

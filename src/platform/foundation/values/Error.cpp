@@ -15,7 +15,7 @@ std::string textUnder(const Value& userInfo, std::string_view key) {
     return value == nullptr ? std::string() : description(*value);
 }
 
-// What a sentence begins with that can say no more about what was tried.
+// The first words of a sentence that can say no more about what was tried.
 std::string_view opening(const Error& error) {
     return error.domain() == error_domain::kCocoa &&
                    error.code() == cocoa_error::kPropertyListReadCorrupt

@@ -18,10 +18,10 @@ public:
 
     /// An error whose only user information is a localized description.
     static Error withDescription(std::string_view domain, std::int64_t code, std::string_view text);
-    /// NSPOSIXErrorDomain, the errno as code, no user information.
+    /// Makes an error of NSPOSIXErrorDomain with the errno as code and no user information.
     static Error posix(int errorNumber);
 
-    /// True when this is a failure.
+    /// Returns true when this is a failure.
     explicit operator bool() const noexcept { return !value_.isNull(); }
 
     // The rest needs a failure.
@@ -29,9 +29,9 @@ public:
     [[nodiscard]] std::int64_t code() const noexcept;
     [[nodiscard]] Value userInfo() const; ///< an empty dictionary when there is none
 
-    /// `Error Domain=D Code=C "TEXT" UserInfo={k=v, k2=v2}`, for logs. Differs from the platform in
-    /// one thing: no address stands before an underlying error's brace, since the texts of a root
-    /// service leave it.
+    /// The text `Error Domain=D Code=C "TEXT" UserInfo={k=v, k2=v2}`, for logs. Differs from the
+    /// platform in one thing: no address stands before an underlying error's brace, since the texts
+    /// of a root service leave it.
     [[nodiscard]] std::string description() const;
     /// A sentence for people: the localized description, else for a file operation or a launch one
     /// of the item and the cause, else one made of the failure reason, of the domain's own text, of

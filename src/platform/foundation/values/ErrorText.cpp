@@ -36,7 +36,7 @@ constexpr std::array<Sentence, 8> kSentences = {{
     {3328, "Trash", "“{0}” couldn’t be moved to the trash because its volume has none"},
 }};
 
-// How other sentences begin: “{0}” couldn’t be ...
+// The first words of other sentences: “{0}” couldn’t be ...
 struct Participle {
     std::string_view operation;
     std::string_view text;
@@ -71,7 +71,7 @@ std::optional<std::string> itemName(const Value& info) {
     if (url == nullptr || !url->is(Value::Kind::url)) {
         return std::nullopt;
     }
-    // All of the URL where the URL itself is at fault.
+    // The text is all of the URL where the URL itself is at fault.
     const bool isAtFault =
         !url->asURL().isFileURL() || info.find(error_key::kDebugDescription) != nullptr;
     return isAtFault ? url->asURL().absoluteString() : url->asURL().lastPathComponent();
@@ -101,7 +101,7 @@ bool isFileCode(std::int64_t code) {
            code == cocoa_error::kFeatureUnsupported;
 }
 
-// What could not be done, without the final stop; empty for an error of another kind.
+// The action that could not be done, without the final stop; empty for an error of another kind.
 struct Clause {
     std::string text;
     bool tellsCause = false;

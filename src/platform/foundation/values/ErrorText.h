@@ -6,13 +6,13 @@
 
 namespace qv {
 
-/// What a domain itself says about one of its codes; empty where it has no text. For
-/// NSPOSIXErrorDomain a phrase ("No such file or directory").
+/// A domain's own text for one of its codes; empty where it has no text. For NSPOSIXErrorDomain a
+/// phrase ("No such file or directory").
 [[nodiscard]] std::string systemText(const Error& error);
 
-/// For an error of a file operation or a launch the whole sentence: the item, from the path or URL
-/// in the user information, what could not be done with it, and the cause, from the underlying
-/// errors. Empty for other errors.
+/// The whole sentence for an error of a file operation or a launch: the item, from the path or URL
+/// in the user information, the action that could not be done with it, and the cause, from the
+/// underlying errors. Empty for other errors.
 [[nodiscard]] std::string fileErrorSentence(const Error& error);
 
 } // namespace qv

@@ -32,7 +32,8 @@ constexpr std::uint64_t kEmptyContainer = 8;
 constexpr std::uint64_t kContainer = 15;
 constexpr std::uint64_t kKey = 12;
 
-// Text: its bytes, and its lines, each of which is a byte longer for every container around it.
+// The size of a text: its bytes, and its lines, each of which is a byte longer for every container
+// around it.
 struct Text {
     std::uint64_t bytes = 0;
     std::uint64_t lines = 0;
@@ -43,8 +44,8 @@ struct Text {
     }
 };
 
-// Of a value: all of its text, and the text in which each object is written once. There an object
-// that is met again counts as something short: readers of text share the keys of alike
+// The size of a value: all of its text, and the text in which each object is written once. There an
+// object that is met again counts as something short: readers of text share the keys of alike
 // dictionaries.
 struct Measure {
     Text everywhere;
@@ -58,7 +59,7 @@ struct Measure {
 
 class Measurement {
 public:
-    /// Another tree may follow, and have objects of the one before.
+    /// Measures a tree; another may follow, and have objects of the one before.
     Measure of(const Value& root) {
         enter(root);
         while (!open_.empty()) {
@@ -123,7 +124,7 @@ private:
         open_.back().inside.add(value);
     }
 
-    // Of an element that holds text.
+    // The measure of an element that holds text.
     Measure text(const Value& value, std::string_view content, std::uint64_t element) {
         constexpr std::size_t kShort = 64;
         const bool isAgain = content.size() > kShort && Node::isShared(value) &&
@@ -150,7 +151,7 @@ std::string sizeText(std::uint64_t bytes) {
                             : fmt::format("{} GiB", mebibytes / 1024);
 }
 
-// Where most of a tree's text is: the key or index of one of its values.
+// The place of most of a tree's text: the key or index of one of its values.
 std::string largestPlace(const Value& root) {
     const std::span<const Value> slots = Node::slotsOf(root);
     Measurement measurement;

@@ -9,7 +9,7 @@
 namespace qv {
 
 namespace {
-// Up to here a walk over the keys is faster than a search in the sorted index.
+// The number of keys up to which a walk over them is faster than a search in the sorted index.
 constexpr std::size_t kLinearSearchLimit = 12;
 } // namespace
 

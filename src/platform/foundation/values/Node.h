@@ -7,7 +7,7 @@
 
 namespace qv {
 
-/// What a Value points to. `length` bytes or slots follow the fixed part:
+/// The node that a Value points to. `length` bytes or slots follow the fixed part:
 ///   string, data      `length` bytes
 ///   array, set        `length` Values
 ///   dictionary        a KeyList, then `length` Values
@@ -19,7 +19,8 @@ struct Node {
 
     std::atomic<std::uint32_t> references;
     Value::Kind kind;
-    std::uint32_t blockSteps : 24; // how far back a ValueArena's block begins; 0: not in one
+    std::uint32_t blockSteps : 24; // the distance back to the beginning of a ValueArena's block; 0:
+                                   // not in one
     std::uint64_t length;
 
     template <typename T> [[nodiscard]] const T* payload(std::size_t offset = 0) const noexcept {

@@ -48,7 +48,7 @@ bool isFolder(const std::string& path) {
            S_ISDIR(info.st_mode);
 }
 
-// Where the path begins and ends in a URL's text.
+// The begin and end of the path in a URL's text.
 std::pair<std::size_t, std::size_t> pathBounds(std::string_view text, std::size_t schemeLength) {
     std::size_t begin = schemeLength == 0 ? 0 : schemeLength + 1;
     const std::size_t end = std::min(text.find_first_of("?#", begin), text.size());
@@ -58,7 +58,7 @@ std::pair<std::size_t, std::size_t> pathBounds(std::string_view text, std::size_
     return {begin, end};
 }
 
-// RFC 3986, 5.2.4.
+// Removes dot segments as RFC 3986, 5.2.4 says.
 std::string withoutDotSegments(std::string_view path) {
     std::vector<std::string_view> segments;
     const bool isAbsolute = path.starts_with('/');
@@ -75,7 +75,7 @@ std::string withoutDotSegments(std::string_view path) {
         if (!isParent && segment != ".") {
             segments.push_back(segment);
         } else if (isLast) {
-            segments.emplace_back(); // what remains is a folder
+            segments.emplace_back(); // the rest is a folder
         }
     }
     std::string text;

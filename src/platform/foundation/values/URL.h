@@ -9,7 +9,7 @@ namespace qv {
 /// A URL as RFC 3986 reads it, kept as the text that was given and decoded on demand.
 class URL {
 public:
-    /// None for a text with characters that a URL cannot hold (blanks, controls, non-ASCII,
+    /// Returns none for a text with characters that a URL cannot hold (blanks, controls, non-ASCII,
     /// `"<>\^`{|}`), a `%` without two hexadecimal digits, or a second `#`. The empty text is a
     /// URL. Brackets in the path are percent-encoded; all else stays as it is given.
     static std::optional<URL> URLWithString(std::string_view text);
@@ -36,8 +36,8 @@ public:
     [[nodiscard]] std::optional<std::string> path() const;
     /// The decoded last component; "/" for the root. Where that is not UTF-8, its encoded form.
     [[nodiscard]] std::string lastPathComponent() const;
-    /// Behind the last dot of the last component; empty when that begins with its only dot or ends
-    /// in a dot, or when a blank or slash follows the dot.
+    /// The text behind the last dot of the last component; empty when that begins with its only dot
+    /// or ends in a dot, or when a blank or slash follows the dot.
     [[nodiscard]] std::string pathExtension() const;
     /// The root gives "/../". Query and fragment stay.
     [[nodiscard]] URL URLByDeletingLastPathComponent() const;

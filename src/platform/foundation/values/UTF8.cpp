@@ -41,7 +41,7 @@ bool isSecondByte(unsigned char lead, unsigned char second) {
     }
 }
 
-// Whole words of ASCII at once.
+// Skips whole words of ASCII at once.
 std::size_t skipASCII(std::string_view text, std::size_t index) {
     constexpr std::uint64_t kHighBits = 0x8080808080808080U;
     std::uint64_t word = 0;

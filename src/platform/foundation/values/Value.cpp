@@ -110,7 +110,7 @@ Value Value::errorNode(std::string_view domain, std::int64_t code, const Value& 
         throw Exception(std::string(exception_name::kInvalidArgument),
                         "the user information of an error must be a dictionary");
     }
-    // None and an empty one are the same, so they are kept as the same.
+    // No user information and an empty one are the same, so they are kept as the same.
     const bool hasInfo = !userInfo.isNull() && !userInfo.asDictionary().empty();
     const Value domainValue = string(domain);
     Node* node = Node::allocate(Kind::error, 2, sizeof(code) + 2 * sizeof(Value));

@@ -24,7 +24,7 @@ class KeyList {
 public:
     KeyList() noexcept = default; // no keys
     /// Takes strings; a key that comes again is dropped (keep the caller's values in step by asking
-    /// `indexOf`). Throws an Exception when an element is no string.
+    /// `indexOf`). Throws an Exception when an element is not a string.
     explicit KeyList(std::span<const class Value> keys);
     KeyList(const KeyList& other) noexcept;
     KeyList(KeyList&& other) noexcept : shape_(std::exchange(other.shape_, nullptr)) {}
@@ -35,7 +35,7 @@ public:
     [[nodiscard]] std::size_t size() const noexcept;
     [[nodiscard]] const Value& operator[](std::size_t index) const noexcept;
     [[nodiscard]] std::optional<std::size_t> indexOf(std::string_view key) const noexcept;
-    /// Identity, not equality.
+    /// Compares by identity, not equality.
     [[nodiscard]] bool sameAs(const KeyList& other) const noexcept {
         return shape_ == other.shape_;
     }
@@ -123,7 +123,7 @@ public:
     static Value error(const Error& error); ///< `error` must hold one
     static Value array(std::vector<Value> elements);
     static Value set(std::vector<Value> elements);
-    /// As many values as keys, in the order of the keys.
+    /// Takes as many values as keys, in the order of the keys.
     static Value dictionary(const KeyList& keys, std::span<const Value> values);
     /// A later pair replaces an earlier one of the same key.
     static Value dictionary(std::vector<std::pair<Value, Value>> pairs);
@@ -132,7 +132,7 @@ public:
     [[nodiscard]] Kind kind() const noexcept;
     [[nodiscard]] bool is(Kind kind) const noexcept { return this->kind() == kind; }
     [[nodiscard]] bool isNull() const noexcept { return bits_ == 0; }
-    /// Boolean, integer or real.
+    /// Whether it is a boolean, integer or real.
     [[nodiscard]] bool isNumber() const noexcept;
 
     // Each needs the kind of its name; views live as long as the value.
@@ -149,15 +149,15 @@ public:
     [[nodiscard]] std::span<const Value> asArray() const noexcept; ///< array or set
     [[nodiscard]] DictionaryView asDictionary() const noexcept;
 
-    /// The value under a key of a dictionary; null pointer when the key is missing or this is no
+    /// The value under a key of a dictionary; null pointer when the key is missing or this is not a
     /// dictionary.
     [[nodiscard]] const Value* find(std::string_view key) const noexcept;
 
-    /// Identity: the very same object. Numbers of one kind and value may be the same object.
+    /// Whether both are the very same object. Numbers of one kind and value may be the same object.
     [[nodiscard]] bool sameAs(const Value& other) const noexcept { return bits_ == other.bits_; }
     [[nodiscard]] std::uintptr_t identity() const noexcept { return bits_; }
 
-    /// Equality of the platform: numbers by value whatever their kind (booleans are 1 and 0),
+    /// The equality of the platform: numbers by value whatever their kind (booleans are 1 and 0),
     /// strings by bytes, containers by elements, sets without order and with repeated elements
     /// counted once. Not-a-number equals nothing. The time is linear in the objects that there are
     /// (times a logarithm), however often they are shared and whatever they nest.
@@ -209,7 +209,7 @@ private:
 /// The platform's class name of a kind, as exception reasons and archives show it.
 [[nodiscard]] std::string_view className(Value::Kind kind) noexcept;
 
-/// How a sentence for people names a value of a kind: "a string".
+/// The name of a value's kind in a sentence for people: "a string".
 [[nodiscard]] std::string_view kindText(Value::Kind kind) noexcept;
 
 } // namespace qv

@@ -46,7 +46,7 @@ private:
     static void free(Node* node) noexcept;
 
     Block* block_ = nullptr; // being filled
-    char* free_ = nullptr;   // where its next node goes
+    char* free_ = nullptr;   // the place of its next node
     char* end_ = nullptr;    // of the block
     std::size_t nodes_ = 0;  // made in it
     std::size_t nextSize_;   // of a block

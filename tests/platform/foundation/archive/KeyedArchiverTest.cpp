@@ -100,7 +100,7 @@ TEST(KeyedArchiver, GivesEveryOtherClassItsForm) {
         {Value::error(Error::posix(2)),
          {"{NSDomain: uid(2), NSUserInfo: uid(0), NSCode: 2, $class: uid(3)}",
           "\"NSPOSIXErrorDomain\"", type("NSError")}},
-        // As a plain string it would be read as nil.
+        // A plain string would be read as nil.
         {Value::array({Value::string("$null"), Value::string("$null")}),
          {"{NS.objects: [uid(2), uid(2)], $class: uid(4)}",
           "{NS.string: \"$null\", $class: uid(3)}",
@@ -126,7 +126,7 @@ TEST(KeyedArchiver, RefusesUIDs) {
               "object 4: a UID cannot be archived");
 }
 
-// All that a failing file operation can put into a reply.
+// All values that a failing file operation can put into a reply.
 Value everything() {
     const URL url = URL::URLWithString("file:///Applications/Foo%20%C3%A9.app").value();
     const Value shared = Value::array({Value::string("Move"), Value()});

@@ -186,7 +186,7 @@ TEST(KeyedUnarchiver, ChargesForSharedParts) {
         },
         {classRecord("NSURL")}));
     EXPECT_TRUE(urls.asArray().front().sameAs(urls.asArray().back()));
-    // Every object with a class record of its own, all with one endless list of superclasses.
+    // Every object has a class record of its own, all with one endless list of superclasses.
     const Value ownClass =
         Value::dictionary({{"$classname", Value::string("Own")}, {"$classes", names}});
     const auto withOwnClass = [&](std::uint32_t i) {

@@ -21,7 +21,8 @@ namespace {
 using test::listingOf;
 using test::urlOf;
 
-// rwx for the owner, rx for user 4711, nothing else: an access list as the kernel stores it.
+// The list gives rwx for the owner, rx for user 4711, nothing else: an access list as the kernel
+// stores it.
 constexpr std::string_view kAccessList{
     "\2\0\0\0\1\0\7\0\377\377\377\377\2\0\5\0\147\22\0\0\4\0\0\0\377\377\377\377\20\0\5\0\377\377"
     "\377\377\40\0\0\0\377\377\377\377",
@@ -82,7 +83,7 @@ TEST_F(CopyItem, KeepsAllThatAnItemIs) {
     EXPECT_EQ(listingOf(top / "copy"), before);
     EXPECT_EQ(listingOf(top / "tree"), before);
     EXPECT_EQ(test::contentOf(top / "copy/inner/script"), std::string(200'000, 's'));
-    // Each kind by itself as well, as the top of what is copied.
+    // Each kind of item is also copied by itself.
     for (const std::string name : {"empty", "link", "dangling", "fifo", "socket", "inner/script"}) {
         ASSERT_FALSE(copy("tree/" + name, "single")) << name;
         const struct stat from = statusOf(top / "tree" / name);
@@ -105,7 +106,7 @@ TEST_F(CopyItem, KeepsAttributesAndAccessLists) {
     const std::string large(3000, 'v');
     ASSERT_TRUE(setAttribute(top / "tree", "user.large", large));
     ASSERT_TRUE(setAttribute(top / "tree/folder", "system.posix_acl_default", kAccessList));
-    // What is made in the destination's folder would take after it.
+    // Items made in the destination's folder would take its list and group.
     fs::create_directory(top / "sticky");
     ASSERT_TRUE(setAttribute(top / "sticky", "system.posix_acl_default", kAccessList));
     fs::permissions(top / "sticky", fs::perms(02777));
@@ -165,7 +166,8 @@ TEST_F(CopyItem, CopiesFilesOfUnknownSize) {
     EXPECT_EQ(test::contentOf(top / "version"), test::contentOf("/proc/version"));
 }
 
-// Nothing half stands under the destination's name, and what was there before is untouched.
+// No incomplete copy stands under the destination's name, and an item that was there before is
+// untouched.
 TEST_F(CopyItem, LeavesNothingWhenItFails) {
     const test::SmallFileSystem small(top / "small");
     if (!small.isMounted()) {
@@ -198,7 +200,8 @@ TEST_F(CopyItem, IsRefusedIntoItself) {
     }
     EXPECT_EQ(copy("tree/inner", "tree").code(), 516) << "the reverse";
     EXPECT_FALSE(copy("tree/inner", "tree/sibling"));
-    // By way of a mount, which the way up from the destination does not show.
+    // The copy goes into its source by way of a mount, which the way up from the destination does
+    // not show.
     fs::create_directory(top / "mounted");
     if (::mount((top / "tree/inner").c_str(), (top / "mounted").c_str(), nullptr, MS_BIND,
                 nullptr) != 0) {
@@ -209,7 +212,7 @@ TEST_F(CopyItem, IsRefusedIntoItself) {
     EXPECT_EQ(std::distance(fs::directory_iterator(top / "tree/inner"), {}), 1) << "a part is left";
 }
 
-// Without root: a folder that its owner may not write is copied whole, and removed when it fails.
+// A folder that its owner may not write is copied whole without root, and removed when it fails.
 TEST_F(CopyItem, CopiesReadOnlyFoldersWithoutRoot) {
     if (::geteuid() != 0) {
         GTEST_SKIP() << "needs root to become another user";

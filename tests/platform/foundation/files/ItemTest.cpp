@@ -1,4 +1,4 @@
-// Paths, modes and properties of items, and the owner of a descriptor.
+// Tests paths, modes and properties of items, and the owner of a descriptor.
 
 #include "platform/foundation/files/item/ChangeMode.h"
 #include "platform/foundation/files/item/FileSystemPath.h"
@@ -78,7 +78,7 @@ TEST(ResourceValuesTest, KnowsVolumesAndMakesFoldersThere) {
     EXPECT_EQ(folder()->path(), base / "(A Document Being Saved By test 2)");
     EXPECT_EQ(fs::status(base).permissions(), fs::perms(0700));
     EXPECT_EQ(fs::status(small / ".TemporaryItems").permissions(), fs::perms(01777));
-    // Somebody was there before: a link, or a folder of their own.
+    // Somebody has made the item before: a link, or a folder of their own.
     fs::remove_all(small / ".TemporaryItems/folders.0");
     fs::create_directory_symlink(top.path(), small / ".TemporaryItems/folders.0");
     EXPECT_EQ(folder().error().code(), 512);
@@ -90,8 +90,8 @@ TEST(ResourceValuesTest, KnowsVolumesAndMakesFoldersThere) {
     EXPECT_EQ(itemReplacementFolder(urlOf(top / "none"), "x").error().code(), 260);
 }
 
-// From here on this process's calls of fchmodat2 fail so, as on an older kernel or under a filter
-// of system calls that does not know it.
+// Makes this process's calls of fchmodat2 fail from here on, as on an older kernel or under a
+// filter of system calls that does not know it.
 bool refuseNewCall(std::uint32_t errorNumber) {
     constexpr std::uint32_t kFchmodat2 = 452;
     std::array<sock_filter, 4> program{{

@@ -27,7 +27,7 @@ std::int64_t cause(const Error& error) {
     return error.userInfo().find("NSUnderlyingError")->asError().code();
 }
 
-/// Two file systems.
+/// Two file systems, for moves between them.
 class MoveItem : public testing::Test {
 protected:
     void SetUp() override {
@@ -104,7 +104,7 @@ TEST_F(MoveItem, LeavesTheSourceWholeWhenItCannotCopy) {
     EXPECT_TRUE(fs::exists(top / "tree/inner/file"));
 }
 
-// Between the copy and the removal somebody writes: that must not be lost.
+// Somebody writes between the copy and the removal: that must not be lost.
 TEST_F(MoveItem, RemovesOnlyWhatWasCopied) {
     struct Change {
         const char* what;
@@ -139,7 +139,7 @@ TEST_F(MoveItem, RemovesOnlyWhatWasCopied) {
         fs::remove_all(top / "from");
         fs::remove_all(top / "other/to");
     }
-    // Dates that the other file system cannot keep are no change: this one is of the year 2500.
+    // Dates that the other file system cannot keep are not a change: this one is of the year 2500.
     const std::array<timespec, 2> far{timespec{16'725'225'600, 1}, timespec{16'725'225'600, 1}};
     ASSERT_EQ(::utimensat(AT_FDCWD, (top / "other").c_str(), far.data(), 0), 0);
     ASSERT_FALSE(move("tree", "other/tree"));
@@ -150,8 +150,8 @@ TEST_F(MoveItem, RemovesOnlyWhatWasCopied) {
     EXPECT_FALSE(fs::exists(top / "tree"));
 }
 
-// Killed at any moment, one of the two names stands for the whole tree, and the new one never for
-// less. QV_TEST_ROUNDS: how often.
+// One of the two names stands for the whole tree when the move is killed at any moment, and the new
+// one never for less. QV_TEST_ROUNDS sets the number of moves.
 TEST_F(MoveItem, SurvivesBeingKilled) {
     const int rounds = test::effort("QV_TEST_ROUNDS", 40);
     for (int i = 0; i < 200; ++i) {
@@ -179,7 +179,7 @@ TEST_F(MoveItem, SurvivesBeingKilled) {
             ASSERT_FALSE(move("other/tree", "tree"));
         }
         for (const auto& left : fs::directory_iterator(top / "other")) {
-            fs::remove_all(left.path()); // what was not complete, under its temporary name
+            fs::remove_all(left.path()); // the incomplete copy, under its temporary name
         }
     }
     EXPECT_GT(killedInTheMiddle, rounds / 10);

@@ -72,7 +72,7 @@ TEST(BinaryReader, TakesNumbersOfAnySize) {
         parts.offsetSize = std::max<std::size_t>(size, 2);
         EXPECT_EQ(readDump(parts.list()), "[true, {a: true}]") << size;
     }
-    // Of a number wider than 64 bits the high bytes count too.
+    // The high bytes of a number wider than 64 bits count too.
     BinaryParts wide{{"\xA1" + bytes({1}) + bigEndian(0, 8)}};
     wide.referenceSize = 9;
     EXPECT_THAT(readDump(wide.list()), testing::HasSubstr("reference to no object"));
@@ -126,7 +126,8 @@ TEST(BinaryReader, IsLinear) {
     powers.offsetSize = 2;
     EXPECT_TRUE(PropertyList::propertyListWithData(powers.list()));
 
-    // Each claims nearly all that follows, and there every two bytes are a good reference.
+    // Each array claims nearly all bytes that follow, and there every two bytes are a good
+    // reference.
     constexpr std::size_t kArrays = 60'000;
     BinaryParts overlapping{{}, 0, 4, 2, {}};
     std::string area;

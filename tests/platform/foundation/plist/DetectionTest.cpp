@@ -10,7 +10,7 @@ namespace {
 
 using namespace std::string_literals;
 
-// ASCII in units of several bytes.
+// The text as ASCII in units of several bytes.
 std::string widened(std::string_view text, std::size_t size, bool bigEndianUnits) {
     std::string wide;
     for (const char c : text) {
@@ -66,7 +66,7 @@ TEST(Detection, HonoursTheDeclaredEncoding) {
               "refused: Unable to convert string to correct encoding at line 2, column 1");
 }
 
-// Both readers' reasons travel: the first alone would say of an old-style list that it is no XML.
+// Both readers' reasons travel: the first alone would say of an old-style list that it is not XML.
 TEST(Detection, TellsBothReasons) {
     const auto list = PropertyList::propertyListWithData("{ a = b }");
     ASSERT_FALSE(list);

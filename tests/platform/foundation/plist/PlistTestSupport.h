@@ -12,7 +12,7 @@
 
 namespace qv::test {
 
-/// What a reader made of data: its dump, or "refused: REASON" (checks domain and code).
+/// The result of reading data: its dump, or "refused: REASON" (checks domain and code).
 [[nodiscard]] std::string readDump(std::string_view data, const PropertyListLimits& limits = {});
 
 /// The reason of an error, its NSDebugDescription.

@@ -115,7 +115,7 @@ TEST(RoundTrip, RefusesTruncatedLists) {
             EXPECT_THAT(readDump(binary.substr(0, size)), testing::HasSubstr("at byte offset"));
         }
         std::string xml = written(root, PropertyListFormat::xml);
-        xml.resize(xml.rfind('>')); // what follows the root does not count
+        xml.resize(xml.rfind('>')); // the text behind the root does not count
         for (std::size_t size = 1; size <= xml.size(); ++size) {
             EXPECT_THAT(readDump(xml.substr(0, size)), testing::HasSubstr("column")) << size;
         }

@@ -124,7 +124,7 @@ TEST(Writers, BoundTheDepth) {
                     testing::StartsWith("Too many nested arrays or dictionaries at [0][0]"));
         EXPECT_THAT(refusal(nested(30'000), format), testing::HasSubstr("Too many nested"));
     }
-    // What takes the place of a container in XML counts as one.
+    // A value that takes the place of a container in XML counts as one.
     EXPECT_NE(refusal(nested(513, Value::uid({1})), kXML), "written");
     EXPECT_NE(refusal(nested(513, Value()), kXML), "written");
     // The depth of an object that was met before counts where it is met again.
@@ -177,7 +177,8 @@ TEST(BinaryWriter, WritesEqualLeavesOnce) {
     EXPECT_EQ(dump(read->root), "[{a: \"a\"}, null, {a: \"a\"}]");
 }
 
-// Short as a binary list, and much longer as text: refused before any text is written.
+// A list that is short in binary form and much longer as text is refused before any text is
+// written.
 TEST(XMLWriter, RefusesWhatRepeatsTooMuch) {
     struct Tree {
         int levels;

@@ -24,7 +24,7 @@ TEST(XMLReader, ReadsOrRefuses) {
     }
 }
 
-// A dictionary of many keys is no set of recent ones, and a repeated one is found among them.
+// A dictionary of many keys is not a set of recent ones, and a repeated one is found among them.
 TEST(XMLReader, ReadsDictionariesOfManyKeys) {
     std::string text = "<dict>";
     for (int i = 0; i < 300; ++i) {

@@ -22,7 +22,7 @@ namespace {
 
 constexpr std::chrono::milliseconds kShort{50};
 
-// In a process whose output leads there.
+// Runs in a process whose output leads there.
 std::string withOutputTo(int destination, const std::function<std::string()>& work) {
     return test::inChild([&] {
         ::dup2(destination, STDOUT_FILENO);
@@ -60,8 +60,9 @@ TEST(OutputRelay, PassesOnInOrder) {
     EXPECT_EQ(withOutputTo(pipe.fileHandleForWriting.get(),
                            [] {
                                const auto relay = OutputRelay::start().value();
-                               return runShell("echo error >&2; echo out; echo err >&2; head -c "
-                                               "200000 /dev/zero | tr '\\0' x"); // one place
+                               return runShell(
+                                   "echo error >&2; echo out; echo err >&2; head -c "
+                                   "200000 /dev/zero | tr '\\0' x"); // all from one place
                            }),
               "0");
     pipe.fileHandleForWriting.reset();
@@ -85,7 +86,8 @@ TEST(OutputRelay, SaysHowMuchWasDropped) {
         }
         return std::string("nothing");
     });
-    // All but what two pipes held, this one and the relay's own, when the reader came back.
+    // The message counts all bytes but those that two pipes held, this one and the relay's own,
+    // when the reader came back.
     EXPECT_THAT(told, testing::MatchesRegex(
                           "\\[(8[6-9]|9[0-3])[0-9]{4} bytes of output were not read in time\\]"));
 }

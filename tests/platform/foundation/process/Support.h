@@ -39,7 +39,7 @@ inline std::string inChild(const std::function<std::string()>& body) {
     Pipe pipe = Pipe::pipe().value();
     const pid_t child = ::fork();
     if (child == 0) {
-        // Out of the way of a body that closes or counts the low ones.
+        // The descriptor is out of the way of a body that closes or counts the low ones.
         const Descriptor out(::fcntl(pipe.fileHandleForWriting.get(), F_DUPFD_CLOEXEC, 500));
         pipe = {};
         try {

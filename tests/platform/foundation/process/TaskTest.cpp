@@ -37,7 +37,7 @@ std::string outputOf(Task& task, std::vector<std::string> arguments) {
     return text;
 }
 
-// How a script ends.
+// The end of a script.
 std::string endOf(const std::string& script) {
     try {
         Task task;
@@ -131,7 +131,7 @@ TEST(Task, RaisesForQuestionsAtTheWrongTime) {
     EXPECT_EQ(task.terminationStatus(), 0);
 }
 
-// What loaders, shells and tools would act upon; and what a leaked descriptor would be.
+// The values that loaders, shells and tools would act upon, and a leaked descriptor.
 TEST(Task, ShowsAToolNothingOfItsStarter) {
     const passwd* user = ::getpwuid(::geteuid()); // NOLINT(concurrency-mt-unsafe): one thread
     const std::string script =
@@ -203,7 +203,7 @@ TEST(Task, EndsItsToolWhenDestroyed) {
         ASSERT_EQ(::read(pipe.fileHandleForReading.get(), &started, 1), 1);
     }
     EXPECT_FALSE(hasChildren());
-    // Both held the pipe: its end comes only when both are gone.
+    // Two processes held the pipe: its end comes only when both are gone.
     const auto begin = std::chrono::steady_clock::now();
     test::readToEnd(pipe.fileHandleForReading);
     EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(20));

@@ -1,4 +1,4 @@
-// Work in another process: who that is, what it has and may do, and that nothing it does keeps its
+// Tests work in another process: its identity, its rights, and that nothing it does keeps its
 // parent waiting or passes for a result.
 
 #include "platform/foundation/process/Support.h"
@@ -157,7 +157,7 @@ TEST_F(Worker, StartsFromAKnownState) {
     EXPECT_THAT(state, HasSubstr("\nSigBlk:\t0000000000000000\nSigIgn:\t0000000001001000\n"));
 }
 
-// It is a copy of a process of root's, with all that is in its memory.
+// The worker is a copy of a process of root's, with all that is in its memory.
 TEST_F(Worker, CannotBeTracedByTheUser) {
     std::thread caller([&] { EXPECT_THAT(performWork(telling()), fails(ECHILD)); });
     const pid_t child = waitForNumber();
@@ -228,7 +228,8 @@ TEST_F(Worker, EndsInTimeWhateverTheChildDoes) {
     EXPECT_LT(std::chrono::steady_clock::now() - begin, 30s);
 }
 
-// Neither a deadline nor a signal ends what waits in the kernel for a file system of the user's.
+// Neither a deadline nor a signal ends a worker that waits in the kernel for a file system of the
+// user's.
 TEST_F(Worker, IsLeftBehindWhereItHangs) {
     test::SilentFileSystem silent(folder_ / "silent");
     if (!silent.isThere()) {
@@ -308,7 +309,7 @@ TEST_F(Worker, ConfinedMayOnlyCompute) {
         work.run = [&act](const Value&) { return act(), WorkResult(); };
         EXPECT_THAT(performWork(work), fails(ECHILD)) << name;
     }
-    // One that unpacks is refused them; it has signals and limits of its own.
+    // A process that unpacks is refused these calls; it has signals and limits of its own.
     EXPECT_EQ(test::inChildAs(kNobody,
                               [] {
                                   rlimit limit{};
@@ -325,7 +326,7 @@ TEST_F(Worker, ConfinedMayOnlyCompute) {
               1);
 }
 
-// So may an archive take over the process that writes what is in it.
+// An archive may take over the process that writes its content as well.
 TEST_F(Worker, WriterStaysBelowItsFolder) {
     if (::syscall(SYS_landlock_create_ruleset, nullptr, 0, LANDLOCK_CREATE_RULESET_VERSION) < 1) {
         GTEST_SKIP() << "the kernel has no Landlock";
@@ -400,7 +401,7 @@ TEST_F(Worker, BecomesNobodyElseWithoutPrivilege) {
               fmt::format("true {} {}", EPERM, kNobody));
 }
 
-// What comes over a descriptor may come from anybody.
+// A frame over a descriptor may come from anybody.
 TEST(ValueFrame, RefusesWhatIsNotAFrame) {
     constexpr std::size_t kMost = 200;
     const auto told = [](std::string_view bytes) -> WorkResult {

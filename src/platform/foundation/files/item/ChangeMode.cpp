@@ -20,7 +20,7 @@ constexpr long kFchmodat2 = SYS_fchmodat2;
 constexpr long kFchmodat2 = 452; // the same on all architectures; younger than some headers
 #endif
 
-// Learned once from the kernel, which does not change.
+// The answer is learned once from the kernel, which does not change.
 std::atomic<bool>& kernelHasIt() noexcept {
     static std::atomic<bool> hasIt = true;
     return hasIt;
@@ -44,7 +44,7 @@ std::optional<int> attempt(int fd, const char* name, mode_t mode, int flags) noe
 
 int changeModeNotFollowing(int parentFd, const char* name, mode_t mode) noexcept {
     const std::optional<int> result = attempt(parentFd, name, mode, AT_SYMLINK_NOFOLLOW);
-    // The other way leads over O_PATH and /proc.
+    // The C library reaches the item over O_PATH and /proc.
     return result ? *result : ::fchmodat(parentFd, name, mode, AT_SYMLINK_NOFOLLOW);
 }
 

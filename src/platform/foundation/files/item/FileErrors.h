@@ -10,7 +10,7 @@ namespace qv {
 
 enum class FileAccess : std::uint8_t { read, write };
 
-/// What a file operation stumbled over.
+/// The failure of a file operation, and the item at which it happened.
 struct FileFailure {
     int errorNumber = 0;
     FileAccess access = FileAccess::write;
@@ -21,8 +21,8 @@ struct FileFailure {
 /// The code of NSCocoaErrorDomain for an errno.
 [[nodiscard]] std::int64_t cocoaFileCode(FileAccess access, int errorNumber) noexcept;
 
-/// NSCocoaErrorDomain with the path, the destination, the operation (one word as
-/// NSUserStringVariant knows them, or empty) and the POSIX error as the underlying one.
+/// Returns an error of NSCocoaErrorDomain with the path, the destination, the operation (one word
+/// as NSUserStringVariant knows them, or empty) and the POSIX error as the underlying one.
 [[nodiscard]] Error fileError(const FileFailure& failure, std::string_view operation);
 
 /// A path as text: bytes that are not UTF-8 become U+FFFD.

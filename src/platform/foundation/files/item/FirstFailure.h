@@ -20,7 +20,7 @@ public:
         }
     }
     [[nodiscard]] bool isSet() const noexcept { return isSet_.load(std::memory_order_relaxed); }
-    /// For when the threads are done.
+    /// Returns the first failure, once the threads are done.
     [[nodiscard]] std::optional<FileFailure> take() { return std::move(failure_); }
 
 private:

@@ -138,7 +138,8 @@ private:
     }
 
     static constexpr int kMostLinks = 40; // as the kernel
-    // More than any path has components. Long texts that lead to each other must not cost more.
+    // The limit is more than any path has components. Long texts that lead to each other must not
+    // cost more.
     static constexpr int kMostSteps = PATH_MAX;
     int links_ = 0;
     int steps_ = 0;

@@ -26,7 +26,7 @@ tl::expected<ItemPlace, int> placeOf(const std::string& path) {
     if (place.name.size() > NAME_MAX) {
         return tl::unexpected(ENAMETOOLONG);
     }
-    // With its slash it has to be a folder.
+    // A path that ends with a slash has to name a folder.
     tl::expected<Descriptor, int> parent = holdItem(path.substr(0, slash + 1), LastLink::follow);
     if (!parent) {
         return tl::unexpected(parent.error());

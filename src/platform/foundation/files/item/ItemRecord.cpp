@@ -21,7 +21,7 @@ constexpr std::uint64_t kMountPoint = 0x2000;     // STATX_ATTR_MOUNT_ROOT
 constexpr std::uint64_t kProtected = 0x10 | 0x20; // STATX_ATTR_IMMUTABLE, STATX_ATTR_APPEND
 constexpr __fsword_t kFollowsNoLinks = 0x2000;    // of the mount
 
-// 0 or an errno.
+// Returns 0 or an errno.
 int readTarget(int parent, const char* name, ItemRecord& record) {
     const Descriptor link(::openat(parent, name, O_PATH | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK));
     const int held = *name == '\0' ? parent : link.get();

@@ -11,7 +11,8 @@
 
 namespace qv {
 
-/// What the file system tells of an item without opening it; a link is an item itself.
+/// The attributes that the file system tells of an item without opening it; a link is an item
+/// itself.
 struct ItemRecord {
     mode_t mode = 0; ///< with the bits of the type
     uid_t user = 0;

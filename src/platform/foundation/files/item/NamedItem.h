@@ -23,7 +23,7 @@ public:
     NamedItem(URL url, const NamedItem& neighbour, const std::string& name);
 
     [[nodiscard]] const std::optional<URL>& url() const noexcept { return url_; }
-    /// With fileSystemPath()'s errors.
+    /// The path, with fileSystemPath()'s errors.
     [[nodiscard]] const tl::expected<std::string, Error>& path() const;
     /// Errors are placeOf()'s; EINVAL for an item without a path.
     [[nodiscard]] const tl::expected<ItemPlace, int>& place() const;

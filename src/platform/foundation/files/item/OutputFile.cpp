@@ -42,7 +42,7 @@ tl::expected<Target, int> openTarget(const std::string& path) {
     return target;
 }
 
-// Where an item is found without links, as long as it is there.
+// The place at which an item is found without links, as long as it is there.
 tl::expected<ItemPlace, int> placeOfTarget(const Target& target) {
     std::string path(PATH_MAX, '\0');
     const std::string link = fmt::format("/proc/self/fd/{}", target.item.get());

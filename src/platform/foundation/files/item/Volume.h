@@ -6,16 +6,17 @@
 
 namespace qv {
 
-/// A mount. Bind mounts count: what cannot be renamed across is another volume.
+/// A mount. Bind mounts count: an item cannot be renamed into another volume.
 struct Volume {
     std::uint64_t mountID = 0;
-    std::string root; ///< where it is mounted
+    std::string root; ///< the folder at which it is mounted
     std::string type; ///< of the file system, as /proc/self/mountinfo names it
     bool isReadOnly = false;
     bool forbidsTrash = false;     ///< mounted with x-gvfs-notrash
     bool givesFolderGroup = false; ///< new items belong to the group of their folder
 
-    /// Proc, tmpfs and the like: nothing that is stored there outlives the machine's session.
+    /// Whether it is proc, tmpfs or the like: nothing that is stored there outlives the machine's
+    /// session.
     [[nodiscard]] bool isPseudo() const;
     /// A file system of this machine that can be written to, and keeps owners, modes and links as
     /// it is told.

@@ -9,7 +9,7 @@
 
 namespace qv {
 
-/// What a copy does about a folder in the tree where something is mounted.
+/// The treatment of a folder in the copied tree where something is mounted.
 enum class MountedBelow : std::uint8_t {
     copied, ///< its content belongs to the tree
     refused ///< EBUSY: the tree is going to be removed, which a mount would not let happen

@@ -40,7 +40,7 @@ Outcome writeAll(int out, std::span<const char> bytes, off_t at) {
     return std::nullopt;
 }
 
-// From `begin` to `end` or the end of the file, whichever comes first.
+// Copies from `begin` to `end` or the end of the file, whichever comes first.
 Outcome copyThrough(std::span<char> buffer, int in, int out, off_t begin, off_t end) {
     while (begin < end) {
         const std::size_t wanted = std::min(buffer.size(), static_cast<std::size_t>(end - begin));
@@ -68,8 +68,8 @@ bool isWriteError(int errorNumber) {
            errorNumber == EROFS;
 }
 
-// Within the kernel: it copies within a file system by one call, and out of one by the other, a
-// third faster than through a buffer.
+// Copies within the kernel: it copies within a file system by one call, and out of one by the
+// other, a third faster than through a buffer.
 ssize_t passOn(int in, int out, off_t& at, std::size_t wanted) {
     off_t destination = at;
     const ssize_t count = ::copy_file_range(in, &at, out, &destination, wanted, 0);
@@ -89,7 +89,8 @@ Outcome copyRange(int in, int out, off_t begin, off_t end) {
         if (count < 0 && isWriteError(errno)) {
             return writeFailure();
         }
-        // Not between these two, or the file is shorter than it says: reading knows.
+        // The kernel does not copy between these two files, or the file is shorter than it says:
+        // reading tells.
         using Buffer = std::array<char, kBuffer>;
         const auto buffer = std::make_unique_for_overwrite<Buffer>();
         return copyThrough(*buffer, in, out, source, end);
@@ -98,7 +99,7 @@ Outcome copyRange(int in, int out, off_t begin, off_t end) {
 }
 
 // Knowing the blocks of a large file beforehand makes writing it a fifth cheaper, and shows at once
-// when there is no room for it. The size grows with what is written.
+// when there is no room for it. The size grows with the bytes that are written.
 Outcome reserve(int out, off_t size) {
     constexpr off_t kWorthwhile = 1 << 20;
     const bool failed = size >= kWorthwhile && ::fallocate(out, FALLOC_FL_KEEP_SIZE, 0, size) != 0;

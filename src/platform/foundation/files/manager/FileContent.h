@@ -8,7 +8,7 @@
 
 namespace qv {
 
-/// How a copy of content failed, and on which side.
+/// The failure of a copy of content, and its side.
 struct ContentFailure {
     int errorNumber = 0;
     FileAccess access = FileAccess::read;
@@ -19,7 +19,8 @@ struct ContentFailure {
 /// several threads at once.
 class ContentCopier {
 public:
-    /// Both at their begin. Of a file that grows meanwhile, what it had in the beginning.
+    /// Copies from the begin of both files; of a file that grows meanwhile only the bytes that it
+    /// had in the beginning.
     [[nodiscard]] std::optional<ContentFailure> copy(int in, int out, const struct stat& info);
 
 private:

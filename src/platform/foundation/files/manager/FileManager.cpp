@@ -17,7 +17,7 @@ namespace qv::FileManager {
 
 namespace {
 
-constexpr mode_t kReadWriteForAll = 0666; // what the process lets of it
+constexpr mode_t kReadWriteForAll = 0666; // narrowed by the process's umask
 
 // The reason why the place is refused; empty if it is accepted.
 Error whyUnplaced(const NamedItem& item, std::string_view operation) {

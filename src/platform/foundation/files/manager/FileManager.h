@@ -16,7 +16,8 @@
 /// leads a call out of them; see files/HeldItem.h for links on the way to an item.
 namespace qv::FileManager {
 
-/// A folder with all its content, depth first; what is gone when an error ends it stays gone.
+/// A folder with all its content, depth first; items already removed when an error ends it stay
+/// removed.
 [[nodiscard]] Error removeItemAtURL(const NamedItem& item);
 
 /// Never overwrites: 516 when the destination exists. See files/copy/CopyItem.h for what is kept.

@@ -36,7 +36,7 @@ struct OpenItem {
     }
 };
 
-/// Those of an item that must not be opened. The folder is reached through its descriptor.
+/// The attributes of an item that must not be opened. The folder is reached through its descriptor.
 class AttributePath {
 public:
     AttributePath(int parent, const char* name)

@@ -6,16 +6,17 @@
 
 namespace qv {
 
-/// What a copy does about the things by which a file system gives rights on the whole machine:
-/// set-ID bits, devices, and the attributes that are the system's, capabilities among them.
+/// The treatment in a copy of the attributes by which a file system gives rights on the whole
+/// machine: set-ID bits, devices, and the attributes that are the system's, capabilities among
+/// them.
 enum class Privileges : std::uint8_t {
     kept,
-    leftOut ///< what the source's maker has not been vouched for; devices are not copied at all
+    leftOut ///< nobody has vouched for the source's maker; devices are not copied at all
 };
 
-inline constexpr mode_t kModeBits = 07777; ///< what a mode has besides the type of the file
+inline constexpr mode_t kModeBits = 07777; ///< the bits of a mode besides the type of the file
 
-/// Whom a fresh file belongs to.
+/// The user and group that a fresh file belongs to.
 struct Owner {
     uid_t user = 0;
     gid_t group = 0;
@@ -24,8 +25,8 @@ struct Owner {
 
 /// Gives an open file or folder what another one has, of which `info` tells: owner where that is
 /// permitted, extended attributes with the access lists, mode, dates. `now` is its owner as yet.
-/// What the file system does not know is passed over; set-ID bits are left out when the owner
-/// stays another one. 0 or an errno.
+/// Attributes that the file system does not know are passed over; set-ID bits are left out when the
+/// owner stays another one. 0 or an errno.
 [[nodiscard]] int copyMetadata(int from, int to, const struct stat& info, Owner now,
                                Privileges privileges);
 

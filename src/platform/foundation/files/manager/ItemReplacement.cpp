@@ -36,7 +36,7 @@ public:
             fail(errno);
         }
     }
-    // One that is there counts only if it is ours.
+    // A folder that is there counts only if it is ours.
     void descendOwn(const std::string& name) {
         make(name, kPrivateFolder);
         enter(name);

@@ -19,7 +19,7 @@ bool isSameTime(const timespec& left, const timespec& right) {
     return left.tv_sec == right.tv_sec && left.tv_nsec == right.tv_nsec;
 }
 
-// Whether a date is what the copy's file system makes of another one: not all keep them as exactly,
+// Whether the copy's file system has turned a date into another one: not all keep dates as exactly,
 // nor as far away.
 bool isKeptAs(const timespec& date, int copyParent, const char* copyName, const timespec& kept) {
     struct stat copy{};
@@ -72,7 +72,7 @@ public:
             fail(folder.path(), EBUSY);
             return false;
         }
-        if (isOurs_) { // without root, what is in it could not be removed
+        if (isOurs_) { // without root its content could not be removed otherwise
             static_cast<void>(::fchmod(folderFd, S_IRWXU));
         }
         return true;
@@ -96,7 +96,7 @@ public:
 
 private:
     void fail(std::string path, int errorNumber) {
-        // Somebody fills the folder again: whoever removes it has no say in that.
+        // Somebody fills the folder again: its remover has no say in that.
         failure_.set({errorNumber == ENOTEMPTY ? EPERM : errorNumber, FileAccess::write,
                       std::move(path), ""});
     }

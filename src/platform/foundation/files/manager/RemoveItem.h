@@ -7,9 +7,9 @@
 
 namespace qv {
 
-/// Removes an item, a folder with all that is in it, depth first. The first failure ends it; what
-/// is gone stays gone. What is mounted below is neither entered nor unmounted: EBUSY. Items that
-/// somebody else removes meanwhile are no failure.
+/// Removes an item, a folder with all that is in it, depth first. The first failure ends it; items
+/// already removed stay removed. A file system mounted below is neither entered nor unmounted:
+/// EBUSY. Items that somebody else removes meanwhile are not a failure.
 [[nodiscard]] std::optional<FileFailure> removeItem(const ItemPlace& item);
 
 /// The same for an item that we made, whatever the modes of its folders.

@@ -17,7 +17,7 @@ namespace qv {
 /// Hands folders of one walk to threads that have nothing to do. For several threads at once.
 class FolderQueue {
 public:
-    /// What a folder has handed out of its content.
+    /// The jobs that a folder has handed out of its content.
     struct JobGroup {
         std::size_t running = 0; ///< guarded by the queue
         std::vector<std::string> names;
@@ -37,7 +37,7 @@ public:
     bool offer(Job& job);
     /// The next folder; waits for one. None when the queue was closed.
     std::optional<Job> take();
-    /// To be called once after each job that was taken.
+    /// Has to be called once after each job that was taken.
     void finish(const Job& job);
     /// Waits until all of it is done.
     void join(const JobGroup& jobs);

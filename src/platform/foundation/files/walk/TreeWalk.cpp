@@ -61,7 +61,7 @@ struct OpenFolder {
     std::size_t taken = 0;
 };
 
-/// One thread's way through one folder and what is below.
+/// The way of one thread through one folder and all below it.
 class Walk {
 public:
     Walk(std::string path, TreeVisitor& visitor, FolderQueue& queue)
@@ -98,7 +98,7 @@ private:
     FolderQueue& queue_;
     std::string path_;
     std::vector<OpenFolder> folders_;
-    // Open are the root, from which a lost way is found again, and the folders from here on.
+    // The root is open, from which a lost way is found again, and the folders from here on.
     std::size_t firstOpen_ = 1;
     std::vector<std::unique_ptr<ReadBuffer>> spareBuffers_;
 };
@@ -109,7 +109,7 @@ Walk::~Walk() {
     }
 }
 
-// They refer to what belongs to the folder.
+// The jobs refer to members of the folder.
 void Walk::waitForJobs(const OpenFolder& folder) const {
     if (folder.jobs) {
         queue_.join(*folder.jobs);
@@ -143,7 +143,7 @@ TreeEntry Walk::entryOf(const char* name, EntryType type) const {
     return {folder.held.get(), name, type, path_, folder.mirror.get()};
 }
 
-// None at the folder's end. The entry is valid until the next call for the same folder.
+// Returns none at the folder's end. The entry is valid until the next call for the same folder.
 const dirent64* Walk::nextEntry() {
     OpenFolder& folder = folders_.back();
     if (folder.taken == folder.filled) {
@@ -164,7 +164,7 @@ const dirent64* Walk::nextEntry() {
     return entry;
 }
 
-// What getdents64 answers.
+// The result of getdents64.
 ssize_t Walk::readMore(OpenFolder& folder) {
     if (!folder.buffer) {
         if (spareBuffers_.empty()) {
@@ -375,7 +375,7 @@ void walk(FolderQueue& queue, TreeVisitor& visitor, FolderQueue::Job& job) {
     try {
         Walk(job.path == "/" ? "" : job.path, visitor, queue)
             .run(std::move(job.folder), std::move(job.mirror));
-    } catch (...) { // whatever it is, it reaches the caller
+    } catch (...) { // any exception reaches the caller
         queue.abandon(std::current_exception());
     }
 }

@@ -19,8 +19,8 @@ struct TreeEntry {
     std::string_view parentPath; ///< without a trailing slash; empty for the file system's root
     int mirrorFd = -1;           ///< the parent's counterpart in the mirror; none without one
 
-    /// For messages. Opening it would resolve the whole path anew, through whatever stands there by
-    /// then: act on `parentFd` and `name` instead.
+    /// The path is for messages. Opening it would resolve the whole path anew, through whatever
+    /// stands there by then: act on `parentFd` and `name` instead.
     [[nodiscard]] std::string path() const;
 };
 
@@ -38,13 +38,13 @@ public:
     /// A folder was opened: whether to visit its content. With a mirror, its counterpart of the
     /// same name is opened when this returns, so here is the place to make it.
     virtual bool enter(const TreeEntry& /*folder*/, int /*folderFd*/) { return true; }
-    /// All of a folder's content was visited, or the visitor has stopped. For the root as well.
+    /// Called when all of a folder's content was visited, or the visitor has stopped.
     virtual void finish(int /*folderFd*/, int /*mirrorFd*/, const std::string& /*path*/) {}
-    /// After finish(), seen from the folder's parent. Not for the root.
+    /// Called after finish(), seen from the folder's parent. Not for the root.
     virtual void leave(const TreeEntry& /*folder*/) {}
     /// An item was there and is not any more.
     virtual void vanished(const std::string& /*path*/) {}
-    /// Once true, no further item is shown. Asked from all threads.
+    /// No further item is shown once this is true. Asked from all threads.
     [[nodiscard]] virtual bool hasStopped() const { return false; }
     /// Whether what was visited is gone afterwards, so that a folder is read from its begin again
     /// when the walk comes back to it.
@@ -54,18 +54,18 @@ public:
     virtual void failed(const std::string& path, const Error& error) = 0;
 };
 
-/// What a walk does when the root path itself names a symbolic link.
+/// The treatment of a root path that itself names a symbolic link.
 enum class RootLink : std::uint8_t {
     follow,   ///< walk the folder that it leads to
-    visitNone ///< treat it like any item that is no folder
+    visitNone ///< treat it like any item that is not a folder
 };
 
 /// Visits every item below a folder once, parents before their content, the root itself not.
 ///
 /// Safe against a tree that somebody changes meanwhile: below the root nothing is reached by path
 /// but only from an open folder, one component at a time, never through a symbolic link. Items that
-/// vanish are no failure; a folder that was moved elsewhere while the walk was inside it, so that
-/// there is no way back to the rest of it, is reported.
+/// vanish are not a failure; a folder that was moved elsewhere while the walk was inside it, so
+/// that there is no way back to the rest of it, is reported.
 ///
 /// With more than one thread the visitor is called from all of them at once; a folder's content
 /// comes after the folder itself and before its finish() still, but siblings in any order. The
@@ -74,8 +74,8 @@ enum class RootLink : std::uint8_t {
 /// A thread holds at most 18 descriptors (twice as many with a mirror), 64 KiB for each, and the
 /// names of the folders it is in. However large the tree.
 ///
-/// A root that is no folder has nothing below it: success. The error (NSPOSIXErrorDomain) only when
-/// the root cannot be opened. What the visitor throws ends the walk.
+/// A root that is not a folder has nothing below it: success. The error (NSPOSIXErrorDomain) only
+/// when the root cannot be opened. An exception of the visitor ends the walk.
 [[nodiscard]] Error walkTree(std::string_view rootPath, RootLink rootLink, TreeVisitor& visitor,
                              unsigned threads = 1);
 
@@ -87,8 +87,8 @@ void walkTree(Descriptor folder, std::string path, TreeVisitor& visitor, unsigne
 void walkTrees(Descriptor folder, Descriptor mirror, std::string path, TreeVisitor& visitor,
                unsigned threads = 1);
 
-/// As many threads as help a walk that does more than look: more than a few would only wait for
-/// each other in the file system.
+/// The number of threads that help a walk that does more than look: more than a few would only wait
+/// for each other in the file system.
 [[nodiscard]] unsigned walkingThreads();
 
 } // namespace qv

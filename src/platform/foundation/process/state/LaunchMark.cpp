@@ -30,7 +30,7 @@ struct Limit {
     rlim_t least; ///< a lower hard limit is too low to work with
 };
 
-// Not more descriptors than usual: select(2) knows no higher numbers.
+// The descriptors are limited to the usual number: select(2) knows no higher numbers.
 constexpr std::array<Limit, 5> kLimits = {{
     {RLIMIT_NOFILE, "RLIMIT_NOFILE", 1024, 64},
     {RLIMIT_FSIZE, "RLIMIT_FSIZE", RLIM_INFINITY, 64 * kMebibyte},
@@ -72,16 +72,16 @@ Error groupStays(std::string_view what) {
                                       what, markingGroup(), now.real, now.effective, now.saved));
 }
 
-// In all threads.
+// Sets the groups of all threads.
 Error become(const Groups& groups, std::string_view what) {
     const bool done = ::setresgid(groups.real, groups.effective, groups.saved) == 0 &&
                       forbidDumping() && Groups::current() == groups;
     return done ? Error() : groupStays(what);
 }
 
-// Nothing that any thread executes from here on has the group. With the effective group the kernel
-// sets whether the process is dumpable to what the machine's fs.suid_dumpable says. As long as the
-// saved group is a foreign one, its user may not trace it all the same.
+// No program that any thread executes from here on has the group. With the effective group the
+// kernel sets whether the process is dumpable to what the machine's fs.suid_dumpable says. As long
+// as the saved group is a foreign one, its user may not trace it all the same.
 Error hideGroup() {
     const Groups hidden{::getgid(), ::getgid(), markingGroup()};
     return Groups::current() == hidden ? Error() : become(hidden, "hide");
@@ -190,8 +190,8 @@ Error prepareMarkedProcess() {
     if (const Error error = ignoreFileSizeSignal()) {
         return error;
     }
-    // Once in a thread: a mask that is there later is the program's own, and it may read the
-    // signals that it holds back from a descriptor.
+    // Signals are unblocked once in a thread: a mask that is there later is the program's own, and
+    // it may read the signals that it holds back from a descriptor.
     thread_local bool isUnblocked = false;
     return std::exchange(isUnblocked, true) ? Error() : unblockSignals();
 }

@@ -9,8 +9,8 @@ namespace qv {
 
 /// The group by which this process can prove that it was started cleanly. An installed client's
 /// executable is set-group-id to a group without members: the kernel gives that group only under
-/// its rules for privileged programs (no preloaded library, no tracer), so whoever connects with
-/// it has been started cleanly, whatever his starter wanted. An executed child inherits the
+/// its rules for privileged programs (no preloaded library, no tracer), so a program that connects
+/// with it has been started cleanly, whatever its starter wanted. An executed child inherits the
 /// effective group, and a child that its user controls could start the client again as he likes. It
 /// never inherits the saved group (execve(2) makes it a copy of the effective one), so the group is
 /// kept there and is the effective one around connect(2) only.
@@ -21,13 +21,13 @@ enum class LaunchMark : std::uint8_t {
     givenUp, ///< started set-group-id, but the group is gone, which is for good
 };
 
-/// Judged by the groups that the kernel started this process with (AT_GID and AT_EGID,
+/// The mark is judged by the groups that the kernel started this process with (AT_GID and AT_EGID,
 /// getauxval(3)) and those that it has now. Whether it is the group of any service is not known
 /// here.
 [[nodiscard]] LaunchMark launchMark() noexcept;
 
-/// In a process that holds a mark, puts right what its starter chose, for the time that it connects
-/// and after; again if called again:
+/// Puts right the state of a process that holds a mark, which its starter chose, for the time that
+/// it connects and after; again if called again:
 /// - not dumpable, no core file (RLIMIT_CORE 0, for good);
 /// - of all threads the real and the effective group are the user's, the marking group is saved
 /// only;

@@ -17,7 +17,8 @@ void waitForExitOfProcess(pid_t process) {
     constexpr std::chrono::milliseconds kUntilThereIsRoom{100};
     Descriptor pidfd = openPidfd(process);
     while (!pidfd && (errno == EMFILE || errno == ENFILE || errno == ENOMEM)) {
-        std::this_thread::sleep_for(kUntilThereIsRoom); // what is short is no sign of its end
+        // A shortage of descriptors or memory does not mean its end.
+        std::this_thread::sleep_for(kUntilThereIsRoom);
         pidfd = openPidfd(process);
     }
     pollfd entry{pidfd.get(), POLLIN, 0};

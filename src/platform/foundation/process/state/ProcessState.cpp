@@ -27,7 +27,7 @@ void resetDispositions() {
 } // namespace
 
 Error openStandardDescriptors() {
-    // With one of them closed, the next file that is opened would take its number and get the
+    // If one of them is closed, the next file that is opened would take its number and get the
     // diagnostics of this program or of a tool that it starts.
     for (int number = STDIN_FILENO; number <= STDERR_FILENO; ++number) {
         if (::fcntl(number, F_GETFD) >= 0) {
@@ -42,7 +42,7 @@ Error openStandardDescriptors() {
         }
         if (null.get() == number) {
             static_cast<void>(null.release()); // it stays open
-        } // else another thread has been quicker to take the number
+        } // another thread has been quicker to take the number
     }
     return {};
 }

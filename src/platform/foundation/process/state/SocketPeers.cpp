@@ -126,7 +126,7 @@ tl::expected<std::vector<Socket>, Error> allSockets(std::uint32_t shown) {
         return tl::unexpected(std::move(error));
     }
     std::vector<Socket> sockets;
-    std::array<char, 32768> space{}; // as long as the kernel's datagrams become
+    std::array<char, 32768> space{}; // the length of the kernel's longest datagrams
     for (;;) {
         const ssize_t size = ::recv(netlink.get(), space.data(), space.size(), 0);
         if (size <= 0) {
@@ -211,7 +211,7 @@ tl::expected<std::optional<ListeningSocket>, Error> listeningSocketAt(const std:
             listening.unnamed += socket.unread;
         }
         for (const INode pending : socket.pending) {
-            if (pending != 0) { // else it has closed its end already
+            if (pending != 0) { // otherwise it has closed its end already
                 peers[pending].isWaiting = true;
             }
         }
@@ -242,7 +242,7 @@ tl::expected<bool, Error> isBoundAt(const std::string& path) {
         return tl::unexpected(Error::posix(errno));
     }
     if (::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
-        return false; // one for datagrams
+        return false; // a socket for datagrams
     }
     switch (errno) {
     case EPROTOTYPE:

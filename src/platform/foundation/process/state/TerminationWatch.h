@@ -18,7 +18,7 @@ public:
     TerminationWatch& operator=(TerminationWatch&&) = delete;
     ~TerminationWatch();
 
-    /// Readable once one of them has come.
+    /// A descriptor that is readable once one of them has come.
     [[nodiscard]] int descriptor() const noexcept { return descriptor_.get(); }
     /// Takes those that have come: they are not delivered. False if none has.
     bool take();

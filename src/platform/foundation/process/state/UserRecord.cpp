@@ -9,7 +9,7 @@ namespace qv {
 
 namespace {
 
-// What `use` makes of the entry that `look` finds; the entry's texts live no longer than that.
+// The result of `use` for the entry that `look` finds; the entry's texts live no longer than that.
 template <typename Entry, typename Look, typename Use>
 auto entryOf(const Look& look, const Use& use)
     -> std::optional<decltype(use(std::declval<const Entry&>()))> {

@@ -7,7 +7,7 @@
 
 namespace qv {
 
-/// What the user database says of a user (passwd(5)).
+/// The entry of a user in the user database (passwd(5)).
 struct UserRecord {
     uid_t user = 0;
     gid_t group = 0;
@@ -16,7 +16,7 @@ struct UserRecord {
     std::string shell;
 };
 
-/// None for a user without an entry, and when the database cannot be read.
+/// Returns none for a user without an entry, and when the database cannot be read.
 [[nodiscard]] std::optional<UserRecord> userRecord(uid_t user);
 [[nodiscard]] std::optional<UserRecord> userRecord(const std::string& name);
 

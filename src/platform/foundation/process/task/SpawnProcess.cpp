@@ -18,7 +18,7 @@ public:
     SpawnActions& operator=(SpawnActions&&) = delete;
     ~SpawnActions() { ::posix_spawn_file_actions_destroy(&actions_); }
 
-    /// 0 or the errno: a descriptor may lie above the limit of open files.
+    /// Returns 0 or the errno: a descriptor may lie above the limit of open files.
     int fill(const SpawnRequest& request) {
         for (std::size_t i = 0; i < request.standard.size() && status_ == 0; ++i) {
             if (request.standard[i] >= 0) {
@@ -50,12 +50,12 @@ public:
     SpawnAttributes& operator=(SpawnAttributes&&) = delete;
     ~SpawnAttributes() { ::posix_spawnattr_destroy(&attributes_); }
 
-    /// 0 or the errno.
+    /// Returns 0 or the errno.
     int fill(SpawnRequest::Leads leads) {
         sigset_t none{};
         ::sigemptyset(&none);
-        // Really all: sigfillset leaves out the C library's own two, which a spawn leaves ignored
-        // then.
+        // The set holds really all signals: sigfillset leaves out the C library's own two, which a
+        // spawn leaves ignored then.
         sigset_t all{};
         std::memset(&all, 0xFF, sizeof(all));
         const auto flags = static_cast<short>(

@@ -19,7 +19,7 @@ struct SpawnRequest {
     enum class Leads : std::uint8_t { processGroup, session }; ///< of its own
 
     std::string program;
-    std::vector<std::string> words;       ///< what it is called by, then its arguments
+    std::vector<std::string> words;       ///< the name that it is called by, then its arguments
     std::vector<std::string> environment; ///< NAME=VALUE
     std::string directory = "/";
     std::array<int, 3> standard = {-1, -1, -1}; ///< borrowed, above 2; -1: this process's own

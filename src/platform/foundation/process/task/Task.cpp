@@ -31,7 +31,7 @@ namespace {
     refuse(fmt::format("launch path not accessible: {}: {}", path, strerrordesc_np(errorNumber)));
 }
 
-// What a look at the file can tell beforehand, in words of its own.
+// Refuses what a look at the file can tell beforehand, with this class's own words.
 void checkLaunchPath(const std::string& path) {
     if (path.empty()) {
         refuse("launch path not set");
@@ -60,7 +60,7 @@ void refuseNUL(std::string_view text, std::string_view what) {
     }
 }
 
-// Out of the way of 0, 1 and 2, which are filled one after the other.
+// Moves a descriptor out of the way of 0, 1 and 2, which are filled one after the other.
 Descriptor aboveStandard(Descriptor fd) {
     if (!fd || fd.get() >= kFirstPrivateFd) {
         return fd;
@@ -75,7 +75,8 @@ Descriptor aboveStandard(Descriptor fd) {
 
 } // namespace
 
-// Fixed, because what this process inherited is whoever started it talking to our tools.
+// The environment is fixed, because the variables that this process inherited come from its
+// starter.
 std::vector<std::string> toolEnvironment() {
     const uid_t uid = ::geteuid();
     const UserRecord user = userRecord(uid).value_or(UserRecord{.user = uid,
@@ -179,7 +180,7 @@ void Task::spawn() {
     refuseLaunch(launchPath_, errorNumber);
 }
 
-// 0 or the errno.
+// Returns 0 or the errno.
 int Task::wait(int options, siginfo_t& info) const noexcept {
     const idtype_t type = pidfd_ ? P_PIDFD : P_PID;
     const auto id = static_cast<id_t>(pidfd_ ? pidfd_.get() : pid_);
@@ -191,7 +192,7 @@ int Task::wait(int options, siginfo_t& info) const noexcept {
     return 0;
 }
 
-// False when the process ID may be another's by now.
+// Returns false when the process ID may belong to another process by now.
 bool Task::isUnreaped() const noexcept {
     siginfo_t info{};
     return wait(WNOHANG | WNOWAIT, info) == 0;

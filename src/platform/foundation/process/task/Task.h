@@ -56,8 +56,8 @@ public:
 
     void setLaunchPath(std::string path); ///< absolute
     void setArguments(std::vector<std::string> arguments);
-    // Without these the tool shares this process's own. The descriptor is closed here once the
-    // tool has it, so that the reader of a pipe sees its end.
+    // The tool shares this process's own descriptors if these are not set. The descriptor is closed
+    // here once the tool has it, so that the reader of a pipe sees its end.
     void setStandardInput(Descriptor fd);
     void setStandardOutput(Descriptor fd);
     void setStandardError(Descriptor fd);
@@ -70,7 +70,7 @@ public:
     void waitUntilExit();
 
     [[nodiscard]] pid_t processIdentifier() const noexcept { return pid_; } ///< 0 before launch
-    // After waitUntilExit:
+    // Valid after waitUntilExit:
     [[nodiscard]] TerminationReason terminationReason() const;
     [[nodiscard]] int terminationStatus() const; ///< the exit status (0-255) or the signal
 

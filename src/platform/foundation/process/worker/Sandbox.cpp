@@ -37,7 +37,8 @@ std::string failure(std::string_view what, int errorNumber) {
 
 using Calls = std::initializer_list<int>;
 
-// Memory, time, random numbers, the locks of threads, the end at a time that it sets itself.
+// The calls for memory, time, random numbers, the locks of threads, the end at a time that it sets
+// itself.
 constexpr Calls kComputing = {SCMP_SYS(brk),
                               SCMP_SYS(munmap),
                               SCMP_SYS(mremap),
@@ -121,7 +122,7 @@ public:
             add(call, 0, {});
         }
     }
-    /// Where one argument, under a mask, has one value.
+    /// Allows a call where one argument, under a mask, has one value.
     void allow(int call, unsigned argument, std::uint64_t mask, std::uint64_t value) {
         add(call, 1, {argument, SCMP_CMP_MASKED_EQ, mask, value});
     }
@@ -149,9 +150,9 @@ private:
 
 constexpr std::uint64_t kWholeArgument = ~std::uint64_t{0};
 
-// `signalled`: the one process that signals may go to; 0 for none.
+// `signalled` is the one process that signals may go to; 0 for none.
 std::string keepTo(std::initializer_list<Calls> lists, pid_t signalled = 0) {
-    if constexpr (QV_SANITIZED) { // whose own calls would need another list
+    if constexpr (QV_SANITIZED) { // a sanitizer's own calls would need another list
         return {};
     }
     Filter filter;
@@ -165,7 +166,8 @@ std::string keepTo(std::initializer_list<Calls> lists, pid_t signalled = 0) {
         filter.allow(call, 2, PROT_EXEC, 0);
     }
     filter.allow(SCMP_SYS(ioctl), 1, kWholeArgument, FS_IOC_GETVERSION);
-    filter.allow(SCMP_SYS(newfstatat), 3, kWholeArgument, AT_EMPTY_PATH); // how fstat is spelt
+    // The C library's form of fstat.
+    filter.allow(SCMP_SYS(newfstatat), 3, kWholeArgument, AT_EMPTY_PATH);
     return filter.load();
 }
 
@@ -173,7 +175,8 @@ using CapabilitySets = std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S
 
 constexpr std::uint32_t bitOf(unsigned capability) { return 1U << capability; }
 
-// All but those of a set of the first 32; a program that it executes gets `inheritable`.
+// Drops all capabilities but those of a set of the first 32; a program that it executes gets
+// `inheritable`.
 bool keepCapabilities(std::uint32_t kept, std::uint32_t inheritable) {
     __user_cap_header_struct header{.version = _LINUX_CAPABILITY_VERSION_3, .pid = 0};
     const CapabilitySets sets{
@@ -181,7 +184,8 @@ bool keepCapabilities(std::uint32_t kept, std::uint32_t inheritable) {
     return ::syscall(SYS_capset, &header, sets.data()) == 0;
 }
 
-// Those of a set that this process has are all that remain, to it and to what it executes.
+// Keeps only those capabilities of a set that this process has, for it and the programs that it
+// executes.
 bool keepNoCapabilitiesBut(std::uint32_t wanted) {
     __user_cap_header_struct header{.version = _LINUX_CAPABILITY_VERSION_3, .pid = 0};
     CapabilitySets sets{};
@@ -189,7 +193,8 @@ bool keepNoCapabilitiesBut(std::uint32_t wanted) {
         return false;
     }
     for (int each = 0; ::prctl(PR_CAPBSET_READ, each, 0, 0, 0) >= 0; ++each) {
-        // Without the right to change that set, nothing can be executed that would gain from it.
+        // If the process has no right to change that set, nothing can be executed that would gain
+        // from it.
         if (::prctl(PR_CAPBSET_DROP, each, 0, 0, 0) != 0 && errno != EPERM) {
             return false;
         }
@@ -197,7 +202,7 @@ bool keepNoCapabilitiesBut(std::uint32_t wanted) {
     return keepCapabilities(sets[0].permitted & wanted, 0);
 }
 
-// No new privileges, no memory that others could look into, no cores.
+// Forbids new privileges, memory that others could look into, and core files.
 std::string limitProcess(rlim_t descriptors) {
     if (::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0) {
         return failure("no new privileges", errno);

@@ -21,12 +21,13 @@ public:
     UserProcesses& operator=(UserProcesses&&) = delete;
     ~UserProcesses() = default; ///< a child that hangs is left to the reaper of this process
 
-    /// As performWork, on behalf of a user: whose files or processes make it wait. Work that is not
-    /// done in time counts as noteLate. A process that hangs in the kernel is left behind and
-    /// reaped later; while there is one on behalf of a user, the result is EBUSY.
+    /// Does the same as performWork on behalf of a user, whose files or processes make it wait.
+    /// Work that is not done in time counts as noteLate. A process that hangs in the kernel is left
+    /// behind and reaped later; while there is one on behalf of a user, the result is EBUSY.
     [[nodiscard]] WorkResult perform(uid_t onBehalfOf, const Work& work);
 
-    /// How long to wait for what is a user's: as long as usual, but for those who were late.
+    /// The time to wait for a user's files and programs: the usual one, but less for users who were
+    /// late.
     [[nodiscard]] std::chrono::milliseconds patienceWith(uid_t user,
                                                          std::chrono::milliseconds usual) const;
     void noteLate(uid_t user); ///< until he answers, or kMostLate others were late

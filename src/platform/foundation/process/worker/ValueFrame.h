@@ -11,8 +11,8 @@
 
 namespace qv {
 
-/// What one process tells another that asked it for something. A value that holds a URL or an error
-/// cannot be told; an error is told with domain, code and user information.
+/// The answer of one process to another that asked it for something. A value that holds a URL or an
+/// error cannot be told; an error is told with domain, code and user information.
 using WorkResult = tl::expected<Value, Error>;
 
 /// The domain of what goes wrong with another process or on the way to it and back. The code is an
@@ -23,7 +23,7 @@ inline constexpr std::string_view kWorkerErrorDomain = "QVWorkerErrorDomain";
 // A frame: the length of its content (32 bits, little-endian), a byte that tells what that is, `v`
 // or `e`, and the content: a binary property list of the value, or a keyed archive of the error.
 
-/// `longest`: the bytes that the content may take, less than 4 GiB.
+/// `longest` is the number of bytes that the content may take, less than 4 GiB.
 [[nodiscard]] tl::expected<std::string, Error> frameOf(const WorkResult& result,
                                                        std::size_t longest);
 /// The same, but a result that cannot be told becomes the error that says why.
@@ -34,9 +34,10 @@ class ValueFrameReader {
 public:
     explicit ValueFrameReader(std::size_t longest) : longest_(longest) {}
 
-    /// True once the frame is complete; the error says why it never can be.
+    /// Returns true once the frame is complete; the error says why it never can be.
     [[nodiscard]] tl::expected<bool, Error> take(std::string_view bytes);
-    /// What the frame tells. Of a frame that is not complete: the error that it was cut off.
+    /// The result that the frame holds. Of a frame that is not complete: the error that it was cut
+    /// off.
     [[nodiscard]] WorkResult result() const;
 
 private:

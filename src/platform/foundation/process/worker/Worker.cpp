@@ -23,7 +23,7 @@ namespace qv {
 
 namespace {
 
-// The child's exit statuses; what it says counts only after the first.
+// The child's exit statuses; its answer counts only after the first.
 constexpr int kDone = 0;
 constexpr int kNotAllowed = 1;
 constexpr int kThrown = 2;
@@ -32,7 +32,7 @@ Error failure(int errorNumber) {
     return Error::withDescription(kWorkerErrorDomain, errorNumber, errnoText(errorNumber));
 }
 
-// All but the standard ones and these.
+// Closes all descriptors but the standard ones and these.
 bool closeDescriptorsBut(std::vector<int> kept) {
     std::ranges::sort(kept);
     int first = STDERR_FILENO + 1;
@@ -46,7 +46,7 @@ bool closeDescriptorsBut(std::vector<int> kept) {
     return ::close_range(static_cast<unsigned>(first), ~0U, 0) == 0;
 }
 
-// For good. The groups were asked for by the parent: the child may not lock.
+// Becomes the user for good. The parent has looked up the groups, as the child must not lock.
 bool becomeUserOf(const Work& work, const std::vector<gid_t>& groups) {
     if (const auto* confinement = std::get_if<Confinement>(&work.as)) {
         return dropPrivileges(confinement->user).empty();
@@ -81,7 +81,7 @@ bool becomeUserOf(const Work& work, const std::vector<gid_t>& groups) {
     }
 }
 
-// Until the last writer has closed.
+// Reads until the last writer has closed.
 Error readReply(int descriptor, const Deadline& deadline, ValueFrameReader& into) {
     for (;;) {
         if (deadline.hasPassed()) {
@@ -106,7 +106,7 @@ Error readReply(int descriptor, const Deadline& deadline, ValueFrameReader& into
     }
 }
 
-// 0 with the child's status; ETIMEDOUT while it has not ended.
+// Returns 0 with the child's status; ETIMEDOUT while it has not ended.
 int reap(pid_t pid, int pidfd, const Deadline& deadline, int& status) {
     pollfd entry{pidfd, POLLIN, 0};
     while (::poll(&entry, 1, deadline.pollTimeout()) <= 0 && !deadline.hasPassed()) {
@@ -119,7 +119,7 @@ int reap(pid_t pid, int pidfd, const Deadline& deadline, int& status) {
 struct Ending {
     int lost = 0;
     int status = 0;
-    bool isReaped = true; // else the reaper of this process's children has it
+    bool isReaped = true; // otherwise the reaper of this process's children has it
 };
 
 // Has it end, by force where it does not by itself: that moment is all that one gets which hangs in

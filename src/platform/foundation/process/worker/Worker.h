@@ -13,11 +13,11 @@
 
 namespace qv {
 
-/// How work is confined that reads what strangers have made (Sandbox.h): it may compute, read and
-/// write open descriptors, and nothing else. What it needs of files, such as the time zone, has to
-/// be loaded before.
+/// The confinement of work that reads what strangers have made (Sandbox.h): the work may compute,
+/// read and write open descriptors, and nothing else. Files that it needs, such as the time zone,
+/// have to be loaded before.
 struct Confinement {
-    uid_t user; ///< whom a process of root becomes: a number without an account
+    uid_t user; ///< the user that a process of root becomes: a number without an account
 };
 
 /// Work for another process, and its bounds.
@@ -40,9 +40,9 @@ struct Work {
 /// before it begins: user, group and supplementary groups are the user's, and it has no capability.
 /// In both cases it has no descriptor but the standard three, those of the work and one for its
 /// result, every signal at its default (but SIGPIPE and SIGXFSZ ignored), "/" as working directory
-/// and 077 as file-mode mask. Whatever a user has laid in its way can mislead it to nothing that
-/// the user could not do himself. It cannot be traced by the user, and it dies with its parent.
-/// Where the user is this process's own, nothing of that changes who it is.
+/// and 077 as file-mode mask. A link or file that a user has laid in its way can mislead it to
+/// nothing that the user could not do himself. It cannot be traced by the user, and it dies with
+/// its parent. Where the user is this process's own, nothing of that changes who it is.
 ///
 /// Gives the result of the work. Errors of kWorkerErrorDomain, besides those of the frame: EPERM if
 /// this process may not become the user or confine itself, ETIMEDOUT if the work was not done
@@ -50,8 +50,8 @@ struct Work {
 /// child ended otherwise, or the errno of what kept it from being started.
 ///
 /// The child is a copy of this process with the calling thread alone in it: the work may allocate,
-/// but must not wait for other threads. What it throws ends it. A child that hangs in the kernel,
-/// where no signal reaches it, is not reaped: its process ID goes to `left`.
+/// but must not wait for other threads. An exception of the work ends the child. A child that hangs
+/// in the kernel, where no signal reaches it, is not reaped: its process ID goes to `left`.
 [[nodiscard]] WorkResult performWork(const Work& work, std::optional<pid_t>* left = nullptr);
 
 /// The code of an error of kWorkerErrorDomain; 0 for an error that the work itself gave.

@@ -58,7 +58,7 @@ private:
     std::function<void(const ChangingTree& tree)> change_;
 };
 
-TEST(TreeWalkRace, VanishingItemsAreNoFailure) {
+TEST(TreeWalkRace, ToleratesVanishingItems) {
     ChangingTree tree(3, 2, [](const ChangingTree& it) { fs::remove_all(it.folder(2)); });
     tree.walk();
     EXPECT_THAT(tree.visitor.failures, IsEmpty());
@@ -87,8 +87,8 @@ TEST(TreeWalkRace, GoesBackByName) {
     EXPECT_TRUE(tree.visitor.visitedEachOnce());
 }
 
-// As before, but level 10 is gone as well, a link in its place: what was left in it cannot be
-// reached, and its name must not be followed.
+// Level 10 is gone as well here, with a link in its place: the items left in it cannot be reached,
+// and its name must not be followed.
 TEST(TreeWalkRace, ReportsAFolderItCannotReturnTo) {
     ChangingTree tree(80, 80, [](const ChangingTree& it) {
         fs::rename(it.folder(11), it.top / "inner");
