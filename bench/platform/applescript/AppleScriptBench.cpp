@@ -81,7 +81,7 @@ void contest(const LoopPair& loop, bool inFunction) {
 }
 
 void shellContest() {
-    constexpr int kCommands = 20; // a turn
+    constexpr int kCommands = 20; // commands in a turn
     constexpr double kShellGoal = 1.2;
     const std::string script =
         fmt::format("repeat {} times\ndo shell script \"/bin/true\"\nend repeat\n", kCommands);

@@ -31,12 +31,12 @@ constexpr std::string_view kMessage = "NSAppleScriptErrorMessage";
 constexpr std::string_view kNumber = "NSAppleScriptErrorNumber";
 constexpr std::string_view kRange = "NSAppleScriptErrorRange";
 constexpr std::string_view kResult = "result";
-// Of the range, between the child and its parent.
+// The key of the range between the child and its parent.
 constexpr std::string_view kLocation = "location";
 constexpr std::string_view kLength = "length";
 } // namespace key
 
-// After the script's own bound, for the child to say so.
+// The child gets this time after the script's own bound to say so.
 constexpr std::chrono::seconds kForTheAnswer{30};
 constexpr std::size_t kLongestAnswer = std::size_t{4} << 20U;
 constexpr std::size_t kLongestResult = std::size_t{1} << 20U;
@@ -108,7 +108,7 @@ WorkResult carriedOut(const std::string& source, const ProcessIdentity::Shared& 
                       AppleScript::Until until,
                       const std::shared_ptr<WorkspaceService>& workspace) {
     resetFileModeMask();
-    ::prctl(PR_SET_PDEATHSIG, SIGTERM); // which a shell's command gets as well
+    ::prctl(PR_SET_PDEATHSIG, SIGTERM); // a shell's command gets it as well
     return carriedThrough([&] {
         const std::unique_ptr<applescript::Tree> tree = applescript::compile(source);
         if (until == AppleScript::Until::compiled) {

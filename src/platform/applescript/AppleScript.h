@@ -15,7 +15,7 @@ namespace qv {
 class UserProcesses;
 class WorkspaceService;
 
-/// Why a program in AppleScript does not compile or has failed.
+/// The error of a program in AppleScript that does not compile or has failed.
 struct AppleScriptError {
     std::int64_t number = 0;    ///< the language's, an application's or a shell command's status
     std::string message;        ///< the whole text: `Finder got an error: …`
@@ -26,7 +26,7 @@ struct AppleScriptError {
     /// Keys NSAppleScriptErrorNumber, …Message, …BriefMessage and, where they are known, …AppName
     /// and …Range (`NSRange: {40, 3}`), in alphabetical order.
     [[nodiscard]] Value errorInformation() const;
-    /// How the platform prints that dictionary: a line each, numbers that are not all digits
+    /// The dictionary as the platform prints it: a line each, numbers that are not all digits
     /// quoted.
     [[nodiscard]] std::string description() const;
 };

@@ -5,7 +5,8 @@
 
 namespace qv::applescript {
 
-// How nodes stand in a source: what the printer writes in parentheses, and the parser counts.
+// The positions of nodes in a source: the printer writes their parentheses, and the parser counts
+// them.
 
 /// A literal of a kind, or null.
 [[nodiscard]] const Literal* asLiteral(const Node* node, ScriptValue::Kind kind) noexcept;

@@ -7,7 +7,7 @@
 
 namespace qv::applescript {
 
-/// How a command is written.
+/// The form in which a command is written.
 struct CommandForm {
     enum class Direct : std::uint8_t {
         none,

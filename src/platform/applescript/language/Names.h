@@ -30,7 +30,7 @@ public:
     void openHandler() { open(false); }
     /// Whether the script's own statements are read.
     [[nodiscard]] bool isAtScript() const noexcept { return current_ == 0; }
-    /// Where the handler's names are found in `finish`.
+    /// Returns the index under which `finish` finds the handler's names.
     [[nodiscard]] std::size_t close();
     /// Gives all variables their slots, and `handler` the names of its own. `index`: of `close`; 0
     /// stands for the script's own statements.

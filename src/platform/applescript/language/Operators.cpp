@@ -17,7 +17,7 @@ struct OperatorInfo {
     Token::Kind kind; // unknown: it is words only
 };
 
-// In the order of the enumeration.
+// The operators in the order of the enumeration.
 constexpr auto kOperators = std::to_array<OperatorInfo>({
     {Operator::add, Level::addition, "+", Token::Kind::plus},
     {Operator::subtract, Level::addition, "-", Token::Kind::minus},
@@ -129,7 +129,7 @@ constexpr auto kWordsOfOperators = std::to_array<WordsOfOperator>({
     {Operator::isNotIn, {Word::isnt, Word::contained, Word::by}},
 });
 
-// How many tokens the words are, 0 if they do not stand there.
+// The number of tokens that the words are, 0 if they do not stand there.
 std::size_t lengthAt(std::span<const Token> tokens, const WordsOfOperator& row) noexcept {
     std::size_t length = 0;
     while (length < row.words.size() && row.words[length] != Word::none) {

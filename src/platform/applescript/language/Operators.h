@@ -8,7 +8,7 @@
 
 namespace qv::applescript {
 
-/// How tightly operators bind, the loosest first.
+/// The strength with which operators bind, the loosest first.
 enum class Level : std::uint8_t {
     disjunction,
     conjunction,
@@ -33,7 +33,7 @@ struct OperatorPhrase {
 /// The operator that `tokens` begin with.
 [[nodiscard]] OperatorPhrase operatorAt(std::span<const Token> tokens) noexcept;
 [[nodiscard]] Level levelOf(BinaryOperator operation) noexcept;
-/// As the printer writes it.
+/// The sign as the printer writes it.
 [[nodiscard]] std::string_view signOf(BinaryOperator operation) noexcept;
 
 } // namespace qv::applescript

@@ -162,7 +162,7 @@ std::string Parser::nameOf(const Token& token) const {
     return std::string(text);
 }
 
-// How an error text calls a token.
+// The name of a token in an error text.
 std::string Parser::describe(std::size_t index) const {
     const Token& here = line_[std::min(index, line_.size() - 1)];
     switch (here.kind) {

@@ -88,7 +88,7 @@ const Node* Parser::ifStatement() {
     return done(node);
 }
 
-// Behind the first statement of `if a then b else c`.
+// Parses the branches behind the first statement of `if a then b else c`.
 void Parser::oneLineIf(IfStatement* node, std::vector<IfStatement::Branch>& branches) {
     node->isOneLine = true;
     while (take(Word::else_)) {

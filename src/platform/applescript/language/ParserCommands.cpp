@@ -169,8 +169,8 @@ const Node* Parser::parameterValue(const CommandForm& form,
     return isPlace ? insertionPoint() : expression();
 }
 
-// Where something is made or moved to: `end of x` and `end of folders of x` are x, and `end` alone
-// is what is told.
+// The place to which an object is made or moved: `end of x` and `end of folders of x` are x, and
+// `end` alone is what is told.
 const Node* Parser::insertionPoint() {
     const std::size_t the = at(Word::the) ? 1 : 0;
     if (!at(Word::end, the) && !at(Word::beginning, the)) {

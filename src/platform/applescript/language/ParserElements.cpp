@@ -103,7 +103,7 @@ Node* Parser::keyOperand() {
     return variable(line_[index_ - 1]);
 }
 
-// Behind `thru`: `end` is the last one.
+// The expression behind `thru`: `end` is the last one.
 Node* Parser::rangeEnd() {
     if (!at(Word::end) && !at(Word::beginning)) {
         return keyOperand();

@@ -154,8 +154,8 @@ Node* Parser::listOrRecord() {
     return done(node);
 }
 
-// How many tokens the key of a field is, 0 if none stands here. The words of a term count in all
-// places.
+// The number of tokens in the key of a field, 0 if none stands here. The words of a term count in
+// all places.
 std::size_t Parser::keyLength() const {
     if (at(Kind::quotedName) && at(Kind::colon, 1)) {
         return 1;

@@ -7,7 +7,7 @@
 
 namespace qv::applescript {
 
-// `A of B of C`, and `whose` behind it, which is about A.
+// `A of B of C`, and `whose` behind it, which filters A.
 Node* Parser::reference() {
     Part first = unit();
     std::vector<Part> containers;
@@ -30,7 +30,7 @@ Node* Parser::reference() {
     return first.node;
 }
 
-// `whose` is about the first of the parts that may be several objects.
+// `whose` filters the first of the parts that may be several objects.
 void Parser::filter(std::span<const Part> parts) {
     const auto filtered = std::ranges::find(parts, true, &Part::isFiltered);
     if (filtered == parts.end()) {
@@ -111,7 +111,7 @@ Parser::Part Parser::part(bool isMember) {
     }
 }
 
-// `{name, size} of x`; a list of anything but such parts is in nothing.
+// `{name, size} of x`; a list of anything but such parts belongs to nothing.
 Parser::Part Parser::listPart(bool isMember) {
     Node* node = listOrRecord();
     if (node->kind != NodeKind::list || !(isMember || atOf())) {

@@ -14,8 +14,8 @@ namespace qv::applescript {
 /// Writes a tree as the source that compiles to it.
 class Printer {
 public:
-    /// `tree`: outlives this. `isCareful`: words that only Finder and System Events know are not
-    /// written as names.
+    /// `tree` has to outlive the printer. `isCareful`: words that only Finder and System Events
+    /// know are not written as names.
     Printer(const Tree& tree, bool isCareful);
     [[nodiscard]] std::string script();
 
@@ -41,9 +41,9 @@ private:
     // Expressions (PrinterExpressions.cpp); each gives its text.
     /// In parentheses if it binds less tightly.
     [[nodiscard]] std::string operand(const Node* node, Level least);
-    /// Where nothing follows but the end of a line or a parenthesis.
+    /// For a place where nothing follows but the end of a line or a parenthesis.
     [[nodiscard]] std::string whole(const Node* node);
-    /// Where a word of a phrase follows.
+    /// For a place where a word of a phrase follows.
     [[nodiscard]] std::string argument(const Node* node, Level least = Level::disjunction);
     [[nodiscard]] std::string bare(const Node* node);
     [[nodiscard]] std::string name(std::string_view name) const;

@@ -37,7 +37,7 @@ bool startsWithWords(std::string_view text, std::string_view words) {
 
 } // namespace
 
-// `A of B of C whose D`: the condition is about the first part that may be several objects.
+// `A of B of C whose D`: the condition filters the first part that may be several objects.
 std::string Printer::chain(const Node* head) {
     std::string text;
     const Node* filter = nullptr;
@@ -125,7 +125,7 @@ std::string Printer::element(const Element* node) {
     return keyed + " " + key(node->key);
 }
 
-// Behind `from` and `to` of a range.
+// Prints the expression behind `from` and `to` of a range.
 std::string Printer::boundary(const Node* node, bool isFirst) {
     const bool isBare = node->kind == NodeKind::element && !endsOpen(node) &&
                         (isFirst || node_cast<Element>(node).container == nullptr);

@@ -56,7 +56,7 @@ struct Token {
 /// Cuts a source into the tokens of its logical lines; comments and joints of lines are gone.
 class Lexer {
 public:
-    /// `source`: outlives this. Throws where it is not UTF-8.
+    /// `source` has to outlive the lexer. Throws where it is not UTF-8.
     explicit Lexer(std::string_view source);
 
     /// The next line that has a token, with endOfLine or endOfScript behind it; in the end

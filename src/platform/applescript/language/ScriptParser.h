@@ -22,7 +22,7 @@ namespace qv::applescript {
 /// Reads a script by recursive descent, a logical line at a time. Once only.
 class Parser {
 public:
-    /// Both outlive this.
+    /// Source and tree outlive the parser.
     Parser(std::string_view source, Tree& tree);
     /// Throws a ScriptError.
     void parse();
@@ -43,7 +43,7 @@ private:
         bool atIn = false;
         bool atAs = false;
     };
-    /// Part of a reference with the place where its container belongs.
+    /// A part of a reference, with the place where its container belongs.
     struct Part {
         Node* node = nullptr;
         const Node** hole = nullptr;
@@ -102,7 +102,7 @@ private:
     [[nodiscard]] bool fits(const Phrase& phrase, std::size_t index) const noexcept;
     [[nodiscard]] Match matchAt(std::size_t index) const;
     [[nodiscard]] Match match() const { return matchAt(index_); }
-    /// How many words of `label` stand here.
+    /// The number of words of `label` that stand here.
     [[nodiscard]] std::size_t lengthOf(Term label) const noexcept;
     [[nodiscard]] Term typeName();
     static void learn(Context& context, std::string_view application);
@@ -252,7 +252,7 @@ private:
     std::size_t runScope_ = 0;
 };
 
-/// One level of nesting more for as long as it lives.
+/// Counts one more level of nesting as long as it lives.
 class Parser::Nesting {
 public:
     Nesting(Parser& parser, int& depth);

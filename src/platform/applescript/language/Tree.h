@@ -16,8 +16,8 @@
 namespace qv::applescript {
 
 // The tree of a script. Nodes, their lists and their texts live in the Tree that owns them, as long
-// as it does, and are never freed one by one. A node knows which part of the source it is; what a
-// name means (a variable of the handler or of the script) is decided by the parser.
+// as it does, and are never freed one by one. A node knows which part of the source it is; the
+// parser decides the meaning of a name (a variable of the handler or of the script).
 
 enum class NodeKind : std::uint8_t {
     // Expressions.
@@ -58,11 +58,11 @@ enum class NodeKind : std::uint8_t {
 
 struct Node {
     NodeKind kind;
-    /// Of an expression: levels of parentheses, lists, calls and the like in its source.
+    /// For an expression the levels of parentheses, lists, calls and the like in its source.
     std::uint8_t nesting = 0;
-    /// Of an expression: how many levels stand below it, at most kDeepestExpression.
+    /// For an expression the number of levels below it, at most kDeepestExpression.
     std::uint16_t depth = 0;
-    /// UTF-16 units of the source, below 4 Gi.
+    /// The number of UTF-16 units of the source, below 4 Gi.
     std::uint32_t begin = 0;
     std::uint32_t end = 0;
 
@@ -90,7 +90,7 @@ struct ListNode : Node {
     static constexpr NodeKind kKind = NodeKind::list;
     ListNode() noexcept : Node(kKind) {}
     Nodes items;
-    /// `{name, size} of x`: what the items are parts of; or null.
+    /// `{name, size} of x`: the object that the items are parts of; or null.
     const Node* container = nullptr;
 };
 
@@ -104,7 +104,7 @@ struct RecordNode : Node {
     std::span<const Field> fields;
 };
 
-/// Where a variable lives.
+/// The scope in which a variable lives.
 enum class Scope : std::uint8_t {
     handler, ///< `slot` of the frame of the running handler
     script,  ///< `slot` of the script: properties, globals, and those of the implicit run handler
@@ -202,8 +202,8 @@ struct Element : Node {
     Element() noexcept : Node(kKind) {}
     Term type = Term::item;
     Specifier::Form form = Specifier::Form::index;
-    /// Index, name, id or begin of a range. What stands behind the class is an index, or a name if
-    /// its value is a text: `item x of y` (form index) may be either.
+    /// Index, name, id or begin of a range. The expression behind the class is an index, or a name
+    /// if its value is a text: `item x of y` (form index) may be either.
     const Node* key = nullptr;
     const Node* last = nullptr; ///< end of a range; the key's meaning is that of an index of `type`
                                 ///< unless it is an Element itself (`from word 2 to word 4`)
@@ -294,12 +294,12 @@ struct CopyStatement : Node {
     const Node* target = nullptr;
 };
 
-/// As a statement of its own: `using terms from application "X"`.
+/// A statement of its own: `using terms from application "X"`.
 struct Block : Node {
     static constexpr NodeKind kKind = NodeKind::block;
     Block() noexcept : Node(kKind) {}
     Nodes statements;
-    const Node* terms = nullptr; ///< whose words the block knows; not evaluated; or null
+    const Node* terms = nullptr; ///< the object whose words the block knows; not evaluated; or null
 };
 
 struct IfStatement : Node {
@@ -457,7 +457,7 @@ struct Tree {
     std::vector<Property> properties;
     std::vector<std::string_view> globals; ///< the script's variables by slot
     std::vector<std::string_view> declaredGlobals;
-    Handler run;                   ///< what stands outside of handlers, or `on run`
+    Handler run;                   ///< statements outside of handlers, or `on run`
     std::vector<Handler> handlers; ///< all others, in order; no name twice
 
 private:

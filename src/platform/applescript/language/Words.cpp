@@ -11,7 +11,7 @@ namespace qv::applescript {
 
 namespace {
 
-// In the order of the enumeration.
+// The words in the order of the enumeration.
 constexpr auto kWords = std::to_array<std::string_view>({
     "",          "about",     "above",     "after",       "against",     "and",         "around",
     "as",        "at",        "back",      "before",      "beginning",   "behind",      "below",
@@ -51,7 +51,7 @@ constexpr Spelling kSpellings[] = {
     {Term::trash, "trash folder"},
 };
 
-// `given` and the names behind it aside.
+// The prepositions, apart from `given` and the names behind it.
 constexpr auto kPrepositions = std::to_array<Preposition>({
     {"about", {Word::about}},
     {"above", {Word::above}},

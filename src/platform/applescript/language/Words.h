@@ -109,7 +109,7 @@ enum class Word : std::uint16_t {
     whose,
     with,
     without,
-    // Only in some places.
+    // Words from here on are reserved in some places only.
     lastReserved,
     apart,
     aside,
@@ -151,7 +151,7 @@ enum class Word : std::uint16_t {
     transaction,
     version,
     volume,
-    end_, ///< how many there are
+    end_, ///< the number of the words
 };
 
 /// A term in words, in the singular or plural.
@@ -192,7 +192,7 @@ struct Preposition {
 };
 [[nodiscard]] std::span<const Preposition> prepositions() noexcept;
 [[nodiscard]] bool isPreposition(std::string_view label) noexcept;
-/// Of handlers that need no parentheses: `on quit`.
+/// Returns true for the names of handlers that need no parentheses: `on quit`.
 [[nodiscard]] bool isEventName(std::string_view lower) noexcept;
 
 /// A name in lower case: names are the same whatever their case.

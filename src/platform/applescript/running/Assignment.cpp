@@ -47,7 +47,8 @@ void ScriptRun::assignList(const ListNode& target, const ScriptValue& value) {
         it_ = containerOf(target.container);
     }
     const HeldBytes held(list.asList().size() * sizeof(ScriptValue));
-    const std::vector<ScriptValue> items = list.asList(); // which an assignment may change
+    // A copy, since an assignment may change the list.
+    const std::vector<ScriptValue> items = list.asList();
     for (std::size_t i = 0; i < target.items.size(); ++i) {
         if (i >= items.size()) {
             failToGet(list,
@@ -60,7 +61,7 @@ void ScriptRun::assignList(const ListNode& target, const ScriptValue& value) {
     }
 }
 
-// Of a date, a file and an object of an application, the fields are properties.
+// The fields of a date, a file and an object of an application are properties.
 void ScriptRun::assignRecord(const RecordNode& target, const ScriptValue& value) {
     if (value.is(Kind::date) || value.is(Kind::file) || value.is(Kind::specifier)) {
         for (const RecordNode::Field& field : target.fields) {

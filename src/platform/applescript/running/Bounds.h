@@ -22,12 +22,13 @@ public:
         }
     }
 
-    /// As many steps, where a value decides how long something takes; looks at the rest once.
+    /// Charges several steps at once, where a value decides how long something takes; looks at the
+    /// rest once.
     void steps(std::size_t count) {
         untilCheck_ = count < untilCheck_ ? untilCheck_ - static_cast<std::uint32_t>(count) : 1;
         step();
     }
-    /// For work on so many bytes of text.
+    /// Charges for work on so many bytes of text.
     void bytes(std::size_t count) { steps(count / kBytesOfAStep); }
 
 private:

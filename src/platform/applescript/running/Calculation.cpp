@@ -104,7 +104,8 @@ ScriptValue joinedRecords(const ScriptValue& left, const ScriptValue& right) {
 
 ScriptValue calculated(BinaryOperator operation, const ScriptValue& left, const ScriptValue& right,
                        const Context& context) {
-    constexpr std::int64_t kSmall = 1LL << 31U; // whose product is an integer as well
+    // Factors below this have a product that is an integer as well.
+    constexpr std::int64_t kSmall = 1LL << 31U;
     if (left.is(Kind::date)) {
         return calculatedDate(operation, left, right, context);
     }

@@ -48,7 +48,7 @@ private:
     HeldBytes held_;
 };
 
-/// Of anything but a text and a list.
+/// The text of a value other than a text and a list.
 std::optional<std::string> plainText(const ScriptValue& value, const Context& context) {
     switch (value.kind()) {
     case Kind::date:

@@ -11,7 +11,7 @@ namespace qv::applescript {
 
 /// `value as type`; -1700 if it cannot be.
 [[nodiscard]] ScriptValue coerced(const ScriptValue& value, Term type, const Context& context);
-/// None if it cannot be.
+/// Returns none if it cannot be.
 [[nodiscard]] std::optional<ScriptValue> tryCoerced(const ScriptValue& value, Term type,
                                                     const Context& context);
 

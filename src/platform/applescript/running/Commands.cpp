@@ -160,7 +160,7 @@ ScriptValue ScriptRun::sent(const CommandNode& node) {
     return sentTo(target, std::move(command));
 }
 
-// Of values, these commands need no application.
+// Answers commands on values, which need no application.
 std::optional<ScriptValue> ScriptRun::answeredHere(const CommandNode& node,
                                                    const ScriptValue& direct) {
     if (isOfApplication(direct)) {
@@ -248,7 +248,8 @@ ScriptValue ScriptRun::converted(const CommandNode& node) {
     return ScriptValue::integer(text.asText().front());
 }
 
-// From 0 to 1; up to a number; or from one to another. Integers give integers, bounds included.
+// A number from 0 to 1, up to a number, or from one to another. Integers give integers, bounds
+// included.
 ScriptValue ScriptRun::randomNumber(const CommandNode& node) {
     constexpr double kParts = 9007199254740992.0; // 2^53
     const auto number = [&](const Node* given, std::int64_t otherwise) {

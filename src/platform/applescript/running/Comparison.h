@@ -11,8 +11,8 @@ namespace qv::applescript {
 [[nodiscard]] bool areEqual(const ScriptValue& left, const ScriptValue& right,
                             const Context& context, unsigned depth = 0);
 
-/// Below, at or above 0: numbers, dates and texts, the right one made into the class of the left
-/// one. -1700 for values without an order.
+/// Returns a number below, at or above 0: numbers, dates and texts, the right one made into the
+/// class of the left one. -1700 for values without an order.
 [[nodiscard]] int orderOf(const ScriptValue& left, const ScriptValue& right,
                           const Context& context);
 

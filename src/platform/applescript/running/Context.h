@@ -21,7 +21,7 @@ struct Context {
     [[nodiscard]] bool considers(std::uint8_t bit) const noexcept { return (attention & bit) != 0; }
 };
 
-/// Nested values are compared, copied and joined down to here; -2706 below.
+/// The depth down to which nested values are compared, copied and joined; -2706 below.
 inline constexpr unsigned kDeepestValue = 500;
 
 } // namespace qv::applescript

@@ -114,7 +114,7 @@ private:
     [[nodiscard]] bool isMark(std::size_t ahead, std::string_view mark) const noexcept {
         return token(ahead).kind == TokenKind::mark && token(ahead).word == mark;
     }
-    /// 1 for "january" or "jan"; 0 for no month.
+    /// Returns 1 for "january" or "jan"; 0 for no month.
     [[nodiscard]] static std::int64_t nameIn(std::string_view word, Term first, int count) {
         for (int i = 0; i < count; ++i) {
             std::string name(wordsOf(termAfter(first, i)));
@@ -133,7 +133,7 @@ private:
         return year.number + (year.number < kFirstOfNineteenHundreds ? 2000 : 1900);
     }
 
-    // 19:00, 7:00:05 PM, 7 pm.
+    // Reads 19:00, 7:00:05 PM, 7 pm.
     bool readTime() {
         if (hasTime_ || !isNumber(0)) {
             return false;
@@ -176,7 +176,7 @@ private:
         return hasDate_ = true;
     }
 
-    // 2026-11-22, 11/22/2026, November 22 2026, 22 November 2026.
+    // Reads 2026-11-22, 11/22/2026, November 22 2026, 22 November 2026.
     bool readDate() {
         if (hasDate_) {
             return false;

@@ -12,7 +12,7 @@ namespace qv::applescript {
 
 struct DateParts {
     std::int64_t year = 1970;
-    std::int64_t month = 1; ///< from 1; what is too large counts on
+    std::int64_t month = 1; ///< from 1; a larger number than 12 counts on into the next years
     std::int64_t day = 1;
     std::int64_t time = 0; ///< seconds since midnight
 };
@@ -23,7 +23,7 @@ inline constexpr double kFarthestDate = 3.0e11; ///< seconds either way, some 9,
 [[nodiscard]] double dateFrom(const DateParts& parts);
 [[nodiscard]] Term monthOf(double date);
 [[nodiscard]] Term weekdayOf(double date);
-/// From 1, of a month or a weekday (Sunday is the first one); 0 of anything else.
+/// The number from 1 of a month or a weekday (Sunday is the first one); 0 of anything else.
 [[nodiscard]] int numberOf(Term monthOrWeekday) noexcept;
 
 [[nodiscard]] std::string dateText(double date);        ///< … at 7:00:00 PM

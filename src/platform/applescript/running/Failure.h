@@ -11,21 +11,21 @@ namespace qv::applescript {
 
 [[noreturn]] void fail(std::int64_t number, std::string text);
 
-/// -1700: Can’t make "abc" into type number.
+/// Throws -1700: Can’t make "abc" into type number.
 [[noreturn]] void failToMake(const ScriptValue& value, Term type, const Context& context);
-/// -1728: Can’t get item 9 of {1, 2}.
+/// Throws -1728: Can’t get item 9 of {1, 2}.
 [[noreturn]] void failToGet(const ScriptValue& container, Specifier::Step step,
                             const Context& context);
-/// -10006: Can’t set item 9 of {1, 2} to 5.
+/// Throws -10006: Can’t set item 9 of {1, 2} to 5.
 [[noreturn]] void failToSet(const ScriptValue& container, Specifier::Step step,
                             const ScriptValue& value, const Context& context);
-/// -1708: {1, 2} doesn’t understand the “f” message.
+/// Throws -1708: {1, 2} doesn’t understand the “f” message.
 [[noreturn]] void failToUnderstand(const ScriptValue& receiver, std::string_view message,
                                    const Context& context);
 /// -2706.
 [[noreturn]] void failTooDeep();
 
-/// Part of a value as an object: `item 9 of {1, 2}`.
+/// A part of a value as an object: `item 9 of {1, 2}`.
 [[nodiscard]] ScriptValue partAsObject(const ScriptValue& container, Specifier::Step step);
 /// The value that the object is part of; null for an object of an application.
 [[nodiscard]] const ScriptValue* rootOf(const Specifier& specifier) noexcept;

@@ -12,7 +12,8 @@ namespace qv::applescript {
 namespace {
 
 constexpr std::uint32_t kStepsBetweenChecks = 4096;
-/// Of the stack, for the calls of a script. What one handler nests comes on top of it.
+/// The share of the stack for the calls of a script. The stack that one handler nests comes on top
+/// of it.
 constexpr std::uintptr_t kMostStack = std::uintptr_t{3} << 20U;
 
 std::uintptr_t stackPlace() noexcept {

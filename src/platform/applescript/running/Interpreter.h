@@ -9,8 +9,8 @@
 
 namespace qv::applescript {
 
-/// How much a script may take. An error that a bound gives ends the script: `try` catches it only
-/// where that says so.
+/// The bounds of a script. An error that a bound gives ends the script: `try` catches it only where
+/// that says so.
 struct Limits {
     std::uint64_t steps = 2'000'000'000;                    ///< statements and rounds: -1712
     std::chrono::milliseconds time = std::chrono::hours(1); ///< -1712

@@ -20,7 +20,8 @@ struct Number {
 
 inline Number quickNumber(BinaryOperator operation, const ScriptValue& left,
                           const ScriptValue& right) noexcept {
-    constexpr std::int64_t kSmall = 1LL << 31U; // whose product is an integer as well
+    // Factors below this have a product that is an integer as well.
+    constexpr std::int64_t kSmall = 1LL << 31U;
     if (operation > BinaryOperator::multiply || !left.isNumber() || !right.isNumber()) {
         return {};
     }

@@ -17,7 +17,7 @@ ScriptValue partOfText(const ScriptValue& text, TextSpan span) {
     return ScriptValue::text(text.asText().substr(span.begin, span.end - span.begin));
 }
 
-/// Which items of a list belong to a class; empty, and all do, for `item`.
+/// The places of the items of a list that belong to a class; empty, and all do, for `item`.
 std::vector<std::size_t> placesOf(const ScriptValue& container, Term type) {
     std::vector<std::size_t> places;
     if (container.is(Kind::list) && type != Term::item) {

@@ -14,7 +14,7 @@ public:
     [[nodiscard]] ScriptValue get(const ScriptValue& container, const Specifier::Step& step);
     /// Changes a list, record or date; -10006 for what cannot be changed.
     void set(const ScriptValue& container, const Specifier::Step& step, const ScriptValue& value);
-    /// How many items a list, a record or a text has; none of anything else.
+    /// The number of items of a list, a record or a text; none of anything else.
     [[nodiscard]] std::optional<std::size_t> countOf(const ScriptValue& value);
 
     [[nodiscard]] TextElements& texts() noexcept { return elements_; }
@@ -37,7 +37,8 @@ private:
     TextElements elements_;
 };
 
-/// From 0, of an index that counts from 1 or, if it is negative, from the end; none outside.
+/// The place, from 0, of an index that counts from 1 or, if it is negative, from the end; none
+/// outside.
 [[nodiscard]] std::optional<std::size_t> placeAt(std::int64_t index, std::size_t count) noexcept;
 /// A random number from 0 up to below `count`.
 [[nodiscard]] std::uint64_t randomBelow(std::uint64_t count);

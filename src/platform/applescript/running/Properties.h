@@ -11,7 +11,8 @@ namespace qv::applescript {
 [[nodiscard]] std::optional<ScriptValue> propertyOf(const ScriptValue& value, Term property,
                                                     const Context& context);
 
-/// `character id 65`, of a number or a list of numbers; -1700 for what is not a code point.
+/// `character id 65`, of a number or a list of numbers; -1700 for a number that is not a code
+/// point.
 [[nodiscard]] ScriptValue textFromCodePoints(const ScriptValue& value, const Context& context);
 
 /// `set month of DATE to …`; false for a property that cannot be set.

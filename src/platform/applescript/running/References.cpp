@@ -47,8 +47,7 @@ ScriptValue ScriptRun::containerOf(const Node* container) {
     return container != nullptr ? resolved(object(*container)) : it_;
 }
 
-// Of a file a script knows the path; the rest is asked of the application that is told, or of the
-// system.
+// The script knows the path of a file; the application that is told, or the system, knows the rest.
 ScriptValue ScriptRun::fileAsObject(const ScriptValue& file) {
     Specifier specifier;
     if (isOfApplication(told_)) {
@@ -209,7 +208,7 @@ ScriptValue ScriptRun::keyOf(const Node& node) {
     return ScriptValue::specifier(std::move(place));
 }
 
-// Of a variable of the script the place, so that it can be set; of anything else the value.
+// The place of a variable of the script, so that it can be set; the value of anything else.
 ScriptValue ScriptRun::referenceTo(const ReferenceTo& node) {
     const auto variableObject = [&](const Node& target) -> ScriptValue {
         const bool isVariable = target.kind == NodeKind::variable &&

@@ -136,7 +136,8 @@ void SourceWriter::step(const Specifier::Step& step, unsigned depth) {
     }
 }
 
-// Innermost first, as it is read; the value or the application that it starts from comes last.
+// Writes the innermost object first, as it is read; the value or the application that it starts
+// from comes last.
 void SourceWriter::specifier(const Specifier& specifier, unsigned depth) {
     const bool isPart = specifier.application.empty();
     for (std::size_t i = specifier.steps.size(); i > 0 && !isFull(); --i) {

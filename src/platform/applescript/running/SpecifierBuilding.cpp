@@ -14,7 +14,7 @@ struct FilterRow {
     BinaryOperator operation;
     Operation filter;
     bool isNegated;
-    Operation turned; ///< with the property on the right; holds: cannot be said
+    Operation turned; ///< the operation with the property on the right; `holds`: there is none
 };
 constexpr auto kFilters = std::to_array<FilterRow>({
     {BinaryOperator::equal, Operation::equal, false, Operation::equal},

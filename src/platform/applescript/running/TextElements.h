@@ -48,11 +48,11 @@ public:
     /// Whether texts have such elements.
     [[nodiscard]] static bool has(Term type) noexcept;
     [[nodiscard]] std::size_t count(const ScriptValue& text, Term type);
-    /// `index` from 0, below the count.
+    /// `index` counts from 0, below the count.
     [[nodiscard]] TextSpan at(const ScriptValue& text, Term type, std::size_t index);
-    /// How many elements begin before a byte of the text.
+    /// The number of elements that begin before a byte of the text.
     [[nodiscard]] std::size_t countBefore(const ScriptValue& text, Term type, std::size_t byte);
-    /// To be called when the context changes.
+    /// Has to be called when the context changes.
     void forget();
 
 private:

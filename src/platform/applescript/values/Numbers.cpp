@@ -64,7 +64,7 @@ std::optional<ScriptValue> numberFromText(std::string_view text) {
     }
     const std::string_view digits = text.starts_with('-') ? text.substr(1) : text;
     if (digits.empty() || (!isDigit(digits.front()) && digits.front() != '.')) {
-        return std::nullopt; // and so no "inf"
+        return std::nullopt; // this refuses "inf" as well
     }
     double value = 0;
     const auto result = std::from_chars(text.data(), text.data() + text.size(), value);

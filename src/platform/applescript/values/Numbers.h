@@ -14,7 +14,7 @@ namespace qv::applescript {
     return number.is(ScriptValue::Kind::integer) ? static_cast<double>(number.asInteger())
                                                  : number.asReal();
 }
-/// 5, 2.5, 1.0E+9.
+/// The text of a number: 5, 2.5, 1.0E+9.
 [[nodiscard]] std::string numberText(const ScriptValue& number);
 inline constexpr std::int64_t kMostInteger = 536'870'911;
 /// An integer if it is within the bounds of one, else a real.
@@ -26,7 +26,7 @@ inline constexpr std::int64_t kMostInteger = 536'870'911;
 }
 /// The text of a number, boolean, constant or class; none for any other value.
 [[nodiscard]] std::optional<std::string> scalarText(const ScriptValue& value);
-/// None for a text that is not a number.
+/// Returns none for a text that is not a number.
 [[nodiscard]] std::optional<ScriptValue> numberFromText(std::string_view text);
 
 } // namespace qv::applescript

@@ -17,11 +17,11 @@ struct Command {
     ScriptValue direct = {};
     bool hasDirect = false;
     std::vector<std::pair<Term, ScriptValue>> parameters = {};
-    /// How long the one that carries it out may take: `with timeout`, two minutes without. A shell
-    /// command, a dialog and a delay are limited by the time of the whole script alone.
+    /// The time that the command may take: `with timeout`, two minutes without. A shell command, a
+    /// dialog and a delay are limited by the time of the whole script alone.
     std::chrono::milliseconds timeout = std::chrono::minutes(2);
 
-    /// Null if it is not given.
+    /// Returns null if it is not given.
     [[nodiscard]] const ScriptValue* parameter(Term label) const noexcept {
         for (const auto& [name_, value] : parameters) {
             if (name_ == label) {
@@ -46,9 +46,9 @@ public:
     /// A command of the scripting additions (Dictionary::additions).
     virtual ScriptValue perform(const Command& command) = 0;
     /// A command to an application or to objects of it, such as `quit`, `delete`, `exists`, `get`.
-    /// Objects are in `command.direct`; `target` is whom the script tells, down to the object. What
-    /// is asked of a file that the script holds begins with a step of the form `name` whose key is
-    /// that file. `as` of a `get` says the class that an object is wanted as.
+    /// Objects are in `command.direct`; `target` is whom the script tells, down to the object. A
+    /// request about a file that the script holds begins with a step of the form `name` whose key
+    /// is that file. `as` of a `get` says the class that an object is wanted as.
     virtual ScriptValue send(const Specifier& target, const Command& command) = 0;
     /// `set PROPERTY of OBJECT to VALUE`.
     virtual void set(const Specifier& object, const ScriptValue& value) = 0;

@@ -51,7 +51,7 @@ inline constexpr std::int64_t kApplicationNotFound = -10814;
 struct ScriptError {
     std::int64_t number = error_number::kGeneral;
     std::string brief;               ///< without the application that says so
-    std::string application;         ///< that says so, or empty
+    std::string application;         ///< the application that says so, or empty
     std::optional<Range> range = {}; ///< of the source, in UTF-16 units
     ScriptValue offender = {};       ///< the object that `try` gives as `from`
     ScriptValue expected = {};       ///< the class that `try` gives as `to`

@@ -19,7 +19,7 @@ struct Heap {
     std::size_t held = 0;
     std::size_t most = std::numeric_limits<std::size_t>::max();
     Container* containers = nullptr;             ///< all, each with the next one
-    std::vector<ScriptValue>* waiting = nullptr; ///< to be let go of by the outermost release
+    std::vector<ScriptValue>* waiting = nullptr; ///< the outermost release frees them
 };
 Heap& heap() noexcept {
     static thread_local Heap heap;

@@ -81,13 +81,13 @@ public:
     static ScriptValue boolean(bool value) noexcept { return {Kind::boolean, value ? 1 : 0}; }
     static ScriptValue integer(std::int64_t value) noexcept { return {Kind::integer, value}; }
     static ScriptValue real(double value) noexcept { return ScriptValue(value); }
-    /// No value: what a variable holds that was never set. No script sees it.
+    /// The content of a variable that was never set. No script sees it.
     static ScriptValue undefined() noexcept { return constant(Term::none); }
     static ScriptValue text(std::string utf8); ///< valid UTF-8
     static ScriptValue date(double secondsSince1970Local);
     static ScriptValue list(std::vector<ScriptValue> items);
     using Fields = std::vector<std::pair<std::string, ScriptValue>>;
-    /// Keys: words of properties (`button returned`) or names of the script in lower case.
+    /// The keys are words of properties (`button returned`) or names of the script in lower case.
     static ScriptValue record(Fields fields);
     /// `path`: absolute, POSIX. `form`: Term::alias, Term::file or Term::posixFile.
     static ScriptValue file(std::string path, Term form);
@@ -124,12 +124,12 @@ public:
         return kind_ == other.kind_ && bits_.integer == other.bits_.integer;
     }
     [[nodiscard]] bool isShared() const noexcept { return kind_ >= Kind::text; }
-    /// Of a shared object: whether no other value refers to it.
+    /// Whether no other value refers to the shared object.
     [[nodiscard]] bool isSoleOwner() const noexcept { return bits_.object->count == 1; }
 
-    /// Of a text: whether all of it is ASCII. Found out once.
+    /// Whether all of a text is ASCII. Found out once.
     [[nodiscard]] bool isASCII() const noexcept;
-    /// To a text with a single owner.
+    /// Appends to a text with a single owner.
     void append(std::string_view utf8) const;
     /// Throws if a list cannot grow by so many items.
     void expectItems(std::size_t more) const;
@@ -243,7 +243,8 @@ struct Specifier {
         /// step of a specifier without an application is a property as well, with the value that
         /// it starts from in `key`, or it is a file's name, with the file in `key`.
         Term term = Term::none;
-        /// Behind a filter, `item` and the form index, some or middle choose one of what it left.
+        /// The key; behind a filter, `item` and the form index, some or middle choose one of what
+        /// it left.
         ScriptValue key = {};
         ScriptValue last = {};
         std::vector<Filter> filter = {}; ///< one element where there is one

@@ -325,13 +325,13 @@ enum class Term : std::uint16_t {
     daysConstant,
     weeksConstant,
 
-    end_, ///< how many there are
+    end_, ///< the number of the terms
 };
 
 enum class TermKind : std::uint8_t { command, parameter, type, property, constant };
 
-/// Where a term is known. A script may use the words of Finder and of System Events as names of its
-/// own outside of what is told to them.
+/// The dictionary in which a term is known. A script may use the words of Finder and of System
+/// Events as names of its own outside of what is told to them.
 enum class Dictionary : std::uint8_t {
     language,
     additions,

@@ -11,7 +11,7 @@ namespace qv::applescript::world {
 
 namespace {
 
-// Zenity asks the toolkit to take underscores in buttons for shortcuts.
+// Zenity asks the toolkit to take underscores in buttons as marks of shortcuts.
 std::string labelText(std::string_view label) {
     std::string text;
     for (const char each : label) {
@@ -166,7 +166,7 @@ DialogAnswer DialogProgram::ask(const DialogRequest& request, std::chrono::milli
         answer.text = request.answer.value_or("");
         return answer;
     }
-    // Zenity writes what its third button says, and has the status of the second for it.
+    // Zenity writes the text of its third button, and has the status of the second for it.
     const bool isThird =
         isZenity_ && outcome.status == 1 && buttons.size() > 2 && outcome.output == buttons[2];
     const std::size_t pressed = isThird ? 2 : outcome.status;

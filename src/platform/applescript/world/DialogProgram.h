@@ -17,7 +17,8 @@ struct DialogRequest {
     std::vector<std::string> buttons; ///< one to three, in the script's order
     std::size_t defaultButton = 0;
     std::optional<std::size_t> cancelButton;
-    std::optional<std::string> answer; ///< what its field for a text begins with; none: no field
+    /// The initial content of its field for a text; none: no field.
+    std::optional<std::string> answer;
     bool hidesAnswer = false;
     std::string icon; ///< error, warning or information
 };
@@ -32,7 +33,7 @@ struct ListRequest {
 
 struct FileRequest {
     std::string title;
-    std::string folder; ///< that it begins with, or empty
+    std::string folder; ///< the folder that it begins with, or empty
     bool choosesFolder = false;
     bool choosesSeveral = false;
 };
@@ -49,10 +50,10 @@ struct DialogAnswer {
 /// A program that shows windows in a session, run as its user.
 class DialogProgram {
 public:
-    /// -1713 where there is none.
+    /// Throws -1713 where there is none.
     explicit DialogProgram(WorldContext& context);
 
-    /// `time`: until it is given up.
+    /// `time`: the time after which it is given up.
     [[nodiscard]] DialogAnswer ask(const DialogRequest& request, std::chrono::milliseconds time);
     [[nodiscard]] DialogAnswer choose(const ListRequest& request, std::chrono::milliseconds time);
     [[nodiscard]] DialogAnswer chooseFiles(const FileRequest& request,

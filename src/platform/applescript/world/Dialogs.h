@@ -15,7 +15,7 @@ namespace qv::applescript::world {
 [[nodiscard]] ScriptValue chooseFromList(WorldContext& context, const Command& command);
 /// `choose file` and `choose folder`. An alias, or a list of them.
 [[nodiscard]] ScriptValue chooseFile(WorldContext& context, const Command& command);
-/// By the session's bus; -1713 where nobody shows it.
+/// Shows a notification by the session's bus; -1713 where nobody shows it.
 [[nodiscard]] ScriptValue displayNotification(WorldContext& context, const Command& command);
 
 } // namespace qv::applescript::world

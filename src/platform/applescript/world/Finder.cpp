@@ -26,7 +26,7 @@ struct Call {
     const Command& command;
 
     [[nodiscard]] ScriptValue object() const { return objectIn(target, command); }
-    // With the object that is told as the direct one where there is none.
+    // Adds the object that is told as the direct one where there is none.
     [[nodiscard]] Command withObject() const {
         Command whole = command;
         whole.direct = object();

@@ -38,7 +38,7 @@ bool beginsWithFile(const Specifier& object) {
     return !object.steps.empty() && object.steps.front().key.is(ScriptValue::Kind::file);
 }
 
-// Whom a command is for: the application of its object, where that has one.
+// The application that a command is for: the one of its object, where that has one.
 const Specifier& addresseeOf(const Specifier& target, const Command& command) {
     const bool hasOwn = command.hasDirect && command.direct.is(ScriptValue::Kind::specifier) &&
                         !command.direct.asSpecifier().application.empty();

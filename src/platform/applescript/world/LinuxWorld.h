@@ -21,15 +21,15 @@ namespace qv::applescript {
 /// applications are those that are installed, and understand what every application does.
 class LinuxWorld final : public OutsideWorld {
 public:
-    /// Each is made where it is missing.
+    /// A service that is missing is made.
     struct Services {
         std::shared_ptr<WorkspaceService> workspace = {};
         std::shared_ptr<TrashService> trash = {};
         std::shared_ptr<UserProcesses> processes = {};
     };
-    /// `requester`: the process that asks, with its credentials. `end`: until when the script may
-    /// run; nothing here waits for longer. `runFolder`: where the machine's managers have their
-    /// sockets.
+    /// `requester`: the process that asks, with its credentials. `end`: the time at which the
+    /// script has to end; nothing here waits for longer. `runFolder`: the folder of the sockets of
+    /// the machine's managers.
     explicit LinuxWorld(ProcessIdentity::Shared requester, Services services, const Deadline& end,
                         std::string runFolder = "/run");
     ~LinuxWorld() override;

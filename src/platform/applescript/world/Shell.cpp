@@ -20,7 +20,7 @@ using Ending = CommandOutcome::Ending;
 
 constexpr std::int64_t kPrivilegeViolation = -10004;
 
-// Carriage returns for line ends, in place.
+// Writes carriage returns for line ends, in place.
 void alterLineEnds(std::string& text) {
     std::size_t length = 0;
     for (std::size_t i = 0; i < text.size(); ++i) {
@@ -43,7 +43,7 @@ std::string asScriptText(std::string bytes) {
 
 [[noreturn]] void refuseAsCanceled() { fail(error_number::kUserCanceled, "User canceled."); }
 
-// pkexec says so with statuses that a command could have as well, and with these words.
+// pkexec reports a refusal with statuses that a command could have as well, and with these words.
 bool isRefusal(const CommandOutcome& outcome) {
     constexpr int kDismissed = 126;
     constexpr int kNotAuthorized = 127;

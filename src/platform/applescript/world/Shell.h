@@ -18,7 +18,7 @@ namespace qv::applescript::world {
 /// where this process is not root.
 class Shell {
 public:
-    /// `end`: until when a command may take.
+    /// `end`: the time at which a command has to end.
     explicit Shell(const Deadline& end) : end_(end) {}
 
     ScriptValue run(const Command& command);

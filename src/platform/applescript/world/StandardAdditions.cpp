@@ -59,7 +59,7 @@ ScriptValue say(WorldContext& context, const Command& command) {
     if (session == nullptr || session->runtimeFolder.empty() || !program) {
         return {};
     }
-    // Not being heard is not a failure.
+    // The speech is not essential: a failure is ignored.
     const Error error = launch({.path = *program,
                                 .identifier = "spd-say",
                                 .command = {*program, "--", text},
@@ -95,7 +95,8 @@ ScriptValue openLocation(WorldContext& context, const Command& command) {
     fail(error_number::kNoUserInteraction, "No user interaction allowed.");
 }
 
-// Of the environment that a shell command would see; of all of it the names.
+// The value of a variable of the environment that a shell command would see; without a name the
+// names of all.
 ScriptValue systemAttribute(Shell& shell, const Command& command) {
     const std::string wanted = command.hasDirect ? textFrom(command.direct) : std::string();
     std::vector<ScriptValue> names;

@@ -139,7 +139,7 @@ std::optional<WorldObject> SystemEventsObjects::named(const WorldObject& of, Ter
     if (!isProcessType(type) || key.isNumber()) {
         return std::nullopt;
     }
-    // By the name that the application has for people.
+    // The application under its name for people.
     const auto application =
         findApplication(context(), {.application = textFrom(key), .steps = {}});
     const std::vector<RunningProcess> its =

@@ -74,7 +74,7 @@ bool isUnitOf(std::string_view unit, std::string_view identifier) {
         [&](const auto& each) { return name == each || name.ends_with("-" + each); });
 }
 
-// How processes of an application are known.
+// Recognises the processes of an application.
 class Recognition {
 public:
     Recognition(const ApplicationStart& application, uid_t user)
@@ -95,8 +95,8 @@ public:
         }
         program_ = withoutLinks(words_[0]);
         const std::string_view name = lastName(program_);
-        // Other programs are known by themselves, unless the application is one use of them. One
-        // that an interpreter's options alone tell of could be any use.
+        // Other programs are known by themselves, unless the application is one use of them. An
+        // interpreter's options alone could belong to any use of it.
         needsArguments_ = std::any_of(words_.begin() + 1, words_.end(),
                                       [](const auto& each) { return !each.starts_with('-'); });
         isShared_ = beginsLikeOne(name, kShared) || beginsLikeOne(lastName(words_[0]), kShared) ||
@@ -150,7 +150,8 @@ struct Held {
     Descriptor pidfd;
 };
 
-// Held first, then found: a number that is another's by now is not among those that are found.
+// The processes are held first, then found: a number that belongs to another process by now is not
+// among those that are found.
 std::vector<Held> holdProcessesOf(WorldContext& context, const ApplicationStart& application) {
     std::vector<Held> held;
     for (RunningProcess& each : processesOf(context, application)) {
@@ -183,7 +184,7 @@ bool waitForAll(const std::vector<Held>& held, const Deadline& deadline) {
     return true;
 }
 
-// Those that another of them has started end with it.
+// A process that another of them has started ends with it.
 void terminate(const std::vector<Held>& held) {
     for (const Held& each : held) {
         const bool isChild = std::ranges::any_of(

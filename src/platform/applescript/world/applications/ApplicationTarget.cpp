@@ -30,7 +30,7 @@ std::string shownApplication(const Specifier& application) {
 }
 
 [[noreturn]] void failToLaunch(const ResolvedApplication& application, const Error& error) {
-    // It may lack a file, but the application is there.
+    // A file may be missing, but the application is there.
     if (error.domain() == error_domain::kOSStatus) {
         fail(error.code(), error.localizedDescription(), application.name);
     }

@@ -17,13 +17,14 @@ struct ResolvedApplication {
     std::string path; ///< of its bundle, its desktop entry or its program
 };
 
-/// By name, path or identifier; none if it is not installed.
+/// Finds an application by name, path or identifier; none if it is not installed.
 [[nodiscard]] std::optional<ResolvedApplication> findApplication(WorldContext& context,
                                                                  const Specifier& application);
 /// The same; -1728 if there is none.
 [[nodiscard]] ResolvedApplication resolvedApplication(WorldContext& context,
                                                       const Specifier& application);
-/// How it is started, which says how its processes are known; -10810 and the like if it cannot be.
+/// The way in which it is started, which says how its processes are known; -10810 and the like if
+/// it cannot be.
 [[nodiscard]] ApplicationStart startOf(WorldContext& context,
                                        const ResolvedApplication& application);
 /// Starts it in the session of the requester.

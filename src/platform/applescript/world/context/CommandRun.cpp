@@ -83,7 +83,7 @@ struct Source {
     Descriptor descriptor;
     std::string* text = nullptr;
 
-    /// False at its end.
+    /// Returns false at its end.
     [[nodiscard]] bool read() const {
         std::array<char, 65536> piece; // NOLINT(cppcoreguidelines-pro-type-member-init): read into
         const ssize_t count = ::read(descriptor.get(), piece.data(), piece.size());
@@ -94,7 +94,7 @@ struct Source {
     }
 };
 
-// `exited` when all of both has been read.
+// Returns `exited` when all of both has been read.
 Ending readBoth(std::array<Source, 2>& sources, const Deadline& deadline, std::size_t longest,
                 const TerminationWatch& watch) {
     while (sources[0].descriptor || sources[1].descriptor) {

@@ -9,7 +9,7 @@
 
 namespace qv::applescript::world {
 
-/// How a program went whose outputs were read.
+/// The outcome of a program whose outputs were read.
 struct CommandOutcome {
     enum class Ending : std::uint8_t {
         exited,      ///< `status` is its exit status

@@ -21,13 +21,13 @@ inline constexpr std::string_view kStartupDisk = "Startup Disk";
 /// A single name, in either direction.
 [[nodiscard]] std::string exchangedSeparators(std::string_view name);
 
-/// Where volumes are mounted, the root first.
+/// The folders at which volumes are mounted, the root first.
 [[nodiscard]] std::vector<std::string> volumes();
 /// The name of the volume that is mounted there.
 [[nodiscard]] std::string volumeName(std::string_view mountPoint);
 
 [[nodiscard]] std::string_view lastName(std::string_view path) noexcept;
-/// "/" for a name at the root and the root itself.
+/// The folder of a path; "/" for a name at the root and the root itself.
 [[nodiscard]] std::string folderOf(std::string_view path);
 [[nodiscard]] std::string joined(std::string_view folder, std::string_view name);
 

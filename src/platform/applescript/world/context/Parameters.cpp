@@ -56,7 +56,7 @@ constexpr std::array kErrnoNumbers = std::to_array<ErrnoNumber>({
     {EBUSY, error_number::kFileBusy},
 });
 
-// Of the error itself, or of one beneath it.
+// The errno of the error itself, or of one beneath it.
 int errnoOf(Error error) {
     while (error.domain() != error_domain::kPOSIX) {
         const Value information = error.userInfo();

@@ -31,7 +31,7 @@ struct WorldContext {
     [[nodiscard]] const LaunchSession* session();
     /// The session if it has a screen, else error -1713.
     [[nodiscard]] const LaunchSession& screenSession();
-    /// On whose behalf: the user of the session, else the effective one.
+    /// The user on whose behalf it acts: the user of the session, else the effective one.
     [[nodiscard]] const UserRecord& user();
 
     /// Has work done by a process that is that user. An error of the work, or of having it done, is

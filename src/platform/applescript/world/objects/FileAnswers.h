@@ -23,11 +23,11 @@ struct FileFacts {
     bool isDisk = false;    ///< something is mounted there
     bool isApplication = false;
 
-    /// None if there is nothing at the path, or it must not be looked at.
+    /// Returns none if there is nothing at the path, or it must not be looked at.
     [[nodiscard]] static std::optional<FileFacts> of(const std::string& path);
     /// Whether it is one of `folder`, `file`, `disk` and the like.
     [[nodiscard]] bool is(Term type) const;
-    /// As `class of` tells it.
+    /// The class as `class of` tells it.
     [[nodiscard]] Term type() const;
 };
 

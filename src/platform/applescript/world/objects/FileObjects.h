@@ -10,12 +10,12 @@
 
 namespace qv::applescript::world {
 
-/// Disks, folders and files as objects: of Finder, of System Events, and of no application where a
-/// script asks for a property of a file.
+/// The disks, folders and files as objects: of Finder, of System Events, and of no application
+/// where a script asks for a property of a file.
 class FileObjects : public ObjectModel {
 public:
     struct Manner {
-        std::string application;  ///< who speaks in errors
+        std::string application;  ///< the application that errors name
         bool showsHidden = false; ///< elements of folders include names that begin with a dot
         Term relativeTo = Term::desktop; ///< the folder of an item that has only a name
     };

@@ -13,7 +13,8 @@ namespace qv::applescript::world {
 
 namespace {
 
-// In a user's home, with its key of user-dirs.dirs; and for all users, empty where there is none.
+// The folder in a user's home, with its key of user-dirs.dirs, and the one for all users, empty
+// where there is none.
 struct KnownFolder {
     Term term;
     std::string_view inHome;

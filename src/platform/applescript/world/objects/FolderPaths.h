@@ -8,9 +8,9 @@
 
 namespace qv::applescript::world {
 
-/// Where a folder is that the platform knows by a name (`desktop`, `application support`): for the
-/// user on whose behalf this acts, or, from the local or the system domain, for all. Folders of a
-/// user follow user-dirs.dirs (xdg-user-dirs), else lie in the home by their English names. None
+/// The path of a folder that the platform knows by a name (`desktop`, `application support`): for
+/// the user on whose behalf this acts, or, from the local or the system domain, for all. Folders of
+/// a user follow user-dirs.dirs (xdg-user-dirs), else lie in the home by their English names. None
 /// for a term that is not a folder, or of which the domain has none. `domain`: Term::none for the
 /// usual one. No slash at its end; nothing need be there.
 [[nodiscard]] std::optional<std::string> folderPath(WorldContext& context, Term folder,

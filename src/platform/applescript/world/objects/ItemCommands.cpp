@@ -224,7 +224,7 @@ ScriptValue ItemCommands::duplicate(const Command& command) {
 
 void ItemCommands::makeOne(Term type, const std::string& path, const Command& command) {
     const ItemPlace place = placeFor(path, application());
-    constexpr mode_t kFolderMode = 0777; // what the process lets of it
+    constexpr mode_t kFolderMode = 0777; // narrowed by the process's umask
     constexpr mode_t kFileMode = 0666;
     int made = -1;
     if (type == Term::folder) {

@@ -65,7 +65,7 @@ private:
     }
 };
 
-// One way along a specifier.
+// The way along one specifier.
 class Resolution {
 public:
     Resolution(ObjectModel& model, const Specifier& specifier)

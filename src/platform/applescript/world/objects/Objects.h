@@ -44,7 +44,7 @@ public:
 
     /// The application that errors name; may be empty.
     [[nodiscard]] virtual std::string applicationName() const = 0;
-    /// All elements of a class; none if there can be none.
+    /// Returns all elements of a class; none if there can be none.
     virtual std::optional<std::vector<WorldObject>> elements(const WorldObject& of, Term type) = 0;
     /// The element of a name, or of a file value or number that stands for one; none if there is
     /// none.
@@ -62,7 +62,8 @@ struct Answers {
     std::vector<ObjectAnswer> each;
 };
 
-/// Goes all the way of a specifier; -1728 for an object that does not exist, -1719 for an index.
+/// Resolves a specifier from its application down to the object; -1728 for an object that does not
+/// exist, -1719 for an index.
 [[nodiscard]] Answers resolve(ObjectModel& model, const Specifier& specifier);
 /// The same as a value: objects are references.
 [[nodiscard]] ScriptValue valueOf(ObjectModel& model, const Answers& answers);
@@ -75,7 +76,7 @@ struct Answers {
 [[nodiscard]] bool holds(ObjectModel& model, const Specifier::Filter& filter,
                          const WorldObject& object);
 
-/// `process "x" of application "X"`.
+/// Describes an object: `process "x" of application "X"`.
 [[nodiscard]] std::string described(const Specifier& specifier);
 
 } // namespace qv::applescript::world
