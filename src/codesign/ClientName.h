@@ -4,10 +4,10 @@
 
 namespace qv {
 
-/// How an accepted client is called in records.
+/// The names of an accepted client in records.
 struct ClientName {
     std::string name;       ///< of the allowed client, or "built in"
-    std::string identifier; ///< that its program is signed with
+    std::string identifier; ///< the identifier that its program is signed with
     std::string team;
     std::string codeHash; ///< of its code directory, hexadecimal
 };

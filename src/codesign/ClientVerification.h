@@ -32,7 +32,7 @@ public:
     ClientVerification& operator=(ClientVerification&&) = delete;
     ~ClientVerification();
 
-    /// What a QVCodeSignatureVerifier is given; lives as long as this object.
+    /// The services of a QVCodeSignatureVerifier; they live as long as this object.
     [[nodiscard]] CodeSigningServices& services() noexcept;
 
     /// Has another process, the examiner, judge the program of a peer. Ends with its owner, which
@@ -47,12 +47,12 @@ public:
 
         /// Asks the examiner that listens at `path`. The error says why it cannot be asked.
         [[nodiscard]] tl::expected<void, std::string> begin(const std::string& path);
-        // Once begun:
-        /// To be watched until it can be written, or read, by isSending().
+        // Valid once it was begun. To be watched until it can be written, or read, by isSending().
         [[nodiscard]] int descriptor() const noexcept;
         [[nodiscard]] bool isSending() const noexcept;
-        /// Goes on without waiting. True once the judgement is there; it counts for the very next
-        /// look-up, so that has to be made at once. The error says why there is none.
+        /// Continues the examination without waiting. True once the judgement is there; it counts
+        /// for the very next look-up, so that has to be made at once. The error says why there is
+        /// none.
         [[nodiscard]] tl::expected<bool, std::string> advance();
 
     private:
@@ -73,11 +73,11 @@ public:
 
     /// The same choices for a program that asks the services itself.
     [[nodiscard]] static CodeSigningConfiguration configuration();
-    /// Why that names no client group; empty when it does.
+    /// The reason why the build names no client group; empty when it names one.
     [[nodiscard]] static std::string clientGroupReason();
     [[nodiscard]] static std::string_view anchorsDirectory() noexcept;
-    /// None when the machine has no such group, or it could not be looked up: then no client is
-    /// marked, and none passes on the strength of its mark.
+    /// Returns none when the machine has no such group, or it could not be looked up: then no
+    /// client is marked, and none passes on the strength of its mark.
     [[nodiscard]] std::optional<gid_t> clientGroup() const noexcept;
     /// The faults of this machine that keep good clients out now, a line each.
     [[nodiscard]] std::vector<std::string> warnings() const;

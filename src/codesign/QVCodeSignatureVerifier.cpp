@@ -55,7 +55,7 @@ QVCodeSignatureVerifier::QVCodeSignatureVerifier(
     tl::expected<std::shared_ptr<const SecCode>, Error> guest, std::string_view teamID,
     std::uint32_t requiredCodeSignatureAttributes, CodeSigningServices& services)
     : _requiredCodeSignatureAttributes(requiredCodeSignatureAttributes),
-      // Every system of today is as new as the one that brought the hardened runtime.
+      // Every system of today is newer than the one that brought the hardened runtime.
       _requiredCodeSignatureAttributesAlternative(code_flags::kValid | code_flags::kRuntime),
       _codeSignatureRequirement(codeSignatureRequirementWithTeamID(teamID)), services_(services),
       log_(log::NSLog) {

@@ -45,8 +45,8 @@ public:
                             std::string_view teamID, std::uint32_t requiredCodeSignatureAttributes,
                             CodeSigningServices& services);
 
-    /// Success: the process is acceptable. Else NSOSStatusErrorDomain with a status of the
-    /// code-signing services, or "QVCodeSignatureVerifierDomain" 1: the flags are not enough.
+    /// Returns success if the process is acceptable, else NSOSStatusErrorDomain with a status of
+    /// the code-signing services, or "QVCodeSignatureVerifierDomain" 1: the flags are not enough.
     Error verifyRequirements() const;
 
     /// Whether verifyRequirements() would succeed with another requirement; logs nothing. A way to
@@ -56,10 +56,10 @@ public:
     /// Tells, whenever it is asked, whether the process still is the very program that was looked
     /// up. May outlive the verifier.
     [[nodiscard]] std::function<bool()> identityCheck() const;
-    /// What the program is signed as; empty texts for what is not there. The client's own name is
-    /// the caller's to give.
+    /// The names that the program is signed with; empty texts for those that are not there. The
+    /// client's own name is the caller's to give.
     [[nodiscard]] ClientName signedName() const;
-    /// Where the lines of a verification go; the system log, if not told otherwise.
+    /// The function that takes the lines of a verification; the system log, if not told otherwise.
     using Log = std::function<void(std::string_view)>;
     void setLog(Log log) { log_ = std::move(log); }
 

@@ -1,5 +1,5 @@
-// How long a program's signature takes to judge: the first time, against what the command-line
-// digest of the same file takes, and again while nothing has changed.
+// Measures the judgement of a program's signature: the first time, against the command-line digest
+// of the same file, and again while nothing has changed.
 //
 //   bench_static_code [SIZE-IN-MIB]
 
@@ -97,7 +97,8 @@ void measure(std::size_t mebibytes) {
     qv::CodeExaminer forgetful(folder / "anchors.d", ::geteuid(),
                                qv::ExaminationCache(::geteuid() + 1));
     qv::CodeExaminer examiner(folder / "anchors.d", ::geteuid(), qv::ExaminationCache(::geteuid()));
-    std::this_thread::sleep_for(kSettlingTime); // what was just changed is looked at every time
+    // A file that was just changed is examined every time.
+    std::this_thread::sleep_for(kSettlingTime);
     const double peer = fastest(kRounds, [&] { digestOnCommandLine(path); });
     const double cold = fastest(kRounds, [&] { examine(forgetful); });
     examine(examiner);

@@ -1,5 +1,5 @@
-// What the examiner and the service say to each other: an examiner that was taken over may answer
-// anything, and what is read of it must read the same again.
+// The messages between the examiner and the service: an examiner that was taken over may answer
+// anything, and each message that is read must read the same again.
 
 #include "platform/security/examination/ExaminerCall.h"
 #include "platform/security/signature/StaticCode.h"
@@ -23,7 +23,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     const qv::WorkResult content = reader.result();
     if (!content) {
-        static_cast<void>(content.error().localizedDescription()); // which the service logs
+        static_cast<void>(content.error().localizedDescription()); // the service logs this
         return 0;
     }
     if (const auto code = qv::StaticCode::decoded(*content)) {

@@ -1,4 +1,4 @@
-// Arbitrary text as each of the process files: what is taken from it stands in it, and a refusal
+// Arbitrary text as each of the process files: the values taken from it stand in it, and a refusal
 // tells why.
 
 #include "platform/foundation/os/ProcessText.h"

@@ -8,7 +8,7 @@ namespace qv::examiner {
 
 /// Judges programs for the service: takes connections of a listening socket, each with one request
 /// (platform/security/examination/ExaminerCall.h), and gives each to a process of its own, which
-/// answers and ends. What a stranger's bytes might do to that process reaches neither the next
+/// answers and ends. Harm that a stranger's bytes might do to that process reaches neither the next
 /// examination nor this one.
 class Examiner {
 public:

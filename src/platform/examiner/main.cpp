@@ -59,8 +59,8 @@ bool verifyOnce() {
 
 } // namespace
 
-// Started through its socket with a user of its own. No arguments, no environment, no files: all
-// that it ever sees are the descriptors that the service sends.
+// The program is started through its socket with a user of its own. No arguments, no environment,
+// no files: all that it ever sees are the descriptors that the service sends.
 int main(int count, char** arguments) {
     if (qv::configuration::toldVersion("QVCatalogExaminer", count, arguments)) {
         return EXIT_SUCCESS;

@@ -100,14 +100,14 @@ TEST_F(ExaminerTest, HasGivenUpEveryPrivilege) {
     }
 }
 
-// Neither they nor clients that are slow keep others waiting.
+// Neither broken requests nor slow clients keep others waiting.
 TEST_F(ExaminerTest, RefusesBrokenRequests) {
     const auto frame = [](const Value& value) { return frameOf(value, kLongestRequest).value(); };
     const std::string good = frame(Value::dictionary(
         {{"anchors", anchors()->encoded()}, {"milliseconds", Value::integer(1)}}));
     std::vector<ExaminerCall> calls;
     for (const std::string& bytes :
-         {std::string(), good.substr(0, good.size() / 2), good + "more", good /* and no program */,
+         {std::string(), good.substr(0, good.size() / 2), good + "more", good /* no program */,
           frame(Value::array({})), frame(Value::dictionary({{"anchors", Value()}}))}) {
         auto call = ExaminerCall::begin(socketPath(), 0, *anchors(), kTime).value();
         EXPECT_TRUE(writeAll(call.descriptor(), bytes)); // in place of its own request
@@ -126,7 +126,8 @@ TEST_F(ExaminerTest, RefusesBrokenRequests) {
     EXPECT_TRUE(examined(opened().get()));
 }
 
-// What an examiner that breaks leaves behind is no judgement, whatever it was about to say.
+// The incomplete answer of an examiner that breaks is not a judgement, whatever it was about to
+// say.
 TEST_F(ExaminerTest, TakesNoBrokenAnswer) {
     const std::string place = folder_ / "false.sock";
     const Descriptor listener = listenAt(place);

@@ -100,14 +100,14 @@ TEST(CMSSignature, RefusesZeroSigners) {
     STACK_OF(CMS_SignerInfo)* signers = CMS_get0_SignerInfos(cms.get());
     CMS_SignerInfo* signer = sk_CMS_SignerInfo_pop(signers);
     const std::string none = derOf(i2d_CMS_ContentInfo, cms.get());
-    sk_CMS_SignerInfo_push(signers, signer); // which frees it
+    sk_CMS_SignerInfo_push(signers, signer); // the library frees it with the others
     EXPECT_THAT(reasonOf(CMSSignature::verify(kContent, none)),
                 testing::HasSubstr("signers is not one"));
 }
 
 TEST(CMSSignature, TakesExactlyItsBytes) {
     const std::string der = cmsOver(kContent, usual());
-    // Indefinite length: another encoding of the same, outside what is signed.
+    // The indefinite length is another encoding of the same, outside the signed bytes.
     std::vector<std::string> damaged = {der + '\0',
                                         "\x30\x80" + der.substr(4) + std::string(2, '\0')};
     for (std::size_t length = 0; length < der.size(); length += 7) {

@@ -1,4 +1,4 @@
-// What a build or a machine decides about installing clients; the rest is tested through the
+// The decisions of a build or a machine about installing clients; the rest is tested through the
 // command.
 
 #include "platform/security/install/ClientInstaller.h"

@@ -125,7 +125,7 @@ TEST_F(CodeExaminerTest, DeferringOneReadsNothingSigned) {
     const Code provided = judgement(examiner, opened().get());
     EXPECT_EQ(judgement(examiner, opened().get()), provided) << "and is remembered";
 
-    ASSERT_TRUE(program_.sign()); // which makes another file
+    ASSERT_TRUE(program_.sign()); // signing makes another file
     for (const char* change : {"file", "anchors"}) {
         judge(unjudged());
         if (change == std::string_view("file")) {

@@ -124,7 +124,7 @@ TEST(CodeSigner, LeavesProgramAloneWhenItRefuses) {
          [&](auto& request) {
              request.intermediatePaths = {write("i", other.intermediate.certificatePEM())};
          },
-         kSignatureInvalid, "no part of the chain"},
+         kSignatureInvalid, "not part of the chain"},
         {"too much information",
          [](auto& request) {
              request.info = Value::dictionary({{"k", Value::data(std::string(65536, 'x'))}});

@@ -32,7 +32,7 @@ public:
     }
     [[nodiscard]] int calls() const { return calls_; }
     [[nodiscard]] bool hasFailed() const { return failed_; }
-    /// Each kind of call that was failed, ever.
+    /// Every kind of call that was failed so far.
     [[nodiscard]] const std::set<std::string_view>& kindsFailed() const { return kindsFailed_; }
     /// All paths that were looked at, ever.
     [[nodiscard]] const std::set<std::string>& paths() const { return paths_; }
@@ -136,7 +136,7 @@ TEST_F(GuestFaults, AcceptsNoMarkedClientAfterFailedCall) {
                 IsSupersetOf({"open", "status", "statusAt", "read", "hasEnded"}));
 }
 
-// Without a connection only such a client can be accepted; it may be named in two ways.
+// Only such a client can be accepted without a connection; it may be named in two ways.
 TEST_F(GuestFaults, AcceptsNoDebuggableClientAfterFailedCall) {
     const ClientProcess client(
         ClientProcess::Options::asNobody(programs()->debuggableClient("debuggable")));
@@ -151,7 +151,7 @@ TEST_F(GuestFaults, AcceptsNoDebuggableClientAfterFailedCall) {
     }
 }
 
-// To look at a process can take as long as its user likes: the service looks only at processes that
+// A look at a process can take as long as its user likes: the service looks only at processes that
 // have shown the mark.
 TEST_F(GuestFaults, OpensNothingOfUnmarkedPeers) {
     CodeSigningConfiguration everybodys = programs()->configuration();
@@ -178,7 +178,7 @@ TEST_F(GuestFaults, OpensNothingOfUnmarkedPeers) {
     }
 }
 
-// What is asked before each message of an accepted client.
+// The check before each message of an accepted client.
 TEST_F(GuestFaults, TakesUnobservableClientsForChanged) {
     ClientProcess::Options options =
         ClientProcess::Options::asNobody(programs()->markedClient("watched", 0x10300));
@@ -203,8 +203,8 @@ TEST_F(GuestFaults, TakesUnobservableClientsForChanged) {
     }
 }
 
-// Before each call of its look-up a client ends, or executes another program; and no moment turns
-// the program that connected into the one that it executes.
+// A client ends, or executes another program, before each call of its look-up; at no moment is the
+// executed program taken for the one that connected.
 TEST_F(GuestFaults, RefusesClientsThatChangeMeanwhile) {
     ClientProcess::Options marked =
         ClientProcess::Options::asNobody(programs()->markedClient("changes", 0x10300));

@@ -17,7 +17,7 @@ using testing::HasSubstr;
 constexpr std::uint32_t kAsked = kHard | kKill | kRequireLibraryValidation | kRuntime;
 constexpr std::uint32_t kPlain = kSigned | kValid;
 
-/// Real processes, and the flags that they get for what the kernel tells of them.
+/// Tests real processes, and the flags that they get for what the kernel tells of them.
 class GuestFlagsLive : public GuestTest {
 protected:
     void SetUp() override {
@@ -65,7 +65,7 @@ TEST_F(GuestFlagsLive, WithholdsFlagsFromClientsThatOpenUp) {
         const GuestOutcome outcome = judgePeer(*services_, client);
         EXPECT_EQ(outcome.flags, (kPlain | kAsked) & ~lost) << command;
         EXPECT_EQ(outcome.validity, 0) << command << outcome.reason;
-        // Looked up without a connection, as a person does who asks.
+        // The process is looked up without a connection, as for a person who asks.
         const CodeReport report = reportGuest(**services_->lookUp(pidAttribute(client.pid())),
                                               *requirement, programs()->configuration());
         for (const FlagFinding& flag : report.flags) {

@@ -12,7 +12,7 @@ using namespace code_flags;
 
 constexpr gid_t kGroup = 4711;
 constexpr std::uint32_t kAsked = kHard | kKill | kRequireLibraryValidation | kRuntime;
-constexpr std::uint32_t kMarked = kAsked; // what only a marked process gets
+constexpr std::uint32_t kMarked = kAsked; // the flags that only a marked process gets
 constexpr std::uint32_t kAll = kSigned | kValid | kMarked;
 
 MappedCode mappedFile(ino_t inode, uid_t owner, mode_t mode) {

@@ -26,7 +26,7 @@ inline constexpr std::string_view kTeamRequirement =
     return Value::dictionary({{kSecGuestAttributePid, Value::integer(pid)}});
 }
 
-/// What a verifier would see, call by call; a call that is not reached has no status.
+/// The results that a verifier would see, call by call; a call that is not reached has no status.
 struct GuestOutcome {
     std::int32_t lookup = 0;
     std::optional<std::int32_t> information = std::nullopt;

@@ -35,7 +35,7 @@ protected:
         const Descriptor file(::open(program.c_str(), O_RDONLY | O_CLOEXEC));
         return own_.install(file.get(), eachStep);
     }
-    // Why the service would refuse a program; empty: it would not.
+    // The reason why the service would refuse a program; empty: it would not.
     std::string refusal(const std::string& program) {
         const Descriptor file(::open(program.c_str(), O_RDONLY | O_CLOEXEC));
         const auto code = GuestServices(configuration_).examine(file.get());
@@ -47,7 +47,7 @@ protected:
         }
         return code->reason() + list->reason + " refused";
     }
-    // Everything that there is, with modes, and what the small files hold.
+    // All items with their modes, and the content of the small files.
     std::string state() {
         return runProgram({"/bin/sh", "-c",
                            "cd \"$0\" && find . -printf '%p %m %g\\n' | sort && cat */*/*.pem "

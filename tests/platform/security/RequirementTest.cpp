@@ -98,7 +98,7 @@ TEST(RequirementCompile, BoundsNestingAndLength) {
     EXPECT_EQ(outcomeOf(longest), longest);
     EXPECT_EQ(Requirement::compile(longest + " ").error().reason,
               "the text is longer than 65536 bytes");
-    // What could not be compiled again must not be compiled either.
+    // A text that could not be compiled again must not be compiled either.
     EXPECT_EQ(Requirement::compile(repeat("info[a]or ", 6000) + "info[a]").error().reason,
               "written in full the text is longer than 65536 bytes");
 }
@@ -139,7 +139,8 @@ CertificateFacts leafCertificate() {
     return leaf;
 }
 
-// Leaf, intermediate and the vendor's root, or as many of them, from the leaf on, as are asked for.
+// The facts with leaf, intermediate and the vendor's root, or with the first of them, from the leaf
+// on.
 CodeFacts signedBy(std::size_t certificates) {
     CodeFacts facts;
     facts.identifier = "com.example.tool";
@@ -236,8 +237,8 @@ TEST(RequirementEvaluate, BoundsDepthOfTree) {
               codesign_status::kReqInvalid);
 }
 
-// Anchor and identifier given, the four other facts of the client requirement decide: everything
-// with the store marker, and intermediate, leaf marker and team together.
+// The four other facts of the client requirement decide when anchor and identifier are given:
+// everything with the store marker, and intermediate, leaf marker and team together.
 TEST(RequirementEvaluate, AcceptsNineOfSixteenClients) {
     const Requirement requirement = *Requirement::compile(kClient);
     for (unsigned facts = 0; facts < 16; ++facts) {

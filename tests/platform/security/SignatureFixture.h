@@ -17,8 +17,8 @@ namespace qv::test {
 /// A CMS signature of any shape, good or bad.
 struct CMSRecipe {
     std::vector<const TestIdentity*> signers;
-    /// Whose certificates go in as well.
-    // NOLINTNEXTLINE(readability-redundant-member-init): GCC misses it in designated initializers
+    /// The identities whose certificates go in as well.
+    /// NOLINTNEXTLINE(readability-redundant-member-init): GCC misses it in designated initializers
     std::vector<const TestIdentity*> others = {};
     unsigned flags = 0; ///< beside binary and detached
     const EVP_MD* digest = EVP_sha256();

@@ -138,7 +138,7 @@ TEST(StaticCode, HeedsTermsWhereDirectoryAsks) {
     EXPECT_EQ(program.examined(steady_clock::now()).status(), kCancelled);
 }
 
-// Flips bits of a signed file in place; what came of each.
+// Flips bits of a signed file in place, and judges each result.
 class Mutations {
 public:
     explicit Mutations(const SignedProgram& program)

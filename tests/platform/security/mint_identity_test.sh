@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Development identities: a minted one verifies, each option changes what it says, and only an
+# Tests development identities: a minted one verifies, each option changes the identity, and only an
 # identity is ever replaced. mint_identity_test.sh SOURCE-FOLDER
 set -euo pipefail
 
@@ -9,7 +9,7 @@ trap 'rm -rf "$folder"' EXIT
 cd "$folder"
 failures=0
 
-expect() { # WHAT COMMAND...
+expect() { # NAME COMMAND...
     local what=$1
     shift
     "$@" >"$folder/log" 2>&1 || { echo "FAILED: $what"; cat "$folder/log"; failures=1; }

@@ -14,7 +14,7 @@ CodeExaminer::Examined CodeExaminer::examine(int fd, Deadline deadline) {
     const Anchors anchors = anchors_.current();
     cache_.useAnchors(*anchors);
     const auto file = FileKey::of(fd);
-    if (!file) { // which the examination finds, too
+    if (!file) { // the examination reports this as well
         return std::make_shared<const StaticCode>(
             StaticCode::examine(fd, {.anchors = *anchors, .deadline = deadline}));
     }

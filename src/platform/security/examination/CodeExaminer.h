@@ -40,7 +40,7 @@ public:
     /// The program behind a descriptor that is open for reading.
     [[nodiscard]] Examined examine(int fd, Deadline deadline);
 
-    /// Why nobody is trusted at present; empty when somebody is.
+    /// The reason why nobody is trusted at present; empty when somebody is.
     [[nodiscard]] std::string anchorsReason() const { return anchors_.reason(); }
 
 protected:
@@ -56,8 +56,8 @@ private:
     ExaminationCache cache_;
 };
 
-/// Leaves the judgement of everything that is signed to somebody with less privilege: what a
-/// stranger has signed is not for a process of root to read.
+/// Leaves the judgement of everything that is signed to somebody with less privilege: a process of
+/// root must not read a file that a stranger has signed.
 class DeferringExaminer final : public CodeExaminer {
 public:
     using CodeExaminer::CodeExaminer;

@@ -33,7 +33,7 @@ public:
     /// Has to be called before the rest, with the anchors that the judgement is made under.
     void useAnchors(const AnchorSet& anchors);
 
-    /// Null when this file, as it is, has not been judged.
+    /// Returns null when this file, as it is, has not been judged.
     [[nodiscard]] std::shared_ptr<const StaticCode> find(const FileKey& file);
     void add(const FileKey& file, const std::shared_ptr<const StaticCode>& code);
 

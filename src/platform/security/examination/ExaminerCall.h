@@ -14,9 +14,9 @@
 
 namespace qv {
 
-// What the service and its examiner say to each other over a stream socket, one request and one
-// reply a connection: frames (ValueFrame.h). With the first byte of the request comes one
-// descriptor: the program, open for reading.
+// The messages between the service and its examiner over a stream socket, one request and one reply
+// a connection: frames (ValueFrame.h). With the first byte of the request comes one descriptor: the
+// program, open for reading.
 //
 //     request   "anchors" (AnchorSet::encoded), "milliseconds" (how long it may take)
 //     reply     StaticCode::encoded
@@ -28,9 +28,9 @@ inline constexpr std::size_t kLongestReply = std::size_t{1} << 20U;
 /// owner watches the descriptor and lets it go on. Ends with its owner.
 class ExaminerCall {
 public:
-    /// `path`: where the examiner listens, which must be root's or this user's own socket.
-    /// `program` is borrowed until the request is out; `time` is how long the judgement may take.
-    /// The error names the path and the cause.
+    /// `path` names the examiner's socket, which must be root's or this user's own. `program` is
+    /// borrowed until the request is out; `time` is the time that the judgement may take. The error
+    /// names the path and the cause.
     static tl::expected<ExaminerCall, std::string> begin(const std::string& path, int program,
                                                          const AnchorSet& anchors,
                                                          std::chrono::milliseconds time);
@@ -40,18 +40,18 @@ public:
     [[nodiscard]] bool isSending() const noexcept { return !request_.empty(); }
 
     using Result = tl::expected<StaticCode, std::string>;
-    /// Goes on as far as it can; none when it has to wait.
+    /// Continues as far as it can; none when it has to wait.
     [[nodiscard]] std::optional<Result> advance();
 
 private:
     ExaminerCall(Descriptor socket, int program, std::string request) noexcept;
-    /// What went wrong; empty when nothing did.
+    /// The fault in words; empty when there is none.
     std::string send();
     std::optional<Result> receive();
 
     Descriptor socket_;
     int program_;
-    std::string request_; // what of it has still to go
+    std::string request_; // the part of it that has still to be sent
     bool programSent_ = false;
     ValueFrameReader reply_{kLongestReply};
 };

@@ -83,7 +83,7 @@ GuardedFiles::Outcome<std::string> GuardedFiles::contentOf(int parent, const Ite
         return GuardedPath::fault(folder_, fmt::format("holds more than {} files", kMostFiles));
     }
     paths_.add(path, WatchedPaths::Kind::content);
-    // O_NONBLOCK: a pipe must not hold us up before it is found to be no file.
+    // O_NONBLOCK: a pipe must not hold us up before it is found not to be a regular file.
     const Descriptor opened(
         ::openat(parent, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     if (!opened) {
@@ -94,7 +94,7 @@ GuardedFiles::Outcome<std::string> GuardedFiles::contentOf(int parent, const Ite
         return fault(path, errno);
     }
     if (!S_ISREG(info.st_mode)) {
-        return GuardedPath::fault(path, "is no regular file");
+        return GuardedPath::fault(path, "is not a regular file");
     }
     if (const auto fine = guard_.judge(opened.get(), path, Place::inside); !fine) {
         return tl::unexpected(fine.error());

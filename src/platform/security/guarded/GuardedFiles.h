@@ -44,13 +44,13 @@ public:
     [[nodiscard]] static Outcome<std::vector<Item>> itemsIn(int folder, const std::string& path);
     [[nodiscard]] Outcome<std::string> contentOf(int parent, const Item& file);
 
-    /// All that was looked at.
+    /// All paths that were looked at.
     [[nodiscard]] WatchedPaths takePaths() { return std::move(paths_); }
 
 private:
     std::string folder_;
     mutable WatchedPaths paths_;
-    GuardedPath guard_; // tells us, so that we stay where we are
+    GuardedPath guard_; // it calls this object, which must not move
     std::size_t files_ = 0;
 };
 

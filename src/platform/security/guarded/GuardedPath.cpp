@@ -18,7 +18,7 @@ tl::unexpected<std::string> GuardedPath::fault(std::string_view path, std::strin
 
 GuardedPath::Outcome<Descriptor> GuardedPath::enter(const std::string& folder, Place last) const {
     if (!folder.starts_with('/')) {
-        return fault(folder, "is no absolute path");
+        return fault(folder, "is not an absolute path");
     }
     std::string path = "/";
     if (visitor_) {
@@ -39,7 +39,7 @@ GuardedPath::Outcome<Descriptor> GuardedPath::enter(const std::string& folder, P
             continue;
         }
         if (name == "." || name == "..") {
-            return fault(folder, "is no plain path");
+            return fault(folder, "is not a plain path");
         }
         path += path.ends_with('/') ? name : "/" + name;
         const bool isLast = folder.find_first_not_of('/', end) == std::string::npos;
@@ -61,7 +61,7 @@ GuardedPath::Outcome<Descriptor> GuardedPath::openFolder(int parent, const std::
     Descriptor folder(
         ::openat(parent, name.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     if (!folder) {
-        return errno == ENOTDIR ? fault(path, "is no folder (a symbolic link does not count)")
+        return errno == ENOTDIR ? fault(path, "is not a folder (a symbolic link does not count)")
                                 : fault(path, errnoText(errno));
     }
     if (const auto fine = judge(folder.get(), path, place); !fine) {

@@ -14,8 +14,8 @@ namespace qv {
 
 /// Goes down to a folder in which, and on the way to which, nobody can exchange anything but root
 /// and one other owner: every folder from the root directory on belongs to one of them, cannot be
-/// written by group or others, and is no symbolic link. Errors are a sentence that names the place,
-/// escaped.
+/// written by group or others, and is not a symbolic link. Errors are a sentence that names the
+/// place, escaped.
 class GuardedPath {
 public:
     template <typename T> using Outcome = tl::expected<T, std::string>;
@@ -25,16 +25,16 @@ public:
     };
     using Visitor = std::function<void(const std::string& path, Place place)>;
 
-    /// `visitor`, when there is one, is told each path before it is opened.
+    /// `visitor`, if given, is told each path before it is opened.
     explicit GuardedPath(uid_t allowedOwner, Visitor visitor = {})
         : allowedOwner_(allowedOwner), visitor_(std::move(visitor)) {}
 
     /// An absolute path without `.` and `..`. The folder is opened with O_PATH.
     [[nodiscard]] Outcome<Descriptor> enter(const std::string& folder, Place last) const;
-    /// One step down; `path` for the error.
+    /// Opens one folder below another; `path` is for the error.
     [[nodiscard]] Outcome<Descriptor> openFolder(int parent, const std::string& name,
                                                  const std::string& path, Place place) const;
-    /// Owner and mode of an open file or folder.
+    /// Judges owner and mode of an open file or folder.
     [[nodiscard]] Outcome<void> judge(int fd, const std::string& path, Place place) const;
 
     [[nodiscard]] static tl::unexpected<std::string> fault(std::string_view path,

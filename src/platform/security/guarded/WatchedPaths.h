@@ -20,10 +20,11 @@ public:
         ancestor, ///< a folder above: its times tell of others' files only
     };
 
-    /// Before the path is opened, so that no change in between goes unnoticed.
+    /// Has to be called before the path is opened, so that no change in between goes unnoticed.
     void add(const std::string& path, Kind kind);
     [[nodiscard]] bool areUnchanged() const;
-    /// Everything was last changed so long before `now` that a change to come shows in its times.
+    /// Whether everything was last changed so long before `now` that a change to come shows in its
+    /// times.
     [[nodiscard]] bool areSettledAt(std::chrono::system_clock::time_point now) const;
 
 private:
@@ -36,7 +37,7 @@ private:
     std::vector<Path> paths_;
 };
 
-/// Content of watched files. Looks at the times of all of them, and reads them again when one
+/// The content of watched files. Looks at the times of all of them, and reads them again when one
 /// moved, or so lately that a file may have changed again without showing it. May be used from
 /// several threads at once.
 template <typename T> class WatchedContent {
@@ -45,7 +46,7 @@ public:
     struct Reading {
         std::shared_ptr<const T> content;
         WatchedPaths paths;
-        bool mayBeKept = true; ///< false: what went wrong may go well the next time
+        bool mayBeKept = true; ///< false: the failure may be temporary
     };
 
     explicit WatchedContent(Clock clock) : clock_(std::move(clock)) {}

@@ -28,7 +28,7 @@ Value AuditToken::data() const {
 tl::expected<GuestSelector, Error> selectGuest(const Value& attributes) {
     if (const Value* audit = attributes.find(kSecGuestAttributeAudit)) {
         if (!audit->is(Value::Kind::data)) {
-            return invalid("the audit token is no data");
+            return invalid("the audit token is not data");
         }
         AuditToken token;
         if (audit->asData().size() != sizeof(token.words)) {
@@ -45,7 +45,7 @@ tl::expected<GuestSelector, Error> selectGuest(const Value& attributes) {
                              "the attributes hold neither a process number nor an audit token"));
     }
     if (!pid->is(Value::Kind::integer)) {
-        return invalid("the process number is no integer");
+        return invalid("the process number is not an integer");
     }
     const std::int64_t number = pid->asInteger();
     const bool possible = number > 0 && number <= std::numeric_limits<pid_t>::max();

@@ -24,7 +24,7 @@ struct AuditToken {
     [[nodiscard]] Value data() const;
 };
 
-/// Which process a guest attribute dictionary means.
+/// The process that a guest attribute dictionary names.
 struct GuestSelector {
     pid_t process = 0;                  ///< 0 where the number cannot be that of a process
     std::optional<std::uint64_t> inode; ///< of its pidfd, when an audit token names it

@@ -27,7 +27,7 @@ Error GuestCode::checkStillRunning() const {
         return codeSigningError(codesign_status::kNoSuchCode, "the process has ended");
     }
     if (!record_.handles.image) {
-        return {}; // whatever it executes by now, none of it was looked at
+        return {}; // the program that the process executes by now was not looked at
     }
     std::array<char, 64> begin{};
     const auto bytes = system_->read(record_.handles.image.get(), 0, begin);

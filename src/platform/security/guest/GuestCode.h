@@ -8,7 +8,7 @@
 
 namespace qv {
 
-/// What a look-up found, bound to the process by its descriptors.
+/// The result of a look-up, bound to the process by its descriptors.
 class GuestCode final : public SecCode {
 public:
     GuestCode(std::shared_ptr<ProcessFileSystem> system, GuestRecord record, GuestVerdict verdict);

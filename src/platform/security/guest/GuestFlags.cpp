@@ -15,7 +15,7 @@ namespace {
 
 using Shortcomings = std::vector<Shortcoming>;
 
-// Each of the following tells what is missing; empty: nothing is.
+// Each of the following functions returns the shortcomings; empty: there are none.
 
 Shortcomings missingForSignature(const SignatureFacts& signature) {
     if (!signature.present) {
@@ -38,7 +38,7 @@ Shortcomings missingForGetTaskAllow(const SignatureFacts& signature, bool develo
                : Shortcomings();
 }
 
-// Nobody installs a debuggable program as a client: whoever debugs it would have the mark.
+// Nobody installs a debuggable program as a client: its debugger would have the mark.
 Shortcomings missingForMark(const GuestObservation& seen, const SignatureFacts& signature,
                             std::optional<gid_t> clientGroup) {
     Shortcomings shortcomings = missingForMark(seen, clientGroup);
@@ -70,7 +70,8 @@ Shortcomings missingForNoTracer(const GuestObservation& seen) {
                                .remedy = "start it without a tracer (debugger, strace)"}};
 }
 
-// What is not installed as a client is dumpable because of that, not of something that it does.
+// A program that is not installed as a client is dumpable because of that, not of something that it
+// does.
 Shortcomings missingForDumpable(const GuestObservation& seen, const Shortcomings& mark) {
     const bool installed = std::ranges::all_of(mark, &Shortcoming::unseen);
     if (!installed || !seen.dumpableKnown || !seen.dumpable) {
@@ -173,7 +174,7 @@ public:
         Shortcomings shortcomings = unsignedCode_.empty() ? missing : unsignedCode_;
         const bool set = shortcomings.empty();
         const bool unseen = !set && std::ranges::all_of(shortcomings, &Shortcoming::unseen);
-        if (!unseen) { // what can be seen says more
+        if (!unseen) { // the visible shortcomings say more
             std::erase_if(shortcomings,
                           [](const Shortcoming& shortcoming) { return shortcoming.unseen; });
         }

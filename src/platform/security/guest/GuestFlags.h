@@ -13,7 +13,7 @@
 
 namespace qv {
 
-/// What the dynamic flags need to know about the signature.
+/// The facts about the signature that the dynamic flags need.
 struct SignatureFacts {
     bool present = false;       ///< there is one, whatever it is worth
     bool intact = false;        ///< mathematically good; the rest is empty without it
@@ -26,20 +26,21 @@ struct SignatureFacts {
 
 [[nodiscard]] SignatureFacts signatureFacts(const StaticCode& code);
 
-/// Why one flag is set or not, in words.
+/// The reason in words why one flag is set or not.
 struct FlagFinding {
     std::string_view name;
     std::uint32_t bit = 0;
     bool set = false;
     bool unseen = false; ///< not set, but only for want of a connection that shows the launch mark
     std::string why;
-    std::string remedy; ///< what would set it; empty: nothing is to be done, or nothing is known
+    /// The change that would set it; empty: nothing is to be done, or nothing is known.
+    std::string remedy;
 };
 
 struct GuestVerdict {
     std::uint32_t flags = 0; ///< code_flags
-    /// What the running image adds to the judgement of the signature: 0, kGuestInvalid or
-    /// kStaticCodeChanged.
+    /// The status that the running image adds to the judgement of the signature: 0, kGuestInvalid
+    /// or kStaticCodeChanged.
     std::int32_t imageStatus = codesign_status::kGuestInvalid;
     std::string imageReason;
     std::vector<FlagFinding> findings; ///< one for each flag that can be
@@ -49,10 +50,10 @@ struct GuestVerdict {
 [[nodiscard]] bool countsAsDebuggable(const SignatureFacts& signature,
                                       const CodeSigningConfiguration& configuration);
 
-/// For a program that does not run: which of the flags its signature asks for.
+/// Judges a program that does not run: the flags that its signature asks for.
 [[nodiscard]] std::vector<FlagFinding> judgeProgram(const SignatureFacts& signature);
 
-/// What keeps HARD from a process that maps this; none: nothing does.
+/// The shortcoming that keeps HARD from a process that maps this; none: nothing does.
 [[nodiscard]] std::optional<Shortcoming> missingForMapping(const MappedCode& code);
 
 /// Judges facts; asks nobody anything. Without an intact signature every flag is off.

@@ -74,7 +74,8 @@ tl::expected<GuestLookup::Found, Error> GuestLookup::run(ProcessIdentity::Shared
             failure = (this->*step)();
         }
         if (failure) {
-            // Whatever a process that goes away looks like, it has gone away.
+            // A process that goes away may look like anything: the look-up reports that it has
+            // gone.
             return tl::unexpected(hasEnded() ? noSuchProcess() : std::move(failure));
         }
         if (unjudged_) {
@@ -126,13 +127,15 @@ Error GuestLookup::openFolder() {
         return directory.error();
     }
     handles_.directory = std::move(*directory);
-    // Alive after the folder was opened: the number had not changed hands, the folder is its own.
+    // A process that is alive after the folder was opened still has its number, and the folder is
+    // its own.
     return requireAlive();
 }
 
-// Without developers' programs only a mark gets a client accepted, and it can be missed without a
-// look at the process. Such a look is its user's to delay: the kernel opens some files of a process
-// only when that is not about to execute another program, which can take for ever.
+// Only a mark gets a client accepted where developers' programs are not allowed, and its absence
+// shows without a look at the process. Such a look is its user's to delay: the kernel opens some
+// files of a process only when that is not about to execute another program, which can take for
+// ever.
 bool GuestLookup::lacksMarkForGood() const {
     return peer() && !configuration_.developmentAnchors &&
            !connectedWithMark(*peer(), configuration_.clientGroup);
@@ -174,7 +177,7 @@ Error GuestLookup::openImage() {
     return {};
 }
 
-// In a user namespace of its own a process may make its executable look like any other.
+// A process in a user namespace of its own may make its executable look like any other.
 Error GuestLookup::compareUserNamespaces() {
     const auto ours = reader_.statusAt(AT_FDCWD, "/proc/self/ns/user");
     if (!ours) {
@@ -214,9 +217,10 @@ Error GuestLookup::openExecutable() {
             "the executable stands on a file system of the type \"{}\"", located->fileSystem.type));
     }
     if (!S_ISREG(located->file.status.st_mode)) {
-        return codeSigningError(codesign_status::kRegularFile, "the executable is no regular file");
+        return codeSigningError(codesign_status::kRegularFile,
+                                "the executable is not a regular file");
     }
-    // Through our own descriptor: the link's text is the process's to choose.
+    // The executable is opened through our own descriptor: the process chooses the link's text.
     auto opened = reader_.openAt(AT_FDCWD, fmt::format("/proc/self/fd/{}", held->get()), O_RDONLY);
     if (!opened) {
         return notReadable(opened.error());
@@ -235,8 +239,8 @@ Error GuestLookup::openExecutable() {
     return {};
 }
 
-// Of a program that is not signed no flag can be set, so that no other fact about its process
-// matters to a service that such programs knock at; people who ask get them all.
+// A program that is not signed can have no flag, so a service needs no other fact about its
+// process; a person who asks gets them all.
 Error GuestLookup::recogniseUnsigned() {
     if (!peer() ||
         SignatureTrailer::isPresent(executable_.get(), observation_.executable.st_size)) {
@@ -368,7 +372,7 @@ Error GuestLookup::compareAgain() {
     return requireAlive();
 }
 
-// Data may come and go; what can be executed may not.
+// Data may come and go; executable code may not.
 tl::expected<bool, Error> GuestLookup::isMappedAsBefore(int maps) {
     const auto text = reader_.text(maps, "maps");
     if (!text) {

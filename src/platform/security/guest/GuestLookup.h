@@ -24,7 +24,7 @@ namespace qv {
 /// The descriptors that bind a look-up to one image of one process.
 struct GuestHandles {
     ProcessIdentity::Shared process;
-    // None of these of a peer that was turned away by its credentials:
+    // The members below are empty for a peer that was turned away by its credentials:
     Descriptor directory; ///< of the process in procfs; answers ESRCH once the process is gone
     Descriptor image; ///< its `maps`: reads nothing once the process has executed something else
 };
@@ -44,7 +44,7 @@ public:
     GuestLookup(ProcessFileSystem& system, const CodeSigningConfiguration& configuration,
                 CodeExaminer& examiner);
 
-    /// What was found, or the program if it has to be judged first.
+    /// The record of the process, or the program if it has to be judged first.
     using Found = std::variant<GuestRecord, UnjudgedProgram>;
     /// Looks at the process that the selector names now. Errors are those of codeSigningError: a
     /// status and the reason in words.

@@ -12,7 +12,7 @@
 
 namespace qv {
 
-/// What stands behind one executable mapping.
+/// The origin of one executable mapping.
 struct MappedCode {
     enum class Backing : std::uint8_t {
         kernel,    ///< [vdso], [vsyscall]
@@ -29,18 +29,19 @@ struct MappedCode {
     return left.st_dev == right.st_dev && left.st_ino == right.st_ino;
 }
 
-/// What the kernel showed of a living process in one look-up. Facts only; GuestFlags judges them.
+/// The facts that the kernel showed of a living process in one look-up. Facts only; GuestFlags
+/// judges them.
 struct GuestObservation {
     pid_t process = 0;
     std::optional<PeerCredentials> peer; ///< at connect; none: not looked up through a connection
     struct stat executable{};            ///< at the end of the look-up
-    MountedFileSystem fileSystem;        ///< that the executable stands on
+    MountedFileSystem fileSystem;        ///< the file system on which the executable stands
     std::string path;                    ///< of the executable as shown, escaped; for people only
     ProcessStatus status;                ///< at the end; `tracer` when there was one at any time
     bool dumpable = true;                ///< its own user may look into it or trace it
     bool dumpableKnown = false;          ///< not told of a process that runs as root
     std::vector<MappedCode> mappings;    ///< all that is executable
-    std::string change;                  ///< what changed while it was looked at; empty: nothing
+    std::string change;                  ///< the change while it was looked at; empty: nothing
 };
 
 } // namespace qv

@@ -83,7 +83,7 @@ void appendFile(Facts& all, const struct stat& info, const MountedFileSystem& fi
                                              info.st_nlink, info.st_nlink == 1 ? "" : "s")});
 }
 
-// All that withhold HARD, up to a number that a person reads.
+// Describes all mappings that withhold HARD, up to a number that a person reads.
 std::string describeMappings(const std::vector<MappedCode>& mappings) {
     constexpr std::size_t kMost = 8;
     std::vector<std::string> bad;
@@ -116,7 +116,7 @@ void appendProcess(Facts& all, const GuestObservation& seen) {
     all.push_back({"executable mappings", describeMappings(seen.mappings)});
 }
 
-/// Nothing of an unknown chain can be told; and a remedy against a condition helps only when the
+/// An unknown chain has no conditions to tell; and a remedy against a condition helps only when the
 /// signature itself is good.
 std::vector<RequirementFinding> conditionsOf(const Requirement& requirement,
                                              const StaticCode& code) {
@@ -132,7 +132,7 @@ std::vector<RequirementFinding> conditionsOf(const Requirement& requirement,
     return conditions;
 }
 
-/// What a program's file has of the mark.
+/// The launch mark as far as a program's file shows it.
 ReportFact markOf(const ProgramFile& file, const StaticCode& code,
                   const CodeSigningConfiguration& configuration) {
     if (countsAsDebuggable(signatureFacts(code), configuration)) {

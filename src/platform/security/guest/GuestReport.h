@@ -17,19 +17,19 @@ class GuestCode;
 class StaticCode;
 struct CodeSigningConfiguration;
 
-// What a person wants to know who asks why a program is accepted or refused. Everything that comes
-// from outside is escaped.
+// A report for a person who asks why a program is accepted or refused. Everything that comes from
+// outside is escaped.
 
 struct ReportFact {
     std::string name;
     std::string text;
     // NOLINTNEXTLINE(readability-redundant-member-init): GCC misses it in initializers
-    std::string remedy = {}; ///< what to change about it; empty: nothing
+    std::string remedy = {}; ///< the change that would help; empty: nothing
 };
 
 struct CodeReport {
-    std::vector<ReportFact> identity; ///< which program it is, and its flags in one number
-    std::vector<ReportFact> facts;    ///< what the judgement rests on
+    std::vector<ReportFact> identity; ///< the program, and its flags in one number
+    std::vector<ReportFact> facts;    ///< the basis of the judgement
     std::vector<FlagFinding> flags;
     std::vector<RequirementFinding> conditions; ///< of the requirement
     Error failure; ///< of the validity check, the requirement included; empty: the code is valid
@@ -42,15 +42,15 @@ struct ProgramFile {
     MountedFileSystem fileSystem;
 };
 
-/// Success, or the status and the conditions that decided against the code.
+/// Returns success, or the status and the conditions that decided against the code.
 [[nodiscard]] Error checkRequirement(const Requirement& requirement, const CodeFacts& facts);
 
-/// Index of the first of some requirements that the code satisfies; else of the one that it lacks
-/// the fewest conditions of.
+/// The index of the first of some requirements that the code satisfies; else of the one that it
+/// lacks the fewest conditions of.
 [[nodiscard]] std::size_t nearestRequirement(std::span<const Requirement> requirements,
                                              const CodeFacts& facts);
 
-/// "STATUS (MEANING): REASON" of an error of the code-signing services.
+/// The text "STATUS (MEANING): REASON" for an error of the code-signing services.
 [[nodiscard]] std::string explainCodeSigningError(const Error& error);
 
 /// The code directory hash in hexadecimal.

@@ -57,7 +57,7 @@ public:
     /// The signature of a program on disk, by a descriptor open for reading.
     [[nodiscard]] std::shared_ptr<const StaticCode> examine(int fd) const;
 
-    /// Why nobody is trusted at present; empty when somebody is.
+    /// The reason why nobody is trusted at present; empty when somebody is.
     [[nodiscard]] std::string anchorsReason() const;
 
 private:

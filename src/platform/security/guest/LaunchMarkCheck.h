@@ -16,8 +16,8 @@ namespace qv {
 
 /// The mode of an installed client: set-group-id, written by root alone.
 inline constexpr mode_t kClientMode = 02755;
-/// That of a client for root alone. A process with the client group could execute it too, so such a
-/// client stands in a folder that only root can enter.
+/// The mode of a client for root alone. A process with the client group could execute it too, so
+/// such a client stands in a folder that only root can enter.
 inline constexpr mode_t kRootClientMode = 02750;
 
 inline constexpr mode_t kWritableByOthers = S_IWGRP | S_IWOTH;
@@ -29,7 +29,8 @@ struct Shortcoming {
     bool unseen = false; ///< perhaps nothing is amiss: it cannot be seen from here
 };
 
-/// What of a program's owner, group and mode keeps the mark from whoever executes it.
+/// The shortcomings of a program's owner, group and mode that keep the mark from the process that
+/// executes it.
 [[nodiscard]] std::vector<Shortcoming> missingFromInstallation(const struct stat& file,
                                                                std::optional<gid_t> clientGroup);
 
@@ -37,11 +38,11 @@ struct Shortcoming {
 /// that gives the group to those alone who execute it.
 [[nodiscard]] bool connectedWithMark(const PeerCredentials& peer, std::optional<gid_t> clientGroup);
 
-/// What a process lacks of the mark, what its file lacks first.
+/// The shortcomings of a process for the mark, those of its file first.
 [[nodiscard]] std::vector<Shortcoming> missingForMark(const GuestObservation& seen,
                                                       std::optional<gid_t> clientGroup);
 
-/// What a look-up without a connection can say of the mark, in a sentence.
+/// The launch mark as far as a look-up without a connection can tell, in a sentence.
 [[nodiscard]] std::string describeLaunchMark(const GuestObservation& seen,
                                              std::optional<gid_t> clientGroup);
 

@@ -35,14 +35,14 @@ public:
 
     /// A pidfd of a process; its thread group, not one of its threads.
     virtual Result<Descriptor> openProcess(pid_t pid) = 0;
-    /// `path` relative to `directory` (AT_FDCWD for an absolute one); `flags` as open(2) takes
-    /// them.
+    /// `path` is relative to `directory` (AT_FDCWD for an absolute one); `flags` are those of
+    /// open(2).
     virtual Result<Descriptor> open(int directory, const std::string& path, int flags) = 0;
     virtual Result<struct stat> status(int fd) = 0;
     /// Follows links.
     virtual Result<struct stat> statusAt(int directory, const std::string& path) = 0;
-    /// What a link leads to; an empty path means the directory's own descriptor. Whatever file
-    /// system that is, it is not asked: of one that is not local the status may be old.
+    /// The file that a link leads to; an empty path means the directory's own descriptor. The file
+    /// system is not asked: of one that is not local the status may be old.
     virtual Result<FileOnMount> fileAt(int directory, const std::string& path) = 0;
     /// The magic number of the file system that a descriptor stands on.
     virtual Result<std::uint64_t> fileSystemMagic(int fd) = 0;

@@ -17,7 +17,8 @@
 
 namespace qv {
 
-/// What a link of a process's folder leads to, found without asking its file system anything.
+/// The file that a link of a process's folder leads to, found without asking its file system
+/// anything.
 struct LocatedFile {
     FileOnMount file;
     MountedFileSystem fileSystem; ///< without a type when the process's mounts do not list it
@@ -41,7 +42,7 @@ public:
 
     [[nodiscard]] ProcessFileSystem& system() noexcept { return system_; }
 
-    /// kCancelled once the deadline has passed.
+    /// Returns kCancelled once the deadline has passed.
     [[nodiscard]] Error overdue() const;
 
     /// A whole process file of at most kLongestText bytes; `name` for the error.
@@ -60,7 +61,7 @@ public:
     /// The same for a file that is open already, with the folder of the process that has its mount.
     tl::expected<LocatedFile, Error> locateOpen(int file, int directory);
 
-    /// Of a descriptor of our own.
+    /// The file system of a descriptor of our own.
     tl::expected<MountedFileSystem, Error> fileSystemOf(int fd);
 
 private:

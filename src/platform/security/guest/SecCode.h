@@ -50,8 +50,8 @@ public:
     virtual std::int32_t checkValidityWithErrors(const Requirement* requirement,
                                                  Error* error) const = 0;
 
-    /// Still the very program that was looked up: the process has neither ended nor executed
-    /// anything since, and is shown to run the same file. Cheap: for every message.
+    /// Whether it is still the very program that was looked up: the process has neither ended nor
+    /// executed anything since, and is shown to run the same file. Cheap: for every message.
     [[nodiscard]] virtual bool isUnchanged() const = 0;
 };
 

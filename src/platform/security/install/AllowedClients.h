@@ -12,7 +12,7 @@ namespace qv {
 
 /// A program, or a family of programs, that an administrator or a distribution allows.
 struct AllowedClient {
-    std::string name; ///< that of its file, without the suffix
+    std::string name; ///< the name of its file, without the suffix
     Requirement requirement;
 };
 
@@ -28,12 +28,12 @@ class AllowedClients {
 public:
     struct List {
         std::vector<AllowedClient> clients; ///< by name
-        std::string reason; ///< why none of the files counts, with the place; else empty
+        std::string reason; ///< the reason why none of the files counts, with the place; else empty
     };
     using Clock = WatchedContent<List>::Clock;
     static constexpr std::string_view kSuffix = ".requirement";
 
-    /// `folder` is absolute. `allowedOwner`: who may own it besides root; a service passes 0.
+    /// `folder` is absolute. `allowedOwner` may own it besides root; a service passes 0.
     AllowedClients(std::string folder, uid_t allowedOwner,
                    Clock clock = std::chrono::system_clock::now);
 

@@ -32,7 +32,7 @@ namespace {
 template <typename T> using Outcome = tl::expected<T, SignatureFailure>;
 using codesign_status::kErrnoBase;
 
-// What is looked at, with room for a signature.
+// The longest file that is looked at, with room for a signature.
 constexpr std::uint64_t kLongestFile =
     kLongestCoveredRange + 4 * std::uint64_t{SignatureTrailer::kLongestPart};
 
@@ -46,7 +46,7 @@ tl::unexpected<SignatureFailure> systemFailure(int errorNumber, std::string_view
     return failureOf(errorNumber, path, errnoText(errorNumber));
 }
 
-/// Where a client is to stand.
+/// The place for a client.
 struct Destination {
     std::string folder;
     std::string name;
@@ -125,7 +125,7 @@ struct Source {
 };
 
 Outcome<Source> openSource(const std::string& path) {
-    // O_NONBLOCK: a pipe must not hold us up before it is found to be no file.
+    // O_NONBLOCK: a pipe must not hold us up before it is found not to be a regular file.
     Source source{
         .file = Descriptor(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC))};
     struct stat info{};
@@ -134,7 +134,7 @@ Outcome<Source> openSource(const std::string& path) {
     }
     if (!S_ISREG(info.st_mode)) {
         return signatureFailure(codesign_status::kRegularFile,
-                                fmt::format("{}: is no regular file", log::foreign(path)));
+                                fmt::format("{}: is not a regular file", log::foreign(path)));
     }
     source.length = static_cast<std::uint64_t>(info.st_size);
     if (source.length > kLongestFile) {
@@ -220,7 +220,7 @@ private:
                 file->give(0, group, request_.rootOnly ? kRootClientMode : kClientMode)) {
             return systemFailure(error, path);
         }
-        // Some systems take the bit away without a word.
+        // Some file systems clear the bit silently.
         struct stat info{};
         if (::fstat(file->descriptor(), &info) != 0) {
             return systemFailure(errno, path);

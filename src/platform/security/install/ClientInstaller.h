@@ -18,10 +18,11 @@ struct CodeSigningConfiguration;
 struct InstallRequest {
     std::string source;      ///< the signed program; links are followed
     std::string destination; ///< the file that it becomes; empty: `source` is replaced
-    /// Signed flags, any of which will do: what a process must be able to get from the launch mark.
+    /// Signed flags, any of which is enough: a process must be able to get one from the launch
+    /// mark.
     std::vector<std::uint32_t> sufficientFlags;
     bool rootOnly = false;  ///< mode 2750
-    std::string whyNoGroup; ///< what to say when the configuration names no client group
+    std::string whyNoGroup; ///< the error text when the configuration names no client group
 };
 
 struct InstalledClient {

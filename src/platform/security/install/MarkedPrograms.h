@@ -10,8 +10,9 @@
 namespace qv {
 
 struct MarkedPrograms {
-    std::vector<std::string> paths;                      ///< sorted
-    std::vector<std::pair<std::string, Error>> failures; ///< what could not be looked into
+    std::vector<std::string> paths; ///< sorted
+    /// The folders that could not be looked into.
+    std::vector<std::pair<std::string, Error>> failures;
 };
 
 /// The files below a folder, on its own file system, that are set-group-id to the client group.

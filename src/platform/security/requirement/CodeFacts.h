@@ -12,13 +12,13 @@
 
 namespace qv {
 
-/// What a requirement can ask about one certificate. Plain data: whoever built and checked the
+/// The facts about one certificate that a requirement can ask for. Plain data: the builder of the
 /// chain fills it in, the requirement language only reads it.
 struct CertificateFacts {
     std::array<std::uint8_t, 20> sha1{};   ///< of the DER form
     std::array<std::uint8_t, 32> sha256{}; ///< of the DER form
-    /// Subject components in their order: short name as the requirement language spells it (CN, OU,
-    /// O, C, L, ST, STREET, D, UID, and for the rest the dotted OID), value as UTF-8.
+    /// The subject's components in their order: short name as the requirement language spells it
+    /// (CN, OU, O, C, L, ST, STREET, D, UID, and for the rest the dotted OID), value as UTF-8.
     std::vector<std::pair<std::string, std::string>> subject;
     std::vector<std::string> extensionOIDs; ///< dotted
     std::vector<std::string> policyOIDs;    ///< dotted, from the certificate-policies extension
@@ -36,7 +36,7 @@ struct CertificateFacts {
     }
 };
 
-/// What a signature says about a program, once it has been found good.
+/// The statements of a signature about a program, once it has been found good.
 struct CodeFacts {
     std::string identifier;
     std::string team;

@@ -34,7 +34,7 @@ inline constexpr std::int32_t kInvalidEntitlements = -66994;
 inline constexpr std::int32_t kCertificateExpired = -2147409654;
 inline constexpr std::int32_t kCertificateRevoked = -2147409652;
 
-/// What a status means, in a sentence for people; empty for an unknown number.
+/// The meaning of a status, in a sentence for people; empty for an unknown number.
 [[nodiscard]] std::string_view meaning(std::int32_t status) noexcept;
 } // namespace codesign_status
 

@@ -16,7 +16,8 @@
 
 namespace qv {
 
-/// Why a text is no requirement. Whoever reports it as a status says codesign_status::kReqInvalid.
+/// The error of a text that is not a requirement. A caller that reports it as a status says
+/// codesign_status::kReqInvalid.
 struct RequirementError {
     std::size_t offset = 0; ///< in bytes, of the offending piece
     std::size_t line = 1;
@@ -28,7 +29,7 @@ struct RequirementError {
     [[nodiscard]] std::string description() const;
 };
 
-/// What one condition of a requirement came to.
+/// The result of one condition of a requirement.
 struct RequirementFinding {
     std::string condition; ///< canonical text
     bool holds = false;
@@ -43,7 +44,8 @@ struct RequirementFinding {
     [[nodiscard]] std::string text() const { return (negated ? "not " : "") + condition; }
 };
 
-/// SHA-1 of the DER form of the certificate in a file; none when the file holds no certificate.
+/// Returns the SHA-1 of the DER form of the certificate in a file; none when the file holds no
+/// certificate.
 using CertificateHashLoader =
     std::function<std::optional<std::array<std::uint8_t, 20>>(const std::string& path)>;
 
@@ -61,21 +63,22 @@ public:
     static constexpr std::size_t kLongestText = 65536; ///< bytes, of the canonical text as well
     static constexpr std::size_t kDeepestTree = 1000;  ///< levels that evaluation accepts
 
-    /// `loadHash` answers for a certificate given by its path (`anchor = "/path"`), now and never
-    /// again; without it such a text is an error.
+    /// `loadHash` gives the hash of a certificate that is named by its path (`anchor = "/path"`),
+    /// and is called here only; without it such a text is an error.
     static tl::expected<Requirement, RequirementError>
     compile(std::string_view text, const CertificateHashLoader& loadHash = {});
 
-    /// 0 when the code satisfies the requirement, codesign_status::kReqFailed when it does not,
-    /// kReqInvalid when the requirement is deeper than kDeepestTree (as a long row of `and` is).
+    /// Returns 0 when the code satisfies the requirement, codesign_status::kReqFailed when it does
+    /// not, kReqInvalid when the requirement is deeper than kDeepestTree (as a long row of `and`
+    /// is).
     [[nodiscard]] std::int32_t evaluate(const CodeFacts& facts) const;
 
     /// Every condition, in the order of the text.
     [[nodiscard]] std::vector<RequirementFinding> explain(const CodeFacts& facts) const;
 
-    /// Canonical text; what it compiles to is equal to this.
+    /// The canonical text; it compiles to a requirement that is equal to this.
     [[nodiscard]] const std::string& text() const noexcept;
-    /// Indented dump for people: a line for each condition, `not`, and row of `and` or `or`.
+    /// An indented dump for people: a line for each condition, `not`, and row of `and` or `or`.
     [[nodiscard]] std::string tree() const;
 
     friend bool operator==(const Requirement& left, const Requirement& right);

@@ -88,7 +88,7 @@ bool matchesText(std::string_view candidate, const Match& match) {
     if (operand == nullptr) {
         return match.op == Operator::exists;
     }
-    // Bytes that are no text could otherwise be found inside of a character.
+    // Bytes that are not text could otherwise be found inside of a character.
     return isUTF8(*operand) && textFits(candidate, match.op, *operand);
 }
 

@@ -1,4 +1,4 @@
-// Which conditions decide that code does not satisfy a requirement, and what to do about them.
+// Finds the conditions because of which code does not satisfy a requirement, and the remedies.
 //
 // A node of the tree is wanted true, or false under an odd number of negations. A junction that
 // needs both of its operands lacks what both lack; one that needs either lacks what the operand
@@ -77,7 +77,7 @@ constexpr std::string_view kGiveIntermediates =
     "sign it with --intermediate FILE for each certificate between the signer's and the root";
 
 std::string remedyOf(const CertificateEntry& entry, const CodeFacts& facts) {
-    // Above the signer only what the signature carries, or an anchor, is known.
+    // Only certificates that the signature carries, or an anchor, are known above the signer.
     if (entry.slot > 0 && std::cmp_less_equal(facts.chain.size(), entry.slot + 1)) {
         return std::string(kGiveIntermediates);
     }
@@ -91,7 +91,7 @@ std::string remedyOf(const CertificateEntry& entry, const CodeFacts& facts) {
                            : "sign it with a certificate whose chain has such a one in this place";
 }
 
-// Of a condition that should hold and does not.
+// The remedy for a condition that should hold and does not.
 std::string remedyOf(const Condition& condition, const CodeFacts& facts) {
     if (const auto* identifier = std::get_if<Identifier>(&condition)) {
         return fmt::format("sign it with --identifier {}", requirementString(identifier->value));

@@ -21,7 +21,7 @@ constexpr auto kKeywords = std::to_array<std::string_view>({
     "plugin",  "root",        "timestamp",  "true",        "trusted",
 });
 
-// Longer ones before those that they begin with.
+// Longer symbols come before their own beginnings.
 constexpr auto kSymbols = std::to_array<std::string_view>({
     "==",
     "=>",
@@ -48,7 +48,7 @@ std::size_t lengthOf(std::string_view text, bool (*belongs)(char)) {
     return static_cast<std::size_t>(std::ranges::find_if_not(text, belongs) - text.begin());
 }
 
-// 0 when no word begins here.
+// Returns 0 when no word begins here.
 std::size_t wordLength(std::string_view text) {
     if (text.empty() || !isLetter(text.front())) {
         return 0;

@@ -35,10 +35,10 @@ struct RequirementToken {
 /// Cuts the text of a requirement into tokens, one at a time.
 class RequirementLexer {
 public:
-    /// `text`: valid UTF-8 without NUL that outlives this.
+    /// `text` is valid UTF-8 without NUL and has to outlive the lexer.
     explicit RequirementLexer(std::string_view text) noexcept : text_(text) {}
 
-    /// After an invalid token, and after the end, there is nothing more to ask for.
+    /// Returns the next token; must not be called after an invalid token or after the end.
     RequirementToken next();
 
 private:
@@ -63,7 +63,7 @@ private:
     std::size_t index_ = 0;
 };
 
-/// Whether the text is one bare word that is no keyword, so that it needs no quotes as a value.
+/// Whether the text is one bare word that is not a keyword, so that it needs no quotes as a value.
 [[nodiscard]] bool isBareRequirementWord(std::string_view text) noexcept;
 
 } // namespace qv

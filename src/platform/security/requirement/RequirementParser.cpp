@@ -13,7 +13,7 @@ namespace {
 
 using Kind = RequirementToken::Kind;
 
-// What an unquoted value is meant to be, as far as it reaches: `4AB`, `com.x-y`.
+// The length of an unquoted value as it was meant: `4AB`, `com.x-y`.
 std::size_t runLength(std::string_view text) {
     const auto belongs = [](char c) {
         return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||

@@ -15,7 +15,7 @@
 
 namespace qv {
 
-/// Where a text stops to be a requirement, and why.
+/// The place at which a text stops being a requirement, and the reason.
 struct RequirementFault {
     std::size_t offset = 0; ///< in bytes
     std::size_t length = 0;
@@ -26,10 +26,10 @@ struct RequirementFault {
 /// so that no nesting of the text uses the call stack.
 class RequirementParser {
 public:
-    /// Nested parentheses and negations that a text may have.
+    /// The most nested parentheses and negations that a text may have.
     static constexpr std::size_t kDeepestNesting = 1000;
 
-    /// `text`: valid UTF-8 without NUL. Both must outlive the parser.
+    /// `text` is valid UTF-8 without NUL. Both parameters must outlive the parser.
     RequirementParser(std::string_view text, const CertificateHashLoader& loadHash);
 
     tl::expected<RequirementTree, RequirementFault> parse();
@@ -54,7 +54,7 @@ private:
     bool take(std::string_view keywordOrSymbol);
     bool takeEqual() { return take("=") || take("=="); }
 
-    // Faults. They give nothing, so that a reader can return them.
+    // These note a fault, and give nothing, so that a reader can return their result.
     std::nullopt_t fail(const RequirementToken& token, std::string reason);
     std::nullopt_t failToFind(std::string_view what);
     std::nullopt_t failUnquoted(const RequirementToken& begin, std::string reason);

@@ -18,7 +18,7 @@ namespace {
 
 using Kind = RequirementToken::Kind;
 
-// Two or more numbers in the one spelling that certificates are compared with.
+// Returns true for two or more numbers in the one spelling that certificates are compared with.
 bool isOID(std::string_view text) {
     std::size_t arcs = 0;
     while (true) {
@@ -387,7 +387,7 @@ std::optional<Match> RequirementParser::instantMatch(Operator op) {
         return fail(token_, "an instant is written YYYYMMDDhhmmssZ");
     }
     advance();
-    // In its place: GCC 12 takes a moved operand for an uninitialised string.
+    // The match is made in place: GCC 12 takes a moved operand for an uninitialised string.
     return std::optional<Match>(std::in_place, op, *instant);
 }
 

@@ -28,7 +28,7 @@ std::string quoted(std::string_view text) {
     return result + '"';
 }
 
-// Only hexadecimal data can hold what has no form in quotes.
+// Bytes that have no form in quotes are written as hexadecimal data.
 std::string dataText(std::string_view bytes) {
     const bool quotable = isUTF8(bytes) && bytes.find('\\') == std::string_view::npos &&
                           bytes.find('\0') == std::string_view::npos;
@@ -52,10 +52,10 @@ std::string operandText(const Match& match) {
 }
 
 struct MatchForm {
-    std::string_view before; // the operand
+    std::string_view before; // the text before the operand
     std::string_view after;
 };
-// In the order of the operators.
+// The forms in the order of the operators.
 constexpr auto kMatchForms = std::to_array<MatchForm>({
     {" exists", ""},
     {" absent", ""},
@@ -81,7 +81,7 @@ std::string slotText(std::int32_t slot) {
     return slot == -1 ? "certificate root" : fmt::format("certificate {}", slot);
 }
 
-// In the order of the enumerations.
+// The names in the order of the enumerations.
 constexpr auto kEntryPartNames =
     std::to_array<std::string_view>({"subject.", "field.", "policy.", "timestamp."});
 constexpr auto kAnchorNames =
@@ -103,7 +103,7 @@ bool needsParentheses(const TreeNode& operand, Junction::Kind outer, bool onRigh
     return inner->kind == outer ? onRightSide : outer == Junction::Kind::conjunction;
 }
 
-// What the printer still has to write, last one first.
+// The pieces that the printer still has to write, last one first.
 struct Piece {
     std::string_view literal;
     const TreeNode* node = nullptr; ///< instead of the literal

@@ -29,7 +29,7 @@ enum class Operator : std::uint8_t {
     greaterOrEqual,
 };
 
-/// What is asked of a value: `exists` and `absent` have no operand, the comparisons a string or an
+/// The condition on a value: `exists` and `absent` have no operand, the comparisons a string or an
 /// instant, the rest a string.
 struct Match {
     Operator op = Operator::exists;

@@ -57,7 +57,8 @@ std::string_view withoutBlanks(std::string_view text) {
 
 AnchorLoader::AnchorLoader(std::string folder, uid_t allowedOwner)
     : files_(std::move(folder), allowedOwner) {
-    static_cast<void>(startOpenSSL()); // else no certificate can be read, and nobody is trusted
+    // Otherwise no certificate can be read, and nobody is trusted.
+    static_cast<void>(startOpenSSL());
 }
 
 WatchedContent<AnchorSet>::Reading AnchorLoader::load() {
@@ -66,7 +67,7 @@ WatchedContent<AnchorSet>::Reading AnchorLoader::load() {
     if (outcome && set_.isEmpty()) {
         outcome = fault(files_.folder(), "holds no certificate");
     }
-    // Nothing of a folder that broke a rule counts.
+    // A folder that broke a rule counts for nothing.
     return {.content = outcome ? set_.finish() : AnchorSetBuilder::nobody(outcome.error()),
             .paths = files_.takePaths(),
             .mayBeKept = outcome.has_value()};

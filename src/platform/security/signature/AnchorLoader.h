@@ -15,7 +15,8 @@ namespace qv {
 class AnchorLoader {
 public:
     AnchorLoader(std::string folder, uid_t allowedOwner);
-    /// Never without a set: empty and with a reason when the folder is missing or breaks a rule.
+    /// Returns a set in any case: empty and with a reason when the folder is missing or breaks a
+    /// rule.
     [[nodiscard]] WatchedContent<AnchorSet>::Reading load();
 
 private:

@@ -43,7 +43,7 @@ tl::expected<void, std::string> addEncoded(AnchorSetBuilder& set, const Value& e
     const auto der = bytesOf(entry.find(kCertificate));
     const X509Handle certificate = der ? certificateWithDER(*der) : nullptr;
     if (!certificate) {
-        return tl::unexpected<std::string>("an anchor is no certificate");
+        return tl::unexpected<std::string>("an anchor is not a certificate");
     }
     for (const auto& [name, role] : kRoles) {
         const Value* has = entry.find(name);
@@ -83,7 +83,7 @@ tl::expected<void, std::string> AnchorSetBuilder::add(X509& certificate,
         }
     } else if (role != &AnchorSet::Roles::trusted) {
         return tl::unexpected(
-            fmt::format("{} is no self-signed authority", shownName(certificate)));
+            fmt::format("{} is not a self-signed authority", shownName(certificate)));
     }
     const AnchorSet::Digest digest = certificateDigest(certificate);
     set_->roles_[digest].*role = true;
@@ -145,7 +145,7 @@ AnchorSet::decoded(const Value& encoding) {
     for (const Value& entry : elementsOf(encoding.find(kRevoked))) {
         auto digest = bytesOf(&entry);
         if (!digest) {
-            return tl::unexpected<std::string>("a revocation is no digest");
+            return tl::unexpected<std::string>("a revocation is not a digest");
         }
         set.revoke(std::move(*digest));
     }

@@ -62,7 +62,7 @@ struct Algorithm {
     bool hasNull = false;
 };
 
-// Each step reads one part and gives false after complaining.
+// Each step reads one part; it notes a fault and returns false if it cannot.
 class EnvelopeReader {
 public:
     bool readContentInfo(std::string_view der);

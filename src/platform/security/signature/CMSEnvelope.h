@@ -22,8 +22,8 @@ struct CMSEnvelope {
     std::string_view signerSerial; ///< DER of the INTEGER
     SignerKeyType keyType = SignerKeyType::rsa; ///< as the signature algorithm demands
 
-    /// Accepts: version 1, detached content of type id-data, one digest algorithm of SHA-256, 384
-    /// or 512, X.509 certificates only, no revocation data, one signer of version 1 named by issuer
+    /// Accepts version 1, detached content of type id-data, one digest algorithm of SHA-256, 384 or
+    /// 512, X.509 certificates only, no revocation data, one signer of version 1 named by issuer
     /// and serial number, signed attributes with content type and message digest each once, RSA
     /// (PKCS #1 v1.5) or ECDSA with the same digest, no unsigned attributes, nothing behind.
     /// Anything else: kSignatureInvalid and what it was.

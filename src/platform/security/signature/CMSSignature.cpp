@@ -13,7 +13,8 @@ namespace qv {
 
 namespace {
 
-// Byte for byte: names that merely compare equal would leave bytes that no signature protects.
+// Compares byte for byte: names that merely compare equal would leave bytes that no signature
+// protects.
 bool isNamedBy(const CMSEnvelope& envelope, X509& certificate) {
     return derOf(i2d_X509_NAME, X509_get_issuer_name(&certificate)) == envelope.signerIssuer &&
            derOf(i2d_ASN1_INTEGER, X509_get0_serialNumber(&certificate)) == envelope.signerSerial;
@@ -73,7 +74,7 @@ tl::expected<CMSSignature, SignatureFailure> CMSSignature::verify(std::string_vi
         return invalidSignature(fmt::format("signature cannot be decoded: {}", openSSLComplaint()));
     }
     const BIOHandle source = bioReading(content);
-    // Who signed is judged elsewhere, by rules that the library does not have.
+    // The signer is judged elsewhere, by rules that the library does not have.
     constexpr unsigned kFlags = CMS_BINARY | CMS_NO_SIGNER_CERT_VERIFY;
     if (!source || CMS_verify(cms.get(), nullptr, nullptr, source.get(), nullptr, kFlags) != 1) {
         return signatureFailure(

@@ -60,7 +60,7 @@ public:
 
     bool run() { return X509_verify_cert(context_.get()) == 1; }
 
-    /// After a failure: nothing wrong but that no anchor is known to end at.
+    /// Valid after a failure: true if the only fault is that the chain ends at no known anchor.
     [[nodiscard]] bool lacksAnchor() const {
         switch (X509_STORE_CTX_get_error(context_.get())) {
         case X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT:
@@ -74,7 +74,7 @@ public:
         }
     }
     [[nodiscard]] SignatureFailure failure() const;
-    /// After success: leaf first, owned by this object.
+    /// Valid after success: leaf first, owned by this object.
     [[nodiscard]] std::vector<X509*> chain() const {
         const STACK_OF(X509)* built = X509_STORE_CTX_get0_chain(context_.get());
         std::vector<X509*> certificates;
@@ -136,7 +136,7 @@ X509* lastReachable(const std::vector<X509Handle>& certificates) {
     return at;
 }
 
-// What the library leaves unchecked.
+// Judges the rules that the library leaves unchecked.
 tl::expected<void, SignatureFailure> judge(const std::vector<X509*>& chain,
                                            const std::vector<X509Handle>& given) {
     for (std::size_t index = 0; index < chain.size(); ++index) {
@@ -157,7 +157,7 @@ tl::expected<void, SignatureFailure> judge(const std::vector<X509*>& chain,
         if (std::ranges::none_of(
                 chain, [&](const X509* used) { return X509_cmp(used, certificate.get()) == 0; })) {
             return invalidSignature(
-                fmt::format("{} is no part of the chain", shownName(*certificate)));
+                fmt::format("{} is not part of the chain", shownName(*certificate)));
         }
     }
     return {};

@@ -14,13 +14,13 @@ enum class TimeCheck : std::uint8_t { none, now };
 
 /// The certificates from a signer up to where trust begins, or up to where they are known.
 struct CertificateChain {
-    /// Intermediate certificates between the signer's and the anchor.
+    /// The most intermediate certificates between the signer's and the anchor.
     static constexpr int kDeepest = 4;
 
     std::vector<CertificateFacts> certificates; ///< leaf first, anchor last
 
     /// Builds and checks the chain of a verified signature's certificates (the signer's first).
-    /// Every one of them must be part of it. A chain that ends at none of the anchors is no
+    /// Every one of them must be part of it. A chain that ends at none of the anchors is not a
     /// failure: it is checked by the same rules as far as its certificates go, and none of them is
     /// marked as a root or trusted, so that a requirement for an anchor fails later.
     ///

@@ -94,7 +94,7 @@ struct PoliciesReleaser {
     }
 };
 
-// False when the extension is there but cannot be read.
+// Returns false when the extension is there but cannot be read.
 bool readPolicies(const X509& certificate, std::vector<std::string>& oids) {
     int where = -1;
     const std::unique_ptr<CERTIFICATEPOLICIES, PoliciesReleaser> policies(
@@ -208,7 +208,7 @@ tl::expected<CertificateFacts, std::string> certificateFacts(const X509& certifi
     requireDigest(X509_digest(&certificate, EVP_sha1(), facts.sha1.data(), nullptr) == 1);
     facts.sha256 = certificateDigest(certificate);
     if (!readSubject(certificate, facts.subject)) {
-        return tl::unexpected<std::string>("has a subject that is no text");
+        return tl::unexpected<std::string>("has a subject that is not text");
     }
     if (!readPolicies(certificate, facts.policyOIDs)) {
         return tl::unexpected<std::string>("has certificate policies that cannot be read");

@@ -20,8 +20,8 @@ namespace qv {
 [[nodiscard]] tl::expected<std::vector<X509Handle>, std::string>
 certificatesWithPEM(std::string_view text);
 
-/// What requirements ask about a certificate, without trust and revocation. The error says what
-/// cannot be read.
+/// The facts that requirements ask about a certificate, without trust and revocation. The error
+/// says what cannot be read.
 [[nodiscard]] tl::expected<CertificateFacts, std::string> certificateFacts(const X509& certificate);
 
 [[nodiscard]] SHA256Digest certificateDigest(const X509& certificate); ///< of the DER form

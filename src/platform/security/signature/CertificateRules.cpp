@@ -49,7 +49,7 @@ bool purposesIncludeCodeSigning(X509& certificate, AnyPurpose anyPurpose) {
            (anyPurpose == AnyPurpose::accepted && (purposes & XKU_ANYEKU) != 0);
 }
 
-// Also what the library found when it read the extensions.
+// Includes faults that the library found when it read the extensions.
 std::string extensionFault(X509& certificate) {
     const std::uint32_t flags = X509_get_extension_flags(&certificate);
     return (flags & (EXFLAG_INVALID | EXFLAG_PROXY)) == 0 ? std::string()
@@ -122,7 +122,7 @@ std::string issuerFault(X509& certificate) {
     }
     const std::uint32_t flags = X509_get_extension_flags(&certificate);
     if ((flags & EXFLAG_CA) == 0) {
-        return "issued a certificate but is no authority";
+        return "issued a certificate but is not an authority";
     }
     if ((flags & EXFLAG_KUSAGE) == 0 ||
         (X509_get_key_usage(&certificate) & KU_KEY_CERT_SIGN) == 0) {

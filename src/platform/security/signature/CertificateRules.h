@@ -7,13 +7,13 @@
 
 namespace qv {
 
-// What a certificate of a code signature must be, beyond what the library checks. Each function
+// Rules for a certificate of a code signature, beyond those that the library checks. Each function
 // gives what is wrong, in words; empty when nothing is.
 
 /// The key: RSA of 2048 to 8192 bits, or on one of the named curves P-256 and P-384.
 [[nodiscard]] std::string keyFault(const X509& certificate);
 /// Every critical extension is one that is checked, or one of the marker extensions that
-/// requirements ask about and that checking means nothing for.
+/// requirements ask about and that need no check.
 [[nodiscard]] std::string criticalExtensionFault(const X509& certificate);
 /// A signer: no authority, for digital signatures, for code signing.
 [[nodiscard]] std::string signerFault(X509& certificate);

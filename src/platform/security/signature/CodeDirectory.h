@@ -13,8 +13,8 @@
 
 namespace qv {
 
-/// What a signature says about a program: a property list (XML or binary) with the keys `format`
-/// (1), `identifier`, `team`, `flags`, `digest-algorithm` ("sha256"), `digest` (32 bytes),
+/// The statements of a signature about a program: a property list (XML or binary) with the keys
+/// `format` (1), `identifier`, `team`, `flags`, `digest-algorithm` ("sha256"), `digest` (32 bytes),
 /// `covered-length`, and optionally `platform`, `entitlements` (dictionary), `info` (dictionary).
 struct CodeDirectory {
     static constexpr std::int64_t kFormat = 1;
@@ -37,16 +37,16 @@ struct CodeDirectory {
     /// property-list reader is more than a stranger should reach. Failures: kBadDictionaryFormat,
     /// kSignatureUnsupported for another format, kUnsupportedDigestAlgorithm.
     static tl::expected<CodeDirectory, SignatureFailure> decode(std::string_view bytes);
-    /// As a binary property list.
+    /// The directory as a binary property list.
     [[nodiscard]] tl::expected<std::string, Error> encoded() const;
 
-    /// Entitlement `com.apple.security.get-task-allow` is boolean true: the program may be
-    /// debugged.
+    /// Whether the entitlement `com.apple.security.get-task-allow` is boolean true: the program may
+    /// be debugged.
     [[nodiscard]] bool getTaskAllow() const noexcept;
 };
 
-/// What names a code directory, and so a signed program: the first 20 bytes of the SHA-256 of its
-/// bytes.
+/// The name of a code directory, and so of a signed program: the first 20 bytes of the SHA-256 of
+/// its bytes.
 [[nodiscard]] std::array<std::uint8_t, 20> codeDirectoryHash(std::string_view bytes);
 
 } // namespace qv

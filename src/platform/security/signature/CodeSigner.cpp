@@ -33,7 +33,7 @@ tl::unexpected<SignatureFailure> signingFailure(int errorNumber, std::string_vie
                             fmt::format("{}: {}", what, errnoText(errorNumber)));
 }
 
-// The program as it is: what is left of it without the signature it may have.
+// The program without the signature that it may have.
 struct Program {
     int fd = -1;
     struct stat info{};
@@ -78,7 +78,7 @@ CodeDirectory directoryOf(const SigningRequest& request) {
     return directory;
 }
 
-// What the judgement of the result would not find, or not say as well.
+// Judges what the judgement of the result would not find, or not say as well.
 Outcome judge(const SigningRequest& request, const SigningIdentity& identity) {
     const CodeDirectory directory = directoryOf(request);
     if (request.identifier.empty() || request.team.empty()) {
@@ -158,7 +158,7 @@ Outcome writeSigned(const Program& program, const SigningRequest& request,
     if (const int error = into.append(*trailer); error != 0) {
         return signingFailure(error, "writing the signature");
     }
-    const TrustAnchors nobody; // only whether it is good counts here, not who may use it
+    const TrustAnchors nobody; // only validity counts here, not trust
     const StaticCode judged =
         StaticCode::examine(into.descriptor(), Examination{.anchors = *nobody.current()});
     if (judged.status() != codesign_status::kSuccess) {

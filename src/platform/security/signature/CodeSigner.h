@@ -14,7 +14,7 @@ namespace qv {
 class ReplacementFile;
 struct SigningIdentity;
 
-/// What is to stand in a signature, and who signs.
+/// The content of a signature, and the signer.
 struct SigningRequest {
     std::string identifier;
     std::string team;                   ///< the one organisational unit of the signer's certificate
@@ -27,7 +27,7 @@ struct SigningRequest {
     /// Certificates up to the root, PEM; the root may be among them or not.
     std::vector<std::string> intermediatePaths;
     /// Lets a program that may be debugged be signed with a certificate for distribution. For
-    /// development anchors only: whoever may debug a program speaks for it.
+    /// development anchors only: a user who may debug a program speaks for it.
     bool allowDebuggableDistribution = false;
 };
 

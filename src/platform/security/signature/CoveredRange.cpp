@@ -14,7 +14,7 @@ namespace qv {
 
 namespace {
 
-constexpr std::size_t kPiece = std::size_t{1} << 17U; // which stays in the nearer caches
+constexpr std::size_t kPiece = std::size_t{1} << 17U; // small enough to stay in the nearer caches
 
 tl::expected<SHA256Digest, SignatureFailure> hash(int fd, std::uint64_t length,
                                                   std::chrono::steady_clock::time_point deadline) {

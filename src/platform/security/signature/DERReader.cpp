@@ -4,7 +4,7 @@ namespace qv {
 
 namespace {
 
-// Tag and length; none unless the whole value lies in `bytes`.
+// Reads tag and length; none unless the whole value lies in `bytes`.
 std::optional<DERValue> valueAtFront(std::string_view bytes) noexcept {
     const auto byte = [&](std::size_t at) { return static_cast<unsigned char>(bytes[at]); };
     if (bytes.size() < 2 || (byte(0) & 0x1FU) == 0x1FU) {

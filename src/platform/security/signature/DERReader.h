@@ -16,7 +16,8 @@ inline constexpr std::uint8_t kSet = 0x31;
 inline constexpr std::uint8_t kContext0 = 0xA0; ///< [0], constructed
 } // namespace der
 
-/// One value of the distinguished encoding (ITU-T X.690). Views into what was read.
+/// One value of the distinguished encoding (ITU-T X.690). Its members are views into the bytes
+/// read.
 struct DERValue {
     std::uint8_t tag = 0;
     std::string_view content;

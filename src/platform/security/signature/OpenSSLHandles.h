@@ -36,7 +36,7 @@ using X509StoreContextHandle = std::unique_ptr<X509_STORE_CTX, Releaser<X509_STO
 /// false when it does not start.
 bool startOpenSSL() noexcept;
 
-/// What the library last complained about on this thread, in words; forgets all its complaints.
+/// The library's last complaint on this thread, in words; forgets all its complaints.
 [[nodiscard]] std::string openSSLComplaint();
 
 /// `bytes` as the library's decoders want to see them.

@@ -59,7 +59,8 @@ bool addExtensions(X509* certificate, X509* issuer, std::span<const ExtensionTex
     });
 }
 
-// Self-signed without an issuer. Nothing is left unless all of it could be made.
+// Makes a certificate, self-signed without an issuer. Nothing is left unless all of it could be
+// made.
 std::optional<CertifiedKey> certified(const std::string& team, const std::string& name,
                                       const CertifiedKey* issuer,
                                       std::span<const ExtensionText> extensions) {

@@ -10,10 +10,10 @@ namespace qv {
 /// this object holds the signer's key; that of the root is gone, so it never issues another one.
 struct OwnIdentity {
     SigningIdentity signer; ///< its certificate is for code signing, and does not expire
-    std::string rootPEM;    ///< what has to be an anchor
+    std::string rootPEM;    ///< the root's certificate, which has to be an anchor
 
-    /// With fresh keys on P-256. `team` is the organisational unit, `name` begins the common names.
-    /// kInternalError if the library cannot make it.
+    /// Makes an identity with fresh keys on P-256. `team` is the organisational unit, `name` begins
+    /// the common names. kInternalError if the library cannot make it.
     static tl::expected<OwnIdentity, SignatureFailure> make(const std::string& team,
                                                             const std::string& name);
 };

@@ -14,8 +14,8 @@
 
 namespace qv {
 
-/// Why a signature is not accepted: a status of codesign_status and the reason in words, with
-/// everything that comes from the program escaped.
+/// The reason why a signature is not accepted: a status of codesign_status and the reason in words,
+/// with everything that comes from the program escaped.
 struct SignatureFailure {
     std::int32_t status;
     std::string reason;
@@ -29,7 +29,8 @@ struct SignatureFailure {
 [[nodiscard]] inline tl::unexpected<SignatureFailure> invalidSignature(std::string reason) {
     return signatureFailure(codesign_status::kSignatureInvalid, std::move(reason));
 }
-/// For callers outside: in NSOSStatusErrorDomain, the reason under NSDebugDescription.
+/// The error for callers outside, in NSOSStatusErrorDomain, with the reason under
+/// NSDebugDescription.
 [[nodiscard]] inline Error errorOf(const SignatureFailure& failure) {
     return Error(
         error_domain::kOSStatus, failure.status,

@@ -30,11 +30,11 @@ struct SignatureTrailer {
     /// kErrnoBase + errno when reading fails.
     static tl::expected<SignatureTrailer, SignatureFailure> read(int fd, std::uint64_t size);
 
-    /// A file of `size` bytes ends like a trailer; whatever the rest of it is worth. So does one
-    /// that cannot be read.
+    /// A file of `size` bytes ends like a trailer, whether or not the rest of it is valid. So does
+    /// one that cannot be read.
     [[nodiscard]] static bool isPresent(int fd, off_t size);
 
-    /// What has to follow the covered range. Both parts must be within kLongestPart.
+    /// The bytes that have to follow the covered range. Both parts must be within kLongestPart.
     [[nodiscard]] std::string encoded() const;
 
     /// The first bytes of a file are those of the executable and linkable format.

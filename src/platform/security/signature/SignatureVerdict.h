@@ -13,7 +13,7 @@
 
 namespace qv {
 
-/// What a signature by itself is worth, without the program that it stands in: everything that
+/// The verdict on a signature by itself, without the program that it stands in: everything that
 /// follows from the bytes of directory and CMS, the anchors, and, where the directory asks for it,
 /// the time.
 struct SignatureVerdict {

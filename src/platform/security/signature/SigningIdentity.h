@@ -15,9 +15,9 @@ struct SigningIdentity {
     KeyHandle key;
     std::vector<X509Handle> intermediates;
 
-    /// Reads PEM files. Failures: kErrnoBase + errno; kInvalidAttributeValues for what is no
-    /// certificate or key, a key that others than its owner may read, and a key that is not the
-    /// certificate's.
+    /// Reads PEM files. Failures: kErrnoBase + errno; kInvalidAttributeValues for a file that is
+    /// not a certificate or key, a key that others than its owner may read, and a key that is not
+    /// the certificate's.
     static tl::expected<SigningIdentity, SignatureFailure>
     load(const std::string& certificatePath, const std::string& keyPath,
          const std::vector<std::string>& intermediatePaths);

@@ -15,7 +15,7 @@ namespace qv {
 
 class AnchorSet;
 
-/// How a program's signature is judged.
+/// The conditions under which a program's signature is judged.
 struct Examination {
     const AnchorSet& anchors;
     std::chrono::steady_clock::time_point deadline = std::chrono::steady_clock::time_point::max();
@@ -34,14 +34,15 @@ public:
     /// A program that could not even be opened.
     static StaticCode unreadable(int errorNumber);
 
-    /// For another process, as a property list; reads back as an equal object.
+    /// The encoding for another process, as a property list; reads back as an equal object.
     [[nodiscard]] Value encoded() const;
     /// The error says what is missing or of the wrong kind.
     static tl::expected<StaticCode, Error> decoded(const Value& encoding);
 
-    /// 0 when the signature is good; else the first thing found wrong (codesign_status).
+    /// The status is 0 when the signature is good; else the first thing found wrong
+    /// (codesign_status).
     [[nodiscard]] std::int32_t status() const noexcept { return status_; }
-    /// What was found wrong, in words with the place; empty when nothing was.
+    /// The fault, in words with the place; empty when nothing was.
     [[nodiscard]] const std::string& reason() const noexcept { return reason_; }
     /// A trailer is present, whatever it is worth.
     [[nodiscard]] bool hasTrailer() const noexcept { return hasTrailer_; }
@@ -59,7 +60,7 @@ public:
     }
     /// Whether a good judgement still holds, if bytes and anchors are the same.
     [[nodiscard]] bool holdsAt(std::chrono::system_clock::time_point time) const noexcept;
-    /// Empty fields unless the signature is intact.
+    /// The facts have empty fields unless the signature is intact.
     [[nodiscard]] const CodeFacts& facts() const noexcept { return facts_; }
 
 private:

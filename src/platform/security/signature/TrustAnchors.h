@@ -33,17 +33,18 @@ public:
 
     /// Roles of the certificate with this SHA-256; none without any.
     [[nodiscard]] std::optional<Roles> roles(const Digest& certificate) const;
-    /// On the revocation list: the SHA-256 of a certificate (32 bytes) or a code directory hash
-    /// (20 bytes).
+    /// Returns true if this is on the revocation list: the SHA-256 of a certificate (32 bytes) or a
+    /// code directory hash (20 bytes).
     [[nodiscard]] bool isRevoked(std::string_view digest) const;
     /// Holds the roots at which a chain may end; never null. Stays with this object.
     [[nodiscard]] X509_STORE* store() const noexcept { return store_.get(); }
     /// Differs between sets of different content.
     [[nodiscard]] const Digest& fingerprint() const noexcept { return fingerprint_; }
-    /// Why nobody is trusted, in words with the place; empty when somebody is.
+    /// The reason why nobody is trusted, in words with the place; empty when somebody is.
     [[nodiscard]] const std::string& reason() const noexcept { return reason_; }
 
-    /// For another process, as a property list; reads back as a set with the same fingerprint.
+    /// The encoding for another process, as a property list; reads back as a set with the same
+    /// fingerprint.
     [[nodiscard]] Value encoded() const;
     /// The error says what is wrong.
     static tl::expected<std::shared_ptr<const AnchorSet>, std::string>
@@ -81,13 +82,13 @@ public:
     using Clock = WatchedContent<AnchorSet>::Clock;
 
     TrustAnchors() : TrustAnchors({}, 0) {} ///< no folder: nobody is trusted
-    /// `folder` is absolute. `allowedOwner`: who may own it besides root; a service passes 0.
+    /// `folder` is absolute. `allowedOwner` may own it besides root; a service passes 0.
     TrustAnchors(std::string folder, uid_t allowedOwner,
                  Clock clock = std::chrono::system_clock::now);
 
     /// The anchors as they are now.
     [[nodiscard]] std::shared_ptr<const AnchorSet> current() const;
-    /// Why nobody is trusted at present; empty when somebody is.
+    /// The reason why nobody is trusted at present; empty when somebody is.
     [[nodiscard]] std::string reason() const { return current()->reason(); }
 
 private:

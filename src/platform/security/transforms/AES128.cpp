@@ -17,7 +17,7 @@ namespace {
 constexpr std::size_t kBlock = 16;
 constexpr std::size_t kPieceLength = std::size_t{1} << 30; // the library counts in int
 
-/// Wiped when it goes.
+/// The key is wiped at its end.
 class Key {
 public:
     explicit Key(std::string_view given) {

@@ -22,7 +22,7 @@ public:
     static const CryptoLibrary& shared();
 
     [[nodiscard]] OSSL_LIB_CTX* context() const noexcept { return context_.get(); }
-    /// By the library's name in any case, "MD5"; null for an unknown one.
+    /// The digest with the library's name in any case, "MD5"; null for an unknown one.
     [[nodiscard]] DigestHandle digest(std::string_view name) const;
     [[nodiscard]] const EVP_CIPHER* aes128ECB() const noexcept { return aes128ECB_.get(); }
 

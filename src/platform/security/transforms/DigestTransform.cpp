@@ -102,7 +102,7 @@ tl::expected<Value, Error> DigestTransform::executeOnFile(const std::string& pat
 Error DigestTransform::refusal() const {
     return Error::withDescription(error_domain::kOSStatus,
                                   transform_status::kInvalidDigestAlgorithm,
-                                  fmt::format("There is no digest of the type \"{}\".", type_));
+                                  fmt::format("There is not a digest of the type \"{}\".", type_));
 }
 
 } // namespace qv

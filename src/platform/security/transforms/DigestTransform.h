@@ -10,7 +10,7 @@ namespace qv {
 /// Gives the digest of its input as data.
 class DigestTransform final : public Transform {
 public:
-    /// `type`: the name of a digest, in any case: MD5, SHA1, SHA256, SHA3-512, BLAKE2b512 ... An
+    /// `type` is the name of a digest, in any case: MD5, SHA1, SHA256, SHA3-512, BLAKE2b512 ... An
     /// unknown name is an error of `execute`.
     explicit DigestTransform(std::string_view type);
 

@@ -25,7 +25,8 @@ public:
 
 /// The platform's status numbers of transforms.
 namespace transform_status {
-inline constexpr std::int64_t kUnknownFormat = -25257;    ///< what should be a certificate is none
+/// The item that should be a certificate is not one.
+inline constexpr std::int64_t kUnknownFormat = -25257;
 inline constexpr std::int64_t kDecode = -26275;           ///< a public key that cannot be used
 inline constexpr std::int64_t kInvalidSignature = -67688; ///< of no form that the key could make
 inline constexpr std::int64_t kInvalidDigestAlgorithm = -67815;

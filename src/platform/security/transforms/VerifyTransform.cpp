@@ -23,7 +23,7 @@ X509Handle readCertificate(std::string_view der) {
     if (certificate == nullptr) {
         throw std::bad_alloc();
     }
-    // Released and nulled by the reader when it fails.
+    // The reader releases and nulls it when it fails.
     const unsigned char* at = unsignedBytes(der);
     static_cast<void>(d2i_X509(&certificate, &at,
                                static_cast<long>(std::min<std::size_t>(der.size(), LONG_MAX))));
