@@ -1,6 +1,6 @@
-// Looking for services over the tree of this machine, against the enumerator of libsystemd; the
-// same over trees of 1,000 and 10,000 devices; the properties of a device against reading its
-// files; the arrival of a device against the kernel's own event.
+// Measures the search for services over the tree of this machine, against the enumerator of
+// libsystemd; the same over trees of 1,000 and 10,000 devices; the properties of a device against
+// reading its files; the arrival of a device against the kernel's own event.
 
 #include "platform/iokit/IOKit.h"
 #include "platform/iokit/IONotificationPort.h"
@@ -64,8 +64,8 @@ int countOfEnumerator(const char* subsystem) {
     return count;
 }
 
-// Each look-up in a process of its own would measure the process; so a fresh registry is what makes
-// the first one first.
+// Each look-up in a process of its own would measure the process; so a fresh registry stands for
+// the first look-up.
 void contest(const char* className, const char* subsystem, double goal) {
     std::vector<double> first;
     std::vector<double> again;

@@ -89,7 +89,7 @@ Times measure(const std::string& rule) {
 }
 
 #ifdef QV_PEER
-// One pair of times for each rule; fewer when the peer fails.
+// The pairs of times of the peer, one for each rule; fewer when the peer fails.
 std::vector<Times> measurePeer() {
     const std::unique_ptr<std::FILE, int (*)(std::FILE*)> output(
         // NOLINTNEXTLINE(cert-env33-c): the command is a constant of the build

@@ -1,4 +1,4 @@
-// What storing a value takes over what making the same bytes durable takes by itself. The file
+// Measures the time to store a value against the time to make the same bytes durable. The file
 // system of the temporary folder (TMPDIR) is what counts: it has to be a disk.
 //
 //   bench_preferences [WRITES]

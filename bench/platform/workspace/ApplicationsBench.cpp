@@ -1,5 +1,5 @@
-// Looking for applications among 2,000 desktop entries, ours against GIO where it was found: by
-// identifier and by name, the first time in a process and again.
+// Measures the search for applications among 2,000 desktop entries, ours against GIO where it was
+// found: by identifier and by name, the first time in a process and again.
 //
 // Each measurement is made in a process of its own, by its own clock. GIO's search by name answers
 // with more than one application, and only in the process's language.
@@ -29,7 +29,7 @@ constexpr int kRepetitions = 500;
 std::string identifier(int number) { return fmt::format("org.example.App{}", number); }
 std::string name(int number) { return fmt::format("Example{} Viewer", number); }
 
-// As large as the entries of usual applications are.
+// The size of usual applications' entries.
 std::string content(int number) {
     std::string text = fmt::format("[Desktop Entry]\nVersion=1.0\nType=Application\nName={}\n"
                                    "Exec=sh --new-window %U\nTryExec=sh\nIcon=example\n"
@@ -58,7 +58,7 @@ double timeOf(const std::function<bool()>& work) {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
 }
 
-// In a fresh process, which makes what it looks with as part of the first look-up.
+// Measures in a fresh process, which makes its index as part of the first look-up.
 Time timeIn(const std::function<LookUp()>& make) {
     void* shared =
         ::mmap(nullptr, sizeof(Time), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);

@@ -1,5 +1,5 @@
-// Any bytes as what the parser of an archive tells the writer of its content. Whatever they are,
-// nothing beside the folder changes, no set-ID bit arrives, and no link leads out of the folder.
+// The writer of an archive's content gets any bytes in place of those that the parser sends.
+// Nothing beside the folder changes, no set-ID bit arrives, and no link leads out of the folder.
 
 #include "platform/archiver/EntryStream.h"
 #include "platform/archiver/TreeWriter.h"
@@ -100,7 +100,7 @@ private:
     Descriptor root_;
 };
 
-// As the archiver does: the first failure ends it.
+// Writes as the archiver does: the first failure ends it.
 void write(qv::archiver::EntryReceiver& entries, qv::archiver::TreeWriter& tree) {
     std::string cause;
     for (bool hasFile = false; cause.empty();) {

@@ -1,5 +1,5 @@
-// Any bytes as a compressed disk image. Its runs make up each partition, and what is written of one
-// ends where the partition does, or before.
+// Any bytes as a compressed disk image. Its runs make up each partition, and the bytes written of
+// one end where the partition does, or before.
 
 #include "platform/foundation/os/Descriptor.h"
 #include "platform/foundation/os/FileBytes.h"

@@ -34,8 +34,8 @@ public:
     AccessibilityService& operator=(AccessibilityService&&) = delete;
     virtual ~AccessibilityService() = default;
 
-    /// `path`: of an executable file; empty when it is not known. IllegalArgument: there is no such
-    /// file, or it could not be executed; APIDisabled: only root may; CannotComplete: the
+    /// `path` names an executable file; empty when it is not known. IllegalArgument: there is no
+    /// such file, or it could not be executed; APIDisabled: only root may; CannotComplete: the
     /// grant could not be stored; Failure: anything else.
     virtual AXError makeProcessTrusted(const std::string& path) = 0;
 };

@@ -15,7 +15,8 @@ namespace qv {
 /// are of kAXErrorDomain: IllegalArgument if it is not a file that could be executed, else Failure.
 struct HeldProgram {
     Descriptor file; ///< O_PATH
-    /// Without links, as the kernel shows it: followed by " (deleted)" if the file is gone there.
+    /// The path without links, as the kernel shows it: followed by " (deleted)" if the file is gone
+    /// there.
     std::string path;
 
     /// Follows links.
@@ -24,7 +25,8 @@ struct HeldProgram {
     /// also if there is no such process, or if it could forge the answer.
     [[nodiscard]] static tl::expected<HeldProgram, Error> executedBy(pid_t process);
 
-    /// Of all bytes, at most 1 GiB. The result is a Failure if the file changes meanwhile.
+    /// The digest of all bytes, at most 1 GiB. The result is a Failure if the file changes
+    /// meanwhile.
     [[nodiscard]] tl::expected<SHA256Digest, Error> digest() const;
 };
 

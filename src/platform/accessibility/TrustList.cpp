@@ -25,7 +25,7 @@ std::string debugText(const Error& error) {
     return detail == nullptr ? error.localizedDescription() : std::string(detail->asString());
 }
 
-// None if the entry has another shape.
+// Returns none if the entry has another shape.
 std::optional<TrustedProgram> readProgram(const Value& entry) {
     TrustedProgram program;
     const Value* digest = entry.find("digest");

@@ -23,7 +23,7 @@ struct TrustedProgram {
     friend bool operator==(const TrustedProgram&, const TrustedProgram&) = default;
 };
 
-/// By path: absolute, without links; UTF-8.
+/// Trusted programs by path: absolute, without links; UTF-8.
 using TrustList = std::map<std::string, TrustedProgram, std::less<>>;
 
 /// The store's content: an XML property list, a dictionary of `version` (1) and `programs`, a

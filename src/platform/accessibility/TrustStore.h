@@ -32,11 +32,12 @@ struct TrustVerdict {
 /// that cannot be read whole is never overwritten and grants nothing.
 class TrustStore final : public AccessibilityService {
 public:
-    /// Where this build keeps its state.
+    /// The folder in which this build keeps its state.
     [[nodiscard]] static std::string defaultFolder();
 
-    /// `folder`: of the state, absolute; the one above it must be there. `requester`: the user on
-    /// whose behalf trust is granted. `patience`: how long others may hold the store's lock.
+    /// `folder`: the folder of the state, absolute; the one above it must be there. `requester`:
+    /// the user on whose behalf trust is granted. `patience`: the time for which others may hold
+    /// the store's lock.
     explicit TrustStore(std::string folder = defaultFolder(),
                         std::optional<uid_t> requester = std::nullopt,
                         std::chrono::milliseconds patience = std::chrono::seconds(5));
@@ -50,7 +51,7 @@ public:
     /// the one that it leads to. False when there was none. Needs root.
     tl::expected<bool, Error> revoke(const std::string& path);
 
-    // For any user. The error is that it cannot be found out.
+    // Judges for any user. The error is that it cannot be found out.
 
     [[nodiscard]] tl::expected<TrustList, Error> list() const;
     /// Whether the file that is there now is trusted.

@@ -205,7 +205,8 @@ private:
 } // namespace
 
 void prepareParser() {
-    // Without a name of the file the C library looks before each conversion whether it has changed.
+    // The C library would look before each conversion whether the file has changed if TZ did not
+    // name it.
     static_cast<void>(::setenv("TZ", ":/etc/localtime", 1)); // NOLINT(concurrency-mt-unsafe)
     ::tzset();
     static_cast<void>(std::setlocale(LC_CTYPE, "C.UTF-8")); // NOLINT(concurrency-mt-unsafe)

@@ -107,7 +107,7 @@ bool EntryReceiver::take(std::string& into, std::uint32_t count) {
         return false;
     }
     into.resize(count);
-    // Behind a NUL byte the kernel would not see what is looked at here.
+    // The kernel would not see the part behind a NUL byte, which is looked at here.
     return take(into.data(), count) && into.find('\0') == std::string::npos;
 }
 

@@ -10,8 +10,8 @@
 
 namespace qv::archiver {
 
-// How the process that parses an archive tells the one that writes files what is in it: over a
-// pipe, each entry with its name and facts, then the content of a file in pieces.
+// The process that parses an archive tells the one that writes files its content: over a pipe, each
+// entry with its name and facts, then the content of a file in pieces.
 
 enum class EntryKind : std::uint8_t { folder, file, link, failure, end };
 
@@ -47,7 +47,7 @@ private:
 class EntryReceiver {
 public:
     explicit EntryReceiver(int pipe);
-    /// None when the stream ends, or is not what a sender sends.
+    /// Returns none when the stream ends, or is not a sender's.
     std::optional<Entry> receive();
     /// The next piece of a file's content, valid until the next call; empty at its end.
     std::optional<std::string_view> receiveContent();

@@ -247,8 +247,8 @@ std::string TreeWriter::checkLinks() {
         how.resolve = RESOLVE_BENEATH | RESOLVE_NO_MAGICLINKS;
         const Descriptor target(
             static_cast<int>(::syscall(SYS_openat2, root_.get(), path.c_str(), &how, sizeof how)));
-        // One that leads to nothing, or in circles, leads to nothing outside; but not for ever if
-        // only a folder is missing on the way.
+        // A link that leads to nothing, or in circles, leads to nothing outside; but a missing
+        // folder on the way may be made later.
         const bool leadsNowhere =
             errno == ENOENT || errno == ELOOP || errno == ENOTDIR || errno == EACCES;
         if (!target && (!leadsNowhere || leadsOutByText)) {

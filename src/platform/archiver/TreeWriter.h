@@ -74,7 +74,7 @@ private:
     Descriptor file_;
     bool hasFile_ = false;
     Entry fileEntry_;
-    // As a tree: whole paths would take many times what the archive has.
+    // The folders as a tree: whole paths would take many times what the archive has.
     std::vector<FolderNode> folders_ = std::vector<FolderNode>(1);
     std::map<std::pair<std::size_t, std::string>, std::size_t> numbers_;
     std::vector<DoubtfulLink> doubtfulLinks_;

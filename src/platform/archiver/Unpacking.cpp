@@ -30,7 +30,7 @@ namespace qv::archiver {
 
 namespace {
 
-/// Whom the parser becomes where it is started as root, a number without an account.
+/// The user that the parser becomes where it is started as root, a number without an account.
 constexpr uid_t kParserUser = 47112;
 /// The parser keeps the list of an archive in memory: some 160 bytes an entry.
 constexpr rlim_t kMostMemory = rlim_t{1} << 30U;
@@ -88,7 +88,7 @@ std::string keepArchive(int input, int file) {
 
 // The process that looks at a stranger's bytes can read one file, compute, and tell the outcome.
 std::string confineParser() {
-    if constexpr (!QV_SANITIZED) { // whose own memory is larger than any limit
+    if constexpr (!QV_SANITIZED) { // a sanitizer's memory is larger than any limit
         const rlimit memory{.rlim_cur = kMostMemory, .rlim_max = kMostMemory};
         if (::setrlimit(RLIMIT_AS, &memory) != 0) {
             return errnoText(errno);
@@ -101,7 +101,7 @@ std::string confineParser() {
     return kept.empty() ? keepToComputing() : kept;
 }
 
-// `whole`: a pipe that ends once the archive is there to its end.
+// `whole` is a pipe that ends once the archive is there to its end.
 [[noreturn]] void runParser(int archive, int pipe, int whole) {
     EntrySender sender(pipe);
     prepareParser();
@@ -131,7 +131,7 @@ public:
             static_cast<void>(end());
         }
     }
-    // For a parser whose stream has ended: how it ended.
+    // Returns the fault of a parser whose stream has ended.
     std::string end() {
         int status = 0;
         while (::waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
@@ -224,7 +224,8 @@ std::string unpack(int input, const std::string& folder) {
         return "no pipe: " + errnoText(errno);
     }
     const int writing = entryPipe->fileHandleForWriting.get();
-    static_cast<void>(::fcntl(writing, F_SETPIPE_SZ, kPipeSize)); // else the usual size
+    // Otherwise the pipe keeps its usual size.
+    static_cast<void>(::fcntl(writing, F_SETPIPE_SZ, kPipeSize));
     const pid_t child = ::fork();
     if (child < 0) {
         return "no process: " + errnoText(errno);

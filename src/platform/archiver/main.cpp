@@ -18,7 +18,8 @@ int main(int count, char** words) {
         return EXIT_SUCCESS;
     }
     qv::sanitizeProcess();
-    ::close_range(STDERR_FILENO + 1, ~0U, 0); // whatever else it was started with
+    // Close every other descriptor that it was started with.
+    ::close_range(STDERR_FILENO + 1, ~0U, 0);
     qv::log::open("QVCatalogArchiver", qv::log::Destination::standardError);
     const std::span arguments(words, static_cast<std::size_t>(count));
     constexpr std::size_t kWords = 4;
@@ -30,6 +31,6 @@ int main(int count, char** words) {
     if (!cause.empty()) {
         qv::log::write(qv::log::Priority::error, cause);
     }
-    // Without the exit handlers of libraries: the rights that they might need are gone.
+    // This exit skips the exit handlers of libraries: the rights that they might need are gone.
     ::_exit(cause.empty() ? EXIT_SUCCESS : EXIT_FAILURE);
 }

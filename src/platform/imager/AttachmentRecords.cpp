@@ -46,7 +46,7 @@ std::optional<std::uint64_t> startOf(pid_t pid) {
     return start ? std::optional(*start) : std::nullopt;
 }
 
-// All but the last folder may be entered by others; they exist on a usual machine.
+// Other users may enter all but the last folder; these exist on a usual machine.
 tl::expected<Descriptor, Error> enterFolder(const fs::path& path) {
     constexpr mode_t kForAll = 0755;
     Descriptor folder(::open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));

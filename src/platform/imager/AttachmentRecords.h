@@ -29,7 +29,7 @@ struct Owner {
 struct Attachment {
     std::string mountPoint; ///< absolute
     std::string workFolder; ///< absolute; need not exist
-    bool isCopy = false;    ///< what is in the mount point is a copy of our own
+    bool isCopy = false;    ///< the mount point holds a copy of our own
     Owner owner;            ///< the attachment is of no use after its end
 };
 
@@ -45,14 +45,14 @@ public:
     [[nodiscard]] tl::expected<Lock, int> lock(const std::string& name,
                                                const Deadline& deadline) const;
 
-    /// None if there is no record.
+    /// Returns none if there is no record.
     [[nodiscard]] tl::expected<std::optional<Attachment>, Error>
     read(const std::string& name) const;
-    /// With the lock held.
+    /// Has to be called with the lock held.
     [[nodiscard]] Error write(const std::string& name, const Attachment& attachment) const;
     /// The record, and the file of its lock, which is to be held.
     [[nodiscard]] Error remove(const std::string& name) const;
-    /// Of all records and locks, each once.
+    /// The names of all records and locks, each once.
     [[nodiscard]] std::vector<std::string> names() const;
 
 private:

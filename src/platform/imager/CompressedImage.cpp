@@ -29,7 +29,7 @@ tl::expected<Value, Error> confined(int image, const std::vector<int>& files,
                                .run = [&run](const Value&) { return run(); },
                                .patience = readingTimeOf(image),
                                .descriptors = std::move(descriptors)});
-    // What the work itself says names its step.
+    // An error of the work itself names its step.
     return result || workerFailure(result.error()) == 0
                ? std::move(result)
                : failure(kUnpacking, result.error().localizedDescription());
@@ -56,7 +56,7 @@ Error decodeInto(int image, const std::vector<int>& files) {
     return error;
 }
 
-// As long as it is to be, which no later write can say of zeros.
+// Makes a file of its final length, as zeros at its end are never written.
 Descriptor makeFile(int folder, std::size_t number, std::int64_t size) {
     constexpr mode_t kOwnersAlone = 0600;
     Descriptor file(::openat(folder, fmt::format("{}", number).c_str(),

@@ -16,14 +16,14 @@ namespace qv::imager {
 namespace {
 
 constexpr std::string_view kRecognising = "recognising the file system";
-constexpr std::uint64_t kSector = 512; // what libblkid counts partitions in
+constexpr std::uint64_t kSector = 512; // the unit in which libblkid counts partitions
 
 struct ProbeReleaser {
     void operator()(blkid_struct_probe* probe) const noexcept { ::blkid_free_probe(probe); }
 };
 using Probe = std::unique_ptr<blkid_struct_probe, ProbeReleaser>;
 
-// Of a part of a file; size 0 stands for all of it.
+// A probe of a part of a file; size 0 stands for all of it.
 Probe probeOf(int file, std::uint64_t offset, std::uint64_t size) {
     Probe probe(::blkid_new_probe());
     if (probe && ::blkid_probe_set_device(probe.get(), file, static_cast<blkid_loff_t>(offset),

@@ -30,11 +30,11 @@ namespace fs = std::filesystem;
 
 constexpr std::string_view kWorking = "the folder for work";
 
-// How 7-Zip unpacks what libblkid has named.
+// 7-Zip's handling of a format that libblkid has named.
 struct Format {
     std::string_view type;
     std::string_view name;
-    bool hasVolumeFolder; // what is in the volume lies in a folder of its name
+    bool hasVolumeFolder; // the volume's content lies in a folder of its name
     Names names;
 };
 constexpr std::array<Format, 11> kFormats = {{{"hfsplus", "HFS", true, Names::composed},
@@ -67,7 +67,7 @@ public:
     }
 
 private:
-    // Not synced: that would wait until all that was unpacked before is on the disk.
+    // The file is not synced: that would wait until all files unpacked before are on the disk.
     static Descriptor made(int parent, const char* name) {
         constexpr mode_t kOwnersAlone = 0700;
         return ::mkdirat(parent, name, kOwnersAlone) == 0 ? openFolderIn(parent, name)

@@ -16,8 +16,8 @@ struct ImageContent {
     std::string folder; ///< where there is no mount: an absolute path
 };
 
-/// Decodes an image, open for reading, as far as it takes. What has to be unpacked goes into a work
-/// folder, which is made for it and stays; the mount may need it.
+/// Decodes an image, open for reading, as far as it takes. Content that has to be unpacked goes
+/// into a work folder, which is made for it and stays; the mount may need it.
 [[nodiscard]] tl::expected<ImageContent, Error> openContent(int image, const ItemPlace& workFolder);
 
 } // namespace qv::imager

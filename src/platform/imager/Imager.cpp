@@ -60,7 +60,7 @@ Error makeVolumesFolder(const std::string& mountPoint) {
     return folder ? Error() : failed(volumes.native(), place ? errno : place.error());
 }
 
-// Nothing, or an empty folder where nothing is mounted.
+// Fails unless there is nothing at the place, or an empty folder where nothing is mounted.
 Error checkIsFree(const ItemPlace& place) {
     const Descriptor folder = openFolderIn(place.parent.get(), place.name.c_str());
     if (!folder) {
@@ -93,8 +93,8 @@ Error removeTree(const std::string& path) {
                : imager::failed(failed->path, failed->errorNumber);
 }
 
-// Everything that an attachment has made, whatever of it is there. Goes on after a failure; the
-// first one is returned, and then the record stays.
+// Removes everything that an attachment has made, as far as it is there. Goes on after a failure;
+// the first one is returned, and then the record stays.
 Error takeApart(const AttachmentRecords& records, const std::string& name,
                 const Attachment& attachment) {
     Error first;
@@ -219,7 +219,7 @@ Error attachLocked(const AttachmentRecords& records, const ItemPlace& image,
 
 Error detachAt(const AttachmentRecords& records, const std::string& mountPoint,
                const ItemPlace& place) {
-    constexpr std::chrono::seconds kPatience{10}; // with one who is attaching there
+    constexpr std::chrono::seconds kPatience{10}; // the time for a process that is attaching there
     const auto lock = records.lock(place.name, Deadline::after(kPatience));
     if (!lock) {
         return failed(kPlacing, lock.error());

@@ -84,7 +84,8 @@ tl::expected<Descriptor, Error> mountFileSystem(int file, const FileSystemPlace&
     return mount;
 }
 
-// What overlays show of a layer that they do not write to, they do not sync. There have to be two.
+// Overlays do not sync the files that they show of a layer that they do not write to. There have to
+// be two.
 Descriptor openWithoutSync(int folder, const char* name, int empty) {
     const std::string layers = fmt::format("/proc/self/fd/{}:/proc/self/fd/{}", folder, empty);
     const Descriptor context(::fsopen("overlay", FSOPEN_CLOEXEC));

@@ -12,9 +12,9 @@ namespace qv::imager {
 /// carries checksums is held against them.
 ///
 /// The file is a stranger's. As root the program that reads it has an identity and namespaces of
-/// its own and sees nothing but /usr, the file and the folder; it ends with this process. What it
-/// writes belongs to that identity, so nobody else may reach the folder yet. It is killed, and that
-/// is an error, once it has used no processor time for as long as `patience`.
+/// its own and sees nothing but /usr, the file and the folder; it ends with this process. The files
+/// that it writes belong to that identity, so nobody else may reach the folder yet. It is killed,
+/// and that is an error, once it has used no processor time for as long as `patience`.
 [[nodiscard]] Error unpack(int file, const std::string& format, int folder,
                            std::chrono::milliseconds patience = std::chrono::minutes(1));
 

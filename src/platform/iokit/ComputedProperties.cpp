@@ -22,7 +22,7 @@ std::string trimmedAttribute(PropertyContext& context, std::string_view name) {
     return std::string(conversion::trimmed(context.attribute(name).value_or("")));
 }
 
-// What the maker of a PC writes where he has nothing to say.
+// Texts that the maker of a PC writes where he has nothing to say.
 bool isPlaceholder(std::string_view text) {
     static constexpr std::array<std::string_view, 11> kPlaceholders{"",
                                                                     "To be filled by O.E.M.",
@@ -86,7 +86,7 @@ std::optional<std::int64_t> hexAttribute(PropertyContext& context, std::string_v
     return conversion::integer16(context.attribute(name).value_or(""));
 }
 
-// In mAh: of a charge in uAh, or of an energy in uWh at the usual voltage in uV.
+// The capacity in mAh, from a charge in uAh, or from an energy in uWh at the usual voltage in uV.
 std::optional<Value> capacity(PropertyContext& context, std::string_view what) {
     constexpr std::int64_t kMicro = 1000;
     const auto read = [&](const std::string& name) {
@@ -207,7 +207,7 @@ std::optional<Value> pciAddress(PropertyContext& context) {
 }
 
 std::optional<Value> bsdName(PropertyContext& context) {
-    std::string name = context.subject().device.name; // in which the kernel writes "!" for "/"
+    std::string name = context.subject().device.name; // the kernel writes "!" in it for "/"
     std::ranges::replace(name, '!', '/');
     return textValue(name);
 }

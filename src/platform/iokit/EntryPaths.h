@@ -19,8 +19,8 @@ public:
         : nodes_(nodes), properties_(properties) {}
 
     [[nodiscard]] const RegistryEntry::Label& labelOf(RegistryEntry& node);
-    /// "IOService:/name@location/..."; none of the root, of a terminated entry, and of a path that
-    /// would be too long.
+    /// The path "IOService:/name@location/..."; none of the root, of a terminated entry, and of a
+    /// path that would be too long.
     [[nodiscard]] std::optional<std::string> pathOf(RegistryEntry& node);
     /// The entry of a path; null when there is none, and for what is not such a path.
     [[nodiscard]] RegistryEntry* resolve(std::string_view path);

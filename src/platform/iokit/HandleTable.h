@@ -21,8 +21,8 @@ public:
     /// A handle with one more reference; an entry keeps the one that it has.
     [[nodiscard]] io_object_t handleOf(Object object);
     [[nodiscard]] kern_return_t retain(io_object_t handle);
-    /// What nobody refers to any more goes to `dropped`: to end it may call back, which takes the
-    /// mutex to be free.
+    /// An object that nobody refers to any more goes to `dropped`: its end may call back, which
+    /// needs the mutex to be free.
     [[nodiscard]] kern_return_t release(io_object_t handle, Dropped& dropped);
     [[nodiscard]] const Object* find(io_object_t handle) const; ///< null: not held
     [[nodiscard]] std::size_t size() const { return entries_.size(); }

@@ -37,7 +37,7 @@ bool isPlane(std::string_view plane) {
     return std::ranges::find(kPlanes, plane) != kPlanes.end();
 }
 
-// What is still known of a device that has gone.
+// The properties that are still known of a device that has gone.
 Value rememberedProperties(const RegistryEntry& node) {
     std::vector<std::pair<Value, Value>> pairs;
     const auto add = [&](std::string_view key, Value value) {

@@ -30,11 +30,11 @@ inline constexpr mach_port_t kIOMainPortDefault = 0;
 /// The port to ask the registry by, which is not 0. Any port may be given to the functions below.
 [[nodiscard]] kern_return_t IOMasterPort(mach_port_t bootstrapPort, mach_port_t& mainPort);
 
-// Any object.
+// Functions for any object.
 
 [[nodiscard]] kern_return_t IOObjectRetain(io_object_t object); ///< kKernInvalidName: not held
-/// kKernInvalidName: not held. The last release of a notification's handle ends the notification,
-/// the last one of an iterator's releases what is left in it.
+/// Returns kKernInvalidName for a handle that is not held. The last release of a notification's
+/// handle ends the notification, the last one of an iterator's releases the objects left in it.
 kern_return_t IOObjectRelease(io_object_t object);
 [[nodiscard]] bool IOObjectIsEqualTo(io_object_t object, io_object_t other);
 /// The name of the object's class: "IOUSBHostDevice"; "IOUserIterator" for an iterator.
@@ -68,19 +68,19 @@ IOServiceGetMatchingServices(mach_port_t mainPort, const Value& matching, io_ite
 [[nodiscard]] io_registry_entry_t IORegistryEntryFromPath(mach_port_t mainPort,
                                                           std::string_view path);
 
-/// Never 0 and not used again before the machine is started anew.
+/// The ID is never 0 and not used again before the machine is started anew.
 [[nodiscard]] kern_return_t IORegistryEntryGetRegistryEntryID(io_registry_entry_t entry,
                                                               std::uint64_t& entryID);
 [[nodiscard]] kern_return_t IORegistryEntryGetName(io_registry_entry_t entry, std::string& name);
-/// Empty for an entry without a location.
+/// The location is empty for an entry without a location.
 [[nodiscard]] kern_return_t IORegistryEntryGetLocationInPlane(io_registry_entry_t entry,
                                                               std::string_view plane,
                                                               std::string& location);
-/// kIOReturnBadArgument: an unknown plane, an entry that is not in it, a path of more than 509
-/// bytes.
+/// Returns kIOReturnBadArgument for an unknown plane, an entry that is not in it, a path of more
+/// than 509 bytes.
 [[nodiscard]] kern_return_t IORegistryEntryGetPath(io_registry_entry_t entry,
                                                    std::string_view plane, std::string& path);
-/// kIOReturnNoDevice: it has none.
+/// Returns kIOReturnNoDevice if it has none.
 [[nodiscard]] kern_return_t IORegistryEntryGetParentEntry(io_registry_entry_t entry,
                                                           std::string_view plane,
                                                           io_registry_entry_t& parent);
@@ -102,7 +102,7 @@ IOServiceGetMatchingServices(mach_port_t mainPort, const Value& matching, io_ite
 /// written. kIOReturnBadArgument: a value of a kind that it cannot take.
 [[nodiscard]] kern_return_t IORegistryEntrySetCFProperty(io_registry_entry_t entry,
                                                          std::string_view key, const Value& value);
-/// One by one in the order of the dictionary, up to the first failure.
+/// Sets the properties one by one in the order of the dictionary, up to the first failure.
 [[nodiscard]] kern_return_t IORegistryEntrySetCFProperties(io_registry_entry_t entry,
                                                            const Value& properties);
 

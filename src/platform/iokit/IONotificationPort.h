@@ -55,15 +55,15 @@ using IONotificationPortRef = std::unique_ptr<IONotificationPort>; ///< null whe
 /// the kernel's events, that is logged, and notifications tell of nothing but the services that
 /// there are at first. Null: no descriptors are left.
 [[nodiscard]] IONotificationPortRef IONotificationPortCreate(mach_port_t mainPort);
-/// Null for a null port.
+/// Returns null for a null port.
 [[nodiscard]] std::shared_ptr<RunLoopSource>
 IONotificationPortGetRunLoopSource(const IONotificationPortRef& port);
 /// Ends the port and makes the reference null.
 void IONotificationPortDestroy(IONotificationPortRef& port) noexcept;
 
-/// `iterator`: the notification's own, which the caller has to drain.
+/// `iterator` is the notification's own, which the caller has to drain.
 using IOServiceMatchingCallback = std::function<void(io_iterator_t iterator)>;
-/// `service`: the handle that was given at the registration.
+/// `service` is the handle that was given at the registration.
 using IOServiceInterestCallback =
     std::function<void(io_service_t service, natural_t messageType, std::uintptr_t argument)>;
 

@@ -40,7 +40,7 @@ inline constexpr kern_return_t kIOReturnNotPermitted = ioReturn(0x2E2);
 inline constexpr natural_t kIOMessageServiceIsTerminated = 0xE0000010;
 inline constexpr natural_t kIOMessageServiceIsSuspended = 0xE0000020; ///< taken offline
 inline constexpr natural_t kIOMessageServiceIsResumed = 0xE0000030;   ///< online again
-/// Argument 1 for busy, 0 for quiet.
+/// The argument is 1 for busy, 0 for quiet.
 inline constexpr natural_t kIOMessageServiceBusyStateChange = 0xE0000120;
 inline constexpr natural_t kIOMessageServicePropertyChange = 0xE0000130;
 

@@ -47,7 +47,7 @@ std::vector<std::shared_ptr<RegistryEntry>> Matcher::find(const Value& matching,
             consider(node);
         }
     } else if (const Value* path = findOf(matching, "IOPathMatch", Kind::string)) {
-        // To resolve it for each node would take the square of their number.
+        // Resolving it for each node would take the square of their number.
         const RegistryEntry* node = paths_.resolve(path->asString());
         if (node != nullptr) {
             consider(nodes_.byID(node->id));

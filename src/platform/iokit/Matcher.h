@@ -9,15 +9,15 @@
 
 namespace qv {
 
-/// Compares services with matching dictionaries. What is cheap is compared first, and no attribute
-/// is read that a dictionary does not ask for. A dictionary under `IOLocationMatch` has to match
-/// the nearest device above that has a location. Guarded by the registry's mutex.
+/// Compares services with matching dictionaries. The cheap keys are compared first, and no
+/// attribute is read that a dictionary does not ask for. A dictionary under `IOLocationMatch` has
+/// to match the nearest device above that has a location. Guarded by the registry's mutex.
 class Matcher {
 public:
     Matcher(const NodeTable& nodes, EntryPaths& paths, PropertyAccess& properties)
         : nodes_(nodes), paths_(paths), properties_(properties) {}
 
-    /// Those that match, parents before children; at most `most`.
+    /// The devices that match, parents before children; at most `most`.
     [[nodiscard]] std::vector<std::shared_ptr<RegistryEntry>> find(const Value& matching,
                                                                    std::size_t most = SIZE_MAX);
     [[nodiscard]] bool matches(const Value& matching, const std::shared_ptr<RegistryEntry>& node);

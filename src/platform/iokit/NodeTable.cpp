@@ -131,7 +131,7 @@ bool comesBefore(std::string_view left, std::string_view right) noexcept {
             ++r;
         }
     }
-    // Equal as numbers: as text.
+    // Compares numbers that are equal by their texts.
     return left.size() - l != right.size() - r ? left.size() - l < right.size() - r : left < right;
 }
 
@@ -293,8 +293,9 @@ void NodeTable::place(const std::shared_ptr<RegistryEntry>& node, RegistryEntry&
 }
 
 void NodeTable::forgetPath(const RegistryEntry& node) {
+    // The path may belong to another node by now.
     if (const auto found = byPath_.find(node.path);
-        found != byPath_.end() && found->second == &node) { // not another one's by now
+        found != byPath_.end() && found->second == &node) {
         byPath_.erase(found);
     }
 }

@@ -32,7 +32,7 @@ public:
     /// Walks the tree again, unless the kernel tells that nothing has come or gone since: devices
     /// keep their nodes, those that are gone are terminated.
     void refresh();
-    void walkAgain(); ///< in any case
+    void walkAgain(); ///< the next look walks in any case
     /// The live node of a path after a look at its folder; null if the device is gone.
     [[nodiscard]] std::shared_ptr<RegistryEntry> lookAgain(const std::string& path);
     /// Decides anew what depends on what the device manager has found, which may have changed.
@@ -48,7 +48,7 @@ public:
     /// The children by name in natural order.
     [[nodiscard]] static const std::vector<std::shared_ptr<RegistryEntry>>&
     childrenOf(RegistryEntry& node);
-    /// Every live service, parents before children, until the function answers false.
+    /// Calls the function for every live service, parents before children, until it returns false.
     void forEachService(
         const std::function<bool(const std::shared_ptr<RegistryEntry>&)>& function) const;
     [[nodiscard]] std::size_t size() const { return byID_.size(); }
@@ -80,7 +80,7 @@ private:
     std::uint64_t walk_ = 0;
     std::optional<std::string> walkedAt_;    // the kernel's event number before the last walk
     std::shared_ptr<RegistryEntry> visited_; // last
-    // Of the folder of the manager's data, when they were read last.
+    // The state of the folder of the manager's data, when they were read last.
     std::optional<std::pair<std::uint64_t, std::int64_t>> managerState_{{0, 0}};
 };
 

@@ -34,15 +34,16 @@ struct MatchingNotification : EntryIterator {
     std::shared_ptr<const IOServiceMatchingCallback> callback;
     bool armed = false;
     io_iterator_t handle = 0;
-    bool held = true;       ///< the handle is
-    std::size_t queued = 0; ///< of those left, how many came after the registration
-    /// Of services that go: which of the live ones match. They cannot be asked any more afterwards.
+    bool held = true;       ///< the handle is held
+    std::size_t queued = 0; ///< the number of those left that came after the registration
+    /// The live services that match, for a notification of services that go. They cannot be asked
+    /// any more afterwards.
     std::set<std::uint64_t> candidates;
 };
 
 struct InterestNotification {
     bool busy = false;   ///< busy interest, else general
-    bool silent = false; ///< interest in what no device tells
+    bool silent = false; ///< interest in messages that no device sends
     std::shared_ptr<RegistryEntry> node;
     io_service_t service = 0; ///< one reference is the notification's
     std::shared_ptr<const IOServiceInterestCallback> callback;

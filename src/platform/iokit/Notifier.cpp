@@ -48,7 +48,8 @@ void Notifier::process() {
             if (received == DeviceMonitor::Received::event) {
                 apply(event);
             } else {
-                // What is still queued is older than what was lost. The tree tells all of it.
+                // The events still queued are older than those that were lost. The tree tells all
+                // of it.
                 while (monitor_->receive(event) != DeviceMonitor::Received::nothing) {
                 }
                 nodes_.walkAgain();
@@ -121,7 +122,7 @@ void Notifier::applyAdd(const DeviceEvent& event) {
     }
     const auto before = paths_.find(node->id);
     if (before != paths_.end() && isKnown(before->second, *node)) {
-        DeviceEvent move = event; // whose own event was not seen
+        DeviceEvent move = event; // the device's own event was not seen
         move.oldPath = before->second;
         applyMove(move);
         return;
@@ -151,8 +152,8 @@ void Notifier::applyMove(const DeviceEvent& event) {
         return;
     }
     const auto node = moved->second;
-    applyRemove(event.path);              // whatever was known there has gone before
-    if (!isKnown(event.oldPath, *node)) { // and this one with it, as it was below
+    applyRemove(event.path);              // every device that was known there has gone before
+    if (!isKnown(event.oldPath, *node)) { // then this one has gone as well, as it was below
         applyAdd(event);
         return;
     }
@@ -175,7 +176,7 @@ void Notifier::applyMove(const DeviceEvent& event) {
         paths_[subtree[i]->id] = paths[i];
         known_[paths[i]] = subtree[i];
     }
-    nodes_.walkAgain(); // for the paths of all that are below
+    nodes_.walkAgain(); // finds the paths of all devices below
     if (!node->live) {  // it has gone meanwhile, under its new name
         node->path = event.path;
         node->kernelName = event.path.substr(event.path.rfind('/') + 1);
@@ -214,7 +215,7 @@ void Notifier::compare() {
             going.push_back(path);
         }
     }
-    for (; !going.empty(); going.pop_back()) { // what is below comes first
+    for (; !going.empty(); going.pop_back()) { // devices below come first
         if (known_.contains(going.back())) {
             disappear(going.back());
         }
@@ -227,7 +228,7 @@ void Notifier::compare() {
                 appear(node);
             }
         } else if (path->second != node->path) {
-            if (isKnown(path->second, *node)) { // not another one there by now
+            if (isKnown(path->second, *node)) { // another device may be there by now
                 known_.erase(path->second);
             }
             path->second = node->path;

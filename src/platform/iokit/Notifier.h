@@ -15,9 +15,9 @@
 
 namespace qv {
 
-/// What a port does: takes events, one after the other, compares them with the devices that it has
-/// told of so far, and calls back. It does not rely on who else has looked at the tree meanwhile: a
-/// device that another look-up found first is still new to the port.
+/// Does the work of a port: takes events, one after the other, compares them with the devices that
+/// it has told of so far, and calls back. It does not rely on who else has looked at the tree
+/// meanwhile: a device that another look-up found first is still new to the port.
 ///
 /// Callbacks run without the registry's mutex; the rest of the object's state, but for the monitor
 /// and what is being delivered, is guarded by it.
@@ -25,7 +25,7 @@ class Notifier : public std::enable_shared_from_this<Notifier> {
 public:
     static constexpr std::size_t kMostQueued = 1024;
 
-    /// `owner` keeps the three others alive. With the mutex held.
+    /// `owner` keeps the three others alive. Has to be called with the mutex held.
     Notifier(std::shared_ptr<const void> owner, std::mutex& mutex, NodeTable& nodes,
              Matcher& matcher, std::unique_ptr<DeviceMonitor> monitor);
 
@@ -33,9 +33,9 @@ public:
         return monitor_ == nullptr ? -1 : monitor_->descriptor();
     }
     void process();                        ///< takes the events that are there, and calls back
-    void end() noexcept { ended_ = true; } ///< calls nothing any more
+    void end() noexcept { ended_ = true; } ///< calls back no more
 
-    // With the mutex held.
+    // Has to be called with the mutex held.
     void add(const std::shared_ptr<MatchingNotification>& notification, Dropped& dropped);
     void add(const std::shared_ptr<InterestNotification>& notification, Dropped& dropped);
 

@@ -23,7 +23,7 @@ public:
     [[nodiscard]] std::shared_ptr<const PropertySubject> subjectOf(const RegistryEntry& node) const;
 
     using Subject = std::shared_ptr<const PropertySubject>;
-    /// None: the device has no such property.
+    /// Returns none if the device has no such property.
     [[nodiscard]] std::optional<Value> one(const Subject& subject, std::string_view key);
     /// A dictionary; none when the device has gone.
     [[nodiscard]] std::optional<Value> all(const Subject& subject);
@@ -31,7 +31,7 @@ public:
                                     const Value& value);
     [[nodiscard]] DeviceLabel label(const Subject& subject);
     [[nodiscard]] std::vector<std::string> compatibleNames(const Subject& subject);
-    /// Also true while it cannot be looked for.
+    /// Returns true also while it cannot be looked for.
     [[nodiscard]] bool exists(const Subject& subject);
     [[nodiscard]] bool hasDriver(const Subject& subject);
 

@@ -40,7 +40,7 @@ struct PropertySubject {
     std::string machineID;
 };
 
-/// Where the text behind a property stands.
+/// The place of the text behind a property.
 enum class PropertyOrigin : std::uint8_t {
     attribute,       ///< of the device
     parentAttribute, ///< of the device above

@@ -25,7 +25,7 @@ constexpr PropertyRow row(F family, std::string_view name, std::string_view sour
                           cv::Converter convert) {
     return row(family, name, O::attribute, source, convert);
 }
-/// Of an attribute of the same name.
+/// A row for an attribute of the same name.
 constexpr PropertyRow row(F family, std::string_view name, cv::Converter convert) {
     return row(family, name, O::attribute, name, convert);
 }
@@ -228,7 +228,7 @@ std::string nameFrom(PropertyContext& context, std::string_view attribute) {
     return std::string(value ? value->asString() : context.subject().className);
 }
 
-// "1f" and "1f,2" of "0000:00:1f.2".
+// Returns "1f" and "1f,2" for "0000:00:1f.2".
 std::string pciLocation(std::string_view name) {
     const std::size_t device = name.rfind(':') + 1;
     const std::size_t function = std::min(name.find('.', device), name.size());

@@ -22,7 +22,7 @@ struct PropertyRow {
 
 /// The properties of a family, with those of every device.
 [[nodiscard]] std::span<const PropertyRow> propertyRows(DeviceFamily family);
-/// None: the family has no property of that name.
+/// Returns none if the family has no property of that name.
 [[nodiscard]] const PropertyRow* propertyRow(DeviceFamily family, std::string_view name);
 
 [[nodiscard]] std::optional<Value> valueOf(const PropertyRow& row, PropertyContext& context);

@@ -15,7 +15,7 @@
 
 namespace qv {
 
-/// What stands behind the functions of IOKit.h: one registry a process.
+/// The implementation of the functions of IOKit.h: one registry a process.
 class Registry {
 public:
     explicit Registry(DevicePlaces places) : places_(std::move(places)) {}
@@ -40,7 +40,7 @@ public:
         std::unique_lock<std::mutex> lock_;
     };
 
-    // With the mutex held; only the properties may be used without it.
+    // The functions below need the mutex held; only the properties may be used without it.
     [[nodiscard]] std::mutex& mutex() { return mutex_; }
     [[nodiscard]] NodeTable& nodes() { return nodes_; }
     [[nodiscard]] PropertyAccess& properties() { return properties_; }

@@ -24,19 +24,19 @@ struct RegistryEntry {
     std::optional<std::string> number; ///< its attribute `dev`, once the class depended on it
 
     bool live = true;
-    std::uint64_t seen = 0;          ///< by which walk last
+    std::uint64_t seen = 0;          ///< the number of the last walk that met it
     RegistryEntry* parent = nullptr; ///< of a live entry; null for the root
     std::vector<std::shared_ptr<RegistryEntry>> children;
     bool childrenSorted = true;
 
-    /// Name and location, once they were asked for.
+    /// The name and location, once they were asked for.
     struct Label {
         std::string name;
         std::string location; ///< empty for none
     };
     std::optional<Label> label;
     bool labelOutdated = false; ///< to be read again while the device lives
-    /// How many children have each path component, while that is known.
+    /// The number of children with each path component, while that is known.
     std::optional<std::map<std::string, int>> childComponents;
 
     Value lastProperties;                    ///< a dictionary, once all were read

@@ -11,10 +11,11 @@ namespace qv {
 
 class Registry;
 
-/// Where devices are found.
+/// The places in which devices are found.
 struct DevicePlaces {
     std::string sysfs = "/sys";
-    std::string udevData = "/run/udev/data"; ///< what the device manager adds; may be missing
+    /// Properties that the device manager adds; may be missing.
+    std::string udevData = "/run/udev/data";
     std::string machineID = "/etc/machine-id";
     /// Opens the monitor of a port. Null: the one of this machine. A null monitor: no events.
     std::function<std::unique_ptr<DeviceMonitor>()> openMonitor = {};
@@ -32,7 +33,7 @@ public:
     RegistryReplacement& operator=(RegistryReplacement&&) = delete;
     ~RegistryReplacement();
 
-    /// How many nodes and handles there are, to look for leaks.
+    /// The numbers of nodes and handles, to look for leaks.
     struct Size {
         std::size_t nodes;
         std::size_t handles;

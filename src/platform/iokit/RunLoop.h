@@ -10,8 +10,8 @@ struct sd_event_source;
 
 namespace qv {
 
-/// The event loop of the calling thread, made when it is first asked for. What is added to it is
-/// served while the thread runs it.
+/// The event loop of the calling thread, made when it is first asked for. A source that is added to
+/// it is served while the thread runs it.
 class RunLoop {
 public:
     [[nodiscard]] static RunLoop current(); ///< throws std::system_error without descriptors

@@ -28,14 +28,14 @@ struct JournalEntry {
 /// Reads the system's journal as far as this process may. Errors: NSPOSIXErrorDomain.
 class JournalReader {
 public:
-    /// `folder`: of journal files; empty for this machine's.
+    /// `folder` holds journal files; empty for this machine's.
     [[nodiscard]] static tl::expected<JournalReader, Error> open(const std::string& folder = {});
 
     /// Leaves out entries without one of the values given for each name.
     [[nodiscard]] Error match(std::string_view name, std::string_view value);
     /// The next entry will be the first at or after a moment, since 1970.
     [[nodiscard]] Error seek(std::uint64_t microseconds);
-    /// False: there is none now.
+    /// Returns false if there is none now.
     [[nodiscard]] tl::expected<bool, Error> next();
     /// The one that `next` came to; fields of more than 64 KiB are cut.
     [[nodiscard]] tl::expected<JournalEntry, Error> entry();

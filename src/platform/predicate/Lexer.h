@@ -30,10 +30,10 @@ struct Token {
 /// Cuts the text of a predicate into tokens, one at a time. Texts that no token begins with throw.
 class Lexer {
 public:
-    /// `text`: outlives this. Throws when it is too long, no UTF-8, or holds NUL.
+    /// `text` has to outlive the lexer. Throws when it is too long, not UTF-8, or holds NUL.
     explicit Lexer(std::string_view text);
 
-    /// After the end comes the end again.
+    /// Returns the end again after the end.
     Token next();
 
 private:
@@ -41,7 +41,7 @@ private:
         return index < text_.size() ? text_[index] : '\0';
     }
     Token take(Token::Kind kind, std::size_t length, Symbol symbol = Symbol::none) noexcept;
-    /// Where the word that begins at `index` ends.
+    /// The end of the word that begins at `index`.
     [[nodiscard]] std::size_t endOfWord(std::size_t index) const noexcept;
     Token word();
     Token marked(Token::Kind kind);

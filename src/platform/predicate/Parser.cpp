@@ -16,7 +16,7 @@ std::string tooDeep() {
 
 } // namespace
 
-// One level more for as long as it lives.
+// Counts one more level as long as it lives.
 class Parser::Nesting {
 public:
     explicit Nesting(Parser& parser) : nesting_(parser.nesting_) {
@@ -268,7 +268,7 @@ void Parser::requireExpression(Index index, std::size_t begin) const {
 
 void Parser::requirePredicate(Index index) const {
     if (!tree_.nodes[index].isPredicate()) {
-        failHere("a comparison operator (a value alone is no predicate)");
+        failHere("a comparison operator (a value alone is not a predicate)");
     }
 }
 

@@ -14,7 +14,7 @@ namespace qv::predicate {
 /// asks of its operands that they are of its kind.
 class Parser {
 public:
-    /// `text`: outlives this.
+    /// `text` has to outlive the parser.
     explicit Parser(std::string_view text) : text_(text), lexer_(text), token_(lexer_.next()) {}
 
     /// Throws a PredicateSyntaxError. Once only.
@@ -32,7 +32,7 @@ private:
     void expect(Symbol symbol, std::string_view what);
     [[noreturn]] void failHere(std::string_view what) const;
 
-    // Rules. `least` is the loosest operator that may be taken here.
+    // The rules of the grammar. `least` is the loosest operator that may be taken here.
     Index infix(Level least);
     Index prefix(Level least);
     Index expression(); ///< any, with an assignment
@@ -62,7 +62,8 @@ private:
 
     // Nodes:
     void requireExpression(Index index, std::size_t begin) const;
-    void requirePredicate(Index index) const; ///< just read: fails at what follows it
+    /// Fails at the token behind the operand that was just read.
+    void requirePredicate(Index index) const;
     Index add(Expression node, std::size_t begin, std::span<const Index> operands = {});
     /// The operands are what `open_` holds from `mark` on.
     Index addList(Expression node, std::size_t begin, std::size_t mark);
@@ -73,7 +74,7 @@ private:
     std::string_view text_;
     Lexer lexer_;
     Token token_;
-    std::size_t pattern_ = std::string_view::npos; // where a pattern of LIKE stands
+    std::size_t pattern_ = std::string_view::npos; // the place of a pattern of LIKE
     std::size_t nesting_ = 0;
     Tree tree_;
     std::vector<std::uint16_t> depths_; // of the nodes

@@ -32,11 +32,11 @@ struct PredicatePart {
     std::string title;         ///< the part without its operands
     bool isCondition;          ///< true or false, not a value
     std::size_t evaluations;   ///< a part of a SUBQUERY can have many; 0: was left out
-    std::optional<Value> last; ///< what the last one gave; none when it did not come to an end
+    std::optional<Value> last; ///< the result of the last one; none when it did not come to an end
 };
 
-/// Two blanks a level. Deep down the level stands as a number, so that a printed tree stays linear
-/// in its predicate.
+/// The indentation has two blanks a level. Deep down the level stands as a number, so that a
+/// printed tree stays linear in its predicate.
 [[nodiscard]] std::string indentation(std::size_t level);
 
 /// A condition in the platform's predicate language, parsed. Immutable; copies share the tree, and
@@ -70,7 +70,7 @@ public:
 
     /// The predicate in its language; that text parses to the same tree.
     [[nodiscard]] std::string predicateFormat() const;
-    /// For people: one node a line, operands indented by two below.
+    /// A text for people: one node a line, operands indented by two below.
     [[nodiscard]] std::string tree() const;
 
 private:

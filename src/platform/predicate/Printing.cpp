@@ -291,7 +291,7 @@ std::string titleOf(const Tree& tree, const Expression& node) {
     return "";
 }
 
-// `times`: how often a list of constants that the node stands in was evaluated, as one value.
+// `times`: the number of evaluations of a list of constants around the node, as one value.
 void addParts(const Tree& tree, const Trace& trace, const Expression& node, std::size_t level,
               std::optional<std::size_t> times, std::vector<PredicatePart>& parts) {
     Outcome outcome = trace[static_cast<std::size_t>(&node - tree.nodes.data())];

@@ -60,7 +60,7 @@ struct FileContent {
     struct stat file{};
 };
 
-// None where there is no file.
+// Returns none where there is no file.
 tl::expected<std::optional<FileContent>, Error> contentOf(int folder, const DomainPlace& place) {
     const std::string path = place.path();
     // A FIFO must not keep the reader waiting.
@@ -74,7 +74,7 @@ tl::expected<std::optional<FileContent>, Error> contentOf(int folder, const Doma
         return tl::unexpected(failureAt(path, errno));
     }
     if (!S_ISREG(content.file.st_mode)) {
-        return tl::unexpected(failureAt(path, EINVAL, "is no regular file"));
+        return tl::unexpected(failureAt(path, EINVAL, "is not a regular file"));
     }
     if (content.file.st_size > kLargestFile) {
         return tl::unexpected(failureAt(path, EFBIG, kTooLarge));
@@ -115,7 +115,7 @@ tl::expected<std::string, Error> textOf(const Value& value) {
                                               static_cast<std::size_t>(kLargestFile));
 }
 
-// As they are stored: booleans are no integers here, and dates have whole seconds.
+// Compares values as they are stored: booleans are not integers here, and dates have whole seconds.
 bool areStoredAlike(const Value& left, const Value& right) {
     if (left.sameAs(right)) {
         return true;
@@ -159,13 +159,13 @@ Value valuesOf(const Found& found) { return found.values.value_or(Value::diction
 // Whether a look without the lock shows that there is nothing to do.
 bool isUnchanged(const DomainPlace& place, const Descriptor& folder, const Changes& changes) {
     const auto found = folder ? read(folder.get(), place, Patience::once) : Found{};
-    const bool isEmptyFile =
-        found && found->values && found->file.st_size == 0; // maybe not for long
+    const bool isEmptyFile = found && found->values &&
+                             found->file.st_size == 0; // another writer may be about to fill it
     return found && !isEmptyFile && !changed(valuesOf(*found), changes);
 }
 
-// Mode and owner of the old file where there was one. Whoever may not give files away keeps it for
-// himself alone: what others might do depended on who they were.
+// Gives the file the mode and owner of the old one where there was one. A user who may not give
+// files away keeps it for himself alone: the rights of others depended on who they were.
 int adoptRights(ReplacementFile& file, const Found& old, mode_t modeOfNew) {
     if (!old.values) {
         return ::fchmod(file.descriptor(), modeOfNew) == 0 ? 0 : errno;

@@ -13,11 +13,11 @@
 
 namespace qv::preferences {
 
-/// What shall become of keys: a value, or that they go away.
+/// The changes of keys: a value, or that they go away.
 using Changes = std::map<std::string, std::optional<Value>>;
 
-// Both work as the user that this process is, whatever the place says. Errors: NSPOSIXErrorDomain,
-// described as "FILE: CAUSE".
+// Both functions work as the user that this process is, whatever the place says. Errors:
+// NSPOSIXErrorDomain, described as "FILE: CAUSE".
 
 /// The dictionary of a domain; none if its file is missing or a link. Takes no lock.
 [[nodiscard]] tl::expected<std::optional<Value>, Error> readDomain(const DomainPlace& place);

@@ -37,7 +37,7 @@ Descriptor openBase(const DomainPlace& place, Missing missing) {
     return base;
 }
 
-// Without a folder where it is missing and is to be left so.
+// Returns an empty descriptor where the folder is missing and is to be left so.
 tl::expected<Descriptor, Error> reachFolder(const DomainPlace& place, Missing missing) {
     Descriptor folder = openBase(place, missing);
     if (!folder) {
@@ -88,7 +88,7 @@ tl::expected<Lock, Error> lockFolder(int folder, const std::string& folderPath,
         const std::string path = folderPath + "/" + kLockName;
         switch (errorNumber) {
         case EINVAL:
-            return failureAt(path, EINVAL, "is no regular file");
+            return failureAt(path, EINVAL, "is not a regular file");
         case ETIMEDOUT:
             return failureAt(path, ETIMEDOUT, "others hold the lock");
         default:
@@ -110,7 +110,7 @@ void removeIncomplete(int folder) {
     while (const dirent* entry = ::readdir(listing.get())) {
         const char* const name = std::data(entry->d_name);
         if (isIncompleteName(name)) {
-            static_cast<void>(::unlinkat(folder, name, 0)); // a folder is none of ours
+            static_cast<void>(::unlinkat(folder, name, 0)); // a folder is never ours
         }
     }
 }

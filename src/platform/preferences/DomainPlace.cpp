@@ -60,7 +60,7 @@ Error goToUser(const UserRecord& user, DomainPlace& place) {
 }
 
 Error goToCurrentUser(const PreferenceEnvironment& environment, DomainPlace& place) {
-    // Of a privileged process the environment may be another user's.
+    // The environment of a privileged process may be another user's.
     const bool isHeeded = environment.heedsConfigHome && ::geteuid() != 0;
     const char* const chosen = isHeeded ? ::secure_getenv("XDG_CONFIG_HOME") : nullptr;
     if (chosen != nullptr && *chosen == '/') {

@@ -15,9 +15,9 @@
 
 namespace qv {
 
-/// What preferences meet outside of this process; the members' own values are the machine's.
+/// The machine as preferences see it; the members' own values are the machine's.
 struct PreferenceEnvironment {
-    /// Where the values of any user are. Made when it is missing, but not what it is in.
+    /// The folder with the values of any user. Made when it is missing, but not what it is in.
     std::string anyUserFolder = "/usr/local/etc";
     std::function<std::optional<UserRecord>(const std::string&)> userNamed =
         [](const std::string& name) { return userRecord(name); };
@@ -25,9 +25,9 @@ struct PreferenceEnvironment {
         return userRecord(user);
     };
     bool heedsConfigHome = true; ///< XDG_CONFIG_HOME says where this process's own values are
-    /// For other writers of the same folder to finish.
+    /// The time for other writers of the same folder to finish.
     std::chrono::milliseconds lockPatience{5000};
-    /// For the process that works as another user, its wait for other writers included.
+    /// The time for the process that works as another user, its wait for other writers included.
     std::chrono::milliseconds userPatience{10000};
 };
 
@@ -41,7 +41,8 @@ struct DomainPlace {
     mode_t folderMode = 0700;
     std::string fileName;
     mode_t fileMode = 0600; ///< of a new file
-    /// Who has to go there, since only his own rights may count; none: this process itself.
+    /// The user who has to go there, since only his own rights may count; none: this process
+    /// itself.
     std::optional<UserRecord> otherUser;
 
     /// The base and so many of the folders.
@@ -50,7 +51,7 @@ struct DomainPlace {
 };
 
 /// Errors: EINVAL, ENAMETOOLONG for designations that are missing or that no file can have; ENOENT
-/// for a user that there is not.
+/// for a user that does not exist.
 [[nodiscard]] tl::expected<DomainPlace, Error> placeOf(const PreferencesDomain& domain,
                                                        const PreferenceEnvironment& environment);
 

@@ -6,7 +6,7 @@
 
 namespace qv::preferences {
 
-/// NSPOSIXErrorDomain, the description "PLACE: CAUSE".
+/// Returns an error of NSPOSIXErrorDomain with the description "PLACE: CAUSE".
 [[nodiscard]] Error failureAt(std::string_view place, int errorNumber, std::string_view cause);
 /// The same with the errno's own text as cause.
 [[nodiscard]] Error failureAt(std::string_view place, int errorNumber);

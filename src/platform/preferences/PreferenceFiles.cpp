@@ -17,10 +17,11 @@ using preferences::failureAt;
 
 namespace {
 
-// What another user's values may take; the largest file, and what its encoding may add to it.
+// The most bytes of another user's values: the largest file, and the share that its encoding may
+// add to it.
 constexpr std::size_t kLongestAnswer = std::size_t{512} << 20U;
 
-// Why a user's process has not done what it should.
+// The error of a user's process that has not done its work.
 Error failureToAct(const UserRecord& user, const DomainPlace& place, int code) {
     const std::string& name = user.name;
     switch (code) {
@@ -89,7 +90,7 @@ WorkResult PreferenceFiles::performAs(const UserRecord& user, const DomainPlace&
     return result;
 }
 
-// All values, or that of a key alone; none if the file is missing.
+// Returns all values, or that of a key alone; none if the file is missing.
 tl::expected<std::optional<Value>, Error>
 PreferenceFiles::read(const DomainPlace& place, const std::optional<std::string>& key) const {
     const std::optional<UserRecord>& user = place.otherUser;

@@ -19,8 +19,8 @@ inline constexpr std::string_view kAnyHost = "kCFPreferencesAnyHost";
 inline constexpr std::string_view kCurrentHost = "kCFPreferencesCurrentHost";
 } // namespace preferences
 
-/// Whose values: those of one application for one user on one host. Each is a designation or a
-/// name; one that is missing is no domain.
+/// The owner of values: one application for one user on one host. Each is a designation or a name;
+/// a domain that lacks one does not exist.
 struct PreferencesDomain {
     std::optional<std::string> applicationID;
     std::optional<std::string> userName;

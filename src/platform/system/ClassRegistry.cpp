@@ -27,7 +27,7 @@ bool hasSelector(const ClassDescription& description, std::string_view selector,
 // Whether a class or one above it answers. `root` becomes the last one of them.
 bool answers(std::string_view className, std::string_view selector, bool ofClass,
              std::string_view& root) {
-    // No chain is longer than the list: a class above itself would not be the end of it.
+    // The number of classes bounds the walk: a class registered above itself would never end it.
     for (std::size_t level = 0; level < registered().size() && !className.empty(); ++level) {
         root = className;
         std::string_view superclass;

@@ -43,10 +43,10 @@ namespace ClassRegistry {
 
 } // namespace ClassRegistry
 
-/// How a registration proves that the methods exist which it names. A mistake does not compile.
+/// The proof that the methods exist which a registration names. A mistake does not compile.
 namespace class_registration {
 
-// Not for compile time, so that whoever gets there reads their names in the error.
+// The functions are not constexpr, so that a compiler that gets there names them in its error.
 void selectorDoesNotFitMember();
 void nothingHasThisForm();
 

@@ -50,7 +50,7 @@ std::optional<std::string> KernelFiles::read(const std::string& path, std::size_
     if (!file) {
         return std::nullopt;
     }
-    const bool comesAtOnce = path.starts_with("proc/sys/"); // what follows a short piece is empty
+    const bool comesAtOnce = path.starts_with("proc/sys/"); // no bytes follow a short piece
     std::array<char, 4096> buffer;                          // NOLINT: filled by the kernel
     std::string bytes;
     while (bytes.size() < most) {

@@ -17,7 +17,7 @@ class KernelFiles {
 public:
     static constexpr std::size_t kLongestText = std::size_t{1} << 20U;
 
-    /// `root`: an absolute path without a slash at its end; empty for this machine.
+    /// `root` is an absolute path without a slash at its end; empty for this machine.
     explicit KernelFiles(std::string root) : root_(std::move(root)) {}
 
     [[nodiscard]] const std::string& root() const noexcept { return root_; }

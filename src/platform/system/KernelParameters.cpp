@@ -26,7 +26,7 @@ template <typename Integer> Integer clamped(const ParameterNumber& number) {
     return static_cast<Integer>(std::min<std::uint64_t>(number.magnitude, Limits::max()));
 }
 
-// As bytes of a width: an unsigned number of 64 bits fits eight bytes too.
+// The number as bytes of a width: an unsigned number of 64 bits fits eight bytes too.
 std::string bytesOf(const ParameterNumber& number, ParameterWidth width) {
     if (width == ParameterWidth::four) {
         return bytesOf(clamped<std::int32_t>(number));

@@ -17,9 +17,9 @@ namespace qv {
 struct KernelParameter {
     enum class Form : std::uint8_t { text, number, structure };
 
-    Form form;          ///< what it is for programs
-    std::string text;   ///< what a question for a text reads
-    std::string number; ///< what a question for an integer reads; empty if there is none
+    Form form;          ///< its form for programs
+    std::string text;   ///< the result of a question for a text
+    std::string number; ///< the result of a question for an integer; empty if there is none
 };
 
 /// Reads the kernel's parameters by name. Names that programs know from BSD systems come first,
@@ -34,7 +34,7 @@ struct KernelParameter {
 /// Nothing is kept from one reading to the next, and nothing is ever written.
 class KernelParameters {
 public:
-    /// Longer ones are unknown.
+    /// Parameters with longer values are unknown.
     static constexpr std::size_t kLongestParameter = std::size_t{64} << 10U;
     static constexpr std::size_t kLongestName = 255;
 

@@ -9,7 +9,7 @@
 
 namespace qv::source {
 
-// Reading of the kernel's files of text: numbers in them, and lines "key : value".
+// Readers of the kernel's files of text: numbers in them, and lines "key : value".
 
 /// Takes the first number, hexadecimal behind "0x", and all before it off a text.
 std::optional<std::uint64_t> takeNumber(std::string_view& text, int base = 10);

@@ -9,7 +9,7 @@
 /// its executable, and its information list is carried in the executable itself.
 namespace qv::MainBundle {
 
-/// "/usr/bin" for /usr/bin/program. None where the kernel does not tell.
+/// Returns "/usr/bin" for /usr/bin/program; none where the kernel does not tell.
 [[nodiscard]] std::optional<std::string> bundlePath();
 
 /// The property list in the program's section `__info_plist`, as it stands in the running image; an

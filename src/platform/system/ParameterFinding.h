@@ -23,7 +23,7 @@ struct ParameterNumber {
 /// The value that was found for a parameter: nothing, a number, or a text or structure.
 using ParameterFinding = std::variant<std::monostate, ParameterNumber, std::string>;
 
-/// Where parameters are looked for.
+/// The places in which parameters are looked for.
 struct ParameterPlaces {
     const KernelFiles& files;
     const std::function<std::optional<std::string>()>& computerModel;

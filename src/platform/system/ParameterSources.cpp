@@ -126,7 +126,8 @@ std::vector<unsigned> processorsIn(const KernelFiles& files, std::string_view pa
     return listed(files.text(std::string(path)).value_or("")).value_or(std::vector<unsigned>());
 }
 
-// How many different places the listed processors have, each told by these files of its topology.
+// The number of different places of the listed processors, each told by these files of its
+// topology.
 std::optional<std::uint64_t> differentPlaces(const KernelFiles& files, std::string_view list,
                                              std::span<const std::string_view> names) {
     std::set<std::vector<std::uint64_t>> different;
@@ -241,7 +242,7 @@ ParameterFinding bootTime(const ParameterPlaces& places, const ParameterRow& /*r
         std::string_view line = takeLine(rest);
         const auto seconds = line.starts_with(kKey) ? takeNumber(line) : std::nullopt;
         if (seconds) {
-            return structureBytes(std::array<std::uint64_t, 2>{*seconds, 0}); // and microseconds
+            return structureBytes(std::array<std::uint64_t, 2>{*seconds, 0}); // and no microseconds
         }
     }
     return {};
@@ -263,7 +264,8 @@ ParameterFinding userProcessLimit(const ParameterPlaces& places, const Parameter
 }
 
 ParameterFinding hostID(const ParameterPlaces& places, const ParameterRow& /*row*/) {
-    // Without the file the C library would ask the network for the host's address.
+    // The value is 0 without the file, as the C library would ask the network for the host's
+    // address.
     const std::string bytes = places.files.read("etc/hostid").value_or("");
     std::int32_t number = 0;
     if (bytes.size() >= sizeof number) {

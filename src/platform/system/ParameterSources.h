@@ -15,11 +15,11 @@ ParameterFinding fileText(const ParameterPlaces& places, const ParameterRow& row
 ParameterFinding fileNumber(const ParameterPlaces& places, const ParameterRow& row);
 ParameterFinding systemLimit(const ParameterPlaces& places, const ParameterRow& row); ///< sysconf()
 
-// Of the distribution.
+// The build of the distribution.
 ParameterFinding releaseBuild(const ParameterPlaces& places, const ParameterRow& row);
 ParameterFinding releaseVersion(const ParameterPlaces& places, const ParameterRow& row);
 
-// Of the running system.
+// The domain name of the running system.
 ParameterFinding domainName(const ParameterPlaces& places, const ParameterRow& row);
 ParameterFinding bootSession(const ParameterPlaces& places, const ParameterRow& row);
 ParameterFinding bootTime(const ParameterPlaces& places, const ParameterRow& row);
@@ -31,35 +31,35 @@ ParameterFinding fileExists(const ParameterPlaces& places, const ParameterRow& r
 ParameterFinding loadAverage(const ParameterPlaces& places, const ParameterRow& row);
 ParameterFinding commandPath(const ParameterPlaces& places, const ParameterRow& row);
 
-// Of memory. `of` is a line of proc/meminfo, which counts in KiB.
+// The size of memory.
 ParameterFinding memoryBytes(const ParameterPlaces& places, const ParameterRow& row);
 ParameterFinding memoryPages(const ParameterPlaces& places, const ParameterRow& row);
 ParameterFinding memorySize(const ParameterPlaces& places, const ParameterRow& row);
 ParameterFinding pageSize(const ParameterPlaces& places, const ParameterRow& row);
 ParameterFinding swapUsage(const ParameterPlaces& places, const ParameterRow& row);
 
-// Of the hardware.
+// The name of the hardware.
 ParameterFinding machineName(const ParameterPlaces& places, const ParameterRow& row);
 ParameterFinding computerModel(const ParameterPlaces& places, const ParameterRow& row);
 ParameterFinding byteOrder(const ParameterPlaces& places, const ParameterRow& row);
 ParameterFinding is64Bit(const ParameterPlaces& places, const ParameterRow& row);
-/// `number` on 64-bit ARM.
+/// Returns `number` on 64-bit ARM.
 ParameterFinding onARM64(const ParameterPlaces& places, const ParameterRow& row);
-/// As programs of BSD systems know them; on 64-bit ARM `number`.
+/// The processor's type as programs of BSD systems know it; on 64-bit ARM `number`.
 ParameterFinding processorType(const ParameterPlaces& places, const ParameterRow& row);
 ParameterFinding processorSubtype(const ParameterPlaces& places, const ParameterRow& row);
-/// Of the processors that file `of` lists: how many there are, their cores, their packages.
+/// The number of the processors that file `of` lists, of their cores, or of their packages.
 ParameterFinding processorCount(const ParameterPlaces& places, const ParameterRow& row);
 ParameterFinding coreCount(const ParameterPlaces& places, const ParameterRow& row);
 ParameterFinding packageCount(const ParameterPlaces& places, const ParameterRow& row);
-/// In Hz, from the first of the files of `of`, with blanks between them, which count in kHz; else
-/// the fastest processor at the moment.
+/// The frequency in Hz, from the first of the files of `of`, with blanks between them, which count
+/// in kHz; else the fastest processor at the moment.
 ParameterFinding frequency(const ParameterPlaces& places, const ParameterRow& row);
 ParameterFinding cacheLine(const ParameterPlaces& places, const ParameterRow& row);
-/// Of level `number` and type `of`.
+/// The size of the cache of level `number` and type `of`.
 ParameterFinding cacheSize(const ParameterPlaces& places, const ParameterRow& row);
 
-// Of the first processor of proc/cpuinfo. All but the brand are there on x86 alone.
+// A fact about the first processor of proc/cpuinfo. All but the brand are there on x86 alone.
 ParameterFinding processorBrand(const ParameterPlaces& places, const ParameterRow& row);
 ParameterFinding processorText(const ParameterPlaces& places,
                                const ParameterRow& row); ///< line `of`
@@ -67,7 +67,7 @@ ParameterFinding processorText(const ParameterPlaces& places,
 ParameterFinding processorNumber(const ParameterPlaces& places, const ParameterRow& row);
 ParameterFinding processorFlags(const ParameterPlaces& places, const ParameterRow& row);
 ParameterFinding processorFlag(const ParameterPlaces& places, const ParameterRow& row); ///< `of`
-/// Of all packages of file `of`.
+/// The cores of all packages of file `of`.
 ParameterFinding machineCores(const ParameterPlaces& places, const ParameterRow& row);
 ParameterFinding machineThreads(const ParameterPlaces& places, const ParameterRow& row);
 

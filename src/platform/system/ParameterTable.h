@@ -10,7 +10,7 @@ namespace qv {
 /// The parameters that have names of BSD systems, sorted by name.
 [[nodiscard]] std::span<const ParameterRow> parameterTable() noexcept;
 
-/// Null if there is none.
+/// Returns null if there is none.
 [[nodiscard]] const ParameterRow* parameterRow(std::string_view name) noexcept;
 
 } // namespace qv

@@ -16,7 +16,7 @@ namespace {
 
 constexpr std::size_t kLongestFile = std::size_t{1} << 20U;
 
-// None for a quote that does not end, or ends before the value does.
+// Returns none for a quote that does not end, or ends before the value does.
 std::optional<std::string> unquoted(std::string_view text) {
     constexpr std::string_view kEscaped = "\"$\\`";
     const char quote =

@@ -25,7 +25,7 @@ public:
     [[nodiscard]] static ReleaseFile read(const std::string& root = {});
     [[nodiscard]] static ReleaseFile parse(std::string_view text);
 
-    /// None for a name that is not assigned, or with an empty value.
+    /// Returns none for a name that is not assigned, or with an empty value.
     [[nodiscard]] std::optional<std::string> value(std::string_view name) const;
 
     /// VERSION_ID: its first three numbers, with dots between them; the first that is missing, or

@@ -29,7 +29,7 @@ TEST_F(TrustTest, TrustsTheseBytesAtThisPath) {
     fs::rename(folder_ / "moved", one);
     EXPECT_EQ(verdictOn(one), "trusted");
 
-    // Other bytes of the same size, the date of modification put back.
+    // The file gets other bytes of the same size, and its date of modification back.
     struct stat before{};
     ASSERT_EQ(::stat(one.c_str(), &before), 0);
     std::fstream(one, std::ios::in | std::ios::out).seekp(7) << "fals";
@@ -126,7 +126,7 @@ protected:
     }
     static LedProgram start(std::vector<std::string> command) {
         LedProgram program({.command = std::move(command)});
-        EXPECT_EQ(program.order("ready"), "ready"); // it executes what it is to execute
+        EXPECT_EQ(program.order("ready"), "ready"); // it executes the program that it was given
         return program;
     }
     [[nodiscard]] std::string verdictOf(pid_t process) const {

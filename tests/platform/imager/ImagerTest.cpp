@@ -281,7 +281,7 @@ TEST_F(DiskImages, NeedReaderInUserNamespace) {
     EXPECT_THAT(runProgram(command).errors, HasSubstr("maps no user and group 47112"));
 }
 
-TEST_F(DiskImages, EndWithWhomeverAttachedThem) {
+TEST_F(DiskImages, EndWithTheProcessThatAttachedThem) {
     make(std::string(kHFSPlus) + "mv v i.dmg");
     std::vector<std::string> command = {"/bin/sh", "-c", "\"$0\" \"$@\"; exit 7"};
     for (const std::string& word : attaching("i.dmg", mountPoint)) {

@@ -190,7 +190,7 @@ TEST_F(LiveDevices, IgnoreForgedEvents) {
                                "ACTION=remove" + '\0' +
                                fmt::format("DEVPATH=/devices/virtual/net/{0}", prefix) + '\0' +
                                "SUBSYSTEM=net" + '\0' + "SEQNUM=1" + '\0';
-    // To the group, or to the listener itself: the kernel takes neither from a user.
+    // A user sends to the group, or to the listener itself: the kernel takes neither.
     const auto send = [&](std::uint32_t group, std::uint32_t receiver) {
         return sendToListeners(forged, group, receiver);
     };

@@ -19,7 +19,7 @@ TEST_F(Matching, FindsServicesByEachKey) {
     for (const Case& row : casesOf(QV_IOKIT_TESTS "/matching.txt", 2)) {
         const Value matching = matchingOf(row.fields[0]);
         EXPECT_EQ(namesOfMatching(matching), row.fields[1]) << row.place << " " << row.fields[0];
-        // What one look-up finds first, another one finds alone.
+        // A device that one look-up finds first is found alone by another.
         const Held first(IOServiceGetMatchingService(0, matching));
         EXPECT_TRUE(first == 0 ? row.fields[1].empty() : row.fields[1].starts_with(nameOf(first)))
             << row.place;

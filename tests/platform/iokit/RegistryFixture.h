@@ -13,7 +13,7 @@
 
 namespace qv::test {
 
-/// One reference to an object.
+/// A reference to one object.
 class Held {
 public:
     explicit Held(io_object_t object) : object_(object) {}

@@ -1,4 +1,4 @@
-// What predicates mean for an object and variables.
+// The meaning of predicates for an object and variables.
 
 #include "platform/foundation/values/Error.h"
 #include "platform/foundation/values/URL.h"

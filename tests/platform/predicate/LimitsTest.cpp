@@ -9,8 +9,8 @@
 namespace qv::test {
 namespace {
 
-// Far above what any of these needs, far below what quadratic time would. Of the processor: a busy
-// machine lets a test wait.
+// The limit is far above the time that any of these needs, and far below quadratic time. It is
+// processor time: a busy machine lets a test wait.
 constexpr double kPatience = 6;
 double processorSeconds() { return static_cast<double>(std::clock()) / CLOCKS_PER_SEC; }
 

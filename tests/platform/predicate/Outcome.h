@@ -8,7 +8,8 @@
 
 namespace qv::test {
 
-/// "yes" or "no", or the name and reason of the exception that parsing or evaluating raises.
+/// The outcome: "yes" or "no", or the name and reason of the exception that parsing or evaluating
+/// raises.
 inline std::string outcome(std::string_view text, const Value& object = {},
                            const Value& variables = {}) {
     try {

@@ -1,4 +1,5 @@
-// Several writers of one folder, and writers that are killed: nothing is lost, nothing is halved.
+// Tests several writers of one folder, and writers that are killed: nothing is lost, nothing is
+// halved.
 
 #include "platform/preferences/Support.h"
 #include "support/BuildFolder.h"
@@ -56,7 +57,7 @@ TEST_F(ConcurrentWriters, LoseNoneOfTheirKeys) {
 }
 
 TEST_F(ConcurrentWriters, LeaveOldOrNewValueWhenKilled) {
-    const Value padding = Value::data(std::string(20'000, 'x')); // which takes some time
+    const Value padding = Value::data(std::string(20'000, 'x')); // this takes some time
     ASSERT_TRUE(store("padding", padding));
     ASSERT_TRUE(store("number", Value::integer(0)));
     std::minstd_rand random; // NOLINT(cert-msc32-c,cert-msc51-cpp): the same moments every time

@@ -1,4 +1,5 @@
-// What others have laid in the way: links, FIFOs, locks, leftovers; and folders that take nothing.
+// Obstacles that others have laid in the way: links, FIFOs, locks, leftovers; and folders that take
+// nothing.
 
 #include "platform/foundation/os/Descriptor.h"
 #include "platform/preferences/DomainFolder.h"
@@ -64,7 +65,7 @@ TEST_F(HostileFolders, ReplaceLinkInsteadOfFile) {
     expectTargetUntouched();
 }
 
-// To open a FIFO waits for its other end, unless the opener takes care.
+// Opening a FIFO waits for its other end, unless the opener prevents it.
 TEST_F(HostileFolders, FailAtOnceWithoutRegularFiles) {
     const fs::path file = config_ / "a.plist";
     const fs::path lock = config_ / kLock;
@@ -74,9 +75,9 @@ TEST_F(HostileFolders, FailAtOnceWithoutRegularFiles) {
         std::string reason;
     };
     for (const Case& each : std::vector<Case>{
-             {file, [&] { ::mkfifo(file.c_str(), 0600); }, "a.plist: is no regular file"},
-             {file, [&] { fs::create_directory(file); }, "a.plist: is no regular file"},
-             {lock, [&] { ::mkfifo(lock.c_str(), 0600); }, "lock: is no regular file"},
+             {file, [&] { ::mkfifo(file.c_str(), 0600); }, "a.plist: is not a regular file"},
+             {file, [&] { fs::create_directory(file); }, "a.plist: is not a regular file"},
+             {lock, [&] { ::mkfifo(lock.c_str(), 0600); }, "lock: is not a regular file"},
              {lock, [&] { fs::create_symlink(target_ / "file", lock); }, ".lock: "},
              {lock, [&] { fs::create_symlink(target_ / "lock", lock); }, ".lock: "}}) {
         fs::remove_all(config_);

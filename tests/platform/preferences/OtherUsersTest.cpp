@@ -1,4 +1,4 @@
-// Other users' preferences: their files belong to them, and nothing that they lay in the way
+// Tests other users' preferences: their files belong to them, and nothing that they lay in the way
 // reaches beyond them or keeps us waiting.
 
 #include "platform/foundation/process/Support.h"
@@ -24,7 +24,7 @@ protected:
         }
     }
 
-    // "user:group mode", of a link itself.
+    // The rights as "user:group mode", of a link itself.
     static std::string rightsOf(const fs::path& item) {
         struct stat info{};
         return ::lstat(item.c_str(), &info) != 0
@@ -58,7 +58,7 @@ TEST_F(OtherUsers, GetFilesOfTheirOwn) {
     expectNoChildren();
 }
 
-// With root's rights, any of these would give the user a file of root's, or its content.
+// Any of these would, with root's rights, give the user a file of root's, or its content.
 TEST_F(OtherUsers, LeadNobodyElsewhereByLinks) {
     const fs::path secret = folder_.write("secret/a.b.plist", "{ secret = 1; }");
     fs::permissions(secret, fs::perms(0600));

@@ -156,7 +156,7 @@ TEST_F(PreferenceFilesTest, ApplicationsSeeNearestValue) {
         << "no domain of its own, but those for any application";
 }
 
-// What is noted belongs to one domain, counts when that is synchronized, and then is gone.
+// A noted value belongs to one domain, counts when that is synchronized, and then is gone.
 TEST_F(PreferenceFilesTest, NotedValuesWaitForTheirDomain) {
     preferences_.setValue("one", text("1"), mine("a"));
     preferences_.setValue("two", text("x"), mine("a"));

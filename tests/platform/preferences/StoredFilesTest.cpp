@@ -25,7 +25,7 @@ protected:
     void put(std::string_view bytes) const { // NOLINT(modernize-use-nodiscard): the write counts
         folder_.write("home/.config/a.plist", bytes);
     }
-    // What identifies the very file, and whether it was written.
+    // The status that identifies the very file, and shows whether it was written.
     [[nodiscard]] struct stat state() const {
         struct stat info{};
         EXPECT_EQ(::lstat(file_.c_str(), &info), 0);

@@ -98,7 +98,7 @@ TEST(Index, SeesOnlySoManyEntries) {
     EXPECT_TRUE(some.index.pathForIdentifier("installed"));
 }
 
-// More events than the kernel keeps, none of them of interest; that which is, is lost.
+// The kernel gets more events than it keeps, none of them of interest; the one of interest is lost.
 TEST(Index, SurvivesAnOverflow) {
     int limit = 0;
     std::ifstream("/proc/sys/fs/inotify/max_queued_events") >> limit;
@@ -120,7 +120,8 @@ TEST(Index, SurvivesAnOverflow) {
     }
 }
 
-// In a user namespace of its own, which may have one instance for events, and has it already.
+// The test runs in a user namespace of its own, which may have one instance for events, and has it
+// already.
 TEST(Index, IsRightWithoutEvents) {
     const int status = test::inChild([] {
         std::ofstream limit;
@@ -167,7 +168,7 @@ TEST(ApplicationFolders, PutTheSystemsFirstForAService) {
     EXPECT_TRUE(applicationFoldersFor(user)[1].entries.empty());
 }
 
-// Of a process without privilege.
+// The test runs as a process without privilege.
 TEST(ApplicationFolders, FollowAUsersEnvironment) {
     const auto follows = [] {
         ::setenv("XDG_DATA_HOME", "/h", 1);

@@ -1,4 +1,5 @@
-// Desktop entries and their command lines: entries.txt and commands.txt say what is read of each.
+// Tests desktop entries and their command lines: entries.txt and commands.txt hold the result for
+// each.
 
 #include "platform/workspace/applications/ExecLine.h"
 #include "support/Transcript.h"
@@ -28,7 +29,7 @@ std::string bytesOf(std::string_view line) {
     return bytes;
 }
 
-// What is not empty or false, one line each.
+// The members that are not empty or false, one line each.
 std::string shown(const DesktopEntry& entry) {
     std::string text;
     for (const auto& [name, member] : {std::pair{"type", &DesktopEntry::type},

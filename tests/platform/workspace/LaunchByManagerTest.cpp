@@ -36,7 +36,7 @@ int startTransientUnit(sd_bus_message* message, void* data, sd_bus_error* /*erro
     }
     ::sd_bus_message_dump(message, out.get(), 0);
     sd_bus* const bus = ::sd_bus_message_get_bus(message);
-    // Before the answer, as a quick manager may.
+    // The signal comes before the answer, as from a quick manager.
     ::sd_bus_emit_signal(bus, kPath, kInterface, "JobRemoved", "uoss", 7U,
                          "/org/freedesktop/systemd1/job/7", "unit", played->result);
     return ::sd_bus_reply_method_return(message, "o", "/org/freedesktop/systemd1/job/7");
@@ -71,7 +71,7 @@ void serve(int listener, Played& played) {
 
 class LaunchByManager : public testing::Test {
 protected:
-    // What launching says, while a manager answers that its job ended so.
+    // The error of a launch while a manager answers that its job ended so.
     std::string launched(const char* result, LaunchSession::Manager manager) {
         Played played{.unitFile = folder_ / "unit", .result = result};
         const pid_t child = ::fork();
@@ -106,7 +106,7 @@ TEST_F(LaunchByManager, AsksForTheCommandLetterForLetter) {
     EXPECT_THAT(
         unit_, testing::ContainsRegex("STRING \"app-org[.]example[.]A_b@[0-9a-f]{16}[.]service\""));
     EXPECT_THAT(unit_, HasSubstr("STRING \"/a_b.desktop\""));
-    // Doubled, the manager takes the sign for itself.
+    // The manager takes a doubled sign for the sign itself.
     EXPECT_THAT(unit_, HasSubstr("STRING \"$$HOME %n $${X}\""));
     EXPECT_THAT(unit_, HasSubstr("STRING \"app.slice\""));
     EXPECT_THAT(unit_, HasSubstr("STRING \"DISPLAY=:7\""));

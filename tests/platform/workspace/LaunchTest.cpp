@@ -81,7 +81,7 @@ mv {0}.new {0}
                                                 Value::dictionary({}));
     }
 
-    // What the witness said; empty when it does not run.
+    // The words of the witness; empty when it does not run.
     std::string words() {
         test::comesTrue([this] { return fs::exists(said()); });
         return test::contentOf(said());
@@ -103,7 +103,7 @@ protected:
     Error launchForNobody(const fs::path& application, pid_t asker = ::getpid()) {
         return launch(application, requester(asker, kNobody));
     }
-    // What the application sees that a process of that environment asks for.
+    // The words of the witness when a process with this environment asks for it.
     std::string seenFrom(const fs::path& application, std::vector<std::string> environment) {
         const test::StartedProgram asker({.command = {"/bin/sleep", "1000"},
                                           .environment = std::move(environment),
@@ -152,7 +152,7 @@ TEST_F(LaunchForUser, TakesTheSessionOfTheRequester) {
     for (const char* kept : {"LD_PRELOAD", "PATH=/x", "HOME=/x"}) {
         EXPECT_THAT(seen, Not(HasSubstr(kept)));
     }
-    // Nothing of a process that another user has started.
+    // Nothing is taken from a process that another user has started.
     const test::StartedProgram other(
         {.command = {"/bin/sleep", "1000"}, .environment = {"DISPLAY=:42"}, .user = kNobody});
     ASSERT_FALSE(launch(witness("witness"), requester(other.pid(), 0)));
@@ -196,7 +196,7 @@ TEST_F(Launch, FollowsALinkToABundle) {
     EXPECT_THAT(words(), HasSubstr((top_ / "One.app/One").native()));
 }
 
-TEST_F(Launch, RefusesWhatIsNoApplication) {
+TEST_F(Launch, RefusesItemsThatAreNotApplications) {
     fs::create_directory(top_ / "folder");
     top_.write("Hostile.app/Info.plist", "{ CFBundleExecutable = \"../../bin/sh\"; }");
     ASSERT_EQ(::mkfifo((top_ / "f.desktop").c_str(), 0755), 0);
@@ -288,7 +288,7 @@ TEST_F(Launch, WaitsLittleForSilentServices) {
     EXPECT_EQ(patience(), 1000s);
 }
 
-// Whatever of a user's is looked at may be on a file system that never answers.
+// The service looks at a user's files, which may be on a file system that never answers.
 TEST_F(Launch, WaitsForNoFileSystemOfAUser) {
     test::SilentFileSystem silent(top_ / "silent");
     if (!silent.isThere()) {

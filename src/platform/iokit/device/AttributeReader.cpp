@@ -36,14 +36,14 @@ struct AttributeReader::Task {
             ended = true;
         } catch (const std::exception&) { // NOLINT(bugprone-empty-catch): no memory: not done
         }
-        job = nullptr; // and what it owns
+        job = nullptr; // with all that it owns
         const std::scoped_lock lock(mutex);
         done = true;
         succeeded = ended;
         changed.notify_all();
     }
 
-    // False: an attribute holds the thread.
+    // Returns false if an attribute holds the thread.
     bool wait() {
         std::unique_lock lock(mutex);
         while (!done) {
@@ -169,7 +169,7 @@ bool AttributeReader::perform(const std::function<Job()>& makeJob) {
             giveBack(std::move(worker));
             return task->succeeded;
         }
-        worker->quit(); // when it can
+        worker->quit(); // the worker ends when it can
         const std::scoped_lock lock(mutex_);
         left_.push_back(std::move(task));
     }

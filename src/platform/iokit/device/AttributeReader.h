@@ -26,7 +26,7 @@ namespace qv {
 /// job is done again without that attribute. For several threads at once.
 class AttributeReader {
 public:
-    static constexpr std::chrono::milliseconds kPatience{400}; ///< with one attribute
+    static constexpr std::chrono::milliseconds kPatience{400}; ///< the time for one attribute
     static constexpr std::chrono::milliseconds kLongestJob{1500};
     static constexpr std::size_t kMostLeft =
         8; ///< threads; beyond that no job is done, logged once
@@ -42,11 +42,11 @@ public:
     AttributeReader& operator=(AttributeReader&&) = delete;
     ~AttributeReader();
 
-    /// `makeJob` makes a job for each attempt, with results of its own. True: the last one that
-    /// was made has run to its end.
+    /// `makeJob` makes a job for each attempt, with results of its own. Returns true if the last
+    /// one that was made has run to its end.
     bool perform(const std::function<Job()>& makeJob);
 
-    /// One attribute alone.
+    /// Reads one attribute alone.
     [[nodiscard]] std::optional<std::string> read(std::shared_ptr<const DeviceFolder> folder,
                                                   const std::string& name);
 
@@ -65,12 +65,12 @@ private:
     std::atomic<bool> refusalIsLogged_ = false;
 };
 
-/// What a job reads and writes through.
+/// The calls through which a job reads and writes.
 class AttributeReader::Session {
 public:
     explicit Session(Task& task) noexcept : task_(task) {}
-    /// As DeviceFolder does; none also for an attribute that holds another thread, and for every
-    /// one when the job has taken too long.
+    /// Reads as DeviceFolder does; none also for an attribute that holds another thread, and for
+    /// every one when the job has taken too long.
     [[nodiscard]] std::optional<std::string> read(const DeviceFolder& folder,
                                                   std::string_view name);
     /// Gives 0 or the errno; ETIMEDOUT where `read` gives none.

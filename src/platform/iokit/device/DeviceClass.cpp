@@ -54,8 +54,8 @@ bool isMemoryCard(DeviceFacts& facts) {
 bool isNVRAM(DeviceFacts& facts) { return facts.name.find("nvram") != std::string_view::npos; }
 bool isAdapter(DeviceFacts& facts) { return facts.name.starts_with("i2c-"); }
 
-// One row a kind of device, the first that holds counts. Without a type: any; without a condition:
-// always. The chain goes on with IORegistryEntry and OSObject.
+// One row for each kind of device; the first that holds counts. Without a type: any; without a
+// condition: always. The chain goes on with IORegistryEntry and OSObject.
 struct ClassRow {
     std::string_view subsystem;
     std::string_view devtype;

@@ -8,7 +8,8 @@
 
 namespace qv {
 
-/// What table of properties a device has, and by which further keys it is matched.
+/// The family of a device decides its table of properties and the further keys by which it is
+/// matched.
 enum class DeviceFamily : std::uint8_t {
     none,
     platformExpert,
@@ -44,7 +45,7 @@ struct DeviceClass {
     friend bool operator==(const DeviceClass&, const DeviceClass&) = default;
 };
 
-/// What the class of a device depends on.
+/// The facts that the class of a device depends on.
 class DeviceFacts {
 public:
     std::string_view name;      ///< the kernel's

@@ -39,8 +39,8 @@ class DeviceFolder {
 public:
     static constexpr std::size_t kLongestValue = std::size_t{64} << 10U;
 
-    /// `path`: below `root`, "/devices/...", no part of it a link. `inode`: which folder it has to
-    /// be; 0 for any. ENODEV: it is another one.
+    /// `path` is below `root`, "/devices/...", no part of it a link. `inode` is the number that it
+    /// has to have; 0 for any. ENODEV if it is another one.
     [[nodiscard]] static tl::expected<DeviceFolder, int> open(int root, std::string_view path,
                                                               std::uint64_t inode);
 

@@ -5,7 +5,7 @@
 
 namespace qv {
 
-/// What happened to one device.
+/// An event of one device.
 struct DeviceEvent {
     std::string action = {};  ///< add, remove, change, move, bind, unbind, online, offline
     std::string path = {};    ///< of the device, below the folder of the kernel: "/devices/..."
@@ -13,7 +13,7 @@ struct DeviceEvent {
     bool synthetic = false;   ///< somebody asked the kernel to send it; nothing has happened
 };
 
-/// Where events come from. For one thread.
+/// The source of events. For one thread.
 class DeviceMonitor {
 public:
     enum class Received : std::uint8_t {

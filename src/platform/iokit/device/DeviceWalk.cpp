@@ -27,7 +27,7 @@ bool isDevice(const std::vector<FolderItem>& items) {
     });
 }
 
-// Every device has a folder of this name for what the kernel tells of its power; no other device
+// Every device has a folder of this name for the kernel's facts about its power; no other device
 // can have the name there.
 bool isKernelsOwn(const FolderItem& item, bool inDevice) {
     return inDevice && item.name == "power";

@@ -10,8 +10,8 @@
 
 namespace qv::conversion {
 
-// From the text of a kernel attribute to the value of a property; none for a text that does not
-// read as a whole. The text may be anything.
+// Functions from the text of a kernel attribute to the value of a property; none for a text that
+// does not read as a whole. The text may be anything.
 
 using Converter = std::optional<Value> (*)(std::string_view text);
 
@@ -45,7 +45,7 @@ integer16(std::string_view text) noexcept; ///< "0x" or not
 [[nodiscard]] std::optional<Value> usbSpeed(std::string_view text);
 [[nodiscard]] std::optional<Value> usbDeviceSpeed(std::string_view text);
 [[nodiscard]] std::optional<Value> usbPort(std::string_view text); ///< of "1.1.3": 3
-/// Of HID_ID, "0003:00001050:00000120".
+/// The vendor in HID_ID, "0003:00001050:00000120".
 [[nodiscard]] std::optional<Value> hidVendor(std::string_view text);
 [[nodiscard]] std::optional<Value> hidProduct(std::string_view text);
 [[nodiscard]] std::optional<Value> transport(std::string_view text); ///< of a bus number, or HID_ID

@@ -84,7 +84,7 @@ std::unique_ptr<DeviceMonitor> openUdevMonitor() {
         logNoEvents(errnoText(errno));
         return nullptr;
     }
-    // Refused without privilege; the usual size then has to do.
+    // The kernel refuses this without privilege; the usual size then has to do.
     static_cast<void>(udev_monitor_set_receive_buffer_size(monitor.get(), kReceiveBuffer));
     if (const int result = udev_monitor_enable_receiving(monitor.get()); result < 0) {
         logNoEvents(errnoText(-result));

@@ -8,12 +8,12 @@
 
 namespace qv::predicate {
 
-/// One evaluation may use a second, and so much memory for values that it makes. Beyond either, an
-/// Exception ends it.
+/// The time and memory of one evaluation: a second, and so much memory for values that it makes.
+/// Beyond either, an Exception ends it.
 class Budget {
 public:
-    /// Work of so many steps, of some ten nanoseconds each, is about to be done. The clock is read
-    /// once in kStepsBetweenLooks, and before all work that is longer.
+    /// Charges for work of so many steps, of some ten nanoseconds each, that is about to be done.
+    /// The clock is read once in kStepsBetweenLooks, and before all work that is longer.
     void charge(std::size_t steps) {
         if (steps < unlooked_) {
             unlooked_ -= steps;
@@ -21,20 +21,21 @@ public:
             requireTime();
         }
     }
-    /// All of a text, or of a value, is about to be gone through.
+    /// Charges for a text, or a value, that is about to be gone through.
     void charge(std::string_view text) { charge(text.size() / kBytesAStep + 1); }
     void charge(const Value& value);
-    /// So many elements, or eight times as many bytes, are about to be made.
+    /// Charges for so many elements, or eight times as many bytes, that are about to be made.
     void make(std::size_t elements);
     /// The same of a value that has just been made.
     Value made(Value value);
 
     /// Looks at the clock.
     void requireTime();
-    /// For what cannot be left by an exception; it ends, and then requires time.
+    /// Returns true when the time is used up, for code that an exception must not leave; such code
+    /// ends, and its caller then calls requireTime.
     [[nodiscard]] bool isOver() const;
 
-    /// While there is one, time does not count.
+    /// Stops the clock as long as it lives.
     class Pause {
     public:
         explicit Pause(Budget& budget) noexcept : budget_(budget) {}

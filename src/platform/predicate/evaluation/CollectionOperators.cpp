@@ -40,7 +40,7 @@ Result largest(const Values& values, Budget& budget) { return extreme(values, tr
 
 Result united(const Values& values, Budget&) { return Value::array(values); }
 
-// Each once, in the order in which they come first.
+// Each element once, in the order in which they come first.
 Values distinct(const Values& values, Budget& budget) {
     Values found;
     for (const Value& value : values) {
@@ -80,7 +80,7 @@ Result distinctSetsUnited(const Values& values, Budget& budget) {
 
 struct Operator {
     std::string_view name;
-    bool takesNull; // the null object, as one of the values
+    bool takesNull; // takes the null object as one of the values
     Result (*apply)(const Values& values, Budget& budget);
 };
 

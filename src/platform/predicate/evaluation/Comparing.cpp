@@ -109,7 +109,7 @@ bool matchesPattern(Comparison comparison, const Value& left, const Value& right
 } // namespace
 
 bool isEqual(const Value& left, const Value& right, Modifiers modifiers, Budget& budget) {
-    // What most rules compare comes first.
+    // The comparisons of most rules come first.
     if (left.isNull() || right.isNull()) {
         return left.sameAs(right);
     }

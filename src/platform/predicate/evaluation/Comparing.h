@@ -15,7 +15,8 @@ namespace qv::predicate {
 [[nodiscard]] bool isEqual(const Value& left, const Value& right, Modifiers modifiers,
                            Budget& budget);
 
-/// For `<` and its kin, of two values that are not nil. Throws where there is no order.
+/// The order for `<` and similar operators, of two values that are not nil. Throws where there is
+/// no order.
 [[nodiscard]] std::partial_ordering order(const Value& left, const Value& right,
                                           Modifiers modifiers, Budget& budget);
 

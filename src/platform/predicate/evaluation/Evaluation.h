@@ -13,14 +13,14 @@ namespace qv::predicate {
 /// One evaluation of a tree. Its recursion is bounded by the depth of the tree.
 class Evaluation {
 public:
-    /// All outlive this. `variables`: a dictionary, or the null object. `entries`: where the object
-    /// is a dictionary and no more, that one.
+    /// All parameters have to outlive the evaluation. `variables`: a dictionary, or the null
+    /// object. `entries`: the object's dictionary, where it is nothing else.
     Evaluation(const Tree& tree, KeyValueCoding& object, const Value& variables,
                const Budget& budget, const Value* entries = nullptr) noexcept
         : tree_(tree), object_(object), variables_(variables), entries_(entries), budget_(budget) {}
 
     [[nodiscard]] bool holds(const Expression& predicate);
-    /// From now on the outcome of every node is noted there.
+    /// Notes the outcome of every node there from now on.
     void follow(Trace& trace) noexcept { trace_ = &trace; }
 
 private:
@@ -38,7 +38,7 @@ private:
     }
     /// The variable that the evaluation itself binds; a null pointer when there is none.
     [[nodiscard]] Value* local(std::string_view name);
-    // What `valueOf` makes anew:
+    // Values that `valueOf` makes anew:
     [[nodiscard]] Value made(const Expression& expression);
     [[nodiscard]] const Value& variable(const Expression& variable, Value& scratch);
     [[nodiscard]] Value assigned(const Expression& assignment);

@@ -79,7 +79,7 @@ Value average(const Arguments& arguments) {
     return Value::real(averageOf(someElementsOf(arguments[0], "average")));
 }
 
-// Not-a-number behind all others, so that there is an order.
+// Not-a-number sorts behind all others, so that there is an order.
 bool sortsBefore(double left, double right) {
     return std::isnan(right) ? !std::isnan(left) : left < right;
 }
@@ -95,7 +95,7 @@ Value median(const Arguments& arguments) {
                                              : (reals[middle - 1] + reals[middle]) / 2);
 }
 
-// All the numbers that occur most often, in ascending order.
+// Returns all the numbers that occur most often, in ascending order.
 Value mode(const Arguments& arguments) {
     const std::span<const Value> elements = elementsOf(arguments[0], "mode");
     (void)realsOf(elements, "mode");
@@ -122,7 +122,7 @@ Value mode(const Arguments& arguments) {
     return Value::array(std::move(modes));
 }
 
-// Of the whole population.
+// The deviation of the whole population.
 Value standardDeviation(const Arguments& arguments) {
     const std::span<const Value> elements = someElementsOf(arguments[0], "stddev");
     const double mean = averageOf(elements);
@@ -265,7 +265,7 @@ constexpr std::array kFunctions = std::to_array<Function>({
     {"noindex:", 1, itself},
 });
 
-// Integer texts stay integers.
+// Integer texts give integers.
 Value numberOf(std::string_view text) {
     std::int64_t whole = 0;
     const auto [end, status] = std::from_chars(text.data(), text.data() + text.size(), whole);

@@ -10,7 +10,7 @@
 
 namespace qv::predicate {
 
-/// What a function is applied to, and how much it may use.
+/// The arguments of a function, and its bounds.
 struct Arguments {
     std::span<const Value> values;
     Budget& budget;
@@ -30,8 +30,8 @@ constexpr std::size_t kMostArguments = 2;
 [[nodiscard]] std::optional<std::uint8_t> functionNamed(std::string_view name) noexcept;
 [[nodiscard]] const Function& functionAt(std::uint8_t index) noexcept;
 
-/// CAST: to NSNumber, NSString or NSDate. Throws an Exception for another class name, nil, and
-/// what cannot become that.
+/// Implements CAST to NSNumber, NSString or NSDate. Throws an Exception for another class name,
+/// nil, and a value that cannot be converted.
 [[nodiscard]] Value castTo(const Value& value, const Value& className);
 
 } // namespace qv::predicate

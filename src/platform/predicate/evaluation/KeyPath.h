@@ -14,13 +14,14 @@ splitPath(std::string_view path) noexcept;
 
 /// Operators of collections, by their names without `@`. In CollectionOperators.cpp.
 [[nodiscard]] bool isCollectionOperator(std::string_view name) noexcept;
-/// Applied to what `path` finds in the elements of an array or set: nil is left out, and the null
-/// object too where numbers or an order are wanted.
+/// Applies an operator to the values that `path` finds in the elements of an array or set: nil is
+/// left out, and the null object too where numbers or an order are wanted.
 [[nodiscard]] std::optional<Value> collectionOperator(std::string_view name,
                                                       const Value& collection,
                                                       std::string_view path, Budget& budget);
 
-/// A property of a value that is no collection, such as the length of a string. In Properties.cpp.
+/// A property of a value that is not a collection, such as the length of a string. In
+/// Properties.cpp.
 [[nodiscard]] std::optional<Value> property(const Value& value, std::string_view key,
                                             Budget& budget);
 

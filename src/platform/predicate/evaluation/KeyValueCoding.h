@@ -24,9 +24,10 @@ public:
     /// Gets a whole path, `a.b.c`, once. The standard look-up, which an override may fall back to,
     /// asks `valueForKey` for what stands before the first dot and the result for the rest.
     virtual std::optional<Value> valueForKeyPath(std::string_view path, predicate::Budget& budget);
-    /// What SELF is. The standard one is an empty dictionary: equal to no other value and not nil.
+    /// The value of SELF. The standard one is an empty dictionary: equal to no other value and not
+    /// nil.
     virtual Value self();
-    /// For people: `<QVRuleChecker>`.
+    /// The text for people: `<QVRuleChecker>`.
     [[nodiscard]] virtual std::string description() const = 0;
 };
 

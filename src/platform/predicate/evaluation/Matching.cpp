@@ -9,8 +9,8 @@ namespace qv::predicate {
 
 namespace {
 
-// By UTF-16 units: as bytes compare, but what lies above U+FFFF, which begins with F0 to F4 here
-// and with a surrogate there, comes before U+E000 to U+FFFF, which begin with EE and EF.
+// The order by UTF-16 units is that of bytes, but a character above U+FFFF, which begins with F0 to
+// F4 here and with a surrogate there, comes before U+E000 to U+FFFF, which begin with EE and EF.
 std::strong_ordering orderOfUnits(std::string_view left, std::string_view right) {
     const auto [l, r] = std::ranges::mismatch(left, right);
     if (l == left.end() || r == right.end()) {

@@ -10,22 +10,23 @@ namespace qv::predicate {
 
 // Comparisons of texts in UTF-8, as the modifiers ask.
 
-/// Without modifiers, the same characters: what is composed differs from what is decomposed.
+/// Compares the characters if there are no modifiers: a composed character differs from a
+/// decomposed one.
 [[nodiscard]] bool textIsEqual(std::string_view left, std::string_view right, Modifiers modifiers,
                                Budget& budget);
 
-/// By UTF-16 units of the decomposed text.
+/// The order by UTF-16 units of the decomposed text.
 [[nodiscard]] std::strong_ordering textOrder(std::string_view left, std::string_view right,
                                              Modifiers modifiers, Budget& budget);
 
-/// By the root collation; the modifiers take out case and accents. In Collation.cpp.
+/// The order by the root collation; the modifiers take out case and accents. In Collation.cpp.
 [[nodiscard]] std::strong_ordering orderOfCollation(std::string_view left, std::string_view right,
                                                     Modifiers modifiers, Budget& budget);
 
 enum class Anchor : std::uint8_t { begin, end, none };
 
-/// Whether `wanted` is found in `text`; an empty text is never found. What is canonically
-/// equivalent counts as the same, and a letter is not found in a letter with an accent.
+/// Whether `wanted` is found in `text`; an empty text is never found. Canonically equivalent texts
+/// count as the same, and a letter is not found in a letter with an accent.
 [[nodiscard]] bool textIsFound(std::string_view text, std::string_view wanted, Anchor anchor,
                                Modifiers modifiers, Budget& budget);
 

@@ -16,7 +16,7 @@ namespace qv::predicate {
 
 namespace {
 
-// Nothing can end the compilation of a pattern: these bounds keep it within some tenths of a
+// The compilation of a pattern cannot be ended: these bounds keep it within some tenths of a
 // second.
 constexpr std::size_t kLongestPattern = std::size_t{1} << 14U;
 constexpr std::size_t kMostSets = 256;
@@ -53,8 +53,8 @@ std::size_t setsIn(std::string_view pattern) {
     return sets;
 }
 
-// Text for a matcher in pieces of some characters. When the time is over the text has no more, so
-// that no step of the matcher takes long, whatever it repeats.
+// The text for a matcher in pieces of some characters. When the time is over the text has no more,
+// so that no step of the matcher takes long, whatever it repeats.
 class MatchedText {
 public:
     MatchedText(std::string_view text, const Budget& budget, UErrorCode& status)

@@ -11,8 +11,8 @@ namespace qv::predicate {
 
 [[nodiscard]] bool isASCII(std::string_view text) noexcept;
 
-/// Canonically decomposed and, as the modifiers ask, without case (full folding, so that `ß` is
-/// `ss`) and diacritics; with either of them without character width too.
+/// The text, canonically decomposed and, as the modifiers ask, without case (full folding, so that
+/// `ß` is `ss`) and diacritics; with either of them without character width too.
 [[nodiscard]] std::string folded(std::string_view text, Modifiers modifiers);
 
 [[nodiscard]] std::string lowercased(std::string_view text);

@@ -37,7 +37,7 @@ public:
         finishLiteral();
     }
 
-    // Where the pattern stops fitting behind a `*`, that star takes one character more; an earlier
+    // The last `*` takes one character more where the pattern stops fitting behind it; an earlier
     // star never has to.
     [[nodiscard]] bool fits(std::string_view text, Budget& budget) const {
         std::size_t at = 0;

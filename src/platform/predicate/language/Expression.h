@@ -19,8 +19,8 @@ namespace qv::predicate {
 struct Modifiers {
     bool caseInsensitive = false;
     bool diacriticInsensitive = false;
-    bool normalized = false;      ///< compare as the text stands; outdoes the two above
-    bool localeSensitive = false; ///< order by collation; outdone by `normalized`
+    bool normalized = false;      ///< compare as the text stands; overrides the two above
+    bool localeSensitive = false; ///< order by collation; overridden by `normalized`
     /// Whether texts are folded before they are compared.
     [[nodiscard]] bool fold() const noexcept {
         return !normalized && (caseInsensitive || diacriticInsensitive);
@@ -47,12 +47,12 @@ enum class Comparison : std::uint8_t {
 
 enum class Arithmetic : std::uint8_t { add, subtract, multiply, divide, power };
 
-/// How many elements of a collection on the left have to pass.
+/// The number of elements of a collection on the left that have to pass.
 enum class Quantifier : std::uint8_t { single, any, all, none };
 
 enum class Position : std::uint8_t { subscript, first, last, size };
 
-/// One node of a parsed predicate. Which members mean something depends on the kind.
+/// One node of a parsed predicate. The kind decides which members have a meaning.
 struct Expression {
     enum class Kind : std::uint8_t {
         // Predicates:
@@ -72,7 +72,7 @@ struct Expression {
         arithmetic, ///< 2 operands, `arithmetic`
         minus,      ///< 1 operand
         function,   ///< `function`, the index of its row in the table; operands
-        cast,       ///< 2 operands: what, and the name of a class
+        cast,       ///< 2 operands: a value, and the name of a class
         invocation, ///< 2 operands or more: an object, a selector, arguments
         ternary,    ///< 3 operands, the first a predicate
         subquery,   ///< `value` is the variable's name; 2 operands, the second a predicate
@@ -113,7 +113,7 @@ struct Tree {
     }
 };
 
-/// What became of the node of the same index in an evaluation.
+/// The outcome for the node of the same index in an evaluation.
 struct Outcome {
     std::size_t evaluations = 0;
     std::optional<Value> last; ///< none while it is evaluated

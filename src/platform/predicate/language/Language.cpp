@@ -7,7 +7,7 @@ namespace qv::predicate {
 
 namespace {
 
-// Sorted, for the search.
+// The words are sorted for the search.
 constexpr std::array kReservedWords = std::to_array<Sign>({
     {"ALL", Symbol::all},
     {"AND", Symbol::conjunction},
@@ -54,7 +54,7 @@ constexpr std::array kReservedWords = std::to_array<Sign>({
 static_assert(std::ranges::is_sorted(kReservedWords, {}, &Sign::text));
 constexpr std::size_t kLongestReservedWord = 15;
 
-// Two characters before one.
+// Signs of two characters come before those of one.
 constexpr std::array kSigns = std::to_array<Sign>({
     {"==", Symbol::equal},
     {"=<", Symbol::lessOrEqual},

@@ -9,7 +9,7 @@
 
 namespace qv::predicate {
 
-/// What a word or sign means, whichever of its spellings is used.
+/// The meaning of a word or sign, whichever of its spellings is used.
 enum class Symbol : std::uint8_t {
     none, ///< an identifier, a literal
     disjunction,
@@ -64,7 +64,7 @@ enum class Symbol : std::uint8_t {
     end,
 };
 
-/// How tightly operators bind; the loosest first.
+/// The strength with which operators bind; the loosest first.
 enum class Level : std::uint8_t {
     disjunction,
     conjunction,
@@ -80,7 +80,7 @@ enum class Level : std::uint8_t {
 /// The level of a sign that stands between two operands; none for any other.
 [[nodiscard]] std::optional<Level> infixLevel(Symbol symbol) noexcept;
 
-/// What a word means in any letter case; `Symbol::none` when it is not reserved.
+/// The meaning of a word in any letter case; `Symbol::none` when it is not reserved.
 [[nodiscard]] Symbol reservedWord(std::string_view word) noexcept;
 
 struct Sign {

@@ -55,7 +55,7 @@ private:
             if (wildcards_ == WildcardEscapes::kept && (c == '?' || c == '*')) {
                 text_ += '\\';
             }
-            text_ += c; // of a longer character the rest follows by itself
+            text_ += c; // the rest of a longer character follows by itself
             index_ += 2;
         }
     }

@@ -22,7 +22,7 @@ private:
     const char* cause_;
 };
 
-/// What becomes of `\?` and `\*` in a string.
+/// The treatment of `\?` and `\*` in a string.
 enum class WildcardEscapes : std::uint8_t {
     dropped, ///< as with any other character: without its backslash
     kept,    ///< for a pattern of LIKE, to which they mean something

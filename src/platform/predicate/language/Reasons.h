@@ -16,7 +16,7 @@ namespace qv::predicate {
 /// A value's description, shortened.
 [[nodiscard]] std::string shown(const Value& value);
 
-/// "a string (abc)", "an array".
+/// The kind and value: "a string (abc)", "an array".
 [[nodiscard]] std::string kindAndValue(const Value& value);
 
 [[noreturn]] void raiseInvalidArgument(std::string reason);

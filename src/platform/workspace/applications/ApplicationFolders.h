@@ -36,18 +36,18 @@ struct InstalledApplication {
 /// The folders of all users of this machine, or of the one of whose files `root` holds a copy.
 [[nodiscard]] ApplicationFolders sharedApplicationFolders(const std::string& root = {});
 
-/// What a service searches on behalf of a user: first what is installed for everybody
+/// The folders that a service searches on behalf of a user: first those for everybody
 /// (/Applications, /usr/local/Applications, /opt, /usr/lib/GNUstep/Applications; applications/ in
 /// /usr/local/share, /usr/share and what flatpak and snap export), and only then, as a second set,
-/// what lies in the user's home. Desktops do it the other way round, for a user's own look; but a
+/// those in the user's home. Desktops do it the other way round, for a user's own look; but a
 /// service of root asks for an application by its name, and a user must not put another in its
 /// place. The environment is not asked: a service's says nothing about the user.
 [[nodiscard]] std::vector<ApplicationFolders> applicationFoldersFor(const UserRecord& user);
 
-/// What this process searches for itself: one set, the user's folders first, as XDG_DATA_HOME and
-/// XDG_DATA_DIRS say (XDG Base Directory 0.8; relative paths do not count, and the exports of
-/// flatpak and snap are among the defaults). Root, and a program that runs with another's rights,
-/// searches like a service.
+/// The folders that this process searches for itself: one set, the user's folders first, as
+/// XDG_DATA_HOME and XDG_DATA_DIRS say (XDG Base Directory 0.8; relative paths do not count, and
+/// the exports of flatpak and snap are among the defaults). Root, and a program that runs with
+/// another's rights, searches like a service.
 [[nodiscard]] std::vector<ApplicationFolders> ownApplicationFolders();
 
 } // namespace qv

@@ -35,7 +35,8 @@ namespace qv {
 /// followed. Not for several threads at once. Holds one descriptor (inotify).
 class ApplicationIndex {
 public:
-    /// `programPath`: where the programs of desktop entries are looked for; empty: they are not.
+    /// `programPath` names the folders in which the programs of desktop entries are looked for;
+    /// empty: they are not.
     explicit ApplicationIndex(const std::vector<ApplicationFolders>& sets,
                               std::string_view programPath = kProgramPath);
 
@@ -45,8 +46,8 @@ public:
     /// The same for one who would go on looking elsewhere unless the identifier is taken.
     [[nodiscard]] EntryTable::Answer withIdentifier(std::string_view identifier);
     [[nodiscard]] std::optional<std::string> pathForName(std::string_view name);
-    /// All that the look-ups above find, by their identifier or, those that have none, their name;
-    /// in the order of both.
+    /// All applications that the look-ups above find, by their identifier or, those that have none,
+    /// their name; in the order of both.
     [[nodiscard]] std::vector<InstalledApplication> applications();
 
 private:

@@ -15,7 +15,7 @@ ApplicationIndex& madeOnce(std::optional<ApplicationIndex>& index,
     return index ? *index : index.emplace(folders);
 }
 
-// None also when he does not answer.
+// Returns none also when the user does not answer.
 std::optional<std::string>
 askAsUser(const UserRecord& user, const ApplicationFolders& folders,
           const std::function<EntryTable::Answer(ApplicationIndex&)>& question,
@@ -40,7 +40,7 @@ bool isBelow(const ApplicationFolders& folders, const std::string& path) {
            std::ranges::any_of(folders.entries, holdsPath);
 }
 
-// Between the process that reads a version and this one.
+// The keys between the process that reads a version and this one.
 constexpr std::string_view kVersion = "version";
 constexpr std::string_view kListFault = "fault";
 

@@ -11,7 +11,8 @@ namespace qv {
 /// The version that an application states.
 struct ApplicationVersion {
     std::optional<Value> value;
-    /// Why the list in its resource fork is none; that does not keep another source from answering.
+    /// The reason why the list in its resource fork is not valid; that does not keep another source
+    /// from answering.
     std::optional<std::string> listFault;
 };
 

@@ -31,7 +31,7 @@ Descriptor openBundle(const std::string& path) {
 
 std::optional<Value> infoDictionary(int folder) {
     for (const char* name : kInfoLists) {
-        // Without O_NONBLOCK a FIFO would keep us waiting.
+        // O_NONBLOCK keeps a FIFO from making us wait.
         const Descriptor file = openBeneath(folder, name, O_RDONLY | O_NONBLOCK | O_NOCTTY);
         const auto content = file ? contentOfRegularFile(file.get(), kLongestList) : std::nullopt;
         if (!content) {

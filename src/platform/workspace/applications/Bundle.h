@@ -15,8 +15,8 @@ namespace qv {
 /// a list that is too long, no dictionary, or no list at all counts as empty.
 class Bundle {
 public:
-    /// None unless there is a folder at the URL; a link is none. Links inside are followed only as
-    /// far as they stay inside.
+    /// Returns none unless there is a folder at the URL; a link does not count. Links inside are
+    /// followed only as far as they stay inside.
     [[nodiscard]] static std::optional<Bundle> bundleWithURL(const NamedItem& item);
     /// The same for a folder that is open; `path` is where it is.
     [[nodiscard]] static Bundle bundleInFolder(int folder, std::string path);
@@ -42,7 +42,7 @@ private:
     bool hasInfo_;
 };
 
-/// Where a bundle may keep its information list, in the order in which they are looked for.
+/// The places of a bundle's information list, in the order in which they are looked for.
 inline constexpr std::array<const char*, 4> kInfoLists = {
     "Contents/Info.plist", "Resources/Info.plist", "Info.plist", "Resources/Info-gnustep.plist"};
 

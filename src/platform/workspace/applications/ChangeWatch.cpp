@@ -27,7 +27,7 @@ std::optional<FileKey> keyOf(const std::string& path) {
     return key ? std::optional(*key) : std::nullopt;
 }
 
-// Longer than a tick of any file system's clock.
+// Waits longer than a tick of any file system's clock.
 bool isSettled(const FileKey& key) {
     constexpr std::chrono::seconds kSettlingTime{2};
     const auto now = std::chrono::system_clock::now().time_since_epoch();
@@ -104,7 +104,8 @@ void ChangeWatch::watch(int folder, Interest interest) {
     if (!isReliable_) {
         return;
     }
-    // By descriptor: what is watched is what will be read, whatever has its path by now.
+    // The folder is watched by its descriptor: it is the one that will be read, whatever has its
+    // path by now.
     const int watch = ::inotify_add_watch(
         events_.get(), fmt::format("/proc/self/fd/{}", folder).c_str(), kEvents | IN_ONLYDIR);
     if (watch < 0 || isRemote(folder)) {
@@ -156,7 +157,7 @@ bool ChangeWatch::takeEvents() {
             return true;
         }
         for (std::size_t at = 0; at < static_cast<std::size_t>(count);) {
-            // Aligned by the kernel.
+            // The kernel aligns the events.
             const auto* event = reinterpret_cast<const ::inotify_event*>(buffer.data() + at);
             doTell = doTell || tellsOfChange(*event);
             at += sizeof(::inotify_event) + event->len;

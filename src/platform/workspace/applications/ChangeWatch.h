@@ -18,7 +18,7 @@ namespace qv {
 class LinkedFiles {
 public:
     void clear() { files_.clear(); }
-    /// To be called before the file is read.
+    /// Has to be called before the file is read.
     void note(const std::string& path);
     [[nodiscard]] bool haveChanged() const;
 
@@ -37,11 +37,11 @@ private:
 /// lost, everything counts as changed.
 class ChangeWatch {
 public:
-    /// What was read of a folder.
+    /// The part of a folder that was read.
     enum class Interest : std::uint8_t {
         entries = 1,   ///< desktop entries and sub-folders
         folders = 2,   ///< sub-folders
-        infoLists = 4, ///< what a bundle keeps its information list in
+        infoLists = 4, ///< the folders in which a bundle keeps its information list
     };
 
     /// Forgets what was read before; between this and `endReading` everything is read anew.
@@ -50,7 +50,7 @@ public:
     /// A root, followed if it is a link: open for reading; none when it cannot be opened. `copy`:
     /// as for copiedPath.
     [[nodiscard]] Descriptor openRoot(const std::string& path, const std::string& copy = {});
-    /// To be called before the folder is read.
+    /// Has to be called before the folder is read.
     void watch(int folder, Interest interest);
     [[nodiscard]] LinkedFiles& links() { return links_; }
 

@@ -194,7 +194,7 @@ private:
         return {};
     }
 
-    // Of those of one locale. Usually there is one.
+    // Keeps the last of the names of one locale.
     void keepLastNames() {
         auto& names = entry_.localizedNames;
         std::unordered_map<std::string_view, std::size_t> last;

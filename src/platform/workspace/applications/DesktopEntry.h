@@ -11,23 +11,23 @@
 namespace qv {
 
 /// The group `[Desktop Entry]` of a `.desktop` file (freedesktop.org, Desktop Entry 1.5). Texts are
-/// UTF-8 without NUL, their escapes (\s \n \t \r \\) undone. What the file does not say, or leaves
-/// empty, is empty or false.
+/// UTF-8 without NUL, their escapes (\s \n \t \r \\) undone. A member that the file does not give,
+/// or leaves empty, is empty or false.
 ///
 /// Read as desktops read the sloppy files that there are: other groups, unknown keys, comments,
 /// blank lines, CR LF, blanks around keys and values and a byte order mark do not matter, booleans
 /// may be 1 and 0 or capitalized, and another escape stays as it stands (`\"` in `Exec` is meant
-/// for the quoting there). Of a key that comes twice the last value counts. But what decides
-/// whether and what is started must not be ambiguous: refused are two values for Type, Exec,
+/// for the quoting there). Of a key that comes twice the last value counts. But the keys that
+/// decide whether and what is started must not be ambiguous: refused are two values for Type, Exec,
 /// TryExec, Path, Terminal, Hidden, DBusActivatable or X-Flatpak, a second group of this name,
-/// other values where a boolean belongs, a line in the group that is no pair, a group header
-/// without its bracket, a pair before every group, and bytes that are no UTF-8.
+/// other values where a boolean belongs, a line in the group that is not a pair, a group header
+/// without its bracket, a pair before every group, and bytes that are not UTF-8.
 struct DesktopEntry {
     static constexpr std::size_t kLongestFile = std::size_t{1} << 20U; ///< bytes
 
     std::string type; ///< "Application" for an application; there are also links and folders
     std::string name; ///< not localized
-    /// Locale ("de", "sr@latin") and name, each locale once, in the order of the file; at most
+    /// The locale ("de", "sr@latin") and name, each locale once, in the order of the file; at most
     /// 1024.
     std::vector<std::pair<std::string, std::string>> localizedNames;
     std::string exec; ///< a command line in its own quoting; `commandOf` (ExecLine.h) reads it

@@ -19,14 +19,14 @@ namespace qv {
 /// behind it from having it; within a folder, files of one identifier in different case are
 /// different applications, unless neither is spelled as it was asked for.
 ///
-/// Listing the folders reads no file; `readContents` reads them all. What an answer depends on is
-/// read again when it is given. Links to files are followed, links to folders are not. At most
-/// 20,000 entries of a folder are seen, 1,000 sub-folders, and those 4 levels deep; names are known
-/// of the first 64 MiB of all contents.
+/// Listing the folders reads no file; `readContents` reads them all. The files on which an answer
+/// depends are read again when it is given. Links to files are followed, links to folders are not.
+/// At most 20,000 entries of a folder are seen, 1,000 sub-folders, and those 4 levels deep; names
+/// are known of the first 64 MiB of all contents.
 class EntryTable {
 public:
-    /// `programPath`: where their programs are looked for; lives longer than this. Empty: all are
-    /// there.
+    /// `programPath` names the folders in which their programs are looked for, and has to outlive
+    /// the table. Empty: all are there.
     explicit EntryTable(std::string_view programPath) : programPath_(programPath) {}
 
     void list(const ApplicationFolders& folders, ChangeWatch& watch);
@@ -37,19 +37,19 @@ public:
         bool isTaken = false;            ///< there is an entry: nobody else has the identifier
         std::optional<std::string> path; ///< if the application is installed
     };
-    /// By desktop identifier. Needs `list`.
+    /// Finds an entry by desktop identifier. Needs `list`.
     [[nodiscard]] Answer withIdentifier(std::string_view identifier) const;
-    /// By X-Flatpak. Needs `readContents`.
+    /// Finds an entry by X-Flatpak. Needs `readContents`.
     [[nodiscard]] std::optional<std::string> pathForFlatpakID(std::string_view identifier) const;
-    /// By the name that is not localized, else by any, else by that of the file. Needs
-    /// `readContents`.
+    /// Finds an entry by the name that is not localized, else by any, else by that of the file.
+    /// Needs `readContents`.
     [[nodiscard]] std::optional<std::string> pathForName(std::string_view name) const;
-    /// Those that are installed. Needs `list`.
+    /// The applications that are installed. Needs `list`.
     [[nodiscard]] std::vector<InstalledApplication> applications() const;
 
 private:
     friend class EntryFinder;
-    /// In this order they are preferred to each other.
+    /// The kinds in the order in which they are preferred.
     enum class Kind : std::uint8_t { flatpakID, name, localizedName, fileName };
     struct Entry {
         std::size_t hash = 0; // of the identifier in lower case

@@ -92,7 +92,7 @@ private:
     void readQuoted() {
         beginWord();
         const std::size_t begin = place_++;
-        isWord_ = true; // be it empty
+        isWord_ = true; // an empty word counts as well
         while (place_ < text_.size() && text_[place_] != '"' && reason_.empty()) {
             const char next = place_ + 1 < text_.size() ? text_[place_ + 1] : '\0';
             switch (text_[place_]) {
@@ -174,7 +174,7 @@ private:
     std::size_t wordPlace_ = 0;
     std::size_t bytes_ = 0;
     bool inWord_ = false; // something of it was read
-    bool isWord_ = false; // and not only what vanishes
+    bool isWord_ = false; // a word, and not only a code that vanishes
     std::string word_;
     std::vector<std::string> words_;
     std::string reason_;

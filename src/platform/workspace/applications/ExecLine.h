@@ -11,7 +11,7 @@
 
 namespace qv {
 
-/// Where programs are looked for; the environment is not asked.
+/// The folders in which programs are looked for; the environment is not asked.
 inline constexpr std::string_view kProgramPath =
     "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin:/usr/games:/usr/local/games";
 

@@ -16,7 +16,7 @@ namespace qv {
 /// these.
 class MetainfoReader {
 public:
-    /// `desktopID`: with `.desktop`.
+    /// `desktopID` ends in `.desktop`.
     explicit MetainfoReader(std::string_view desktopID);
     ~MetainfoReader();
     MetainfoReader(const MetainfoReader&) = delete;
@@ -26,8 +26,9 @@ public:
 
     /// Returns false once the file is refused: the rest need not be read then.
     [[nodiscard]] bool read(std::string_view piece);
-    /// At the end of the file: the greatest `<release version="...">`, by compareVersions, of the
-    /// application's component; none if the file is another one's, names no release or is refused.
+    /// Returns, at the end of the file, the greatest `<release version="...">`, by compareVersions,
+    /// of the application's component; none if the file is another application's, names no release
+    /// or is refused.
     [[nodiscard]] std::optional<std::string> finish();
 
 private:

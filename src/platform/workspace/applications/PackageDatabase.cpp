@@ -27,7 +27,7 @@ std::optional<std::string> contentUpTo(const std::string& path, std::size_t most
     return file ? contentOfRegularFile(file.get(), most) : std::nullopt;
 }
 
-// Usually a package and an entry that it installs have a part of their names in common.
+// A package and an entry that it installs usually share a part of their names.
 bool isNamedLike(std::string_view package, std::string_view entry) {
     return entry.find(package.substr(0, package.find(':'))) != std::string_view::npos ||
            package.find(entry) != std::string_view::npos;
@@ -55,9 +55,9 @@ std::vector<std::string> packagesIn(const std::string& folder, std::string_view 
     return packages;
 }
 
-// `line`: between line feeds.
+// `line` is the text between line feeds.
 bool holdsLine(std::string_view text, std::string_view line) {
-    // Faster than a search for the first character, which each line has.
+    // A search for the whole line is faster than one for the first character, which each line has.
     return ::memmem(text.data(), text.size(), line.data(), line.size()) != nullptr ||
            text.starts_with(line.substr(1));
 }
@@ -74,7 +74,7 @@ std::string_view fieldNamed(std::string_view name, std::string_view paragraph) {
     return {};
 }
 
-// `package`: its name, and behind a colon its architecture where there may be several.
+// `package` is its name, and behind a colon its architecture where there may be several.
 std::optional<std::string> installedVersion(std::string_view status, std::string_view package) {
     const std::size_t colon = std::min(package.find(':'), package.size());
     const std::string_view name = package.substr(0, colon);

@@ -13,7 +13,7 @@ namespace qv {
 [[nodiscard]] std::optional<std::string> packageVersionOfFile(const std::string& path,
                                                               const std::string& root = {});
 
-/// "2.3" of "1:2.3-4".
+/// Returns "2.3" for "1:2.3-4".
 [[nodiscard]] std::string_view upstreamVersion(std::string_view packageVersion);
 
 } // namespace qv

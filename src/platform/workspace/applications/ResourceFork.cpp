@@ -11,7 +11,7 @@ namespace qv {
 
 namespace {
 
-// Big-endian, as all of these formats are.
+// Numbers are big-endian in all of these formats.
 std::optional<std::size_t> numberAt(std::string_view bytes, std::size_t offset, std::size_t size) {
     if (offset > bytes.size() || size > bytes.size() - offset) {
         return std::nullopt;

@@ -41,7 +41,7 @@ tl::unexpected<Refusal> refuse(std::int64_t code, std::string reason) {
     return tl::unexpected(Refusal{.code = code, .reason = std::move(reason)});
 }
 
-// What terminals there are, the machine's choice first; each takes a command after `-e`.
+// The terminals that may be there, the machine's choice first; each takes a command after `-e`.
 constexpr std::array<std::string_view, 4> kTerminals = {"x-terminal-emulator", "xterm", "konsole",
                                                         "rxvt"};
 
@@ -69,7 +69,7 @@ Start resolveBundle(int item, const std::string& path) {
         folder ? std::optional(Bundle::bundleInFolder(folder.get(), path)) : std::nullopt;
     const bool isOne = bundle && (bundle->hasInfoDictionary() || path.ends_with(".app"));
     if (!isOne) {
-        return refuse(launch_error::kNotAnApplication, "the folder is no application");
+        return refuse(launch_error::kNotAnApplication, "the folder is not an application");
     }
     const std::optional<std::string> executable = bundle->executablePath();
     if (!executable) {
@@ -156,7 +156,7 @@ Start resolve(const std::string& path) {
         return resolveDesktopEntry(item->get(), path);
     }
     if (!isProgramFile(info)) {
-        return refuse(launch_error::kNotAnApplication, "the file is no application");
+        return refuse(launch_error::kNotAnApplication, "the file is not an application");
     }
     return ApplicationStart{.path = path,
                             .identifier = std::filesystem::path(path).filename(),
@@ -165,7 +165,7 @@ Start resolve(const std::string& path) {
                             .busName = {}};
 }
 
-// Between the process that looks and this one. Paths are bytes, not text.
+// The keys between the process that looks and this one. Paths are bytes, not text.
 
 constexpr std::array<std::pair<std::string_view, std::string ApplicationStart::*>, 4> kTexts = {
     {{"path", &ApplicationStart::path},

@@ -7,7 +7,7 @@
 
 namespace qv {
 
-/// What is to be done to start an application.
+/// The way to start an application.
 struct ApplicationStart {
     std::string path;                 ///< of the application, for reports
     std::string identifier;           ///< a word for its unit's name

@@ -19,7 +19,7 @@ struct MessageReleaser {
 using Bus = std::unique_ptr<sd_bus, BusReleaser>;
 using BusMessage = std::unique_ptr<sd_bus_message, MessageReleaser>;
 
-/// What a call is told about its failure.
+/// The error that a caller is told.
 class BusError {
 public:
     BusError() = default;
@@ -37,7 +37,7 @@ private:
 
 enum class BusPeer : std::uint8_t {
     broker, ///< a message bus
-    direct, ///< the other side is who answers
+    direct, ///< the other side answers itself
 };
 
 /// A connection to a D-Bus address, whose calls take at most so long; or the negative errno.

@@ -13,10 +13,10 @@ namespace qv {
 /// need not be in the copy. Nothing can be launched.
 class CopiedWorkspace final : public WorkspaceService {
 public:
-    /// `root`: an absolute path without a slash at its end.
+    /// `root` is an absolute path without a slash at its end.
     explicit CopiedWorkspace(std::string root);
 
-    /// As ApplicationIndex does.
+    /// Lists them as ApplicationIndex does.
     [[nodiscard]] std::vector<InstalledApplication> applications();
 
     Error launchApplicationAtURL(const std::optional<URL>& url, WorkspaceLaunchOptions options,

@@ -14,7 +14,8 @@ inline constexpr std::int64_t kNotAnApplication = -10811;
 inline constexpr std::int64_t kNoExecutable = -10827;
 } // namespace launch_error
 
-/// With the path, the reason in words and, where there is one, the POSIX error beneath.
+/// Makes an error with the path, the reason in words and, where there is one, the POSIX error
+/// beneath.
 [[nodiscard]] Error launchError(std::int64_t code, std::string_view path, std::string_view reason,
                                 int errorNumber = 0);
 

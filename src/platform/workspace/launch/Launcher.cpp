@@ -33,13 +33,13 @@ std::string workingFolder(const ApplicationStart& application, const LaunchSessi
     return ::access(session.user.home.c_str(), X_OK) == 0 ? session.user.home : "/";
 }
 
-// In the process that is the user already. It ends at once, and the application becomes a child of
-// the machine's first process.
+// Runs in the process that is the user already. The process ends at once, and the application
+// becomes a child of the machine's first process.
 Error startDetached(const ApplicationStart& application, const LaunchSession& session) {
     resetFileModeMask();
     const Descriptor null(::open("/dev/null", O_RDWR | O_CLOEXEC));
     const std::string folder = workingFolder(application, session);
-    if (::chdir(folder.c_str()) != 0) { // else the program would be blamed for it
+    if (::chdir(folder.c_str()) != 0) { // otherwise the program would be blamed for it
         return refusal(application, fmt::format("its working folder {} cannot be entered", folder),
                        errno);
     }
@@ -65,7 +65,7 @@ std::string randomWord() {
     return fmt::format("{:016x}", bits);
 }
 
-// As desktops name the units of applications: app-ID@RANDOM.service
+// The name that desktops give the units of applications: app-ID@RANDOM.service
 std::string unitName(const ApplicationStart& application) {
     constexpr std::size_t kLongest = 100;
     std::string word = application.identifier.substr(0, kLongest);
@@ -84,8 +84,7 @@ std::string onOneLine(std::string text) {
     return text;
 }
 
-// In a process that its user cannot trace, and without a program of its own: it lives where the
-// service does.
+// Runs in a process that its user cannot trace, and without a program of its own.
 Error startByManager(const ApplicationStart& application, const LaunchSession& session,
                      Clock::time_point deadline) {
     const bool isUsers = session.manager == LaunchSession::Manager::user;
@@ -106,7 +105,7 @@ Error startByManager(const ApplicationStart& application, const LaunchSession& s
                          fmt::format("the service manager did not start it: {}", failure));
 }
 
-// One launch, which goes from one starter to the next.
+// One launch, which tries one starter after another.
 class Launch {
 public:
     Launch(const ApplicationStart& application, const LaunchSession& session,
@@ -147,7 +146,7 @@ private:
                        });
     }
 
-    // `start` is given less time than there is, so that it can say why it failed.
+    // `start` gets less time than there is, so that it can say why it failed.
     Error attempt(const UserRecord& as, std::chrono::milliseconds patience,
                   const std::function<Error(std::chrono::milliseconds)>& start) {
         const uid_t user = session_.user.user;
@@ -181,7 +180,7 @@ private:
     const LaunchSession& session_;
     UserProcesses& processes_;
     LaunchPatience patience_;
-    bool wasLate_ = false; // one of those who were asked
+    bool wasLate_ = false; // a bus or manager that was asked was late
 };
 
 } // namespace

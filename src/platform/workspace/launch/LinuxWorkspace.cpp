@@ -13,7 +13,7 @@ namespace qv {
 
 namespace {
 
-using Session = tl::expected<LaunchSession, std::string>; // or why there is none
+using Session = tl::expected<LaunchSession, std::string>; // or the reason why there is none
 
 } // namespace
 

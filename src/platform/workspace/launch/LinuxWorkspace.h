@@ -11,14 +11,14 @@ namespace qv {
 /// The applications of this machine: bundles in the folders of applications, and desktop entries
 /// (freedesktop.org), those that Flatpak and Snap export included.
 ///
-/// What is launched runs as the user whose session asked. It is handed to the session's bus or to a
-/// service manager (systemd, the user's or the machine's) where there is one, so that nothing of
-/// this process, its sandbox and its control group is its, and it does not end with it; else this
-/// process starts it, in a session of its own.
+/// A launched application runs as the user whose session asked. It is handed to the session's bus
+/// or to a service manager (systemd, the user's or the machine's) where there is one, so that
+/// nothing of this process, its sandbox and its control group is its, and it does not end with it;
+/// else this process starts it, in a session of its own.
 class LinuxWorkspace final : public WorkspaceService {
 public:
     /// `requester`: the process that asks, with its credentials. `memory` goes from one such object
-    /// to the next. `runFolder`: where the machine's managers have their sockets.
+    /// to the next. `runFolder`: the folder of the sockets of the machine's managers.
     explicit LinuxWorkspace(ProcessIdentity::Shared requester, WorkspaceMemory memory = {},
                             const std::string& runFolder = "/run");
     ~LinuxWorkspace() override;

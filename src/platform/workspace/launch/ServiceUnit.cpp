@@ -28,7 +28,7 @@ std::uint64_t microsecondsTo(Clock::time_point deadline) {
     return static_cast<std::uint64_t>(std::max<std::int64_t>(left.count(), 1));
 }
 
-// What is executed gets variables put into its arguments, unless the sign is doubled.
+// A service manager puts variables into the arguments of a program, unless the sign is doubled.
 std::string literally(std::string_view argument) {
     std::string text;
     for (const char each : argument) {
@@ -90,7 +90,7 @@ void appendCommand(Appender& to, const std::vector<std::string>& command) {
             to.container('r', "sasb", [&] {
                 to.text(command.front());
                 to.texts(words);
-                to.no(); // its failure counts
+                to.no(); // a failure of the command counts
             });
         });
     });
@@ -102,7 +102,7 @@ int appendUnit(sd_bus_message* message, const ServiceUnit& unit) {
     to.text("fail");
     to.container('a', "(sv)", [&] {
         to.property("Description", unit.description);
-        to.property("Type", "exec"); // so that what cannot be executed is known
+        to.property("Type", "exec"); // so that a program that cannot be executed is reported
         to.property("CollectMode", "inactive-or-failed");
         to.property("Slice", unit.slice);
         to.property("User", unit.user);
@@ -125,7 +125,7 @@ int noteResult(sd_bus_message* signal, void* results, sd_bus_error* /*error*/) {
     return 0;
 }
 
-// Empty, or what went wrong.
+// Returns an empty text, or the fault.
 std::string resultOf(sd_bus* bus, const std::string& job, const Results& results,
                      Clock::time_point deadline) {
     while (!results.contains(job)) {

@@ -18,7 +18,7 @@ struct ServiceUnit {
 };
 
 /// Has the manager behind a private socket start a unit, and waits until its program has been
-/// executed. Empty, or what went wrong. The caller is whom that manager obeys.
+/// executed. Returns an empty text, or the fault. The caller is a user whom that manager obeys.
 [[nodiscard]] std::string startUnit(const std::string& socketPath, const ServiceUnit& unit,
                                     std::chrono::steady_clock::time_point deadline);
 

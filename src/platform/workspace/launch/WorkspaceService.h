@@ -12,7 +12,7 @@
 
 namespace qv {
 
-/// How an application is launched; the numbers are the platform's.
+/// The options of a launch; the numbers are the platform's.
 enum WorkspaceLaunchOptions : std::uint32_t {
     kWorkspaceLaunchDefault = 0x10000, ///< asynchronously
 };
@@ -30,8 +30,8 @@ public:
 
     /// Starts an application and does not wait for it. `configuration`: a dictionary; nothing in it
     /// is known as yet. Errors: NSCocoaErrorDomain 4 when there is nothing at the URL and 262 when
-    /// it is no file URL; NSOSStatusErrorDomain -10811 when that is no application, -10827 when it
-    /// has no executable, -10810 when it could not be started, with the cause in the user
+    /// it is not a file URL; NSOSStatusErrorDomain -10811 when that is not an application, -10827
+    /// when it has no executable, -10810 when it could not be started, with the cause in the user
     /// information.
     virtual Error launchApplicationAtURL(const std::optional<URL>& url,
                                          WorkspaceLaunchOptions options,

@@ -61,7 +61,7 @@ Descriptor ownFolderIn(int parent, const std::string& name, Missing missing, uid
 struct Trash {
     Descriptor folder;
     std::string path;
-    std::string volumeRoot; ///< that origins are relative to; empty for the home trash
+    std::string volumeRoot; ///< the folder that origins are relative to; empty for the home trash
 };
 
 /// Finds the trash of one item.
@@ -70,7 +70,7 @@ public:
     TrashFinder(std::string home, uid_t user, Missing missing)
         : home_(std::move(home)), user_(user), missing_(missing) {}
 
-    // None, and errno, when there is none.
+    // Returns none, and errno, when there is none.
     [[nodiscard]] std::optional<Trash> homeTrash() const {
         Trash trash{Descriptor(::open(home_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)), home_,
                     ""};
@@ -159,7 +159,8 @@ TrashOutcome moveInto(const Trash& trash, const ItemPlace& item) {
         }
         if (::renameat2(item.parent.get(), item.name.c_str(), files.get(), chosen.c_str(),
                         RENAME_NOREPLACE) == 0) {
-            // Once it is answered as done, a power cut shall not bring it back nor lose it.
+            // A power cut must neither bring the item back nor lose it once the step is answered as
+            // done.
             static_cast<void>(syncFolder(files.get()));
             static_cast<void>(syncFolder(infos.get()));
             static_cast<void>(syncFolder(item.parent.get()));

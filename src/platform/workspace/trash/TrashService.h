@@ -9,19 +9,19 @@
 
 namespace qv {
 
-/// How trashing an item went.
+/// The outcome of trashing an item.
 struct TrashOutcome {
     enum class Kind : std::uint8_t {
         moved,          ///< `path` is where it lies now
         failed,         ///< for the reason in `error`
-        failedSilently, ///< and nobody knows why
+        failedSilently, ///< the cause is not known
     };
     Kind kind = Kind::failed;
     std::string path;
     Error error;
 };
 
-/// Where items lie that were trashed.
+/// The folders in which trashed items lie.
 struct TrashFolder {
     std::string path;
     bool onOwnVolume = false; ///< of the item that was asked for
@@ -48,16 +48,18 @@ public:
     virtual void noteOrigin(const std::string& pathInTrash, const ItemPlace& origin) = 0;
 };
 
-/// Trash as desktops of Linux show it: freedesktop.org Trash 1.0. Home trash for items on the home
-/// folder's volume; else the volume's shared `.Trash/UID` where that is safe to use, or its
-/// `.Trash-UID`. Volumes that are read-only, no real storage, or mounted with x-gvfs-notrash have
-/// none. Never follows a link below the volume's root, and never uses a folder of another owner.
+/// The trash as desktops of Linux show it: freedesktop.org Trash 1.0. The home trash is for items
+/// on the home folder's volume; else the volume's shared `.Trash/UID` where that is safe to use, or
+/// its `.Trash-UID`. Volumes that are read-only, no real storage, or mounted with x-gvfs-notrash
+/// have none. Never follows a link below the volume's root, and never uses a folder of another
+/// owner.
 ///
 /// Errors, of NSCocoaErrorDomain with the path and the POSIX error: 4 no such item, 3328 the volume
 /// has no trash, 513 no permission, 642 read-only, 640 no space, 512 anything else.
 class FreedesktopTrash final : public TrashService {
 public:
-    /// For the effective user, whose home the user database knows. `home` replaces it, for tests.
+    /// Makes the trash of the effective user, whose home the user database knows. `home` replaces
+    /// it, for tests.
     explicit FreedesktopTrash(std::optional<std::string> home = std::nullopt);
 
     TrashOutcome trashItem(const ItemPlace& item) override;
