@@ -1,7 +1,7 @@
-// Unpacking a ZIP archive of 4,000 files, 100 MiB, or of as many files of that size as the argument
-// says (20000: 500 MiB), through the class method, which feeds the archiver through a pipe, against
-// bsdtar and unzip, which read the file; and looking for a bundle in 100,000 folders against find.
-// They take turns. TMPDIR has to be on a disk.
+// Measures the unpacking of a ZIP archive of 4,000 files, 100 MiB, or of as many files of that size
+// as the argument says (20000: 500 MiB), through the class method, which feeds the archiver through
+// a pipe, against bsdtar and unzip, which read the file; and looking for a bundle in 100,000
+// folders against find. They take turns. TMPDIR has to be on a disk.
 
 #include "platform/foundation/values/URL.h"
 #include "script/QVCatalogScript.h"

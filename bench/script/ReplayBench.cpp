@@ -1,6 +1,6 @@
-// Replay of 1,000,000 skipped steps: what the engine itself costs per step. Beside it, in the same
-// run, the time to read the memory that the steps take once, which no replay can go below, and the
-// number of allocations, which must not grow with the steps.
+// Measures the replay of 1,000,000 skipped steps: the engine's own cost per step. Beside it, in the
+// same run, the time to read the memory that the steps take once, which no replay can go below, and
+// the number of allocations, which must not grow with the steps.
 
 #include "platform/foundation/plist/PropertyList.h"
 #include "platform/foundation/values/Value.h"
@@ -23,8 +23,8 @@ using qv::Value;
 constexpr std::int64_t kSteps = 1'000'000;
 constexpr int kRounds = 9;
 
-// As it comes to the service: read from a binary list. The first step, an else without an if, turns
-// execution off.
+// The script as it comes to the service, read from a binary list. The first step, an else without
+// an if, turns execution off.
 Value skippedScript() {
     std::vector<Value> steps;
     steps.reserve(kSteps + 1);

@@ -1,6 +1,6 @@
 // A step that runs /bin/true, replayed, against posix_spawn and wait in a bare loop, and the same
-// once this process holds a lot of memory: what is started must not pay for it. They take turns in
-// small groups, so that both see the same machine.
+// once this process holds a lot of memory: the started program must not pay for it. They take turns
+// in small groups, so that both see the same machine.
 
 #include "platform/foundation/values/Value.h"
 #include "script/QVCatalogScript.h"

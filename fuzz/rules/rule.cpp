@@ -39,7 +39,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (text.size() > 2 * rule.size() + 16) {
         std::abort();
     }
-    try { // without variables a result that is no string is the caller's fault
+    try { // without variables a result that is not a string is the caller's fault
         static_cast<void>(checker().preprocessCheckRule(rule, nullptr));
     } catch (const qv::Exception&) { // NOLINT(bugprone-empty-catch)
     }

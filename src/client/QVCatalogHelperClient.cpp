@@ -131,7 +131,8 @@ QVCatalogHelperClient::priviledgedExecutionBlock(std::string socketPath, ClientG
 QVCatalogScript::PriviledgedExecutionBlock
 QVCatalogHelperClient::priviledgedExecutionBlock(std::string socketPath, ClientGroup group,
                                                  ScriptReview review) {
-    // Without a client its error is why connecting has failed, or none: it is to be tried.
+    // The error says why connecting has failed, if there is no client; without an error it has not
+    // been tried.
     auto client =
         std::make_shared<tl::expected<QVCatalogHelperClient, Error>>(tl::unexpected(Error()));
     if (const Error error = prepareMarkedProcess()) {

@@ -17,7 +17,7 @@
 
 namespace qv {
 
-/// How a script went on the service's side.
+/// The outcome of a script on the service's side.
 struct ScriptOutcome {
     bool success = false;
     /// Position in the script of the step that stopped it; -1 when there is none.
@@ -25,7 +25,7 @@ struct ScriptOutcome {
     Error error;
 };
 
-/// How long a program that was started set-group-id keeps its client group.
+/// The time for which a program that was started set-group-id keeps its client group.
 enum class ClientGroup : std::uint8_t {
     untilReply, ///< the first reply ends it for good: the program can connect no more
     kept,       ///< for a long-lived program, which may connect again until giveUpClientGroup()
@@ -37,8 +37,8 @@ enum class ScriptReview : std::uint8_t {
     refusesErrors, ///< with a mistake of severity `error` it is not sent: kScriptReviewErrorDomain
 };
 
-/// How long a client waits for the service. A script that was sent is carried out in any case; its
-/// outcome then stands in the service's record only.
+/// The time for which a client waits for the service. A script that was sent is carried out in any
+/// case; its outcome then stands in the service's record only.
 struct WaitForService {
     std::optional<std::chrono::milliseconds> time; ///< ClientErrorCode::timedOut; none: no end
     /// Borrowed: once it can be read, nothing more is waited for, ClientErrorCode::cancelled. -1:
@@ -51,8 +51,8 @@ struct WaitForService {
 /// connection, a limited number of times; ClientErrorCode::interrupted says that it is not known
 /// whether the script was executed. Use from one thread at a time.
 ///
-/// An installed client is set-group-id, and whoever starts it chooses all that it starts with. In
-/// a program that was started set-group-id, and in no other, `connect` and
+/// An installed client is set-group-id, and the user who starts it chooses all that it starts with.
+/// In a program that was started set-group-id, and in no other, `connect` and
 /// `priviledgedExecutionBlock` therefore change the state of the whole process (of the signal mask:
 /// of the calling thread) before anything else:
 /// - not dumpable, so that its user can neither trace it nor take its socket;
@@ -75,7 +75,7 @@ struct WaitForService {
 /// dispositions, environment and working directory are its own to judge.
 class QVCatalogHelperClient {
 public:
-    /// Where the service of this build listens.
+    /// The path at which the service of this build listens.
     [[nodiscard]] static std::string defaultSocketPath();
 
     /// Connects and waits until the service has accepted this process. Errors here and below that

@@ -32,12 +32,13 @@ public:
     [[nodiscard]] std::uint64_t uniqueID() const noexcept { return uniqueID_; }
     void setUniqueID(std::uint64_t uniqueID) noexcept { uniqueID_ = uniqueID; }
 
-    /// Equal entry IDs (two that are 0 as well), or the same handle.
+    /// Two objects are equal if their entry IDs are (two that are 0 as well), or if they have the
+    /// same handle.
     friend bool operator==(const QVIOObject& left, const QVIOObject& right) noexcept;
     [[nodiscard]] std::size_t hash() const noexcept { return uniqueID_; }
 
     [[nodiscard]] static constexpr bool supportsSecureCoding() noexcept { return true; }
-    /// What an archive keeps of it: a dictionary with the entry ID under "entryID".
+    /// The dictionary that an archive keeps of it, with the entry ID under "entryID".
     [[nodiscard]] Value encodeWithCoder() const;
     /// Returns the token of the entry of that ID; none if the entry has gone, or if "entryID" is
     /// not a number.

@@ -45,12 +45,12 @@ class QVIOService : public std::enable_shared_from_this<QVIOService> {
 public:
     using Services = std::vector<std::shared_ptr<QVIOService>>;
 
-    /// Null for a handle that is not held. Handle 0 gives a dead one.
+    /// Returns null for a handle that is not held. Handle 0 gives a dead one.
     static std::shared_ptr<QVIOService> initWithService(io_service_t s);
     static std::shared_ptr<QVIOService> serviceWithIOService(io_service_t s);
     static std::shared_ptr<QVIOService> serviceWithQVIOObject(const QVIOObject& o);
     static Services servicesForMatchingClass(std::string_view className);
-    /// In the registry's order; empty for a look-up that fails.
+    /// The services in the registry's order; empty for a look-up that fails.
     static Services servicesForMatchingDict(const Value& matching);
 
     QVIOService(Private, io_service_t service) noexcept : service_(service) {}
@@ -75,13 +75,13 @@ public:
     /// Whether it is of that class or of one that inherits from it. False for a name that is longer
     /// than 127 characters or not ASCII.
     [[nodiscard]] bool conformsToIOClass(std::string_view className) const;
-    /// In the service plane, "IOService:/..."; none for one that has gone.
+    /// The path in the service plane, "IOService:/..."; none for one that has gone.
     [[nodiscard]] std::optional<std::string> path() const;
     /// The entry ID, which is read once; 0, logged, as long as it cannot be read. For several
     /// threads at once.
     [[nodiscard]] std::uint64_t uniqueID() const;
 
-    /// Null when there is none.
+    /// Returns null when there is none.
     [[nodiscard]] std::shared_ptr<QVIOService> parentService() const;
     /// Returns none for a service without children, too.
     [[nodiscard]] std::optional<Services> childServices() const;
@@ -92,7 +92,7 @@ public:
     /// Whether `ancestor` is above this one, at any distance.
     [[nodiscard]] bool isChildOf(const QVIOService& ancestor) const;
 
-    /// Equal entry IDs, or the same handle.
+    /// Two services are equal if their entry IDs are, or if they have the same handle.
     friend bool operator==(const QVIOService& left, const QVIOService& right);
     [[nodiscard]] std::size_t hash() const { return uniqueID(); }
 
@@ -115,7 +115,7 @@ private:
     std::optional<std::vector<std::weak_ptr<QVIOServiceListener>>> _notificationListeners;
     mutable std::atomic<bool> _serviceUniqueIDValid = false;
     mutable std::atomic<std::uint64_t> _serviceUniqueID = 0;
-    mutable std::recursive_mutex monitor_; // of the entry ID
+    mutable std::recursive_mutex monitor_; // guards the entry ID
 };
 
 } // namespace qv

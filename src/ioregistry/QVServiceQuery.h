@@ -22,20 +22,20 @@ namespace qv {
 
 class QVServiceQuery;
 
-/// What a query keeps of one service: under "service" a std::shared_ptr<QVIOService>, under
-/// "serviceNotification" the QVIOObject of its general-interest notification. A delegate may add
-/// entries of its own.
+/// The attributes that a query keeps of one service: under "service" a
+/// std::shared_ptr<QVIOService>, under "serviceNotification" the QVIOObject of its general-interest
+/// notification. A delegate may add entries of its own.
 using QVServiceAttributes = std::map<std::string, std::any, std::less<>>;
 
 inline constexpr std::string_view kServiceAttribute = "service";
 inline constexpr std::string_view kServiceNotificationAttribute = "serviceNotification";
 
-/// Why a service was not taken up.
+/// The reason why a service was not taken up.
 struct QVServiceQueryError {
-    /// Of what happened: NSMachErrorDomain and the code of the registry, or those of the error that
-    /// the delegate returned. No user information.
+    /// NSMachErrorDomain and the code of the registry, or domain and code of the error that the
+    /// delegate returned. No user information.
     Error error;
-    /// By the keys below.
+    /// Further facts under the keys below.
     std::map<std::string, std::any, std::less<>> userInfo;
 };
 
@@ -53,7 +53,7 @@ inline constexpr std::string_view kMachErrorDomain = "NSMachErrorDomain";
 namespace service_query_error {
 inline constexpr std::uint32_t kNoNotification = 12; ///< its messages cannot be asked for
 inline constexpr std::uint32_t kNoService = 13;      ///< its handle cannot be retained
-inline constexpr std::uint32_t kRefused = 14;        ///< by the delegate
+inline constexpr std::uint32_t kRefused = 14;        ///< the delegate refused it
 } // namespace service_query_error
 
 /// Hears of the services of a query. Every method may stop, start and drop the query, and drop the
@@ -68,7 +68,7 @@ public:
     QVServiceQueryDelegate& operator=(QVServiceQueryDelegate&&) = delete;
     virtual ~QVServiceQueryDelegate() = default;
 
-    /// False: the service is passed over.
+    /// Returning false passes the service over.
     virtual bool probeNewService(QVServiceQuery& /*serviceQuery*/,
                                  const std::shared_ptr<QVIOService>& /*service*/) {
         return true;

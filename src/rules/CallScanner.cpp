@@ -7,7 +7,7 @@ namespace qv {
 
 namespace {
 
-// One character after the other. Blanks are characters like all others.
+// Scans a call character by character.
 class CallScanner {
 public:
     std::optional<std::size_t> scan(std::string_view text) {

@@ -22,12 +22,12 @@ class QVRuleChecker final : public KeyValueCoding {
 public:
     using Functions = std::vector<std::unique_ptr<QVRuleCheckerFunction>>;
 
-    /// One for the whole process, with the default functions; made on first use.
+    /// The checker for the whole process, with the default functions; made on first use.
     static QVRuleChecker& sharedChecker();
     /// The default functions ask `services`; null: those of this process.
     static std::unique_ptr<QVRuleChecker>
     ruleCheckerWithDefaultFunctions(bool withDefaults, RuleServices::Shared services = nullptr);
-    /// New instances of the functions that rules come with, in their order.
+    /// Returns new instances of the functions that rules come with, in their order.
     static Functions defaultFunctions(RuleServices::Shared services = nullptr);
 
     void addFunction(std::unique_ptr<QVRuleCheckerFunction> function);
@@ -56,7 +56,7 @@ public:
     [[nodiscard]] bool runCheck(const std::optional<Value>& rule,
                                 std::optional<Exception>* errorOccured);
 
-    /// What a single call ("${...}", the text around it ignored) or key path gives; none when it
+    /// The value of a single call ("${...}", the text around it ignored) or key path; none when it
     /// has no value; the null object is one. Throws for a key that is not known.
     [[nodiscard]] std::optional<Value> computeFunction(std::string_view text);
 

@@ -96,7 +96,7 @@ private:
             }
             replacement = result->asString();
         }
-        // What stands before may begin a call together with what comes now.
+        // The text before may begin a call together with the text that comes now.
         clean_ = done_.empty() ? 0 : done_.size() - 1;
         done_ += replacement;
         searchFrom_ += replacement.size();

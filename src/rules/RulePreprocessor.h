@@ -8,7 +8,8 @@
 
 namespace qv {
 
-/// Gives the result of a call, none when it has no value. What it throws ends the preprocessing.
+/// Gives the result of a call, none when it has no value. An exception of its own ends the
+/// preprocessing.
 using CallEvaluator = std::function<std::optional<Value>(const RuleCall& call)>;
 
 /// The rule with every call replaced, in order and in linear time. With `variables` a result

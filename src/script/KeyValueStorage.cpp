@@ -39,7 +39,7 @@ std::string keyFor(const Value& identifier) {
                        QVStringTools::stringWithHexValuesForData(*list).value_or(""));
 }
 
-// "uid" or "gid" of a saved owner; 0 when it is missing.
+// The "uid" or "gid" of a saved owner; 0 when it is missing.
 std::uint32_t savedNumber(const Value& saved, std::string_view key) {
     const Value* number = saved.find(key);
     if (!saved.is(Value::Kind::dictionary) || (number != nullptr && !number->isNumber())) {

@@ -15,7 +15,8 @@ struct SavedOwner {
     std::uint32_t user = 0;
     std::uint32_t group = 0;
 
-    /// Of an entry of the storage. Throws an Exception for one that is not a dictionary of numbers.
+    /// Returns the owner in an entry of the storage. Throws an Exception for one that is not a
+    /// dictionary of numbers.
     [[nodiscard]] static SavedOwner from(const Value& entry);
     [[nodiscard]] Value asEntry() const;
 };
@@ -37,12 +38,12 @@ public:
     /// holds.
     [[nodiscard]] static std::optional<Value> recordable(const std::optional<Value>& identifier);
 
-    /// Null pointer when there is no entry. Throws an Exception when a value that is no dictionary
-    /// stands in the storage's place.
+    /// Returns a null pointer when there is no entry. Throws an Exception when a value that is not
+    /// a dictionary stands in the storage's place.
     [[nodiscard]] const Value* objectForKey(const Value& identifier) const;
     /// Replaces an earlier entry. Does nothing when there is no storage; throws as above.
     void setObject(const Value& object, const Value& identifier);
-    /// All of it as a value; none when there is no storage.
+    /// The whole storage as a value; none when there is no storage.
     [[nodiscard]] std::optional<Value> value() const;
 
 private:

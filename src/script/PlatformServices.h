@@ -11,8 +11,8 @@ class TrashService;
 class UserProcesses;
 class WorkspaceService;
 
-/// What a script's operations ask of the machine. One that is missing is made when an operation
-/// needs it: that of this machine, on behalf of this process itself.
+/// The services that a script's operations ask of the machine. One that is missing is made when an
+/// operation needs it: that of this machine, on behalf of this process itself.
 struct PlatformServices {
     std::shared_ptr<TrashService> trash;
     std::shared_ptr<WorkspaceService> workspace;
@@ -24,7 +24,7 @@ struct PlatformServices {
         nullptr;                                           ///< of the preferences that are made
     std::shared_ptr<UserProcesses> appleScripts = nullptr; ///< the processes that run them
 
-    /// For one who runs many scripts: what they may share, whoever asks.
+    /// Makes services that many scripts may share, whoever asks.
     [[nodiscard]] static PlatformServices shared();
 };
 

@@ -50,7 +50,7 @@ public:
     [[nodiscard]] std::int32_t errorHandlingBehaviour() const noexcept;
     [[nodiscard]] const Error& executeRecordingLastStatementError() const noexcept;
     [[nodiscard]] bool executeWithAdminRights() const noexcept;
-    /// None only when a replayed step took the storage away.
+    /// Returns none only when a replayed step took the storage away.
     [[nodiscard]] std::optional<Value> keyValueStorage() const;
     [[nodiscard]] const PriviledgedExecutionBlock& priviledgedExecutionBlock() const noexcept;
     void setPriviledgedExecutionBlock(PriviledgedExecutionBlock block);
@@ -59,9 +59,9 @@ public:
 
     // Recording and replay (QVCatalogScript.cpp, QVCatalogScriptReplay.cpp).
 
-    /// False when already recording. Records the current settings first: admin rights, error
-    /// behaviour, key-value storage. Throws an Exception, and does not record, when there is no
-    /// storage.
+    /// Returns false when already recording. Records the current settings first: admin rights,
+    /// error behaviour, key-value storage. Throws an Exception, and does not record, when there is
+    /// no storage.
     bool beginRecording();
     /// The recorded steps, an array; none when not recording.
     std::optional<Value> endRecording();
@@ -77,12 +77,13 @@ public:
     // does trashing. A URL that is not a file URL is code 262 of NSCocoaErrorDomain.
 
     Error removeItemAtURL(const std::optional<URL>& url);
-    /// Where the trash takes nothing, the item is moved into the trash folder that there is, under
-    /// an archive name and with the folder's owner; the trash's error is the result all the same.
+    /// Moves an item to the trash; where the trash refuses it, the item is moved into the trash
+    /// folder that there is, under an archive name and with the folder's owner; the trash's error
+    /// is the result all the same.
     Error trashItemAtURL(const std::optional<URL>& url);
     /// With `adaptOwnershipToParent` the source, all of it, first gets the owner and group of the
-    /// folder that the destination lies in, and keeps them when the rest fails; what has them is
-    /// left alone. `atomic` has no effect here.
+    /// folder that the destination lies in, and keeps them when the rest fails; an item that has
+    /// them is left alone. `atomic` has no effect here.
     Error moveItemFromURL(const std::optional<URL>& fromURL, const std::optional<URL>& toURL,
                           bool adaptOwnershipToParent, bool atomic);
     /// An atomic copy stands under the name "._A_" and the destination's, in its folder, until it
@@ -95,8 +96,8 @@ public:
     /// the old one comes back.
     Error replaceItemAtURL(const std::optional<URL>& url, const std::optional<URL>& withItemAtURL,
                            bool adaptOwnershipToParent);
-    /// Sets the dates of an item to now; what is not there becomes an empty file. Follows
-    /// links, but a link that is not root's only to an item of the link's owner.
+    /// Sets the dates of an item to now; a missing item becomes an empty file. Follows links, but a
+    /// link that is not root's only to an item of the link's owner.
     Error touchItemAtURL(const std::optional<URL>& url);
     /// The trash folder for an item, no step: that of its own volume, as `volumeHasTrash` (may be
     /// null) then tells, else the user's. None when there is none, or no such item.
@@ -123,7 +124,8 @@ public:
 
     // Processes and what they may do (QVCatalogScriptProcesses.cpp).
 
-    /// Blocks until a process, anybody's, has ended. Never fails: what is no process has quit.
+    /// Blocks until a process, anybody's, has ended. Never fails: a number that is not a process
+    /// has quit.
     Error waitForQuitOfApplicationWithPID(std::int32_t pid);
     /// Starts an application, a bundle, a desktop entry or an executable file, and does not wait
     /// for it; with the workspace's errors.
@@ -160,8 +162,8 @@ public:
     // Archives and disk images (QVCatalogScriptArchives.cpp). No steps: they act at once, in this
     // process and with its rights, and wait for the programs that they start. Result pointers may
     // be null and are reset first. Errors of their own are of kCatalogScriptErrorDomain, code 0;
-    // those of the file manager travel unchanged. What a failure leaves behind stays, but for a
-    // mounted image and the temporary copy of one.
+    // those of the file manager travel unchanged. Files that a failure leaves behind stay, but for
+    // a mounted image and the temporary copy of one.
 
     /// Unpacks a disk image (extension dmg) or a ZIP archive (zip) into a fresh folder, which
     /// `toTemporaryLocation` receives; see createTemporaryFolder for the place.

@@ -34,13 +34,15 @@ struct ScriptVariables {
     KeyValueStorage keyValueStorage;
     const Value* currentStep = nullptr;
     StepObserver* observer = nullptr; ///< of replays; none: nobody is told
-    /// What the operation at hand knows of its outcome, should it succeed; none: what its effect
-    /// says.
+    /// The outcome of the operation at hand, should it succeed; none: that which follows from its
+    /// effect.
     std::optional<StepOutcome> noted;
-    std::size_t looks = 0; ///< at items, for the observer: were they so already?
+    /// The looks at items, to tell the observer whether they were so already.
+    std::size_t looks = 0;
     std::string ruleFault; ///< of the rule at hand, for the observer
-    /// On whose behalf the script runs: applications are launched in that user's session. This
-    /// process itself if it is not set. Set before the script runs, as the services are.
+    /// The process on whose behalf the script runs: applications are launched in that user's
+    /// session. This process itself if it is not set. Set before the script runs, as the services
+    /// are.
     ProcessIdentity::Shared requester;
     PlatformServices services;
     std::shared_ptr<const RuleServices> servicesOfRules; ///< none before the first rule
@@ -66,7 +68,7 @@ public:
     Error perform(OperationCode code, std::initializer_list<StepArgument> arguments,
                   ExecutionBlock executionBlock);
     void recordControlStep(OperationCode code, std::initializer_list<StepArgument> arguments);
-    /// `operation`: null for an unknown code, which does nothing.
+    /// `operation` is null for an unknown code, which does nothing.
     Error replayStep(const Operation* operation, const StepFields& fields);
     /// The same for the step of an index, which the observer is told of.
     Error replayObserved(std::size_t index, const Operation* operation, const StepFields& fields);

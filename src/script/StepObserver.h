@@ -10,7 +10,7 @@
 
 namespace qv {
 
-/// What became of one step of a replay.
+/// The outcome of one step of a replay.
 enum class StepOutcome : std::uint8_t {
     done,      ///< it succeeded; whether it changed anything is not known
     changed,   ///< it succeeded, and the machine is another one
@@ -27,7 +27,7 @@ public:
         const Operation* operation; ///< null: the code is unknown
         StepOutcome outcome;
         const Error& error;
-        /// Why a rule has no value, which closes its block; empty if it has one.
+        /// The reason why a rule has no value, which closes its block; empty if it has one.
         const std::string& ruleFault;
         std::chrono::steady_clock::time_point end; ///< the step before it ended when it began
     };

@@ -92,5 +92,5 @@ int main(int count, char** arguments) {
     gid_t saved = 0;
     ::getresgid(&real, &effective, &saved);
     std::cout << real << ' ' << effective << ' ' << saved << '\n' << std::flush;
-    std::quick_exit(EXIT_SUCCESS); // a search for leaks is refused to what nobody may trace
+    std::quick_exit(EXIT_SUCCESS); // the leak checker cannot trace a process that nobody may trace
 }

@@ -1,5 +1,5 @@
-// What connecting makes of a set-group-id client that a hostile user has started, and that it
-// leaves any other program as it is.
+// Connecting repairs a set-group-id client that a hostile user has started, and leaves any other
+// program as it is.
 
 #include "platform/foundation/values/Value.h"
 #include "platform/xpc/RawClient.h"
@@ -67,7 +67,7 @@ bool comesToHave(pid_t pid, const std::string& groups) {
     return comesTrue([&] { return seen(pid, "status").find(groups) != std::string::npos; });
 }
 
-/// What its own user can do to a process, as nobody.
+/// The attacks on a process by its own user, as nobody.
 struct Attack {
     bool socketTaken = false;
     bool traced = false;
@@ -186,7 +186,7 @@ TEST_F(LaunchDuties, AreDoneInPlainCToo) {
     expectItsDutiesDone(program);
 }
 
-// Also shows what the same starter and the same attacker achieve where nothing is done.
+// The test also shows what the same starter and the same attacker achieve where nothing is done.
 TEST_F(LaunchDuties, AreNoneInAnyOtherProgram) {
     const auto client = marked(built("bin/dutiful_client"), 0755);
     const StartedProgram program(
@@ -202,7 +202,7 @@ TEST_F(LaunchDuties, AreNoneInAnyOtherProgram) {
     EXPECT_THAT(descriptorOf(pid, 0), StartsWith("socket:"));
     EXPECT_THAT(seen(pid, "maps"), HasSubstr("preloaded.so"));
     const std::string yama = contentOf("/proc/sys/kernel/yama/ptrace_scope");
-    if (yama.empty() || yama == "0\n") { // else the machine protects every program
+    if (yama.empty() || yama == "0\n") { // otherwise the machine protects every program
         const Attack attack = Attack::on(pid, socketOf(pid));
         EXPECT_TRUE(attack.socketTaken);
         EXPECT_TRUE(attack.traced);
@@ -256,7 +256,7 @@ TEST_F(LaunchDuties, ShowGroupInOneThreadOnly) {
     const xpc::test::RawClient first(path);
     const StartedProgram program(hostile("", {marked(), path, "beside"}));
     const pid_t pid = program.pid();
-    // Of the thread that connects; the kernel starts it with the group in every respect.
+    // The groups of the thread that connects; the kernel starts it with the group in every respect.
     ASSERT_TRUE(comesToHave(pid, groups("65534", "47110", "47110")));
     const auto other = [&] {
         for (const auto& thread :

@@ -21,7 +21,7 @@ protected:
         }
         std::filesystem::permissions(folder_.path(), std::filesystem::perms(0755));
     }
-    // What an application prints that runs as nobody.
+    // The output of an application that runs as nobody.
     ProgramRun change(const std::string& file, const std::string& manner,
                       const std::string& socket) {
         // Its leaks cannot be looked for: it is no longer what it was started as.

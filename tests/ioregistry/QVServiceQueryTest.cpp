@@ -62,7 +62,7 @@ private:
     }
     void tell(Call call, const std::string& text) {
         told_ += text + "; ";
-        const auto keep = inCall; // which may drop the delegate
+        const auto keep = inCall; // the call may drop the delegate
         keep(call);
     }
     std::string& told_;
@@ -181,7 +181,7 @@ TEST_F(ServiceQuery, ServiceMatchedAgainIsReplaced) {
     EXPECT_EQ(registry.size().handles, handles);
 }
 
-// In each of the calls the delegate stops the query, starts it anew, drops it, or goes away.
+// The delegate stops the query in each of the calls, starts it anew, drops it, or goes away.
 TEST_F(ServiceQuery, DelegateMayEndItAnywhere) {
     enum class Deed : std::uint8_t { stop, restart, drop, die };
     for (const Call call :

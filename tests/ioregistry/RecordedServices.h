@@ -5,7 +5,7 @@
 
 namespace qv::test {
 
-/// Recorded devices, and nothing that is left of them at the end.
+/// A registry of recorded devices; its end checks that nothing is left of them.
 class RecordedServices : public RecordedRegistry {
 protected:
     static constexpr const char* kDisk =
@@ -27,7 +27,7 @@ protected:
         after({"remove", path});
     }
 
-    std::string told; ///< what delegates and listeners heard
+    std::string told; ///< the events that delegates and listeners heard
 };
 
 } // namespace qv::test

@@ -1,5 +1,5 @@
-// "version", "application" and "filesystem" about a machine whose files are in a folder, as the
-// tables say.
+// Tests "version", "application" and "filesystem" about a machine whose files are in a folder, as
+// the tables say.
 
 #include "platform/foundation/values/Description.h"
 #include "platform/iokit/RegistryFixture.h"

@@ -1,4 +1,4 @@
-// From the text of a rule to the calls in it and the text without them.
+// Tests the step from the text of a rule to the calls in it and the text without them.
 
 #include "platform/foundation/values/Description.h"
 #include "platform/foundation/values/Exception.h"
@@ -21,7 +21,7 @@ std::string shown(DictionaryView pairs) {
     return text + "}";
 }
 
-// "name|parameter" of a call, as it reaches a function.
+// The text "name|parameter" of a call, as it reaches a function.
 std::string shown(const RuleCall& call) {
     const std::string name = call.name.value_or("-") + "|";
     const std::optional<Value> parameter = call.parameter();
@@ -95,7 +95,7 @@ double secondsFor(std::string_view call, bool withVariables, int calls) {
     return best;
 }
 
-// N times the calls must not take N times N times the time: the limit lies in between.
+// N times the calls must take about N times the time, not its square: the limit lies in between.
 TEST(RulePreprocessor, IsLinear) {
     const int many = isSanitized() ? 2'000 : 10'000;
     const auto growth = [&](std::string_view call, bool withVariables) {

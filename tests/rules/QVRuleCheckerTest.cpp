@@ -41,7 +41,7 @@ protected:
         checker_->addFunction(QVRuleCheckerFunction::functionWithFunctionID(
             name, name, [answer](auto&, const auto&, bool) { return answer(); }));
     }
-    // "true", "false", or "false: " and the reason of the exception handed out.
+    // The result: "true", "false", or "false: " and the reason of the exception handed out.
     std::string run(std::string_view rule) {
         std::optional<Exception> exception;
         testing::internal::CaptureStderr();
@@ -90,7 +90,7 @@ TEST_F(RuleChecker, SwallowsForeignExceptions) {
     EXPECT_EQ(log_, "");
 }
 
-// By call and by key path together.
+// The time of calls and of key paths counts together.
 TEST_F(RuleChecker, CountsTheTimeOfFunctions) {
     int calls = 0;
     add("slow", [&] {

@@ -44,7 +44,7 @@ protected:
     [[nodiscard]] std::optional<URL> url(std::string_view name) const {
         return urlOf(folder / name);
     }
-    // Of what the methods made; gone with the test.
+    // The path of an item that the methods made; removed with the test.
     fs::path path(const std::optional<URL>& made) {
         const fs::path found = made ? made->path().value_or("") : "";
         if (made && !found.native().starts_with(folder.path().native())) {
@@ -123,7 +123,7 @@ TEST_F(Archives, SurviveAToolThatDiesEarly) {
     for (const auto& [does, status] :
          {std::pair("exit 7", 7), {"head -c 9 >/dev/null; kill -9 $$", 9}}) {
         tools.archiveTool = tool("dies", does);
-        // In a child with the usual reaction to a broken pipe, which is to end.
+        // The test runs in a child with the usual reaction to a broken pipe, which is to end.
         EXPECT_EQ(test::inChild([&] {
                       std::signal(SIGPIPE, SIG_DFL); // NOLINT(cert-err33-c)
                       const Error error =
@@ -156,7 +156,7 @@ TEST_F(Archives, MakeFoldersOnTheVolumeAsked) {
     const fs::path base = small / ".TemporaryItems/folders.0/TemporaryItems";
     EXPECT_EQ(path(made).parent_path(), base);
     EXPECT_EQ(std::distance(fs::directory_iterator(base), {}), 1) << "the other one was removed";
-    // Where no name can be made the folder that they would lie in is the result.
+    // The result is the folder of the new names where no name can be made.
     EXPECT_EQ(test::inChild([&] {
                   const bool isReadOnly =
                       ::unshare(CLONE_NEWNS) == 0 &&

@@ -23,8 +23,8 @@ const Error kTrashError(error_domain::kCocoa, 3328, {});
 class ScriptedTrash final : public TrashService {
 public:
     TrashOutcome outcome{Kind::failed, "", kTrashError};
-    std::optional<std::string> own;  ///< what stands for the trash of the item's volume
-    std::optional<std::string> home; ///< and for the user's
+    std::optional<std::string> own;  ///< the folder that stands for the trash of the item's volume
+    std::optional<std::string> home; ///< the folder that stands for the user's
     std::string origin;              ///< of the last item noted
 
     TrashOutcome trashItem(const ItemPlace& item) override {
@@ -85,7 +85,7 @@ TEST_F(Files, CopyAtomicallyByAnotherName) {
     EXPECT_FALSE(script.copyItemFromURL(url("a"), url("b"), false, true));
     EXPECT_EQ(read("b/inner"), "A");
     EXPECT_FALSE(fs::exists(folder / "._A_b"));
-    // What stands under that name already makes the copy fail, and is removed then.
+    // An item that stands under that name already makes the copy fail, and is removed then.
     folder.write("._A_c", "in the way");
     EXPECT_EQ(script.copyItemFromURL(url("a"), url("c"), false, true).code(), 516);
     EXPECT_FALSE(fs::exists(folder / "._A_c"));
@@ -155,7 +155,7 @@ TEST_F(Files, ReadVersionsInsideTheItemOnly) {
     EXPECT_EQ(name(), "Foo (3).app") << "a link that stays inside is fine";
 }
 
-// Whoever made the item must not choose where root puts it.
+// The item's maker must not choose where root puts it.
 TEST_F(Files, LetNoVersionChooseThePlace) {
     app("user/Foo.app", "/../../elsewhere/x", "old");
     app("new.app", "2", "new");
@@ -187,7 +187,8 @@ TEST_F(Files, SetOldItemAsideBeforeReplacing) {
     trash->outcome = {Kind::failed, "", kTrashError};
     trash->own.reset();
     EXPECT_EQ(script.replaceItemAtURL(url("Foo.app"), url("new/Foo.app"), false), kTrashError);
-    EXPECT_EQ(read("Foo.app/content"), "new") << "in place, although the old one is no trash";
+    EXPECT_EQ(read("Foo.app/content"), "new")
+        << "in place, although the old one is not in the trash";
 }
 
 TEST_F(Files, MoveWhatTheTrashRefuses) {

@@ -18,7 +18,7 @@ namespace {
 using test::number;
 using test::text;
 
-// As a list in XML holds it, on one line.
+// The record as a list in XML holds it, on one line.
 std::string lineOf(const Value& record) {
     std::string line =
         PropertyList::dataWithPropertyList(record, PropertyListFormat::xml).value_or("not a list");
@@ -27,7 +27,7 @@ std::string lineOf(const Value& record) {
     return line.substr(begin, line.rfind("</plist>") - begin);
 }
 
-/// Every method once, no value like another one of its step.
+/// Calls every method once, with values that differ within a step.
 void callAll(QVCatalogScript& script) {
     const auto a = URL::URLWithString("file:///a");
     const auto b = URL::URLWithString("file:///b%20c");
@@ -102,7 +102,7 @@ TEST(OperationTable, RecordsAndReplaysTheGoldenFile) {
     EXPECT_EQ(operationForCode(static_cast<std::uint64_t>(-1)), nullptr);
 }
 
-// So that rules can ask for them, by the name that scripts know.
+// Rules can ask for the selectors by the name that scripts know.
 TEST(OperationTable, HasTheSelectorsOfTheClass) {
     for (const Operation& operation : allOperations()) {
         EXPECT_TRUE(
@@ -111,7 +111,7 @@ TEST(OperationTable, HasTheSelectorsOfTheClass) {
     }
 }
 
-// "| 2 | remove {item} | `URL` item (file URL) |"
+// The row "| 2 | remove {item} | `URL` item (file URL) |"
 std::string rowOfCodes(const Operation& operation) {
     std::vector<std::string> fields;
     for (const Field& field : operation.fields) {
@@ -123,7 +123,7 @@ std::string rowOfCodes(const Operation& operation) {
                        fmt::join(fields, ", "));
 }
 
-// "| `remove` | remove {item} | `item` absolute path |"
+// The row "| `remove` | remove {item} | `item` absolute path |"
 std::string rowOfNames(const Operation& operation) {
     std::vector<std::string> fields;
     for (const Field& field : operation.fields) {
@@ -135,8 +135,8 @@ std::string rowOfNames(const Operation& operation) {
                        fmt::join(fields, "; "));
 }
 
-// "| 2 | `remove` | removes | with admin rights; after a failure | ", and then what nothing else
-// knows.
+// The row "| 2 | `remove` | removes | with admin rights; after a failure | ", and the notes that
+// stand nowhere else.
 std::string rowOfNotes(const Operation& operation) {
     const unsigned options = operation.options;
     std::vector<std::string_view> handedOver;

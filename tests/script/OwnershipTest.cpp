@@ -140,7 +140,7 @@ TEST_F(Ownership, OpensLockedFolderOfItsOwner) {
     EXPECT_EQ(modeOf(folder / "tree/file"), 0750U);
 }
 
-// Without rights every descendant that fails is tried again as an operation of its own.
+// Every descendant that fails is tried again, without rights, as an operation of its own.
 TEST_F(Ownership, RetriesDescendantsOneByOne) {
     create_symlink(::geteuid() == 0 ? "/nonexistent/target" : "/", folder / "dangling");
     QVCatalogScript direct;

@@ -23,7 +23,7 @@ bool run(const std::string& command) {
     return std::system((command + " >/dev/null 2>&1").c_str()) == 0;
 }
 
-/// An ext4 in a file, mounted_; what a copy of the file holds is what a power cut would leave. It
+/// An ext4 in a file, mounted_; a copy of the file holds the state that a power cut would leave. It
 /// commits nothing by itself for minutes.
 class Disk : public testing::Test {
 protected:
@@ -54,7 +54,7 @@ protected:
             std::ofstream(root / "inner" / std::to_string(i)) << std::string(5000, content);
         }
     }
-    // What would be at a path of the disk if the power failed now.
+    // The content at a path of the disk if the power failed now.
     [[nodiscard]] std::string afterPowerCut(const std::string& name) const {
         fs::copy_file(image, folder / "cut", fs::copy_options::overwrite_existing);
         if (!mount(folder / "cut", afterwards)) {
@@ -89,7 +89,7 @@ private:
 TEST_F(Disk, KeepsWhatWasAnsweredAsDone) {
     const fs::path fresh = folder / "new.app";
     const std::string newContents = contents(fresh);
-    // That this would notice: a plain copy promises nothing, and is not there as yet.
+    // The test has to notice a loss: a plain copy promises nothing, and is not there as yet.
     ASSERT_FALSE(script.copyItemFromURL(urlOf(fresh), urlOf(disk / "plain"), false, false));
     EXPECT_NE(afterPowerCut("plain"), newContents);
 

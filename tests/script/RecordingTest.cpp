@@ -96,7 +96,7 @@ TEST_F(HandOff, EndsRecordingThatAnExceptionLeaves) {
     EXPECT_EQ(script.removeItemAtURL(std::nullopt), missing);
 }
 
-// What names a saved owner here names it on the other side.
+// An identifier that names a saved owner here names it on the other side.
 TEST_F(HandOff, CarriesIdentifiersOfEveryKind) {
     QVCatalogScript other;
     other.setIsPriviledged(true);
@@ -134,7 +134,7 @@ TEST_F(HandOff, TriesNothingThatNeedsAdminRights) {
     // Saving an owner has no option: it always happens where the script runs.
     EXPECT_FALSE(script.saveOwnerAndGroupOfURL(URL::URLWithString("file:///"), text("root")));
     EXPECT_EQ(handedOver.size(), 1U);
-    // On the privileged side nothing is handed on.
+    // Nothing is handed on on the privileged side.
     script.setIsPriviledged(true);
     EXPECT_TRUE(script.changeModeOfItem(kMissing, 0644, false));
     EXPECT_EQ(handedOver.size(), 1U);

@@ -28,8 +28,8 @@ void makeApp(const test::TemporaryDirectory& folder, const std::string& name, in
     }
 }
 
-// Killed at any moment of a replacement, the old item is whole: in its place, set aside beside it,
-// or in the trash; and it is in the trash only when the new one is whole in its place.
+// The old item is whole when a replacement is killed at any moment: in its place, set aside beside
+// it, or in the trash; and it is in the trash only when the new one is whole in its place.
 // QV_TEST_ROUNDS: how often.
 TEST(Replace, SurvivesBeingKilled) {
     const int rounds = test::effort("QV_TEST_ROUNDS", 40);

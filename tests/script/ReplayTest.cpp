@@ -94,7 +94,7 @@ TEST_F(Replay, CopiesTheStorageOnFirstWrite) {
     EXPECT_NE(script.keyValueStorage()->find("new"), nullptr);
     EXPECT_NE(script.keyValueStorage()->find("old"), nullptr);
     EXPECT_EQ(given.find("new"), nullptr) << "the dictionary that was handed in stays as it was";
-    // A storage that is no dictionary is held, and raises when it is used.
+    // A storage that is not a dictionary is held, and raises when it is used.
     EXPECT_THROW(replay(Value::array({control(22, text("x")), steps.asArray()[1]})), Exception);
 }
 

@@ -1,4 +1,4 @@
-// Where the parts of scripts stand in their texts, and what comments in them allow.
+// Tests the places of scripts' parts in their texts, and the findings that comments in them allow.
 
 #include "script/review/places/Allowances.h"
 #include "script/review/places/LineIndex.h"
@@ -27,7 +27,7 @@ struct PlaceCase {
     std::string_view key;
     std::optional<std::size_t> element;
     std::optional<std::size_t> offset;
-    std::string_view expected; ///< how the text goes on there
+    std::string_view expected; ///< the beginning of the text there
 };
 
 TEST(ScriptPlaces, FindsPartsOfSteps) {

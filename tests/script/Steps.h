@@ -32,7 +32,7 @@ inline Value toolStep(std::string_view tool, std::initializer_list<std::string_v
 
 inline Value fileURL(const std::string& path) { return text("file://" + path); }
 
-/// What a privileged replay of the steps gives.
+/// The result of a privileged replay of the steps.
 struct Replayed {
     bool success = false;
     Error error;

@@ -16,7 +16,7 @@ public:
 
     [[nodiscard]] std::optional<Value> resultFor(const std::optional<Value>& parameter,
                                                  bool returnString) override;
-    /// False for digests: it takes seconds to read a large file.
+    /// Returns false for digests: it takes seconds to read a large file.
     [[nodiscard]] bool mustBeQuick(const std::optional<Value>& parameter) const override;
 
 private:

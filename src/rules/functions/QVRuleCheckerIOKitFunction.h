@@ -10,9 +10,9 @@ class QVIOService;
 
 /// "iokit": whether a service of the device registry matches a matching dictionary and meets
 /// properties, or a property of the first one that does. Takes a dictionary: under "do" the
-/// question, "exists" or "propertyValue" (of "propertyName"); what to match under "matchStr" or
-/// "matchInt" and the key of a matching dictionary; what to meet under "meetStr" or "meetInt" and
-/// the name of a property.
+/// question, "exists" or "propertyValue" (of "propertyName"); the value to match under "matchStr"
+/// or "matchInt" and the key of a matching dictionary; the value to meet under "meetStr" or
+/// "meetInt" and the name of a property.
 class QVRuleCheckerIOKitFunction final : public QVRuleCheckerFunction {
 public:
     QVRuleCheckerIOKitFunction();

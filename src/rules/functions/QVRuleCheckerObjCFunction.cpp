@@ -29,7 +29,7 @@ std::optional<Value> QVRuleCheckerObjCFunction::resultFor(const std::optional<Va
     if (!parameter) {
         return std::nullopt;
     }
-    // None has the name of the empty text, so that is as good as missing.
+    // No class or selector has an empty name, so an empty text counts as missing.
     const auto textUnder = [&](std::string_view key) {
         const Value* value = parameter->find(key);
         return value != nullptr && value->is(Value::Kind::string) ? value->asString()

@@ -27,7 +27,7 @@ public:
 
     /// The bytes up to the first NUL; none if the parameter is unknown, or they are not UTF-8.
     [[nodiscard]] static std::optional<Value> sysCtlStringValueForName(std::string_view name);
-    /// None if the parameter is unknown, or has not 1, 2, 4 or 8 bytes.
+    /// Returns none if the parameter is unknown, or has not 1, 2, 4 or 8 bytes.
     [[nodiscard]] static std::optional<Value> sysCtlIntegerValueForName(std::string_view name,
                                                                         bool useUnsignedInt);
 

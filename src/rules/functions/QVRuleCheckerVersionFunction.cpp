@@ -29,8 +29,8 @@ struct SplitModel {
     std::string_view version;
 };
 
-// Before the number in front of the first comma. The first character is never looked at, so a model
-// that has nothing but digits behind it cannot be split.
+// Splits before the number in front of the first comma. The first character is never looked at, so
+// a model that has nothing but digits behind it cannot be split.
 std::optional<SplitModel> splitModel(std::string_view model) {
     const std::size_t comma = model.find(',');
     if (comma == std::string_view::npos) {
@@ -52,7 +52,7 @@ std::optional<Value> textValue(std::optional<std::string_view> text) {
     return text ? std::optional(Value::string(*text)) : std::nullopt;
 }
 
-// `value`: what there is already, for a question that has no answer here.
+// `value` is the value so far, for a question that has no answer here.
 std::optional<Value> computerValue(std::string_view question, const std::string& model,
                                    std::optional<Value> value) {
     if (question == "computerIdentifier") {

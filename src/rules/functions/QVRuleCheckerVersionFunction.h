@@ -19,8 +19,8 @@ class QVRuleCheckerVersionFunction final : public QVRuleCheckerFunction {
 public:
     explicit QVRuleCheckerVersionFunction(RuleServices::Shared services = nullptr);
 
-    /// With `returnString` the text of the value, "(null)" for none; but none without a computer
-    /// that could have a model.
+    /// The result is, with `returnString`, the text of the value, "(null)" for none; but none
+    /// without a computer that could have a model.
     [[nodiscard]] std::optional<Value> resultFor(const std::optional<Value>& parameter,
                                                  bool returnString) override;
 

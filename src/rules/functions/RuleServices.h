@@ -9,8 +9,8 @@ namespace qv {
 class PreferencesService;
 class WorkspaceService;
 
-/// Where the functions of rules find the facts that they are asked for. A service is made when the
-/// first rule needs it. One thread at a time.
+/// The services from which the functions of rules get the facts that they are asked for. A service
+/// is made when the first rule needs it. One thread at a time.
 struct RuleServices {
     using Shared = std::shared_ptr<const RuleServices>;
 

@@ -11,7 +11,7 @@ namespace qv {
 Error QVCatalogScript::executeAppleScript(const std::optional<Value>& source) {
     return engine_->perform(OperationCode::executeAppleScript, {source}, [&] {
         checkField(field::kAppleScript, source);
-        if (!source) { // which makes no script
+        if (!source) { // no source makes no script
             return Error();
         }
         engine_->workspaceService().noteSession(); // the requester may end meanwhile

@@ -169,7 +169,7 @@ Archive openArchive(const std::optional<URL>& archive) {
     return {isOpen, std::move(file)};
 }
 
-// Until the archive ends or nobody takes it any more: then the status of the tool says why.
+// Feeds the archive until it ends or the tool stops reading: then the tool's status says why.
 void feed(int archive, int pipe) {
     const auto chunk = std::make_unique_for_overwrite<char[]>(kReadSize); // NOLINT
     for (;;) {

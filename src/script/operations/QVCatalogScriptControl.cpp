@@ -92,7 +92,8 @@ void QVCatalogScript::setKeyValueStorage(const std::optional<Value>& storage) {
         return;
     }
     if (engine_->isRecording) {
-        // The current storage, not the argument: the one caller while recording passes it anyway.
+        // The record holds the current storage, which the one caller while recording passes as
+        // well.
         engine_->recordControlStep(OperationCode::setKeyValueStorage, {keyValueStorage()});
     } else {
         engine_->keyValueStorage = KeyValueStorage(storage);

@@ -22,7 +22,8 @@ namespace qv {
 
 namespace {
 
-// What tells an item apart from another of its name: its version, else the day it was changed.
+// The tag that tells an item apart from another of its name: its version, else the day it was
+// changed.
 std::optional<std::string> archiveTag(const NamedItem& item) {
     if (const std::optional<Bundle> bundle = Bundle::bundleWithURL(item)) {
         if (const auto version = bundle->objectForInfoDictionaryKey("CFBundleVersion")) {
@@ -36,7 +37,7 @@ std::optional<std::string> archiveTag(const NamedItem& item) {
 }
 
 // An archive name takes the item's version as it comes. Where that has made more than one component
-// of it, whoever made the item has chosen a place outside the folder: there is none such.
+// of it, the item's maker has chosen a place outside the folder: there is none such.
 Error checkedArchive(const URL& item, const URL& archive, const URL& folder) {
     const tl::expected<std::string, Error> within =
         fileSystemPath(archive.URLByDeletingLastPathComponent());
@@ -119,7 +120,7 @@ Error QVCatalogScript::removeItemAtURL(const std::optional<URL>& url) {
                             [&] { return FileManager::removeItemAtURL(url); });
 }
 
-// What moving and copying share: the record, and that it is the source that is re-owned first.
+// Moving and copying share the record, and the change of the source's owner before the operation.
 Error ScriptEngine::performBetween(OperationCode code, const NamedItem& from, const NamedItem& to,
                                    bool adaptOwnershipToParent, bool atomic,
                                    ExecutionBlock executionBlock) {
@@ -137,7 +138,7 @@ Error ScriptEngine::performBetween(OperationCode code, const NamedItem& from, co
         if (error) {
             return error;
         }
-        noted = StepOutcome::changed; // whatever became of the owners
+        noted = StepOutcome::changed; // whether or not the owners have changed
         return executionBlock();
     });
 }
@@ -206,7 +207,7 @@ Error QVCatalogScript::touchItemAtURL(const std::optional<URL>& url) {
             return Error::posix(errno);
         }
         const NamedItem item(url);
-        static_cast<void>(item.place()); // what is looked for and made is in one folder
+        static_cast<void>(item.place()); // the item is looked for and made in one folder
         tl::expected<Descriptor, Error> held = item.hold();
         if (!held && held.error() == Error::posix(ENOENT)) {
             static_cast<void>(FileManager::createFileAtPath(item, ""));
@@ -280,7 +281,7 @@ Error ScriptEngine::trash(const NamedItem& item) {
         if (destination.path()) {
             trashService().noteOrigin(*destination.path(), *item.place());
         }
-        return outcome.error; // that it lies in a trash after all does not undo the failure
+        return outcome.error; // its place in a trash does not undo the failure
     });
 }
 

@@ -30,9 +30,9 @@ public:
     [[nodiscard]] virtual std::string_view name() const = 0;
     /// Whether the held item is what the change would make of it.
     [[nodiscard]] virtual bool isSo(int heldItem) const = 0;
-    // Each answers like the system call behind it.
+    // Each function returns what the system call behind it returns.
     [[nodiscard]] virtual int apply(int heldItem) const = 0;
-    /// What was no link when it was listed is not followed if it has become one since.
+    /// An item that was not a link when it was listed is not followed if it has become one since.
     [[nodiscard]] virtual int applyNotFollowing(int parentFd, const char* item) const = 0;
     /// The same change to one descendant as an operation of its own.
     virtual Error asOperation(QVCatalogScript& script, const URL& item) const = 0;
@@ -107,7 +107,7 @@ public:
 
     void visit(const TreeEntry& entry) override {
         if (!applyTo(entry) && !script_.isPriviledged()) {
-            // As an operation of its own it may still succeed on the privileged side.
+            // The change may still succeed, as an operation of its own, on the privileged side.
             static_cast<void>(change_.asOperation(script_, URL::fileURLWithPath(entry.path())));
         }
     }
@@ -133,7 +133,7 @@ private:
 
 Error lastPosixError() { return Error::posix(errno); }
 
-// Whatever the path names by then, the walk is in the folder that was changed.
+// The walk is in the folder that was changed, even if the path names another one by then.
 Error changeTree(QVCatalogScript& script, const std::string& path, int item, const Change& change) {
     if (change.apply(item) != 0) {
         return lastPosixError();
@@ -160,7 +160,7 @@ Error changeItem(QVCatalogScript& script, const NamedItem& named, const Change& 
     }
     ScriptEngine& engine = ScriptEngine::of(script);
     if (recursive) {
-        engine.noted = StepOutcome::done; // nobody counts what was so in the tree
+        engine.noted = StepOutcome::done; // unchanged items in the tree are not counted
         return changeTree(script, *named.path(), item->get(), change);
     }
     // A look costs a tenth of a change, so a script of very many changes gets only so many.

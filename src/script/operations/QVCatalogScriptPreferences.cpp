@@ -31,7 +31,7 @@ Error QVCatalogScript::setPreferencesForApplicationID(const std::optional<Value>
                                                name(field::kApplication, applicationID),
                                            .userName = name(field::kUser, userName),
                                            .hostName = name(field::kHost, hostName)};
-            engine_->noted = StepOutcome::done; // the value may have been so
+            engine_->noted = StepOutcome::done; // the value may have been stored already
             engine_->preferencesService().setValue(name(field::kPreferenceKey, key), value, domain);
             const Error cause = engine_->preferencesService().synchronize(domain);
             if (!cause) {

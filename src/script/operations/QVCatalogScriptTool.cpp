@@ -54,7 +54,7 @@ std::vector<std::string> argumentList(std::string_view path,
     return list;
 }
 
-// All other faults of the path are the task's to tell, which needs no descriptor for that.
+// The task reports all other faults of the path, which needs no descriptor.
 void refuseLedAstray(const std::string& path) {
     const tl::expected<Descriptor, int> item = holdItem(path, LastLink::follow);
     if (!item && item.error() == ELOOP) {

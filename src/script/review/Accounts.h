@@ -10,10 +10,10 @@ namespace qv {
 /// The users and groups of this machine by name and by number, each asked for once.
 class Accounts {
 public:
-    /// None for a name that this machine does not know.
+    /// Returns none for a name that this machine does not know.
     std::optional<std::uint32_t> user(const std::string& name);
     std::optional<std::uint32_t> group(const std::string& name);
-    /// None for a number without a name, and for a name that leads to another number.
+    /// Returns none for a number without a name, and for a name that leads to another number.
     std::optional<std::string> userName(std::uint32_t number);
     std::optional<std::string> groupName(std::uint32_t number);
 

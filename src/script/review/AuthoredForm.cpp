@@ -40,7 +40,7 @@ bool isExactStep(const Value& step) {
     return true;
 }
 
-// "write “mode”", if the word is like a known name; else what the names are.
+// The text "write “mode”", if the word is like a known name; else a list of the names.
 std::string mendOfWord(std::string_view word, const std::vector<std::string>& known,
                        std::string_view what) {
     const std::vector<std::string> similar = similarNames(word, known);

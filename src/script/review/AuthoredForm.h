@@ -13,8 +13,8 @@ namespace qv {
 /// whole number, is an exact one and taken as it stands; so is one without an operation that has
 /// keys of exact steps alone.
 struct AuthoredScript {
-    /// The exact steps, an array with one for each step of the document. What could not be built of
-    /// a step is missing in it.
+    /// The exact steps, an array with one for each step of the document. A part of a step that
+    /// could not be built is missing in it.
     Value steps;
     std::vector<Finding> faults; ///< all of severity error, in the order of the steps
     bool isExact; ///< the document is the array of exact steps already, or anything but a script
@@ -23,10 +23,10 @@ struct AuthoredScript {
 
 enum class ShownOwners : std::uint8_t {
     byNumber,
-    byName, ///< where the name leads back to the number on this machine
+    byName, ///< by their names, where the name leads back to the number on this machine
 };
 
-/// The steps, one for each of an array, as people write them. What builds them gives back the same
+/// The steps, one for each of an array, as people write them. Building them gives back the same
 /// steps, with the same keys and classes of values: a step that cannot be said so stays exact.
 [[nodiscard]] Value authoredFromSteps(const Value& steps,
                                       ShownOwners owners = ShownOwners::byNumber);

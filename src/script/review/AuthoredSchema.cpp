@@ -54,7 +54,8 @@ Value schemaReference(std::string_view name) {
     return Value::dictionary({{"$ref", schemaText(fmt::format("#/$defs/{}", name))}});
 }
 
-// By the operation, so that a validator names the fault of the step and not of every alternative.
+// The schema is chosen by the operation, so that a validator names the fault of the step and not of
+// every alternative.
 Value stepSchema() {
     std::vector<Value> names;
     std::vector<Value> cases;

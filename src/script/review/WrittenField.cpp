@@ -39,7 +39,7 @@ std::optional<std::int64_t> wholeNumber(std::string_view text) {
                                                                      : std::nullopt;
 }
 
-// Old-style text has no numbers but texts that say one.
+// Old-style text has no numbers but texts that spell one.
 std::optional<std::int64_t> numberIn(const Value& written) {
     if (written.is(Kind::integer)) {
         return written.asInteger();
@@ -405,7 +405,7 @@ Value behaviourSchema() {
                         "\"stop\" or \"continue\", or the behaviour's number");
 }
 
-// Any value.
+// Conversions of any value.
 
 Built buildAny(const Value& written, WritingContext& /*context*/) { return written; }
 

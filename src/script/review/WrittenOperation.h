@@ -16,7 +16,7 @@ struct WrittenOperation {
     std::vector<std::string> keys; ///< one for each field, in their order
 };
 
-/// By the name of the row; a null pointer for any other text.
+/// The operation with the name of the row; a null pointer for any other text.
 [[nodiscard]] const WrittenOperation* writtenOperation(std::string_view name);
 
 /// Whether exact steps have this key.
@@ -27,7 +27,7 @@ class StepKeyLists {
 public:
     enum class Form : std::uint8_t { exact, written };
     explicit StepKeyLists(Form form) noexcept : form_(form) {}
-    /// "operation", and the keys of those fields whose bit is set in `present`.
+    /// The keys: "operation", and those of those fields whose bit is set in `present`.
     [[nodiscard]] const KeyList& of(const WrittenOperation& operation, std::uint32_t present);
 
 private:

@@ -17,7 +17,7 @@ enum class StepKey : std::uint8_t { fromURL, toURL, URL, arg1, arg2, arg3, arg4,
 inline constexpr std::size_t kStepKeyCount = 9;
 [[nodiscard]] std::string_view stepKeyName(StepKey key) noexcept;
 
-/// What the value of a field means. A number may be a text that is read as one.
+/// The meaning of a field's value. A number may be a text that is read as one.
 enum class FieldKind : std::uint8_t {
     item,           ///< an absolute file URL
     toolPath,       ///< text
@@ -43,7 +43,7 @@ enum class FieldKind : std::uint8_t {
 };
 inline constexpr std::size_t kFieldKindCount = 21;
 
-/// What a missing value becomes when its step is carried out.
+/// The treatment of a missing value when its step is carried out.
 enum class Missing : std::uint8_t {
     refused, ///< code 4 of NSCocoaErrorDomain, before anything is recorded or done
     raises,  ///< an Exception that names the key
@@ -52,7 +52,7 @@ enum class Missing : std::uint8_t {
     none,    ///< nothing: the operation does without
 };
 
-/// What a missing value becomes when its step is recorded; a missing item is always refused.
+/// The treatment of a missing value when its step is recorded; a missing item is always refused.
 enum class InRecord : std::uint8_t {
     required,   ///< an Exception
     leftOut,    ///< no entry
@@ -84,7 +84,7 @@ enum class FieldForm : std::uint8_t {
 struct FieldKindInfo {
     FieldKind kind;
     std::string_view name;   ///< "file URL"
-    std::string_view wanted; ///< what an Exception asks for: "a string, a file URL"
+    std::string_view wanted; ///< the kind that an Exception asks for: "a string, a file URL"
     FieldForm form;
     bool maybeSecret = false; ///< kept out of records
 };
@@ -100,8 +100,8 @@ void checkField(const Field& field, const std::optional<Value>& value);
 /// The URL that a text says; none if there is no text (a null pointer) or it is not a URL.
 [[nodiscard]] std::optional<URL> urlFromString(const Value* text);
 
-/// Code 4 of NSCocoaErrorDomain for a field whose URL is missing (a null pointer), or whose text is
-/// not a URL; empty for a URL.
+/// Returns code 4 of NSCocoaErrorDomain for a field whose URL is missing (a null pointer), or whose
+/// text is not a URL; empty for a URL.
 [[nodiscard]] Error urlError(StepKey key, const Value* text);
 
 } // namespace qv

@@ -38,7 +38,8 @@ enum class OperationCode : std::uint8_t {
 };
 inline constexpr std::uint64_t kOperationCount = 23;
 
-/// When an operation leaves the script that executes it. All are inert on the privileged side.
+/// The cases in which an operation leaves the script that executes it. All are inert on the
+/// privileged side.
 enum OperationOptions : std::uint8_t {
     kNoOptions = 0,
     kPriviledgedWithAdminRights = 1, ///< hand over when `executeWithAdminRights` is set
@@ -46,15 +47,15 @@ enum OperationOptions : std::uint8_t {
     kRetryPriviledged = 4,           ///< try once more on the privileged side after a failure
 };
 
-/// What an operation does to the machine.
+/// The effect of an operation on the machine.
 enum class Effect : std::uint8_t {
     reads,   ///< changes nothing
     creates, ///< makes what was not there, and overwrites nothing
     changes,
     removes,
     starts,  ///< a program that goes on
-    decides, ///< which of the following steps are carried out, and how
-    opaque,  ///< whatever the program does that it runs
+    decides, ///< decides which of the following steps are carried out, and how
+    opaque,  ///< anything that the started program does
 };
 
 /// One row: all that is known of an operation. To add one, add a method and a row.
@@ -62,19 +63,19 @@ struct Operation {
     OperationCode code;
     std::string_view name; ///< in scripts that people write: "remove"
     std::string_view selector;
-    std::span<const Field> fields; ///< what it records, in the order of their keys
+    std::span<const Field> fields; ///< the fields that it records, in the order of their keys
     std::uint8_t options;          ///< OperationOptions
     Effect effect;
-    std::string_view text; ///< how a person reads it, "{name}" for a field: "copy {from} to {to}"
+    std::string_view text; ///< its text for people, "{name}" for a field: "copy {from} to {to}"
     /// Takes the fields of a record and calls the method. Null: this version does not have it.
     Error (*replay)(QVCatalogScript& script, const StepFields& fields);
 };
 
 // The rows stand in operations/OperationTable.cpp, above the methods that they call.
 
-/// Null pointer for a number that is no code; negative numbers come as large ones.
+/// Returns a null pointer for a number that is not a code; negative numbers come as large ones.
 [[nodiscard]] const Operation* operationForCode(std::uint64_t code) noexcept;
-/// Null pointer for a text that is not the name of a row.
+/// Returns a null pointer for a text that is not the name of a row.
 [[nodiscard]] const Operation* operationNamed(std::string_view name) noexcept;
 /// The method's name: "removeItemAtURL".
 [[nodiscard]] std::string_view operationName(const Operation& operation) noexcept;

@@ -7,7 +7,7 @@
 
 namespace qv {
 
-/// What a method was given for a field. Looks at a URL or a value; does not own it.
+/// The argument of a method for a field. Looks at a URL or a value; does not own it.
 class StepArgument {
 public:
     // A method hands on its parameters as they are.
@@ -24,7 +24,7 @@ public:
         const auto* url = std::get_if<const std::optional<URL>*>(&argument_);
         return url != nullptr && !**url;
     }
-    /// As a record holds it; none for a URL or a value that is missing.
+    /// The value as a record holds it; none for a URL or a value that is missing.
     [[nodiscard]] std::optional<Value> recorded() const;
 
 private:
@@ -32,10 +32,10 @@ private:
         argument_;
 };
 
-/// One for each field of an operation's row, in the row's order.
+/// The arguments, one for each field of an operation's row, in the row's order.
 using StepArguments = std::span<const StepArgument>;
 
-/// Code 4 of NSCocoaErrorDomain if a URL is missing.
+/// Returns code 4 of NSCocoaErrorDomain if a URL is missing.
 [[nodiscard]] Error missingURL(const Operation& operation, StepArguments arguments);
 
 /// The record of an operation: "operation" and the keys of the row's fields. Throws an Exception if

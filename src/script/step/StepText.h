@@ -15,7 +15,7 @@ namespace qv {
 /// Whether a text shows values that may be secret.
 enum class Secrets : std::uint8_t { shown, hidden };
 
-/// How a person reads a step: the text of its operation with the values of its fields. Takes
+/// A step as a person reads it: the text of its operation with the values of its fields. Takes
 /// anything, since it shows faulty steps as well; foreign text comes as it is.
 [[nodiscard]] std::string stepText(const Value& step, Secrets secrets = Secrets::shown);
 

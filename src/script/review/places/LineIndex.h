@@ -22,7 +22,7 @@ private:
     [[nodiscard]] std::size_t charactersBefore(std::size_t offset) const;
 
     std::string_view text_;
-    std::vector<std::size_t> lines_{0};   // where each begins
+    std::vector<std::size_t> lines_{0};   // the offset at which each begins
     std::vector<std::size_t> characters_; // before each block
 };
 

@@ -9,7 +9,7 @@
 
 namespace qv {
 
-/// Where the steps of a script stand in its text. Keeps the two ends of each step, and looks into a
+/// The places of a script's steps in its text. Keeps the two ends of each step, and looks into a
 /// step's text only when it is asked. Looks at the text, which must outlive it.
 class ScriptPlaces {
 public:
@@ -24,15 +24,15 @@ public:
     [[nodiscard]] const std::vector<Extent>& steps() const noexcept { return steps_; }
     [[nodiscard]] const std::vector<Extent>& comments() const noexcept { return comments_; }
 
-    /// What of a step is looked for.
+    /// The part of a step that is looked for.
     struct Part {
-        /// None: the pairs of the outermost dictionary.
+        /// The step; none: the pairs of the outermost dictionary.
         std::optional<std::size_t> step = std::nullopt;
         std::span<const std::string_view> keys = {}; ///< names of one key; empty: the step itself
         bool keyItself = false;                      ///< the key, not what is under it
         std::optional<std::size_t> element = std::nullopt; ///< of the array under the key
-        /// In the text there; an array of texts counts as its lines, each with the line feed
-        /// behind.
+        /// The offset in the text there; an array of texts counts as its lines, each with the line
+        /// feed behind.
         std::optional<std::size_t> offset = std::nullopt;
     };
     /// The offset in the text; that of the nearest container of what is not there.

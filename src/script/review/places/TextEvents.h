@@ -34,7 +34,7 @@ class TextEvents {
 public:
     TextEvents(std::string_view text, TextNotation notation) noexcept
         : text_(text), notation_(notation) {}
-    /// Goes on from an offset at which a value begins.
+    /// Begins at an offset at which a value begins.
     TextEvents(std::string_view text, TextNotation notation, std::size_t begin) noexcept
         : text_(text), notation_(notation), place_(begin) {}
 

@@ -32,7 +32,7 @@ std::size_t numberAt(std::string_view text, std::size_t most, int base, std::siz
     return number;
 }
 
-// \uXXXX, or two of them for a character of UTF-16's higher planes.
+// Reads \uXXXX, or two of them for a character of UTF-16's higher planes.
 Unit unitOfUTF16(std::string_view text) {
     std::size_t digits = 0;
     const std::size_t high = numberAt(text.substr(2), 4, 16, digits);

@@ -7,7 +7,7 @@ namespace qv {
 /// The content of a string as a text writes it: without quotes, or without tags.
 [[nodiscard]] std::string_view contentOfLeaf(std::string_view leaf, TextNotation notation) noexcept;
 
-/// Where in `content`, which is written with escapes, the byte `offset` of the string stands. The
+/// The place in `content`, which is written with escapes, of the byte `offset` of the string. The
 /// content's end for an offset that passes the string.
 [[nodiscard]] std::size_t writtenOffset(std::string_view content, TextNotation notation,
                                         std::size_t offset);

@@ -121,7 +121,7 @@ Error FileSteps::adapt(PlannedItem& from, PlannedItem& to) {
                    PlannedItem(files_, to.url()->URLByDeletingLastPathComponent()), user, group)) {
         return error;
     }
-    // Nothing but a place that was found is used further on.
+    // Only the place that was found is used further on.
     return changeOwner(from, user, group, true);
 }
 
@@ -297,7 +297,7 @@ Error FileSteps::changeItem(PlannedItem& item, const Change& change, bool recurs
     if (!held) {
         return held.error();
     }
-    files_.doubtVolume(*held); // a change to what is so already may fail there
+    files_.doubtVolume(*held); // a change that changes nothing may fail there
     applyTo(*held, change);
     if (!recursive || !isFolderState(files_.stateAt(*held))) {
         return {};
@@ -312,7 +312,7 @@ Error FileSteps::changeItem(PlannedItem& item, const Change& change, bool recurs
         }
         SimulatedResolver resolver(files_);
         const auto target = resolver.step(parentOf(each), each.back());
-        // What such a chain leads to may depend on what has got its new owner already.
+        // The target of such a chain may depend on items that have got their new owner already.
         if (isOfOwner && resolver.hasUsersLink() && resolver.links() > 1) {
             files_.noteDoubt(fmt::format("{} leads over links of users", pathOf(each)));
         }
@@ -331,7 +331,7 @@ Error FileSteps::changeOwner(PlannedItem item, std::uint32_t user, std::uint32_t
         const std::uint32_t newGroup = group == kLeftAlone ? state.group : group;
         const bool isSo = newUser == state.user && newGroup == state.group;
         if (!isSo && state.type != ItemState::Type::folder) {
-            const bool losesGroup = (state.mode & S_IXGRP) != 0; // as the kernel has it
+            const bool losesGroup = (state.mode & S_IXGRP) != 0; // the kernel's rule
             state.mode &= ~static_cast<mode_t>(S_ISUID | (losesGroup ? S_ISGID : 0));
         }
         state.user = newUser;

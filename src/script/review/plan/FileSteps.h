@@ -54,7 +54,7 @@ private:
 /// would give.
 class FileSteps {
 public:
-    /// `home`: of root, with its trash.
+    /// `home` is root's, with its trash.
     FileSteps(SimulatedFiles& files, EffectList& effects, const std::string& home)
         : files_(files), effects_(effects), home_(home) {}
 

@@ -129,7 +129,7 @@ Error FileSteps::trash(PlannedItem item) {
     }
 }
 
-// None where the information list cannot be read, as root would, or names none.
+// Returns none where the information list cannot be read, as root would, or names none.
 std::optional<std::string> FileSteps::versionOf(const std::string& place) {
     const auto bundle = Bundle::bundleWithURL(std::optional(URL::fileURLWithPath(place)));
     const auto version =
@@ -141,7 +141,7 @@ std::optional<std::string> FileSteps::versionOf(const std::string& place) {
     return description(*version);
 }
 
-// What tells an item apart from another of its name; none where that cannot be foreseen.
+// The tag that tells an item apart from another of its name; none where that cannot be foreseen.
 std::optional<std::string> FileSteps::archiveTag(const Location& item) {
     const SimulatedItem* found = files_.itemAt(item);
     if (found->isFolder()) {

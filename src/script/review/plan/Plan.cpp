@@ -254,7 +254,7 @@ private:
     Plan plan_;
     StepReader reader_;
     std::optional<PlanState> carrying_; ///< none while the steps are skipped
-    /// For each block that is open, innermost last, the state that goes on in its other branch.
+    /// The state that goes on in the other branch of each open block, innermost last.
     std::vector<std::optional<PlanState>> waiting_;
     std::size_t waitingCount_ = 0; ///< of those that are there
     std::optional<PlanState> stopped_;

@@ -17,7 +17,7 @@ namespace qv {
 
 struct RuleServices;
 
-/// How far a prediction can be trusted.
+/// The certainty of a prediction.
 enum class Certainty : std::uint8_t {
     exact,   ///< it happens so, unless somebody else changes the machine first
     depends, ///< on what cannot be known before: an opaque step, an unreadable folder
@@ -34,7 +34,7 @@ enum class PlannedOutcome : std::uint8_t {
     notReached, ///< a step before has stopped the script
 };
 
-/// What can be seen of an item. A link is an item itself.
+/// The visible state of an item. A link is an item itself.
 struct ItemState {
     enum class Type : std::uint8_t { file, folder, link, other, unknown };
     Type type = Type::file;
@@ -46,7 +46,7 @@ struct ItemState {
     friend bool operator==(const ItemState&, const ItemState&) = default;
 };
 
-/// What a step does to one item. Neither `before` nor `after`: its dates, or a value in a file.
+/// The effect of a step on one item. Neither `before` nor `after`: its dates, or a value in a file.
 struct PlannedEffect {
     std::string path;
     std::optional<ItemState> before; ///< none: it is made
@@ -58,9 +58,10 @@ struct PlannedStep {
     Certainty certainty = Certainty::exact;
     PlannedOutcome outcome = PlannedOutcome::unchanged;
     bool stopsScript = false;
-    std::uint32_t depth = 0;            ///< of the blocks that it stands in
-    Error error;                        ///< of a failure
-    std::string reason;                 ///< why it is not exact, or what it raises; a phrase
+    std::uint32_t depth = 0; ///< of the blocks that it stands in
+    Error error;             ///< of a failure
+    /// The reason why it is not exact, or the exception that it raises; a phrase.
+    std::string reason;
     std::optional<bool> holds;          ///< of an if; none when that is not known
     std::vector<PlannedEffect> effects; ///< the first ones
     std::size_t effectCount = 0;        ///< of all
@@ -76,21 +77,21 @@ struct LeftItem {
 struct Plan {
     std::vector<PlannedStep> steps;     ///< one for each step
     std::optional<std::size_t> stopsAt; ///< the step that certainly stops the script
-    /// An item and all below it; what is below one that is `unknown` may be anything.
+    /// An item and all below it; an `unknown` one may have anything below it.
     std::function<std::vector<LeftItem>(const std::string& path)> itemsFrom;
 };
 
 struct PlanOptions {
     std::string root;           ///< of a copy of another machine's files; empty: this one
     std::string trashOwnerHome; ///< root's home, where its trash is
-    std::shared_ptr<const RuleServices> services;     ///< what rules ask
+    std::shared_ptr<const RuleServices> services;     ///< the services that rules ask
     std::optional<PreferenceEnvironment> preferences; ///< of root; none: not to be read
     bool asRoot = false;                              ///< the caller sees what the service sees
-    std::size_t mostEffects = 10;                     ///< that a step keeps
+    std::size_t mostEffects = 10;                     ///< the most effects that a step keeps
 };
 
-/// What the service would do with the steps of a script, an array. Looks at the machine and changes
-/// nothing. Never throws for what is in the steps.
+/// Predicts the effects of a script's steps, an array. Looks at the machine and changes nothing.
+/// Never throws for what is in the steps.
 [[nodiscard]] Plan planOf(const Value& steps, const PlanOptions& options);
 
 } // namespace qv

@@ -35,7 +35,7 @@ std::string shownValue(const std::optional<Value>& value) {
 Location locationOf(const preferences::DomainPlace& place, SimulatedFiles& files) {
     const auto base = files.hold(place.base, LastLink::follow);
     if (!base) {
-        files.noteDoubt(fmt::format("{} is no folder", place.base));
+        files.noteDoubt(fmt::format("{} is not a folder", place.base));
     }
     Location file = base.value_or(Location());
     file.insert(file.end(), place.folders.begin(), place.folders.end());
@@ -52,7 +52,7 @@ void checkFile(const Location& file, SimulatedFiles& files) {
             return;
         }
         if (state->type != ItemState::Type::folder) {
-            files.noteDoubt(fmt::format("{} is no folder", pathOf(folder)));
+            files.noteDoubt(fmt::format("{} is not a folder", pathOf(folder)));
             return;
         }
         folder.push_back(name);

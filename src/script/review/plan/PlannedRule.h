@@ -7,13 +7,13 @@
 
 namespace qv {
 
-/// What rules are asked against.
+/// The files and services against which rules are evaluated.
 struct RuleScene {
     SimulatedFiles& files;
     std::shared_ptr<const RuleServices> services;
-    bool hasChanged = false;                ///< an earlier step has changed files
-    bool ranProgram = false;                ///< or anything
-    bool asRoot = false;                    ///< the caller sees what the service sees
+    bool hasChanged = false; ///< an earlier step has changed files
+    bool ranProgram = false; ///< an earlier step has run a program, which may have changed anything
+    bool asRoot = false;     ///< the caller sees what the service sees
     std::optional<bool> lastFailed = false; ///< the step before; none: not known
 };
 

@@ -152,7 +152,7 @@ void SimulatedFiles::joinWith(SimulatedFiles& other) {
         makeUncertain({});
         return;
     }
-    if (other.joins_ > joins_) { // what is uncertain already needs no comparison
+    if (other.joins_ > joins_) { // an uncertain item needs no comparison
         std::swap(root_, other.root_);
     }
     joins_ += other.joins_ + 1;
@@ -169,7 +169,7 @@ void SimulatedFiles::joinWith(SimulatedFiles& other) {
             makeUncertain(here);
             continue;
         }
-        std::set<std::string> names; // whose items are not the same object
+        std::set<std::string> names; // of the items that are not the same object
         const auto isUnsure = [](const Pointer& child) {
             return child != nullptr && child->isUncertain;
         };

@@ -139,7 +139,7 @@ ItemState SimulatedFiles::stateOf(const Found& found) {
     return found.isCopy ? found.item->state : change->second.state;
 }
 
-// What is wrong with an item for those who only look at it.
+// Notes the doubts about an item for steps that only look at it.
 void SimulatedFiles::noteDoubtsOf(const Found& found, const Location& location) {
     if (found.isUncertain) {
         noteDoubt(earlierChangeOf(pathOf(location)));
@@ -262,7 +262,7 @@ TreeFacts SimulatedFiles::factsAt(const Location& location) {
     return facts;
 }
 
-// Of one item and all below it, of the facts only that of the top.
+// Gathers the facts of one item and all below it.
 void SimulatedFiles::gatherFacts(const Location& top) {
     TreeFacts facts;
     const auto doubt = [&](std::string reason) {

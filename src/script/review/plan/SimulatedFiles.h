@@ -21,8 +21,8 @@ using Location = std::vector<std::string>;
 /// The files of a machine as steps leave them, over those that it has. Read from the disk when they
 /// are first looked at. A copy of this object is a snapshot, which costs little.
 ///
-/// Paths are resolved as the service does, which is root: see files/HeldItem.h. Whatever the
-/// answers rest on that is not sure is noted as a doubt.
+/// Paths are resolved as the service does, which is root: see files/HeldItem.h. Every unsure fact
+/// on which an answer rests is noted as a doubt.
 class SimulatedFiles {
 public:
     explicit SimulatedFiles(std::shared_ptr<SimulatedDisk> disk);
@@ -44,17 +44,17 @@ public:
     /// The folder of a path and its last component.
     [[nodiscard]] tl::expected<Location, int> placeOf(const std::string& path);
 
-    // What is at a location, a link itself.
+    // The item at a location, a link itself.
 
-    /// None if there is nothing; `unknown` with a doubt.
+    /// Returns none if there is nothing; `unknown` with a doubt.
     [[nodiscard]] std::optional<ItemState> stateAt(const Location& location);
     [[nodiscard]] bool exists(const Location& location) { return stateAt(location).has_value(); }
     [[nodiscard]] const SimulatedItem* itemAt(const Location& location);
-    /// Of the item and all below it.
+    /// The facts of the item and all below it.
     [[nodiscard]] TreeFacts factsAt(const Location& location);
     /// Whether something below an item, or the lack of it, is that of the disk's folder.
     [[nodiscard]] bool isAsOnDisk(const Location& item, std::string_view below);
-    /// Where the disk has the item, for system calls; empty for one that the script has made.
+    /// The path of the item on the disk, for system calls; empty for one that the script has made.
     [[nodiscard]] std::string placeOnDisk(const Location& item);
     /// The names in a folder, sorted.
     [[nodiscard]] std::vector<std::string> namesIn(const Location& folder);
@@ -69,7 +69,7 @@ public:
     /// Whether what is made in a folder gets an access control list from it.
     [[nodiscard]] bool handsDownAccess(const Location& folder);
 
-    // Changes. The folders of all locations are there.
+    // Functions that change items. The folders of all locations are there.
 
     void setState(const Location& location, const ItemState& state);
     void noteDates(const Location& location);
@@ -77,7 +77,7 @@ public:
     void move(const Location& from, const Location& to, bool isCopy);
     void copy(const Location& from, const Location& to);
     void make(const Location& location, const ItemState& state);
-    /// From now on nothing is sure about the item and all below it; the root for all files.
+    /// Makes the item and all below it uncertain from now on; the root stands for all files.
     void makeUncertain(const Location& location);
     /// Keeps what both agree on; the rest is uncertain.
     void joinWith(SimulatedFiles& other);
@@ -91,7 +91,7 @@ private:
         bool isCopy = false;
         bool isUncertain = false;
     };
-    /// How a file with several names was changed.
+    /// The change of a file with several names.
     struct Changed {
         ItemState state;
         std::size_t step = 0;
@@ -112,7 +112,7 @@ private:
     std::shared_ptr<ChangedFiles> originals_; ///< of the disk
     std::shared_ptr<ChangedFiles> copies_;    ///< of copies, by what they are copies of
     std::size_t step_ = 0;
-    std::size_t joins_ = 0; ///< that this is the result of
+    std::size_t joins_ = 0; ///< the number of joins that this is the result of
     std::string doubt_;
     bool isAstray_ = false;
 };

@@ -12,7 +12,7 @@
 
 namespace qv {
 
-/// What is known of all items of a tree together, the top included.
+/// The facts about all items of a tree together, the top included.
 struct TreeFacts {
     std::size_t items = 0;
     std::string doubt; ///< the first reason not to trust a prediction about the tree; empty: none
@@ -40,11 +40,13 @@ struct SimulatedItem {
     std::optional<timespec> modified;   ///< none: by the script
     std::optional<Identity> hardLinked; ///< a file with several names
     std::optional<std::uint64_t> mount; ///< of the item where something is mounted
-    std::string doubt;   ///< why nothing sure is known of it, or a step on it cannot be predicted
+    /// The reason why nothing sure is known of it, or a step on it cannot be predicted.
+    std::string doubt;
     bool isCopy = false; ///< with all below it: files with several names are not those of the disk
     bool isUncertain = false; ///< with all below it, an earlier step may have changed it or not
-    Children children;        ///< that were looked at; null pointer: there is none of the name
-    bool isListed = false;    ///< all of them were
+    /// The children that were looked at; null pointer: there is none of the name.
+    Children children;
+    bool isListed = false; ///< all of them were
     std::optional<TreeFacts> facts;
 
     [[nodiscard]] bool isFolder() const noexcept { return state.type == ItemState::Type::folder; }
@@ -59,11 +61,11 @@ public:
     /// The item at a real path below the root, "" for the root itself; null pointer when there is
     /// none.
     SimulatedItem::Pointer read(const std::string& path);
-    /// All that a folder holds and its `children` lack.
+    /// Lists all items that a folder holds and its `children` lack.
     void list(SimulatedItem& folder);
     /// Whether what is made in a folder gets an access control list from it.
     [[nodiscard]] bool handsDownAccess(const SimulatedItem& folder);
-    /// Where it is mounted; null pointer when that is not known.
+    /// The volume on which it is mounted; null pointer when that is not known.
     [[nodiscard]] const Volume* volume(std::uint64_t mount) const;
     /// The path for system calls.
     [[nodiscard]] std::string placeOf(const std::string& path) const { return root_ + path; }

@@ -8,7 +8,7 @@ namespace qv {
 namespace {
 
 constexpr int kMostLinks = 40;
-constexpr int kMostSteps = 2000; // what the kernel and the resolver would count apart
+constexpr int kMostSteps = 2000; // the kernel and the resolver count a longer path differently
 
 } // namespace
 
@@ -52,7 +52,7 @@ tl::expected<Location, int> SimulatedResolver::step(const Location& folder,
         return tl::unexpected(here ? ENOTDIR : ENOENT);
     }
     if (files_.isAstray_ || !files_.doubt().empty()) {
-        files_.isAstray_ = true; // where this leads to is no more sure than the folder
+        files_.isAstray_ = true; // the target of this is no more sure than the folder
     }
     if (name == ".") {
         return folder;

@@ -9,12 +9,12 @@ class SimulatedResolver {
 public:
     explicit SimulatedResolver(SimulatedFiles& files) : files_(files) {}
 
-    /// From a folder on. The error is an errno.
+    /// Follows a path from a folder on. The error is an errno.
     tl::expected<Location, int> follow(Location from, std::string_view path);
-    /// One component.
+    /// Resolves one component.
     tl::expected<Location, int> step(const Location& folder, const std::string& name);
 
-    /// How many links were followed, and whether one of them is not root's.
+    /// The number of links that were followed, and whether one of them is not root's.
     [[nodiscard]] int links() const noexcept { return links_; }
     [[nodiscard]] bool hasUsersLink() const noexcept { return hasUsersLink_; }
 

@@ -192,7 +192,7 @@ private:
         return runAnything();
     }
 
-    // How sure the line is, and what later steps can be sure of.
+    // Sets the certainty of the line, and of later steps.
     void judge() {
         SimulatedFiles& files = state_.files;
         const std::string doubt = files.doubt();
@@ -231,7 +231,7 @@ private:
         }
     }
 
-    // Nothing is sure any more about what the step may have changed.
+    // Forgets all facts that the step may have changed.
     void forget(bool isAstray) {
         SimulatedFiles& files = state_.files;
         const bool isTrashed = operation_.code == OperationCode::trashItemAtURL ||

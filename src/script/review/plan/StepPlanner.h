@@ -9,7 +9,7 @@
 
 namespace qv {
 
-/// All that one step can find changed by those before it.
+/// All facts that one step can find changed by those before it.
 struct PlanState {
     explicit PlanState(std::shared_ptr<SimulatedDisk> disk) : files(std::move(disk)) {}
 

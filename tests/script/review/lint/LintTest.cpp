@@ -107,7 +107,7 @@ Value usualStep(const Operation& operation, bool withOptional) {
         {Value::string("operation"), Value::integer(static_cast<int>(operation.code))}};
     for (const Field& field : operation.fields) {
         const bool isIdle = operation.code == OperationCode::moveItemFromURL &&
-                            field.name == "atomic"; // of which a finding tells
+                            field.name == "atomic"; // a finding reports this one
         if (!isIdle && (withOptional || field.kind != FieldKind::flag)) {
             const bool isSecond = field.key == StepKey::toURL;
             pairs.emplace_back(Value::string(stepKeyName(field.key)),

@@ -22,10 +22,10 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// What became of a step.
+/// The outcome of a step.
 struct Done {
     std::string outcome;       ///< "done", "skipped", "not reached", "raises", or the error
-    bool isCarriedOut = false; ///< what follows
+    bool isCarriedOut = false; ///< the steps behind it are carried out
     std::string tree;
 };
 
@@ -38,7 +38,7 @@ std::string lineOf(const std::string& path, const struct stat& info) {
     if (S_ISLNK(info.st_mode)) {
         text += " " + fs::read_symlink(path).native();
     } else if (S_ISREG(info.st_mode)) {
-        // What the trash notes holds the time.
+        // The note of the trash holds the time.
         text += " " + (path.ends_with(".trashinfo") ? "" : contentOf(path));
     }
     return text;
@@ -69,7 +69,7 @@ std::map<std::string, std::string> treeOf(const fs::path& root) {
     return lines;
 }
 
-// What a step changes of it, but for dates; no content is read.
+// The facts of a tree that a step changes, but for dates; no content is read.
 std::string glanceAt(const std::string& root) {
     static std::set<std::string> lines; // nftw hands nothing through
     lines.clear();
@@ -160,7 +160,7 @@ protected:
     }
     void TearDown() override { ::umask(mask_); }
 
-    // One script; counts its lines and those that are exact.
+    // Compares one script; counts its lines and those that are exact.
     void compare(const Value& steps, unsigned number) {
         const std::string root = folder_.path() / std::to_string(number);
         const auto before = treeOf(root);
