@@ -1,5 +1,5 @@
 /*
- * What an installed client does around its connection, in plain C, for programs that do without our
+ * The duties of an installed client around its connection, in plain C, for programs without our
  * library: "A client's duties" of docs/protocol.md. To be included by one source file.
  *
  *     why = prepare_launch();          first of all
@@ -41,24 +41,24 @@ static bool has_groups(gid_t real, gid_t effective, gid_t saved) {
            now[2] == saved;
 }
 
-/* Of all threads: saved only, where nothing that is executed inherits it. When the effective group
-   changes, the kernel may make the process dumpable again; the saved group protects it until that
-   is undone. */
+/* Keeps the group of all threads as the saved one only, which no executed program inherits. When
+   the effective group changes, the kernel may make the process dumpable again; the saved group
+   protects it until that is undone. */
 static bool hide_group(void) {
     const gid_t own = getgid();
     return setresgid(own, own, client_group()) == 0 && forbid_dumping() &&
            has_groups(own, own, client_group());
 }
 
-/* Of the calling thread: setresgid would change all threads. */
+/* Sets the group of the calling thread: setresgid would change all threads. */
 static bool set_effective_group(gid_t effective) {
     return syscall(SYS_setresgid, getgid(), effective, client_group()) == 0 && forbid_dumping() &&
            has_groups(getgid(), effective, client_group());
 }
 
-/* As connect(2). The group is the effective one meanwhile, and no signal is handled, because a
-   handler might execute something. -1 and EPERM if the group is gone or, which the program must not
-   survive, cannot be hidden again. */
+/* Works like connect(2). The group is the effective one meanwhile, and no signal is handled,
+   because a handler might execute something. -1 and EPERM if the group is gone or, which the
+   program must not survive, cannot be hidden again. */
 static inline int connect_with_group(int fd, const struct sockaddr* address, socklen_t size) {
     sigset_t all;
     sigset_t before;
@@ -86,7 +86,7 @@ static const char* raise_limits(void) {
     static const struct {
         unsigned resource;
         rlim_t usual; /* the soft limit is raised to it */
-        rlim_t least; /* what the hard limit must allow */
+        rlim_t least; /* the least value that the hard limit may have */
         const char* too_low;
     } limits[] = {
         {RLIMIT_NOFILE, 1024, 64, "the hard limit RLIMIT_NOFILE is below 64"},

@@ -78,7 +78,7 @@ static void print_text(const Object* text) {
     }
 }
 
-/* A budget as well as a depth: what is shared may be reached in very many ways. */
+/* A budget bounds this as well as a depth: a shared value may be reached in very many ways. */
 static void print_value(const Archive* archive, const Object* value, int depth, int* budget) {
     if (depth > MOST_DEPTH || --*budget < 0) {
         printf("...");
@@ -107,7 +107,8 @@ static void print_value(const Archive* archive, const Object* value, int depth, 
             print_value(archive, &object, depth + 1, budget);
         }
         printf(pairs ? "}" : ")");
-    } else { /* of the other classes what is worth showing, inline or behind a reference */
+    } else { /* the content of the other classes that is worth showing, inline or behind a reference
+              */
         static const char* const keys[] = {"NSDomain",  "NSCode",      "NSUserInfo",
                                            "NS.string", "NS.relative", "NS.time"};
         printf("[");
@@ -130,7 +131,7 @@ static void print_line(const char* label, const Archive* archive, const Object* 
     putchar('\n');
 }
 
-/* True when the script succeeded. */
+/* Returns true when the script succeeded. */
 static bool print_result(const Object* reply_data) {
     Archive archive;
     const Object result = open_archive(&archive, reply_data);
@@ -212,7 +213,7 @@ static bool receive_frame(int fd, List* list, int kind, uint64_t sequence, const
     uint8_t* body = allocate((size_t)length);
     insist(transfer(fd, body, (size_t)length, false) == length, "connection", otherwise);
     insist(open_list(list, body, (size_t)length), "service",
-           "sent a frame whose body is no binary property list");
+           "sent a frame whose body is not a binary property list");
     *dictionary = object_at(list, list->root);
     return true;
 }

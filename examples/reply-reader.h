@@ -1,6 +1,6 @@
 /*
- * Reading what the service sends, in plain C: "The binary property list" and "Reading the archive"
- * of docs/protocol.md. Nothing is trusted: every place is checked before it is read. To be included
+ * Reads the service's messages, in plain C: "The binary property list" and "Reading the archive" of
+ * docs/protocol.md. Nothing is trusted: every place is checked before it is read. To be included
  * by one source file.
  */
 #pragma once

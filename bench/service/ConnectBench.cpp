@@ -44,7 +44,8 @@ using qv::QVCatalogHelperClient;
 using qv::bench::median;
 using Clock = std::chrono::steady_clock;
 
-constexpr std::size_t kRequestBytes = 200; // about what the request and the reply take on the wire
+// About the bytes of the request and the reply on the wire.
+constexpr std::size_t kRequestBytes = 200;
 constexpr std::size_t kReplyBytes = 420;
 constexpr auto kSettlingTime = std::chrono::seconds(3);
 constexpr int kConnects = 60;
@@ -231,7 +232,7 @@ void measureFurtherConnections(EchoServer& echo, const std::string& path) {
                ratio <= 3 ? "goal met" : "goal missed");
 }
 
-// Another user, and an unsigned program.
+// A client of another user, and an unsigned program.
 pid_t startStrangers(const std::string& path) {
     const pid_t child = ::fork();
     require(child >= 0, "fork");

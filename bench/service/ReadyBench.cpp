@@ -1,9 +1,10 @@
-// How soon the service is ready: from its start, for a client whose connection waits at its socket,
-// to the first reply, against a bare program that is started in the same way and links libsystemd
-// and libcrypto. They take turns. The examiner runs, as it does for ten minutes after it was
-// needed, and examines this program, which is stripped, each time. Goal: at most 1.4 times. Beside
-// it, the memory that the service has resident after that (Rss in its smaps_rollup, which counts
-// the pages of programs and libraries that it shares with others as well). Goal: at most 12 MB.
+// Measures how soon the service is ready: from its start, for a client whose connection waits at
+// its socket, to the first reply, against a bare program that is started in the same way and links
+// libsystemd and libcrypto. They take turns. The examiner runs, as it does for ten minutes after it
+// was needed, and examines this program, which is stripped, each time. Goal: at most 1.4 times.
+// Beside it, the memory that the service has resident after that (Rss in its smaps_rollup, which
+// counts the pages of programs and libraries that it shares with others as well). Goal: at most 12
+// MB.
 
 #include "platform/foundation/os/Descriptor.h"
 #include "platform/foundation/values/Value.h"

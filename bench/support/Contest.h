@@ -15,9 +15,9 @@
 
 namespace qv::bench {
 
-/// Where two processes answer each other, they share one processor, with all that are started from
-/// here: on several, the wake-up of the other one costs more than either side, and whether it is
-/// needed is the scheduler's whim.
+/// Binds this process and all that it starts to one processor, for two processes that answer each
+/// other: on several processors the wake-up of the other one costs more than either side, and only
+/// the scheduler decides whether it is needed.
 inline void useOneProcessor() {
     cpu_set_t one;
     CPU_ZERO(&one);

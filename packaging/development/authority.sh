@@ -1,12 +1,12 @@
-# Sourced by bash scripts that issue development certificates: `mint-identity`, and tests that want
-# a chain of their own.
+# A file that bash scripts source to issue development certificates: `mint-identity`, and tests that
+# want a chain of their own.
 
 # issue NAME ISSUER ALGORITHM SUBJECT FROM TO EXTENSION...
 #
 # Makes NAME.key (mode 0600) and NAME.pem in the current folder. ISSUER is the name of a certificate
 # made here before, or NAME itself for a root. ALGORITHM is `ec` (P-256) or `rsa` (2048 bits), FROM
 # and TO are what `date -d` understands, an EXTENSION is a line of OpenSSL's configuration files.
-# What OpenSSL says is shown when it fails.
+# OpenSSL's output is shown when it fails.
 issue() {
     local name=$1 issuer=$2 algorithm=$3 subject=$4 from=$5 to=$6
     shift 6

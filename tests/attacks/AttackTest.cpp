@@ -211,7 +211,7 @@ bool AttackTest::succeeds(const Attack& attack, const std::optional<Checks>& wit
             std::cerr << stage.service().log();
         }
     }
-    while (::waitpid(-1, nullptr, 0) > 0) { // whom the attacking programs have left to us
+    while (::waitpid(-1, nullptr, 0) > 0) { // processes that the attacking programs have left to us
     }
     return succeeded;
 }

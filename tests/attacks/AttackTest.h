@@ -26,7 +26,7 @@ inline constexpr uid_t kOtherUser = 65533;
 /// Names of mutations (tests/mutations/attacks.txt), each of which takes one check out.
 using Checks = std::vector<std::string_view>;
 
-/// How long anybody may have to wait for the service.
+/// The time that anybody may have to wait for the service.
 inline constexpr std::chrono::seconds kInTime{5};
 
 /// The client, signed by the development identity of this build, in the ways it may be installed,
@@ -35,13 +35,13 @@ class AttackPrograms {
 public:
     AttackPrograms();
 
-    /// As it should be: set-group-id to the client group.
+    /// The client as it should be: set-group-id to the client group.
     [[nodiscard]] std::filesystem::path genuine() const { return folder_ / "genuine"; }
-    /// As it should not be: of root, but without the group.
+    /// The client as it should not be: of root, but without the group.
     [[nodiscard]] std::filesystem::path unmarked() const { return folder_ / "unmarked"; }
     /// The same, and signed to be accepted for its hardened runtime alone.
     [[nodiscard]] std::filesystem::path hardened() const { return folder_ / "hardened"; }
-    /// Not signed.
+    /// The client, not signed.
     [[nodiscard]] std::filesystem::path intruder() const { return folder_ / "client"; }
     [[nodiscard]] std::filesystem::path operator/(std::string_view name) const {
         return folder_ / name;
@@ -55,11 +55,11 @@ private:
 using Orders = std::initializer_list<std::pair<std::string, std::string_view>>;
 void lead(LedProgram& program, Orders orders);
 
-/// Where one attack happens once: a service that serves a genuine client of somebody else, and an
+/// The scene of one attack: a service that serves a genuine client of somebody else, and an
 /// attacker's home.
 class Stage {
 public:
-    /// None: the service as it is built for everybody.
+    /// `checks`: none for the service as it is built for everybody.
     Stage(const AttackPrograms& programs, const std::optional<Checks>& checks);
 
     [[nodiscard]] const AttackPrograms& programs() const { return programs_; }
@@ -86,8 +86,8 @@ public:
                                                      const std::filesystem::path& program) const;
     /// Has one program give its connection to another.
     void pass(LedProgram& from, LedProgram& to) const;
-    /// Whether what the attacker wants to have done is done once a program has answered these
-    /// orders, whatever it answers.
+    /// Whether the attacker's aim is reached once a program has answered these orders, whatever it
+    /// answers.
     [[nodiscard]] bool isDoneBy(LedProgram& program,
                                 std::initializer_list<std::string_view> orders) const;
     /// Whether it is done through a program, connected or not, that obeys the attacker.
@@ -127,7 +127,8 @@ protected:
     /// Each of these checks stops the attack alone: it succeeds without all of them, and fails as
     /// soon as one is there.
     static void expectStoppedBy(const Checks& checks, const Attack& attack);
-    /// For attacks that the kernel refuses, or that gain nothing: fails without these checks, too.
+    /// Expects an attack that the kernel refuses, or that gains nothing, to fail without these
+    /// checks, too.
     static void expectFailsWithout(const Checks& checks, const Attack& attack);
 
     static std::unique_ptr<AttackPrograms>& programs();

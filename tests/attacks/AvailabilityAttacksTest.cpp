@@ -1,5 +1,5 @@
-// Keeping others from being served. The attacker needs genuine clients for all of it: nobody else
-// is listened to.
+// Attacks that keep others from being served. The attacker needs genuine clients for all of it:
+// nobody else is listened to.
 
 #include "attacks/AttackTest.h"
 #include <ctime>
@@ -9,7 +9,7 @@
 namespace qv::test {
 namespace {
 
-// Old enough for a judgement of it to be remembered.
+// Whether it is old enough for a judgement of it to be remembered.
 bool isSettled(const std::string& program) {
     struct stat info{};
     return ::stat(program.c_str(), &info) == 0 && ::time(nullptr) - info.st_ctime > 3;

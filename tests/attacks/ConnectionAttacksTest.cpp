@@ -1,4 +1,5 @@
-// Who speaks on a connection: processes that are not the one that connected, or not any more.
+// Attacks by the speaker on a connection: processes that are not the one that connected, or not any
+// more.
 
 #include "attacks/AttackTest.h"
 #include <array>
@@ -128,8 +129,8 @@ TEST_F(ConnectionAttacks, AConnectionStolenFromAnUnmarkedClient) {
     });
 }
 
-// Here it is the kernel that stops everything: nobody but root reaches into a process that was
-// started by the rules for privileged programs.
+// The kernel stops everything here: nobody but root reaches into a process that was started by the
+// rules for privileged programs.
 TEST_F(ConnectionAttacks, AConnectionStolenFromAGenuineClient) {
     expectFailsWithout({"launchMark", "dumpable", "sender"}, [](Stage& stage) {
         const auto thief = stage.parent("start", stage.programs().genuine());

@@ -1,4 +1,4 @@
-// How a client is started: by somebody who wants to speak through it.
+// Attacks at the start of a client: by somebody who wants to speak through it.
 
 #include "support/InstalledPrograms.h"
 
@@ -23,7 +23,7 @@ bool isDoneByLibrary(Stage& stage, LedProgram& client) {
     return stage.isDoneBy(client, {});
 }
 
-// A copy is as dumpable as any program, and what is loaded into it belongs to its user.
+// A copy is as dumpable as any program, and the libraries loaded into it belong to its user.
 TEST_F(LaunchAttacks, ALibraryPreloadedIntoAnUnmarkedClient) {
     for (const std::string_view variable : {"LD_PRELOAD", "LD_AUDIT"}) {
         expectStoppedBy({"launchMark", "mappings", "dumpable"}, [&](Stage& stage) {
@@ -40,7 +40,7 @@ TEST_F(LaunchAttacks, ALibraryPreloadedIntoAGenuineClient) {
     for (const std::string_view variable : {"LD_PRELOAD", "LD_AUDIT"}) {
         expectFailsWithout({"launchMark", "mappings", "dumpable"}, [&](Stage& stage) {
             const auto client = startWithLibrary(stage, variable, stage.programs().genuine());
-            EXPECT_EQ(client->answer(), "started"); // and no library first
+            EXPECT_EQ(client->answer(), "started"); // no library came first
             lead(*client, {{"connect", "connected"},
                            {"greet", "greeted"},
                            {"send", "served"}}); // its own script, and no other
@@ -86,7 +86,8 @@ TEST_F(LaunchAttacks, ATracerFromTheFirstInstructionOn) {
     });
 }
 
-// Nor to one that may have no new privileges, without which nobody may filter its system calls.
+// The kernel gives no mark either to a process that may have no new privileges, and an unprivileged
+// filter of system calls needs such a process.
 TEST_F(LaunchAttacks, ASupervisorOfTheSystemCalls) {
     expectStoppedBy({"launchMark", "dumpable"}, [](Stage& stage) {
         return rewrites(stage, "supervise", stage.programs().genuine());
@@ -110,14 +111,14 @@ TEST_F(LaunchAttacks, ACopyOfTheClientInAHomeDirectory) {
     }
 }
 
-// No name, no link, no file system that anybody knows, and an owner who is not root.
+// The file has no name, no link, no file system that anybody knows, and an owner who is not root.
 TEST_F(LaunchAttacks, TheClientsBytesInMemory) {
     expectStoppedBy(
         {"launchMark", "mappings", "dumpable", "fileSystem", "linkCount"},
         [](Stage& stage) { return rewrites(stage, "copy", stage.programs().genuine()); });
 }
 
-// Without a copy the kernel refuses: see AConnectionStolenFromAGenuineClient.
+// The kernel refuses this if there is no copy: see AConnectionStolenFromAGenuineClient.
 
 // A genuine client with a hole: it loads what its user names.
 TEST_F(LaunchAttacks, ALibraryThatOthersCanWriteInAGenuineClient) {

@@ -1,4 +1,5 @@
-// Which program it is: links, names, places and files that claim to be the client.
+// Attacks on the identity of the program: links, names, places and files that claim to be the
+// client.
 
 #include "platform/security/GuestTest.h"
 #include "support/InstalledPrograms.h"
@@ -39,8 +40,8 @@ std::string loader() {
     return path;
 }
 
-// In a user namespace of its own, which the kernel lets everybody make where it is so set up, a
-// process chooses what its executable looks like. The code that it executes remains its own file's.
+// A process in a user namespace of its own, which the kernel lets everybody make where it is so set
+// up, chooses what its executable looks like. The code that it executes remains its own file's.
 TEST_F(ProgramAttacks, AForgedLinkToTheExecutable) {
     const auto forge = [](Stage& stage) {
         auto forger = stage.start({loader(), stage.attackersCopy(stage.programs().intruder())});
@@ -60,9 +61,9 @@ TEST_F(ProgramAttacks, AForgedLinkToTheExecutable) {
     });
 }
 
-// Title, name, auxiliary vector, and a path that reads like the client's after its deletion.
-// Nothing of it is asked for, so there is no check to leave out: it takes a service that accepts
-// everybody.
+// The attacker forges title, name, auxiliary vector, and a path that reads like the client's after
+// its deletion. The service asks for none of these, so there is no check to leave out: it takes a
+// service that accepts everybody.
 TEST_F(ProgramAttacks, ForgedTexts) {
     expectStoppedBy({"codeFlags", "codeRequirement"}, [](Stage& stage) {
         const auto program = stage.home() / "genuine (deleted)";
@@ -101,7 +102,7 @@ TEST_F(ProgramAttacks, ADeletedExecutable) {
     });
 }
 
-// Whoever owns the medium changes the bytes under everybody's hands.
+// The medium's owner changes the bytes under everybody's hands.
 TEST_F(ProgramAttacks, AnExecutableOnAForeignFileSystem) {
     const TemporaryDirectory place;
     install(place.path(), 0, 0, 0755);
@@ -124,8 +125,9 @@ TEST_F(ProgramAttacks, AnExecutableOnAForeignFileSystem) {
     });
 }
 
-// Whoever may debug a program speaks for it. A developer's anchors vouch for such programs, so this
-// is no attack on a service of this build: the look-up itself is asked, as configured elsewhere.
+// A user who may debug a program speaks for it. A developer's anchors vouch for such programs, so
+// this is not an attack on a service of this build: the look-up itself is asked, as configured
+// elsewhere.
 TEST_F(ProgramAttacks, ADebuggableProgramOfADistribution) {
     InstalledPrograms installed;
     const ClientProcess client(

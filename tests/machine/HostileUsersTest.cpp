@@ -52,7 +52,8 @@ TEST_F(HostileUsers, CannotHoldTheServiceInExecve) {
 
 TEST_F(HostileUsers, CannotBeLaboriousToJudge) {
     Intruders crowd;
-    // Signed by the very key of the genuine client, but not installed: the worst to judge.
+    // The programs are signed by the very key of the genuine client, but not installed: they take
+    // longest to judge.
     while (crowd.size() < 2) {
         crowd.push_back(intruder({"crowd", QV_SOCKET}));
     }

@@ -43,7 +43,7 @@ TEST(Install, BoundsCrashLoopAndRecovers) {
     EXPECT_THAT(session(script), StartsWith("ok "));
 }
 
-// It would give root to every user of the machine.
+// A developer's build would give root to every user of the machine.
 TEST(Install, RefusesDevelopersBuild) {
     const ProgramRun run = shell("cmake -G Ninja -S " QV_SOURCE " -B /tmp/developers "
                                  "-DQV_DEVELOPMENT=ON -DQV_TESTS=OFF >/dev/null && "
@@ -92,7 +92,8 @@ TEST(Install, GettingStartedEndsWithAnAcceptedClient) {
     EXPECT_EQ(shell("rm /etc/qvcatalog/anchors.d/notes; " + client).status, 0);
 }
 
-// As a user would: the service is not for him, neither its sockets' other end nor its keys.
+// A stranger asks as a user would: the service is not for him, neither its sockets' other end nor
+// its keys.
 TEST(Install, GivesStrangersNothing) {
     const ProgramRun copied =
         shell("cp " + kClient + " ~attacker/client && echo run " +

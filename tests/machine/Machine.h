@@ -38,7 +38,7 @@ std::string scriptFile(const std::string& steps);
 [[nodiscard]] std::string shellStep(const std::string& command);
 [[nodiscard]] std::string appleScriptStep(const std::string& source);
 
-/// One session: a fresh client sends a script and ends. Its answer.
+/// The answer of one session: a fresh client sends a script and ends.
 std::string session(const std::string& script, uid_t user = kVictim);
 /// The time of a session of the victim's that succeeds, in milliseconds.
 double timeOfSession(const std::string& script);

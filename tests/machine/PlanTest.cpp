@@ -11,7 +11,7 @@
 namespace qv::test {
 namespace {
 
-/// What is told of a step: a mark or an outcome, and the error as "(DOMAIN CODE)".
+/// The report on a step: a mark or an outcome, and the error as "(DOMAIN CODE)".
 struct ToldStep {
     std::string outcome;
     std::string error;

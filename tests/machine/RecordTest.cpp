@@ -95,7 +95,7 @@ TEST(Doctor, TellsWhatKeepsTheServiceFromWorking) {
                       ContainsRegex("fault +group +_qvclient has the member attacker")));
 }
 
-// Neither a script nor the end of the service.
+// A stopped journal delays neither a script nor the end of the service.
 TEST(Record, DoesNotWaitForAStoppedJournal) {
     std::string steps;
     for (int i = 0; i < 3000; ++i) {

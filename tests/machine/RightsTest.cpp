@@ -91,7 +91,7 @@ TEST(Steps, ReachDevicesAndModules) {
               0);
 }
 
-// Every place where the attacker's link may stand, in each operation that follows links.
+// Tests every place where the attacker's link may stand, in each operation that follows links.
 TEST(Steps, FollowNoLinkOfUserToOthersItems) {
     const std::string prepare =
         "rm -rf /srv/canary ~attacker/tree; mkdir -m 0700 /srv/canary; "

@@ -1,4 +1,4 @@
-// `qvcatalog run` as root uses it.
+// Tests `qvcatalog run` as root uses it.
 
 #include <fmt/core.h>
 

@@ -1,4 +1,4 @@
-// Ordinary use, much of it: the service starts for each session and ends with it.
+// Tests much ordinary use: the service starts for each session and ends with it.
 
 #include <fmt/core.h>
 
@@ -11,7 +11,7 @@ namespace {
 
 using testing::StartsWith;
 
-// So many loops of sessions side by side; before a client's first message it idles so long.
+// Runs so many loops of sessions side by side; each client idles so long before its first message.
 int failedSessions(int loops, int sessions, const std::string& idle) {
     const std::string script = scriptFile("");
     const std::string loop = fmt::format(
@@ -44,7 +44,7 @@ TEST(Sessions, AllAnsweredInParallelLoops) {
     printFigure("8 loops of 60 sessions: failed", failedSessions(8, 60, ""), "of 480");
 }
 
-// Each is connected for a while before it sends, and the service leaves meanwhile.
+// Each client is connected for a while before it sends, and the service leaves meanwhile.
 TEST(Sessions, IdleClientsOutliveOthersExit) {
     printFigure("4 loops of 60 sessions that idle first: failed",
                 failedSessions(4, 60, "echo connect; sleep 0.0$((RANDOM % 5));"), "of 240");

@@ -14,13 +14,13 @@ namespace qv::test {
 
 inline constexpr uid_t kNobody = 65534; ///< the group's number as well
 
-/// A SampleClient that runs, connected to us, until its owner ends. What fails throws
+/// A SampleClient that runs, connected to us, until its owner ends. A failure throws
 /// std::runtime_error.
 class ClientProcess {
 public:
     struct Options {
         std::filesystem::path program;
-        std::string file; ///< what the commands 'f' and 'x' mean
+        std::string file; ///< the text that the commands 'f' and 'x' take
         std::vector<std::string> environment;
         uid_t user = 0;
         gid_t group = 0;

@@ -20,7 +20,7 @@ class MadeUpEvents {
 public:
     void send(const DeviceEvent& event) { queue(DeviceMonitor::Received::event, event); }
     void overrun() { queue(DeviceMonitor::Received::overrun, {}); }
-    /// For DevicePlaces.
+    /// The opener for DevicePlaces.
     [[nodiscard]] std::function<std::unique_ptr<DeviceMonitor>()> opener() {
         return [this] {
             auto monitor = std::make_unique<Monitor>(std::make_shared<Queue>());
@@ -113,7 +113,7 @@ public:
         }
         finish();
     }
-    /// One more device, of a subsystem.
+    /// Adds one more device, of a subsystem.
     void add(const std::string& path, const std::string& subsystem) {
         load("P: " + path + "\nE: SUBSYSTEM=" + subsystem + "\n");
     }

@@ -6,8 +6,8 @@
 
 namespace qv::test {
 
-/// How much of something to do: what a variable of the environment says, for runs by hand, else as
-/// much as fits into every run, a quarter of it where a sanitizer makes it slow.
+/// The amount of work in a test: the number in a variable of the environment, for runs by hand,
+/// else as much as fits into every run, a quarter of it where a sanitizer makes it slow.
 inline int effort(const char* variable, int usual) {
     const char* text = std::getenv(variable); // NOLINT(concurrency-mt-unsafe): nobody sets any
     if (text == nullptr) {

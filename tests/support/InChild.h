@@ -8,7 +8,7 @@
 
 namespace qv::test {
 
-/// What a function returns that runs in a forked child, 0 to 255; -1 if the child was killed.
+/// The result of a function that runs in a forked child, 0 to 255; -1 if the child was killed.
 inline int inChild(const std::function<int()>& function) {
     const pid_t child = ::fork();
     if (child == 0) {

@@ -24,13 +24,13 @@ public:
     /// there.
     [[nodiscard]] CodeSigningConfiguration configuration() const;
 
-    /// SampleClient as built, owned by root, mode 0755.
+    /// A SampleClient as built, owned by root, mode 0755.
     std::filesystem::path unsignedClient(std::string_view name);
     std::filesystem::path signedClient(std::string_view name, std::uint32_t flags);
-    /// Installed as clients are: set-group-id to the client group.
+    /// A client as installed: set-group-id to the client group.
     std::filesystem::path markedClient(std::string_view name, std::uint32_t flags);
     std::filesystem::path debuggableClient(std::string_view name);
-    /// Signed by the same names, but with keys of its own.
+    /// A client signed with the same names, but with keys of its own.
     std::filesystem::path strangersClient(std::string_view name, std::uint32_t flags);
 
     /// Whether set-group-id means nothing where the folder stands.

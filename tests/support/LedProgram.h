@@ -22,7 +22,7 @@ public:
     /// The same in two halves.
     void begin(std::string_view command);
     std::string answer();
-    /// None when it does not come in time, or ever.
+    /// Returns none when it does not come in time, or ever.
     std::optional<std::string> answerWithin(std::chrono::milliseconds time);
 
     /// Gives it the end of its input.

@@ -15,14 +15,14 @@
 namespace qv::test {
 
 /// The service of this build as its manager would start it: its listening socket, in a folder of
-/// its own below the build folder, is handed over, its examiner listens beside it; what all print
-/// is caught. Stopped at the latest with its owner.
+/// its own below the build folder, is handed over, its examiner listens beside it; the output of
+/// all is caught. Stopped at the latest with its owner.
 class LiveService {
 public:
     enum class Listener : std::uint8_t { handedOver, missing, misnamed, notListening };
 
     explicit LiveService(Listener listener = Listener::handedOver);
-    /// Another build of it, with these variables.
+    /// Starts another build of it, with these variables.
     LiveService(std::string program, std::vector<std::string> environment);
     LiveService(const LiveService&) = delete;
     LiveService& operator=(const LiveService&) = delete;
@@ -31,7 +31,7 @@ public:
     ~LiveService();
 
     [[nodiscard]] std::string socketPath() const { return socketPath_; }
-    /// What judges programs for the service.
+    /// The examiner, which judges programs for the service.
     [[nodiscard]] StartedProgram& examiner() const { return *examiner_; }
     [[nodiscard]] pid_t pid() const { return program_->pid(); }
     [[nodiscard]] bool isRunning() const { return program_->isRunning(); }
@@ -40,7 +40,7 @@ public:
 
     /// Waits until so many lines of the service's log, or of its tools' output, hold this text.
     bool waitForLog(std::string_view text, std::size_t lines = 1);
-    /// What was printed up to now, without the lines of more than a few kilobytes.
+    /// The output up to now, without the lines of more than a few kilobytes.
     [[nodiscard]] std::string log();
     /// Waits until the service and its tools have printed so many bytes in all.
     bool waitForPrinted(std::uint64_t bytes);

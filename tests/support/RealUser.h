@@ -21,7 +21,8 @@ public:
         : name_("qvtest" + std::to_string(::getpid())) {
         PipeEnds pipe = makePipe();
         lifeline_ = std::move(pipe.write);
-        // In a session of its own: what ends the test's process group must not end this.
+        // The program has a session of its own: a signal to the test's process group must not end
+        // it.
         keeper_.emplace(
             ProgramStart{.command = {"/usr/bin/setsid", "--fork", "--wait", "/bin/sh", "-c",
                                      "read -r _; exec /usr/sbin/userdel \"$0\"", name_},

@@ -19,7 +19,7 @@
 
 enum { kPage = 4096 };
 
-/* For tests that change the file after it was signed. */
+/* A text for tests that change the file after it was signed. */
 static const char kChangeable[] __attribute__((used)) = "QVCHANGEABLE";
 
 static int connectTo(const char* path) {

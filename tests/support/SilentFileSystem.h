@@ -19,8 +19,8 @@
 namespace qv::test {
 
 /// A file system whose server answers nothing but that it is there, and that `/open` can be opened:
-/// whoever asks for anything else, or closes that file, hangs in the kernel until this ends, and
-/// cannot be killed. Needs root and FUSE.
+/// a process that asks for anything else, or closes that file, hangs in the kernel until this ends,
+/// and cannot be killed. Needs root and FUSE.
 class SilentFileSystem {
 public:
     explicit SilentFileSystem(const std::filesystem::path& at)
@@ -39,11 +39,11 @@ public:
     SilentFileSystem& operator=(SilentFileSystem&&) = delete;
     ~SilentFileSystem() { end(); }
 
-    /// False where FUSE is not to be had.
+    /// Returns false where FUSE is not available.
     [[nodiscard]] bool isThere() const { return isMounted_; }
-    /// Until somebody closes `/open`.
+    /// Waits until somebody closes `/open`.
     void waitUntilClosed() const { isClosed_.wait(false); }
-    /// All who hang get an error.
+    /// All processes that hang get an error.
     void end() {
         if (server_.joinable()) {
             ::umount2(at_.c_str(), MNT_FORCE | MNT_DETACH);

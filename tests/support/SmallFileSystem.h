@@ -14,7 +14,7 @@ class SmallFileSystem {
 public:
     using Mount = std::function<bool(const std::string& folder)>;
 
-    /// Whatever a function mounts there; it tells whether it could.
+    /// The file system that a function mounts there; the function tells whether it could.
     SmallFileSystem(std::filesystem::path folder, const Mount& mount) : folder_(std::move(folder)) {
         std::filesystem::create_directory(folder_);
         mounted_ = mount(folder_);

@@ -57,7 +57,7 @@ public:
 
     [[noreturn]] void become(pid_t parent) {
         bool ready = !user_ || becomeUser();
-        ::prctl(PR_SET_PDEATHSIG, SIGKILL); // which a change of user takes away
+        ::prctl(PR_SET_PDEATHSIG, SIGKILL); // a change of user takes this away
         ready = ready && ::getppid() == parent;
         for (int number = 0; number < kFirstHandedOver; ++number) {
             ready = ready && place(standard_.at(static_cast<std::size_t>(number)), number);
@@ -74,7 +74,8 @@ public:
     }
 
 private:
-    // In ascending order: a source that a later place would overwrite has been placed by then.
+    // The places come in ascending order: a source that a later place would overwrite has been
+    // placed by then.
     static bool place(int fd, int number) {
         return fd == number ? ::fcntl(fd, F_SETFD, 0) == 0 : ::dup2(fd, number) == number;
     }
@@ -126,7 +127,7 @@ StartedProgram::StartedProgram(const ProgramStart& start) : ownGroup_(start.user
         image.become(parent);
     }
     if (ownGroup_) {
-        ::setpgid(pid_, pid_); // whoever of the two comes first
+        ::setpgid(pid_, pid_); // both processes do this, the first one counts
     }
     pidfd_ = Descriptor(static_cast<int>(::syscall(SYS_pidfd_open, pid_, 0)));
     if (!pidfd_) {
@@ -158,7 +159,7 @@ bool StartedProgram::hasEndedWithin(std::chrono::milliseconds time) const {
 std::optional<int> StartedProgram::wait() {
     if (!status_ && waitForEnd()) {
         if (ownGroup_) {
-            kill(); // whom it leaves behind; its number is its own until it is reaped
+            kill(); // the number of its group is its own until it is reaped
         }
         siginfo_t info{};
         if (::waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED) != 0) {

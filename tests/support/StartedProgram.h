@@ -34,15 +34,15 @@ struct ProgramStart {
     std::array<int, 3> standard = {-1, -1, -1}; ///< borrowed; -1: /dev/null
     int listener = -1; ///< borrowed; handed over as a service manager does, as descriptor 3
     std::string listenerName = {};
-    /// Whom it is to run as; then it gets a process group of its own, which ends with it.
+    /// The user that it is to run as; then it gets a process group of its own, which ends with it.
     std::optional<uid_t> user = std::nullopt;
-    std::optional<gid_t> group = std::nullopt; ///< else the number of the user
+    std::optional<gid_t> group = std::nullopt; ///< none: the number of the user
     pid_t pid = 0;                             ///< wanted, must be free; 0: any
     bool userNamespace = false;                ///< in one of its own
 };
 
 /// A program that runs beside the test, killed and reaped at the latest with its owner, and by the
-/// kernel when the test itself dies. What fails throws std::runtime_error.
+/// kernel when the test itself dies. A failure throws std::runtime_error.
 class StartedProgram {
 public:
     explicit StartedProgram(const ProgramStart& start);

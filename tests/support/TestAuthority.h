@@ -17,7 +17,7 @@ inline constexpr std::string_view kStoreMarker = "1.2.840.113635.100.6.1.9";
 inline constexpr std::string_view kDistributionMarker = "1.2.840.113635.100.6.1.13";
 inline constexpr std::string_view kIntermediateMarker = "1.2.840.113635.100.6.2.6";
 
-/// Each with its length in bits.
+/// The kinds of keys, each with its length in bits.
 enum class KeyKind : std::uint16_t {
     p256 = 256,
     p384 = 384,
@@ -32,8 +32,8 @@ struct ExtensionSpec {
     std::string value = "DER:0500"; ///< as the library's configuration files spell it
 };
 
-/// What a certificate is to look like. Texts of extensions are those of the library's
-/// configuration files; an empty one leaves the extension out.
+/// The content of a certificate. Texts of extensions are those of the library's configuration
+/// files; an empty one leaves the extension out.
 struct CertificateSpec {
     std::string commonName;
     std::vector<std::string> units; ///< organisational units
@@ -51,7 +51,7 @@ struct CertificateSpec {
 
     static CertificateSpec root(std::string commonName = "Test Root");
     static CertificateSpec intermediate(std::string commonName = "Test Intermediate");
-    /// For distribution: with the distribution marker and one organisational unit.
+    /// A certificate for distribution: with the distribution marker and one organisational unit.
     static CertificateSpec leaf(std::string_view team = kTeam);
 };
 
@@ -96,7 +96,7 @@ struct TestAuthority {
     [[nodiscard]] SigningRequest requestIn(const std::filesystem::path& folder) const;
 };
 
-/// One that the tests of a program share.
+/// The authority that the tests of a program share.
 [[nodiscard]] const TestAuthority& authority();
 
 /// Writes a file with a mode, making the folders on the way (mode 0755).

@@ -22,8 +22,8 @@ struct TranscriptStep {
     std::string printed;
 };
 
-/// Lines "$ " begin a command of bash, lines "> " continue it; what it prints follows. Comments
-/// begin with "# ". Empty lines do not count, neither here nor in the output.
+/// Lines "$ " begin a command of bash, lines "> " continue it; its output follows. Comments begin
+/// with "# ". Empty lines do not count, neither here nor in the output.
 inline std::vector<TranscriptStep> stepsOf(const std::filesystem::path& transcript) {
     std::vector<TranscriptStep> steps;
     std::ifstream lines(transcript);

@@ -5,7 +5,7 @@
 
 namespace qv::test {
 
-/// What find(1) prints of a tree: a line for each item with its path in the tree, kind, mode,
+/// The listing of a tree by find(1): a line for each item with its path in the tree, kind, mode,
 /// owner, size, date of change and target; sizes of folders left out. Sorted.
 [[nodiscard]] std::string listingOf(const std::filesystem::path& root);
 

@@ -1,4 +1,4 @@
-// How long a request and its reply take: a message of the size of an empty script through our
+// Measures a request and its reply: a message of the size of an empty script through our
 // connections (echoed by a handler on the main queue), and the same number of bytes echoed by a
 // bare socket loop. Both services are processes of their own; the two take turns, on one processor.
 //

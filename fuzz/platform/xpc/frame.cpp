@@ -19,7 +19,7 @@ void require(bool fact) {
     }
 }
 
-// What comes out, written again: a prefix of the stream, whatever the cuts.
+// The frames that were read, written again: a prefix of the stream, whatever the cuts.
 std::string readAndWrite(FrameReader reader, std::span<const std::uint8_t> stream,
                          std::span<const std::uint8_t> cuts) {
     std::string written;

@@ -44,7 +44,7 @@
 #include <string.h>
 #include <sys/mman.h>
 
-/* What others who reach this process's memory look for. */
+/* The data that others who reach this process's memory look for. */
 static char script[kLongestScript] = "<!-- the client's own script --><plist><array/></plist>";
 static char nonce[kNonceSize];
 static int connection = -1;

@@ -1,15 +1,15 @@
 #pragma once
 
-/* What every attacking program has: it speaks in lines with the test that leads it, and to the
- * service as any client does. ATTACK_SOCKET names the service's socket, ATTACK_SCRIPT is the script
- * that the attacker wants to have carried out. No program outlives its deadline. */
+/* The part that all attacking programs share: each speaks in lines with the test that leads it, and
+ * to the service as any client does. ATTACK_SOCKET names the service's socket, ATTACK_SCRIPT is the
+ * script that the attacker wants to have carried out. No program outlives its deadline. */
 
 #include <stddef.h>
 #include <sys/un.h>
 
 enum { kNonceSize = 32, kLongestScript = 61440, kLongestFrame = 65536 };
 
-/* To be called first. */
+/* Has to be called first. */
 void beginDialogue(void);
 /* Writes this line if it is done; else "refused" and the name of the error at hand. */
 void answer(int done, const char* line);

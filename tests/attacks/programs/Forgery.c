@@ -1,4 +1,4 @@
-/* What a process can make the kernel show of it. */
+/* Forgeries of the facts that the kernel shows of a process. */
 #define _GNU_SOURCE
 #include "Orders.h"
 #include <elf.h>
@@ -36,7 +36,7 @@ static int forge(const char* title, Elf64_auxv_t* words, ssize_t size, int execu
     return prctl(PR_SET_MM, PR_SET_MM_MAP, &map, sizeof map, 0) == 0;
 }
 
-/* In a user namespace of its own a process may have its link point at any program once nothing of
+/* A process in a user namespace of its own may have its link point at any program once nothing of
  * its own executable is mapped any more. Run by the loader, that executable is the loader, which
  * nothing needs from then on: every call was bound at the start. */
 int forgeLink(const char* program) {

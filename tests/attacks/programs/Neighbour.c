@@ -1,4 +1,4 @@
-/* What a process can do to a client that it has started. */
+/* Attacks by a process on a client that it has started. */
 #define _GNU_SOURCE
 #include "Dialogue.h"
 #include "Orders.h"
@@ -34,11 +34,12 @@ static int copyInMemory(int program) {
     }
     snprintf(path, sizeof path, "/proc/self/fd/%d", copy);
     const int readable = open(path, O_RDONLY | O_CLOEXEC);
-    close(copy); /* executed while a process may write it, it would be refused */
+    close(copy); /* the kernel refuses to execute a file that is open for writing */
     return readable;
 }
 
-/* Has this process wait in connect for a decision; what decides, as a descriptor. */
+/* Has this process wait in connect for a decision; returns the descriptor through which it is made.
+ */
 static int waitInConnect(void) {
     struct sock_filter program[] = {
         BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(struct seccomp_data, nr)),

@@ -66,7 +66,7 @@ static struct fuse_attr attributesOf(uint64_t node) {
     return attributes;
 }
 
-/* One file, which can be opened and is never closed. */
+/* Serves one file, which can be opened and is never closed. */
 static void serve(int fuse) {
     static char request[kRequest];
     while (read(fuse, request, sizeof request) >= (ssize_t)sizeof(struct fuse_in_header)) {
