@@ -26,7 +26,7 @@ namespace {
 using std::chrono::milliseconds;
 
 constexpr std::uint32_t kLongestBody = 64U << 20;
-// Some half a second in all, against a service that dies at each connection.
+// The attempts take some half a second in all, against a service that dies at each connection.
 constexpr int kMostAttempts = 12;
 constexpr milliseconds kFirstPause{1}; // but none before the second attempt
 constexpr milliseconds kLongestPause{100};
@@ -89,8 +89,8 @@ bool isReset(const Error& error) {
     return error.domain() == error_domain::kPOSIX && error.code() == ECONNRESET;
 }
 
-// connect() waits for room in the listener's queue as long as sending may take. Not long at a time:
-// in a marked process no signal is handled meanwhile.
+// connect() waits for room in the listener's queue as long as sending may take. It waits briefly at
+// a time: in a marked process no signal is handled meanwhile.
 int connectOnce(int socket, const sockaddr_un& address, const Deadline& deadline) {
     constexpr milliseconds kLongest{1'000};
     const auto wait = std::max(milliseconds(1), deadline.left(kLongest));
@@ -220,7 +220,7 @@ ClientConnection::Step ClientConnection::exchange(const Value& dictionary, const
         }
     }
     if (failure) {
-        socket_.reset(); // whatever comes now would belong to no request
+        socket_.reset(); // bytes that come now would belong to no request
     }
     return failure;
 }
@@ -238,7 +238,7 @@ tl::expected<FrameWriter, Error> ClientConnection::requestOf(const Value& dictio
     pairs.emplace_back(Value::string("nonce"), nonce_);
     auto body = bodyOfDictionary(Value::dictionary(std::move(pairs)));
     if (!body) {
-        return tl::unexpected(protocolError("The request is no property list.", body.error()));
+        return tl::unexpected(protocolError("The request is not a property list.", body.error()));
     }
     FrameWriter writer(kFrameHeaderSize + kLongestBody);
     if (const Error error =

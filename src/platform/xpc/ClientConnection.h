@@ -17,7 +17,7 @@
 
 namespace qv::xpc {
 
-/// How long a client waits.
+/// The time for which a client waits.
 struct WaitLimits {
     WaitLimits() = default;
     // NOLINTNEXTLINE(google-explicit-constructor): a deadline is a limit
@@ -59,7 +59,7 @@ public:
     [[nodiscard]] int socket() const noexcept { return socket_.get(); }
 
 private:
-    /// Why an attempt failed, and whether a new one may be made: certainly nothing was executed.
+    /// The error of an attempt, and whether a new one may be made: certainly nothing was executed.
     struct Failure {
         Error error;
         bool mayRepeat = false;

@@ -17,11 +17,11 @@ namespace qv::xpc {
 namespace {
 
 constexpr std::size_t kNonceSize = 32;
-constexpr std::size_t kBytesPerTurn = 256UL * 1024; // then the others have theirs
+constexpr std::size_t kBytesPerTurn = 256UL * 1024; // then other connections have their turn
 
 tl::expected<std::string, Error> freshNonce() {
     std::string nonce(kNonceSize, '\0');
-    // Up to 256 bytes come whole or not at all.
+    // The kernel gives up to 256 bytes whole or not at all.
     if (::getrandom(nonce.data(), nonce.size(), 0) != static_cast<ssize_t>(nonce.size())) {
         return tl::unexpected(Error::posix(errno));
     }
@@ -35,7 +35,8 @@ bool isPeerGone(const Error& error) {
 
 } // namespace
 
-/// Where the answer to one message goes. Its end without an answer lets the connection read on.
+/// The connection and number to which the answer to one message goes. Its end without an answer
+/// lets the connection read on.
 struct ReplyRoute {
     ReplyRoute(std::weak_ptr<Connection> to, std::uint64_t number) noexcept
         : connection(std::move(to)), sequence(number) {}
@@ -196,7 +197,7 @@ void Connection::onReady(std::uint32_t events) {
 
 void Connection::onDeadline() {
     armed_.reset();
-    // What has arrived in the meantime counts, however late this handler runs.
+    // Bytes that have arrived in the meantime count, however late this handler runs.
     flush();
     if (isReading()) {
         readAvailable();
@@ -216,7 +217,7 @@ void Connection::readAvailable() {
     }
 }
 
-// How many bytes came; 0 when there is nothing more to do in this turn.
+// Returns the number of bytes that came; 0 when there is nothing more to do in this turn.
 std::size_t Connection::readPiece() {
     const auto piece = receive(socket_.get(), reader_.space());
     if (!piece) {
@@ -401,7 +402,7 @@ void Connection::close(ConnectionError::Kind kind, const Error& cause) {
         closed();
     }
     if (wasActive) {
-        // Later: this may run inside the handler.
+        // The event comes later: this may run inside the handler.
         queue_.async([self, event = ConnectionError{kind, cause}] {
             self->deliver(event);
             self->handler_.reset();

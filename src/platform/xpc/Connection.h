@@ -38,24 +38,25 @@ public:
     [[nodiscard]] pid_t processID() const noexcept { return peer_->pid(); }
 
     void setEventHandler(EventHandler handler);
-    /// Asked when a request's turn has come; where it says no, the connection is closed.
+    /// The guard is asked when a request's turn has come; the connection is closed if it refuses.
     void setGuard(std::function<bool()> guard) { guard_ = std::move(guard); }
     /// Runs once, when the connection is closed for whatever reason, before its last event.
     void setClosedHandler(MainQueue::Work handler);
 
     /// Greets the peer and begins to read.
     void resume();
-    /// Closes at once. Whoever was resumed still gets its `invalidated` event.
+    /// Closes at once. A connection that was resumed still gets its `invalidated` event.
     void cancel();
     /// The same for a service that leaves. Unless a request was begun and not answered, the peer,
     /// even one that is not resumed yet, is told without waiting that none without a reply was or
     /// will be executed.
     void bidFarewell() noexcept;
 
-    /// None when the message asked for no reply, came over another connection, or has one already.
+    /// Returns none when the message asked for no reply, came over another connection, or has one
+    /// already.
     [[nodiscard]] std::optional<Reply> createReply(const Message& message);
-    /// Sends, once; what cannot be sent at once is queued. A reply for a closed connection is
-    /// dropped; one that cannot be written or is too long closes the connection.
+    /// Sends, once; bytes that cannot be sent at once are queued. A reply for a closed connection
+    /// is dropped; one that cannot be written or is too long closes the connection.
     void send(const Reply& reply, const Value& dictionary);
 
     [[nodiscard]] bool isSuspended() const noexcept { return state_ == State::suspended; }
@@ -97,7 +98,7 @@ private:
     Limits limits_;
     ProcessIdentity::Shared peer_;
     Descriptor socket_;
-    EventSource io_; // after socket_: gone before it
+    EventSource io_; // destroyed before socket_
     EventSource timer_;
     State state_ = State::suspended;
     std::shared_ptr<EventHandler> handler_;

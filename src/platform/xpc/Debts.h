@@ -13,7 +13,7 @@ class Debts {
 public:
     using Clock = std::chrono::steady_clock;
 
-    /// `share`: what a second pays off, and what anybody may owe.
+    /// `share` is the time that a second pays off, and the most that anybody may owe.
     explicit Debts(std::chrono::nanoseconds share) noexcept : share_(share) {}
 
     /// A negative cost gives back what was taken before.
@@ -29,7 +29,7 @@ private:
     [[nodiscard]] std::chrono::nanoseconds left(const Debt& debt, Clock::time_point now) const;
 
     std::chrono::nanoseconds share_;
-    std::map<uid_t, Debt> debts_; // none is paid off, or it goes with the next that is added
+    std::map<uid_t, Debt> debts_; // debts paid off go when the next one is added
 };
 
 } // namespace qv::xpc

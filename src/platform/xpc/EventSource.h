@@ -12,8 +12,8 @@ namespace qv::xpc {
 
 class MainQueue;
 
-/// One registration in a MainQueue, of a descriptor or of a timer; its end unregisters, also from
-/// inside its own handler. Used on the queue only.
+/// One registration in a MainQueue, of a descriptor or of a timer; its destruction unregisters it,
+/// also from inside its own handler. Used on the queue only.
 class EventSource {
 public:
     EventSource() noexcept = default; ///< registers nothing
@@ -26,8 +26,8 @@ public:
     explicit operator bool() const noexcept { return registration_ != nullptr; }
     void reset() noexcept;
 
-    /// What to wait for on the descriptor, as epoll numbers it; the end of the other side is always
-    /// reported.
+    /// Sets the events to wait for on the descriptor, as epoll numbers them; the end of the other
+    /// side is always reported.
     [[nodiscard]] Error setEvents(std::uint32_t events);
     /// Arms the timer, once, for a moment of MainQueue::now().
     void setDeadline(std::chrono::steady_clock::time_point deadline);
@@ -36,7 +36,7 @@ public:
 
 private:
     friend class MainQueue;
-    // Kept alive by the queue while the handler runs.
+    // The queue keeps it alive while the handler runs.
     struct Registration : std::enable_shared_from_this<Registration> {
         Registration(MainQueue& owner, std::function<void(std::uint32_t)> work) noexcept
             : queue(owner), handler(std::move(work)) {}
@@ -51,13 +51,13 @@ private:
         // A timer: when it is due, while it is armed.
         std::chrono::steady_clock::time_point deadline;
         bool armed = false;
-        // Or a descriptor: whether the queue's epoll has it, and what it is waited for. It is
-        // reported once and then waited for again, unless its handler wishes otherwise.
+        // For a descriptor, whether the queue's epoll has it, and the events that it is waited for.
+        // It is reported once and then waited for again, unless its handler wishes otherwise.
         int descriptor = -1;
         std::uint32_t events = 0;
         bool listed = false;
         bool beingServed = false;
-        bool wanted = false; ///< again, behind the handler that runs
+        bool wanted = false; ///< it is listed again behind the running handler
     };
     explicit EventSource(std::shared_ptr<Registration> registration) noexcept
         : registration_(std::move(registration)) {}

@@ -98,7 +98,7 @@ Listener::withSocket(Descriptor socket, MainQueue& queue, const Limits& limits) 
     if (!isListening(socket.get())) {
         return tl::unexpected(
             wireError(WireErrorCode::noListener,
-                      "the descriptor is no listening stream socket of the local domain"));
+                      "the descriptor is not a listening stream socket of the local domain"));
     }
     if (const Error error = prepareListening(socket.get())) {
         return tl::unexpected(error);
@@ -123,7 +123,7 @@ void Listener::resume() {
 
 std::string Listener::path() const { return socketPath(socket_.get()); }
 
-// One client a turn: deciding about it may take a while.
+// Accepts one client a turn, as the decision about it may take a while.
 void Listener::onReady() {
     Descriptor socket(::accept4(socket_.get(), nullptr, nullptr, kAcceptFlags));
     if (socket) {
@@ -145,7 +145,8 @@ void Listener::onReady() {
     }
 }
 
-// No descriptor is left: without this the client would stay in the queue and wake the loop forever.
+// Sheds a client when no descriptor is left: otherwise it would stay in the queue and wake the loop
+// forever.
 void Listener::shedNewest() {
     const Error cause = Error::posix(errno);
     spare_.reset();
@@ -173,7 +174,7 @@ void Listener::admit(Descriptor socket) {
         refuse(fmt::format("{} wait to be verified", unverified));
         return;
     }
-    // Before anything that takes longer: thousands may wait behind each other.
+    // This comes before anything that takes longer: thousands of clients may be waiting.
     if (const auto user = userOfPeer(socket.get());
         user && debts_.isOverdrawn(*user, Debts::Clock::now())) {
         refuse(fmt::format("too many of user {} were turned away", *user));
@@ -215,8 +216,8 @@ void Listener::charge(uid_t user, std::chrono::nanoseconds time) {
 }
 
 tl::expected<Peer, Error> Listener::identify(const Descriptor& socket) {
-    // Inherited only by those who connect after the listening socket has the options, and the
-    // client whose connecting starts the service has connected before.
+    // A connection inherits the options only if it comes after the listening socket has them, and
+    // the client that starts the service has connected before.
     if (const Error error = setMessageOptions(socket.get())) {
         return tl::unexpected(error);
     }

@@ -39,10 +39,10 @@ public:
     void setEventHandler(EventHandler handler);
     void resume();
     /// Has a user answer for what his clients have cost besides the time that the handler took for
-    /// those that it cancelled at once; a negative time is given back. Whose clients have cost more
-    /// than Limits::strangers are closed unseen until that is paid off. Root's never are.
+    /// those that it cancelled at once; a negative time is given back. Clients of a user who owes
+    /// more than Limits::strangers are closed unseen until that is paid off. Root's never are.
     void charge(uid_t user, std::chrono::nanoseconds time);
-    /// Where clients find it; empty for a socket without a place in the file system.
+    /// The path at which clients find it; empty for a socket without a place in the file system.
     [[nodiscard]] std::string path() const;
 
 private:

@@ -49,9 +49,9 @@ tl::expected<std::unique_ptr<MainQueue>, Error> MainQueue::create() {
     return queue;
 }
 
-// One descriptor a round: what it leads to may unregister the others. One that is ready still comes
-// behind all that became ready while it was served, because it is reported once and listed again
-// afterwards.
+// Handles one descriptor a round: its handler may unregister the others. A descriptor that is ready
+// still comes behind all that became ready while it was served, because it is reported once and
+// listed again afterwards.
 int MainQueue::run() {
     while (!exiting_) {
         epoll_event arrived{};
@@ -131,7 +131,7 @@ void MainQueue::serve(EventSource::Registration& registration, std::uint32_t eve
 void MainQueue::listAgain(std::shared_ptr<EventSource::Registration> served) noexcept {
     if (served != nullptr) {
         served->beingServed = false;
-        if (served->listed && served->wanted) { // and open, so that this does not fail
+        if (served->listed && served->wanted) { // it is open, so this does not fail
             static_cast<void>(list(*served, served->events));
         }
     }
@@ -163,7 +163,7 @@ int MainQueue::longestWait() const noexcept {
 }
 
 void MainQueue::runTimers() noexcept {
-    // Each once: a handler may arm its timer again for a moment that has passed.
+    // Handles each timer once: a handler may arm its timer again for a moment that has passed.
     for (std::size_t most = timers_.size();
          most > 0 && !exiting_ && !timers_.empty() && timers_.begin()->first <= now(); --most) {
         EventSource::Registration& due = *timers_.begin()->second;
@@ -217,7 +217,7 @@ void MainQueue::runDeferred() noexcept {
         return;
     }
     std::deque<Work> batch;
-    batch.swap(deferred_); // what these add comes after other sources had their turn
+    batch.swap(deferred_); // work that these add comes after other sources had their turn
     while (!batch.empty() && !exiting_) {
         const Work work = std::move(batch.front());
         batch.pop_front();

@@ -36,15 +36,15 @@ public:
 
     /// Serves until exit() is called; gives its code. 1, logged, when the loop itself fails.
     [[nodiscard]] int run();
-    /// Ends run() after the handler at hand; whatever else is pending is abandoned.
+    /// Ends run() after the handler at hand; all other pending work is abandoned.
     void exit(int code) noexcept;
 
     /// Runs `work` later, after what was given before.
     void async(Work work);
 
-    /// `handler` gets what happened on `fd`, as epoll numbers it. The descriptor is borrowed and
-    /// must live as long as the registration. Descriptors that are ready are served one after
-    /// the other, in the order in which they became ready.
+    /// `handler` gets the events of `fd`, as epoll numbers them. The descriptor is borrowed and
+    /// must live as long as the registration. Descriptors that are ready are served one after the
+    /// other, in the order in which they became ready.
     [[nodiscard]] tl::expected<EventSource, Error>
     watch(int fd, std::uint32_t events, std::function<void(std::uint32_t)> handler);
     /// A timer that is not armed yet.
@@ -57,7 +57,7 @@ public:
     /// Leaves the handler that runs out of that clock, however short it is.
     void leaveOutHandler() noexcept { leftOut_ = true; }
 
-    /// Where requests wait until they are begun.
+    /// The turns in which requests wait until they are begun.
     [[nodiscard]] Turns& turns() noexcept { return *turns_; }
 
 private:
@@ -68,7 +68,7 @@ private:
     void unlist(EventSource::Registration& registration) noexcept;
     void arm(EventSource::Registration& timer, Clock::time_point deadline);
     void disarm(EventSource::Registration& timer) noexcept;
-    /// Until the next timer is due, as epoll takes it.
+    /// The time until the next timer is due, as epoll takes it.
     [[nodiscard]] int longestWait() const noexcept;
     void serve(EventSource::Registration& registration, std::uint32_t events) noexcept;
     void listAgain(std::shared_ptr<EventSource::Registration> served) noexcept;

@@ -17,8 +17,8 @@ struct Peer {
     bool isFoundByPID = false;
 };
 
-/// From SO_PEERCRED and SO_PEERPIDFD, which must agree; on kernels without the latter as
-/// peerByPID() does it. An identity that cannot be found out is an error, never user 0.
+/// Finds the peer by SO_PEERCRED and SO_PEERPIDFD, which must agree; on kernels without the latter
+/// as peerByPID() does. An identity that cannot be found out is an error, never user 0.
 [[nodiscard]] tl::expected<Peer, Error> peerOf(int socket);
 /// The weaker way: opens the process that has the PID of SO_PEERCRED now, and refuses one that was
 /// started after this call began and so cannot have connected.

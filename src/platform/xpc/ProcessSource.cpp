@@ -24,7 +24,7 @@ ProcessSource::create(MainQueue& queue, int pidfd, MainQueue::Work handler) {
     }
     std::unique_ptr<ProcessSource> source(
         new ProcessSource(queue, std::move(own), std::move(handler)));
-    // Registered here, so that resume() has nothing left that could fail.
+    // The watch is registered here, so that resume() has nothing left that could fail.
     auto watch = queue.watch(source->pidfd_.get(), EPOLLIN,
                              [self = source.get()](std::uint32_t) { self->processEnded(); });
     if (!watch) {

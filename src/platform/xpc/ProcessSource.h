@@ -19,7 +19,7 @@ public:
     ProcessSource& operator=(ProcessSource&&) = delete;
     ~ProcessSource();
 
-    /// Before this the handler does not run; an end in the meantime is kept.
+    /// The handler does not run before this; an end in the meantime is kept.
     void resume();
     /// The handler runs no more.
     void cancel() noexcept;
@@ -33,7 +33,7 @@ private:
 
     MainQueue& queue_;
     Descriptor pidfd_;
-    EventSource source_; // after pidfd_: gone before it
+    EventSource source_; // destroyed before pidfd_
     std::shared_ptr<MainQueue::Work> handler_;
     bool resumed_ = false;
     bool ended_ = false;

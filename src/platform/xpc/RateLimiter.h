@@ -6,8 +6,8 @@
 
 namespace qv::xpc {
 
-/// Passes on at most so many records in an interval, and after it says how many it held back: what
-/// a stranger can cause must not fill the log.
+/// Passes on at most so many records in an interval, and after it says how many it held back:
+/// records that a stranger can cause must not fill the log.
 class RateLimiter {
 public:
     using Sink = std::function<void(std::string_view record)>;

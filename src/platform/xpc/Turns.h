@@ -56,9 +56,9 @@ private:
 
     MainQueue& queue_;
     Descriptor always_;  ///< always readable; on the queue while a request waits
-    EventSource source_; // after always_: gone before it
+    EventSource source_; // destroyed before always_
     std::list<User> users_;
-    std::optional<uid_t> last_; ///< who had the last turn
+    std::optional<uid_t> last_; ///< the user who had the last turn
     std::vector<Work> afterNext_;
 };
 

@@ -94,7 +94,7 @@ TEST(ClientConnection, ExchangesMessagesOfAnySize) {
         ASSERT_TRUE(reply) << size;
         EXPECT_EQ(reply->find("text")->asString().size(), size);
     }
-    // What cannot be sent costs nothing but itself.
+    // A message that cannot be sent costs nothing but itself.
     EXPECT_THAT(connection->sendMessageWithReply(dictionaryOf(std::string(65UL << 20, 'x'))),
                 fails(ClientErrorCode::protocol));
     EXPECT_THAT(connection->sendMessageWithReply(Value::string("no dictionary")),

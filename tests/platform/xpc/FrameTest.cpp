@@ -112,7 +112,7 @@ TEST(FrameReader, TakesMemoryOnlyForWhatHasArrived) {
     }
 }
 
-TEST(Frame, RefusesBodiesThatAreNoBinaryDictionary) {
+TEST(Frame, RefusesBodiesOtherThanBinaryDictionaries) {
     const std::string good = bodyOfDictionary(Value::dictionary({{"key", Value()}})).value();
     EXPECT_TRUE(dictionaryOfBody(good));
     // A list that holds an array: header, array of no elements, offset table, trailer.

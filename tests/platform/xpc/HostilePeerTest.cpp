@@ -20,9 +20,9 @@ std::string requestWith(const Value& nonce) {
     return frameBytes(FrameKind::request, bodyOfDictionary(dictionary).value());
 }
 
-// Without the nonce a request could have been queued before the peer was judged, or come from
+// A request without the nonce could have been queued before the peer was judged, or come from
 // somebody who holds another connection.
-TEST(HostilePeer, IsClosedForWhatIsNoRequest) {
+TEST(HostilePeer, IsClosedForInvalidRequests) {
     const FrameHeaderBytes huge = encodeFrameHeader({FrameKind::request, true, 1, 0xFFFFFFFF});
     ServiceThread service;
     RawClient bystander(service.path());
@@ -66,7 +66,7 @@ TEST(HostilePeer, IsClosedWhenItKeepsTheServiceWaiting) {
         EXPECT_THAT(errors[0].cause,
                     failsWith(kWireErrorDomain, static_cast<int>(WireErrorCode::late)));
         EXPECT_TRUE(client.isClosed());
-        EXPECT_TRUE(bystander.isServed(2)) << "idle after its first request, which is no fault";
+        EXPECT_TRUE(bystander.isServed(2)) << "idle after its first request, which is not a fault";
     }
 }
 

@@ -20,7 +20,8 @@ using namespace std::chrono_literals;
 
 constexpr const char* kName = "com.larkwen.qvcatalog.helper";
 
-// What a service manager does for a service it starts, then what `judge` says of the outcome.
+// Does the work of a service manager for a service that it starts; returns the verdict of `judge`
+// on the outcome.
 template <typename Judge>
 int statusWhenHandedOver(int socket, const char* count, const char* names, const Judge& judge) {
     return qv::test::inChild([&] {
@@ -60,8 +61,8 @@ TEST(Listener, TakesTheOneSocketOfItsName) {
           Row{socket, "1x", kName, "LISTEN_FDS is \"1x\", not a number from 0 to 64"},
           Row{socket, "65", kName, "LISTEN_FDS is \"65\""},
           Row{socket, "64", kName, "LISTEN_FDS is 64, and descriptor "},
-          Row{idle, "1", kName, "no listening stream socket"},
-          Row{datagrams, "1", kName, "no listening stream socket"}}) {
+          Row{idle, "1", kName, "not a listening stream socket"},
+          Row{datagrams, "1", kName, "not a listening stream socket"}}) {
         const auto isRight = [&](const auto& listener) {
             const bool isToldSo =
                 listener ? row.fault.empty()
@@ -78,7 +79,7 @@ TEST(Listener, TakesTheOneSocketOfItsName) {
     }
 }
 
-// On demand the service starts because somebody has connected: that connection is older than any
+// The service starts on demand because somebody has connected: that connection is older than any
 // option that the service sets on its listening socket.
 TEST(Listener, ServesTheClientThatStartsTheService) {
     std::optional<RawClient> first;
@@ -173,8 +174,8 @@ TEST(Listener, BoundsPeersThatWaitToBeJudged) {
     });
 }
 
-// With no descriptor left the pending client must neither wake the loop forever nor take the
-// service down; when there are some again, it serves.
+// The pending client must neither wake the loop forever nor take the service down when no
+// descriptor is left; the service serves it when there are some again.
 TEST(Listener, SurvivesTheLackOfDescriptors) {
     ServiceThread service;
     rlimit before{};

@@ -196,7 +196,8 @@ TEST_F(TurnsTest, GivenUpRequestHoldsNothingUp) {
 
 using RateLimiterTest = QueueTest;
 
-// A flood must not fill the log, and what was left out must be told, also when nothing follows.
+// A flood must not fill the log, and the number of records left out must be told, also when nothing
+// follows.
 TEST_F(RateLimiterTest, CountsWhatItDoesNotPass) {
     std::vector<std::string> records;
     RateLimiter limiter(*queue_, 2, 50ms, [&](std::string_view record) {

@@ -91,7 +91,7 @@ TEST_F(PlainClientTest, SaysWhyThereIsNoAnswer) {
               "plain-client: service: left each time before it took up the script\n");
 }
 
-// Whatever a reply holds, the client ends by itself and says one of its three things. Built with
+// For any reply, the client ends by itself and says one of its three outcomes. Built with
 // sanitizers, every read beyond the reply is seen here.
 TEST_F(PlainClientTest, SurvivesDamagedReplies) {
     const std::string good = archivedFailure();
@@ -111,7 +111,7 @@ TEST_F(PlainClientTest, SurvivesDamagedReplies) {
     }
 }
 
-// The bytes of a block "```hex NAME"; what follows a semicolon is a remark.
+// The bytes of a block "```hex NAME"; a semicolon begins a remark.
 std::string documented(const std::string& name) {
     std::istringstream document(qv::test::contentOf(QV_PROTOCOL_DOCUMENT));
     std::string line;

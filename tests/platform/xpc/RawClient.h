@@ -17,20 +17,21 @@ std::string frameBytes(FrameKind kind, std::string_view body, std::uint64_t sequ
 class RawClient {
 public:
     explicit RawClient(const std::string& path);
-    /// One that has read its greeting.
+    /// A client that has read its greeting.
     static RawClient greeted(const std::string& path);
 
     [[nodiscard]] int fd() const { return socket_.get(); }
     void close() { socket_.reset(); }
 
-    /// False when the service has closed.
+    /// Returns false when the service has closed.
     [[nodiscard]] bool send(std::string_view bytes) const;
-    /// All of `count` bytes, or what came before the end.
+    /// Returns `count` bytes, or those that came before the end.
     [[nodiscard]] std::string receive(std::size_t count) const;
     /// Throws when none comes.
     [[nodiscard]] Frame readFrame() const;
 
-    /// How the service ended the connection; reads away what it sent before.
+    /// Waits until the service has ended the connection, and tells how; reads away what it sent
+    /// before.
     enum class End : std::uint8_t { none, orderly, reset };
     [[nodiscard]] End end() const;
     [[nodiscard]] bool isClosed() const { return end() != End::none; }

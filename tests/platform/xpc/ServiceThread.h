@@ -19,14 +19,14 @@ class ServiceThread {
 public:
     struct Behaviour {
         Limits limits = {};
-        /// In place of installing handlers and resuming.
+        /// Replaces the installation of handlers and the resumption.
         std::function<void(ServiceThread&, const std::shared_ptr<Connection>&)> onConnection =
             nullptr;
-        /// In place of the echo.
+        /// Replaces the echo.
         std::function<void(ServiceThread&, const Message&)> onMessage = nullptr;
         /// Runs when the socket listens, but before there is a Listener.
         std::function<void(const std::string& path)> beforeStart = nullptr;
-        bool accepting = true; ///< else nobody is accepted
+        bool accepting = true; ///< false: nobody is accepted
     };
 
     explicit ServiceThread(Behaviour behaviour);
@@ -41,11 +41,11 @@ public:
 
     /// Runs `work` on the queue and waits for it.
     void perform(const std::function<void()>& work);
-    /// For onConnection: the usual handler, and on with it.
+    /// Installs the usual handler and resumes, for onConnection.
     void acceptAndServe(const std::shared_ptr<Connection>& connection);
     static void echo(const Message& message);
 
-    /// Waits, at most a minute, until so many have come; gives them.
+    /// Waits, at most a minute, until so many have come, and returns them.
     std::vector<ConnectionError> waitForErrors(std::size_t count);
     std::size_t waitForMessages(std::size_t count) { return waitFor(messages_, count); }
     std::size_t waitForConnections(std::size_t count) { return waitFor(connections_, count); }

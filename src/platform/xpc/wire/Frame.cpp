@@ -16,7 +16,7 @@ constexpr std::uint8_t kVersion = 1;
 constexpr std::uint16_t kReplyExpected = 1;
 constexpr std::string_view kBinaryListMagic = "bplist00";
 
-// Where each field stands.
+// The offset of each field.
 constexpr std::size_t kVersionAt = 4;
 constexpr std::size_t kKindAt = 5;
 constexpr std::size_t kFlagsAt = 6;
@@ -92,7 +92,7 @@ tl::expected<FrameHeader, Error> decodeFrameHeader(std::span<const char, kFrameH
 tl::expected<Value, Error> dictionaryOfBody(std::string_view body) {
     if (!body.starts_with(kBinaryListMagic)) {
         return tl::unexpected(
-            wireError(WireErrorCode::badBody, "the frame's body is no binary property list"));
+            wireError(WireErrorCode::badBody, "the frame's body is not a binary property list"));
     }
     auto document = PropertyList::propertyListWithData(body);
     if (!document) {
@@ -100,7 +100,7 @@ tl::expected<Value, Error> dictionaryOfBody(std::string_view body) {
     }
     if (!document->root.is(Value::Kind::dictionary)) {
         return tl::unexpected(wireError(WireErrorCode::badBody,
-                                        fmt::format("the frame's body is no dictionary but {}",
+                                        fmt::format("the frame's body is not a dictionary but {}",
                                                     className(document->root.kind()))));
     }
     return document->root;
@@ -109,7 +109,7 @@ tl::expected<Value, Error> dictionaryOfBody(std::string_view body) {
 tl::expected<std::string, Error> bodyOfDictionary(const Value& dictionary) {
     if (!dictionary.is(Value::Kind::dictionary)) {
         return tl::unexpected(
-            wireError(WireErrorCode::badBody, "what is to be sent is no dictionary"));
+            wireError(WireErrorCode::badBody, "the message to be sent is not a dictionary"));
     }
     return PropertyList::dataWithPropertyList(dictionary, PropertyListFormat::binary);
 }

@@ -13,13 +13,13 @@ namespace qv::xpc {
 ///     put bytes into space(), then tell advance() how many.
 class FrameReader {
 public:
-    /// Whose side this is: a service takes requests, a client greetings and replies.
+    /// The side that receives: a service takes requests, a client greetings and replies.
     enum class Receiver : std::uint8_t { service, client };
 
     FrameReader(Receiver receiver, std::uint32_t longestBody) noexcept
         : receiver_(receiver), longestBody_(longestBody) {}
 
-    /// Where the next bytes go; never empty. Valid until the next call of either function.
+    /// The space for the next bytes; never empty. Valid until the next call of either function.
     [[nodiscard]] std::span<char> space();
 
     /// `count` bytes of the last space() have been filled. Gives the frame that they complete, if

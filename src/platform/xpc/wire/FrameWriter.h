@@ -8,7 +8,7 @@ namespace qv::xpc {
 /// tell advance() how many went.
 class FrameWriter {
 public:
-    /// `most`: how many bytes may wait at a time.
+    /// `most` is the number of bytes that may wait at a time.
     explicit FrameWriter(std::size_t most) noexcept : most_(most) {}
 
     /// An error, and nothing queued, when the frame finds no room.

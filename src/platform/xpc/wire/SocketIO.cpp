@@ -12,8 +12,8 @@ namespace qv::xpc {
 
 namespace {
 
-// Room for the sender and for some descriptors: more are never delivered, the kernel drops them and
-// says so.
+// The room for the sender and for some descriptors: more are never delivered, as the kernel drops
+// them and says so.
 constexpr std::size_t kDescriptorsTaken = 4;
 constexpr std::size_t kControlSize =
     CMSG_SPACE(sizeof(ucred)) + CMSG_SPACE(kDescriptorsTaken * sizeof(int));

@@ -22,7 +22,7 @@ struct Received {
     };
     Outcome outcome = Outcome::wouldBlock;
     std::size_t count = 0;
-    std::optional<pid_t> sender; ///< who wrote these bytes, where the kernel said so
+    std::optional<pid_t> sender; ///< the process that wrote these bytes, where the kernel said so
 };
 
 enum class Waiting : std::uint8_t { never, forBytes };
@@ -33,7 +33,8 @@ enum class Waiting : std::uint8_t { never, forBytes };
 [[nodiscard]] tl::expected<Received, Error> receive(int socket, std::span<char> space,
                                                     Waiting waiting = Waiting::never);
 
-/// Sends without waiting and without SIGPIPE. How many bytes went; 0 when the socket is full.
+/// Sends without waiting and without SIGPIPE. Returns the number of bytes that went; 0 when the
+/// socket is full.
 [[nodiscard]] tl::expected<std::size_t, Error> send(int socket, std::string_view bytes);
 
 } // namespace qv::xpc

@@ -12,7 +12,7 @@ inline constexpr std::string_view kWireErrorDomain = "QVXPCErrorDomain";
 
 enum class WireErrorCode : std::uint8_t {
     badFrame = 1,       ///< a header that breaks the rules; the text names the byte
-    badBody = 2,        ///< a body that is no binary property list dictionary
+    badBody = 2,        ///< a body that is not a binary property list dictionary
     wrongNonce = 3,     ///< a request that does not repeat its connection's nonce
     foreignSender = 4,  ///< bytes from another process than the peer
     descriptors = 5,    ///< descriptors in the control data
@@ -21,7 +21,7 @@ enum class WireErrorCode : std::uint8_t {
     peerGone = 8,       ///< the peer has ended or closed its side
     cancelled = 9,      ///< closed on our own side
     handlerFailed = 10, ///< the event handler ended with an exception
-    noIdentity = 11,    ///< who the peer is could not be found out beyond doubt
+    noIdentity = 11,    ///< the peer's identity could not be found out beyond doubt
     noListener = 12,    ///< the service manager handed over no usable socket
 };
 
