@@ -19,13 +19,13 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr std::string_view kTeamID = "T4KQ8ZP3WM";
-// Hard and kill enforcement.
+// The flags of hard and kill enforcement.
 constexpr std::uint32_t kRequiredCodeSignatureAttributes = 0x300;
 
 constexpr std::ptrdiff_t kExaminationsAtOnce = 4;
 constexpr std::chrono::milliseconds kLongestWait{2000};
 
-// Anyone may knock as often as he likes; the log must not fill up with it.
+// Anyone may connect as often as he likes; the log must not fill up with that.
 constexpr unsigned kRecordsLogged = 10;
 constexpr std::chrono::seconds kRecordInterval{1};
 constexpr std::chrono::seconds kWarningInterval{1};
@@ -132,7 +132,8 @@ std::string Admission::watch(Candidates::iterator candidate) {
     }
     auto examination = std::exchange(candidate->examination, nullptr);
     if (!mayBegin(*candidate)) {
-        return {}; // and will be verified again when it may: others may have brought the answer
+        return {}; // the examination is begun anew when it may be: other clients may have brought
+                   // the answer
     }
     if (const auto begun = examination->begin(examinerPath_); !begun) {
         return fmt::format("its program cannot be examined: {}", begun.error());
@@ -173,7 +174,7 @@ void Admission::reject(Candidates::iterator candidate, std::string_view why) {
     candidates_.erase(candidate);
 }
 
-// Also one that does not come to an end: its program is what it takes so long with.
+// Ends an examination, complete or not, and charges its time to the program's user.
 void Admission::endExamination(Candidate& candidate) {
     candidate.source.reset();
     if (candidate.examination) {

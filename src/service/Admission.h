@@ -24,8 +24,8 @@ namespace qv {
 /// runs on the main queue.
 class Admission {
 public:
-    /// Gets each client that is accepted, still suspended, what tells whether its process is still
-    /// the program that was accepted, and how it is called.
+    /// Gets each accepted client, still suspended, a function that tells whether its process is
+    /// still the accepted program, and its names.
     using Accepted = std::function<void(const std::shared_ptr<xpc::Connection>&,
                                         std::function<bool()>, ClientName)>;
 
@@ -33,8 +33,8 @@ public:
     /// once; and all of it again as a negative cost when that client is accepted.
     using Charge = std::function<void(uid_t, std::chrono::nanoseconds)>;
 
-    /// `infoDictionary` says, under "SMAuthorizedClients", what clients must satisfy;
-    /// `examinerPath` is where the examiner listens. Queue and verification must live as long.
+    /// `infoDictionary` holds, under "SMAuthorizedClients", the requirement for clients;
+    /// `examinerPath` is the examiner's socket. Queue and verification must live as long.
     Admission(xpc::MainQueue& queue, ClientVerification& verification, const Value& infoDictionary,
               std::string examinerPath, Accepted accepted, Charge charge);
 
@@ -44,7 +44,7 @@ public:
 private:
     struct Candidate {
         std::shared_ptr<xpc::Connection> connection;
-        /// Under way; null: it waits for its turn.
+        /// The examination under way; null: it waits for its turn.
         std::unique_ptr<ClientVerification::Examination> examination;
         std::chrono::steady_clock::time_point begun; ///< the examination
         std::chrono::nanoseconds cost{};             ///< so far, as far as it was charged
@@ -57,7 +57,7 @@ private:
     /// Decides about a candidate, or sees to it that it will be decided.
     void settle(Candidates::iterator candidate);
     Verdict verify(Candidate& candidate);
-    /// What goes wrong is the reason to reject the candidate.
+    /// An error is the reason to reject the candidate.
     [[nodiscard]] std::string watch(Candidates::iterator candidate);
     void advance(Candidates::iterator candidate);
     void reject(Candidates::iterator candidate, std::string_view why);

@@ -14,12 +14,12 @@ namespace qv {
 
 namespace {
 
-// Somewhat less than what may wait to be sent on a connection: an answer that is longer could not
-// be sent, and its sender would never know how it went.
+// The limit is somewhat below the number of bytes that may wait to be sent on a connection: an
+// answer that is longer could not be sent, and the script's sender would never learn the outcome.
 constexpr std::size_t kLongestArchive = xpc::Limits().replyQueue - (std::size_t{64} << 10U);
 constexpr std::size_t kLongestErrorText = std::size_t{1} << 20U;
 
-// What a script holds may be in the error that it ends with. Domain, code and beginning stay.
+// The error that a script ends with may hold parts of the script. Domain, code and beginning stay.
 Error shortened(const Error& error) {
     const std::string text = error.localizedDescription();
     const std::string_view begin = std::string_view(text).substr(0, kLongestErrorText);
@@ -28,7 +28,7 @@ Error shortened(const Error& error) {
                                               begin.substr(0, validUTF8Length(begin))));
 }
 
-// Nothing where even that cannot be archived.
+// Returns nothing where even that cannot be archived.
 Value replyOf(const Value& result) {
     auto archive = KeyedArchiver::archivedDataWithRootObject(result);
     const Value* error = result.find("error");

@@ -26,7 +26,7 @@ inline constexpr std::string_view kExecuteScriptType = "executeQVCatalogScript";
 /// when the last client that sent a script has ended. Everything runs on the main queue.
 class HelperService {
 public:
-    /// As Admission takes them. Queue and verification must live as long.
+    /// The parameters are those of Admission. Queue and verification must live as long.
     HelperService(xpc::MainQueue& queue, ClientVerification& verification,
                   const Value& infoDictionary, std::string examinerPath, Admission::Charge charge);
 
@@ -64,9 +64,8 @@ private:
     std::int64_t activeClientCount = 0;   // counted messages whose sender has not been seen to end
 };
 
-/// Parses and replays a request's "data" on behalf of its sender; what it gives is what "replyData"
-/// archives. Takes any bytes; never throws.
-/// `record`, when given, is told of the run and its end.
+/// Parses and replays a request's "data" on behalf of its sender; "replyData" archives its result.
+/// Takes any bytes; never throws. `record`, when given, is told of the run and its end.
 [[nodiscard]] Value executeScriptData(std::string_view data,
                                       const ProcessIdentity::Shared& requester,
                                       const PlatformServices& services,

@@ -12,7 +12,7 @@ namespace {
 constexpr std::chrono::milliseconds kTurn(2);
 constexpr std::chrono::milliseconds kPause(50);
 constexpr std::chrono::seconds kLongestBusy(5);
-// At the end, when others may wait for the service to start again.
+// The pause at the end, when others may wait for the service to start again.
 constexpr std::chrono::milliseconds kLastPause(2);
 constexpr int kLastAttempts = 25; // in a row that got nothing written
 constexpr std::chrono::seconds kLongestFinish(10);

@@ -18,7 +18,7 @@ struct Outcome {
     Error error;
 };
 
-// By identity: a list may hold equal steps.
+// Finds the step by identity: a list may hold equal steps.
 std::int64_t indexOfStep(const Value& steps, const Value* step) {
     if (step == nullptr || !steps.is(Value::Kind::array)) {
         return -1;

@@ -29,7 +29,7 @@ std::string examinerPath(std::string servicePath) {
 }
 
 // At a socket of the machine such a service would give root to everyone: it takes debuggable
-// programs, and whoever can write to its build folder is its authority.
+// programs, and every user who can write to its build folder is its authority.
 bool mayServe(const std::string& path) {
     const std::string_view folder = qv::configuration::kDevelopmentFolder;
     if (folder.empty() || qv::isSocketBelow(path, std::string(folder))) {
@@ -50,7 +50,7 @@ int failToListen() {
 
 } // namespace
 
-// No environment, no configuration: everything comes from the client's script.
+// The program uses no environment and no configuration: everything comes from the client's script.
 int main(int count, char** arguments) {
     if (qv::configuration::toldVersion("QVCatalogHelperXPC", count, arguments)) {
         return EXIT_SUCCESS;

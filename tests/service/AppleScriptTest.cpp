@@ -56,7 +56,7 @@ TEST_F(AppleScript, RunsItsCorpus) {
         SCOPED_TRACE(file.path().filename());
         const TemporaryDirectory here;
         const CorpusScript script = scriptIn(file.path(), here.path());
-        if (scripts % (isSanitized() ? 8 : 1) == 0) { // whose start takes long there
+        if (scripts % (isSanitized() ? 8 : 1) == 0) { // the sanitizer makes a start take long
             EXPECT_EQ(byCommand(script), script.expected);
         }
         const TemporaryDirectory there;
@@ -114,7 +114,8 @@ TEST_F(AppleScript, GivesCommandsAFreshStart) {
     }
 }
 
-// Whoever is ended while a command runs: only one whose script is killed goes on.
+// Ends the script's process or the service while a command runs: the command goes on only if its
+// script is killed.
 TEST_F(AppleScript, EndsItsCommandWithItself) {
     const struct {
         bool isService;

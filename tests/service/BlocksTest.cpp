@@ -1,5 +1,5 @@
-// Conditional blocks as a script's sender sees them: through the running service, by the notes that
-// they left in the file system.
+// Tests conditional blocks as a script's sender sees them: through the running service, by the
+// notes that they left in the file system.
 
 #include "service/ServiceTest.h"
 

@@ -1,4 +1,4 @@
-// How the service begins, counts its clients and ends.
+// The service's start, count of clients and end.
 
 #include "service/ServiceTest.h"
 #include "support/BuildFolder.h"
@@ -26,7 +26,7 @@ TEST(LifecycleWithoutListener, IsLoggedAndEndsWithStatus1) {
     }
 }
 
-// At a socket of the machine it would serve everybody, whatever way leads there.
+// A developer's build would serve everybody at a socket of the machine, whatever way leads there.
 TEST(LifecycleOfADevelopersBuild, RefusesASocketOutsideItsFolder) {
     const TemporaryDirectory outside;
     const TemporaryDirectory inside(built());
@@ -65,7 +65,7 @@ TEST_F(Lifecycle, EndsWithItsLastClient) {
     EXPECT_EQ(service_->waitForExit(), 0);
 }
 
-// It is the process that counts, not its connection.
+// The process counts, not its connection.
 TEST_F(Lifecycle, CountsAClientThatHasClosed) {
     ASSERT_TRUE(client_->execute(Value::array({})));
     EXPECT_EQ(client_->order("close"), "done");
@@ -109,7 +109,8 @@ TEST_F(Lifecycle, ForgetsClientsThatDieUnjudged) {
     EXPECT_TRUE(servesOthers());
 }
 
-// Without a watch the message cannot be taken back: the reply comes as usual and the service stays.
+// The message cannot be taken back if there is no watch: the reply comes as usual and the service
+// stays.
 TEST_F(Lifecycle, StaysWhenExitCannotBeWatched) {
     rlimit usual{};
     rlimit none{3, 0};

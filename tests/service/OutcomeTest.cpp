@@ -1,4 +1,4 @@
-// What a script's sender is answered, through the socket of the running service.
+// The answers to the sender of a script, through the socket of the running service.
 
 #include "platform/foundation/archive/KeyedUnarchiver.h"
 #include "service/ServiceTest.h"
@@ -30,7 +30,7 @@ TEST_F(Outcome, HoldsItsEntriesAndNoOther) {
     const Value done = resultOf(Value::dictionary({{"type", kType}, {"data", Value::data("()")}}));
     EXPECT_EQ(done, Value::dictionary(
                         {{"success", Value::boolean(true)}, {"errorScriptStepIndex", number(-1)}}));
-    EXPECT_TRUE(done.find("success")->is(Value::Kind::boolean)) << "a number is no boolean";
+    EXPECT_TRUE(done.find("success")->is(Value::Kind::boolean)) << "a number is not a boolean";
     const Value nothing = Value::dictionary(
         {{"success", Value::boolean(false)}, {"errorScriptStepIndex", number(-1)}});
     EXPECT_EQ(resultOf(Value::dictionary({{"type", kType}})), nothing);
@@ -93,7 +93,8 @@ TEST_F(Outcome, NamesFailedStepAndError) {
     }
 }
 
-// Longer than what may wait to be sent: the connection was closed, and nobody knew what was done.
+// An answer longer than the bytes that may wait to be sent once closed the connection, and nobody
+// knew the outcome.
 TEST_F(Outcome, ShortensLongErrors) {
     const std::string letters(std::size_t{20} << 20U, 'x');
     const auto outcome =
@@ -167,7 +168,7 @@ TEST_F(Outcome, DoesNotMultiplyWhatIsShared) {
     EXPECT_LT(service_->residentKilobytes(), before + 20'000);
 }
 
-// Nothing of it may pile up in the service, whose outputs the tool has inherited.
+// The output must not pile up in the service, whose outputs the tool has inherited.
 TEST_F(Outcome, LetsAToolPrintWithoutEnd) {
     constexpr std::uint64_t kBytes = 100'000'000;
     const std::size_t before = service_->residentKilobytes();

@@ -1,4 +1,4 @@
-// Units, a group, and the lists inside the service.
+// Tests units, a group, and the lists inside the service.
 
 #include "support/BuildFolder.h"
 #include "support/Transcript.h"

@@ -30,8 +30,7 @@ protected:
     }
 };
 
-// What an application that replaces itself does: the script goes on when it has quit, and then the
-// service leaves.
+// An application replaces itself: the script goes on when it has quit, and then the service leaves.
 TEST_F(Processes, ScriptsMayWaitForTheirSender) {
     const fs::path done = folder_ / "done";
     ASSERT_TRUE(client_->send(client_->scriptRequest(Value::array(

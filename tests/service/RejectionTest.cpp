@@ -51,7 +51,7 @@ TEST_F(Rejection, MeetsProgramsThatDoNotQualify) {
     expectRejected(changed, "-67061");
 }
 
-// What runs is judged, not what the path leads to by now.
+// The running program is judged, not the file at its path by now.
 TEST_F(Rejection, IgnoresGoodProgramInItsPlace) {
     const auto program = copyOf(Puppet::unsignedProgram(), "program");
     Puppet client(program);

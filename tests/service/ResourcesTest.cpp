@@ -1,4 +1,4 @@
-// After many clients the service holds as much as before.
+// The service holds as much after many clients as before.
 
 #include "service/ServiceTest.h"
 #include "support/BuildFolder.h"
@@ -47,7 +47,7 @@ TEST_F(Resources, OfServedConnectionsAreGivenBack) {
 
 TEST_F(Resources, OfServedProcessesAreGivenBack) {
     ASSERT_TRUE(client_->execute(Value::array({}))); // counted, so that the service stays
-    ASSERT_TRUE(servesOthers());                     // what the loop makes on first use, it keeps
+    ASSERT_TRUE(servesOthers());                     // the loop keeps what it makes on first use
     expectNothingKept([&] { ASSERT_TRUE(servesOthers()); });
 }
 

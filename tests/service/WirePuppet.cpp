@@ -16,7 +16,8 @@
 #include <optional>
 #include <sys/socket.h>
 
-// For tests that change a signed program: stands in the file as it is, whatever the compiler does.
+// A text for tests that change a signed program: it stands in the file as it is, whatever the
+// compiler does.
 [[gnu::used]] extern const volatile char kChangeable[] = "this text may be changed";
 
 namespace {

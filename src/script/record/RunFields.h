@@ -13,32 +13,34 @@ inline constexpr std::string_view kEnd = "run-end";
 
 inline constexpr std::string_view kRun = "QVCATALOG_RUN"; ///< in all: 16 hexadecimal digits
 
-// Of a run, at its begin and its end.
+// Fields of a run, at its begin and its end.
 inline constexpr std::string_view kClient = "QVCATALOG_CLIENT"; ///< an allowed one, or "built in"
-inline constexpr std::string_view kIdentifier = "QVCATALOG_IDENTIFIER"; ///< that it is signed with
+/// The identifier that it is signed with.
+inline constexpr std::string_view kIdentifier = "QVCATALOG_IDENTIFIER";
 inline constexpr std::string_view kTeam = "QVCATALOG_TEAM";
 inline constexpr std::string_view kCodeHash = "QVCATALOG_CDHASH"; ///< hexadecimal
 inline constexpr std::string_view kUser = "QVCATALOG_UID";        ///< of the client's process
 inline constexpr std::string_view kProcess = "QVCATALOG_PID";
 inline constexpr std::string_view kStepCount = "QVCATALOG_STEPS";
 
-// Of a run's end and of a step.
+// Fields of a run's end and of a step.
 inline constexpr std::string_view kOutcome = "QVCATALOG_OUTCOME"; ///< a step's: StepOutcome's names
 inline constexpr std::string_view kDuration = "QVCATALOG_DURATION_US";
 inline constexpr std::string_view kErrorDomain = "QVCATALOG_ERROR_DOMAIN";
 inline constexpr std::string_view kErrorCode = "QVCATALOG_ERROR_CODE";
 inline constexpr std::string_view kError = "QVCATALOG_ERROR"; ///< in words, unless it may be secret
-inline constexpr std::string_view kStep = "QVCATALOG_STEP";   ///< index; of an end: that failed
-inline constexpr std::string_view kLost = "QVCATALOG_LOST";   ///< of an end: steps without record
+/// The step's index; of an end: the index of the step that failed.
+inline constexpr std::string_view kStep = "QVCATALOG_STEP";
+inline constexpr std::string_view kLost = "QVCATALOG_LOST"; ///< of an end: steps without record
 
-// Of a step.
+// Fields of a step.
 inline constexpr std::string_view kOperation = "QVCATALOG_OPERATION"; ///< as people write it
 inline constexpr std::string_view kItem = "QVCATALOG_ITEM";           ///< path; one field for each
-inline constexpr std::string_view kText = "QVCATALOG_TEXT";           ///< how a person reads it
+inline constexpr std::string_view kText = "QVCATALOG_TEXT"; ///< the step as a person reads it
 inline constexpr std::string_view kRuleFault =
-    "QVCATALOG_RULE_FAULT";                                 ///< why its rule has no value
-inline constexpr std::string_view kRule = "QVCATALOG_RULE"; ///< that rule
+    "QVCATALOG_RULE_FAULT"; ///< the reason why its rule has no value
+inline constexpr std::string_view kRule = "QVCATALOG_RULE"; ///< the text of that rule
 inline constexpr std::string_view kValue =
-    "QVCATALOG_VALUE"; ///< what may be secret, see StepDetails
+    "QVCATALOG_VALUE"; ///< a value that may be secret, see StepDetails
 
 } // namespace qv::run_field

@@ -15,10 +15,10 @@ namespace {
 
 constexpr std::size_t kMostReserved = std::size_t{1} << 16U;
 constexpr std::int64_t kShareOfWriting = 100; // one part in so many of the run's time
-// And so much at once: the first steps stand in the record before a long one begins.
+// The head start has the first steps stand in the record before a long one begins.
 constexpr std::chrono::microseconds kHeadStart(500);
 
-// Only a name: that two runs have the same is unlikely enough.
+// The ID is only a name; two equal ones are unlikely enough.
 std::string newRunID() {
     std::uint64_t bits = 0;
     if (::getrandom(&bits, sizeof bits, 0) != static_cast<ssize_t>(sizeof bits)) {
@@ -62,7 +62,8 @@ void RunRecord::begin(const Value& steps) {
     steps_ = steps;
     count_ = steps.is(Value::Kind::array) ? steps.asArray().size() : 0;
     pending_.reserve(std::min(count_, kMostReserved));
-    if (count_ > 0) { // else it has ended before anybody reads that it began; the end says all
+    // Otherwise the run has ended before anybody reads its beginning; the end says all.
+    if (count_ > 0) {
         log::Record record = newRecord(
             run_field::kBegin, fmt::format("{} step{} of client {} ({}), user {}, process {}",
                                            count_, count_ == 1 ? "" : "s", client_.name,

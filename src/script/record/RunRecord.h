@@ -12,10 +12,10 @@
 
 namespace qv {
 
-/// On whose behalf a script runs.
+/// The client on whose behalf a script runs.
 struct RunClient {
     std::string name;       ///< of the allowed client, or "built in"
-    std::string identifier; ///< that its program is signed with
+    std::string identifier; ///< the identifier that its program is signed with
     std::string team;
     std::string codeHash; ///< of its code directory, hexadecimal
     std::uint64_t user = 0;
@@ -31,13 +31,13 @@ class RunRecord final : public StepObserver {
 public:
     using Clock = std::chrono::steady_clock;
 
-    /// `sink` must live as long.
+    /// `sink` must live as long as the record.
     RunRecord(log::RecordSink& sink, RunClient client, SecretValues secrets);
 
     /// Writes that the run of these steps begins, if there are any.
     void begin(const Value& steps);
     void stepEnded(const Result& result) override;
-    /// How it ended; nothing is written yet. `failedStep`: -1 for none.
+    /// Notes the outcome; nothing is written yet. `failedStep`: -1 for none.
     void end(bool success, std::int64_t failedStep, const Error& error);
 
     enum class Written : std::uint8_t { all, some, nothing };
@@ -60,7 +60,7 @@ private:
     void addClient(log::Record& record) const;
     [[nodiscard]] log::Record recordOf(const Step& step) const;
     [[nodiscard]] log::Record recordOfEnd() const;
-    /// False: the receiver is busy.
+    /// Returns false if the receiver is busy.
     bool write(const log::Record& record);
 
     log::RecordSink& sink_;

@@ -9,8 +9,8 @@
 
 namespace qv {
 
-/// What becomes in records of values that may be secret: a tool's arguments, a preference's value,
-/// an AppleScript.
+/// The form in records of values that may be secret: a tool's arguments, a preference's value, an
+/// AppleScript.
 enum class SecretValues : std::uint8_t {
     digested, ///< their length, and the SHA-256 of their description
     written,  ///< as they are, for the administrator who asked for it
