@@ -47,7 +47,7 @@ OptionDescription describedOption(const CLI::Option& option) {
 
 bool isHidden(const CLI::App& command) { return command.get_group().empty(); }
 
-// "qvcatalog trust list": a command with those that it stands in.
+// A command with those that it stands in, "qvcatalog trust list".
 std::string fullName(const CLI::App& command) {
     const CLI::App* parent = command.get_parent();
     return (parent == nullptr ? "" : fullName(*parent) + " ") + command.get_name();
@@ -67,8 +67,8 @@ std::string listing(const CLI::App& parent) {
     return lines;
 }
 
-// What is wrong with the words of a command line: the first unknown one, if there is one. `place`
-// is the innermost command that they name.
+// The fault in the words of a command line: the first unknown one, if there is one. `place` is the
+// innermost command that they name.
 std::string usageFault(const CLI::App& place, const std::vector<std::string>& unknown,
                        const CLI::ParseError& error) {
     const std::string name = place.get_parent() == nullptr ? "" : fullName(place).substr(10) + ": ";
@@ -92,7 +92,7 @@ std::string usageFault(const CLI::App& place, const std::vector<std::string>& un
         }
     }
     const std::vector<std::string> similar = similarNames(word, known);
-    if (similar == std::vector{word}) { // of the command, given to the group that it is in
+    if (similar == std::vector{word}) { // a word of the command was given to its group
         return fmt::format("{}{} must come after the name of the command", name, word);
     }
     return fmt::format("{}unknown {} \"{}\"{}", name, kind, word,

@@ -29,7 +29,7 @@ struct CommonOptions {
 /// `app`.
 void addAllCommands(CLI::App& app, Command& chosen, CommonOptions& common);
 
-// Those of the commands that work with the service, in ServiceCommandRows.cpp.
+// The rows of the commands that work with the service are in ServiceCommandRows.cpp.
 void addRun(CLI::App& command, Command& chosen);
 void addLog(CLI::App& command, Command& chosen);
 void addStatus(CLI::App& command, Command& chosen);

@@ -21,7 +21,7 @@ struct OptionDescription {
 struct CommandDescription {
     std::string name; ///< the last word of it
     std::string help;
-    std::string footer; ///< what is to be said after the options
+    std::string footer; ///< the text after the options
     std::vector<OptionDescription> options;
     std::vector<OptionDescription> arguments;
     std::vector<CommandDescription> commands; ///< of a group

@@ -15,7 +15,7 @@ ValueKind kindOf(const OptionDescription& option) {
     return option.value == "FOLDER" || option.value == "DIR" ? ValueKind::folder : ValueKind::other;
 }
 
-/// What the arguments of a command are completed with.
+/// The kind of value that completes the arguments of a command.
 ValueKind kindOfArguments(const CommandDescription& command) {
     for (const OptionDescription& argument : command.arguments) {
         if (kindOf(argument) != ValueKind::other) {

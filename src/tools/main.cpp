@@ -46,7 +46,7 @@ int report(const Result& result, bool json) {
 }
 
 // A file or socket must not take the number of a standard descriptor that the caller has closed:
-// what is printed would go there. In its place stands one that cannot be used either.
+// output would go there. In its place stands one that cannot be used either.
 void occupyClosedDescriptors() {
     for (int number = STDIN_FILENO; number <= STDERR_FILENO; ++number) {
         const int useless = number == STDIN_FILENO ? O_WRONLY : O_RDONLY;

@@ -15,7 +15,7 @@
 namespace qv::test {
 namespace {
 
-// What fields hold, what they should not, and what JSON does not have.
+// Values that fields hold, values that they should not, and values that JSON does not have.
 std::vector<Value> oddValues() {
     const auto text = [](std::string_view each) { return Value::string(each); };
     std::vector<Value> values = {Value(),
@@ -102,7 +102,7 @@ Value generatedScript() {
     return Value::array(std::move(steps));
 }
 
-// With the pairs of each step in the order of their keys.
+// The dumps with the pairs of each step in the order of their keys.
 std::vector<std::string> dumpsOf(const Value& steps) {
     std::vector<std::string> dumps;
     for (const Value& step : steps.asArray()) {

@@ -43,7 +43,7 @@ protected:
             server_->wait();
         }
         EXPECT_TRUE(comesTrue([&] { return editor() == 0; })) << "it outlives its display";
-        user_.reset(); // who must have no process
+        user_.reset(); // this user must have no process
         ServiceTest::TearDown();
     }
 
@@ -113,7 +113,7 @@ TEST_F(DesktopLaunch, UpdatesAnApplicationThatRuns) {
         tell application \"{0}\" to activate"; }} ))",
                                                     name, (folder_ / "home/pid").native()));
     EXPECT_EQ(update.status, -SIGKILL) << update.output << update.errors;
-    // One that goes on with the old file has a program that was deleted.
+    // An editor that goes on with the old file has a program that was deleted.
     ASSERT_TRUE(comesTrue([&] { return editor() != old && shows("(\"Editor\" \"XTerm\")"); }));
     struct stat info{};
     EXPECT_EQ(::stat(fmt::format("/proc/{}", editor()).c_str(), &info), 0);

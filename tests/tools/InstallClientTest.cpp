@@ -1,4 +1,4 @@
-// qvcatalog install-client on real programs, and against somebody who still holds the source.
+// Tests qvcatalog install-client on real programs, and against somebody who still holds the source.
 
 #include "codesign/ClientVerification.h"
 #include "codesign/QVCodeSignatureVerifier.h"
@@ -43,7 +43,7 @@ protected:
         EXPECT_EQ(info.st_nlink, 1U);
         EXPECT_TRUE(contentOf(file) == content) << "other bytes than those that were signed";
     }
-    // What the service's own code says of it, started by a user and connected.
+    // The verdict of the service's own code on a program that a user started, connected.
     static Error verdictOf(const fs::path& program) {
         const ClientProcess client(ClientProcess::Options::asNobody(program));
         GuestServices services(ClientVerification::configuration());
@@ -72,7 +72,7 @@ TEST_F(InstallClient, MakesAnAcceptedClient) {
     EXPECT_TRUE(Puppet(place_ / "puppet").connect(service.socketPath()));
 }
 
-// A writer who never rests: what is installed is what was judged, every time.
+// A writer who never rests: the installed bytes are the judged ones, every time.
 TEST_F(InstallClient, InstallsChangingSourcesWhole) {
     const fs::path source = signedProgram("source", {"--flags", "hard,kill"});
     const std::string content = contentOf(source);

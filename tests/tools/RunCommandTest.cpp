@@ -1,4 +1,4 @@
-// qvcatalog run, and the client in plain C, against the running service.
+// Tests qvcatalog run, and the client in plain C, against the running service.
 
 #include "platform/workspace/trash/TrashService.h"
 #include "service/ServiceTest.h"

@@ -1,4 +1,4 @@
-// qvcatalog sign and verify on real programs, with the anchors of this build.
+// Tests qvcatalog sign and verify on real programs, with the anchors of this build.
 
 #include "support/BuildFolder.h"
 #include "support/TestAuthority.h"

@@ -1,4 +1,4 @@
-// qvcatalog trust on the store of this build.
+// Tests qvcatalog trust on the store of this build.
 
 #include "client/AccessibilityTrust.h"
 #include "platform/accessibility/TrustStore.h"

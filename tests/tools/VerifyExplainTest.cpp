@@ -1,4 +1,5 @@
-// qvcatalog verify --explain: what a client's maker reads who was refused, or is about to be.
+// Tests qvcatalog verify --explain: the text for the maker of a client that was refused, or is
+// about to be.
 
 #include "platform/security/SignatureFixture.h"
 #include "platform/security/signature/SignatureTrailer.h"
@@ -29,7 +30,7 @@ protected:
 
 TEST_F(VerifyExplain, PrintsWhatItsTranscriptShows) { expectClientTranscript("explain"); }
 
-// Of files and of processes. `qvcatalog sign` would refuse the last row.
+// The test covers files and processes. `qvcatalog sign` would refuse the last row.
 TEST_F(VerifyExplain, TellsWhetherAnExpiryCounts) {
     struct Row {
         int lastDay;

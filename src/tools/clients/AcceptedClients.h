@@ -19,11 +19,11 @@ namespace qv::tools {
 struct AcceptedClients {
     static constexpr std::string_view kBuiltIn = "built in";
 
-    /// "built in" for the requirement that the service carries, which comes first; then those of
-    /// the files of allowed clients.
+    /// The names: "built in" for the requirement that the service carries, which comes first; then
+    /// those of the files of allowed clients.
     std::vector<std::string> names;
     std::vector<Requirement> requirements; ///< as many
-    std::string reason;                    ///< why none of the files counts; else empty
+    std::string reason;                    ///< the reason why none of the files counts; else empty
 };
 /// The error says that the requirement that this build carries does not compile.
 [[nodiscard]] tl::expected<AcceptedClients, RequirementError> acceptedClients(

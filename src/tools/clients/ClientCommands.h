@@ -45,7 +45,7 @@ struct ClientsOptions {
     std::string configuration;        ///< a folder like /etc/qvcatalog instead of it; empty: none
     bool json = false;
 };
-/// `failed` where the anchors or the allowed clients are at fault.
+/// Returns `failed` where the anchors or the allowed clients are at fault.
 Result clients(const ClientsOptions& options);
 
 struct RequirementOptions {

@@ -38,12 +38,12 @@ void clearRemedies(std::vector<FlagFinding>& flags, const SignatureFacts& signat
 
 } // namespace
 
-// Which of the clients the code is, or comes nearest to.
+// The index of the client that the code is, or comes nearest to.
 std::size_t ProgramJudge::clientOf(const StaticCode& code) const {
     return code.signatureIntact() ? nearestRequirement(clients_.requirements, code.facts()) : 0;
 }
 
-// As which client the service accepts the code, or which it comes nearest to.
+// Tells the client as which the service accepts the code, or which it comes nearest to.
 void ProgramJudge::tellClient(CodeReport& report, const StaticCode& code,
                               std::size_t client) const {
     const std::string& name = clients_.names[client];
@@ -104,7 +104,7 @@ Findings ProgramJudge::judge(pid_t process) {
     findings.report = reportGuest(**code, requirement, configuration_);
     clearRemedies(findings.report.flags, signature, countsAsDebuggable(signature, configuration_));
     tellClient(findings.report, (*code)->staticCode(), client);
-    std::uint32_t perhaps = (*code)->verdict().flags; // and what a connection may show
+    std::uint32_t perhaps = (*code)->verdict().flags; // and those that a connection may show
     for (const FlagFinding& flag : findings.report.flags) {
         perhaps |= flag.unseen ? flag.bit : 0;
     }
@@ -130,7 +130,8 @@ Findings ProgramJudge::judge(pid_t process) {
 }
 
 tl::expected<OpenProgram, Error> openProgram(const std::string& path) {
-    // Non-blocking, so that a FIFO does not keep us waiting; then only regular files go on.
+    // The file is opened non-blocking, so that a FIFO does not keep us waiting; then only regular
+    // files go on.
     OpenProgram program;
     program.descriptor = Descriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     program.file.path = path;

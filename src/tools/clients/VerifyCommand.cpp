@@ -95,7 +95,7 @@ void show(const Findings& findings, const VerifyOptions& options) {
     if (options.explain) {
         explain(findings.report);
     }
-    if (!findings.report.identity.empty()) { // nothing was found out about what is not there
+    if (!findings.report.identity.empty()) { // there are no facts about a missing program
         showLine("validity: " + validityOf(findings.report));
     }
     out.line(out.styled(findings.verdict, findings.accepted ? Style::good : Style::bad));

@@ -1,6 +1,6 @@
 // A rule names a device by its class and by what stays the same wherever it is plugged in: the
-// first of kIdentities of which it has all properties, else its name. As long as other devices are
-// alike, what they may differ in is added.
+// first of kIdentities of which it has all properties, else its name. Adds properties in which
+// devices may differ as long as other devices match.
 
 #include "tools/machine/DeviceRule.h"
 
@@ -46,7 +46,7 @@ struct Argument {
     [[nodiscard]] std::string text() const;
 };
 
-// As the scanner of calls reads it back.
+// The text as the scanner of calls reads it back.
 std::string protectedText(const std::string& text) {
     if (text.find_first_of("\\\"';)}=") == std::string::npos) {
         return text;
@@ -73,7 +73,7 @@ std::string Argument::text() const {
                                                                : value.asInteger()));
 }
 
-// None for a value that a rule cannot hold, or not on one line.
+// Returns none for a value that a rule cannot hold, or not on one line.
 std::optional<Argument> argumentFor(std::string_view key, const Value& value) {
     const bool isText = value.is(Value::Kind::string);
     if (!isText && !value.is(Value::Kind::integer) && !value.is(Value::Kind::boolean)) {

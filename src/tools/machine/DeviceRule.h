@@ -9,10 +9,10 @@
 
 namespace qv::tools {
 
-/// How a rule asks for a device.
+/// A rule that asks for a device.
 struct DeviceRule {
     std::string text; ///< true while the device is there
-    /// For how many devices of this machine it is true.
+    /// The number of devices of this machine for which it is true.
     std::size_t devices = 0;
     /// Each argument of "iokit" that holds for the device: "matchStrBSD Name=eth0".
     std::vector<std::string> arguments;

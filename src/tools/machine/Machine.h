@@ -20,13 +20,13 @@ namespace qv::tools {
 /// it lives, it is that of the whole process.
 class Machine {
 public:
-    /// `root`: the folder; empty for this machine. Fails with the reason if there is no such
+    /// `root` is the folder; empty for this machine. Fails with the reason if there is no such
     /// folder.
     [[nodiscard]] static tl::expected<std::unique_ptr<Machine>, Failure>
     below(const std::string& root);
 
     [[nodiscard]] const RuleServices::Shared& services() const noexcept { return services_; }
-    /// Those that rules find.
+    /// The applications that rules find.
     [[nodiscard]] std::vector<InstalledApplication> applications() const;
 
 private:

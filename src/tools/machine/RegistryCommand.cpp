@@ -29,7 +29,7 @@ void printProperties(const NamedValues& properties, const std::string& margin) {
     }
 }
 
-// In the tree its label, by itself its path.
+// Prints a device by its label in the tree, by its path alone.
 void printDevice(const QVIOService& service, const RegistryOptions& options,
                  std::optional<std::size_t> level) {
     Terminal& out = Terminal::standardOutput();
@@ -228,7 +228,8 @@ tl::expected<DeviceFilter, Failure> filterFrom(const RegistryOptions& options) {
     return filter;
 }
 
-// Nothing if the plane is the one that has devices, else why there is nothing to show.
+// Returns nothing if the plane is the one that has devices, else the reason why there is nothing to
+// show.
 std::optional<Failure> planeFault(const std::string& plane) {
     const io_registry_entry_t root = IORegistryGetRootEntry(kIOMainPortDefault);
     io_iterator_t iterator = 0;

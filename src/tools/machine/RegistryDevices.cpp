@@ -64,7 +64,7 @@ std::optional<std::string> kernelPath(const std::string& text, const std::string
                : std::nullopt;
 }
 
-// What a person means, by the first reading that some device answers to.
+// The devices that a person means, by the first reading that some device answers to.
 QVIOService::Services devicesMeant(const std::string& text, const std::string& sysfs) {
     if (text.starts_with(kIOServicePlane)) {
         const io_service_t entry = IORegistryEntryFromPath(kIOMainPortDefault, text);
@@ -98,7 +98,7 @@ QVIOService::Services devicesMeant(const std::string& text, const std::string& s
     return found.empty() ? servicesMatching(IOServiceNameMatching(name)) : found;
 }
 
-// ": did you mean A or B?", or nothing.
+// The text ": did you mean A or B?", or nothing.
 std::string suggestion(const std::string& word, const std::set<std::string>& known) {
     const auto similar = similarNames(word, {known.begin(), known.end()});
     return similar.empty() ? std::string()

@@ -18,7 +18,7 @@ namespace qv::tools {
 
 using NamedValues = std::vector<std::pair<std::string, Value>>;
 
-/// Which devices are shown.
+/// The devices that are shown.
 struct DeviceFilter {
     std::string className; ///< empty: any
     /// A property that it has, and if given the value as a person writes it.
@@ -32,12 +32,12 @@ struct DeviceFilter {
 [[nodiscard]] std::string labelOf(const QVIOService& service);
 [[nodiscard]] std::string classOf(const QVIOService& service);
 
-/// Name, class, path, entry ID and the entry ID of the parent; the properties too if told so.
+/// The name, class, path, entry ID and the entry ID of the parent; the properties too if told so.
 [[nodiscard]] Value deviceAsValue(const QVIOService& service, bool withProperties);
 
 /// A value on one line: a string in quotes, so that it differs from a number.
 [[nodiscard]] std::string valueText(const Value& value);
-/// By their names.
+/// The properties by their names.
 [[nodiscard]] NamedValues sortedProperties(const QVIOService& service);
 
 /// Calls for every device from the top, a parent before its children, until false is returned.
@@ -48,7 +48,7 @@ void visitDevices(const std::function<bool(QVIOService& service, std::size_t lev
 [[nodiscard]] tl::expected<std::shared_ptr<QVIOService>, Failure>
 deviceFor(const std::string& text, const std::string& sysfs);
 
-/// Why nothing is shown: names like a class that no device has.
+/// The failure when nothing is shown: it names similar classes that devices have.
 [[nodiscard]] tl::unexpected<Failure> nothingFound(const DeviceFilter& filter);
 
 } // namespace qv::tools

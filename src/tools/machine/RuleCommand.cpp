@@ -42,7 +42,7 @@ std::optional<double> numberFrom(std::string_view text) {
                                                                     : std::nullopt;
 }
 
-// What a person means by the text behind "NAME=".
+// The value that a person means by the text behind "NAME=".
 Value valueFrom(std::string_view text) {
     if (text == "true" || text == "false") {
         return Value::boolean(text == "true");
@@ -112,7 +112,7 @@ std::string shown(const std::optional<Value>& value) {
     return value ? onOneLine(description(*value)) : "no value";
 }
 
-// What became of a part: "true", "not evaluated", "5 (last of 3)".
+// The outcome of a part: "true", "not evaluated", "5 (last of 3)".
 std::string outcomeOf(const PredicatePart& part) {
     constexpr std::size_t kMostShown = 100; // bytes: a list that a rule makes can be very long
     if (part.evaluations == 0) {

@@ -10,8 +10,8 @@ namespace qv::tools {
 
 class Terminal;
 
-/// "FILE:LINE:COLUMN: error: step 3 (changeMode): REASON [RULE]"; line and column are left out
-/// where the place is not known.
+/// The text "FILE:LINE:COLUMN: error: step 3 (changeMode): REASON [RULE]"; line and column are left
+/// out where the place is not known.
 [[nodiscard]] std::string findingText(const ScriptSource& source, const Finding& finding);
 
 /// The same as an array of dictionaries, for programs.
@@ -20,7 +20,7 @@ class Terminal;
 /// Findings with the parts of rules that they mean, and what to do; of each rule the first hundred.
 void showFindings(const ScriptSource& source, std::span<const Finding> findings, Terminal& out);
 
-/// "2 errors and 1 warning".
+/// The text "2 errors and 1 warning".
 [[nodiscard]] std::string countText(std::size_t errors, std::size_t warnings);
 
 /// The answer of a command to a script that cannot be built: the faults on standard error, or with

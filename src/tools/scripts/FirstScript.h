@@ -6,7 +6,7 @@ namespace qv::tools {
 
 /// The text of examples/first-script.json.
 extern const std::string_view kFirstScript;
-/// That of examples/demo.json, in the folder kDemoFolder.
+/// The script of examples/demo.json, in the folder kDemoFolder.
 extern const std::string_view kDemoScript;
 inline constexpr std::string_view kDemoFolder = "/opt/qvcatalog-demo";
 

@@ -28,7 +28,7 @@ std::string firstScript() {
     return text;
 }
 
-// 0 or the errno; what fails leaves no file.
+// 0 or the errno; a failure leaves no file.
 int writeNewFile(const std::string& file, std::string_view text) {
     const Descriptor opened(::open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
     if (!opened) {

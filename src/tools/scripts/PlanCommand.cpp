@@ -191,7 +191,7 @@ Value planValue(const Plan& plan, const Value& steps) {
     return withFormat(std::move(pairs));
 }
 
-// What stands behind the text of a step.
+// The remark behind the text of a step.
 std::string remarkOn(const PlannedStep& line) {
     std::string remark(outcomeName(line));
     if (line.holds) {

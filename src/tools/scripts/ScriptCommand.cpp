@@ -20,7 +20,7 @@ struct SourcePlace {
     std::size_t column = 0; ///< in characters
 };
 
-// `source`: with line ends of any kind.
+// `source` may have line ends of any kind.
 SourcePlace placeOf(std::string_view source, const std::optional<Range>& range) {
     if (!range) {
         return {};
@@ -66,7 +66,7 @@ ExitStatus showError(const ScriptOptions& options, std::string source,
     complain(fmt::format("{}: {} ({})", where, onOneLine(message), error.number));
     if (place.line != 0) {
         std::ranges::replace(source, '\r', '\n');
-        std::ranges::replace(source, '\t', ' '); // as wide as its mark takes it for
+        std::ranges::replace(source, '\t', ' '); // the mark counts a tab as one column
         complainAtPlace(source, place.offset);
     }
     return ExitStatus::failed;

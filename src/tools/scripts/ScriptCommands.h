@@ -29,7 +29,7 @@ Result show(const ShowOptions& options);
 /// Prints the JSON Schema of scripts.
 
 Result schema();
-/// Where an installation has it.
+/// The URL of the schema in an installation.
 std::string schemaURL();
 
 struct NewOptions {

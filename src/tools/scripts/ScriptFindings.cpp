@@ -71,7 +71,7 @@ ScriptFindings findingsOf(const ScriptSource& source,
         }
     }
     for (Finding& finding : lint(source.steps, {.asksMachine = true})) {
-        // What could not be built of a step is missing in it.
+        // A part of a step that could not be built is missing in it.
         const bool isTold = finding.step && faulty.contains(*finding.step) &&
                             finding.rule.starts_with("missing-") && finding.rule != "missing-tool";
         if (!isTold) {

@@ -18,7 +18,7 @@ struct ScriptFindings {
     std::size_t allowed = 0;
 };
 
-/// `allowedRules`: names of checks whose findings do not count. Looks for tools and users on this
+/// `allowedRules` names checks whose findings do not count. Looks for tools and users on this
 /// machine.
 [[nodiscard]] ScriptFindings findingsOf(const ScriptSource& source,
                                         const std::vector<std::string>& allowedRules = {});

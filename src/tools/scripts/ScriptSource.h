@@ -27,19 +27,19 @@ struct ScriptText;
 struct ScriptSource {
     std::string file; ///< as messages name it
     std::string content;
-    /// The exact steps, one for each that the file holds, so that indexes agree; what could not be
-    /// built of a step is missing in it, and among the faults.
+    /// The exact steps, one for each that the file holds, so that indexes agree; a part of a step
+    /// that could not be built is missing in it, and is among the faults.
     Value steps;
     /// Mistakes that keep steps from being built: the script must not be sent. Those of severity
     /// warning, comments that allow a finding without a reason, do not keep it.
     std::vector<Finding> faults;
     /// `content` is a property list of the steps as they stand, or of something else than a script.
     bool isExact = false;
-    bool isOldStyle = false;                ///< which has texts for numbers
+    bool isOldStyle = false;                ///< an old-style list, which has texts for numbers
     std::shared_ptr<const ScriptText> text; ///< null: a binary list, or not in UTF-8
 
     [[nodiscard]] bool canBeSent() const;
-    /// Where a finding stands, under its key as written or as the exact step names it; none in a
+    /// The place of a finding, under its key as written or as the exact step names it; none in a
     /// binary list and in text of another encoding than UTF-8.
     [[nodiscard]] std::optional<TextPosition> positionOf(const Finding& finding) const;
     /// The reason for which a comment of the file allows a finding; none if it does not.

@@ -64,7 +64,7 @@ std::string stepLines(const Value& step, std::size_t indent) {
         indent, "{}");
 }
 
-/// How deep in blocks each step stands. A few levels are enough to see by.
+/// The depth in blocks at which each step stands. A few levels are enough to see by.
 class BlockDepth {
 public:
     std::size_t of(const Value& step) {

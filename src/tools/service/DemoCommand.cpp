@@ -75,7 +75,7 @@ std::string demoScript(const std::string& folder) {
     return text.substr(text.find('\n') + 1); // its first line is for readers of the example
 }
 
-// 0 or the errno.
+// Returns 0 or the errno.
 int writeScript(const std::string& file, std::string_view text) {
     const Descriptor opened(::open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
     return opened ? writeAll(opened.get(), text) : errno;

@@ -61,7 +61,8 @@ std::vector<std::string> socketPaths() {
     return {service, examiner};
 }
 
-// Nobody listens there in this network namespace; sockets in files are reached from all of them.
+// No process listens there in this network namespace; sockets in files are reached from all of
+// them.
 Diagnosis diagnosisOfSilent(const std::string& path) {
     const auto bound = isBoundAt(path);
     if (!bound) {

@@ -17,7 +17,7 @@ namespace qv::tools {
 
 namespace {
 
-// "2026-11-22", "2026-11-22 14:30" on the local clock, or how long ago: "90m", "12h", "7d".
+// Reads "2026-11-22", "2026-11-22 14:30" on the local clock, or a time ago: "90m", "12h", "7d".
 std::optional<std::uint64_t> momentFrom(const std::string& text) {
     std::uint64_t count = 0;
     const char* end = text.data() + text.size();

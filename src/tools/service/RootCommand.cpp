@@ -17,8 +17,9 @@ namespace qv::tools {
 
 namespace {
 
-// Where the kernel gives nobody the mark, under a tracer for example, the copy would start itself
-// for ever; the service tells what is amiss.
+// Returns true if this process runs root's copy, which must not start itself again: it would do so
+// for ever where the kernel gives nobody the mark, under a tracer for example. The service tells
+// what is amiss.
 bool isRootCommand(const std::string& path) {
     const Descriptor own = openOwnProgram();
     const Descriptor copy(::open(path.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
@@ -33,8 +34,8 @@ std::optional<Failure> becomeAcceptedClient() {
         ClientVerification::configuration().clientGroup == ::getegid()) {
         return std::nullopt;
     }
-    // Executing closes all that this process has opened, and a standard descriptor that the caller
-    // has closed is occupied again.
+    // The execution closes all descriptors that this process has opened, and a standard descriptor
+    // that the caller has closed is occupied again.
     const int error = executeInstead(program);
     return Failure{ExitStatus::notAuthorised,
                    error == ENOENT ? "the service does not accept this program; as root, run "

@@ -59,7 +59,7 @@ void showCauses(Error error) {
     }
 }
 
-// Where a step stands in the script's file.
+// The place of a step in the script's file.
 std::optional<TextPosition> placeOf(const ScriptSource& script, std::size_t step) {
     Finding finding;
     finding.step = step;
@@ -161,7 +161,7 @@ void printOutcome(const ScriptOutcome& outcome, const ScriptSource& script,
     printRecord("outcome", std::move(pairs));
 }
 
-// Nobody listens at the socket: what the caller can do about it.
+// The remedy when nobody listens at the socket.
 std::string remedyFor(const std::string& socketPath) {
     if (socketPath != QVCatalogHelperClient::defaultSocketPath()) {
         return fmt::format("; without --socket it is looked for at {}",
@@ -311,7 +311,7 @@ Result send(const RunOptions& options, const ScriptSource& script, const std::st
 } // namespace
 
 Result run(const RunOptions& options) {
-    // May execute another program, so nothing is printed before.
+    // The call may execute another program, so nothing is printed before.
     std::optional<Failure> refusal =
         mayRun()
             ? becomeAcceptedClient()

@@ -28,8 +28,8 @@ std::vector<std::string> valuesOf(const JournalEntry& entry, std::string_view na
     return values;
 }
 
-// Of root's processes. The journal finds out the unit when it takes the record, and no more once
-// the service has ended.
+// Returns true for a record of the service among those of root's processes. The journal finds out
+// the unit when it takes the record, and no more once the service has ended.
 bool isOfService(const JournalEntry& entry) {
     const std::string_view unit = entry["_SYSTEMD_UNIT"];
     return configuration::kIsDevelopment || unit.empty() ||

@@ -16,11 +16,12 @@ namespace qv::tools {
 /// A step as the journal tells of it.
 struct StepEntry {
     std::size_t index = 0;
-    std::string outcome; ///< as StepOutcome is called
+    std::string outcome; ///< the name of a StepOutcome
     std::string operation;
     std::string text;
     std::vector<std::string> items;
-    std::vector<std::string> values; ///< what may be secret: length and digest, or as it is
+    /// Values that may be secret: length and digest, or as they are.
+    std::vector<std::string> values;
     std::uint64_t microseconds = 0;
     std::string errorDomain; ///< empty: it did not fail
     std::string errorCode;
@@ -59,7 +60,7 @@ class RunHistory {
 public:
     enum class Steps : std::uint8_t { with, without };
 
-    /// `folder`: of journal files; empty for this machine's.
+    /// `folder` holds journal files; empty for this machine's.
     [[nodiscard]] static tl::expected<RunHistory, Error> open(const std::string& folder,
                                                               Steps steps);
 

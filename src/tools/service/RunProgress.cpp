@@ -21,7 +21,7 @@ using std::chrono::milliseconds;
 
 // The journal tells of new records late, so it is asked; after the reply the rest comes soon.
 constexpr milliseconds kPauseWhileRunning(100);
-constexpr milliseconds kPauseAfterReply(1); // and behind a record
+constexpr milliseconds kPauseAfterReply(1); // the pause behind a record as well
 constexpr milliseconds kLongestRest(2000);  // since the last record
 constexpr std::chrono::seconds kBetweenLines(1);
 // A watch shows when the journal begins a new file. Closing it takes the kernel some 15 ms, so a
@@ -37,7 +37,7 @@ bool isLeaf(const Value& step) {
 
 bool isContinuation(char byte) { return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U; }
 
-// As much of a text as fits into so many columns, a character a column.
+// The part of a text that fits into so many columns, a character a column.
 std::string fitted(const std::string& text, std::size_t columns) {
     std::size_t end = 0;
     for (std::size_t shown = 0; end < text.size(); ++end) {
@@ -82,7 +82,7 @@ std::optional<RunEntry> RunProgress::end(Phase phase) {
 }
 
 void RunProgress::follow() {
-    // Without a receiver nothing is recorded, so nothing is waited for.
+    // Nothing is recorded if there is no receiver, so nothing is waited for.
     if (auto history =
             hasJournal() ? RunHistory::open({}, RunHistory::Steps::with) : tl::unexpected(Error());
         history && !history->followFrom(begin_)) {
@@ -185,7 +185,7 @@ void RunProgress::drawBar(std::size_t frame) {
     } else {
         line = fmt::format("{} running the script, {} s", kTurns[frame % kTurns.size()], seconds);
     }
-    // Without the terminal's line wrap: a character may be two columns wide.
+    // The terminal's line wrap is off: a character may be two columns wide.
     out.write("\r\x1b[K\x1b[?7l" + fitted(out.styled(line, Terminal::Style::plain), columns - 1) +
               "\x1b[?7h");
     isDrawn_ = true;

@@ -14,8 +14,8 @@ namespace qv::tools {
 
 /// Follows the run that this process asks for, in the service's record of it, and shows how far it
 /// is: on standard error a bar of the leaf steps where that is a terminal, else a line now and
-/// then; or on standard output each step as a line of JSON. Where there is no record it shows that
-/// the run goes on.
+/// then; or on standard output each step as a line of JSON. Without a record it shows that the run
+/// goes on.
 class RunProgress {
 public:
     enum class Manner : std::uint8_t { forPeople, json, silent };
@@ -59,7 +59,7 @@ private:
     Clock::time_point start_ = Clock::now();
     std::vector<bool> leaves_; // by index: not the begin or end of a block
     std::size_t leafCount_ = 0;
-    // Of the thread.
+    // The history that the thread reads.
     std::optional<RunHistory> history_;
     RunEntry* run_ = nullptr; // null before its begin is seen
     std::size_t stepsTaken_ = 0;
@@ -70,7 +70,7 @@ private:
     Clock::time_point lastDrawn_;
     bool isDrawn_ = false;
 
-    std::mutex mutex_; // of what follows
+    std::mutex mutex_; // guards the members below
     std::condition_variable changed_;
     Phase phase_ = Phase::running;
     std::thread thread_;

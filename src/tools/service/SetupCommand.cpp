@@ -68,7 +68,7 @@ Result removeOwn(const SetupOptions& options, const OwnClient& own, std::string_
 Result refuse(const SetupOptions& options, const OwnClient& own) {
     const std::string path = refusalPath();
     if (!options.byPackage) {
-        // First, so that no upgrade brings back what is being taken away.
+        // The file is made first, so that no upgrade brings back what is being taken away.
         const Descriptor file(
             ::open(path.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0644));
         if (!file) {

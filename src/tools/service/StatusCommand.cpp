@@ -54,7 +54,7 @@ void showUnderWay(const RunEntry& run) {
                                run.stepCount, log::foreign(run.steps.back().text)));
 }
 
-// Those that are connected to the service, but for the clients of the runs.
+// The clients that are connected to the service, but for those of the runs.
 tl::expected<ListeningSocket, Error> otherClients(const std::vector<RunEntry>& runs) {
     const std::string path(configuration::kSocketPath);
     auto socket = listeningSocketAt(path);

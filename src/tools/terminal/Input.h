@@ -11,7 +11,8 @@
 
 namespace qv::tools {
 
-/// All bytes of a file, or of standard input for "-". At most 1 GiB. Errors: NSPOSIXErrorDomain.
+/// Reads all bytes of a file, or of standard input for "-". At most 1 GiB. Errors:
+/// NSPOSIXErrorDomain.
 [[nodiscard]] tl::expected<std::string, Error> readInput(const std::string& file);
 
 /// The same of what is open.
@@ -29,11 +30,10 @@ struct ListInput {
 /// The same of the content of a file that was read.
 [[nodiscard]] tl::expected<ListInput, Failure> listIn(const std::string& file, std::string content);
 
-/// Why something failed: what NSDebugDescription says, else the error's own text.
+/// The reason of an error: its NSDebugDescription, else its own text.
 [[nodiscard]] std::string reasonOf(const Error& error);
 
-/// What signing or installing a program has failed with: ExitStatus::usage for a file that is not
-/// there.
+/// The failure of signing or installing a program: ExitStatus::usage for a file that is not there.
 [[nodiscard]] tl::unexpected<Failure> signingFailure(const Error& error);
 
 /// A file's name, "-" for standard input, and why it cannot be used.

@@ -208,7 +208,7 @@ bool ValueMaker::end_object() {
     return close(std::move(dictionary));
 }
 
-// Where a key stands for the second time in the object that begins at an offset.
+// The second place of a key in the object that begins at an offset.
 std::size_t ValueMaker::secondPlaceOf(std::string_view name, std::size_t begin) const {
     TextEvents events(text_, TextNotation::json, begin);
     std::size_t depth = 0;
@@ -233,8 +233,8 @@ std::size_t ValueMaker::secondPlaceOf(std::string_view name, std::size_t begin) 
     return begin;
 }
 
-// "[json.exception...] parse error at line 1, column 2: syntax error while parsing value -
-// unexpected ']'; expected ...; last read: ...": what is between.
+// The reason in "[json.exception...] parse error at line 1, column 2: syntax error while parsing
+// value - unexpected ']'; expected ...; last read: ...".
 std::string reasonIn(std::string_view message) {
     for (const std::string_view begin : {"] ", "parse error", ": ", " - "}) {
         const std::size_t found = message.find(begin);

@@ -10,7 +10,7 @@
 
 namespace qv::tools {
 
-/// Why a text is not JSON.
+/// The reason why a text is not JSON.
 struct JsonFault {
     std::size_t offset; ///< in bytes, at or behind the fault's begin
     std::string reason; ///< a sentence without its full stop

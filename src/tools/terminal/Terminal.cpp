@@ -18,7 +18,7 @@ namespace {
 
 constexpr std::size_t kLongestLine = 4096;
 
-// Asked once, before any thread is started.
+// The variable is asked for once, before any thread is started.
 bool hasVariable(const char* name) {
     const char* value = std::getenv(name); // NOLINT(concurrency-mt-unsafe): single-threaded here
     return value != nullptr && *value != '\0';

@@ -7,7 +7,7 @@
 
 namespace qv::tools {
 
-/// How a person wants it, for both streams.
+/// The appearance that a person wants, for both streams.
 struct Appearance {
     enum class Colours : unsigned char { automatic, always, never };
     Colours colours = Colours::automatic; ///< on a terminal, but for NO_COLOR and TERM=dumb
@@ -20,13 +20,13 @@ public:
     enum class Style : unsigned char { plain, good, bad, faint, strong };
     static Terminal& standardOutput();
     static Terminal& standardError();
-    /// Before anything is printed.
+    /// Has to be called before anything is printed.
     static void setAppearance(const Appearance& appearance);
 
     /// A text in a style, or as it is where there are no colours. Control characters are shown as
     /// \xNN, so that nothing foreign steers the terminal.
     [[nodiscard]] std::string styled(std::string_view text, Style style) const;
-    /// One line.
+    /// Prints one line.
     void line(std::string_view text);
     /// A text as it is.
     void write(std::string_view text);
@@ -34,7 +34,7 @@ public:
     [[nodiscard]] int error() const noexcept { return error_; }
     [[nodiscard]] bool isInteractive() const noexcept { return interactive_; }
     [[nodiscard]] bool isQuiet() const noexcept { return quiet_; }
-    /// How wide the terminal is; 80 if it does not tell.
+    /// The width of the terminal; 80 if it does not tell.
     [[nodiscard]] std::size_t columns() const noexcept;
 
 private:
@@ -69,7 +69,7 @@ private:
 /// lines.
 [[nodiscard]] std::string onOneLine(std::string_view text);
 
-/// One line on standard error: "qvcatalog: TEXT".
+/// Prints one line on standard error: "qvcatalog: TEXT".
 void complain(std::string_view text);
 /// The same of what is not a failure.
 void remark(std::string_view text);
