@@ -1,4 +1,4 @@
-# What a builder may choose, and the compiler settings that every target shares.
+# The options of a build, and the compiler settings that every target shares.
 
 option(QV_TESTS "Build the tests" ON)
 option(QV_BENCH "Build the benchmarks" OFF)
@@ -38,7 +38,7 @@ set(QV_JOURNAL_SOCKET "/run/systemd/journal/socket")
 set(QV_SYSLOG_SOCKET "/dev/log")
 option(QV_DEVELOPMENT
   "A developer's build: its own socket, and the development authority of the build tree as anchor" OFF)
-set(QV_DEVELOPMENT_FOLDER "") # below which alone a developer's build serves
+set(QV_DEVELOPMENT_FOLDER "") # the only folder below which a developer's build serves
 if(QV_DEVELOPMENT)
   set(QV_DEVELOPMENT_FOLDER "${CMAKE_BINARY_DIR}")
   set(QV_ANCHOR_DIR "${CMAKE_BINARY_DIR}/identity/anchors.d")
@@ -85,13 +85,13 @@ if(QV_WERROR)
   add_compile_options(-Werror)
 endif()
 
-# Hardening of everything that may run as root.
+# Options that harden every program that may run as root.
 add_compile_options(-fstack-protector-strong -fstack-clash-protection -fcf-protection)
 add_compile_definitions(_GLIBCXX_ASSERTIONS)
 add_link_options(-Wl,-z,relro,-z,now,-z,noexecstack)
 
 
-# For the system's own code, beyond what tests get: see qv_room.
+# The options for the system's own code, beyond those for tests: see qv_room.
 set(QV_ROOM_OPTIONS)
 set(QV_ROOM_LINK_OPTIONS)
 if(QV_SANITIZE)

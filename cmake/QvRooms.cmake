@@ -1,6 +1,6 @@
-# What nearly every source of a room includes, read once: half of the time that a source takes to
-# compile. A build without precompiled headers (preset clang) shows that each source includes what it
-# uses.
+# The headers that nearly every source of a room includes, read once: they take half of the time that
+# a source takes to compile. A build without precompiled headers (preset clang) shows that each
+# source includes what it uses.
 file(WRITE "${CMAKE_BINARY_DIR}/rooms/Common.cpp" "")
 function(qv_precompile_headers target)
   add_library(${target} STATIC "${CMAKE_BINARY_DIR}/rooms/Common.cpp")
@@ -54,7 +54,7 @@ function(qv_room path)
   else()
     target_precompile_headers(${name} REUSE_FROM qv_room_common)
   endif()
-  # Where the tests of a sanitized build spend most of their time.
+  # Tests of a sanitized build spend most of their time here.
   if(QV_SANITIZE MATCHES "address" AND path MATCHES "^platform/foundation/(values|plist|archive)$")
     target_compile_options(${name} PRIVATE -O1)
     set_target_properties(${name} PROPERTIES DISABLE_PRECOMPILE_HEADERS ON)
@@ -155,7 +155,7 @@ function(qv_fuzz name)
     add_executable(fuzz_${name} ${FUZZ_SOURCES})
     qv_use_rooms(fuzz_${name} ${FUZZ_ROOMS})
     target_link_libraries(fuzz_${name} PRIVATE fmt::fmt ${FUZZ_LIBRARIES})
-    # Compiled as rooms are, with their precompiled headers.
+    # Fuzz targets are compiled as rooms are, with their precompiled headers.
     target_compile_options(fuzz_${name} PRIVATE -fPIC ${QV_ROOM_OPTIONS})
     set_target_properties(fuzz_${name} PROPERTIES POSITION_INDEPENDENT_CODE OFF)
     target_precompile_headers(fuzz_${name} REUSE_FROM qv_room_common)
