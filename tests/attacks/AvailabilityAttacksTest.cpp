@@ -20,8 +20,13 @@ class AvailabilityAttacks : public AttackTest {};
 TEST_F(AvailabilityAttacks, AFloodOfConnectionsOfOneUser) {
     expectStoppedBy({"usersConnections"}, [](Stage& stage) {
         const auto client = stage.acceptedClient();
-        lead(*client, {{"many 80", "opened"}});
-        return !stage.servesOthers();
+        // Connections that come before the signature is remembered count as a stranger's.
+        bool isServed = true;
+        for (int attempt = 0; isServed && attempt < 5; ++attempt) {
+            lead(*client, {{"many 80", "opened"}});
+            isServed = stage.servesOthers();
+        }
+        return !isServed;
     });
 }
 

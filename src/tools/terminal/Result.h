@@ -44,7 +44,8 @@ inline constexpr std::array kExitStatusMeanings = std::to_array<ExitStatusMeanin
      "the service refuses this program, or run in an installed system was not started by root"},
     {ExitStatus::unreachable, "the service cannot be reached, or the connection broke"},
     {ExitStatus::timedOut, "run waited as long as it was told to, and the service did not answer"},
-    {ExitStatus::cancelled, "run was interrupted; what was sent is carried out all the same"},
+    {ExitStatus::cancelled,
+     "run was interrupted; the script that was sent is carried out all the same"},
     {ExitStatus::changes, "a plan that changes something"},
 });
 
