@@ -39,7 +39,7 @@ private:
     void part(std::string_view label, const Node* node);
 
     // Expressions (PrinterExpressions.cpp); each gives its text.
-    /// In parentheses if it binds less tightly.
+    /// The operand is put in parentheses if it binds less tightly.
     [[nodiscard]] std::string operand(const Node* node, Level least);
     /// For a place where nothing follows but the end of a line or a parenthesis.
     [[nodiscard]] std::string whole(const Node* node);

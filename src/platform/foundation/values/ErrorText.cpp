@@ -132,8 +132,8 @@ Clause clauseOf(const Error& error) {
     if (!name) {
         return {};
     }
-    std::string_view done =
-        error.code() < cocoa_error::kFileWriteUnknown ? "opened" : "saved"; // of no operation
+    // The code alone decides when the operation is not known.
+    std::string_view done = error.code() < cocoa_error::kFileWriteUnknown ? "opened" : "saved";
     for (const Participle& each : kParticiples) {
         if (each.operation == operation && canSay(each.text)) {
             done = each.text;

@@ -24,7 +24,7 @@ public:
     ScriptValue make(const Command& command);
     /// `set name of` an item.
     void rename(const WorldObject& item, const ScriptValue& name);
-    /// The effective user's own.
+    /// Empties the trash of the effective user.
     void emptyTrash();
 
 private:
