@@ -37,6 +37,7 @@ TEST(Record, TellsWhoDidWhatToWhichItem) {
                            HasSubstr("    7 skipped   remove file:///srv/other\n")));
     EXPECT_THAT(shell("journalctl -o export -u " + kUnit).output,
                 AllOf(HasSubstr("\nQVCATALOG_CDHASH="), Not(HasSubstr("hunter2"))));
+    EXPECT_THAT(shell("qvcatalog log", kAttacker).errors, HasSubstr("cannot be read"));
 }
 
 // Anybody may write such records; only those of the service count.

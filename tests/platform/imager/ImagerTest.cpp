@@ -241,6 +241,9 @@ TEST_F(DiskImages, DetachWhileFilesAreOpen) {
 TEST_F(DiskImages, DetachOnlyTheirOwnMounts) {
     const test::SmallFileSystem other(folder / "other");
     EXPECT_EQ(detach(other / ""), 1);
+    EXPECT_EQ(runProgram({imager, "detach"}).status, 1);
+    EXPECT_EQ(runProgram({imager, "--version", "-force"}).status, 1);
+    EXPECT_EQ(runProgram({imager, "--version"}).status, 0);
     fs::create_directory(mountPoint);
     ASSERT_EQ(::mount("tmpfs", mountPoint.c_str(), "tmpfs", 0, nullptr), 0);
     EXPECT_EQ(detach(mountPoint), 0); // its record may be lost
