@@ -62,7 +62,7 @@ struct WaitForService {
 ///   ignored if at its default; no signal blocked, the first time;
 /// - real and effective group of all threads are the user's; the client group is the saved one, and
 ///   no executed program inherits that. Supplementary groups stay.
-/// If any of this cannot be had, the error is ClientErrorCode::unfit, and nothing is connected.
+/// Returns ClientErrorCode::unfit, and connects to nothing, if any of this cannot be had.
 /// Each time that it connects, the client group is the effective group of the calling thread for
 /// that moment, with all signals blocked in it. When the first reply has come, or with
 /// ClientGroup::kept at the program's wish, the client group goes for good; connecting anew is

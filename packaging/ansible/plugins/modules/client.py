@@ -142,9 +142,10 @@ def wanted_files(options):
     return files
 
 
-def faults_of(command, folder):
-    answer = command.ask(["clients", "--configuration", folder, "--in", folder])[1]
-    return [fault.replace(folder, "/etc/qvcatalog") for fault in answer["faults"]]
+def faults_of(command, stage, folder):
+    """The faults of a staged state, told of the files as they will be in `folder`."""
+    answer = command.ask(["clients", "--configuration", stage, "--in", stage])[1]
+    return [fault.replace(stage, folder) for fault in answer["faults"]]
 
 
 def put_in_place(stage, options, changed):
@@ -180,14 +181,14 @@ def apply(module, command, options):
         for folder in FOLDERS:
             if os.path.isdir(os.path.join(options["folder"], folder)):
                 shutil.copytree(os.path.join(options["folder"], folder), os.path.join(stage, folder), symlinks=True)
-        before = faults_of(command, stage)
+        before = faults_of(command, stage, options["folder"])
         for name, content in changed.items():
             if content is None:
                 os.unlink(os.path.join(stage, name))
             else:
                 write(os.path.join(stage, name), content)
         if options["state"] == "present":
-            faults = [fault for fault in faults_of(command, stage) if fault not in before]
+            faults = [fault for fault in faults_of(command, stage, options["folder"]) if fault not in before]
             if faults:
                 module.fail_json(msg="nothing was changed, for the service would accept nobody: %s" % "; ".join(faults),
                                  faults=faults, changed=False)

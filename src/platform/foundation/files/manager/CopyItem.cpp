@@ -250,8 +250,8 @@ public:
     }
 
 private:
-    // A fresh folder takes mode bits and access lists from its parent; the items that are made in
-    // this one shall take after their maker.
+    // A fresh folder takes mode bits and access lists from its parent, and would hand them on to
+    // the items that are made in it.
     static bool makeNeutral(int folder) {
         struct stat info{};
         removeAccessLists(folder);

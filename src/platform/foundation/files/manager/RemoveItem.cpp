@@ -96,7 +96,7 @@ public:
 
 private:
     void fail(std::string path, int errorNumber) {
-        // Somebody fills the folder again: its remover has no say in that.
+        // ENOTEMPTY: another process fills the folder while it is removed.
         failure_.set({errorNumber == ENOTEMPTY ? EPERM : errorNumber, FileAccess::write,
                       std::move(path), ""});
     }
